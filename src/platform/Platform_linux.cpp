@@ -1,0 +1,214 @@
+// Linux: processes through procfs, a CPU clock for each thread.
+#include "platform/Platform.h"
+
+#include <ctype.h>
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
+
+const long NS_PER_SECOND = 1000000000L;
+const size_t INITIAL_ARGUMENT_BYTES = 4096;
+// No process has more: the kernel bounds the arguments by a part of the stack limit.
+const size_t MAX_ARGUMENT_BYTES = 64 * 1024 * 1024;
+const size_t STAT_BYTES = 1024;
+// Fields of /proc/<pid>/stat, counted from the one behind the name in parentheses.
+const int STAT_STATE = 0;
+const int STAT_START_TIME = 19;
+// A thread's CPU clock is named by its kernel id: bits of the id inverted above three bits that
+// say "per thread" (4) and "scheduler time" (2). This is the kernel's fixed clock id layout.
+const unsigned THREAD_SCHEDULER_CLOCK = 6;
+// The kernel gives no id above this. A far larger one would overflow into another clock's name.
+const long MAX_NATIVE_ID = 1L << 22;
+
+int openProcFile(int pid, const char* file) {
+    char path[64];
+    snprintf(path, sizeof(path), "/proc/%d/%s", pid, file);
+    return open(path, O_RDONLY | O_CLOEXEC);
+}
+
+// Bytes read into the buffer, always fewer than its size; -1 on failure.
+ssize_t readUpTo(int fd, char* buffer, size_t size) {
+    size_t length = 0;
+    while (length < size) {
+        ssize_t count = read(fd, buffer + length, size - length);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            return -1;
+        }
+        if (count == 0) {
+            break;
+        }
+        length += static_cast<size_t>(count);
+    }
+    return static_cast<ssize_t>(length);
+}
+
+// The n-th blank-separated field behind the process name, or null. The name may itself hold
+// blanks and parentheses, so its end is the last closing one.
+const char* statField(char* text, int index) {
+    char* position = strrchr(text, ')');
+    if (position == nullptr) {
+        return nullptr;
+    }
+    position++;
+    for (int i = 0;; i++) {
+        while (*position == ' ') {
+            position++;
+        }
+        if (*position == 0) {
+            return nullptr;
+        }
+        if (i == index) {
+            return position;
+        }
+        while (*position != ' ' && *position != 0) {
+            position++;
+        }
+    }
+}
+
+bool readStat(int pid, char (&buffer)[STAT_BYTES]) {
+    int fd = openProcFile(pid, "stat");
+    if (fd < 0) {
+        return false;
+    }
+    ssize_t length = readUpTo(fd, buffer, sizeof(buffer) - 1);
+    close(fd);
+    if (length <= 0) {
+        return false;
+    }
+    buffer[length] = 0;
+    return true;
+}
+
+// The whole file in malloc memory with a zero behind it; null on failure.
+char* readWholeFile(int fd, size_t* length) {
+    size_t capacity = INITIAL_ARGUMENT_BYTES;
+    size_t used = 0;
+    char* buffer = static_cast<char*>(malloc(capacity + 1));
+    while (buffer != nullptr) {
+        ssize_t count = readUpTo(fd, buffer + used, capacity - used);
+        if (count < 0) {
+            free(buffer);
+            return nullptr;
+        }
+        used += static_cast<size_t>(count);
+        if (used < capacity || capacity >= MAX_ARGUMENT_BYTES) {
+            buffer[used] = 0;
+            *length = used;
+            return buffer;
+        }
+        capacity *= 2;
+        char* larger = static_cast<char*>(realloc(buffer, capacity + 1));
+        if (larger == nullptr) {
+            free(buffer);
+        }
+        buffer = larger;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+const char* Platform::name() {
+    return "Linux";
+}
+
+bool Platform::listProcesses(ProcessVisitor visitor, void* context) {
+    DIR* directory = opendir("/proc");
+    if (directory == nullptr) {
+        return false;
+    }
+    bool sawSelf = false;
+    bool goOn = true;
+    for (dirent* entry = readdir(directory); goOn && entry != nullptr; entry = readdir(directory)) {
+        if (!isdigit(static_cast<unsigned char>(entry->d_name[0]))) {
+            continue;
+        }
+        long pid = strtol(entry->d_name, nullptr, 10);
+        if (pid <= 0 || pid > INT_MAX) {
+            continue;
+        }
+        sawSelf = true;
+        goOn = visitor(static_cast<int>(pid), context);
+    }
+    closedir(directory);
+    // A /proc without a single process is not procfs: nobody may conclude that all have died.
+    return sawSelf;
+}
+
+bool Platform::isRunning(int pid) {
+    char text[STAT_BYTES];
+    if (pid <= 0 || !readStat(pid, text)) {
+        return false;
+    }
+    const char* state = statField(text, STAT_STATE);
+    return state != nullptr && *state != 'Z' && *state != 'X';
+}
+
+bool Platform::processArguments(int pid, ArgumentVisitor visitor, void* context) {
+    int fd = openProcFile(pid, "cmdline");
+    if (fd < 0) {
+        return false;
+    }
+    size_t length = 0;
+    char* text = readWholeFile(fd, &length);
+    close(fd);
+    if (text == nullptr) {
+        return false;
+    }
+    for (size_t position = 0; position < length; position += strlen(text + position) + 1) {
+        visitor(text + position, context);
+    }
+    free(text);
+    return length > 0;
+}
+
+long Platform::processStartTime(int pid) {
+    char text[STAT_BYTES];
+    if (pid <= 0 || !readStat(pid, text)) {
+        return 0;
+    }
+    const char* field = statField(text, STAT_START_TIME);
+    return field == nullptr ? 0 : strtol(field, nullptr, 10);
+}
+
+long Platform::processUser(int pid) {
+    char path[32];
+    snprintf(path, sizeof(path), "/proc/%d", pid);
+    struct stat status;
+    return stat(path, &status) == 0 ? static_cast<long>(status.st_uid) : -1;
+}
+
+long Platform::currentThreadNativeID() {
+    return syscall(SYS_gettid);
+}
+
+long Platform::threadCPUTimeNs(long nativeThreadID) {
+    if (nativeThreadID <= 0 || nativeThreadID > MAX_NATIVE_ID) {
+        return -1;
+    }
+    clockid_t clock = static_cast<clockid_t>((~static_cast<unsigned>(nativeThreadID) << 3) |
+                                             THREAD_SCHEDULER_CLOCK);
+    timespec time;
+    return clock_gettime(clock, &time) == 0 ? time.tv_sec * NS_PER_SECOND + time.tv_nsec : -1;
+}
+
+long Platform::currentThreadCPUTimeNs() {
+    timespec time;
+    return clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time) == 0
+               ? time.tv_sec * NS_PER_SECOND + time.tv_nsec
+               : -1;
+}
