@@ -1,0 +1,24 @@
+#pragma once
+
+#include <jvmti.h>
+
+// Handlers of events that cost something while they are enabled. The ability that consumes one
+// sets its handler here before the agent is loaded; an event without a handler is neither
+// registered nor enabled.
+struct ConsumedEvents {
+    jvmtiEventClassFileLoadHook classFileLoadHook = nullptr;
+    jvmtiEventException exception = nullptr;
+    jvmtiEventExceptionCatch exceptionCatch = nullptr;
+    jvmtiEventObjectFree objectFree = nullptr;
+    jvmtiEventVMObjectAlloc vmObjectAlloc = nullptr;
+    jvmtiEventMonitorWait monitorWait = nullptr;
+    jvmtiEventMonitorWaited monitorWaited = nullptr;
+    jvmtiEventMonitorContendedEnter monitorContendedEnter = nullptr;
+    jvmtiEventMonitorContendedEntered monitorContendedEntered = nullptr;
+};
+
+extern ConsumedEvents ourConsumedEvents;
+
+// Enables or disables the exception events as the present state asks: a handler is there, the JVM
+// can send them, and tracing runs. To be called when one of these changes.
+void updateExceptionEvents();

@@ -1,0 +1,199 @@
+#include "core/ground/Logger.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "core/ground/ConfigFile.h"
+#include "core/ground/Options.h"
+#include "core/ground/UptimeProvider.h"
+#include "core/ground/Version.h"
+
+bool Logger::ourExitOnException = false;
+
+namespace {
+
+std::atomic<bool> ourOpenAttempted{false};
+std::atomic<FILE*> ourLogStream{nullptr};
+std::atomic<void (*)(const char*)> ourSink{nullptr};
+
+bool isQuiet() {
+    return ourOptions != nullptr && ourOptions->quiet;
+}
+
+ZString place(const char* file, int line) {
+    ZString text(file);
+    text.append(":");
+    text.appendLong(line);
+    return text;
+}
+
+// The system gives the agent no stack walker that is safe on every thread, so nothing is appended.
+void appendStackTrace(ZString&) {}
+
+} // namespace
+
+void Logger::setSink(void (*sink)(const char* line)) {
+    ourSink.store(sink);
+}
+
+FILE* Logger::logStream() {
+    if (ourOpenAttempted.exchange(true)) {
+        return ourLogStream.load();
+    }
+    const ZString directory = getUserHome() + "/.vdk/log";
+    const bool usable = directory.startsWith("/");
+    if (usable) {
+        mkdirs(directory);
+    }
+    ZString path = directory + "/";
+    path.appendLong(getpid());
+    path.append(".log");
+    FILE* stream = nullptr;
+    const int descriptor =
+        usable ? open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0644)
+               : -1;
+    if (descriptor >= 0) {
+        stream = fdopen(descriptor, "a");
+        if (stream == nullptr) {
+            close(descriptor);
+        }
+    }
+    if (!isQuiet()) {
+        fprintf(stderr, "[%s] Loaded. Log file: %s%s\n", VDK_FULL_NAME, path.c_str(),
+                stream == nullptr ? " - creation failed" : "");
+        fflush(stderr);
+    }
+    ourLogStream.store(stream);
+    return stream;
+}
+
+void Logger::writeLine(FILE* stream, double uptimeSeconds, const char* text) {
+    fprintf(stream, "%s - %.3f: ", VDK_VERSION, uptimeSeconds);
+    if (stream == stdout || stream == stderr) {
+        printToConsole(stream, text);
+    } else {
+        fputs(text, stream);
+    }
+    fputc('\n', stream);
+    fflush(stream);
+}
+
+void Logger::message(const ZString& text, FILE* stream) {
+    if (text.isEmpty()) {
+        return;
+    }
+    void (*const sink)(const char*) = ourSink.load();
+    if (sink != nullptr) {
+        sink(text.c_str());
+        return;
+    }
+    const double uptimeSeconds = static_cast<double>(ourUptimeProvider.getUptimeMs()) / 1000.0;
+    FILE* const log = logStream();
+    if (log != nullptr) {
+        writeLine(log, uptimeSeconds, text.c_str());
+    } else if (!isQuiet()) {
+        writeLine(stderr, uptimeSeconds, text.c_str());
+    }
+    if (stream != nullptr) {
+        writeLine(stream, uptimeSeconds, text.c_str());
+    }
+}
+
+void Logger::error(const ZString& text, const char* file, int line) {
+    ZString full = ZString("error at ") + place(file, line) + ": " + text;
+    appendStackTrace(full);
+    message(full);
+    throw VDKRuntimeException();
+}
+
+void Logger::exceptionCaught(const char* file, int line) noexcept {
+    // Out of memory may be the reason for being here: the line is made in a fixed buffer.
+    char text[512];
+    snprintf(text, sizeof text, "exception caught at %s:%d", file, line);
+    void (*const sink)(const char*) = ourSink.load();
+    if (sink != nullptr) {
+        sink(text);
+    } else {
+        FILE* const log = ourLogStream.load();
+        const long uptimeMs = ourUptimeProvider.getUptimeMs();
+        FILE* const stream = log != nullptr ? log : isQuiet() ? nullptr : stderr;
+        if (stream != nullptr) {
+            fprintf(stream, "%s - %.3f: %s\n", VDK_VERSION, static_cast<double>(uptimeMs) / 1000.0,
+                    text);
+            fflush(stream);
+        }
+    }
+    if (ourExitOnException) {
+        FILE* const log = ourLogStream.load();
+        FILE* const stream = log != nullptr ? log : stderr;
+        fprintf(stream, "%s - %.3f: exiting (exitonexception mode)\n", VDK_VERSION,
+                static_cast<double>(ourUptimeProvider.getUptimeMs()) / 1000.0);
+        fflush(stream);
+        exit(-1);
+    }
+}
+
+void Logger::dumpStack(const char* text) {
+    ZString full = ZString("Stack dump: ") + text;
+    appendStackTrace(full);
+    message(full);
+}
+
+void Logger::failTrue(const char* file, int line) {
+    error("assertion failed", file, line);
+}
+
+void Logger::failNotNULL(const char* file, int line) {
+    error("assertion failed: value is NULL", file, line);
+}
+
+void Logger::failEquals(long value, long expected, const char* file, int line) {
+    ZString text("assertion failed: value=");
+    text.appendLong(value);
+    text.append(" expected=");
+    text.appendLong(expected);
+    error(text, file, line);
+}
+
+void Logger::assertNotEquals(long value, long unexpected, const char* file, int line) {
+    if (value == unexpected) {
+        ZString text("assertion failed: unexpected value ");
+        text.appendLong(value);
+        error(text, file, line);
+    }
+}
+
+void Logger::assertEquals2(long value, long expected1, long expected2, const char* file, int line) {
+    if (value != expected1 && value != expected2) {
+        ZString text("assertion failed: value=");
+        text.appendLong(value);
+        text.append(", expected ");
+        text.appendLong(expected1);
+        text.append(" or ");
+        text.appendLong(expected2);
+        error(text, file, line);
+    }
+}
+
+void Logger::printToConsole(FILE* stream, const ZString& text) {
+    if (!text.contains("\xC0\x80")) {
+        printToConsoleImpl(stream, text);
+        return;
+    }
+    ZString shown;
+    for (int i = 0; i < text.getLength(); i++) {
+        if (text.charAt(i) == '\xC0' && i + 1 < text.getLength() && text.charAt(i + 1) == '\x80') {
+            shown.appendChar('.');
+            i++;
+        } else {
+            shown.appendChar(text.charAt(i));
+        }
+    }
+    printToConsoleImpl(stream, shown);
+}
+
+void Logger::printToConsoleImpl(FILE* stream, const ZString& text) {
+    fputs(text.c_str(), stream);
+}

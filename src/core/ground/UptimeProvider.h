@@ -1,0 +1,29 @@
+#pragma once
+
+// The agent's time base. getTimeNs() is monotonic nanoseconds on a scale that only ever rises, by
+// bounded steps, whatever the system clock does. It begins at 0 when the library is loaded.
+// No lock: it is the hottest function of tracing and runs on all threads at once.
+long getTimeNs();
+
+// Puts a raw clock reading on the ever-growing scale: a step below 2 counts as 1, a step above 60 s
+// as 60 s. The first reading ever gives 0.
+long getEverGrowingTimeNs(long raw);
+
+// UptimeProvider: time since the JVM's start, on the scale of getTimeNs(). It counts from the load
+// of the library until correctUptimeMs is told the JVM's own uptime. Correction happens under
+// ourLock; reads take no lock.
+class UptimeProvider {
+public:
+    UptimeProvider();
+    long getUptimeNs() const;
+    long getUptimeMs() const;
+    // Moves the start back so that uptime is etalonMs now. Uptime only moves forward: an etalon
+    // below the present uptime is logged and not applied.
+    void correctUptimeMs(long etalonMs);
+
+private:
+    long startNs;
+};
+
+// The one instance. It lives until the process ends.
+extern UptimeProvider& ourUptimeProvider;

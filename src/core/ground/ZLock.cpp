@@ -1,0 +1,26 @@
+#include "core/ground/ZLock.h"
+
+#include "core/ground/Logger.h"
+
+ZLock::ZLock(const char* lockName) : name(lockName) {
+    pthread_mutexattr_t attributes;
+    Logger::assertEquals(pthread_mutexattr_init(&attributes), 0, "ZLock", __LINE__);
+    Logger::assertEquals(pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE), 0,
+                         "ZLock", __LINE__);
+    Logger::assertEquals(pthread_mutex_init(&mutex, &attributes), 0, "ZLock", __LINE__);
+    pthread_mutexattr_destroy(&attributes);
+}
+
+ZLock::~ZLock() {
+    pthread_mutex_destroy(&mutex);
+}
+
+void ZLock::enterLock() {
+    Logger::assertEquals(pthread_mutex_lock(&mutex), 0, "ZLock", __LINE__);
+}
+
+void ZLock::exitLock() {
+    // A failure is a lock left by a thread that does not hold it. LockHolder's destructor calls
+    // this, so it must not throw; the result says nothing that could still be repaired.
+    pthread_mutex_unlock(&mutex);
+}

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <pthread.h>
+
+#include "core/ground/ZString.h"
+
+// ZLock: a named recursive lock. A thread that holds it may enter it again. There are no timed
+// locks and no try-locks.
+//
+// Lock order, outermost first: ourLock, "ObjectEnumeratorLock", every other ZLock. A lock of the
+// agent is not held while waiting for a Java thread.
+class ZLock {
+public:
+    explicit ZLock(const char* lockName);
+    ~ZLock();
+    ZLock(const ZLock&) = delete;
+    ZLock& operator=(const ZLock&) = delete;
+
+    void enterLock();
+    void exitLock();
+    const ZString& getName() const { return name; }
+
+private:
+    pthread_mutex_t mutex;
+    ZString name;
+};
+
+// LockHolder: holds a ZLock for the length of a block. The text names the place, in the form
+// "JVMTI_Agent:315"; it is there for the reader and the debugger and is not stored.
+class LockHolder {
+public:
+    LockHolder(ZLock& heldLock, const char* /*place*/) : lock(&heldLock) { lock->enterLock(); }
+    ~LockHolder() { lock->exitLock(); }
+    LockHolder(const LockHolder&) = delete;
+    LockHolder& operator=(const LockHolder&) = delete;
+
+private:
+    ZLock* lock;
+};
