@@ -1,0 +1,206 @@
+#include "classfile/AttributeInfo.h"
+
+#include "classfile/CodeAttribute.h"
+#include "core/ground/Logger.h"
+
+namespace {
+
+// Deeper nesting of annotation values is taken for an attack on the stack.
+constexpr int MAX_ANNOTATION_DEPTH = 256;
+
+struct NamedKind {
+    const char* name;
+    AttributeKind kind;
+};
+
+// In the order of the tests.
+constexpr NamedKind NAMED_KINDS[] = {
+    {CodeAttribute::NAME, ATTRIBUTE_CODE},
+    {ConstantValueAttribute::NAME, ATTRIBUTE_CONSTANT_VALUE},
+    {DeprecatedAttribute::NAME, ATTRIBUTE_DEPRECATED},
+    {ExceptionsAttribute::NAME, ATTRIBUTE_EXCEPTIONS},
+    {InnerClassesAttribute::NAME, ATTRIBUTE_INNER_CLASSES},
+    {LineNumberTableAttribute::NAME, ATTRIBUTE_LINE_NUMBER_TABLE},
+    {LocalVariableTableAttribute::NAME, ATTRIBUTE_LOCAL_VARIABLE_TABLE},
+    {SourceFileAttribute::NAME, ATTRIBUTE_SOURCE_FILE},
+    {SyntheticAttribute::NAME, ATTRIBUTE_SYNTHETIC},
+    {LocalVariableTypeTableAttribute::NAME, ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE},
+    {StackMapTableAttribute::NAME, ATTRIBUTE_STACK_MAP_TABLE},
+    {AnnotationsAttribute::NAME_RUNTIME_INVISIBLE, ATTRIBUTE_RUNTIME_INVISIBLE_ANNOTATIONS},
+    {AnnotationsAttribute::NAME_RUNTIME_VISIBLE, ATTRIBUTE_RUNTIME_VISIBLE_ANNOTATIONS},
+    {ParameterAnnotationsAttribute::NAME, ATTRIBUTE_RUNTIME_INVISIBLE_PARAMETER_ANNOTATIONS},
+    {TypeAnnotationsAttribute::NAME_RUNTIME_VISIBLE, ATTRIBUTE_RUNTIME_VISIBLE_TYPE_ANNOTATIONS},
+    {TypeAnnotationsAttribute::NAME_RUNTIME_INVISIBLE,
+     ATTRIBUTE_RUNTIME_INVISIBLE_TYPE_ANNOTATIONS},
+};
+
+void skipElements(DataInput& input, int depth);
+
+void skipElement(int tag, DataInput& input, int depth) {
+    Logger::assertTrue(depth < MAX_ANNOTATION_DEPTH, "AttributeInfo", __LINE__);
+    switch (tag) {
+    case 'e':
+        input.take(4);
+        return;
+    case '@':
+        input.readUnsignedShort();
+        skipElements(input, depth + 1);
+        return;
+    case '[': {
+        const int count = input.readUnsignedShort();
+        for (int i = 0; i < count; i++) {
+            const int elementTag = input.readUnsignedByte();
+            skipElement(elementTag, input, depth + 1);
+        }
+        return;
+    }
+    default:
+        input.readUnsignedShort();
+    }
+}
+
+void skipElements(DataInput& input, int depth) {
+    const int count = input.readUnsignedShort();
+    for (int i = 0; i < count; i++) {
+        input.readUnsignedShort();
+        const int tag = input.readUnsignedByte();
+        skipElement(tag, input, depth);
+    }
+}
+
+} // namespace
+
+AttributeInfo::AttributeInfo(AttributeKind attributeKind, int name, int bytes)
+    : nameIndex(name), length(bytes), kind(attributeKind) {
+    Logger::assertTrue(name >= 1, "AttributeInfo", __LINE__);
+    Logger::assertTrue(bytes >= 0, "AttributeInfo", __LINE__);
+}
+
+void AttributeInfo::setAttributeLength(int newLength) {
+    Logger::assertTrue(newLength >= 0, "AttributeInfo", __LINE__);
+    length = newLength;
+}
+
+void AttributeInfo::write(DataOutput& output) const {
+    output.writeUnsignedShort(nameIndex);
+    output.writeInt(length);
+    writeTo(output);
+}
+
+void RawAttribute::writeTo(DataOutput& output) const {
+    output.write(bytes, getAttributeLength());
+}
+
+ConstantValueAttribute::ConstantValueAttribute(int name, int count, const unsigned char* body)
+    : RawAttribute(ATTRIBUTE_CONSTANT_VALUE, name, count, body) {
+    Logger::assertTrue(getValueIndex() >= 1, "AttributeInfo", __LINE__);
+}
+
+int ExceptionsAttribute::getClassIndex(int i) const {
+    Logger::assertTrue(i >= 0 && i < getCount(), "AttributeInfo", __LINE__);
+    DataInput body = openBody();
+    body.take(2 + 2 * i);
+    return body.readUnsignedShort();
+}
+
+bool AnnotationsAttribute::hasAnnotation(const ConstantPool& pool,
+                                         const Utf8View& typeDescriptor) const {
+    DataInput body = openBody();
+    const int count = body.readUnsignedShort();
+    for (int i = 0; i < count; i++) {
+        if (pool.getUtf8(body.readUnsignedShort()) == typeDescriptor) {
+            return true;
+        }
+        skipAnnotationElements(body);
+    }
+    return false;
+}
+
+void skipAnnotationElements(DataInput& input) {
+    skipElements(input, 0);
+}
+
+void skipAnnotationElementByTag(int tag, DataInput& input) {
+    skipElement(tag, input, 0);
+}
+
+AttributeKind AttributeInfoReader::classify(const ConstantUtf8Info& name) {
+    if (name.attributeKind == ATTRIBUTE_UNCLASSIFIED) {
+        name.attributeKind = ATTRIBUTE_UNKNOWN;
+        for (const NamedKind& row : NAMED_KINDS) {
+            if (name.getValue() == row.name) {
+                name.attributeKind = row.kind;
+                break;
+            }
+        }
+    }
+    return static_cast<AttributeKind>(name.attributeKind);
+}
+
+AttributeInfo* AttributeInfoReader::create(DataInput& input, ConstantPool& pool) {
+    const int name = input.readUnsignedShort();
+    const int length = input.readInt();
+    Logger::assertTrue(length >= 0, "AttributeInfo", __LINE__);
+    const unsigned char* const body = input.take(length);
+    ClassArena& arena = pool.getArena();
+    const AttributeKind kind = classify(pool.getUtf8Info(name));
+    switch (kind) {
+    case ATTRIBUTE_CODE:
+        return arena.make<CodeAttribute>(body, pool, name, length);
+    case ATTRIBUTE_CONSTANT_VALUE:
+        return arena.make<ConstantValueAttribute>(name, length, body);
+    case ATTRIBUTE_DEPRECATED:
+        return arena.make<DeprecatedAttribute>(name, length, body);
+    case ATTRIBUTE_EXCEPTIONS:
+        return arena.make<ExceptionsAttribute>(name, length, body);
+    case ATTRIBUTE_INNER_CLASSES:
+        return arena.make<InnerClassesAttribute>(name, length, body);
+    case ATTRIBUTE_LINE_NUMBER_TABLE:
+        return arena.make<LineNumberTableAttribute>(arena, name, length, body);
+    case ATTRIBUTE_LOCAL_VARIABLE_TABLE:
+        return arena.make<LocalVariableTableAttribute>(arena, name, length, body);
+    case ATTRIBUTE_SOURCE_FILE:
+        return arena.make<SourceFileAttribute>(name, length, body);
+    case ATTRIBUTE_SYNTHETIC:
+        return arena.make<SyntheticAttribute>(name, length, body);
+    case ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE:
+        return arena.make<LocalVariableTypeTableAttribute>(arena, name, length, body);
+    case ATTRIBUTE_STACK_MAP_TABLE:
+        return arena.make<StackMapTableAttribute>(name, length, body);
+    case ATTRIBUTE_RUNTIME_INVISIBLE_ANNOTATIONS:
+    case ATTRIBUTE_RUNTIME_VISIBLE_ANNOTATIONS:
+        return arena.make<AnnotationsAttribute>(kind, name, length, body);
+    case ATTRIBUTE_RUNTIME_INVISIBLE_PARAMETER_ANNOTATIONS:
+        return arena.make<ParameterAnnotationsAttribute>(name, length, body);
+    case ATTRIBUTE_RUNTIME_VISIBLE_TYPE_ANNOTATIONS:
+    case ATTRIBUTE_RUNTIME_INVISIBLE_TYPE_ANNOTATIONS:
+        return arena.make<TypeAnnotationsAttribute>(arena, kind, name, length, body);
+    default:
+        return arena.make<UnknownAttribute>(name, length, body);
+    }
+}
+
+void AttributeInfoReader::createAll(DataInput& input, ConstantPool& pool, AttributeList& into) {
+    const int count = input.readUnsignedShort();
+    // Each takes at least its six header bytes.
+    Logger::assertTrue(count <= input.getRemaining() / 6, "AttributeInfo", __LINE__);
+    into.reserve(count);
+    for (int i = 0; i < count; i++) {
+        into.push(create(input, pool));
+    }
+}
+
+void AttributeInfoReader::skipAll(DataInput& input) {
+    const int count = input.readUnsignedShort();
+    for (int i = 0; i < count; i++) {
+        input.readUnsignedShort();
+        input.take(input.readInt());
+    }
+}
+
+void AttributeInfoReader::writeAll(const AttributeList& list, DataOutput& output) {
+    output.writeUnsignedShort(list.getSize());
+    for (int i = 0; i < list.getSize(); i++) {
+        list[i]->write(output);
+    }
+}

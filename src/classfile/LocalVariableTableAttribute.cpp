@@ -1,0 +1,54 @@
+#include "classfile/LocalVariableTableAttribute.h"
+
+namespace {
+const unsigned char EMPTY_TABLE[2] = {0, 0};
+} // namespace
+
+void LocalVariable::setStartPc(int pc) {
+    Logger::assertTrue(pc >= 0, "LocalVariableTableAttribute", __LINE__);
+    DataOutput::storeShort(at, pc);
+}
+
+void LocalVariable::setLength(int length) {
+    Logger::assertTrue(length >= 0, "LocalVariableTableAttribute", __LINE__);
+    DataOutput::storeShort(at + 2, length);
+}
+
+LocalVariablesAttribute::LocalVariablesAttribute(AttributeKind kind, ClassArena& owner, int name,
+                                                 int count, const unsigned char* body)
+    : RawAttribute(kind, name, count, body), arena(owner), entries(openBody().readUnsignedShort()),
+      copy(nullptr) {
+    Logger::assertTrue(entries * 10 + 2 == count, "LocalVariableTableAttribute", __LINE__);
+}
+
+LocalVariableList LocalVariablesAttribute::getLocalVariables() {
+    if (copy == nullptr) {
+        copy = arena.copyBytes(getBytes(), getAttributeLength());
+        replaceBody(copy, getAttributeLength());
+    }
+    return LocalVariableList(copy + 2, entries);
+}
+
+LocalVariableTableAttribute::LocalVariableTableAttribute(ClassArena& owner, int name)
+    : LocalVariableTableAttribute(owner, name, 2, EMPTY_TABLE) {}
+
+void patchLocalVariables1(const LocalVariableList& variables, int delta) {
+    for (int i = 0; i < variables.getSize(); i++) {
+        LocalVariable variable = variables[i];
+        if (variable.getStartPc() == 0) {
+            variable.setLength(variable.getLength() + delta);
+        } else {
+            variable.setStartPc(variable.getStartPc() + delta);
+        }
+    }
+}
+
+void patchLocalVariables2(const LocalVariableList& variables, const CodeOffsets& offsets) {
+    for (int i = 0; i < variables.getSize(); i++) {
+        LocalVariable variable = variables[i];
+        const int start = variable.getStartPc();
+        const int end = offsets.end(start + variable.getLength());
+        variable.setStartPc(offsets.end(start));
+        variable.setLength(end - variable.getStartPc());
+    }
+}

@@ -1,0 +1,115 @@
+#include "classfile/StackMapTableAttribute.h"
+
+namespace {
+
+// Most types that the frames of one method may list in all: each frame repeats its locals, so a
+// table of n bytes could ask for memory in the order of n squared.
+constexpr long MAX_TYPES = 1L << 22;
+
+// Copies one verification_type_info, moving the position that it may hold.
+void moveType(DataInput& input, DataOutput& output, const CodeOffsets& offsets) {
+    const int tag = input.readUnsignedByte();
+    Logger::assertTrue(tag <= VERIFICATION_UNINITIALIZED, "StackMapTableAttribute", __LINE__);
+    output.writeUnsignedByte(tag);
+    if (tag == VERIFICATION_OBJECT) {
+        output.write(input.take(2), 2);
+    } else if (tag == VERIFICATION_UNINITIALIZED) {
+        output.writeUnsignedShort(offsets.at(input.readUnsignedShort()));
+    }
+}
+
+void moveTypes(int count, DataInput& input, DataOutput& output, const CodeOffsets& offsets) {
+    for (int i = 0; i < count; i++) {
+        moveType(input, output, offsets);
+    }
+}
+
+// Copies the frames of one table to their new places.
+class FrameMover {
+public:
+    FrameMover(DataInput& from, DataOutput& to, const CodeOffsets& codeOffsets)
+        : input(from), output(to), offsets(codeOffsets) {}
+
+    void moveFrame() {
+        const int type = input.readUnsignedByte();
+        Logger::assertTrue(type < 128 || type > 246, "StackMapTableAttribute", __LINE__);
+        const int delta = type < 64 ? type : type < 128 ? type - 64 : input.readUnsignedShort();
+        oldOffset += 1 + delta;
+        const int moved = offsets.at(oldOffset);
+        const int newDelta = moved - newOffset - 1;
+        newOffset = moved;
+        Logger::assertTrue(newDelta >= 0, "StackMapTableAttribute", __LINE__);
+        if (type < 64 || type == 251) {
+            writeHead(newDelta, 0, 251);
+        } else if (type < 128 || type == 247) {
+            writeHead(newDelta, 64, 247);
+            moveTypes(1, input, output, offsets);
+        } else {
+            output.writeUnsignedByte(type);
+            output.writeUnsignedShort(newDelta);
+            moveLists(type);
+        }
+    }
+
+private:
+    // The short form when the delta fits, else the long one.
+    void writeHead(int delta, int shortBase, int longType) {
+        if (delta < 64) {
+            output.writeUnsignedByte(shortBase + delta);
+            return;
+        }
+        output.writeUnsignedByte(longType);
+        output.writeUnsignedShort(delta);
+    }
+    void moveLists(int type) {
+        if (type >= 252 && type < 255) {
+            moveTypes(type - 251, input, output, offsets);
+        } else if (type == 255) {
+            for (int list = 0; list < 2; list++) {
+                const int count = input.readUnsignedShort();
+                output.writeUnsignedShort(count);
+                moveTypes(count, input, output, offsets);
+            }
+        }
+    }
+
+    DataInput& input;
+    DataOutput& output;
+    const CodeOffsets& offsets;
+    int oldOffset = -1;
+    int newOffset = -1;
+};
+
+} // namespace
+
+void StackMapTableAttribute::parse(ArenaVector<StackMapFrame*>& frames, int thisClass) const {
+    Logger::assertEquals(frames.getSize(), 1, "StackMapTableAttribute", __LINE__);
+    DataInput input = openBody();
+    const int count = input.readUnsignedShort();
+    Logger::assertTrue(count <= input.getRemaining(), "StackMapTableAttribute", __LINE__);
+    frames.reserve(count + 1);
+    ClassArena& arena = frames.getArena();
+    const StackMapFrame* previous = frames[0];
+    long types = 0;
+    for (int i = 0; i < count; i++) {
+        StackMapFrame* const frame = arena.make<StackMapFrame>(previous, input, thisClass);
+        types += frame->getLocals().getSize() + frame->getStack().getSize();
+        Logger::assertTrue(types <= MAX_TYPES, "StackMapTableAttribute", __LINE__);
+        frames.push(frame);
+        previous = frame;
+    }
+}
+
+void StackMapTableAttribute::shift(const CodeOffsets& offsets, ClassArena& arena) {
+    DataInput input = openBody();
+    // A frame grows by the two bytes of its delta at most.
+    const int count = input.readUnsignedShort();
+    ZVector<unsigned char> bytes(getAttributeLength() + 2 * count + 1);
+    DataOutput output(bytes);
+    output.writeUnsignedShort(count);
+    FrameMover mover(input, output, offsets);
+    for (int i = 0; i < count; i++) {
+        mover.moveFrame();
+    }
+    replaceBody(arena.copyBytes(bytes.data(), bytes.getSize()), bytes.getSize());
+}
