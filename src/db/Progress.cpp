@@ -1,0 +1,39 @@
+#include "db/Progress.h"
+
+#include <sys/socket.h>
+
+#include "core/ground/Logger.h"
+#include "core/ground/Options.h"
+#include "core/ground/ZString.h"
+
+namespace {
+// Keep in sync with com.vandrik.runtime.Protocol.
+constexpr long PACKET_MAGIC = 123456789;
+constexpr int PACKET_PROGRESS = 100600;
+
+// The control channel is big-endian, unlike the tables.
+unsigned char* putBigEndian(unsigned char* to, unsigned long value, int bytes) {
+    for (int i = bytes - 1; i >= 0; i--) {
+        *to++ = static_cast<unsigned char>(value >> (8 * i));
+    }
+    return to;
+}
+} // namespace
+
+void Progress::updateProgressImpl(int percent) {
+    if (Options::isDebug("progress")) {
+        Logger::message(ZString("snapshot progress: ") + longToString(percent));
+    }
+    Logger::assertTrue(percent >= 0 && percent <= 99, "Progress", __LINE__);
+    if (socketDescriptor == 0) {
+        return;
+    }
+    unsigned char packet[16];
+    unsigned char* to = putBigEndian(packet, PACKET_MAGIC, 8);
+    to = putBigEndian(to, PACKET_PROGRESS, 4);
+    putBigEndian(to, static_cast<unsigned long>(percent), 4);
+    // A client that is gone, or takes nothing more, must not stop a capture: the packet is lost.
+    const ssize_t ignored =
+        send(socketDescriptor, packet, sizeof(packet), MSG_NOSIGNAL | MSG_DONTWAIT);
+    static_cast<void>(ignored);
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "core/ground/ZMap.h"
+
+class DB;
+
+// StringPool maps text to rows of the table string: a record holds no characters, only such an
+// index. Index 0 means no string, everywhere. A key of the map is the text of its row, which owns
+// it. A look-up is one hash probe without allocation. The database's owner locks, and an index not
+// yet stored in a record may be collected as soon as that lock is released.
+class StringPool {
+public:
+    explicit StringPool(DB* database) : indices(INITIAL_CAPACITY), db(database) {}
+    StringPool(const StringPool&) = delete;
+    StringPool& operator=(const StringPool&) = delete;
+
+    // Index of the text; 0 for null, and for an unknown text without create.
+    int getDBIndex(const char* text, bool create);
+    // Puts the text at a given index, in place of any text there. Null does nothing. The index pool
+    // of the table is not touched.
+    void setDBIndex(const char* text, int index);
+    // Stores a row as another process wrote it: with its stamp, and without text if that is null
+    // (a deleted row). Takes the text over, which must come from malloc.
+    void loadRow(int index, int stamp, char* text);
+    // Text of a row, null for index 0 and rows without text.
+    const char* getText(int index) const;
+    // Deletes the rows that no present row of another table refers to.
+    void collectGarbageStrings();
+    // Forgets all texts; for the table, which is about to free them.
+    void forgetAll() { indices.clear(); }
+
+private:
+    static constexpr int INITIAL_CAPACITY = 1000;
+
+    ZMap<const char*, int> indices;
+    DB* db;
+};

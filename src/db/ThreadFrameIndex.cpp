@@ -1,0 +1,115 @@
+#include "db/ThreadFrameIndex.h"
+
+#include "db/DB.h"
+
+ZIntChunkMap<int>* ThreadFrameIndex::mapOf(int threadIndex) {
+    while (maps.getSize() <= threadIndex) {
+        maps.push(nullptr);
+    }
+    ZIntChunkMap<int>*& map = maps[threadIndex];
+    if (map == nullptr) {
+        map = new ZIntChunkMap<int>(MAP_CHUNKS, NO_TFI);
+    }
+    return map;
+}
+
+int ThreadFrameIndex::createTFI(int threadIndex, int frame) {
+    ZIntChunkMap<int>* map = mapOf(threadIndex);
+    const int tfi = db->threadFrameTable->nextIndex();
+    ThreadFrameRecord* record = db->threadFrameTable->getRecord(tfi, true);
+    record->tfiThreadIndex = threadIndex;
+    record->frame = frame;
+    record->stamp = db->currentStamp;
+    map->put(frame, tfi);
+    return tfi;
+}
+
+void ThreadFrameIndex::changeThread(int threadIndex) {
+    if (threadIndex >= maps.getSize() || maps[threadIndex] == nullptr) {
+        return;
+    }
+    Logger::assertNotNULL(db->oldestFinishedThreads, "ThreadFrameIndex", __LINE__);
+    db->oldestFinishedThreads->needsWallTimeCorrection = true;
+    ZIntChunkMap<int>* map = maps[threadIndex];
+    for (int chunk = 0; chunk < map->getChunkCount(); chunk++) {
+        const int* tfis = map->chunkAt(chunk);
+        if (tfis == nullptr) {
+            continue;
+        }
+        for (int slot = 0; slot < ZIntChunkMap<int>::CHUNK_SIZE; slot++) {
+            if (tfis[slot] != NO_TFI) {
+                changeFrame(tfis[slot], (chunk << ZIntChunkMap<int>::CHUNK_SHIFT) + slot);
+            }
+        }
+    }
+    delete map;
+    maps[threadIndex] = nullptr;
+}
+
+void ThreadFrameIndex::changeFrame(int tfi, int frame) {
+    const int stamp = db->currentStamp;
+    ThreadFrameRecord* pair = db->threadFrameTable->getRecord(tfi, true);
+    pair->tfiThreadIndex = 0;
+    pair->frame = 0;
+    pair->stamp = -stamp;
+
+    const int oldest = db->oldestFinishedThreads->tfiThreadIndex;
+    int merged = NO_TFI;
+    if (tfi < db->cpuProfilingTable->getCapacity()) {
+        merged = getTFI(oldest, frame, true);
+        CPUProfilingRecord* from = db->cpuProfilingTable->getRecord(tfi, true);
+        CPUProfilingRecord* to = db->cpuProfilingTable->getRecord(merged, true);
+        to->timeNs += from->timeNs;
+        to->count += from->count;
+        to->stamp = stamp;
+        from->timeNs = 0;
+        from->count = 0;
+        from->stamp = -stamp;
+    }
+    if (tfi < db->allocInfoTable->getCapacity()) {
+        if (merged == NO_TFI) {
+            merged = getTFI(oldest, frame, true);
+        }
+        AllocInfoRecord* from = db->allocInfoTable->getRecord(tfi, true);
+        AllocInfoRecord* to = db->allocInfoTable->getRecord(merged, true);
+        to->objectCount += from->objectCount;
+        to->objectBytes += from->objectBytes;
+        to->stamp = stamp;
+        from->objectCount = 0;
+        from->objectBytes = 0;
+        from->stamp = -stamp;
+    }
+    // Not before the row of the merged pair was made, or that pair would get this very row.
+    db->threadFrameTable->releaseIndex(tfi);
+}
+
+void ThreadFrameIndex::fillIndexFromTable() {
+    clearThreadFrameIndex();
+    DBTable<ThreadFrameRecord>* table = db->threadFrameTable;
+    table->clearIndexPool();
+    for (int i = 0; i < table->getCapacity(); i++) {
+        const int tfi = table->nextIndex();
+        const ThreadFrameRecord* record = table->getRecord(tfi, true);
+        if (record->tfiThreadIndex != 0 || record->frame != 0) {
+            Logger::assertTrue(record->frame >= 0, "ThreadFrameIndex", __LINE__);
+            mapOf(record->tfiThreadIndex)->put(record->frame, tfi);
+        }
+    }
+}
+
+void ThreadFrameIndex::clearThreadFrameIndex() {
+    for (int i = 0; i < maps.getSize(); i++) {
+        delete maps[i];
+    }
+    maps.clear();
+}
+
+long ThreadFrameIndex::getAllocatedBytes() const {
+    long bytes = static_cast<long>(maps.getCapacity()) * 8 + 8;
+    for (int i = 0; i < maps.getSize(); i++) {
+        if (maps[i] != nullptr) {
+            bytes += maps[i]->getAllocatedBytes();
+        }
+    }
+    return bytes;
+}
