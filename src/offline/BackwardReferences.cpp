@@ -1,0 +1,197 @@
+#include "offline/BackwardReferences.h"
+
+#include <atomic>
+#include <new>
+
+#include "offline/Reachability.h"
+#include "offline/ThreadPair.h"
+
+namespace {
+
+// How far ahead of the walk memory is fetched, in references.
+constexpr int AHEAD_COUNT = 24;
+constexpr int AHEAD_STORE = 12;
+constexpr int PROGRESS_ROWS = 1 << 18;
+
+// What both threads share: a thread handles the references to the rows from `from` below `to`, so
+// the two never write to one element.
+struct Build {
+    const ObjectStorage& storage;
+    const int* reachableBits;
+    int* counts; // by row: in-degree, then the end of the row's free stretch
+    RefTable* table;
+    std::atomic<bool> stop;
+    std::atomic<bool> badReference;
+};
+
+struct Part {
+    Build* build;
+    int from;
+    int to;
+    AnalysisProgress* progress; // null in the second thread
+
+    bool contains(int row) const { return row >= from && row < to; }
+    void checkStop(const char* phase, int done) const {
+        if (progress != nullptr) {
+            reportProgress(progress, phase, done, build->storage.getObjectCount());
+        }
+        if (build->stop) {
+            throw AnalysisCancelled();
+        }
+    }
+};
+
+// Calls body(page, first, last) for each piece of a row's list that lies in one page, in descending
+// order of position. A missing page holds no references.
+template <typename Body>
+inline void forEachPiece(const RefTable& table, int row, Body&& body) {
+    const int* stretch = table.getStartsAndCounts().buffer + 2 * static_cast<size_t>(row);
+    const int start = stretch[0];
+    const int count = stretch[1];
+    const bool sound = start >= 0 && count >= 0 && start <= 0x7fffffff - count;
+    Logger::assertTrue(sound, "BackwardReferences", __LINE__);
+    const BigIntArray64& store = table.getReferences();
+    int end = start + count;
+    while (end > start) {
+        const int page = (end - 1) >> BigIntArray64::PAGE_BITS;
+        const int pageStart = page << BigIntArray64::PAGE_BITS;
+        const int first = start > pageStart ? start : pageStart;
+        const int* elements = page < store.getPageCount() ? store.pagePointers()[page] : nullptr;
+        if (elements != nullptr) {
+            body(elements, first - pageStart, end - pageStart);
+        }
+        end = first;
+    }
+}
+
+// Walks the references of all marked rows from the highest row down. `ahead` of them are known to
+// `fetch`, which may be given anything that lies in the page.
+template <typename Fetch, typename Handle>
+void walkDown(const Part& part, const char* phase, Fetch&& fetch, Handle&& handle) {
+    const ObjectStorage& storage = part.build->storage;
+    const int objectCount = storage.getObjectCount();
+    for (int row = objectCount - 1; row > 0; row--) {
+        if ((row & (PROGRESS_ROWS - 1)) == 0) {
+            part.checkStop(phase, objectCount - row);
+        }
+        if (!isMarked(part.build->reachableBits, row)) {
+            continue;
+        }
+        forEachPiece(storage.getReferences(), row, [&](const int* page, int first, int last) {
+            for (int i = last - 1; i >= first; i--) {
+                fetch(page, i);
+                handle(row, page[i]);
+            }
+        });
+    }
+}
+
+void countReferrers(const Part& part) {
+    int* counts = part.build->counts;
+    const unsigned objectCount = static_cast<unsigned>(part.build->storage.getObjectCount());
+    bool bad = false;
+    walkDown(
+        part, "referrers: counting",
+        [&](const int* page, int i) {
+            const int later = page[i >= AHEAD_COUNT ? i - AHEAD_COUNT : 0];
+            if (part.contains(later)) {
+                __builtin_prefetch(counts + later, 1);
+            }
+        },
+        [&](int, int reference) {
+            bad |= static_cast<unsigned>(reference) >= objectCount;
+            if (part.contains(reference)) {
+                counts[reference]++;
+            }
+        });
+    if (bad) {
+        part.build->badReference = true;
+    }
+}
+
+// Stores from the end of each list downward while rows descend: lists end up in ascending order.
+void storeReferrers(const Part& part) {
+    int* counts = part.build->counts;
+    int* const* pages = part.build->table->getReferences().pagePointers();
+    const auto place = [pages](int position) {
+        return pages[position >> BigIntArray64::PAGE_BITS] + (position & BigIntArray64::PAGE_MASK);
+    };
+    walkDown(
+        part, "referrers: storing",
+        [&](const int* page, int i) {
+            const int later = page[i >= AHEAD_COUNT ? i - AHEAD_COUNT : 0];
+            if (part.contains(later)) {
+                __builtin_prefetch(counts + later, 1);
+            }
+            const int sooner = page[i >= AHEAD_STORE ? i - AHEAD_STORE : 0];
+            if (part.contains(sooner) && counts[sooner] > 0) {
+                __builtin_prefetch(place(counts[sooner] - 1), 1);
+            }
+        },
+        [&](int row, int reference) {
+            if (part.contains(reference)) {
+                *place(--counts[reference]) = row;
+            }
+        });
+}
+
+// Allots the lists in the order of rows; counts then holds where each list ends.
+RefTable* allotLists(const ObjectStorage& storage, int* counts) {
+    const int objectCount = storage.getObjectCount();
+    long total = 0;
+    for (int row = 1; row < objectCount; row++) {
+        total += counts[row];
+    }
+    Logger::assertTrue(total <= 0x7fffffffL, "BackwardReferences", __LINE__);
+    RefTable* table = new RefTable("brt", objectCount);
+    try {
+        table->reserve(static_cast<int>(total));
+    } catch (...) {
+        delete table;
+        throw;
+    }
+    int next = 0;
+    for (int row = 1; row < objectCount; row++) {
+        const int count = counts[row];
+        if (count > 0) {
+            table->setList(row, next, count);
+            next += count;
+            counts[row] = next;
+        }
+    }
+    return table;
+}
+
+// Runs the step for both halves of the rows, on two threads if wanted.
+void runHalves(Build& build, int threads, AnalysisProgress* progress, void (*step)(const Part&)) {
+    const int objectCount = build.storage.getObjectCount();
+    if (threads < 2) {
+        step(Part{&build, 1, objectCount, progress});
+        return;
+    }
+    const int middle = objectCount / 2 + 1;
+    const Part upper{&build, middle, objectCount, nullptr};
+    const Part lower{&build, 1, middle, progress};
+    runPair([&] { step(upper); }, [&] { step(lower); }, &build.stop);
+}
+
+} // namespace
+
+void computeBackwardReferences(ObjectStorage& storage, const int* reachableBits, int* counts,
+                               int threads, AnalysisProgress* progress) {
+    Logger::assertTrue(storage.getBackwardReferences() == nullptr, "BackwardReferences", __LINE__);
+    Build build{storage, reachableBits, counts, nullptr, {false}, {false}};
+    runHalves(build, threads, progress, countReferrers);
+    Logger::assertTrue(!build.badReference, "BackwardReferences", __LINE__);
+    build.table = allotLists(storage, counts);
+    try {
+        runHalves(build, threads, progress, storeReferrers);
+    } catch (...) {
+        delete build.table;
+        throw;
+    }
+    for (int row = 1; row < storage.getObjectCount(); row++) {
+        counts[row] = 0;
+    }
+    storage.setBackwardReferences(build.table);
+}

@@ -1,0 +1,503 @@
+#include "offline/DominatorComputer.h"
+
+#include "core/ground/Options.h"
+
+// Source of the algorithm: T. Lengauer and R. E. Tarjan, "A fast algorithm for finding dominators
+// in a flowgraph", ACM TOPLAS 1(1), 1979, with the balanced LINK of its appendix.
+
+namespace {
+
+// How many nodes ahead of the walk each step of a look-up is fetched: the node's own rows, its list
+// of referrers, the referrers' rows, what those rows point at. By then the step before has arrived.
+constexpr int AHEAD_NODE = 32;
+constexpr int AHEAD_LIST = 24;
+constexpr int AHEAD_REFERRERS = 16;
+constexpr int AHEAD_ANCESTORS = 8;
+// Referrers fetched ahead for a node: few have more.
+constexpr int AHEAD_MOST = 4;
+constexpr int AHEAD_CHILDREN = 8;
+constexpr int PROGRESS_NODES = 1 << 18;
+// A set with more slots than this for each member is replaced when it is emptied: clearing it costs
+// its capacity, which only the insertions that made it grow may pay for.
+constexpr int EMPTY_SLOTS_PER_MEMBER = 16;
+constexpr int SMALL_SET = 64;
+
+void debugMessage(bool debug, const char* text) {
+    if (debug) {
+        Logger::message(text);
+    }
+}
+
+int* elementOf(int* const* pages, int index) {
+    return pages[index >> BigIntArray64::PAGE_BITS] + (index & BigIntArray64::PAGE_MASK);
+}
+
+ZSet<int>* setOf(unsigned long word) {
+    return reinterpret_cast<ZSet<int>*>(word);
+}
+
+bool isSet(const unsigned* bits, int node) {
+    return (bits[node >> 5] >> (node & 31) & 1) != 0;
+}
+
+void setBit(unsigned* bits, int node) {
+    bits[node >> 5] |= 1u << (node & 31);
+}
+
+int tableSize(const ObjectStorage& storage) {
+    const long size = (static_cast<long>(storage.getObjectCount()) + 1) * 7;
+    Logger::assertTrue(size <= 0x7fffffffL, "DominatorComputer", __LINE__);
+    return static_cast<int>(size);
+}
+
+} // namespace
+
+DominatorComputer::DominatorComputer(ObjectStorage& analysed, int rootCount, const int* bits,
+                                     AnalysisProgress* told)
+    : storage(analysed), table("da", tableSize(analysed)), labels(table.buffer + LABEL),
+      parents(table.buffer + PARENT), ancestors(table.buffer + ANCESTOR),
+      children(table.buffer + CHILD), vertices(table.buffer + VERTEX), semis(table.buffer + SEMI),
+      nodeSizes(table.buffer + SIZE), rootSet(rootCount < 1 ? 1 : rootCount),
+      nullNode(analysed.getObjectCount()), depthFirstCount(0),
+      reachableBits(reinterpret_cast<const unsigned*>(bits)), progress(told),
+      bucketTable(analysed.getBucketTable()), markBits(analysed.getMarkBits()),
+      dominatorPages(nullptr), bucketsInUse(false), debug(Options::isDebug("dominators")) {}
+
+// The delegated constructor makes everything that the destructor frees: it runs also when the work
+// below ends with an exception.
+DominatorComputer::DominatorComputer(ObjectStorage& analysed, const int* roots, int rootCount,
+                                     const int* bits, AnalysisProgress* told,
+                                     AfterSearch* afterSearch)
+    : DominatorComputer(analysed, rootCount, bits, told) {
+    debugMessage(debug, "dcc: 0");
+    Logger::assertNotNULL(bucketTable, "DominatorComputer", __LINE__);
+    Logger::assertNotNULL(markBits, "DominatorComputer", __LINE__);
+    collectRoots(roots, rootCount);
+    ancestors[at(nullNode)] = nullNode;
+    labels[at(nullNode)] = nullNode;
+    debugMessage(debug, "dcc: 1");
+    depthFirstSearchDom(markBits, storage.getReferences());
+    debugMessage(debug, "dcc: 2");
+    storage.getReferences().unmapRefTable("AFTER depthFirstSearchDom");
+    memset(markBits, 0, static_cast<size_t>(storage.getMarkWords()) * sizeof(unsigned));
+    if (afterSearch != nullptr) {
+        afterSearch->searchEnded();
+    }
+    Logger::assertNotNULL(storage.getBackwardReferences(), "DominatorComputer", __LINE__);
+    computeSemidominators();
+    deleteSets(true);
+    finishDominators();
+    bucketsInUse = false;
+    debugMessage(debug, "dcc: 3");
+}
+
+DominatorComputer::~DominatorComputer() {
+    if (bucketsInUse) {
+        deleteSets(false);
+        dropNotedDominators();
+    }
+}
+
+// Ended early: dominators noted by another node are none yet.
+void DominatorComputer::dropNotedDominators() {
+    for (int node = 0; node < nullNode; node++) {
+        int* dominator = elementOf(dominatorPages, node);
+        *dominator = *dominator < 0 ? 0 : *dominator;
+    }
+}
+
+void DominatorComputer::collectRoots(const int* roots, int rootCount) {
+    for (int i = 0; i < rootCount; i++) {
+        Logger::assertTrue(roots[i] > 0 && roots[i] < nullNode, "DominatorComputer", __LINE__);
+        rootSet.add(roots[i]);
+    }
+}
+
+void DominatorComputer::visit(int node, unsigned* visited) {
+    const int number = ++depthFirstCount;
+    int* fields = table.buffer + at(node);
+    fields[SEMI] = number;
+    fields[LABEL] = node;
+    fields[ANCESTOR] = nullNode;
+    fields[CHILD] = nullNode;
+    fields[SIZE] = 1;
+    vertices[at(number)] = node;
+    setBit(visited, node);
+    if ((number & (PROGRESS_NODES - 1)) == 0) {
+        reportProgress(progress, "depth-first search", number, nullNode);
+    }
+}
+
+// Rows that are not in the graph count as visited from the start, and so does row 0, "no
+// reference": one look into the bits then decides about a reference.
+void DominatorComputer::depthFirstSearchDom(unsigned* visited, const RefTable& refTable) {
+    const int words = (nullNode - 1) / 32 + 1;
+    for (int i = 0; i < words; i++) {
+        visited[i] = ~reachableBits[i];
+    }
+    BigIntArray64 stack("dfsd");
+    visit(0, visited);
+    for (int slot = 0; slot < rootSet.getCapacity(); slot++) {
+        if (rootSet.isFull(slot) && !isSet(visited, rootSet.keyAt(slot))) {
+            parents[at(rootSet.keyAt(slot))] = 0;
+            searchFrom(rootSet.keyAt(slot), visited, refTable, stack);
+        }
+    }
+    for (int slot = 0; slot < rootSet.getCapacity(); slot++) {
+        const int root = rootSet.isFull(slot) ? rootSet.keyAt(slot) : 0;
+        if (root != 0 && isReached(root)) {
+            parents[at(root)] = ~parents[at(root)];
+        }
+    }
+}
+
+// The node at the top of the stack is held in locals; an entry is a node and its next position. A
+// node whose last reference is being followed leaves the stack at once.
+void DominatorComputer::searchFrom(int root, unsigned* visited, const RefTable& refTable,
+                                   BigIntArray64& stack) {
+    int depth = 0;
+    int node = root;
+    int next = 0;
+    visit(node, visited);
+    for (;;) {
+        const int count = refTable.getCount(node);
+        const int child = nextChild(refTable, node, &next, visited);
+        if (child == 0) {
+            if (depth == 0) {
+                return;
+            }
+            depth -= 2;
+            const int* entry = stack.getBuffer(depth, false) + (depth & BigIntArray64::PAGE_MASK);
+            node = entry[0];
+            next = entry[1];
+            continue;
+        }
+        parents[at(child)] = node;
+        if (next < count) {
+            int* entry = stack.getBuffer(depth, true) + (depth & BigIntArray64::PAGE_MASK);
+            entry[0] = node;
+            entry[1] = next;
+            depth += 2;
+        }
+        node = child;
+        next = 0;
+        visit(node, visited);
+    }
+}
+
+// The first node not visited among the references of node from position *next on, 0 if there is
+// none; *next is then the position behind it.
+int DominatorComputer::nextChild(const RefTable& refTable, int node, int* next,
+                                 const unsigned* visited) const {
+    const int* stretch = refTable.getStartsAndCounts().buffer + 2 * static_cast<size_t>(node);
+    const int start = stretch[0];
+    const int count = stretch[1];
+    const bool sound = start >= 0 && count >= 0 && start <= 0x7fffffff - count;
+    Logger::assertTrue(sound, "DominatorComputer", __LINE__);
+    const BigIntArray64& store = refTable.getReferences();
+    const unsigned objectCount = static_cast<unsigned>(nullNode);
+    while (*next < count) {
+        const int page = (start + *next) >> BigIntArray64::PAGE_BITS;
+        const int first = (start + *next) & BigIntArray64::PAGE_MASK;
+        const int inPage = BigIntArray64::PAGE_SIZE - first;
+        const int length = count - *next < inPage ? count - *next : inPage;
+        const int* elements = page < store.getPageCount() ? store.pagePointers()[page] : nullptr;
+        if (elements != nullptr) {
+            elements += first;
+            if (*next == 0) {
+                prefetchChildren(refTable, elements, length, visited);
+            }
+            for (int i = 0; i < length; i++) {
+                const unsigned reference = static_cast<unsigned>(elements[i]);
+                Logger::assertTrue(reference < objectCount, "DominatorComputer", __LINE__);
+                if (!isSet(visited, elements[i])) {
+                    *next += i + 1;
+                    return elements[i];
+                }
+            }
+        }
+        *next += length;
+    }
+    return 0;
+}
+
+void DominatorComputer::prefetchChildren(const RefTable& refTable, const int* elements, int length,
+                                         const unsigned* visited) const {
+    const int* startsAndCounts = refTable.getStartsAndCounts().buffer;
+    const int most = length < AHEAD_CHILDREN ? length : AHEAD_CHILDREN;
+    for (int i = 0; i < most; i++) {
+        const unsigned child = static_cast<unsigned>(elements[i]);
+        if (child < static_cast<unsigned>(nullNode) && !isSet(visited, elements[i])) {
+            __builtin_prefetch(startsAndCounts + 2 * static_cast<size_t>(child));
+            __builtin_prefetch(table.buffer + at(elements[i]), 1);
+        }
+    }
+}
+
+void DominatorComputer::computeSemidominators() {
+    BigIntArray64* dominators = storage.arrayOfKind(READ_DOMINATORS);
+    dominators->ensure(nullNode);
+    dominatorPages = dominators->pagePointers();
+    bucketsInUse = true;
+    const RefTable& backward = *storage.getBackwardReferences();
+    Logger::assertTrue(backward.getRowCount() >= nullNode, "DominatorComputer", __LINE__);
+    // Number 1 is the virtual root, which has nothing above it.
+    for (int number = depthFirstCount; number > 1; number--) {
+        if ((number & (PROGRESS_NODES - 1)) == 0) {
+            reportProgress(progress, "dominators", depthFirstCount - number, depthFirstCount);
+        }
+        prefetchNodes(number, backward);
+        processNode(number, backward);
+    }
+}
+
+void DominatorComputer::processNode(int number, const RefTable& backward) {
+    const int node = vertices[at(number)];
+    int parent = parents[at(node)];
+    if (parent < 0) {
+        // A root: the virtual root, number 1, refers to it.
+        parent = ~parent;
+        parents[at(node)] = parent;
+        semis[at(node)] = 1;
+    } else {
+        semis[at(node)] = smallestOfReferrers(node, number, backward);
+    }
+    const int owner = vertices[at(semis[at(node)])];
+    link(parent, node);
+    if (owner == parent) {
+        // The bucket of the parent is emptied right here, while the node is alone on its path.
+        *elementOf(dominatorPages, node) = parent;
+    } else {
+        addToBucket(owner, node);
+    }
+    emptyBucket(parent);
+}
+
+int DominatorComputer::smallestOfReferrers(int node, int semi, const RefTable& backward) {
+    BigIntArrayIterator64 list = backward.initReferenceIterator(node);
+    int last = 0;
+    while (list.hasNext() && semi > 1) {
+        const int referrer = list.next();
+        // Not visited: beyond the reach of the roots, or left out by the caller.
+        if (referrer == last || semis[at(referrer)] == 0) {
+            continue;
+        }
+        last = referrer;
+        const int candidate = semis[at(eval(referrer))];
+        semi = candidate < semi ? candidate : semi;
+    }
+    return semi;
+}
+
+void DominatorComputer::prefetchNodes(int number, const RefTable& backward) const {
+    if (number <= AHEAD_NODE + 1) {
+        return;
+    }
+    const int* startsAndCounts = backward.getStartsAndCounts().buffer;
+    const BigIntArray64& store = backward.getReferences();
+    const auto nodeAhead = [&](int distance) { return vertices[at(number - distance)]; };
+    const auto listOf = [&](int node) {
+        const int start = startsAndCounts[2 * static_cast<size_t>(node)];
+        return store.pagePointers()[start >> BigIntArray64::PAGE_BITS] +
+               (start & BigIntArray64::PAGE_MASK);
+    };
+    const auto listLength = [&](int node) {
+        const int start = startsAndCounts[2 * static_cast<size_t>(node)];
+        const int count = startsAndCounts[2 * static_cast<size_t>(node) + 1];
+        const int inPage = BigIntArray64::PAGE_SIZE - (start & BigIntArray64::PAGE_MASK);
+        const int most = AHEAD_MOST < inPage ? AHEAD_MOST : inPage;
+        return count < most ? count : most;
+    };
+    int node = nodeAhead(AHEAD_NODE);
+    __builtin_prefetch(startsAndCounts + 2 * static_cast<size_t>(node));
+    __builtin_prefetch(table.buffer + at(node), 1);
+    __builtin_prefetch(elementOf(dominatorPages, node), 1);
+    node = nodeAhead(AHEAD_LIST);
+    if (listLength(node) > 0) {
+        __builtin_prefetch(listOf(node));
+    }
+    node = nodeAhead(AHEAD_REFERRERS);
+    const int parent = parents[at(node)];
+    __builtin_prefetch(bucketTable + (parent < 0 ? ~parent : parent));
+    for (int i = listLength(node) - 1; i >= 0; i--) {
+        __builtin_prefetch(table.buffer + at(listOf(node)[i]), 1);
+    }
+    node = nodeAhead(AHEAD_ANCESTORS);
+    for (int i = listLength(node) - 1; i >= 0; i--) {
+        const size_t referrer = at(listOf(node)[i]);
+        __builtin_prefetch(table.buffer + at(ancestors[referrer]), 1);
+        __builtin_prefetch(table.buffer + at(labels[referrer]));
+    }
+}
+
+void DominatorComputer::addToBucket(int owner, int node) {
+    unsigned long& word = bucketTable[owner];
+    if (isSet(markBits, owner)) {
+        setOf(word)->add(node);
+        return;
+    }
+    if (word == 0) {
+        word = static_cast<unsigned long>(node);
+        return;
+    }
+    ZSet<int>* members = new ZSet<int>(2);
+    try {
+        members->add(static_cast<int>(word));
+        members->add(node);
+    } catch (...) {
+        delete members;
+        throw;
+    }
+    word = reinterpret_cast<unsigned long>(members);
+    setBit(markBits, owner);
+}
+
+void DominatorComputer::emptyBucket(int owner) {
+    unsigned long& word = bucketTable[owner];
+    if (!isSet(markBits, owner)) {
+        if (word != 0) {
+            decideDominator(owner, static_cast<int>(word));
+            word = 0;
+        }
+        return;
+    }
+    statistics.clears++;
+    ZSet<int>* members = setOf(word);
+    if (members->getSize() == 0) {
+        return;
+    }
+    for (int slot = 0; slot < members->getCapacity(); slot++) {
+        if (members->isFull(slot)) {
+            decideDominator(owner, members->keyAt(slot));
+        }
+    }
+    const int capacity = members->getCapacity();
+    if (capacity > SMALL_SET && capacity / EMPTY_SLOTS_PER_MEMBER > members->getSize()) {
+        ZSet<int>* smaller = new ZSet<int>(2);
+        delete members;
+        word = reinterpret_cast<unsigned long>(smaller);
+    } else {
+        members->clear();
+    }
+}
+
+// A dominator that is that of another node is noted as the complement of that node.
+void DominatorComputer::decideDominator(int owner, int node) {
+    const int smallest = eval(node);
+    *elementOf(dominatorPages, node) = semis[at(smallest)] >= semis[at(node)] ? owner : ~smallest;
+}
+
+void DominatorComputer::deleteSets(bool report) {
+    for (int word = 0; word < storage.getMarkWords(); word++) {
+        for (; markBits[word] != 0; markBits[word] &= markBits[word] - 1) {
+            const int node = word * 32 + __builtin_ctz(markBits[word]);
+            if (node > nullNode) {
+                continue;
+            }
+            ZSet<int>* members = setOf(bucketTable[node]);
+            const long bytes = members->getCapacity() * 5L + 48;
+            if (debug && report) {
+                ZString line("dcc: set: capacity=");
+                line.appendLong(members->getCapacity());
+                line.append(" size=");
+                line.appendLong(bytes);
+                Logger::message(line);
+            }
+            statistics.sets++;
+            statistics.bucketMem += bytes;
+            delete members;
+            bucketTable[node] = 0;
+        }
+    }
+    if (!report) {
+        return;
+    }
+    ZString line("dcc: stats: objects:");
+    line.appendLong(nullNode);
+    line.append(" sets:");
+    line.appendLong(statistics.sets);
+    line.append(" clears:");
+    line.appendLong(statistics.clears);
+    line.append(" bucketMem:");
+    line.appendLong(statistics.bucketMem);
+    Logger::message(line);
+}
+
+// In the order of numbers, so that the node a dominator was noted by has its own already.
+void DominatorComputer::finishDominators() {
+    for (int number = 2; number <= depthFirstCount; number++) {
+        if (number + AHEAD_LIST <= depthFirstCount) {
+            __builtin_prefetch(elementOf(dominatorPages, vertices[at(number + AHEAD_LIST)]), 1);
+        }
+        int* dominator = elementOf(dominatorPages, vertices[at(number)]);
+        if (*dominator < 0) {
+            *dominator = *elementOf(dominatorPages, ~*dominator);
+        }
+    }
+}
+
+int DominatorComputer::eval(int node) {
+    if (ancestors[at(node)] == nullNode) {
+        return labels[at(node)];
+    }
+    compress(node);
+    const int above = labels[at(ancestors[at(node)])];
+    const int own = labels[at(node)];
+    return semis[at(above)] < semis[at(own)] ? above : own;
+}
+
+// Balanced linking keeps the path short: its length is bounded by the logarithm of the node count.
+// The path is collected first; a longer one goes on in a further call.
+void DominatorComputer::compress(int node) {
+    constexpr int PATH = 64;
+    int path[PATH];
+    int length = 0;
+    int top = node;
+    while (ancestors[at(ancestors[at(top)])] != nullNode) {
+        if (length == PATH) {
+            compress(top);
+            break;
+        }
+        path[length++] = top;
+        top = ancestors[at(top)];
+    }
+    while (length > 0) {
+        int* fields = table.buffer + at(path[--length]);
+        const int* above = table.buffer + at(fields[ANCESTOR]);
+        if (semis[at(above[LABEL])] < semis[at(fields[LABEL])]) {
+            fields[LABEL] = above[LABEL];
+        }
+        fields[ANCESTOR] = above[ANCESTOR];
+    }
+}
+
+void DominatorComputer::link(int parent, int node) {
+    const int label = labels[at(node)];
+    int s = node;
+    for (;;) {
+        const int c = children[at(s)];
+        if (semis[at(label)] >= semis[at(labels[at(c)])]) {
+            break;
+        }
+        const int d = children[at(c)];
+        if (nodeSizes[at(s)] + nodeSizes[at(d)] < 2 * nodeSizes[at(c)]) {
+            nodeSizes[at(c)] = nodeSizes[at(s)];
+            ancestors[at(s)] = c;
+            s = c;
+        } else {
+            ancestors[at(c)] = s;
+            children[at(s)] = d;
+        }
+    }
+    labels[at(s)] = label;
+    nodeSizes[at(parent)] += nodeSizes[at(node)];
+    if (nodeSizes[at(parent)] < 2 * nodeSizes[at(node)]) {
+        const int swapped = children[at(parent)];
+        children[at(parent)] = s;
+        s = swapped;
+    }
+    while (s != nullNode) {
+        ancestors[at(s)] = parent;
+        s = children[at(s)];
+    }
+}

@@ -1,0 +1,87 @@
+#pragma once
+
+#include "offline/BigIntArray64.h"
+#include "offline/BigIntArray64Presized.h"
+
+// RefTable: a list of references for each row, all in one store. A reference is a row number; 0
+// means none and counts as a position all the same.
+//
+// DESCRIPTION
+//   A list takes the next stretch of the store when it is created, is never moved and never grows.
+//   Reading is open to any number of threads. For a fill by several threads: reserve() all
+//   positions, then setList() and setRefAt() for rows of which each belongs to one thread.
+// IMPLEMENTATION
+//   `startsAndCounts` holds two elements a row: where its list starts in `references`, and its
+//   length. Positions stay below 2^31.
+class RefTable {
+public:
+    // Rows run from 0 below rowCount. Throws std::bad_alloc.
+    RefTable(const char* tableName, int rowCount);
+    RefTable(const RefTable&) = delete;
+    RefTable& operator=(const RefTable&) = delete;
+
+    // Gives the row a list of count positions, behind all lists so far.
+    void createRefs(int row, int count);
+    // Stores a reference at a position of the row's list; a position outside of it is an internal
+    // error, and so is a bad row.
+    void setRef(int row, int reference, int position) {
+        references.set(positionInStore(row, position), reference);
+    }
+    int getRef(int row, int position) const {
+        return references.get(positionInStore(row, position));
+    }
+    int getStart(int row) const { return startsAndCounts.get(2 * row); }
+    int getCount(int row) const { return startsAndCounts.get(2 * row + 1); }
+    // The row's list in order. Its stretch is checked, its references are not.
+    BigIntArrayIterator64 initReferenceIterator(int row) const {
+        const int start = getStart(row);
+        const int count = getCount(row);
+        checkStretch(start, count);
+        return BigIntArrayIterator64(references, start, start + count);
+    }
+
+    // Bulk fill. Makes the positions from 0 below total the store, without a list for any row.
+    void reserve(int total);
+    // Gives the row the stretch of the store, which must be reserved.
+    void setList(int row, int start, int count);
+    // Stores into a reserved position.
+    void setRefAt(int position, int reference) {
+        references.pagePointers()[position >> BigIntArray64::PAGE_BITS]
+                                 [position & BigIntArray64::PAGE_MASK] = reference;
+    }
+
+    // Number of positions in all lists: the next free one.
+    int getReferenceCount() const { return nextFree; }
+    int getRowCount() const { return rowCount; }
+
+    // The arrays themselves, for bulk loads, files and the walks of this folder.
+    BigIntArray64Presized& getStartsAndCounts() { return startsAndCounts; }
+    const BigIntArray64Presized& getStartsAndCounts() const { return startsAndCounts; }
+    BigIntArray64& getReferences() { return references; }
+    const BigIntArray64& getReferences() const { return references; }
+
+    // Lets go of file mappings behind the table. Nothing is mapped: the table lives in memory.
+    void unmapRefTable(const char* /*reason*/) {}
+
+    // True if every row's stretch lies within the limits of a store and every reference is a row
+    // from 0 below objectCount: what the walks of this folder rely on after a bulk load.
+    bool isSound(int objectCount) const;
+
+private:
+    int positionInStore(int row, int position) const {
+        Logger::assertTrue(row >= 0 && row < rowCount, "RefTable", __LINE__);
+        Logger::assertTrue(position >= 0 && position < getCount(row), "RefTable", __LINE__);
+        const long at = static_cast<long>(getStart(row)) + position;
+        Logger::assertTrue(at >= 0 && at <= 0x7fffffffL, "RefTable", __LINE__);
+        return static_cast<int>(at);
+    }
+    static void checkStretch(int start, int count) {
+        const bool good = start >= 0 && count >= 0 && start <= 0x7fffffff - count;
+        Logger::assertTrue(good, "RefTable", __LINE__);
+    }
+
+    int rowCount;
+    BigIntArray64Presized startsAndCounts;
+    BigIntArray64 references;
+    int nextFree;
+};

@@ -1,0 +1,62 @@
+// The native of com.vandrik.Natives that writes a memory snapshot from a database and a storage.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "db/DB.h"
+#include "db/Progress.h"
+#include "db/SnapshotCommon.h"
+#include "db/SnapshotWriter.h"
+#include "offline/HeapIndexWriter.h"
+#include "offline/NativesBoundary.h"
+
+namespace {
+
+const char* const SOURCE = "DatabaseNatives";
+
+// Closes the file at the end of the block.
+class OpenFile {
+public:
+    explicit OpenFile(const char* path)
+        : descriptor(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)) {}
+    ~OpenFile() {
+        if (descriptor >= 0) {
+            close(descriptor);
+        }
+    }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+    int get() const { return descriptor; }
+
+private:
+    int descriptor;
+};
+
+// Empty on success, otherwise what went wrong.
+ZString writeFile(DB& db, ObjectStorage& storage, const char* path, int progressSocket,
+                  long flags) {
+    OpenFile file(path);
+    if (file.get() < 0) {
+        return "Cannot open file to write snapshot";
+    }
+    Progress progress((flags & SNAPSHOT_SUPPRESS_PROGRESS) != 0 ? 0 : progressSocket);
+    SnapshotWriter writer(file.get());
+    writeHeapSnapshot(db, storage, writer, &progress, flags);
+    writer.flush();
+    return writer.getErrorMessage() == nullptr ? "" : writer.getErrorMessage();
+}
+
+} // namespace
+
+VDK_NATIVE(jstring, dbNwriteSnapshotImpl)
+(JNIEnv* env, jclass, jlong dbHandle, jlong storageHandle, jstring path, jint progressSocket,
+ jlong flags) {
+    return runGuardedNative<jstring>(env, SOURCE, __LINE__, nullptr, [&](NativeErrors&) -> jstring {
+        DB& db = ourDatabases.get(dbHandle);
+        ObjectStorage& storage = ourStorages.get(storageHandle);
+        Logger::assertNotNULL(path, SOURCE, __LINE__);
+        const ZString target = toZString(env, path);
+        const ZString error = writeFile(db, storage, target.c_str(), progressSocket, flags);
+        return error.isEmpty() ? nullptr : toJavaString(env, error);
+    });
+}

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <memory>
+
+#include "offline/HeapModel.h"
+#include "offline/HprofReader.h"
+
+// Reads a snapshot with a heap into a HeapModel.
+class SnapshotHeapReader {
+public:
+    static bool isSnapshot(const uint8_t* bytes, uint64_t size);
+    // Throws HeapReadError, BadInputException, AnalysisCancelled, std::bad_alloc.
+    static std::unique_ptr<HeapModel> read(std::shared_ptr<MappedFile> file,
+                                           const HeapReadOptions& options);
+};
