@@ -1,0 +1,3 @@
+#include "probes/Probes.h"
+
+ZVectorSafe<ZString>& Probes::ourProbeClassPathElements = *new ZVectorSafe<ZString>();
