@@ -1,0 +1,117 @@
+#include "profiling/ClassLoadingProbe.h"
+
+#include <atomic>
+
+#include "core/ground/CommonUtils.h"
+#include "core/ground/Globals.h"
+#include "core/ground/JvmGlobals.h"
+#include "db/DB.h"
+#include "probes/SignatureUtil.h"
+#include "profiling/ThreadInfo.h"
+#include "profiling/UserTableRows.h"
+
+namespace {
+
+const char DESCRIPTION[] = "Class Loading\n5\nuptime_ns\n1\nthread\n0\nframe\n0\nClass\n4\n"
+                           "Loaded or Unloaded\n2\n";
+const char CLASS_COLUMN[] = "Class";
+const char STATUS_COLUMN[] = "Loaded or Unloaded";
+
+ZLock& ourUnloadedClassesLock = *new ZLock("ClassLoadingProbeLock");
+ZVector<int>& ourUnloadedClassStrIDs = *new ZVector<int>();
+// Set once the table has taken all the rows it may: none is ever deleted, so the event of a
+// prepared class is over at once from then on.
+std::atomic<bool> ourIsFull{false};
+// Slot of the table: 0 before it was made, negative when it could not be.
+int ourTable = 0;
+
+bool isLimitReached(const UserTable* table) {
+    const int limit = ourDB->probeTableLengthLimit;
+    return limit != -1 && table->peekNextIndex() >= limit;
+}
+
+// False if no row was made.
+bool createRow(JNIEnv* env, int classNameStrID, const char* status) {
+    if (ourTable == 0) {
+        ourTable = ourDB->createUserTableByDescription(DESCRIPTION);
+    }
+    if (ourTable < 0) {
+        ourIsFull = true;
+        return false;
+    }
+    if (isLimitReached(ourDB->getUserTable(ourTable))) {
+        ourIsFull = true;
+        return false;
+    }
+    const int row = createUserTableRow(env, ourTable, -1, 0);
+    if (row == NO_USER_TABLE_ROW) {
+        return false;
+    }
+    UserTable* table = ourDB->getUserTable(ourTable);
+    int* record = table->getRecord(row, true);
+    table->setClassNameColumn(record, table->findColumn(CLASS_COLUMN), classNameStrID);
+    table->setStringColumn(record, table->findColumn(STATUS_COLUMN),
+                           ourDB->stringPool->getDBIndex(status, true));
+    record[0] = ourDB->currentStamp;
+    return true;
+}
+
+// Moves what has queued up to `taken`, in order of arrival.
+void takeUnloadedClasses(ZVector<int>* taken) {
+    LockHolder lock(ourUnloadedClassesLock, "ClassLoadingProbe:unloaded");
+    for (int i = 0; i < ourUnloadedClassStrIDs.getSize(); i++) {
+        taken->push(ourUnloadedClassStrIDs[i]);
+    }
+    ourUnloadedClassStrIDs.clear();
+}
+
+// Daemon threads go on preparing classes while the JVM ends around them; nothing is recorded then.
+bool hasEnded(jvmtiError error) {
+    return error == JVMTI_ERROR_WRONG_PHASE;
+}
+
+} // namespace
+
+void ClassLoadingProbe::onClassPrepare(JNIEnv* env, jclass type) {
+    if (ourVMDeathCalled || ourIsFull.load(std::memory_order_relaxed) ||
+        getThreadInfo() == nullptr) {
+        return;
+    }
+    JvmtiMemory<char> signature;
+    const jvmtiError error = ourJVMTI->GetClassSignature(type, signature.receive(), nullptr);
+    if (hasEnded(error)) {
+        return;
+    }
+    CHECK_JVMTI(error);
+    const ZString name = SignatureUtil::convertClassSignatureToFullName(signature.get());
+    int nameStrID;
+    {
+        LockHolder lock(ourLock, "ClassLoadingProbe:onClassPrepare");
+        nameStrID = ourDB->stringPool->getDBIndex(name.c_str(), true);
+        if (!createRow(env, nameStrID, "loaded")) {
+            // Without a row that keeps it the name is collected sooner or later, and its number
+            // given to another text.
+            return;
+        }
+    }
+    const jvmtiError tagError = ourJVMTI8->SetTag(type, nameStrID);
+    if (!hasEnded(tagError)) {
+        CHECK_JVMTI(tagError);
+    }
+}
+
+void ClassLoadingProbe::onClassUnload(long tag) {
+    if (tag == 0) {
+        return;
+    }
+    LockHolder lock(ourUnloadedClassesLock, "ClassLoadingProbe:79");
+    ourUnloadedClassStrIDs.push(static_cast<int>(tag));
+}
+
+void ClassLoadingProbe::flushUnloadedClassesToDB() {
+    ZVector<int> taken;
+    takeUnloadedClasses(&taken);
+    for (int i = 0; i < taken.getSize(); i++) {
+        createRow(nullptr, taken[i], "unloaded");
+    }
+}

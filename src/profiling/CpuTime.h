@@ -1,0 +1,10 @@
+#pragma once
+
+// CPU clocks, in nanoseconds. They take no lock and call nothing of the JVM. A system without a
+// clock per thread gives the time of the whole process for every thread.
+
+// User plus system time of this process; -1 if the system doesn't tell.
+long getProcessCPUTimeNs();
+// Time of a thread by its native id; 0 for a thread that has ended.
+long getThreadCPUTimeNs(long nativeThreadID);
+long getCurrentThreadCPUTimeNs();

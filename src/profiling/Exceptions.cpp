@@ -1,0 +1,7 @@
+#include "profiling/Exceptions.h"
+
+#include "db/DB.h"
+
+void Exceptions::clearExceptions() {
+    ourDB->clearTableAndTellReaders(SLOT_Exception);
+}

@@ -1,0 +1,98 @@
+#include "profiling/InstanceCounting.h"
+
+#include "core/ground/CommonUtils.h"
+#include "core/ground/Globals.h"
+#include "core/ground/JNIUtils.h"
+#include "core/ground/JvmGlobals.h"
+#include "probes/SignatureUtil.h"
+#include "profiling/HeapIteration.h"
+
+namespace {
+
+jvmtiIterationControl JNICALL countObject(jlong classTag, jlong size, jlong*, void* counting) {
+    static_cast<InstanceCounting*>(counting)->addObject(classTag, size);
+    return JVMTI_ITERATION_CONTINUE;
+}
+
+} // namespace
+
+InstanceCounting::InstanceCounting(JNIEnv* env, DB* db, int tableMask)
+    : counts(nullptr), countCapacity(0) {
+    if ((tableMask >> SLOT_InstanceCounts & 1) != 0 && db == ourDB) {
+        gatherClassInstanceStatistics(env);
+    }
+}
+
+InstanceCounting::~InstanceCounting() {
+    delete[] counts;
+}
+
+void InstanceCounting::addClass(int classNumber, const ZString& name) {
+    newClasses.push(classNumber);
+    newNames.push(name);
+}
+
+void InstanceCounting::beginCounting(int highestClassNumber) {
+    delete[] counts;
+    counts = nullptr;
+    counts = new SizeAndCount[static_cast<size_t>(highestClassNumber) + 1]();
+    countCapacity = highestClassNumber + 1;
+}
+
+void InstanceCounting::tagClass(jclass type) {
+    jlong tag = 0;
+    CHECK_JVMTI(ourJVMTI4->GetTag(type, &tag));
+    if (tag != 0) {
+        return;
+    }
+    JvmtiMemory<char> signature;
+    CHECK_JVMTI(ourJVMTI4->GetClassSignature(type, signature.receive(), nullptr));
+    const ZString name = SignatureUtil::convertClassSignatureToFullName(signature.get());
+    const int index = ourDB->instanceCountsTable->nextIndex();
+    CHECK_JVMTI(ourJVMTI4->SetTag(type, index));
+    addClass(index, name);
+}
+
+void InstanceCounting::tagClasses(JNIEnv* env) {
+    jint count = 0;
+    JvmtiMemory<jclass> classes;
+    CHECK_JVMTI(ourJVMTI4->GetLoadedClasses(&count, classes.receive()));
+    announceLocalReferences(env, count);
+    // Two counts at once must not give a class two numbers.
+    LockHolder lock(ourLock, "InstanceCounting:tagClasses");
+    for (jint i = 0; i < count; i++) {
+        tagClass(classes.get()[i]);
+        env->DeleteLocalRef(classes.get()[i]);
+    }
+    beginCounting(ourDB->instanceCountsTable->peekNextIndex());
+}
+
+void InstanceCounting::gatherClassInstanceStatistics(JNIEnv* env) {
+    if (ourJVMTI4 == nullptr || (ourIsJRockit && ourVMDeathCalled)) {
+        return;
+    }
+    tagClasses(env);
+    iterateOverHeapEither(ourJVMTI4, countObject, this);
+}
+
+void InstanceCounting::updateDatabase() {
+    if (counts == nullptr) {
+        return;
+    }
+    DBTable<InstanceCountsRecord>* table = ourDB->instanceCountsTable;
+    const int stamp = ourDB->currentStamp;
+    for (int i = 0; i < newClasses.getSize(); i++) {
+        InstanceCountsRecord* row = table->getRecord(newClasses[i], true);
+        row->classNameStrID = ourDB->stringPool->getDBIndex(newNames[i].c_str(), true);
+        row->stamp = stamp;
+    }
+    table->eachRecord([&](int index, InstanceCountsRecord& row) {
+        const SizeAndCount none = {};
+        const SizeAndCount& now = index < countCapacity ? counts[index] : none;
+        if (row.instanceCount != now.count || row.shallowSize != now.size) {
+            row.instanceCount = now.count;
+            row.shallowSize = now.size;
+            row.stamp = stamp;
+        }
+    });
+}

@@ -1,0 +1,60 @@
+#include "profiling/LiveTables.h"
+
+#include "core/ground/CommonUtils.h"
+#include "core/ground/Globals.h"
+#include "core/ground/JNIUtils.h"
+#include "core/ground/JvmGlobals.h"
+#include "profiling/ClassLoadingProbe.h"
+#include "profiling/InstanceCounting.h"
+#include "profiling/Monitors.h"
+#include "profiling/ThreadInfo.h"
+#include "profiling/TracedCalls.h"
+#include "profiling/WallTimeCorrector.h"
+
+namespace {
+
+// An error leaves the names as they are.
+void refreshThreadNames(JNIEnv* env) {
+    jint count = 0;
+    JvmtiMemory<jthread> threads;
+    if (ourJVMTI->GetAllThreads(&count, threads.receive()) != JVMTI_ERROR_NONE) {
+        return;
+    }
+    announceLocalReferences(env, count);
+    for (jint i = 0; i < count; i++) {
+        ThreadInfo* info = getStoredThreadInfo(threads.get()[i]);
+        if (info != nullptr) {
+            info->ensureThreadHasName(env, threads.get()[i]);
+        }
+        env->DeleteLocalRef(threads.get()[i]);
+    }
+}
+
+void correctAllWallTimes() {
+    WallTimeCorrector corrector;
+    eachThreadInfo([&](ThreadInfo* info) { corrector.scheduleForCorrection(info); });
+    corrector.scheduleEndedThreads();
+    corrector.scheduleForCorrection(ourOldestFinishedThreads);
+    corrector.correctWallTimes();
+}
+
+} // namespace
+
+void LiveTables::bringUpToDate(const TableSet& set) {
+    if (env != nullptr && !ourIsJRockit && set.contains(*ourDB, SLOT_Thread)) {
+        refreshThreadNames(env);
+    }
+    if (counting != nullptr) {
+        counting->updateDatabase();
+    }
+    ClassLoadingProbe::flushUnloadedClassesToDB();
+    if (set.contains(*ourDB, SLOT_CPUProfiling)) {
+        // Open calls count with the time that they have taken so far.
+        resetStackTraceForAllThreads();
+        restoreStackTraceForAllThreads();
+        correctAllWallTimes();
+    }
+    if (set.contains(*ourDB, SLOT_Monitor)) {
+        Monitors::storeDuration();
+    }
+}

@@ -1,0 +1,121 @@
+#include "profiling/MethodLookup.h"
+
+#include <cstring>
+
+#include "core/ground/CommonUtils.h"
+#include "core/ground/JvmGlobals.h"
+#include "core/ground/ZMap.h"
+#include "db/DB.h"
+#include "probes/Filter.h"
+#include "probes/SignatureUtil.h"
+
+const char* const ourNativeMethodPrefix = "$$VDK$$";
+
+namespace {
+
+const char CALLBACK_CLASS[] = "com.vandrik.runtime.Callback";
+const char UNLOADED_CLASS[] = "<unloaded>";
+const char UNKNOWN_METHOD[] = "<unknown>";
+const char J2EE_PROBE_CLASS[] = "com.vandrik.probes.builtin.J2EESupport";
+const char* const PROBE_CALLBACKS[] = {"onEnter", "onEnterImpl", "onReturn", "onUncaughtException",
+                                       "onUncaughtExceptionExt"};
+
+ZMap<_jmethodID*, int>& ourMethodID2MethodIndex = *new ZMap<_jmethodID*, int>(1000);
+ZMap<IntTriple, int>& ourMethodsByName = *new ZMap<IntTriple, int>(1000);
+
+bool beginsWith(const char* text, const char* prefix) {
+    return strncmp(text, prefix, strlen(prefix)) == 0;
+}
+
+int flagsByName(const char* className, const char* methodName) {
+    int flags = 0;
+    if (strcmp(className, CALLBACK_CLASS) == 0 || beginsWith(className, J2EE_PROBE_CLASS) ||
+        beginsWith(methodName, ourNativeMethodPrefix)) {
+        flags |= METHOD_HIDDEN;
+    }
+    for (const char* callback : PROBE_CALLBACKS) {
+        if (strcmp(methodName, callback) == 0) {
+            flags |= METHOD_PROBE_CALLBACK;
+        }
+    }
+    return flags;
+}
+
+// The class of the method was unloaded before the agent asked for its name.
+bool isUnloaded(jvmtiError error) {
+    return error == JVMTI_ERROR_INVALID_METHODID;
+}
+
+// 0 for a handle whose class is gone.
+int lookUp(JNIEnv* env, jmethodID id) {
+    JvmtiMemory<char> name;
+    JvmtiMemory<char> signature;
+    const jvmtiError error =
+        ourJVMTI->GetMethodName(id, name.receive(), signature.receive(), nullptr);
+    if (isUnloaded(error)) {
+        return 0;
+    }
+    CHECK_JVMTI(error);
+    jclass type = nullptr;
+    const jvmtiError typeError = ourJVMTI->GetMethodDeclaringClass(id, &type);
+    if (isUnloaded(typeError)) {
+        return 0;
+    }
+    CHECK_JVMTI(typeError);
+    JvmtiMemory<char> classSignature;
+    const jvmtiError classError =
+        ourJVMTI->GetClassSignature(type, classSignature.receive(), nullptr);
+    env->DeleteLocalRef(type);
+    CHECK_JVMTI(classError);
+    const ZString className = SignatureUtil::convertClassSignatureToFullName(classSignature.get());
+    const ZString parameters = SignatureUtil::convertMethodSignatureToParameters(signature.get());
+    return ZMethod::getByName(className.c_str(), name.get(), parameters.c_str());
+}
+
+} // namespace
+
+int ZMethod::getByName(const char* className, const char* methodName, const char* parameters) {
+    StringPool* strings = ourDB->stringPool;
+    const IntTriple key = {strings->getDBIndex(methodName, true),
+                           strings->getDBIndex(parameters, true),
+                           strings->getDBIndex(className, true)};
+    const int known = ourMethodsByName.get(key);
+    if (known != 0) {
+        return known;
+    }
+    const int index = ourDB->methodTable->nextIndex();
+    MethodRecord* row = ourDB->methodTable->getRecord(index, true);
+    row->methodNameStrID = key.a;
+    row->parametersStrID = key.b;
+    row->classNameStrID = key.c;
+    row->flags = 0;
+    Filter::applyFilters(row);
+    row->flags |= flagsByName(className, methodName);
+    row->stamp = ourDB->currentStamp;
+    ourMethodsByName.put(key, index);
+    return index;
+}
+
+void ZMethod::reset() {
+    ourMethodID2MethodIndex.clear();
+    ourMethodsByName.clear();
+}
+
+int getMethodByID(JNIEnv* env, jmethodID id) {
+    if (id == nullptr) {
+        // A frame of a method that was redefined away.
+        return ZMethod::getByName(UNLOADED_CLASS, UNKNOWN_METHOD, "()");
+    }
+    const int known = ourMethodID2MethodIndex.get(id);
+    if (known != 0) {
+        return known;
+    }
+    int index = lookUp(env, id);
+    if (index == 0) {
+        // Between the walk of the stack and the question for the name.
+        index = ZMethod::getByName(UNLOADED_CLASS, UNKNOWN_METHOD, "()");
+    }
+    Logger::assertNotEquals(index, 0, "ZFrameStorage", __LINE__);
+    ourMethodID2MethodIndex.put(id, index);
+    return index;
+}

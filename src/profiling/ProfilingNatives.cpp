@@ -1,0 +1,234 @@
+// The natives through which the Java side reaches the database, telemetry, clocks and generations.
+#include "core/ground/CallbackNatives.h"
+#include "core/ground/Globals.h"
+#include "core/ground/UptimeProvider.h"
+#include "db/DB.h"
+#include "db/Progress.h"
+#include "db/SocketWriter.h"
+#include "profiling/CpuTime.h"
+#include "profiling/Exceptions.h"
+#include "profiling/FrequentSampling.h"
+#include "profiling/Generations.h"
+#include "profiling/InstanceCounting.h"
+#include "profiling/LiveTables.h"
+#include "profiling/Monitors.h"
+#include "profiling/NativeEntry.h"
+#include "profiling/PooledStrings.h"
+#include "profiling/TelemetryHelper.h"
+#include "profiling/ThreadInfo.h"
+#include "profiling/UserMessage.h"
+
+#define VDK_NATIVE(name) Java_com_vandrik_runtime_Callback_##name
+
+namespace {
+
+const char SOURCE[] = "ProfilingNatives";
+
+void readInts(JNIEnv* env, jintArray array, ZVector<int>* out) {
+    const jsize count = array == nullptr ? 0 : env->GetArrayLength(array);
+    for (jsize i = 0; i < count; i++) {
+        out->push(0);
+    }
+    if (count > 0) {
+        env->GetIntArrayRegion(array, 0, count, out->data());
+    }
+}
+
+// A client's stamps by slot; what it does not name it has never read.
+void readStamps(JNIEnv* env, jintArray array, int (&stamps)[MAX_TABLE_COUNT]) {
+    const jsize given = array == nullptr ? 0 : env->GetArrayLength(array);
+    const jsize count = given < MAX_TABLE_COUNT ? given : static_cast<jsize>(MAX_TABLE_COUNT);
+    for (int& stamp : stamps) {
+        stamp = 0;
+    }
+    if (count > 0) {
+        env->GetIntArrayRegion(array, 0, count, stamps);
+    }
+}
+
+void writeTablesImpl(JNIEnv* env, int socket, const TableSet& set, jintArray stampArray) {
+    int stamps[MAX_TABLE_COUNT];
+    readStamps(env, stampArray, stamps);
+    InstanceCounting counting(env, ourDB, set.mask);
+    LiveTables tables(env, &counting);
+    LockHolder lock(ourLock, "CoreNatives:822");
+    SocketWriter writer(socket);
+    Progress progress;
+    writeTables(ourDB, writer, set, 0, 0, &progress, stamps, false, &tables);
+    writer.writeInt(TABLE_STREAM_END);
+    ourDB->currentStamp++;
+    writer.flush();
+}
+
+int setProperty(JNIEnv* env, jstring name, jstring value) {
+    JavaChars nameChars(env, name);
+    Logger::assertNotNULL(nameChars.get(), SOURCE, __LINE__);
+    LockHolder lock(ourLock, "CoreNatives:setProperty");
+    const int valueStrID = value == nullptr ? 0 : getPooledStrID(env, value);
+    return ourDB->setProperty(nameChars.get(), valueStrID);
+}
+
+void storeTelemetry(JNIEnv* env, jintArray telec, jintArray tele, jintArray extNames,
+                    jintArray extValues) {
+    ZVector<int> properties;
+    ZVector<int> values;
+    ZVector<int> names;
+    ZVector<int> extra;
+    readInts(env, telec, &properties);
+    readInts(env, tele, &values);
+    readInts(env, extNames, &names);
+    readInts(env, extValues, &extra);
+    storeTelemetryRecord(env, properties, values, names, extra);
+}
+
+void setStackTelemetry(JNIEnv* env, bool isOn, int line) {
+    runNative(env, SOURCE, line, [&] {
+        LockHolder lock(ourLock, "CoreNatives:stackTelemetry");
+        if (isOn) {
+            ourStatus |= STACK_TELEMETRY;
+        } else {
+            ourStatus &= ~STACK_TELEMETRY;
+        }
+    });
+}
+
+void advanceGeneration(JNIEnv* env, jstring description) {
+    const ZString text = toZString(env, description);
+    {
+        LockHolder lock(ourLock, "CoreNatives:advanceGeneration");
+        Generations::advanceGeneration(env, text);
+    }
+    userMessage(env, "Object generation advanced", text);
+}
+
+} // namespace
+
+void JNICALL VDK_NATIVE(writeTables)(JNIEnv* env, jclass, jint socket, jint mask, jint limit,
+                                     jintArray stamps) {
+    runNative(env, SOURCE, __LINE__, [&] {
+        writeTablesImpl(env, socket, TableSet{mask, limit}, stamps);
+    });
+}
+
+jint JNICALL VDK_NATIVE(setProperty)(JNIEnv* env, jclass, jstring name, jstring value) {
+    jint result = 0;
+    runNative(env, SOURCE, __LINE__, [&] { result = setProperty(env, name, value); });
+    return result;
+}
+
+void JNICALL VDK_NATIVE(setPropertyByRecordIndex)(JNIEnv* env, jclass, jint row, jint value) {
+    runNative(env, SOURCE, __LINE__, [&] {
+        LockHolder lock(ourLock, "CoreNatives:setPropertyByRecordIndex");
+        Logger::assertTrue(row >= 0 && row < ourDB->propertyTable->getCapacity(), SOURCE, __LINE__);
+        ourDB->setPropertyByRecordIndex(row, value);
+    });
+}
+
+jint JNICALL VDK_NATIVE(findPropertyRecordIndex)(JNIEnv* env, jclass, jint nameStrID) {
+    jint result = -1;
+    runNative(env, SOURCE, __LINE__, [&] {
+        LockHolder lock(ourLock, "CoreNatives:findPropertyRecordIndex");
+        result = ourDB->findPropertyRecordIndex(nameStrID);
+    });
+    return result;
+}
+
+jstring JNICALL VDK_NATIVE(getDatabaseStatistics)(JNIEnv* env, jclass) {
+    jstring result = nullptr;
+    runNative(env, SOURCE, __LINE__, [&] {
+        ZString text;
+        {
+            LockHolder lock(ourLock, "CoreNatives:getDatabaseStatistics");
+            text = ourDB->getStatistics();
+        }
+        result = toJavaString(env, text);
+    });
+    return result;
+}
+
+void JNICALL VDK_NATIVE(storeTelemetryRecord)(JNIEnv* env, jclass, jintArray telec, jintArray tele,
+                                              jintArray extNames, jintArray extValues) {
+    runNative(env, SOURCE, __LINE__,
+              [&] { storeTelemetry(env, telec, tele, extNames, extValues); });
+}
+
+jboolean JNICALL VDK_NATIVE(isFrequentSampling)(JNIEnv* env, jclass) {
+    jboolean result = JNI_FALSE;
+    runNative(env, SOURCE, __LINE__, [&] { result = isFrequentSampling() ? JNI_TRUE : JNI_FALSE; });
+    return result;
+}
+
+jlong JNICALL VDK_NATIVE(getUptimeMs)(JNIEnv*, jclass) {
+    return ourUptimeProvider.getUptimeMs();
+}
+
+void JNICALL VDK_NATIVE(correctUptimeMs)(JNIEnv* env, jclass, jlong etalonMs) {
+    runNative(env, SOURCE, __LINE__, [&] {
+        LockHolder lock(ourLock, "CoreNatives:correctUptimeMs");
+        ourUptimeProvider.correctUptimeMs(etalonMs);
+    });
+}
+
+jlong JNICALL VDK_NATIVE(getCurrentThreadCPUTimeNs)(JNIEnv*, jclass) {
+    return getCurrentThreadCPUTimeNs();
+}
+
+jlong JNICALL VDK_NATIVE(getProcessCPUTimeNs)(JNIEnv*, jclass) {
+    return getProcessCPUTimeNs();
+}
+
+void JNICALL VDK_NATIVE(enableStackTelemetry)(JNIEnv* env, jclass) {
+    setStackTelemetry(env, true, __LINE__);
+}
+
+void JNICALL VDK_NATIVE(disableStackTelemetry)(JNIEnv* env, jclass) {
+    setStackTelemetry(env, false, __LINE__);
+}
+
+void JNICALL VDK_NATIVE(setThreadTemporaryEnabled)(JNIEnv* env, jclass, jboolean enabled) {
+    runNative(env, SOURCE, __LINE__, [&] {
+        ThreadInfo* info = getThreadInfo();
+        if (info != nullptr) {
+            info->temporaryEnabled = enabled == JNI_TRUE;
+        }
+    });
+}
+
+void JNICALL VDK_NATIVE(advanceGeneration)(JNIEnv* env, jclass, jstring description) {
+    runNative(env, SOURCE, __LINE__, [&] { advanceGeneration(env, description); });
+}
+
+void JNICALL VDK_NATIVE(clearMonitorData)(JNIEnv* env, jclass) {
+    runNative(env, SOURCE, __LINE__, [] {
+        LockHolder lock(ourLock, "CoreNatives:clearMonitorData");
+        Monitors::clearMonitorData();
+    });
+}
+
+void JNICALL VDK_NATIVE(clearExceptions)(JNIEnv* env, jclass) {
+    runNative(env, SOURCE, __LINE__, [] {
+        LockHolder lock(ourLock, "CoreNatives:clearExceptions");
+        Exceptions::clearExceptions();
+    });
+}
+
+void JNICALL VDK_NATIVE(clearAllocationData)(JNIEnv* env, jclass) {
+    runNative(env, SOURCE, __LINE__, [&] {
+        {
+            LockHolder lock(ourLock, "CoreNatives:clearAllocationData");
+            ourDB->clearTableAndTellReaders(SLOT_AllocInfo);
+        }
+        userMessage(env, "Allocation data cleared");
+    });
+}
+
+void JNICALL VDK_NATIVE(addSnapshotInfo)(JNIEnv* env, jclass, jstring path, jlong flags) {
+    runNative(env, SOURCE, __LINE__, [&] { addSnapshotInfo(toZString(env, path), flags); });
+}
+
+jboolean JNICALL VDK_NATIVE(findSnapshot)(JNIEnv* env, jclass, jstring path) {
+    jboolean result = JNI_FALSE;
+    runNative(env, SOURCE, __LINE__,
+              [&] { result = findSnapshot(toZString(env, path)) ? JNI_TRUE : JNI_FALSE; });
+    return result;
+}

@@ -1,0 +1,250 @@
+#include "profiling/Sampling.h"
+
+#include <cstdlib>
+#include <ctime>
+
+#include "core/ground/CommonUtils.h"
+#include "core/ground/Globals.h"
+#include "core/ground/Guard.h"
+#include "core/ground/JNIUtils.h"
+#include "core/ground/JvmGlobals.h"
+#include "core/ground/Options.h"
+#include "core/ground/UptimeProvider.h"
+#include "profiling/ThreadInfo.h"
+#include "profiling/ZFrameStorage.h"
+
+namespace {
+
+constexpr jint MAX_FRAMES = 10000;
+constexpr long IDLE_WAIT_MS = 100;
+// A reading of 100 s or more means a clock fault or a suspended process, and is dropped.
+constexpr long MAX_SAMPLE_NS = 99999999999L;
+
+// Pseudo-random numbers for the spread of the period.
+class ZRandom {
+public:
+    explicit ZRandom(unsigned firstSeed) : seed(firstSeed) {}
+    int below(int limit) { return rand_r(&seed) % limit; }
+
+private:
+    unsigned seed;
+};
+
+// All stacks of one moment. Frees them, and the references to the threads.
+class AllStacks {
+public:
+    AllStacks(JNIEnv* jniEnv) : env(jniEnv), stacks(nullptr), count(0) {}
+    ~AllStacks() {
+        for (jint i = 0; i < count; i++) {
+            env->DeleteLocalRef(stacks[i].thread);
+        }
+        deallocateQuietly(stacks);
+    }
+    AllStacks(const AllStacks&) = delete;
+    AllStacks& operator=(const AllStacks&) = delete;
+
+    // False outside the live phase, which ends a pass silently, and after an attach that failed
+    // when the telemetry thread ran already.
+    bool take() {
+        if (ourJVMTI == nullptr) {
+            return false;
+        }
+        const jvmtiError error = ourJVMTI->GetAllStackTraces(MAX_FRAMES, &stacks, &count);
+        if (error == JVMTI_ERROR_WRONG_PHASE) {
+            return false;
+        }
+        CHECK_JVMTI(error);
+        announceLocalReferences(env, count);
+        return true;
+    }
+    // Calls visit(info, stack) for every live thread that the agent knows and that is none of its
+    // own.
+    template <typename Visitor>
+    void eachThread(Visitor&& visit) {
+        for (jint i = 0; i < count; i++) {
+            if ((stacks[i].state & JVMTI_THREAD_STATE_ALIVE) == 0) {
+                continue;
+            }
+            ThreadInfo* info = getStoredThreadInfo(stacks[i].thread);
+            if (info != nullptr) {
+                visit(info, stacks[i]);
+            }
+        }
+    }
+
+private:
+    JNIEnv* env;
+    jvmtiStackInfo* stacks;
+    jint count;
+};
+
+// The local frame keeps references that a JVMTI call leaves behind from piling up in this thread,
+// which never returns to Java.
+class LocalFrame {
+public:
+    explicit LocalFrame(JNIEnv* jniEnv) : env(jniEnv->PushLocalFrame(64) == 0 ? jniEnv : nullptr) {
+        if (env == nullptr) {
+            // Out of memory: the pass works without a frame, but not with an exception pending.
+            jniEnv->ExceptionClear();
+        }
+    }
+    ~LocalFrame() {
+        if (env != nullptr) {
+            env->PopLocalFrame(nullptr);
+        }
+    }
+    LocalFrame(const LocalFrame&) = delete;
+    LocalFrame& operator=(const LocalFrame&) = delete;
+
+private:
+    JNIEnv* env;
+};
+
+long nextWaitMs(ZRandom* random) {
+    const int period = ourOptions->samplingPeriod;
+    const int delta = ourOptions->samplingDelta;
+    if (delta <= 0) {
+        return period < 1 ? 1 : period;
+    }
+    const long wait = static_cast<long>(period) - delta + random->below(2 * delta);
+    return wait < 1 ? 1 : wait;
+}
+
+bool isSamplingOn() {
+    return (ourStatus & (CPU_COUNTS_BIT | CPU_TIMES_BIT)) == CPU_TIMES_BIT;
+}
+
+void sampleAllThreads(JNIEnv* env, long wallDeltaNs) {
+    LockHolder lock(ourLock, "Sampling:80");
+    if (!isSamplingOn()) {
+        return;
+    }
+    LocalFrame localFrame(env);
+    AllStacks stacks(env);
+    if (!stacks.take()) {
+        return;
+    }
+    stacks.eachThread([&](ThreadInfo* info, const jvmtiStackInfo& stack) {
+        if (info->agentThread) {
+            return;
+        }
+        const int frame = ourFrameStorage.skipHidden(
+            ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(env, stack, &info->lastStack));
+        if (frame > 0) {
+            doThreadSample(info, frame, wallDeltaNs);
+        }
+    });
+}
+
+// A wait that the JVM interrupts is as good as one that ran out.
+void waitMs(long milliseconds) {
+    const jvmtiError error = ourJVMTI->RawMonitorWait(ourJVMTISamplerLock, milliseconds);
+    if (error != JVMTI_ERROR_INTERRUPT) {
+        CHECK_JVMTI(error);
+    }
+}
+
+// One wait and one pass. Failures are logged; the sampler goes on.
+void samplePeriod(JNIEnv* env, ZRandom* random) {
+    const long start = getTimeNs();
+    waitMs(nextWaitMs(random));
+    sampleAllThreads(env, getTimeNs() - start);
+}
+
+} // namespace
+
+void JNICALL sampler_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void*) {
+    const bool started = runGuarded("Sampling", __LINE__, [&] {
+        Logger::assertTrue(jvmti == ourJVMTI, "Sampling", __LINE__);
+        Logger::assertNotNULL(ourJVMTISamplerLock, "Sampling", __LINE__);
+        CHECK_JVMTI(ourJVMTI->RawMonitorEnter(ourJVMTISamplerLock));
+    });
+    if (!started) {
+        return;
+    }
+    ZRandom random(static_cast<unsigned>(time(nullptr)));
+    for (;;) {
+        bool ok = true;
+        while (ok && (ourStatus & CPU_TIMES_BIT) != 0) {
+            ok = runGuarded("Sampling", __LINE__, [&] { samplePeriod(env, &random); });
+        }
+        // After a failure this wait keeps a lasting fault from filling the log in no time. When
+        // even waiting fails the JVM is ending.
+        if (!runGuarded("Sampling", __LINE__, [] { waitMs(IDLE_WAIT_MS); })) {
+            return;
+        }
+    }
+}
+
+void doThreadSample(ThreadInfo* info, int frame, long wallDeltaNs) {
+    chargeThreadSample(info, frame, wallDeltaNs, info->readCpuTimeNs());
+}
+
+void chargeThreadSample(ThreadInfo* info, int frame, long wallDeltaNs, long cpuTimeNs) {
+    const long cpuDelta = info->lastCpuTimeNs == 0 ? 0 : cpuTimeNs - info->lastCpuTimeNs;
+    info->lastCpuTimeNs = cpuTimeNs;
+    if (frame == 0 || (getMethodFlags(ourFrameStorage.getMethodIndex(frame)) & METHOD_WAIT) != 0) {
+        return;
+    }
+    if (cpuDelta < 1 && frame == info->idleFrame) {
+        return;
+    }
+    info->idleFrame = ThreadInfo::NO_FRAME;
+    const long wallValue = cpuDelta > wallDeltaNs ? cpuDelta : wallDeltaNs;
+    long delta = cpuDelta;
+    bool inWallTime = false;
+    for (int f = frame; f > 0; f = ourFrameStorage.getParent(f)) {
+        if ((getMethodFlags(ourFrameStorage.getMethodIndex(f)) & METHOD_WALL_TIME) != 0) {
+            info->needsWallTimeCorrection = true;
+            delta = wallValue;
+            inWallTime = true;
+        }
+        CPUProfilingRecord* row = info->getCPUProfilingRecord(f, true);
+        if (delta >= 1 && delta <= MAX_SAMPLE_NS) {
+            row->timeNs += delta;
+            row->stamp = ourDB->currentStamp;
+        }
+    }
+    if (!inWallTime) {
+        info->idleFrame = frame;
+    }
+}
+
+void doThreadStateSample(ThreadInfo* info, int frame, int jvmtiState) {
+    const int index = ourDB->threadStateTable->nextIndex();
+    ThreadStateRecord* row = ourDB->threadStateTable->getRecord(index, true);
+    row->trn = info->trn;
+    row->frame = frame < 0 ? 0 : frame;
+    row->jvmtiThreadState = jvmtiState;
+    row->cpuTimeNs = info->readCpuTimeNs();
+    row->stamp = ourDB->currentStamp;
+}
+
+void sampleThreadStatesJVMTI(JNIEnv* env, bool withStacks, int* startIndex, int* count) {
+    Logger::assertNotNULL(env, "Sampling", __LINE__);
+    Logger::assertNotNULL(startIndex, "Sampling", __LINE__);
+    Logger::assertNotNULL(count, "Sampling", __LINE__);
+    *startIndex = ourDB->threadStateTable->peekNextIndex();
+    *count = 0;
+    if (!withStacks) {
+        *count = -1;
+        return;
+    }
+    LocalFrame localFrame(env);
+    AllStacks stacks(env);
+    if (!stacks.take()) {
+        return;
+    }
+    stacks.eachThread([&](ThreadInfo* info, const jvmtiStackInfo& stack) {
+        if (!info->hasName()) {
+            info->ensureThreadHasName(env, stack.thread);
+        }
+        if (info->agentThread) {
+            return;
+        }
+        const int frame = ourFrameStorage.skipHidden(
+            ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(env, stack, &info->lastStack));
+        doThreadStateSample(info, frame, stack.state);
+        ++*count;
+    });
+}

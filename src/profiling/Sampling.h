@@ -1,0 +1,26 @@
+#pragma once
+
+#include <jvmti.h>
+
+class ThreadInfo;
+
+// Sampling: one agent thread wakes at a fixed period, takes all stacks in one JVMTI call and
+// charges each thread's CPU time since its last sample to every frame of its stack. The same walk
+// serves the thread states of telemetry. All table updates happen under ourLock; the wait happens
+// outside it.
+
+// Body of the thread "VDKAgent-CPUSampler". Never returns.
+void JNICALL sampler_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void*);
+
+// Charges one sample: the thread's CPU time since its last one, or from a wall-time frame upward
+// the elapsed time wallDeltaNs if that is more. Caller holds ourLock.
+void doThreadSample(ThreadInfo* info, int frame, long wallDeltaNs);
+// The same with the thread's CPU clock already read, in nanoseconds.
+void chargeThreadSample(ThreadInfo* info, int frame, long wallDeltaNs, long cpuTimeNs);
+
+// Appends a row to threadstate. Caller holds ourLock.
+void doThreadStateSample(ThreadInfo* info, int frame, int jvmtiState);
+
+// Appends a threadstate row for every live thread but the agent's own. *startIndex is the first
+// one, *count their number, -1 without stacks. Caller holds ourLock.
+void sampleThreadStatesJVMTI(JNIEnv* env, bool withStacks, int* startIndex, int* count);

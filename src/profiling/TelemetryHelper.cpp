@@ -1,0 +1,107 @@
+#include "profiling/TelemetryHelper.h"
+
+#include <cstdlib>
+
+#include "core/ground/Globals.h"
+#include "core/ground/Options.h"
+#include "core/ground/UptimeProvider.h"
+#include "db/DB.h"
+#include "profiling/ClassLoadingProbe.h"
+#include "profiling/Sampling.h"
+
+namespace {
+
+// Eviction is looked at once in so many records.
+constexpr int EVICTION_INTERVAL = 20;
+constexpr int CHUNK_SHIFT = ZIntChunkMap<TelemetryRecord>::CHUNK_SHIFT;
+// Fields of the record that the agent fills behind the Java side's.
+constexpr long MS_PER_DECISECOND = 100;
+
+template <typename T>
+void freeChunksBelow(DBTable<T>* table, int chunkLimit) {
+    const int chunks = table->getRecords().getChunkCount();
+    for (int chunk = 0; chunk < chunkLimit && chunk < chunks; chunk++) {
+        table->getRecords().freeChunk(chunk);
+    }
+}
+
+void storeProperties(const ZVector<int>& telec) {
+    for (int i = 0; i < telec.getSize(); i++) {
+        PropertyRecord* row = ourDB->propertyTable->getRecord(i, true);
+        if (row->value != telec[i]) {
+            row->value = telec[i];
+            row->stamp = ourDB->currentStamp;
+        }
+    }
+}
+
+// Appends the extra values. The first name decides for all: 0 there means that there are none.
+int storeExtraValues(const ZVector<int>& names, const ZVector<int>& values) {
+    if (names.isEmpty() || names[0] == 0) {
+        return 0;
+    }
+    for (int i = 0; i < names.getSize(); i++) {
+        const int index = ourDB->telemetryExtTable->nextIndex();
+        TelemetryExtRecord* row = ourDB->telemetryExtTable->getRecord(index, true);
+        row->nameStrID = names[i];
+        row->value = values[i];
+        row->stamp = ourDB->currentStamp;
+    }
+    return names.getSize();
+}
+
+} // namespace
+
+void evictTelemetry(int index) {
+    const int limit = ourDB->telemetryLimit;
+    if (limit == -1 || index <= limit || index % EVICTION_INTERVAL != 0) {
+        return;
+    }
+    const int chunks = (index - limit) >> CHUNK_SHIFT;
+    if (chunks < 1) {
+        return;
+    }
+    freeChunksBelow(ourDB->telemetryTable, chunks);
+    const TelemetryRecord* oldest = ourDB->telemetryTable->getRecord(chunks << CHUNK_SHIFT, true);
+    freeChunksBelow(ourDB->threadStateTable,
+                    oldest->values[TELE_THREAD_STATE_START_INDEX] >> CHUNK_SHIFT);
+    freeChunksBelow(ourDB->telemetryExtTable, oldest->values[TELE_EXT_START_INDEX] >> CHUNK_SHIFT);
+}
+
+void storeTelemetryRecord(JNIEnv* env, const ZVector<int>& telec, const ZVector<int>& tele,
+                          const ZVector<int>& extNames, const ZVector<int>& extValues) {
+    LockHolder lock(ourLock, "CoreNatives:467");
+    Logger::assertTrue(telec.getSize() <= TELEC_FIELD_COUNT, "CoreNatives", 470);
+    Logger::assertEquals(tele.getSize(), TELE_FIELD_COUNT, "CoreNatives", 500);
+    Logger::assertEquals(extNames.getSize(), extValues.getSize(), "CoreNatives", 518);
+    ClassLoadingProbe::flushUnloadedClassesToDB();
+    storeProperties(telec);
+    const int index = ourDB->telemetryTable->nextIndex();
+    evictTelemetry(index);
+    TelemetryRecord* row = ourDB->telemetryTable->getRecord(index, true);
+    row->stamp = ourDB->currentStamp;
+    for (int i = 0; i < TELE_FIELD_COUNT; i++) {
+        row->values[i] = tele[i];
+    }
+    sampleThreadStatesJVMTI(env, (ourStatus & STACK_TELEMETRY) != 0,
+                            &row->values[TELE_THREAD_STATE_START_INDEX],
+                            &row->values[TELE_THREAD_STATE_COUNT]);
+    row->values[TELE_EXT_START_INDEX] = ourDB->telemetryExtTable->peekNextIndex();
+    row->values[TELE_EXT_COUNT] = storeExtraValues(extNames, extValues);
+    row->values[TELE_UPTIME_DS] =
+        static_cast<int>(ourUptimeProvider.getUptimeMs() / MS_PER_DECISECOND);
+    if (Options::isDebug("_crashInTelemetry")) {
+        Logger::message("forced crash (debug=_crashInTelemetry)");
+        abort();
+    }
+}
+
+void addSnapshotInfo(const ZString& path, long value) {
+    LockHolder lock(ourLock, "TelemetryHelper:21");
+    ourDB->addSnapshotRow(path, value);
+}
+
+bool findSnapshot(const ZString& path) {
+    LockHolder lock(ourLock, "TelemetryHelper:27");
+    return ourDB->hasSnapshotRow(path);
+}

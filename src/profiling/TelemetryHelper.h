@@ -1,0 +1,23 @@
+#pragma once
+
+#include <jni.h>
+
+#include "core/ground/ZString.h"
+#include "core/ground/ZVector.h"
+
+// TelemetryHelper: what the Java side stores in the tables of telemetry and snapshots.
+
+// Stores one telemetry record: the six values of properties rows 0 to 5, the values of a tele row,
+// and named extra values; takes the thread states that go with it. Evicts the oldest chunks beyond
+// the limit. Takes ourLock.
+void storeTelemetryRecord(JNIEnv* env, const ZVector<int>& telec, const ZVector<int>& tele,
+                          const ZVector<int>& extNames, const ZVector<int>& extValues);
+
+// Frees the chunks of tele that rows from `index` on push beyond the limit, and those of
+// threadstate and tele_ext that only they referred to. Caller holds ourLock.
+void evictTelemetry(int index);
+
+// Notes a snapshot file of this process. Takes ourLock.
+void addSnapshotInfo(const ZString& path, long value);
+// A snapshot of that path is known. Takes ourLock.
+bool findSnapshot(const ZString& path);

@@ -1,0 +1,178 @@
+#include "profiling/ThreadInfo.h"
+
+#include <cstring>
+
+#include "core/ground/CommonUtils.h"
+#include "core/ground/JvmGlobals.h"
+#include "db/DB.h"
+#include "profiling/CpuTime.h"
+#include "profiling/FinishedThreads.h"
+#include "profiling/MethodLookup.h"
+#include "profiling/WallTimeCorrector.h"
+#include "profiling/ZFrameStorage.h"
+
+namespace {
+
+const int FIRST_TFI_INDEX = 1;
+const int MARKER_CAPACITY = 64;
+const int USUAL_THREAD_COUNT = 100;
+const char AGENT_THREAD_PREFIX[] = "VDKAgent-";
+const char GC_THREAD_PREFIX[] = "(GC Main Thread)";
+const char CALIBRATION_THREAD[] = "VDKAgent-Calibration";
+
+bool startsWith(const char* text, const char* prefix) {
+    return strncmp(text, prefix, strlen(prefix)) == 0;
+}
+
+ThreadRecord* recordOf(const ThreadInfo& info) {
+    return ourDB->threadTable->getRecord(info.threadRecordIndex, true);
+}
+
+} // namespace
+
+IndexPool& ThreadInfo::ourIndexForTFIPool = *new IndexPool(FIRST_TFI_INDEX);
+int ThreadInfo::ourRunningNumber = 0;
+
+ZSet<ThreadInfo*>& ourAllThreadInfos = *new ZSet<ThreadInfo*>(USUAL_THREAD_COUNT);
+ThreadInfo* ourOldestFinishedThreads = nullptr;
+ThreadInfo* ourVMStartThread = nullptr;
+
+ThreadInfo::ThreadInfo(const char* name, const char* group, long nativeID, jobject thread)
+    : nativeThreadID(nativeID), threadObject(thread),
+      threadRecordIndex(ourDB->threadTable->nextIndex()), callCounter(0), currentFrame(NO_FRAME),
+      agentThread(false), calibrationThread(false), temporaryEnabled(false), lastCpuTimeNs(0),
+      markers(MARKER_CAPACITY), idleFrame(NO_FRAME) {
+    tfiThreadIndex = ourIndexForTFIPool.nextIndex();
+    trn = ++ourRunningNumber;
+    deriveKind(name);
+    ThreadRecord* record = recordOf(*this);
+    record->nameStrID = ourDB->stringPool->getDBIndex(name, true);
+    record->groupStrID = ourDB->stringPool->getDBIndex(group == nullptr ? "" : group, true);
+    record->tfiThreadIndex = tfiThreadIndex;
+    record->trn = trn;
+    record->nativeThreadID = nativeID;
+    record->stamp = ourDB->currentStamp;
+}
+
+void ThreadInfo::deriveKind(const char* name) {
+    agentThread = name != nullptr &&
+                  (startsWith(name, AGENT_THREAD_PREFIX) || startsWith(name, GC_THREAD_PREFIX));
+    calibrationThread = name != nullptr && strcmp(name, CALIBRATION_THREAD) == 0;
+}
+
+const char* ThreadInfo::getThreadName() const {
+    const char* name = ourDB->stringPool->getText(recordOf(*this)->nameStrID);
+    return name == nullptr ? "<NULL>" : name;
+}
+
+bool ThreadInfo::hasName() const {
+    return *getThreadName() != 0;
+}
+
+void ThreadInfo::setName(const char* name) {
+    const int nameStrID = ourDB->stringPool->getDBIndex(name, true);
+    ThreadRecord* record = recordOf(*this);
+    if (record->nameStrID != nameStrID) {
+        record->nameStrID = nameStrID;
+        record->stamp = ourDB->currentStamp;
+        deriveKind(name);
+    }
+}
+
+void ThreadInfo::ensureThreadHasName(JNIEnv* env, jthread thread) {
+    jvmtiThreadInfo info = {};
+    if (ourJVMTI->GetThreadInfo(thread, &info) != JVMTI_ERROR_NONE) {
+        return;
+    }
+    JvmtiMemory<char> name;
+    *name.receive() = info.name;
+    env->DeleteLocalRef(info.thread_group);
+    env->DeleteLocalRef(info.context_class_loader);
+    if (info.name != nullptr) {
+        setName(info.name);
+    }
+}
+
+void ThreadInfo::onThreadStart() {
+    ourAllThreadInfos.add(this);
+}
+
+void ThreadInfo::onThreadEnd() {
+    ourAllThreadInfos.remove(this);
+    WallTimeCorrector::threadEnds(this);
+    FinishedThreads::add(trn);
+}
+
+long ThreadInfo::readCpuTimeNs() const {
+    jlong time = 0;
+    if (nativeThreadID != 0) {
+        time = getThreadCPUTimeNs(nativeThreadID);
+    } else if (threadObject == nullptr ||
+               ourJVMTI->GetThreadCpuTime(threadObject, &time) != JVMTI_ERROR_NONE) {
+        // At load the JVM is not asked for its own thread clocks, and refuses this.
+        return 0;
+    }
+    return time < 0 ? 0 : time;
+}
+
+CPUProfilingRecord* ThreadInfo::getCPUProfilingRecord(int frame, bool create) {
+    const int tfi = ourDB->threadFrameIndex->getTFI(tfiThreadIndex, frame, create);
+    return tfi < 0 ? nullptr : ourDB->cpuProfilingTable->getRecord(tfi, true);
+}
+
+AllocInfoRecord* ThreadInfo::getAllocInfo(int frame) {
+    const int tfi = ourDB->threadFrameIndex->getTFI(tfiThreadIndex, frame, true);
+    return ourDB->allocInfoTable->getRecord(tfi, true);
+}
+
+J2EERecord* ThreadInfo::getJ2EERecord(int nameStrID, int typeID, int frame) {
+    return ourDB->j2eeTable->getRecord(ourDB->j2eeIndex->getIndex(nameStrID, typeID, frame, trn),
+                                       true);
+}
+
+void ThreadInfo::clearCPUAndJ2EEInfo() {
+    forgetLastSample();
+    currentFrame = NO_FRAME;
+    startTimes.clear();
+    startCounts.clear();
+    forgetMarkers();
+    j2eeRecords.clear();
+    j2eeStartTimes.clear();
+    ourDB->j2eeIndex->clearThread(trn);
+    needsWallTimeCorrection = false;
+}
+
+void createStandInThreads() {
+    ThreadInfo::ourIndexForTFIPool.clearIndexPool();
+    ThreadInfo::ourRunningNumber = 0;
+    ourAllThreadInfos.clear();
+    FinishedThreads::reset();
+    ZMethod::reset();
+    ourFrameStorage.reset();
+    ourOldestFinishedThreads = new ThreadInfo("<Oldest finished threads>", "", 0, nullptr);
+    ourDB->oldestFinishedThreads = ourOldestFinishedThreads;
+    ourVMStartThread = new ThreadInfo("VM Start", "", 0, nullptr);
+}
+
+ThreadInfo* getStoredThreadInfo(jthread thread) {
+    void* info = nullptr;
+    if (ourJVMTI == nullptr || ourJVMTI->GetThreadLocalStorage(thread, &info) != JVMTI_ERROR_NONE) {
+        return nullptr;
+    }
+    return static_cast<ThreadInfo*>(info);
+}
+
+ThreadInfo* getThreadInfoJVMTI(jthread thread) {
+    return getJVMTIPhase() == JVMTI_PHASE_START ? ourVMStartThread : getStoredThreadInfo(thread);
+}
+
+ThreadInfo* getThreadInfo() {
+    switch (getJVMTIPhase()) {
+    case JVMTI_PHASE_START:
+        return ourVMStartThread;
+    case JVMTI_PHASE_LIVE:
+        return getStoredThreadInfo(nullptr);
+    default:
+        return nullptr;
+    }
+}

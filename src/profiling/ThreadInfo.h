@@ -1,0 +1,127 @@
+#pragma once
+
+#include <jvmti.h>
+
+#include <atomic>
+
+#include "core/ground/ZSet.h"
+#include "core/ground/ZVector.h"
+#include "db/IndexPool.h"
+#include "db/Records.h"
+#include "db/ThreadKeys.h"
+#include "profiling/StackMemory.h"
+
+// ThreadInfo: the agent's state of one thread, reached through JVMTI thread-local storage. It lives
+// from the thread's start to its end; the thread's row, and its rows in the result tables, live on
+// until the thread is one of the oldest dead ones. Threads that the agent does not know, virtual
+// threads among them, have none.
+//
+// ourLock guards everything; markers, startTimes and startCounts belong to the thread itself, which
+// changes markers without the lock.
+class ThreadInfo : public ThreadKeys {
+public:
+    // Gives the thread its row and its keys. A null group stands for "". threadObject is a global
+    // reference that the creator releases. Caller holds ourLock.
+    ThreadInfo(const char* name, const char* group, long nativeID, jobject thread);
+    ThreadInfo(const ThreadInfo&) = delete;
+    ThreadInfo& operator=(const ThreadInfo&) = delete;
+
+    // All with ourLock held.
+
+    // Text of the row's name, "<NULL>" if there is none.
+    const char* getThreadName() const;
+    bool hasName() const;
+    // Brings the name up to date: threads can be renamed. A failing JVMTI call changes nothing.
+    void ensureThreadHasName(JNIEnv* env, jthread thread);
+    void setName(const char* name);
+
+    // From here on the thread is one of ourAllThreadInfos.
+    void onThreadStart();
+    // The thread has ended: merges the oldest dead threads beyond the limit away, and now and then
+    // collects strings. The caller deletes the object.
+    void onThreadEnd();
+
+    // Row of cpuprofiling for this thread in a frame; null for an unknown pair without create.
+    CPUProfilingRecord* getCPUProfilingRecord(int frame, bool create);
+    // Row of allocinfo for this thread in a frame, made if need be.
+    AllocInfoRecord* getAllocInfo(int frame);
+    J2EERecord* getJ2EERecord(int nameStrID, int typeID, int frame);
+    // Forgets open calls and the last clock reading, and deletes the rows of j2ee.
+    void clearCPUAndJ2EEInfo();
+    // CPU time of the thread, by its native id, or by the JVM for a thread that began before the
+    // agent; 0 when neither can tell. Nanoseconds.
+    long readCpuTimeNs() const;
+    // The next sample counts as the first: for want of an earlier reading it charges no time.
+    void forgetLastSample() {
+        lastCpuTimeNs = 0;
+        idleFrame = NO_FRAME;
+    }
+
+    static constexpr int NO_FRAME = -1;
+
+    long nativeThreadID;   // the operating system's id, 0 if unknown
+    jobject threadObject;  // global reference, null if none
+    int threadRecordIndex; // row of thread
+    // The traced stack: entry times and values of callCounter at entry, one a frame.
+    ZVector<long> startTimes;
+    ZVector<long> startCounts;
+    ZVector<long> j2eeStartTimes;
+    ZVector<J2EERecord*> j2eeRecords;
+    long callCounter; // calls traced in this thread
+    int currentFrame; // top of the traced stack, NO_FRAME while it is not known
+    bool agentThread;
+    bool calibrationThread;
+    bool temporaryEnabled; // an agent thread may write rows of probe tables
+    long lastCpuTimeNs;    // last reading of the sampler, 0 before the first
+    // One a traced call, true if its method is filtered. The thread itself changes it without a
+    // lock, through ownMarkers; others only ask it to forget.
+    ZVector<bool> markers;
+    ZVector<bool>& ownMarkers() {
+        if (markersForgotten) {
+            markersForgotten = false;
+            markers.clear();
+        }
+        return markers;
+    }
+    void forgetMarkers() { markersForgotten = true; }
+    std::atomic<bool> markersForgotten{false};
+    // A frame whose rows all exist and whose stack has no wall-time method: a sample there that
+    // charges nothing needs no walk.
+    int idleFrame;
+    StackMemory lastStack;
+
+    static IndexPool& ourIndexForTFIPool; // 0 in a row means merged away, so keys begin at 1
+    static int ourRunningNumber;          // of the last thread made
+
+private:
+    void deriveKind(const char* name);
+};
+
+extern ZSet<ThreadInfo*>& ourAllThreadInfos;
+
+// Calls visit(info) for every live thread. Caller holds ourLock; no thread may start or end
+// meanwhile.
+template <typename Visitor>
+void eachThreadInfo(Visitor&& visit) {
+    for (int slot = 0; slot < ourAllThreadInfos.getCapacity(); slot++) {
+        if (ourAllThreadInfos.isFull(slot)) {
+            visit(ourAllThreadInfos.keyAt(slot));
+        }
+    }
+}
+// Stands for all threads that were merged away.
+extern ThreadInfo* ourOldestFinishedThreads;
+// Stands for all threads during the start phase of the JVM.
+extern ThreadInfo* ourVMStartThread;
+
+// Begins the registry of threads, frames and methods for a new ourDB, and makes the two threads
+// that stand for others. Runs once, as a step of making the database.
+void createStandInThreads();
+
+// The ThreadInfo of a thread, null standing for the current one. Null for a thread that the agent
+// does not know, one in its end, a virtual thread. Takes no lock.
+ThreadInfo* getThreadInfoJVMTI(jthread thread);
+// The same in the live phase only, without asking for the phase: for walks over all threads.
+ThreadInfo* getStoredThreadInfo(jthread thread);
+// The current thread's; null outside the start and live phases.
+ThreadInfo* getThreadInfo();

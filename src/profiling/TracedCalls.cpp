@@ -1,0 +1,268 @@
+#include "profiling/TracedCalls.h"
+
+#include "core/ground/CallbackNatives.h"
+#include "core/ground/Globals.h"
+#include "core/ground/Guard.h"
+#include "core/ground/Options.h"
+#include "core/ground/UptimeProvider.h"
+#include "db/DB.h"
+#include "profiling/CpuTime.h"
+#include "profiling/MethodLookup.h"
+#include "profiling/ThreadInfo.h"
+#include "profiling/Tracing.h"
+#include "profiling/TracingSwitch.h"
+#include "profiling/ZFrameStorage.h"
+
+TracingSwitch ourTracingSwitch;
+
+namespace {
+
+// Places of getTimeDeltaNs.
+const int PLACE_EXIT = 1;
+const int PLACE_RESET_CPU = 2;
+const int PLACE_RESET_WALL = 3;
+
+// Both clocks of a thread at one moment.
+struct ThreadClocks {
+    ThreadClocks(const ThreadInfo* info, bool currentThread)
+        : cpu(currentThread ? getCurrentThreadCPUTimeNs() : info->readCpuTimeNs()),
+          wall(getTimeNs()) {}
+    long of(bool isWall) const { return isWall ? wall : cpu; }
+    long cpu;
+    long wall;
+};
+
+bool isWallTime(int method) {
+    return (getMethodFlags(method) & METHOD_WALL_TIME) != 0;
+}
+
+bool isWallTimeFrame(int frame) {
+    return isWallTime(ourFrameStorage.getMethodIndex(frame));
+}
+
+long getCurrentThreadTimeNsByFlags(int flags) {
+    return (flags & METHOD_WALL_TIME) != 0 ? getTimeNs() : getCurrentThreadCPUTimeNs();
+}
+
+int joinMethodId(jshort low, jshort high) {
+    return static_cast<int>(static_cast<unsigned>(high) << 16 | static_cast<unsigned short>(low));
+}
+
+// The current thread's state, null if the thread is not traced. Takes no lock.
+ThreadInfo* getTracedThread() {
+    ThreadInfo* const info = ourVMInitCalled ? getStoredThreadInfo(nullptr) : getThreadInfo();
+    if (info == nullptr) {
+        return nullptr;
+    }
+    const bool traced = getCalibration() == -1 ? info->calibrationThread : !info->agentThread;
+    return traced ? info : nullptr;
+}
+
+bool isTracing() {
+    return (ourStatus & CPU_COUNTS_BIT) != 0;
+}
+
+// A frame's time must be at least the sum of its children's.
+void checkParent(ThreadInfo* info) {
+    const int parent = ourFrameStorage.getParent(info->currentFrame);
+    if (parent < 1) {
+        return;
+    }
+    long sum = 0;
+    for (int child = ourFrameStorage.getFirstChild(parent); child != -1;
+         child = ourFrameStorage.getNextSibling(child)) {
+        const CPUProfilingRecord* const record = info->getCPUProfilingRecord(child, false);
+        sum += record == nullptr ? 0 : record->timeNs;
+    }
+    const CPUProfilingRecord* const record = info->getCPUProfilingRecord(parent, false);
+    Logger::assertNotNULL(record, "Tracing", __LINE__);
+    if (record->timeNs < sum) {
+        info->needsWallTimeCorrection = true;
+    }
+}
+
+void forgetStack(ThreadInfo* info) {
+    info->currentFrame = ThreadInfo::NO_FRAME;
+    info->startTimes.clear();
+    info->startCounts.clear();
+    info->forgetMarkers();
+}
+
+void enterCall(JNIEnv* env, int method) {
+    ThreadInfo* const info = getTracedThread();
+    if (info == nullptr) {
+        return;
+    }
+    const int flags = getMethodFlags(method);
+    const bool filtered = (flags & METHOD_FILTERED) != 0;
+    ZVector<bool>& markers = info->ownMarkers();
+    const bool collapse = filtered && !markers.isEmpty() && markers.peek();
+    markers.push(filtered);
+    if (collapse) {
+        return;
+    }
+    // Reading a clock costs as much as the rest, so it is not done under the lock.
+    const long now = getCurrentThreadTimeNsByFlags(flags);
+    LockHolder lock(ourLock, "Instrumentation:679");
+    if (!isTracing() || !canEnter(info)) {
+        return;
+    }
+    int frame;
+    if (info->currentFrame == ThreadInfo::NO_FRAME) {
+        info->markersForgotten = false;
+        frame = ourFrameStorage.fillCurrentFrameJVMTI(env, &markers);
+        Logger::assertNotEquals(frame, -1, "Tracing", __LINE__);
+        info->currentFrame = frame;
+        info->startTimes.clear();
+        info->startCounts.clear();
+        restoreStackTrace(info, true);
+    } else {
+        frame = ourFrameStorage.getChild(info->currentFrame, method);
+        info->startTimes.push(now);
+        info->startCounts.push(info->callCounter++);
+        info->currentFrame = frame;
+    }
+    Logger::assertNotEquals(frame, 0, "Tracing", __LINE__);
+    CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
+    record->count++;
+    record->stamp = ourDB->currentStamp;
+}
+
+void exitCall(int method) {
+    ThreadInfo* const info = getTracedThread();
+    if (info == nullptr) {
+        return;
+    }
+    ZVector<bool>& markers = info->ownMarkers();
+    if (markers.isEmpty()) {
+        return;
+    }
+    const bool filtered = markers.pop();
+    if (filtered && !markers.isEmpty() && markers.peek()) {
+        return;
+    }
+    const int flags = getMethodFlags(method);
+    const long now = getCurrentThreadTimeNsByFlags(flags);
+    LockHolder lock(ourLock, "Instrumentation:755");
+    if (!isTracing() || !canEnter(info) || info->currentFrame == ThreadInfo::NO_FRAME) {
+        return;
+    }
+    const int frame = info->currentFrame;
+    if (ourFrameStorage.getMethodIndex(frame) != method) {
+        // Frames were unwound without an exit call; the next entry rebuilds from the real stack.
+        dropStackTrace(info, true);
+        return;
+    }
+    info->currentFrame = ourFrameStorage.getParent(frame);
+    CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
+    const long calls = info->callCounter - info->startCounts.pop();
+    record->timeNs += getTimeDeltaNs(now, info->startTimes.pop(), calls, PLACE_EXIT);
+    record->stamp = ourDB->currentStamp;
+    if ((flags & METHOD_WALL_TIME) != 0 || ourOptions->handleBadTimes) {
+        info->needsWallTimeCorrection = true;
+    }
+}
+
+} // namespace
+
+bool canEnter(ThreadInfo* info) {
+    if (ourVMDeathCalled) {
+        if (info != nullptr && info->currentFrame != ThreadInfo::NO_FRAME) {
+            dropStackTrace(info, true);
+        }
+        return false;
+    }
+    return ourVMInitCalled;
+}
+
+void resetStackTrace(ThreadInfo* info, bool currentThread) {
+    if (!isTracing()) {
+        return;
+    }
+    Logger::assertNotNULL(info, "Tracing", __LINE__);
+    if (info->currentFrame == ThreadInfo::NO_FRAME) {
+        return;
+    }
+    const ThreadClocks now(info, currentThread);
+    for (int frame = info->currentFrame; frame > 0; frame = ourFrameStorage.getParent(frame)) {
+        const bool wall = isWallTimeFrame(frame);
+        CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
+        const long calls = info->callCounter - info->startCounts.pop();
+        record->timeNs += getTimeDeltaNs(now.of(wall), info->startTimes.pop(), calls,
+                                         wall ? PLACE_RESET_WALL : PLACE_RESET_CPU);
+        record->stamp = ourDB->currentStamp;
+        if (wall) {
+            info->needsWallTimeCorrection = true;
+        }
+    }
+    Logger::assertTrue(info->startTimes.isEmpty() && info->startCounts.isEmpty(), "Tracing",
+                       __LINE__);
+    if (ourOptions->handleBadTimes) {
+        info->needsWallTimeCorrection = true;
+    }
+    if (!info->needsWallTimeCorrection && info->currentFrame > 0) {
+        checkParent(info);
+    }
+}
+
+void restoreStackTrace(ThreadInfo* info, bool currentThread) {
+    Logger::assertNotNULL(info, "Tracing", __LINE__);
+    if (info->currentFrame == ThreadInfo::NO_FRAME) {
+        return;
+    }
+    Logger::assertTrue(info->startTimes.isEmpty() && info->startCounts.isEmpty(), "Tracing",
+                       __LINE__);
+    const ThreadClocks now(info, currentThread);
+    for (int frame = info->currentFrame; frame > 0; frame = ourFrameStorage.getParent(frame)) {
+        info->startTimes.push(now.of(isWallTimeFrame(frame)));
+        info->startCounts.push(info->callCounter);
+    }
+    // The outermost frame's entry belongs at the bottom; the counts are all equal.
+    for (int low = 0, high = info->startTimes.getSize() - 1; low < high; low++, high--) {
+        const long swapped = info->startTimes[low];
+        info->startTimes[low] = info->startTimes[high];
+        info->startTimes[high] = swapped;
+    }
+}
+
+void resetStackTraceForAllThreads() {
+    eachThreadInfo([](ThreadInfo* info) { resetStackTrace(info, false); });
+}
+
+void restoreStackTraceForAllThreads() {
+    eachThreadInfo([](ThreadInfo* info) { restoreStackTrace(info, false); });
+}
+
+void dropStackTrace(ThreadInfo* info, bool currentThread) {
+    resetStackTrace(info, currentThread);
+    forgetStack(info);
+}
+
+void onExceptionThrown() {
+    if (!isTracing()) {
+        return;
+    }
+    ThreadInfo* const info = getTracedThread();
+    if (info == nullptr) {
+        return;
+    }
+    LockHolder lock(ourLock, "JVMTI_Agent:390");
+    dropStackTrace(info, true);
+}
+
+void JNICALL exception_handler(jvmtiEnv*, JNIEnv*, jthread, jmethodID, jlocation, jobject,
+                               jmethodID, jlocation) {
+    runGuarded("JVMTI_Agent", __LINE__, [] { onExceptionThrown(); });
+}
+
+void JNICALL exception_catch(jvmtiEnv*, JNIEnv*, jthread, jmethodID, jlocation, jobject) {}
+
+void JNICALL Java_com_vandrik_runtime_Callback_vdkMethodEntry0(JNIEnv* env, jclass, jshort low,
+                                                               jshort high) {
+    runGuarded("Tracing", __LINE__, [&] { enterCall(env, joinMethodId(low, high)); });
+}
+
+void JNICALL Java_com_vandrik_runtime_Callback_vdkMethodExit0(JNIEnv*, jclass, jshort low,
+                                                              jshort high) {
+    runGuarded("Tracing", __LINE__, [&] { exitCall(joinMethodId(low, high)); });
+}

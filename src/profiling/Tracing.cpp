@@ -1,0 +1,221 @@
+#include "profiling/Tracing.h"
+
+#include <atomic>
+
+#include "core/ground/CallbackNatives.h"
+#include "core/ground/ConsumedEvents.h"
+#include "core/ground/Globals.h"
+#include "core/ground/JNIUtils.h"
+#include "core/ground/JvmGlobals.h"
+#include "core/ground/Options.h"
+#include "db/DB.h"
+#include "db/SnapshotCommon.h"
+#include "probes/Filter.h"
+#include "profiling/NativeEntry.h"
+#include "profiling/ThreadInfo.h"
+#include "profiling/TracedCalls.h"
+#include "profiling/TracingSwitch.h"
+#include "profiling/UserMessage.h"
+
+namespace {
+
+std::atomic<long> ourCalibration{0};
+
+ZString textOrFile(JNIEnv* env, jstring text, ZString (*readFile)(const ZString&),
+                   const ZString& path) {
+    return text == nullptr ? readFile(path) : toZString(env, text);
+}
+
+} // namespace
+
+long getCalibration() {
+    return ourCalibration;
+}
+
+void setCalibration(long costNs) {
+    ourCalibration = costNs;
+}
+
+long getTimeDeltaNs(long end, long start, long calls, int /*place*/) {
+    long delta = end - start;
+    const long cost = ourCalibration;
+    if (calls > 0 && cost > 0) {
+        delta -= calls * cost;
+    }
+    return delta < 0 ? 0 : delta;
+}
+
+ZString refuseCPUProfiling(long mode) {
+    if ((mode & CPU_COUNTS_BIT) != 0 && (ourCapabilities & CAPABILITY_CAN_TRACE) == 0) {
+        return "Tracing was explicitly disabled for this application on its startup";
+    }
+    if ((mode & CPU_J2EE_BIT) != 0 && (ourCapabilities & CAPABILITY_CAN_RECORD_J2EE) == 0) {
+        return "J2EE profiling was explicitly disabled for this application on its startup";
+    }
+    if ((mode & CPU_COUNTS_BIT) != 0) {
+        return ourTracingSwitch.redefineCallback == nullptr ? VDK_MISSING_TEXT("CPU tracing") : "";
+    }
+    return "";
+}
+
+namespace {
+
+// Sets the bits and filters of a mode. False if one is active already.
+bool enterCPUMode(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec,
+                  ZString* usedFilters, ZString* usedWallTimeSpec) {
+    LockHolder lock(ourLock, "CoreNatives:275");
+    if ((ourStatus & CPU_TIMES_BIT) != 0) {
+        return false;
+    }
+    *usedFilters = textOrFile(env, filters, Filter::readFilterSpecFromFile, ourOptions->filters);
+    *usedWallTimeSpec =
+        textOrFile(env, wallTimeSpec, Filter::readWallTimeSpecFromFile, ourOptions->wallTimeSpec);
+    if ((mode & CPU_TIMES_BIT) == 0) {
+        Logger::error("(mode & ProfilingModes::CPU_TIMES_BIT) != 0", "CoreNatives", 283);
+    }
+    if ((mode & ~CPU_PROFILING) != 0) {
+        Logger::error("(mode & ~ProfilingModes::CPU_PROFILING) == 0", "CoreNatives", 284);
+    }
+    Filter::reloadFilters(*usedFilters, *usedWallTimeSpec);
+    eachThreadInfo([](ThreadInfo* info) { info->forgetLastSample(); });
+    ourStatus |= mode;
+    ourContainsInvocations = (ourStatus & CPU_COUNTS_BIT) != 0;
+    return true;
+}
+
+} // namespace
+
+bool startCPUProfilingImpl(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec,
+                           ZString* usedFilters, ZString* usedWallTimeSpec) {
+    if (!enterCPUMode(env, mode, filters, wallTimeSpec, usedFilters, usedWallTimeSpec)) {
+        return false;
+    }
+    if ((mode & CPU_COUNTS_BIT) != 0) {
+        // Redefinition runs inside the JVM for long and comes back through the class load hook, so
+        // the lock is not held.
+        updateExceptionEvents();
+        ourTracingSwitch.redefineCallback(env);
+        ClassNameFilter filter(*usedFilters);
+        ourTracingSwitch.retransformLoadedClasses(env, &filter);
+    }
+    return true;
+}
+
+void stopCPUProfilingImpl(JNIEnv* env, bool log) {
+    bool tracing;
+    {
+        LockHolder lock(ourLock, "CoreNatives:330");
+        if ((ourStatus & CPU_TIMES_BIT) == 0) {
+            return;
+        }
+        tracing = (ourStatus & CPU_COUNTS_BIT) != 0;
+        if (tracing) {
+            eachThreadInfo([](ThreadInfo* info) { dropStackTrace(info, false); });
+        }
+        ourStatus &= ~CPU_PROFILING;
+    }
+    if (tracing) {
+        updateExceptionEvents();
+        ourTracingSwitch.redefineCallback(env);
+    }
+    if (log) {
+        userMessage(env, tracing ? "CPU tracing stopped" : "CPU sampling stopped");
+    }
+}
+
+void clearCPUDataImpl(JNIEnv* env, bool log) {
+    {
+        LockHolder lock(ourLock, "CoreNatives:350");
+        eachThreadInfo([](ThreadInfo* info) { info->clearCPUAndJ2EEInfo(); });
+        ourOldestFinishedThreads->clearCPUAndJ2EEInfo();
+        ourDB->clearTableAndTellReaders(SLOT_CPUProfiling);
+        ourDB->clearTableAndTellReaders(SLOT_J2EE);
+    }
+    if (log) {
+        userMessage(env, "CPU profiling data cleared");
+    }
+}
+
+namespace {
+
+// Measures the cost of a traced call, once for a process. Without a result times stay as they are.
+void calibrate(JNIEnv* env) {
+    jmethodID method = env->GetStaticMethodID(ourClassCoreGlobalRef, "calibrate", "()V");
+    if (method != nullptr) {
+        env->CallStaticVoidMethod(ourClassCoreGlobalRef, method);
+    }
+    jthrowable exception = env->ExceptionOccurred();
+    if (exception != nullptr) {
+        env->ExceptionClear();
+        Logger::message(ZString("calibration: ") + getExceptionMessage(env, exception));
+        env->DeleteLocalRef(exception);
+    }
+}
+
+// Everything is filtered out but the class that does the measured work.
+void startCalibrating(JNIEnv* env) {
+    setCalibration(-1);
+    jstring filters = toJavaString(env, "*\n+com.vandrik.runtime.Calibration");
+    jstring wallTime = toJavaString(env, "");
+    ZString ignored;
+    startCPUProfilingImpl(env, CPU_TRACING, filters, wallTime, &ignored, &ignored);
+    env->DeleteLocalRef(filters);
+    env->DeleteLocalRef(wallTime);
+}
+
+jstring startCPUProfiling(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec) {
+    const ZString refusal = refuseCPUProfiling(mode);
+    if (!refusal.isEmpty()) {
+        return toJavaString(env, refusal);
+    }
+    const bool tracing = (mode & CPU_COUNTS_BIT) != 0;
+    if (tracing && getCalibration() == 0) {
+        calibrate(env);
+    }
+    ZString filterText;
+    ZString wallTimeText;
+    if (!startCPUProfilingImpl(env, mode, filters, wallTimeSpec, &filterText, &wallTimeText)) {
+        const char* failure = tracing ? "Cannot start CPU tracing" : "Cannot start CPU sampling";
+        const char* reason = "CPU sampling or CPU tracing already started";
+        userMessage(env, failure, reason);
+        return toJavaString(env, ZString(failure) + ": " + reason);
+    }
+    ZString detail;
+    if (tracing) {
+        detail = ZString("Filters:\n\n") + filterText + "\n";
+    }
+    detail.append(ZString("Wall time specification:\n\n") + wallTimeText);
+    userMessage(env, tracing ? "CPU tracing started" : "CPU sampling started", detail);
+    return nullptr;
+}
+
+} // namespace
+
+jstring JNICALL Java_com_vandrik_runtime_Callback_startCPUProfiling(JNIEnv* env, jclass, jlong mode,
+                                                                    jstring filters,
+                                                                    jstring wallTimeSpec) {
+    jstring result = nullptr;
+    runNative(env, "Tracing", __LINE__,
+              [&] { result = startCPUProfiling(env, mode, filters, wallTimeSpec); });
+    return result;
+}
+
+void JNICALL Java_com_vandrik_runtime_Callback_stopCPUProfiling(JNIEnv* env, jclass, jboolean log) {
+    runNative(env, "Tracing", __LINE__, [&] { stopCPUProfilingImpl(env, log == JNI_TRUE); });
+}
+
+void JNICALL Java_com_vandrik_runtime_Callback_clearCPUData(JNIEnv* env, jclass, jboolean log) {
+    runNative(env, "Tracing", __LINE__, [&] { clearCPUDataImpl(env, log == JNI_TRUE); });
+}
+
+void JNICALL Java_com_vandrik_runtime_Callback_startCalibrating(JNIEnv* env, jclass) {
+    runNative(env, "Tracing", __LINE__, [&] { startCalibrating(env); });
+}
+
+jlong JNICALL Java_com_vandrik_runtime_Callback_getCalibrationResult(JNIEnv*, jclass) {
+    return getCalibration();
+}
+
+void JNICALL Java_com_vandrik_runtime_Callback_setCalibrationResult(JNIEnv*, jclass, jlong costNs) {
+    setCalibration(costNs);
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <jni.h>
+
+#include "core/ground/ZString.h"
+
+// Tracing: switching CPU profiling, sampled or traced, on and off, and the arithmetic of traced
+// times.
+
+// Cost of a traced call in nanoseconds: 0 not calibrated yet, -1 calibration under way, positive
+// measured.
+long getCalibration();
+void setCalibration(long costNs);
+
+// end - start, less the calibrated cost of the `calls` traced calls in between; never negative.
+long getTimeDeltaNs(long end, long start, long calls, int place);
+
+// Starts CPU profiling with a mode of ProfilingModesExt bits. A null text comes from its file.
+// False if it runs already; a mode without times or with foreign bits is an internal error. Takes
+// ourLock.
+bool startCPUProfilingImpl(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec,
+                           ZString* usedFilters, ZString* usedWallTimeSpec);
+// Why a mode can't be started in this process, in the user's words; empty if it can.
+ZString refuseCPUProfiling(long mode);
+
+// Stops CPU profiling if it runs; tells in the log if asked to. Takes ourLock.
+void stopCPUProfilingImpl(JNIEnv* env, bool log);
+// Forgets all CPU and J2EE data. Takes ourLock.
+void clearCPUDataImpl(JNIEnv* env, bool log);

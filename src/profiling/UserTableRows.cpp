@@ -1,0 +1,124 @@
+#include "profiling/UserTableRows.h"
+
+#include "core/ground/UptimeProvider.h"
+#include "profiling/CpuTime.h"
+#include "profiling/FrequentSampling.h"
+#include "profiling/ThreadInfo.h"
+#include "profiling/ZFrameStorage.h"
+
+namespace {
+
+constexpr long NS_PER_MS = 1000000;
+
+// Stores a value in a predefined int column, if the table has it.
+void setPredefined(UserTable* table, int* row, PredefinedColumn which, int value) {
+    const int column = table->getPredefinedColumn(which);
+    if (column >= 0) {
+        table->setIntColumn(row, column, value);
+    }
+}
+
+// Stores thread and stack, if the table has columns for them and they are known. The stack is
+// walked only then.
+void setOrigin(JNIEnv* env, UserTable* table, int* row, PredefinedColumn threadColumn,
+               PredefinedColumn stackColumn) {
+    if (env == nullptr) {
+        return;
+    }
+    const ThreadInfo* info = getThreadInfo();
+    if (info != nullptr) {
+        setPredefined(table, row, threadColumn, info->trn);
+    }
+    const int column = table->getPredefinedColumn(stackColumn);
+    if (column >= 0) {
+        table->setIntColumn(row, column, ourFrameStorage.fillCurrentFrameJVMTI(env, nullptr));
+    }
+}
+
+void deleteRow(UserTable* table, int* record, int row) {
+    record[0] = -ourDB->currentStamp;
+    table->releaseIndex(row);
+}
+
+} // namespace
+
+int createUserTableRow(JNIEnv* env, int tableIndex, int frequentThresholdMs, int minimumMs) {
+    UserTable* table = ourDB->getUserTable(tableIndex);
+    if (table == nullptr) {
+        return NO_USER_TABLE_ROW;
+    }
+    if (env != nullptr) {
+        const ThreadInfo* info = getThreadInfo();
+        if (info != nullptr && info->agentThread && !info->temporaryEnabled) {
+            return NO_USER_TABLE_ROW;
+        }
+    }
+    const int row = table->nextIndex();
+    if (ourDB->probeTableLengthLimit != -1 && row >= ourDB->probeTableLengthLimit) {
+        table->releaseIndex(row);
+        return NO_USER_TABLE_ROW;
+    }
+    int* record = table->getRecord(row, true);
+    for (int word = 1; word < table->getRowLength(); word++) {
+        record[word] = 0;
+    }
+    frequentSamplingRowCreated(tableIndex, row, frequentThresholdMs);
+    const int uptime = table->getPredefinedColumn(USER_TABLE_PREDEFINED_COLUMN_UPTIME_NS);
+    if (uptime >= 0) {
+        table->setLongColumn(record, uptime, ourUptimeProvider.getUptimeNs());
+    }
+    const int cpu = table->getPredefinedColumn(USER_TABLE_PREDEFINED_COLUMN_SPENT_CPU_TIME_NS);
+    if (cpu >= 0) {
+        table->setLongColumn(record, cpu, getCurrentThreadCPUTimeNs());
+    }
+    setOrigin(env, table, record, USER_TABLE_PREDEFINED_COLUMN_THREAD,
+              USER_TABLE_PREDEFINED_COLUMN_STACKTRACE);
+    record[0] = minimumMs > 0 ? -ourDB->currentStamp : ourDB->currentStamp;
+    return row;
+}
+
+bool closeUserTableRow(JNIEnv* env, int tableIndex, int row, int minimumMs) {
+    UserTable* table = ourDB->getUserTable(tableIndex);
+    if (row == NO_USER_TABLE_ROW || row < 0 || table == nullptr) {
+        return false;
+    }
+    int* record = table->getRecord(row, false);
+    if (record == nullptr) {
+        return false;
+    }
+    frequentSamplingRowClosed(tableIndex, row);
+    const int end = table->getPredefinedColumn(USER_TABLE_PREDEFINED_COLUMN_UPTIME_NS_END);
+    if (end >= 0) {
+        if (table->getLongColumn(record, end) != 0) {
+            // Closed before: it isn't measured again.
+            return true;
+        }
+        table->setLongColumn(record, end, ourUptimeProvider.getUptimeNs());
+    }
+    const int start = table->getPredefinedColumn(USER_TABLE_PREDEFINED_COLUMN_UPTIME_NS);
+    if (minimumMs > 0 && start >= 0 &&
+        ourUptimeProvider.getUptimeNs() - table->getLongColumn(record, start) <
+            minimumMs * NS_PER_MS) {
+        deleteRow(table, record, row);
+        return false;
+    }
+    const int cpu = table->getPredefinedColumn(USER_TABLE_PREDEFINED_COLUMN_SPENT_CPU_TIME_NS);
+    if (cpu >= 0) {
+        table->setLongColumn(record, cpu,
+                             getCurrentThreadCPUTimeNs() - table->getLongColumn(record, cpu));
+    }
+    setOrigin(env, table, record, USER_TABLE_PREDEFINED_COLUMN_THREAD_END,
+              USER_TABLE_PREDEFINED_COLUMN_STACKTRACE_END);
+    record[0] = ourDB->currentStamp;
+    return true;
+}
+
+bool isUserTableRowClosed(int tableIndex, int row) {
+    UserTable* table = ourDB->getUserTable(tableIndex);
+    if (row == NO_USER_TABLE_ROW || row < 0 || table == nullptr) {
+        return false;
+    }
+    const int end = table->getPredefinedColumn(USER_TABLE_PREDEFINED_COLUMN_UPTIME_NS_END);
+    const int* record = table->getRecord(row, false);
+    return end >= 0 && record != nullptr && table->getLongColumn(record, end) != 0;
+}

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <jni.h>
+
+// Rows of user tables, opened and closed on the threads of the application inside probe callbacks:
+// the agent fills the columns of time, thread and stack itself. Caller holds ourLock in all of it.
+
+// Given back in place of a row that was not made; every operation ignores it.
+constexpr int NO_USER_TABLE_ROW = 0x7fffffff;
+
+// Opens a row: NO_USER_TABLE_ROW for a slot without a table, on an agent thread that was not
+// enabled, and beyond the limit of rows. A positive minimumMs keeps the row invisible until it is
+// closed. Without env the columns of thread and stack stay 0.
+int createUserTableRow(JNIEnv* env, int table, int frequentThresholdMs, int minimumMs);
+
+// Closes a row. True if it stays; a row shorter than minimumMs is deleted.
+bool closeUserTableRow(JNIEnv* env, int table, int row, int minimumMs);
+
+bool isUserTableRowClosed(int table, int row);

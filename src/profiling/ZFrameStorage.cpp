@@ -1,0 +1,125 @@
+#include "profiling/ZFrameStorage.h"
+
+#include "core/ground/CommonUtils.h"
+#include "core/ground/JvmGlobals.h"
+#include "profiling/MethodLookup.h"
+
+ZFrameStorage& ourFrameStorage = *new ZFrameStorage();
+
+namespace {
+
+constexpr jint MAX_CURRENT_FRAMES = 1024;
+
+// Stack of the current thread; only the holder of ourLock touches it.
+jvmtiFrameInfo _frames[MAX_CURRENT_FRAMES];
+
+// The start phase gives no stacks, and a thread at its very beginning or end has none.
+bool isWithoutStack(jvmtiError error) {
+    return error == JVMTI_ERROR_WRONG_PHASE || error == JVMTI_ERROR_THREAD_NOT_ALIVE;
+}
+
+} // namespace
+
+int getMethodFlags(int method) {
+    const MethodRecord* row = ourDB->methodTable->getRecordUnlocked(method);
+    return row == nullptr ? 0 : __atomic_load_n(&row->flags, __ATOMIC_RELAXED);
+}
+
+int ZFrameStorage::createFrame(int parent, int method) {
+    const int frame = ourDB->frameTable->nextIndex();
+    FrameRecord* row = record(frame);
+    row->parent = parent;
+    row->method = method;
+    row->stamp = ourDB->currentStamp;
+    record(parent)->stamp = ourDB->currentStamp;
+    return frame;
+}
+
+int ZFrameStorage::getChild(int frame, int method) {
+    FrameRecord* parent = record(frame);
+    if (parent->firstChild == -1) {
+        const int created = createFrame(frame, method);
+        parent->firstChild = created;
+        parent->stamp = ourDB->currentStamp;
+        return created;
+    }
+    int child = parent->firstChild;
+    for (;;) {
+        FrameRecord* row = record(child);
+        if (row->method == method) {
+            return child;
+        }
+        if (row->nextSibling == -1) {
+            const int created = createFrame(frame, method);
+            row->nextSibling = created;
+            row->stamp = ourDB->currentStamp;
+            return created;
+        }
+        child = row->nextSibling;
+    }
+}
+
+int ZFrameStorage::fillCurrentFrameJVMTI(JNIEnv* env, ZVector<bool>* markers) {
+    jint count = 0;
+    const jvmtiError error =
+        ourJVMTI->GetStackTrace(nullptr, 0, MAX_CURRENT_FRAMES, _frames, &count);
+    if (isWithoutStack(error)) {
+        count = 0;
+    } else {
+        CHECK_JVMTI(error);
+    }
+    if (markers != nullptr) {
+        markers->clear();
+    }
+    int frame = 0;
+    bool lastFiltered = false;
+    for (jint i = count - 1; i >= 0; i--) {
+        const int method = getMethodByID(env, _frames[i].method);
+        const int flags = getMethodFlags(method);
+        if ((flags & METHOD_HIDDEN) != 0) {
+            continue;
+        }
+        if (markers != nullptr) {
+            if ((flags & METHOD_INSTRUMENTED) == 0) {
+                continue;
+            }
+            const bool filtered = (flags & METHOD_FILTERED) != 0;
+            markers->push(filtered);
+            const bool collapses = filtered && lastFiltered;
+            lastFiltered = filtered;
+            if (collapses) {
+                continue;
+            }
+        }
+        frame = getChild(frame, method);
+    }
+    return frame;
+}
+
+int ZFrameStorage::fillCurrentFrameJVMTIFromStackInfo(JNIEnv* env, const jvmtiStackInfo& stackInfo,
+                                                      StackMemory* memory) {
+    const jvmtiFrameInfo* innermost = stackInfo.frame_buffer;
+    jint left = stackInfo.frame_count;
+    int frame = 0;
+    if (memory != nullptr) {
+        const int common = memory->commonDepth(innermost, left);
+        memory->truncate(common);
+        left -= common;
+        frame = common == 0 ? 0 : memory->frames.peek();
+    }
+    for (jint i = left - 1; i >= 0; i--) {
+        frame = getChild(frame, getMethodByID(env, innermost[i].method));
+        if (memory != nullptr) {
+            memory->methods.push(innermost[i].method);
+            memory->frames.push(frame);
+        }
+    }
+    return frame;
+}
+
+int ZFrameStorage::skipHidden(int frame) {
+    while (frame > 0 && (getMethodFlags(getMethodIndex(frame)) & METHOD_HIDDEN) != 0) {
+        frame = getParent(frame);
+    }
+    return frame < 0 ? 0 : frame;
+}

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <jvmti.h>
+
+#include "core/ground/ZVector.h"
+#include "db/DB.h"
+#include "profiling/StackMemory.h"
+
+// ZFrameStorage keeps every stack ever seen as one tree in the table `frame`, so that a whole stack
+// is one int. Frame 0 is the root. Frames are never released: the table grows with the number of
+// distinct stacks, and a stack seen again costs no memory. Caller holds ourLock in every operation.
+class ZFrameStorage {
+public:
+    ZFrameStorage() : vmStartFrame(-1) {}
+
+    // Back to the state after construction, for a new database.
+    void reset() { vmStartFrame = -1; }
+
+    int getParent(int frame) { return record(frame)->parent; }
+    int getMethodIndex(int frame) { return record(frame)->method; }
+    int getFirstChild(int frame) { return record(frame)->firstChild; }
+    int getNextSibling(int frame) { return record(frame)->nextSibling; }
+
+    // The child of frame for the method, made if need be. New children go to the end of the list,
+    // which is searched linearly: it is short, and the order is what readers see.
+    int getChild(int frame, int method);
+
+    // Frame of the current thread's stack, of which only the 1024 innermost frames are seen. Hidden
+    // methods are left out. With markers, which are emptied first, only methods that carry tracing
+    // calls count, each pushing whether it is filtered, and the first of a run of filtered ones
+    // stands for the run. 0 if nothing is left.
+    int fillCurrentFrameJVMTI(JNIEnv* env, ZVector<bool>* markers);
+    // Frame of a stack from GetAllStackTraces, hidden methods included: readers skip them. With the
+    // memory of the thread's last stack only the part that differs from it is looked up; the memory
+    // then holds this stack.
+    int fillCurrentFrameJVMTIFromStackInfo(JNIEnv* env, const jvmtiStackInfo& stackInfo,
+                                           StackMemory* memory = nullptr);
+
+    // The frame or the nearest one above it whose method is not hidden; 0 if there is none.
+    int skipHidden(int frame);
+
+    // Stands for objects allocated while the JVM starts; -1 until needed.
+    int vmStartFrame;
+
+private:
+    FrameRecord* record(int frame) { return ourDB->frameTable->getRecord(frame, true); }
+    int createFrame(int parent, int method);
+};
+
+extern ZFrameStorage& ourFrameStorage;
+
+// Flags of a method row. Needs no lock: the chunk array of the table is reserved, chunks never
+// move, and a stale flag is tolerated.
+int getMethodFlags(int method);
