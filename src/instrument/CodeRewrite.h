@@ -1,0 +1,90 @@
+#pragma once
+
+#include "classfile/ClassFile.h"
+#include "classfile/OffsetTable.h"
+#include "classfile/OpCodes.h"
+#include "core/ground/ZSet.h"
+#include "instrument/CodeSequences.h"
+
+// Notes the branch operands of the instruction at `position` in a table.
+void collectBranchOperands(const unsigned char* code, int length, int position, OffsetTable& table);
+
+// CodeRewrite: one attempt to place sequences around instructions of a method.
+//
+// DESCRIPTION
+//   The caller walks the code once and tells, in ascending order, each branch operand and each
+//   insertion; assemble then gives the new code. Nothing of the method is touched, so an attempt
+//   that does not work out costs only memory of the class's arena.
+// IMPLEMENTATION
+//   A map holds the new position of every old one. Operands are corrected by it in a private copy
+//   of the code, which is then copied piece by piece between the inserted sequences. A branch to a
+//   return arrives at the exit code in front of it.
+class CodeRewrite {
+public:
+    // References into the class's pool that the sequences use.
+    struct References {
+        int entry;
+        int exit;
+        int alloc;
+    };
+
+    explicit CodeRewrite(CodeAttribute* attribute, ClassArena& owner);
+
+    const unsigned char* getCode() const { return oldCode; }
+    int getLength() const { return oldLength; }
+    OffsetTable& getOffsetTable() { return offsets; }
+
+    // Notes the branch operands of the instruction at `position`, if it has any.
+    void addBranchOperands(int position) {
+        const OpCodeKind kind = ourOpCodes[oldCode[position]].kind;
+        if (kind >= OPK_CONDITIONAL && kind <= OPK_LOOKUPSWITCH) {
+            collectBranchOperands(oldCode, oldLength, position, offsets);
+        }
+    }
+    // Notes an insertion at the instruction at `position`; gives its number.
+    int addInsertion(int kind, int position, int instructionLength, bool hasSwitch);
+    // Turns the dup of a noted `new` into nops.
+    void cancelDup(int insertion);
+    // Turns a noted allocation call that relied on such a dup into nops.
+    void cancelCall(int insertion);
+    int getInsertionCount() const { return insertions.getSize(); }
+    // Whether any insertion needs the allocation variable.
+    bool needsVariable() const { return allocationCalls > 0; }
+
+    // Length of the new code without a prefix.
+    int getNewLength() const { return oldLength + added; }
+    // Completes the map and corrects all operands. False if a 16-bit one overflows; their
+    // instructions are in longJumps then, unless that is null.
+    bool updateOffsets(ZSet<int>* longJumps);
+    // The new code with `prefix` bytes left free at its start; it lies in the arena. The map covers
+    // the prefix from here on. Call once, after updateOffsets.
+    unsigned char* assemble(int prefix, const References& references, int methodId, int variable,
+                            bool hasSwitch);
+    // Where old positions lie in the new code.
+    CodeOffsets getOffsets() const { return CodeOffsets(map, oldLength); }
+
+private:
+    struct Insertion {
+        int kind;
+        int position; // of the instruction in the old code
+        int length;   // of the instruction
+    };
+    void completeMap(int end);
+
+    ClassArena& arena;
+    const unsigned char* oldCode;
+    int oldLength;
+    unsigned char* copy;
+    int* map;   // new position of every old one below mapped, and of the end in the end
+    int mapped; // positions entered in the map so far
+    int added;  // bytes inserted so far
+    int allocationCalls;
+    OffsetTable offsets;
+    ArenaVector<Insertion> insertions;
+};
+
+// Corrects every operand of the table in `code` for the map's new positions. A 16-bit operand that
+// no longer fits: its instruction goes to longJumps and the result is false; with null longJumps
+// the first one ends the walk.
+bool updateAllOffsets(ZSet<int>* longJumps, OffsetTable& table, char* code, const int* map,
+                      int length);

@@ -1,0 +1,349 @@
+#include "instrument/Instrumentation.h"
+
+#include <atomic>
+
+#include "core/ground/CommonUtils.h"
+#include "core/ground/ConsumedEvents.h"
+#include "core/ground/Globals.h"
+#include "core/ground/Guard.h"
+#include "core/ground/JNIUtils.h"
+#include "core/ground/JvmGlobals.h"
+#include "core/ground/Options.h"
+#include "core/ground/UptimeProvider.h"
+#include "db/DB.h"
+#include "instrument/LoaderDelegation.h"
+#include "instrument/NativeWrapping.h"
+#include "instrument/Patchers.h"
+#include "instrument/Retransformation.h"
+#include "instrument/TracingInstrumentation.h"
+#include "probes/SignatureUtil.h"
+#include "profiling/MethodLookup.h"
+#include "profiling/TracedCalls.h"
+#include "profiling/TracingSwitch.h"
+
+namespace {
+
+constexpr long INSTRUMENTING =
+    CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS | CAPABILITY_CAN_RECORD_J2EE;
+constexpr int STATISTICS_INTERVAL = 2000;
+// The old verifier, to which stripped classes go, knows classes up to those of Java 7.
+constexpr int LAST_STRIPPABLE_VERSION = 51;
+
+const unsigned char* ourCallbackClass = nullptr;
+int ourCallbackClassSize = 0;
+
+// Internal names of classes that had natives wrapped at some load; never shrinks. ourLock.
+ZVectorSafe<ZString>& ourNamesOfClassesWithWrappedNatives = *new ZVectorSafe<ZString>();
+// Statistics of the hook. ourLock.
+long ourProcessedClasses = 0;
+long ourProcessingNs = 0;
+// Serialises redefinitions of Callback, so that the last one matches ourStatus. The hook does not
+// take it.
+ZLock& ourRedefinitionLock = *new ZLock("CallbackRedefinitionLock");
+
+bool listsWrappedNatives(const ZString& name) {
+    for (int i = 0; i < ourNamesOfClassesWithWrappedNatives.getSize(); i++) {
+        if (ourNamesOfClassesWithWrappedNatives[i] == name) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The class's methods in the method table.
+class DatabaseMethodIds : public MethodIds {
+public:
+    explicit DatabaseMethodIds(const ZString& internalName)
+        : fullName(SignatureUtil::convertClassSignatureToFullName(internalName.c_str())) {}
+    int getMethodId(const Utf8View&, const Utf8View& methodName,
+                    const Utf8View& descriptor) override {
+        const ZString name = methodName.toString();
+        const ZString parameters =
+            SignatureUtil::convertMethodSignatureToParameters(descriptor.toString());
+        return ZMethod::getByName(fullName.c_str(), name.c_str(), parameters.c_str());
+    }
+    void methodInstrumented(int id) override { setFlag(id, true); }
+    void setFlag(int id, bool instrumented) {
+        MethodRecord* const row = ourDB->methodTable->getRecord(id, true);
+        const int flags =
+            instrumented ? row->flags | METHOD_INSTRUMENTED : row->flags & ~METHOD_INSTRUMENTED;
+        __atomic_store_n(&row->flags, flags, __ATOMIC_RELAXED);
+        row->stamp = ourDB->currentStamp;
+    }
+
+private:
+    ZString fullName;
+};
+
+bool isNativeWithPrefix(jmethodID method) {
+    jint modifiers = 0;
+    JvmtiMemory<char> name;
+    return ourJVMTI->GetMethodModifiers(method, &modifiers) == JVMTI_ERROR_NONE &&
+           (modifiers & ACC_NATIVE) != 0 &&
+           ourJVMTI->GetMethodName(method, name.receive(), nullptr, nullptr) == JVMTI_ERROR_NONE &&
+           strstr(name.get(), ourNativeMethodPrefix) != nullptr;
+}
+
+// Whether a class that is being redefined has wrapped natives. Redefinition can neither add nor
+// drop a method, so the hook must do again exactly what it did when the class was loaded.
+bool hasWrappedNatives(jclass type, const ZString& name) {
+    if (!listsWrappedNatives(name)) {
+        return false;
+    }
+    jint count = 0;
+    JvmtiMemory<jmethodID> methods;
+    const jvmtiError error = ourJVMTI->GetClassMethods(type, &count, methods.receive());
+    if (error != JVMTI_ERROR_NONE) {
+        Logger::message(ZString("warning: redefining class: ") + name +
+                        ": failed to obtain methods: " + longToString(error));
+        return false;
+    }
+    for (jint i = 0; i < count; i++) {
+        if (isNativeWithPrefix(methods.get()[i])) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The agent's own classes stay as they are, but for the work that calibration measures.
+bool isOwnClass(const ZString& dottedName) {
+    if (dottedName.startsWith("com.vandrik.runtime.")) {
+        return !dottedName.startsWith("com.vandrik.runtime.Calibration");
+    }
+    return dottedName.startsWith("com.vandrik.probes.") ||
+           dottedName.startsWith("com.vandrik.Natives") ||
+           dottedName.startsWith("com.vandrik.Constants") || dottedName.startsWith("com.vandrik.");
+}
+
+bool isClassFile(int length, const unsigned char* data) {
+    return length >= 4 && data[0] == 0xca && data[1] == 0xfe && data[2] == 0xba && data[3] == 0xbe;
+}
+
+ZString phasePrefix() {
+    const int phase = getJVMTIPhase();
+    return phase == JVMTI_PHASE_LIVE ? ZString() : ZString("[") + longToString(phase) + "] ";
+}
+
+// The class can't be written: its methods won't carry calls after all.
+void forgetInstrumentation(ClassFile& classFile, DatabaseMethodIds& ids) {
+    for (int i = 0; i < classFile.getMethods().getSize(); i++) {
+        MethodInfo* const method = classFile.getMethods()[i];
+        ids.setFlag(
+            ids.getMethodId(classFile.getSignature(), method->getName(), method->getDescriptor()),
+            false);
+    }
+}
+
+void logResult(const ZString& dotted, bool changed, long elapsedNs) {
+    ZString line = phasePrefix() + dotted;
+    if (elapsedNs >= 1000000) {
+        line = line + " " + longToString(elapsedNs / 1000000) + " ms";
+    }
+    if (!changed) {
+        line.append(" SAME");
+    }
+    Logger::message(line);
+    ourProcessingNs += elapsedNs;
+    ourProcessedClasses++;
+    if (ourProcessedClasses % STATISTICS_INTERVAL == 0 || Options::isDebug("times")) {
+        Logger::message(ZString("total: ") + longToString(ourProcessedClasses) + " classes " +
+                        longToString(ourProcessingNs / 1000000) + " ms");
+    }
+}
+
+// Runs the passes. True if any changed the class.
+bool rewrite(ClassFile& classFile, const ZString& name, bool wrapNatives, DatabaseMethodIds& ids) {
+    bool changed = false;
+    if (wrapNatives && wrapNativeMethods(&classFile, ourNativeMethodPrefix)) {
+        changed = true;
+        if (!listsWrappedNatives(name)) {
+            ourNamesOfClassesWithWrappedNatives.push(name);
+        }
+    }
+    changed = patchLoaderDelegation(&classFile) || changed;
+    // Probes stand here, those of J2EE support behind the next pass, so that their calls lie
+    // outside the tracing calls.
+    const bool tracing = (ourCapabilities & CAPABILITY_CAN_TRACE) != 0;
+    const bool allocations = (ourCapabilities & CAPABILITY_CAN_RECORD_ALLOCATIONS) != 0;
+    if (tracing || allocations) {
+        changed = instrumentForTracingAndAllocation(&classFile, allocations, tracing, &ids,
+                                                    ourIsIBM, nullptr) ||
+                  changed;
+    }
+    return changed;
+}
+
+// Why a parsed class is not rewritten; empty if it may be.
+const char* reasonToSkip(const ClassFile& classFile) {
+    if (classFile.isInvalid()) {
+        return "invalid class";
+    }
+    if (classFile.hasJava7Constants() || (classFile.isStrippingStackMaps() &&
+                                          classFile.getMajorVersion() > LAST_STRIPPABLE_VERSION)) {
+        return "skipping due to unsupported Java 7 constant pool entries";
+    }
+    return nullptr;
+}
+
+void handOver(ClassFile& classFile, int length, jint* newLength, unsigned char** newData) {
+    ZVector<unsigned char> bytes(length + length / 2 + 64);
+    DataOutput output(bytes);
+    classFile.writeClass(output);
+    unsigned char* copy = nullptr;
+    CHECK_JVMTI(ourJVMTI->Allocate(bytes.getSize(), &copy));
+    memcpy(copy, bytes.data(), static_cast<size_t>(bytes.getSize()));
+    *newData = copy;
+    *newLength = bytes.getSize();
+}
+
+// The name of a class that was defined without one; empty if it can't be told.
+ZString nameFromBytes(int length, const unsigned char* data) {
+    Logger::message("warning: NULL class name");
+    DataInput input(data, length);
+    ClassFile classFile(input);
+    if (classFile.isInvalid()) {
+        logClass("NULL", "invalid class");
+        return "";
+    }
+    return classFile.getSignature().toString();
+}
+
+void handleEvent(jclass classBeingRedefined, const char* givenName, int length,
+                 const unsigned char* data, jint* newLength, unsigned char** newData) {
+    LockHolder lock(ourLock, "Instrumentation:351");
+    if (givenName == nullptr && classBeingRedefined != nullptr) {
+        Logger::error("NULL class name is unexpected for a class being redefined",
+                      "Instrumentation", __LINE__);
+    }
+    const ZString name = givenName == nullptr ? nameFromBytes(length, data) : ZString(givenName);
+    if (name.isEmpty()) {
+        return;
+    }
+    const bool wrapNatives =
+        !ourOptions->disableNatives &&
+        (classBeingRedefined == nullptr || hasWrappedNatives(classBeingRedefined, name));
+    classFileLoadHookHandlerImpl(name, length, data, newLength, newData, wrapNatives);
+}
+
+void redefineImpl(JNIEnv* env) {
+    ZVector<unsigned char> bytes(ourCallbackClassSize);
+    memcpy(bytes.extend(ourCallbackClassSize), ourCallbackClass,
+           static_cast<size_t>(ourCallbackClassSize));
+    ZVector<unsigned char> traced(4096);
+    ZVector<unsigned char> recording(4096);
+    ZVector<unsigned char>* result = &bytes;
+    const long status = ourStatus;
+    if ((status & CPU_COUNTS_BIT) != 0) {
+        patchCallbackToEnableTracing(*result, traced);
+        result = &traced;
+    }
+    if ((status & ALLOCATION_RECORDING_BIT) != 0) {
+        patchCallbackToEnableAllocations(*result, recording);
+        result = &recording;
+    }
+    (void)env;
+    jvmtiClassDefinition definition;
+    definition.klass = ourClassCallbackGlobalRef;
+    definition.class_byte_count = result->getSize();
+    definition.class_bytes = result->data();
+    CHECK_JVMTI(ourJVMTI->RedefineClasses(1, &definition));
+}
+
+// JVMs of IBM can't redefine the class; there the inserted calls test two fields.
+void setCallFlags(JNIEnv* env) {
+    const long status = ourStatus;
+    jfieldID calls = env->GetStaticFieldID(ourClassCallbackGlobalRef, "ourVDKMethodEntryExit", "Z");
+    ASSERT_JNI(env);
+    jfieldID allocations = env->GetStaticFieldID(ourClassCallbackGlobalRef, "ourVDKAlloc", "Z");
+    ASSERT_JNI(env);
+    env->SetStaticBooleanField(ourClassCallbackGlobalRef, calls, (status & CPU_COUNTS_BIT) != 0);
+    env->SetStaticBooleanField(ourClassCallbackGlobalRef, allocations,
+                               (status & ALLOCATION_RECORDING_BIT) != 0);
+}
+
+} // namespace
+
+void logClass(const ZString& dottedName, const char* text) {
+    Logger::message(phasePrefix() + dottedName + ": " + text);
+}
+
+void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigned char* data,
+                                  jint* newLength, unsigned char** newData, bool wrapNatives) {
+    if (ourVMDeathCalled || length == 0) {
+        return;
+    }
+    const long start = getTimeNs();
+    ZString dotted = name;
+    dotted.replaceAll('/', '.');
+    if (!isClassFile(length, data)) {
+        logClass(dotted, "skipping non-CAFEBABE");
+        return;
+    }
+    if ((ourCapabilities & INSTRUMENTING) == 0 && !wrapNatives) {
+        return;
+    }
+    if (isOwnClass(dotted)) {
+        return;
+    }
+    if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 && !ourVMInitCalled) {
+        logClass(dotted, "no init yet");
+        return;
+    }
+    DataInput input(data, length);
+    ClassFile classFile(input, ourOptions->stripStackMapTable);
+    if ((classFile.getAccessFlags() & (ACC_INTERFACE | ACC_MODULE)) != 0) {
+        return;
+    }
+    const char* const skipped = reasonToSkip(classFile);
+    if (skipped != nullptr) {
+        logClass(dotted, skipped);
+        return;
+    }
+    DatabaseMethodIds ids(name);
+    const bool changed = rewrite(classFile, name, wrapNatives, ids);
+    if (changed && classFile.getConstantPool().getSize() >= 0x10000) {
+        forgetInstrumentation(classFile, ids);
+        logClass(dotted, "skipping: resulting constant pool is too big");
+        return;
+    }
+    logResult(dotted, changed, getTimeNs() - start);
+    if (changed) {
+        handOver(classFile, length, newLength, newData);
+    }
+}
+
+void JNICALL class_file_load_hook_handler(jvmtiEnv*, JNIEnv*, jclass classBeingRedefined, jobject,
+                                          const char* name, jobject, jint classDataLength,
+                                          const unsigned char* classData, jint* newClassDataLength,
+                                          unsigned char** newClassData) {
+    *newClassDataLength = 0;
+    *newClassData = nullptr;
+    const bool done = runGuarded("Instrumentation", __LINE__, [&] {
+        handleEvent(classBeingRedefined, name, classDataLength, classData, newClassDataLength,
+                    newClassData);
+    });
+    if (!done) {
+        *newClassDataLength = 0;
+        *newClassData = nullptr;
+    }
+}
+
+void redefineCallback(JNIEnv* env) {
+    LockHolder lock(ourRedefinitionLock, "Instrumentation:803");
+    if (ourIsIBM) {
+        setCallFlags(env);
+        return;
+    }
+    redefineImpl(env);
+}
+
+void installInstrumentation(const unsigned char* callback, int callbackSize) {
+    ourCallbackClass = callback;
+    ourCallbackClassSize = callbackSize;
+    ourConsumedEvents.classFileLoadHook = class_file_load_hook_handler;
+    ourConsumedEvents.exception = exception_handler;
+    ourConsumedEvents.exceptionCatch = exception_catch;
+    ourTracingSwitch.redefineCallback = redefineCallback;
+    ourTracingSwitch.retransformLoadedClasses = retransformClassesLoadedBeforeAgentWasAttached;
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <jvmti.h>
+
+#include "core/ground/ZString.h"
+
+// Instrumentation: the class load hook, which decides about every class, and the switching of what
+// was inserted.
+
+// Enters the hook, the exception handlers and the tracing switch where the agent looks for them.
+// To be called before the agent is loaded. callback: the class file of Callback, which stays.
+void installInstrumentation(const unsigned char* callback, int callbackSize);
+
+// The event handler. It holds ourLock for all of its work; anything that goes wrong leaves the JVM
+// its bytes.
+void JNICALL class_file_load_hook_handler(jvmtiEnv* environment, JNIEnv* env,
+                                          jclass classBeingRedefined, jobject loader,
+                                          const char* name, jobject protectionDomain,
+                                          jint classDataLength, const unsigned char* classData,
+                                          jint* newClassDataLength, unsigned char** newClassData);
+
+// Decides about one class and rewrites it. The outputs stay untouched when the class is left as it
+// is; otherwise they are a copy in JVMTI memory. Caller holds ourLock, except for calls from
+// outside the JVM's own loading.
+void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigned char* data,
+                                  jint* newLength, unsigned char** newData, bool wrapNatives);
+
+// One log line about a class, with the JVMTI phase in front unless it is the live one.
+void logClass(const ZString& dottedName, const char* text);
+
+// Makes the class Callback agree with ourStatus. Not to be called with ourLock held: redefinition
+// takes class loading locks.
+void redefineCallback(JNIEnv* env);

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "classfile/ClassFile.h"
+
+// What gets no inserted calls, and why. The first table of LeaveOut.cpp holds classes by name, the
+// second methods by annotation.
+
+// Why a method carries no calls. INSTRUMENTED is the good end.
+enum MethodOutcome : int {
+    METHOD_OUTCOME_INSTRUMENTED,
+    METHOD_OUTCOME_WITHOUT_ALLOCATIONS, // entry and exit only: with all calls it would be too long
+    METHOD_OUTCOME_NO_CODE,             // abstract or native
+    METHOD_OUTCOME_TRIVIAL,             // accessor: the call would cost more than it tells
+    METHOD_OUTCOME_CLASS_LEFT_OUT,
+    METHOD_OUTCOME_ANNOTATED,
+    METHOD_OUTCOME_TOO_LONG,         // 65535 bytes of code would not do
+    METHOD_OUTCOME_NEVER_COMPILED,   // the JVM would stop compiling it
+    METHOD_OUTCOME_BRANCH_OVERFLOW,  // a branch would not reach, and widening it is not possible
+    METHOD_OUTCOME_LIMITS,           // no room in max_stack or max_locals
+    METHOD_OUTCOME_OPAQUE_ATTRIBUTE, // an attribute of its code may hold positions we don't know
+    METHOD_OUTCOME_COUNT
+};
+const char* methodOutcomeText(MethodOutcome outcome);
+
+// The reason why no method of this class gets calls, or null. The name is in internal form.
+const char* reasonToLeaveClass(const Utf8View& className);
+
+// Tells methods of one class that are left out by annotation. Costs a few pool look-ups for a class
+// that has none.
+class AnnotatedMethods {
+public:
+    explicit AnnotatedMethods(ClassFile* owner);
+    // The reason why the method gets no calls, or null.
+    const char* reasonToLeave(MethodInfo* method) const;
+
+private:
+    bool hasAnnotation(MethodInfo* method, int nameIndex) const;
+
+    static constexpr int MAX_ROWS = 8;
+    ClassFile* classFile;
+    int nameIndices[MAX_ROWS]; // Utf8 of each row's annotation, 0 if the class does not name it
+    int forceInline;
+    bool any;
+};

@@ -1,0 +1,202 @@
+#include "instrument/NativeWrapping.h"
+
+#include "classfile/ByteCodeGenerator.h"
+#include "classfile/OpCodes.h"
+
+namespace {
+
+enum Match { EQUALS, BEGINS };
+
+struct NativeRow {
+    Match match;
+    const char* name;
+    const char* reason;
+};
+
+const NativeRow NATIVE_CLASSES[] = {
+    {EQUALS, "java/lang/Object", "an added method changes the method table of arrays"},
+    {BEGINS, "java/lang/ClassLoader", "natives are looked up through it"},
+    {BEGINS, "java/lang/Throwable", "stack traces are taken apart by depth"},
+    {BEGINS, "sun/reflect/", "caller-sensitive by depth"},
+    {EQUALS, "java/lang/Class", "natives are looked up through it"},
+    {EQUALS, "java/lang/SecurityManager", "caller-sensitive by depth"},
+    {EQUALS, "java/security/AccessController", "caller-sensitive by depth"},
+    {EQUALS, "sun/misc/Unsafe", "intrinsics"},
+    {EQUALS, "java/util/ResourceBundle", "caller-sensitive by depth"},
+};
+
+// What JVMs of today bind by name, depth or intrinsic.
+const NativeRow MODERN_NATIVE_CLASSES[] = {
+    {BEGINS, "jdk/internal/loader/", "looking up a native ends in a native of these"},
+    {BEGINS, "jdk/internal/vm/", "a wrapped continuation hangs its virtual thread"},
+    {BEGINS, "jdk/internal/reflect/", "getCallerClass checks that it is frame 0 itself"},
+    {BEGINS, "jdk/internal/misc/", "Unsafe, VM, CDS, Signal: used while the JVM starts"},
+    {EQUALS, "java/lang/System", "used while the JVM starts"},
+    {EQUALS, "java/lang/Runtime", "used while the JVM starts"},
+    {EQUALS, "java/lang/Thread", "thread identity"},
+    {EQUALS, "java/lang/VirtualThread", "mounting counts its frames"},
+    {BEGINS, "java/lang/StackStreamFactory", "walks the stack"},
+    {BEGINS, "java/lang/StackTraceElement", "fills stack traces"},
+    {EQUALS, "java/lang/invoke/MethodHandleNatives", "linkage"},
+    {EQUALS, "java/lang/invoke/MethodHandle", "signature-polymorphic linker intrinsics"},
+    {EQUALS, "java/lang/invoke/VarHandle", "signature-polymorphic linker intrinsics"},
+    {EQUALS, "java/lang/ref/Reference", "called by the reference handler at any time"},
+    {EQUALS, "java/lang/ref/Finalizer", "called by the finalizer at any time"},
+    {EQUALS, "jdk/internal/util/SystemProps$Raw", "used while the JVM starts"},
+};
+
+// The JIT replaces it, and the JVM complains about a method that has lost or wrongly kept it.
+const char INTRINSIC_ANNOTATION[] = "Ljdk/internal/vm/annotation/IntrinsicCandidate;";
+
+template <int N>
+const char* reasonIn(const NativeRow (&rows)[N], const Utf8View& className) {
+    for (const NativeRow& row : rows) {
+        if (row.match == EQUALS ? className == row.name : className.startsWith(row.name)) {
+            return row.reason;
+        }
+    }
+    return nullptr;
+}
+
+void logSkippedNative(MethodInfo* method) {
+    Logger::assertNotNULL(method, "NativeWrapping", __LINE__);
+    Logger::message(ZString("-n ") + method->getName().toString(), nullptr);
+}
+
+void logSkippedNatives(ClassFile* classFile) {
+    for (int i = 0; i < classFile->getMethods().getSize(); i++) {
+        MethodInfo* const method = classFile->getMethods()[i];
+        if (method->isNative()) {
+            logSkippedNative(method);
+        }
+    }
+}
+
+// Pushes the arguments; gives the number of slots that they take.
+int loadArguments(ByteCodeGenerator& generator, const MethodInfo* method) {
+    int slot = 0;
+    if (!method->isStatic()) {
+        generator.aload(0);
+        slot = 1;
+    }
+    for (DescriptorTypes types(method->getDescriptor()); types.next();) {
+        switch (types.getType().charAt(0)) {
+        case 'B':
+        case 'C':
+        case 'I':
+        case 'S':
+        case 'Z':
+            generator.iload(slot);
+            break;
+        case 'F':
+            generator.load(OPC_FLOAD_0, OPC_FLOAD, slot);
+            break;
+        case 'D':
+            generator.load(OPC_DLOAD_0, OPC_DLOAD, slot);
+            break;
+        case 'J':
+            generator.load(OPC_LLOAD_0, OPC_LLOAD, slot);
+            break;
+        case 'L':
+        case '[':
+            generator.aload(slot);
+            break;
+        default:
+            Logger::error(ZString("Invalid descriptor: ") + types.getType().toString(),
+                          "NativeWrapping", __LINE__);
+        }
+        slot += types.getSlots();
+    }
+    return slot;
+}
+
+int returnOpcode(const Utf8View& descriptor) {
+    switch (DescriptorTypes::returnType(descriptor).charAt(0)) {
+    case 'V':
+        return OPC_RETURN;
+    case 'L':
+    case '[':
+        return OPC_ARETURN;
+    case 'D':
+        return OPC_DRETURN;
+    case 'J':
+        return OPC_LRETURN;
+    case 'F':
+        return OPC_FRETURN;
+    default:
+        return OPC_IRETURN;
+    }
+}
+
+// The new native is private, so that a subclass's wrapped native of the same name can't take its
+// calls, and neither reflection nor serialization sees it. The wrapper keeps the monitor.
+int nativeFlags(const MethodInfo* method) {
+    return (method->getAccessFlags() &
+            ~(ACC_PUBLIC | ACC_PROTECTED | ACC_FINAL | ACC_SYNCHRONIZED | ACC_VARARGS)) |
+           ACC_PRIVATE | ACC_SYNTHETIC;
+}
+
+void instrumentNativeMethod(ClassFile* classFile, MethodInfo* method, const char* prefix) {
+    Logger::assertNotNULL(method, "NativeWrapping", __LINE__);
+    Logger::assertTrue(method->getCodeAttribute() == nullptr, "NativeWrapping", __LINE__);
+    const ZString newName = ZString(prefix) + method->getName().toString();
+    const Utf8View name(newName.c_str(), newName.getLength());
+    const Utf8View descriptor = method->getDescriptor();
+    classFile->findOrCreateMethod(name, descriptor, nativeFlags(method));
+    const int thisClass = classFile->findOrCreateConstantClass(
+        classFile->findOrCreateUtf8(classFile->getSignature()));
+    const int reference = classFile->findOrCreateMethodRef(
+        thisClass, classFile->findOrCreateUtf8(name), classFile->findOrCreateUtf8(descriptor));
+    ByteCodeGenerator generator;
+    const int argumentSlots = loadArguments(generator, method);
+    generator.push(method->isStatic() ? OPC_INVOKESTATIC : OPC_INVOKESPECIAL);
+    generator.pushShortValue(reference);
+    generator.push(returnOpcode(descriptor));
+    const int resultSlots = DescriptorTypes::returnSlots(descriptor);
+    method->makeNotNative();
+    classFile->findOrCreateUtf8(CodeAttribute::NAME);
+    CodeAttribute* const attribute = method->createCodeAttribute();
+    attribute->incMaxStackCount(argumentSlots > resultSlots ? argumentSlots : resultSlots);
+    attribute->incMaxLocalsCount(argumentSlots);
+    attribute->parseStackMapTable(classFile, method);
+    generator.installInto(attribute);
+}
+
+} // namespace
+
+const char* reasonToLeaveNatives(const Utf8View& className) {
+    const char* const reason = reasonIn(NATIVE_CLASSES, className);
+    return reason != nullptr ? reason : reasonIn(MODERN_NATIVE_CLASSES, className);
+}
+
+bool wrapNativeMethods(ClassFile* classFile, const char* prefix) {
+    const int count = classFile->getMethods().getSize();
+    bool anyNative = false;
+    for (int i = 0; i < count && !anyNative; i++) {
+        anyNative = classFile->getMethods()[i]->isNative();
+    }
+    if (!anyNative) {
+        return false;
+    }
+    if (reasonToLeaveNatives(classFile->getSignature()) != nullptr) {
+        logSkippedNatives(classFile);
+        return false;
+    }
+    bool changed = false;
+    for (int i = 0; i < count; i++) {
+        MethodInfo* const method = classFile->getMethods()[i];
+        Logger::assertNotNULL(method, "NativeWrapping", __LINE__);
+        if (!method->isNative()) {
+            continue;
+        }
+        if (method->getName() == "registerNatives" || method->hasAnnotation(INTRINSIC_ANNOTATION) ||
+            method->getName().startsWith(prefix)) {
+            logSkippedNative(method);
+            continue;
+        }
+        Logger::message(ZString("N ") + method->getName().toString(), nullptr);
+        changed = true;
+        instrumentNativeMethod(classFile, method, prefix);
+    }
+    return changed;
+}

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "core/ground/ZVector.h"
+
+// Changes to the class Callback that switch the inserted calls on. Each takes the class and gives
+// it with other bodies, so they can be chained; input is not empty, output is.
+
+// vdkMethodEntry and vdkMethodExit call their natives.
+void patchCallbackToEnableTracing(ZVector<unsigned char>& input, ZVector<unsigned char>& output);
+// vdkInit calls its native.
+void patchCallbackToEnableAllocations(ZVector<unsigned char>& input,
+                                      ZVector<unsigned char>& output);

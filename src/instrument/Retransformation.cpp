@@ -1,0 +1,206 @@
+#include "instrument/Retransformation.h"
+
+#include "core/ground/CallbackNatives.h"
+#include "core/ground/CommonUtils.h"
+#include "core/ground/Globals.h"
+#include "core/ground/JNIUtils.h"
+#include "core/ground/JvmGlobals.h"
+#include "core/ground/Options.h"
+#include "core/ground/ZVector.h"
+#include "instrument/LoaderDelegation.h"
+#include "probes/Filter.h"
+#include "profiling/NativeEntry.h"
+
+namespace {
+
+constexpr long WAITING_TAG = 1;
+
+// The dotted name of a class; empty for arrays and when the JVM does not tell.
+ZString dottedNameOf(jclass type) {
+    JvmtiMemory<char> signature;
+    if (ourJVMTI->GetClassSignature(type, signature.receive(), nullptr) != JVMTI_ERROR_NONE ||
+        signature.get() == nullptr || signature.get()[0] != 'L') {
+        return "";
+    }
+    ZString name(signature.get() + 1, static_cast<int>(strlen(signature.get())) - 2);
+    name.replaceAll('/', '.');
+    return name;
+}
+
+bool isModifiable(jclass type) {
+    jboolean modifiable = JNI_FALSE;
+    jboolean isInterface = JNI_FALSE;
+    return ourJVMTI->IsModifiableClass(type, &modifiable) == JVMTI_ERROR_NONE &&
+           modifiable == JNI_TRUE &&
+           ourJVMTI->IsInterface(type, &isInterface) == JVMTI_ERROR_NONE &&
+           isInterface == JNI_FALSE;
+}
+
+// A class that the hook would rewrite.
+bool mayRewrite(jclass type) {
+    const ZString name = dottedNameOf(type);
+    if (name.isEmpty() ||
+        (name.startsWith("com.vandrik.") && !name.startsWith("com.vandrik.runtime.Calibration"))) {
+        return false;
+    }
+    return isModifiable(type);
+}
+
+// A class loader that is not the JDK's own.
+bool isForeignLoader(jclass type) {
+    ZString name = dottedNameOf(type);
+    name.replaceAll('.', '/');
+    return mayDefineLoader(Utf8View(name.c_str(), name.getLength())) && mayRewrite(type);
+}
+
+// Calls visit(class) for every loaded class and releases the references for which it gives false.
+template <typename Visitor>
+void eachLoadedClass(JNIEnv* env, Visitor&& visit) {
+    jint count = 0;
+    JvmtiMemory<jclass> classes;
+    CHECK_JVMTI(ourJVMTI->GetLoadedClasses(&count, classes.receive()));
+    for (jint i = 0; i < count; i++) {
+        if (!visit(classes.get()[i])) {
+            env->DeleteLocalRef(classes.get()[i]);
+        }
+    }
+}
+
+// One failing class fails a batch, so the rest is then tried one by one. Gives the number done.
+int retransform(ZVector<jclass>& classes) {
+    if (classes.isEmpty()) {
+        return 0;
+    }
+    const jvmtiError error = ourJVMTI->RetransformClasses(classes.getSize(), classes.data());
+    if (error == JVMTI_ERROR_NONE) {
+        return classes.getSize();
+    }
+    Logger::message(ZString("Retransforming ") + longToString(classes.getSize()) +
+                    " classes at once failed: " + longToString(error));
+    int done = 0;
+    for (int i = 0; i < classes.getSize(); i++) {
+        const jvmtiError single = ourJVMTI->RetransformClasses(1, &classes[i]);
+        if (single == JVMTI_ERROR_NONE) {
+            done++;
+        } else {
+            Logger::message(ZString("Retransforming failed: ") + dottedNameOf(classes[i]) + ": " +
+                            longToString(single));
+        }
+    }
+    return done;
+}
+
+void release(JNIEnv* env, ZVector<jclass>& classes) {
+    for (int i = 0; i < classes.getSize(); i++) {
+        env->DeleteLocalRef(classes[i]);
+    }
+}
+
+void logClassesToRetransform(ZVectorSafe<ZString>& names) {
+    names.sort();
+    ZString text("Classes to retransform: ");
+    text.appendLong(names.getSize());
+    text.append(" (loaded before agent attached)");
+    for (int i = 0; i < names.getSize(); i++) {
+        text.append("\n  ");
+        text.append(names[i]);
+    }
+    Logger::message(text);
+}
+
+} // namespace
+
+void retransformPrimordialClasses(JNIEnv* env) {
+    if ((ourCapabilities & (CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS)) == 0) {
+        return;
+    }
+    ZVector<jclass> classes(512);
+    eachLoadedClass(env, [&](jclass type) {
+        const bool wanted = mayRewrite(type);
+        if (wanted) {
+            classes.push(type);
+        }
+        return wanted;
+    });
+    const int done = retransform(classes);
+    Logger::message(ZString("Classes loaded before the hook: ") + longToString(classes.getSize()) +
+                    ", retransformed: " + longToString(done));
+    release(env, classes);
+}
+
+void tagClassesLoadedBeforeAttach(JNIEnv* env) {
+    if (ourJVMTI2 == nullptr) {
+        return;
+    }
+    eachLoadedClass(env, [](jclass type) {
+        if (mayRewrite(type)) {
+            CHECK_JVMTI(ourJVMTI2->SetTag(type, WAITING_TAG));
+        }
+        return false;
+    });
+}
+
+void retransformLoadersLoadedBeforeAttach(JNIEnv* env) {
+    jclass loaderClass = findClass(env, "java/lang/ClassLoader");
+    ZVector<jclass> classes(16);
+    eachLoadedClass(env, [&](jclass type) {
+        const bool wanted = env->IsAssignableFrom(type, loaderClass) && isForeignLoader(type);
+        if (wanted) {
+            classes.push(type);
+        }
+        return wanted;
+    });
+    env->DeleteLocalRef(loaderClass);
+    retransform(classes);
+    release(env, classes);
+}
+
+void retransformClassesLoadedBeforeAgentWasAttached(JNIEnv* env, ClassNameFilter* filter) {
+    ZVector<jclass> classes(64);
+    {
+        LockHolder lock(ourLock, "CoreNatives:78");
+        if (ourJVMTI2 == nullptr) {
+            return;
+        }
+        ZVectorSafe<ZString> names;
+        bool leftOut = false;
+        eachLoadedClass(env, [&](jclass type) {
+            jlong tag = 0;
+            CHECK_JVMTI(ourJVMTI2->GetTag(type, &tag));
+            if (tag != WAITING_TAG) {
+                return false;
+            }
+            const ZString name = dottedNameOf(type);
+            if (filter != nullptr && filter->isFilteredClassName(name)) {
+                leftOut = true;
+                return false;
+            }
+            names.push(name);
+            classes.push(type);
+            CHECK_JVMTI(ourJVMTI2->SetTag(type, 0));
+            return true;
+        });
+        logClassesToRetransform(names);
+        if (!leftOut) {
+            CHECK_JVMTI(ourJVMTI2->DisposeEnvironment());
+            ourJVMTI2 = nullptr;
+        }
+    }
+    if (!classes.isEmpty()) {
+        retransform(classes);
+        Logger::message("Class retransform completed");
+    }
+    release(env, classes);
+}
+
+void JNICALL Java_com_vandrik_runtime_Callback_retransformClassesLoadedBeforeAgentWasAttached0(
+    JNIEnv* env, jclass, jboolean useFilter, jstring filterFile) {
+    runNative(env, "Retransformation", __LINE__, [&] {
+        if (useFilter != JNI_TRUE) {
+            retransformClassesLoadedBeforeAgentWasAttached(env, nullptr);
+            return;
+        }
+        ClassNameFilter filter(Filter::readFilterSpecFromFile(toZString(env, filterFile)));
+        retransformClassesLoadedBeforeAgentWasAttached(env, &filter);
+    });
+}

@@ -1,0 +1,235 @@
+#include "instrument/TracingInstrumentation.h"
+
+#include "classfile/OpCodes.h"
+#include "instrument/BranchWidening.h"
+
+namespace {
+
+const char CALLBACK_CLASS[] = "com/vandrik/runtime/Callback";
+
+// Stack slots that the inserted calls need beside our own dups, and the most that are added.
+constexpr int CALL_STACK = 4;
+
+int findOrCreateCall(ClassFile* classFile, int classIndex, const char* name,
+                     const char* descriptor) {
+    const int nameIndex = classFile->findOrCreateUtf8(name);
+    return classFile->findOrCreateMethodRef(classIndex, nameIndex,
+                                            classFile->findOrCreateUtf8(descriptor));
+}
+
+// Recording the allocations of generated XSLT translets breaks their frames.
+bool isTranslet(const ClassFile* classFile) {
+    const Utf8View super = classFile->getSuperClassSignature();
+    return super.contains("xalan") && super.contains("AbstractTranslet");
+}
+
+bool isRootClassException(const Utf8View& className, const MethodInfo* method) {
+    return className == "java/lang/Object" &&
+           (method->getName() == "<clinit>" || method->getName() == "finalize");
+}
+
+} // namespace
+
+bool shouldSkipInstrumentation(MethodInfo* method) {
+    const CodeAttribute* const attribute = method->getCodeAttribute();
+    const unsigned char* const code = attribute->getCode();
+    switch (attribute->getCodeLength()) {
+    case 1:
+    case 2:
+        return true;
+    case 4:
+        return code[0] == OPC_GETSTATIC && isReturnOpcode(code[3]);
+    case 5:
+        return (code[0] == OPC_ALOAD_0 && code[1] == OPC_GETFIELD && isReturnOpcode(code[4])) ||
+               (isLoad0Opcode(code[0]) && code[1] == OPC_PUTSTATIC && code[4] == OPC_RETURN);
+    case 6:
+        return code[0] == OPC_ALOAD_0 && isLoad1Opcode(code[1]) && code[5] == OPC_RETURN;
+    default:
+        return false;
+    }
+}
+
+TracingInstrumentation::TracingInstrumentation(ClassFile* owner, MethodIds* methodIds,
+                                               bool flagVariants,
+                                               InstrumentationCounts* outcomeCounts)
+    : classFile(owner), ids(methodIds), counts(outcomeCounts), references(),
+      effects(owner->getConstantPool()), annotated(owner) {
+    const int callback =
+        classFile->findOrCreateConstantClass(classFile->findOrCreateUtf8(CALLBACK_CLASS));
+    references.entry = findOrCreateCall(
+        classFile, callback, flagVariants ? "vdkMethodEntryF" : "vdkMethodEntry", "(SS)V");
+    references.exit = findOrCreateCall(classFile, callback,
+                                       flagVariants ? "vdkMethodExitF" : "vdkMethodExit", "(SS)V");
+    references.alloc = findOrCreateCall(classFile, callback, flagVariants ? "vdkInitF" : "vdkInit",
+                                        "(Ljava/lang/Object;I)I");
+}
+
+bool TracingInstrumentation::run(bool allocations, bool tracing) {
+    const Utf8View className = classFile->getSignature();
+    const bool classLeftOut = reasonToLeaveClass(className) != nullptr;
+    const bool withAllocations = allocations && !isTranslet(classFile);
+    bool any = false;
+    const int methodCount = classFile->getMethods().getSize();
+    for (int i = 0; i < methodCount; i++) {
+        MethodInfo* const method = classFile->getMethods()[i];
+        MethodOutcome outcome = METHOD_OUTCOME_NO_CODE;
+        if (method->getCodeAttribute() != nullptr && !isRootClassException(className, method)) {
+            const int id = ids->getMethodId(className, method->getName(), method->getDescriptor());
+            if (!withAllocations && !tracing) {
+                continue;
+            }
+            outcome = shouldSkipInstrumentation(method) ? METHOD_OUTCOME_TRIVIAL
+                      : classLeftOut                    ? METHOD_OUTCOME_CLASS_LEFT_OUT
+                      : annotated.reasonToLeave(method) != nullptr
+                          ? METHOD_OUTCOME_ANNOTATED
+                          : instrumentMethod(id, method, withAllocations, tracing);
+            if (outcome <= METHOD_OUTCOME_WITHOUT_ALLOCATIONS) {
+                ids->methodInstrumented(id);
+                any = true;
+            }
+        }
+        if (counts != nullptr) {
+            counts->methods[outcome]++;
+        }
+    }
+    return any;
+}
+
+MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo* method,
+                                                       bool allocations, bool tracing) {
+    CodeAttribute* const attribute = method->getCodeAttribute();
+    if (attribute->findOpaqueAttribute() != nullptr) {
+        return METHOD_OUTCOME_OPAQUE_ATTRIBUTE;
+    }
+    if (attribute->getMaxLocals() >= CodeAttribute::MAX_LIMIT) {
+        methodNotInstrumented(method);
+        return METHOD_OUTCOME_LIMITS;
+    }
+    const CodeTraits traits = scanCode(attribute->getCode(), attribute->getCodeLength());
+    const bool mayRecord = allocations && traits.createsObjects;
+    MethodOutcome failure = METHOD_OUTCOME_TOO_LONG;
+    // With all calls first, then with entry and exit alone.
+    for (int shortForm = 0; shortForm < 2; shortForm++) {
+        if (shortForm == 1 && (!mayRecord || !tracing)) {
+            break;
+        }
+        const bool record = mayRecord && shortForm == 0;
+        ZSet<int> longJumps(1);
+        Attempt result = attempt(methodId, method, record, tracing, traits.hasSwitch, &longJumps);
+        if (!result.branchesReach && result.length <= 0xffff && canWidenBranches(attribute) &&
+            modifyJumps(method, &longJumps)) {
+            result = attempt(methodId, method, record, tracing, traits.hasSwitch, nullptr);
+        }
+        if (result.fits) {
+            return shortForm == 0 ? METHOD_OUTCOME_INSTRUMENTED
+                                  : METHOD_OUTCOME_WITHOUT_ALLOCATIONS;
+        }
+        failure = result.length > 0xffff  ? METHOD_OUTCOME_TOO_LONG
+                  : !result.branchesReach ? METHOD_OUTCOME_BRANCH_OVERFLOW
+                  : result.length < 0     ? METHOD_OUTCOME_LIMITS
+                                          : METHOD_OUTCOME_NEVER_COMPILED;
+    }
+    methodNotInstrumented(method);
+    return failure;
+}
+
+TracingInstrumentation::Attempt TracingInstrumentation::attempt(int methodId, MethodInfo* method,
+                                                                bool allocations, bool tracing,
+                                                                bool hasSwitch,
+                                                                ZSet<int>* longJumps) {
+    CodeAttribute* const attribute = method->getCodeAttribute();
+    CodeRewrite rewrite(attribute, classFile->getArena());
+    const unsigned char* const code = rewrite.getCode();
+    const int length = rewrite.getLength();
+    AllocationSites sites(classFile, attribute, rewrite, effects, hasSwitch, allocations);
+    for (int position = 0; position < length;) {
+        const int opcode = code[position];
+        const int next = nextInstruction(code, length, position);
+        if (allocations) {
+            sites.visit(position, next);
+        }
+        if (tracing && isReturnOpcode(opcode)) {
+            rewrite.addInsertion(INSERT_EXIT, position, 1, hasSwitch);
+        } else {
+            rewrite.addBranchOperands(position);
+        }
+        position = next;
+    }
+    if (allocations) {
+        sites.finish();
+    }
+    const bool branchesReach = rewrite.updateOffsets(longJumps);
+    const int variable = allocations ? attribute->getMaxLocals() : -1;
+    const int prefix = tracing ? ENTRY_CODE_LENGTH(hasSwitch, variable >= 0)
+                               : ALLOC_ONLY_ENTRY_CODE_LENGTH(variable >= 0);
+    const int newLength = prefix + rewrite.getNewLength();
+    Attempt result = {false, branchesReach, newLength};
+    if (attribute->getMaxStack() + CALL_STACK + sites.getExtraStack() > CodeAttribute::MAX_LIMIT) {
+        result.length = -1;
+        return result;
+    }
+    const bool growsHuge = newLength > HUGE_METHOD_LIMIT && length <= HUGE_METHOD_LIMIT;
+    if (newLength > 0xffff || !branchesReach || growsHuge) {
+        return result;
+    }
+    unsigned char* const newCode =
+        rewrite.assemble(prefix, references, methodId, variable, hasSwitch);
+    if (tracing) {
+        insertEntryCode(references.entry, methodId, newCode, 0, variable, hasSwitch);
+    } else {
+        insertAllocOnlyEntryCode(newCode, 0, variable);
+    }
+    commit(rewrite, attribute, &sites, newCode, newLength, prefix, variable);
+    reportSkipped(method, sites.getSkipped());
+    result.fits = true;
+    return result;
+}
+
+// Enters a finished rewrite in the method: code, limits and all tables.
+void TracingInstrumentation::commit(CodeRewrite& rewrite, CodeAttribute* attribute,
+                                    AllocationSites* sites, unsigned char* newCode, int newLength,
+                                    int prefix, int variable) {
+    sites->patchFrames();
+    if (variable >= 0) {
+        const int slot =
+            attribute->addLocalVariableToTable(VerificationType(VERIFICATION_INT, -1), true);
+        Logger::assertEquals(slot, variable, "TracingInstrumentation", __LINE__);
+    }
+    attribute->adoptCode(newCode, newLength);
+    attribute->incMaxStackCount(CALL_STACK + sites->getExtraStack());
+    attribute->shiftTables(rewrite.getOffsets());
+    attribute->extendParametersOverPrefix(prefix);
+    attribute->applyAddedVariables(0);
+}
+
+void TracingInstrumentation::methodNotInstrumented(MethodInfo* method) const {
+    ZString text("warning: cannot instrument method because resulting bytecode is too long: ");
+    text.append(classFile->getSignature().toString());
+    text.append(".");
+    text.append(method->getName().toString());
+    text.append(method->getDescriptor().toString());
+    Logger::message(text, nullptr);
+}
+
+void TracingInstrumentation::reportSkipped(MethodInfo* method, int skipped) {
+    if (skipped == 0) {
+        return;
+    }
+    if (counts != nullptr) {
+        counts->skippedAllocations += skipped;
+    }
+    ZString text("warning: cannot inject object allocation callback due to a bad bytecode pattern "
+                 "(scala?): ");
+    text.append(classFile->getSignature().toString());
+    text.append(".");
+    text.append(method->getName().toString());
+    Logger::message(text, nullptr);
+}
+
+bool instrumentForTracingAndAllocation(ClassFile* classFile, bool allocations, bool tracing,
+                                       MethodIds* ids, bool flagVariants,
+                                       InstrumentationCounts* counts) {
+    Logger::assertNotNULL(classFile, "TracingInstrumentation", __LINE__);
+    TracingInstrumentation pass(classFile, ids, flagVariants, counts);
+    return pass.run(allocations, tracing);
+}

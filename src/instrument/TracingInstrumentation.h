@@ -1,0 +1,69 @@
+#pragma once
+
+#include "instrument/AllocationSites.h"
+#include "instrument/LeaveOut.h"
+
+// Inserts the tracing and allocation recording calls into a class. The calls go to static methods
+// of the class Callback, whose bodies are switched elsewhere; what is inserted never changes again.
+
+// Gives methods their ids. The agent's implementation is the method table of its database.
+class MethodIds {
+public:
+    virtual ~MethodIds() = default;
+    virtual int getMethodId(const Utf8View& className, const Utf8View& methodName,
+                            const Utf8View& descriptor) = 0;
+    // The method carries calls now.
+    virtual void methodInstrumented(int id) = 0;
+};
+
+// How the methods of the classes seen so far ended.
+struct InstrumentationCounts {
+    long methods[METHOD_OUTCOME_COUNT];
+    long skippedAllocations;
+};
+
+// The JVM does not compile methods longer than this, in bytes of code.
+constexpr int HUGE_METHOD_LIMIT = 8000;
+
+class TracingInstrumentation {
+public:
+    // Inserts calls into every method that can take them. flagVariants: call the methods that test
+    // a static field (JVMs that can't redefine Callback). Counts may be null.
+    TracingInstrumentation(ClassFile* classFile, MethodIds* ids, bool flagVariants,
+                           InstrumentationCounts* counts);
+    // Whether any method was instrumented.
+    bool run(bool allocations, bool tracing);
+
+private:
+    // How one attempt ended, and the code it made.
+    struct Attempt {
+        bool fits;
+        bool branchesReach;
+        int length;
+    };
+
+    MethodOutcome instrumentMethod(int methodId, MethodInfo* method, bool allocations,
+                                   bool tracing);
+    Attempt attempt(int methodId, MethodInfo* method, bool allocations, bool tracing,
+                    bool hasSwitch, ZSet<int>* longJumps);
+    void commit(CodeRewrite& rewrite, CodeAttribute* attribute, AllocationSites* sites,
+                unsigned char* newCode, int newLength, int prefix, int variable);
+    void methodNotInstrumented(MethodInfo* method) const;
+    void reportSkipped(MethodInfo* method, int skipped);
+
+    ClassFile* classFile;
+    MethodIds* ids;
+    InstrumentationCounts* counts;
+    CodeRewrite::References references;
+    StackEffects effects;
+    AnnotatedMethods annotated;
+};
+
+// The class pass: makes sure that the pool has the call references, then works through the methods.
+// Gives whether any method was instrumented.
+bool instrumentForTracingAndAllocation(ClassFile* classFile, bool allocations, bool tracing,
+                                       MethodIds* ids, bool flagVariants,
+                                       InstrumentationCounts* counts);
+
+// Trivial accessors, whose calls would cost far more than they tell.
+bool shouldSkipInstrumentation(MethodInfo* method);
