@@ -1,0 +1,150 @@
+#include "snapshot/Snapshoting.h"
+
+#include <sys/stat.h>
+
+#include "core/ground/CallbackNatives.h"
+#include "core/ground/CommonUtils.h"
+#include "core/ground/Globals.h"
+#include "core/ground/JvmGlobals.h"
+#include "core/ground/Options.h"
+#include "db/Progress.h"
+#include "platform/Platform.h"
+#include "profiling/InstanceCounting.h"
+#include "profiling/LiveTables.h"
+#include "profiling/NativeEntry.h"
+#include "profiling/TelemetryHelper.h"
+#include "snapshot/SnapshotFile.h"
+#include "snapshot/SuspendedThreads.h"
+
+namespace {
+
+const int PROGRESS_TABLES_START = 10;
+const int PROGRESS_TABLES_END = 90;
+const int PROGRESS_HEADER = 5;
+const int PROGRESS_END = 99;
+const jlong DETECTOR_PERIOD_MS = 3000;
+const long DETECTED_DUMP_FLAGS = SNAPSHOT_WITH_HEAP | SNAPSHOT_HPROF | SNAPSHOT_CAUSE_ON_EVENT;
+
+// Why this build can't write such a snapshot; empty if it can.
+ZString refuseSnapshot(long flags) {
+    return (flags & SNAPSHOT_WITH_HEAP) != 0 ? ZString(VDK_MISSING_TEXT("memory snapshot"))
+                                             : ZString();
+}
+
+// Writes the file while the application stands still. Empty or the first error.
+ZString writeSuspended(JNIEnv* env, SnapshotFile& file, int progressSocket, long flags) {
+    ZString error;
+    {
+        SuspendedThreads suspended(env);
+        SnapshotWriter writer(file.getDescriptor());
+        writeSnapshot(ourDB, writer, progressSocket, flags);
+        writer.flush();
+        if (writer.getErrorMessage() != nullptr) {
+            error = writer.getErrorMessage();
+        }
+    }
+    const ZString closeError = file.close();
+    return error.isEmpty() ? closeError : error;
+}
+
+// Empty or the error.
+ZString capture(JNIEnv* env, const ZString& path, int progressSocket, long flags) {
+    Logger::assertNotNULL(ourJVMTI, "Snapshoting", __LINE__);
+    const ZString refusal = refuseSnapshot(flags);
+    if (!refusal.isEmpty()) {
+        return refusal;
+    }
+    InstanceCounting counting(env, ourDB, 1 << SLOT_InstanceCounts);
+    LockHolder lock(ourLock, "Snapshoting:25");
+    SnapshotFile file(path);
+    if (!file.isOpen()) {
+        return "Cannot open file to write snapshot";
+    }
+    // Asks the JVM about threads, so it comes before they are stopped.
+    LiveTables(env, &counting).bringUpToDate(ALL_TABLES);
+    return writeSuspended(env, file, progressSocket, flags);
+}
+
+// Size of a file, -1 if there is none.
+long sizeOf(const ZString& path) {
+    struct stat status;
+    return stat(path.c_str(), &status) != 0 || S_ISDIR(status.st_mode)
+               ? -1
+               : static_cast<long>(status.st_size);
+}
+
+} // namespace
+
+void writeSnapshot(DB* db, SnapshotWriter& writer, int progressSocket, long flags) {
+    Progress progress((flags & SNAPSHOT_SUPPRESS_PROGRESS) != 0 ? 0 : progressSocket);
+    writeSnapshotHeader(db->startTime, db->sessionName, writer, flags, SNAPSHOT_FORMAT_VALUE);
+    writeUserTableDescriptions(db, writer);
+    progress.updateProgress(PROGRESS_HEADER);
+    writeAllTables(db, writer, PROGRESS_TABLES_START, PROGRESS_TABLES_END, &progress, nullptr);
+    if (db == ourDB) {
+        db->stringPool->collectGarbageStrings();
+    }
+    progress.updateProgress(PROGRESS_END);
+}
+
+jstring captureSnapshotJVMTI(JNIEnv* env, jstring path, int progressSocket, long flags) {
+    const ZString error = capture(env, toZString(env, path), progressSocket, flags);
+    return error.isEmpty() ? nullptr : toJavaString(env, error);
+}
+
+DumpCandidates::DumpCandidates(const ZString& path, int pid) {
+    paths[0] = path;
+    paths[1] = path + "/java_pid" + longToString(pid) + ".hprof";
+    for (int i = 0; i < COUNT; i++) {
+        sizes[i] = sizeOf(paths[i]);
+    }
+}
+
+ZString DumpCandidates::findChanged() const {
+    ZString changed;
+    for (int i = 0; i < COUNT; i++) {
+        const long size = sizeOf(paths[i]);
+        if (size != -1 && size != sizes[i]) {
+            changed = paths[i];
+        }
+    }
+    return changed;
+}
+
+// Waits on a raw monitor that nobody notifies. A thread that sleeps in native code instead holds up
+// the end of the JVM, which gives such threads 0.3 s to come back.
+static void waitOnMonitor(jrawMonitorID monitor, jlong milliseconds) {
+    CHECK_JVMTI(ourJVMTI->RawMonitorEnter(monitor));
+    const jvmtiError error = ourJVMTI->RawMonitorWait(monitor, milliseconds);
+    CHECK_JVMTI(ourJVMTI->RawMonitorExit(monitor));
+    if (error != JVMTI_ERROR_INTERRUPT) {
+        CHECK_JVMTI(error);
+    }
+}
+
+void oome_snapshot_detector() {
+    const ZString path = ourOptions->getHeapDumpPath();
+    if (path.isEmpty()) {
+        return;
+    }
+    const DumpCandidates candidates(path, Platform::currentPID());
+    jrawMonitorID monitor = nullptr;
+    CHECK_JVMTI(ourJVMTI->CreateRawMonitor("vdk_oome_detector_lock", &monitor));
+    for (;;) {
+        waitOnMonitor(monitor, DETECTOR_PERIOD_MS);
+        const ZString changed = candidates.findChanged();
+        if (!changed.isEmpty()) {
+            addSnapshotInfo(changed, DETECTED_DUMP_FLAGS);
+            return;
+        }
+    }
+}
+
+jstring JNICALL Java_com_vandrik_runtime_Callback_captureSnapshot(JNIEnv* env, jclass, jstring path,
+                                                                  jint progressSocket,
+                                                                  jlong flags) {
+    jstring result = nullptr;
+    runNative(env, "Snapshoting", __LINE__,
+              [&] { result = captureSnapshotJVMTI(env, path, progressSocket, flags); });
+    return result;
+}

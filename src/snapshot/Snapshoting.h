@@ -1,0 +1,38 @@
+#pragma once
+
+#include <jni.h>
+
+#include "core/ground/ZString.h"
+#include "db/DB.h"
+#include "db/SnapshotCommon.h"
+#include "db/SnapshotWriter.h"
+
+// Capture of snapshots, from the request to the closed file, and the watcher of heap dumps that the
+// JVM makes by itself. Naming and permissions of files are the Java side's.
+
+// Captures a snapshot to the file: null, or why there is none, as a Java string. The application
+// stands still while tables are written, and runs again on every way out; a file that could not be
+// written whole stays as far as it came. Takes ourLock. progressSocket 0 means no client.
+jstring captureSnapshotJVMTI(JNIEnv* env, jstring path, int progressSocket, long flags);
+
+// Writes header, user tables and all tables to the writer, then collects unused strings if db is
+// ourDB. Caller holds ourLock, and has brought ourDB up to date.
+void writeSnapshot(DB* db, SnapshotWriter& writer, int progressSocket, long flags);
+
+// Watches for the heap dump that the JVM writes when memory runs out, and notes it as a snapshot of
+// this process. Ends after the first one: only the first dump of a process counts.
+void oome_snapshot_detector();
+
+// One round of the watcher: compares the candidates' sizes with those noted before. The changed
+// path, the later candidate if both have changed; empty if none has.
+class DumpCandidates {
+public:
+    // A path as the JVM was given it: of the dump itself or of its directory.
+    DumpCandidates(const ZString& path, int pid);
+    ZString findChanged() const;
+
+private:
+    static const int COUNT = 2;
+    ZString paths[COUNT];
+    long sizes[COUNT]; // -1 for a file that is not there
+};
