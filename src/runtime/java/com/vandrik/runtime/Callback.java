@@ -1,0 +1,241 @@
+package com.vandrik.runtime;
+
+/**
+ * Where rewritten application code and the agent's Java classes enter the native library.
+ *
+ * <p>The three empty methods are what inserted calls name. While a kind of recording runs, the
+ * library redefines this class with bodies that call the matching natives; the variants with the
+ * suffix F are for JVMs that can't redefine it and test a flag instead. The class has no static
+ * initialiser, no try block and calls no other Java code: it runs inside every rewritten method,
+ * at moments when nothing else can be relied on.
+ *
+ * <p>The natives are declared in the order of core/ground/CallbackNatives.h; a test compares both.
+ */
+public class Callback {
+    /** Whether {@link #vdkInitF} passes allocations on. */
+    public static boolean ourVDKAlloc;
+
+    /** Whether {@link #vdkMethodEntryF} and {@link #vdkMethodExitF} pass calls on. */
+    public static boolean ourVDKMethodEntryExit;
+
+    private Callback() {
+    }
+
+    public static int vdkInit(Object object, int frameHint) {
+        return -1;
+    }
+
+    public static void vdkMethodEntry(short low, short high) {
+    }
+
+    public static void vdkMethodExit(short low, short high) {
+    }
+
+    public static int vdkInitF(Object object, int frameHint) {
+        if (ourVDKAlloc) {
+            return vdkInit0(object, frameHint);
+        }
+        return -1;
+    }
+
+    public static void vdkMethodEntryF(short low, short high) {
+        if (ourVDKMethodEntryExit) {
+            vdkMethodEntry0(low, high);
+        }
+    }
+
+    public static void vdkMethodExitF(short low, short high) {
+        if (ourVDKMethodEntryExit) {
+            vdkMethodExit0(low, high);
+        }
+    }
+
+    /** Asks the JVM for a full collection. */
+    public static void forceGC() {
+        System.gc();
+    }
+
+    public static native void addProbePaths(String[] paths);
+
+    public static native void addSnapshotInfo(String path, long flags);
+
+    public static native void advanceGeneration(String description);
+
+    public static native String captureSnapshot(String path, int progressSocket, long flags);
+
+    public static native void clearAllocationData();
+
+    public static native void clearCPUData(boolean log);
+
+    public static native void clearExceptions();
+
+    public static native void clearMonitorData();
+
+    public static native boolean closeUserTableRow(int table, int row, int minimumMs);
+
+    public static native void correctUptimeMs(long etalonMs);
+
+    public static native void createMarker(int port, int state);
+
+    public static native long createObjectMap();
+
+    public static native int createUserTable(String description);
+
+    public static native int createUserTableRow(int table, int frequentThresholdMs, int minimumMs);
+
+    public static native void deleteObjectMap(long map);
+
+    public static native void disableExceptionTelemetry();
+
+    public static native void disableStackTelemetry();
+
+    public static native void enableExceptionTelemetry();
+
+    public static native void enableStackTelemetry();
+
+    public static native int findPropertyRecordIndex(int nameStrID);
+
+    public static native boolean findSnapshot(String path);
+
+    public static native boolean getAllocationRecordingSettingsPerClassGarbage();
+
+    public static native int getAllocationRecordingSettingsRecordEach();
+
+    public static native boolean getAllocationRecordingSettingsRecordEachEnabled();
+
+    public static native int getAllocationRecordingSettingsSizeLimit();
+
+    public static native boolean getAllocationRecordingSettingsSizeLimitEnabled();
+
+    public static native long getCalibrationResult();
+
+    public static native long getCapabilities();
+
+    public static native long getCurrentThreadCPUTimeNs();
+
+    public static native String getDatabaseStatistics();
+
+    public static native int[] getExitedProcesses();
+
+    public static native String getHostID();
+
+    public static native int getPhase();
+
+    public static native int getPID();
+
+    public static native String[] getProbes(int withBuiltIn);
+
+    public static native long getProcessCPUTimeNs();
+
+    public static native long getStatus();
+
+    public static native int getTelemetryPeriodMs();
+
+    public static native long getUptimeMs();
+
+    public static native String getUserTableClassNameColumn(int table, int row, int column);
+
+    public static native String getUserTableDescription(int table);
+
+    public static native int getUserTableForeignKeyColumn(int table, int row, int column);
+
+    public static native int getUserTableIntColumn(int table, int row, int column);
+
+    public static native long getUserTableLongColumn(int table, int row, int column);
+
+    public static native String getUserTableStringColumn(int table, int row, int column);
+
+    public static native boolean isFrequentSampling();
+
+    public static native boolean isIBM();
+
+    public static native boolean isUserTableRowClosed(int table, int row);
+
+    public static native void message(String text, String detail);
+
+    public static native void messageToLogFile(String text);
+
+    public static native void messageToStderr(String text);
+
+    public static native void messageToStdout(String text);
+
+    public static native boolean objectMapContains(long map, Object object);
+
+    public static native int objectMapGet(long map, Object object, int absent);
+
+    public static native void objectMapPut(long map, Object object, int value);
+
+    public static native int objectMapRemove(long map, Object object, int absent);
+
+    public static native byte[] patchTemplateClass(String[] macroAndValuePairs);
+
+    public static native String registerProbesByBytecode(byte[][] classes, boolean dynamic,
+                                                         boolean flag);
+
+    public static native String registerProbesByName(String[] classNames);
+
+    public static native boolean registerProcessExitListener(long process, int row);
+
+    public static native void retransformClassesLoadedBeforeAgentWasAttached0(boolean useFilter,
+                                                                              String filterFile);
+
+    public static native void setCalibrationResult(long costNs);
+
+    public static native int setProperty(String name, String value);
+
+    public static native void setPropertyByRecordIndex(int row, int value);
+
+    public static native void setThreadTemporaryEnabled(boolean enabled);
+
+    public static native void setUserTableClassNameColumn(int table, int row, int column,
+                                                          String value);
+
+    public static native void setUserTableForeignKeyColumn(int table, int row, int column,
+                                                           int value);
+
+    public static native void setUserTableIntColumn(int table, int row, int column, int value);
+
+    public static native void setUserTableLongColumn(int table, int row, int column, long value);
+
+    public static native void setUserTableStringColumn(int table, int row, int column,
+                                                       String value);
+
+    public static native String startAllocationRecording(boolean eachEnabled, int each,
+                                                         boolean sizeLimitEnabled, int sizeLimit,
+                                                         boolean perClassGarbage);
+
+    public static native void startCalibrating();
+
+    public static native String startCPUProfiling(long mode, String filters, String wallTimeSpec);
+
+    public static native String startMonitorProfiling();
+
+    public static native void stopAllocationRecording();
+
+    public static native void stopCPUProfiling(boolean log);
+
+    public static native void stopMonitorProfiling();
+
+    public static native void storeTelemetryRecord(int[] telec, int[] tele, int[] extNames,
+                                                   int[] extValues);
+
+    public static native void unregisterProbes(String[] classNames);
+
+    public static native String validateMethodPattern(String pattern);
+
+    public static native void writeTables(int socket, int mask, int limit, int[] stamps);
+
+    public static native int vdkInit0(Object object, int frameHint);
+
+    public static native void vdkJ2eeEntry1(Object text, int type);
+
+    public static native void vdkJ2eeEntry2(Object key, int type);
+
+    public static native void vdkJ2eeEntry3(Object request, int type);
+
+    public static native void vdkJ2eeExit(Object key, Object text);
+
+    public static native void vdkMethodEntry0(short low, short high);
+
+    public static native void vdkMethodExit0(short low, short high);
+}

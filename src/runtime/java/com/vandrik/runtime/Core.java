@@ -1,0 +1,335 @@
+package com.vandrik.runtime;
+
+import com.vandrik.Constants;
+import com.vandrik.probes.triggers.EventListener;
+import com.vandrik.util.Asserts;
+import com.vandrik.util.Strings;
+import com.vandrik.util.ThreadUtil;
+import java.io.BufferedInputStream;
+import java.io.BufferedOutputStream;
+import java.io.DataInputStream;
+import java.io.DataOutputStream;
+import java.io.File;
+import java.io.IOException;
+import java.io.InputStream;
+import java.io.OutputStream;
+
+/**
+ * The Java half of the agent's start-up, and what native code calls afterwards. The native side
+ * finds this class by name and calls {@link #init} once; keep its parameters in sync with
+ * agentInit.
+ *
+ * <p>On load this runs ahead of the application's main method. What main may still configure must
+ * not be initialised here: no java.net, logging, MBean server, formatting or default locale.
+ */
+public final class Core {
+    private static final EventListener[] NO_LISTENERS = {};
+    private static final int BUFFER_SIZE = 65536;
+    private static final int ACCEPT_RETRY_MS = 100;
+
+    /** -1 until the agent listens. */
+    public static volatile int ourPort = -1;
+
+    /** Replaced as a whole; the telemetry thread reads it without a lock. */
+    public static volatile EventListener[] ourListeners = NO_LISTENERS;
+
+    public static String ourSessionName;
+    public static long ourSessionID;
+    public static int ourTelemetryLimit;
+    public static int ourProbeTableLengthLimit;
+
+    /** The option "dir="; may be null or empty. */
+    public static String ourAlternateSnapshotDir;
+
+    /** The rest of a start that was put off until {@link #startProfilerThreads}. */
+    public static Runnable ourDelayedRunnable;
+
+    public static int ourDelayedPort = -1;
+
+    private Core() {
+    }
+
+    /** Called by native code. False stops the agent; the reason is in the log. */
+    public static boolean init(int port, String host, String sessionName,
+                               String alternateSnapshotDir, String profilerUIPath, int idePort,
+                               boolean onlyLocal, long sessionID, int delay, int telemetryLimit,
+                               int probeTableLengthLimit, boolean enableOOMEDumper,
+                               String triggers) {
+        Asserts.assertNotNull(sessionName, "session name");
+        Asserts.assertNotNull(triggers, "triggers");
+        ourSessionName = sessionName;
+        ourAlternateSnapshotDir = alternateSnapshotDir;
+        ourSessionID = sessionID;
+        ourTelemetryLimit = telemetryLimit;
+        ourProbeTableLengthLimit = probeTableLengthLimit;
+        String refusal = JvmRequirements.getRefusal();
+        if (refusal != null) {
+            Callback.messageToLogFile("Cannot start: " + refusal);
+            return false;
+        }
+        try {
+            boolean attached = isAttached();
+            String failure = setTriggers(triggers, attached, false);
+            if (failure != null) {
+                Callback.messageToLogFile("Cannot start: " + failure);
+                return false;
+            }
+        } catch (Throwable e) {
+            Callback.messageToLogFile("Cannot start: " + Strings.stackTrace(e));
+            return false;
+        }
+        return startNowOrLater(port, host, profilerUIPath, idePort, onlyLocal, enableOOMEDumper,
+                               delay);
+    }
+
+    private static boolean startNowOrLater(final int port, final String host,
+                                           final String profilerUIPath, final int idePort,
+                                           final boolean onlyLocal, final boolean enableOOMEDumper,
+                                           final int delay) {
+        if (delay == 0) {
+            return _init(port, host, profilerUIPath, idePort, onlyLocal, enableOOMEDumper);
+        }
+        if (delay == -1) {
+            ourDelayedRunnable = new Runnable() {
+                @Override
+                public void run() {
+                    _init(ourDelayedPort, host, profilerUIPath, idePort, onlyLocal,
+                          enableOOMEDumper);
+                }
+            };
+            return true;
+        }
+        ThreadUtil
+                .createDaemon("VDKAgent-TelemetryDelay",
+                              new Runnable() {
+                                  @Override
+                                  public void run() {
+                                      ThreadUtil.sleep(delay);
+                                      _init(port, host, profilerUIPath, idePort, onlyLocal,
+                                            enableOOMEDumper);
+                                  }
+                              })
+                .start();
+        return true;
+    }
+
+    /** Finishes a start that the option "delay=-1" has put off; once done, it does nothing. */
+    public static void startProfilerThreads(int port) {
+        Runnable rest;
+        synchronized (Core.class) {
+            rest = ourDelayedRunnable;
+            ourDelayedRunnable = null;
+            ourDelayedPort = port;
+        }
+        if (rest != null) {
+            rest.run();
+        }
+    }
+
+    static boolean _init(int port, String host, String profilerUIPath, int idePort,
+                         boolean onlyLocal, boolean enableOOMEDumper) {
+        try {
+            if (enableOOMEDumper) {
+                OOMEDumper.enable();
+            }
+            ControlServerSocket server = listen(onlyLocal, port, host);
+            if (server == null) {
+                return false;
+            }
+            ourPort = server.getLocalPort();
+            new TelemetryThreadJVMTI().start();
+            Callback.createMarker(ourPort, 1);
+            startRequestThread(server);
+            Callback.message(Strings.isEmpty(host)
+                                     ? "Profiler agent is listening on port " + ourPort
+                                     : "Profiler agent is listening on " + host + ":" + ourPort,
+                             null);
+            if (Strings.isEmpty(profilerUIPath)) {
+                Callback.messageToLogFile("*** HINT ***: To get profiling results, connect to the"
+                                          + " application from the profiler UI");
+            } else {
+                UILauncher.start(profilerUIPath, idePort, ourPort);
+            }
+            return true;
+        } catch (Throwable e) {
+            Callback.messageToLogFile("Cannot start: " + Strings.stackTrace(e));
+            return false;
+        }
+    }
+
+    /** Null, with the reason in the log, if the port can't be had. */
+    private static ControlServerSocket listen(boolean onlyLocal, int port, String host) {
+        int fixedPort = port;
+        if (port == -1) {
+            for (int i = 0; i < Constants.DEFAULT_PORTS.length; i++) {
+                try {
+                    return createServerSocket(onlyLocal, Constants.DEFAULT_PORTS[i], host);
+                } catch (IOException taken) {
+                    // the next one, and at last any port that is free
+                }
+            }
+            fixedPort = 0;
+        }
+        try {
+            return createServerSocket(onlyLocal, fixedPort, host);
+        } catch (IOException e) {
+            Callback.messageToLogFile("Cannot start: cannot listen on port " + fixedPort + ": " +
+                                      Strings.stackTrace(e));
+            return null;
+        }
+    }
+
+    private static ControlServerSocket createServerSocket(boolean onlyLocal, int port, String host)
+            throws IOException {
+        return new ControlServerSocket(onlyLocal, port, Strings.isEmpty(host) ? null : host);
+    }
+
+    private static void startRequestThread(final ControlServerSocket server) {
+        Thread thread = ThreadUtil.createDaemon("VDKAgent-RequestListener", new Runnable() {
+            @Override
+            public void run() {
+                while (true) {
+                    acceptAndServe(server);
+                }
+            }
+        });
+        thread.setPriority(Thread.MIN_PRIORITY);
+        thread.start();
+    }
+
+    private static void acceptAndServe(ControlServerSocket server) {
+        ControlSocket socket;
+        try {
+            socket = server.accept();
+        } catch (Throwable e) {
+            // the process may be out of descriptors or memory; both can pass
+            ThreadUtil.sleep(ACCEPT_RETRY_MS);
+            return;
+        }
+        try {
+            serve(socket);
+        } catch (Throwable badClient) {
+            // nothing that a client does ends the agent; the connection is closed by now
+        }
+    }
+
+    private static void serve(ControlSocket socket) throws IOException, PresentableException {
+        try {
+            InputStream in = new BufferedInputStream(new ControlInputStream(socket), BUFFER_SIZE);
+            OutputStream out =
+                    new BufferedOutputStream(new ControlOutputStream(socket), BUFFER_SIZE);
+            AgentProperties.makeSurePropertiesInitialized();
+            RequestProcessing.dispatchRequest(new DataInputStream(in), new DataOutputStream(out),
+                                              socket);
+        } finally {
+            socket.close();
+        }
+    }
+
+    /** Called by native code when the JVM ends. */
+    public static void runOnJVMExitTriggers() {
+        ourListeners = NO_LISTENERS;
+    }
+
+    /**
+     * Replaces the listeners, or adds to them. Gives the text of a failure, or null. This agent has
+     * no listeners yet, so a text that names one is refused.
+     */
+    public static synchronized String setTriggers(String text, boolean append, boolean flag) {
+        if (EventListener.hasListeners(text)) {
+            return "triggers are not available in this version of the agent";
+        }
+        if (!append) {
+            ourListeners = NO_LISTENERS;
+        }
+        return null;
+    }
+
+    public static synchronized EventListener[] getListeners() {
+        return ourListeners;
+    }
+
+    public static String getSessionName() {
+        return ourSessionName;
+    }
+
+    static boolean isAttached() {
+        return (Callback.getCapabilities() & Constants.CAPABILITY_ATTACHED_AGENT) != 0;
+    }
+
+    public static int getOOMEDumperStatus() {
+        return OOMEDumper.getStatus();
+    }
+
+    /**
+     * Measures what a traced call costs and hands the result to native code. Called by native code
+     * as well, ahead of the first tracing.
+     */
+    public static void calibrate() {
+        final long[] result = new long[1];
+        final Throwable[] failure = new Throwable[1];
+        Thread thread = ThreadUtil.createDaemon("VDKAgent-Calibration", new Runnable() {
+            @Override
+            public void run() {
+                try {
+                    result[0] = Calibrator.calibrateImpl();
+                } catch (Throwable e) {
+                    failure[0] = e;
+                }
+            }
+        });
+        thread.start();
+        try {
+            thread.join();
+        } catch (InterruptedException e) {
+            throw new IllegalStateException("calibration was interrupted");
+        }
+        if (failure[0] != null) {
+            throw new IllegalStateException(Strings.messageOf(failure[0]));
+        }
+        Callback.setCalibrationResult(result[0]);
+        Callback.message("CPU tracing calibration performed", Long.toString(result[0]));
+    }
+
+    /** The directory of snapshots that a request names; see {@link SnapshotDirectory0}. */
+    public static File getSnapshotDirectory(String directory) {
+        if (Strings.isEmpty(directory)) {
+            return SnapshotDirectory0.getSnapshotDirectory(ourAlternateSnapshotDir);
+        }
+        if (directory.equals("public")) {
+            return getPublicSnapshotDirectory();
+        }
+        File chosen = new File(directory);
+        SnapshotDirectory0.mkdirsSafe(chosen);
+        return chosen;
+    }
+
+    /** Where snapshots lie that every client may fetch. */
+    public static File getPublicSnapshotDirectory() {
+        return SnapshotDirectory0.getPublicDirectory(getSnapshotDirectory(null));
+    }
+
+    public static boolean isPublicDirectory(File directory) {
+        return SnapshotDirectory0.isPublicDirectory(directory);
+    }
+
+    /** Gives the text of a failure, or null and the path in {@code result[0]}. */
+    public static String captureSnapshot1(String pattern, int progressSocket, long flags,
+                                          String directory, String[] result) {
+        return SnapshotCapture.capture(pattern, progressSocket, flags, directory, result);
+    }
+
+    /** Called by native code when the JVM ends. */
+    public static void captureSnapshotOnExit(long flags) {
+        try {
+            captureSnapshot1("<sessionname>-<date>-shutdown", 0,
+                             flags | Constants.SNAPSHOT_CAUSE_SHUTDOWN, "", null);
+        } catch (Throwable ignored) {
+            // the JVM ends in any case
+        }
+    }
+
+    public static TransferrableSnapshotInfo[] getTransferrableSnapshots() {
+        return SnapshotCapture.getTransferrableSnapshots();
+    }
+}

@@ -1,0 +1,87 @@
+package com.vandrik.runtime;
+
+import com.vandrik.util.Strings;
+import java.io.File;
+import java.lang.reflect.InvocationTargetException;
+
+/**
+ * A thin layer on the HotSpot diagnostic bean, which is named by text only: its module may be
+ * absent. The bean is asked for directly; the MBean server is the application's to create.
+ */
+public final class OOMEDumper {
+    /** The JVM has no such bean. */
+    public static final int STATUS_NOT_AVAILABLE = 0;
+
+    /** The JVM doesn't dump its heap when memory runs out. */
+    public static final int STATUS_DISABLED = 1;
+
+    public static final int STATUS_ENABLED = 2;
+
+    private static final String BEAN_CLASS = "com.sun.management.HotSpotDiagnosticMXBean";
+    private static final String OPTION = "HeapDumpOnOutOfMemoryError";
+
+    private OOMEDumper() {
+    }
+
+    public static int getStatus() {
+        try {
+            Object option = invoke("getVMOption", new Class<?>[] {String.class}, OPTION);
+            Object value = option.getClass().getMethod("getValue").invoke(option);
+            return "true".equals(value) ? STATUS_ENABLED : STATUS_DISABLED;
+        } catch (Throwable e) {
+            return STATUS_NOT_AVAILABLE;
+        }
+    }
+
+    /** Makes the JVM dump its heap when memory runs out. The log tells a failure. */
+    public static void enable() {
+        try {
+            if (setOption(OPTION, "true")) {
+                return;
+            }
+            invoke("setVMOption", new Class<?>[] {String.class, String.class}, OPTION, "true");
+        } catch (ClassNotFoundException e) {
+            Callback.messageToLogFile("Heap dump on OutOfMemoryError is not enabled:"
+                                      + " the JVM runs without the module jdk.management");
+        } catch (Throwable e) {
+            Callback.messageToLogFile("Heap dump on OutOfMemoryError is not enabled: " +
+                                      Strings.messageOf(e));
+        }
+    }
+
+    public static boolean isAvailable() {
+        try {
+            return getBean() != null;
+        } catch (Throwable e) {
+            return false;
+        }
+    }
+
+    /** Writes an HPROF file; one of that name is replaced. */
+    public static void dumpHeap(String path) throws Throwable {
+        new File(path).delete();
+        invoke("dumpHeap", new Class<?>[] {String.class, boolean.class}, path, false);
+    }
+
+    /** Sets an option without the factory of beans; false where the JVM isn't built that way. */
+    private static native boolean setOption(String name, String value);
+
+    private static Object invoke(String name, Class<?>[] types, Object... arguments)
+            throws Throwable {
+        try {
+            return Class.forName(BEAN_CLASS).getMethod(name, types).invoke(getBean(), arguments);
+        } catch (InvocationTargetException e) {
+            throw e.getCause();
+        }
+    }
+
+    private static Object getBean() throws Throwable {
+        Class<?> factory = Class.forName("java.lang.management.ManagementFactory");
+        try {
+            return factory.getMethod("getPlatformMXBean", Class.class)
+                    .invoke(null, Class.forName(BEAN_CLASS));
+        } catch (InvocationTargetException e) {
+            throw e.getCause();
+        }
+    }
+}

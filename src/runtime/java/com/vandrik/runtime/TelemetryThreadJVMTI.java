@@ -1,0 +1,71 @@
+package com.vandrik.runtime;
+
+import com.vandrik.api.TelemetryRecord;
+import com.vandrik.util.Strings;
+import com.vandrik.util.ThreadUtil;
+import java.io.DataOutputStream;
+import java.io.IOException;
+import java.util.Arrays;
+
+/** Polls the JVM once a telemetry period and hands the numbers to the native store. */
+final class TelemetryThreadJVMTI implements Runnable {
+    /** The thread wakes at this step, so that records can come faster while an event is overdue. */
+    private static final int STEP_MS = 20;
+
+    private final int[] myTelec = new int[TelemetryRecord.TELEC_FIELD_COUNT];
+    private final int[] myTele = new int[TelemetryRecord.TELE_FIELD_COUNT];
+    private final int[] myExtNames = new int[TelemetryRecord.TELE_EXT_MAX_COUNT];
+    private final int[] myExtValues = new int[TelemetryRecord.TELE_EXT_MAX_COUNT];
+
+    void start() {
+        ThreadUtil.createDaemon("VDKAgent-Telemetry", this).start();
+    }
+
+    @Override
+    public void run() {
+        try {
+            if (Callback.getTelemetryPeriodMs() <= 0) {
+                return;
+            }
+            if (Core.isAttached()) {
+                Callback.correctUptimeMs(JvmFacts.get().getUptimeMs());
+            }
+            poll();
+        } catch (Throwable e) {
+            Callback.messageToLogFile("Telemetry ended: " + Strings.stackTrace(e));
+        }
+    }
+
+    private void poll() {
+        boolean first = true;
+        int steps = 0;
+        while (true) {
+            ThreadUtil.sleep(STEP_MS);
+            steps++;
+            if (first || steps >= Callback.getTelemetryPeriodMs() / STEP_MS ||
+                Callback.isFrequentSampling()) {
+                first = false;
+                steps = 0;
+                storeRecord();
+            }
+        }
+    }
+
+    private void storeRecord() {
+        Arrays.fill(myTelec, 0);
+        Arrays.fill(myTele, 0);
+        Arrays.fill(myExtNames, 0);
+        Arrays.fill(myExtValues, 0);
+        JvmFacts.get().fillValues(myTelec, myTele, myExtNames, myExtValues);
+        myTele[TelemetryRecord.TELE_CPU_TIME_MS] = (int) (Callback.getProcessCPUTimeNs() / 1000000);
+        myTele[TelemetryRecord.TELE_PROCESSOR_COUNT] = Runtime.getRuntime().availableProcessors();
+        Callback.storeTelemetryRecord(myTelec, myTele, myExtNames, myExtValues);
+    }
+
+    /** Answers a request for a thread dump with its text. */
+    static void processGetJVMThreadDumpImpl(DataOutputStream out) throws IOException {
+        String text = ThreadDump.getText();
+        Packet.writeHeader(out);
+        Packet.writeStringNotNull(out, text);
+    }
+}

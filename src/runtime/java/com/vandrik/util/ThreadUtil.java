@@ -1,0 +1,36 @@
+package com.vandrik.util;
+
+/** Starts the agent's threads so that the application sees as little of them as can be. */
+public final class ThreadUtil {
+    private ThreadUtil() {
+    }
+
+    /**
+     * A daemon thread, not started yet. It belongs to the system's thread group, so that an
+     * application which counts or lists the threads of its own group doesn't find it, and it keeps
+     * no class loader of the application alive.
+     */
+    public static Thread createDaemon(String name, Runnable body) {
+        Thread thread = new Thread(getSystemGroup(), body, name);
+        thread.setDaemon(true);
+        thread.setContextClassLoader(null);
+        return thread;
+    }
+
+    /** Sleeps; an interrupt ends the sleep early and is otherwise ignored. */
+    public static void sleep(long milliseconds) {
+        try {
+            Thread.sleep(milliseconds);
+        } catch (InterruptedException expected) {
+            // nobody interrupts the agent's threads on purpose
+        }
+    }
+
+    public static ThreadGroup getSystemGroup() {
+        ThreadGroup group = Thread.currentThread().getThreadGroup();
+        while (group != null && group.getParent() != null) {
+            group = group.getParent();
+        }
+        return group;
+    }
+}
