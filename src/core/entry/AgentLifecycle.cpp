@@ -1,0 +1,389 @@
+// What follows the load: VMStart, VMInit, the threads of the application, VMDeath.
+#include "core/entry/JVMTI_Agent.h"
+
+#include <cstdlib>
+
+#include "core/entry/EventTable.h"
+#include "core/entry/NativeTable.h"
+#include "core/entry/RuntimeClasses.h"
+#include "core/ground/CallbackNatives.h"
+#include "core/ground/CommonUtils.h"
+#include "core/ground/ConfigFile.h"
+#include "core/ground/Globals.h"
+#include "core/ground/Guard.h"
+#include "core/ground/JNIUtils.h"
+#include "core/ground/JvmGlobals.h"
+#include "core/ground/Options.h"
+#include "db/DB.h"
+#include "instrument/JNIRedirect.h"
+#include "instrument/Retransformation.h"
+#include "platform/Platform.h"
+#include "probes/Filter.h"
+#include "profiling/Generations.h"
+#include "profiling/Sampling.h"
+#include "profiling/ThreadInfo.h"
+#include "runtime/ControlSocketNatives.h"
+#include "runtime/DiagnosticNatives.h"
+#include "snapshot/Snapshoting.h"
+
+namespace {
+
+const char CALLBACK_CLASS[] = "com/vandrik/runtime/Callback";
+const char CORE_CLASS[] = "com/vandrik/runtime/Core";
+const jint AGENT_THREAD_PRIORITY = 10;
+const long SNAPSHOT_ON_EXIT_BITS = ALLOCATION_RECORDING_BIT | CPU_TIMES_BIT | MONITORS_BIT;
+const jvmtiEvent DATA_DUMP_REQUEST = JVMTI_EVENT_DATA_DUMP_REQUEST;
+
+// Set once the natives are bound. Without them no Java code of the agent may run.
+bool ourNativesBound = false;
+
+jstring newString(JNIEnv* env, const ZString& text) {
+    jstring result = toJavaString(env, text);
+    ASSERT_JNI(env);
+    return result;
+}
+
+// Makes Callback known and keeps it, which finding it costs only once.
+void loadCallbackClass(JNIEnv* env) {
+    if (ourDefinesRuntimeClasses) {
+        const int count = defineRuntimeClasses(env);
+        Logger::message(ZString("Runtime classes defined: ") + longToString(count));
+    }
+    jclass callback = findClass(env, CALLBACK_CLASS);
+    ourClassCallbackGlobalRef = static_cast<jclass>(env->NewGlobalRef(callback));
+    env->DeleteLocalRef(callback);
+}
+
+// The natives of a runtime class other than Callback.
+void bindNatives(JNIEnv* env, const char* className, bool (*registerNatives)(JNIEnv*, jclass)) {
+    jclass runtimeClass = findClass(env, className);
+    const bool isBound = registerNatives(env, runtimeClass);
+    ASSERT_JNI(env);
+    Logger::assertTrue(isBound, "JVMTI_Agent", __LINE__);
+    env->DeleteLocalRef(runtimeClass);
+}
+
+// Calls Core.init with what the options say.
+bool callCoreInit(JNIEnv* env) {
+    jmethodID init = env->GetStaticMethodID(
+        ourClassCoreGlobalRef, "init",
+        "(ILjava/lang/String;Ljava/lang/String;Ljava/lang/String;Ljava/lang/String;"
+        "IZJIIIZLjava/lang/String;)Z");
+    ASSERT_JNI(env);
+    const ZString triggerText =
+        ourOptions->triggerText + readConfigFromFile(ourOptions->triggers, ".triggers", "");
+    jstring listenHost = newString(env, ourOptions->listenHost);
+    jstring sessionName = newString(env, ourOptions->getSessionName());
+    jstring snapshotDir = newString(env, ourOptions->snapshotDir);
+    jstring profilerUIPath = newString(env, ourOptions->profilerUIPath);
+    jstring triggers = newString(env, triggerText);
+    const jboolean result = env->CallStaticBooleanMethod(
+        ourClassCoreGlobalRef, init, ourOptions->port, listenHost, sessionName, snapshotDir,
+        profilerUIPath, ourOptions->idePort, static_cast<jboolean>(ourOptions->onlyLocal),
+        static_cast<jlong>(ourDB->startTime), ourOptions->delay, ourOptions->telemetryLimit,
+        ourOptions->probeTableLengthLimit, static_cast<jboolean>(!ourOptions->disableOOMEDumper),
+        triggers);
+    ASSERT_JNI(env);
+    const jstring texts[] = {listenHost, sessionName, snapshotDir, profilerUIPath, triggers};
+    for (jstring text : texts) {
+        env->DeleteLocalRef(text);
+    }
+    return result == JNI_TRUE;
+}
+
+void JNICALL detector_thread_entry(jvmtiEnv*, JNIEnv*, void*) {
+    runGuarded("JVMTI_Agent", __LINE__, [] { oome_snapshot_detector(); });
+}
+
+void runAgentThread(JNIEnv* env, const char* name, jvmtiStartFunction body) {
+    jthread thread = createThread(env, name);
+    CHECK_JVMTI(ourJVMTI->RunAgentThread(thread, body, nullptr, AGENT_THREAD_PRIORITY));
+    env->DeleteLocalRef(thread);
+}
+
+// A start mode that could not be entered: the user finds the reason in the log.
+void logStartFailure(JNIEnv* env, jstring message) {
+    if (env->ExceptionCheck()) {
+        jthrowable exception = env->ExceptionOccurred();
+        env->ExceptionClear();
+        Logger::message(ZString("startProfiling: ") + getExceptionMessage(env, exception));
+        env->DeleteLocalRef(exception);
+    } else if (message != nullptr) {
+        Logger::message(ZString("startProfiling: ") + toZString(env, message));
+    }
+    env->DeleteLocalRef(message);
+}
+
+void startCPU(JNIEnv* env) {
+    const long mode = (ourOptions->tracing ? CPU_TRACING : CPU_SAMPLING) |
+                      (ourOptions->noJ2EE ? 0 : CPU_J2EE_BIT);
+    jstring filters = newString(env, Filter::readFilterSpecFromFile(ourOptions->filters));
+    jstring wallTime = newString(env, Filter::readWallTimeSpecFromFile(ourOptions->wallTimeSpec));
+    logStartFailure(env, Java_com_vandrik_runtime_Callback_startCPUProfiling(
+                             env, ourClassCallbackGlobalRef, mode, filters, wallTime));
+    env->DeleteLocalRef(filters);
+    env->DeleteLocalRef(wallTime);
+}
+
+// A static method of Core without a result. The JVM is about to end: a Java exception is logged.
+void callCore(JNIEnv* env, const char* name, const char* signature, jlong argument) {
+    jmethodID method = env->GetStaticMethodID(ourClassCoreGlobalRef, name, signature);
+    if (method != nullptr) {
+        // A method without parameters takes no notice of the argument.
+        env->CallStaticVoidMethod(ourClassCoreGlobalRef, method, argument);
+    }
+    logStartFailure(env, nullptr);
+}
+
+bool isSnapshotOnExitWanted(long status) {
+    return ourOptions->onExitMemory || ourOptions->onExitSnapshot ||
+           (status & SNAPSHOT_ON_EXIT_BITS) != 0;
+}
+
+void vmDeathImpl(JNIEnv* env) {
+    Logger::message("vmDeath: 1");
+    if (!ourVMInitCalled) {
+        Logger::message("vmDeath: nothing to do");
+        return;
+    }
+    const long status = ourStatus;
+    ourVMDeathCalled = true;
+    Logger::message("vmDeath: 2");
+    callCore(env, "runOnJVMExitTriggers", "()V", 0);
+    Logger::message("vmDeath: 3");
+    if (isSnapshotOnExitWanted(status)) {
+        const bool withHeap = ourOptions->onExitMemory || (status & ALLOCATION_RECORDING_BIT) != 0;
+        callCore(env, "captureSnapshotOnExit", "(J)V", withHeap ? 1 : 0);
+    }
+    Logger::message("vmDeath: 4");
+    CHECK_JVMTI(ourJVMTI->SetEventNotificationMode(JVMTI_DISABLE, DATA_DUMP_REQUEST, nullptr));
+    restoreJNIFunctions();
+    Logger::message("vmDeath: OK");
+}
+
+void vmInitImpl(JNIEnv* env) {
+    if (!ourNativesBound) {
+        Logger::message("vmInit: the start failed, nothing to do");
+        return;
+    }
+    {
+        LockHolder lock(ourLock, "JVMTI_Agent:228");
+        Generations::advanceGeneration(env, "JVM initialization", !ourOptions->noStartGeneration);
+    }
+    // The threads of the start phase, this one among them, sent no start event.
+    registerLiveThreads(env);
+    if (!agentInit(env)) {
+        exit(-1);
+    }
+    enableClassFileLoadHook(ourJVMTI);
+    retransformPrimordialClasses(env);
+    startProfiling(env);
+}
+
+// The thread's name and group for a ThreadInfo; both empty when the JVM does not tell.
+struct ThreadNames {
+    ZString name;
+    ZString group;
+    bool hasGroup = false;
+};
+
+void readGroupName(JNIEnv* env, jthreadGroup group, ThreadNames* names) {
+    jvmtiThreadGroupInfo info = {};
+    if (ourJVMTI->GetThreadGroupInfo(group, &info) != JVMTI_ERROR_NONE) {
+        return;
+    }
+    names->hasGroup = info.name != nullptr;
+    if (names->hasGroup) {
+        names->group = info.name;
+    }
+    deallocate(info.name);
+    env->DeleteLocalRef(info.parent);
+}
+
+void readThreadNames(JNIEnv* env, jthread thread, ThreadNames* names) {
+    jvmtiThreadInfo info = {};
+    if (ourJVMTI->GetThreadInfo(thread, &info) != JVMTI_ERROR_NONE) {
+        return;
+    }
+    if (info.name != nullptr) {
+        names->name = info.name;
+    }
+    deallocate(info.name);
+    if (info.thread_group != nullptr) {
+        readGroupName(env, info.thread_group, names);
+    }
+    env->DeleteLocalRef(info.thread_group);
+    env->DeleteLocalRef(info.context_class_loader);
+}
+
+bool isAlive(jthread thread) {
+    jint state = 0;
+    return ourJVMTI->GetThreadState(thread, &state) == JVMTI_ERROR_NONE &&
+           (state & JVMTI_THREAD_STATE_ALIVE) != 0;
+}
+
+bool hasThreadInfo(jthread thread) {
+    void* info = nullptr;
+    return ourJVMTI->GetThreadLocalStorage(thread, &info) == JVMTI_ERROR_NONE && info != nullptr;
+}
+
+void threadEndImpl(JNIEnv* env, jthread thread) {
+    LockHolder lock(ourLock, "JVMTI_Agent:292");
+    void* stored = nullptr;
+    if (ourJVMTI->GetThreadLocalStorage(thread, &stored) != JVMTI_ERROR_NONE || stored == nullptr) {
+        return;
+    }
+    ThreadInfo* info = static_cast<ThreadInfo*>(stored);
+    // It may have been renamed since it started.
+    info->ensureThreadHasName(env, thread);
+    CHECK_JVMTI(ourJVMTI->SetThreadLocalStorage(thread, nullptr));
+    if (info->threadObject != nullptr) {
+        env->DeleteGlobalRef(info->threadObject);
+        info->threadObject = nullptr;
+    }
+    info->onThreadEnd();
+    delete info;
+}
+
+} // namespace
+
+jthread createThread(JNIEnv* env, const char* name) {
+    jclass threadClass = findClass(env, "java/lang/Thread");
+    jmethodID constructor = env->GetMethodID(threadClass, "<init>", "(Ljava/lang/String;)V");
+    ASSERT_JNI(env);
+    jstring javaName = newString(env, name);
+    jthread thread = env->NewObject(threadClass, constructor, javaName);
+    ASSERT_JNI(env);
+    env->DeleteLocalRef(javaName);
+    env->DeleteLocalRef(threadClass);
+    return thread;
+}
+
+void agentStart(JNIEnv* env) {
+    Logger::message("agentStart: 1");
+    redirectJNIFunctions();
+    loadCallbackClass(env);
+    Logger::message("agentStart: 2");
+    registerCallbackNatives(env, ourClassCallbackGlobalRef);
+    bindNatives(env, "com/vandrik/runtime/ControlSocket", registerControlSocketNatives);
+    bindNatives(env, "com/vandrik/runtime/OOMEDumper", registerDiagnosticNatives);
+    ourNativesBound = true;
+    Logger::message("agentStart: OK");
+}
+
+bool agentInit(JNIEnv* env) {
+    Logger::message("agentInit: 1");
+    jclass core = findClass(env, CORE_CLASS);
+    ourClassCoreGlobalRef = static_cast<jclass>(env->NewGlobalRef(core));
+    env->DeleteLocalRef(core);
+    Logger::message("agentInit: Core loaded");
+    const bool goesOn = callCoreInit(env);
+    Logger::message("agentInit: Core.init() called");
+    if (!goesOn) {
+        Logger::message("agentInit: Core.init() returned false");
+        return false;
+    }
+    runAgentThread(env, "VDKAgent-CPUSampler", sampler_thread_entry);
+    runAgentThread(env, "VDKAgent-OOMESnapshotDetector", detector_thread_entry);
+    ourVMInitCalled = true;
+    Logger::message("agentInit: OK");
+    return true;
+}
+
+void startProfiling(JNIEnv* env) {
+    Logger::message("startProfiling: 1");
+    if (ourOptions->tracing || ourOptions->sampling) {
+        startCPU(env);
+    }
+    if (ourOptions->allocEachSet || ourOptions->allocSizeLimitSet) {
+        logStartFailure(env, Java_com_vandrik_runtime_Callback_startAllocationRecording(
+                                 env, ourClassCallbackGlobalRef, ourOptions->allocEachSet,
+                                 ourOptions->allocEach, ourOptions->allocSizeLimitSet,
+                                 ourOptions->allocSizeLimit, ourOptions->perClassGC));
+    }
+    if (ourOptions->monitors) {
+        logStartFailure(env, Java_com_vandrik_runtime_Callback_startMonitorProfiling(
+                                 env, ourClassCallbackGlobalRef));
+    }
+    Logger::message("startProfiling: OK");
+}
+
+void threadStartImpl(JNIEnv* env, jthread thread, long nativeID) {
+    LockHolder lock(ourLock, "JVMTI_Agent:315");
+    // The sweep over live threads and the thread's own start event may both see it.
+    if (hasThreadInfo(thread)) {
+        return;
+    }
+    jobject reference = nativeID == 0 ? env->NewGlobalRef(thread) : nullptr;
+    ThreadNames names;
+    readThreadNames(env, thread, &names);
+    ThreadInfo* info = new ThreadInfo(
+        names.name.c_str(), names.hasGroup ? names.group.c_str() : nullptr, nativeID, reference);
+    const jvmtiError error = ourJVMTI->SetThreadLocalStorage(thread, info);
+    info->onThreadStart();
+    if (error != JVMTI_ERROR_NONE) {
+        // It ended since it was last seen alive, and sends no end event any more.
+        if (reference != nullptr) {
+            env->DeleteGlobalRef(reference);
+        }
+        info->onThreadEnd();
+        delete info;
+    }
+}
+
+void registerLiveThreads(JNIEnv* env) {
+    jint count = 0;
+    JvmtiMemory<jthread> threads;
+    if (ourJVMTI->GetAllThreads(&count, threads.receive()) != JVMTI_ERROR_NONE) {
+        return;
+    }
+    announceLocalReferences(env, count);
+    jthread current = nullptr;
+    if (ourJVMTI->GetCurrentThread(&current) != JVMTI_ERROR_NONE) {
+        current = nullptr;
+    }
+    for (jint i = 0; i < count; i++) {
+        jthread thread = threads.get()[i];
+        if (isAlive(thread) && !hasThreadInfo(thread)) {
+            const bool isCurrent = env->IsSameObject(thread, current);
+            threadStartImpl(env, thread, isCurrent ? Platform::currentThreadNativeID() : 0);
+        }
+        env->DeleteLocalRef(thread);
+    }
+    env->DeleteLocalRef(current);
+}
+
+void JNICALL vmStart(jvmtiEnv*, JNIEnv* env) {
+    runGuarded("JVMTI_Agent", __LINE__, [&] {
+        PendingException pending(env);
+        agentStart(env);
+    });
+}
+
+void JNICALL vmInit(jvmtiEnv*, JNIEnv* env, jthread) {
+    runGuarded("JVMTI_Agent", __LINE__, [&] {
+        PendingException pending(env);
+        vmInitImpl(env);
+    });
+}
+
+void JNICALL vmDeath(jvmtiEnv*, JNIEnv* env) {
+    runGuarded("JVMTI_Agent", __LINE__, [&] {
+        PendingException pending(env);
+        vmDeathImpl(env);
+    });
+}
+
+void JNICALL threadStart(jvmtiEnv*, JNIEnv* env, jthread thread) {
+    runGuarded("JVMTI_Agent", __LINE__, [&] {
+        PendingException pending(env);
+        threadStartImpl(env, thread, Platform::currentThreadNativeID());
+    });
+}
+
+void JNICALL threadEnd(jvmtiEnv*, JNIEnv* env, jthread thread) {
+    runGuarded("JVMTI_Agent", __LINE__, [&] {
+        PendingException pending(env);
+        threadEndImpl(env, thread);
+    });
+}

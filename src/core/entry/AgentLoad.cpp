@@ -1,0 +1,382 @@
+// Loading, from the JVM's call to the point where its events take over.
+#include "core/entry/JVMTI_Agent.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "core/entry/Capabilities.h"
+#include "core/entry/EventTable.h"
+#include "core/entry/JvmArguments.h"
+#include "core/entry/RuntimeArchiveFile.h"
+#include "core/entry/RuntimeClasses.h"
+#include "core/ground/CommonUtils.h"
+#include "core/ground/Globals.h"
+#include "core/ground/Guard.h"
+#include "core/ground/JvmGlobals.h"
+#include "core/ground/Options.h"
+#include "db/DB.h"
+#include "instrument/Instrumentation.h"
+#include "instrument/Retransformation.h"
+#include "platform/Platform.h"
+#include "probes/Probes.h"
+#include "profiling/Generations.h"
+#include "profiling/MethodLookup.h"
+#include "profiling/ThreadInfo.h"
+#include "runtime/RuntimeArchive.h"
+
+namespace {
+
+const jint JVMTI_WANTED_VERSION = 0x30010100;
+const jint JVMTI_TAG_VERSION = 0x30010000;
+const jint JVMTI_TOO_OLD_VERSION = 0x30010154;
+const jint JVMTI_6U4_VERSION = 0x30010169;
+const jint JNI_WANTED_VERSION = 0x00010004;
+const int VERSION_DIGITS = 8;
+const char BUILT_IN_PROBES[] = "com.vandrik.probes.builtin.";
+const char IBM_LEAST_BUILD[] = "20081105";
+const char IBM_LEAST_BUILD_WEBSPHERE[] = "20080816";
+
+// What the JVM says about itself.
+struct VmDescription {
+    jint jvmtiVersion = 0;
+    ZString vendor;
+    ZString version;
+    ZString info;
+};
+
+// All environments, in the order in which they are disposed.
+jvmtiEnv** const ENVIRONMENTS[] = {&ourJVMTI,  &ourJVMTI2, &ourJVMTI3, &ourJVMTI4,
+                                   &ourJVMTI5, &ourJVMTI7, &ourJVMTI8, &ourJVMTI9};
+
+void printRefusal(const ZString& text) {
+    fprintf(stderr, "%s\n", text.c_str());
+    fflush(stderr);
+}
+
+bool isAttached() {
+    return (ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0;
+}
+
+void printUnsupportedJavaVersionMessage() {
+    printRefusal("Cannot start: Java 6 or newer is required. To profile on Java 5, use Vandrik "
+                 "Java Profiler 8.0.x");
+}
+
+void logVersion(jint version) {
+    Logger::message(ZString("phase: ") + longToString(getJVMTIPhase()));
+    Logger::message(ZString("jvmtiVersion: ") +
+                    toHexadecimal(static_cast<unsigned>(version), VERSION_DIGITS));
+}
+
+void describeVm(VmDescription* vm) {
+    vm->vendor = getSystemProperty("java.vm.vendor");
+    vm->version = getSystemProperty("java.vm.version");
+    vm->info = getSystemProperty("java.vm.info");
+    Logger::message(ZString("vendor: ") + vm->vendor);
+    Logger::message(ZString("version: ") + vm->version);
+    Logger::message(ZString("info: ") + vm->info);
+}
+
+// Before the options are parsed, which read the results.
+void sniffVm(const VmDescription& vm) {
+    ourIsIBM = vm.vendor.startsWith("IBM");
+    ourIsJRockitR28 = vm.vendor.startsWith("Oracle") && vm.version.contains("R2");
+    ourIsJRockit = ourIsJRockitR28 || vm.vendor.startsWith("BEA");
+}
+
+// LOAD_OK, or why a JVM of this family and age is refused.
+int checkVendor(const VmDescription& vm) {
+    if (ourIsJRockit && vm.version.contains("1.5.0")) {
+        printUnsupportedJavaVersionMessage();
+        return LOAD_JROCKIT_TOO_OLD;
+    }
+    if (ourIsIBM) {
+        const char* least = ourOptions->getSessionName() == "WebSphere" ? IBM_LEAST_BUILD_WEBSPHERE
+                                                                        : IBM_LEAST_BUILD;
+        if (strcmp(vm.info.c_str(), least) < 0) {
+            printRefusal(ZString("Cannot start: unsupported version of IBM Java (") + vm.info +
+                         "). Use IBM Java 6 SR3 or newer, or Sun Java");
+            return LOAD_IBM_TOO_OLD;
+        }
+        ourIsOldIBM = ourOptions->oldIBM;
+    }
+    return LOAD_OK;
+}
+
+bool acquireCapabilities() {
+    const jvmtiError error = requestCapabilities(ourJVMTI);
+    if (error == JVMTI_ERROR_NONE) {
+        return true;
+    }
+    ZString text("Cannot start: the JVM does not provide required profiling capabilities (error "
+                 "code=");
+    text.appendLong(error);
+    text.append(").\n\nMost likely, you have configured JVM to use a garbage collector that does "
+                "not support heap profiling.\nPlease examine specified JVM options. Using default "
+                "garbage collector will solve the problem.");
+    printRefusal(text);
+    return false;
+}
+
+void createTagEnvironments() {
+    ourJVMTI3 = createTaggableJVMTIEnv(false);
+    ourJVMTI4 = createTaggableJVMTIEnv(false);
+    ourJVMTI5 = createTaggableJVMTIEnv(false);
+    ourJVMTI7 = createTaggableJVMTIEnv(false);
+    ourJVMTI8 = createTaggableJVMTIEnv(true);
+    registerUnloadHandler(ourJVMTI8);
+    ourJVMTI9 = createTaggableJVMTIEnv(true);
+    registerObjectMapHandler(ourJVMTI9);
+}
+
+// The boot path invalidates an archive of application classes, and in a live JVM it makes the JVM
+// print a warning on standard output: there the classes are defined one by one at agentStart.
+bool mustDefineClasses(const RuntimeArchiveFile& file, const JvmArguments& arguments) {
+    return !file.isUsable || isAttached() || arguments.mayUseApplicationArchive();
+}
+
+bool bringRuntimeClasses(const JvmArguments& arguments) {
+    const RuntimeArchiveFile file = writeCallbackJar(ourOptions->tmpDir);
+    if (file.path.isEmpty()) {
+        return false;
+    }
+    ourDefinesRuntimeClasses = mustDefineClasses(file, arguments);
+    if (ourDefinesRuntimeClasses) {
+        Logger::message("Runtime classes are defined from memory");
+    } else {
+        CHECK_JVMTI(ourJVMTI->AddToBootstrapClassLoaderSearch(file.path.c_str()));
+    }
+    Probes::ourProbeClassPathElements.push(file.path);
+    return true;
+}
+
+void addOptionClassPaths() {
+    for (int i = 0; i < ourOptions->probeBootClassPath.getSize(); i++) {
+        const ZString& element = ourOptions->probeBootClassPath[i];
+        CHECK_JVMTI(ourJVMTI->AddToBootstrapClassLoaderSearch(element.c_str()));
+        Probes::ourProbeClassPathElements.push(element);
+    }
+    for (int i = 0; i < ourOptions->probeSystemClassPath.getSize(); i++) {
+        const ZString& element = ourOptions->probeSystemClassPath[i];
+        CHECK_JVMTI(ourJVMTI->AddToSystemClassLoaderSearch(element.c_str()));
+        Probes::ourProbeClassPathElements.push(element);
+    }
+}
+
+void logEnvironment(const VmDescription& vm) {
+    ZString text("JVMTI ");
+    text.append(toHexadecimal(static_cast<unsigned>(vm.jvmtiVersion), VERSION_DIGITS));
+    text.append(ZString("; ") + vm.vendor + "; " + vm.version + "; " + vm.info + "; ");
+    text.append(ZString(Platform::name()) + "; 64-bit JVM; JR=");
+    text.appendLong(ourIsJRockit ? 1 : 0);
+    text.append("; I=");
+    text.appendLong(ourIsIBM ? 1 : 0);
+    Logger::message(text);
+}
+
+// What VMStart and VMInit would have driven in a starting JVM.
+int startAttached() {
+    JNIEnv* env = nullptr;
+    if (ourVM->GetEnv(reinterpret_cast<void**>(&env), JNI_WANTED_VERSION) != JNI_OK) {
+        return LOAD_NO_JNI;
+    }
+    {
+        LockHolder lock(ourLock, "JVMTI_Agent:1053");
+        Generations::advanceGeneration(env, "Agent attached", !ourOptions->noStartGeneration);
+    }
+    agentStart(env);
+    if (!agentInit(env)) {
+        return LOAD_INIT_FAILED;
+    }
+    if ((ourCapabilities & (CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS)) != 0) {
+        ourJVMTI2 = createTaggableJVMTIEnv(false);
+        tagClassesLoadedBeforeAttach(env);
+    }
+    enableClassFileLoadHook(ourJVMTI);
+    retransformLoadersLoadedBeforeAttach(env);
+    registerLiveThreads(env);
+    startProfiling(env);
+    return LOAD_OK;
+}
+
+// The environment, the checks of the JVM and the options. LOAD_OK or the refusal.
+int examineVm(const char* options, VmDescription* vm) {
+    const jint error = ourVM->GetEnv(reinterpret_cast<void**>(&ourJVMTI), JVMTI_WANTED_VERSION);
+    if (error != JNI_OK) {
+        ourJVMTI = nullptr;
+        printRefusal(ZString("Cannot start: unable to create JVMTI environment, error=") +
+                     longToString(error));
+        return LOAD_NO_ENVIRONMENT;
+    }
+    CHECK_JVMTI(ourJVMTI->GetVersionNumber(&vm->jvmtiVersion));
+    if (vm->jvmtiVersion <= JVMTI_TOO_OLD_VERSION) {
+        printUnsupportedJavaVersionMessage();
+        return LOAD_JVMTI_TOO_OLD;
+    }
+    ourIs6u4OrNewer = vm->jvmtiVersion > JVMTI_6U4_VERSION;
+    logVersion(vm->jvmtiVersion);
+    describeVm(vm);
+    sniffVm(*vm);
+    if (!ourOptions->parse(options)) {
+        return LOAD_INVALID_OPTIONS;
+    }
+    return checkVendor(*vm);
+}
+
+// A probe that the user named and that nothing comes of must not go unnoticed.
+void logUnavailableProbes() {
+    for (int i = 0; i < ourOptions->probes.getSize(); i++) {
+        const ZString& name = ourOptions->probes[i];
+        if (!name.startsWith(BUILT_IN_PROBES)) {
+            Logger::message(ZString("Probe not registered, this version of the agent has no "
+                                    "registration of probes: ") +
+                            name);
+        }
+    }
+}
+
+// Tables, capabilities, environments, events, classes. LOAD_OK or the refusal.
+int prepareAgent(const JvmArguments& arguments, const VmDescription& vm) {
+    DB::createAndInitializeDB(ourOptions->telemetryLimit, ourOptions->probeTableLengthLimit,
+                              createStandInThreads);
+    if (!acquireCapabilities()) {
+        return LOAD_NO_CAPABILITIES;
+    }
+    createTagEnvironments();
+    if (!checkPlatformCapabilities()) {
+        return LOAD_PLATFORM_REFUSED;
+    }
+    registerEventHandlers(ourJVMTI);
+    CHECK_JVMTI(ourJVMTI->SetNativeMethodPrefix(ourNativeMethodPrefix));
+    if (!bringRuntimeClasses(arguments)) {
+        return LOAD_NO_ARCHIVE;
+    }
+    addOptionClassPaths();
+    logEnvironment(vm);
+    CHECK_JVMTI(ourJVMTI->CreateRawMonitor("vdk_jvmti_sampler_lock", &ourJVMTISamplerLock));
+    logUnavailableProbes();
+    return LOAD_OK;
+}
+
+void logEntry(const char* entry, const char* options) {
+    ourOptions->findQuiet(options);
+    Logger::message(ZString(entry) + ": options=" + (options == nullptr ? "<NULL>" : options));
+}
+
+} // namespace
+
+bool checkPlatformCapabilities() {
+    return true;
+}
+
+void doExit() {
+    exit(1);
+}
+
+jvmtiEnv* createTaggableJVMTIEnv(bool withObjectFree) {
+    jvmtiEnv* environment = nullptr;
+    if (ourVM->GetEnv(reinterpret_cast<void**>(&environment), JVMTI_TAG_VERSION) != JNI_OK) {
+        printRefusal("Cannot start: Unable to create JVMTI environment");
+        doExit();
+    }
+    jvmtiCapabilities capabilities = {};
+    capabilities.can_tag_objects = 1;
+    capabilities.can_generate_object_free_events = withObjectFree ? 1 : 0;
+    if (environment->AddCapabilities(&capabilities) != JVMTI_ERROR_NONE) {
+        printRefusal(withObjectFree
+                         ? "Cannot start: Unable to create JVMTI environment with can_tag_objects "
+                           "and can_generate_object_free_events capabilities"
+                         : "Cannot start: Unable to create JVMTI environment with can_tag_objects "
+                           "capability");
+        doExit();
+    }
+    return environment;
+}
+
+int agentLoadImpl(JavaVM* vm, const char* options) {
+    ourVM = vm;
+    if (ourJVMTI != nullptr) {
+        Logger::message("Agent already loaded");
+        return LOAD_OK;
+    }
+    VmDescription description;
+    int result = examineVm(options, &description);
+    if (result != LOAD_OK) {
+        return result;
+    }
+    const JvmArguments arguments(ourOptions->commandLine);
+    if (arguments.isArchiveDump()) {
+        Logger::message("The JVM writes a class archive; the agent does nothing in this process");
+        disposeEnvironments();
+        return LOAD_OK;
+    }
+    installInstrumentation(ourCallbackBytecode, ourCallbackBytecodeSize);
+    result = prepareAgent(arguments, description);
+    if (result == LOAD_OK && isAttached()) {
+        result = startAttached();
+    }
+    return result;
+}
+
+void disposeEnvironments() {
+    for (jvmtiEnv** environment : ENVIRONMENTS) {
+        if (*environment != nullptr) {
+            (*environment)->DisposeEnvironment();
+            *environment = nullptr;
+        }
+    }
+}
+
+jint agentOnLoad(JavaVM* vm, const char* options) {
+    int result = LOAD_INTERNAL_ERROR;
+    runGuarded("JVMTI_Agent", __LINE__, [&] {
+        logEntry("Agent_OnLoad", options);
+        result = agentLoadImpl(vm, options);
+    });
+    if (result == LOAD_INTERNAL_ERROR) {
+        // Not one of the refusals that a user must see: the application starts without profiling.
+        disposeEnvironments();
+        return LOAD_OK;
+    }
+    if (result != LOAD_OK) {
+        doExit();
+    }
+    return LOAD_OK;
+}
+
+jint agentOnAttach(JavaVM* vm, const char* options) {
+    const bool isFirst = ourJVMTI == nullptr;
+    const long capabilities = ourCapabilities;
+    const long status = ourStatus;
+    int result = LOAD_INTERNAL_ERROR;
+    runGuarded("JVMTI_Agent", __LINE__, [&] {
+        logEntry("Agent_OnAttach", options);
+        if (isFirst) {
+            ourCapabilities |= CAPABILITY_ATTACHED_AGENT;
+        }
+        result = agentLoadImpl(vm, options);
+    });
+    if (result == LOAD_INTERNAL_ERROR && ourVMInitCalled) {
+        // The agent's threads run and use the environments. What was reached so far stays.
+        Logger::message("Agent_OnAttach: the start was not completed");
+        return LOAD_OK;
+    }
+    if (result != LOAD_OK) {
+        // The JVM lives on, and the user may try again with other options.
+        disposeEnvironments();
+        ourCapabilities = capabilities;
+        ourStatus = status;
+        runGuarded("JVMTI_Agent", __LINE__, [] { ourOptions = new Options(); });
+    }
+    return result;
+}
+
+jint jvmOnLoad() {
+    if (ourJVMTI != nullptr) {
+        return LOAD_OK;
+    }
+    printRefusal("Cannot start: Java 6 or newer is required. To profile on Java 1.4, use Vandrik "
+                 "Java Profiler 7.5.x");
+    doExit();
+}

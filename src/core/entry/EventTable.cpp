@@ -1,0 +1,113 @@
+#include "core/entry/EventTable.h"
+
+#include "core/entry/JVMTI_Agent.h"
+#include "core/entry/JavaObjectMap.h"
+#include "core/ground/CommonUtils.h"
+#include "core/ground/ConsumedEvents.h"
+#include "core/ground/Globals.h"
+#include "core/ground/Guard.h"
+#include "core/ground/JNIUtils.h"
+#include "core/ground/JvmGlobals.h"
+#include "profiling/AllocationRecorder.h"
+#include "profiling/ClassLoadingProbe.h"
+
+namespace {
+
+// Registered so that the JVM reports prepared classes in order; has nothing to do.
+void JNICALL class_load_handler(jvmtiEnv*, JNIEnv*, jthread, jclass) {}
+
+void JNICALL class_prepare_handler(jvmtiEnv*, JNIEnv* env, jthread, jclass type) {
+    runGuarded("JVMTI_Agent", __LINE__, [&] {
+        PendingException pending(env);
+        // The class object itself is an allocation; which frame it belongs to is not known.
+        vdkInitImpl(env, type, -1);
+        ClassLoadingProbe::onClassPrepare(env, type);
+    });
+}
+
+void JNICALL object_free_handler_JVMTI8(jvmtiEnv*, jlong tag) {
+    runGuarded("JVMTI_Agent", __LINE__, [&] { ClassLoadingProbe::onClassUnload(tag); });
+}
+
+void JNICALL object_free_handler_JVMTI9(jvmtiEnv*, jlong tag) {
+    runGuarded("JVMTI_Agent", __LINE__, [&] { JavaObjectMap::onObjectFree(tag); });
+}
+
+enum When { ON_LOAD_ONLY, ALWAYS, IF_CONSUMED };
+
+struct EnabledEvent {
+    jvmtiEvent event;
+    When when;
+};
+
+// The events in the order in which they are enabled. The class load hook, exceptions, allocation
+// and monitors are enabled elsewhere, by those who know when they are wanted.
+const EnabledEvent ENABLED[] = {
+    {JVMTI_EVENT_VM_INIT, ON_LOAD_ONLY}, {JVMTI_EVENT_VM_START, ON_LOAD_ONLY},
+    {JVMTI_EVENT_VM_DEATH, ALWAYS},      {JVMTI_EVENT_CLASS_LOAD, ALWAYS},
+    {JVMTI_EVENT_CLASS_PREPARE, ALWAYS}, {JVMTI_EVENT_OBJECT_FREE, IF_CONSUMED},
+    {JVMTI_EVENT_THREAD_END, ALWAYS},    {JVMTI_EVENT_THREAD_START, ALWAYS},
+};
+
+void enable(jvmtiEnv* environment, jvmtiEvent event) {
+    CHECK_JVMTI(environment->SetEventNotificationMode(JVMTI_ENABLE, event, nullptr));
+}
+
+bool canSendExceptions() {
+    return (ourCapabilities & CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE) == 0;
+}
+
+void enableObjectFree(jvmtiEnv* environment, jvmtiEventObjectFree handler) {
+    jvmtiEventCallbacks callbacks = {};
+    callbacks.ObjectFree = handler;
+    environment->SetEventCallbacks(&callbacks, sizeof callbacks);
+    environment->SetEventNotificationMode(JVMTI_ENABLE, JVMTI_EVENT_OBJECT_FREE, nullptr);
+}
+
+} // namespace
+
+void registerEventHandlers(jvmtiEnv* environment) {
+    const bool isAttached = (ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0;
+    jvmtiEventCallbacks callbacks = {};
+    callbacks.VMInit = vmInit;
+    callbacks.VMStart = vmStart;
+    callbacks.VMDeath = vmDeath;
+    callbacks.ClassFileLoadHook = ourConsumedEvents.classFileLoadHook;
+    callbacks.ClassLoad = class_load_handler;
+    callbacks.ClassPrepare = class_prepare_handler;
+    if (canSendExceptions()) {
+        callbacks.Exception = ourConsumedEvents.exception;
+        callbacks.ExceptionCatch = ourConsumedEvents.exceptionCatch;
+    }
+    callbacks.ObjectFree = ourConsumedEvents.objectFree;
+    callbacks.ThreadEnd = threadEnd;
+    callbacks.ThreadStart = threadStart;
+    callbacks.VMObjectAlloc = ourConsumedEvents.vmObjectAlloc;
+    callbacks.MonitorWait = ourConsumedEvents.monitorWait;
+    callbacks.MonitorWaited = ourConsumedEvents.monitorWaited;
+    callbacks.MonitorContendedEnter = ourConsumedEvents.monitorContendedEnter;
+    callbacks.MonitorContendedEntered = ourConsumedEvents.monitorContendedEntered;
+    CHECK_JVMTI(environment->SetEventCallbacks(&callbacks, sizeof callbacks));
+    for (const EnabledEvent& row : ENABLED) {
+        const bool isWanted = row.when == ALWAYS || (row.when == ON_LOAD_ONLY && !isAttached) ||
+                              (row.when == IF_CONSUMED && callbacks.ObjectFree != nullptr);
+        if (isWanted) {
+            enable(environment, row.event);
+        }
+    }
+    updateExceptionEvents();
+}
+
+void enableClassFileLoadHook(jvmtiEnv* environment) {
+    if (ourConsumedEvents.classFileLoadHook != nullptr) {
+        enable(environment, JVMTI_EVENT_CLASS_FILE_LOAD_HOOK);
+    }
+}
+
+void registerUnloadHandler(jvmtiEnv* environment) {
+    enableObjectFree(environment, object_free_handler_JVMTI8);
+}
+
+void registerObjectMapHandler(jvmtiEnv* environment) {
+    enableObjectFree(environment, object_free_handler_JVMTI9);
+}

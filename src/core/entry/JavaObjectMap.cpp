@@ -1,0 +1,142 @@
+#include "core/entry/JavaObjectMap.h"
+
+#include "core/ground/CommonUtils.h"
+#include "core/ground/JvmGlobals.h"
+#include "core/ground/Logger.h"
+#include "core/ground/ZLock.h"
+#include "core/ground/ZMap.h"
+
+namespace {
+
+typedef ZMap<int, int> IntMap;
+
+const int INITIAL_CAPACITY = 16;
+
+// Never destroyed: the JVM's service thread may report freed objects to the very end.
+ZLock& ourJavaObjectMapLock = *new ZLock("ourJavaObjectMapLock");
+// Held over the calls that tag an object, so that no two threads tag the same one. The ObjectFree
+// handler, which may run on a thread that has suspended all others, never takes it.
+ZLock& ourTaggingLock = *new ZLock("ourTaggingLock");
+ZVector<IntMap*>& ourMaps = *new ZVector<IntMap*>();
+int ourLastTag = 0;
+
+int nextTag() {
+    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:tag");
+    return ++ourLastTag;
+}
+
+// The map of a handle, or null. Caller holds ourJavaObjectMapLock.
+IntMap* find(long handle) {
+    for (int i = 0; i < ourMaps.getSize(); i++) {
+        if (reinterpret_cast<long>(ourMaps[i]) == handle) {
+            return ourMaps[i];
+        }
+    }
+    return nullptr;
+}
+
+// 0 when the object has none.
+int getTag(jobject object) {
+    jlong tag = 0;
+    CHECK_JVMTI(ourJVMTI9->GetTag(object, &tag));
+    return static_cast<int>(tag);
+}
+
+int getOrMakeTag(jobject object) {
+    LockHolder lock(ourTaggingLock, "JavaObjectMap:tagging");
+    const int known = getTag(object);
+    if (known != 0) {
+        return known;
+    }
+    const int tag = nextTag();
+    CHECK_JVMTI(ourJVMTI9->SetTag(object, tag));
+    Logger::assertEquals(getTag(object), tag, "JavaObjectMap", __LINE__);
+    return tag;
+}
+
+} // namespace
+
+long JavaObjectMap::create() {
+    IntMap* map = new IntMap(INITIAL_CAPACITY);
+    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:create");
+    ourMaps.push(map);
+    return reinterpret_cast<long>(map);
+}
+
+void JavaObjectMap::destroy(long handle) {
+    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:destroy");
+    for (int i = 0; i < ourMaps.getSize(); i++) {
+        if (reinterpret_cast<long>(ourMaps[i]) == handle) {
+            delete ourMaps[i];
+            ourMaps.removeRange(i, i + 1);
+            return;
+        }
+    }
+}
+
+void JavaObjectMap::put(long handle, jobject object, int value) {
+    if (handle == 0 || object == nullptr) {
+        return;
+    }
+    const int tag = getOrMakeTag(object);
+    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:put");
+    IntMap* map = find(handle);
+    if (map != nullptr) {
+        map->put(tag, value);
+    }
+}
+
+int JavaObjectMap::get(long handle, jobject object, int fallback) {
+    if (handle == 0 || object == nullptr) {
+        return fallback;
+    }
+    const int tag = getTag(object);
+    if (tag == 0) {
+        return fallback;
+    }
+    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:get");
+    IntMap* map = find(handle);
+    const int* value = map == nullptr ? nullptr : map->getPtr(tag);
+    return value == nullptr ? fallback : *value;
+}
+
+bool JavaObjectMap::contains(long handle, jobject object) {
+    if (handle == 0 || object == nullptr) {
+        return false;
+    }
+    const int tag = getTag(object);
+    if (tag == 0) {
+        return false;
+    }
+    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:contains");
+    IntMap* map = find(handle);
+    return map != nullptr && map->getPtr(tag) != nullptr;
+}
+
+int JavaObjectMap::remove(long handle, jobject object, int fallback) {
+    if (handle == 0 || object == nullptr) {
+        return fallback;
+    }
+    const int tag = getTag(object);
+    if (tag == 0) {
+        return fallback;
+    }
+    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:remove");
+    IntMap* map = find(handle);
+    const int* value = map == nullptr ? nullptr : map->getPtr(tag);
+    if (value == nullptr) {
+        return fallback;
+    }
+    const int old = *value;
+    map->remove(tag);
+    return old;
+}
+
+void JavaObjectMap::onObjectFree(jlong tag) {
+    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:free");
+    for (int i = 0; i < ourMaps.getSize(); i++) {
+        if (ourMaps[i]->getPtr(static_cast<int>(tag)) != nullptr) {
+            ourMaps[i]->remove(static_cast<int>(tag));
+        }
+    }
+}

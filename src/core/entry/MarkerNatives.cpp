@@ -1,0 +1,164 @@
+// Natives around processes: the markers of profiled JVMs, command lines, host id, ends of children.
+#include "core/entry/MarkersOnSharedMemory.h"
+#include "core/entry/ProcessExitWatch.h"
+#include "core/entry/ProcessList.h"
+#include "core/ground/CallbackNatives.h"
+#include "core/ground/Guard.h"
+#include "core/ground/JNIUtils.h"
+#include "core/ground/SessionName.h"
+#include "db/DB.h"
+#include "platform/Platform.h"
+
+#define VDK_CALLBACK(name) Java_com_vandrik_runtime_Callback_##name
+#define VDK_NATIVES(type, name) extern "C" JNIEXPORT type JNICALL Java_com_vandrik_Natives_##name
+
+namespace {
+
+const size_t HOST_ID_BYTES = 32;
+
+// Runs the body of a native that returns an object: null after an internal error, with a Java
+// exception pending.
+template <typename Result, typename Body>
+Result callNative(JNIEnv* env, int line, Result fallback, Body&& body) {
+    Result result = fallback;
+    if (!runGuarded("MarkerNatives", line, [&] { result = body(); })) {
+        throwExceptionAssertionFailed(env);
+    }
+    return result;
+}
+
+jintArray toJavaArray(JNIEnv* env, const ZVector<int>& values) {
+    static_assert(sizeof(jint) == sizeof(int), "handed over as they are");
+    jintArray array = env->NewIntArray(values.getSize());
+    if (array != nullptr) {
+        env->SetIntArrayRegion(array, 0, values.getSize(), values.data());
+    }
+    return array;
+}
+
+jstring hostID(JNIEnv* env) {
+    char text[HOST_ID_BYTES];
+    Platform::hostID(text, sizeof text);
+    return toJavaString(env, text);
+}
+
+ZString processPath(int pid) {
+    ZVectorSafe<ZString> arguments;
+    getCommandLineParameters(&arguments, pid);
+    return arguments.isEmpty() ? ZString() : arguments[0];
+}
+
+// The arguments separated by blanks; one that holds a blank, or is empty, stands in quotes.
+ZString joinCommandLine(int pid) {
+    ZVectorSafe<ZString> arguments;
+    getCommandLineParameters(&arguments, pid);
+    ZString text;
+    for (int i = 0; i < arguments.getSize(); i++) {
+        const ZString& argument = arguments[i];
+        const bool isQuoted = argument.isEmpty() || argument.indexOf(' ') >= 0;
+        text.append(i == 0 ? "" : " ");
+        text.append(isQuoted ? ZString("\"") + argument + "\"" : argument);
+    }
+    return text;
+}
+
+ZString sessionNameOf(int pid) {
+    ZVectorSafe<ZString> arguments;
+    getCommandLineParameters(&arguments, pid);
+    return getSessionNameByCommandLine(arguments);
+}
+
+jintArray fillMarkedArray(JNIEnv* env, int stateMask) {
+    ZVector<Marker> found;
+    if (!MarkersOnSharedMemory::ofThisMachine().fillMarked(stateMask, &found)) {
+        return nullptr;
+    }
+    ZVector<int> values;
+    for (int i = 0; i < found.getSize(); i++) {
+        values.push(found[i].pid);
+        values.push(found[i].port);
+        values.push(found[i].state);
+    }
+    return toJavaArray(env, values);
+}
+
+} // namespace
+
+void JNICALL VDK_CALLBACK(createMarker)(JNIEnv*, jclass, jint port, jint state) {
+    // A JVM without a marker can still be reached by its port: no failure here may stop the start.
+    runGuarded("MarkerNatives", __LINE__, [&] { createMarker(port, state, ourDB->sessionName); });
+}
+
+jstring JNICALL VDK_CALLBACK(getHostID)(JNIEnv* env, jclass) {
+    return callNative<jstring>(env, __LINE__, nullptr, [&] { return hostID(env); });
+}
+
+jboolean JNICALL VDK_CALLBACK(registerProcessExitListener)(JNIEnv* env, jclass, jlong process,
+                                                           jint row) {
+    return callNative<jboolean>(env, __LINE__, JNI_FALSE, [&]() -> jboolean {
+        return ProcessExitWatch::add(static_cast<int>(process), row);
+    });
+}
+
+jintArray JNICALL VDK_CALLBACK(getExitedProcesses)(JNIEnv* env, jclass) {
+    return callNative<jintArray>(env, __LINE__, nullptr, [&] {
+        ZVector<int> rows;
+        ProcessExitWatch::takeExited(&rows);
+        return toJavaArray(env, rows);
+    });
+}
+
+VDK_NATIVES(jintArray, fillMarked)(JNIEnv* env, jclass, jint stateMask) {
+    return callNative<jintArray>(env, __LINE__, nullptr,
+                                 [&] { return fillMarkedArray(env, stateMask); });
+}
+
+VDK_NATIVES(jintArray, fillMarked8)(JNIEnv* env, jclass) {
+    return callNative<jintArray>(env, __LINE__, nullptr, [&]() -> jintArray {
+        ZVector<int> pids;
+        return fillMarked8(&pids) ? toJavaArray(env, pids) : nullptr;
+    });
+}
+
+// The area of that version no longer exists.
+VDK_NATIVES(jintArray, fillMarked75)(JNIEnv*, jclass) {
+    return nullptr;
+}
+
+VDK_NATIVES(jstring, getSessionNameFromMarker)(JNIEnv* env, jclass, jint pid) {
+    return callNative<jstring>(env, __LINE__, nullptr, [&] {
+        return toJavaString(env, MarkersOnSharedMemory::ofThisMachine().getSessionName(pid));
+    });
+}
+
+VDK_NATIVES(jboolean, isLivePID)(JNIEnv* env, jclass, jint pid) {
+    return callNative<jboolean>(env, __LINE__, JNI_TRUE,
+                                [&]() -> jboolean { return ProcessList().isAlive(pid); });
+}
+
+VDK_NATIVES(jstring, getCommandLineByPID)(JNIEnv* env, jclass, jint pid) {
+    return callNative<jstring>(env, __LINE__, nullptr,
+                               [&] { return toJavaString(env, joinCommandLine(pid)); });
+}
+
+VDK_NATIVES(jstring, getProcessPathByPID)(JNIEnv* env, jclass, jint pid) {
+    return callNative<jstring>(env, __LINE__, nullptr,
+                               [&] { return toJavaString(env, processPath(pid)); });
+}
+
+VDK_NATIVES(jstring, getSessionNameByCommandLine)(JNIEnv* env, jclass, jint pid) {
+    return callNative<jstring>(env, __LINE__, nullptr,
+                               [&] { return toJavaString(env, sessionNameOf(pid)); });
+}
+
+VDK_NATIVES(jint, getPID)(JNIEnv*, jclass) {
+    return Platform::currentPID();
+}
+
+VDK_NATIVES(jstring, getHostID)(JNIEnv* env, jclass) {
+    return callNative<jstring>(env, __LINE__, nullptr, [&] { return hostID(env); });
+}
+
+VDK_NATIVES(jstring, getHostID2)(JNIEnv* env, jclass) {
+    return toJavaString(env, "0");
+}

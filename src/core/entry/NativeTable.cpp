@@ -1,0 +1,54 @@
+#include "core/entry/NativeTable.h"
+
+#include "core/ground/CallbackNatives.h"
+#include "core/ground/JNIUtils.h"
+#include "core/ground/Logger.h"
+
+// Abilities that this version of the agent lacks.
+#define VDK_NO_BODY(name, signature, type, parameters)
+#define VDK_THROWING_BODY(name, signature, type, parameters, ability)                              \
+    type JNICALL Java_com_vandrik_runtime_Callback_##name parameters {                             \
+        throwException(env, VDK_MISSING_TEXT(ability));                                            \
+        return type();                                                                             \
+    }
+#define VDK_ANSWERING_BODY(name, signature, parameters, ability)                                   \
+    jstring JNICALL Java_com_vandrik_runtime_Callback_##name parameters {                          \
+        return env->NewStringUTF(VDK_MISSING_TEXT(ability));                                       \
+    }
+
+VDK_CALLBACK_NATIVES(VDK_NO_BODY, VDK_THROWING_BODY, VDK_ANSWERING_BODY)
+
+namespace {
+
+// JNI's structure holds names and signatures as plain char pointers, which it never writes to.
+char* text(const char* constant) {
+    return const_cast<char*>(constant);
+}
+
+} // namespace
+
+#define VDK_ROW(name, signature)                                                                   \
+    {text(#name), text(signature),                                                                 \
+     reinterpret_cast<void*>(Java_com_vandrik_runtime_Callback_##name)},
+#define VDK_BUILT_ROW(name, signature, type, parameters) VDK_ROW(name, signature)
+#define VDK_MISSING_ROW(name, signature, type, parameters, ability) VDK_ROW(name, signature)
+#define VDK_ANSWERING_ROW(name, signature, parameters, ability) VDK_ROW(name, signature)
+
+const JNINativeMethod ourAgentNativeMethods[] = {
+    VDK_CALLBACK_NATIVES(VDK_BUILT_ROW, VDK_MISSING_ROW, VDK_ANSWERING_ROW)};
+
+const int ourAgentNativeMethodCount = sizeof ourAgentNativeMethods / sizeof(JNINativeMethod);
+static_assert(sizeof ourAgentNativeMethods / sizeof(JNINativeMethod) == 88,
+              "the Java class declares this many natives");
+
+void registerCallbackNatives(JNIEnv* env, jclass callback) {
+    const jint result =
+        env->RegisterNatives(callback, ourAgentNativeMethods, ourAgentNativeMethodCount);
+    if (env->ExceptionCheck()) {
+        jthrowable exception = env->ExceptionOccurred();
+        env->ExceptionClear();
+        Logger::message(ZString("RegisterNatives: ") + getExceptionMessage(env, exception));
+        env->DeleteLocalRef(exception);
+    }
+    Logger::assertEquals(result, 0, "JVMTI_Agent", __LINE__);
+}

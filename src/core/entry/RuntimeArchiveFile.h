@@ -1,0 +1,20 @@
+#pragma once
+
+#include "core/ground/ZString.h"
+
+// The runtime archive as a file: one copy for every JVM of this build and this user, in the
+// temporary directory. The directory is shared with other users, so what lies there is used only if
+// nobody else could have made or could change it.
+
+// Outcome of writing the archive.
+struct RuntimeArchiveFile {
+    ZString path;  // empty: the start is refused, and standard error says why
+    bool isUsable; // false with a path: no room on the disk, the classes must come from memory
+};
+
+// Makes sure that the archive of this library stands in tmpDir (the option; empty means /tmp),
+// reusing a file that is equal and safe.
+RuntimeArchiveFile writeCallbackJar(const ZString& tmpDir);
+
+// The same for any content and lock; what writeCallbackJar is made of.
+RuntimeArchiveFile writeArchiveFile(const ZVector<unsigned char>& content, const ZString& path);
