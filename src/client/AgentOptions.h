@@ -1,0 +1,37 @@
+// The agent's option string as `run` and `attach` build it: the user's options with the client's
+// defaults in front.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace vdk {
+
+struct AgentOptionChoices {
+    bool attach = false;
+    bool remote = false;      // do not add `onlylocal`
+    bool exceptions = false;  // keep exception events
+    bool generations = false; // tag the heap's objects at the start
+    bool verbose = false;     // let the agent write its banner
+    std::string tmpDir;       // private folder, as the target sees it; "" adds none
+    std::string workingDir;   // base of relative paths in the user's options
+};
+
+// `arguments` are the user's option strings, each one or more options separated by commas. An
+// option of the user's replaces the default that it contradicts. Throws ClientError (Usage) for an
+// empty option name such as "=5".
+std::string composeAgentOptions(const std::vector<std::string>& arguments,
+                                const AgentOptionChoices& choices);
+
+// The value in a form that survives the splitting at commas: as it is where possible, else
+// "VDKQUOTED" and the bytes in hexadecimal.
+std::string quoteOptionValue(const std::string& value);
+
+// What a non-zero result of the agent's start means, and what to do about it.
+struct AgentStartFailure {
+    std::string message;
+    std::string hint;
+};
+AgentStartFailure explainAgentResult(int code);
+
+} // namespace vdk

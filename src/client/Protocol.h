@@ -1,0 +1,72 @@
+// Numbers and texts of the control protocol. Keep in sync with com.vandrik.runtime.Protocol; a test
+// compares the two.
+#pragma once
+
+#include <cstdint>
+
+namespace vdk::protocol {
+
+constexpr int64_t Magic = 123456789;
+constexpr int Version = 20110815;
+
+enum Packet : int32_t {
+    PACKET_ERROR_RESP = 0,
+    PACKET_OK_RESP = 1,
+    PACKET_GET_STATUS_REQ = 100000,
+    PACKET_START_CPU_PROFILING_REQ = 100300,
+    PACKET_STOP_CPU_PROFILING_REQ = 100400,
+    PACKET_FORCE_GC_REQ = 100500,
+    PACKET_PROGRESS = 100600,
+    PACKET_TRANSFER_SNAPSHOT_REQ = 101000,
+    PACKET_TRANSFER_SNAPSHOT_COMPRESSED_REQ = 101001,
+    PACKET_GET_JVM_THREAD_DUMP_REQ = 101300,
+    PACKET_GET_AGENT_INFO_REQ = 102400,
+    PACKET_PACKET_SEQUENCE_START = 103300,
+    PACKET_PACKET_SEQUENCE_END = 103400,
+    PACKET_UPDATE_DATABASE_TABLES = 103500,
+    PACKET_GET_DATABASE_STATISTICS = 103600,
+    PACKET_CLEAR_CPU_DATA = 103700,
+    PACKET_CLEAR_MONITOR_DATA = 103800,
+    PACKET_CLEAR_ALLOCATION_DATA = 103900,
+    PACKET_CAPTURE_SNAPSHOT_REQ = 104006,
+    PACKET_CLEAR_EXCEPTIONS = 104200,
+    PACKET_RETRANSFORM_CLASSES_LOADED_BEFORE_AGENT_WAS_ATTACHED = 105201,
+};
+
+// Sizes of the compressed transfer: a chunk of the file, and the largest block on the wire.
+constexpr int TRANSFER_UNCOMPRESSED_CHUNK_SIZE = 131072;
+constexpr int TRANSFER_COMPRESSED_CHUNK_SIZE = 65536;
+
+constexpr const char* INCOMPATIBLE_AGENT_MESSAGE =
+    "Communication with the profiled application failed.\n"
+    "The profiled application has been started with profiler agent\n"
+    "incompatible with the current version of the profiler.";
+constexpr const char* INCORRECT_DATA_FROM_AGENT_MESSAGE =
+    "Communication with the profiled application failed.\n"
+    "The agent has returned incorrect data.";
+constexpr const char* INCORRECT_DATA_MESSAGE =
+    "Communication failed.\nThe response contains incorrect data.";
+
+// Bits of the status word.
+struct StatusBit {
+    int64_t bit;
+    const char* name;
+};
+constexpr int64_t CPU_TIMES_BIT = 4;
+constexpr int64_t CPU_COUNTS_BIT = 8;
+constexpr StatusBit StatusBits[] = {
+    {2, "allocations"}, {4, "cpu-times"},        {8, "cpu-counts"},        {32, "j2ee"},
+    {128, "monitors"},  {256, "internal-error"}, {512, "stack-telemetry"}, {1024, "exceptions"},
+};
+
+// Bits of the capability word.
+constexpr StatusBit CapabilityBits[] = {
+    {0x40, "tracing"}, {0x100, "allocation-recording"}, {0x400, "attached"},
+    {0x1000, "j2ee"},  {0x4000, "no-exception-events"}, {0x8000, "cannot-suspend"},
+};
+
+// Modes of CPU profiling.
+constexpr int64_t CPU_SAMPLING = 4;
+constexpr int64_t CPU_TRACING = 12;
+
+} // namespace vdk::protocol

@@ -1,0 +1,25 @@
+// Ctrl-C and SIGTERM: the first ends waits in an orderly way, the second ends the program.
+#pragma once
+
+namespace vdk {
+
+// Installs the handlers. Only the program calls this, not the library's users.
+void installSignalHandlers();
+
+// Puts back what was in force before installSignalHandlers: a program started in this one's place
+// inherits ignored signals.
+void restoreSignalHandlers();
+
+bool isInterrupted();
+
+// Forgets a signal that has come, so that the work of ending can wait for answers again. A second
+// signal ends the program all the same.
+void forgetInterrupt();
+
+// Throws ClientError (Aborted) once a signal has come.
+void throwIfInterrupted();
+
+// Sleeps, but ends early at a signal; true if the whole time has passed.
+bool sleepUnlessInterrupted(long milliseconds);
+
+} // namespace vdk

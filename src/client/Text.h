@@ -1,0 +1,43 @@
+// Small text helpers of the client: splitting, numbers with units, and making foreign text safe to
+// print.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vdk {
+
+std::vector<std::string> split(std::string_view text, char separator);
+std::string join(const std::vector<std::string>& parts, std::string_view separator);
+bool startsWith(std::string_view text, std::string_view prefix);
+bool endsWith(std::string_view text, std::string_view suffix);
+
+// True when `part` occurs in `text`, letters compared without case (ASCII only).
+bool containsIgnoringCase(std::string_view text, std::string_view part);
+
+// The whole text as a decimal number in [low, high]; nothing otherwise.
+std::optional<long> parseNumber(std::string_view text, long low, long high);
+
+// "30", "30s", "500ms", "5m", "1h": milliseconds; a bare number is seconds.
+std::optional<long> parseDurationMs(std::string_view text);
+
+// Nanoseconds as people read them: "12.3 s", "45.6 ms", "7 us".
+std::string formatNs(int64_t ns);
+
+// Bytes as people read them: "12.3 MB".
+std::string formatBytes(int64_t bytes);
+
+// "12.3", one digit behind the point.
+std::string formatPercent(double percent);
+
+// Text of another process, safe on a terminal: control characters and bytes that are not UTF-8
+// become "?"; a text longer than `limit` characters is cut and ends in "...".
+std::string printable(std::string_view text, size_t limit = 4096);
+
+// The text with every byte that does not belong to valid UTF-8 replaced by U+FFFD.
+std::string validUtf8(std::string_view text);
+
+} // namespace vdk

@@ -1,0 +1,12 @@
+#include "client/CommandLine.h"
+#include "client/Signals.h"
+
+#include <iostream>
+#include <unistd.h>
+
+int main(int argc, char** argv) {
+    vdk::installSignalHandlers();
+    vdk::Console console(std::cout, std::cerr, isatty(STDOUT_FILENO) == 1,
+                         isatty(STDERR_FILENO) == 1);
+    return vdk::runClient({argv + 1, argv + argc}, console);
+}
