@@ -1,0 +1,103 @@
+// Binds the natives of the runtime classes in a plain JVM: the real ones of the control socket,
+// made-up ones of Callback that hand over to the Java class FakeNatives or write to the socket.
+#include <cstring>
+
+#include <sys/socket.h>
+
+#include "core/ground/CallbackNatives.h"
+#include "runtime/ControlSocketNatives.h"
+#include "runtime/DiagnosticNatives.h"
+
+#define ROW(name, signature)                                                                       \
+    {const_cast<char*>(#name), const_cast<char*>(signature),                                       \
+     reinterpret_cast<void*>(Java_com_vandrik_runtime_Callback_##name)},
+#define BUILT_ROW(name, signature, type, parameters) ROW(name, signature)
+#define MISSING_ROW(name, signature, type, parameters, ability) ROW(name, signature)
+#define ANSWERING_ROW(name, signature, parameters, ability) ROW(name, signature)
+
+static const JNINativeMethod rows[] = {VDK_CALLBACK_NATIVES(BUILT_ROW, MISSING_ROW, ANSWERING_ROW)};
+
+static jclass ourFakes;
+
+static jmethodID fake(JNIEnv* env, const char* name, const char* signature) {
+    return env->GetStaticMethodID(ourFakes, name, signature);
+}
+
+extern "C" {
+
+void JNICALL Java_com_vandrik_runtime_Callback_messageToLogFile(JNIEnv* env, jclass, jstring text) {
+    env->CallStaticVoidMethod(ourFakes, fake(env, "log", "(Ljava/lang/String;)V"), text);
+}
+
+jboolean JNICALL Java_com_vandrik_runtime_Callback_findSnapshot(JNIEnv* env, jclass, jstring path) {
+    return env->CallStaticBooleanMethod(ourFakes,
+                                        fake(env, "findSnapshot", "(Ljava/lang/String;)Z"), path);
+}
+
+jstring JNICALL Java_com_vandrik_runtime_Callback_captureSnapshot(JNIEnv* env, jclass, jstring path,
+                                                                  jint progressSocket,
+                                                                  jlong flags) {
+    // a progress packet of 42 percent, as native code writes it
+    const unsigned char packet[] = {0, 0, 0,    0,    0x07, 0x5b, 0xcd, 0x15,
+                                    0, 1, 0x88, 0xf8, 0,    0,    0,    42};
+    if (progressSocket != 0) {
+        send(progressSocket, packet, sizeof packet, MSG_NOSIGNAL);
+    }
+    return static_cast<jstring>(env->CallStaticObjectMethod(
+        ourFakes, fake(env, "captureSnapshot", "(Ljava/lang/String;J)Ljava/lang/String;"), path,
+        flags));
+}
+
+void JNICALL Java_com_vandrik_runtime_Callback_writeTables(JNIEnv*, jclass, jint socket, jint mask,
+                                                           jint limit, jintArray) {
+    // mask and limit as they arrived and the end mark, little-endian
+    int words[] = {mask, limit, -1};
+    send(socket, words, sizeof words, MSG_NOSIGNAL);
+}
+
+void JNICALL Java_com_vandrik_runtime_Callback_startCalibrating(JNIEnv* env, jclass) {
+    env->ThrowNew(env->FindClass("java/lang/RuntimeException"), VDK_MISSING_TEXT("CPU tracing"));
+}
+
+jint JNICALL Java_com_vandrik_runtime_Callback_createUserTable(JNIEnv* env, jclass,
+                                                               jstring description) {
+    return env->CallStaticIntMethod(ourFakes, fake(env, "createUserTable", "(Ljava/lang/String;)I"),
+                                    description);
+}
+
+jlong JNICALL Java_com_vandrik_runtime_Callback_getStatus(JNIEnv*, jclass) {
+    return 0x600;
+}
+
+jint JNICALL Java_com_vandrik_runtime_Callback_getTelemetryPeriodMs(JNIEnv*, jclass) {
+    return 1000;
+}
+
+jint JNICALL Java_com_vandrik_runtime_Callback_getPID(JNIEnv*, jclass) {
+    return 4711;
+}
+
+jlong JNICALL Java_com_vandrik_runtime_Callback_getCurrentThreadCPUTimeNs(JNIEnv*, jclass) {
+    return 0;
+}
+
+JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* vm, void*) {
+    JNIEnv* env = nullptr;
+    if (vm->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_6) != JNI_OK) {
+        return -1;
+    }
+    jclass fakes = env->FindClass("com/vandrik/runtime/FakeNatives");
+    jclass callback = env->FindClass("com/vandrik/runtime/Callback");
+    jclass controlSocket = env->FindClass("com/vandrik/runtime/ControlSocket");
+    jclass oomeDumper = env->FindClass("com/vandrik/runtime/OOMEDumper");
+    if (fakes == nullptr || callback == nullptr || controlSocket == nullptr ||
+        oomeDumper == nullptr) {
+        return -1;
+    }
+    ourFakes = static_cast<jclass>(env->NewGlobalRef(fakes));
+    bool bound = env->RegisterNatives(callback, rows, sizeof rows / sizeof *rows) == JNI_OK &&
+                 registerControlSocketNatives(env, controlSocket) &&
+                 registerDiagnosticNatives(env, oomeDumper);
+    return bound ? JNI_VERSION_1_6 : -1;
+}
+}

@@ -1,0 +1,154 @@
+package cases;
+
+import fixtures.Burn;
+import fixtures.Idle;
+import java.io.InputStream;
+import java.util.Random;
+import jvmtest.AgentClient;
+import jvmtest.Case;
+import jvmtest.Check;
+import jvmtest.Tables;
+import jvmtest.Target;
+
+/** The control channel under clients of all kinds. */
+public final class ProtocolCases {
+    private static final int ALL = 0x7efff;
+
+    private ProtocolCases() {
+    }
+
+    private static void checkServes(Target target, String after) throws Exception {
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.GET_STATUS).ok();
+            Check.isTrue((client.in.readLong() & 0x200) != 0, "status after " + after);
+        }
+    }
+
+    @Case(fixture = Idle.class, agent = "sessionname=a b")
+    static void tellsAboutItself(Target target) throws Exception {
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.AGENT_INFO).ok();
+            Check.equal(client.in.readInt(), 20110815, "protocol version");
+            Check.equal(client.readString(), "Vandrik Java Profiler 10.0.6", "product");
+            long capabilities = client.in.readLong();
+            Check.equal((capabilities & 0x400) != 0, target.attached,
+                        "attached bit of " + capabilities);
+            Check.equal(client.readString(), "a b", "session name");
+            client.in.readLong();
+            client.readString();
+            Check.equal(client.readString(), target.folder.toString(), "snapshot directory");
+            Check.equal((long) client.in.readInt(), target.pid(), "process id");
+            Check.equal(client.in.readInt(), 3600, "telemetry limit");
+        }
+        target.finish();
+    }
+
+    @Case(fixture = Idle.class)
+    static void survivesGarbageHalfPacketsAndHugeLengths(Target target) throws Exception {
+        Random random = new Random(7);
+        for (int i = 0; i < 60; i++) {
+            byte[] garbage = new byte[random.nextInt(3000)];
+            random.nextBytes(garbage);
+            try (AgentClient client = target.client()) {
+                if (i % 3 > 0) {
+                    client.out.writeLong(AgentClient.MAGIC);
+                }
+                if (i % 3 > 1) {
+                    int[] types = {100300, 103500, 101000, 104006, 104800, 105300, 105400, 105500};
+                    client.out.writeInt(types[random.nextInt(types.length)]);
+                }
+                client.out.write(garbage);
+                client.out.flush();
+            }
+        }
+        checkServes(target, "garbage");
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.TRANSFER).out.writeInt(0x7fffffff);
+            client.out.flush();
+            Check.isTrue(client.in.read() >= -1, "an answer or the end of the connection");
+        }
+        checkServes(target, "a huge length");
+        try (AgentClient client = target.client()) {
+            client.out.writeBytes("GET / HTTP/1.1\r\nHost: x\r\n\r\n");
+            client.out.flush();
+            Check.equal(client.in.read(), -1, "bytes for a wrong magic number");
+        }
+        try (AgentClient client = target.client()) {
+            client.request(99);
+            Check.equal(
+                    client.error(),
+                    "Unknown packet type: 99. Reason: profiler agent and client version mismatch",
+                    "unknown packet");
+        }
+        for (int index : new int[] {128, 31, -2}) {
+            try (AgentClient client = target.client()) {
+                client.request(AgentClient.UPDATE_TABLES).out.writeInt(0);
+                client.out.writeInt(index);
+                Check.equal(client.error(), "Invalid table index: " + index, "table index");
+            }
+        }
+        target.finish();
+    }
+
+    @Case(fixture = Burn.class)
+    static void serves100ClientsInTurnAndSomeThatVanish(Target target) throws Exception {
+        try (AgentClient client = target.client()) {
+            client.startSampling("", "");
+        }
+        for (int i = 0; i < 100; i++) {
+            try (AgentClient client = target.client()) {
+                if (i % 2 == 0) {
+                    client.updateTables(ALL, new Tables());
+                } else {
+                    client.request(AgentClient.UPDATE_TABLES).out.writeInt(0);
+                    client.out.flush();
+                    client.socket.setSoLinger(true, 0);
+                }
+            }
+        }
+        checkServes(target, "100 clients");
+        target.finish();
+    }
+
+    @Case(fixture = Idle.class, alone = true, attach = false)
+    static void aSilentClientDoesNotHoldThePort(Target target) throws Exception {
+        try (AgentClient silent = target.client(); AgentClient half = target.client()) {
+            half.out.writeInt(0);
+            half.out.flush();
+            long start = System.nanoTime();
+            checkServes(target, "silent clients");
+            Check.isTrue(System.nanoTime() - start < 40_000_000_000L, "the port was held");
+            InputStream in = silent.in;
+            Check.equal(in.read(), -1, "bytes for the silent client");
+        }
+        target.finish();
+    }
+
+    @Case(fixture = Idle.class)
+    static void answersForAbilitiesThatAreNotThere(Target target) throws Exception {
+        for (int packet : new int[] {105400}) {
+            try (AgentClient client = target.client()) {
+                client.request(packet);
+                int type = client.header();
+                Check.isTrue(type == 0 || type == 1, "answer " + type);
+                client.readString();
+            }
+        }
+        checkServes(target, "asking for triggers");
+        target.finish();
+    }
+
+    @Case(fixture = Idle.class)
+    static void dumpsThreadsAndCollectsGarbage(Target target) throws Exception {
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.THREAD_DUMP).ok();
+        }
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.FORCE_GC).ok();
+            long before = client.in.readLong();
+            long after = client.in.readLong();
+            Check.isTrue(before > 0 && after > 0, before + " " + after);
+        }
+        target.finish();
+    }
+}

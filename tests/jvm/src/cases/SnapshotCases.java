@@ -1,0 +1,194 @@
+package cases;
+
+import fixtures.Burn;
+import fixtures.Idle;
+import java.io.ByteArrayOutputStream;
+import java.io.EOFException;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.Arrays;
+import java.util.List;
+import java.util.zip.Inflater;
+import jvmtest.AgentClient;
+import jvmtest.Case;
+import jvmtest.Check;
+import jvmtest.Target;
+
+/** Performance snapshots: captured, named, fetched, refused. */
+public final class SnapshotCases {
+    private SnapshotCases() {
+    }
+
+    private static void ask(AgentClient client, String directory, String pattern) throws Exception {
+        client.request(AgentClient.CAPTURE_SNAPSHOT).out.writeLong(0);
+        client.string(directory);
+        client.string(pattern);
+    }
+
+    private static Path capture(Target target, String pattern) throws Exception {
+        try (AgentClient client = target.client()) {
+            ask(client, "", pattern);
+            return Path.of(client.ok().readString());
+        }
+    }
+
+    @Case(fixture = Burn.class, agent = "sessionname=my app")
+    static void isNamedCountedAndFetchedPlainAndCompressed(Target target) throws Exception {
+        try (AgentClient client = target.client()) {
+            client.startSampling("", "");
+        }
+        Thread.sleep(500);
+        Path first = capture(target, "<sessionname>-x");
+        Path second = capture(target, "<sessionname>-x");
+        Check.equal(first.getFileName().toString(), "my_app-x.snapshot", "first name");
+        Check.equal(second.getFileName().toString(), "my_app-x-1.snapshot", "second name");
+        byte[] bytes = Files.readAllBytes(first);
+        Check.isTrue(new String(bytes, 0, 32, StandardCharsets.US_ASCII)
+                             .equals("Vandrik Java Profiler snapshot, "),
+                     "magic");
+        Check.equal(bytes[55], (byte) 0x1A, "end of the magic");
+        Check.equal(bytes[56], (byte) 66, "format byte");
+        Check.isTrue(bytes.length > 10_000, "length " + bytes.length);
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.TRANSFER);
+            client.string(first.toString());
+            byte[] fetched = new byte[(int) client.ok().in.readLong()];
+            client.in.readFully(fetched);
+            Check.isTrue(Arrays.equals(bytes, fetched), "plain transfer");
+        }
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.TRANSFER_COMPRESSED);
+            client.string(first.toString());
+            Check.isTrue(Arrays.equals(bytes, readCompressed(client.ok())), "compressed transfer");
+        }
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.TRANSFER);
+            client.string("/etc/passwd");
+            Check.equal(client.error(), "File cannot be transferred: unknown snapshot /etc/passwd",
+                        "foreign file");
+        }
+        target.finish();
+    }
+
+    private static byte[] readCompressed(AgentClient client) throws Exception {
+        long length = client.in.readLong();
+        ByteArrayOutputStream all = new ByteArrayOutputStream();
+        while (all.size() < length) {
+            Inflater inflater = new Inflater(true);
+            for (int n = client.in.readInt(); n != 0; n = client.in.readInt()) {
+                Check.isTrue(n > 0 && n <= 65536, "block of " + n);
+                byte[] block = new byte[n];
+                client.in.readFully(block);
+                inflater.setInput(block);
+                byte[] buffer = new byte[131072];
+                for (int got = inflater.inflate(buffer); got > 0; got = inflater.inflate(buffer)) {
+                    all.write(buffer, 0, got);
+                }
+            }
+            inflater.end();
+        }
+        return all.toByteArray();
+    }
+
+    @Case(fixture = Burn.class)
+    static void refusesUnusableDirectoriesAndGoesOn(Target target) throws Exception {
+        Path file = Files.createFile(target.folder.resolve("plain"));
+        try (AgentClient client = target.client()) {
+            ask(client, file.toString(), "");
+            Check.equal(client.error(), "The snapshot directory is not a directory: " + file,
+                        "a file");
+        }
+        try (AgentClient client = target.client()) {
+            // A folder in which nobody, not even root, may make a file.
+            ask(client, "/proc/" + target.pid() + "/task", "");
+            Check.isTrue(client.error().endsWith("Cannot open file to write snapshot"),
+                         "error for an unwritable folder");
+        }
+        capture(target, "");
+        target.finish();
+    }
+
+    @Case(fixture = Burn.class, noAgent = true, attach = false)
+    static void aFullDiskEndsInAnErrorWithAllThreadsRunning(Target target) throws Exception {
+        target.send("stop");
+        target.awaitExit();
+        try (Target limited = limitedFileSize(target)) {
+            limited.awaitOutput("ready");
+            long end = System.nanoTime() + 60_000_000_000L;
+            for (boolean up = false; !up;) {
+                Check.isTrue(System.nanoTime() < end, "no agent; " + limited.state());
+                try (AgentClient client = limited.client()) {
+                    up = true;
+                } catch (java.io.IOException e) {
+                    Thread.sleep(50);
+                }
+            }
+            try (AgentClient client = limited.client()) {
+                ask(client, "", "full");
+                String error = null;
+                int type = client.header();
+                while (type == AgentClient.PROGRESS) {
+                    client.in.readInt();
+                    type = client.header();
+                }
+                Check.equal(type, 0, "packet type");
+                error = client.readString();
+                Check.isTrue(error.startsWith("Cannot capture snapshot ") &&
+                                     error.endsWith("File too large"),
+                             "error " + error);
+            }
+            limited.finish();
+        }
+    }
+
+    private static Target limitedFileSize(Target like) throws Exception {
+        java.lang.reflect.Constructor<Target> maker =
+                Target.class.getDeclaredConstructor(jvmtest.Jdk.class, boolean.class, String.class);
+        maker.setAccessible(true);
+        Target target = maker.newInstance(like.jdk, false, like.library);
+        target.startProcess(List.of("bash", "-c", "ulimit -f 8; exec \"$@\"", "limited",
+                                    target.jdk.java(), "-XX:-UsePerfData",
+                                    "-agentpath:" + target.library + "=port=" + target.port +
+                                            ",onlylocal,quiet,tmpdir=/tmp,dir=" + target.folder,
+                                    "-cp", System.getProperty("java.class.path"), "fixtures.Burn"));
+        return target;
+    }
+
+    @Case(fixture = Idle.class, agent = "onexit=snapshot")
+    static void isCapturedOnExit(Target target) throws Exception {
+        target.finish();
+        String[] names =
+                target.folder.toFile().list((dir, name) -> name.endsWith("-shutdown.snapshot"));
+        Check.equal(names.length, 1, "snapshots on exit");
+    }
+
+    @Case(fixture = Burn.class, agent = "sampling")
+    static void isCapturedOnExitWhenCpuTimesRun(Target target) throws Exception {
+        target.finish();
+        String[] names =
+                target.folder.toFile().list((dir, name) -> name.endsWith("-shutdown.snapshot"));
+        Check.equal(names.length, 1, "snapshots on exit");
+    }
+
+    @Case(fixture = Idle.class)
+    static void isNotCapturedOnExitUnasked(Target target) throws Exception {
+        target.finish();
+        Check.equal(target.folder.toFile().list((dir, name) -> name.endsWith(".snapshot")).length,
+                    0, "snapshots");
+    }
+
+    @Case(fixture = Burn.class)
+    static void aKilledJvmLeavesTheClientWithTheEndOfTheStream(Target target) throws Exception {
+        try (AgentClient client = target.client()) {
+            ask(client, "", "killed");
+            client.out.flush();
+            target.process().destroyForcibly();
+            try {
+                client.ok();
+            } catch (EOFException | java.net.SocketException e) {
+                return;
+            }
+        }
+    }
+}

@@ -1,0 +1,204 @@
+package cases;
+
+import fixtures.Configures;
+import fixtures.Idle;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import jvmtest.AgentClient;
+import jvmtest.Case;
+import jvmtest.Check;
+import jvmtest.Jdk;
+import jvmtest.Target;
+
+/** Coming up, refusing to, and leaving the program as it is. */
+public final class StartCases {
+    private static final String ARCHIVE = "vdk201201261731.jar";
+
+    private StartCases() {
+    }
+
+    /**
+     * Runs `java -version`-like programs with raw agent options; the exit code is in the target.
+     */
+    private static Target run(Target like, String options, String... jvm) throws Exception {
+        List<String> arguments =
+                new ArrayList<>(List.of("-agentpath:" + like.library + "=" + options));
+        arguments.addAll(List.of(jvm));
+        return runPlain(like, arguments);
+    }
+
+    private static Target runPlain(Target like, List<String> jvm) throws Exception {
+        java.lang.reflect.Constructor<Target> maker =
+                Target.class.getDeclaredConstructor(Jdk.class, boolean.class, String.class);
+        maker.setAccessible(true);
+        Target target = maker.newInstance(like.jdk, false, like.library);
+        List<String> command = new ArrayList<>(List.of(like.jdk.java()));
+        command.addAll(jvm);
+        command.addAll(List.of("-cp", System.getProperty("java.class.path"), "fixtures.Idle"));
+        target.startProcess(command);
+        return target;
+    }
+
+    @Case(fixture = Idle.class)
+    static void leavesOutputAndExitCodeAlone(Target target) throws Exception {
+        target.send("hello");
+        target.awaitOutput("heard hello");
+        target.finish();
+        Check.equal(target.output(), "ready\nheard hello\nbye\n", "standard output");
+        Check.equal(target.errors(), "", "standard error");
+    }
+
+    /** The JVM waits 0.3 s at its end for threads in native code; the agent's may be none. */
+    @Case(fixture = Idle.class, noAgent = true, attach = false)
+    static void doesNotHoldUpTheEndOfTheJvm(Target target) throws Exception {
+        target.finish();
+        String heapDumpPath = "-XX:HeapDumpPath=" + target.folder;
+        String options = "quiet,onlylocal,tmpdir=" + target.folder;
+        long plainMs = Long.MAX_VALUE;
+        long withAgentMs = Long.MAX_VALUE;
+        for (int i = 0; i < 3; i++) {
+            try (Target plain = runPlain(target, List.of(heapDumpPath));
+                 Target profiled = run(target, options, heapDumpPath)) {
+                plainMs = Math.min(plainMs, endMs(plain));
+                withAgentMs = Math.min(withAgentMs, endMs(profiled));
+            }
+        }
+        Check.isTrue(withAgentMs < plainMs + 200, "the end takes " + withAgentMs +
+                                                          " ms with the agent and " + plainMs +
+                                                          " ms without");
+    }
+
+    private static long endMs(Target target) throws Exception {
+        target.awaitOutput("ready");
+        // The threads of the agent are at their waits by then.
+        Thread.sleep(300);
+        long start = System.nanoTime();
+        target.finish();
+        return (System.nanoTime() - start) / 1000000;
+    }
+
+    @Case(fixture = Configures.class, attach = false)
+    static void leavesToMainWhatMainConfigures(Target target) throws Exception {
+        target.finish();
+        Check.contains(target.output(), "manager Manager\n", "log manager");
+        Check.contains(target.output(), "locale de_DE\n", "locale");
+    }
+
+    @Case(fixture = Idle.class, noAgent = true, attach = false)
+    static void refusesWithItsMessageAndExitCode(Target target) throws Exception {
+        target.finish();
+        String[][] refusals = {
+                {"nonsense", "Cannot start: invalid option: nonsense"},
+                {"tracing,sampling", "'tracing' cannot be used in combination with 'sampling'"},
+                {"port=0", "'port' value is invalid"},
+                {"samplingperiod=-1", "sampling period is invalid"},
+                {"filters=/x,sampling", "'filters' should be used in combination with 'tracing'"},
+                {"help", "Vandrik Java Profiler 10.0.6 JVMTI agent usage:"},
+        };
+        for (String[] refusal : refusals) {
+            try (Target refused = run(target, "quiet," + refusal[0])) {
+                Check.equal(refused.awaitExit(), 1, "exit code with " + refusal[0]);
+                Check.contains(refused.output(), refusal[1], "output with " + refusal[0]);
+                Check.isTrue(!refused.output().contains("ready"), "main must not run");
+            }
+        }
+        try (Target refused = run(target, "quiet,tmpdir=" + target.folder + "/missing")) {
+            Check.equal(refused.awaitExit(), 1, "exit code without a directory for the archive");
+            Check.contains(refused.errors(),
+                           "Cannot start: failed to create jar file: ", "archive");
+        }
+        try (java.net.ServerSocket taken = new java.net.ServerSocket(0)) {
+            int port = taken.getLocalPort();
+            try (Target refused = run(target, "quiet,port=" + port + ",tmpdir=" + target.folder)) {
+                Check.equal(refused.awaitExit(), 255, "exit code with a taken port");
+                Check.contains(refused.log(), "Cannot start: cannot listen on port " + port, "log");
+            }
+        }
+    }
+
+    @Case(fixture = Idle.class, load = false)
+    static void refusedOrRepeatedAttachLeavesTheJvmAlive(Target target) throws Exception {
+        target.attach(target.port > 0 ? "quiet" : "");
+        Check.contains(target.log(), "Agent already loaded", "second attach");
+        target.finish();
+    }
+
+    @Case(fixture = Idle.class, noAgent = true, load = false)
+    static void anAttachWithBadOptionsLeavesTheJvmAlive(Target target) throws Exception {
+        try {
+            target.attach("quiet,nonsense");
+            throw new AssertionError("the attach was not refused");
+        } catch (com.sun.tools.attach.AgentInitializationException e) {
+            Check.equal(e.returnValue(), 3, "result of the attach");
+        }
+        target.finish();
+    }
+
+    @Case(fixture = Idle.class, noAgent = true, attach = false)
+    static void sharesOneArchiveAndReplacesAWrongOne(Target target) throws Exception {
+        target.finish();
+        Path archive = target.folder.resolve(ARCHIVE);
+        String options = "quiet,onlylocal,tmpdir=" + target.folder;
+        try (Target one = run(target, options); Target two = run(target, options)) {
+            one.awaitOutput("ready");
+            two.awaitOutput("ready");
+            String logs = one.log() + two.log();
+            Check.contains(logs, "Jar file created: " + archive, "logs of both");
+            Check.contains(logs, "Reusing existing jar file: " + archive, "logs of both");
+            one.finish();
+            two.finish();
+        }
+        byte[] good = Files.readAllBytes(archive);
+        byte[] changed = good.clone();
+        changed[changed.length / 2] ^= 1;
+        List<byte[]> wrong =
+                List.of(changed, new byte[0], java.util.Arrays.copyOf(good, good.length / 2));
+        for (byte[] content : wrong) {
+            Files.write(archive, content);
+            checkReplaced(target, options, archive, good);
+        }
+        Path elsewhere = Files.write(target.folder.resolve("elsewhere"), good);
+        Files.delete(archive);
+        Files.createSymbolicLink(archive, elsewhere);
+        checkReplaced(target, options, archive, good);
+        Check.isTrue(!Files.isSymbolicLink(archive), "a link stays in the archive's place");
+        Check.isTrue(java.util.Arrays.equals(Files.readAllBytes(elsewhere), good),
+                     "the linked file was touched");
+    }
+
+    private static void checkReplaced(Target like, String options, Path archive, byte[] good)
+            throws Exception {
+        try (Target again = run(like, options)) {
+            again.awaitOutput("ready");
+            Check.contains(again.log(), "Jar file exists but has wrong size or content: " + archive,
+                           "log");
+            Check.isTrue(java.util.Arrays.equals(Files.readAllBytes(archive), good),
+                         "the archive is whole again");
+            again.finish();
+        }
+    }
+
+    @Case(fixture = Idle.class, noAgent = true, attach = false)
+    static void logsAndBannersAsTheOptionQuietSays(Target target) throws Exception {
+        target.finish();
+        try (Target loud = run(target, "onlylocal,tmpdir=" + target.folder)) {
+            loud.awaitOutput("ready");
+            Check.equal(loud.errors().split("\n")[0],
+                        "[Vandrik Java Profiler 10.0.6] Loaded. Log file: " + loud.logFile(),
+                        "banner");
+            loud.finish();
+        }
+    }
+
+    @Case(fixture = Idle.class, agent = "delay=-1", attach = false)
+    static void waitsForAnExplicitStartWithDelayMinusOne(Target target) throws Exception {
+        Thread.sleep(300);
+        try (AgentClient client = target.client()) {
+            throw new AssertionError("the port is bound");
+        } catch (java.net.ConnectException e) {
+            target.finish();
+        }
+    }
+}

@@ -1,0 +1,339 @@
+package cases;
+
+import fixtures.Compiles;
+import fixtures.LeavingCalls;
+import fixtures.MixedRounds;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.HashMap;
+import java.util.List;
+import java.util.Map;
+import java.util.concurrent.TimeUnit;
+import jvmtest.AgentClient;
+import jvmtest.Case;
+import jvmtest.Check;
+import jvmtest.Tables;
+import jvmtest.Target;
+
+/** Programs under CPU tracing: they do what they did without, and no call is lost. */
+public final class TracedProgramCases {
+    private static final int CPU_TABLES = 1 | 1 << 1 | 1 << 2 | 1 << 3 | 1 << 6 | 1 << 8 | 1 << 9;
+    private static final int RETRANSFORM = 105201;
+    private static final String JDK = "java.*\njdk.*\nsun.*";
+    private static final String CALLS = "fixtures.LeavingCalls.";
+
+    /** Method and number of calls of one round of LeavingCalls. */
+    private static final Object[][] LEFT = {
+            {"LeavingCalls$Failing.<init>", 60L}, {"LeavingCalls.nested", 80L},
+            {"LeavingCalls.thrower", 80L},        {"LeavingCalls.cleaner", 200L},
+            {"LeavingCalls.fromNative", 25L},     {"LeavingCalls.cause", 25L},
+            {"LeavingCalls.index", 90L},          {"LeavingCalls.lockAndThrow", 20L},
+            {"LeavingCalls.afterOverflow", 10L},  {"LeavingCalls.dies", 16L},
+            {"LeavingCalls.deeper", 16L},         {"LeavingCalls.parallel", 16L},
+            {"LeavingCalls.leaf", 8000L},
+    };
+
+    private TracedProgramCases() {
+    }
+
+    private static void start(Target target, String filters, String wallTime) throws Exception {
+        try (AgentClient client = target.client()) {
+            client.startTracing(filters, wallTime);
+        }
+    }
+
+    private static void stop(Target target) throws Exception {
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.STOP_CPU).ok();
+        }
+    }
+
+    private static Tables fetch(Target target) throws Exception {
+        Tables tables = new Tables();
+        try (AgentClient client = target.client()) {
+            client.updateTables(CPU_TABLES, tables);
+        }
+        return tables;
+    }
+
+    private static void round(Target target, String line, String answer) throws Exception {
+        target.send(line);
+        target.awaitOutput(answer + "\n");
+    }
+
+    private static void checkLeft(Tables tables, int rounds) {
+        Map<String, Long> counts = tables.callCounts();
+        List<String> wrong = new ArrayList<>();
+        for (Object[] row : LEFT) {
+            long count = counts.getOrDefault("fixtures." + row[0], 0L);
+            if (count != (Long) row[1] * rounds) {
+                wrong.add(row[0] + " " + count + " instead of " + (Long) row[1] * rounds);
+            }
+        }
+        Check.equal(wrong, List.of(), "numbers of calls");
+    }
+
+    /** The time of a frame is never below that of the frames called from it. */
+    private static void checkTimes(Tables tables) {
+        Map<List<Integer>, Long> times = new HashMap<>();
+        Map<List<Integer>, Long> children = new HashMap<>();
+        tables.forEachCpuRow((thread, frame, time) -> {
+            times.put(List.of(thread, frame), time);
+            children.merge(List.of(thread, tables.parent(frame)), time, Long::sum);
+            if (time < 0) {
+                throw new AssertionError(tables.frameMethod(frame) + " has " + time + " ns");
+            }
+        });
+        times.forEach((key, time) -> {
+            long below = children.getOrDefault(key, 0L);
+            // No text beforehand: a stack may be 10000 frames deep.
+            if (time < below) {
+                throw new AssertionError(tables.frameMethod(key.get(1)) + " has " + time +
+                                         " ns, its children " + below);
+            }
+        });
+    }
+
+    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes,deadthreadlimit=500",
+          attach = false)
+    static void
+    countsCallsThatAreLeftInUnusualWays(Target target) throws Exception {
+        round(target, "go", "done 1");
+        start(target, "", "");
+        round(target, "go", "done 2");
+        round(target, "go", "done 3");
+        Tables tables = fetch(target);
+        checkLeft(tables, 2);
+        checkTimes(tables);
+        Check.equal(tables.callCounts("parallel-").get(CALLS + "leaf"), 16000L, "leaf by thread");
+        Check.equal(tables.callCounts("dying-").get(CALLS + "deeper"), 32L, "deeper by thread");
+        stop(target);
+        target.finish();
+    }
+
+    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes", jvm = "-Xint", attach = false,
+          since = 25)
+    static void
+    countsTheSameInterpreted(Target target) throws Exception {
+        start(target, JDK, "");
+        round(target, "go", "done 1");
+        Tables tables = fetch(target);
+        checkLeft(tables, 1);
+        checkTimes(tables);
+        target.finish();
+    }
+
+    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes",
+          jvm = {"-Xcomp", "-XX:CompileCommand=quiet",
+                 "-XX:CompileCommand=compileonly,fixtures.*::*"},
+          attach = false)
+    static void
+    countsTheSameCompiled(Target target) throws Exception {
+        start(target, JDK, "");
+        round(target, "go", "done 1");
+        checkLeft(fetch(target), 1);
+        target.finish();
+    }
+
+    /** Wall time for all that begins with fixtures., CPU time for the rest. */
+    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes", attach = false)
+    static void countsTheSameUnderWallTime(Target target) throws Exception {
+        start(target, JDK, "fixtures.*");
+        round(target, "go", "done 1");
+        Tables tables = fetch(target);
+        checkLeft(tables, 1);
+        checkTimes(tables);
+        target.finish();
+    }
+
+    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes", attach = false)
+    static void callsBegunBeforeTheStartAreNotCounted(Target target) throws Exception {
+        round(target, "inside", "made 1");
+        start(target, "", "");
+        round(target, "inside", "made 2");
+        round(target, "inside", "made 3");
+        Tables tables = fetch(target);
+        Map<String, Long> counts = tables.callCounts("early");
+        Check.equal(counts.get(CALLS + "inside"), 2L, "calls of inside");
+        Check.equal(counts.getOrDefault(CALLS + "early", 0L), 0L, "calls of early");
+        checkTimes(tables);
+        stop(target);
+        round(target, "inside", "made 4");
+        Check.equal(fetch(target).callCounts("early").get(CALLS + "inside"), 2L, "after the stop");
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.CLEAR_CPU).ok();
+        }
+        start(target, "", "");
+        round(target, "inside", "made 5");
+        Check.equal(fetch(target).callCounts("early").get(CALLS + "inside"), 1L, "anew");
+        target.finish();
+    }
+
+    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes", load = false)
+    static void classesLoadedBeforeAnAttachAreCountedOnceRetransformed(Target target)
+            throws Exception {
+        round(target, "go", "done 1");
+        try (AgentClient client = target.client()) {
+            client.request(RETRANSFORM);
+            client.out.writeByte(0);
+            client.string("");
+            client.ok();
+        }
+        start(target, JDK, "");
+        round(target, "go", "done 2");
+        checkLeft(fetch(target), 1);
+        stop(target);
+        round(target, "go", "done 3");
+        target.finish();
+    }
+
+    /** Switches while all threads are inside calls: none is harmed, and times stay sound. */
+    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes", attach = false)
+    static void isSwitchedManyTimesWhileThreadsRun(Target target) throws Exception {
+        for (int i = 0; i < 6; i++) {
+            target.send("go");
+        }
+        for (int i = 0; i < 12; i++) {
+            start(target, i % 2 == 0 ? "" : "java.*", "");
+            Thread.sleep(40);
+            checkTimes(fetch(target));
+            stop(target);
+        }
+        target.awaitOutput("done 6\n");
+        checkTimes(fetch(target));
+        target.finish();
+    }
+
+    private static String plainOutput(Target target, String[] jvm, String fixture, String lines)
+            throws Exception {
+        List<String> command = new ArrayList<>(List.of(target.jdk.java()));
+        command.addAll(Arrays.asList(jvm));
+        command.addAll(List.of("-cp", System.getProperty("java.class.path"), fixture));
+        Process process = new ProcessBuilder(command)
+                                  .directory(target.folder.toFile())
+                                  .redirectError(ProcessBuilder.Redirect.DISCARD)
+                                  .start();
+        process.getOutputStream().write(lines.getBytes());
+        process.getOutputStream().close();
+        String output = new String(process.getInputStream().readAllBytes());
+        Check.isTrue(process.waitFor(60, TimeUnit.SECONDS), "the plain program ends");
+        return output;
+    }
+
+    /** Off, on, off, on: the program prints what it prints without the agent. */
+    private static void staysTheSame(Target target, String... jvm) throws Exception {
+        compare(target, "fixtures.MixedRounds", "java.*", jvm);
+    }
+
+    private static void compare(Target target, String fixture, String filters, String... jvm)
+            throws Exception {
+        String plain = plainOutput(target, jvm, fixture, "go\ngo\ngo\ngo\nstop\n");
+        round(target, "go", "done 1");
+        start(target, filters, "");
+        round(target, "go", "done 2");
+        checkTimes(fetch(target));
+        stop(target);
+        round(target, "go", "done 3");
+        start(target, filters, "");
+        round(target, "go", "done 4");
+        target.finish();
+        Check.equal(target.output(), plain, "output");
+        for (String word : new String[] {"WARNING in native method", "FATAL ERROR", "hs_err"}) {
+            Check.isTrue(!target.errors().contains(word), target.state());
+        }
+    }
+
+    @Case(fixture = MixedRounds.class, agent = "handlebadtimes")
+    static void aMixedProgramStaysTheSame(Target target) throws Exception {
+        staysTheSame(target);
+    }
+
+    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", attach = false)
+    static void aMixedProgramStaysTheSameUnfiltered(Target target) throws Exception {
+        compare(target, "fixtures.MixedRounds", "");
+    }
+
+    @Case(fixture = MixedRounds.class, agent = "handlebadtimes",
+          jvm = {"-XX:+UseSerialGC", "-Xshare:off"}, attach = false)
+    static void
+    staysTheSameWithSerialAndNoArchive(Target target) throws Exception {
+        staysTheSame(target, "-XX:+UseSerialGC", "-Xshare:off");
+    }
+
+    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", jvm = "-XX:+UseParallelGC",
+          attach = false, since = 25)
+    static void
+    staysTheSameWithParallel(Target target) throws Exception {
+        staysTheSame(target, "-XX:+UseParallelGC");
+    }
+
+    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", jvm = {"-XX:+UseZGC", "-Xmx256m"},
+          attach = false)
+    static void
+    staysTheSameWithZ(Target target) throws Exception {
+        staysTheSame(target, "-XX:+UseZGC", "-Xmx256m");
+    }
+
+    @Case(fixture = MixedRounds.class, agent = "handlebadtimes",
+          jvm = {"-XX:+UseShenandoahGC", "-Xmx256m"}, attach = false, since = 25)
+    static void
+    staysTheSameWithShenandoah(Target target) throws Exception {
+        staysTheSame(target, "-XX:+UseShenandoahGC", "-Xmx256m");
+    }
+
+    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", jvm = "-Xint", attach = false,
+          since = 25)
+    static void
+    staysTheSameInterpreted(Target target) throws Exception {
+        staysTheSame(target, "-Xint");
+    }
+
+    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", jvm = "-Xcheck:jni",
+          attach = false)
+    static void
+    staysTheSameUnderTheJniChecks(Target target) throws Exception {
+        round(target, "go", "done 1");
+        start(target, "java.*", "");
+        round(target, "go", "done 2");
+        stop(target);
+        target.finish();
+        for (String word : new String[] {"WARNING in native method", "FATAL ERROR"}) {
+            Check.isTrue(!target.output().contains(word) && !target.errors().contains(word),
+                         target.state());
+        }
+    }
+
+    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", attach = false, since = 25,
+          jvm = "-agentlib:jdwp=transport=dt_socket,server=y,suspend=n,address=127.0.0.1:0")
+    static void
+    runsTracedBesideADebugger(Target target) throws Exception {
+        round(target, "go", "done 1");
+        start(target, "java.*", "");
+        round(target, "go", "done 2");
+        stop(target);
+        round(target, "go", "done 3");
+        target.finish();
+    }
+
+    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", attach = false)
+    static void endsWithItsOwnExitCodeFromInsideCalls(Target target) throws Exception {
+        start(target, "", "");
+        target.send("exit 37");
+        Check.equal(target.awaitExit(), 37, "exit code; " + target.state());
+        Check.equal(target.output(), "ready\nbye\n", "output");
+    }
+
+    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", attach = false)
+    static void endsByAnUncaughtExceptionAsWithout(Target target) throws Exception {
+        start(target, "", "");
+        target.send("throw");
+        Check.equal(target.awaitExit(), 1, "exit code; " + target.state());
+        Check.contains(target.errors(), "java.lang.IllegalStateException: uncaught", "errors");
+        Check.isTrue(!target.errors().contains("com.vandrik"), target.errors());
+    }
+
+    @Case(fixture = Compiles.class, agent = "handlebadtimes", attach = false)
+    static void javacMakesTheSameClasses(Target target) throws Exception {
+        compare(target, "fixtures.Compiles", JDK + "\ncom.sun.*");
+    }
+}

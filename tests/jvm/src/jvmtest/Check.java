@@ -1,0 +1,32 @@
+package jvmtest;
+
+/** Assertions whose failure names what was seen and what was expected. */
+public final class Check {
+    private Check() {
+    }
+
+    public static void isTrue(boolean condition, String what) {
+        if (!condition) {
+            throw new AssertionError(what);
+        }
+    }
+
+    public static void equal(Object seen, Object expected, String what) {
+        if (seen == null ? expected != null : !seen.equals(expected)) {
+            throw new AssertionError(what + ": seen <" + seen + ">, expected <" + expected + ">");
+        }
+    }
+
+    public static void near(double seen, double expected, double tolerance, String what) {
+        if (!(Math.abs(seen - expected) <= tolerance)) {
+            throw new AssertionError(what + ": seen " + seen + ", expected " + expected +
+                                     " within " + tolerance);
+        }
+    }
+
+    public static void contains(String text, String part, String what) {
+        if (!text.contains(part)) {
+            throw new AssertionError(what + ": no <" + part + "> in <" + text + ">");
+        }
+    }
+}

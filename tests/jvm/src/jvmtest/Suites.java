@@ -1,0 +1,23 @@
+package jvmtest;
+
+import cases.HeapDumpCases;
+import cases.ModernJvmCases;
+import cases.ProtocolCases;
+import cases.RewritingCases;
+import cases.SamplingCases;
+import cases.SnapshotCases;
+import cases.StartCases;
+import cases.TracedProgramCases;
+import cases.TracingCases;
+
+/** Every class that holds cases. */
+final class Suites {
+    static final Class<?>[] ALL = {
+            StartCases.class,    ProtocolCases.class,      SamplingCases.class,
+            SnapshotCases.class, ModernJvmCases.class,     HeapDumpCases.class,
+            TracingCases.class,  TracedProgramCases.class, RewritingCases.class,
+    };
+
+    private Suites() {
+    }
+}

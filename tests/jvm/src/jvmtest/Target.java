@@ -1,0 +1,265 @@
+package jvmtest;
+
+import java.io.BufferedReader;
+import java.io.File;
+import java.io.IOException;
+import java.io.InputStream;
+import java.io.InputStreamReader;
+import java.io.OutputStream;
+import java.net.InetAddress;
+import java.net.ServerSocket;
+import java.net.Socket;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.List;
+import java.util.concurrent.TimeUnit;
+
+/**
+ * A JVM under test: started with the agent or attached to, its output kept, its log checked at the
+ * end.
+ */
+public final class Target implements AutoCloseable {
+    private static final int START_SECONDS = 60;
+
+    public final Jdk jdk;
+    public final boolean attached;
+    public final String library;
+    public final Path folder;
+    public final int port;
+
+    private Process process;
+    private final StringBuffer output = new StringBuffer();
+    private final StringBuffer errors = new StringBuffer();
+    private Thread outputReader;
+    private Thread errorReader;
+    private boolean logMayHoldFaults;
+
+    Target(Jdk jdk, boolean attached, String library) throws IOException {
+        this.jdk = jdk;
+        this.attached = attached;
+        this.library = library;
+        this.folder = Files.createTempDirectory("vdk-jvm-test-");
+        this.port = freePort();
+    }
+
+    public static int freePort() throws IOException {
+        try (ServerSocket socket = new ServerSocket(0, 1, InetAddress.getLoopbackAddress())) {
+            return socket.getLocalPort();
+        }
+    }
+
+    String agentOptions(String more) {
+        String options = "port=" + port + ",onlylocal,quiet,tmpdir=" + folder + ",dir=" + folder;
+        return more.isEmpty() ? options : options + "," + more;
+    }
+
+    void start(Case test) throws Exception {
+        List<String> command = new ArrayList<>();
+        command.add(jdk.java());
+        if (!attached && !test.noAgent()) {
+            command.add("-agentpath:" + library + "=" + agentOptions(test.agent()));
+        }
+        if (attached && jdk.release >= 21) {
+            command.add("-XX:+EnableDynamicAgentLoading");
+        }
+        command.addAll(Arrays.asList(test.jvm()));
+        command.add("-cp");
+        command.add(System.getProperty("java.class.path"));
+        command.add(test.fixture().getName());
+        command.addAll(Arrays.asList(test.args()));
+        startProcess(command);
+        awaitOutput("ready");
+        if (attached && !test.noAgent()) {
+            attach(agentOptions(test.agent()));
+        }
+        if (!test.noAgent() && !test.agent().contains("delay=-1")) {
+            awaitPort();
+        }
+    }
+
+    public void startProcess(List<String> command) throws IOException {
+        ProcessBuilder builder = new ProcessBuilder(command);
+        builder.directory(folder.toFile());
+        process = builder.start();
+        outputReader = copy(process.getInputStream(), output);
+        errorReader = copy(process.getErrorStream(), errors);
+    }
+
+    /** Loads the agent into the running JVM; fails with the JVM's words when it refuses. */
+    public void attach(String options) throws Exception {
+        com.sun.tools.attach.VirtualMachine machine =
+                com.sun.tools.attach.VirtualMachine.attach(Long.toString(pid()));
+        try {
+            machine.loadAgentPath(library, options);
+        } finally {
+            machine.detach();
+        }
+    }
+
+    private static Thread copy(InputStream in, StringBuffer to) {
+        Thread thread = new Thread(() -> {
+            try (BufferedReader reader =
+                         new BufferedReader(new InputStreamReader(in, StandardCharsets.UTF_8))) {
+                for (int c = reader.read(); c >= 0; c = reader.read()) {
+                    to.append((char) c);
+                }
+            } catch (IOException e) {
+                to.append("[stream closed: ").append(e.getMessage()).append(']');
+            }
+        });
+        thread.setDaemon(true);
+        thread.start();
+        return thread;
+    }
+
+    public long pid() {
+        return process.pid();
+    }
+
+    public Process process() {
+        return process;
+    }
+
+    public String output() {
+        return output.toString();
+    }
+
+    public String errors() {
+        return errors.toString();
+    }
+
+    public AgentClient client() throws IOException {
+        return new AgentClient(port);
+    }
+
+    /** Sends one line to the fixture. */
+    public void send(String line) throws IOException {
+        OutputStream in = process.getOutputStream();
+        in.write((line + "\n").getBytes(StandardCharsets.UTF_8));
+        in.flush();
+    }
+
+    public void awaitOutput(String text) throws Exception {
+        long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(START_SECONDS);
+        while (!output.toString().contains(text)) {
+            if (System.nanoTime() > end || !process.isAlive()) {
+                throw new AssertionError("no \"" + text + "\" from the program; " + state());
+            }
+            Thread.sleep(5);
+        }
+    }
+
+    private void awaitPort() throws Exception {
+        long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(START_SECONDS);
+        while (true) {
+            try (Socket socket = new Socket(InetAddress.getLoopbackAddress(), port)) {
+                return;
+            } catch (IOException e) {
+                if (System.nanoTime() > end || !process.isAlive()) {
+                    throw new AssertionError("the agent does not listen; " + state());
+                }
+                Thread.sleep(20);
+            }
+        }
+    }
+
+    public String state() {
+        return (process.isAlive() ? "running" : "exit code " + process.exitValue()) +
+                "\noutput: " + output + "\nerrors: " + errors + "\nlog: " + log();
+    }
+
+    /**
+     * CPU time so far of all threads whose name begins so, by the system's own count, in
+     * nanoseconds.
+     */
+    public long cpuTimeOfThreads(String prefix) throws IOException {
+        long sum = 0;
+        File[] tasks = new File("/proc/" + pid() + "/task").listFiles();
+        for (File task : tasks) {
+            try {
+                if (Files.readString(task.toPath().resolve("comm")).startsWith(prefix)) {
+                    sum += Long.parseLong(
+                            Files.readString(task.toPath().resolve("schedstat")).split(" ")[0]);
+                }
+            } catch (java.nio.file.NoSuchFileException e) {
+                // The thread ended while its folder was being read.
+                continue;
+            }
+        }
+        return sum;
+    }
+
+    public Path logFile() {
+        return Path.of(System.getProperty("user.home"), ".vdk", "log", pid() + ".log");
+    }
+
+    public String log() {
+        try {
+            return Files.readString(logFile());
+        } catch (IOException e) {
+            return "";
+        }
+    }
+
+    /**
+     * The case provokes internal faults: the harness does not fail because the log tells of them.
+     */
+    public void allowFaultsInLog() {
+        logMayHoldFaults = true;
+    }
+
+    /** Waits for the end of the process and gives its exit code. */
+    public int awaitExit() throws Exception {
+        if (!process.waitFor(START_SECONDS, TimeUnit.SECONDS)) {
+            throw new AssertionError("the program does not end; " + state());
+        }
+        outputReader.join(5000);
+        errorReader.join(5000);
+        return process.exitValue();
+    }
+
+    /** Tells the fixture to end; it must do so with exit code 0 and say goodbye. */
+    public void finish() throws Exception {
+        send("stop");
+        Check.equal(awaitExit(), 0, "exit code; " + state());
+        Check.isTrue(output.toString().endsWith("bye\n"), "last line of the program; " + state());
+    }
+
+    void checkLog() {
+        String log = log();
+        if (!logMayHoldFaults) {
+            for (String fault :
+                 new String[] {"exception caught", "assertion failed", "assertJNI failed"}) {
+                Check.isTrue(!log.contains(fault), "the log tells of a fault: " + log);
+            }
+        }
+    }
+
+    @Override
+    public void close() throws IOException {
+        if (process != null) {
+            process.destroyForcibly();
+            Files.deleteIfExists(logFile());
+        }
+        File[] files = folder.toFile().listFiles();
+        if (files != null) {
+            for (File file : files) {
+                deleteTree(file);
+            }
+        }
+        Files.deleteIfExists(folder);
+    }
+
+    private static void deleteTree(File file) {
+        File[] inner = Files.isSymbolicLink(file.toPath()) ? null : file.listFiles();
+        if (inner != null) {
+            for (File each : inner) {
+                deleteTree(each);
+            }
+        }
+        file.delete();
+    }
+}

@@ -1,0 +1,40 @@
+// The table of natives as RegisterNatives gets it.
+#include "core/entry/NativeTable.h"
+
+#include <cctype>
+#include <set>
+#include <string>
+#include <strings.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// The instrumentation's own entry points stand behind the alphabet.
+bool isOwnEntry(const std::string& name) {
+    return name.compare(0, 3, "vdk") == 0;
+}
+
+} // namespace
+
+TEST(NativeTable, holdsEightyEightDifferentNativesInOrder) {
+    ASSERT_EQ(88, ourAgentNativeMethodCount);
+    std::set<void*> functions;
+    for (int i = 0; i < ourAgentNativeMethodCount; i++) {
+        const JNINativeMethod& row = ourAgentNativeMethods[i];
+        functions.insert(row.fnPtr);
+        if (i > 0 && !isOwnEntry(row.name)) {
+            EXPECT_LT(strcasecmp(ourAgentNativeMethods[i - 1].name, row.name), 0) << row.name;
+        }
+    }
+    EXPECT_EQ(88u, functions.size());
+}
+
+TEST(NativeTable, signaturesAreWellFormed) {
+    for (int i = 0; i < ourAgentNativeMethodCount; i++) {
+        const std::string signature(ourAgentNativeMethods[i].signature);
+        EXPECT_EQ('(', signature[0]) << signature;
+        EXPECT_NE(std::string::npos, signature.find(')')) << signature;
+        EXPECT_EQ(std::string::npos, signature.find('.')) << signature;
+    }
+}

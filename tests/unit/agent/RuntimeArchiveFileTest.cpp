@@ -1,0 +1,227 @@
+// The shared archive file: reuse, replacement, and files that another user could change.
+#include "core/entry/RuntimeArchiveFile.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "agent/FakeJvm.h"
+#include "core/ground/Logger.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+const uid_t OTHER_USER = 12345;
+
+std::string& log() {
+    static std::string text;
+    return text;
+}
+
+void appendLine(const char* line) {
+    log().append(line).append("\n");
+}
+
+class RuntimeArchiveFileTest : public testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/vdk-archive-XXXXXX";
+        ASSERT_NE(nullptr, mkdtemp(pattern));
+        directory = pattern;
+        // The other users of these tests must get in.
+        ASSERT_EQ(0, chmod(pattern, 0755));
+        path = directory + "/archive.jar";
+        for (int i = 0; i < 30000; i++) {
+            content.push(static_cast<unsigned char>(i * 7));
+        }
+        log().clear();
+        Logger::setSink(appendLine);
+    }
+    void TearDown() override {
+        Logger::setSink(nullptr);
+        ASSERT_EQ(0, system(("rm -rf " + directory).c_str()));
+    }
+    std::string contentText() const {
+        return std::string(reinterpret_cast<const char*>(content.data()),
+                           static_cast<size_t>(content.getSize()));
+    }
+    std::string read(const std::string& file) const {
+        std::ifstream stream(file, std::ios::binary);
+        std::ostringstream text;
+        text << stream.rdbuf();
+        return text.str();
+    }
+    void plant(const std::string& text, mode_t mode = 0644) {
+        std::ofstream(path, std::ios::binary) << text;
+        ASSERT_EQ(0, chmod(path.c_str(), mode));
+    }
+    ino_t inode() const {
+        struct stat status;
+        EXPECT_EQ(0, lstat(path.c_str(), &status));
+        return status.st_ino;
+    }
+    // Writes and expects the file to stand there, alone, with the right content.
+    void expectWritten(const char* logged) {
+        const RuntimeArchiveFile file = writeArchiveFile(content, path.c_str());
+        EXPECT_EQ(path, file.path.c_str());
+        EXPECT_TRUE(file.isUsable);
+        EXPECT_TRUE(contentText() == read(path));
+        EXPECT_THAT(log(), HasSubstr(logged + path + "\n"));
+        struct stat status;
+        ASSERT_EQ(0, lstat(path.c_str(), &status));
+        EXPECT_TRUE(S_ISREG(status.st_mode));
+        EXPECT_EQ(1u, status.st_nlink);
+    }
+    // Plants what `prepare` does to a file of right content, which must then be replaced.
+    void expectReplaced() {
+        const ino_t before = inode();
+        expectWritten("Jar file created: ");
+        EXPECT_THAT(log(), HasSubstr("Jar file exists but has wrong size or content: " + path));
+        EXPECT_NE(before, inode());
+    }
+    std::string directory;
+    std::string path;
+    ZVector<unsigned char> content;
+};
+
+} // namespace
+
+TEST_F(RuntimeArchiveFileTest, isCreatedReadableForAllWhateverTheMask) {
+    const mode_t mask = umask(0077);
+    expectWritten("Jar file created: ");
+    umask(mask);
+    struct stat status;
+    ASSERT_EQ(0, stat(path.c_str(), &status));
+    EXPECT_EQ(0644u, status.st_mode & 07777);
+    // No temporary file is left beside it.
+    EXPECT_EQ(0, system(("test $(ls -A " + directory + " | wc -l) = 1").c_str()));
+}
+
+TEST_F(RuntimeArchiveFileTest, equalFileIsReused) {
+    for (mode_t mode : {0644, 0444, 0600}) {
+        plant(contentText(), mode);
+        const ino_t before = inode();
+        expectWritten("Reusing existing jar file: ");
+        EXPECT_EQ(before, inode());
+        ASSERT_EQ(0, unlink(path.c_str()));
+    }
+}
+
+TEST_F(RuntimeArchiveFileTest, wrongContentIsReplaced) {
+    std::string changed = contentText();
+    changed[29999] ^= 1;
+    const std::vector<std::string> wrong = {changed, contentText().substr(0, 29999),
+                                            contentText() + "x", ""};
+    for (const std::string& text : wrong) {
+        plant(text);
+        expectReplaced();
+    }
+}
+
+TEST_F(RuntimeArchiveFileTest, fileThatOthersMayWriteCountsAsWrong) {
+    for (mode_t mode : {0666, 0664}) {
+        plant(contentText(), mode);
+        expectReplaced();
+    }
+}
+
+TEST_F(RuntimeArchiveFileTest, fileOfAnotherUserCountsAsWrong) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can give files away";
+    }
+    plant(contentText());
+    ASSERT_EQ(0, chown(path.c_str(), OTHER_USER, OTHER_USER));
+    expectReplaced();
+}
+
+TEST_F(RuntimeArchiveFileTest, fileWithASecondNameCountsAsWrong) {
+    plant(contentText());
+    ASSERT_EQ(0, link(path.c_str(), (directory + "/second").c_str()));
+    expectReplaced();
+    EXPECT_TRUE(contentText() == read(directory + "/second"));
+}
+
+TEST_F(RuntimeArchiveFileTest, symbolicLinkIsReplacedAndItsTargetLeftAlone) {
+    const std::string target = directory + "/target";
+    std::ofstream(target) << contentText();
+    ASSERT_EQ(0, symlink(target.c_str(), path.c_str()));
+    expectReplaced();
+    EXPECT_TRUE(contentText() == read(target));
+}
+
+TEST_F(RuntimeArchiveFileTest, pipeInItsPlaceDoesNotBlock) {
+    ASSERT_EQ(0, mkfifo(path.c_str(), 0644));
+    expectReplaced();
+}
+
+TEST_F(RuntimeArchiveFileTest, directoryInItsPlaceIsARefusal) {
+    ASSERT_EQ(0, mkdir(path.c_str(), 0755));
+    const ProcessOutcome outcome =
+        runInChild([&] { return writeArchiveFile(content, path.c_str()).path.isEmpty() ? 0 : 1; });
+    EXPECT_EQ(0, outcome.exitCode);
+    EXPECT_EQ("Cannot start: failed to create jar file: " + path +
+                  "; to set alternate location for the file, use startup option "
+                  "'tmpdir=<directory>'. To learn how to specify a startup option, read "
+                  "docs/options.md\n",
+              outcome.errors);
+}
+
+TEST_F(RuntimeArchiveFileTest, foreignFileInASharedDirectoryIsARefusalThatNamesTmpdir) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can become somebody else";
+    }
+    plant("planted");
+    ASSERT_EQ(0, chmod(directory.c_str(), 01777));
+    const ProcessOutcome outcome = runInChild([&] {
+        // The child is the user who finds a file of root's in a sticky directory.
+        if (setgid(OTHER_USER) != 0 || setuid(OTHER_USER) != 0) {
+            return 2;
+        }
+        return writeArchiveFile(content, path.c_str()).path.isEmpty() ? 0 : 1;
+    });
+    EXPECT_EQ(0, outcome.exitCode);
+    EXPECT_THAT(outcome.errors, HasSubstr("Cannot start: failed to create jar file: " + path));
+    EXPECT_THAT(outcome.errors, HasSubstr("'tmpdir=<directory>'"));
+    EXPECT_EQ("planted", read(path));
+}
+
+TEST_F(RuntimeArchiveFileTest, ownFileInADirectoryThatTakesNoNewOnesIsOverwritten) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can become somebody else";
+    }
+    plant("outdated");
+    ASSERT_EQ(0, chown(path.c_str(), OTHER_USER, OTHER_USER));
+    const ProcessOutcome outcome = runInChild([&] {
+        if (setgid(OTHER_USER) != 0 || setuid(OTHER_USER) != 0) {
+            return 2;
+        }
+        return writeArchiveFile(content, path.c_str()).isUsable ? 0 : 1;
+    });
+    EXPECT_EQ(0, outcome.exitCode) << outcome.errors;
+    EXPECT_TRUE(contentText() == read(path));
+}
+
+TEST_F(RuntimeArchiveFileTest, fullDiskLeavesNoFileAndLetsTheStartGoOn) {
+    const std::string disk = directory + "/disk";
+    ASSERT_EQ(0, mkdir(disk.c_str(), 0755));
+    const std::string mounted = "mount -t tmpfs -o size=16k tmpfs " + disk + " 2>/dev/null";
+    if (system(mounted.c_str()) != 0) {
+        GTEST_SKIP() << "no file system of a fixed size can be mounted here";
+    }
+    path = disk + "/archive.jar";
+    const RuntimeArchiveFile file = writeArchiveFile(content, path.c_str());
+    const int left = system(("test $(ls -A " + disk + " | wc -l) = 0").c_str());
+    EXPECT_EQ(0, system(("umount " + disk).c_str()));
+    EXPECT_EQ(0, left);
+    EXPECT_EQ(path, file.path.c_str());
+    EXPECT_FALSE(file.isUsable);
+    EXPECT_THAT(log(), HasSubstr("Jar file could not be written, no space left: " + path));
+}

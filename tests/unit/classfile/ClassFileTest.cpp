@@ -1,0 +1,182 @@
+#include <gtest/gtest.h>
+
+#include "classfile/ClassFile.h"
+#include "support/ClassBuilder.h"
+#include "support/ReferenceClass.h"
+
+namespace {
+
+using B = ClassBuilder;
+
+struct Parsed {
+    explicit Parsed(const std::string& bytes, bool strip = false)
+        : text(bytes),
+          input(reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size())),
+          classFile(input, strip) {}
+    std::string write() {
+        ZVector<unsigned char> bytes(64);
+        DataOutput output(bytes);
+        classFile.writeClass(output);
+        return std::string(reinterpret_cast<const char*>(bytes.data()),
+                           static_cast<size_t>(bytes.getSize()));
+    }
+    std::string text;
+    DataInput input;
+    ClassFile classFile;
+};
+
+class ClassFileTest : public testing::Test {
+protected:
+    void SetUp() override {
+        Logger::setSink([](const char*) {});
+    }
+    void TearDown() override { Logger::setSink(nullptr); }
+};
+
+std::string sample() {
+    B builder(52);
+    builder.addMethod(0x401, "over", "()V");
+    builder.addMethod(0x401, "over", "(I)V");
+    builder.addMethod(0x401, "only", "(IJ[[Ljava/lang/String;D[I)Ljava/lang/Object;",
+                      {{"Exceptions", B::u2(1) + B::u2(builder.classRef("java/io/IOException"))},
+                       {"RuntimeVisibleParameterAnnotations", B::u1(0)},
+                       {"Odd", ""}});
+    builder.addMethod(1, "$$macro$$", "()V", 0, 1, B::code({177}));
+    builder.addMethod(1, "$$", "()V", 0, 1, B::code({177}));
+    builder.addMethod(1, "$$keep", "()V", 0, 1, B::code({177}));
+    return builder.build(0x421, {{"SourceFile", B::u2(builder.utf8("x$$macro$$y.java"))}});
+}
+
+} // namespace
+
+TEST_F(ClassFileTest, unchangedClassIsTheSameBytes) {
+    Parsed parsed(sample());
+    EXPECT_EQ(parsed.write(), parsed.text);
+    parsed.classFile.encodeEverything();
+    EXPECT_EQ(parsed.write(), parsed.text);
+}
+
+TEST_F(ClassFileTest, unknownConstantLeavesAnInvalidClass) {
+    B builder(52);
+    builder.raw(B::u1(2));
+    Parsed parsed(builder.build());
+    EXPECT_TRUE(parsed.classFile.isInvalid());
+    EXPECT_EQ(parsed.classFile.getMethods().getSize(), 0);
+    EXPECT_THROW(parsed.write(), VDKRuntimeException);
+}
+
+TEST_F(ClassFileTest, everyTruncationIsAnInternalError) {
+    const std::string bytes = sample();
+    for (size_t length = 0; length < bytes.size(); length++) {
+        EXPECT_THROW(Parsed(bytes.substr(0, length)), VDKRuntimeException) << length;
+    }
+    EXPECT_THROW(Parsed(bytes + "x"), VDKRuntimeException);
+}
+
+TEST_F(ClassFileTest, namesAreThoseOfTheFile) {
+    Parsed parsed(sample());
+    EXPECT_EQ(parsed.classFile.getSignature(), "Built");
+    EXPECT_EQ(parsed.classFile.getSuperClassSignature(), "java/lang/Object");
+    EXPECT_FALSE(parsed.classFile.hasInterfaces());
+    EXPECT_FALSE(parsed.classFile.hasDirectInterface("java/lang/Runnable"));
+}
+
+TEST_F(ClassFileTest, overloadedNameIsAmbiguous) {
+    Parsed parsed(sample());
+    bool ambiguous = false;
+    EXPECT_EQ(parsed.classFile.findFirstMethod("over", &ambiguous)->getDescriptor(), "()V");
+    EXPECT_TRUE(ambiguous);
+    EXPECT_NE(parsed.classFile.findFirstMethod("only", &ambiguous), nullptr);
+    EXPECT_FALSE(ambiguous);
+    EXPECT_EQ(parsed.classFile.findFirstMethod("none", &ambiguous), nullptr);
+    EXPECT_EQ(parsed.classFile.findMethod("over", "(J)V"), nullptr);
+}
+
+TEST_F(ClassFileTest, existingMethodIsFoundWhateverItsFlags) {
+    Parsed parsed(sample());
+    EXPECT_EQ(parsed.classFile.findOrCreateMethod("over", "(I)V", 9), 1);
+    EXPECT_EQ(parsed.classFile.getMethods()[1]->getAccessFlags(), 0x401);
+    EXPECT_EQ(parsed.classFile.findOrCreateMethod("over", "(J)V", 9), 6);
+}
+
+TEST_F(ClassFileTest, descriptorsAreTakenApart) {
+    Parsed parsed(sample());
+    ZVectorSafe<ZString> types;
+    MethodInfo* const method = parsed.classFile.getMethods()[2];
+    method->getParameterTypes(types);
+    const char* const expected[] = {"I", "J", "[[Ljava/lang/String;", "D", "[I"};
+    ASSERT_EQ(types.getSize(), 5);
+    for (int i = 0; i < 5; i++) {
+        EXPECT_EQ(types[i], ZString(expected[i]));
+    }
+    EXPECT_EQ(method->getReturnType(), ZString("Ljava/lang/Object;"));
+    EXPECT_FALSE(method->isVoid());
+    EXPECT_EQ(DescriptorTypes::parameterSlots(method->getDescriptor()), 7);
+    ZVectorSafe<ZString> none;
+    MethodInfo::getParameterTypesBySignature("()V", none);
+    MethodInfo::getParameterTypesBySignature("(IL", none);
+    EXPECT_EQ(none.getSize(), 0);
+    EXPECT_EQ(MethodInfo::getReturnTypeBySignature("plain"), ZString("plain"));
+}
+
+TEST_F(ClassFileTest, declaredExceptionsAreListed) {
+    Parsed parsed(sample());
+    ZVectorSafe<ZString> names;
+    parsed.classFile.getMethods()[2]->fillExceptions(names);
+    ASSERT_EQ(names.getSize(), 1);
+    EXPECT_EQ(names[0], ZString("java/io/IOException"));
+}
+
+TEST_F(ClassFileTest, macroMethodsVanishAndTheirNamesWithThem) {
+    Parsed parsed(sample());
+    parsed.classFile.removeUnusedMacroMethods();
+    const std::string written = parsed.write();
+    const ReferenceClass result(written.data(), written.size());
+    ASSERT_EQ(result.methods.size(), 4u);
+    // "$$" alone counts as a macro name, so its text goes from the names that hold it.
+    EXPECT_EQ(result.methods[3].name, "keep");
+    EXPECT_NE(written.find("xy.java"), std::string::npos);
+}
+
+TEST_F(ClassFileTest, replacementIsNotScannedAgain) {
+    Parsed parsed(sample());
+    ZVectorSafe<ZString> from;
+    ZVectorSafe<ZString> to;
+    from.push(ZString("over"));
+    to.push(ZString("overover"));
+    parsed.classFile.patchConstantPool(from, to);
+    EXPECT_EQ(parsed.classFile.getMethods()[0]->getName(), "overover");
+}
+
+TEST_F(ClassFileTest, createdBodyNeedsTheNameInThePool) {
+    B builder(52);
+    builder.addMethod(0x101, "nativeOne", "()V");
+    Parsed parsed(builder.build());
+    EXPECT_THROW(parsed.classFile.getMethods()[0]->createCodeAttribute(), VDKRuntimeException);
+    parsed.classFile.findOrCreateUtf8("Code");
+    EXPECT_NE(parsed.classFile.getMethods()[0]->createCodeAttribute(), nullptr);
+}
+
+TEST_F(ClassFileTest, annotationsAreFoundByType) {
+    B builder(52);
+    const int type = builder.utf8("Lp/Mark;");
+    const int other = builder.utf8("Lp/Other;");
+    // Other(value = {@Nested, enum, class, int}), Mark
+    const std::string body = B::u2(2) + B::u2(other) + B::u2(1) + B::u2(other) + "[" + B::u2(4) +
+                             "@" + B::u2(other) + B::u2(0) + "e" + B::u2(1) + B::u2(1) + "c" +
+                             B::u2(1) + "I" + B::u2(1) + B::u2(type) + B::u2(0);
+    builder.addMethod(0x401, "marked", "()V", {{"RuntimeVisibleAnnotations", body}});
+    builder.addMethod(0x401, "plain", "()V");
+    Parsed parsed(builder.build());
+    EXPECT_TRUE(parsed.classFile.getMethods()[0]->hasAnnotation("Lp/Mark;"));
+    EXPECT_FALSE(parsed.classFile.getMethods()[0]->hasAnnotation("Lp/None;"));
+    EXPECT_FALSE(parsed.classFile.getMethods()[1]->hasAnnotation("Lp/Mark;"));
+}
+
+TEST_F(ClassFileTest, strippingNotesModernConstants) {
+    B builder(52);
+    builder.raw(B::u1(16) + B::u2(1));
+    EXPECT_TRUE(Parsed(builder.build(), true).classFile.hasJava7Constants());
+    EXPECT_FALSE(Parsed(builder.build()).classFile.hasJava7Constants());
+    EXPECT_EQ(Parsed(builder.build(), true).classFile.getMajorVersion(), 49);
+}

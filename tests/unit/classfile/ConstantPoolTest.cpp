@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+
+#include "classfile/ClassFile.h"
+#include "support/ClassBuilder.h"
+
+namespace {
+
+std::vector<std::string> ourLines;
+
+void collectLine(const char* line) {
+    ourLines.push_back(line);
+}
+
+struct ParsedPool {
+    ParsedPool(const std::string& entries, int count)
+        : text(entries),
+          input(reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size())),
+          pool(arena), valid(pool.read(input, count)) {}
+    std::string text;
+    ClassArena arena;
+    DataInput input;
+    ConstantPool pool;
+    bool valid;
+};
+
+std::string written(const ConstantPool& pool) {
+    ZVector<unsigned char> bytes(16);
+    DataOutput output(bytes);
+    pool.write(output);
+    return std::string(reinterpret_cast<const char*>(bytes.data()),
+                       static_cast<size_t>(bytes.getSize()));
+}
+
+std::string utf8(const std::string& text) {
+    return ClassBuilder::u1(1) + ClassBuilder::u2(static_cast<int>(text.size())) + text;
+}
+
+class ConstantPoolTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ourLines.clear();
+        Logger::setSink(collectLine);
+    }
+    void TearDown() override { Logger::setSink(nullptr); }
+};
+
+} // namespace
+
+TEST_F(ConstantPoolTest, countOfOneIsOneEmptySlot) {
+    ParsedPool parsed("", 1);
+    EXPECT_TRUE(parsed.valid);
+    EXPECT_EQ(parsed.pool.getSize(), 1);
+    EXPECT_EQ(parsed.pool[0], nullptr);
+}
+
+TEST_F(ConstantPoolTest, longAtTheEndLeavesATrailingGap) {
+    const std::string entry = ClassBuilder::u1(5) + "\1\2\3\4\5\6\7\10";
+    ParsedPool parsed(entry, 3);
+    EXPECT_EQ(parsed.pool.getSize(), 3);
+    EXPECT_NE(parsed.pool[1], nullptr);
+    EXPECT_EQ(parsed.pool[2], nullptr);
+    EXPECT_EQ(written(parsed.pool), ClassBuilder::u2(3) + entry);
+}
+
+TEST_F(ConstantPoolTest, everyKindOfEntryIsWrittenAsItWasRead) {
+    using B = ClassBuilder;
+    const std::string entries =
+        utf8("name") + utf8("") + utf8("\xc3\xa9\xc0\x80") + B::u1(3) + B::u4(-5) + B::u1(4) +
+        B::u4(0x7fc00001) + B::u1(5) + B::u4(1) + B::u4(2) + B::u1(6) + B::u4(0x7ff80000) +
+        B::u4(7) + B::u1(7) + B::u2(1) + B::u1(8) + B::u2(1) + B::u1(9) + B::u2(9) + B::u2(14) +
+        B::u1(10) + B::u2(9) + B::u2(14) + B::u1(11) + B::u2(9) + B::u2(14) + B::u1(12) + B::u2(1) +
+        B::u2(1) + B::u1(15) + B::u1(9) + B::u2(1) + B::u1(16) + B::u2(1) + B::u1(17) + B::u2(0) +
+        B::u2(14) + B::u1(18) + B::u2(0) + B::u2(14) + B::u1(19) + B::u2(1) + B::u1(20) + B::u2(1);
+    ParsedPool parsed(entries, 22);
+    ASSERT_TRUE(parsed.valid);
+    EXPECT_EQ(parsed.input.getRemaining(), 0);
+    EXPECT_EQ(written(parsed.pool), B::u2(22) + entries);
+    // Once an entry has changed, all are encoded one by one.
+    parsed.pool.entryChanged();
+    EXPECT_EQ(written(parsed.pool), B::u2(22) + entries);
+}
+
+TEST_F(ConstantPoolTest, unknownTagIsLoggedAndEndsReading) {
+    ParsedPool parsed(std::string("\2\0\0", 3), 2);
+    EXPECT_FALSE(parsed.valid);
+    ASSERT_EQ(ourLines.size(), 1u);
+    EXPECT_NE(ourLines[0].find("Unknown Constant Pool Info tag: 2"), std::string::npos);
+}
+
+TEST_F(ConstantPoolTest, lookUpsFindEntriesThatWereRead) {
+    using B = ClassBuilder;
+    const std::string entries = utf8("a/B") + B::u1(7) + B::u2(1) + utf8("run") + utf8("()V") +
+                                B::u1(12) + B::u2(3) + B::u2(4) + B::u1(10) + B::u2(2) + B::u2(5) +
+                                B::u1(8) + B::u2(3) + B::u1(3) + B::u4(77);
+    ParsedPool parsed(entries, 9);
+    EXPECT_EQ(parsed.pool.findOrCreateUtf8("run"), 3);
+    EXPECT_EQ(parsed.pool.findOrCreateConstantClass(1), 2);
+    EXPECT_EQ(parsed.pool.findOrCreateNameAndType(3, 4), 5);
+    EXPECT_EQ(parsed.pool.findOrCreateMethodRef(2, 3, 4), 6);
+    EXPECT_EQ(parsed.pool.findOrCreateStringInfo("run"), 7);
+    EXPECT_EQ(parsed.pool.findOrCreateInt(77), 8);
+    EXPECT_EQ(parsed.pool.getSize(), 9);
+}
+
+TEST_F(ConstantPoolTest, newMethodRefGrowsThePoolByTwo) {
+    using B = ClassBuilder;
+    ParsedPool parsed(utf8("a/B") + B::u1(7) + B::u2(1) + utf8("run") + utf8("()V"), 5);
+    EXPECT_EQ(parsed.pool.findOrCreateMethodRef(2, 3, 4), 6);
+    EXPECT_EQ(parsed.pool.getSize(), 7);
+    EXPECT_EQ(parsed.pool.findOrCreateMethodRef(2, 3, 4), 6);
+}
+
+TEST_F(ConstantPoolTest, firstOfEqualEntriesWins) {
+    ParsedPool parsed(utf8("same") + utf8("same"), 3);
+    EXPECT_EQ(parsed.pool.findOrCreateUtf8("same"), 1);
+}
+
+TEST_F(ConstantPoolTest, manyEntriesKeepTheirIndices) {
+    ClassArena arena;
+    ConstantPool pool(arena);
+    for (int i = 1; i <= 60000; i++) {
+        ASSERT_EQ(pool.findOrCreateUtf8(("text" + std::to_string(i)).c_str()), i);
+    }
+    for (int i = 1; i <= 60000; i += 977) {
+        EXPECT_EQ(pool.findOrCreateUtf8(("text" + std::to_string(i)).c_str()), i);
+    }
+}
+
+TEST_F(ConstantPoolTest, setValueWithItsOwnTextChangesNothing) {
+    ParsedPool parsed(utf8("text"), 2);
+    auto* const entry = static_cast<ConstantUtf8Info*>(parsed.pool[1]);
+    entry->setValue(parsed.pool, entry->getValue());
+    EXPECT_EQ(entry->getValue().toString(), ZString("text"));
+    EXPECT_EQ(parsed.pool.findUtf8("text"), 1);
+}
+
+TEST_F(ConstantPoolTest, wrongTagBehindAReferenceIsAnInternalError) {
+    using B = ClassBuilder;
+    ParsedPool parsed(utf8("a/B") + B::u1(10) + B::u2(1) + B::u2(1), 3);
+    const auto* const ref = static_cast<const ConstantMethodRefInfo*>(parsed.pool[2]);
+    EXPECT_THROW(ref->getMethodName(parsed.pool), VDKRuntimeException);
+}
+
+TEST_F(ConstantPoolTest, truncatedEntriesAreInternalErrors) {
+    using B = ClassBuilder;
+    const std::string entries = utf8("text") + B::u1(5) + B::u4(1) + B::u4(2);
+    for (size_t length = 0; length < entries.size(); length++) {
+        EXPECT_THROW(ParsedPool(entries.substr(0, length), 4), VDKRuntimeException) << length;
+    }
+}
+
+TEST_F(ConstantPoolTest, indexOfZeroIsAnInternalError) {
+    using B = ClassBuilder;
+    for (int tag : {7, 8}) {
+        EXPECT_THROW(ParsedPool(B::u1(tag) + B::u2(0), 2), VDKRuntimeException) << tag;
+    }
+    for (int tag : {9, 10, 11, 12}) {
+        EXPECT_THROW(ParsedPool(B::u1(tag) + B::u2(1) + B::u2(0), 2), VDKRuntimeException) << tag;
+    }
+    EXPECT_THROW(ParsedPool(B::u1(15) + B::u1(10) + B::u2(1), 2), VDKRuntimeException);
+}
+
+TEST_F(ConstantPoolTest, writerCutsWideValuesSilently) {
+    ZVector<unsigned char> bytes(1);
+    DataOutput output(bytes);
+    output.writeUnsignedShort(0x12345);
+    ASSERT_EQ(bytes.getSize(), 2);
+    EXPECT_EQ(bytes[0], 0x23);
+    EXPECT_EQ(bytes[1], 0x45);
+}
+
+TEST_F(ConstantPoolTest, readStringEndsAtAZeroButConsumesAll) {
+    const unsigned char bytes[] = {'a', 'b', 0, 'c', 9};
+    DataInput input(bytes, 5);
+    EXPECT_EQ(input.readString(4), ZString("ab"));
+    EXPECT_EQ(input.readUnsignedByte(), 9);
+}

@@ -1,0 +1,133 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "classfile/ClassFile.h"
+#include "support/ClassBundle.h"
+#include "support/ReferenceClass.h"
+
+// Every class of every JDK and jar of this machine is parsed and written back.
+
+namespace {
+
+std::string write(ClassFile& classFile) {
+    ZVector<unsigned char> bytes(4096);
+    DataOutput output(bytes);
+    classFile.writeClass(output);
+    return std::string(reinterpret_cast<const char*>(bytes.data()),
+                       static_cast<size_t>(bytes.getSize()));
+}
+
+bool sameAttributes(const std::vector<ReferenceAttribute>& a,
+                    const std::vector<ReferenceAttribute>& b, bool exceptFrames) {
+    std::vector<ReferenceAttribute> left;
+    std::vector<ReferenceAttribute> right;
+    for (const ReferenceAttribute& attribute : a) {
+        if (!exceptFrames || attribute.first != "StackMapTable") {
+            left.push_back(attribute);
+        }
+    }
+    for (const ReferenceAttribute& attribute : b) {
+        if (!exceptFrames || attribute.first != "StackMapTable") {
+            right.push_back(attribute);
+        }
+    }
+    return left == right;
+}
+
+// Empty if the classes mean the same, else the first difference.
+std::string difference(const ReferenceClass& a, const ReferenceClass& b, int* frames) {
+    if (a.major != b.major || a.minor != b.minor || a.flags != b.flags ||
+        a.thisClass != b.thisClass || a.superClass != b.superClass ||
+        a.interfaces != b.interfaces || !sameAttributes(a.attributes, b.attributes, false)) {
+        return "class";
+    }
+    if (a.pool.size() > b.pool.size() ||
+        !std::equal(a.pool.begin(), a.pool.end(), b.pool.begin())) {
+        return "pool";
+    }
+    if (a.fields.size() != b.fields.size() || a.methods.size() != b.methods.size()) {
+        return "members";
+    }
+    for (size_t i = 0; i < a.fields.size(); i++) {
+        if (a.fields[i].flags != b.fields[i].flags || a.fields[i].name != b.fields[i].name ||
+            !sameAttributes(a.fields[i].attributes, b.fields[i].attributes, false)) {
+            return "field " + a.fields[i].name;
+        }
+    }
+    for (size_t i = 0; i < a.methods.size(); i++) {
+        const ReferenceMethod& m = a.methods[i];
+        const ReferenceMethod& n = b.methods[i];
+        if (m.flags != n.flags || m.name != n.name || m.descriptor != n.descriptor ||
+            !sameAttributes(m.attributes, n.attributes, false) || m.maxStack != n.maxStack ||
+            m.maxLocals != n.maxLocals || m.code != n.code || !(m.handlers == n.handlers) ||
+            !sameAttributes(m.codeAttributes, n.codeAttributes, true)) {
+            return "method " + m.name + m.descriptor;
+        }
+        const std::vector<ReferenceFrame> expected = a.frames(m);
+        if (!(expected == b.frames(n))) {
+            return "frames of " + m.name + m.descriptor;
+        }
+        *frames += static_cast<int>(expected.size()) - 1;
+    }
+    return "";
+}
+
+void roundTrip(const char* label, const std::string& path) {
+    const ClassBundle bundle(path);
+    int identical = 0;
+    int encoded = 0;
+    int identicalWhenEncoded = 0;
+    int frames = 0;
+    int unknown = 0;
+    for (const NamedClass& entry : bundle.classes()) {
+        try {
+            DataInput input(entry.bytes, entry.length);
+            ClassFile untouched(input);
+            if (untouched.isInvalid()) {
+                unknown++;
+                continue;
+            }
+            const std::string original(reinterpret_cast<const char*>(entry.bytes),
+                                       static_cast<size_t>(entry.length));
+            const std::string same = write(untouched);
+            ASSERT_EQ(same == original, true) << entry.name;
+            identical++;
+            DataInput again(entry.bytes, entry.length);
+            ClassFile classFile(again);
+            classFile.encodeEverything();
+            const std::string anew = write(classFile);
+            const ReferenceClass before(entry.bytes, static_cast<size_t>(entry.length));
+            const ReferenceClass after(anew.data(), anew.size());
+            ASSERT_EQ(difference(before, after, &frames), "") << entry.name;
+            encoded++;
+            identicalWhenEncoded += anew == original ? 1 : 0;
+        } catch (const VDKRuntimeException&) {
+            FAIL() << "cannot parse " << entry.name;
+        }
+    }
+    printf("%s: %zu classes, %d identical untouched, %d equal when all is encoded anew (%d of them "
+           "byte for byte, %d frames), %d with unknown constants\n",
+           label, bundle.classes().size(), identical, encoded, identicalWhenEncoded, frames,
+           unknown);
+    EXPECT_EQ(unknown, 0);
+    EXPECT_GT(identical, 0);
+}
+
+} // namespace
+
+TEST(RoundTrip, classesOfAllJdksComeBack) {
+    const std::vector<std::string> jdks = findJdks();
+    ASSERT_FALSE(jdks.empty());
+    for (const std::string& jdk : jdks) {
+        roundTrip(jdk.c_str(), extractClasses(jdk, {"jrt"}));
+    }
+}
+
+TEST(RoundTrip, classesOfSystemJarsComeBack) {
+    const std::vector<std::string> jars = findSystemJars();
+    if (jars.empty()) {
+        GTEST_SKIP() << "no jars installed";
+    }
+    roundTrip("jars", extractClasses(findJdks().front(), jars));
+}

@@ -1,0 +1,185 @@
+#include "client/CommandLine.h"
+
+#include "Programs.h"
+#include "TempDir.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+using namespace vdk;
+
+namespace {
+
+struct Outcome {
+    int code;
+    std::string out, err;
+};
+
+Outcome client(const std::vector<std::string>& arguments) {
+    std::ostringstream out, err;
+    Console console(out, err, false, false);
+    int code = runClient(arguments, console);
+    return {code, out.str(), err.str()};
+}
+
+} // namespace
+
+TEST(CommandLine, exitCodesTellWhatWentWrong) {
+    TempDir dir;
+    dir.write("bad.snapshot", "no snapshot at all");
+    std::string bad = dir.file("bad.snapshot");
+    static const struct {
+        std::vector<std::string> arguments;
+        int code;
+        const char* err; // part of it
+    } cases[] = {
+        {{}, 2, "Usage: vdk"},
+        {{"frobnicate"}, 2, "there is no command 'frobnicate'"},
+        {{"list", "--nosuch"}, 2, "--nosuch"},
+        {{"list", "extra"}, 2, "extra"},
+        {{"report"}, 2, "SOURCE is missing"},
+        {{"sample", "maybe", "1"}, 2, "'maybe' is no value of ACTION (start|stop)"},
+        {{"top", "1", "--interval", "soon"}, 2, "'soon' is no value of --interval"},
+        {{"top", "1", "--count", "-1"}, 2, "--count"},
+        {{"list", "--color", "blue"}, 2, "'blue' is no value of --color"},
+        {{"run"}, 2, "no program to run"},
+        {{"run", "sampling"}, 2, "no program to run"},
+        {{"run", "--", "./script.sh"}, 2, "is no Java launcher"},
+        {{"run", "--agent", "/nonexistent.so", "--", "java"}, 127, "no agent library"},
+        {{"completions", "tcsh"}, 2, "is no value of SHELL"},
+        {{"status", "no-such-jvm-at-all"}, 3, "no JVM matches"},
+        {{"attach", "no-such-jvm-at-all"}, 3, "no JVM matches"},
+        {{"status", ":1"}, 5, "cannot connect to 127.0.0.1:1"},
+        {{"report", "/nonexistent/file.snapshot"}, 7, "cannot open"},
+        {{"report", bad}, 7, "bad.snapshot"},
+        {{"report", "--top", "3", bad}, 7, "bad.snapshot"},
+        {{"top", "--count", "1", "no-such-jvm-at-all"}, 3, "no JVM matches"},
+        {{"export", bad}, 2, "name one form"},
+        {{"export", bad, "--collapsed", "--speedscope"}, 2, "name one form"},
+    };
+    for (const auto& c : cases) {
+        Outcome outcome = client(c.arguments);
+        std::string line = c.arguments.empty() ? "" : c.arguments[0];
+        EXPECT_EQ(outcome.code, c.code) << line << ": " << outcome.err;
+        EXPECT_NE(outcome.err.find(c.err), std::string::npos) << line << ": " << outcome.err;
+        EXPECT_EQ(outcome.out, "") << line;
+    }
+}
+
+TEST(CommandLine, jsonErrorsHaveCodeAndWord) {
+    Outcome outcome = client({"status", "no-such-jvm-at-all", "--json"});
+    EXPECT_EQ(outcome.code, 3);
+    auto json = nlohmann::json::parse(outcome.err);
+    EXPECT_EQ(json["schema"], "vdk.error/1");
+    EXPECT_EQ(json["code"], 3);
+    EXPECT_EQ(json["word"], "target.none");
+}
+
+TEST(CommandLine, everyCommandHasHelpWithItsOptionsAndExamples) {
+    for (const Command& command : commands()) {
+        Outcome longForm = client({command.name, "--help"});
+        Outcome shortForm = client({command.name, "-h"});
+        EXPECT_EQ(longForm.code, 0) << command.name;
+        EXPECT_EQ(shortForm.code, 0) << command.name;
+        EXPECT_NE(longForm.out.find("Examples:"), std::string::npos) << command.name;
+        EXPECT_EQ(shortForm.out.find("Examples:"), std::string::npos) << command.name;
+        for (const OptionSpec& option : allOptions(command))
+            EXPECT_NE(longForm.out.find(option.name), std::string::npos) << option.name;
+        EXPECT_NE(client({"--help"}).out.find("  " + command.name + " "), std::string::npos);
+    }
+}
+
+TEST(CommandLine, everyCommandStandsInTheManualPage) {
+    std::string root = __FILE__;
+    root = root.substr(0, root.rfind("/tests/unit/"));
+    std::string page = TempDir::read(root + "/docs/vdk.1");
+    ASSERT_FALSE(page.empty());
+    for (const Command& command : commands()) {
+        EXPECT_NE(page.find(".SS vdk " + command.name), std::string::npos) << command.name;
+        for (const OptionSpec& option : command.options) {
+            std::string name = option.name;
+            for (size_t at = 0; (at = name.find('-', at)) != std::string::npos; at += 2)
+                name.replace(at, 1, "\\-");
+            EXPECT_NE(page.find(name), std::string::npos) << command.name << " " << option.name;
+        }
+    }
+}
+
+TEST(CommandLine, listIsJsonWithASchema) {
+    Outcome outcome = client({"list", "--json"});
+    EXPECT_EQ(outcome.code, 0);
+    auto json = nlohmann::json::parse(outcome.out);
+    EXPECT_EQ(json["schema"], "vdk.list/1");
+    EXPECT_TRUE(json["jvms"].is_array());
+}
+
+TEST(CommandLine, runPutsTheAgentRightBehindTheLauncher) {
+    TempDir dir;
+    dir.write("agent.so", "");
+    std::string agent = dir.file("agent.so");
+    Outcome java = client({"run", "sampling", "--agent", agent, "--print", "--", "/x/bin/java",
+                           "-cp", "a", "Main", "--help"});
+    EXPECT_EQ(java.code, 0) << java.err;
+    EXPECT_EQ(java.out.find("/x/bin/java -agentpath:" + agent + "=onlylocal,quiet,"), 0u);
+    EXPECT_NE(java.out.find(",sampling -cp a Main --help\n"), std::string::npos);
+    Outcome javac = client({"run", "--agent", agent, "--print", "--", "javac", "A.java"});
+    EXPECT_EQ(javac.out.find("javac -J-agentpath:" + agent + "=onlylocal"), 0u);
+}
+
+TEST(CommandLine, colorsFollowTheOptionAndTheEnvironment) {
+    std::ostringstream out, err;
+    static const struct {
+        bool terminal;
+        const char* noColor;
+        const char* term;
+        ColorMode mode;
+        bool colored;
+    } cases[] = {
+        {true, nullptr, "xterm", ColorMode::Auto, true},
+        {false, nullptr, "xterm", ColorMode::Auto, false},
+        {true, "1", "xterm", ColorMode::Auto, false},
+        {true, "", "xterm", ColorMode::Auto, true},
+        {true, nullptr, "dumb", ColorMode::Auto, false},
+        {true, nullptr, "xterm", ColorMode::Never, false},
+        {false, "1", "dumb", ColorMode::Always, true},
+    };
+    for (const auto& c : cases) {
+        c.noColor ? setenv("NO_COLOR", c.noColor, 1) : unsetenv("NO_COLOR");
+        setenv("TERM", c.term, 1);
+        Console console(out, err, c.terminal, c.terminal);
+        console.configure(false, false, false, c.mode);
+        EXPECT_EQ(console.styled("x", "1"), c.colored ? "\033[1mx\033[0m" : "x");
+    }
+    unsetenv("NO_COLOR");
+}
+
+TEST(CommandLine, bashCompletionIsAValidScriptThatKnowsTheCommands) {
+    TempDir dir;
+    dir.write("vdk.bash", client({"completions", "bash"}).out);
+    EXPECT_EQ(run("bash -n " + dir.file("vdk.bash") + " 2>&1").out, "");
+    std::string script =
+        "source " + dir.file("vdk.bash") +
+        "; COMP_WORDS=(vdk rep); COMP_CWORD=1; _vdk; echo ${COMPREPLY[@]}"
+        "; COMP_WORDS=(vdk export x --un); COMP_CWORD=3; _vdk; echo ${COMPREPLY[@]}"
+        "; COMP_WORDS=(vdk export --unit \"\"); COMP_CWORD=3; _vdk; "
+        "echo ${COMPREPLY[@]}";
+    EXPECT_EQ(run("bash -c '" + script + "'").out, "report\n--unit\nns us ms\n");
+}
+
+TEST(CommandLine, completionsOfEveryShellNameEveryCommand) {
+    for (const char* shell : {"bash", "zsh", "fish"}) {
+        std::string script = client({"completions", shell}).out;
+        for (const Command& command : commands())
+            EXPECT_NE(script.find(command.name), std::string::npos) << shell << command.name;
+    }
+}
+
+TEST(CommandLine, programTellsItsExitCode) {
+    std::string program = builtFile("vdk");
+    if (program.empty())
+        GTEST_SKIP() << "vdk was not built";
+    EXPECT_EQ(run(program + " --version >/dev/null").code, 0);
+    EXPECT_EQ(run(program + " nosuch 2>/dev/null").code, 2);
+    EXPECT_EQ(run(program + " --help >/dev/full 2>/dev/null").code, 8);
+}

@@ -1,0 +1,229 @@
+#include "client/CommandLine.h"
+
+#include "../offline_readers/HprofWriter.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+using namespace vdk;
+using nlohmann::json;
+using testing::HasSubstr;
+
+namespace {
+
+struct Outcome {
+    int code;
+    std::string out, err;
+};
+
+Outcome heap(std::vector<std::string> arguments) {
+    std::ostringstream out, err;
+    Console console(out, err, false, false);
+    arguments.insert(arguments.begin(), "heap");
+    int code = runClient(arguments, console);
+    return {code, out.str(), err.str()};
+}
+
+json heapJson(std::vector<std::string> arguments) {
+    arguments.push_back("--json");
+    Outcome outcome = heap(arguments);
+    EXPECT_EQ(0, outcome.code) << outcome.err;
+    return json::parse(outcome.out, nullptr, false);
+}
+
+// Two chains of three nodes that share the last, one held by a class, one by a JNI reference; a
+// node that nothing holds; strings of which two are the same; an empty array.
+enum : uint64_t {
+    OBJECT = 0x1000,
+    STRING = 0x1100,
+    NODE = 0x1200,
+    ARRAY_CLASS = 0x1300,
+    BYTES = 0x1400,
+    WEAK = 0x1500,
+    A1 = 0x2000,
+    A2 = 0x2018,
+    B1 = 0x2030,
+    SHARED = 0x2048,
+    LOST = 0x2060,
+    TEXT1 = 0x2078,
+    TEXT2 = 0x2090,
+    CHARS1 = 0x20a8,
+    CHARS2 = 0x20c0,
+    EMPTY = 0x20d8,
+    WEAK1 = 0x20e8,
+    END = 0x2100
+};
+
+std::string dump() {
+    enum { NEXT = 1, VALUE = 2, HEAD = 3, CODER = 4, REFERENT = 5 };
+    HprofWriter w(8);
+    w.string(NEXT, "next");
+    w.string(VALUE, "value");
+    w.string(HEAD, "head");
+    w.string(CODER, "coder");
+    w.string(REFERENT, "referent");
+    w.loadClass(OBJECT, "java/lang/Object");
+    w.loadClass(STRING, "java/lang/String");
+    w.loadClass(NODE, "demo/Node");
+    w.loadClass(ARRAY_CLASS, "[Ljava/lang/Object;");
+    w.loadClass(BYTES, "[B");
+    w.loadClass(WEAK, "java/lang/ref/WeakReference");
+    w.beginDump();
+    w.classDump(OBJECT, 0, 0, {}, {});
+    w.classDump(STRING, OBJECT, 0, {}, {{CODER, 8, 0}, {VALUE, 2, 0}});
+    w.classDump(NODE, OBJECT, 0, {{HEAD, 2, A1}}, {{NEXT, 2, 0}, {VALUE, 2, 0}});
+    w.classDump(ARRAY_CLASS, OBJECT, 0, {}, {});
+    w.classDump(BYTES, OBJECT, 0, {}, {});
+    w.classDump(WEAK, OBJECT, 0, {}, {{REFERENT, 2, 0}});
+    w.instance(A1, NODE, {{A2, 8}, {TEXT1, 8}});
+    w.instance(A2, NODE, {{SHARED, 8}, {EMPTY, 8}});
+    w.instance(B1, NODE, {{SHARED, 8}, {TEXT2, 8}});
+    w.instance(SHARED, NODE, {{0, 8}, {0, 8}});
+    w.instance(LOST, NODE, {{0, 8}, {0, 8}});
+    w.instance(TEXT1, STRING, {{0, 1}, {CHARS1, 8}});
+    w.instance(TEXT2, STRING, {{0, 1}, {CHARS2, 8}});
+    w.byteArray(CHARS1, "twin");
+    w.byteArray(CHARS2, "twin");
+    w.objectArray(EMPTY, ARRAY_CLASS, {});
+    w.instance(WEAK1, WEAK, {{LOST, 8}});
+    w.byteArray(END, "");
+    w.rootSystemClass(NODE);
+    w.rootGlobal(B1);
+    w.rootGlobal(WEAK1);
+    w.endDump();
+    return w.out;
+}
+
+class HeapCommand : public testing::Test {
+protected:
+    TemporaryFile file{dump()};
+};
+
+json entry(const json& list, const std::string& key, const std::string& value) {
+    for (const json& each : list) {
+        if (each[key] == value)
+            return each;
+    }
+    return json();
+}
+
+} // namespace
+
+TEST_F(HeapCommand, histogramCountsAndSumsByClass) {
+    json result = heapJson({file.path, "histogram"});
+    EXPECT_EQ("vdk.heap.histogram/1", result["schema"]);
+    EXPECT_EQ(18, result["count"]);
+    json node = entry(result["classes"], "class", "demo.Node");
+    EXPECT_EQ(5, node["count"]);
+    EXPECT_EQ(5 * 24, node["shallow"]);
+    EXPECT_EQ(1u, heapJson({file.path, "histogram", "demo.*"})["classes"].size());
+    Outcome text = heap({file.path, "histogram", "--no-retained", "--sort", "count"});
+    EXPECT_THAT(text.out, HasSubstr("demo.Node\n"));
+}
+
+TEST_F(HeapCommand, dominatorsGoDownLevelByLevel) {
+    json top = heapJson({file.path, "dominators"});
+    EXPECT_FALSE(entry(top["objects"], "id", "0x2048").is_null()) << "held by both chains";
+    EXPECT_TRUE(entry(top["objects"], "id", "0x2060").is_null()) << "held by the reference";
+    json below = heapJson({file.path, "dominators", "0x2000"});
+    EXPECT_FALSE(entry(below["objects"], "id", "0x2018").is_null());
+    EXPECT_FALSE(entry(below["objects"], "id", "0x2078").is_null());
+    EXPECT_EQ(2, below["count"]);
+    json classes = heapJson({file.path, "dominators", "0x2000", "--by-class"});
+    EXPECT_EQ(1, entry(classes["classes"], "class", "java.lang.String")["count"]);
+}
+
+TEST_F(HeapCommand, referencesAndReferrersHaveNames) {
+    json refs = heapJson({file.path, "refs", "0x2000"});
+    EXPECT_EQ("0x2018", entry(refs["references"], "name", "next")["id"]);
+    json referrers = heapJson({file.path, "referrers", "0x2048"});
+    EXPECT_EQ(2, referrers["count"]);
+    EXPECT_EQ("next", entry(referrers["references"], "id", "0x2030")["name"]);
+}
+
+TEST_F(HeapCommand, pathIsTheShortestToARoot) {
+    json path = heapJson({file.path, "path", "0x2048"});
+    ASSERT_EQ(2u, path["path"].size());
+    EXPECT_EQ("0x2030", path["path"][0]["id"]);
+    EXPECT_EQ("JNI global", path["roots"][0]["kind"]);
+    EXPECT_EQ(1, heap({file.path, "path", "0x2060"}).code) << "only weakly held";
+    EXPECT_EQ(2u, heapJson({file.path, "path", "0x2060", "--weak"})["path"].size());
+}
+
+TEST_F(HeapCommand, retainedIsWhatAGroupAloneKeeps) {
+    // Without A1 and B1 nothing holds the shared node; with A1 alone gone B1 still does.
+    json both = heapJson({file.path, "retained", "0x2000", "0x2030"});
+    json one = heapJson({file.path, "retained", "0x2000"});
+    // Nine objects and the three classes that only those have.
+    EXPECT_EQ(12, both["count"]);
+    EXPECT_EQ(6, one["count"]);
+    EXPECT_LT(one["retained"].get<int>(), both["retained"].get<int>());
+    EXPECT_EQ(5, heapJson({file.path, "retained", "demo.Node"})["group"]);
+    EXPECT_EQ(1, heap({file.path, "retained", "no.Such"}).code);
+}
+
+TEST_F(HeapCommand, duplicateStringsAndEmptyArraysAreFound) {
+    json strings = heapJson({file.path, "strings"});
+    EXPECT_EQ(2, strings["count"]);
+    EXPECT_EQ(1, strings["distinct"]);
+    EXPECT_EQ("twin", strings["duplicates"][0]["text"]);
+    EXPECT_EQ(2, strings["duplicates"][0]["arrays"]);
+    json arrays = heapJson({file.path, "arrays"});
+    json empty = entry(arrays["groups"], "owner", "demo.Node.value");
+    EXPECT_EQ("length 0", empty["kind"]);
+    EXPECT_EQ(1, empty["count"]);
+}
+
+TEST_F(HeapCommand, diffShowsWhatChanged) {
+    EXPECT_TRUE(heapJson({file.path, "diff", file.path})["classes"].empty());
+    HprofWriter other(8);
+    other.loadClass(BYTES, "[B");
+    other.beginDump();
+    other.byteArray(0x2000, "x");
+    other.endDump();
+    TemporaryFile second(other.out);
+    json result = heapJson({file.path, "diff", second.path});
+    json node = entry(result["classes"], "class", "demo.Node");
+    EXPECT_EQ(5, node["countBefore"]);
+    EXPECT_EQ(0, node["count"]);
+}
+
+TEST_F(HeapCommand, anIndexChangesNothingButTheWork) {
+    TemporaryFile index;
+    unlink(index.path.c_str());
+    for (const char* report : {"summary", "biggest", "strings", "arrays"}) {
+        json plain = heapJson({file.path, report});
+        EXPECT_EQ(plain, heapJson({file.path, report, "--index", index.path})) << report;
+        EXPECT_EQ(plain, heapJson({file.path, report, "--index", index.path, "--verify"}))
+            << report;
+        EXPECT_EQ(plain, heapJson({file.path, report, "--threads", "1"})) << report;
+    }
+}
+
+TEST_F(HeapCommand, errorsHaveTheirCodes) {
+    TemporaryFile foreign("not a heap at all");
+    TemporaryFile notes("notes of the user");
+    static const struct {
+        std::vector<std::string> arguments;
+        int code;
+        const char* err;
+    } cases[] = {
+        {{}, 2, "FILE is missing"},
+        {{file.path, "nosuch"}, 2, "is no value of REPORT"},
+        {{file.path, "path"}, 2, "this report takes an object"},
+        {{file.path, "path", "x"}, 2, "is no object identifier"},
+        {{file.path, "path", "0x9"}, 1, "the heap holds no object"},
+        {{foreign.path}, 7, "wrong magic at offset 0"},
+        {{"/nonexistent.hprof"}, 7, "cannot open"},
+        {{file.path, "--dump", "2"}, 7, "the file holds 1 heap dumps, none of number 2"},
+        {{file.path, "--index", notes.path}, 7, "not an index of a heap"},
+        {{file.path, "--index", "/nonexistent/x"}, 8, "cannot write /nonexistent/x"},
+    };
+    for (const auto& c : cases) {
+        Outcome outcome = heap(c.arguments);
+        EXPECT_EQ(c.code, outcome.code) << c.err;
+        EXPECT_THAT(outcome.err, HasSubstr(c.err));
+    }
+}

@@ -1,0 +1,183 @@
+// The attach protocol and the whole client against real JVMs.
+#include "client/Attach.h"
+#include "core/ground/Logger.h"
+
+#include "Expect.h"
+#include "JavaProcess.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+using namespace vdk;
+
+namespace {
+
+// Code shared with the agent would open the agent's log file otherwise.
+const bool logIsOff = (Logger::setSink([](const char*) {}), true);
+
+struct Release {
+    const char* name;
+    int protocol;
+};
+
+void PrintTo(const Release& release, std::ostream* out) {
+    *out << release.name;
+}
+
+class RealJvm : public testing::TestWithParam<Release> {
+protected:
+    void SetUp() override {
+        homes = jdks(GetParam().name);
+        if (homes.empty() || !JavaProcess::compile(dir))
+            GTEST_SKIP() << "no JDK " << GetParam().name;
+    }
+
+    std::vector<std::string> java(const std::vector<std::string>& options = {}) {
+        std::vector<std::string> command = {homes[0] + "/bin/java"};
+        command.insert(command.end(), options.begin(), options.end());
+        command.insert(command.end(), {"-cp", dir.path, "Waiter"});
+        return command;
+    }
+
+    Jvm find(int pid) {
+        JvmFinder finder(processes, markers);
+        return finder.find(std::to_string(pid));
+    }
+
+    TempDir dir;
+    std::vector<std::string> homes;
+    ProcFs processes;
+    MarkerSource markers;
+};
+
+TEST_P(RealJvm, isFoundWithItsMainClassAndVersion) {
+    JavaProcess program(java(), dir.file("err"));
+    ASSERT_TRUE(program.waitFor("ready"));
+    Jvm jvm = find(program.pid);
+    EXPECT_EQ(jvm.mainName, "Waiter");
+    EXPECT_EQ(jvm.kind, JvmKind::HotSpot);
+    EXPECT_EQ(jvm.javaVersion.find(GetParam().name), 0u) << jvm.javaVersion;
+    EXPECT_EQ(program.finish(), 7);
+}
+
+TEST_P(RealJvm, isFoundWithoutPerformanceDataToo) {
+    JavaProcess program(java({"-XX:-UsePerfData"}), dir.file("err"));
+    ASSERT_TRUE(program.waitFor("ready"));
+    EXPECT_EQ(find(program.pid).mainName, "Waiter");
+}
+
+TEST_P(RealJvm, answersRequestsOfBothVersions) {
+    JavaProcess program(java(), dir.file("err"));
+    ASSERT_TRUE(program.waitFor("ready"));
+    Attacher attacher(processes, find(program.pid));
+    attacher.open();
+    EXPECT_EQ(attacher.version(), GetParam().protocol);
+    AttachReply properties = attacher.execute("properties", {});
+    EXPECT_TRUE(properties.complete);
+    EXPECT_NE(properties.text.find("java.version="), std::string::npos);
+
+    LoadOutcome missing =
+        parseLoadReply(attacher.execute("load", {"/nonexistent/lib.so", "true", "x=1"}));
+    EXPECT_FALSE(missing.loaded);
+    EXPECT_NE(missing.message.find("/nonexistent/lib.so"), std::string::npos) << missing.message;
+
+    std::vector<std::string> tooLong = {"/nonexistent/lib.so", "true", std::string(5000, 'x')};
+    if (GetParam().protocol == 1) {
+        EXPECT_EQ(wordOf([&] { attacher.execute("load", tooLong); }), "attach.long");
+    } else {
+        LoadOutcome outcome = parseLoadReply(attacher.execute("load", tooLong));
+        EXPECT_FALSE(outcome.loaded);
+        EXPECT_NE(outcome.message.find("/nonexistent/lib.so"), std::string::npos)
+            << outcome.message;
+    }
+    EXPECT_FALSE(std::filesystem::exists("/proc/" + std::to_string(program.pid) +
+                                         "/cwd/.attach_pid" + std::to_string(program.pid)));
+    EXPECT_EQ(program.finish(), 7);
+    EXPECT_EQ(program.output, "ready\ndone\n"); // no thread dump
+}
+
+TEST_P(RealJvm, withAttachDisabledIsLeftAlone) {
+    JavaProcess program(java({"-XX:+DisableAttachMechanism"}), dir.file("err"));
+    ASSERT_TRUE(program.waitFor("ready"));
+    Jvm jvm = find(program.pid);
+    EXPECT_EQ(wordOf([&] { Attacher attacher(processes, jvm); }), "attach.disabled");
+    EXPECT_EQ(program.finish(), 7);
+    EXPECT_EQ(program.output, "ready\ndone\n");
+}
+
+TEST_P(RealJvm, withReducedSignalsIsReachedOrLeftAlone) {
+    JavaProcess program(java({"-Xrs"}), dir.file("err"));
+    ASSERT_TRUE(program.waitFor("ready"));
+    Attacher attacher(processes, find(program.pid));
+    std::string word = wordOf([&] {
+        attacher.open();
+        EXPECT_TRUE(attacher.execute("properties", {}).complete);
+    });
+    EXPECT_TRUE(word.empty() || word == "attach.quit") << word;
+    EXPECT_EQ(program.finish(), 7); // never killed by the signal
+}
+
+TEST_P(RealJvm, stoppedJvmGivesATimeOut) {
+    JavaProcess program(java(), dir.file("err"));
+    ASSERT_TRUE(program.waitFor("ready"));
+    Jvm jvm = find(program.pid);
+    kill(program.pid, SIGSTOP);
+    Attacher attacher(processes, jvm, 500);
+    EXPECT_EQ(wordOf([&] { attacher.open(); }), "attach.socket");
+    kill(program.pid, SIGCONT);
+}
+
+TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentAfterAttach) {
+    std::string client = builtFile("vdk");
+    if (client.empty() || builtFile("libvdkagent.so").empty())
+        GTEST_SKIP() << "the agent was not built";
+    std::vector<std::string> command = java({"-XX:+EnableDynamicAgentLoading"});
+    command.push_back("busy");
+    JavaProcess program(command, dir.file("err"));
+    ASSERT_TRUE(program.waitFor("ready"));
+    std::string pid = std::to_string(program.pid);
+    std::string longOption = "debug=" + std::string(3000, 'n');
+    Result attach = run(client + " attach " + pid + " sampling," + longOption + " --json 2>&1");
+    ASSERT_EQ(attach.code, 0) << attach.out;
+    EXPECT_GT(nlohmann::json::parse(attach.out)["port"], 0);
+    Result again = run(client + " attach " + pid + " --json 2>/dev/null");
+    EXPECT_EQ(nlohmann::json::parse(again.out)["already"], true);
+    Result status = run(client + " status " + pid + " --json");
+    EXPECT_EQ(nlohmann::json::parse(status.out)["pid"], program.pid) << status.out;
+    Result top = run(client + " top " + pid + " --interval 1s --json");
+    EXPECT_EQ(top.code, 0);
+    EXPECT_NE(top.out.find("Waiter.burn"), std::string::npos) << top.out;
+    std::string file = dir.file("saved.snapshot");
+    Result snapshot = run(client + " snapshot " + pid + " --compressed --dir " + dir.path +
+                          "/snaps --out " + file + " 2>&1");
+    EXPECT_EQ(snapshot.code, 0) << snapshot.out;
+    Result report = run(client + " report " + file + " --json");
+    ASSERT_EQ(report.code, 0);
+    auto methods = nlohmann::json::parse(report.out)["methods"];
+    ASSERT_FALSE(methods.empty());
+    EXPECT_EQ(program.finish(), 7);
+    EXPECT_EQ(program.output, "ready\ndone\n");
+    EXPECT_EQ(TempDir::read(dir.file("err")), "");
+}
+
+TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentUnderRun) {
+    std::string client = builtFile("vdk");
+    if (client.empty() || builtFile("libvdkagent.so").empty())
+        GTEST_SKIP() << "the agent was not built";
+    std::vector<std::string> command = {client, "run", "sampling", "--"};
+    std::vector<std::string> program = java();
+    command.insert(command.end(), program.begin(), program.end());
+    JavaProcess process(command, dir.file("err"));
+    ASSERT_TRUE(process.waitFor("ready"));
+    Result dump = run(client + " dump " + std::to_string(process.pid));
+    EXPECT_EQ(dump.code, 0);
+    EXPECT_NE(dump.out.find("Waiter.main"), std::string::npos) << dump.out;
+    EXPECT_EQ(process.finish(), 7);
+    EXPECT_EQ(process.output, "ready\ndone\n");
+    EXPECT_EQ(TempDir::read(dir.file("err")), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Releases, RealJvm, testing::Values(Release{"17", 1}, Release{"25", 2}),
+                         [](const auto& info) { return std::string("Java") + info.param.name; });
+
+} // namespace

@@ -1,0 +1,60 @@
+#include "client/Text.h"
+
+#include <gtest/gtest.h>
+
+using namespace vdk;
+
+TEST(Text, durationsTakeUnitsAndRefuseJunk) {
+    static const struct {
+        const char* text;
+        long ms; // -1: refused
+    } cases[] = {{"30", 30000},
+                 {"30s", 30000},
+                 {"500ms", 500},
+                 {"5m", 300000},
+                 {"1h", 3600000},
+                 {"0", 0},
+                 {"", -1},
+                 {"s", -1},
+                 {"-1", -1},
+                 {"5x", -1},
+                 {"1.5s", -1},
+                 {" 5", -1},
+                 {"99999999999999999999", -1}};
+    for (const auto& c : cases)
+        EXPECT_EQ(parseDurationMs(c.text).value_or(-1), c.ms) << c.text;
+}
+
+TEST(Text, printableLeavesNoControlCharacters) {
+    EXPECT_EQ(printable("a\033[2Jb\nc"), "a?[2Jb?c");
+    EXPECT_EQ(printable("gr\xc3\xbc\xc3\x9f"), "gr\xc3\xbc\xc3\x9f");
+    EXPECT_EQ(printable("\xc2\x9b"
+                        "31m"),
+              "?31m"); // C1 control: another way to begin a sequence
+    EXPECT_EQ(printable("\xff\xc3"), "??");
+    EXPECT_EQ(printable("abcdef", 3), "abc...");
+}
+
+TEST(Text, validUtf8ReplacesWhatIsNone) {
+    EXPECT_EQ(validUtf8("a\xff"
+                        "b"),
+              "a\xef\xbf\xbd"
+              "b");
+    EXPECT_EQ(validUtf8("\xed\xa0\x80").find("\xed"), std::string::npos); // a surrogate half
+    EXPECT_EQ(validUtf8("\xf0\x9f\x98\x80"), "\xf0\x9f\x98\x80");
+    EXPECT_EQ(validUtf8("\xc0\x80").find('\xc0'), std::string::npos); // an overlong zero
+}
+
+TEST(Text, timesAndSizesAreReadable) {
+    EXPECT_EQ(formatNs(12345678901), "12.3 s");
+    EXPECT_EQ(formatNs(1234567890), "1.23 s");
+    EXPECT_EQ(formatNs(45600000), "45.6 ms");
+    EXPECT_EQ(formatNs(7000), "7 us");
+    EXPECT_EQ(formatBytes(1023), "1023 B");
+    EXPECT_EQ(formatBytes(5 << 20), "5.0 MB");
+}
+
+TEST(Text, splitKeepsEmptyParts) {
+    EXPECT_EQ(split("a,,b,", ','), (std::vector<std::string>{"a", "", "b", ""}));
+    EXPECT_EQ(split("", ',').size(), 1u);
+}

@@ -1,0 +1,151 @@
+// The lock between processes, with real processes and keys of the test's own.
+#include "core/entry/InterProcessMutex.h"
+
+#include <climits>
+#include <csignal>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "core/ground/Exceptions.h"
+#include "platform/Platform.h"
+
+namespace {
+
+const long MS = 1000000;
+
+class InterProcessMutexTest : public testing::Test {
+protected:
+    void SetUp() override {
+        // Two runs at once get keys of their own.
+        key = 0x56440000 + (getpid() & 0xffff);
+        Platform::SharedMemoryOutcome outcome;
+        word = static_cast<int*>(Platform::attachSharedMemory(key, sizeof(int), &outcome));
+        ASSERT_NE(nullptr, word);
+        segment = outcome.segment;
+    }
+    void TearDown() override { shmctl(segment, IPC_RMID, nullptr); }
+
+    // The id of a process that has ended and was waited for.
+    int deadPid() {
+        const int pid = fork();
+        if (pid == 0) {
+            _exit(0);
+        }
+        waitpid(pid, nullptr, 0);
+        return pid;
+    }
+    int key = 0;
+    int segment = -1;
+    int* word = nullptr;
+};
+
+} // namespace
+
+TEST_F(InterProcessMutexTest, ownerStandsInTheWordWhileItHoldsTheLock) {
+    InterProcessMutex mutex(key);
+    ASSERT_TRUE(mutex.isValid());
+    EXPECT_TRUE(mutex.lock());
+    EXPECT_EQ(getpid(), *word);
+    mutex.unlock();
+    EXPECT_EQ(0, *word);
+}
+
+TEST_F(InterProcessMutexTest, deadOwnerIsReplacedWithinOnePoll) {
+    InterProcessMutex mutex(key);
+    for (int owner : {deadPid(), -1, INT_MIN, INT_MAX}) {
+        *word = owner;
+        const long before = Platform::monotonicTimeNs();
+        EXPECT_TRUE(mutex.lock());
+        const long took = Platform::monotonicTimeNs() - before;
+        EXPECT_GE(took, 90 * MS) << owner;
+        EXPECT_LT(took, 400 * MS) << owner;
+        EXPECT_EQ(getpid(), *word);
+        mutex.unlock();
+    }
+}
+
+TEST_F(InterProcessMutexTest, livingOwnerIsWaitedForOnlyAsLongAsAllowed) {
+    InterProcessMutex mutex(key);
+    *word = getppid();
+    const long before = Platform::monotonicTimeNs();
+    EXPECT_FALSE(mutex.lock(250));
+    const long took = Platform::monotonicTimeNs() - before;
+    EXPECT_GE(took, 250 * MS);
+    EXPECT_LT(took, 700 * MS);
+    EXPECT_EQ(getppid(), *word);
+}
+
+TEST_F(InterProcessMutexTest, isNotRecursive) {
+    InterProcessMutex mutex(key);
+    ASSERT_TRUE(mutex.lock());
+    EXPECT_FALSE(mutex.lock(150));
+    mutex.unlock();
+}
+
+TEST_F(InterProcessMutexTest, unlockLeavesTheWordToWhoeverOverwroteIt) {
+    InterProcessMutex mutex(key);
+    ASSERT_TRUE(mutex.lock());
+    *word = getppid();
+    mutex.unlock();
+    EXPECT_EQ(getppid(), *word);
+}
+
+TEST_F(InterProcessMutexTest, excludesProcessesFromEachOther) {
+    // Three children read, wait and write back a counter; without the lock additions get lost.
+    Platform::SharedMemoryOutcome outcome;
+    int* counter =
+        static_cast<int*>(Platform::attachSharedMemory(key + 0x10000, sizeof(int), &outcome));
+    ASSERT_NE(nullptr, counter);
+    const int counterSegment = outcome.segment;
+    const int processes = 3;
+    const int rounds = 5;
+    for (int i = 0; i < processes; i++) {
+        if (fork() == 0) {
+            InterProcessMutex mutex(key);
+            for (int round = 0; round < rounds; round++) {
+                while (!mutex.lock()) {
+                }
+                const int value = *counter;
+                usleep(2000);
+                *counter = value + 1;
+                mutex.unlock();
+                usleep(1000);
+            }
+            _exit(0);
+        }
+    }
+    for (int i = 0; i < processes; i++) {
+        int status = 0;
+        wait(&status);
+        EXPECT_EQ(0, status);
+    }
+    EXPECT_EQ(processes * rounds, *counter);
+    shmctl(counterSegment, IPC_RMID, nullptr);
+}
+
+TEST_F(InterProcessMutexTest, lockHolderGivesUpQuietlyAndNeverUnlocksWhatItDoesNotHold) {
+    InterProcessMutex mutex(key);
+    {
+        InterProcessLock lock(mutex);
+        EXPECT_TRUE(lock.isHeld());
+    }
+    EXPECT_EQ(0, *word);
+}
+
+TEST_F(InterProcessMutexTest, withoutASegmentItIsInvalidAndLockingFailsItsAssertion) {
+    // A segment that is too small for the word cannot be had, and neither can one of no key.
+    const int privateKey = key + 0x20000;
+    const int tiny = shmget(privateKey, 1, IPC_CREAT | 0666);
+    ASSERT_NE(-1, tiny);
+    InterProcessMutex mutex(privateKey);
+    EXPECT_FALSE(mutex.isValid());
+    EXPECT_THROW(mutex.lock(), VDKRuntimeException);
+    EXPECT_THROW(mutex.unlock(), VDKRuntimeException);
+    InterProcessLock lock(mutex);
+    EXPECT_FALSE(lock.isHeld());
+    shmctl(tiny, IPC_RMID, nullptr);
+}

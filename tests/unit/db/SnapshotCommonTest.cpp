@@ -1,0 +1,195 @@
+#include "db/SnapshotCommon.h"
+
+#include <ctime>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "DBTestSupport.h"
+#include "db/Progress.h"
+#include "db/SnapshotWriter.h"
+
+namespace {
+std::string headerBytes(long flags) {
+    char path[] = "/tmp/vdk-snapshot-header-XXXXXX";
+    const int file = mkstemp(path);
+    EXPECT_GE(file, 0);
+    unlink(path);
+    {
+        SnapshotWriter writer(file);
+        writeSnapshotHeader(0x11223344, "app", writer, flags, SNAPSHOT_FORMAT_VALUE);
+    }
+    std::string bytes(1000, 0);
+    const ssize_t count = pread(file, &bytes[0], bytes.size(), 0);
+    bytes.resize(static_cast<size_t>(count));
+    close(file);
+    return bytes;
+}
+
+struct RecordingRefresh : TableRefresh {
+    void bringUpToDate(const TableSet& set) override {
+        calls++;
+        mask = set.mask;
+    }
+    int calls = 0;
+    int mask = 0;
+};
+} // namespace
+
+TEST(SnapshotCommon, headerByteByByte) {
+    ourSnapshotCount = 0;
+    ourContainsInvocations = false;
+    const long before = time(nullptr);
+    std::string header = headerBytes(0);
+    const long after = time(nullptr);
+    EXPECT_EQ(1, ourSnapshotCount);
+    const std::string captured = header.substr(header.size() - 15, 8);
+    long captureTime;
+    memcpy(&captureTime, captured.data(), sizeof(captureTime));
+    EXPECT_EQ(0, captureTime % 1000);
+    EXPECT_GE(captureTime / 1000, before);
+    EXPECT_LE(captureTime / 1000, after);
+    header.replace(header.size() - 15, 8, bytesOf("EE EE EE EE EE EE EE EE"));
+    EXPECT_EQ(hex(std::string("Vandrik Java Profiler snapshot, http://www.vandrik.com\n\x1A") +
+                  "B" + bytesOf("27 00 00 00") + "Created by Vandrik Java Profiler 10.0.6" +
+                  bytesOf("44 33 22 11 00 00 00 00" // start time
+                          "00 00 00 00"             // snapshot number
+                          "04 00 00 00"             // format value
+                          "FF FF FF FF FF FF FF FF" // reserved
+                          "00 02 00 00 00 00 00 00" // flags: object ids are indices
+                          "EE EE EE EE EE EE EE EE" // capture time
+                          "03 00 00 00") +
+                  "app"),
+              hex(header));
+}
+
+TEST(SnapshotCommon, headersAreNumberedAndTellOfCallCounts) {
+    ourSnapshotCount = 5;
+    ourContainsInvocations = true;
+    const std::string header = headerBytes(SNAPSHOT_CAUSE_SHUTDOWN);
+    ourContainsInvocations = false;
+    EXPECT_EQ(6, ourSnapshotCount);
+    const size_t number = 56 + 1 + 4 + 39 + 8;
+    EXPECT_EQ("05 00 00 00", hex(header.substr(number, 4)));
+    EXPECT_EQ("28 02 00 00 00 00 00 00", hex(header.substr(number + 16, 8)));
+}
+
+TEST(SnapshotCommon, nothingNewIsSlotsAndZeroes) {
+    DB db(-1, -1);
+    EXPECT_EQ(hex(intBytes(1) + intBytes(0) + intBytes(15) + intBytes(0) + intBytes(-1)),
+              hex(socketStreamOf(db, 1 << SLOT_Thread | 1 << SLOT_Telemetry, nullptr)));
+}
+
+TEST(SnapshotCommon, oneEncodedStreamByteByByte) {
+    DB db(-1, -1);
+    db.stringPool->getDBIndex("a", true);
+    db.currentStamp = 2;
+    CPUProfilingRecord* cpu = db.cpuProfilingTable->getRecord(3, true);
+    cpu->timeNs = 0x0102030405L;
+    cpu->count = 1;
+    cpu->stamp = 2;
+    db.frameTable->getRecord(0, true)->stamp = -2;
+    int stamps[MAX_TABLE_COUNT] = {};
+    EXPECT_EQ(hex(bytesOf("00 00 00 00" // string
+                          "01 00 00 00" // one row
+                          "01 00 00 00" // row 1
+                          "01 00 00 00" // stamp
+                          "01 00 00 00 61"
+                          "06 00 00 00" // cpuprofiling
+                          "01 00 00 00"
+                          "03 00 00 00" // row 3
+                          "02 00 00 00" // stamp
+                          "05 04 03 02 01 00 00 00"
+                          "01 00 00 00 00 00 00 00"
+                          "08 00 00 00" // frame
+                          "01 00 00 00"
+                          "00 00 00 00" // row 0
+                          "FE FF FF FF" // deleted at stamp 2
+                          "FF FF FF FF 00 00 00 00 FF FF FF FF FF FF FF FF"
+                          "FF FF FF FF")), // end
+              hex(socketStreamOf(db, 0x141, stamps)));
+    // A reader that has seen stamp 1 gets no string, one that has seen stamp 2 nothing.
+    stamps[SLOT_String] = 1;
+    stamps[SLOT_CPUProfiling] = 2;
+    stamps[SLOT_Frame] = 2;
+    EXPECT_EQ(hex(bytesOf("00 00 00 00 00 00 00 00 06 00 00 00 00 00 00 00"
+                          "08 00 00 00 00 00 00 00 FF FF FF FF")),
+              hex(socketStreamOf(db, 0x141, stamps)));
+}
+
+TEST(SnapshotCommon, allTablesAreAllButAllocatorWithMarkers) {
+    EXPECT_EQ(0x7efff, ALL_TABLES_MASK);
+    DB db(-1, -1);
+    db.createUserTableByDescription("T\n0\n");
+    db.allocatorTable->setRecordModificationStamp(1, 1);
+    std::string expected;
+    for (int slot = 0; slot < CORE_TABLE_COUNT; slot++) {
+        if (slot != SLOT_Allocator) {
+            expected += "*" + intBytes(slot) + intBytes(0);
+        }
+    }
+    expected += "*" + intBytes(32) + intBytes(0);
+    EXPECT_EQ(hex(expected), hex(streamOf(db)));
+}
+
+TEST(SnapshotCommon, selectionOfNothingWritesNothing) {
+    DB db(-1, -1);
+    EXPECT_EQ("FF FF FF FF", hex(socketStreamOf(db, 0, nullptr)));
+    // Bits and limits beyond the tables mean nothing.
+    EXPECT_EQ("FF FF FF FF", hex(socketStreamOf(db, static_cast<int>(0xfff80000), nullptr)));
+    EXPECT_EQ(0, (TableSet{0, 1000000}.count(db)));
+    EXPECT_FALSE((TableSet{-1, 1000000}.contains(db, 128)));
+    EXPECT_FALSE((TableSet{-1, 1000000}.contains(db, -1)));
+}
+
+TEST(SnapshotCommon, limitSelectsUserTablesBelowIt) {
+    DB db(-1, -1);
+    for (int i = 0; i < 3; i++) {
+        db.createUserTableByDescription("T\n0\n");
+    }
+    EXPECT_EQ(2, (TableSet{0, 34}.count(db)));
+    EXPECT_EQ(0, (TableSet{0, 32}.count(db)));
+    EXPECT_EQ(4, (TableSet{1, 128}.count(db)));
+}
+
+TEST(SnapshotCommon, onlyTheDatabaseOfTheProcessIsBroughtUpToDate) {
+    DB db(-1, -1);
+    MemoryWriter writer;
+    Progress progress;
+    RecordingRefresh refresh;
+    DB* previous = ourDB;
+    ourDB = nullptr;
+    writeTables(&db, writer, TableSet{2, 0}, 0, 0, &progress, nullptr, false, &refresh);
+    EXPECT_EQ(0, refresh.calls);
+    ourDB = &db;
+    writeTables(&db, writer, TableSet{2, 0}, 0, 0, &progress, nullptr, false, &refresh);
+    EXPECT_EQ(1, refresh.calls);
+    EXPECT_EQ(2, refresh.mask);
+    writeTables(&db, writer, TableSet{2, 0}, 0, 0, &progress, nullptr, false, nullptr);
+    ourDB = previous;
+    EXPECT_THROW(writeTables(&db, writer, TableSet{2, 0}, 0, 0, nullptr, nullptr, false, nullptr),
+                 VDKRuntimeException);
+    takeLog();
+}
+
+TEST(SnapshotCommon, progressIsSharedOutAmongTheTables) {
+    DB db(-1, -1);
+    for (int slot : {SLOT_Thread, SLOT_Method, SLOT_Monitor, SLOT_Frame}) {
+        db.tables[slot]->setRecordModificationStamp(1, 1);
+    }
+    MemoryWriter writer;
+    Progress progress;
+    writeTables(&db, writer, TableSet{2 | 4 | 32 | 256, 0}, 10, 90, &progress, nullptr, false,
+                nullptr);
+    // The last table has the steps 70 to 90, and its first row reports their start.
+    EXPECT_EQ(70, progress.getLastPercent());
+}
+
+TEST(SnapshotCommon, userTableDescriptionsStandAheadOfTheTables) {
+    DB db(-1, -1);
+    db.createUserTableByDescription("T\n0\n");
+    MemoryWriter writer;
+    writeUserTableDescriptions(&db, writer);
+    EXPECT_EQ(hex("5" + intBytes(32) + intBytes(4) + "T\n0\n"), hex(writer.take()));
+}

@@ -1,0 +1,167 @@
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "DBTestSupport.h"
+#include "db/Progress.h"
+#include "db/SnapshotWriter.h"
+#include "db/SocketWriter.h"
+
+namespace {
+struct SocketPair {
+    SocketPair() { EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, ends)); }
+    ~SocketPair() {
+        close(ends[0]);
+        close(ends[1]);
+    }
+    std::string readAll(int end) {
+        std::string bytes;
+        char buffer[4096];
+        ssize_t count;
+        while ((count = read(ends[end], buffer, sizeof(buffer))) > 0) {
+            bytes.append(buffer, static_cast<size_t>(count));
+        }
+        return bytes;
+    }
+    int ends[2];
+};
+} // namespace
+
+TEST(SocketWriter, sendsEverythingToASlowReader) {
+    SocketPair pair;
+    std::string received;
+    std::thread reader([&] { received = pair.readAll(1); });
+    {
+        SocketWriter writer(pair.ends[0]);
+        for (int i = 0; i < 1000000; i++) {
+            writer.writeInt(i);
+        }
+    }
+    shutdown(pair.ends[0], SHUT_WR);
+    reader.join();
+    ASSERT_EQ(4000000u, received.size());
+    EXPECT_EQ(intBytes(999999), received.substr(3999996));
+}
+
+TEST(SocketWriter, aVanishedReaderStopsNothing) {
+    SocketPair pair;
+    shutdown(pair.ends[1], SHUT_RDWR);
+    SocketWriter writer(pair.ends[0]);
+    for (int i = 0; i < 100000; i++) {
+        writer.writeInt(i);
+    }
+    writer.flush();
+    EXPECT_EQ(0, writer.getUsed());
+}
+
+TEST(SocketWriter, aReaderThatTakesNothingIsCutOff) {
+    SocketPair pair;
+    {
+        SocketWriter writer(pair.ends[0], 50);
+        for (int i = 0; i < 1000000; i++) {
+            writer.writeInt(i);
+        }
+    }
+    // What was sent arrives without a hole, and then the connection ends.
+    const std::string received = pair.readAll(1);
+    EXPECT_LT(received.size(), 4000000u);
+    for (size_t at = 0; at + 4 <= received.size(); at += 4) {
+        ASSERT_EQ(intBytes(static_cast<int>(at / 4)), received.substr(at, 4));
+    }
+}
+
+TEST(SocketWriter, aReaderThatTakesAlmostNothingIsCutOff) {
+    SocketPair pair;
+    // Small, so that the writer never waits for long at once.
+    const int bufferBytes = 8192;
+    setsockopt(pair.ends[0], SOL_SOCKET, SO_SNDBUF, &bufferBytes, sizeof(bufferBytes));
+    std::string received;
+    std::atomic<int> pauseMs{12};
+    std::thread reader([&] {
+        char buffer[512];
+        ssize_t count;
+        while ((count = read(pair.ends[1], buffer, sizeof(buffer))) > 0) {
+            received.append(buffer, static_cast<size_t>(count));
+            std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
+        }
+    });
+    {
+        SocketWriter writer(pair.ends[0], 600);
+        for (int i = 0; i < 50000; i++) {
+            writer.writeInt(i);
+        }
+    }
+    pauseMs = 0;
+    shutdown(pair.ends[0], SHUT_WR);
+    reader.join();
+    EXPECT_LT(received.size(), 200000u);
+    for (size_t at = 0; at + 4 <= received.size(); at += 4) {
+        ASSERT_EQ(intBytes(static_cast<int>(at / 4)), received.substr(at, 4));
+    }
+}
+
+TEST(SocketWriter, aBadDescriptorIsNoError) {
+    SocketWriter writer(-1);
+    writer.writeInt(1);
+    writer.flush();
+    EXPECT_EQ(0, writer.getUsed());
+}
+
+TEST(SnapshotWriter, firstErrorIsKeptAndWritingGoesOn) {
+    const int full = open("/dev/full", O_WRONLY);
+    if (full < 0) {
+        GTEST_SKIP() << "no full device here";
+    }
+    SnapshotWriter writer(full);
+    EXPECT_EQ(nullptr, writer.getErrorMessage());
+    writer.writeInt(1);
+    writer.flush();
+    EXPECT_STREQ("No space left on device", writer.getErrorMessage());
+    EXPECT_EQ(0, writer.getUsed());
+    EXPECT_EQ(0, errno);
+    close(full);
+    writer.writeInt(2);
+    writer.flush();
+    EXPECT_STREQ("No space left on device", writer.getErrorMessage());
+}
+
+TEST(SnapshotWriter, largeContentReachesTheFile) {
+    char path[] = "/tmp/vdk-snapshot-writer-XXXXXX";
+    const int file = mkstemp(path);
+    ASSERT_GE(file, 0);
+    {
+        SnapshotWriter writer(file);
+        for (int i = 0; i < 700000; i++) {
+            writer.writeInt(i);
+        }
+        EXPECT_EQ(nullptr, writer.getErrorMessage());
+    }
+    EXPECT_EQ(2800000, lseek(file, 0, SEEK_END));
+    close(file);
+    unlink(path);
+}
+
+TEST(Progress, packetIsBigEndianMagicIdAndPercent) {
+    SocketPair pair;
+    Progress progress(pair.ends[0]);
+    progress.updateProgress(7);
+    progress.updateProgress(7);
+    progress.updateProgress(3);
+    shutdown(pair.ends[0], SHUT_WR);
+    EXPECT_EQ("00 00 00 00 07 5B CD 15 00 01 88 F8 00 00 00 07", hex(pair.readAll(1)));
+}
+
+TEST(Progress, refusesPercentOutsideItsScale) {
+    Progress progress;
+    EXPECT_THROW(progress.updateProgressImpl(100), VDKRuntimeException);
+    EXPECT_THROW(progress.updateProgressImpl(-1), VDKRuntimeException);
+    progress.updateProgressImpl(99);
+    takeLog();
+}

@@ -1,0 +1,279 @@
+#include <gtest/gtest.h>
+
+#include "instrument/BranchWidening.h"
+#include "instrument/CodeRewrite.h"
+#include "instrument/TracingInstrumentation.h"
+#include "support/ClassBuilder.h"
+#include "support/ReferenceClass.h"
+#include "support/RewriteClasses.h"
+
+namespace {
+
+using B = ClassBuilder;
+
+std::string text(const unsigned char* code, int length) {
+    return std::string(reinterpret_cast<const char*>(code), static_cast<size_t>(length));
+}
+
+// Rewrites a class and reads the result. Ids count from 1 in the order of the methods.
+struct Rewritten {
+    Rewritten(const std::string& bytes, bool allocations, bool tracing)
+        : counts(), result(rewriteClass(bytes.data(), static_cast<int>(bytes.size()), allocations,
+                                        tracing, &ids, &counts)),
+          parsed(result.empty() ? bytes.data() : result.data(),
+                 result.empty() ? bytes.size() : result.size()) {}
+    const ReferenceMethod& method(const char* name) { return *parsed.method(name); }
+    bool holds(MethodOutcome outcome) const { return counts.methods[outcome] == 1; }
+    CountingIds ids;
+    InstrumentationCounts counts;
+    std::string result;
+    ReferenceClass parsed;
+};
+
+class CodeSequences : public testing::Test {
+protected:
+    void SetUp() override {
+        Logger::setSink([](const char*) {});
+    }
+    void TearDown() override { Logger::setSink(nullptr); }
+};
+
+// A static method without frames.
+std::string oneMethod(const std::string& code, int major = 49,
+                      const std::string& descriptor = "()V", const B::Attributes& attributes = {},
+                      const std::vector<B::Handler>& handlers = {}) {
+    B builder(major);
+    builder.addMethod(9, "m", descriptor, 4, 4, code, handlers, attributes);
+    return builder.build();
+}
+
+} // namespace
+
+TEST_F(CodeSequences, bytesAreExact) {
+    unsigned char code[32];
+    EXPECT_EQ(insertEntryCode(0x0203, 0x00120034, code, 0, -1, false), 9);
+    EXPECT_EQ(text(code, 9), B::code({0x11, 0x00, 0x34, 0x11, 0x00, 0x12, 0xb8, 2, 3}));
+    EXPECT_EQ(insertEntryCode(0x0203, 0x00120034, code, 0, 0x105, false), 14);
+    EXPECT_EQ(text(code, 14),
+              B::code({2, 0xc4, 0x36, 1, 5, 0x11, 0x00, 0x34, 0x11, 0x00, 0x12, 0xb8, 2, 3}));
+    EXPECT_EQ(insertEntryCode(1, 1, code, 0, -1, true), 16);
+    EXPECT_EQ(text(code + 9, 7), std::string(7, '\0'));
+    EXPECT_EQ(insertEntryCode(1, 1, code, 0, 7, true), 16);
+    EXPECT_EQ(text(code + 14, 2), std::string(2, '\0'));
+    EXPECT_EQ(insertExitCode(0x0203, 0x0a0b0c0d, code, 0, true), 12);
+    EXPECT_EQ(text(code, 12), B::code({0x11, 0x0c, 0x0d, 0x11, 0x0a, 0x0b, 0xb8, 2, 3, 0, 0, 0}));
+    EXPECT_EQ(insertAllocOnlyEntryCode(code, 0, 3), 8);
+    EXPECT_EQ(text(code, 8), B::code({2, 0xc4, 0x36, 0, 3, 0, 0, 0}));
+    EXPECT_EQ(insertAllocOnlyEntryCode(code, 0, -1), 0);
+    EXPECT_EQ(insertNewArrayCode(0x0203, code, 0, 3), 12);
+    EXPECT_EQ(text(code, 12), B::code({0x59, 0xc4, 0x15, 0, 3, 0xb8, 2, 3, 0xc4, 0x36, 0, 3}));
+    EXPECT_EQ(insertNewCodeStart(code, 0, INSERT_NEW_DUP), 4);
+    EXPECT_EQ(text(code, 4), B::code({0x59, 0, 0, 0}));
+    EXPECT_EQ(insertNewCodeStart(code, 0, INSERT_NEW_CANCELLED), 4);
+    EXPECT_EQ(text(code, 4), std::string(4, '\0'));
+    EXPECT_EQ(insertNewCodeEnd(0x0203, code, 0, INSERT_OBJECT_CALL, 3), 12);
+    EXPECT_EQ(code[0], 0x59);
+    EXPECT_EQ(insertNewCodeEnd(0x0203, code, 0, INSERT_OBJECT_CALL_OWN, 3), 12);
+    EXPECT_EQ(code[0], 0);
+}
+
+TEST_F(CodeSequences, wrongKindsAreInternalErrors) {
+    unsigned char code[32];
+    EXPECT_THROW(insertNewCodeStart(code, 0, INSERT_EXIT), VDKRuntimeException);
+    EXPECT_THROW(insertNewCodeEnd(1, code, 0, INSERT_NEW_DUP, 0), VDKRuntimeException);
+    EXPECT_THROW(insertCodeBefore(0, 1, 1, code, 0, false), VDKRuntimeException);
+    EXPECT_THROW(insertCodeAfter(8, 1, code, 0, 0), VDKRuntimeException);
+}
+
+TEST_F(CodeSequences, everyInsertionInASwitchMethodIsAMultipleOfFour) {
+    for (int kind = INSERT_EXIT; kind <= INSERT_CALL_CANCELLED; kind++) {
+        EXPECT_EQ(insertionLength(kind, true) % 4, 0) << kind;
+    }
+    EXPECT_EQ(ENTRY_CODE_LENGTH(true, true) % 4, 0);
+    EXPECT_EQ(ENTRY_CODE_LENGTH(true, false) % 4, 0);
+    EXPECT_EQ(ALLOC_ONLY_ENTRY_CODE_LENGTH(true) % 4, 0);
+}
+
+TEST_F(CodeSequences, jumpsConvertInPairs) {
+    const int pairs[][2] = {{153, 154}, {155, 156}, {157, 158}, {159, 160},
+                            {161, 162}, {163, 164}, {165, 166}, {198, 199}};
+    for (const auto& pair : pairs) {
+        EXPECT_EQ(convertJump(pair[0]), pair[1]);
+        EXPECT_EQ(convertJump(pair[1]), pair[0]);
+    }
+    EXPECT_EQ(convertJump(167), 200);
+    EXPECT_EQ(convertJump(168), 201);
+    EXPECT_THROW(convertJump(169), VDKRuntimeException);
+}
+
+TEST_F(CodeSequences, trivialAccessorsAreLeftAlone) {
+    struct Row {
+        std::string code;
+        bool skipped;
+    };
+    const Row rows[] = {
+        {B::code({177}), true},
+        {B::code({4, 172}), true},
+        {B::code({0, 0, 177}), false},
+        {B::code({178, 0, 1, 176}), true},
+        {B::code({179, 0, 1, 177}), false},
+        {B::code({42, 180, 0, 1, 176}), true},
+        {B::code({43, 180, 0, 1, 176}), false},
+        {B::code({26, 179, 0, 1, 177}), true},
+        {B::code({27, 179, 0, 1, 177}), false},
+        {B::code({42, 27, 181, 0, 1, 177}), true},
+        {B::code({42, 28, 181, 0, 1, 177}), false},
+        {B::code({42, 27, 0, 181, 0, 1, 177}), false},
+    };
+    for (const Row& row : rows) {
+        const std::string bytes = oneMethod(row.code);
+        DataInput input(reinterpret_cast<const unsigned char*>(bytes.data()),
+                        static_cast<int>(bytes.size()));
+        ClassFile classFile(input);
+        EXPECT_EQ(shouldSkipInstrumentation(classFile.getMethods()[0]), row.skipped)
+            << row.code.size();
+    }
+}
+
+TEST_F(CodeSequences, branchToAReturnArrivesAtTheExitCode) {
+    // goto 4; nop; return
+    Rewritten rewritten(oneMethod(B::code({167, 0, 4, 0, 177})), false, true);
+    const std::string& code = rewritten.method("m").code;
+    ASSERT_EQ(code.size(), 9u + 4 + 9 + 1);
+    EXPECT_EQ(code.substr(9, 3), B::code({167, 0, 4}));
+    EXPECT_EQ(static_cast<unsigned char>(code[13]), 0x11);
+    EXPECT_EQ(static_cast<unsigned char>(code.back()), 177);
+}
+
+TEST_F(CodeSequences, switchKeepsItsPaddingAndAlignment) {
+    // Two returns in front of a tableswitch at 11.
+    const std::string code = B::code({26, 153, 0, 4, 177, 26, 153, 0, 4, 177, 26, 170}) +
+                             B::u4(17) + B::u4(0) + B::u4(0) + B::u4(17) + B::u1(177);
+    Rewritten rewritten(oneMethod(code, 49, "(I)V"), false, true);
+    const std::string& result = rewritten.method("m").code;
+    const size_t at = 11 + 16 + 2 * 12;
+    ASSERT_EQ(result.size(), code.size() + 16 + 3 * 12);
+    EXPECT_EQ(at % 4, 11u % 4);
+    EXPECT_EQ(result.substr(at, 17), B::u1(170) + B::u4(17) + B::u4(0) + B::u4(0) + B::u4(17));
+}
+
+TEST_F(CodeSequences, tablesFollowTheCode) {
+    const B::Attributes attributes = {
+        {"LineNumberTable", B::u2(2) + B::u2(0) + B::u2(1) + B::u2(3) + B::u2(2)},
+        {"LocalVariableTable", B::u2(2) + B::u2(0) + B::u2(4) + B::u2(1) + B::u2(1) + B::u2(0) +
+                                   B::u2(1) + B::u2(2) + B::u2(1) + B::u2(1) + B::u2(1)}};
+    Rewritten rewritten(oneMethod(B::code({0, 0, 0, 177}), 49, "()V", attributes, {{0, 3, 3, 0}}),
+                        false, true);
+    const ReferenceMethod& m = rewritten.method("m");
+    ASSERT_EQ(m.code.size(), 22u);
+    EXPECT_EQ(m.codeAttributes[0].second, B::u2(2) + B::u2(9) + B::u2(1) + B::u2(12) + B::u2(2));
+    // A parameter stays visible from 0 to the end, another variable moves.
+    EXPECT_EQ(m.codeAttributes[1].second.substr(2, 4), B::u2(0) + B::u2(22));
+    EXPECT_EQ(m.codeAttributes[1].second.substr(12, 4), B::u2(10) + B::u2(2));
+    EXPECT_EQ(m.handlers[0].start, 9);
+    EXPECT_EQ(m.handlers[0].end, 12);
+    EXPECT_EQ(m.handlers[0].handler, 12);
+    EXPECT_EQ(m.maxStack, 8);
+}
+
+TEST_F(CodeSequences, throwingMethodHasAnEntryCallAlone) {
+    Rewritten rewritten(oneMethod(B::code({1, 0, 191})), false, true);
+    EXPECT_EQ(rewritten.method("m").code.size(), 9u + 3);
+}
+
+TEST_F(CodeSequences, methodWithoutAllocationsIsUntouchedWithoutTracing) {
+    Rewritten rewritten(oneMethod(B::code({0, 0, 177})), true, false);
+    EXPECT_EQ(rewritten.method("m").code, B::code({0, 0, 177}));
+    EXPECT_EQ(rewritten.ids.instrumented, 1);
+}
+
+TEST_F(CodeSequences, opaqueCodeAttributeLeavesTheMethodAlone) {
+    Rewritten rewritten(oneMethod(B::code({0, 0, 177}), 49, "()V", {{"CharacterRangeTable", "ab"}}),
+                        true, true);
+    EXPECT_TRUE(rewritten.holds(METHOD_OUTCOME_OPAQUE_ATTRIBUTE));
+    EXPECT_TRUE(rewritten.result.empty());
+}
+
+TEST_F(CodeSequences, limitsThatWouldBeLoweredLeaveTheMethodAlone) {
+    for (int locals = 0; locals < 2; locals++) {
+        B builder(49);
+        builder.addMethod(9, "m", "()V", locals == 0 ? 32764 : 1, locals == 0 ? 1 : 32767,
+                          B::code({0, 0, 177}));
+        Rewritten rewritten(builder.build(), true, true);
+        EXPECT_TRUE(rewritten.holds(METHOD_OUTCOME_LIMITS)) << locals;
+    }
+}
+
+TEST_F(CodeSequences, codeOfTheGreatestLengthIsTheLimit) {
+    // 9 bytes of entry and 9 of exit.
+    Rewritten fits(oneMethod(std::string(65535 - 19, '\0') + B::u1(177)), false, true);
+    EXPECT_EQ(fits.method("m").code.size(), 65535u);
+    Rewritten tooLong(oneMethod(std::string(65535 - 18, '\0') + B::u1(177)), false, true);
+    EXPECT_TRUE(tooLong.holds(METHOD_OUTCOME_TOO_LONG));
+    EXPECT_EQ(tooLong.method("m").code.size(), 65535u - 17);
+}
+
+TEST_F(CodeSequences, methodsStayBelowTheSizeThatTheJvmCompiles) {
+    Rewritten fits(oneMethod(std::string(8000 - 19, '\0') + B::u1(177)), false, true);
+    EXPECT_TRUE(fits.holds(METHOD_OUTCOME_INSTRUMENTED));
+    Rewritten tooLong(oneMethod(std::string(8000 - 18, '\0') + B::u1(177)), false, true);
+    EXPECT_TRUE(tooLong.holds(METHOD_OUTCOME_NEVER_COMPILED));
+    // Above the line already: nothing is lost.
+    Rewritten above(oneMethod(std::string(8001, '\0') + B::u1(177)), false, true);
+    EXPECT_TRUE(above.holds(METHOD_OUTCOME_INSTRUMENTED));
+    // With its array calls it would cross the line.
+    std::string arrays;
+    for (int i = 0; i < 400; i++) {
+        arrays += B::code({4, 188, 10, 87});
+    }
+    Rewritten shortForm(oneMethod(arrays + std::string(4000, '\0') + B::u1(177)), true, true);
+    EXPECT_TRUE(shortForm.holds(METHOD_OUTCOME_WITHOUT_ALLOCATIONS));
+    EXPECT_EQ(shortForm.method("m").code.size(), 1600u + 4000 + 1 + 18);
+}
+
+TEST_F(CodeSequences, offsetsOverflowAtTheirExactBoundary) {
+    struct Row {
+        int distance;
+        bool overflows;
+    };
+    const Row rows[] = {{32767, false}, {32768, true}, {-32768, false}, {-32769, true}};
+    ClassArena arena;
+    for (const Row& row : rows) {
+        // A goto at 40000 to a target one byte nearer than wanted; the map moves it.
+        const int sign = row.distance > 0 ? 1 : -1;
+        std::vector<int> map(80001);
+        const int target = 40000 + row.distance - sign;
+        for (int i = 0; i <= 80000; i++) {
+            const bool beyond = sign > 0 ? i >= target : i <= target;
+            map[static_cast<size_t>(i)] = i + (beyond ? sign : 0);
+        }
+        std::string code(80000, '\0');
+        code[40000] = static_cast<char>(167);
+        code.replace(40001, 2, B::u2(row.distance - sign));
+        OffsetTable table(arena);
+        table.addOffsetToTable(40000, 40001, true);
+        ZSet<int> longJumps(1);
+        std::string copy = code;
+        const bool fits = updateAllOffsets(&longJumps, table, code.data(), map.data(), 80000);
+        EXPECT_EQ(fits, !row.overflows) << row.distance;
+        EXPECT_EQ(longJumps.getSize(), row.overflows ? 1 : 0);
+        EXPECT_EQ(code.substr(40001, 2), B::u2(row.distance - (row.overflows ? sign : 0)));
+        EXPECT_EQ(updateAllOffsets(nullptr, table, copy.data(), map.data(), 80000), fits);
+    }
+}
+
+TEST_F(CodeSequences, transletsGetNoAllocationCalls) {
+    B builder(49, "Sheet", "org/apache/xalan/xsltc/runtime/AbstractTranslet");
+    builder.addMethod(9, "m", "()V", 1, 1, B::code({4, 188, 10, 87, 177}));
+    Rewritten rewritten(builder.build(), true, true);
+    EXPECT_EQ(rewritten.method("m").code.size(), 5u + 18);
+}
+
+TEST_F(CodeSequences, rootClassFinalizerAndInitializerAreLeftAlone) {
+    B builder(49, "java/lang/Object", "java/lang/Object");
+    builder.addMethod(4, "finalize", "()V", 1, 1, B::code({0, 0, 177}));
+    builder.addMethod(8, "<clinit>", "()V", 1, 1, B::code({0, 0, 177}));
+    builder.addMethod(1, "wait", "()V", 1, 1, B::code({0, 0, 177}));
+    Rewritten rewritten(builder.build(), true, true);
+    EXPECT_EQ(rewritten.ids.instrumented, 1);
+}

@@ -1,0 +1,280 @@
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "support/ClassBuilder.h"
+#include "support/ClassBundle.h"
+#include "support/ReferenceClass.h"
+#include "support/RewriteClasses.h"
+
+// Methods that no compiler would emit are rewritten and run in JVMs that verify everything. Each
+// has a static method m(I)I; its result must be that of the original.
+
+namespace {
+
+using B = ClassBuilder;
+
+const char DRIVER_SOURCE[] = R"(
+import java.nio.file.*;
+public class Driver {
+    public static void main(String[] names) throws Exception {
+        for (String name : names) {
+            StringBuilder line = new StringBuilder(name);
+            for (int i = 0; i < 3; i++) {
+                com.vandrik.runtime.Callback.entries = 0;
+                com.vandrik.runtime.Callback.exits = 0;
+                com.vandrik.runtime.Callback.objects = 0;
+                Object result = Class.forName(name).getMethod("m", int.class).invoke(null, i);
+                line.append(" ").append(result).append(":")
+                    .append(com.vandrik.runtime.Callback.entries).append(",")
+                    .append(com.vandrik.runtime.Callback.exits).append(",")
+                    .append(com.vandrik.runtime.Callback.objects);
+            }
+            System.out.println(line);
+        }
+    }
+}
+)";
+
+const char CALLBACK_SOURCE[] = R"(
+package com.vandrik.runtime;
+public class Callback {
+    public static int entries, exits, objects;
+    public static void vdkMethodEntry(short low, short high) { entries++; }
+    public static void vdkMethodExit(short low, short high) { exits++; }
+    public static int vdkInit(Object object, int frame) {
+        objects += object == null ? 1000 : 1;
+        return 7;
+    }
+}
+)";
+
+// Compiles driver and Callback, once for each JDK.
+const std::string& driverDirectory(const std::string& jdk) {
+    static std::map<std::string, std::string> directories;
+    std::string& directory = directories[jdk];
+    if (directory.empty()) {
+        directory = compileJava(jdk, "Callback", CALLBACK_SOURCE);
+        writeBinaryFile(directory + "/Driver.java", DRIVER_SOURCE);
+        std::string output;
+        EXPECT_EQ(runCommand(jdk + "/bin/javac -cp " + directory + " -d " + directory + " " +
+                                 directory + "/Driver.java",
+                             &output),
+                  0)
+            << output;
+    }
+    return directory;
+}
+
+// The lines of the driver, all classes in one JVM.
+std::string run(const std::string& jdk, const std::map<std::string, std::string>& classes) {
+    const std::string& directory = driverDirectory(jdk);
+    std::string names;
+    for (const auto& entry : classes) {
+        writeBinaryFile(directory + "/" + entry.first + ".class", entry.second);
+        names += " " + entry.first;
+    }
+    std::string output;
+    runCommand(jdk + "/bin/java -Xverify:all -XX:-PrintWarnings -cp " + directory + " Driver" +
+                   names,
+               &output);
+    return output;
+}
+
+std::string rewrite(const std::string& bytes, InstrumentationCounts* counts) {
+    CountingIds ids;
+    const std::string result =
+        rewriteClass(bytes.data(), static_cast<int>(bytes.size()), true, true, &ids, counts);
+    return result.empty() ? bytes : result;
+}
+
+class Widening : public testing::Test {
+protected:
+    void SetUp() override {
+        Logger::setSink([](const char*) {});
+    }
+    void TearDown() override { Logger::setSink(nullptr); }
+};
+
+// iload_0; ifeq END; <fill>; iconst_5; ireturn; END: iconst_3; ireturn, with the branch exactly
+// `distance` long. kind: 0 conditional, 1 goto (nop; nop; goto), 2 jsr.
+std::string farBranch(const std::string& name, int major, int kind, int distance) {
+    B builder(major, name);
+    std::string code = B::code({26});
+    B::Attributes attributes;
+    const int target = 1 + distance;
+    if (kind == 0) {
+        code += B::u1(153) + B::u2(distance);
+        code += std::string(static_cast<size_t>(target) - code.size() - 2, '\0');
+        code += B::code({8, 172, 6, 172});
+        if (major > 49) {
+            attributes.push_back({"StackMapTable", B::u2(1) + B::u1(251) + B::u2(target)});
+        }
+    } else if (kind == 1) {
+        // The fill is dead; old verifiers accept it.
+        code = B::u1(0) + B::u1(167) + B::u2(distance);
+        code += std::string(static_cast<size_t>(target) - code.size() - 2, '\0');
+        code += B::code({8, 172, 6, 172});
+    } else {
+        code = B::u1(0) + B::u1(168) + B::u2(distance) + B::code({26, 4, 96, 172});
+        code += std::string(static_cast<size_t>(target) - code.size() - 2, '\0');
+        code += B::code({8, 172});
+        code += B::code({76, 169, 1}); // astore_1, ret 1
+    }
+    builder.addMethod(9, "m", "(I)I", 2, 2, code, {}, attributes);
+    return builder.build();
+}
+
+} // namespace
+
+TEST_F(Widening, farBranchesOfOldClassesAreWidenedAndRun) {
+    std::map<std::string, std::string> classes;
+    std::vector<std::string> lines;
+    for (int kind = 0; kind < 3; kind++) {
+        for (int widened = 0; widened < 2; widened++) {
+            // Between branch and target the exit code of one return is inserted, 9 bytes; the jsr
+            // has two more returns behind it.
+            const int distance = 32767 - 9 + widened - (kind == 2 ? 9 : 0);
+            const std::string name =
+                "Far" + std::to_string(kind) + (widened == 1 ? "Widened" : "Short");
+            const std::string plain = farBranch(name, 48, kind, distance);
+            InstrumentationCounts counts = {};
+            const std::string rewritten = rewrite(plain, &counts);
+            ASSERT_EQ(counts.methods[METHOD_OUTCOME_INSTRUMENTED], 1) << name;
+            const ReferenceClass result(rewritten.data(), rewritten.size());
+            const std::string& code = result.method("m")->code;
+            const int expected[][2] = {{153, 154}, {167, 200}, {168, 201}};
+            EXPECT_EQ(static_cast<unsigned char>(code[9 + 1]), expected[kind][widened]) << name;
+            if (widened == 1 && kind == 0) {
+                EXPECT_EQ(code.substr(11, 3), B::code({0, 11, 200}));
+            }
+            // The same class under another name, as it was.
+            const std::string original = "Was" + name;
+            classes[name] = rewritten;
+            classes[original] = farBranch(original, 48, kind, distance);
+            const std::string value = kind == 2 ? " 1" : " 3";
+            lines.push_back(name + value + ":1,1,0");
+            lines.push_back(original + value + ":0,0,0");
+        }
+    }
+    for (const std::string& jdk : findJdks()) {
+        const std::string output = run(jdk, classes);
+        for (const std::string& line : lines) {
+            EXPECT_NE(output.find(line), std::string::npos) << line << "\n"
+                                                            << output.substr(0, 2000);
+        }
+    }
+}
+
+TEST_F(Widening, farBranchesOfClassesWithFramesAreLeftAlone) {
+    InstrumentationCounts counts = {};
+    const std::string fits = rewrite(farBranch("Far", 52, 0, 32767 - 9), &counts);
+    EXPECT_EQ(counts.methods[METHOD_OUTCOME_INSTRUMENTED], 1);
+    const std::string plain = farBranch("Far", 52, 0, 32767 - 8);
+    EXPECT_EQ(rewrite(plain, &counts), plain);
+    EXPECT_EQ(counts.methods[METHOD_OUTCOME_BRANCH_OVERFLOW], 1);
+    for (const std::string& jdk : findJdks()) {
+        EXPECT_NE(run(jdk, {{"Far", fits}}).find("Far 3:1,1,0 5:1,1,0"), std::string::npos);
+    }
+}
+
+TEST_F(Widening, oddAllocationPatternsStayValidAndCounted) {
+    struct Row {
+        const char* name;
+        std::string code;
+        B::Attributes frames; // for version 52
+        const char* expected; // counts of objects in the calls m(0), m(1)
+    };
+    const auto build = [](const char* name, int major, const std::string& code,
+                          const B::Attributes& attributes) {
+        B builder(major, name);
+        // Indices that the codes use: taken below from the same calls in the same order.
+        builder.classRef("java/lang/Object");
+        builder.methodRef("java/lang/Object", "<init>", "()V");
+        builder.classRef("java/lang/Integer");
+        builder.methodRef("java/lang/Integer", "<init>", "(I)V");
+        builder.addMethod(9, "m", "(I)I", 8, 4, code, {}, attributes);
+        return builder.build();
+    };
+    B probe(52, "XXXX");
+    const int object = probe.classRef("java/lang/Object");
+    const int objectInit = probe.methodRef("java/lang/Object", "<init>", "()V");
+    const int integer = probe.classRef("java/lang/Integer");
+    const int integerInit = probe.methodRef("java/lang/Integer", "<init>", "(I)V");
+    const auto op = [](int opcode, int index) { return B::u1(opcode) + B::u2(index); };
+    const std::string uninit0 = B::u1(8) + B::u2(0);
+    const Row rows[] = {
+        // new, no dup, constructor, nothing kept
+        {"Nod0", op(187, object) + op(183, objectInit) + B::code({26, 172}), {}, ":1,1,1"},
+        // new, dup, constructor, pop
+        {"Dup0",
+         op(187, object) + B::u1(89) + op(183, objectInit) + B::code({87, 26, 172}),
+         {},
+         ":1,1,1"},
+        // new without dup around a condition: 0 new, 3 iload_0, 4 ifeq 11, 7 iconst_1, 8 goto 12,
+        // 11 iconst_2, 12 invokespecial, 15 iload_0, 16 ireturn
+        {"Tern",
+         op(187, integer) + B::code({26, 153, 0, 7, 4, 167, 0, 4, 5}) + op(183, integerInit) +
+             B::code({26, 172}),
+         {{"StackMapTable", B::u2(2) + B::u1(64 + 11) + uninit0 + B::u1(255) + B::u2(0) + B::u2(1) +
+                                B::u1(1) + B::u2(2) + uninit0 + B::u1(1)}},
+         ":1,1,1"},
+        // the same with a dup
+        {"Dupt",
+         op(187, integer) + B::code({89, 26, 153, 0, 7, 4, 167, 0, 4, 5}) + op(183, integerInit) +
+             B::code({87, 26, 172}),
+         {{"StackMapTable", B::u2(2) + B::u1(255) + B::u2(12) + B::u2(1) + B::u1(1) + B::u2(2) +
+                                uninit0 + uninit0 + B::u1(255) + B::u2(0) + B::u2(1) + B::u1(1) +
+                                B::u2(3) + uninit0 + uninit0 + B::u1(1)}},
+         ":1,1,1"},
+        // iload_0, new, dup_x1, swap, constructor, pop: the copies go below the argument
+        {"Swap",
+         B::u1(26) + op(187, integer) + B::code({90, 95}) + op(183, integerInit) +
+             B::code({87, 26, 172}),
+         {},
+         ":1,1,1"},
+        // new, dup_x1 without a swap: the object is not on top after the constructor
+        {"Dx1x",
+         B::u1(26) + op(187, object) + B::u1(90) + op(183, objectInit) + B::code({87, 87, 26, 172}),
+         {},
+         ":1,1,0"},
+        // new, astore, aload, constructor: nothing is left on the stack
+        {"Stor",
+         op(187, object) + B::code({76, 43}) + op(183, objectInit) + B::code({26, 172}),
+         {},
+         ":1,1,0"},
+        // new, dup, astore_1, astore_2, aload_1, constructor: both copies left the stack
+        {"Sto2",
+         op(187, object) + B::code({89, 76, 77, 43}) + op(183, objectInit) + B::code({26, 172}),
+         {},
+         ":1,1,0"},
+        // new, dup, pop, constructor: no copy is left
+        {"Dpop",
+         op(187, object) + B::code({89, 87}) + op(183, objectInit) + B::code({26, 172}),
+         {},
+         ":1,1,0"},
+        // arrays of every kind
+        {"Arra",
+         B::code({4, 188, 10, 87, 4}) + op(189, object) + B::code({87, 26, 172}),
+         {},
+         ":1,1,2"},
+    };
+    for (int major : {48, 52}) {
+        std::map<std::string, std::string> classes;
+        InstrumentationCounts counts = {};
+        for (const Row& row : rows) {
+            const std::string plain =
+                build(row.name, major, row.code, major > 49 ? row.frames : B::Attributes());
+            classes[row.name] = rewrite(plain, &counts);
+        }
+        for (const std::string& jdk : findJdks()) {
+            const std::string output = run(jdk, classes);
+            for (const Row& row : rows) {
+                const std::string line =
+                    std::string(row.name) + " 0" + row.expected + " 1" + row.expected;
+                EXPECT_NE(output.find(line), std::string::npos) << major << " " << row.name << "\n"
+                                                                << output.substr(0, 2500);
+            }
+        }
+    }
+}

@@ -1,0 +1,282 @@
+// The seam to the operating system, against real processes, threads and segments.
+#include "platform/Platform.h"
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <pthread.h>
+#include <string>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <sys/wait.h>
+#include <thread>
+#include <time.h>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+const int PRIVATE_KEY = 0x56444b31;
+const long MS = 1000000;
+
+bool collectPid(int pid, void* context) {
+    static_cast<std::vector<int>*>(context)->push_back(pid);
+    return true;
+}
+
+bool stopAtFirst(int, void* context) {
+    ++*static_cast<int*>(context);
+    return false;
+}
+
+void collectArgument(const char* argument, void* context) {
+    static_cast<std::vector<std::string>*>(context)->push_back(argument);
+}
+
+bool contains(const std::vector<int>& pids, int pid) {
+    for (int candidate : pids) {
+        if (candidate == pid) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// A child that runs a shell with these arguments until it is ended: the script stops itself.
+const char SCRIPT[] = "kill -STOP $$";
+
+class Child {
+public:
+    explicit Child(const std::vector<const char*>& furtherArguments = {}) {
+        std::vector<const char*> arguments = {"sh", "-c", SCRIPT};
+        arguments.insert(arguments.end(), furtherArguments.begin(), furtherArguments.end());
+        std::vector<char*> copied;
+        for (const char* argument : arguments) {
+            copied.push_back(const_cast<char*>(argument));
+        }
+        copied.push_back(nullptr);
+        int ready[2];
+        EXPECT_EQ(0, pipe2(ready, O_CLOEXEC));
+        pid = fork();
+        if (pid == 0) {
+            execv("/bin/sh", copied.data());
+            _exit(127);
+        }
+        // The pipe closes at exec, so from here on the arguments are the program's.
+        close(ready[1]);
+        char byte;
+        EXPECT_EQ(0, read(ready[0], &byte, 1));
+        close(ready[0]);
+    }
+    ~Child() {
+        end();
+        reap();
+    }
+    void end() {
+        if (pid > 0) {
+            kill(pid, SIGKILL);
+        }
+    }
+    void reap() {
+        if (pid > 0) {
+            waitpid(pid, nullptr, 0);
+            pid = 0;
+        }
+    }
+    int pid;
+};
+
+// Burns CPU of the calling thread for about this long by its own clock.
+void burn(long ns) {
+    const long end = Platform::currentThreadCPUTimeNs() + ns;
+    while (Platform::currentThreadCPUTimeNs() < end) {
+    }
+}
+
+} // namespace
+
+TEST(Platform, listHoldsThisProcessAndItsParent) {
+    std::vector<int> pids;
+    ASSERT_TRUE(Platform::listProcesses(collectPid, &pids));
+    EXPECT_TRUE(contains(pids, getpid()));
+    EXPECT_TRUE(contains(pids, getppid()));
+    EXPECT_FALSE(contains(pids, 0));
+}
+
+TEST(Platform, listEndsWhenTheVisitorSaysSo) {
+    int visits = 0;
+    EXPECT_TRUE(Platform::listProcesses(stopAtFirst, &visits));
+    EXPECT_EQ(1, visits);
+}
+
+TEST(Platform, argumentsComeOutOneByOneEmptyOnesIncluded) {
+    Child child({"", "with blank"});
+    std::vector<std::string> arguments;
+    ASSERT_TRUE(Platform::processArguments(child.pid, collectArgument, &arguments));
+    EXPECT_EQ((std::vector<std::string>{"sh", "-c", SCRIPT, "", "with blank"}), arguments);
+}
+
+TEST(Platform, argumentsLongerThanOneBufferArriveWhole) {
+    const std::string longArgument(100000, 'x');
+    Child child({longArgument.c_str()});
+    std::vector<std::string> arguments;
+    ASSERT_TRUE(Platform::processArguments(child.pid, collectArgument, &arguments));
+    ASSERT_EQ(4u, arguments.size());
+    EXPECT_EQ(longArgument, arguments[3]);
+}
+
+TEST(Platform, argumentsOfNoProcessVisitNothing) {
+    std::vector<std::string> arguments;
+    EXPECT_FALSE(Platform::processArguments(INT_MAX, collectArgument, &arguments));
+    EXPECT_TRUE(arguments.empty());
+}
+
+TEST(Platform, zombieIsNotRunningButMayExistUntilItIsReaped) {
+    Child child;
+    EXPECT_TRUE(Platform::isRunning(child.pid));
+    child.end();
+    siginfo_t info;
+    ASSERT_EQ(0, waitid(P_PID, static_cast<id_t>(child.pid), &info, WEXITED | WNOWAIT));
+    EXPECT_FALSE(Platform::isRunning(child.pid));
+    EXPECT_TRUE(Platform::mayExist(child.pid));
+    const int pid = child.pid;
+    child.reap();
+    EXPECT_FALSE(Platform::mayExist(pid));
+    EXPECT_FALSE(Platform::isRunning(pid));
+}
+
+TEST(Platform, idsThatNoProcessHasAreNeitherRunningNorExisting) {
+    for (int pid : {0, -1, INT_MIN, INT_MAX}) {
+        EXPECT_FALSE(Platform::isRunning(pid)) << pid;
+        EXPECT_FALSE(Platform::mayExist(pid)) << pid;
+        EXPECT_EQ(0, Platform::processStartTime(pid)) << pid;
+    }
+}
+
+TEST(Platform, startTimeTellsTwoProcessesApart) {
+    Child first;
+    // The clock behind it ticks a hundred times a second.
+    Platform::sleepMicroseconds(30000);
+    Child second;
+    const long firstTime = Platform::processStartTime(first.pid);
+    EXPECT_GT(firstTime, 0);
+    EXPECT_GT(Platform::processStartTime(second.pid), firstTime);
+    EXPECT_EQ(firstTime, Platform::processStartTime(first.pid));
+}
+
+TEST(Platform, userIsTheOwnerOfTheProcess) {
+    EXPECT_EQ(static_cast<long>(geteuid()), Platform::processUser(getpid()));
+    EXPECT_EQ(-1, Platform::processUser(INT_MAX));
+}
+
+TEST(Platform, homeIsThatOfThePasswordEntryNotOfTheEnvironment) {
+    char fromEntry[PATH_MAX];
+    ASSERT_TRUE(Platform::userHome(fromEntry, sizeof fromEntry));
+    setenv("HOME", "/elsewhere", 1);
+    char again[PATH_MAX];
+    ASSERT_TRUE(Platform::userHome(again, sizeof again));
+    EXPECT_STREQ(fromEntry, again);
+    char tiny[1];
+    EXPECT_FALSE(Platform::userHome(tiny, sizeof tiny));
+}
+
+TEST(Platform, threadClockReadsTheThreadThatIsNamed) {
+    long nativeID = 0;
+    bool burnt = false;
+    pthread_barrier_t barrier;
+    pthread_barrier_init(&barrier, nullptr, 2);
+    std::thread busy([&] {
+        nativeID = Platform::currentThreadNativeID();
+        burn(50 * MS);
+        burnt = true;
+        pthread_barrier_wait(&barrier);
+        pthread_barrier_wait(&barrier);
+    });
+    pthread_barrier_wait(&barrier);
+    ASSERT_TRUE(burnt);
+    const long own = Platform::currentThreadCPUTimeNs();
+    const long other = Platform::threadCPUTimeNs(nativeID);
+    EXPECT_GE(other, 50 * MS);
+    EXPECT_LT(Platform::currentThreadCPUTimeNs() - own, 50 * MS);
+    pthread_barrier_wait(&barrier);
+    busy.join();
+    pthread_barrier_destroy(&barrier);
+}
+
+TEST(Platform, threadClockOfADeadThreadOrNoThreadIsMinusOne) {
+    long nativeID = 0;
+    std::thread gone([&] { nativeID = Platform::currentThreadNativeID(); });
+    gone.join();
+    // The kernel takes the thread down a moment after join returns.
+    for (int i = 0; i < 1000 && Platform::threadCPUTimeNs(nativeID) != -1; i++) {
+        Platform::sleepMicroseconds(1000);
+    }
+    EXPECT_EQ(-1, Platform::threadCPUTimeNs(nativeID));
+    for (long id : {0L, -1L, 1L, static_cast<long>(INT_MAX), LONG_MAX, LONG_MIN}) {
+        EXPECT_EQ(-1, Platform::threadCPUTimeNs(id)) << id;
+    }
+}
+
+TEST(Platform, ownClockAgreesWithTheNamedOne) {
+    burn(5 * MS);
+    const long named = Platform::threadCPUTimeNs(Platform::currentThreadNativeID());
+    const long own = Platform::currentThreadCPUTimeNs();
+    EXPECT_GE(named, 5 * MS);
+    EXPECT_GE(own, named);
+    EXPECT_LT(own - named, 20 * MS);
+}
+
+TEST(Platform, processClockHoldsAllThreads) {
+    const long before = Platform::processCPUTimeNs();
+    std::thread busy([] { burn(30 * MS); });
+    busy.join();
+    EXPECT_GE(Platform::processCPUTimeNs() - before, 25 * MS);
+}
+
+TEST(Platform, monotonicClockRisesOverASleep) {
+    const long before = Platform::monotonicTimeNs();
+    Platform::sleepMicroseconds(2000);
+    EXPECT_GE(Platform::monotonicTimeNs() - before, 2 * MS);
+}
+
+TEST(Platform, segmentIsSharedBetweenTwoAttachments) {
+    Platform::SharedMemoryOutcome outcome;
+    EXPECT_EQ(nullptr, Platform::attachExistingSharedMemory(PRIVATE_KEY, sizeof(int)));
+    int* first =
+        static_cast<int*>(Platform::attachSharedMemory(PRIVATE_KEY, sizeof(int), &outcome));
+    ASSERT_NE(nullptr, first);
+    EXPECT_EQ(nullptr, outcome.failedCall);
+    int* second = static_cast<int*>(Platform::attachExistingSharedMemory(PRIVATE_KEY, sizeof(int)));
+    ASSERT_NE(nullptr, second);
+    *first = 4711;
+    EXPECT_EQ(4711, *second);
+    shmctl(outcome.segment, IPC_RMID, nullptr);
+    shmdt(first);
+    shmdt(second);
+}
+
+TEST(Platform, segmentThatIsTooSmallIsRefusedWithTheReason) {
+    Platform::SharedMemoryOutcome outcome;
+    void* small = Platform::attachSharedMemory(PRIVATE_KEY + 1, 16, &outcome);
+    ASSERT_NE(nullptr, small);
+    const int segment = outcome.segment;
+    EXPECT_EQ(nullptr, Platform::attachSharedMemory(PRIVATE_KEY + 1, 1 << 20, &outcome));
+    EXPECT_STREQ("shmget", outcome.failedCall);
+    EXPECT_EQ(EINVAL, outcome.error);
+    EXPECT_EQ(-1, outcome.segment);
+    shmctl(segment, IPC_RMID, nullptr);
+    shmdt(small);
+}
+
+TEST(Platform, hostIDIsADecimalNumber) {
+    char text[32];
+    Platform::hostID(text, sizeof text);
+    char* end = nullptr;
+    strtol(text, &end, 10);
+    EXPECT_NE(text, end);
+    EXPECT_EQ(0, *end);
+}

@@ -1,0 +1,154 @@
+#include "profiling/Sampling.h"
+
+#include <gtest/gtest.h>
+
+#include "ToyJvm.h"
+#include "profiling/MethodLookup.h"
+#include "profiling/ZFrameStorage.h"
+
+namespace {
+
+// A thread with a stack of three methods: main, work, leaf.
+class SamplingTest : public testing::Test {
+protected:
+    SamplingTest() : info("worker", nullptr, 0, nullptr) {
+        for (int i = 0; i < 3; i++) {
+            const char* const names[] = {"main", "work", "leaf"};
+            methods[i] = ZMethod::getByName("A", names[i], "()");
+            frames[i] = ourFrameStorage.getChild(i == 0 ? 0 : frames[i - 1], methods[i]);
+        }
+    }
+    void setFlag(int method, int flag) {
+        ourDB->methodTable->getRecord(methods[method], true)->flags |= flag;
+    }
+    long timeOf(int frame) {
+        const CPUProfilingRecord* row = info.getCPUProfilingRecord(frames[frame], false);
+        return row == nullptr ? -1 : row->timeNs;
+    }
+    void sample(long cpuTimeNs, long wallDeltaNs = 20) {
+        chargeThreadSample(&info, frames[2], wallDeltaNs, cpuTimeNs);
+    }
+
+    ToyJvm jvm;
+    ThreadInfo info;
+    int methods[3];
+    int frames[3];
+};
+
+} // namespace
+
+TEST_F(SamplingTest, firstSampleChargesNothing) {
+    sample(5000);
+    EXPECT_EQ(0, timeOf(2));
+    EXPECT_EQ(5000, info.lastCpuTimeNs);
+}
+
+TEST_F(SamplingTest, everyFrameOfTheStackIsCharged) {
+    sample(5000);
+    sample(5700);
+    EXPECT_EQ(700, timeOf(0));
+    EXPECT_EQ(700, timeOf(1));
+    EXPECT_EQ(700, timeOf(2));
+    EXPECT_EQ(0, info.getCPUProfilingRecord(frames[2], false)->count);
+    EXPECT_FALSE(info.needsWallTimeCorrection);
+}
+
+TEST_F(SamplingTest, deltasOfAHundredSecondsAndMoreAreDropped) {
+    const struct {
+        long delta;
+        long charged;
+    } rows[] = {{1, 1}, {0, 0}, {-1, 0}, {99999999999, 99999999999}, {100000000000, 0}};
+    for (const auto& row : rows) {
+        info.clearCPUAndJ2EEInfo();
+        info.getCPUProfilingRecord(frames[2], true)->timeNs = 0;
+        sample(1000);
+        sample(1000 + row.delta);
+        EXPECT_EQ(row.charged, timeOf(2)) << row.delta;
+    }
+}
+
+TEST_F(SamplingTest, waitingMethodTakesNoTimeNowNorLater) {
+    setFlag(2, METHOD_WAIT);
+    sample(1000);
+    sample(1500);
+    EXPECT_EQ(-1, timeOf(2)) << "not even a row";
+    chargeThreadSample(&info, frames[1], 20, 1600);
+    EXPECT_EQ(100, timeOf(1));
+}
+
+TEST_F(SamplingTest, wallTimeHoldsFromItsFrameUpToTheRoot) {
+    setFlag(1, METHOD_WALL_TIME);
+    sample(1000);
+    EXPECT_EQ(20, timeOf(1)) << "wall time needs no earlier reading";
+    sample(1003);
+    EXPECT_EQ(3, timeOf(2));
+    EXPECT_EQ(40, timeOf(1));
+    EXPECT_EQ(40, timeOf(0));
+    EXPECT_TRUE(info.needsWallTimeCorrection);
+}
+
+TEST_F(SamplingTest, cpuTimeBeyondTheElapsedTimeCountsAsElapsed) {
+    setFlag(2, METHOD_WALL_TIME);
+    sample(1000);
+    sample(1100);
+    EXPECT_EQ(120, timeOf(2));
+}
+
+TEST_F(SamplingTest, idleThreadInWallTimeGoesOnBeingCharged) {
+    sample(1000);
+    sample(1000);
+    setFlag(0, METHOD_WALL_TIME);
+    info.forgetLastSample(); // as every start of profiling does, after it reloaded the filters
+    sample(1000);
+    sample(1000);
+    EXPECT_EQ(40, timeOf(0));
+}
+
+TEST_F(SamplingTest, idleThreadIsChargedAgainOnceItRuns) {
+    sample(1000);
+    sample(1000);
+    sample(1000);
+    EXPECT_EQ(0, timeOf(2));
+    sample(1200);
+    EXPECT_EQ(200, timeOf(2));
+}
+
+TEST_F(SamplingTest, timeChangesStampTheRowOtherwiseItKeepsItsStamp) {
+    sample(1000);
+    sample(1010);
+    ourDB->currentStamp = 4;
+    sample(1010);
+    EXPECT_EQ(1, info.getCPUProfilingRecord(frames[2], false)->stamp);
+    sample(1020);
+    EXPECT_EQ(4, info.getCPUProfilingRecord(frames[2], false)->stamp);
+}
+
+TEST_F(SamplingTest, threadStateRowHoldsThreadFrameAndState) {
+    doThreadStateSample(&info, -1, 5);
+    doThreadStateSample(&info, frames[1], 7);
+    const ThreadStateRecord* row = ourDB->threadStateTable->getRecord(0, false);
+    EXPECT_EQ(0, row->frame);
+    row = ourDB->threadStateTable->getRecord(1, false);
+    EXPECT_EQ(info.trn, row->trn);
+    EXPECT_EQ(frames[1], row->frame);
+    EXPECT_EQ(7, row->jvmtiThreadState);
+}
+
+TEST_F(SamplingTest, withoutStacksTheCountIsMinusOneAndTheStartStillTold) {
+    doThreadStateSample(&info, 0, 5);
+    int start = -5;
+    int count = -5;
+    sampleThreadStatesJVMTI(jvm.env(), false, &start, &count);
+    EXPECT_EQ(1, start);
+    EXPECT_EQ(-1, count);
+}
+
+TEST_F(SamplingTest, telemetryThatOutlivesAFailedAttachFindsNoStacks) {
+    jvmtiEnv* environment = ourJVMTI;
+    ourJVMTI = nullptr;
+    int start = -5;
+    int count = -5;
+    sampleThreadStatesJVMTI(jvm.env(), true, &start, &count);
+    ourJVMTI = environment;
+    EXPECT_EQ(0, count);
+}

@@ -1,0 +1,197 @@
+#pragma once
+
+#include <jvmti.h>
+
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "core/ground/Globals.h"
+#include "core/ground/JvmGlobals.h"
+#include "core/ground/Options.h"
+#include "db/DB.h"
+#include "profiling/ThreadInfo.h"
+
+// ToyJvm: a fresh ourDB, and the few functions of JVMTI and JNI that profiling needs to name
+// methods and to hold threads. One lives at a time.
+class ToyJvm {
+public:
+    struct Method {
+        std::string classSignature;
+        std::string name;
+        std::string signature;
+        bool unloaded = false;
+    };
+
+    ToyJvm() {
+        current() = this;
+        memset(&functions, 0, sizeof functions);
+        memset(&jniFunctions, 0, sizeof jniFunctions);
+        fillFunctions();
+        jvmti.functions = &functions;
+        jni.functions = &jniFunctions;
+        ourJVMTI = &jvmti;
+        DB::createAndInitializeDB(3600, 20000, createStandInThreads);
+        ourStatus = 0;
+    }
+    ~ToyJvm() {
+        ourJVMTI = nullptr;
+        delete ourDB;
+        ourDB = nullptr;
+        ourStatus = STACK_TELEMETRY | EXCEPTION_TELEMETRY;
+        ourCapabilities = 0x1140;
+        current() = nullptr;
+    }
+    ToyJvm(const ToyJvm&) = delete;
+    ToyJvm& operator=(const ToyJvm&) = delete;
+
+    JNIEnv* env() { return &jni; }
+
+    jmethodID addMethod(const char* classSignature, const char* name, const char* signature) {
+        methods.push_back({classSignature, name, signature});
+        return idOf(methods.size() - 1);
+    }
+    Method& method(jmethodID id) { return methods[reinterpret_cast<size_t>(id) - 1]; }
+    static jmethodID idOf(size_t index) { return reinterpret_cast<jmethodID>(index + 1); }
+    static jthread threadOf(size_t number) { return reinterpret_cast<jthread>(number + 1); }
+
+    // Threads, for suspension. Everything that was asked is written down as "suspend 3".
+    std::vector<jthread> threads;
+    jthread currentThread = nullptr;
+    std::map<jthread, jvmtiError> suspendErrors;
+    jvmtiError addCapabilitiesError = JVMTI_ERROR_NONE;
+    bool throwsNothing = true;
+    std::vector<std::string> calls;
+    std::map<jthread, std::string> names;
+    jint phase = JVMTI_PHASE_LIVE;
+    ThreadInfo* storedInfo = nullptr; // of the current thread
+    int nameLookups = 0;
+
+    jvmtiEnv jvmti;
+    JNIEnv jni;
+
+private:
+    static ToyJvm*& current() {
+        static ToyJvm* toy = nullptr;
+        return toy;
+    }
+    static char* copyOf(const std::string& text) { return strdup(text.c_str()); }
+    static void note(const char* what, jthread thread) {
+        current()->calls.push_back(std::string(what) + " " +
+                                   std::to_string(reinterpret_cast<size_t>(thread) - 1));
+    }
+
+    static jvmtiError JNICALL getMethodName(jvmtiEnv*, jmethodID id, char** name, char** signature,
+                                            char**) {
+        current()->nameLookups++;
+        const Method& method = current()->method(id);
+        if (method.unloaded) {
+            return JVMTI_ERROR_INVALID_METHODID;
+        }
+        *name = copyOf(method.name);
+        *signature = copyOf(method.signature);
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getDeclaringClass(jvmtiEnv*, jmethodID id, jclass* type) {
+        *type = reinterpret_cast<jclass>(id);
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getClassSignature(jvmtiEnv*, jclass type, char** signature, char**) {
+        *signature = copyOf(current()->method(reinterpret_cast<jmethodID>(type)).classSignature);
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL deallocateMemory(jvmtiEnv*, unsigned char* memory) {
+        free(memory);
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getPhase(jvmtiEnv*, jvmtiPhase* phase) {
+        *phase = static_cast<jvmtiPhase>(current()->phase);
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getStorage(jvmtiEnv*, jthread thread, void** data) {
+        *data = thread == nullptr ? current()->storedInfo : nullptr;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getThreadInfo(jvmtiEnv*, jthread thread, jvmtiThreadInfo* info) {
+        memset(info, 0, sizeof *info);
+        if (current()->names.count(thread) == 0) {
+            return JVMTI_ERROR_THREAD_NOT_ALIVE;
+        }
+        info->name = copyOf(current()->names[thread]);
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getAllThreads(jvmtiEnv*, jint* count, jthread** threads) {
+        const std::vector<jthread>& all = current()->threads;
+        *count = static_cast<jint>(all.size());
+        *threads = static_cast<jthread*>(malloc(sizeof(jthread) * (all.size() + 1)));
+        for (size_t i = 0; i < all.size(); i++) {
+            (*threads)[i] = all[i];
+        }
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getCurrentThread(jvmtiEnv*, jthread* thread) {
+        *thread = current()->currentThread;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL suspendList(jvmtiEnv*, jint count, const jthread* threads,
+                                          jvmtiError* results) {
+        for (jint i = 0; i < count; i++) {
+            note("suspend", threads[i]);
+            results[i] = current()->suspendErrors[threads[i]];
+        }
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL resumeList(jvmtiEnv*, jint count, const jthread* threads,
+                                         jvmtiError*) {
+        for (jint i = 0; i < count; i++) {
+            note("resume", threads[i]);
+        }
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL addCapabilities(jvmtiEnv*, const jvmtiCapabilities*) {
+        current()->calls.push_back("add");
+        return current()->addCapabilitiesError;
+    }
+    static jvmtiError JNICALL giveBack(jvmtiEnv*, const jvmtiCapabilities*) {
+        current()->calls.push_back("give back");
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getErrorName(jvmtiEnv*, jvmtiError, char** name) {
+        *name = copyOf("toy error");
+        return JVMTI_ERROR_NONE;
+    }
+    static void JNICALL deleteLocalRef(JNIEnv*, jobject) {}
+    static jboolean JNICALL isSameObject(JNIEnv*, jobject left, jobject right) {
+        return left == right;
+    }
+    static jint JNICALL ensureLocalCapacity(JNIEnv*, jint) { return 0; }
+    static jint JNICALL pushLocalFrame(JNIEnv*, jint) { return 0; }
+    static jobject JNICALL popLocalFrame(JNIEnv*, jobject result) { return result; }
+
+    void fillFunctions() {
+        functions.GetMethodName = getMethodName;
+        functions.GetMethodDeclaringClass = getDeclaringClass;
+        functions.GetClassSignature = getClassSignature;
+        functions.Deallocate = deallocateMemory;
+        functions.GetPhase = getPhase;
+        functions.GetThreadLocalStorage = getStorage;
+        functions.GetThreadInfo = getThreadInfo;
+        functions.GetAllThreads = getAllThreads;
+        functions.GetCurrentThread = getCurrentThread;
+        functions.SuspendThreadList = suspendList;
+        functions.ResumeThreadList = resumeList;
+        functions.AddCapabilities = addCapabilities;
+        functions.RelinquishCapabilities = giveBack;
+        functions.GetErrorName = getErrorName;
+        jniFunctions.DeleteLocalRef = deleteLocalRef;
+        jniFunctions.IsSameObject = isSameObject;
+        jniFunctions.EnsureLocalCapacity = ensureLocalCapacity;
+        jniFunctions.PushLocalFrame = pushLocalFrame;
+        jniFunctions.PopLocalFrame = popLocalFrame;
+    }
+
+    std::vector<Method> methods;
+    jvmtiInterface_1_ functions;
+    JNINativeInterface_ jniFunctions;
+};

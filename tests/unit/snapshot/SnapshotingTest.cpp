@@ -1,0 +1,116 @@
+#include "snapshot/Snapshoting.h"
+
+#include <fcntl.h>
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "db/SnapshotReader.h"
+#include "profiling/ToyJvm.h"
+#include "snapshot/SnapshotFile.h"
+
+namespace {
+
+// A directory of its own for each test.
+class SnapshotingTest : public testing::Test {
+protected:
+    SnapshotingTest() {
+        char name[] = "/tmp/vdk-snapshoting-XXXXXX";
+        directory = mkdtemp(name);
+    }
+    ~SnapshotingTest() override {
+        const std::string command = "rm -rf " + directory;
+        EXPECT_EQ(0, system(command.c_str()));
+    }
+    ZString pathOf(const char* name) { return ZString((directory + "/" + name).c_str()); }
+    void writeFile(const ZString& path, const char* text) { std::ofstream(path.c_str()) << text; }
+    std::string readFile(const ZString& path) {
+        std::ostringstream text;
+        text << std::ifstream(path.c_str()).rdbuf();
+        return text.str();
+    }
+
+    ToyJvm jvm;
+    std::string directory;
+};
+
+} // namespace
+
+TEST_F(SnapshotingTest, snapshotReadsBackWithFlagsAndRows) {
+    ThreadInfo info("worker", "group", 5, nullptr);
+    ourDB->setProperty("name", ourDB->stringPool->getDBIndex("value", true));
+    ourDB->createUserTableByDescription("T\n1\nuptime_ns\n1\n");
+    {
+        SnapshotFile file(pathOf("a.snapshot"));
+        ASSERT_TRUE(file.isOpen());
+        SnapshotWriter writer(file.getDescriptor());
+        writeSnapshot(ourDB, writer, 0, SNAPSHOT_CAUSE_SHUTDOWN);
+        writer.flush();
+        EXPECT_EQ(nullptr, writer.getErrorMessage());
+    }
+    const std::string bytes = readFile(pathOf("a.snapshot"));
+    MemorySource source(bytes.data(), static_cast<long>(bytes.size()));
+    DB read(-1, -1);
+    SnapshotReader reader(&read, source);
+    reader.read();
+    EXPECT_EQ(SNAPSHOT_CAUSE_SHUTDOWN | SNAPSHOT_OIDS_ARE_INDICES, reader.getHeader().flags);
+    EXPECT_FALSE(reader.getHeader().hasHeap());
+    const ThreadRecord* thread = read.threadTable->getRecord(info.threadRecordIndex, false);
+    ASSERT_NE(nullptr, thread);
+    EXPECT_STREQ("worker", read.stringPool->getText(thread->nameStrID));
+    EXPECT_NE(nullptr, read.getUserTable(FIRST_USER_TABLE));
+}
+
+TEST_F(SnapshotingTest, unusedStringsGoAfterTheSnapshotOfOurDatabase) {
+    ourDB->stringPool->getDBIndex("unused", true);
+    SnapshotFile file(pathOf("a.snapshot"));
+    SnapshotWriter writer(file.getDescriptor());
+    writeSnapshot(ourDB, writer, 0, 0);
+    EXPECT_EQ(0, ourDB->stringPool->getDBIndex("unused", false));
+}
+
+TEST_F(SnapshotingTest, fullDiskIsTheWritersErrorAndEndsNormally) {
+    SnapshotFile file("/dev/full");
+    ASSERT_TRUE(file.isOpen());
+    SnapshotWriter writer(file.getDescriptor());
+    writeSnapshot(ourDB, writer, 0, 0);
+    writer.flush();
+    EXPECT_STREQ("No space left on device", writer.getErrorMessage());
+}
+
+TEST_F(SnapshotingTest, fileIsNotReachedThroughALinkAndNotInherited) {
+    writeFile(pathOf("victim"), "precious");
+    ASSERT_EQ(0, symlink(pathOf("victim").c_str(), pathOf("link").c_str()));
+    EXPECT_FALSE(SnapshotFile(pathOf("link")).isOpen());
+    EXPECT_EQ("precious", readFile(pathOf("victim")));
+    SnapshotFile file(pathOf("plain"));
+    EXPECT_NE(0, fcntl(file.getDescriptor(), F_GETFD) & FD_CLOEXEC);
+}
+
+TEST_F(SnapshotingTest, pipeWithoutReaderDoesNotBlock) {
+    ASSERT_EQ(0, mkfifo(pathOf("pipe").c_str(), 0600));
+    EXPECT_FALSE(SnapshotFile(pathOf("pipe")).isOpen());
+}
+
+TEST_F(SnapshotingTest, missingDirectoryIsNoFile) {
+    EXPECT_FALSE(SnapshotFile(pathOf("none/a.snapshot")).isOpen());
+}
+
+TEST_F(SnapshotingTest, dumpIsSeenByItsChangedSize) {
+    writeFile(pathOf("old.hprof"), "old");
+    const DumpCandidates old(pathOf("old.hprof"), 42);
+    EXPECT_TRUE(old.findChanged().isEmpty()) << "there before the watch began";
+    writeFile(pathOf("old.hprof"), "longer");
+    EXPECT_EQ(old.findChanged(), pathOf("old.hprof"));
+}
+
+TEST_F(SnapshotingTest, dumpInADirectoryHasTheProcessIdInItsName) {
+    const DumpCandidates candidates(directory.c_str(), 42);
+    writeFile(pathOf("java_pid43.hprof"), "other");
+    EXPECT_TRUE(candidates.findChanged().isEmpty());
+    writeFile(pathOf("java_pid42.hprof"), "mine");
+    EXPECT_EQ(candidates.findChanged(), pathOf("java_pid42.hprof"));
+}
