@@ -1,0 +1,47 @@
+// An agent that asks for all stacks every `options` milliseconds and does nothing with them: the
+// cost below which no sampler of this kind can get. Its thread is named "bare-sampler".
+#include <cstdlib>
+#include <cstring>
+#include <jvmti.h>
+
+static jrawMonitorID ourMonitor;
+static jlong ourPeriodMs = 20;
+
+static void JNICALL sample(jvmtiEnv* jvmti, JNIEnv* env, void*) {
+    jvmti->RawMonitorEnter(ourMonitor);
+    for (;;) {
+        jvmti->RawMonitorWait(ourMonitor, ourPeriodMs);
+        jvmtiStackInfo* stacks = nullptr;
+        jint count = 0;
+        if (jvmti->GetAllStackTraces(10000, &stacks, &count) != JVMTI_ERROR_NONE) {
+            continue;
+        }
+        for (jint i = 0; i < count; i++) {
+            env->DeleteLocalRef(stacks[i].thread);
+        }
+        jvmti->Deallocate(reinterpret_cast<unsigned char*>(stacks));
+    }
+}
+
+static void JNICALL vmInit(jvmtiEnv* jvmti, JNIEnv* env, jthread) {
+    jclass type = env->FindClass("java/lang/Thread");
+    jmethodID make = env->GetMethodID(type, "<init>", "(Ljava/lang/String;)V");
+    jobject thread = env->NewObject(type, make, env->NewStringUTF("bare-sampler"));
+    jvmti->RunAgentThread(thread, sample, nullptr, JVMTI_THREAD_MAX_PRIORITY);
+}
+
+JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void*) {
+    jvmtiEnv* jvmti = nullptr;
+    if (vm->GetEnv(reinterpret_cast<void**>(&jvmti), JVMTI_VERSION_1_2) != JNI_OK) {
+        return 1;
+    }
+    if (options != nullptr && *options != 0) {
+        ourPeriodMs = atoi(options);
+    }
+    jvmti->CreateRawMonitor("bare-sampler", &ourMonitor);
+    jvmtiEventCallbacks callbacks;
+    memset(&callbacks, 0, sizeof callbacks);
+    callbacks.VMInit = vmInit;
+    jvmti->SetEventCallbacks(&callbacks, sizeof callbacks);
+    return jvmti->SetEventNotificationMode(JVMTI_ENABLE, JVMTI_EVENT_VM_INIT, nullptr);
+}
