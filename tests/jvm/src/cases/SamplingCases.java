@@ -44,8 +44,7 @@ public final class SamplingCases {
         return tables;
     }
 
-    // The spread keeps the samples from falling into step with the rounds of the program.
-    @Case(fixture = Burn.class, agent = "samplingdelta=15", alone = true)
+    @Case(fixture = Burn.class, alone = true)
     static void chargesMethodsInProportionAndIdleThreadsNothing(Target target) throws Exception {
         Thread.sleep(1500);
         long used = sample(target, 10_000, "burner");
