@@ -7,6 +7,7 @@
 #include "DbBuilder.h"
 #include "Expect.h"
 #include "FakeAgent.h"
+#include "SourceFolder.h"
 #include "TempDir.h"
 
 #include <cstdio>
@@ -369,10 +370,8 @@ TEST(TableFetcher, damagedStreamNamesTableAndRow) {
 }
 
 TEST(Protocol, numbersAreThoseOfTheJavaSide) {
-    std::string folder = __FILE__;
-    folder = folder.substr(0, folder.rfind("/tests/unit/"));
     std::string java =
-        TempDir::read(folder + "/src/runtime/java/com/vandrik/runtime/Protocol.java");
+        TempDir::read(sourceFolder() + "/src/runtime/java/com/vandrik/runtime/Protocol.java");
     ASSERT_FALSE(java.empty());
     static const struct {
         const char* name;

@@ -1,6 +1,7 @@
 #include "client/CommandLine.h"
 
 #include "Programs.h"
+#include "SourceFolder.h"
 #include "TempDir.h"
 
 #include <gtest/gtest.h>
@@ -91,9 +92,7 @@ TEST(CommandLine, everyCommandHasHelpWithItsOptionsAndExamples) {
 }
 
 TEST(CommandLine, everyCommandStandsInTheManualPage) {
-    std::string root = __FILE__;
-    root = root.substr(0, root.rfind("/tests/unit/"));
-    std::string page = TempDir::read(root + "/docs/vdk.1");
+    std::string page = TempDir::read(sourceFolder() + "/docs/vdk.1");
     ASSERT_FALSE(page.empty());
     for (const Command& command : commands()) {
         EXPECT_NE(page.find(".SS vdk " + command.name), std::string::npos) << command.name;

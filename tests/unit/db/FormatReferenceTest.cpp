@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "SourceFolder.h"
 #include "db/Records.h"
 #include "db/SnapshotCommon.h"
 
@@ -89,11 +90,7 @@ std::string reference() {
 }
 
 std::string documentPath() {
-    std::string path = __FILE__;
-    for (int i = 0; i < 4; i++) {
-        path.resize(path.rfind('/'));
-    }
-    return path + "/docs/format-tables.md";
+    return sourceFolder() + "/docs/format-tables.md";
 }
 } // namespace
 
