@@ -1,5 +1,6 @@
 #include "profiling/Sampling.h"
 
+#include <climits>
 #include <cstdlib>
 #include <ctime>
 
@@ -106,7 +107,8 @@ long nextWaitMs(ZRandom* random) {
     if (delta <= 0) {
         return period < 1 ? 1 : period;
     }
-    const long wait = static_cast<long>(period) - delta + random->below(2 * delta);
+    const int spread = delta > INT_MAX / 2 ? INT_MAX : 2 * delta;
+    const long wait = static_cast<long>(period) - delta + random->below(spread);
     return wait < 1 ? 1 : wait;
 }
 
