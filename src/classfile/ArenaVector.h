@@ -86,6 +86,13 @@ public:
         values = grown;
         capacity = count;
     }
+    // Makes the size `count`, for elements that were filled in behind it; there must be room.
+    void resize(int count) {
+        if (count < 0 || count > capacity) {
+            zvectorFail("zvector::resize", count, capacity);
+        }
+        size = count;
+    }
     // Appends count values at once.
     void append(const T* from, int count) {
         if (count > capacity - size) {

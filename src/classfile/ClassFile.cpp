@@ -60,9 +60,8 @@ ClassFile::ClassFile(DataInput& input, bool stripStackMaps)
 
 void ClassFile::noteJava7Constants() {
     for (int i = 1; i < pool.getSize() && !java7Constants; i++) {
-        const ConstantPoolInfo* const entry = pool[i];
-        java7Constants = entry != nullptr && entry->getTag() >= CONSTANT_METHOD_HANDLE &&
-                         entry->getTag() <= CONSTANT_INVOKE_DYNAMIC;
+        const int tag = pool.getContent(i).tag;
+        java7Constants = tag >= CONSTANT_METHOD_HANDLE && tag <= CONSTANT_INVOKE_DYNAMIC;
     }
 }
 

@@ -4,94 +4,206 @@
 
 namespace {
 
-unsigned hashIndices(int tag, int first, int second) {
-    unsigned hash = static_cast<unsigned>(first) * 0x9e3779b1u +
-                    static_cast<unsigned>(second) * 0x85ebca77u + static_cast<unsigned>(tag);
-    hash ^= hash >> 15;
-    return hash * 0x2c1b3c6du ^ hash >> 12;
-}
-
 unsigned long loadWord(const char* at) {
     unsigned long word;
     memcpy(&word, at, 8);
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    word = __builtin_bswap64(word);
+#endif
     return word;
 }
 
-// The length and three samples of the text: its beginning, middle and end. Names of one class
-// differ in one of them; where they don't, the comparison decides.
-unsigned hashText(const Utf8View& text) {
-    const int count = text.getLength();
-    const char* const bytes = text.getBytes();
-    unsigned long hash = static_cast<unsigned long>(count);
-    if (count >= 8) {
-        hash = (hash ^ loadWord(bytes)) * 0xff51afd7ed558ccdul;
-        hash = (hash ^ hash >> 29 ^ loadWord(bytes + count / 2 - 4)) * 0x9e3779b97f4a7c15ul;
-        hash ^= hash >> 31 ^ loadWord(bytes + count - 8);
-    } else {
-        for (int i = 0; i < count; i++) {
-            hash = hash * 257 + static_cast<unsigned char>(bytes[i]);
-        }
-    }
-    hash *= 0xc4ceb9fe1a85ec53ul;
-    return static_cast<unsigned>(hash ^ hash >> 32);
+// The length, the first eight bytes and the last eight; of a shorter text all of it is `last`.
+unsigned hashText(int length, unsigned long first, unsigned long last) {
+    const unsigned long hash = static_cast<unsigned long>(length) * 0xff51afd7ed558ccdul +
+                               first * 0x9e3779b97f4a7c15ul + last * 0xc2b2ae3d27d4eb4ful;
+    return static_cast<unsigned>(hash >> 32 ^ hash >> 45);
 }
 
-bool sameContent(const ConstantPoolInfo& left, const ConstantPoolInfo& right) {
-    if (left.getTag() != right.getTag()) {
-        return false;
+unsigned hashText(const Utf8View& text) {
+    const int length = text.getLength();
+    if (length >= 8) {
+        return hashText(length, loadWord(text.getBytes()), loadWord(text.getBytes() + length - 8));
     }
-    switch (left.getTag()) {
-    case CONSTANT_UTF8:
-        return static_cast<const ConstantUtf8Info&>(left).equals(
-            static_cast<const ConstantUtf8Info&>(right).getValue());
-    case CONSTANT_INTEGER:
-        return static_cast<const ConstantIntInfo&>(left).equals(
-            static_cast<const ConstantIntInfo&>(right).getValue());
-    case CONSTANT_CLASS:
-    case CONSTANT_STRING:
-        return static_cast<const ConstantOneIndexInfo&>(left).getIndex() ==
-               static_cast<const ConstantOneIndexInfo&>(right).getIndex();
-    default:
-        return static_cast<const ConstantTwoIndexInfo&>(left).getFirstIndex() ==
-                   static_cast<const ConstantTwoIndexInfo&>(right).getFirstIndex() &&
-               static_cast<const ConstantTwoIndexInfo&>(left).getSecondIndex() ==
-                   static_cast<const ConstantTwoIndexInfo&>(right).getSecondIndex();
+    unsigned long last = 0;
+    for (int i = 0; i < length; i++) {
+        last |= static_cast<unsigned long>(static_cast<unsigned char>(text.charAt(i))) << 8 * i;
     }
+    return hashText(length, 0, last);
 }
+
+// The same for a text behind which nothing may be read, but in front of which there are eight
+// bytes; without a branch.
+unsigned hashTextInPlace(const char* text, int length) {
+    const bool isShort = length < 8;
+    const unsigned long first = loadWord(text - (isShort ? 8 : 0));
+    const unsigned long last = loadWord(text + length - 8);
+    const int missing = isShort ? 8 - length : 0;
+    return hashText(length, isShort ? 0 : first, length == 0 ? 0 : last >> (8 * missing & 63));
+}
+
+unsigned hashIndices(int tag, int first, int second) {
+    const unsigned long hash = static_cast<unsigned long>(static_cast<unsigned>(first) << 16 |
+                                                          static_cast<unsigned>(second)) *
+                                   0x9e3779b97f4a7c15ul +
+                               static_cast<unsigned long>(tag) * 0xff51afd7ed558ccdul;
+    return static_cast<unsigned>(hash >> 32 ^ hash >> 45);
+}
+
+int shortAt(const unsigned char* at) {
+    return at[0] << 8 | at[1];
+}
+
+// How the entries of one tag look in a class file.
+struct EntryForm {
+    unsigned char body;      // bytes behind the tag, without a text; 0 for an unknown tag
+    unsigned char secondAt;  // where the last index of the body is
+    unsigned char unchecked; // 1 unless the indices must be at least 1
+    unsigned char wide;      // fills two indices
+};
+
+constexpr EntryForm FORMS[256] = {
+    {0, 0, 1, 0}, {2, 0, 1, 0},               // Utf8
+    {0, 0, 1, 0}, {4, 2, 1, 0},               // integer: its halves
+    {4, 0, 1, 0},                             // float
+    {8, 0, 1, 1},                             // long
+    {8, 0, 1, 1},                             // double
+    {2, 0, 0, 0},                             // class
+    {2, 0, 0, 0},                             // string
+    {4, 2, 0, 0},                             // field
+    {4, 2, 0, 0},                             // method
+    {4, 2, 0, 0},                             // interface method
+    {4, 2, 0, 0},                             // name and type
+    {0, 0, 1, 0}, {0, 0, 1, 0}, {3, 0, 1, 0}, // method handle
+    {2, 0, 1, 0},                             // method type
+    {4, 2, 1, 0},                             // dynamic
+    {4, 2, 1, 0},                             // invokedynamic
+    {2, 0, 1, 0},                             // module
+    {2, 0, 1, 0},                             // package; unknown tags follow
+};
 
 } // namespace
 
 bool ConstantPool::read(DataInput& input, int count) {
+    DataInput from = input;
     // Each entry takes at least 3 bytes, a wide one 9 for its two indices.
-    Logger::assertTrue(count <= input.getRemaining() / 3 + 2, "ConstantPool", __LINE__);
-    original = input.take(0);
-    const int start = input.getPosition();
-    ConstantPoolInfo** const into = entries.extend(count > 1 ? count - 1 : 0) - 1;
-    for (int i = 1; i < count; i++) {
-        into[i] = nullptr;
-    }
-    for (int i = 1; i < count; i++) {
-        ConstantPoolInfo* const entry = ConstantPoolInfoReader::create(input, arena);
-        if (entry == nullptr) {
+    Logger::assertTrue(count <= from.getRemaining() / 3 + 2, "ConstantPool", __LINE__);
+    original = from.take(0);
+    const int start = from.getPosition();
+    // One more: a wide entry at the last index is followed by a null that no count announced.
+    entries.reserve(count + 8);
+    Entry* const into = entries.data();
+    makeHeads(count);
+    int* const chains = heads;
+    const unsigned mask = headMask;
+    int i = 1;
+    while (i < count) {
+        const int offset = from.getPosition() - start;
+        const int tag = from.readUnsignedByte();
+        const EntryForm form = FORMS[tag];
+        if (form.body == 0) {
+            Logger::message(ZString("Unknown Constant Pool Info tag: ") + longToString(tag),
+                            nullptr);
             return false;
         }
-        into[i] = entry;
-        if (entry->isWide()) {
-            i++;
+        const unsigned char* const body = from.take(form.body);
+        const int first = shortAt(body);
+        const int second = shortAt(body + form.secondAt);
+        const bool isText = tag == CONSTANT_UTF8;
+        from.take(isText ? first : 0);
+        const bool zero = ((first | form.unchecked) == 0) | ((second | form.unchecked) == 0);
+        Logger::assertTrue(!zero, "ConstantPoolInfo", __LINE__);
+        if (tag == CONSTANT_METHOD_HANDLE) {
+            Logger::assertTrue(body[0] >= 1 && body[0] <= 9, "ConstantPoolInfo", __LINE__);
+        }
+        const int secondIndex = form.secondAt > 0 ? second : 0;
+        unsigned hash;
+        if (offset < 8) {
+            hash = isText ? hashText(Utf8View(reinterpret_cast<const char*>(body + 2), first))
+                          : hashIndices(tag, first, secondIndex);
+        } else {
+            // What is no text is taken for an empty one here.
+            const unsigned ofText =
+                hashTextInPlace(reinterpret_cast<const char*>(body + 2), isText ? first : 0);
+            const unsigned ofIndices = hashIndices(tag, first, secondIndex);
+            hash = isText ? ofText : ofIndices;
+        }
+        int& head = chains[hash & mask];
+        into[i] = {nullptr, offset + 1, head};
+        head = i++;
+        if (form.wide != 0) {
+            into[i++] = {nullptr, 0, 0};
         }
     }
-    originalBytes = input.getPosition() - start;
-    // A wide entry at the last index is followed by a null that no count announced.
-    if (count > 1 && entries[count - 1] != nullptr && entries[count - 1]->isWide()) {
-        entries.push(nullptr);
-    }
-    originalSize = entries.getSize();
-    readSize = originalSize;
+    entries.resize(i);
+    originalBytes = from.getPosition() - start;
+    originalSize = i;
+    input = from;
     return true;
 }
 
+ConstantPoolInfo* ConstantPool::makeObject(int index) const {
+    Entry& entry = entries[index];
+    const int offset = entry.place - 1;
+    DataInput input(original + offset, originalBytes - offset);
+    entry.object = ConstantPoolInfoReader::create(input, arena);
+    return entry.object;
+}
+
+ConstantPool::Content ConstantPool::getContent(int index) const {
+    const Entry& entry = entries[index];
+    Content content = {0, 0, 0, Utf8View()};
+    const ConstantPoolInfo* const object = entry.object;
+    if (object == nullptr) {
+        if (entry.place == 0) {
+            return content;
+        }
+        const unsigned char* const at = original + entry.place - 1;
+        content.tag = at[0];
+        const EntryForm& form = FORMS[at[0]];
+        if (content.tag == CONSTANT_UTF8) {
+            content.text = Utf8View(reinterpret_cast<const char*>(at + 3), shortAt(at + 1));
+        } else if (content.tag == CONSTANT_INTEGER) {
+            content.first = static_cast<int>(static_cast<unsigned>(shortAt(at + 1)) << 16 |
+                                             static_cast<unsigned>(shortAt(at + 3)));
+        } else {
+            content.first = shortAt(at + 1);
+            content.second = form.secondAt > 0 ? shortAt(at + 1 + form.secondAt) : 0;
+        }
+        return content;
+    }
+    content.tag = object->getTag();
+    switch (content.tag) {
+    case CONSTANT_UTF8:
+        content.text = static_cast<const ConstantUtf8Info*>(object)->getValue();
+        break;
+    case CONSTANT_INTEGER:
+        content.first = static_cast<const ConstantIntInfo*>(object)->getValue();
+        break;
+    case CONSTANT_CLASS:
+    case CONSTANT_STRING:
+    case CONSTANT_METHOD_TYPE:
+    case CONSTANT_MODULE:
+    case CONSTANT_PACKAGE:
+        content.first = static_cast<const ConstantOneIndexInfo*>(object)->getIndex();
+        break;
+    case CONSTANT_FIELD_REF:
+    case CONSTANT_METHOD_REF:
+    case CONSTANT_INTERFACE_METHOD_REF:
+    case CONSTANT_NAME_AND_TYPE:
+    case CONSTANT_DYNAMIC:
+    case CONSTANT_INVOKE_DYNAMIC:
+        content.first = static_cast<const ConstantTwoIndexInfo*>(object)->getFirstIndex();
+        content.second = static_cast<const ConstantTwoIndexInfo*>(object)->getSecondIndex();
+        break;
+    default:
+        break;
+    }
+    return content;
+}
+
 void ConstantPool::write(DataOutput& output) const {
-    output.writeUnsignedShort(entries.getSize());
+    output.writeUnsignedShort(getSize());
     int i = 1;
     if (originalSize > 0) {
         if (originalBytes > 0) {
@@ -99,15 +211,15 @@ void ConstantPool::write(DataOutput& output) const {
         }
         i = originalSize;
     }
-    while (i < entries.getSize()) {
-        const ConstantPoolInfo* const entry = entries[i];
+    while (i < getSize()) {
+        const ConstantPoolInfo* const entry = (*this)[i];
         entry->writeTo(output);
         i += entry->isWide() ? 2 : 1;
     }
 }
 
 const ConstantPoolInfo& ConstantPool::getEntry(int index, int tag) const {
-    const ConstantPoolInfo* const entry = entries[index];
+    const ConstantPoolInfo* const entry = (*this)[index];
     Logger::assertTrue(entry != nullptr && entry->getTag() == tag, "ConstantPool", __LINE__);
     return *entry;
 }
@@ -116,93 +228,58 @@ const ConstantUtf8Info& ConstantPool::getUtf8Info(int index) const {
     return static_cast<const ConstantUtf8Info&>(getEntry(index, CONSTANT_UTF8));
 }
 
+Utf8View ConstantPool::getUtf8(int index) const {
+    const Content content = getContent(index);
+    Logger::assertTrue(content.tag == CONSTANT_UTF8, "ConstantPool", __LINE__);
+    return content.text;
+}
+
 Utf8View ConstantPool::getClassName(int index) const {
-    return static_cast<const ConstantClassInfo&>(getEntry(index, CONSTANT_CLASS)).getName(*this);
+    const Content content = getContent(index);
+    Logger::assertTrue(content.tag == CONSTANT_CLASS, "ConstantPool", __LINE__);
+    return getUtf8(content.first);
 }
 
 const ConstantNameAndTypeInfo& ConstantPool::getNameAndType(int index) const {
     return static_cast<const ConstantNameAndTypeInfo&>(getEntry(index, CONSTANT_NAME_AND_TYPE));
 }
 
-unsigned ConstantPool::hashOf(const ConstantPoolInfo& entry) const {
-    switch (entry.getTag()) {
-    case CONSTANT_UTF8:
-        return hashText(static_cast<const ConstantUtf8Info&>(entry).getValue());
-    case CONSTANT_INTEGER:
-        return hashIndices(CONSTANT_INTEGER, static_cast<const ConstantIntInfo&>(entry).getValue(),
-                           0);
-    case CONSTANT_CLASS:
-    case CONSTANT_STRING:
-        return hashIndices(entry.getTag(),
-                           static_cast<const ConstantOneIndexInfo&>(entry).getIndex(), 0);
-    default:
-        return hashIndices(entry.getTag(),
-                           static_cast<const ConstantTwoIndexInfo&>(entry).getFirstIndex(),
-                           static_cast<const ConstantTwoIndexInfo&>(entry).getSecondIndex());
-    }
-}
-
-void ConstantPool::buildIndex() {
+void ConstantPool::makeHeads(int expected) {
     unsigned size = 64;
-    while (size < static_cast<unsigned>(entries.getSize()) * 2 + 64) {
+    while (size < static_cast<unsigned>(expected)) {
         size *= 2;
     }
-    slots = arena.allocateArray<int>(static_cast<int>(size));
-    memset(slots, 0, sizeof(int) * size);
-    slotMask = size - 1;
-    indexed = 0;
-    for (int i = 1; i < entries.getSize(); i++) {
-        const ConstantPoolInfo* const entry = entries[i];
-        if (entry != nullptr &&
-            (othersIndexed || i >= readSize || entry->getTag() == CONSTANT_UTF8)) {
-            insertIntoIndex(i);
-        }
-    }
+    heads = arena.allocateArray<int>(static_cast<int>(size));
+    memset(heads, 0, sizeof(int) * size);
+    headMask = size - 1;
 }
 
-// Enters the read entries that are no texts.
-void ConstantPool::indexOthers() {
-    if (othersIndexed) {
-        return;
-    }
-    othersIndexed = true;
-    for (int i = 1; i < readSize; i++) {
-        if (entries[i] != nullptr && entries[i]->getTag() != CONSTANT_UTF8) {
-            insertIntoIndex(i);
-        }
+void ConstantPool::buildIndex(int expected) {
+    makeHeads(expected);
+    for (int i = 1; i < getSize(); i++) {
+        insertIntoIndex(i);
     }
 }
 
 void ConstantPool::insertIntoIndex(int index) {
-    const ConstantPoolInfo* const entry = entries[index];
-    switch (entry->getTag()) {
-    case CONSTANT_UTF8:
-    case CONSTANT_INTEGER:
-    case CONSTANT_CLASS:
-    case CONSTANT_STRING:
-    case CONSTANT_METHOD_REF:
-    case CONSTANT_INTERFACE_METHOD_REF:
-    case CONSTANT_NAME_AND_TYPE:
-        break;
-    default:
-        return;
-    }
-    unsigned at = hashOf(*entry) & slotMask;
-    for (; slots[at] != 0; at = (at + 1) & slotMask) {
-        if (sameContent(*entries[slots[at]], *entry)) {
-            return;
-        }
-    }
-    slots[at] = index;
-    indexed++;
+    const Content content = getContent(index);
+    const bool isInt = content.tag == CONSTANT_INTEGER;
+    const unsigned hash =
+        content.tag == CONSTANT_UTF8
+            ? hashText(content.text)
+            : hashIndices(content.tag, isInt ? content.first >> 16 & 0xffff : content.first,
+                          isInt ? content.first & 0xffff : content.second);
+    int& head = heads[hash & headMask];
+    entries[index].next = head;
+    head = index;
 }
 
 int ConstantPool::append(ConstantPoolInfo* entry) {
     // The index exists: whoever appends has looked first.
-    entries.push(entry);
-    const int index = entries.getSize() - 1;
-    if (static_cast<unsigned>(indexed) * 2 > slotMask) {
-        buildIndex();
+    entries.push({entry, 0, 0});
+    const int index = getSize() - 1;
+    if (static_cast<unsigned>(index) / 2 > headMask) {
+        buildIndex(index * 2);
     } else {
         insertIntoIndex(index);
     }
@@ -210,48 +287,41 @@ int ConstantPool::append(ConstantPoolInfo* entry) {
 }
 
 void ConstantPool::entryChanged() {
-    slots = nullptr;
+    heads = nullptr;
     originalSize = 0;
 }
 
-int ConstantPool::findUtf8(const Utf8View& text) {
-    if (slots == nullptr) {
-        buildIndex();
-    }
-    for (unsigned at = hashText(text) & slotMask; slots[at] != 0; at = (at + 1) & slotMask) {
-        const ConstantPoolInfo* const entry = entries[slots[at]];
-        if (entry->getTag() == CONSTANT_UTF8 &&
-            static_cast<const ConstantUtf8Info*>(entry)->equals(text)) {
-            return slots[at];
+// The last match of a chain is the first in the pool.
+template <typename Match>
+int ConstantPool::findInChain(unsigned hash, Match match) const {
+    int found = 0;
+    for (int i = heads[hash & headMask]; i != 0; i = entries[i].next) {
+        if (match(getContent(i))) {
+            found = i;
         }
     }
-    return 0;
+    return found;
+}
+
+int ConstantPool::findUtf8(const Utf8View& text) {
+    if (heads == nullptr) {
+        buildIndex(getSize());
+    }
+    return findInChain(hashText(text), [&](const Content& content) {
+        return content.tag == CONSTANT_UTF8 && content.text == text;
+    });
 }
 
 int ConstantPool::findIndexed(int tag, int first, int second) {
-    if (slots == nullptr) {
-        buildIndex();
+    if (heads == nullptr) {
+        buildIndex(getSize());
     }
-    // An entry that was read can't name one that was not.
-    if (tag == CONSTANT_INTEGER || (first < readSize && second < readSize)) {
-        indexOthers();
-    }
-    for (unsigned at = hashIndices(tag, first, second) & slotMask; slots[at] != 0;
-         at = (at + 1) & slotMask) {
-        const ConstantPoolInfo* const entry = entries[slots[at]];
-        if (entry->getTag() != tag) {
-            continue;
-        }
-        const bool equal =
-            tag == CONSTANT_INTEGER ? static_cast<const ConstantIntInfo*>(entry)->equals(first)
-            : tag == CONSTANT_CLASS || tag == CONSTANT_STRING
-                ? static_cast<const ConstantOneIndexInfo*>(entry)->equals(first)
-                : static_cast<const ConstantTwoIndexInfo*>(entry)->equals(first, second);
-        if (equal) {
-            return slots[at];
-        }
-    }
-    return 0;
+    const bool isInt = tag == CONSTANT_INTEGER;
+    const unsigned hash =
+        hashIndices(tag, isInt ? first >> 16 & 0xffff : first, isInt ? first & 0xffff : second);
+    return findInChain(hash, [&](const Content& content) {
+        return content.tag == tag && content.first == first && content.second == second;
+    });
 }
 
 int ConstantPool::findOrCreateUtf8(const Utf8View& text) {

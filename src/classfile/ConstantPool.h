@@ -1,26 +1,35 @@
 #pragma once
 
+#include "classfile/ArenaVector.h"
 #include "classfile/ConstantPoolInfo.h"
-#include "core/ground/ZVector.h"
 
 // ConstantPool: the constants of one class.
 //
 // DESCRIPTION
 //   Entries are only ever appended, never moved or renumbered, so an index stays valid for the life
 //   of the ClassFile. Index 0 and the index behind a long or double hold null. Looking up by
-//   content is by hash and takes constant time; the first look-up builds the index. The size is not
-//   limited here: who writes the class checks it against 65535.
+//   content is by hash and takes constant time. The size is not limited here: who writes the class
+//   checks it against 65535.
 // IMPLEMENTATION
-//   slots is a table of entry indices with linear probing, a power of two of at least twice the
-//   entries, 0 for free; of equal entries the first is in it. Texts come first: most look-ups end
-//   at one that the class does not hold, and then the other read entries are not needed. Bytes read
-//   are written back as one block unless an original entry was changed.
+//   Reading notes where each entry begins; it becomes an object when somebody asks for it, which
+//   few entries of a class see. Reading enters every entry in the index too, since that is hidden
+//   behind the walk from entry to entry: heads is a table of chains by hash, a power of two, which
+//   link entries of falling index through `next`. Bytes read are written back as one block unless
+//   an original entry was changed.
 class ConstantPool {
 public:
+    // What an entry holds: its text, or its value or indices. The rest is empty or 0.
+    struct Content {
+        int tag; // 0 for the null entries
+        int first;
+        int second;
+        Utf8View text;
+    };
+
     explicit ConstantPool(ClassArena& owner)
-        : arena(owner), entries(8), slots(nullptr), slotMask(0), indexed(0), othersIndexed(false),
-          readSize(1), original(nullptr), originalBytes(0), originalSize(0) {
-        entries.push(nullptr);
+        : arena(owner), entries(owner), heads(nullptr), headMask(0), original(nullptr),
+          originalBytes(0), originalSize(0) {
+        entries.push({nullptr, 0, 0});
     }
 
     // Reads `count` - 1 indices worth of entries. False at an unknown tag; the rest is unread then.
@@ -31,13 +40,18 @@ public:
     // Number of indices, the null ones included: the class file's constant pool count.
     int getSize() const { return entries.getSize(); }
     // May be null. An index beyond the pool is an internal error.
-    ConstantPoolInfo* operator[](int index) const { return entries[index]; }
+    ConstantPoolInfo* operator[](int index) const {
+        const Entry& entry = entries[index];
+        return entry.object != nullptr || entry.place == 0 ? entry.object : makeObject(index);
+    }
+    // The same as values, without making an object of it.
+    Content getContent(int index) const;
     ClassArena& getArena() const { return arena; }
 
     // The entry at index, asserted to have the tag.
     const ConstantPoolInfo& getEntry(int index, int tag) const;
     const ConstantUtf8Info& getUtf8Info(int index) const;
-    Utf8View getUtf8(int index) const { return getUtf8Info(index).getValue(); }
+    Utf8View getUtf8(int index) const;
     Utf8View getClassName(int index) const;
     const ConstantNameAndTypeInfo& getNameAndType(int index) const;
 
@@ -56,21 +70,26 @@ public:
     void entryChanged();
 
 private:
+    struct Entry {
+        ConstantPoolInfo* object; // null for the null entries and while nobody asked
+        int place;                // 1 + its offset in the bytes read, 0 if it is not there
+        int next;                 // in its chain, 0 at the end
+    };
+
+    ConstantPoolInfo* makeObject(int index) const;
     int findIndexed(int tag, int first, int second);
     int findOrCreateMemberRef(int tag, int classIndex, int nameIndex, int descriptorIndex);
     int append(ConstantPoolInfo* entry);
-    void buildIndex();
-    void indexOthers();
+    void buildIndex(int expected);
+    void makeHeads(int expected);
     void insertIntoIndex(int index);
-    unsigned hashOf(const ConstantPoolInfo& entry) const;
+    template <typename Match>
+    int findInChain(unsigned hash, Match match) const;
 
     ClassArena& arena;
-    ZVector<ConstantPoolInfo*> entries;
-    int* slots;
-    unsigned slotMask;
-    int indexed;        // entries in the table
-    bool othersIndexed; // read entries that are no texts are in it
-    int readSize;       // number of indices read
+    mutable ArenaVector<Entry> entries;
+    int* heads; // first of each chain, 0 for none; null while there is no index
+    unsigned headMask;
     const unsigned char* original;
     int originalBytes;
     int originalSize; // number of indices that the original bytes hold; 0 when they are not true

@@ -3,26 +3,28 @@
 #include "classfile/OpCodes.h"
 
 StackEffects::StackEffects(ConstantPool& constantPool)
-    : pool(constantPool), effects(constantPool.getArena().allocateArray<Effect>(pool.getSize())) {
-    for (int i = 0; i < pool.getSize(); i++) {
-        effects[i] = {-1, 0};
-    }
-}
+    : pool(constantPool), effects(nullptr), count(0) {}
 
 const StackEffects::Effect& StackEffects::effectOf(int index) {
-    const ConstantPoolInfo* const entry = pool[index];
-    Logger::assertNotNULL(entry, "AllocationSites", __LINE__);
+    if (effects == nullptr) {
+        count = pool.getSize();
+        effects = pool.getArena().allocateArray<Effect>(count);
+        memset(static_cast<void*>(effects), 0xff, sizeof(Effect) * static_cast<size_t>(count));
+    }
+    // The pool may have grown since; the class's own code names nothing of that.
+    Logger::assertTrue(index < count, "AllocationSites", __LINE__);
     Effect& effect = effects[index];
     if (effect.parameters >= 0) {
         return effect;
     }
-    const int tag = entry->getTag();
+    const ConstantPool::Content entry = pool.getContent(index);
+    const int tag = entry.tag;
     Logger::assertTrue((tag >= CONSTANT_FIELD_REF && tag <= CONSTANT_INTERFACE_METHOD_REF) ||
                            tag == CONSTANT_INVOKE_DYNAMIC,
                        "AllocationSites", __LINE__);
-    const Utf8View descriptor =
-        pool.getNameAndType(static_cast<const ConstantTwoIndexInfo*>(entry)->getSecondIndex())
-            .getDescriptor(pool);
+    const ConstantPool::Content nameAndType = pool.getContent(entry.second);
+    Logger::assertEquals(nameAndType.tag, CONSTANT_NAME_AND_TYPE, "AllocationSites", __LINE__);
+    const Utf8View descriptor = pool.getUtf8(nameAndType.second);
     if (tag == CONSTANT_FIELD_REF) {
         effect.parameters = 0;
         effect.result = static_cast<short>(DescriptorTypes::slotsOf(descriptor.charAt(0)));
@@ -231,9 +233,13 @@ void AllocationSites::visitNew(int position) {
 
 bool AllocationSites::callsConstructor(int position) const {
     const ConstantPool& pool = classFile->getConstantPool();
-    const ConstantPoolInfo* const entry = pool[readCodeUnsignedShort(code, position + 1)];
-    return entry != nullptr && entry->getTag() == CONSTANT_METHOD_REF &&
-           static_cast<const ConstantMethodRefInfo*>(entry)->getMethodName(pool) == "<init>";
+    const ConstantPool::Content entry = pool.getContent(readCodeUnsignedShort(code, position + 1));
+    if (entry.tag != CONSTANT_METHOD_REF) {
+        return false;
+    }
+    const ConstantPool::Content nameAndType = pool.getContent(entry.second);
+    Logger::assertEquals(nameAndType.tag, CONSTANT_NAME_AND_TYPE, "AllocationSites", __LINE__);
+    return pool.getUtf8(nameAndType.first) == "<init>";
 }
 
 // Notes the allocation call if the constructor is called on the innermost pending object.

@@ -26,7 +26,8 @@ private:
     const Effect& effectOf(int index);
 
     ConstantPool& pool;
-    Effect* effects; // parameters -1 where nobody asked yet
+    Effect* effects; // parameters -1 where nobody asked yet; null before the first question
+    int count;
 };
 
 // AllocationSites: pairs each `new` of a method with its constructor call while the code is walked,
