@@ -9,16 +9,17 @@
 //   Allocation is a pointer bump; nothing is freed before the arena is. Objects in it must not need
 //   a destructor. One thread at a time uses an arena.
 // IMPLEMENTATION
-//   A list of blocks from the C++ heap, newest first. A request that does not fit in the newest
-//   block opens a new one of at least twice its size, so that a class of n bytes costs O(log n)
-//   heap calls.
+//   A list of blocks, newest first. A request that does not fit in the newest block opens a new one
+//   of at least twice its size, so that a class of n bytes costs O(log n) heap calls. Blocks of the
+//   standard size pass from one arena to the next, two at most, without the heap in between: most
+//   classes cost no heap call, and find their memory in the caches.
 class ClassArena {
 public:
     // firstBlock: expected need in bytes. No memory is taken before the first allocation.
-    explicit ClassArena(size_t firstBlock = 8192)
+    explicit ClassArena(size_t firstBlock = 0)
         : next(nullptr), end(nullptr), blocks(nullptr),
-          blockSize(firstBlock < 1024 ? 1024 : firstBlock) {}
-    ~ClassArena();
+          blockSize(firstBlock < STANDARD_BLOCK ? STANDARD_BLOCK : firstBlock) {}
+    ~ClassArena() { freeBlocks(nullptr); }
     ClassArena(const ClassArena&) = delete;
     ClassArena& operator=(const ClassArena&) = delete;
 
@@ -42,20 +43,33 @@ public:
     T* make(Args&&... args) {
         return new (allocate(sizeof(T))) T(static_cast<Args&&>(args)...);
     }
+    // Gives back what lies behind `unused` of the newest allocation.
+    void trim(const void* unused) {
+        next += (static_cast<const unsigned char*>(unused) - next + 7) & ~static_cast<long>(7);
+    }
+    // Forgets all allocations; the newest block stays for the next ones.
+    void reset();
     // A private copy of count bytes.
     unsigned char* copyBytes(const unsigned char* bytes, int count);
-    // Bytes taken from the heap so far.
+    // Bytes of all blocks taken so far.
     size_t getCommitted() const { return committed; }
 
 private:
     struct Block {
         Block* older;
+        size_t size; // without this header
     };
+    static constexpr size_t STANDARD_BLOCK = 128 * 1024;
+
     void* allocateSlowly(size_t rounded);
+    void openBlock(Block* block);
+    void freeBlocks(const Block* upTo);
+    static Block* takeBlock(size_t size);
+    static void giveBlock(Block* block);
 
     unsigned char* next;
     unsigned char* end;
     Block* blocks;
-    size_t blockSize;
+    size_t blockSize; // of the next block
     size_t committed = 0;
 };

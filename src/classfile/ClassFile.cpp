@@ -8,11 +8,10 @@ constexpr int LAST_VERSION_WITHOUT_FRAMES = 49;
 // ClassFile, JVMS 4.1: u4 magic, u2 minor, u2 major, constant pool, u2 access_flags, this_class,
 // super_class, interfaces, fields, methods, attributes.
 ClassFile::ClassFile(DataInput& input, bool stripStackMaps)
-    : arena(static_cast<size_t>(input.getRemaining()) * 3), accessFlags(0), thisClass(0),
-      superClass(0), interfaceCount(0), interfaces(nullptr), pool(arena), fields(arena),
-      methods(arena), attributes(arena), fieldSpan{nullptr, 0}, attributeSpan{nullptr, 0},
-      fieldsParsed(false), attributesParsed(false), invalid(false), java7Constants(false),
-      stripping(stripStackMaps) {
+    : arena(static_cast<size_t>(input.getRemaining())), accessFlags(0), thisClass(0), superClass(0),
+      interfaceCount(0), interfaces(nullptr), pool(arena), fields(arena), methods(arena),
+      attributes(arena), fieldSpan{nullptr, 0}, attributeSpan{nullptr, 0}, fieldsParsed(false),
+      attributesParsed(false), invalid(false), java7Constants(false), stripping(stripStackMaps) {
     magic = input.readInt();
     minorVersion = input.readUnsignedShort();
     majorVersion = input.readUnsignedShort();

@@ -38,6 +38,38 @@ const int ourOpCodeLength[256] = {
 
 namespace {
 
+// What the scan has to know about an opcode: its length, 0 where the opcode alone does not tell,
+// and what it is.
+enum ScanBits : unsigned char {
+    SCAN_LENGTH = 7,
+    SCAN_MARK = 8, // branches, switches, returns
+    SCAN_SWITCH = 16,
+    SCAN_NEW = 32
+};
+
+constexpr unsigned char scanRow(int length, OpCodeKind kind) {
+    const bool isSwitch = kind == OPK_TABLESWITCH || kind == OPK_LOOKUPSWITCH;
+    const bool isMark = (kind >= OPK_CONDITIONAL && kind <= OPK_JSR_W) || kind == OPK_RETURN;
+    const bool isNew = kind >= OPK_NEW && kind <= OPK_MULTIANEWARRAY;
+    return static_cast<unsigned char>((length > 0 ? length : 0) |
+                                      (isMark || isSwitch ? SCAN_MARK : 0) |
+                                      (isSwitch ? SCAN_SWITCH : 0) | (isNew ? SCAN_NEW : 0));
+}
+
+const unsigned char SCAN[256] = {
+#define OP(code, name, length, kind, pops, pushes) scanRow(length, OPK_##kind),
+    VDK_OPCODES(OP)
+#undef OP
+        1,
+#define NOTHING_17 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0
+    NOTHING_17,
+    NOTHING_17,
+    NOTHING_17,
+#undef NOTHING_17
+    1,
+    1,
+};
+
 [[noreturn]] void failCutOff(int position) {
     Logger::error(ZString("Instruction reaches beyond the code at ") + longToString(position),
                   "OpCodes", __LINE__);
@@ -110,17 +142,30 @@ int nextInstruction(const unsigned char* code, int length, int position) {
     return static_cast<int>(next);
 }
 
-CodeTraits scanCode(const unsigned char* code, int length) {
-    CodeTraits traits = {false, false};
+CodeTraits scanCode(const unsigned char* code, int length, unsigned short* marks, int* markCount) {
+    int seen = 0;
+    int count = 0;
     int position = 0;
+    int last = 0;
     while (position < length) {
-        const OpCodeInfo& info = ourOpCodes[code[position]];
-        traits.hasSwitch |= info.kind == OPK_TABLESWITCH || info.kind == OPK_LOOKUPSWITCH;
-        traits.createsObjects |= info.kind >= OPK_NEW && info.kind <= OPK_MULTIANEWARRAY;
-        position =
-            info.length > 0 ? position + info.length : nextInstruction(code, length, position);
+        const int row = SCAN[code[position]];
+        // The next mark overwrites this position if it is none: no branch is as fast.
+        marks[count] = static_cast<unsigned short>(position);
+        count += (row & SCAN_MARK) != 0 ? 1 : 0;
+        seen |= row;
+        last = position;
+        const int step = row & SCAN_LENGTH;
+        if (__builtin_expect(step != 0, 1)) {
+            position += step;
+        } else {
+            position = nextInstruction(code, length, position);
+        }
     }
-    return traits;
+    if (position > length) {
+        failCutOff(last);
+    }
+    *markCount = count;
+    return {(seen & SCAN_SWITCH) != 0, (seen & SCAN_NEW) != 0};
 }
 
 bool NewOpCodeDetector::containsNewOpCode(const char* code, int length) {

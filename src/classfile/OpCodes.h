@@ -98,7 +98,9 @@ struct CodeTraits {
     bool hasSwitch;
     bool createsObjects; // or arrays
 };
-CodeTraits scanCode(const unsigned char* code, int length);
+// marks, with room for `length` of them, takes the positions of all branches, switches and returns,
+// ascending.
+CodeTraits scanCode(const unsigned char* code, int length, unsigned short* marks, int* markCount);
 
 // Answers whether a method creates objects or arrays.
 class NewOpCodeDetector {

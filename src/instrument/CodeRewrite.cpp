@@ -2,17 +2,15 @@
 
 #include "classfile/OpCodes.h"
 
-CodeRewrite::CodeRewrite(CodeAttribute* attribute, ClassArena& owner)
-    : arena(owner), oldCode(attribute->getCode()), oldLength(attribute->getCodeLength()),
-      copy(nullptr), map(owner.allocateArray<int>(oldLength + 1)), mapped(0), added(0),
-      allocationCalls(0), offsets(owner), insertions(owner) {}
+CodeRewrite::CodeRewrite(CodeAttribute* attribute, ClassArena& scratch)
+    : arena(scratch), oldCode(attribute->getCode()), oldLength(attribute->getCodeLength()),
+      corrected(nullptr), map(nullptr), prefixLength(0), added(0), offsets(scratch),
+      insertions(scratch) {}
 
-void CodeRewrite::completeMap(int end) {
-    const int shift = added;
-    for (int i = mapped; i < end; i++) {
+void CodeRewrite::fillMap(int from, int to, int shift) {
+    for (int i = from; i < to; i++) {
         map[i] = i + shift;
     }
-    mapped = end;
 }
 
 void collectBranchOperands(const unsigned char* code, int length, int position,
@@ -47,9 +45,7 @@ void collectBranchOperands(const unsigned char* code, int length, int position,
 
 int CodeRewrite::addInsertion(int kind, int position, int instructionLength, bool hasSwitch) {
     insertions.push({kind, position, instructionLength});
-    completeMap(position + instructionLength);
     added += insertionLength(kind, hasSwitch);
-    allocationCalls += kind >= INSERT_ARRAY_CALL ? 1 : 0;
     return insertions.getSize() - 1;
 }
 
@@ -94,37 +90,47 @@ bool updateAllOffsets(ZSet<int>* longJumps, OffsetTable& table, char* text, cons
     return fits;
 }
 
-bool CodeRewrite::updateOffsets(ZSet<int>* longJumps) {
-    completeMap(oldLength + 1);
-    copy = arena.copyBytes(oldCode, oldLength);
+bool CodeRewrite::updateOffsets(int prefix, bool hasSwitch, ZSet<int>* longJumps) {
+    prefixLength = prefix;
+    map = arena.allocateArray<int>(oldLength + 1);
+    int from = 0;
+    int shift = prefix;
+    for (int i = 0; i < insertions.getSize(); i++) {
+        const Insertion& insertion = insertions[i];
+        const int behind = insertion.position + insertion.length;
+        fillMap(from, behind, shift);
+        from = behind;
+        shift += insertionLength(insertion.kind, hasSwitch);
+    }
+    fillMap(from, oldLength + 1, shift);
+    if (offsets.getSize() == 0) {
+        corrected = oldCode;
+        return true;
+    }
+    unsigned char* const copy = arena.copyBytes(oldCode, oldLength);
+    corrected = copy;
     return updateAllOffsets(longJumps, offsets, reinterpret_cast<char*>(copy), map, oldLength);
 }
 
-unsigned char* CodeRewrite::assemble(int prefix, const References& references, int methodId,
+unsigned char* CodeRewrite::assemble(ClassArena& target, const References& references, int methodId,
                                      int variable, bool hasSwitch) {
-    Logger::assertNotNULL(copy, "CodeRewrite", __LINE__);
-    const int newLength = prefix + getNewLength();
-    unsigned char* const newCode = arena.allocateArray<unsigned char>(newLength);
+    Logger::assertNotNULL(corrected, "CodeRewrite", __LINE__);
+    const int newLength = prefixLength + getNewLength();
+    unsigned char* const newCode = target.allocateArray<unsigned char>(newLength);
     int from = 0;
-    int to = prefix;
-    for (int i = 0; i <= insertions.getSize(); i++) {
-        const bool last = i == insertions.getSize();
-        const bool before = !last && insertions[i].kind == INSERT_EXIT;
-        const int end = last     ? oldLength
-                        : before ? insertions[i].position
-                                 : insertions[i].position + insertions[i].length;
-        memcpy(newCode + to, copy + from, static_cast<size_t>(end - from));
+    int to = prefixLength;
+    for (int i = 0; i < insertions.getSize(); i++) {
+        const Insertion& insertion = insertions[i];
+        const bool before = insertion.kind == INSERT_EXIT;
+        const int end = insertion.position + (before ? 0 : insertion.length);
+        memcpy(newCode + to, corrected + from, static_cast<size_t>(end - from));
         to += end - from;
         from = end;
-        if (!last) {
-            const int kind = insertions[i].kind;
-            to += insertCodeBefore(kind, references.exit, methodId, newCode, to, hasSwitch);
-            to += insertCodeAfter(kind, references.alloc, newCode, to, variable);
-        }
+        to += before ? insertExitCode(references.exit, methodId, newCode, to, hasSwitch)
+                     : insertCodeAfter(insertion.kind, references.alloc, newCode, to, variable);
     }
+    memcpy(newCode + to, corrected + from, static_cast<size_t>(oldLength - from));
+    to += oldLength - from;
     Logger::assertEquals(to, newLength, "CodeRewrite", __LINE__);
-    for (int i = 0; i <= oldLength; i++) {
-        map[i] += prefix;
-    }
     return newCode;
 }

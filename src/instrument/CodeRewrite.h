@@ -12,13 +12,13 @@ void collectBranchOperands(const unsigned char* code, int length, int position, 
 // CodeRewrite: one attempt to place sequences around instructions of a method.
 //
 // DESCRIPTION
-//   The caller walks the code once and tells, in ascending order, each branch operand and each
-//   insertion; assemble then gives the new code. Nothing of the method is touched, so an attempt
-//   that does not work out costs only memory of the class's arena.
+//   The caller tells, in ascending order, each branch operand and each insertion; updateOffsets and
+//   assemble then give the new code. Nothing of the method is touched, so an attempt that does not
+//   work out costs only memory.
 // IMPLEMENTATION
 //   A map holds the new position of every old one. Operands are corrected by it in a private copy
-//   of the code, which is then copied piece by piece between the inserted sequences. A branch to a
-//   return arrives at the exit code in front of it.
+//   of the code, which is then copied in runs between the inserted sequences. A branch to a return
+//   arrives at the exit code in front of it.
 class CodeRewrite {
 public:
     // References into the class's pool that the sequences use.
@@ -28,7 +28,8 @@ public:
         int alloc;
     };
 
-    explicit CodeRewrite(CodeAttribute* attribute, ClassArena& owner);
+    // scratch: an arena that outlives this object.
+    CodeRewrite(CodeAttribute* attribute, ClassArena& scratch);
 
     const unsigned char* getCode() const { return oldCode; }
     int getLength() const { return oldLength; }
@@ -48,18 +49,16 @@ public:
     // Turns a noted allocation call that relied on such a dup into nops.
     void cancelCall(int insertion);
     int getInsertionCount() const { return insertions.getSize(); }
-    // Whether any insertion needs the allocation variable.
-    bool needsVariable() const { return allocationCalls > 0; }
 
     // Length of the new code without a prefix.
     int getNewLength() const { return oldLength + added; }
-    // Completes the map and corrects all operands. False if a 16-bit one overflows; their
-    // instructions are in longJumps then, unless that is null.
-    bool updateOffsets(ZSet<int>* longJumps);
-    // The new code with `prefix` bytes left free at its start; it lies in the arena. The map covers
-    // the prefix from here on. Call once, after updateOffsets.
-    unsigned char* assemble(int prefix, const References& references, int methodId, int variable,
-                            bool hasSwitch);
+    // Fills the map, with `prefix` bytes in front of everything, and corrects all operands. False
+    // if a 16-bit one overflows; their instructions are in longJumps then, unless that is null.
+    bool updateOffsets(int prefix, bool hasSwitch, ZSet<int>* longJumps);
+    // The new code with the prefix left free at its start; it lies in `target`. Call once, after
+    // updateOffsets.
+    unsigned char* assemble(ClassArena& target, const References& references, int methodId,
+                            int variable, bool hasSwitch);
     // Where old positions lie in the new code.
     CodeOffsets getOffsets() const { return CodeOffsets(map, oldLength); }
 
@@ -69,16 +68,15 @@ private:
         int position; // of the instruction in the old code
         int length;   // of the instruction
     };
-    void completeMap(int end);
+    void fillMap(int from, int to, int shift);
 
     ClassArena& arena;
     const unsigned char* oldCode;
     int oldLength;
-    unsigned char* copy;
-    int* map;   // new position of every old one below mapped, and of the end in the end
-    int mapped; // positions entered in the map so far
-    int added;  // bytes inserted so far
-    int allocationCalls;
+    const unsigned char* corrected; // the old code with its operands corrected
+    int* map;                       // new position of every old one, and of the end
+    int prefixLength;
+    int added; // bytes inserted so far, without the prefix
     OffsetTable offsets;
     ArenaVector<Insertion> insertions;
 };

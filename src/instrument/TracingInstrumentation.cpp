@@ -53,7 +53,7 @@ TracingInstrumentation::TracingInstrumentation(ClassFile* owner, MethodIds* meth
                                                bool flagVariants,
                                                InstrumentationCounts* outcomeCounts)
     : classFile(owner), ids(methodIds), counts(outcomeCounts), references(),
-      effects(owner->getConstantPool()), annotated(owner) {
+      effects(owner->getConstantPool()), annotated(owner), longJumps(1) {
     const int callback =
         classFile->findOrCreateConstantClass(classFile->findOrCreateUtf8(CALLBACK_CLASS));
     references.entry = findOrCreateCall(
@@ -105,8 +105,9 @@ MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo*
         methodNotInstrumented(method);
         return METHOD_OUTCOME_LIMITS;
     }
-    const CodeTraits traits = scanCode(attribute->getCode(), attribute->getCodeLength());
-    const bool mayRecord = allocations && traits.createsObjects;
+    scratch.reset();
+    Scan scan = scanMethod(attribute);
+    const bool mayRecord = allocations && scan.traits.createsObjects;
     MethodOutcome failure = METHOD_OUTCOME_TOO_LONG;
     // With all calls first, then with entry and exit alone.
     for (int shortForm = 0; shortForm < 2; shortForm++) {
@@ -114,11 +115,12 @@ MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo*
             break;
         }
         const bool record = mayRecord && shortForm == 0;
-        ZSet<int> longJumps(1);
-        Attempt result = attempt(methodId, method, record, tracing, traits.hasSwitch, &longJumps);
+        longJumps.clear();
+        Attempt result = attempt(methodId, method, scan, record, tracing, &longJumps);
         if (!result.branchesReach && result.length <= 0xffff && canWidenBranches(attribute) &&
             modifyJumps(method, &longJumps)) {
-            result = attempt(methodId, method, record, tracing, traits.hasSwitch, nullptr);
+            scan = scanMethod(attribute);
+            result = attempt(methodId, method, scan, record, tracing, nullptr);
         }
         if (result.fits) {
             return shortForm == 0 ? METHOD_OUTCOME_INSTRUMENTED
@@ -133,35 +135,54 @@ MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo*
     return failure;
 }
 
+TracingInstrumentation::Scan TracingInstrumentation::scanMethod(const CodeAttribute* attribute) {
+    const int length = attribute->getCodeLength();
+    Scan scan;
+    unsigned short* const marks = scratch.allocateArray<unsigned short>(length);
+    scan.traits = scanCode(attribute->getCode(), length, marks, &scan.markCount);
+    scan.marks = marks;
+    scratch.trim(marks + scan.markCount);
+    return scan;
+}
+
 TracingInstrumentation::Attempt TracingInstrumentation::attempt(int methodId, MethodInfo* method,
-                                                                bool allocations, bool tracing,
-                                                                bool hasSwitch,
-                                                                ZSet<int>* longJumps) {
+                                                                const Scan& scan, bool allocations,
+                                                                bool tracing,
+                                                                ZSet<int>* overflows) {
     CodeAttribute* const attribute = method->getCodeAttribute();
-    CodeRewrite rewrite(attribute, classFile->getArena());
+    const bool hasSwitch = scan.traits.hasSwitch;
+    CodeRewrite rewrite(attribute, scratch);
     const unsigned char* const code = rewrite.getCode();
     const int length = rewrite.getLength();
     AllocationSites sites(classFile, attribute, rewrite, effects, hasSwitch, allocations);
-    for (int position = 0; position < length;) {
-        const int opcode = code[position];
-        const int next = nextInstruction(code, length, position);
-        if (allocations) {
-            sites.visit(position, next);
+    int visited = 0;
+    for (int i = 0; i <= scan.markCount; i++) {
+        const bool atEnd = i == scan.markCount;
+        const int position = atEnd ? length : scan.marks[i];
+        // Only allocations need every instruction.
+        while (allocations && visited < length && visited <= position) {
+            const int next = nextInstruction(code, length, visited);
+            sites.visit(visited, next);
+            visited = next;
         }
-        if (tracing && isReturnOpcode(opcode)) {
-            rewrite.addInsertion(INSERT_EXIT, position, 1, hasSwitch);
+        if (atEnd) {
+            break;
+        }
+        if (isReturnOpcode(code[position])) {
+            if (tracing) {
+                rewrite.addInsertion(INSERT_EXIT, position, 1, hasSwitch);
+            }
         } else {
             rewrite.addBranchOperands(position);
         }
-        position = next;
     }
     if (allocations) {
         sites.finish();
     }
-    const bool branchesReach = rewrite.updateOffsets(longJumps);
     const int variable = allocations ? attribute->getMaxLocals() : -1;
     const int prefix = tracing ? ENTRY_CODE_LENGTH(hasSwitch, variable >= 0)
                                : ALLOC_ONLY_ENTRY_CODE_LENGTH(variable >= 0);
+    const bool branchesReach = rewrite.updateOffsets(prefix, hasSwitch, overflows);
     const int newLength = prefix + rewrite.getNewLength();
     Attempt result = {false, branchesReach, newLength};
     if (attribute->getMaxStack() + CALL_STACK + sites.getExtraStack() > CodeAttribute::MAX_LIMIT) {
@@ -173,7 +194,7 @@ TracingInstrumentation::Attempt TracingInstrumentation::attempt(int methodId, Me
         return result;
     }
     unsigned char* const newCode =
-        rewrite.assemble(prefix, references, methodId, variable, hasSwitch);
+        rewrite.assemble(classFile->getArena(), references, methodId, variable, hasSwitch);
     if (tracing) {
         insertEntryCode(references.entry, methodId, newCode, 0, variable, hasSwitch);
     } else {

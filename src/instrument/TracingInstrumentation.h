@@ -1,5 +1,6 @@
 #pragma once
 
+#include "classfile/OpCodes.h"
 #include "instrument/AllocationSites.h"
 #include "instrument/LeaveOut.h"
 
@@ -42,10 +43,18 @@ private:
         int length;
     };
 
+    // What one walk over the code of a method found; the marks lie in the scratch arena.
+    struct Scan {
+        CodeTraits traits;
+        const unsigned short* marks;
+        int markCount;
+    };
+
+    Scan scanMethod(const CodeAttribute* attribute);
     MethodOutcome instrumentMethod(int methodId, MethodInfo* method, bool allocations,
                                    bool tracing);
-    Attempt attempt(int methodId, MethodInfo* method, bool allocations, bool tracing,
-                    bool hasSwitch, ZSet<int>* longJumps);
+    Attempt attempt(int methodId, MethodInfo* method, const Scan& scan, bool allocations,
+                    bool tracing, ZSet<int>* overflows);
     void commit(CodeRewrite& rewrite, CodeAttribute* attribute, AllocationSites* sites,
                 unsigned char* newCode, int newLength, int prefix, int variable);
     void methodNotInstrumented(MethodInfo* method) const;
@@ -57,6 +66,8 @@ private:
     CodeRewrite::References references;
     StackEffects effects;
     AnnotatedMethods annotated;
+    ClassArena scratch; // of the method at work
+    ZSet<int> longJumps;
 };
 
 // The class pass: makes sure that the pool has the call references, then works through the methods.
