@@ -32,14 +32,16 @@ unsigned hashText(const Utf8View& text) {
     return hashText(length, 0, last);
 }
 
-// The same for a text behind which nothing may be read, but in front of which there are eight
-// bytes; without a branch.
+// The same for a text in front of which there are eight bytes, and behind which there need be none;
+// without a branch, since nobody can predict which entries are texts and how long.
 unsigned hashTextInPlace(const char* text, int length) {
-    const bool isShort = length < 8;
-    const unsigned long first = loadWord(text - (isShort ? 8 : 0));
+    const int isShort = length < 8 ? 1 : 0;
+    const unsigned long ofLong = static_cast<unsigned long>(isShort) - 1; // all ones or 0
+    const unsigned long first = loadWord(text - 8 * isShort) & ofLong;
     const unsigned long last = loadWord(text + length - 8);
-    const int missing = isShort ? 8 - length : 0;
-    return hashText(length, isShort ? 0 : first, length == 0 ? 0 : last >> (8 * missing & 63));
+    const int missing = (8 - length) & -isShort;
+    // A shift by 64 is made of two.
+    return hashText(length, first, last >> (8 * missing / 2) >> (8 * missing / 2));
 }
 
 unsigned hashIndices(int tag, int first, int second) {
@@ -109,25 +111,20 @@ bool ConstantPool::read(DataInput& input, int count) {
         const unsigned char* const body = from.take(form.body);
         const int first = shortAt(body);
         const int second = shortAt(body + form.secondAt);
-        const bool isText = tag == CONSTANT_UTF8;
-        from.take(isText ? first : 0);
+        const unsigned isText = tag == CONSTANT_UTF8 ? 1 : 0;
+        const int textLength = first & -static_cast<int>(isText);
+        from.take(textLength);
         const bool zero = ((first | form.unchecked) == 0) | ((second | form.unchecked) == 0);
         Logger::assertTrue(!zero, "ConstantPoolInfo", __LINE__);
         if (tag == CONSTANT_METHOD_HANDLE) {
             Logger::assertTrue(body[0] >= 1 && body[0] <= 9, "ConstantPoolInfo", __LINE__);
         }
-        const int secondIndex = form.secondAt > 0 ? second : 0;
-        unsigned hash;
-        if (offset < 8) {
-            hash = isText ? hashText(Utf8View(reinterpret_cast<const char*>(body + 2), first))
-                          : hashIndices(tag, first, secondIndex);
-        } else {
-            // What is no text is taken for an empty one here.
-            const unsigned ofText =
-                hashTextInPlace(reinterpret_cast<const char*>(body + 2), isText ? first : 0);
-            const unsigned ofIndices = hashIndices(tag, first, secondIndex);
-            hash = isText ? ofText : ofIndices;
-        }
+        // What is no text is taken for an empty one here.
+        const char* const text = reinterpret_cast<const char*>(body) + 2;
+        const unsigned ofText =
+            offset >= 8 ? hashTextInPlace(text, textLength) : hashText(Utf8View(text, textLength));
+        const unsigned ofIndices = hashIndices(tag, first, form.secondAt > 0 ? second : 0);
+        const unsigned hash = (ofText & -isText) | (ofIndices & ~-isText);
         int& head = chains[hash & mask];
         into[i] = {nullptr, offset + 1, head};
         head = i++;
