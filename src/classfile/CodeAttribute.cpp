@@ -229,7 +229,7 @@ void CodeAttribute::shiftExceptionTableAndLineNumbers(int delta, int fromPc) {
     }
 }
 
-void CodeAttribute::shiftTables(const CodeOffsets& offsets) {
+void CodeAttribute::shiftTables(const CodeOffsets& offsets, bool hasPrefix) {
     modified = true;
     for (int i = 0; i < exceptionTable.getSize(); i++) {
         ExceptionTableElement& element = exceptionTable[i];
@@ -245,7 +245,8 @@ void CodeAttribute::shiftTables(const CodeOffsets& offsets) {
         case ATTRIBUTE_LOCAL_VARIABLE_TABLE:
         case ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE:
             patchLocalVariables2(
-                static_cast<LocalVariablesAttribute*>(attributes[i])->getLocalVariables(), offsets);
+                static_cast<LocalVariablesAttribute*>(attributes[i])->getLocalVariables(), offsets,
+                hasPrefix);
             break;
         case ATTRIBUTE_RUNTIME_VISIBLE_TYPE_ANNOTATIONS:
         case ATTRIBUTE_RUNTIME_INVISIBLE_TYPE_ANNOTATIONS:
@@ -259,24 +260,6 @@ void CodeAttribute::shiftTables(const CodeOffsets& offsets) {
     }
     if (stackMaps) {
         shiftFrames(offsets);
-    }
-}
-
-void CodeAttribute::extendParametersOverPrefix(int prefix) {
-    for (int i = 0; i < attributes.getSize() && prefix > 0; i++) {
-        const AttributeKind kind = attributes[i]->getKind();
-        if (kind != ATTRIBUTE_LOCAL_VARIABLE_TABLE && kind != ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE) {
-            continue;
-        }
-        const LocalVariableList variables =
-            static_cast<LocalVariablesAttribute*>(attributes[i])->getLocalVariables();
-        for (int k = 0; k < variables.getSize(); k++) {
-            LocalVariable variable = variables[k];
-            if (variable.getStartPc() == prefix) {
-                variable.setStartPc(0);
-                variable.setLength(variable.getLength() + prefix);
-            }
-        }
     }
 }
 

@@ -68,11 +68,9 @@ public:
     // For delta bytes inserted at fromPc. Line numbers all move, whatever their position.
     void shiftExceptionTableAndLineNumbers(int delta, int fromPc);
     // For a general rewrite, after setCode: exception table, line numbers, type annotations, frames
-    // and local variable ranges.
-    void shiftTables(const CodeOffsets& offsets);
-    // After shiftTables for a prefix of `prefix` bytes: variables whose range began with the method
-    // are visible through the prefix too.
-    void extendParametersOverPrefix(int prefix);
+    // and local variable ranges. hasPrefix: code was put in front of the old position 0, through
+    // which variables are visible whose range began with the method.
+    void shiftTables(const CodeOffsets& offsets, bool hasPrefix);
 
     // Allocates a local variable and gives its slot. It becomes part of the frames, as itself or as
     // top, with applyAddedVariables.

@@ -225,12 +225,6 @@ const ConstantUtf8Info& ConstantPool::getUtf8Info(int index) const {
     return static_cast<const ConstantUtf8Info&>(getEntry(index, CONSTANT_UTF8));
 }
 
-Utf8View ConstantPool::getUtf8(int index) const {
-    const Content content = getContent(index);
-    Logger::assertTrue(content.tag == CONSTANT_UTF8, "ConstantPool", __LINE__);
-    return content.text;
-}
-
 Utf8View ConstantPool::getClassName(int index) const {
     const Content content = getContent(index);
     Logger::assertTrue(content.tag == CONSTANT_CLASS, "ConstantPool", __LINE__);

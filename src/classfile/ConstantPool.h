@@ -51,7 +51,14 @@ public:
     // The entry at index, asserted to have the tag.
     const ConstantPoolInfo& getEntry(int index, int tag) const;
     const ConstantUtf8Info& getUtf8Info(int index) const;
-    Utf8View getUtf8(int index) const;
+    Utf8View getUtf8(int index) const {
+        const Entry& entry = entries[index];
+        const unsigned char* const at = original + entry.place;
+        if (entry.object == nullptr && entry.place > 0 && at[-1] == CONSTANT_UTF8) {
+            return Utf8View(reinterpret_cast<const char*>(at) + 2, at[0] << 8 | at[1]);
+        }
+        return getUtf8Info(index).getValue();
+    }
     Utf8View getClassName(int index) const;
     const ConstantNameAndTypeInfo& getNameAndType(int index) const;
 

@@ -43,12 +43,14 @@ void patchLocalVariables1(const LocalVariableList& variables, int delta) {
     }
 }
 
-void patchLocalVariables2(const LocalVariableList& variables, const CodeOffsets& offsets) {
+void patchLocalVariables2(const LocalVariableList& variables, const CodeOffsets& offsets,
+                          bool hasPrefix) {
     for (int i = 0; i < variables.getSize(); i++) {
         LocalVariable variable = variables[i];
         const int start = variable.getStartPc();
-        const int end = offsets.end(start + variable.getLength());
-        variable.setStartPc(offsets.end(start));
-        variable.setLength(end - variable.getStartPc());
+        const int newStart = start == 0 && hasPrefix ? 0 : offsets.end(start);
+        const int newEnd = offsets.end(start + variable.getLength());
+        variable.setStartPc(newStart);
+        variable.setLength(newEnd - newStart);
     }
 }

@@ -73,5 +73,7 @@ public:
 // For a prefix of delta bytes at position 0: parameters, which start at 0, stay visible through the
 // prefix; all other variables move.
 void patchLocalVariables1(const LocalVariableList& variables, int delta);
-// For a general rewrite: a range that ended with the code still does.
-void patchLocalVariables2(const LocalVariableList& variables, const CodeOffsets& offsets);
+// For a general rewrite: a range that ended with the code still does. With a prefix in front of all
+// old code, what was visible from the start is visible through the prefix too.
+void patchLocalVariables2(const LocalVariableList& variables, const CodeOffsets& offsets,
+                          bool hasPrefix);

@@ -6,29 +6,11 @@ namespace {
 // table of n bytes could ask for memory in the order of n squared.
 constexpr long MAX_TYPES = 1L << 22;
 
-// Copies one verification_type_info, moving the position that it may hold.
-void moveType(DataInput& input, DataOutput& output, const CodeOffsets& offsets) {
-    const int tag = input.readUnsignedByte();
-    Logger::assertTrue(tag <= VERIFICATION_UNINITIALIZED, "StackMapTableAttribute", __LINE__);
-    output.writeUnsignedByte(tag);
-    if (tag == VERIFICATION_OBJECT) {
-        output.write(input.take(2), 2);
-    } else if (tag == VERIFICATION_UNINITIALIZED) {
-        output.writeUnsignedShort(offsets.at(input.readUnsignedShort()));
-    }
-}
-
-void moveTypes(int count, DataInput& input, DataOutput& output, const CodeOffsets& offsets) {
-    for (int i = 0; i < count; i++) {
-        moveType(input, output, offsets);
-    }
-}
-
 // Copies the frames of one table to their new places.
 class FrameMover {
 public:
-    FrameMover(DataInput& from, DataOutput& to, const CodeOffsets& codeOffsets)
-        : input(from), output(to), offsets(codeOffsets) {}
+    FrameMover(DataInput& from, unsigned char* to, const CodeOffsets& codeOffsets)
+        : input(from), at(to), offsets(codeOffsets) {}
 
     void moveFrame() {
         const int type = input.readUnsignedByte();
@@ -43,38 +25,58 @@ public:
             writeHead(newDelta, 0, 251);
         } else if (type < 128 || type == 247) {
             writeHead(newDelta, 64, 247);
-            moveTypes(1, input, output, offsets);
+            moveTypes(1);
         } else {
-            output.writeUnsignedByte(type);
-            output.writeUnsignedShort(newDelta);
+            writeByte(type);
+            writeShort(newDelta);
             moveLists(type);
         }
     }
+    const unsigned char* getEnd() const { return at; }
 
 private:
+    void writeByte(int value) { *at++ = static_cast<unsigned char>(value); }
+    void writeShort(int value) {
+        DataOutput::storeShort(at, value);
+        at += 2;
+    }
     // The short form when the delta fits, else the long one.
     void writeHead(int delta, int shortBase, int longType) {
         if (delta < 64) {
-            output.writeUnsignedByte(shortBase + delta);
+            writeByte(shortBase + delta);
             return;
         }
-        output.writeUnsignedByte(longType);
-        output.writeUnsignedShort(delta);
+        writeByte(longType);
+        writeShort(delta);
+    }
+    // Copies verification_type_infos, moving the positions that they hold.
+    void moveTypes(int count) {
+        for (int i = 0; i < count; i++) {
+            const int tag = input.readUnsignedByte();
+            Logger::assertTrue(tag <= VERIFICATION_UNINITIALIZED, "StackMapTableAttribute",
+                               __LINE__);
+            writeByte(tag);
+            if (tag == VERIFICATION_OBJECT) {
+                writeShort(input.readUnsignedShort());
+            } else if (tag == VERIFICATION_UNINITIALIZED) {
+                writeShort(offsets.at(input.readUnsignedShort()));
+            }
+        }
     }
     void moveLists(int type) {
         if (type >= 252 && type < 255) {
-            moveTypes(type - 251, input, output, offsets);
+            moveTypes(type - 251);
         } else if (type == 255) {
             for (int list = 0; list < 2; list++) {
                 const int count = input.readUnsignedShort();
-                output.writeUnsignedShort(count);
-                moveTypes(count, input, output, offsets);
+                writeShort(count);
+                moveTypes(count);
             }
         }
     }
 
     DataInput& input;
-    DataOutput& output;
+    unsigned char* at;
     const CodeOffsets& offsets;
     int oldOffset = -1;
     int newOffset = -1;
@@ -104,12 +106,13 @@ void StackMapTableAttribute::shift(const CodeOffsets& offsets, ClassArena& arena
     DataInput input = openBody();
     // A frame grows by the two bytes of its delta at most.
     const int count = input.readUnsignedShort();
-    ZVector<unsigned char> bytes(getAttributeLength() + 2 * count + 1);
-    DataOutput output(bytes);
-    output.writeUnsignedShort(count);
-    FrameMover mover(input, output, offsets);
+    unsigned char* const bytes =
+        arena.allocateArray<unsigned char>(getAttributeLength() + 2 * count);
+    DataOutput::storeShort(bytes, count);
+    FrameMover mover(input, bytes + 2, offsets);
     for (int i = 0; i < count; i++) {
         mover.moveFrame();
     }
-    replaceBody(arena.copyBytes(bytes.data(), bytes.getSize()), bytes.getSize());
+    arena.trim(mover.getEnd());
+    replaceBody(bytes, static_cast<int>(mover.getEnd() - bytes));
 }

@@ -65,8 +65,7 @@ bool prependDelegation(ClassFile* classFile, MethodInfo* method) {
     }
     attribute->adoptCode(code, length + PREFIX);
     attribute->ensureStackCapacity(3);
-    attribute->shiftTables(CodeOffsets(map, length));
-    attribute->extendParametersOverPrefix(PREFIX);
+    attribute->shiftTables(CodeOffsets(map, length), true);
     attribute->addStackMapFrames(generator.getJumpTargets(), 0,
                                  VerificationType(VERIFICATION_TOP, -1), -1);
     return true;

@@ -218,8 +218,7 @@ void TracingInstrumentation::commit(CodeRewrite& rewrite, CodeAttribute* attribu
     }
     attribute->adoptCode(newCode, newLength);
     attribute->incMaxStackCount(CALL_STACK + sites->getExtraStack());
-    attribute->shiftTables(rewrite.getOffsets());
-    attribute->extendParametersOverPrefix(prefix);
+    attribute->shiftTables(rewrite.getOffsets(), prefix > 0);
     attribute->applyAddedVariables(0);
 }
 
