@@ -70,7 +70,7 @@ public:
     // For a general rewrite, after setCode: exception table, line numbers, type annotations, frames
     // and local variable ranges. hasPrefix: code was put in front of the old position 0, through
     // which variables are visible whose range began with the method.
-    void shiftTables(const CodeOffsets& offsets, bool hasPrefix);
+    void shiftTables(const CodeOffsets& offsets, bool hasPrefix = false);
 
     // Allocates a local variable and gives its slot. It becomes part of the frames, as itself or as
     // top, with applyAddedVariables.

@@ -99,6 +99,6 @@ bool modifyJumps(MethodInfo* method, ZSet<int>* longJumps) {
     updateOffsets2LongOffsets(longJumps, copy, newCode, map);
     attribute->adoptCode(newCode, newLength);
     attribute->incMaxStackCount(2);
-    attribute->shiftTables(CodeOffsets(map, oldLength), false);
+    attribute->shiftTables(CodeOffsets(map, oldLength));
     return true;
 }
