@@ -26,6 +26,8 @@ namespace {
 constexpr long INSTRUMENTING =
     CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS | CAPABILITY_CAN_RECORD_J2EE;
 constexpr int STATISTICS_INTERVAL = 2000;
+// Bytes of room for rewritten classes that stay from one class to the next.
+constexpr int LARGEST_KEPT = 128 * 1024;
 // The old verifier, to which stripped classes go, knows classes up to those of Java 7.
 constexpr int LAST_STRIPPABLE_VERSION = 51;
 
@@ -50,6 +52,11 @@ bool listsWrappedNatives(const ZString& name) {
     return false;
 }
 
+// Texts and bytes of the class at work, kept so that their memory is taken once. ourLock.
+ZVector<char>& ourMethodName = *new ZVector<char>(256);
+ZVector<char>& ourParameters = *new ZVector<char>(1024);
+ZVector<unsigned char>& ourNewBytes = *new ZVector<unsigned char>(LARGEST_KEPT);
+
 // The class's methods in the method table.
 class DatabaseMethodIds : public MethodIds {
 public:
@@ -57,10 +64,19 @@ public:
         : fullName(SignatureUtil::convertClassSignatureToFullName(internalName.c_str())) {}
     int getMethodId(const Utf8View&, const Utf8View& methodName,
                     const Utf8View& descriptor) override {
-        const ZString name = methodName.toString();
-        const ZString parameters =
-            SignatureUtil::convertMethodSignatureToParameters(descriptor.toString());
-        return ZMethod::getByName(fullName.c_str(), name.c_str(), parameters.c_str());
+        if (fullNameStrID == 0) {
+            fullNameStrID = ourDB->stringPool->getDBIndex(fullName.c_str(), true);
+        }
+        ourMethodName.clear();
+        const int length = methodName.getLength();
+        memcpy(ourMethodName.extend(length), methodName.getBytes(), static_cast<size_t>(length));
+        ourMethodName.push(0);
+        ourParameters.clear();
+        SignatureUtil::appendParameters(descriptor.getBytes(), descriptor.getLength(),
+                                        ourParameters);
+        ourParameters.push(0);
+        return ZMethod::getByName(fullNameStrID, fullName.c_str(), ourMethodName.data(),
+                                  ourParameters.data());
     }
     void methodInstrumented(int id) override { setFlag(id, true); }
     void setFlag(int id, bool instrumented) {
@@ -73,6 +89,7 @@ public:
 
 private:
     ZString fullName;
+    int fullNameStrID = 0;
 };
 
 bool isNativeWithPrefix(jmethodID method) {
@@ -187,7 +204,11 @@ const char* reasonToSkip(const ClassFile& classFile) {
 }
 
 void handOver(ClassFile& classFile, int length, jint* newLength, unsigned char** newData) {
-    ZVector<unsigned char> bytes(length + length / 2 + 64);
+    // A rare long class takes memory of its own, which is not kept.
+    const int expected = length + length / 2 + 64;
+    ZVector<unsigned char> own(expected <= LARGEST_KEPT / 2 ? 1 : expected);
+    ZVector<unsigned char>& bytes = expected <= LARGEST_KEPT / 2 ? ourNewBytes : own;
+    bytes.clear();
     DataOutput output(bytes);
     classFile.writeClass(output);
     unsigned char* copy = nullptr;

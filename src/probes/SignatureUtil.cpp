@@ -97,6 +97,12 @@ const char* primitiveName(char letter) {
     }
 }
 
+void appendTo(ZVector<char>& text, const char* part) {
+    for (; *part != 0; part++) {
+        text.push(*part);
+    }
+}
+
 void appendDimensions(ZString& name, int dimensions) {
     for (int i = 0; i < dimensions; i++) {
         name.append("[]");
@@ -198,39 +204,41 @@ ZString SignatureUtil::parseMethodPattern(const ZString& pattern, ZString& class
     return parseParameters(pattern.substring(open + 1, close), parameters);
 }
 
-ZString SignatureUtil::convertMethodSignatureToParameters(const ZString& descriptor) {
-    const int close = descriptor.lastIndexOf(')');
-    if (close <= 1) {
-        return "()";
+void SignatureUtil::appendParameters(const char* descriptor, int length, ZVector<char>& text) {
+    int close = length - 1;
+    while (close > 1 && descriptor[close] != ')') {
+        close--;
     }
-    ZString result("(");
-    int position = 1;
-    while (position < close) {
+    text.push('(');
+    for (int position = 1; position < close;) {
         if (position > 1) {
-            result.append(", ");
+            appendTo(text, ", ");
         }
         int dimensions = 0;
-        while (position < close && descriptor.charAt(position) == '[') {
+        while (position < close && descriptor[position] == '[') {
             dimensions++;
             position++;
         }
-        if (position < close && descriptor.charAt(position) == 'L') {
-            int end = descriptor.indexOf(';', position);
-            if (end < 0 || end > close) {
-                end = close;
+        if (position < close && descriptor[position] == 'L') {
+            for (position++; position < close && descriptor[position] != ';'; position++) {
+                text.push(descriptor[position] == '/' ? '.' : descriptor[position]);
             }
-            ZString name = descriptor.substring(position + 1, end);
-            name.replaceAll('/', '.');
-            result.append(name);
-            position = end + 1;
+            position++;
         } else if (position < close) {
-            result.append(primitiveName(descriptor.charAt(position)));
+            appendTo(text, primitiveName(descriptor[position]));
             position++;
         }
-        appendDimensions(result, dimensions);
+        for (; dimensions > 0; dimensions--) {
+            appendTo(text, "[]");
+        }
     }
-    result.append(")");
-    return result;
+    text.push(')');
+}
+
+ZString SignatureUtil::convertMethodSignatureToParameters(const ZString& descriptor) {
+    ZVector<char> text(64);
+    appendParameters(descriptor.c_str(), descriptor.getLength(), text);
+    return ZString(text.data(), text.getSize());
 }
 
 ZString SignatureUtil::convertClassSignatureToFullName(const char* signature) {

@@ -19,6 +19,8 @@ public:
 
     // "([BII)V" to "(byte[], int, int)".
     static ZString convertMethodSignatureToParameters(const ZString& descriptor);
+    // The same, appended to a text that may be used again and again.
+    static void appendParameters(const char* descriptor, int length, ZVector<char>& text);
 
     // "[[Ljava/lang/String;" to "java.lang.String[][]", "I" to "int", "java/lang/Object" to
     // "java.lang.Object".

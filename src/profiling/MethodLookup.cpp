@@ -75,10 +75,15 @@ int lookUp(JNIEnv* env, jmethodID id) {
 } // namespace
 
 int ZMethod::getByName(const char* className, const char* methodName, const char* parameters) {
+    return getByName(ourDB->stringPool->getDBIndex(className, true), className, methodName,
+                     parameters);
+}
+
+int ZMethod::getByName(int classNameStrID, const char* className, const char* methodName,
+                       const char* parameters) {
     StringPool* strings = ourDB->stringPool;
     const IntTriple key = {strings->getDBIndex(methodName, true),
-                           strings->getDBIndex(parameters, true),
-                           strings->getDBIndex(className, true)};
+                           strings->getDBIndex(parameters, true), classNameStrID};
     const int known = ourMethodsByName.get(key);
     if (known != 0) {
         return known;

@@ -26,4 +26,8 @@ public:
     // The row of a name, made with its flags if need be. className is the dotted full name,
     // parameters the text such as "(byte[], int)". Caller holds ourLock.
     static int getByName(const char* className, const char* methodName, const char* parameters);
+    // The same for a class whose name was looked up in the string pool, under this hold of the
+    // lock: for all methods of a class one after the other.
+    static int getByName(int classNameStrID, const char* className, const char* methodName,
+                         const char* parameters);
 };
