@@ -102,6 +102,55 @@ TEST_F(ConstantPoolTest, lookUpsFindEntriesThatWereRead) {
     EXPECT_EQ(parsed.pool.getSize(), 9);
 }
 
+TEST_F(ConstantPoolTest, entriesAreFoundByEveryLengthAndValueWhereverTheyStand) {
+    using B = ClassBuilder;
+    std::string entries;
+    int count = 1;
+    // Longest first and last: what lies around a short text must not matter.
+    for (int length = 20; length >= 0; length--, count++) {
+        entries += utf8(std::string("abcdefghijklmnopqrst").substr(0, static_cast<size_t>(length)));
+    }
+    for (int value : {-1, 0, 0x12345678, -0x7fffffff}) {
+        entries += B::u1(3) + B::u4(value);
+        count++;
+    }
+    ParsedPool parsed(entries, count);
+    for (int length = 0; length <= 20; length++) {
+        const std::string text = std::string("abcdefghijklmnopqrst") //
+                                     .substr(0, static_cast<size_t>(length));
+        EXPECT_EQ(parsed.pool.findUtf8(text.c_str()), 21 - length) << text;
+    }
+    EXPECT_EQ(parsed.pool.findOrCreateInt(-1), 22);
+    EXPECT_EQ(parsed.pool.findOrCreateInt(0), 23);
+    EXPECT_EQ(parsed.pool.findOrCreateInt(0x12345678), 24);
+    EXPECT_EQ(parsed.pool.findOrCreateInt(-0x7fffffff), 25);
+    EXPECT_EQ(parsed.pool.getSize(), count);
+    EXPECT_EQ(parsed.pool.findUtf8("absent"), 0);
+    // The same once the index was made anew.
+    parsed.pool.entryChanged();
+    EXPECT_EQ(parsed.pool.findUtf8("abc"), 18);
+    EXPECT_EQ(parsed.pool.findOrCreateInt(0x12345678), 24);
+}
+
+TEST_F(ConstantPoolTest, contentIsTheSameBeforeAndAfterAnEntryBecomesAnObject) {
+    using B = ClassBuilder;
+    const std::string entries = utf8("a/B") + B::u1(7) + B::u2(1) + B::u1(12) + B::u2(1) +
+                                B::u2(2) + B::u1(3) + B::u4(-5) + B::u1(18) + B::u2(0) + B::u2(3) +
+                                B::u1(5) + B::u4(1) + B::u4(2);
+    ParsedPool parsed(entries, 8);
+    for (int i = 1; i < 8; i++) {
+        const ConstantPool::Content raw = parsed.pool.getContent(i);
+        EXPECT_EQ(parsed.pool[i] == nullptr ? 0 : parsed.pool[i]->getTag(), raw.tag) << i;
+        const ConstantPool::Content object = parsed.pool.getContent(i);
+        EXPECT_EQ(object.tag, raw.tag) << i;
+        if (raw.tag != CONSTANT_LONG) {
+            EXPECT_EQ(object.first, raw.first) << i;
+            EXPECT_EQ(object.second, raw.second) << i;
+        }
+        EXPECT_TRUE(object.text == raw.text) << i;
+    }
+}
+
 TEST_F(ConstantPoolTest, newMethodRefGrowsThePoolByTwo) {
     using B = ClassBuilder;
     ParsedPool parsed(utf8("a/B") + B::u1(7) + B::u2(1) + utf8("run") + utf8("()V"), 5);

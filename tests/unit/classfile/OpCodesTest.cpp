@@ -95,6 +95,27 @@ TEST_F(OpCodes, detectorsFindWhatTheyLookFor) {
     EXPECT_FALSE(containsSwitch(""));
 }
 
+TEST_F(OpCodes, scanMarksBranchesSwitchesAndReturns) {
+    // iload_0, ifeq, new, wide iinc, lookupswitch at 13 without pairs, goto_w, return
+    const std::string code = B::code({26, 153, 0, 20, 187, 0, 1, 196, 132, 0, 0, 0, 1, 171}) +
+                             B::code({0, 0}) + B::u4(11) + B::u4(0) + B::code({200}) + B::u4(5) +
+                             B::u1(177);
+    unsigned short marks[64];
+    int count = 0;
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(code.data());
+    const int length = static_cast<int>(code.size());
+    const CodeTraits traits = scanCode(bytes, length, marks, &count);
+    EXPECT_TRUE(traits.hasSwitch);
+    EXPECT_TRUE(traits.createsObjects);
+    EXPECT_EQ(std::vector<int>(marks, marks + count), (std::vector<int>{1, 13, 24, 29}));
+    const CodeTraits plain = scanCode(bytes, 1, marks, &count);
+    EXPECT_FALSE(plain.hasSwitch || plain.createsObjects);
+    EXPECT_EQ(count, 0);
+    for (int cut : {2, 3, 5, 8, 15, 25}) {
+        EXPECT_THROW(scanCode(bytes, cut, marks, &count), VDKRuntimeException) << cut;
+    }
+}
+
 TEST_F(OpCodes, undefinedOpcodeInFrontOfASwitchIsAnInternalError) {
     EXPECT_THROW(containsSwitch(B::code({203, 170})), VDKRuntimeException);
 }
