@@ -84,7 +84,8 @@ long rewrite(const Entry& entry, Work work, MethodIds* ids) {
         instrumentForTracingAndAllocation(&classFile, work == INSERT_ALL, true, ids, false,
                                           nullptr);
     }
-    ZVector<unsigned char> bytes(entry.length + entry.length / 2 + 64);
+    static ZVector<unsigned char> bytes(1 << 17);
+    bytes.clear();
     DataOutput output(bytes);
     classFile.writeClass(output);
     return bytes.getSize();

@@ -390,14 +390,20 @@ void CodeAttribute::addStackMapTableAttributeBeforeWrite() {
     }
     framesWritten = true;
     const int nameIndex = pool.findOrCreateUtf8(StackMapTableAttribute::NAME);
-    ZVector<unsigned char> bytes(32);
-    DataOutput output(bytes);
-    output.writeUnsignedShort(frames.getSize() - 1);
+    long largest = 2;
     for (int i = 1; i < frames.getSize(); i++) {
-        frames[i]->writeTo(frames[i - 1], output);
+        largest += frames[i]->getLargestSize();
     }
     ClassArena& arena = pool.getArena();
-    attributes.push(arena.make<StackMapTableAttribute>(
-        nameIndex, bytes.getSize(), arena.copyBytes(bytes.data(), bytes.getSize())));
-    addLength(bytes.getSize() + ATTRIBUTE_HEADER);
+    Logger::assertTrue(largest <= 0x3fffffff, "CodeAttribute", __LINE__);
+    unsigned char* const bytes = arena.allocateArray<unsigned char>(static_cast<int>(largest));
+    DataOutput::storeShort(bytes, frames.getSize() - 1);
+    unsigned char* at = bytes + 2;
+    for (int i = 1; i < frames.getSize(); i++) {
+        at = frames[i]->writeTo(frames[i - 1], at);
+    }
+    arena.trim(at);
+    const int length = static_cast<int>(at - bytes);
+    attributes.push(arena.make<StackMapTableAttribute>(nameIndex, length, bytes));
+    addLength(length + ATTRIBUTE_HEADER);
 }

@@ -54,11 +54,13 @@ VerificationType::VerificationType(const Utf8View& descriptor, ClassFile* classF
     }
 }
 
-void VerificationType::writeTo(DataOutput& output) const {
-    output.writeUnsignedByte(tag);
+unsigned char* VerificationType::writeTo(unsigned char* at) const {
+    *at++ = static_cast<unsigned char>(tag);
     if (tag >= VERIFICATION_OBJECT) {
-        output.writeUnsignedShort(value);
+        DataOutput::storeShort(at, value);
+        at += 2;
     }
+    return at;
 }
 
 bool VerificationType::isSameType(const VerificationType& a, const VerificationType& b) {
@@ -152,7 +154,21 @@ StackMapFrame::StackMapFrame(const StackMapFrame* previous, DataInput& input, in
     }
 }
 
-void StackMapFrame::writeTo(const StackMapFrame* previous, DataOutput& output) const {
+namespace {
+unsigned char* writeTypes(const ArenaVector<VerificationType>& types, int from, unsigned char* at) {
+    for (int i = from; i < types.getSize(); i++) {
+        at = types[i].writeTo(at);
+    }
+    return at;
+}
+
+unsigned char* writeCounted(const ArenaVector<VerificationType>& types, unsigned char* at) {
+    DataOutput::storeShort(at, types.getSize());
+    return writeTypes(types, 0, at + 2);
+}
+} // namespace
+
+unsigned char* StackMapFrame::writeTo(const StackMapFrame* previous, unsigned char* at) const {
     const int delta = offset - previous->offset;
     Logger::assertTrue(delta > 0, "StackMapFrame", __LINE__);
     const int difference = VerificationType::compare(locals, previous->locals);
@@ -164,30 +180,20 @@ void StackMapFrame::writeTo(const StackMapFrame* previous, DataOutput& output) c
     } else if (stack.isEmpty() && difference >= -3 && difference <= 3) {
         type = 251 + difference;
     }
-    output.writeUnsignedByte(type);
+    *at++ = static_cast<unsigned char>(type);
     if (type >= 128) {
-        output.writeUnsignedShort(delta - 1);
+        DataOutput::storeShort(at, delta - 1);
+        at += 2;
     }
     if (type == 255) {
-        output.writeUnsignedShort(locals.getSize());
-        for (int i = 0; i < locals.getSize(); i++) {
-            locals[i].writeTo(output);
-        }
-        output.writeUnsignedShort(stack.getSize());
-        for (int i = 0; i < stack.getSize(); i++) {
-            stack[i].writeTo(output);
-        }
-        return;
+        return writeCounted(stack, writeCounted(locals, at));
     }
     if (type >= 252) {
         const int added = type - 251;
         Logger::assertTrue(locals.getSize() >= added, "StackMapFrame", __LINE__);
-        for (int i = locals.getSize() - added; i < locals.getSize(); i++) {
-            locals[i].writeTo(output);
-        }
-    } else if (type == 247 || (type >= 64 && type < 128)) {
-        stack[0].writeTo(output);
+        return writeTypes(locals, locals.getSize() - added, at);
     }
+    return writeTypes(stack, 0, at);
 }
 
 void StackMapFrame::addLocalVariables(const ArenaVector<VerificationType>& added, int maxLocals) {

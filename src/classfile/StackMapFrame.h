@@ -24,8 +24,10 @@ public:
     const ArenaVector<VerificationType>& getLocals() const { return locals; }
     const ArenaVector<VerificationType>& getStack() const { return stack; }
 
-    // Encodes the frame in its most compact form.
-    void writeTo(const StackMapFrame* previous, DataOutput& output) const;
+    // Encodes the frame in its most compact form; gives the end of what was written, which is at
+    // most getLargestSize() bytes.
+    unsigned char* writeTo(const StackMapFrame* previous, unsigned char* at) const;
+    int getLargestSize() const { return 7 + 3 * (locals.getSize() + stack.getSize()); }
     // Appends variables so that they end at slot maxLocals; tops fill a gap, none is left at the
     // end.
     void addLocalVariables(const ArenaVector<VerificationType>& added, int maxLocals);

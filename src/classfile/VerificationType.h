@@ -35,7 +35,8 @@ public:
     void setValue(int newValue) { value = newValue; }
     bool isWide() const { return tag == VERIFICATION_DOUBLE || tag == VERIFICATION_LONG; }
     int getSlots() const { return isWide() ? 2 : 1; }
-    void writeTo(DataOutput& output) const;
+    // Gives the end of what was written.
+    unsigned char* writeTo(unsigned char* at) const;
 
     // Values count for objects and uninitialized objects alone.
     static bool isSameType(const VerificationType& a, const VerificationType& b);

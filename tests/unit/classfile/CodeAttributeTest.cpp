@@ -52,11 +52,10 @@ protected:
 };
 
 std::string frameText(const StackMapFrame& frame, const StackMapFrame& previous) {
-    ZVector<unsigned char> bytes(16);
-    DataOutput output(bytes);
-    frame.writeTo(&previous, output);
-    return std::string(reinterpret_cast<const char*>(bytes.data()),
-                       static_cast<size_t>(bytes.getSize()));
+    std::string bytes(static_cast<size_t>(frame.getLargestSize()), '\0');
+    auto* const start = reinterpret_cast<unsigned char*>(&bytes[0]);
+    bytes.resize(static_cast<size_t>(frame.writeTo(&previous, start) - start));
+    return bytes;
 }
 
 const VerificationType TOP(VERIFICATION_TOP, -1);
