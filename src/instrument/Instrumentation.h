@@ -20,8 +20,7 @@ void JNICALL class_file_load_hook_handler(jvmtiEnv* environment, JNIEnv* env,
                                           jint* newClassDataLength, unsigned char** newClassData);
 
 // Decides about one class and rewrites it. The outputs stay untouched when the class is left as it
-// is; otherwise they are a copy in JVMTI memory. Caller holds ourLock, except for calls from
-// outside the JVM's own loading.
+// is; otherwise they are a copy in JVMTI memory. Caller holds ourLock.
 void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigned char* data,
                                   jint* newLength, unsigned char** newData, bool wrapNatives);
 
