@@ -1,6 +1,7 @@
 #include "offline/DominatorComputer.h"
 
 #include "core/ground/Options.h"
+#include "offline/MemAllocator.h"
 
 // Source of the algorithm: T. Lengauer and R. E. Tarjan, "A fast algorithm for finding dominators
 // in a flowgraph", ACM TOPLAS 1(1), 1979, with the balanced LINK of its appendix.
@@ -26,10 +27,6 @@ void debugMessage(bool debug, const char* text) {
     if (debug) {
         Logger::message(text);
     }
-}
-
-int* elementOf(int* const* pages, int index) {
-    return pages[index >> BigIntArray64::PAGE_BITS] + (index & BigIntArray64::PAGE_MASK);
 }
 
 ZSet<int>* setOf(unsigned long word) {
@@ -60,8 +57,8 @@ DominatorComputer::DominatorComputer(ObjectStorage& analysed, int rootCount, con
       nodeSizes(table.buffer + SIZE), rootSet(rootCount < 1 ? 1 : rootCount),
       nullNode(analysed.getObjectCount()), depthFirstCount(0),
       reachableBits(reinterpret_cast<const unsigned*>(bits)), progress(told),
-      bucketTable(analysed.getBucketTable()), markBits(analysed.getMarkBits()),
-      dominatorPages(nullptr), bucketsInUse(false), debug(Options::isDebug("dominators")) {}
+      bucketTable(analysed.getBucketTable()), markBits(analysed.getMarkBits()), bucketsInUse(false),
+      debug(Options::isDebug("dominators")) {}
 
 // The delegated constructor makes everything that the destructor frees: it runs also when the work
 // below ends with an exception.
@@ -86,23 +83,18 @@ DominatorComputer::DominatorComputer(ObjectStorage& analysed, const int* roots, 
     Logger::assertNotNULL(storage.getBackwardReferences(), "DominatorComputer", __LINE__);
     computeSemidominators();
     deleteSets(true);
-    finishDominators();
     bucketsInUse = false;
+    // All buckets are empty: their memory goes before that of the dominators comes.
+    storage.deleteBucketTable();
+    bucketTable = nullptr;
+    finishDominators();
+    storeDominators();
     debugMessage(debug, "dcc: 3");
 }
 
 DominatorComputer::~DominatorComputer() {
     if (bucketsInUse) {
         deleteSets(false);
-        dropNotedDominators();
-    }
-}
-
-// Ended early: dominators noted by another node are none yet.
-void DominatorComputer::dropNotedDominators() {
-    for (int node = 0; node < nullNode; node++) {
-        int* dominator = elementOf(dominatorPages, node);
-        *dominator = *dominator < 0 ? 0 : *dominator;
     }
 }
 
@@ -145,7 +137,7 @@ void DominatorComputer::depthFirstSearchDom(unsigned* visited, const RefTable& r
     }
     for (int slot = 0; slot < rootSet.getCapacity(); slot++) {
         const int root = rootSet.isFull(slot) ? rootSet.keyAt(slot) : 0;
-        if (root != 0 && isReached(root)) {
+        if (root != 0 && semis[at(root)] != 0) {
             parents[at(root)] = ~parents[at(root)];
         }
     }
@@ -235,9 +227,6 @@ void DominatorComputer::prefetchChildren(const RefTable& refTable, const int* el
 }
 
 void DominatorComputer::computeSemidominators() {
-    BigIntArray64* dominators = storage.arrayOfKind(READ_DOMINATORS);
-    dominators->ensure(nullNode);
-    dominatorPages = dominators->pagePointers();
     bucketsInUse = true;
     const RefTable& backward = *storage.getBackwardReferences();
     Logger::assertTrue(backward.getRowCount() >= nullNode, "DominatorComputer", __LINE__);
@@ -257,7 +246,6 @@ void DominatorComputer::processNode(int number, const RefTable& backward) {
     if (parent < 0) {
         // A root: the virtual root, number 1, refers to it.
         parent = ~parent;
-        parents[at(node)] = parent;
         semis[at(node)] = 1;
     } else {
         semis[at(node)] = smallestOfReferrers(node, number, backward);
@@ -266,7 +254,7 @@ void DominatorComputer::processNode(int number, const RefTable& backward) {
     link(parent, node);
     if (owner == parent) {
         // The bucket of the parent is emptied right here, while the node is alone on its path.
-        *elementOf(dominatorPages, node) = parent;
+        parents[at(node)] = parent;
     } else {
         addToBucket(owner, node);
     }
@@ -311,7 +299,6 @@ void DominatorComputer::prefetchNodes(int number, const RefTable& backward) cons
     int node = nodeAhead(AHEAD_NODE);
     __builtin_prefetch(startsAndCounts + 2 * static_cast<size_t>(node));
     __builtin_prefetch(table.buffer + at(node), 1);
-    __builtin_prefetch(elementOf(dominatorPages, node), 1);
     node = nodeAhead(AHEAD_LIST);
     if (listLength(node) > 0) {
         __builtin_prefetch(listOf(node));
@@ -384,7 +371,7 @@ void DominatorComputer::emptyBucket(int owner) {
 // A dominator that is that of another node is noted as the complement of that node.
 void DominatorComputer::decideDominator(int owner, int node) {
     const int smallest = eval(node);
-    *elementOf(dominatorPages, node) = semis[at(smallest)] >= semis[at(node)] ? owner : ~smallest;
+    parents[at(node)] = semis[at(smallest)] >= semis[at(node)] ? owner : ~smallest;
 }
 
 void DominatorComputer::deleteSets(bool report) {
@@ -427,12 +414,29 @@ void DominatorComputer::deleteSets(bool report) {
 void DominatorComputer::finishDominators() {
     for (int number = 2; number <= depthFirstCount; number++) {
         if (number + AHEAD_LIST <= depthFirstCount) {
-            __builtin_prefetch(elementOf(dominatorPages, vertices[at(number + AHEAD_LIST)]), 1);
+            __builtin_prefetch(parents + at(vertices[at(number + AHEAD_LIST)]), 1);
         }
-        int* dominator = elementOf(dominatorPages, vertices[at(number)]);
-        if (*dominator < 0) {
-            *dominator = *elementOf(dominatorPages, ~*dominator);
+        int& dominator = parents[at(vertices[at(number)])];
+        if (dominator < 0) {
+            dominator = parents[at(~dominator)];
         }
+    }
+}
+
+// Moves the dominators to the storage. The table's memory goes page by page as theirs comes.
+void DominatorComputer::storeDominators() {
+    BigIntArray64* dominators = storage.arrayOfKind(READ_DOMINATORS);
+    for (int from = 0; from < nullNode; from += BigIntArray64::PAGE_SIZE) {
+        const int left = nullNode - from;
+        const int count = left < BigIntArray64::PAGE_SIZE ? left : BigIntArray64::PAGE_SIZE;
+        int* page = dominators->getBuffer(from, true);
+        for (int i = 0; i < count; i++) {
+            page[i] = parents[at(from + i)];
+            if (semis[at(from + i)] != 0) {
+                setBit(markBits, from + i);
+            }
+        }
+        MemAllocator::giveBack(table.buffer + at(from), at(count) * sizeof(int));
     }
 }
 

@@ -14,7 +14,8 @@
 //   the null node, stands for "no node". The table has seven integers a node in one stretch, so
 //   that a node's fields share a cache line or two:
 //     label     node with the smallest semidominator on the compressed path
-//     parent    in the depth-first tree; the complement of it for a root, until it is processed
+//     parent    in the depth-first tree; the complement of it for a root, until it is processed;
+//               the dominator once that is decided, or the complement of a node that shares it
 //     ancestor  in the link-eval forest; null node while the node isn't linked
 //     child     in the balanced forest; null node at the end
 //     vertex    by number: row k holds the node with depth-first number k
@@ -47,7 +48,8 @@ public:
 
     // Rows that the search reached, those of the virtual root aside.
     int getReachedCount() const { return depthFirstCount > 0 ? depthFirstCount - 1 : 0; }
-    bool isReached(int row) const { return table.buffer[at(row) + SEMI] != 0; }
+    // Valid until the storage's mark bits are deleted.
+    bool isReached(int row) const { return (markBits[row >> 5] >> (row & 31) & 1) != 0; }
 
     // Buckets that became sets, emptyings of such, and bytes of all sets at the end.
     struct Statistics {
@@ -80,7 +82,7 @@ private:
     void decideDominator(int owner, int node);
     void deleteSets(bool report);
     void finishDominators();
-    void dropNotedDominators();
+    void storeDominators();
     int eval(int node);
     void compress(int node);
     void link(int parent, int node);
@@ -102,8 +104,7 @@ private:
     AnalysisProgress* progress;
     unsigned long* bucketTable;
     unsigned* markBits;
-    int* const* dominatorPages;
-    bool bucketsInUse; // mark bits tell which buckets are sets, and dominators may be complements
+    bool bucketsInUse; // mark bits tell which buckets are sets
     bool debug;
     Statistics statistics;
 };

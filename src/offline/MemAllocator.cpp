@@ -73,6 +73,15 @@ void MemAllocator::release(void* block, size_t bytes) noexcept {
     }
 }
 
+void MemAllocator::giveBack(void* part, size_t bytes) noexcept {
+    const size_t page = systemPageSize();
+    const uintptr_t from = (reinterpret_cast<uintptr_t>(part) + page - 1) / page * page;
+    const uintptr_t to = (reinterpret_cast<uintptr_t>(part) + bytes) / page * page;
+    if (from < to) {
+        madvise(reinterpret_cast<void*>(from), to - from, MADV_DONTNEED);
+    }
+}
+
 void* MemAllocator::map(int fileDescriptor, long offset, long size, long* pageOffset,
                         long* mappedLength, bool shared) {
     Logger::assertTrue(fileDescriptor >= 0, "MemAllocator", __LINE__);

@@ -15,6 +15,9 @@ public:
     static void* allocateZeroed(size_t bytes, bool largePages = true);
     // Null does nothing.
     static void release(void* block, size_t bytes) noexcept;
+    // Part of a block from allocateZeroed is not needed any more: what is in it is lost, its memory
+    // may go back to the system. The block is still to be released.
+    static void giveBack(void* part, size_t bytes) noexcept;
 
     // Maps `size` bytes of a file from `offset` on for reading and writing; shared tells whether
     // writes reach the file. The mapping begins at a page boundary: the wanted bytes start at

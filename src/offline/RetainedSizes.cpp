@@ -3,8 +3,8 @@
 namespace {
 
 // How far ahead of the walk memory is fetched, in rows.
-constexpr int AHEAD_FAR = 24;
-constexpr int AHEAD_NEAR = 12;
+constexpr int AHEAD = 24;
+constexpr int DONE = -1;
 
 // Element access to an array whose pages up to the object count all exist.
 class Pages {
@@ -38,46 +38,40 @@ long longOf(const int* halves) {
 
 } // namespace
 
-// Bottom-up without recursion and sorting: a row is on the stack once all rows that it dominates
-// have added their retained sizes to it.
+// Bottom-up without recursion, sorting or stack: from each row that dominates nothing, upward as
+// far as all that a row dominates has added its retained size to it.
 void ObjectStorage::calculateRetainedSizes() {
     const int count = objectCount;
     const Pages dominator(dominators, count);
     const Pages retained(retainedSizes, 2L * count);
-    BigIntArray64 dominatedCounts("dcc");
+    BigIntArray64 dominatedCounts("dcc"); // rows dominated that have not added theirs; DONE
     const Pages dominated(dominatedCounts, count);
-    for (int row = 1; row < count; row++) {
-        const int ahead = row + AHEAD_FAR < count ? *dominator[row + AHEAD_FAR] : 0;
+    const auto prefetch = [&](const Pages& array, int row, int elements) {
+        const int ahead = row + AHEAD < count ? *dominator[row + AHEAD] : 0;
         if (ahead > 0 && ahead < count) {
-            __builtin_prefetch(dominated[ahead], 1);
+            __builtin_prefetch(array[static_cast<long>(elements) * ahead], 1);
         }
+    };
+    for (int row = 1; row < count; row++) {
+        prefetch(dominated, row, 1);
         const int d = *dominator[row];
         Logger::assertTrue(d >= 0 && d < count, "RetainedSizes", __LINE__);
         if (d != 0) {
             ++*dominated[d];
         }
     }
-    BigIntArray64 stack("frnt");
-    int depth = 0;
     for (int row = 1; row < count; row++) {
-        if (*dominated[row] == 0) {
-            stack.set(depth++, row);
-        }
-    }
-    while (depth > 0) {
-        const int far = stack.get(depth > AHEAD_FAR ? depth - AHEAD_FAR : 0);
-        __builtin_prefetch(dominator[far]);
-        const int near = *dominator[stack.get(depth > AHEAD_NEAR ? depth - AHEAD_NEAR : 0)];
-        __builtin_prefetch(dominated[near], 1);
-        __builtin_prefetch(retained[2L * near], 1);
-        const int row = stack.get(--depth);
-        addLong(retained[2L * row], sizes.get(row));
-        const int d = *dominator[row];
-        if (d != 0) {
-            addLong(retained[2L * d], longOf(retained[2L * row]));
-            if (--*dominated[d] == 0) {
-                stack.set(depth++, d);
+        prefetch(dominated, row, 1);
+        prefetch(retained, row, 2);
+        for (int above = row; above != 0 && *dominated[above] == 0;) {
+            *dominated[above] = DONE;
+            addLong(retained[2L * above], sizes.get(above));
+            const int d = *dominator[above];
+            if (d != 0) {
+                addLong(retained[2L * d], longOf(retained[2L * above]));
+                --*dominated[d];
             }
+            above = d;
         }
     }
 }
