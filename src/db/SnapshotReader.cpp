@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "db/DB.h"
+#include "db/HeapRecords.h"
 
 SnapshotReader::SnapshotReader(DB* database, ByteSource& source, HeapSectionReader* heapReader)
     : db(database), input(source), heap(heapReader), tables(database), headerRead(false) {}
@@ -58,9 +59,10 @@ const SnapshotHeader& SnapshotReader::read() {
     readUserTables();
     if (input.peekByte() == SNAPSHOT_HEAP_TAG) {
         if (heap == nullptr) {
-            input.fail("a heap stands here, which this reader does not read");
+            skipHeapSections();
+        } else {
+            heap->readHeapSections(input, header);
         }
-        heap->readHeapSections(input, header);
     }
     tables.readMarkedTables(input);
     const int next = input.peekByte();
@@ -70,6 +72,21 @@ const SnapshotHeader& SnapshotReader::read() {
         input.fail(ZString("unexpected byte ") + longToString(next));
     }
     return header;
+}
+
+void SnapshotReader::skipHeapSections() {
+    input.setTable("the heap");
+    input.skip(1 + HEAP_HEADER_BYTES);
+    for (int tag = input.peekByte(); tag >= 0; tag = input.peekByte()) {
+        if (tag == SNAPSHOT_TABLE_TAG || tag == SNAPSHOT_CLOSING_TAG) {
+            break;
+        }
+        input.readByte();
+        if (!skipHeapRecord(input, tag)) {
+            input.fail(ZString("unknown record ") + longToString(tag));
+        }
+    }
+    input.setTable(nullptr);
 }
 
 void SnapshotReader::readUserTables() {

@@ -31,11 +31,11 @@ public:
 };
 
 // SnapshotReader fills a DB from a snapshot file: header, user tables, heap sections if there are
-// any and a reader for them, tables, closing sections. Failures throw a BadInputException, see
-// TableStreamReader.
+// any, tables, closing sections if there is a reader for them. Failures throw a BadInputException,
+// see TableStreamReader.
 class SnapshotReader {
 public:
-    // All stay the caller's; the heap reader may be null, and a file with a heap is refused then.
+    // All stay the caller's; the heap reader may be null: the heap is passed over then.
     SnapshotReader(DB* database, ByteSource& source, HeapSectionReader* heapReader = nullptr);
 
     // The header alone. To be called once, before read().
@@ -49,6 +49,7 @@ public:
 
 private:
     void readUserTables();
+    void skipHeapSections();
 
     DB* db;
     ByteReader input;

@@ -3,38 +3,24 @@
 #include <algorithm>
 
 #include "db/DB.h"
+#include "db/HeapRecords.h"
 #include "offline/HeapIndexWriter.h"
 #include "offline/HeapReadError.h"
 #include "offline/HeapText.h"
 
 namespace {
 
-enum SnapshotRecord : uint8_t {
-    RECORD_OBJECT = 3,
-    RECORD_REFERENCE_ARRAY = 4,
-    RECORD_PRIMITIVE_ARRAY = 5,
-    RECORD_ALLOCATOR = 8,
-    RECORD_FIELD = 9,
-    RECORD_ELEMENT = 10,
-    RECORD_CLASS_LOADER = 11,
-    RECORD_SIGNERS = 12,
-    RECORD_PROTECTION_DOMAIN = 13,
-    RECORD_STATIC_FIELD = 14,
-    RECORD_CONSTANT = 15,
-    RECORD_HEAP_HEADER = 25,
-    RECORD_PRIMITIVES = 39,
-    RECORD_CLASS = 40,
-    RECORD_ROOT = 43
-};
-
 // Positions of a class row's list; interfaces, statics and constants follow.
 enum ClassPosition { CLASS_SUPER, CLASS_LOADER, CLASS_SIGNERS, CLASS_DOMAIN, CLASS_FIXED };
 
-constexpr uint64_t SMALLEST_OBJECT_RECORD = 25;
 // Null elements have no record, so lists may be much longer than the file; still not without end.
 constexpr uint64_t POSITIONS_BASE = 1 << 20;
 constexpr uint64_t POSITIONS_PER_BYTE = 64;
 constexpr uint64_t PROGRESS_STRIDE = 1 << 24; // bytes
+
+bool isReference(int tag) {
+    return tag >= HEAP_RECORD_FIELD && tag <= HEAP_RECORD_CONSTANT;
+}
 
 } // namespace
 
@@ -47,11 +33,11 @@ public:
     bool atEnd() const { return pos >= end; }
     uint64_t left() const { return end - pos; }
     uint8_t peek() const { return base[pos]; }
-    uint8_t byte() {
+    uint8_t readByte() {
         need(1);
         return base[pos++];
     }
-    int i32() {
+    int readInt() {
         need(4);
         uint32_t v = 0;
         for (int i = 3; i >= 0; i--) {
@@ -60,29 +46,30 @@ public:
         pos += 4;
         return static_cast<int>(v);
     }
-    int64_t i64() {
-        uint64_t low = static_cast<uint32_t>(i32());
-        return static_cast<int64_t>(low | static_cast<uint64_t>(static_cast<uint32_t>(i32()))
+    int64_t readLong() {
+        uint64_t low = static_cast<uint32_t>(readInt());
+        return static_cast<int64_t>(low | static_cast<uint64_t>(static_cast<uint32_t>(readInt()))
                                               << 32);
     }
     // A count of items of at least itemSize bytes that must still follow.
     int count(uint64_t itemSize, const char* what) {
-        int n = i32();
+        int n = readInt();
         if (n < 0 || static_cast<uint64_t>(n) > left() / itemSize) {
             fail(std::string(what) + ": a count of " + std::to_string(n), 4);
         }
         return n;
     }
-    void skip(uint64_t bytes) {
-        need(bytes);
-        pos += bytes;
+    // A negative count is more than there is.
+    void skip(int64_t bytes) {
+        need(static_cast<uint64_t>(bytes));
+        pos += static_cast<uint64_t>(bytes);
     }
     // `back`: how far behind the bad value the cursor stands.
     [[noreturn]] void fail(const std::string& what, uint64_t back) const {
         throw HeapReadError("snapshot heap: " + what, pos - std::min(pos, back));
     }
 
-    uint64_t position() const { return pos; }
+    uint64_t getOffset() const { return pos; }
 
 private:
     void need(uint64_t bytes) const {
@@ -103,12 +90,12 @@ SnapshotHeapSections::SnapshotHeapSections(const MappedFile& mapped, HeapModel& 
 void SnapshotHeapSections::readHeapSections(ByteReader& input, const SnapshotHeader&) {
     const auto start = static_cast<uint64_t>(input.getOffset());
     Cursor in(file, start);
-    if (in.byte() != RECORD_HEAP_HEADER) {
+    if (in.readByte() != SNAPSHOT_HEAP_TAG) {
         in.fail("no heap header", 1);
     }
-    const int count = in.i32();
-    in.i32(); // strings, always 0
-    in.i32(); // allocators, told by their records
+    const int count = in.readInt();
+    in.readInt(); // strings, always 0
+    in.readInt(); // allocators, told by their records
     if (count < 0 || count >= 0x7ffffff0) {
         in.fail("an object count of " + std::to_string(count), 12);
     }
@@ -121,14 +108,14 @@ void SnapshotHeapSections::readHeapSections(ByteReader& input, const SnapshotHea
     model.objectCount = count + 1;
     model.lastRowWithId = count;
     model.storage.reset(new ObjectStorage(model.objectCount, scratch));
-    const uint64_t first = in.position();
+    const uint64_t first = in.getOffset();
     const uint64_t end = firstPass(first);
     secondPass(first, end);
     input.skip(static_cast<long>(end - start));
 }
 
 int SnapshotHeapSections::readRow(Cursor& in, const char* what, bool mayBeNull) const {
-    const int row = in.i32();
+    const int row = in.readInt();
     if (row < (mayBeNull ? 0 : 1) || row >= model.objectCount) {
         in.fail(std::string(what) + " is object " + std::to_string(row) + " of " +
                     std::to_string(model.objectCount - 1),
@@ -148,49 +135,42 @@ uint64_t SnapshotHeapSections::firstPass(uint64_t from) {
     std::vector<int> linkRows; // classes of records 14 and 15, which may come ahead of the class
     uint64_t nextReport = from;
     while (!in.atEnd() && in.peek() != SNAPSHOT_TABLE_TAG && in.peek() != SNAPSHOT_CLOSING_TAG) {
-        if (in.position() >= nextReport) {
-            reportProgress(progress, "reading objects", static_cast<long>(in.position()),
+        if (in.getOffset() >= nextReport) {
+            reportProgress(progress, "reading objects", static_cast<long>(in.getOffset()),
                            static_cast<long>(2 * file.size()));
             nextReport += PROGRESS_STRIDE;
         }
-        const uint8_t tag = in.byte();
+        const uint8_t tag = in.readByte();
         switch (tag) {
-        case RECORD_OBJECT:
-        case RECORD_REFERENCE_ARRAY:
-        case RECORD_PRIMITIVE_ARRAY:
+        case HEAP_RECORD_OBJECT:
+        case HEAP_RECORD_REFERENCE_ARRAY:
+        case HEAP_RECORD_PRIMITIVE_ARRAY:
             readObject(in, tag);
             break;
-        case RECORD_ALLOCATOR: {
+        case HEAP_RECORD_ALLOCATOR: {
             const int row = readRow(in, "allocated object", false);
-            const int trn = in.i32();
-            model.storage->setAllocator(row, in.i32(), trn);
+            const int trn = in.readInt();
+            model.storage->setAllocator(row, in.readInt(), trn);
             break;
         }
-        case RECORD_STATIC_FIELD:
-        case RECORD_CONSTANT:
+        case HEAP_RECORD_STATIC_FIELD:
+        case HEAP_RECORD_CONSTANT:
             linkRows.push_back(readRow(in, "referrer", false));
             in.skip(8);
             break;
-        case RECORD_FIELD:
-        case RECORD_ELEMENT:
-            in.skip(12);
-            break;
-        case RECORD_CLASS_LOADER:
-        case RECORD_SIGNERS:
-        case RECORD_PROTECTION_DOMAIN:
-            in.skip(8);
-            break;
-        case RECORD_CLASS:
+        case HEAP_RECORD_CLASS:
             readClass(in);
             break;
-        case RECORD_ROOT:
+        case HEAP_RECORD_ROOT:
             readRoot(in);
             break;
-        case RECORD_PRIMITIVES:
+        case HEAP_RECORD_PRIMITIVES:
             skipPrimitives(in);
             break;
         default:
-            in.fail("unknown record tag " + std::to_string(tag), 1);
+            if (!skipHeapRecord(in, tag)) {
+                in.fail("unknown record tag " + std::to_string(tag), 1);
+            }
         }
     }
     for (int row : linkRows) {
@@ -200,31 +180,31 @@ uint64_t SnapshotHeapSections::firstPass(uint64_t from) {
         }
     }
     createClasses(in);
-    return in.position();
+    return in.getOffset();
 }
 
 void SnapshotHeapSections::readObject(Cursor& in, uint8_t tag) {
     const int row = readRow(in, "object", false);
     const int type = readRow(in, "class", false);
-    const int64_t size = in.i64();
-    const int generation = in.i32();
-    const int length = in.i32();
+    const int64_t size = in.readLong();
+    const int generation = in.readInt();
+    const int length = in.readInt();
     if (length < 0 || size < 0) {
         in.fail("an object of negative size", 4);
     }
     ObjectStorage& storage = *model.storage;
     if (storage.getRefCount(row) != 0 || noteOfRow.get(row) >= 0) {
-        in.fail("object " + std::to_string(row) + " is there twice", SMALLEST_OBJECT_RECORD - 1);
+        in.fail("object " + std::to_string(row) + " is there twice", heapRecordBytes(tag));
     }
     objectRecords++;
-    positionsUsed += 1 + (tag == RECORD_PRIMITIVE_ARRAY ? 0 : static_cast<uint64_t>(length));
+    positionsUsed += 1 + (tag == HEAP_RECORD_PRIMITIVE_ARRAY ? 0 : static_cast<uint64_t>(length));
     if (positionsUsed > std::min<uint64_t>(mostPositions, 0x7ffffff0)) {
         in.fail("more references than can be", 4);
     }
     const int bytes = static_cast<int>(std::min<int64_t>(size, INT32_MAX));
-    if (tag == RECORD_OBJECT) {
+    if (tag == HEAP_RECORD_OBJECT) {
         storage.createObject(nullptr, row, type, generation, bytes, length);
-    } else if (tag == RECORD_REFERENCE_ARRAY) {
+    } else if (tag == HEAP_RECORD_REFERENCE_ARRAY) {
         storage.createObjectArray(nullptr, row, type, generation, bytes, length);
     } else {
         storage.createPrimArray(nullptr, row, type, length, bytes, generation);
@@ -233,23 +213,23 @@ void SnapshotHeapSections::readObject(Cursor& in, uint8_t tag) {
 
 void SnapshotHeapSections::readClass(Cursor& in) {
     ClassNote note;
-    note.offset = in.position() - 1;
-    note.nameId = in.i32();
+    note.offset = in.getOffset() - 1;
+    note.nameId = in.readInt();
     const int row = readRow(in, "class", false);
     if (model.storage->getRefCount(row) != 0 || noteOfRow.get(row) >= 0) {
         in.fail("object " + std::to_string(row) + " is there twice", 4);
     }
     note.superRow = readRow(in, "superclass", true);
-    const int64_t size = in.i64();
+    const int64_t size = in.readLong();
     note.size = static_cast<int>(std::clamp<int64_t>(size, 0, INT32_MAX));
-    note.generation = in.i32();
-    in.i64();
+    note.generation = in.readInt();
+    in.readLong();
     for (int n = in.count(4, "interfaces"); n > 0; n--) {
         note.interfaces.push_back(readRow(in, "interface", true));
     }
     readFieldLists(in, note);
-    in.i32();
-    in.i32();
+    in.readInt();
+    in.readInt();
     objectRecords++;
     noteOfRow.put(row, static_cast<int>(notes.size()));
     HeapClass type;
@@ -265,12 +245,12 @@ void SnapshotHeapSections::readFieldLists(Cursor& in, ClassNote& note) {
         const bool reference = list < 2;
         const bool isStatic = list % 2 == 0;
         for (int n = in.count(reference ? 8 : 5, "fields"); n > 0; n--) {
-            const int name = in.i32();
+            const int name = in.readInt();
             char type = 'L';
             if (reference) {
-                in.i32();
+                in.readInt();
             } else {
-                type = static_cast<char>(in.byte());
+                type = static_cast<char>(in.readByte());
                 if (primitiveTypeSize(type) == 0) {
                     in.fail("a field of unknown type", 1);
                 }
@@ -286,16 +266,16 @@ void SnapshotHeapSections::readFieldLists(Cursor& in, ClassNote& note) {
 void SnapshotHeapSections::readRoot(Cursor& in) {
     RootNote note;
     note.row = readRow(in, "root", false);
-    note.kind = static_cast<uint32_t>(in.i32());
-    note.trn = in.i32();
+    note.kind = static_cast<uint32_t>(in.readInt());
+    note.trn = in.readInt();
     note.threadRow = readRow(in, "thread", true);
-    note.frame = in.i32();
-    in.i32(); // name of the variable
+    note.frame = in.readInt();
+    in.readInt(); // name of the variable
     rootNotes.push_back(note);
 }
 
 void SnapshotHeapSections::skipPrimitives(Cursor& in) {
-    const int64_t size = in.i64();
+    const int64_t size = in.readLong();
     if (size < 0) {
         in.fail("a primitive block of negative size", 8);
     }
@@ -306,12 +286,12 @@ void SnapshotHeapSections::skipPrimitives(Cursor& in) {
                     std::to_string(model.objectCount - 1) + " objects",
                 4);
     }
-    in.skip((8 - in.position() % 8) % 8);
-    offsetTable = in.position();
+    in.skip((8 - in.getOffset() % 8) % 8);
+    offsetTable = in.getOffset();
     in.skip(static_cast<uint64_t>(count) * 8);
     Cursor table(file, offsetTable + 8);
     for (int row = 1; row < count; row++) {
-        const int64_t at = table.i64();
+        const int64_t at = table.readLong();
         if (at < 0 || static_cast<uint64_t>(at) > file.size()) {
             table.fail("data of object " + std::to_string(row) + " lie outside of the file", 8);
         }
@@ -346,42 +326,18 @@ void SnapshotHeapSections::createClasses(Cursor& in) {
 void SnapshotHeapSections::secondPass(uint64_t from, uint64_t to) {
     Cursor in(file, from);
     uint64_t nextReport = from;
-    while (in.position() < to) {
-        if (in.position() >= nextReport) {
+    while (in.getOffset() < to) {
+        if (in.getOffset() >= nextReport) {
             reportProgress(progress, "reading objects",
-                           static_cast<long>(file.size() + in.position()),
+                           static_cast<long>(file.size() + in.getOffset()),
                            static_cast<long>(2 * file.size()));
             nextReport += PROGRESS_STRIDE;
         }
-        const uint8_t tag = in.byte();
-        switch (tag) {
-        case RECORD_OBJECT:
-        case RECORD_REFERENCE_ARRAY:
-        case RECORD_PRIMITIVE_ARRAY:
-            in.skip(SMALLEST_OBJECT_RECORD - 1);
-            break;
-        case RECORD_ALLOCATOR:
-            in.skip(12);
-            break;
-        case RECORD_CLASS: {
-            ClassNote ignored;
-            in.skip(4 + 4 + 4 + 8 + 4 + 8);
-            in.skip(4 * static_cast<uint64_t>(in.count(4, "interfaces")));
-            readFieldLists(in, ignored);
-            in.skip(8);
-            break;
-        }
-        case RECORD_ROOT:
-            in.skip(24);
-            break;
-        case RECORD_PRIMITIVES: {
-            in.skip(static_cast<uint64_t>(in.i64()) + 4);
-            in.skip((8 - in.position() % 8) % 8);
-            in.skip(static_cast<uint64_t>(model.objectCount) * 8);
-            break;
-        }
-        default:
+        const uint8_t tag = in.readByte();
+        if (isReference(tag)) {
             storeReference(in, tag);
+        } else {
+            skipHeapRecord(in, tag);
         }
     }
     if (droppedReferences > 0) {
@@ -393,11 +349,11 @@ void SnapshotHeapSections::secondPass(uint64_t from, uint64_t to) {
 void SnapshotHeapSections::storeReference(Cursor& in, uint8_t tag) {
     const int from = readRow(in, "referrer", false);
     const int to = readRow(in, "referee", true);
-    const bool hasSlot =
-        tag != RECORD_CLASS_LOADER && tag != RECORD_SIGNERS && tag != RECORD_PROTECTION_DOMAIN;
-    const int slot = hasSlot ? in.i32() : 0;
+    const bool hasSlot = tag != HEAP_RECORD_CLASS_LOADER && tag != HEAP_RECORD_SIGNERS &&
+                         tag != HEAP_RECORD_PROTECTION_DOMAIN;
+    const int slot = hasSlot ? in.readInt() : 0;
     ObjectStorage& storage = *model.storage;
-    if (tag == RECORD_FIELD || tag == RECORD_ELEMENT) {
+    if (tag == HEAP_RECORD_FIELD || tag == HEAP_RECORD_ELEMENT) {
         // Position 0 is the class.
         if (noteOfRow.get(from) >= 0 || slot < 0 || slot >= storage.getRefCount(from) - 1) {
             droppedReferences++;
@@ -411,19 +367,19 @@ void SnapshotHeapSections::storeReference(Cursor& in, uint8_t tag) {
         droppedReferences++;
         return;
     }
-    if (tag == RECORD_CLASS_LOADER) {
+    if (tag == HEAP_RECORD_CLASS_LOADER) {
         note->hasLoader = note->hasLoader || to != 0;
         storage.setRef(from, to, CLASS_LOADER);
-    } else if (tag == RECORD_SIGNERS) {
+    } else if (tag == HEAP_RECORD_SIGNERS) {
         storage.setRef(from, to, CLASS_SIGNERS);
-    } else if (tag == RECORD_PROTECTION_DOMAIN) {
+    } else if (tag == HEAP_RECORD_PROTECTION_DOMAIN) {
         storage.setRef(from, to, CLASS_DOMAIN);
     } else {
         HeapClass& type = model.classes[static_cast<size_t>(noteOfRow.get(from))];
         storage.setRef(from, to, note->nextLink++);
         type.referenceNames.push_back(
-            (tag == RECORD_STATIC_FIELD ? "<static field " : "<constant ") + std::to_string(slot) +
-            ">");
+            (tag == HEAP_RECORD_STATIC_FIELD ? "<static field " : "<constant ") +
+            std::to_string(slot) + ">");
     }
 }
 
