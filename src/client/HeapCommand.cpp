@@ -10,27 +10,36 @@ namespace {
 struct HeapReportRow {
     const char* name;
     int (*run)(Console& console, const Arguments& arguments);
+    bool graphNeeded; // shows more than sizes and the dominator tree
 };
 
 // The choices of REPORT in the table of commands.
 const HeapReportRow Reports[] = {
-    {"summary", reportHeapSummary}, {"histogram", reportHeapHistogram},
-    {"biggest", reportHeapBiggest}, {"dominators", reportHeapDominators},
-    {"refs", reportHeapReferences}, {"referrers", reportHeapReferrers},
-    {"path", reportHeapPath},       {"retained", reportHeapRetained},
-    {"strings", reportHeapStrings}, {"arrays", reportHeapArrays},
-    {"diff", reportHeapDiff},
+    {"summary", reportHeapSummary, false}, {"histogram", reportHeapHistogram, true},
+    {"biggest", reportHeapBiggest, false}, {"dominators", reportHeapDominators, false},
+    {"refs", reportHeapReferences, true},  {"referrers", reportHeapReferrers, true},
+    {"path", reportHeapPath, true},        {"retained", reportHeapRetained, true},
+    {"strings", reportHeapStrings, true},  {"arrays", reportHeapArrays, true},
+    {"diff", reportHeapDiff, true},
 };
 
-} // namespace
-
-int runHeap(Console& console, const Arguments& arguments) {
+const HeapReportRow& reportRow(const Arguments& arguments) {
     std::string name = arguments.text("REPORT", "summary");
     for (const HeapReportRow& report : Reports) {
         if (name == report.name)
-            return report.run(console, arguments);
+            return report;
     }
     throw ClientError(ExitCode::Usage, "usage", "there is no report " + name);
+}
+
+} // namespace
+
+bool heapReportNeedsGraph(const Arguments& arguments) {
+    return reportRow(arguments).graphNeeded;
+}
+
+int runHeap(Console& console, const Arguments& arguments) {
+    return reportRow(arguments).run(console, arguments);
 }
 
 } // namespace vdk

@@ -113,6 +113,7 @@ HeapOptions heapOptions(const Arguments& arguments) {
     options.temporaryDir = arguments.text("--tmp");
     options.dumpNumber = int(arguments.number("--dump", 1));
     options.threads = int(std::min(arguments.number("--threads", 2), 2L));
+    options.graphNeeded = heapReportNeedsGraph(arguments);
     options.verify = arguments.has("--verify");
     return options;
 }

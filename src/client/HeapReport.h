@@ -49,6 +49,8 @@ int reportHeapStrings(Console& console, const Arguments& arguments);
 int reportHeapArrays(Console& console, const Arguments& arguments);
 int reportHeapDiff(Console& console, const Arguments& arguments);
 
+// The report that the command line asks for shows classes, roots or references.
+bool heapReportNeedsGraph(const Arguments& arguments);
 // What the command line says about the heap to open.
 HeapOptions heapOptions(const Arguments& arguments);
 // The arguments behind the name of the report; throws ClientError (Usage) for more or fewer.

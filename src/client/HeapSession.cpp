@@ -72,6 +72,8 @@ HeapSession::HeapSession(Console& console, const HeapOptions& options, bool anal
         roots.push_back(root.row);
     std::sort(roots.begin(), roots.end());
     roots.erase(std::unique(roots.begin(), roots.end()), roots.end());
+    if (model().resultsOnly)
+        takeResults();
     if (!analyze)
         return;
     translated(options.file, [&] {
@@ -112,6 +114,21 @@ void HeapSession::open(bool analyze) {
                             0);
 }
 
+// Which rows the roots reached isn't told by results; all that have a size count as reached.
+void HeapSession::takeResults() {
+    if (options.graphNeeded)
+        throw ClientError(ExitCode::BadInput, "heap.results",
+                          options.file + " holds the results of an analysis only",
+                          "open the snapshot that it was made from; `summary`, `biggest` and "
+                          "`dominators` work without");
+    heap.reachedBits.assign(size_t(bitFieldWords(model().objectCount)), 0);
+    for (int row = 1; row <= model().rowCount(); row++) {
+        if (storage().getSize(row) >= 0)
+            setMark(heap.reachedBits.data(), row);
+    }
+    heap.analyzed = true;
+}
+
 void HeapSession::compute() {
     HeapProgress progress(console);
     heap.reachedBits.assign(size_t(bitFieldWords(model().objectCount)), 0);
@@ -129,8 +146,9 @@ void HeapSession::compute() {
 
 void HeapSession::verify() {
     HeapProgress progress(console);
-    DominatorCheck check =
-        verifyDominators(storage(), roots.data(), int(roots.size()), nullptr, &progress);
+    DominatorCheck check;
+    if (!model().resultsOnly)
+        check = verifyDominators(storage(), roots.data(), int(roots.size()), nullptr, &progress);
     if (check.violated)
         throw ClientError(ExitCode::Refused, "heap.verify",
                           std::string("dominators are wrong: ") + check.violated + " at rows " +
@@ -139,7 +157,8 @@ void HeapSession::verify() {
     if (row != 0)
         throw ClientError(ExitCode::Refused, "heap.verify",
                           "retained sizes are wrong at row " + std::to_string(row));
-    console.note("dominators and retained sizes verified");
+    console.note(model().resultsOnly ? "retained sizes verified"
+                                     : "dominators and retained sizes verified");
 }
 
 bool HeapSession::isReached(int row) const {

@@ -18,7 +18,8 @@ struct HeapOptions {
     std::string temporaryDir; // for inflating, empty for the default
     int dumpNumber = 1;
     int threads = 2;
-    bool verify = false; // check dominators and retained sizes after computing or loading them
+    bool graphNeeded = true; // the report needs classes, roots or references
+    bool verify = false;     // check dominators and retained sizes after computing or loading them
 };
 
 class HeapSession {
@@ -46,6 +47,7 @@ public:
 
 private:
     void open(bool analyze);
+    void takeResults();
     void compute();
     void verify();
 

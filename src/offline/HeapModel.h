@@ -145,9 +145,12 @@ public:
     std::vector<HeapClass> classes;
     std::vector<HeapRoot> roots;
     std::vector<HeapThread> threads;
-    int classClass = -1;              // java.lang.Class
-    int stringClass = -1;             // java.lang.String
-    std::string sizeReport;           // how the sizes of objects were found
+    int classClass = -1;    // java.lang.Class
+    int stringClass = -1;   // java.lang.String
+    std::string sizeReport; // how the sizes of objects were found
+    // The file holds what an analysis found (sizes, dominators, retained sizes) and not the heap
+    // that it was found from: there are no classes, roots and references.
+    bool resultsOnly = false;
     std::vector<std::string> remarks; // what could not be read, in words for the user
 
 private:

@@ -32,10 +32,13 @@ std::unique_ptr<HeapModel> SnapshotHeapReader::read(std::shared_ptr<MappedFile> 
                             static_cast<uint64_t>(reader.getInput().getOffset()));
     }
     if (!sections.hasObjects()) {
-        throw HeapReadError(sections.hasClosingSections()
-                                ? "the file holds the results of an analysis only; open the "
-                                  "snapshot that it was made from"
-                                : "the snapshot's heap is empty");
+        if (!sections.hasClosingSections()) {
+            throw HeapReadError("the snapshot's heap is empty");
+        }
+        model->resultsOnly = true;
+        model->remarks.push_back(
+            "the file holds the results of an analysis only: no classes, roots "
+            "and references");
     }
     sections.resolveNames(db);
     model->sizeReport = "as the JVM reported them when the snapshot was taken";

@@ -5,7 +5,7 @@
 #include "offline/HeapModel.h"
 #include "offline/HprofReader.h"
 
-// Reads a snapshot with a heap into a HeapModel.
+// Reads a snapshot with a heap, or with the results of an analysis only, into a HeapModel.
 class SnapshotHeapReader {
 public:
     static bool isSnapshot(const uint8_t* bytes, uint64_t size);

@@ -395,7 +395,11 @@ void SnapshotHeapSections::readClosingSections(ByteReader& input, const Snapshot
         input.fail("closing sections without a heap");
     }
     for (int i = 0; i < classes; i++) {
-        closingClasses.push_back(input.readIntInRange("class row", 1, model.objectCount - 1));
+        const int row = input.readIntInRange("class row", 1, model.objectCount - 1);
+        closingClasses.push_back(row);
+        if (!hasObjects()) {
+            model.storage->getClassRows().push(row);
+        }
     }
     input.readIntInRange("end of class rows", -1, -1);
     input.readIntInRange("end of class rows", -1, -1);

@@ -1,7 +1,15 @@
 #include "client/CommandLine.h"
 
 #include "../offline_readers/HprofWriter.h"
+#include "db/DB.h"
+#include "db/Progress.h"
+#include "db/SnapshotCommon.h"
+#include "db/SnapshotWriter.h"
+#include "offline/HeapAnalysis.h"
+#include "offline/HeapIndexWriter.h"
+#include "offline/HprofReader.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -100,6 +108,33 @@ class HeapCommand : public testing::Test {
 protected:
     TemporaryFile file{dump()};
 };
+
+// The file that the analysis of a dump writes.
+void writeResults(const std::string& dumpPath, const std::string& path) {
+    HeapReadOptions options;
+    options.withScratch = true;
+    auto model = HprofReader::read(std::make_shared<MappedFile>(dumpPath, ""), options);
+    std::vector<int> roots;
+    for (const HeapRoot& root : model->roots)
+        roots.push_back(root.row);
+    analyzeHeap(*model->storage, roots.data(), int(roots.size()), nullptr, nullptr, 1);
+    DB db(-1, -1);
+    const int descriptor = open(path.c_str(), O_RDWR);
+    {
+        SnapshotWriter writer(descriptor);
+        Progress progress;
+        writeHeapSnapshot(db, *model->storage, writer, &progress, SNAPSHOT_WITH_HEAP);
+    }
+    close(descriptor);
+}
+
+std::vector<std::pair<long, long>> sizesOf(const json& objects) {
+    std::vector<std::pair<long, long>> sizes;
+    for (const json& each : objects)
+        sizes.emplace_back(each["retained"], each["shallow"]);
+    std::sort(sizes.begin(), sizes.end());
+    return sizes;
+}
 
 json entry(const json& list, const std::string& key, const std::string& value) {
     for (const json& each : list) {
@@ -226,4 +261,31 @@ TEST_F(HeapCommand, errorsHaveTheirCodes) {
         EXPECT_EQ(c.code, outcome.code) << c.err;
         EXPECT_THAT(outcome.err, HasSubstr(c.err));
     }
+}
+
+TEST_F(HeapCommand, theResultsOfAnAnalysisOpenWithoutTheirHeap) {
+    TemporaryFile results("");
+    writeResults(file.path, results.path);
+    for (const char* report : {"biggest", "dominators"}) {
+        json known = heapJson({file.path, report, "--top", "100"});
+        json opened = heapJson({results.path, report, "--top", "100", "--verify"});
+        EXPECT_FALSE(sizesOf(opened["objects"]).empty());
+        for (const auto& sizes : sizesOf(known["objects"]))
+            EXPECT_THAT(sizesOf(opened["objects"]), testing::Contains(sizes)) << report;
+    }
+    EXPECT_EQ(heapJson({file.path})["shallow"], heapJson({results.path})["shallow"]);
+    for (const char* report : {"histogram", "path", "arrays", "strings", "refs", "retained"}) {
+        Outcome outcome = heap({results.path, report, "1"});
+        EXPECT_EQ(int(ExitCode::BadInput), outcome.code) << report;
+        EXPECT_THAT(outcome.err, HasSubstr("holds the results of an analysis only"));
+    }
+}
+
+TEST_F(HeapCommand, tablesOfAFileWithAHeapAreReported) {
+    TemporaryFile results("");
+    writeResults(file.path, results.path);
+    std::ostringstream out, err;
+    Console console(out, err, false, false);
+    EXPECT_EQ(0, runClient({"report", results.path}, console)) << err.str();
+    EXPECT_FALSE(out.str().empty());
 }

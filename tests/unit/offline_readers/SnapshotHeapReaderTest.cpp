@@ -351,4 +351,10 @@ TEST(SnapshotHeapReader, closingSectionsFillTheArrays) {
     EXPECT_EQ(0x123456789L, model.storage->getRetainedSize(5));
     EXPECT_EQ(24, model.storage->getSize(7));
     EXPECT_EQ(-1, model.storage->getArrayLength(5));
+    MemoryWriter first, second;
+    writeHeapIndex(*heap->storage, first);
+    writeHeapIndex(*model.storage, second);
+    first.flush();
+    second.flush();
+    EXPECT_TRUE(first.bytes == second.bytes) << "written again";
 }
