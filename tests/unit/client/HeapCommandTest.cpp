@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -274,8 +275,12 @@ TEST_F(HeapCommand, theResultsOfAnAnalysisOpenWithoutTheirHeap) {
             EXPECT_THAT(sizesOf(opened["objects"]), testing::Contains(sizes)) << report;
     }
     EXPECT_EQ(heapJson({file.path})["shallow"], heapJson({results.path})["shallow"]);
-    for (const char* report : {"histogram", "path", "arrays", "strings", "refs", "retained"}) {
-        Outcome outcome = heap({results.path, report, "1"});
+    for (const char* report :
+         {"histogram", "path 1", "arrays", "strings", "refs 1", "retained 1"}) {
+        std::istringstream words(report);
+        std::vector<std::string> arguments{results.path};
+        arguments.insert(arguments.end(), std::istream_iterator<std::string>(words), {});
+        Outcome outcome = heap(arguments);
         EXPECT_EQ(int(ExitCode::BadInput), outcome.code) << report;
         EXPECT_THAT(outcome.err, HasSubstr("holds the results of an analysis only"));
     }
