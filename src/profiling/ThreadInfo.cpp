@@ -8,6 +8,7 @@
 #include "profiling/CpuTime.h"
 #include "profiling/FinishedThreads.h"
 #include "profiling/MethodLookup.h"
+#include "profiling/TracedCalls.h"
 #include "profiling/WallTimeCorrector.h"
 #include "profiling/ZFrameStorage.h"
 
@@ -98,6 +99,8 @@ void ThreadInfo::onThreadStart() {
 }
 
 void ThreadInfo::onThreadEnd() {
+    // Calls that it never left, by an exception or because their code was rewritten meanwhile.
+    dropStackTrace(this, true);
     ourAllThreadInfos.remove(this);
     WallTimeCorrector::threadEnds(this);
     FinishedThreads::add(trn);
@@ -133,8 +136,7 @@ J2EERecord* ThreadInfo::getJ2EERecord(int nameStrID, int typeID, int frame) {
 void ThreadInfo::clearCPUAndJ2EEInfo() {
     forgetLastSample();
     currentFrame = NO_FRAME;
-    startTimes.clear();
-    startCounts.clear();
+    forgetOpenCalls();
     forgetMarkers();
     j2eeRecords.clear();
     j2eeStartTimes.clear();

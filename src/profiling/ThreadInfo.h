@@ -16,7 +16,7 @@
 // until the thread is one of the oldest dead ones. Threads that the agent does not know, virtual
 // threads among them, have none.
 //
-// ourLock guards everything; markers, startTimes and startCounts belong to the thread itself, which
+// ourLock guards everything; markers and the traced stack belong to the thread itself, which
 // changes markers without the lock.
 class ThreadInfo : public ThreadKeys {
 public:
@@ -62,9 +62,16 @@ public:
     long nativeThreadID;   // the operating system's id, 0 if unknown
     jobject threadObject;  // global reference, null if none
     int threadRecordIndex; // row of thread
-    // The traced stack: entry times and values of callCounter at entry, one a frame.
+    // The traced stack, one element a frame: entry times, values of callCounter at entry, and the
+    // time that was charged to the calls made from there so far.
     ZVector<long> startTimes;
     ZVector<long> startCounts;
+    ZVector<long> calleeTimes;
+    void forgetOpenCalls() {
+        startTimes.clear();
+        startCounts.clear();
+        calleeTimes.clear();
+    }
     ZVector<long> j2eeStartTimes;
     ZVector<J2EERecord*> j2eeRecords;
     long callCounter; // calls traced in this thread

@@ -83,9 +83,31 @@ void checkParent(ThreadInfo* info) {
 
 void forgetStack(ThreadInfo* info) {
     info->currentFrame = ThreadInfo::NO_FRAME;
-    info->startTimes.clear();
-    info->startCounts.clear();
+    info->forgetOpenCalls();
     info->forgetMarkers();
+}
+
+void openCall(ThreadInfo* info, long now, long count) {
+    info->startTimes.push(now);
+    info->startCounts.push(count);
+    info->calleeTimes.push(0);
+}
+
+// Charges the innermost open call, which stands for frame, with its time up to now. What tracing
+// costs is taken off by its average: a call with many cheap calls below it loses more than they
+// cost, and so can end up with less than one of them was charged.
+void closeCall(ThreadInfo* info, int frame, long now, bool wall, int place) {
+    CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
+    const long calls = info->callCounter - info->startCounts.pop();
+    const long time = getTimeDeltaNs(now, info->startTimes.pop(), calls, place);
+    record->timeNs += time;
+    record->stamp = ourDB->currentStamp;
+    if (time < info->calleeTimes.pop() || wall || ourOptions->handleBadTimes) {
+        info->needsWallTimeCorrection = true;
+    }
+    if (!info->calleeTimes.isEmpty()) {
+        info->calleeTimes.peek() += time;
+    }
 }
 
 void enterCall(JNIEnv* env, int method) {
@@ -113,13 +135,11 @@ void enterCall(JNIEnv* env, int method) {
         frame = ourFrameStorage.fillCurrentFrameJVMTI(env, &markers);
         Logger::assertNotEquals(frame, -1, "Tracing", __LINE__);
         info->currentFrame = frame;
-        info->startTimes.clear();
-        info->startCounts.clear();
+        info->forgetOpenCalls();
         restoreStackTrace(info, true);
     } else {
         frame = ourFrameStorage.getChild(info->currentFrame, method);
-        info->startTimes.push(now);
-        info->startCounts.push(info->callCounter++);
+        openCall(info, now, info->callCounter++);
         info->currentFrame = frame;
     }
     Logger::assertNotEquals(frame, 0, "Tracing", __LINE__);
@@ -154,13 +174,7 @@ void exitCall(int method) {
         return;
     }
     info->currentFrame = ourFrameStorage.getParent(frame);
-    CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
-    const long calls = info->callCounter - info->startCounts.pop();
-    record->timeNs += getTimeDeltaNs(now, info->startTimes.pop(), calls, PLACE_EXIT);
-    record->stamp = ourDB->currentStamp;
-    if ((flags & METHOD_WALL_TIME) != 0 || ourOptions->handleBadTimes) {
-        info->needsWallTimeCorrection = true;
-    }
+    closeCall(info, frame, now, (flags & METHOD_WALL_TIME) != 0, PLACE_EXIT);
 }
 
 } // namespace
@@ -186,20 +200,10 @@ void resetStackTrace(ThreadInfo* info, bool currentThread) {
     const ThreadClocks now(info, currentThread);
     for (int frame = info->currentFrame; frame > 0; frame = ourFrameStorage.getParent(frame)) {
         const bool wall = isWallTimeFrame(frame);
-        CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
-        const long calls = info->callCounter - info->startCounts.pop();
-        record->timeNs += getTimeDeltaNs(now.of(wall), info->startTimes.pop(), calls,
-                                         wall ? PLACE_RESET_WALL : PLACE_RESET_CPU);
-        record->stamp = ourDB->currentStamp;
-        if (wall) {
-            info->needsWallTimeCorrection = true;
-        }
+        closeCall(info, frame, now.of(wall), wall, wall ? PLACE_RESET_WALL : PLACE_RESET_CPU);
     }
     Logger::assertTrue(info->startTimes.isEmpty() && info->startCounts.isEmpty(), "Tracing",
                        __LINE__);
-    if (ourOptions->handleBadTimes) {
-        info->needsWallTimeCorrection = true;
-    }
     if (!info->needsWallTimeCorrection && info->currentFrame > 0) {
         checkParent(info);
     }
@@ -214,8 +218,7 @@ void restoreStackTrace(ThreadInfo* info, bool currentThread) {
                        __LINE__);
     const ThreadClocks now(info, currentThread);
     for (int frame = info->currentFrame; frame > 0; frame = ourFrameStorage.getParent(frame)) {
-        info->startTimes.push(now.of(isWallTimeFrame(frame)));
-        info->startCounts.push(info->callCounter);
+        openCall(info, now.of(isWallTimeFrame(frame)), info->callCounter);
     }
     // The outermost frame's entry belongs at the bottom; the counts are all equal.
     for (int low = 0, high = info->startTimes.getSize() - 1; low < high; low++, high--) {

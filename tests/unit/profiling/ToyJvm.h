@@ -66,6 +66,7 @@ public:
     std::map<jthread, std::string> names;
     jint phase = JVMTI_PHASE_LIVE;
     ThreadInfo* storedInfo = nullptr; // of the current thread
+    std::vector<jmethodID> stack;     // of the current thread, outermost first
     int nameLookups = 0;
 
     jvmtiEnv jvmti;
@@ -111,6 +112,15 @@ private:
     }
     static jvmtiError JNICALL getStorage(jvmtiEnv*, jthread thread, void** data) {
         *data = thread == nullptr ? current()->storedInfo : nullptr;
+        return JVMTI_ERROR_NONE;
+    }
+    static jvmtiError JNICALL getStackTrace(jvmtiEnv*, jthread, jint, jint, jvmtiFrameInfo* frames,
+                                            jint* count) {
+        const std::vector<jmethodID>& stack = current()->stack;
+        for (size_t i = 0; i < stack.size(); i++) {
+            frames[i] = {stack[stack.size() - 1 - i], 0};
+        }
+        *count = static_cast<jint>(stack.size());
         return JVMTI_ERROR_NONE;
     }
     static jvmtiError JNICALL getThreadInfo(jvmtiEnv*, jthread thread, jvmtiThreadInfo* info) {
@@ -177,6 +187,7 @@ private:
         functions.GetPhase = getPhase;
         functions.GetThreadLocalStorage = getStorage;
         functions.GetThreadInfo = getThreadInfo;
+        functions.GetStackTrace = getStackTrace;
         functions.GetAllThreads = getAllThreads;
         functions.GetCurrentThread = getCurrentThread;
         functions.SuspendThreadList = suspendList;

@@ -1,0 +1,202 @@
+#include "profiling/TracedCalls.h"
+
+#include <gtest/gtest.h>
+
+#include "ToyJvm.h"
+#include "core/ground/CallbackNatives.h"
+#include "profiling/CpuTime.h"
+#include "profiling/MethodLookup.h"
+#include "profiling/Tracing.h"
+#include "profiling/ZFrameStorage.h"
+
+namespace {
+
+const long MS = 1000000;
+
+// A JVM in the middle of tracing, with the methods a, b and c, and its one thread.
+class TracedCallsTest : public testing::Test {
+protected:
+    TracedCallsTest() : info("main", nullptr, 0, nullptr) {
+        jvm.storedInfo = &info;
+        ourVMInitCalled = true;
+        ourStatus = CPU_TRACING;
+        for (int i = 0; i < 3; i++) {
+            const char name[] = {static_cast<char>('a' + i), 0};
+            ids[i] = jvm.addMethod("Lp/C;", name, "()V");
+            rows[i] = getMethodByID(jvm.env(), ids[i]);
+            setFlag(i, METHOD_INSTRUMENTED);
+        }
+        // The thread is known to be in no call.
+        info.currentFrame = 0;
+    }
+    ~TracedCallsTest() override {
+        ourVMInitCalled = false;
+        setCalibration(0);
+    }
+
+    void setFlag(int method, int flag) {
+        ourDB->methodTable->getRecord(rows[method], true)->flags |= flag;
+    }
+    void enter(int method) {
+        Java_com_vandrik_runtime_Callback_vdkMethodEntry0(jvm.env(), nullptr, low(method),
+                                                          high(method));
+    }
+    void leave(int method) {
+        Java_com_vandrik_runtime_Callback_vdkMethodExit0(jvm.env(), nullptr, low(method),
+                                                         high(method));
+    }
+    jshort low(int method) const { return static_cast<jshort>(rows[method]); }
+    jshort high(int method) const { return static_cast<jshort>(rows[method] >> 16); }
+
+    int frameOf(std::initializer_list<int> methods) {
+        int frame = 0;
+        for (const int method : methods) {
+            frame = ourFrameStorage.getChild(frame, rows[method]);
+        }
+        return frame;
+    }
+    long countOf(std::initializer_list<int> methods) {
+        return info.getCPUProfilingRecord(frameOf(methods), true)->count;
+    }
+    long timeOf(std::initializer_list<int> methods) {
+        return info.getCPUProfilingRecord(frameOf(methods), true)->timeNs;
+    }
+    static void burn(long ns) {
+        const long end = getCurrentThreadCPUTimeNs() + ns;
+        while (getCurrentThreadCPUTimeNs() < end) {
+        }
+    }
+
+    ToyJvm jvm;
+    ThreadInfo info;
+    jmethodID ids[3];
+    int rows[3];
+};
+
+const int A = 0;
+const int B = 1;
+const int C = 2;
+
+} // namespace
+
+TEST_F(TracedCallsTest, callsAreCountedByStackAndCallersHaveTheTimeOfTheirCallees) {
+    enter(A);
+    for (int i = 0; i < 3; i++) {
+        enter(B);
+        burn(MS);
+        leave(B);
+    }
+    leave(A);
+    EXPECT_EQ(0, info.currentFrame);
+    EXPECT_EQ(1, countOf({A}));
+    EXPECT_EQ(3, countOf({A, B}));
+    EXPECT_LE(3 * MS, timeOf({A, B}));
+    EXPECT_LE(timeOf({A, B}), timeOf({A}));
+    EXPECT_FALSE(info.needsWallTimeCorrection);
+}
+
+TEST_F(TracedCallsTest, filteredCalleesOfFilteredCallersCollapse) {
+    setFlag(B, METHOD_FILTERED);
+    setFlag(C, METHOD_FILTERED);
+    enter(A);
+    enter(B);
+    enter(C);
+    enter(C);
+    leave(C);
+    leave(C);
+    enter(A);
+    leave(A);
+    leave(B);
+    leave(A);
+    EXPECT_EQ(1, countOf({A}));
+    EXPECT_EQ(1, countOf({A, B}));
+    EXPECT_EQ(1, countOf({A, B, A}));
+    EXPECT_EQ(-1, ourFrameStorage.getFirstChild(frameOf({A, B, A})));
+    EXPECT_EQ(frameOf({A, B, A}), ourFrameStorage.getFirstChild(frameOf({A, B})));
+    EXPECT_EQ(-1, ourFrameStorage.getNextSibling(frameOf({A, B, A})));
+    EXPECT_TRUE(info.markers.isEmpty());
+}
+
+TEST_F(TracedCallsTest, exitOfACallNeverSeenIsIgnored) {
+    leave(A);
+    EXPECT_EQ(0, info.currentFrame);
+    info.currentFrame = ThreadInfo::NO_FRAME;
+    leave(A);
+    EXPECT_EQ(ThreadInfo::NO_FRAME, info.currentFrame);
+    EXPECT_EQ(-1, ourFrameStorage.getFirstChild(0));
+}
+
+TEST_F(TracedCallsTest, unwoundStackIsRebuiltByTheNextEntryAndTheCallCounts) {
+    enter(A);
+    enter(B);
+    leave(A);
+    EXPECT_EQ(ThreadInfo::NO_FRAME, info.currentFrame);
+    jvm.stack = {ids[A], ids[C]};
+    enter(C);
+    EXPECT_EQ(frameOf({A, C}), info.currentFrame);
+    EXPECT_EQ(1, countOf({A}));
+    EXPECT_EQ(1, countOf({A, C}));
+    leave(C);
+    leave(A);
+    EXPECT_EQ(0, info.currentFrame);
+    EXPECT_EQ(1, countOf({A, C}));
+}
+
+// The calibrated cost is an average. Where calls are cheaper than that, a caller loses more of its
+// time than its callees kept.
+TEST_F(TracedCallsTest, callerLeftWithLessThanItsCalleesIsCorrected) {
+    setCalibration(2 * MS);
+    enter(A);
+    enter(B);
+    burn(5 * MS);
+    leave(B);
+    leave(A);
+    EXPECT_GT(timeOf({A, B}), timeOf({A}));
+    EXPECT_TRUE(info.needsWallTimeCorrection);
+}
+
+TEST_F(TracedCallsTest, callsOpenAtAFetchAreChargedOnceAndCheckedAsWell) {
+    enter(A);
+    enter(B);
+    burn(MS);
+    resetStackTrace(&info, true);
+    restoreStackTrace(&info, true);
+    const long soFar = timeOf({A, B});
+    EXPECT_LE(MS, soFar);
+    setCalibration(2 * MS);
+    enter(C);
+    burn(5 * MS);
+    leave(C);
+    enter(C);
+    leave(C);
+    resetStackTrace(&info, true);
+    EXPECT_TRUE(info.needsWallTimeCorrection);
+    restoreStackTrace(&info, true);
+    leave(B);
+    leave(A);
+    EXPECT_EQ(1, countOf({A, B}));
+    EXPECT_EQ(0, info.currentFrame);
+}
+
+TEST_F(TracedCallsTest, endOfTheThreadClosesItsOpenCalls) {
+    info.onThreadStart();
+    enter(A);
+    enter(B);
+    burn(MS);
+    leave(B);
+    info.onThreadEnd();
+    EXPECT_LE(timeOf({A, B}), timeOf({A}));
+}
+
+TEST_F(TracedCallsTest, onlyTheCalibratingThreadIsTracedDuringCalibration) {
+    setCalibration(-1);
+    enter(A);
+    leave(A);
+    EXPECT_EQ(0, countOf({A}));
+    ThreadInfo calibrating("VDKAgent-Calibration", nullptr, 0, nullptr);
+    calibrating.currentFrame = 0;
+    jvm.storedInfo = &calibrating;
+    enter(A);
+    leave(A);
+    EXPECT_EQ(1, calibrating.getCPUProfilingRecord(frameOf({A}), true)->count);
+}
