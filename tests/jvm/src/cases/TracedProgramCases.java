@@ -5,7 +5,6 @@ import fixtures.LeavingCalls;
 import fixtures.MixedRounds;
 import java.util.ArrayList;
 import java.util.Arrays;
-import java.util.HashMap;
 import java.util.List;
 import java.util.Map;
 import java.util.concurrent.TimeUnit;
@@ -73,57 +72,32 @@ public final class TracedProgramCases {
         Check.equal(wrong, List.of(), "numbers of calls");
     }
 
-    /** The time of a frame is never below that of the frames called from it. */
-    private static void checkTimes(Tables tables) {
-        Map<List<Integer>, Long> times = new HashMap<>();
-        Map<List<Integer>, Long> children = new HashMap<>();
-        tables.forEachCpuRow((thread, frame, time) -> {
-            times.put(List.of(thread, frame), time);
-            children.merge(List.of(thread, tables.parent(frame)), time, Long::sum);
-            if (time < 0) {
-                throw new AssertionError(tables.frameMethod(frame) + " has " + time + " ns");
-            }
-        });
-        times.forEach((key, time) -> {
-            long below = children.getOrDefault(key, 0L);
-            // No text beforehand: a stack may be 10000 frames deep.
-            if (time < below) {
-                throw new AssertionError(tables.frameMethod(key.get(1)) + " has " + time +
-                                         " ns, its children " + below);
-            }
-        });
-    }
-
-    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes,deadthreadlimit=500",
-          attach = false)
-    static void
-    countsCallsThatAreLeftInUnusualWays(Target target) throws Exception {
+    @Case(fixture = LeavingCalls.class, agent = "deadthreadlimit=500", attach = false)
+    static void countsCallsThatAreLeftInUnusualWays(Target target) throws Exception {
         round(target, "go", "done 1");
         start(target, "", "");
         round(target, "go", "done 2");
         round(target, "go", "done 3");
         Tables tables = fetch(target);
         checkLeft(tables, 2);
-        checkTimes(tables);
+        tables.checkTimes();
         Check.equal(tables.callCounts("parallel-").get(CALLS + "leaf"), 16000L, "leaf by thread");
         Check.equal(tables.callCounts("dying-").get(CALLS + "deeper"), 32L, "deeper by thread");
         stop(target);
         target.finish();
     }
 
-    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes", jvm = "-Xint", attach = false,
-          since = 25)
-    static void
-    countsTheSameInterpreted(Target target) throws Exception {
+    @Case(fixture = LeavingCalls.class, jvm = "-Xint", attach = false, since = 25)
+    static void countsTheSameInterpreted(Target target) throws Exception {
         start(target, JDK, "");
         round(target, "go", "done 1");
         Tables tables = fetch(target);
         checkLeft(tables, 1);
-        checkTimes(tables);
+        tables.checkTimes();
         target.finish();
     }
 
-    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes",
+    @Case(fixture = LeavingCalls.class,
           jvm = {"-Xcomp", "-XX:CompileCommand=quiet",
                  "-XX:CompileCommand=compileonly,fixtures.*::*"},
           attach = false)
@@ -136,17 +110,17 @@ public final class TracedProgramCases {
     }
 
     /** Wall time for all that begins with fixtures., CPU time for the rest. */
-    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes", attach = false)
+    @Case(fixture = LeavingCalls.class, attach = false)
     static void countsTheSameUnderWallTime(Target target) throws Exception {
         start(target, JDK, "fixtures.*");
         round(target, "go", "done 1");
         Tables tables = fetch(target);
         checkLeft(tables, 1);
-        checkTimes(tables);
+        tables.checkTimes();
         target.finish();
     }
 
-    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes", attach = false)
+    @Case(fixture = LeavingCalls.class, attach = false)
     static void callsBegunBeforeTheStartAreNotCounted(Target target) throws Exception {
         round(target, "inside", "made 1");
         start(target, "", "");
@@ -156,7 +130,7 @@ public final class TracedProgramCases {
         Map<String, Long> counts = tables.callCounts("early");
         Check.equal(counts.get(CALLS + "inside"), 2L, "calls of inside");
         Check.equal(counts.getOrDefault(CALLS + "early", 0L), 0L, "calls of early");
-        checkTimes(tables);
+        tables.checkTimes();
         stop(target);
         round(target, "inside", "made 4");
         Check.equal(fetch(target).callCounts("early").get(CALLS + "inside"), 2L, "after the stop");
@@ -188,7 +162,7 @@ public final class TracedProgramCases {
     }
 
     /** Switches while all threads are inside calls: none is harmed, and times stay sound. */
-    @Case(fixture = LeavingCalls.class, agent = "handlebadtimes", attach = false)
+    @Case(fixture = LeavingCalls.class, attach = false)
     static void isSwitchedManyTimesWhileThreadsRun(Target target) throws Exception {
         for (int i = 0; i < 6; i++) {
             target.send("go");
@@ -196,11 +170,11 @@ public final class TracedProgramCases {
         for (int i = 0; i < 12; i++) {
             start(target, i % 2 == 0 ? "" : "java.*", "");
             Thread.sleep(40);
-            checkTimes(fetch(target));
+            fetch(target).checkTimes();
             stop(target);
         }
         target.awaitOutput("done 6\n");
-        checkTimes(fetch(target));
+        fetch(target).checkTimes();
         target.finish();
     }
 
@@ -231,7 +205,7 @@ public final class TracedProgramCases {
         round(target, "go", "done 1");
         start(target, filters, "");
         round(target, "go", "done 2");
-        checkTimes(fetch(target));
+        fetch(target).checkTimes();
         stop(target);
         round(target, "go", "done 3");
         start(target, filters, "");
@@ -243,55 +217,45 @@ public final class TracedProgramCases {
         }
     }
 
-    @Case(fixture = MixedRounds.class, agent = "handlebadtimes")
+    @Case(fixture = MixedRounds.class)
     static void aMixedProgramStaysTheSame(Target target) throws Exception {
         staysTheSame(target);
     }
 
-    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", attach = false)
+    @Case(fixture = MixedRounds.class, attach = false)
     static void aMixedProgramStaysTheSameUnfiltered(Target target) throws Exception {
         compare(target, "fixtures.MixedRounds", "");
     }
 
-    @Case(fixture = MixedRounds.class, agent = "handlebadtimes",
-          jvm = {"-XX:+UseSerialGC", "-Xshare:off"}, attach = false)
-    static void
-    staysTheSameWithSerialAndNoArchive(Target target) throws Exception {
+    @Case(fixture = MixedRounds.class, jvm = {"-XX:+UseSerialGC", "-Xshare:off"}, attach = false)
+    static void staysTheSameWithSerialAndNoArchive(Target target) throws Exception {
         staysTheSame(target, "-XX:+UseSerialGC", "-Xshare:off");
     }
 
-    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", jvm = "-XX:+UseParallelGC",
-          attach = false, since = 25)
-    static void
-    staysTheSameWithParallel(Target target) throws Exception {
+    @Case(fixture = MixedRounds.class, jvm = "-XX:+UseParallelGC", attach = false, since = 25)
+    static void staysTheSameWithParallel(Target target) throws Exception {
         staysTheSame(target, "-XX:+UseParallelGC");
     }
 
-    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", jvm = {"-XX:+UseZGC", "-Xmx256m"},
-          attach = false)
-    static void
-    staysTheSameWithZ(Target target) throws Exception {
+    @Case(fixture = MixedRounds.class, jvm = {"-XX:+UseZGC", "-Xmx256m"}, attach = false)
+    static void staysTheSameWithZ(Target target) throws Exception {
         staysTheSame(target, "-XX:+UseZGC", "-Xmx256m");
     }
 
-    @Case(fixture = MixedRounds.class, agent = "handlebadtimes",
-          jvm = {"-XX:+UseShenandoahGC", "-Xmx256m"}, attach = false, since = 25)
+    @Case(fixture = MixedRounds.class, jvm = {"-XX:+UseShenandoahGC", "-Xmx256m"}, attach = false,
+          since = 25)
     static void
     staysTheSameWithShenandoah(Target target) throws Exception {
         staysTheSame(target, "-XX:+UseShenandoahGC", "-Xmx256m");
     }
 
-    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", jvm = "-Xint", attach = false,
-          since = 25)
-    static void
-    staysTheSameInterpreted(Target target) throws Exception {
+    @Case(fixture = MixedRounds.class, jvm = "-Xint", attach = false, since = 25)
+    static void staysTheSameInterpreted(Target target) throws Exception {
         staysTheSame(target, "-Xint");
     }
 
-    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", jvm = "-Xcheck:jni",
-          attach = false)
-    static void
-    staysTheSameUnderTheJniChecks(Target target) throws Exception {
+    @Case(fixture = MixedRounds.class, jvm = "-Xcheck:jni", attach = false)
+    static void staysTheSameUnderTheJniChecks(Target target) throws Exception {
         round(target, "go", "done 1");
         start(target, "java.*", "");
         round(target, "go", "done 2");
@@ -303,7 +267,7 @@ public final class TracedProgramCases {
         }
     }
 
-    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", attach = false, since = 25,
+    @Case(fixture = MixedRounds.class, attach = false, since = 25,
           jvm = "-agentlib:jdwp=transport=dt_socket,server=y,suspend=n,address=127.0.0.1:0")
     static void
     runsTracedBesideADebugger(Target target) throws Exception {
@@ -315,7 +279,7 @@ public final class TracedProgramCases {
         target.finish();
     }
 
-    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", attach = false)
+    @Case(fixture = MixedRounds.class, attach = false)
     static void endsWithItsOwnExitCodeFromInsideCalls(Target target) throws Exception {
         start(target, "", "");
         target.send("exit 37");
@@ -323,7 +287,7 @@ public final class TracedProgramCases {
         Check.equal(target.output(), "ready\nbye\n", "output");
     }
 
-    @Case(fixture = MixedRounds.class, agent = "handlebadtimes", attach = false)
+    @Case(fixture = MixedRounds.class, attach = false)
     static void endsByAnUncaughtExceptionAsWithout(Target target) throws Exception {
         start(target, "", "");
         target.send("throw");
@@ -332,7 +296,7 @@ public final class TracedProgramCases {
         Check.isTrue(!target.errors().contains("com.vandrik"), target.errors());
     }
 
-    @Case(fixture = Compiles.class, agent = "handlebadtimes", attach = false)
+    @Case(fixture = Compiles.class, attach = false)
     static void javacMakesTheSameClasses(Target target) throws Exception {
         compare(target, "fixtures.Compiles", JDK + "\ncom.sun.*");
     }

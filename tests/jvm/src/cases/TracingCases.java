@@ -1,7 +1,7 @@
 package cases;
 
 import fixtures.KnownCalls;
-import java.util.HashMap;
+import fixtures.TimedCalls;
 import java.util.Map;
 import jvmtest.AgentClient;
 import jvmtest.Case;
@@ -16,9 +16,26 @@ public final class TracingCases {
 
     /** Method and number of calls of one run. */
     private static final Object[][] CALLS = {
-            {"run", 1L},      {"fib", 1973L + 4 * 15}, {"<init>", 100L}, {"locked", 100L},
-            {"hidden", 100L}, {"over", 30L},           {"unwind", 200L}, {"catching", 50L},
-            {"after", 100L},  {"deep", 5000L},         {"parse", 40L},   {"onThread", 4L},
+            {"run", 1L},      {"fib", 1973L + 80 * 15}, {"<init>", 100L},   {"locked", 100L},
+            {"guarded", 60L}, {"hidden", 100L},         {"over(int)", 10L}, {"over(long)", 10L},
+            {"unwind", 200L}, {"catching", 50L},        {"after", 100L},    {"deep", 5000L},
+            {"parse", 40L},   {"natives", 30L},         {"library", 20L},   {"onThread", 80L},
+            {"over", 30L},
+    };
+
+    /** The same of methods of the JDK that nothing else in the program calls. */
+    private static final Object[][] JDK_CALLS = {
+            {"java.lang.StringBuilder.reverse()", 40L},
+            {"java.util.BitSet.flip(int)", 60L},
+            {"java.util.StringTokenizer.nextToken()", 80L},
+            {"java.util.zip.Deflater.getAdler()", 30L},
+    };
+
+    /** The same of native methods: of classes that the agent saw being loaded. */
+    private static final Object[][] NATIVE_CALLS = {
+            {"java.util.zip.Deflater.getAdler(long)", 30L},
+            {"java.util.zip.Deflater.init", 30L},
+            {"java.util.zip.Deflater.deflateBytesBytes", 30L},
     };
 
     private TracingCases() {
@@ -45,25 +62,14 @@ public final class TracingCases {
     }
 
     private static void checkCounts(Tables tables, int runs) {
-        Map<String, Long> counts = tables.callCounts();
-        for (Object[] row : CALLS) {
-            Check.equal(counts.getOrDefault(CLASS + row[0], 0L), (Long) row[1] * runs,
-                        "calls of " + row[0]);
-        }
+        checkCounts(tables, CLASS, CALLS, runs);
     }
 
-    /** The time of a frame is never below that of the frames called from it. */
-    private static void checkTimes(Tables tables) {
-        Map<Long, Long> times = new HashMap<>();
-        Map<Long, Long> children = new HashMap<>();
-        tables.forEachCpuRow((thread, frame, time) -> {
-            times.put((long) thread << 32 | frame, time);
-            children.merge((long) thread << 32 | tables.parent(frame), time, Long::sum);
-        });
-        for (Map.Entry<Long, Long> entry : times.entrySet()) {
-            long below = children.getOrDefault(entry.getKey(), 0L);
-            Check.isTrue(entry.getValue() >= below,
-                         "a frame has " + entry.getValue() + " ns, its children " + below);
+    private static void checkCounts(Tables tables, String prefix, Object[][] calls, int runs) {
+        Map<String, Long> counts = tables.callCounts();
+        for (Object[] row : calls) {
+            Check.equal(counts.getOrDefault(prefix + row[0], 0L), (Long) row[1] * runs,
+                        "calls of " + row[0]);
         }
     }
 
@@ -78,7 +84,7 @@ public final class TracingCases {
         target.awaitOutput("done 2");
         Tables tables = fetch(target);
         checkCounts(tables, 1);
-        checkTimes(tables);
+        tables.checkTimes();
         stop(target);
         target.send("go");
         target.awaitOutput("done 3");
@@ -88,6 +94,61 @@ public final class TracingCases {
         target.awaitOutput("done 4");
         stop(target);
         checkCounts(fetch(target), 2);
+        target.finish();
+    }
+
+    /** CPU time of round n by the program's own count. */
+    private static long cpuOfRound(Target target, int n) throws Exception {
+        target.send("go");
+        target.awaitOutput("cpu of " + n + ":");
+        target.awaitOutput("done " + n + "\n");
+        String rest = target.output().substring(target.output().indexOf("cpu of " + n + ":"));
+        return Long.parseLong(rest.substring(rest.indexOf(':') + 1, rest.indexOf('\n')));
+    }
+
+    /** What a traced call costs, as the agent has measured it. */
+    private static long calibration(Target target) {
+        String line = target.log();
+        line = line.substring(line.indexOf("Calibration: completed"));
+        line = line.substring(0, line.indexOf('\n'));
+        String[] plainAndTraced = line.split("=");
+        return Long.parseLong(plainAndTraced[2].split(" ")[0]) -
+                Long.parseLong(plainAndTraced[1].split(" ")[0]);
+    }
+
+    @Case(fixture = TimedCalls.class, attach = false)
+    static void ownTimesAddUpToTheTimeOfTheThread(Target target) throws Exception {
+        final int rounds = 4;
+        long plain = 0;
+        long traced = 0;
+        for (int i = 1; i <= rounds; i++) {
+            plain = cpuOfRound(target, i);
+        }
+        start(target, "");
+        for (int i = 1; i <= rounds; i++) {
+            traced += cpuOfRound(target, rounds + i);
+        }
+        Tables tables = fetch(target);
+        tables.checkTimes();
+        Map<String, Long> counts = tables.callCounts("timed-");
+        Map<String, Long> times = tables.ownTimes();
+        long calls = 0;
+        long own = 0;
+        for (String method : new String[] {"run", "each", "leaf", "fib"}) {
+            calls += counts.get("fixtures.TimedCalls." + method);
+            own += times.get("fixtures.TimedCalls." + method);
+        }
+        Check.equal(calls, TimedCalls.CALLS * rounds, "calls");
+        long cost = calls * calibration(target);
+        double share = (double) (own + cost) / traced;
+        String what = "own times " + own + ", cost of tracing " + cost + ", CPU time " + traced +
+                      ", untraced " + plain * rounds;
+        Check.isTrue(share > 0.98 && share < 1.02, what);
+        // Looser: the cost was measured earlier, when the machine was more or less busy.
+        double ratio = (double) own / (plain * rounds);
+        Check.isTrue(ratio > 0.6 && ratio < 1.6, what);
+        double leaves = (double) times.get("fixtures.TimedCalls.leaf") / own;
+        Check.isTrue(leaves > 0.6, "the leaves have " + leaves + " of it");
         target.finish();
     }
 
@@ -107,8 +168,8 @@ public final class TracingCases {
         start(target, "");
         target.send("go");
         target.awaitOutput("done 1");
-        Map<String, Long> counts = fetch(target).callCounts();
-        Check.equal(counts.getOrDefault("java.lang.StringBuilder.reverse", 0L), 40L, "reverse");
+        checkCounts(fetch(target), "", JDK_CALLS, 1);
+        checkCounts(fetch(target), "", NATIVE_CALLS, 1);
         stop(target);
         try (AgentClient client = target.client()) {
             client.request(AgentClient.CLEAR_CPU).ok();

@@ -160,21 +160,44 @@ public final class Tables {
         return total;
     }
 
+    /** The time of a frame is never negative and never below that of the frames called from it. */
+    public void checkTimes() {
+        Map<Long, Long> times = new HashMap<>();
+        Map<Long, Long> callees = new HashMap<>();
+        forEachCpuRow((thread, frame, time) -> {
+            times.put(key(thread, frame), time);
+            callees.merge(key(thread, parent(frame)), time, Long::sum);
+        });
+        times.forEach((key, time) -> {
+            long below = callees.getOrDefault(key, 0L);
+            // No text beforehand: a stack may be 10000 frames deep.
+            if (time < 0 || time < below) {
+                throw new AssertionError(frameMethod(key.intValue()) + " has " + time +
+                                         " ns, its callees " + below);
+            }
+        });
+    }
+
     /** Receives one row of CPU time: the thread's key, the frame and nanoseconds. */
     public interface CpuRow {
         void accept(int thread, int frame, long time);
     }
 
+    /** Leaves out rows without time and calls, such as cleared ones that were merged later. */
     public void forEachCpuRow(CpuRow consumer) {
         for (Map.Entry<Integer, Object[]> entry : rows.get(CPU).entrySet()) {
             Object[] pair = rows.get(THREADFRAME).get(entry.getKey());
-            if (pair != null && (Integer) pair[2] > 0) {
+            boolean used = (Long) entry.getValue()[1] != 0 || (Long) entry.getValue()[2] != 0;
+            if (pair != null && used && (Integer) pair[2] > 0) {
                 consumer.accept((Integer) pair[1], (Integer) pair[2], (Long) entry.getValue()[1]);
             }
         }
     }
 
-    /** Number of calls of each method, over all threads and overloads. */
+    /**
+     * Number of calls of each method over all threads: by "class.method" for all overloads, and by
+     * "class.method(parameters)".
+     */
     public Map<String, Long> callCounts() {
         return callCounts("");
     }
@@ -187,7 +210,10 @@ public final class Tables {
             Object[] pair = rows.get(THREADFRAME).get(entry.getKey());
             if (pair != null && (Integer) pair[2] > 0 &&
                 String.valueOf(names.get((Integer) pair[1])).startsWith(threadPrefix)) {
-                counts.merge(frameMethod((Integer) pair[2]), (Long) entry.getValue()[2], Long::sum);
+                int method = intAt(FRAME, (Integer) pair[2], 2);
+                long count = (Long) entry.getValue()[2];
+                counts.merge(methodName(method), count, Long::sum);
+                counts.merge(methodName(method) + text(intAt(METHOD, method, 2)), count, Long::sum);
             }
         }
         return counts;
