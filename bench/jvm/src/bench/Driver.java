@@ -1,6 +1,7 @@
 package bench;
 
 import java.io.File;
+import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -8,6 +9,8 @@ import java.util.Arrays;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 
 /**
  * Runs JVMs with and without the agent, in turn, and prints medians of ratios:
@@ -20,6 +23,7 @@ public final class Driver {
     private final String classes;
     private final int rounds;
     private final Path folder;
+    private long lastPid;
 
     private Driver(String[] args) throws Exception {
         agent = args[0];
@@ -44,20 +48,39 @@ public final class Driver {
     }
 
     private void run(String jdk, String sources) throws Exception {
-        Map<String, String[]> agents = new LinkedHashMap<>();
-        agents.put("plain", new String[0]);
-        agents.put("agent idle", new String[] {vdk("")});
-        compare("start-up, java -version", jdk, agents, "-version");
-        if (!sources.isEmpty()) {
-            compare("whole compile, javac of java.xml", jdk, agents, "-m",
-                    "jdk.compiler/com.sun.tools.javac.Main", "-nowarn", "-d", folder.toString(),
-                    "@" + sources);
-        }
+        startUp(jdk, sources);
+        Map<String, String[]> agents = plainAndIdle();
         agents.put("bare stacks 20 ms", new String[] {"-agentpath:" + bare + "=20"});
         agents.put("agent sampling 20 ms", new String[] {vdk(",sampling")});
         compare("busy program of 2 threads", jdk, agents, "-cp", classes, "bench.Busy", "4000");
         for (int[] shape : new int[][] {{10, 20}, {100, 20}, {100, 200}, {1000, 20}}) {
             passes(jdk, shape[0], shape[1]);
+        }
+    }
+
+    private Map<String, String[]> plainAndIdle() {
+        Map<String, String[]> agents = new LinkedHashMap<>();
+        agents.put("plain", new String[0]);
+        agents.put("agent idle", new String[] {vdk("")});
+        return agents;
+    }
+
+    private void startUp(String jdk, String sources) throws Exception {
+        Map<String, String[]> agents = plainAndIdle();
+        compare("start-up, java -version", jdk, agents, "-version");
+        String[] small = {"-m",
+                          "jdk.compiler/com.sun.tools.javac.Main",
+                          "-nowarn",
+                          "-d",
+                          folder.toString(),
+                          smallSource()};
+        compare("a small compile, javac's first second", jdk, agents, small);
+        hook("a small compile", jdk, small);
+        if (!sources.isEmpty()) {
+            String[] whole = small.clone();
+            whole[whole.length - 1] = "@" + sources;
+            compare("whole compile, javac of java.xml", jdk, agents, whole);
+            hook("the whole compile", jdk, whole);
         }
     }
 
@@ -98,8 +121,9 @@ public final class Driver {
 
     private double[] time(String jdk, String[] agent, String... program) throws Exception {
         List<String> command = new ArrayList<>(
-                List.of("bash", "-c", "TIMEFORMAT='%U %S %R'; time \"$@\" >/dev/null 2>&1", "time",
-                        jdk + "/bin/java"));
+                List.of("bash", "-c",
+                        "TIMEFORMAT='%U %S %R'; \"$@\" >/dev/null 2>&1 & echo $! >&2; time wait $!",
+                        "time", jdk + "/bin/java"));
         command.addAll(Arrays.asList(agent));
         command.addAll(Arrays.asList(program));
         Process process = new ProcessBuilder(command).start();
@@ -107,9 +131,48 @@ public final class Driver {
         if (process.waitFor() != 0) {
             throw new IllegalStateException("exit code " + process.exitValue() + " of " + command);
         }
-        String[] times = text.split(" ");
+        lastPid = Long.parseLong(text.substring(0, text.indexOf('\n')));
+        String[] times = text.substring(text.indexOf('\n') + 1).split(" ");
         return new double[] {Double.parseDouble(times[0]) + Double.parseDouble(times[1]),
                              Double.parseDouble(times[2])};
+    }
+
+    /** A little Java, for a compile that is mostly start-up. */
+    private String smallSource() throws IOException {
+        StringBuilder text = new StringBuilder("import java.util.*;\nclass Small {\n");
+        for (int i = 0; i < 20; i++) {
+            text.append("static List<String> m")
+                    .append(i)
+                    .append("(Map<String, Integer> in) {\n  List<String> out = new ArrayList<>();\n"
+                            + "  for (Map.Entry<String, Integer> e : in.entrySet()) {\n"
+                            +
+                            "    if (e.getValue() > 1) { out.add(e.getKey() + e.getValue()); }\n  }\n"
+                            +
+                            "  out.sort(Comparator.comparing(String::length));\n  return out;\n}\n");
+        }
+        return Files.writeString(folder.resolve("Small.java"), text.append("}\n")).toString();
+    }
+
+    /** Share of the class load hook in the CPU time, by the agent's own count in its log. */
+    private void hook(String what, String jdk, String... program) throws Exception {
+        double[] shares = new double[rounds];
+        double[] microseconds = new double[rounds];
+        long classCount = 0;
+        for (int i = 0; i < rounds; i++) {
+            double cpu = time(jdk, new String[] {vdk(",debug=times")}, program)[0];
+            Path log = Path.of(System.getProperty("user.home"), ".vdk", "log", lastPid + ".log");
+            Matcher total = Pattern.compile("total: (\\d+) classes (\\d+) ms")
+                                    .matcher(Files.readString(log));
+            long ms = 0;
+            while (total.find()) {
+                classCount = Long.parseLong(total.group(1));
+                ms = Long.parseLong(total.group(2));
+            }
+            shares[i] = ms / 1000.0 / cpu;
+            microseconds[i] = ms * 1000.0 / classCount;
+        }
+        System.out.printf("  hook in %s: %d classes, %.0f us a class, %.3f of the CPU time%n", what,
+                          classCount, median(microseconds), median(shares));
     }
 
     private void passes(String jdk, int threads, int depth) throws Exception {
