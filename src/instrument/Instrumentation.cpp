@@ -1,6 +1,7 @@
 #include "instrument/Instrumentation.h"
 
 #include <atomic>
+#include <cstdio>
 
 #include "core/ground/CommonUtils.h"
 #include "core/ground/ConsumedEvents.h"
@@ -38,7 +39,12 @@ int ourCallbackClassSize = 0;
 ZVectorSafe<ZString>& ourNamesOfClassesWithWrappedNatives = *new ZVectorSafe<ZString>();
 // Statistics of the hook. ourLock.
 long ourProcessedClasses = 0;
+long ourRewrittenClasses = 0;
 long ourProcessingNs = 0;
+InstrumentationCounts ourCounts = {};
+// Where debug=dumpclasses puts what the hook hands back; whoever wants it makes the folder.
+const char DUMP_DIRECTORY[] = "C:/_classes/";
+long ourDumpedClasses = 0;
 // Serialises redefinitions of Callback, so that the last one matches ourStatus. The hook does not
 // take it.
 ZLock& ourRedefinitionLock = *new ZLock("CallbackRedefinitionLock");
@@ -172,7 +178,7 @@ void logResult(const ZString& dotted, bool changed, long elapsedNs) {
 // Runs the passes. True if any changed the class.
 bool rewrite(ClassFile& classFile, const ZString& name, bool wrapNatives, DatabaseMethodIds& ids) {
     bool changed = false;
-    if (wrapNatives && wrapNativeMethods(&classFile, ourNativeMethodPrefix)) {
+    if (wrapNatives && wrapNativeMethods(&classFile, ourNativeMethodPrefix, &ourCounts)) {
         changed = true;
         if (!listsWrappedNatives(name)) {
             ourNamesOfClassesWithWrappedNatives.push(name);
@@ -185,7 +191,7 @@ bool rewrite(ClassFile& classFile, const ZString& name, bool wrapNatives, Databa
     const bool allocations = (ourCapabilities & CAPABILITY_CAN_RECORD_ALLOCATIONS) != 0;
     if (tracing || allocations) {
         changed = instrumentForTracingAndAllocation(&classFile, allocations, tracing, &ids,
-                                                    ourIsIBM, nullptr) ||
+                                                    ourIsIBM, &ourCounts) ||
                   changed;
     }
     return changed;
@@ -203,7 +209,21 @@ const char* reasonToSkip(const ClassFile& classFile) {
     return nullptr;
 }
 
-void handOver(ClassFile& classFile, int length, jint* newLength, unsigned char** newData) {
+void dumpClass(const ZString& name, const ZVector<unsigned char>& bytes) {
+    ourDumpedClasses++;
+    ZString fileName = name;
+    fileName.replaceAll('/', '_');
+    const ZString path =
+        ZString(DUMP_DIRECTORY) + fileName + "_" + longToString(ourDumpedClasses) + ".class";
+    FILE* const file = fopen(path.c_str(), "wbe");
+    if (file != nullptr) {
+        fwrite(bytes.data(), 1, static_cast<size_t>(bytes.getSize()), file);
+        fclose(file);
+    }
+}
+
+void handOver(ClassFile& classFile, const ZString& name, int length, jint* newLength,
+              unsigned char** newData) {
     // A rare long class takes memory of its own, which is not kept.
     const int expected = length + length / 2 + 64;
     ZVector<unsigned char> own(expected <= LARGEST_KEPT / 2 ? 1 : expected);
@@ -211,6 +231,10 @@ void handOver(ClassFile& classFile, int length, jint* newLength, unsigned char**
     bytes.clear();
     DataOutput output(bytes);
     classFile.writeClass(output);
+    ourRewrittenClasses++;
+    if (Options::isDebug("dumpclasses")) {
+        dumpClass(name, bytes);
+    }
     unsigned char* copy = nullptr;
     CHECK_JVMTI(ourJVMTI->Allocate(bytes.getSize(), &copy));
     memcpy(copy, bytes.data(), static_cast<size_t>(bytes.getSize()));
@@ -330,7 +354,7 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
     }
     logResult(dotted, changed, getTimeNs() - start);
     if (changed) {
-        handOver(classFile, length, newLength, newData);
+        handOver(classFile, name, length, newLength, newData);
     }
 }
 
@@ -348,6 +372,13 @@ void JNICALL class_file_load_hook_handler(jvmtiEnv*, JNIEnv*, jclass classBeingR
         *newClassDataLength = 0;
         *newClassData = nullptr;
     }
+}
+
+void logInstrumentationTotals() {
+    LockHolder lock(ourLock, "Instrumentation:totals");
+    Logger::message(ZString("rewritten: ") + longToString(ourRewrittenClasses) + " of " +
+                    longToString(ourProcessedClasses) + " classes, " +
+                    longToString(ourProcessingNs / 1000000) + " ms; " + ourCounts.toString());
 }
 
 void redefineCallback(JNIEnv* env) {

@@ -24,6 +24,9 @@ void JNICALL class_file_load_hook_handler(jvmtiEnv* environment, JNIEnv* env,
 void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigned char* data,
                                   jint* newLength, unsigned char** newData, bool wrapNatives);
 
+// One log line: how many classes were rewritten, and how their methods ended.
+void logInstrumentationTotals();
+
 // One log line about a class, with the JVMTI phase in front unless it is the live one.
 void logClass(const ZString& dottedName, const char* text);
 

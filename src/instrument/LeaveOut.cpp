@@ -62,6 +62,23 @@ const char* methodOutcomeText(MethodOutcome outcome) {
     return OUTCOME_TEXTS[outcome];
 }
 
+ZString InstrumentationCounts::toString() const {
+    ZString text("methods:");
+    for (int i = 0; i < METHOD_OUTCOME_COUNT; i++) {
+        text.append(i == 0 ? " " : ", ");
+        text.append(methodOutcomeText(static_cast<MethodOutcome>(i)));
+        text.append(" ");
+        text.appendLong(methods[i]);
+    }
+    text.append("; natives wrapped ");
+    text.appendLong(wrappedNatives);
+    text.append(", left ");
+    text.appendLong(leftNatives);
+    text.append("; allocations skipped ");
+    text.appendLong(skippedAllocations);
+    return text;
+}
+
 const char* reasonToLeaveClass(const Utf8View& className) {
     for (const ClassRow& row : CLASSES) {
         if (row.match == EQUALS ? className == row.name : className.startsWith(row.name)) {

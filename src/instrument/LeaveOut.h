@@ -22,6 +22,16 @@ enum MethodOutcome : int {
 };
 const char* methodOutcomeText(MethodOutcome outcome);
 
+// How the methods of the classes seen so far ended.
+struct InstrumentationCounts {
+    long methods[METHOD_OUTCOME_COUNT];
+    long skippedAllocations;
+    long wrappedNatives;
+    long leftNatives;
+    // "methods: instrumented 12, ...; natives wrapped 3, left 4; allocations skipped 5"
+    ZString toString() const;
+};
+
 // The reason why no method of this class gets calls, or null. The name is in internal form.
 const char* reasonToLeaveClass(const Utf8View& className);
 

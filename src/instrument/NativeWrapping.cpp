@@ -58,16 +58,19 @@ const char* reasonIn(const NativeRow (&rows)[N], const Utf8View& className) {
     return nullptr;
 }
 
-void logSkippedNative(MethodInfo* method) {
+void logSkippedNative(MethodInfo* method, InstrumentationCounts* counts) {
     Logger::assertNotNULL(method, "NativeWrapping", __LINE__);
+    if (counts != nullptr) {
+        counts->leftNatives++;
+    }
     Logger::message(ZString("-n ") + method->getName().toString(), nullptr);
 }
 
-void logSkippedNatives(ClassFile* classFile) {
+void logSkippedNatives(ClassFile* classFile, InstrumentationCounts* counts) {
     for (int i = 0; i < classFile->getMethods().getSize(); i++) {
         MethodInfo* const method = classFile->getMethods()[i];
         if (method->isNative()) {
-            logSkippedNative(method);
+            logSkippedNative(method, counts);
         }
     }
 }
@@ -169,7 +172,7 @@ const char* reasonToLeaveNatives(const Utf8View& className) {
     return reason != nullptr ? reason : reasonIn(MODERN_NATIVE_CLASSES, className);
 }
 
-bool wrapNativeMethods(ClassFile* classFile, const char* prefix) {
+bool wrapNativeMethods(ClassFile* classFile, const char* prefix, InstrumentationCounts* counts) {
     const int count = classFile->getMethods().getSize();
     bool anyNative = false;
     for (int i = 0; i < count && !anyNative; i++) {
@@ -179,7 +182,7 @@ bool wrapNativeMethods(ClassFile* classFile, const char* prefix) {
         return false;
     }
     if (reasonToLeaveNatives(classFile->getSignature()) != nullptr) {
-        logSkippedNatives(classFile);
+        logSkippedNatives(classFile, counts);
         return false;
     }
     bool changed = false;
@@ -191,11 +194,14 @@ bool wrapNativeMethods(ClassFile* classFile, const char* prefix) {
         }
         if (method->getName() == "registerNatives" || method->hasAnnotation(INTRINSIC_ANNOTATION) ||
             method->getName().startsWith(prefix)) {
-            logSkippedNative(method);
+            logSkippedNative(method, counts);
             continue;
         }
         Logger::message(ZString("N ") + method->getName().toString(), nullptr);
         changed = true;
+        if (counts != nullptr) {
+            counts->wrappedNatives++;
+        }
         instrumentNativeMethod(classFile, method, prefix);
     }
     return changed;

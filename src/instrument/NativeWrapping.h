@@ -1,6 +1,6 @@
 #pragma once
 
-#include "classfile/ClassFile.h"
+#include "instrument/LeaveOut.h"
 
 // Wrapping of native methods: a native m becomes a Java method that calls a new native named
 // prefix + m, so that calls can be inserted into it. The JVM finds the implementation through the
@@ -8,8 +8,8 @@
 
 // Wraps the natives of a class that may be wrapped; false if there are none. Classes and methods
 // that must stay native are in the tables of NativeWrapping.cpp. prefix: the one registered with
-// the JVM.
-bool wrapNativeMethods(ClassFile* classFile, const char* prefix);
+// the JVM. Counts may be null.
+bool wrapNativeMethods(ClassFile* classFile, const char* prefix, InstrumentationCounts* counts);
 
 // The reason why no native of this class is wrapped, or null.
 const char* reasonToLeaveNatives(const Utf8View& className);

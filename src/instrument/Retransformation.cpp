@@ -7,6 +7,7 @@
 #include "core/ground/JvmGlobals.h"
 #include "core/ground/Options.h"
 #include "core/ground/ZVector.h"
+#include "instrument/Instrumentation.h"
 #include "instrument/LoaderDelegation.h"
 #include "probes/Filter.h"
 #include "profiling/NativeEntry.h"
@@ -108,6 +109,45 @@ void logClassesToRetransform(ZVectorSafe<ZString>& names) {
     Logger::message(text);
 }
 
+// JVMTI memory with a class in it, given back at the end of the block.
+struct RewrittenBytes {
+    ~RewrittenBytes() {
+        if (data != nullptr) {
+            ourJVMTI->Deallocate(data);
+        }
+    }
+    unsigned char* data = nullptr;
+    jint length = 0;
+};
+
+jbyteArray retransformClassImpl(JNIEnv* env, jstring className, jbyteArray classBytes) {
+    Logger::assertNotNULL(className, "Retransformation", __LINE__);
+    Logger::assertNotNULL(classBytes, "Retransformation", __LINE__);
+    const jsize length = env->GetArrayLength(classBytes);
+    if (length == 0) {
+        return nullptr;
+    }
+    ZVector<unsigned char> bytes(length);
+    env->GetByteArrayRegion(classBytes, 0, length, reinterpret_cast<jbyte*>(bytes.extend(length)));
+    const ZString name = toZString(env, className);
+    RewrittenBytes rewritten;
+    {
+        LockHolder lock(ourLock, "Retransformation:class");
+        // A loaded class can't gain methods.
+        classFileLoadHookHandlerImpl(name, length, bytes.data(), &rewritten.length, &rewritten.data,
+                                     false);
+    }
+    if (rewritten.data == nullptr) {
+        return nullptr;
+    }
+    jbyteArray result = env->NewByteArray(rewritten.length);
+    if (result != nullptr) {
+        env->SetByteArrayRegion(result, 0, rewritten.length,
+                                reinterpret_cast<const jbyte*>(rewritten.data));
+    }
+    return result;
+}
+
 } // namespace
 
 void retransformPrimordialClasses(JNIEnv* env) {
@@ -203,4 +243,14 @@ void JNICALL Java_com_vandrik_runtime_Callback_retransformClassesLoadedBeforeAge
         ClassNameFilter filter(Filter::readFilterSpecFromFile(toZString(env, filterFile)));
         retransformClassesLoadedBeforeAgentWasAttached(env, &filter);
     });
+}
+
+// The class as the hook would rewrite it on a redefinition; null if it stays as it is, or where no
+// agent runs in this JVM.
+extern "C" JNIEXPORT jbyteArray JNICALL Java_com_vandrik_Natives_retransformClass(
+    JNIEnv* env, jobject, jstring className, jbyteArray classBytes) {
+    jbyteArray result = nullptr;
+    runNative(env, "Retransformation", __LINE__,
+              [&] { result = retransformClassImpl(env, className, classBytes); });
+    return result;
 }

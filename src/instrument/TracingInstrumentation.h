@@ -17,12 +17,6 @@ public:
     virtual void methodInstrumented(int id) = 0;
 };
 
-// How the methods of the classes seen so far ended.
-struct InstrumentationCounts {
-    long methods[METHOD_OUTCOME_COUNT];
-    long skippedAllocations;
-};
-
 // The JVM does not compile methods longer than this, in bytes of code.
 constexpr int HUGE_METHOD_LIMIT = 8000;
 

@@ -26,7 +26,7 @@ void rewrite(const unsigned char* bytes, int length, ZVector<unsigned char>& out
         return;
     }
     CountingIds ids;
-    bool changed = wrapNativeMethods(&classFile, "$$VDK$$");
+    bool changed = wrapNativeMethods(&classFile, "$$VDK$$", nullptr);
     changed = patchLoaderDelegation(&classFile) || changed;
     changed =
         instrumentForTracingAndAllocation(&classFile, true, true, &ids, false, nullptr) || changed;

@@ -15,6 +15,7 @@
 #include "core/ground/JvmGlobals.h"
 #include "core/ground/Options.h"
 #include "db/DB.h"
+#include "instrument/Instrumentation.h"
 #include "instrument/JNIRedirect.h"
 #include "instrument/Retransformation.h"
 #include "platform/Platform.h"
@@ -156,6 +157,7 @@ void vmDeathImpl(JNIEnv* env) {
         callCore(env, "captureSnapshotOnExit", "(J)V", withHeap ? 1 : 0);
     }
     Logger::message("vmDeath: 4");
+    logInstrumentationTotals();
     CHECK_JVMTI(ourJVMTI->SetEventNotificationMode(JVMTI_DISABLE, DATA_DUMP_REQUEST, nullptr));
     restoreJNIFunctions();
     Logger::message("vmDeath: OK");

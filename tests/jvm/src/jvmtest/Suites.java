@@ -3,19 +3,22 @@ package jvmtest;
 import cases.HeapDumpCases;
 import cases.ModernJvmCases;
 import cases.ProtocolCases;
+import cases.RewriteOnRequestCases;
 import cases.RewritingCases;
 import cases.SamplingCases;
 import cases.SnapshotCases;
 import cases.StartCases;
 import cases.TracedProgramCases;
 import cases.TracingCases;
+import cases.VerificationCases;
 
 /** Every class that holds cases. */
 final class Suites {
     static final Class<?>[] ALL = {
-            StartCases.class,    ProtocolCases.class,      SamplingCases.class,
-            SnapshotCases.class, ModernJvmCases.class,     HeapDumpCases.class,
-            TracingCases.class,  TracedProgramCases.class, RewritingCases.class,
+            StartCases.class,        ProtocolCases.class,         SamplingCases.class,
+            SnapshotCases.class,     ModernJvmCases.class,        HeapDumpCases.class,
+            TracingCases.class,      TracedProgramCases.class,    RewritingCases.class,
+            VerificationCases.class, RewriteOnRequestCases.class,
     };
 
     private Suites() {

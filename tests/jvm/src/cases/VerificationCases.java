@@ -1,0 +1,144 @@
+package cases;
+
+import fixtures.Idle;
+import java.io.File;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.List;
+import java.util.concurrent.TimeUnit;
+import java.util.stream.Stream;
+import jvmtest.Case;
+import jvmtest.Check;
+import jvmtest.HandClass;
+import jvmtest.Target;
+
+/**
+ * Classes rewritten by all passes together, in JVMs that verify those of every loader, the boot
+ * loader included: each ends as it does without the agent.
+ */
+public final class VerificationCases {
+    private static final List<String> VERIFYING =
+            List.of("-XX:+UnlockDiagnosticVMOptions", "-XX:+BytecodeVerificationLocal",
+                    "-XX:+BytecodeVerificationRemote", "-Xmx1g");
+    private static final String BROKEN = "broken.Boot";
+    private static final long MINUTES = 20;
+
+    private VerificationCases() {
+    }
+
+    /** One run of a fixture: what it printed and what the agent logged. */
+    private record Run(String output, String log) {
+        String logLine(String part) {
+            return log.lines().filter(l -> l.contains(part)).findFirst().orElse("");
+        }
+    }
+
+    private static Run run(Target target, boolean agent, List<String> jvm, String fixture,
+                           List<String> args) throws Exception {
+        List<String> command = new ArrayList<>(List.of(target.jdk.java()));
+        if (agent) {
+            command.add("-agentpath:" + target.library +
+                        "=quiet,onlylocal,port=" + Target.freePort() + ",tmpdir=" + target.folder);
+        }
+        command.addAll(VERIFYING);
+        command.addAll(jvm);
+        command.addAll(List.of("-cp", System.getProperty("java.class.path"), fixture));
+        command.addAll(args);
+        Path output = target.folder.resolve("output");
+        Process process = new ProcessBuilder(command)
+                                  .directory(target.folder.toFile())
+                                  .redirectErrorStream(true)
+                                  .redirectOutput(output.toFile())
+                                  .start();
+        try {
+            Check.isTrue(process.waitFor(MINUTES, TimeUnit.MINUTES), fixture + " ends");
+        } finally {
+            process.destroyForcibly();
+        }
+        String text = Files.readString(output);
+        Check.equal(process.exitValue(), 0, "exit code of " + command + ": " + text);
+        String log = "";
+        if (agent) {
+            Path file =
+                    Path.of(System.getProperty("user.home"), ".vdk", "log", process.pid() + ".log");
+            log = Files.readString(file);
+            Files.delete(file);
+            for (String fault :
+                 new String[] {"exception caught", "assertion failed", "Retransforming"}) {
+                Check.isTrue(!log.contains(fault),
+                             "the log tells of a fault: " + logAround(log, fault));
+            }
+        }
+        return new Run(text, log);
+    }
+
+    private static String logAround(String log, String text) {
+        int at = Math.max(0, log.indexOf(text));
+        return log.substring(Math.max(0, at - 2000), Math.min(log.length(), at + 2000));
+    }
+
+    /** A class whose only method pops from an empty stack; gives its folder. */
+    private static String brokenBootClass(Target target) throws Exception {
+        HandClass broken = new HandClass(BROKEN.replace('.', '/'), 52);
+        broken.method(9, "m", "()V", 1, 0, 87, 0, 177);
+        Path file = target.folder.resolve("boot").resolve("broken").resolve("Boot.class");
+        Files.createDirectories(file.getParent());
+        Files.write(file, broken.bytes());
+        return "-Xbootclasspath/a:" + target.folder.resolve("boot");
+    }
+
+    @Case(fixture = Idle.class, noAgent = true, attach = false)
+    static void everyClassOfTheJdkIsLinkedRewritten(Target target) throws Exception {
+        target.finish();
+        Path results = target.folder.resolve("results");
+        Run run = run(target, true, List.of(brokenBootClass(target), "--add-modules", "ALL-SYSTEM"),
+                      "fixtures.LinkEverything",
+                      List.of(results.toString(), "jrt", "boot:" + BROKEN));
+        System.out.println(target.jdk + ": " + run.output + run.logLine("rewritten: "));
+        List<String> bad;
+        try (Stream<String> lines = Files.lines(results)) {
+            bad = lines.filter(l -> !l.endsWith(" ok")).toList();
+        }
+        // The broken one shows that the boot loader's classes are verified.
+        Check.equal(bad, List.of("boot " + BROKEN + " java.lang.VerifyError"), "refused");
+        Check.isTrue(Files.size(results) > 1000000, "few classes: " + Files.size(results));
+    }
+
+    /** The jars that VDK_LINK_JARS lists, by colons, or else those of a compiler's library. */
+    private static List<String> jars() throws Exception {
+        String named = System.getenv("VDK_LINK_JARS");
+        if (named != null) {
+            return Arrays.asList(named.split(File.pathSeparator));
+        }
+        try (Stream<Path> files = Files.list(Path.of("/usr/share/java"))) {
+            return files.filter(f -> !Files.isSymbolicLink(f))
+                    .map(Path::toString)
+                    .filter(f -> f.matches(".*/asm-[a-z0-9.-]*jar"))
+                    .sorted()
+                    .toList();
+        }
+    }
+
+    @Case(fixture = Idle.class, noAgent = true, attach = false)
+    static void everyClassOfJarsIsLinkedRewritten(Target target) throws Exception {
+        target.finish();
+        List<String> jars = jars();
+        Check.isTrue(!jars.isEmpty(), "no jars");
+        List<List<String>> results = new ArrayList<>();
+        for (boolean agent : new boolean[] {false, true}) {
+            Path file = target.folder.resolve("results" + agent);
+            List<String> args = new ArrayList<>(List.of(file.toString()));
+            args.addAll(jars);
+            Run run = run(target, agent, List.of(), "fixtures.LinkEverything", args);
+            System.out.println(target.jdk + (agent ? " rewritten: " : " plain: ") + run.output +
+                               run.logLine("rewritten: "));
+            results.add(Files.readAllLines(file));
+        }
+        List<String> differing = new ArrayList<>(results.get(1));
+        differing.removeAll(new java.util.HashSet<>(results.get(0)));
+        Check.equal(differing, List.of(), "classes that end otherwise than without the agent");
+        Check.equal(results.get(1).size(), results.get(0).size(), "number of classes");
+    }
+}
