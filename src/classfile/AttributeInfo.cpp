@@ -34,6 +34,47 @@ constexpr NamedKind NAMED_KINDS[] = {
      ATTRIBUTE_RUNTIME_INVISIBLE_TYPE_ANNOTATIONS},
 };
 
+// Where class attributes hold pool indices: i an index, s another u2, [ a u2 count of what follows
+// up to the ].
+struct ClassAttributeShape {
+    const char* name;
+    const char* shape;
+};
+constexpr ClassAttributeShape CLASS_ATTRIBUTE_SHAPES[] = {
+    {"SourceFile", "i"},
+    {"Signature", "i"},
+    {"InnerClasses", "[iiis]"},
+    {"EnclosingMethod", "ii"},
+    {"NestHost", "i"},
+    {"NestMembers", "[i]"},
+    {"BootstrapMethods", "[i[i]]"},
+    {"PermittedSubclasses", "[i]"},
+};
+
+void checkShape(const char* shape, DataInput& body, const ConstantPool& pool) {
+    for (; *shape != '\0' && *shape != ']'; shape++) {
+        if (*shape == '[') {
+            const char* const inner = shape + 1;
+            const int count = body.readUnsignedShort();
+            // Without an element the end of the shape has to be found all the same.
+            int depth = 0;
+            do {
+                depth += *shape == '[' ? 1 : *shape == ']' ? -1 : 0;
+                shape++;
+            } while (depth > 0);
+            shape--;
+            for (int i = 0; i < count; i++) {
+                checkShape(inner, body, pool);
+            }
+        } else {
+            const int value = body.readUnsignedShort();
+            if (*shape == 'i') {
+                pool.checkRead(value);
+            }
+        }
+    }
+}
+
 void skipElements(DataInput& input, int depth);
 
 void skipElement(int tag, DataInput& input, int depth) {
@@ -190,11 +231,26 @@ void AttributeInfoReader::createAll(DataInput& input, ConstantPool& pool, Attrib
     }
 }
 
-void AttributeInfoReader::skipAll(DataInput& input) {
+void AttributeInfoReader::skipAll(DataInput& input, const ConstantPool& pool) {
     const int count = input.readUnsignedShort();
     for (int i = 0; i < count; i++) {
-        input.readUnsignedShort();
+        pool.checkRead(input.readUnsignedShort());
         input.take(input.readInt());
+    }
+}
+
+void AttributeInfoReader::skipClassAttributes(DataInput& input, const ConstantPool& pool) {
+    const int count = input.readUnsignedShort();
+    for (int i = 0; i < count; i++) {
+        const Utf8View name = pool.getUtf8(pool.checkRead(input.readUnsignedShort()));
+        const int length = input.readInt();
+        DataInput body(input.take(length), length);
+        for (const ClassAttributeShape& row : CLASS_ATTRIBUTE_SHAPES) {
+            if (name == row.name) {
+                checkShape(row.shape, body, pool);
+                break;
+            }
+        }
     }
 }
 

@@ -155,7 +155,9 @@ public:
     // Reads a list with its count.
     static void createAll(DataInput& input, ConstantPool& pool, AttributeList& into);
     // Steps over a list with its count.
-    static void skipAll(DataInput& input);
+    static void skipAll(DataInput& input, const ConstantPool& pool);
+    // The same for the attributes of a class, whose bodies must name entries that were read.
+    static void skipClassAttributes(DataInput& input, const ConstantPool& pool);
     static void writeAll(const AttributeList& list, DataOutput& output);
     static AttributeKind classify(const ConstantUtf8Info& name);
 };

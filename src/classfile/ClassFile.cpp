@@ -26,22 +26,24 @@ ClassFile::ClassFile(DataInput& input, bool stripStackMaps)
         noteJava7Constants();
     }
     accessFlags = input.readUnsignedShort();
-    thisClass = input.readUnsignedShort();
+    thisClass = pool.checkRead(input.readUnsignedShort());
     Logger::assertTrue(thisClass >= 1, "ClassFile", __LINE__);
-    superClass = input.readUnsignedShort();
+    superClass = pool.checkRead(input.readUnsignedShort());
     interfaceCount = input.readUnsignedShort();
     Logger::assertTrue(interfaceCount * 2 <= input.getRemaining(), "ClassFile", __LINE__);
     interfaces = arena.allocateArray<int>(interfaceCount);
     for (int i = 0; i < interfaceCount; i++) {
-        interfaces[i] = input.readUnsignedShort();
+        interfaces[i] = pool.checkRead(input.readUnsignedShort());
         Logger::assertTrue(interfaces[i] >= 1, "ClassFile", __LINE__);
     }
     fieldSpan.bytes = input.take(0);
     int start = input.getPosition();
     const int fieldCount = input.readUnsignedShort();
     for (int i = 0; i < fieldCount; i++) {
-        input.take(6);
-        AttributeInfoReader::skipAll(input);
+        input.take(2);
+        pool.checkRead(input.readUnsignedShort());
+        pool.checkRead(input.readUnsignedShort());
+        AttributeInfoReader::skipAll(input, pool);
     }
     fieldSpan.count = input.getPosition() - start;
     const int methodCount = input.readUnsignedShort();
@@ -52,7 +54,7 @@ ClassFile::ClassFile(DataInput& input, bool stripStackMaps)
     }
     attributeSpan.bytes = input.take(0);
     start = input.getPosition();
-    AttributeInfoReader::skipAll(input);
+    AttributeInfoReader::skipClassAttributes(input, pool);
     attributeSpan.count = input.getPosition() - start;
     Logger::assertEquals(input.getRemaining(), 0, "ClassFile", __LINE__);
 }

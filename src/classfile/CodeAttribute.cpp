@@ -243,11 +243,13 @@ void CodeAttribute::shiftTables(const CodeOffsets& offsets, bool hasPrefix) {
             static_cast<LineNumberTableAttribute*>(attributes[i])->shiftLineNumbers(offsets);
             break;
         case ATTRIBUTE_LOCAL_VARIABLE_TABLE:
-        case ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE:
-            patchLocalVariables2(
-                static_cast<LocalVariablesAttribute*>(attributes[i])->getLocalVariables(), offsets,
-                hasPrefix);
+        case ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE: {
+            const LocalVariableList variables =
+                static_cast<LocalVariablesAttribute*>(attributes[i])->getLocalVariables();
+            checkLocalVariables(variables, pool, maxLocals);
+            patchLocalVariables2(variables, offsets, hasPrefix);
             break;
+        }
         case ATTRIBUTE_RUNTIME_VISIBLE_TYPE_ANNOTATIONS:
         case ATTRIBUTE_RUNTIME_INVISIBLE_TYPE_ANNOTATIONS:
             if (!static_cast<TypeAnnotationsAttribute*>(attributes[i])->shift(offsets)) {

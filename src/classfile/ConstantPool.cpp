@@ -62,26 +62,27 @@ struct EntryForm {
     unsigned char secondAt;  // where the last index of the body is
     unsigned char unchecked; // 1 unless the indices must be at least 1
     unsigned char wide;      // fills two indices
+    unsigned char entries;   // how many of the indices, from the last on, name other entries
 };
 
 constexpr EntryForm FORMS[256] = {
-    {0, 0, 1, 0}, {2, 0, 1, 0},               // Utf8
-    {0, 0, 1, 0}, {4, 2, 1, 0},               // integer: its halves
-    {4, 0, 1, 0},                             // float
-    {8, 0, 1, 1},                             // long
-    {8, 0, 1, 1},                             // double
-    {2, 0, 0, 0},                             // class
-    {2, 0, 0, 0},                             // string
-    {4, 2, 0, 0},                             // field
-    {4, 2, 0, 0},                             // method
-    {4, 2, 0, 0},                             // interface method
-    {4, 2, 0, 0},                             // name and type
-    {0, 0, 1, 0}, {0, 0, 1, 0}, {3, 0, 1, 0}, // method handle
-    {2, 0, 1, 0},                             // method type
-    {4, 2, 1, 0},                             // dynamic
-    {4, 2, 1, 0},                             // invokedynamic
-    {2, 0, 1, 0},                             // module
-    {2, 0, 1, 0},                             // package; unknown tags follow
+    {0, 0, 1, 0, 0}, {2, 0, 1, 0, 0},                  // Utf8
+    {0, 0, 1, 0, 0}, {4, 2, 1, 0, 0},                  // integer: its halves
+    {4, 0, 1, 0, 0},                                   // float
+    {8, 0, 1, 1, 0},                                   // long
+    {8, 0, 1, 1, 0},                                   // double
+    {2, 0, 0, 0, 1},                                   // class
+    {2, 0, 0, 0, 1},                                   // string
+    {4, 2, 0, 0, 2},                                   // field
+    {4, 2, 0, 0, 2},                                   // method
+    {4, 2, 0, 0, 2},                                   // interface method
+    {4, 2, 0, 0, 2},                                   // name and type
+    {0, 0, 1, 0, 0}, {0, 0, 1, 0, 0}, {3, 0, 1, 0, 0}, // method handle
+    {2, 0, 1, 0, 1},                                   // method type
+    {4, 2, 1, 0, 1},                                   // dynamic
+    {4, 2, 1, 0, 1},                                   // invokedynamic
+    {2, 0, 1, 0, 1},                                   // module
+    {2, 0, 1, 0, 1},                                   // package; unknown tags follow
 };
 
 } // namespace
@@ -116,8 +117,13 @@ bool ConstantPool::read(DataInput& input, int count) {
         from.take(textLength);
         const bool zero = ((first | form.unchecked) == 0) | ((second | form.unchecked) == 0);
         Logger::assertTrue(!zero, "ConstantPoolInfo", __LINE__);
+        // An index past the entries read would mean one that is appended later.
+        const bool past =
+            ((form.entries > 0) & (second >= count)) | ((form.entries > 1) & (first >= count));
+        Logger::assertTrue(!past, "ConstantPoolInfo", __LINE__);
         if (tag == CONSTANT_METHOD_HANDLE) {
-            Logger::assertTrue(body[0] >= 1 && body[0] <= 9, "ConstantPoolInfo", __LINE__);
+            Logger::assertTrue(body[0] >= 1 && body[0] <= 9 && shortAt(body + 1) < count,
+                               "ConstantPoolInfo", __LINE__);
         }
         // What is no text is taken for an empty one here.
         const char* const text = reinterpret_cast<const char*>(body) + 2;
@@ -135,6 +141,7 @@ bool ConstantPool::read(DataInput& input, int count) {
     entries.resize(i);
     originalBytes = from.getPosition() - start;
     originalSize = i;
+    readSize = i;
     input = from;
     return true;
 }

@@ -2,6 +2,7 @@
 
 #include "classfile/ArenaVector.h"
 #include "classfile/ConstantPoolInfo.h"
+#include "core/ground/Logger.h"
 
 // ConstantPool: the constants of one class.
 //
@@ -28,7 +29,7 @@ public:
 
     explicit ConstantPool(ClassArena& owner)
         : arena(owner), entries(owner), heads(nullptr), headMask(0), original(nullptr),
-          originalBytes(0), originalSize(0) {
+          originalBytes(0), originalSize(0), readSize(1) {
         entries.push({nullptr, 0, 0});
     }
 
@@ -39,6 +40,12 @@ public:
 
     // Number of indices, the null ones included: the class file's constant pool count.
     int getSize() const { return entries.getSize(); }
+    // An index of the class file itself, asserted to be one of the entries read: an index past them
+    // would mean an appended one.
+    int checkRead(int index) const {
+        Logger::assertTrue(index < readSize, "ConstantPool", __LINE__);
+        return index;
+    }
     // May be null. An index beyond the pool is an internal error.
     ConstantPoolInfo* operator[](int index) const {
         const Entry& entry = entries[index];
@@ -100,4 +107,5 @@ private:
     const unsigned char* original;
     int originalBytes;
     int originalSize; // number of indices that the original bytes hold; 0 when they are not true
+    int readSize;     // number of indices read
 };

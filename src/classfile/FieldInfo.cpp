@@ -4,8 +4,8 @@
 
 // field_info, JVMS 4.5: u2 access_flags, u2 name_index, u2 descriptor_index, attributes.
 FieldInfo::FieldInfo(DataInput& input, ConstantPool& pool)
-    : accessFlags(input.readUnsignedShort()), nameIndex(input.readUnsignedShort()),
-      descriptorIndex(input.readUnsignedShort()), attributes(pool.getArena()) {
+    : accessFlags(input.readUnsignedShort()), nameIndex(pool.checkRead(input.readUnsignedShort())),
+      descriptorIndex(pool.checkRead(input.readUnsignedShort())), attributes(pool.getArena()) {
     Logger::assertTrue(nameIndex >= 1 && descriptorIndex >= 1, "FieldInfo", __LINE__);
     AttributeInfoReader::createAll(input, pool, attributes);
 }

@@ -1,5 +1,7 @@
 #include "classfile/LocalVariableTableAttribute.h"
 
+#include "classfile/DescriptorTypes.h"
+
 namespace {
 const unsigned char EMPTY_TABLE[2] = {0, 0};
 } // namespace
@@ -40,6 +42,18 @@ void patchLocalVariables1(const LocalVariableList& variables, int delta) {
         } else {
             variable.setStartPc(variable.getStartPc() + delta);
         }
+    }
+}
+
+void checkLocalVariables(const LocalVariableList& variables, const ConstantPool& pool,
+                         int maxLocals) {
+    for (int i = 0; i < variables.getSize(); i++) {
+        const LocalVariable variable = variables[i];
+        pool.checkRead(variable.getNameIndex());
+        const int descriptor = pool.checkRead(variable.getDescriptorIndex());
+        const int slots = DescriptorTypes::slotsOf(pool.getUtf8(descriptor).charAt(0));
+        Logger::assertTrue(variable.getSlot() + slots <= maxLocals, "LocalVariableTableAttribute",
+                           __LINE__);
     }
 }
 

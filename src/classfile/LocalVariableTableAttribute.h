@@ -11,6 +11,7 @@ public:
     int getStartPc() const { return at[0] << 8 | at[1]; }
     int getLength() const { return at[2] << 8 | at[3]; }
     int getNameIndex() const { return at[4] << 8 | at[5]; }
+    int getDescriptorIndex() const { return at[6] << 8 | at[7]; }
     int getSlot() const { return at[8] << 8 | at[9]; }
     Utf8View getName(const ConstantPool& pool) const { return pool.getUtf8(getNameIndex()); }
     void setStartPc(int pc);
@@ -73,6 +74,10 @@ public:
 // For a prefix of delta bytes at position 0: parameters, which start at 0, stay visible through the
 // prefix; all other variables move.
 void patchLocalVariables1(const LocalVariableList& variables, int delta);
+// Asserts what the JVM checks and a grown pool or frame would hide: indices of texts that were read
+// and slots below maxLocals.
+void checkLocalVariables(const LocalVariableList& variables, const ConstantPool& pool,
+                         int maxLocals);
 // For a general rewrite: a range that ended with the code still does. With a prefix in front of all
 // old code, what was visible from the start is visible through the prefix too.
 void patchLocalVariables2(const LocalVariableList& variables, const CodeOffsets& offsets,

@@ -13,9 +13,10 @@ MethodInfo::MethodInfo(DataInput& input, ClassFile* owner)
       modified(false), code(nullptr) {
     const int start = input.getPosition();
     accessFlags = input.readUnsignedShort();
-    nameIndex = input.readUnsignedShort();
-    descriptorIndex = input.readUnsignedShort();
-    AttributeInfoReader::skipAll(input);
+    const ConstantPool& pool = owner->getConstantPool();
+    nameIndex = pool.checkRead(input.readUnsignedShort());
+    descriptorIndex = pool.checkRead(input.readUnsignedShort());
+    AttributeInfoReader::skipAll(input, pool);
     originalBytes = input.getPosition() - start;
 }
 

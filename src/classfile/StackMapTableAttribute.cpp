@@ -100,6 +100,8 @@ void StackMapTableAttribute::parse(ArenaVector<StackMapFrame*>& frames, int this
         frames.push(frame);
         previous = frame;
     }
+    // The JVM refuses a table of another size, so it must not leave us with the right one.
+    Logger::assertEquals(input.getRemaining(), 0, "StackMapTableAttribute", __LINE__);
 }
 
 void StackMapTableAttribute::shift(const CodeOffsets& offsets, ClassArena& arena) {
@@ -113,6 +115,7 @@ void StackMapTableAttribute::shift(const CodeOffsets& offsets, ClassArena& arena
     for (int i = 0; i < count; i++) {
         mover.moveFrame();
     }
+    Logger::assertEquals(input.getRemaining(), 0, "StackMapTableAttribute", __LINE__);
     arena.trim(mover.getEnd());
     replaceBody(bytes, static_cast<int>(mover.getEnd() - bytes));
 }

@@ -23,6 +23,10 @@ bool isTranslet(const ClassFile* classFile) {
     return super.contains("xalan") && super.contains("AbstractTranslet");
 }
 
+int argumentSlots(const MethodInfo* method) {
+    return DescriptorTypes::parameterSlots(method->getDescriptor()) + (method->isStatic() ? 0 : 1);
+}
+
 bool isRootClassException(const Utf8View& className, const MethodInfo* method) {
     return className == "java/lang/Object" &&
            (method->getName() == "<clinit>" || method->getName() == "finalize");
@@ -108,6 +112,11 @@ MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo*
     scratch.reset();
     Scan scan = scanMethod(attribute);
     const bool mayRecord = allocations && scan.traits.createsObjects;
+    if (mayRecord && attribute->getMaxLocals() < argumentSlots(method)) {
+        // The JVM refuses it, and would no longer with a local more.
+        methodNotInstrumented(method);
+        return METHOD_OUTCOME_LIMITS;
+    }
     MethodOutcome failure = METHOD_OUTCOME_TOO_LONG;
     // With all calls first, then with entry and exit alone.
     for (int shortForm = 0; shortForm < 2; shortForm++) {
@@ -211,14 +220,14 @@ void TracingInstrumentation::commit(CodeRewrite& rewrite, CodeAttribute* attribu
                                     AllocationSites* sites, unsigned char* newCode, int newLength,
                                     int prefix, int variable) {
     sites->patchFrames();
+    attribute->adoptCode(newCode, newLength);
+    attribute->incMaxStackCount(CALL_STACK + sites->getExtraStack());
+    attribute->shiftTables(rewrite.getOffsets(), prefix > 0);
     if (variable >= 0) {
         const int slot =
             attribute->addLocalVariableToTable(VerificationType(VERIFICATION_INT, -1), true);
         Logger::assertEquals(slot, variable, "TracingInstrumentation", __LINE__);
     }
-    attribute->adoptCode(newCode, newLength);
-    attribute->incMaxStackCount(CALL_STACK + sites->getExtraStack());
-    attribute->shiftTables(rewrite.getOffsets(), prefix > 0);
     attribute->applyAddedVariables(0);
 }
 

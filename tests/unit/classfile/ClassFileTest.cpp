@@ -73,6 +73,79 @@ TEST_F(ClassFileTest, everyTruncationIsAnInternalError) {
     EXPECT_THROW(Parsed(bytes + "x"), VDKRuntimeException);
 }
 
+// Entries are appended to the pool, and such an index would mean one of them.
+TEST_F(ClassFileTest, indexPastThePoolIsAnInternalError) {
+    const int past = B(52).getPoolCount() + 2;
+    const std::string entries[] = {
+        B::u1(7) + B::u2(past),
+        B::u1(8) + B::u2(past),
+        B::u1(10) + B::u2(1) + B::u2(past),
+        B::u1(12) + B::u2(past) + B::u2(1),
+        B::u1(15) + B::u1(6) + B::u2(past),
+        B::u1(18) + B::u2(0) + B::u2(past),
+        B::u1(19) + B::u2(past),
+    };
+    for (const std::string& entry : entries) {
+        B builder(52);
+        builder.utf8("one more");
+        builder.raw(entry);
+        ASSERT_EQ(builder.getPoolCount(), past);
+        EXPECT_THROW(Parsed(builder.build()), VDKRuntimeException) << static_cast<int>(entry[0]);
+    }
+    B builder(52);
+    const int text = builder.utf8("x");
+    const std::string end = B::u2(builder.getPoolCount());
+    const std::string empty = builder.build();
+    const std::string none = B::u2(0);
+    const std::string start = empty.substr(0, empty.size() - 14);
+    const std::string head = B::u2(0x21) + B::u2(2) + B::u2(4);
+    const std::string one = B::u2(1);
+    // Flags, this, super, interfaces, fields, methods, attributes.
+    const std::string tails[] = {
+        B::u2(0x21) + end + B::u2(4) + none + none + none + none,
+        B::u2(0x21) + B::u2(2) + end + none + none + none + none,
+        head + one + end + none + none + none,
+        head + none + one + none + end + B::u2(text) + none + none + none,
+        head + none + one + none + B::u2(text) + end + none + none + none,
+        head + none + none + one + none + end + B::u2(text) + none + none,
+        head + none + none + one + none + B::u2(text) + end + none + none,
+        head + none + none + one + none + B::u2(text) + B::u2(text) + one + end + B::u4(0) + none,
+        head + none + none + none + one + end + B::u4(0),
+    };
+    EXPECT_NO_THROW(Parsed(start + head + none + none + none + none));
+    for (const std::string& tail : tails) {
+        EXPECT_THROW(Parsed(start + tail), VDKRuntimeException) << &tail - tails;
+    }
+}
+
+TEST_F(ClassFileTest, attributeOfTheClassThatNamesAnEntryPastThePoolIsAnInternalError) {
+    struct Row {
+        const char* name;
+        std::string before;
+        std::string after;
+    };
+    const Row rows[] = {
+        {"SourceFile", "", ""},
+        {"NestHost", "", ""},
+        {"EnclosingMethod", B::u2(1), ""},
+        {"NestMembers", B::u2(2) + B::u2(1), ""},
+        {"InnerClasses", B::u2(2) + B::u2(1) + B::u2(0) + B::u2(1) + B::u2(65535) + B::u2(1),
+         B::u2(1) + B::u2(0)},
+        {"BootstrapMethods", B::u2(2) + B::u2(1) + B::u2(0) + B::u2(1) + B::u2(1), ""},
+        {"BootstrapMethods", B::u2(1) + B::u2(1) + B::u2(2) + B::u2(1), ""},
+    };
+    for (const Row& row : rows) {
+        B builder(52);
+        builder.utf8(row.name);
+        const int past = builder.getPoolCount();
+        const std::string good = row.before + B::u2(past - 1) + row.after;
+        const std::string bad = row.before + B::u2(past) + row.after;
+        EXPECT_THROW(Parsed(builder.build(0x21, {{row.name, bad}})), VDKRuntimeException)
+            << row.name;
+        EXPECT_NO_THROW(Parsed(builder.build(0x21, {{row.name, good}}))) << row.name;
+    }
+}
+
 TEST_F(ClassFileTest, namesAreThoseOfTheFile) {
     Parsed parsed(sample());
     EXPECT_EQ(parsed.classFile.getSignature(), "Built");

@@ -401,6 +401,35 @@ TEST_F(CodeAttributeTest, framesThatAskForTooMuchMemoryAreRefused) {
     EXPECT_LT(parsed.classFile.getArena().getCommitted(), 200u << 20);
 }
 
+// What the JVM refuses must not become valid by being moved.
+TEST_F(CodeAttributeTest, tablesThatTheJvmRefusesAreInternalErrors) {
+    const std::pair<const char*, std::string> rows[] = {
+        {"StackMapTable", B::u2(1) + B::u1(1) + B::u1(0)}, // a byte too many
+        {"LineNumberTable", B::u2(1) + B::u2(2) + B::u2(7)},
+        {"LocalVariableTable", B::u2(1) + B::u2(0) + B::u2(3) + B::u2(1) + B::u2(1) + B::u2(0)},
+        {"LocalVariableTable", B::u2(1) + B::u2(0) + B::u2(2) + B::u2(99) + B::u2(1) + B::u2(0)},
+        {"LocalVariableTable", B::u2(1) + B::u2(0) + B::u2(2) + B::u2(1) + B::u2(99) + B::u2(0)},
+        {"LocalVariableTable", B::u2(1) + B::u2(0) + B::u2(2) + B::u2(1) + B::u2(1) + B::u2(1)},
+    };
+    for (const auto& row : rows) {
+        for (int decoded = 0; decoded < 2; decoded++) {
+            B builder(52);
+            builder.addMethod(9, "m", "()V", 0, 1, B::code({0, 177}), {}, {row});
+            Parsed parsed(builder.build());
+            const int map[] = {4, 5, 6};
+            EXPECT_THROW(
+                {
+                    if (decoded == 1) {
+                        parsed.code("m")->getFrames();
+                    }
+                    parsed.code("m")->shiftTables(CodeOffsets(map, 2));
+                },
+                VDKRuntimeException)
+                << row.first << " " << &row - rows;
+        }
+    }
+}
+
 TEST_F(CodeAttributeTest, unknownCodeAttributesAreTold) {
     B builder(52);
     builder.addMethod(9, "m", "()V", 0, 0, B::code({177}), {}, {{"CharacterRangeTable", B::u2(0)}});

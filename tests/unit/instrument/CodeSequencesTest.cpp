@@ -204,6 +204,16 @@ TEST_F(CodeSequences, limitsThatWouldBeLoweredLeaveTheMethodAlone) {
     }
 }
 
+TEST_F(CodeSequences, localsThatDoNotHoldTheParametersLeaveTheMethodAlone) {
+    for (int locals = 2; locals <= 3; locals++) {
+        B builder(49);
+        builder.addMethod(9, "m", "(JI)V", 1, locals, B::code({4, 188, 10, 87, 177}));
+        Rewritten rewritten(builder.build(), true, true);
+        EXPECT_EQ(rewritten.holds(METHOD_OUTCOME_LIMITS), locals < 3);
+        EXPECT_EQ(rewritten.holds(METHOD_OUTCOME_INSTRUMENTED), locals == 3);
+    }
+}
+
 TEST_F(CodeSequences, codeOfTheGreatestLengthIsTheLimit) {
     // 9 bytes of entry and 9 of exit.
     Rewritten fits(oneMethod(std::string(65535 - 19, '\0') + B::u1(177)), false, true);

@@ -30,7 +30,8 @@ std::string apply(const std::string& bytes, Pass pass, bool* changed) {
 
 std::string wrap(const std::string& bytes, bool* changed) {
     return apply(
-        bytes, [](ClassFile* classFile) { return wrapNativeMethods(classFile, PREFIX, nullptr); }, changed);
+        bytes, [](ClassFile* classFile) { return wrapNativeMethods(classFile, PREFIX, nullptr); },
+        changed);
 }
 
 class NativeWrapping : public testing::Test {
