@@ -97,7 +97,7 @@ protected:
 };
 
 // iload_0; ifeq END; <fill>; iconst_5; ireturn; END: iconst_3; ireturn, with the branch exactly
-// `distance` long. kind: 0 conditional, 1 goto (nop; nop; goto), 2 jsr.
+// `distance` long. kind: 0 conditional, 1 goto (nop; nop; goto), 2 jsr, 3 conditional backwards.
 std::string farBranch(const std::string& name, int major, int kind, int distance) {
     B builder(major, name);
     std::string code = B::code({26});
@@ -115,6 +115,12 @@ std::string farBranch(const std::string& name, int major, int kind, int distance
         code = B::u1(0) + B::u1(167) + B::u2(distance);
         code += std::string(static_cast<size_t>(target) - code.size() - 2, '\0');
         code += B::code({8, 172, 6, 172});
+    } else if (kind == 3) {
+        // goto_w over: 5 iconst_3; ireturn; <fill>; iload_0; ifeq 5; iconst_5; ireturn
+        const int branch = 5 + distance;
+        code = B::u1(200) + B::u4(branch - 1) + B::code({6, 172});
+        code += std::string(static_cast<size_t>(branch) - 1 - code.size(), '\0');
+        code += B::code({26, 153}) + B::u2(-distance) + B::code({8, 172});
     } else {
         code = B::u1(0) + B::u1(168) + B::u2(distance) + B::code({26, 4, 96, 172});
         code += std::string(static_cast<size_t>(target) - code.size() - 2, '\0');
@@ -130,22 +136,24 @@ std::string farBranch(const std::string& name, int major, int kind, int distance
 TEST_F(Widening, farBranchesOfOldClassesAreWidenedAndRun) {
     std::map<std::string, std::string> classes;
     std::vector<std::string> lines;
-    for (int kind = 0; kind < 3; kind++) {
-        for (int widened = 0; widened < 2; widened++) {
+    for (int kind = 0; kind < 4; kind++) {
+        for (int over = -1; over <= 1; over++) {
+            const bool widened = over == 1;
             // Between branch and target the exit code of one return is inserted, 9 bytes; the jsr
-            // has two more returns behind it.
-            const int distance = 32767 - 9 + widened - (kind == 2 ? 9 : 0);
+            // has two more returns behind it. Backwards a branch reaches a byte further.
+            const int distance = 32767 - 9 + over - (kind == 2 ? 9 : 0) + (kind == 3 ? 1 : 0);
             const std::string name =
-                "Far" + std::to_string(kind) + (widened == 1 ? "Widened" : "Short");
+                "Far" + std::to_string(kind) + "Over" + std::to_string(over + 1);
             const std::string plain = farBranch(name, 48, kind, distance);
             InstrumentationCounts counts = {};
             const std::string rewritten = rewrite(plain, &counts);
             ASSERT_EQ(counts.methods[METHOD_OUTCOME_INSTRUMENTED], 1) << name;
             const ReferenceClass result(rewritten.data(), rewritten.size());
             const std::string& code = result.method("m")->code;
-            const int expected[][2] = {{153, 154}, {167, 200}, {168, 201}};
-            EXPECT_EQ(static_cast<unsigned char>(code[9 + 1]), expected[kind][widened]) << name;
-            if (widened == 1 && kind == 0) {
+            const int expected[][2] = {{153, 154}, {167, 200}, {168, 201}, {153, 154}};
+            const size_t branch = kind == 3 ? 9 + 9 + 5 + static_cast<size_t>(distance) : 9 + 1;
+            EXPECT_EQ(static_cast<unsigned char>(code[branch]), expected[kind][widened]) << name;
+            if (widened && kind == 0) {
                 EXPECT_EQ(code.substr(11, 3), B::code({0, 11, 200}));
             }
             // The same class under another name, as it was.
@@ -175,6 +183,45 @@ TEST_F(Widening, farBranchesOfClassesWithFramesAreLeftAlone) {
     EXPECT_EQ(counts.methods[METHOD_OUTCOME_BRANCH_OVERFLOW], 1);
     for (const std::string& jdk : findJdks()) {
         EXPECT_NE(run(jdk, {{"Far", fits}}).find("Far 3:1,1,0 5:1,1,0"), std::string::npos);
+    }
+}
+
+TEST_F(Widening, methodsAtTheLimitsOfTheirLengthRun) {
+    struct Row {
+        int length; // with all calls in it
+        bool arrays;
+        const char* expected; // entries, exits, objects
+    };
+    // Above 8000 bytes the JVM no longer compiles; above 65535 it takes no class.
+    const Row rows[] = {
+        {7999, false, ":1,1,0"},  {8000, false, ":1,1,0"},  {8001, false, ":0,0,0"},
+        {7999, true, ":1,1,1"},   {8000, true, ":1,1,1"},   {8001, true, ":1,1,0"},
+        {65534, false, ":1,1,0"}, {65535, false, ":1,1,0"}, {65536, false, ":0,0,0"},
+        {65534, true, ":1,1,1"},  {65535, true, ":1,1,1"},  {65536, true, ":1,1,0"},
+    };
+    std::map<std::string, std::string> classes;
+    std::vector<std::string> lines;
+    for (const Row& row : rows) {
+        // newarray int; pop: 12 bytes for the call, 5 for the variable
+        const std::string array = row.arrays ? B::code({4, 188, 10, 87}) : "";
+        const int length = row.length - 18 - (row.arrays ? 17 : 0);
+        const std::string name =
+            std::string(row.arrays ? "Array" : "Plain") + std::to_string(row.length);
+        B builder(52, name);
+        builder.addMethod(9, "m", "(I)I", 1, 1,
+                          array +
+                              std::string(static_cast<size_t>(length) - array.size() - 2, '\0') +
+                              B::code({26, 172}));
+        InstrumentationCounts counts = {};
+        classes[name] = rewrite(builder.build(), &counts);
+        lines.push_back(name + " 0" + row.expected + " 1" + row.expected);
+    }
+    for (const std::string& jdk : findJdks()) {
+        const std::string output = run(jdk, classes);
+        for (const std::string& line : lines) {
+            EXPECT_NE(output.find(line), std::string::npos) << line << "\n"
+                                                            << output.substr(0, 2000);
+        }
     }
 }
 
