@@ -53,14 +53,16 @@ public:
 
     void addMethod(int flags, const std::string& name, const std::string& descriptor, int maxStack,
                    int maxLocals, const std::string& codeBytes,
-                   const std::vector<Handler>& handlers = {}, const Attributes& attributes = {}) {
+                   const std::vector<Handler>& handlers = {}, const Attributes& attributes = {},
+                   const Attributes& methodAttributes = {}) {
         std::string body = u2(maxStack) + u2(maxLocals) + u4(static_cast<int>(codeBytes.size())) +
                            codeBytes + u2(static_cast<int>(handlers.size()));
         for (const Handler& handler : handlers) {
             body += u2(handler.start) + u2(handler.end) + u2(handler.handler) + u2(handler.type);
         }
         body += list(attributes);
-        members += u2(flags) + u2(utf8(name)) + u2(utf8(descriptor)) + list({{"Code", body}});
+        members +=
+            u2(flags) + u2(utf8(name)) + u2(utf8(descriptor)) + list(with(methodAttributes, body));
         methodCount++;
     }
     // A method without code.
@@ -79,6 +81,10 @@ public:
     int getPoolCount() const { return count; }
 
 private:
+    static Attributes with(Attributes attributes, const std::string& codeBody) {
+        attributes.push_back({"Code", codeBody});
+        return attributes;
+    }
     std::string list(const Attributes& attributes) {
         std::string text = u2(static_cast<int>(attributes.size()));
         for (const auto& attribute : attributes) {

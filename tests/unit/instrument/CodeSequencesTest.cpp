@@ -279,6 +279,53 @@ TEST_F(CodeSequences, transletsGetNoAllocationCalls) {
     EXPECT_EQ(rewritten.method("m").code.size(), 5u + 18);
 }
 
+TEST_F(CodeSequences, listedClassesAndAnnotatedMethodsAreLeftOut) {
+    const std::pair<const char*, bool> classes[] = {
+        {"jdk/internal/reflect/GeneratedMethodAccessor1", false},
+        {"sun/reflect/GeneratedConstructorAccessor7", false},
+        {"jdk/internal/vm/Continuation", false},
+        {"java/lang/VirtualThread", false},
+        {"java/lang/invoke/LambdaForm", false},
+        {"jdk/internal/reflect/Reflection", true},
+        {"java/lang/Thread", true},
+    };
+    for (const auto& row : classes) {
+        B builder(52, row.first);
+        builder.addMethod(9, "m", "()V", 1, 1, B::code({0, 0, 177}));
+        Rewritten rewritten(builder.build(), true, true);
+        EXPECT_EQ(rewritten.holds(METHOD_OUTCOME_CLASS_LEFT_OUT), !row.second) << row.first;
+        EXPECT_EQ(rewritten.holds(METHOD_OUTCOME_INSTRUMENTED), row.second) << row.first;
+    }
+    struct Row {
+        std::vector<std::string> annotations;
+        bool leftOut;
+    };
+    const std::string vm = "Ljdk/internal/vm/annotation/";
+    const Row rows[] = {
+        {{"Ljdk/internal/misc/ScopedMemoryAccess$Scoped;"}, true},
+        {{vm + "ReservedStackAccess;"}, true},
+        {{vm + "ChangesCurrentThread;"}, true},
+        {{vm + "JvmtiHideEvents;"}, true},
+        {{vm + "JvmtiMountTransition;"}, true},
+        {{vm + "IntrinsicCandidate;"}, true},
+        {{vm + "Hidden;"}, false},
+        {{vm + "ForceInline;"}, false},
+        {{vm + "ForceInline;", vm + "Hidden;"}, true},
+        {{"Ljava/lang/invoke/LambdaForm$Hidden;", vm + "ForceInline;"}, true},
+    };
+    for (const Row& row : rows) {
+        B builder(52);
+        std::string body = B::u2(static_cast<int>(row.annotations.size()));
+        for (const std::string& annotation : row.annotations) {
+            body += B::u2(builder.utf8(annotation)) + B::u2(0);
+        }
+        builder.addMethod(9, "m", "()V", 1, 1, B::code({0, 0, 177}), {}, {},
+                          {{"RuntimeVisibleAnnotations", body}});
+        Rewritten rewritten(builder.build(), true, true);
+        EXPECT_EQ(rewritten.holds(METHOD_OUTCOME_ANNOTATED), row.leftOut) << row.annotations[0];
+    }
+}
+
 TEST_F(CodeSequences, rootClassFinalizerAndInitializerAreLeftAlone) {
     B builder(49, "java/lang/Object", "java/lang/Object");
     builder.addMethod(4, "finalize", "()V", 1, 1, B::code({0, 0, 177}));

@@ -1,5 +1,6 @@
 package cases;
 
+import fixtures.EarlyLoader;
 import fixtures.KnownCalls;
 import fixtures.TimedCalls;
 import java.util.Map;
@@ -159,6 +160,23 @@ public final class TracingCases {
         target.awaitOutput("done 1");
         checkCounts(fetch(target), 1);
         Check.isTrue(target.log().contains("Class retransform completed"), target.log());
+        stop(target);
+        target.finish();
+    }
+
+    /** A loader that was there first finds what rewritten classes call; wrapped natives count. */
+    @Case(fixture = EarlyLoader.class)
+    static void isolatedClassesRunAndNativesAreCounted(Target target) throws Exception {
+        start(target, "");
+        target.send("go");
+        target.awaitOutput("isolated 42, deflated ");
+        Map<String, Long> counts = fetch(target).callCounts();
+        for (String name : new String[] {"init", "deflateBytesBytes"}) {
+            Check.equal(counts.getOrDefault("java.util.zip.Deflater." + name, 0L), 40L, name);
+        }
+        Check.equal(counts.getOrDefault("fixtures.Isolated.answer", 0L), 1L, "answer");
+        Check.isTrue(counts.keySet().stream().noneMatch(n -> n.contains("$$VDK$$")),
+                     "renamed natives stay out of sight");
         stop(target);
         target.finish();
     }

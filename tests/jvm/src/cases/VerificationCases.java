@@ -8,6 +8,9 @@ import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
 import java.util.concurrent.TimeUnit;
+import java.util.jar.Attributes;
+import java.util.jar.JarOutputStream;
+import java.util.jar.Manifest;
 import java.util.stream.Stream;
 import jvmtest.Case;
 import jvmtest.Check;
@@ -170,6 +173,49 @@ public final class VerificationCases {
         }
         Check.equal(differing, List.of(), "classes that end otherwise than without the agent");
         return results.get(1);
+    }
+
+    /** What another agent retransforms or redefines gets the same methods again. */
+    @Case(fixture = Idle.class, noAgent = true, attach = false)
+    static void anotherAgentMayChangeRewrittenClasses(Target target) throws Exception {
+        target.finish();
+        Manifest manifest = new Manifest();
+        Attributes main = manifest.getMainAttributes();
+        main.put(Attributes.Name.MANIFEST_VERSION, "1.0");
+        main.putValue("Premain-Class", "fixtures.OtherAgent");
+        main.putValue("Can-Retransform-Classes", "true");
+        main.putValue("Can-Redefine-Classes", "true");
+        Path jar = target.folder.resolve("other.jar");
+        new JarOutputStream(Files.newOutputStream(jar), manifest).close();
+        samePrints(target, List.of("-javaagent:" + jar), "fixtures.OtherAgent");
+    }
+
+    private static void samePrints(Target target, List<String> jvm, String fixture)
+            throws Exception {
+        String plain = run(target, false, jvm, fixture, List.of(), false).output;
+        String rewritten = run(target, true, jvm, fixture, List.of(), false).output;
+        Check.equal(rewritten, plain, "output");
+        Check.isTrue(!plain.contains("Exception") && !plain.contains("Error"), plain);
+    }
+
+    /** Compiled by the JDK under test, for its newest version of class files. */
+    @Case(fixture = Idle.class, noAgent = true, attach = false)
+    static void classesOfTheNewestVersionRunAsWithoutTheAgent(Target target) throws Exception {
+        target.finish();
+        Path sources = Path.of(System.getProperty("java.class.path"), "sources");
+        String source = Files.readAllLines(sources)
+                                .stream()
+                                .filter(f -> f.endsWith("/Newest.java"))
+                                .findFirst()
+                                .get();
+        Path classes = Files.createDirectories(target.folder.resolve("classes"));
+        Process javac = new ProcessBuilder(target.jdk.home + "/bin/javac", "-g", "-parameters",
+                                           "-d", classes.toString(), source)
+                                .inheritIO()
+                                .start();
+        Check.equal(javac.waitFor(), 0, "javac");
+        // Classes of the boot loader: trusted, but for the flags.
+        samePrints(target, List.of("-Xbootclasspath/a:" + classes), "fixtures.Newest");
     }
 
     /** The parser and the passes refuse, or carry through, whatever the JVM does. */
