@@ -4,6 +4,7 @@ import fixtures.Rewrites;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.Arrays;
 import java.util.List;
 import java.util.stream.Stream;
 import jvmtest.Case;
@@ -82,6 +83,35 @@ public final class RewriteOnRequestCases {
         jvm.finish();
     }
 
+    private String rewrite(String name, byte[] bytes) throws Exception {
+        return rewrite(name, write("in", bytes));
+    }
+
+    private static byte[] resource(String file) throws Exception {
+        return Object.class.getModule().getResourceAsStream(file).readAllBytes();
+    }
+
+    /** Where nothing can be inserted, and what is not understood, is left as it is. */
+    @Case(fixture = Rewrites.class, attach = false)
+    static void classesOfOtherKindsStayAsTheyAre(Target jvm) throws Exception {
+        RewriteOnRequestCases test = new RewriteOnRequestCases(jvm);
+        Check.equal(test.rewrite("module-info", resource("module-info.class")), "same", "module");
+        Check.equal(test.rewrite("java/util/List", resource("java/util/List.class")), "same",
+                    "interface with bodies");
+        byte[] unknown = fortyTwo("made/Unknown").bytes();
+        // The tag of the first constant.
+        unknown[10] = 2;
+        Check.equal(test.rewrite("made/Unknown", unknown), "same", "unknown constant");
+        Check.contains(jvm.log(), "made.Unknown: invalid class", "log");
+        byte[] future = fortyTwo("made/Future").bytes();
+        future[4] = future[5] = (byte) 0xff;
+        future[7] = 99;
+        Check.equal(test.rewrite("made/Future", future), "written", "version to come");
+        Check.equal(Arrays.equals(Arrays.copyOf(test.out(), 8), Arrays.copyOf(future, 8)), true,
+                    "its version");
+        jvm.finish();
+    }
+
     @Case(fixture = Rewrites.class, attach = false)
     static void theNativeThrowsForAClassThatIsCutOff(Target jvm) throws Exception {
         jvm.allowFaultsInLog();
@@ -89,7 +119,7 @@ public final class RewriteOnRequestCases {
         String text = "java.lang.RuntimeException: assertion failed in native code; see agent "
                       + "log for detail";
         byte[] whole = fortyTwo("made/Cut").bytes();
-        Path cut = test.write("cut", java.util.Arrays.copyOf(whole, whole.length - 3));
+        Path cut = test.write("cut", Arrays.copyOf(whole, whole.length - 3));
         Check.equal(test.rewrite("made/Cut", cut), text, "cut off");
         Check.equal(test.rewrite("null", test.write("whole", whole)), text, "no name");
         Check.equal(test.rewrite("made/Cut", test.write("whole", whole)), "written", "whole");
@@ -164,7 +194,7 @@ public final class RewriteOnRequestCases {
         }
         Check.equal(dumps.size(), 1, "dumps of the class: " + dumps);
         Check.equal(test.rewrite("made/Second", second), "written", "the same once more");
-        Check.equal(java.util.Arrays.equals(Files.readAllBytes(dumps.get(0)), test.out()), true,
+        Check.equal(Arrays.equals(Files.readAllBytes(dumps.get(0)), test.out()), true,
                     "the dump is what the JVM got");
         jvm.finish();
     }
