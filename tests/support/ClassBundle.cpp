@@ -93,6 +93,14 @@ std::string findJdk(const std::string& release) {
 
 std::vector<std::string> findSystemJars() {
     std::vector<std::string> jars;
+    const char* const named = getenv("VDK_LINK_JARS");
+    if (named != nullptr) {
+        std::stringstream list(named);
+        for (std::string jar; std::getline(list, jar, ':');) {
+            jars.push_back(jar);
+        }
+        return jars;
+    }
     std::error_code ignored;
     for (const auto& entry : fs::recursive_directory_iterator("/usr/share/java", ignored)) {
         if (entry.path().extension() == ".jar" && entry.is_regular_file() && !entry.is_symlink()) {

@@ -31,7 +31,8 @@ private:
 std::vector<std::string> findJdks();
 // Home of the JDK of this release, empty if there is none.
 std::string findJdk(const std::string& release);
-// Jar files installed by the system, no symbolic links.
+// The jar files that VDK_LINK_JARS lists, by colons; without it those installed by the system, no
+// symbolic links.
 std::vector<std::string> findSystemJars();
 // Writes the classes of the sources ("jrt", "jrt:module" or jars) to a bundle in the temporary
 // directory and gives its path. Throws std::runtime_error.

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <sstream>
 
 #include "classfile/OpCodes.h"
 #include "support/ClassBundle.h"
@@ -451,13 +450,8 @@ TEST_F(CodePositions, everythingOfAJdksClassesFollowsTheirCode) {
 
 TEST_F(CodePositions, everythingOfJarsFollowsTheirCode) {
     std::vector<std::string> jars;
-    const char* const named = getenv("VDK_LINK_JARS");
-    std::stringstream list(named == nullptr ? "" : named);
-    for (std::string jar; std::getline(list, jar, ':');) {
-        jars.push_back(jar);
-    }
     for (const std::string& jar : findSystemJars()) {
-        if (named == nullptr && jar.find("/asm-") != std::string::npos) {
+        if (getenv("VDK_LINK_JARS") != nullptr || jar.find("/asm-") != std::string::npos) {
             jars.push_back(jar);
         }
     }
