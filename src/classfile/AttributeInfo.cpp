@@ -26,6 +26,7 @@ constexpr NamedKind NAMED_KINDS[] = {
     {SyntheticAttribute::NAME, ATTRIBUTE_SYNTHETIC},
     {LocalVariableTypeTableAttribute::NAME, ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE},
     {StackMapTableAttribute::NAME, ATTRIBUTE_STACK_MAP_TABLE},
+    {OldStackMapAttribute::NAME, ATTRIBUTE_OLD_STACK_MAP},
     {AnnotationsAttribute::NAME_RUNTIME_INVISIBLE, ATTRIBUTE_RUNTIME_INVISIBLE_ANNOTATIONS},
     {AnnotationsAttribute::NAME_RUNTIME_VISIBLE, ATTRIBUTE_RUNTIME_VISIBLE_ANNOTATIONS},
     {ParameterAnnotationsAttribute::NAME, ATTRIBUTE_RUNTIME_INVISIBLE_PARAMETER_ANNOTATIONS},
@@ -208,6 +209,8 @@ AttributeInfo* AttributeInfoReader::create(DataInput& input, ConstantPool& pool)
         return arena.make<LocalVariableTypeTableAttribute>(arena, name, length, body);
     case ATTRIBUTE_STACK_MAP_TABLE:
         return arena.make<StackMapTableAttribute>(name, length, body);
+    case ATTRIBUTE_OLD_STACK_MAP:
+        return arena.make<OldStackMapAttribute>(name, length, body);
     case ATTRIBUTE_RUNTIME_INVISIBLE_ANNOTATIONS:
     case ATTRIBUTE_RUNTIME_VISIBLE_ANNOTATIONS:
         return arena.make<AnnotationsAttribute>(kind, name, length, body);

@@ -17,6 +17,7 @@ enum AttributeKind : unsigned char {
     ATTRIBUTE_SYNTHETIC,
     ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE,
     ATTRIBUTE_STACK_MAP_TABLE,
+    ATTRIBUTE_OLD_STACK_MAP, // "StackMap" of small devices, which no JVM with JVMTI reads
     ATTRIBUTE_RUNTIME_INVISIBLE_ANNOTATIONS,
     ATTRIBUTE_RUNTIME_VISIBLE_ANNOTATIONS,
     ATTRIBUTE_RUNTIME_INVISIBLE_PARAMETER_ANNOTATIONS,
@@ -113,6 +114,14 @@ public:
     int getCount() const { return openBody().readUnsignedShort(); }
     // Pool index of the i-th class.
     int getClassIndex(int i) const;
+};
+
+// Holds code positions of another encoding; dropped when code moves.
+class OldStackMapAttribute final : public RawAttribute {
+public:
+    static constexpr const char* NAME = "StackMap";
+    OldStackMapAttribute(int name, int count, const unsigned char* body)
+        : RawAttribute(ATTRIBUTE_OLD_STACK_MAP, name, count, body) {}
 };
 
 class InnerClassesAttribute final : public RawAttribute {

@@ -120,6 +120,7 @@ const AttributeInfo* CodeAttribute::findOpaqueAttribute() const {
         case ATTRIBUTE_LOCAL_VARIABLE_TABLE:
         case ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE:
         case ATTRIBUTE_STACK_MAP_TABLE:
+        case ATTRIBUTE_OLD_STACK_MAP:
         case ATTRIBUTE_RUNTIME_VISIBLE_TYPE_ANNOTATIONS:
         case ATTRIBUTE_RUNTIME_INVISIBLE_TYPE_ANNOTATIONS:
             break;
@@ -255,6 +256,9 @@ void CodeAttribute::shiftTables(const CodeOffsets& offsets, bool hasPrefix) {
             if (!static_cast<TypeAnnotationsAttribute*>(attributes[i])->shift(offsets)) {
                 removeAttribute(i);
             }
+            break;
+        case ATTRIBUTE_OLD_STACK_MAP:
+            removeAttribute(i);
             break;
         default:
             break;

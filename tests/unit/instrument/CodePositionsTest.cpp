@@ -342,7 +342,7 @@ void compareMethod(const ReferenceClass& before, const ReferenceMethod& m,
     }
     size_t next = 0;
     for (const ReferenceAttribute& attribute : m.codeAttributes) {
-        if (attribute.first == "StackMapTable") {
+        if (attribute.first == "StackMapTable" || attribute.first == "StackMap") {
             continue;
         }
         while (n.codeAttributes.at(next).first == "StackMapTable") {
