@@ -28,10 +28,15 @@ ZString dottedNameOf(jclass type) {
     return name;
 }
 
+// Not an interface, nor a class whose static initialiser failed: that one runs no method, and would
+// fail the batch that it is in.
 bool isModifiable(jclass type) {
     jboolean modifiable = JNI_FALSE;
     jboolean isInterface = JNI_FALSE;
-    return ourJVMTI->IsModifiableClass(type, &modifiable) == JVMTI_ERROR_NONE &&
+    jint status = 0;
+    return ourJVMTI->GetClassStatus(type, &status) == JVMTI_ERROR_NONE &&
+           (status & JVMTI_CLASS_STATUS_ERROR) == 0 &&
+           ourJVMTI->IsModifiableClass(type, &modifiable) == JVMTI_ERROR_NONE &&
            modifiable == JNI_TRUE &&
            ourJVMTI->IsInterface(type, &isInterface) == JVMTI_ERROR_NONE &&
            isInterface == JNI_FALSE;
@@ -67,28 +72,30 @@ void eachLoadedClass(JNIEnv* env, Visitor&& visit) {
     }
 }
 
-// One failing class fails a batch, so the rest is then tried one by one. Gives the number done.
-int retransform(ZVector<jclass>& classes) {
-    if (classes.isEmpty()) {
+// One failing class fails a batch, and each call walks all classes of the JVM: a batch that failed
+// is halved until what fails stands alone. Gives the number done.
+int retransform(jclass* classes, int count) {
+    if (count == 0) {
         return 0;
     }
-    const jvmtiError error = ourJVMTI->RetransformClasses(classes.getSize(), classes.data());
+    const jvmtiError error = ourJVMTI->RetransformClasses(count, classes);
     if (error == JVMTI_ERROR_NONE) {
-        return classes.getSize();
+        return count;
     }
-    Logger::message(ZString("Retransforming ") + longToString(classes.getSize()) +
+    if (count == 1) {
+        Logger::message(ZString("Retransforming failed: ") + dottedNameOf(classes[0]) + ": " +
+                        longToString(error));
+        return 0;
+    }
+    Logger::message(ZString("Retransforming ") + longToString(count) +
                     " classes at once failed: " + longToString(error));
-    int done = 0;
-    for (int i = 0; i < classes.getSize(); i++) {
-        const jvmtiError single = ourJVMTI->RetransformClasses(1, &classes[i]);
-        if (single == JVMTI_ERROR_NONE) {
-            done++;
-        } else {
-            Logger::message(ZString("Retransforming failed: ") + dottedNameOf(classes[i]) + ": " +
-                            longToString(single));
-        }
-    }
-    return done;
+    const int half = count / 2;
+    const int done = retransform(classes, half);
+    return done + retransform(classes + half, count - half);
+}
+
+int retransform(ZVector<jclass>& classes) {
+    return retransform(classes.data(), classes.getSize());
 }
 
 void release(JNIEnv* env, ZVector<jclass>& classes) {

@@ -157,8 +157,9 @@ void startCalibrating(JNIEnv* env) {
     setCalibration(-1);
     jstring filters = toJavaString(env, "*\n+com.vandrik.runtime.Calibration");
     jstring wallTime = toJavaString(env, "");
-    ZString ignored;
-    startCPUProfilingImpl(env, CPU_TRACING, filters, wallTime, &ignored, &ignored);
+    ZString usedFilters;
+    ZString usedWallTime;
+    startCPUProfilingImpl(env, CPU_TRACING, filters, wallTime, &usedFilters, &usedWallTime);
     env->DeleteLocalRef(filters);
     env->DeleteLocalRef(wallTime);
 }

@@ -153,6 +153,9 @@ public final class TracedProgramCases {
             client.string("");
             client.ok();
         }
+        Check.contains(target.log(), "Class retransform completed", "log");
+        Check.contains(target.log(), "Retransforming failed: fixtures.Isolated: ", "log");
+        Check.equal(target.log().split("Retransforming failed").length, 2, "parts around failures");
         start(target, JDK, "");
         round(target, "go", "done 2");
         checkLeft(fetch(target), 1);

@@ -16,7 +16,7 @@ public final class TracingCases {
     private static final String CLASS = "fixtures.KnownCalls.";
 
     /** Method and number of calls of one run. */
-    private static final Object[][] CALLS = {
+    static final Object[][] CALLS = {
             {"run", 1L},      {"fib", 1973L + 80 * 15}, {"<init>", 100L},   {"locked", 100L},
             {"guarded", 60L}, {"hidden", 100L},         {"over(int)", 10L}, {"over(long)", 10L},
             {"unwind", 200L}, {"catching", 50L},        {"after", 100L},    {"deep", 5000L},

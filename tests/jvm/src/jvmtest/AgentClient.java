@@ -25,6 +25,7 @@ public final class AgentClient implements AutoCloseable {
     public static final int UPDATE_TABLES = 103500;
     public static final int CLEAR_CPU = 103700;
     public static final int CAPTURE_SNAPSHOT = 104006;
+    public static final int RETRANSFORM = 105201;
     public static final int PROGRESS = 100600;
 
     public final Socket socket;

@@ -17,6 +17,12 @@ public @interface Case {
 
     String[] jvm() default {};
 
+    /** JVM options that stand before the agent's. */
+    String[] jvmFirst() default {};
+
+    /** Jars of the system that the fixture needs, by their names in /usr/share/java. */
+    String[] jars() default {};
+
     String[] args() default {};
 
     boolean load() default true;

@@ -80,8 +80,8 @@ public final class Main {
     private void runCase(String name, Method method, Case test, Jdk jdk, boolean attach) {
         long start = System.nanoTime();
         Throwable fault = null;
-        try (Target target = new Target(jdk, attach, library)) {
-            target.start(test);
+        try (Target target = new Target(test, jdk, attach, library)) {
+            target.start();
             method.setAccessible(true);
             method.invoke(null, target);
             target.checkLog();

@@ -36,8 +36,10 @@ public final class Target implements AutoCloseable {
     private Thread outputReader;
     private Thread errorReader;
     private boolean logMayHoldFaults;
+    private final Case test;
 
-    Target(Jdk jdk, boolean attached, String library) throws IOException {
+    Target(Case test, Jdk jdk, boolean attached, String library) throws IOException {
+        this.test = test;
         this.jdk = jdk;
         this.attached = attached;
         this.library = library;
@@ -56,27 +58,62 @@ public final class Target implements AutoCloseable {
         return more.isEmpty() ? options : options + "," + more;
     }
 
-    void start(Case test) throws Exception {
+    private List<String> command(boolean withAgent) {
         List<String> command = new ArrayList<>();
         command.add(jdk.java());
-        if (!attached && !test.noAgent()) {
+        command.addAll(Arrays.asList(test.jvmFirst()));
+        if (withAgent && !attached) {
             command.add("-agentpath:" + library + "=" + agentOptions(test.agent()));
         }
-        if (attached && jdk.release >= 21) {
+        if (withAgent && attached && jdk.release >= 21) {
             command.add("-XX:+EnableDynamicAgentLoading");
         }
         command.addAll(Arrays.asList(test.jvm()));
         command.add("-cp");
-        command.add(System.getProperty("java.class.path"));
+        StringBuilder path = new StringBuilder(System.getProperty("java.class.path"));
+        for (String jar : test.jars()) {
+            Path file = Path.of("/usr/share/java", jar + ".jar");
+            Check.isTrue(Files.exists(file), file + " is missing: ./dev test installs its package");
+            path.append(File.pathSeparator).append(file);
+        }
+        command.add(path.toString());
         command.add(test.fixture().getName());
         command.addAll(Arrays.asList(test.args()));
-        startProcess(command);
+        return command;
+    }
+
+    void start() throws Exception {
+        startProcess(command(!test.noAgent()));
         awaitOutput("ready");
         if (attached && !test.noAgent()) {
             attach(agentOptions(test.agent()));
         }
         if (!test.noAgent() && !test.agent().contains("delay=-1")) {
             awaitPort();
+        }
+    }
+
+    /** The same program in the given folder without the agent; its errors are dropped. */
+    public Process startPlain(Path in) throws IOException {
+        return new ProcessBuilder(command(false))
+                .directory(in.toFile())
+                .redirectError(ProcessBuilder.Redirect.DISCARD)
+                .start();
+    }
+
+    /** What the same program prints without the agent, fed the same lines; it must end well. */
+    public String plainOutput(String lines) throws Exception {
+        Process plain = startPlain(folder);
+        try {
+            plain.getOutputStream().write(lines.getBytes(StandardCharsets.UTF_8));
+            plain.getOutputStream().close();
+            String output =
+                    new String(plain.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
+            Check.isTrue(plain.waitFor(START_SECONDS, TimeUnit.SECONDS), "the plain program ends");
+            Check.equal(plain.exitValue(), 0, "exit code of the plain program");
+            return output;
+        } finally {
+            plain.destroyForcibly();
         }
     }
 

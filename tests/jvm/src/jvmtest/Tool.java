@@ -1,0 +1,43 @@
+package jvmtest;
+
+import java.io.IOException;
+import java.nio.charset.StandardCharsets;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.List;
+
+/** Programs that the cases call and that end well: vdk and the tools of a JDK. */
+public final class Tool {
+    private Tool() {
+    }
+
+    /** What the command prints on standard output. */
+    public static String run(List<String> command) throws Exception {
+        Process process = new ProcessBuilder(command).start();
+        process.getOutputStream().close();
+        StringBuffer errors = new StringBuffer();
+        Thread reader = new Thread(() -> {
+            try {
+                errors.append(new String(process.getErrorStream().readAllBytes(),
+                                         StandardCharsets.UTF_8));
+            } catch (IOException e) {
+                errors.append(e); // the process is gone; its exit code tells
+            }
+        });
+        reader.start();
+        String output = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
+        reader.join();
+        Check.equal(process.waitFor(), 0, "exit code of " + command + ": " + output + errors);
+        return output;
+    }
+
+    public static String vdk(String... words) throws Exception {
+        return run(vdkCommand(words));
+    }
+
+    public static List<String> vdkCommand(String... words) {
+        List<String> command = new ArrayList<>(List.of(System.getProperty("vdk.build") + "/vdk"));
+        command.addAll(Arrays.asList(words));
+        return command;
+    }
+}
