@@ -16,12 +16,13 @@ namespace {
 constexpr int TopTables = CpuTables | 1 << SLOT_Telemetry;
 constexpr size_t ThreadsShown = 5;
 
-// Times by key at one moment; what was spent since the last moment is the difference.
-using Times = std::map<int, int64_t>;
+// Times or numbers of calls by key at one moment; what was spent since the last moment is the
+// difference.
+using Sums = std::map<int, int64_t>;
 
 struct Moment {
     Profile profile;
-    Times methodOwn, methodTotal, threadOwn;
+    Sums methodOwn, methodTotal, methodCalls, threadOwn;
 };
 
 Moment look(DB& db, bool filters) {
@@ -30,6 +31,7 @@ Moment look(DB& db, bool filters) {
     for (const HotMethod& method : hotMethods(makeCallTree(moment.profile, {filters, -1}))) {
         moment.methodOwn[method.method] = method.ownNs;
         moment.methodTotal[method.method] = method.totalNs;
+        moment.methodCalls[method.method] = method.count;
     }
     for (const ThreadTime& time : threadTimes(moment.profile))
         moment.threadOwn[moment.profile.threads[size_t(time.thread)].trn] += time.ownNs;
@@ -38,11 +40,11 @@ Moment look(DB& db, bool filters) {
 
 // What was spent between two moments, largest first. Data that was cleared in between counts from
 // nothing.
-std::vector<std::pair<int, int64_t>> spent(const Times& before, const Times& now) {
+std::vector<std::pair<int, int64_t>> spent(const Sums& before, const Sums& now) {
     std::vector<std::pair<int, int64_t>> result;
-    for (const auto& [key, ns] : now) {
+    for (const auto& [key, sum] : now) {
         auto old = before.find(key);
-        int64_t delta = old == before.end() || old->second > ns ? ns : ns - old->second;
+        int64_t delta = old == before.end() || old->second > sum ? sum : sum - old->second;
         if (delta > 0)
             result.emplace_back(key, delta);
     }
@@ -77,9 +79,15 @@ public:
     void show(const Moment& before, const Moment& now, const TelemetryRecord* telemetry,
               double seconds) {
         methods = spent(before.methodOwn, now.methodOwn);
-        totals.clear();
-        for (const auto& [method, ns] : spent(before.methodTotal, now.methodTotal))
-            totals[method] = ns;
+        auto called = spent(before.methodCalls, now.methodCalls);
+        calls = Sums(called.begin(), called.end());
+        Sums timed(methods.begin(), methods.end());
+        for (const auto& entry : called) {
+            if (!timed.count(entry.first))
+                methods.emplace_back(entry.first, 0); // called, in no time that can be measured
+        }
+        auto spentInAll = spent(before.methodTotal, now.methodTotal);
+        totals = Sums(spentInAll.begin(), spentInAll.end());
         threads = spent(before.threadOwn, now.threadOwn);
         whole = 0;
         for (const auto& entry : methods)
@@ -100,15 +108,20 @@ private:
                         << formatBytes(int64_t(telemetry->values[TELE_HEAP_MEMORY_USED_KB]) * 1024)
                         << "  threads " << telemetry->values[TELE_LIVE_THREAD_COUNT];
         console.out << "\n\n";
-        TextTable table({{"OWN%", TextTable::Right},
-                         {"OWN", TextTable::Right},
-                         {"TOTAL%", TextTable::Right},
-                         {"METHOD"}});
+        std::vector<TextTable::Column> columns = {
+            {"OWN%", TextTable::Right}, {"OWN", TextTable::Right}, {"TOTAL%", TextTable::Right}};
+        if (profile.hasCounts)
+            columns.push_back({"CALLS", TextTable::Right});
+        columns.push_back({"METHOD"});
+        TextTable table(columns);
         for (size_t i = 0; i < std::min(top, methods.size()); i++) {
             const auto& [method, ns] = methods[i];
-            table.add({formatPercent(percentOf(ns, whole)), formatNs(ns),
-                       formatPercent(percentOf(totals[method], whole)),
-                       printable(methodName(profile, method, false), 150)});
+            std::vector<std::string> cells = {formatPercent(percentOf(ns, whole)), formatNs(ns),
+                                              formatPercent(percentOf(totals[method], whole))};
+            if (profile.hasCounts)
+                cells.push_back(std::to_string(calls[method]));
+            cells.push_back(printable(methodName(profile, method, false), 150));
+            table.add(cells);
         }
         table.print(console);
         console.out << "\n";
@@ -133,7 +146,10 @@ private:
             const auto& [method, ns] = methods[i];
             json.beginObject().field("name", methodName(profile, method, false));
             json.field("ownNs", ns).field("totalNs", totals[method]);
-            json.field("ownPercent", percentOf(ns, whole)).endObject();
+            json.field("ownPercent", percentOf(ns, whole));
+            if (profile.hasCounts)
+                json.field("calls", calls[method]);
+            json.endObject();
         }
         json.endArray().key("threads").beginArray();
         for (const auto& [trn, ns] : threads)
@@ -150,7 +166,7 @@ private:
     const LiveAgent& agent;
     size_t top;
     std::vector<std::pair<int, int64_t>> methods, threads;
-    Times totals;
+    Sums totals, calls;
     int64_t whole = 0;
 };
 

@@ -1,0 +1,149 @@
+package cases;
+
+import fixtures.KnownCalls;
+import java.io.BufferedReader;
+import java.io.InputStreamReader;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.HashMap;
+import java.util.List;
+import java.util.Map;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import jvmtest.Case;
+import jvmtest.Check;
+import jvmtest.Target;
+import jvmtest.Tool;
+
+/**
+ * CPU tracing by the client: switched, watched, reported and saved, with exact counts all along.
+ */
+public final class ClientTracingCases {
+    private static final Pattern METHOD =
+            Pattern.compile("\\{\\s*\"name\": ?\"([^\"]*)\"[^{}]*?\"calls\": ?(\\d+)\\s*\\}");
+    private static final String CLASS = KnownCalls.class.getName() + ".";
+
+    private ClientTracingCases() {
+    }
+
+    private static String pid(Target target) {
+        return Long.toString(target.pid());
+    }
+
+    private static void go(Target target, int number) throws Exception {
+        target.send("go");
+        target.awaitOutput("done " + number + "\n");
+    }
+
+    private static Path write(Target target, String name, String text) throws Exception {
+        return Files.writeString(target.folder.resolve(name), text);
+    }
+
+    private static void addCounts(String json, Map<String, Long> counts) {
+        Matcher matcher = METHOD.matcher(json);
+        while (matcher.find()) {
+            counts.merge(matcher.group(1), Long.parseLong(matcher.group(2)), Long::sum);
+        }
+    }
+
+    /** What is wrong with the counts of so many runs of KnownCalls. */
+    private static List<String> faults(Map<String, Long> counts, int runs) {
+        List<String> faults = new ArrayList<>();
+        for (Object[] row : TracingCases.CALLS) {
+            long seen = counts.getOrDefault(CLASS + row[0], 0L);
+            if (seen != (Long) row[1] * runs) {
+                faults.add(row[0] + " " + seen + " instead of " + (Long) row[1] * runs);
+            }
+        }
+        return faults;
+    }
+
+    private static String report(String source, String... more) throws Exception {
+        List<String> words = new ArrayList<>(
+                List.of("report", source, "--json", "--show", "methods", "--top", "100000"));
+        words.addAll(List.of(more));
+        return Tool.vdk(words.toArray(new String[0]));
+    }
+
+    private static void checkReport(String source, int runs) throws Exception {
+        Map<String, Long> counts = new HashMap<>();
+        addCounts(report(source), counts);
+        Check.equal(faults(counts, runs), List.of(), "counts in the report on " + source);
+    }
+
+    /** A run while top watches: its intervals add up to the calls of the run. */
+    private static void checkTop(Target target, int number) throws Exception {
+        Process top =
+                new ProcessBuilder(Tool.vdkCommand("top", pid(target), "--json", "--top", "100000",
+                                                   "--interval", "300ms", "--count", "1000"))
+                        .redirectError(ProcessBuilder.Redirect.DISCARD)
+                        .start();
+        try {
+            BufferedReader lines = new BufferedReader(new InputStreamReader(top.getInputStream()));
+            Check.isTrue(lines.readLine() != null, "top shows something");
+            go(target, number);
+            Map<String, Long> counts = new HashMap<>();
+            for (int i = 0; i < 50 && !faults(counts, 1).isEmpty(); i++) {
+                addCounts(lines.readLine(), counts);
+            }
+            Check.equal(faults(counts, 1), List.of(), "counts in top");
+        } finally {
+            top.destroyForcibly().waitFor();
+        }
+    }
+
+    @Case(fixture = KnownCalls.class, attach = false)
+    static void switchesWatchesReportsAndSaves(Target target) throws Exception {
+        Path filters = write(target, "filters", "# all of the JDK\njava.*\njdk.*\nsun.*\n");
+        Path wallTimes = write(target, "walltime", "fixtures.KnownCalls:onThread(*)\n");
+        go(target, 1);
+        Tool.vdk("trace", "start", pid(target), "--filter-file", filters.toString(),
+                 "--wall-time-file", wallTimes.toString());
+        go(target, 2);
+        checkReport(pid(target), 1);
+        checkTop(target, 3);
+        Path snapshot = target.folder.resolve("traced.snapshot");
+        Tool.vdk("snapshot", pid(target), "--out", snapshot.toString());
+        checkReport(snapshot.toString(), 2);
+        Tool.vdk("trace", "stop", pid(target));
+        go(target, 4);
+        checkReport(pid(target), 2);
+        String text = Tool.vdk("report", snapshot.toString(), "--show", "methods");
+        Check.contains(text, "CALLS", "the head of the report");
+        Check.isTrue(text.contains(CLASS + "onThread (w)"), "wall time is marked in " + text);
+        Check.isTrue(!report(snapshot.toString(), "--filters", "on").contains("\"java."),
+                     "filtered methods stay out");
+        target.finish();
+    }
+
+    /** The classes that a filter leaves out are rewritten when a later one lets them in. */
+    @Case(fixture = KnownCalls.class, noAgent = true, attach = false,
+          jvm = {"-XX:+IgnoreUnrecognizedVMOptions", "-XX:+EnableDynamicAgentLoading"})
+    static void
+    countsInARunningProgramOnceItIsRetransformed(Target target) throws Exception {
+        go(target, 1);
+        Tool.vdk("attach", pid(target), "port=" + target.port);
+        String log = target.log();
+        Path both = write(target, "both", "java.*\njdk.*\nsun.*\nfixtures.*\n");
+        Tool.vdk("retransform", pid(target), "--filter-file", both.toString());
+        log = target.log().substring(log.length());
+        Check.contains(log, "Classes to retransform: ", "log");
+        Check.isTrue(!log.contains("\n  fixtures.KnownCalls\n"), log);
+        Path some = write(target, "some", "java.*\njdk.*\nsun.*\n");
+        Tool.vdk("trace", "start", pid(target), "--filter-file", some.toString());
+        log = target.log();
+        Check.contains(log, "\n  fixtures.KnownCalls\n", "log");
+        Check.isTrue(!log.contains("\n  java.lang.String\n"), "what is filtered is left alone");
+        go(target, 2);
+        checkReport(pid(target), 1);
+        Tool.vdk("retransform", pid(target));
+        Check.contains(target.log(), "\n  java.lang.String\n", "all the rest");
+        go(target, 3);
+        checkReport(pid(target), 2);
+        Tool.vdk("trace", "stop", pid(target));
+        go(target, 4);
+        checkReport(pid(target), 2);
+        target.finish();
+    }
+}
