@@ -1,11 +1,15 @@
 package jvmtest;
 
+import cases.ClientTracingCases;
+import cases.DebuggerCases;
 import cases.HeapDumpCases;
 import cases.ModernJvmCases;
 import cases.ProtocolCases;
+import cases.RealProgramCases;
 import cases.RewriteOnRequestCases;
 import cases.RewritingCases;
 import cases.SamplingCases;
+import cases.ServerCases;
 import cases.SnapshotCases;
 import cases.StartCases;
 import cases.TracedProgramCases;
@@ -18,7 +22,8 @@ final class Suites {
             StartCases.class,        ProtocolCases.class,         SamplingCases.class,
             SnapshotCases.class,     ModernJvmCases.class,        HeapDumpCases.class,
             TracingCases.class,      TracedProgramCases.class,    RewritingCases.class,
-            VerificationCases.class, RewriteOnRequestCases.class,
+            VerificationCases.class, RewriteOnRequestCases.class, RealProgramCases.class,
+            ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
     };
 
     private Suites() {

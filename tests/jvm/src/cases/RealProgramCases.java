@@ -1,0 +1,97 @@
+package cases;
+
+import fixtures.Programs;
+import jvmtest.Case;
+import jvmtest.Check;
+import jvmtest.Tables;
+import jvmtest.Target;
+import jvmtest.Tracing;
+
+/**
+ * Programs that others wrote, in compilers and languages of their own: rewritten, and traced off
+ * and on while they run, they do what they do without the agent, and a count is exact.
+ */
+public final class RealProgramCases {
+    private static final String JDK = "java.*\njdk.*\nsun.*";
+
+    private RealProgramCases() {
+    }
+
+    private static int answers(Target target) {
+        return target.output().split("done \\d+\n", -1).length - 1;
+    }
+
+    private static void tell(Target target, String line) throws Exception {
+        int next = answers(target) + 1;
+        target.send(line);
+        target.awaitOutput("done " + next + "\n");
+    }
+
+    /** A round of the program ends on each side of every switch. */
+    private static void staysTheSame(Target target, String filters, String method)
+            throws Exception {
+        String plain = target.plainOutput("run\nawait\nawait\nawait\nawait\nhalt\ngo\nstop\n");
+        tell(target, "run");
+        tell(target, "await");
+        Tracing.start(target, filters);
+        tell(target, "await");
+        Tracing.checkTimes(Tracing.fetch(target));
+        Tracing.stop(target);
+        tell(target, "await");
+        Tracing.start(target, filters);
+        tell(target, "await");
+        Tracing.stop(target);
+        tell(target, "halt");
+        Tracing.clear(target);
+        Tracing.start(target, filters);
+        tell(target, "go");
+        Tables tables = Tracing.fetch(target);
+        Check.equal(tables.callCounts().get(method), 300L, "calls of " + method);
+        Tracing.checkTimes(tables);
+        Tracing.stop(target);
+        target.send("stop");
+        Check.equal(target.awaitExit(), 0, "exit code; " + target.state());
+        Check.equal(target.output(), plain, "output");
+        Tracing.checkQuiet(target);
+    }
+
+    private static void database(Target target) throws Exception {
+        staysTheSame(target, JDK, "programs.DatabaseRounds.leaf");
+    }
+
+    @Case(fixture = Programs.class, args = "programs.GroovyScript", jars = "groovy-all",
+          agent = "handlebadtimes")
+    static void
+    groovyStaysTheSame(Target target) throws Exception {
+        staysTheSame(target, JDK + "\ngroovy*\norg.codehaus.*", "Counted.leaf");
+    }
+
+    @Case(fixture = Programs.class, args = "programs.ClojureScript",
+          jars = {"clojure", "spec.alpha", "core.specs.alpha"}, agent = "handlebadtimes",
+          jvm = {"-XX:+UseZGC", "-Xmx512m"}, attach = false)
+    static void
+    clojureStaysTheSame(Target target) throws Exception {
+        staysTheSame(target, JDK + "\nclojure.*", "trial$leaf.invoke");
+    }
+
+    @Case(fixture = Programs.class, args = "programs.DatabaseRounds", jars = "h2",
+          agent = "handlebadtimes", jvm = {"-XX:+UseShenandoahGC", "-Xmx512m"}, attach = false)
+    static void
+    aDatabaseStaysTheSame(Target target) throws Exception {
+        database(target);
+    }
+
+    @Case(fixture = Programs.class, args = "programs.DatabaseRounds", jars = "h2",
+          agent = "handlebadtimes", jvm = {"-Xcheck:jni", "-XX:+UseParallelGC"}, attach = false)
+    static void
+    aDatabaseStaysTheSameUnderTheJniChecks(Target target) throws Exception {
+        database(target);
+    }
+
+    @Case(fixture = Programs.class, args = "programs.DatabaseRounds", jars = "h2",
+          agent = "handlebadtimes", jvm = {"-Xint", "-XX:+UseSerialGC"}, attach = false, since = 25)
+    static void
+    aDatabaseStaysTheSameInterpreted(Target target) throws Exception {
+        staysTheSame(target, JDK + "\norg.h2.*", "programs.DatabaseRounds.leaf");
+    }
+}
