@@ -28,9 +28,9 @@ public final class RealProgramCases {
     }
 
     /** A round of the program ends on each side of every switch. */
-    private static void staysTheSame(Target target, String filters, String method)
-            throws Exception {
+    static void staysTheSame(Target target, String filters, String method) throws Exception {
         String plain = target.plainOutput("run\nawait\nawait\nawait\nawait\nhalt\ngo\nstop\n");
+        Tracing.calibrate(target);
         tell(target, "run");
         tell(target, "await");
         Tracing.start(target, filters);
@@ -59,11 +59,22 @@ public final class RealProgramCases {
         staysTheSame(target, JDK, "programs.DatabaseRounds.leaf");
     }
 
+    private static void groovy(Target target) throws Exception {
+        staysTheSame(target, JDK + "\ngroovy*\norg.codehaus.*", "Counted.leaf");
+    }
+
     @Case(fixture = Programs.class, args = "programs.GroovyScript", jars = "groovy-all",
-          agent = "handlebadtimes")
+          agent = "handlebadtimes", attach = false)
     static void
     groovyStaysTheSame(Target target) throws Exception {
-        staysTheSame(target, JDK + "\ngroovy*\norg.codehaus.*", "Counted.leaf");
+        groovy(target);
+    }
+
+    @Case(fixture = Programs.class, args = "programs.GroovyScript", jars = "groovy-all",
+          agent = "handlebadtimes", load = false, since = 25)
+    static void
+    groovyStaysTheSameAfterAnAttach(Target target) throws Exception {
+        groovy(target);
     }
 
     @Case(fixture = Programs.class, args = "programs.ClojureScript",
@@ -82,7 +93,8 @@ public final class RealProgramCases {
     }
 
     @Case(fixture = Programs.class, args = "programs.DatabaseRounds", jars = "h2",
-          agent = "handlebadtimes", jvm = {"-Xcheck:jni", "-XX:+UseParallelGC"}, attach = false)
+          agent = "handlebadtimes", jvm = {"-Xcheck:jni", "-XX:+UseParallelGC"}, attach = false,
+          since = 25)
     static void
     aDatabaseStaysTheSameUnderTheJniChecks(Target target) throws Exception {
         database(target);
