@@ -139,6 +139,23 @@ int nativeFlags(const MethodInfo* method) {
            ACC_PRIVATE | ACC_SYNTHETIC;
 }
 
+// Whether serialization computes the version of the class from its methods, in which the native
+// flag of every method but the private ones counts: streams between JVMs with and without the agent
+// would no longer fit. The class says so by itself only where it implements the interface directly.
+bool hasDefaultSerialVersion(ClassFile* classFile) {
+    if (!classFile->hasDirectInterface("java/io/Serializable") &&
+        !classFile->hasDirectInterface("java/io/Externalizable")) {
+        return false;
+    }
+    ArenaVector<FieldInfo*>& fields = classFile->getFields();
+    for (int i = 0; i < fields.getSize(); i++) {
+        if (classFile->getConstantPool().getUtf8(fields[i]->getNameIndex()) == "serialVersionUID") {
+            return false;
+        }
+    }
+    return true;
+}
+
 void instrumentNativeMethod(ClassFile* classFile, MethodInfo* method, const char* prefix) {
     Logger::assertNotNULL(method, "NativeWrapping", __LINE__);
     Logger::assertTrue(method->getCodeAttribute() == nullptr, "NativeWrapping", __LINE__);
@@ -185,6 +202,7 @@ bool wrapNativeMethods(ClassFile* classFile, const char* prefix, Instrumentation
         logSkippedNatives(classFile, counts);
         return false;
     }
+    const bool keepsFlags = hasDefaultSerialVersion(classFile);
     bool changed = false;
     for (int i = 0; i < count; i++) {
         MethodInfo* const method = classFile->getMethods()[i];
@@ -193,7 +211,7 @@ bool wrapNativeMethods(ClassFile* classFile, const char* prefix, Instrumentation
             continue;
         }
         if (method->getName() == "registerNatives" || method->hasAnnotation(INTRINSIC_ANNOTATION) ||
-            method->getName().startsWith(prefix)) {
+            method->getName().startsWith(prefix) || (keepsFlags && !method->isPrivate())) {
             logSkippedNative(method, counts);
             continue;
         }

@@ -72,11 +72,20 @@ public:
         methodCount++;
     }
 
+    void addInterface(const std::string& name) {
+        interfaces += u2(classRef(name));
+        interfaceCount++;
+    }
+    void addField(int flags, const std::string& name, const std::string& descriptor) {
+        fields += u2(flags) + u2(utf8(name)) + u2(utf8(descriptor)) + u2(0);
+        fieldCount++;
+    }
+
     std::string build(int flags = 0x21, const Attributes& classAttributes = {}) {
         const std::string attributes = list(classAttributes);
         return u4(static_cast<int>(0xcafebabe)) + u2(0) + u2(major) + u2(count) + pool + u2(flags) +
-               u2(thisClass) + u2(superClass) + u2(0) + u2(0) + u2(methodCount) + members +
-               attributes;
+               u2(thisClass) + u2(superClass) + u2(interfaceCount) + interfaces + u2(fieldCount) +
+               fields + u2(methodCount) + members + attributes;
     }
     int getPoolCount() const { return count; }
 
@@ -100,6 +109,10 @@ private:
     int count = 1;
     int thisClass;
     int superClass;
+    std::string interfaces;
+    int interfaceCount = 0;
+    std::string fields;
+    int fieldCount = 0;
     std::string members;
     int methodCount = 0;
 };

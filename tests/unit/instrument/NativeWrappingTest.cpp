@@ -169,6 +169,33 @@ TEST_F(NativeWrapping, registerNativesAndIntrinsicsStayNative) {
     EXPECT_TRUE(logged("-n fast"));
 }
 
+TEST_F(NativeWrapping, computedSerialVersionsKeepTheirNatives) {
+    const struct {
+        const char* interface;
+        const char* field;
+        int methodFlags;
+        bool wrapped;
+    } rows[] = {
+        {"java/io/Serializable", nullptr, 0x101, false},
+        {"java/io/Externalizable", nullptr, 0x101, false},
+        {"java/io/Serializable", "serialVersionUID", 0x101, true},
+        {"java/io/Serializable", "other", 0x101, false},
+        {"java/io/Serializable", nullptr, 0x102, true}, // private: not counted
+        {"java/io/Closeable", nullptr, 0x101, true},
+    };
+    for (const auto& row : rows) {
+        B builder(52);
+        builder.addInterface(row.interface);
+        if (row.field != nullptr) {
+            builder.addField(0x1a, row.field, "J");
+        }
+        builder.addMethod(row.methodFlags, "m", "()V");
+        bool changed;
+        wrap(builder.build(), &changed);
+        EXPECT_EQ(changed, row.wrapped) << row.interface << " " << row.methodFlags;
+    }
+}
+
 TEST_F(NativeWrapping, classWithoutNativesIsLeftAlone) {
     B builder(52);
     builder.addMethod(9, "m", "()V", 0, 0, B::code({177}));
