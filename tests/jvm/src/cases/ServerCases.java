@@ -97,7 +97,7 @@ public final class ServerCases {
             }
         }
 
-        /** Each client has answers to all its questions, some of them asked since now. */
+        /** Waits for as many rounds of answers as there are clients. */
         void pass() throws Exception {
             long end = System.nanoTime() + 60_000_000_000L;
             for (int wanted = answered.get() + CLIENTS; answered.get() < wanted; Thread.sleep(5)) {
