@@ -144,7 +144,7 @@ const std::vector<Command> Table = {
     {"top",
      "show hot methods and threads, refreshing",
      "On a terminal until Ctrl-C; elsewhere once, or --count times. The numbers are those of the\n"
-     "last interval. With --json one object a line.",
+     "last interval; tracing adds the calls made in it. With --json one object a line.",
      "vdk top app.jar\nvdk top app.jar --sample --interval 5s\nvdk top app.jar --count 3 --json",
      {Target,
       {"--interval", ValueKind::Duration, "time between refreshes (default 2s)"},
