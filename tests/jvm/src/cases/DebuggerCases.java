@@ -113,4 +113,28 @@ public final class DebuggerCases {
     static void debugsWithTheDebuggerAfterTheAgent(Target target) throws Exception {
         debugsTraced(target);
     }
+
+    /** The agent comes while a thread stands at a breakpoint, which it leaves there. */
+    @Case(fixture = Debugged.class, noAgent = true, attach = false,
+          jvm = {JDWP, "-XX:+IgnoreUnrecognizedVMOptions", "-XX:+EnableDynamicAgentLoading"})
+    static void
+    attachesWhileADebuggerHoldsAThread(Target target) throws Exception {
+        try (Debugger debugger = new Debugger(target)) {
+            Location inWork = debugger.method(CLASS, "work").allLineLocations().get(0);
+            debugger.breakAt(inWork);
+            target.send("1");
+            ThreadReference thread = debugger.await().thread();
+            target.attach(target.agentOptions("handlebadtimes"));
+            Tracing.start(target, "java.*");
+            Check.equal(debugger.step(thread, StepRequest.STEP_OUT).method().name(), "<obsolete>",
+                        "caller, whose class was rewritten meanwhile");
+            debugger.resume();
+            target.awaitOutput("done 1 7 expected\n");
+            target.send("2");
+            target.awaitOutput("done 2 9 expected\n"); // the breakpoint went with the old code
+            Check.equal(Tracing.fetch(target).callCounts().get(CLASS + ".work"), 1L, "calls");
+            Tracing.stop(target);
+            target.finish();
+        }
+    }
 }

@@ -53,7 +53,7 @@ public final class Target implements AutoCloseable {
         }
     }
 
-    String agentOptions(String more) {
+    public String agentOptions(String more) {
         String options = "port=" + port + ",onlylocal,quiet,tmpdir=" + folder + ",dir=" + folder;
         return more.isEmpty() ? options : options + "," + more;
     }
