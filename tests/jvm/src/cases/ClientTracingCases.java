@@ -51,9 +51,11 @@ public final class ClientTracingCases {
     private static List<String> faults(Map<String, Long> counts, int runs) {
         List<String> faults = new ArrayList<>();
         for (Object[] row : TracingCases.CALLS) {
-            long seen = counts.getOrDefault(CLASS + row[0], 0L);
-            if (seen != (Long) row[1] * runs) {
-                faults.add(row[0] + " " + seen + " instead of " + (Long) row[1] * runs);
+            String name = (String) row[0];
+            long seen = counts.getOrDefault(CLASS + name, 0L);
+            // Rows of single overloads stand beside the one of all.
+            if (!name.contains("(") && seen != (Long) row[1] * runs) {
+                faults.add(name + " " + seen + " instead of " + (Long) row[1] * runs);
             }
         }
         return faults;
