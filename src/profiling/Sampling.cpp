@@ -11,12 +11,12 @@
 #include "core/ground/JvmGlobals.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
+#include "profiling/AllStacks.h"
 #include "profiling/ThreadInfo.h"
 #include "profiling/ZFrameStorage.h"
 
 namespace {
 
-constexpr jint MAX_FRAMES = 10000;
 constexpr long IDLE_WAIT_MS = 100;
 // A reading of 100 s or more means a clock fault or a suspended process, and is dropped.
 constexpr long MAX_SAMPLE_NS = 99999999999L;
@@ -29,76 +29,6 @@ public:
 
 private:
     unsigned seed;
-};
-
-// All stacks of one moment. Frees them, and the references to the threads.
-class AllStacks {
-public:
-    AllStacks(JNIEnv* jniEnv) : env(jniEnv), stacks(nullptr), count(0) {}
-    ~AllStacks() {
-        for (jint i = 0; i < count; i++) {
-            env->DeleteLocalRef(stacks[i].thread);
-        }
-        deallocateQuietly(stacks);
-    }
-    AllStacks(const AllStacks&) = delete;
-    AllStacks& operator=(const AllStacks&) = delete;
-
-    // False outside the live phase, which ends a pass silently, and after an attach that failed
-    // when the telemetry thread ran already.
-    bool take() {
-        if (ourJVMTI == nullptr) {
-            return false;
-        }
-        const jvmtiError error = ourJVMTI->GetAllStackTraces(MAX_FRAMES, &stacks, &count);
-        if (error == JVMTI_ERROR_WRONG_PHASE) {
-            return false;
-        }
-        CHECK_JVMTI(error);
-        announceLocalReferences(env, count);
-        return true;
-    }
-    // Calls visit(info, stack) for every live thread that the agent knows and that is none of its
-    // own.
-    template <typename Visitor>
-    void eachThread(Visitor&& visit) {
-        for (jint i = 0; i < count; i++) {
-            if ((stacks[i].state & JVMTI_THREAD_STATE_ALIVE) == 0) {
-                continue;
-            }
-            ThreadInfo* info = getStoredThreadInfo(stacks[i].thread);
-            if (info != nullptr) {
-                visit(info, stacks[i]);
-            }
-        }
-    }
-
-private:
-    JNIEnv* env;
-    jvmtiStackInfo* stacks;
-    jint count;
-};
-
-// The local frame keeps references that a JVMTI call leaves behind from piling up in this thread,
-// which never returns to Java.
-class LocalFrame {
-public:
-    explicit LocalFrame(JNIEnv* jniEnv) : env(jniEnv->PushLocalFrame(64) == 0 ? jniEnv : nullptr) {
-        if (env == nullptr) {
-            // Out of memory: the pass works without a frame, but not with an exception pending.
-            jniEnv->ExceptionClear();
-        }
-    }
-    ~LocalFrame() {
-        if (env != nullptr) {
-            env->PopLocalFrame(nullptr);
-        }
-    }
-    LocalFrame(const LocalFrame&) = delete;
-    LocalFrame& operator=(const LocalFrame&) = delete;
-
-private:
-    JNIEnv* env;
 };
 
 long nextWaitMs(ZRandom* random) {
@@ -117,13 +47,12 @@ bool isSamplingOn() {
 }
 
 void sampleAllThreads(JNIEnv* env, long wallDeltaNs) {
-    LockHolder lock(ourLock, "Sampling:80");
-    if (!isSamplingOn()) {
+    AllStacks stacks(env);
+    if (!isSamplingOn() || !stacks.take()) {
         return;
     }
-    LocalFrame localFrame(env);
-    AllStacks stacks(env);
-    if (!stacks.take()) {
+    LockHolder lock(ourLock, "Sampling:80");
+    if (!isSamplingOn()) {
         return;
     }
     stacks.eachThread([&](ThreadInfo* info, const jvmtiStackInfo& stack) {
@@ -222,22 +151,17 @@ void doThreadStateSample(ThreadInfo* info, int frame, int jvmtiState) {
     row->stamp = ourDB->currentStamp;
 }
 
-void sampleThreadStatesJVMTI(JNIEnv* env, bool withStacks, int* startIndex, int* count) {
+void sampleThreadStatesJVMTI(JNIEnv* env, const AllStacks* stacks, int* startIndex, int* count) {
     Logger::assertNotNULL(env, "Sampling", __LINE__);
     Logger::assertNotNULL(startIndex, "Sampling", __LINE__);
     Logger::assertNotNULL(count, "Sampling", __LINE__);
     *startIndex = ourDB->threadStateTable->peekNextIndex();
     *count = 0;
-    if (!withStacks) {
+    if (stacks == nullptr) {
         *count = -1;
         return;
     }
-    LocalFrame localFrame(env);
-    AllStacks stacks(env);
-    if (!stacks.take()) {
-        return;
-    }
-    stacks.eachThread([&](ThreadInfo* info, const jvmtiStackInfo& stack) {
+    stacks->eachThread([&](ThreadInfo* info, const jvmtiStackInfo& stack) {
         if (!info->hasName()) {
             info->ensureThreadHasName(env, stack.thread);
         }

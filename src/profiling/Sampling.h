@@ -2,6 +2,7 @@
 
 #include <jvmti.h>
 
+class AllStacks;
 class ThreadInfo;
 
 // Sampling: one agent thread wakes at a fixed period, takes all stacks in one JVMTI call and
@@ -22,5 +23,5 @@ void chargeThreadSample(ThreadInfo* info, int frame, long wallDeltaNs, long cpuT
 void doThreadStateSample(ThreadInfo* info, int frame, int jvmtiState);
 
 // Appends a threadstate row for every live thread but the agent's own. *startIndex is the first
-// one, *count their number, -1 without stacks. Caller holds ourLock.
-void sampleThreadStatesJVMTI(JNIEnv* env, bool withStacks, int* startIndex, int* count);
+// one, *count their number, -1 if stacks is null. Caller holds ourLock, and took the stacks before.
+void sampleThreadStatesJVMTI(JNIEnv* env, const AllStacks* stacks, int* startIndex, int* count);

@@ -6,6 +6,7 @@
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "db/DB.h"
+#include "profiling/AllStacks.h"
 #include "profiling/ClassLoadingProbe.h"
 #include "profiling/Sampling.h"
 
@@ -70,6 +71,11 @@ void evictTelemetry(int index) {
 
 void storeTelemetryRecord(JNIEnv* env, const ZVector<int>& telec, const ZVector<int>& tele,
                           const ZVector<int>& extNames, const ZVector<int>& extValues) {
+    AllStacks stacks(env);
+    const bool withStacks = (ourStatus & STACK_TELEMETRY) != 0;
+    if (withStacks) {
+        stacks.take();
+    }
     LockHolder lock(ourLock, "CoreNatives:467");
     Logger::assertTrue(telec.getSize() <= TELEC_FIELD_COUNT, "CoreNatives", 470);
     Logger::assertEquals(tele.getSize(), TELE_FIELD_COUNT, "CoreNatives", 500);
@@ -83,7 +89,7 @@ void storeTelemetryRecord(JNIEnv* env, const ZVector<int>& telec, const ZVector<
     for (int i = 0; i < TELE_FIELD_COUNT; i++) {
         row->values[i] = tele[i];
     }
-    sampleThreadStatesJVMTI(env, (ourStatus & STACK_TELEMETRY) != 0,
+    sampleThreadStatesJVMTI(env, withStacks ? &stacks : nullptr,
                             &row->values[TELE_THREAD_STATE_START_INDEX],
                             &row->values[TELE_THREAD_STATE_COUNT]);
     row->values[TELE_EXT_START_INDEX] = ourDB->telemetryExtTable->peekNextIndex();

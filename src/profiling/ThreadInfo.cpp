@@ -41,8 +41,8 @@ ThreadInfo* ourVMStartThread = nullptr;
 ThreadInfo::ThreadInfo(const char* name, const char* group, long nativeID, jobject thread)
     : nativeThreadID(nativeID), threadObject(thread),
       threadRecordIndex(ourDB->threadTable->nextIndex()), callCounter(0), currentFrame(NO_FRAME),
-      agentThread(false), calibrationThread(false), temporaryEnabled(false), lastCpuTimeNs(0),
-      markers(MARKER_CAPACITY), idleFrame(NO_FRAME) {
+      agentThread(false), calibrationThread(false), carrierThread(false), temporaryEnabled(false),
+      lastCpuTimeNs(0), markers(MARKER_CAPACITY), idleFrame(NO_FRAME) {
     tfiThreadIndex = ourIndexForTFIPool.nextIndex();
     trn = ++ourRunningNumber;
     deriveKind(name);

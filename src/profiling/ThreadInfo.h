@@ -78,6 +78,9 @@ public:
     int currentFrame; // top of the traced stack, NO_FRAME while it is not known
     bool agentThread;
     bool calibrationThread;
+    // Runs virtual threads. Its calls aren't traced: while it mounts one the JVM holds back whoever
+    // asks about threads, which must not wait for ourLock.
+    bool carrierThread;
     bool temporaryEnabled; // an agent thread may write rows of probe tables
     long lastCpuTimeNs;    // last reading of the sampler, 0 before the first
     // One a traced call, true if its method is filtered. The thread itself changes it without a

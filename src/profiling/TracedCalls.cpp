@@ -54,7 +54,8 @@ ThreadInfo* getTracedThread() {
     if (info == nullptr) {
         return nullptr;
     }
-    const bool traced = getCalibration() == -1 ? info->calibrationThread : !info->agentThread;
+    const bool traced = getCalibration() == -1 ? info->calibrationThread
+                                               : !info->agentThread && !info->carrierThread;
     return traced ? info : nullptr;
 }
 

@@ -2,6 +2,7 @@
 #include "core/entry/JVMTI_Agent.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #include "core/entry/EventTable.h"
 #include "core/entry/NativeTable.h"
@@ -224,6 +225,16 @@ bool isAlive(jthread thread) {
            (state & JVMTI_THREAD_STATE_ALIVE) != 0;
 }
 
+// Whether it runs virtual threads.
+bool isCarrier(JNIEnv* env, jthread thread) {
+    jclass type = env->GetObjectClass(thread);
+    JvmtiMemory<char> signature;
+    const jvmtiError error = ourJVMTI->GetClassSignature(type, signature.receive(), nullptr);
+    env->DeleteLocalRef(type);
+    return error == JVMTI_ERROR_NONE && signature.get() != nullptr &&
+           strcmp(signature.get(), "Ljdk/internal/misc/CarrierThread;") == 0;
+}
+
 bool hasThreadInfo(jthread thread) {
     void* info = nullptr;
     return ourJVMTI->GetThreadLocalStorage(thread, &info) == JVMTI_ERROR_NONE && info != nullptr;
@@ -321,6 +332,7 @@ void threadStartImpl(JNIEnv* env, jthread thread, long nativeID) {
     readThreadNames(env, thread, &names);
     ThreadInfo* info = new ThreadInfo(
         names.name.c_str(), names.hasGroup ? names.group.c_str() : nullptr, nativeID, reference);
+    info->carrierThread = isCarrier(env, thread);
     const jvmtiError error = ourJVMTI->SetThreadLocalStorage(thread, info);
     info->onThreadStart();
     if (error != JVMTI_ERROR_NONE) {

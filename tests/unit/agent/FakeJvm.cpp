@@ -167,6 +167,17 @@ jvmtiError JNICALL setThreadLocalStorage(jvmtiEnv*, jthread, const void*) {
     return fake().answer("SetThreadLocalStorage");
 }
 
+jclass JNICALL getObjectClass(JNIEnv*, jobject object) {
+    return static_cast<jclass>(object);
+}
+
+void JNICALL deleteLocalRef(JNIEnv*, jobject) {}
+
+jvmtiError JNICALL getClassSignature(jvmtiEnv*, jclass, char** out, char**) {
+    *out = nullptr;
+    return fake().answer("GetClassSignature");
+}
+
 // A file whose content is read back as text.
 class CaughtStream {
 public:
@@ -225,6 +236,9 @@ FakeJvm::FakeJvm() : jvmtiFunctions(), javaVM(), jniEnv(), invokeFunctions(), jn
     jvmtiFunctions.GetThreadInfo = getThreadInfo;
     jvmtiFunctions.GetThreadLocalStorage = getThreadLocalStorage;
     jvmtiFunctions.SetThreadLocalStorage = setThreadLocalStorage;
+    jvmtiFunctions.GetClassSignature = getClassSignature;
+    jniFunctions.GetObjectClass = getObjectClass;
+    jniFunctions.DeleteLocalRef = deleteLocalRef;
 }
 
 jvmtiError FakeJvm::answer(const std::string& function, const std::string& argument) {

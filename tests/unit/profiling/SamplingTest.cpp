@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "ToyJvm.h"
+#include "profiling/AllStacks.h"
 #include "profiling/MethodLookup.h"
 #include "profiling/ZFrameStorage.h"
 
@@ -138,7 +139,7 @@ TEST_F(SamplingTest, withoutStacksTheCountIsMinusOneAndTheStartStillTold) {
     doThreadStateSample(&info, 0, 5);
     int start = -5;
     int count = -5;
-    sampleThreadStatesJVMTI(jvm.env(), false, &start, &count);
+    sampleThreadStatesJVMTI(jvm.env(), nullptr, &start, &count);
     EXPECT_EQ(1, start);
     EXPECT_EQ(-1, count);
 }
@@ -148,7 +149,9 @@ TEST_F(SamplingTest, telemetryThatOutlivesAFailedAttachFindsNoStacks) {
     ourJVMTI = nullptr;
     int start = -5;
     int count = -5;
-    sampleThreadStatesJVMTI(jvm.env(), true, &start, &count);
+    AllStacks stacks(jvm.env());
+    EXPECT_FALSE(stacks.take());
+    sampleThreadStatesJVMTI(jvm.env(), &stacks, &start, &count);
     ourJVMTI = environment;
     EXPECT_EQ(0, count);
 }

@@ -1,0 +1,50 @@
+#include "profiling/AllStacks.h"
+
+#include "core/ground/CommonUtils.h"
+#include "core/ground/JNIUtils.h"
+#include "core/ground/JvmGlobals.h"
+
+namespace {
+constexpr jint MAX_FRAMES = 10000;
+constexpr jint LOCAL_REFERENCES = 64;
+} // namespace
+
+LocalFrame::LocalFrame(JNIEnv* jniEnv)
+    : env(jniEnv->PushLocalFrame(LOCAL_REFERENCES) == 0 ? jniEnv : nullptr) {
+    if (env == nullptr) {
+        // Out of memory: the pass works without a frame, but not with an exception pending.
+        jniEnv->ExceptionClear();
+    }
+}
+
+LocalFrame::~LocalFrame() {
+    if (env != nullptr) {
+        env->PopLocalFrame(nullptr);
+    }
+}
+
+AllStacks::AllStacks(JNIEnv* jniEnv) : localFrame(jniEnv), env(jniEnv), stacks(nullptr), count(0) {}
+
+AllStacks::~AllStacks() {
+    for (jint i = 0; i < count; i++) {
+        env->DeleteLocalRef(stacks[i].thread);
+    }
+    deallocateQuietly(stacks);
+}
+
+bool AllStacks::take() {
+    if (ourJVMTI == nullptr) {
+        return false;
+    }
+    const jvmtiError error = ourJVMTI->GetAllStackTraces(MAX_FRAMES, &stacks, &count);
+    if (error == JVMTI_ERROR_WRONG_PHASE) {
+        return false;
+    }
+    CHECK_JVMTI(error);
+    announceLocalReferences(env, count);
+    for (jint i = 0; i < count; i++) {
+        const bool alive = (stacks[i].state & JVMTI_THREAD_STATE_ALIVE) != 0;
+        infos.push(alive ? getStoredThreadInfo(stacks[i].thread) : nullptr);
+    }
+    return true;
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <jni.h>
+#include <jvmti.h>
+
+#include "core/ground/ZVector.h"
+#include "profiling/ThreadInfo.h"
+
+// The local frame keeps references that a JVMTI call leaves behind from piling up in a thread that
+// never returns to Java.
+class LocalFrame {
+public:
+    explicit LocalFrame(JNIEnv* jniEnv);
+    ~LocalFrame();
+    LocalFrame(const LocalFrame&) = delete;
+    LocalFrame& operator=(const LocalFrame&) = delete;
+
+private:
+    JNIEnv* env; // null without a frame
+};
+
+// All stacks of one moment, and whose they are. Frees them, and the references to the threads.
+class AllStacks {
+public:
+    explicit AllStacks(JNIEnv* jniEnv);
+    ~AllStacks();
+    AllStacks(const AllStacks&) = delete;
+    AllStacks& operator=(const AllStacks&) = delete;
+
+    // False outside the live phase, which ends a pass silently, and after an attach that failed
+    // when the telemetry thread ran already. Not to be called with ourLock held: asking about
+    // another thread waits until no virtual thread is being mounted or unmounted, and one that is
+    // may be waiting, in a traced call, for the lock.
+    bool take();
+    // Calls visit(info, stack) for every thread that the agent knows and that has not ended since.
+    // Caller holds ourLock.
+    template <typename Visitor>
+    void eachThread(Visitor&& visit) const {
+        for (int i = 0; i < infos.getSize(); i++) {
+            if (infos[i] != nullptr && ourAllThreadInfos.contains(infos[i])) {
+                visit(infos[i], stacks[i]);
+            }
+        }
+    }
+
+private:
+    LocalFrame localFrame;
+    JNIEnv* env;
+    jvmtiStackInfo* stacks;
+    jint count;
+    ZVector<ThreadInfo*> infos; // one a stack; null for threads that the agent does not know
+};
