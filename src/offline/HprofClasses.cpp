@@ -8,10 +8,12 @@
 
 namespace {
 
-constexpr size_t DEEPEST_CHAIN = 1024;       // superclasses; more is damage
-constexpr int64_t SMALLEST_OBJECT = 16;      // a gap below this holds no further object
-constexpr int64_t LARGEST_PADDING = 512;     // bytes that a JVM may add to an instance's fields
-constexpr uint32_t FEWEST_SAMPLES = 3;       // that a much larger size has to rest on
+constexpr size_t DEEPEST_CHAIN = 1024;   // superclasses; more is damage
+constexpr int64_t SMALLEST_OBJECT = 16;  // a gap below this holds no further object
+constexpr int64_t LARGEST_PADDING = 512; // bytes that a JVM may add to an instance's fields
+constexpr int64_t PADDING_UNIT = 128;    // by which it sets fields apart that threads contend for
+constexpr int64_t LARGEST_INJECTED = 32; // bytes of fields of its own
+constexpr uint32_t FEWEST_SAMPLES = 4;   // that a much larger size has to rest on
 constexpr int64_t LARGEST_CLASS_EXTRA = 128; // the same for the front part of class objects
 constexpr uint64_t NAME_BYTES = 1024;
 
@@ -250,8 +252,8 @@ void HprofClasses::detectLayout() {
 
 // Size of an instance by what was measured and what was computed, 0 if the measure tells nothing. A
 // smaller gap than the computed size disproves it. A larger one is the object itself if the rest is
-// too small for another object, or if many instances share it: JVMs add fields and padding that a
-// dump doesn't show.
+// too small for another object, or if many instances share it and it is what JVMs add: fields of
+// their own and padding, which a dump doesn't show.
 int64_t HprofClasses::settleSize(const Measured& measured, int64_t computed, int64_t lowest) const {
     auto gap = static_cast<int64_t>(measured.smallestGap);
     if (gap == 0 || gap < lowest) {
@@ -261,7 +263,9 @@ int64_t HprofClasses::settleSize(const Measured& measured, int64_t computed, int
         return gap;
     }
     bool shared = measured.ofThatGap >= FEWEST_SAMPLES && measured.ofThatGap * 2 > measured.samples;
-    return shared && gap <= computed + LARGEST_PADDING ? gap : 0;
+    const int64_t added = gap - computed;
+    const bool padded = (added + SMALLEST_OBJECT) % PADDING_UNIT <= 2 * SMALLEST_OBJECT;
+    return shared && added <= LARGEST_PADDING && (added <= LARGEST_INJECTED || padded) ? gap : 0;
 }
 
 struct HprofClasses::Sizing {

@@ -2,6 +2,7 @@ package cases;
 
 import fixtures.Burn;
 import fixtures.Idle;
+import fixtures.Threads;
 import fixtures.Virtual;
 import java.io.File;
 import java.nio.file.Path;
@@ -40,8 +41,10 @@ public final class ModernJvmCases {
         target.finish();
     }
 
-    @Case(fixture = Burn.class, jvm = {"--limit-modules", "java.base"}, attach = false)
-    static void profilesAJvmOfNothingButJavaBase(Target target) throws Exception {
+    @Case(fixture = Threads.class, args = {"5", "1", "1"}, attach = false,
+          jvm = {"--limit-modules", "java.base"})
+    static void
+    profilesAJvmOfNothingButJavaBase(Target target) throws Exception {
         sampleAndSnapshot(target);
     }
 

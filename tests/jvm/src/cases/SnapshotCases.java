@@ -143,10 +143,7 @@ public final class SnapshotCases {
     }
 
     private static Target limitedFileSize(Target like) throws Exception {
-        java.lang.reflect.Constructor<Target> maker =
-                Target.class.getDeclaredConstructor(jvmtest.Jdk.class, boolean.class, String.class);
-        maker.setAccessible(true);
-        Target target = maker.newInstance(like.jdk, false, like.library);
+        Target target = Target.like(like);
         target.startProcess(List.of("bash", "-c", "ulimit -f 8; exec \"$@\"", "limited",
                                     target.jdk.java(), "-XX:-UsePerfData",
                                     "-agentpath:" + target.library + "=port=" + target.port +

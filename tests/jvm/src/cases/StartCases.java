@@ -9,7 +9,6 @@ import java.util.List;
 import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
-import jvmtest.Jdk;
 import jvmtest.Target;
 
 /** Coming up, refusing to, and leaving the program as it is. */
@@ -30,10 +29,7 @@ public final class StartCases {
     }
 
     private static Target runPlain(Target like, List<String> jvm) throws Exception {
-        java.lang.reflect.Constructor<Target> maker =
-                Target.class.getDeclaredConstructor(Jdk.class, boolean.class, String.class);
-        maker.setAccessible(true);
-        Target target = maker.newInstance(like.jdk, false, like.library);
+        Target target = Target.like(like);
         List<String> command = new ArrayList<>(List.of(like.jdk.java()));
         command.addAll(jvm);
         command.addAll(List.of("-cp", System.getProperty("java.class.path"), "fixtures.Idle"));

@@ -47,6 +47,11 @@ public final class Target implements AutoCloseable {
         this.port = freePort();
     }
 
+    /** Another one of that kind; whoever asks for it starts its process. */
+    public static Target like(Target other) throws IOException {
+        return new Target(other.test, other.jdk, false, other.library);
+    }
+
     public static int freePort() throws IOException {
         try (ServerSocket socket = new ServerSocket(0, 1, InetAddress.getLoopbackAddress())) {
             return socket.getLocalPort();
