@@ -9,6 +9,8 @@ const char CALLBACK_CLASS[] = "com/vandrik/runtime/Callback";
 
 // Stack slots that the inserted calls need beside our own dups, and the most that are added.
 constexpr int CALL_STACK = 4;
+// Local variables of all frames of a method together, above which its frames stay as they are.
+constexpr long MOST_FRAME_VARIABLES = 1 << 22;
 
 int findOrCreateCall(ClassFile* classFile, int classIndex, const char* name,
                      const char* descriptor) {
@@ -25,6 +27,13 @@ bool isTranslet(const ClassFile* classFile) {
 
 int argumentSlots(const MethodInfo* method) {
     return DescriptorTypes::parameterSlots(method->getDescriptor()) + (method->isStatic() ? 0 : 1);
+}
+
+// Allocation calls add a local variable to every frame, which is decoded and filled up to there.
+bool framesFitMemory(const CodeAttribute* attribute) {
+    const StackMapTableAttribute* const raw = attribute->getRawFrames();
+    return raw == nullptr ||
+           static_cast<long>(raw->getCount()) * attribute->getMaxLocals() <= MOST_FRAME_VARIABLES;
 }
 
 bool isRootClassException(const Utf8View& className, const MethodInfo* method) {
@@ -111,7 +120,8 @@ MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo*
     }
     scratch.reset();
     Scan scan = scanMethod(attribute);
-    const bool mayRecord = allocations && scan.traits.createsObjects;
+    const bool hasAllocations = allocations && scan.traits.createsObjects;
+    const bool mayRecord = hasAllocations && framesFitMemory(attribute);
     if (mayRecord && attribute->getMaxLocals() < argumentSlots(method)) {
         // The JVM refuses it, and would no longer with a local more.
         methodNotInstrumented(method);
@@ -132,8 +142,8 @@ MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo*
             result = attempt(methodId, method, scan, record, tracing, nullptr);
         }
         if (result.fits) {
-            return shortForm == 0 ? METHOD_OUTCOME_INSTRUMENTED
-                                  : METHOD_OUTCOME_WITHOUT_ALLOCATIONS;
+            return record == hasAllocations ? METHOD_OUTCOME_INSTRUMENTED
+                                            : METHOD_OUTCOME_WITHOUT_ALLOCATIONS;
         }
         failure = result.length > 0xffff  ? METHOD_OUTCOME_TOO_LONG
                   : !result.branchesReach ? METHOD_OUTCOME_BRANCH_OVERFLOW

@@ -325,3 +325,28 @@ TEST_F(Widening, oddAllocationPatternsStayValidAndCounted) {
         }
     }
 }
+
+// 200 branches, each with a frame, behind the making of an array.
+TEST_F(Widening, allocationsStayUnrecordedWhereFramesWouldTakeTooMuchMemory) {
+    static const struct {
+        int maxLocals;
+        MethodOutcome outcome;
+    } cases[] = {{1, METHOD_OUTCOME_INSTRUMENTED},
+                 {20971, METHOD_OUTCOME_INSTRUMENTED},
+                 {20972, METHOD_OUTCOME_WITHOUT_ALLOCATIONS},
+                 {32766, METHOD_OUTCOME_WITHOUT_ALLOCATIONS}};
+    for (const auto& each : cases) {
+        B builder(52, "Frames");
+        std::string code = B::code({4, 188, 10, 87}); // iconst_1, newarray int, pop
+        std::string frames = B::u2(200);
+        for (int i = 0; i < 200; i++) {
+            code += B::code({26, 153, 0, 3}); // iload_0, ifeq behind it
+            frames += B::u1(i == 0 ? 8 : 3);
+        }
+        code += B::code({177});
+        builder.addMethod(9, "m", "(I)V", 2, each.maxLocals, code, {}, {{"StackMapTable", frames}});
+        InstrumentationCounts counts = {};
+        rewrite(builder.build(), &counts);
+        EXPECT_EQ(1, counts.methods[each.outcome]) << each.maxLocals;
+    }
+}
