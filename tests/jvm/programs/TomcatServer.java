@@ -3,6 +3,7 @@ package programs;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.StandardCopyOption;
 import org.apache.catalina.startup.Tomcat;
 
 /**
@@ -18,7 +19,7 @@ public final class TomcatServer {
         Files.createDirectories(classes);
         String name = "LoadServlet.class";
         try (java.io.InputStream in = TomcatServer.class.getResourceAsStream(name)) {
-            Files.copy(in, classes.resolve(name));
+            Files.copy(in, classes.resolve(name), StandardCopyOption.REPLACE_EXISTING);
         }
         return server.resolve("webapps/app");
     }

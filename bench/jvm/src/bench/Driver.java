@@ -49,6 +49,7 @@ public final class Driver {
 
     private void run(String jdk, String sources) throws Exception {
         startUp(jdk, sources);
+        startTomcat(jdk);
         Map<String, String[]> agents = plainAndIdle();
         agents.put("bare stacks 20 ms", new String[] {"-agentpath:" + bare + "=20"});
         agents.put("agent sampling 20 ms", new String[] {vdk(",sampling")});
@@ -82,6 +83,18 @@ public final class Driver {
             compare("whole compile, javac of java.xml", jdk, agents, whole);
             hook("the whole compile", jdk, whole);
         }
+    }
+
+    /** Starts the server and stops it, as its standard input is at its end. */
+    private void startTomcat(String jdk) throws Exception {
+        String path = System.getProperty("bench.tomcat", "");
+        if (path.isEmpty()) {
+            System.out.println("no Tomcat: install libtomcat10-java");
+            return;
+        }
+        compare("start and stop of Tomcat with one servlet", jdk, plainAndIdle(), "-cp", path,
+                "programs.TomcatServer");
+        hook("the start of Tomcat", jdk, "-cp", path, "programs.TomcatServer");
     }
 
     /**
@@ -126,7 +139,7 @@ public final class Driver {
                         "time", jdk + "/bin/java"));
         command.addAll(Arrays.asList(agent));
         command.addAll(Arrays.asList(program));
-        Process process = new ProcessBuilder(command).start();
+        Process process = new ProcessBuilder(command).directory(folder.toFile()).start();
         String text = new String(process.getErrorStream().readAllBytes()).trim();
         if (process.waitFor() != 0) {
             throw new IllegalStateException("exit code " + process.exitValue() + " of " + command);
