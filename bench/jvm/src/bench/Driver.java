@@ -53,7 +53,7 @@ public final class Driver {
         Map<String, String[]> agents = plainAndIdle();
         agents.put("bare stacks 20 ms", new String[] {"-agentpath:" + bare + "=20"});
         agents.put("agent sampling 20 ms", new String[] {vdk(",sampling")});
-        compare("busy program of 2 threads", jdk, agents, "-cp", classes, "bench.Busy", "4000");
+        compare("busy program of 2 threads", jdk, agents, "-cp", classes, "bench.Busy", "60000");
         for (int[] shape : new int[][] {{10, 20}, {100, 20}, {100, 200}, {1000, 20}}) {
             passes(jdk, shape[0], shape[1]);
         }
