@@ -13,10 +13,10 @@ import jvmtest.Case;
 import jvmtest.Check;
 import jvmtest.Tables;
 import jvmtest.Target;
+import jvmtest.Tracing;
 
 /** Programs under CPU tracing: they do what they did without, and no call is lost. */
 public final class TracedProgramCases {
-    private static final int CPU_TABLES = 1 | 1 << 1 | 1 << 2 | 1 << 3 | 1 << 6 | 1 << 8 | 1 << 9;
     private static final int RETRANSFORM = 105201;
     private static final String JDK = "java.*\njdk.*\nsun.*";
     private static final String CALLS = "fixtures.LeavingCalls.";
@@ -33,26 +33,6 @@ public final class TracedProgramCases {
     };
 
     private TracedProgramCases() {
-    }
-
-    private static void start(Target target, String filters, String wallTime) throws Exception {
-        try (AgentClient client = target.client()) {
-            client.startTracing(filters, wallTime);
-        }
-    }
-
-    private static void stop(Target target) throws Exception {
-        try (AgentClient client = target.client()) {
-            client.request(AgentClient.STOP_CPU).ok();
-        }
-    }
-
-    private static Tables fetch(Target target) throws Exception {
-        Tables tables = new Tables();
-        try (AgentClient client = target.client()) {
-            client.updateTables(CPU_TABLES, tables);
-        }
-        return tables;
     }
 
     private static void round(Target target, String line, String answer) throws Exception {
@@ -75,23 +55,23 @@ public final class TracedProgramCases {
     @Case(fixture = LeavingCalls.class, agent = "deadthreadlimit=500", attach = false)
     static void countsCallsThatAreLeftInUnusualWays(Target target) throws Exception {
         round(target, "go", "done 1");
-        start(target, "", "");
+        Tracing.start(target, "", "");
         round(target, "go", "done 2");
         round(target, "go", "done 3");
-        Tables tables = fetch(target);
+        Tables tables = Tracing.fetch(target);
         checkLeft(tables, 2);
         tables.checkTimes();
         Check.equal(tables.callCounts("parallel-").get(CALLS + "leaf"), 16000L, "leaf by thread");
         Check.equal(tables.callCounts("dying-").get(CALLS + "deeper"), 32L, "deeper by thread");
-        stop(target);
+        Tracing.stop(target);
         target.finish();
     }
 
     @Case(fixture = LeavingCalls.class, jvm = "-Xint", attach = false, since = 25)
     static void countsTheSameInterpreted(Target target) throws Exception {
-        start(target, JDK, "");
+        Tracing.start(target, JDK, "");
         round(target, "go", "done 1");
-        Tables tables = fetch(target);
+        Tables tables = Tracing.fetch(target);
         checkLeft(tables, 1);
         tables.checkTimes();
         target.finish();
@@ -103,18 +83,18 @@ public final class TracedProgramCases {
           attach = false)
     static void
     countsTheSameCompiled(Target target) throws Exception {
-        start(target, JDK, "");
+        Tracing.start(target, JDK, "");
         round(target, "go", "done 1");
-        checkLeft(fetch(target), 1);
+        checkLeft(Tracing.fetch(target), 1);
         target.finish();
     }
 
     /** Wall time for all that begins with fixtures., CPU time for the rest. */
     @Case(fixture = LeavingCalls.class, attach = false)
     static void countsTheSameUnderWallTime(Target target) throws Exception {
-        start(target, JDK, "fixtures.*");
+        Tracing.start(target, JDK, "fixtures.*");
         round(target, "go", "done 1");
-        Tables tables = fetch(target);
+        Tables tables = Tracing.fetch(target);
         checkLeft(tables, 1);
         tables.checkTimes();
         target.finish();
@@ -123,23 +103,24 @@ public final class TracedProgramCases {
     @Case(fixture = LeavingCalls.class, attach = false)
     static void callsBegunBeforeTheStartAreNotCounted(Target target) throws Exception {
         round(target, "inside", "made 1");
-        start(target, "", "");
+        Tracing.start(target, "", "");
         round(target, "inside", "made 2");
         round(target, "inside", "made 3");
-        Tables tables = fetch(target);
+        Tables tables = Tracing.fetch(target);
         Map<String, Long> counts = tables.callCounts("early");
         Check.equal(counts.get(CALLS + "inside"), 2L, "calls of inside");
         Check.equal(counts.getOrDefault(CALLS + "early", 0L), 0L, "calls of early");
         tables.checkTimes();
-        stop(target);
+        Tracing.stop(target);
         round(target, "inside", "made 4");
-        Check.equal(fetch(target).callCounts("early").get(CALLS + "inside"), 2L, "after the stop");
+        Check.equal(Tracing.fetch(target).callCounts("early").get(CALLS + "inside"), 2L,
+                    "after the stop");
         try (AgentClient client = target.client()) {
             client.request(AgentClient.CLEAR_CPU).ok();
         }
-        start(target, "", "");
+        Tracing.start(target, "", "");
         round(target, "inside", "made 5");
-        Check.equal(fetch(target).callCounts("early").get(CALLS + "inside"), 1L, "anew");
+        Check.equal(Tracing.fetch(target).callCounts("early").get(CALLS + "inside"), 1L, "anew");
         target.finish();
     }
 
@@ -156,10 +137,10 @@ public final class TracedProgramCases {
         Check.contains(target.log(), "Class retransform completed", "log");
         Check.contains(target.log(), "Retransforming failed: fixtures.Isolated: ", "log");
         Check.equal(target.log().split("Retransforming failed").length, 2, "parts around failures");
-        start(target, JDK, "");
+        Tracing.start(target, JDK, "");
         round(target, "go", "done 2");
-        checkLeft(fetch(target), 1);
-        stop(target);
+        checkLeft(Tracing.fetch(target), 1);
+        Tracing.stop(target);
         round(target, "go", "done 3");
         target.finish();
     }
@@ -171,13 +152,13 @@ public final class TracedProgramCases {
             target.send("go");
         }
         for (int i = 0; i < 12; i++) {
-            start(target, i % 2 == 0 ? "" : "java.*", "");
+            Tracing.start(target, i % 2 == 0 ? "" : "java.*", "");
             Thread.sleep(40);
-            fetch(target).checkTimes();
-            stop(target);
+            Tracing.fetch(target).checkTimes();
+            Tracing.stop(target);
         }
         target.awaitOutput("done 6\n");
-        fetch(target).checkTimes();
+        Tracing.fetch(target).checkTimes();
         target.finish();
     }
 
@@ -206,12 +187,12 @@ public final class TracedProgramCases {
             throws Exception {
         String plain = plainOutput(target, jvm, fixture, "go\ngo\ngo\ngo\nstop\n");
         round(target, "go", "done 1");
-        start(target, filters, "");
+        Tracing.start(target, filters, "");
         round(target, "go", "done 2");
-        fetch(target).checkTimes();
-        stop(target);
+        Tracing.fetch(target).checkTimes();
+        Tracing.stop(target);
         round(target, "go", "done 3");
-        start(target, filters, "");
+        Tracing.start(target, filters, "");
         round(target, "go", "done 4");
         target.finish();
         Check.equal(target.output(), plain, "output");
@@ -260,9 +241,9 @@ public final class TracedProgramCases {
     @Case(fixture = MixedRounds.class, jvm = "-Xcheck:jni", attach = false)
     static void staysTheSameUnderTheJniChecks(Target target) throws Exception {
         round(target, "go", "done 1");
-        start(target, "java.*", "");
+        Tracing.start(target, "java.*", "");
         round(target, "go", "done 2");
-        stop(target);
+        Tracing.stop(target);
         target.finish();
         for (String word : new String[] {"WARNING in native method", "FATAL ERROR"}) {
             Check.isTrue(!target.output().contains(word) && !target.errors().contains(word),
@@ -275,16 +256,16 @@ public final class TracedProgramCases {
     static void
     runsTracedBesideADebugger(Target target) throws Exception {
         round(target, "go", "done 1");
-        start(target, "java.*", "");
+        Tracing.start(target, "java.*", "");
         round(target, "go", "done 2");
-        stop(target);
+        Tracing.stop(target);
         round(target, "go", "done 3");
         target.finish();
     }
 
     @Case(fixture = MixedRounds.class, attach = false)
     static void endsWithItsOwnExitCodeFromInsideCalls(Target target) throws Exception {
-        start(target, "", "");
+        Tracing.start(target, "", "");
         target.send("exit 37");
         Check.equal(target.awaitExit(), 37, "exit code; " + target.state());
         Check.equal(target.output(), "ready\nbye\n", "output");
@@ -292,7 +273,7 @@ public final class TracedProgramCases {
 
     @Case(fixture = MixedRounds.class, attach = false)
     static void endsByAnUncaughtExceptionAsWithout(Target target) throws Exception {
-        start(target, "", "");
+        Tracing.start(target, "", "");
         target.send("throw");
         Check.equal(target.awaitExit(), 1, "exit code; " + target.state());
         Check.contains(target.errors(), "java.lang.IllegalStateException: uncaught", "errors");

@@ -9,10 +9,10 @@ import jvmtest.Case;
 import jvmtest.Check;
 import jvmtest.Tables;
 import jvmtest.Target;
+import jvmtest.Tracing;
 
 /** CPU tracing: exact numbers of calls, and times that add up. */
 public final class TracingCases {
-    private static final int CPU_TABLES = 1 | 1 << 1 | 1 << 2 | 1 << 3 | 1 << 6 | 1 << 8 | 1 << 9;
     private static final String CLASS = "fixtures.KnownCalls.";
 
     /** Method and number of calls of one run. */
@@ -42,26 +42,6 @@ public final class TracingCases {
     private TracingCases() {
     }
 
-    private static void start(Target target, String filters) throws Exception {
-        try (AgentClient client = target.client()) {
-            client.startTracing(filters, "");
-        }
-    }
-
-    private static void stop(Target target) throws Exception {
-        try (AgentClient client = target.client()) {
-            client.request(AgentClient.STOP_CPU).ok();
-        }
-    }
-
-    private static Tables fetch(Target target) throws Exception {
-        Tables tables = new Tables();
-        try (AgentClient client = target.client()) {
-            client.updateTables(CPU_TABLES, tables);
-        }
-        return tables;
-    }
-
     private static void checkCounts(Tables tables, int runs) {
         checkCounts(tables, CLASS, CALLS, runs);
     }
@@ -80,21 +60,21 @@ public final class TracingCases {
     countsAreExactOnOffAndOnAgain(Target target) throws Exception {
         target.send("go");
         target.awaitOutput("done 1");
-        start(target, "");
+        Tracing.start(target, "");
         target.send("go");
         target.awaitOutput("done 2");
-        Tables tables = fetch(target);
+        Tables tables = Tracing.fetch(target);
         checkCounts(tables, 1);
         tables.checkTimes();
-        stop(target);
+        Tracing.stop(target);
         target.send("go");
         target.awaitOutput("done 3");
-        checkCounts(fetch(target), 1);
-        start(target, "");
+        checkCounts(Tracing.fetch(target), 1);
+        Tracing.start(target, "");
         target.send("go");
         target.awaitOutput("done 4");
-        stop(target);
-        checkCounts(fetch(target), 2);
+        Tracing.stop(target);
+        checkCounts(Tracing.fetch(target), 2);
         target.finish();
     }
 
@@ -125,11 +105,11 @@ public final class TracingCases {
         for (int i = 1; i <= rounds; i++) {
             plain = cpuOfRound(target, i);
         }
-        start(target, "");
+        Tracing.start(target, "");
         for (int i = 1; i <= rounds; i++) {
             traced += cpuOfRound(target, rounds + i);
         }
-        Tables tables = fetch(target);
+        Tables tables = Tracing.fetch(target);
         tables.checkTimes();
         Map<String, Long> counts = tables.callCounts("timed-");
         Map<String, Long> times = tables.ownTimes();
@@ -155,47 +135,47 @@ public final class TracingCases {
 
     @Case(fixture = KnownCalls.class, load = false)
     static void classesLoadedBeforeAnAttachAreCounted(Target target) throws Exception {
-        start(target, "");
+        Tracing.start(target, "");
         target.send("go");
         target.awaitOutput("done 1");
-        checkCounts(fetch(target), 1);
+        checkCounts(Tracing.fetch(target), 1);
         Check.isTrue(target.log().contains("Class retransform completed"), target.log());
-        stop(target);
+        Tracing.stop(target);
         target.finish();
     }
 
     /** A loader that was there first finds what rewritten classes call; wrapped natives count. */
     @Case(fixture = EarlyLoader.class)
     static void isolatedClassesRunAndNativesAreCounted(Target target) throws Exception {
-        start(target, "");
+        Tracing.start(target, "");
         target.send("go");
         target.awaitOutput("isolated 42, deflated ");
-        Map<String, Long> counts = fetch(target).callCounts();
+        Map<String, Long> counts = Tracing.fetch(target).callCounts();
         for (String name : new String[] {"init", "deflateBytesBytes"}) {
             Check.equal(counts.getOrDefault("java.util.zip.Deflater." + name, 0L), 40L, name);
         }
         Check.equal(counts.getOrDefault("fixtures.Isolated.answer", 0L), 1L, "answer");
         Check.isTrue(counts.keySet().stream().noneMatch(n -> n.contains("$$VDK$$")),
                      "renamed natives stay out of sight");
-        stop(target);
+        Tracing.stop(target);
         target.finish();
     }
 
     @Case(fixture = KnownCalls.class, attach = false)
     static void methodsOfTheJdkAreCountedAndFilteredOnesCollapse(Target target) throws Exception {
-        start(target, "");
+        Tracing.start(target, "");
         target.send("go");
         target.awaitOutput("done 1");
-        checkCounts(fetch(target), "", JDK_CALLS, 1);
-        checkCounts(fetch(target), "", NATIVE_CALLS, 1);
-        stop(target);
+        checkCounts(Tracing.fetch(target), "", JDK_CALLS, 1);
+        checkCounts(Tracing.fetch(target), "", NATIVE_CALLS, 1);
+        Tracing.stop(target);
         try (AgentClient client = target.client()) {
             client.request(AgentClient.CLEAR_CPU).ok();
         }
-        start(target, "java.*");
+        Tracing.start(target, "java.*");
         target.send("go");
         target.awaitOutput("done 2");
-        Tables tables = fetch(target);
+        Tables tables = Tracing.fetch(target);
         checkCounts(tables, 1);
         // A filtered method that a filtered one calls directly has no frame of its own.
         tables.forEachCpuRow((thread, frame, time) -> {
@@ -205,7 +185,7 @@ public final class TracingCases {
                                  !tables.frameMethod(parent).startsWith("java."),
                          method + " under " + (parent <= 0 ? "" : tables.frameMethod(parent)));
         });
-        stop(target);
+        Tracing.stop(target);
         target.finish();
     }
 }
