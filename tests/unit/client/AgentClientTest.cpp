@@ -313,8 +313,8 @@ private:
         SocketWriter writer(descriptor);
         writeTables(&db, writer, {mask, 32}, 0, 0, &progress, stamps, false, nullptr);
         writer.writeInt(TABLE_STREAM_END);
+        db.currentStamp++; // before the end is sent: the test goes on with the database then
         writer.flush();
-        db.currentStamp++;
     }
 };
 
