@@ -55,5 +55,5 @@ function(vdk_unit_tests folder)
     target_link_libraries(${name} PRIVATE vdk_flags ${ARG_DEPS} GTest::gmock GTest::gtest_main)
     add_dependencies(vdk_tests ${name})
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
-        PROPERTIES TIMEOUT 300 ENVIRONMENT VDK_SOURCE_FOLDER=${CMAKE_SOURCE_DIR})
+        PROPERTIES TIMEOUT 900 ENVIRONMENT VDK_SOURCE_FOLDER=${CMAKE_SOURCE_DIR})
 endfunction()
