@@ -54,6 +54,7 @@ function(vdk_unit_tests folder)
     target_include_directories(${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
     target_link_libraries(${name} PRIVATE vdk_flags ${ARG_DEPS} GTest::gmock GTest::gtest_main)
     add_dependencies(vdk_tests ${name})
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
+    # Both limits are for tests that hang; a busy machine under a sanitizer must stay far below.
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 300
         PROPERTIES TIMEOUT 900 ENVIRONMENT VDK_SOURCE_FOLDER=${CMAKE_SOURCE_DIR})
 endfunction()

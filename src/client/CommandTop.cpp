@@ -215,7 +215,8 @@ int runTop(Console& console, const Arguments& arguments) {
     TopView view(console, agent, arguments);
     timespec start;
     clock_gettime(CLOCK_MONOTONIC, &start);
-    while ((endless || left-- > 0) && sleepUnlessInterrupted(intervalMs)) {
+    // Who reads the output may have closed it.
+    while (console.out && (endless || left-- > 0) && sleepUnlessInterrupted(intervalMs)) {
         fetcher.fetch(TopTables);
         timespec now;
         clock_gettime(CLOCK_MONOTONIC, &now);

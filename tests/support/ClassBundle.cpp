@@ -16,6 +16,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// The programs of the tests are written for it.
+const int OLDEST_RELEASE = 17;
+
 unsigned readNumber(const unsigned char* at, int bytes) {
     unsigned value = 0;
     for (int i = 0; i < bytes; i++) {
@@ -37,6 +40,18 @@ struct TemporaryDirectories {
 
 std::string quoted(const std::string& text) {
     return "'" + text + "'";
+}
+
+// The release of a JDK as its own file tells, such as "17.0.15"; empty if there is none.
+std::string releaseOf(const fs::path& home) {
+    std::ifstream file(home / "release");
+    const std::string key = "JAVA_VERSION=\"";
+    for (std::string line; std::getline(file, line);) {
+        if (line.compare(0, key.size(), key) == 0) {
+            return line.substr(key.size(), line.find('"', key.size()) - key.size());
+        }
+    }
+    return "";
 }
 
 } // namespace
@@ -72,7 +87,8 @@ std::vector<std::string> findJdks() {
     std::vector<std::string> homes;
     std::error_code ignored;
     for (const auto& entry : fs::directory_iterator("/usr/lib/jvm", ignored)) {
-        if (!entry.is_symlink() && fs::exists(entry.path() / "bin/javac")) {
+        if (!entry.is_symlink() && fs::exists(entry.path() / "bin/javac") &&
+            atoi(releaseOf(entry.path()).c_str()) >= OLDEST_RELEASE) {
             homes.push_back(entry.path().string());
         }
     }
@@ -81,10 +97,7 @@ std::vector<std::string> findJdks() {
 
 std::string findJdk(const std::string& release) {
     for (const std::string& home : findJdks()) {
-        std::ifstream file(home + "/release");
-        std::stringstream text;
-        text << file.rdbuf();
-        if (text.str().find("JAVA_VERSION=\"" + release) != std::string::npos) {
+        if (releaseOf(home).compare(0, release.size(), release) == 0) {
             return home;
         }
     }

@@ -27,7 +27,7 @@ private:
     std::vector<NamedClass> entries;
 };
 
-// Homes of all JDKs with a compiler.
+// Homes of all JDKs of release 17 or later with a compiler.
 std::vector<std::string> findJdks();
 // Home of the JDK of this release, empty if there is none.
 std::string findJdk(const std::string& release);

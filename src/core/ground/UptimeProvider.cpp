@@ -27,9 +27,10 @@ bool readMonotonicClock(long* raw) {
     return true;
 }
 
-// Advances the scale to raw. With `shared` a raw value behind the last one is another thread's
-// later reading of a clock that cannot go back: it counts as the next nanosecond, and so a race
-// between two threads does not push the whole scale forward.
+// Advances the scale to raw. With `shared` a raw value behind the last one was read from a clock that
+// cannot go back, by a thread that others have overtaken since: it counts as the next nanosecond, and
+// so a race between two threads does not push the whole scale forward. A thread may have been held up
+// for seconds in between.
 long advance(long raw, bool shared) {
     long last = ourLastRawNs.load(std::memory_order_relaxed);
     for (;;) {
@@ -40,7 +41,7 @@ long advance(long raw, bool shared) {
             }
             continue;
         }
-        const long next = shared && raw <= last && last - raw < NS_PER_SECOND ? last + 1 : raw;
+        const long next = shared && raw <= last && last - raw < MAX_STEP_NS ? last + 1 : raw;
         const long delta = next - last;
         const long step = delta < 2 ? 1 : delta < MAX_STEP_NS ? delta : MAX_STEP_NS;
         if (ourLastRawNs.compare_exchange_weak(last, next, std::memory_order_relaxed)) {

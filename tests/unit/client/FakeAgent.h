@@ -39,6 +39,34 @@ public:
     std::string data;
 };
 
+// A port of this machine that belongs to this object: nothing listens there, and nobody else can.
+class UnheardPort {
+public:
+    UnheardPort() : descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        endpoint.port = bindToAnyPort(descriptor);
+    }
+    ~UnheardPort() { close(descriptor); }
+    UnheardPort(const UnheardPort&) = delete;
+    UnheardPort& operator=(const UnheardPort&) = delete;
+
+    // The port that the socket gets on the loopback interface.
+    static int bindToAnyPort(int descriptor) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof(address);
+        bind(descriptor, reinterpret_cast<sockaddr*>(&address), size);
+        getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
+        return ntohs(address.sin_port);
+    }
+
+    vdk::Endpoint endpoint;
+
+private:
+    int descriptor;
+};
+
+// Its end waits until the connection that is being served is done.
 class FakeAgent {
 public:
     using Handler = std::function<void(int descriptor, int connection)>;
@@ -46,14 +74,8 @@ public:
     // connection counts from 0.
     explicit FakeAgent(Handler handler) : handler(std::move(handler)) {
         listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+        endpoint.port = UnheardPort::bindToAnyPort(listener);
         listen(listener, 10);
-        socklen_t size = sizeof(address);
-        getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
-        endpoint.port = ntohs(address.sin_port);
         server = std::thread([this] { serve(); });
     }
     // Answers with the bytes to whatever comes first, then closes.

@@ -15,6 +15,10 @@ namespace {
 // Code shared with the agent would open the agent's log file otherwise.
 const bool logIsOff = (Logger::setSink([](const char*) {}), true);
 
+// For what a JVM on a busy machine does in the end; the waits of the program itself are --timeout.
+constexpr int PatientMs = 120000;
+const char Patient[] = " --timeout 120s ";
+
 struct Release {
     const char* name;
     int protocol;
@@ -27,6 +31,9 @@ void PrintTo(const Release& release, std::ostream* out) {
 class RealJvm : public testing::TestWithParam<Release> {
 protected:
     void SetUp() override {
+        // The JVM tells on standard error what it takes from these.
+        for (const char* name : {"JAVA_TOOL_OPTIONS", "JDK_JAVA_OPTIONS", "_JAVA_OPTIONS"})
+            unsetenv(name);
         homes = jdks(GetParam().name);
         if (homes.empty() || !JavaProcess::compile(dir))
             GTEST_SKIP() << "no JDK " << GetParam().name;
@@ -69,7 +76,7 @@ TEST_P(RealJvm, isFoundWithoutPerformanceDataToo) {
 TEST_P(RealJvm, answersRequestsOfBothVersions) {
     JavaProcess program(java(), dir.file("err"));
     ASSERT_TRUE(program.waitFor("ready"));
-    Attacher attacher(processes, find(program.pid));
+    Attacher attacher(processes, find(program.pid), PatientMs);
     attacher.open();
     EXPECT_EQ(attacher.version(), GetParam().protocol);
     AttachReply properties = attacher.execute("properties", {});
@@ -108,7 +115,7 @@ TEST_P(RealJvm, withAttachDisabledIsLeftAlone) {
 TEST_P(RealJvm, withReducedSignalsIsReachedOrLeftAlone) {
     JavaProcess program(java({"-Xrs"}), dir.file("err"));
     ASSERT_TRUE(program.waitFor("ready"));
-    Attacher attacher(processes, find(program.pid));
+    Attacher attacher(processes, find(program.pid), PatientMs);
     std::string word = wordOf([&] {
         attacher.open();
         EXPECT_TRUE(attacher.execute("properties", {}).complete);
@@ -137,18 +144,24 @@ TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentAfterAttach) {
     ASSERT_TRUE(program.waitFor("ready"));
     std::string pid = std::to_string(program.pid);
     std::string longOption = "debug=" + std::string(3000, 'n');
-    Result attach = run(client + " attach " + pid + " sampling," + longOption + " --json 2>&1");
+    Result attach =
+        run(client + " attach " + pid + Patient + "sampling," + longOption + " --json 2>&1");
     ASSERT_EQ(attach.code, 0) << attach.out;
     EXPECT_GT(nlohmann::json::parse(attach.out)["port"], 0);
-    Result again = run(client + " attach " + pid + " --json 2>/dev/null");
+    Result again = run(client + " attach " + pid + Patient + "--json 2>/dev/null");
+    ASSERT_EQ(again.code, 0);
     EXPECT_EQ(nlohmann::json::parse(again.out)["already"], true);
-    Result status = run(client + " status " + pid + " --json");
+    Result status = run(client + " status " + pid + Patient + "--json");
+    ASSERT_EQ(status.code, 0);
     EXPECT_EQ(nlohmann::json::parse(status.out)["pid"], program.pid) << status.out;
-    Result top = run(client + " top " + pid + " --interval 1s --json");
+    Result top = run(client + " top " + pid + Patient + "--interval 100ms --json");
     EXPECT_EQ(top.code, 0);
-    EXPECT_NE(top.out.find("Waiter.burn"), std::string::npos) << top.out;
+    // One look after the other until the program was seen at work: it may have had no time before.
+    Result work = run(client + " top " + pid + Patient +
+                      "--interval 1s --count 200 --json | grep -m 1 -F Waiter.burn");
+    EXPECT_EQ(work.code, 0) << top.out;
     std::string file = dir.file("saved.snapshot");
-    Result snapshot = run(client + " snapshot " + pid + " --compressed --dir " + dir.path +
+    Result snapshot = run(client + " snapshot " + pid + Patient + "--compressed --dir " + dir.path +
                           "/snaps --out " + file + " 2>&1");
     EXPECT_EQ(snapshot.code, 0) << snapshot.out;
     Result report = run(client + " report " + file + " --json");
@@ -169,7 +182,7 @@ TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentUnderRun) {
     command.insert(command.end(), program.begin(), program.end());
     JavaProcess process(command, dir.file("err"));
     ASSERT_TRUE(process.waitFor("ready"));
-    Result dump = run(client + " dump " + std::to_string(process.pid));
+    Result dump = run(client + " dump " + std::to_string(process.pid) + Patient);
     EXPECT_EQ(dump.code, 0);
     EXPECT_NE(dump.out.find("Waiter.main"), std::string::npos) << dump.out;
     EXPECT_EQ(process.finish(), 7);

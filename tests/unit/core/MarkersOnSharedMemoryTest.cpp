@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "SharedMemoryKeys.h"
 #include "core/ground/Exceptions.h"
 #include "platform/Platform.h"
 
@@ -22,8 +23,8 @@ const int SLOTS = MarkerArea::RECORD_COUNT;
 class MarkersOnSharedMemoryTest : public testing::Test {
 protected:
     void SetUp() override {
-        areaKey = 0x56450000 + (getpid() & 0xffff);
-        mutexKey = 0x56460000 + (getpid() & 0xffff);
+        areaKey = ownSharedMemoryKey(0);
+        mutexKey = ownSharedMemoryKey(1);
         markers = std::make_unique<MarkersOnSharedMemory>(areaKey, mutexKey);
         ASSERT_TRUE(markers->isAttached());
     }
@@ -161,7 +162,7 @@ TEST_F(MarkersOnSharedMemoryTest, unknownProcessHasNoName) {
 }
 
 TEST_F(MarkersOnSharedMemoryTest, areaThatCannotBeHadLeavesTheProcessUnmarked) {
-    const int key = areaKey + 0x20000;
+    const int key = ownSharedMemoryKey(2);
     const int tooSmall = shmget(key, 16, IPC_CREAT | 0666);
     MarkersOnSharedMemory none(key, mutexKey);
     EXPECT_FALSE(none.isAttached());

@@ -39,7 +39,7 @@ TEST(SocketWriter, sendsEverythingToASlowReader) {
     std::string received;
     std::thread reader([&] { received = pair.readAll(1); });
     {
-        SocketWriter writer(pair.ends[0]);
+        SocketWriter writer(pair.ends[0], 120000);
         for (int i = 0; i < 1000000; i++) {
             writer.writeInt(i);
         }

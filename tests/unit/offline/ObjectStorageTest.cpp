@@ -283,7 +283,7 @@ int analyzeWithin(long bytes, int threads) {
         const rlim_t most = static_cast<rlim_t>(pages * sysconf(_SC_PAGESIZE) + bytes);
         const rlimit limit{most, most};
         setrlimit(RLIMIT_AS, &limit);
-        alarm(60); // a hang is a failure, not the end of the run
+        alarm(600); // a hang is a failure, not the end of the run
         try {
             const int count = 200000;
             const int root = 1;

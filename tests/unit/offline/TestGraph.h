@@ -68,16 +68,19 @@ struct TestGraph {
                 }
             }
         }
+        // The more dominators a node has, the deeper it lies.
+        std::vector<int> depths(count);
+        for (int d = 1; d < count; d++) {
+            for (int e = 1; e < count; e++) {
+                depths[d] += dominates[e][d];
+            }
+        }
         std::vector<int> result(count);
         for (int w = 1; w < count; w++) {
             int depth = -1;
             for (int d = 1; d < count; d++) {
-                int above = 0;
-                for (int e = 1; e < count; e++) {
-                    above += dominates[e][d];
-                }
-                if (dominates[d][w] && above > depth) {
-                    depth = above;
+                if (dominates[d][w] && depths[d] > depth) {
+                    depth = depths[d];
                     result[w] = d;
                 }
             }

@@ -67,6 +67,17 @@ protected:
         }
     }
 
+    // A call that takes its time after many that cost far less than the calibrated average.
+    void callCheaplyAndOnceForLong(int method) {
+        for (int i = 0; i < 1000; i++) {
+            enter(method);
+            leave(method);
+        }
+        enter(method);
+        burn(5 * MS);
+        leave(method);
+    }
+
     ToyJvm jvm;
     ThreadInfo info;
     jmethodID ids[3];
@@ -147,9 +158,7 @@ TEST_F(TracedCallsTest, unwoundStackIsRebuiltByTheNextEntryAndTheCallCounts) {
 TEST_F(TracedCallsTest, callerLeftWithLessThanItsCalleesIsCorrected) {
     setCalibration(2 * MS);
     enter(A);
-    enter(B);
-    burn(5 * MS);
-    leave(B);
+    callCheaplyAndOnceForLong(B);
     leave(A);
     EXPECT_GT(timeOf({A, B}), timeOf({A}));
     EXPECT_TRUE(info.needsWallTimeCorrection);
@@ -164,11 +173,7 @@ TEST_F(TracedCallsTest, callsOpenAtAFetchAreChargedOnceAndCheckedAsWell) {
     const long soFar = timeOf({A, B});
     EXPECT_LE(MS, soFar);
     setCalibration(2 * MS);
-    enter(C);
-    burn(5 * MS);
-    leave(C);
-    enter(C);
-    leave(C);
+    callCheaplyAndOnceForLong(C);
     resetStackTrace(&info, true);
     EXPECT_TRUE(info.needsWallTimeCorrection);
     restoreStackTrace(&info, true);
