@@ -27,10 +27,10 @@ bool readMonotonicClock(long* raw) {
     return true;
 }
 
-// Advances the scale to raw. With `shared` a raw value behind the last one was read from a clock that
-// cannot go back, by a thread that others have overtaken since: it counts as the next nanosecond, and
-// so a race between two threads does not push the whole scale forward. A thread may have been held up
-// for seconds in between.
+// Advances the scale to raw. With `shared` a raw value behind the last one was read from a clock
+// that cannot go back, by a thread that others have overtaken since: it counts as the next
+// nanosecond, and so a race between two threads does not push the whole scale forward. A thread may
+// have been held up for seconds in between.
 long advance(long raw, bool shared) {
     long last = ourLastRawNs.load(std::memory_order_relaxed);
     for (;;) {

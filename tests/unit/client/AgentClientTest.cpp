@@ -71,7 +71,8 @@ std::string compressedTransfer(const std::string& file, size_t blockSize) {
 std::string fetch(const std::string& answer, bool compressed, TempDir& dir) {
     FakeAgent agent = FakeAgent::answering(answer);
     OutputFile out(dir.file("out"));
-    AgentClient(agent.endpoint, LongTimeoutMs).downloadSnapshot("/x.snapshot", compressed, out, nullptr);
+    AgentClient(agent.endpoint, LongTimeoutMs)
+        .downloadSnapshot("/x.snapshot", compressed, out, nullptr);
     out.commit();
     return TempDir::read(dir.file("out"));
 }
@@ -173,7 +174,8 @@ TEST(AgentClient, infoAndStatusShareOneSequence) {
 
 TEST(AgentClient, otherProtocolVersionIsIncompatible) {
     FakeAgent agent = FakeAgent::answering(Answer().ok().integer(20100101).data);
-    EXPECT_EQ(wordOf([&] { AgentClient(agent.endpoint, LongTimeoutMs).info(); }), "agent.incompatible");
+    EXPECT_EQ(wordOf([&] { AgentClient(agent.endpoint, LongTimeoutMs).info(); }),
+              "agent.incompatible");
 }
 
 TEST(AgentClient, retransformationSendsTheFilterFileOrNone) {
@@ -201,7 +203,8 @@ TEST(AgentClient, samplingSendsModeAndTexts) {
         request = FakeAgent::readExactly(descriptor, 12 + 8 + 4 + 6 + 4);
         FakeAgent::sendAll(descriptor, Answer().ok().data);
     });
-    AgentClient(agent.endpoint, LongTimeoutMs).startCpuProfiling(CPU_SAMPLING, "java.*", std::nullopt);
+    AgentClient(agent.endpoint, LongTimeoutMs)
+        .startCpuProfiling(CPU_SAMPLING, "java.*", std::nullopt);
     EXPECT_EQ(request, Answer()
                            .header(PACKET_START_CPU_PROFILING_REQ)
                            .longInteger(4)
@@ -230,7 +233,9 @@ TEST(AgentClient, captureRefusesWhatIsNoProgress) {
          {Answer().header(PACKET_PROGRESS).integer(1000).data, Answer().header(4711).data}) {
         FakeAgent agent = FakeAgent::answering(bytes);
         EXPECT_EQ(
-            wordOf([&] { AgentClient(agent.endpoint, LongTimeoutMs).captureSnapshot(0, "", "", nullptr); }),
+            wordOf([&] {
+                AgentClient(agent.endpoint, LongTimeoutMs).captureSnapshot(0, "", "", nullptr);
+            }),
             "agent.data");
     }
 }

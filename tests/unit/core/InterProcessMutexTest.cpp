@@ -94,8 +94,8 @@ TEST_F(InterProcessMutexTest, unlockLeavesTheWordToWhoeverOverwroteIt) {
 TEST_F(InterProcessMutexTest, excludesProcessesFromEachOther) {
     // Three children read, wait and write back a counter; without the lock additions get lost.
     Platform::SharedMemoryOutcome outcome;
-    int* counter =
-        static_cast<int*>(Platform::attachSharedMemory(ownSharedMemoryKey(1), sizeof(int), &outcome));
+    int* counter = static_cast<int*>(
+        Platform::attachSharedMemory(ownSharedMemoryKey(1), sizeof(int), &outcome));
     ASSERT_NE(nullptr, counter);
     const int counterSegment = outcome.segment;
     const int processes = 3;

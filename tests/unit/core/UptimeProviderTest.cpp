@@ -62,8 +62,8 @@ TEST(TimeNs, risesForEveryCallerOnManyThreads) {
         thread.join();
     }
     EXPECT_EQ(faults, 0);
-    // Contention must not push the scale: what it says lies between two spans of the wall clock, the
-    // one inside its own and the one around it.
+    // Contention must not push the scale: what it says lies between two spans of the wall clock,
+    // the one inside its own and the one around it.
     const auto innerEnd = std::chrono::steady_clock::now();
     const long measured = getTimeNs() - start;
     const auto outerEnd = std::chrono::steady_clock::now();
