@@ -27,11 +27,9 @@ bool readMonotonicClock(long* raw) {
     return true;
 }
 
-// Advances the scale to raw. With `shared` a raw value behind the last one was read from a clock
-// that cannot go back, by a thread that others have overtaken since: it counts as the next
-// nanosecond, and so a race between two threads does not push the whole scale forward. A thread may
-// have been held up for seconds in between.
-long advance(long raw, bool shared) {
+} // namespace
+
+long getEverGrowingTimeNs(long raw, bool shared) {
     long last = ourLastRawNs.load(std::memory_order_relaxed);
     for (;;) {
         if (last == 0) {
@@ -54,12 +52,6 @@ long advance(long raw, bool shared) {
     }
 }
 
-} // namespace
-
-long getEverGrowingTimeNs(long raw) {
-    return advance(raw, false);
-}
-
 long getTimeNs() {
     long raw = 0;
     int state = ourClockState.load(std::memory_order_relaxed);
@@ -68,11 +60,11 @@ long getTimeNs() {
         ourClockState.store(state, std::memory_order_relaxed);
     }
     if (state == 1 && readMonotonicClock(&raw)) {
-        return advance(raw, true);
+        return getEverGrowingTimeNs(raw, true);
     }
     timeval now;
     gettimeofday(&now, nullptr);
-    return advance(now.tv_sec * NS_PER_SECOND + now.tv_usec * 1000L, false);
+    return getEverGrowingTimeNs(now.tv_sec * NS_PER_SECOND + now.tv_usec * 1000L);
 }
 
 UptimeProvider::UptimeProvider() : startNs(getTimeNs()) {}

@@ -6,8 +6,11 @@
 long getTimeNs();
 
 // Puts a raw clock reading on the ever-growing scale: a step below 2 counts as 1, a step above 60 s
-// as 60 s. The first reading ever gives 0.
-long getEverGrowingTimeNs(long raw);
+// as 60 s. The first reading ever gives 0. With `shared` a reading less than 60 s behind the last
+// one comes from a clock that cannot go back, by a thread that others have overtaken since: it
+// counts as the next nanosecond, and so threads that were held up do not push the whole scale
+// forward.
+long getEverGrowingTimeNs(long raw, bool shared = false);
 
 // UptimeProvider: time since the JVM's start, on the scale of getTimeNs(). It counts from the load
 // of the library until correctUptimeMs is told the JVM's own uptime. Correction happens under

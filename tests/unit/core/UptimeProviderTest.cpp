@@ -42,6 +42,15 @@ TEST(EverGrowingTime, stepsAreBoundedAndNeverNegative) {
     }
 }
 
+TEST(EverGrowingTime, readingThatOthersHaveOvertakenDoesNotPushTheScale) {
+    const long raw = 1L << 61;
+    const long start = getEverGrowingTimeNs(raw, true);
+    EXPECT_EQ(getEverGrowingTimeNs(raw + 5 * SECOND, true) - start, 5 * SECOND);
+    // Read five seconds ago, by a thread that was held up since.
+    EXPECT_EQ(getEverGrowingTimeNs(raw, true) - start, 5 * SECOND + 1);
+    EXPECT_EQ(getEverGrowingTimeNs(raw + 5 * SECOND + 10, true) - start, 5 * SECOND + 10);
+}
+
 TEST(TimeNs, risesForEveryCallerOnManyThreads) {
     std::vector<std::thread> threads;
     std::atomic<int> faults{0};
