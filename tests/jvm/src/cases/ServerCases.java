@@ -44,8 +44,9 @@ public final class ServerCases {
         }
 
         private String ask(HttpRequest.Builder request) throws Exception {
-            HttpResponse<String> response = client.send(
-                    request.timeout(Duration.ofSeconds(60)).build(), BodyHandlers.ofString());
+            HttpResponse<String> response =
+                    client.send(request.timeout(Duration.ofSeconds(Check.LIMIT_SECONDS)).build(),
+                                BodyHandlers.ofString());
             String type = response.headers().firstValue("content-type").orElse("");
             String answer = response.statusCode() + " " + type + "\n" + response.body();
             return withLines ? answer
@@ -99,7 +100,7 @@ public final class ServerCases {
 
         /** Waits for as many rounds of answers as there are clients. */
         void pass() throws Exception {
-            long end = System.nanoTime() + 60_000_000_000L;
+            long end = System.nanoTime() + Check.LIMIT_SECONDS * 1_000_000_000L;
             for (int wanted = answered.get() + CLIENTS; answered.get() < wanted; Thread.sleep(5)) {
                 Check.isTrue(faults.isEmpty(), "the server under load: " + faults);
                 Check.isTrue(System.nanoTime() < end, "the server does not answer");

@@ -51,7 +51,7 @@ public final class VerificationCases {
         command.addAll(List.of("-cp", System.getProperty("java.class.path"), fixture));
         command.addAll(args);
         Path output = target.folder.resolve("output");
-        Process process = new ProcessBuilder(command)
+        Process process = new ProcessBuilder(Target.withFreshLog(command))
                                   .directory(target.folder.toFile())
                                   .redirectErrorStream(true)
                                   .redirectOutput(output.toFile())
@@ -65,8 +65,7 @@ public final class VerificationCases {
         Check.equal(process.exitValue(), 0, "exit code of " + command + ": " + text);
         String log = "";
         if (agent) {
-            Path file =
-                    Path.of(System.getProperty("user.home"), ".vdk", "log", process.pid() + ".log");
+            Path file = Target.logOf(process);
             log = Files.readString(file);
             Files.delete(file);
             for (String fault : faultsInLog ? new String[] {"Retransforming"}

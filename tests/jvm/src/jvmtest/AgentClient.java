@@ -34,7 +34,7 @@ public final class AgentClient implements AutoCloseable {
 
     public AgentClient(int port) throws IOException {
         socket = new Socket(InetAddress.getLoopbackAddress(), port);
-        socket.setSoTimeout(60_000);
+        socket.setSoTimeout(Check.LIMIT_SECONDS * 1000);
         in = new DataInputStream(new BufferedInputStream(socket.getInputStream()));
         out = new DataOutputStream(new BufferedOutputStream(socket.getOutputStream()));
     }

@@ -2,6 +2,9 @@ package jvmtest;
 
 /** Assertions whose failure names what was seen and what was expected. */
 public final class Check {
+    /** How long whatever is waited for may take: far more than it does, so only a hang fails. */
+    public static final int LIMIT_SECONDS = 300;
+
     private Check() {
     }
 

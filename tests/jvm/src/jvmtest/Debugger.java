@@ -22,7 +22,7 @@ import java.util.regex.Pattern;
 
 /** A debugger at a JVM that was started with the jdwp library. It stops one thread at a time. */
 public final class Debugger implements AutoCloseable {
-    private static final long WAIT_MS = 60_000;
+    private static final long WAIT_MS = Check.LIMIT_SECONDS * 1000L;
     private static final Pattern LISTENING =
             Pattern.compile("Listening for transport dt_socket at address: (\\d+)\n");
 

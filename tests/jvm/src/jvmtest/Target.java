@@ -16,13 +16,22 @@ import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
 import java.util.concurrent.TimeUnit;
+import java.util.concurrent.atomic.AtomicInteger;
 
 /**
  * A JVM under test: started with the agent or attached to, its output kept, its log checked at the
  * end.
  */
 public final class Target implements AutoCloseable {
-    private static final int START_SECONDS = 60;
+    private static final Path LOGS = Path.of(System.getProperty("user.home"), ".vdk", "log");
+
+    /** Behind the agent's own choices, and below what systems give to clients and to port 0. */
+    private static final int FIRST_PORT = 12000;
+
+    private static final int PORTS = 20000;
+
+    private static final AtomicInteger nextPort =
+            new AtomicInteger((int) (ProcessHandle.current().pid() * 61 % PORTS));
 
     public final Jdk jdk;
     public final boolean attached;
@@ -52,9 +61,15 @@ public final class Target implements AutoCloseable {
         return new Target(other.test, other.jdk, false, other.library);
     }
 
-    public static int freePort() throws IOException {
-        try (ServerSocket socket = new ServerSocket(0, 1, InetAddress.getLoopbackAddress())) {
-            return socket.getLocalPort();
+    /** A port that nobody listens on, and that no other case of this run is given. */
+    public static int freePort() {
+        while (true) {
+            int port = FIRST_PORT + Math.floorMod(nextPort.getAndIncrement(), PORTS);
+            try (ServerSocket socket = new ServerSocket(port)) {
+                return socket.getLocalPort();
+            } catch (IOException e) {
+                continue; // taken
+            }
         }
     }
 
@@ -114,7 +129,8 @@ public final class Target implements AutoCloseable {
             plain.getOutputStream().close();
             String output =
                     new String(plain.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
-            Check.isTrue(plain.waitFor(START_SECONDS, TimeUnit.SECONDS), "the plain program ends");
+            Check.isTrue(plain.waitFor(Check.LIMIT_SECONDS, TimeUnit.SECONDS),
+                         "the plain program ends");
             Check.equal(plain.exitValue(), 0, "exit code of the plain program");
             return output;
         } finally {
@@ -122,8 +138,18 @@ public final class Target implements AutoCloseable {
         }
     }
 
+    /**
+     * The command, run so that no log is there which an ended process of the same id left behind.
+     */
+    public static List<String> withFreshLog(List<String> command) {
+        List<String> words = new ArrayList<>(
+                List.of("sh", "-c", "rm -f \"$0/$$.log\"; exec \"$@\"", LOGS.toString()));
+        words.addAll(command);
+        return words;
+    }
+
     public void startProcess(List<String> command) throws IOException {
-        ProcessBuilder builder = new ProcessBuilder(command);
+        ProcessBuilder builder = new ProcessBuilder(withFreshLog(command));
         builder.directory(folder.toFile());
         process = builder.start();
         outputReader = copy(process.getInputStream(), output);
@@ -185,17 +211,22 @@ public final class Target implements AutoCloseable {
     }
 
     public void awaitOutput(String text) throws Exception {
-        long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(START_SECONDS);
-        while (!output.toString().contains(text)) {
-            if (System.nanoTime() > end || !process.isAlive()) {
+        long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(Check.LIMIT_SECONDS);
+        while (true) {
+            boolean complete = !outputReader.isAlive(); // asked first: then nothing can follow
+            if (output.toString().contains(text)) {
+                return;
+            }
+            if (complete || System.nanoTime() > end) {
                 throw new AssertionError("no \"" + text + "\" from the program; " + state());
             }
             Thread.sleep(5);
         }
     }
 
-    private void awaitPort() throws Exception {
-        long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(START_SECONDS);
+    /** Waits until the agent listens. */
+    public void awaitPort() throws Exception {
+        long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(Check.LIMIT_SECONDS);
         while (true) {
             try (Socket socket = new Socket(InetAddress.getLoopbackAddress(), port)) {
                 return;
@@ -226,16 +257,19 @@ public final class Target implements AutoCloseable {
                     sum += Long.parseLong(
                             Files.readString(task.toPath().resolve("schedstat")).split(" ")[0]);
                 }
-            } catch (java.nio.file.NoSuchFileException e) {
-                // The thread ended while its folder was being read.
-                continue;
+            } catch (IOException e) {
+                Check.isTrue(!task.exists(), "reading " + task + ": " + e);
             }
         }
         return sum;
     }
 
+    public static Path logOf(Process process) {
+        return LOGS.resolve(process.pid() + ".log");
+    }
+
     public Path logFile() {
-        return Path.of(System.getProperty("user.home"), ".vdk", "log", pid() + ".log");
+        return logOf(process);
     }
 
     public String log() {
@@ -255,11 +289,13 @@ public final class Target implements AutoCloseable {
 
     /** Waits for the end of the process and gives its exit code. */
     public int awaitExit() throws Exception {
-        if (!process.waitFor(START_SECONDS, TimeUnit.SECONDS)) {
+        if (!process.waitFor(Check.LIMIT_SECONDS, TimeUnit.SECONDS)) {
             throw new AssertionError("the program does not end; " + state());
         }
-        outputReader.join(5000);
-        errorReader.join(5000);
+        for (Thread reader : new Thread[] {outputReader, errorReader}) {
+            reader.join(TimeUnit.SECONDS.toMillis(Check.LIMIT_SECONDS));
+            Check.isTrue(!reader.isAlive(), "somebody holds the streams of the ended program");
+        }
         return process.exitValue();
     }
 
@@ -283,7 +319,8 @@ public final class Target implements AutoCloseable {
     @Override
     public void close() throws IOException {
         if (process != null) {
-            process.destroyForcibly();
+            // Until it is gone it may write more files.
+            waitFor(process.destroyForcibly());
             Files.deleteIfExists(logFile());
         }
         File[] files = folder.toFile().listFiles();
@@ -293,6 +330,14 @@ public final class Target implements AutoCloseable {
             }
         }
         Files.deleteIfExists(folder);
+    }
+
+    private static void waitFor(Process ending) {
+        try {
+            ending.waitFor();
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+        }
     }
 
     private static void deleteTree(File file) {
