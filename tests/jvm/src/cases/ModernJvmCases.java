@@ -4,16 +4,20 @@ import fixtures.Burn;
 import fixtures.Idle;
 import fixtures.Threads;
 import fixtures.Virtual;
+import fixtures.VirtualCalls;
 import java.io.File;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
-import java.util.concurrent.TimeUnit;
+import java.util.Map;
 import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
+import jvmtest.Sampling;
 import jvmtest.Tables;
 import jvmtest.Target;
+import jvmtest.Tool;
+import jvmtest.Tracing;
 
 /** What JVMs of today have and older ones had not. */
 public final class ModernJvmCases {
@@ -23,15 +27,11 @@ public final class ModernJvmCases {
     }
 
     private static void sampleAndSnapshot(Target target) throws Exception {
+        Sampling.start(target);
+        Sampling.awaitTimes(target);
         try (AgentClient client = target.client()) {
-            client.startSampling("", "");
+            client.updateTables(ALL, new Tables());
         }
-        Thread.sleep(700);
-        Tables tables = new Tables();
-        try (AgentClient client = target.client()) {
-            client.updateTables(ALL, tables);
-        }
-        Check.isTrue(!tables.ownTimes().isEmpty(), "no CPU times");
         try (AgentClient client = target.client()) {
             client.request(AgentClient.CAPTURE_SNAPSHOT).out.writeLong(0);
             client.string("");
@@ -51,10 +51,7 @@ public final class ModernJvmCases {
     @Case(fixture = Burn.class, jvm = "-Xcheck:jni")
     static void passesTheJniChecks(Target target) throws Exception {
         sampleAndSnapshot(target);
-        for (String word : new String[] {"WARNING in native method", "FATAL ERROR"}) {
-            Check.isTrue(!target.output().contains(word) && !target.errors().contains(word),
-                         target.state());
-        }
+        Tracing.checkQuiet(target);
     }
 
     @Case(fixture = Burn.class, jvm = {"-Xint", "-XX:+UseSerialGC"}, attach = false)
@@ -82,6 +79,40 @@ public final class ModernJvmCases {
         sampleAndSnapshot(target);
     }
 
+    /** They and their carriers are left out; the threads of the system are counted as ever. */
+    @Case(fixture = VirtualCalls.class, agent = "handlebadtimes", since = 21)
+    static void callsOnVirtualThreadsStayUntraced(Target target) throws Exception {
+        String plain = target.plainOutput("go\n".repeat(6) + "stop\n");
+        Tracing.start(target, "java.*\njdk.*\nsun.*");
+        target.send("go");
+        target.awaitOutput("done 1\n");
+        Tables tables = Tracing.fetch(target);
+        tables.checkTimes();
+        String name = VirtualCalls.class.getName();
+        Map<String, Long> counts = tables.callCounts();
+        Check.equal(counts.get(name + ".onPlatform"), (long) VirtualCalls.PLATFORM, "onPlatform");
+        Check.equal(counts.get(name + ".shared"),
+                    (long) VirtualCalls.PLATFORM * VirtualCalls.ROUNDS, "calls of shared");
+        Check.equal(counts.getOrDefault(name + ".onVirtual", 0L), 0L, "onVirtual");
+        Check.equal(tables.callCounts("ForkJoinPool-1-worker-"), Map.of(), "calls of carriers");
+        target.send("go\ngo\ngo\ngo");
+        for (int i = 0; i < 6; i++) {
+            Tracing.stop(target);
+            Tracing.start(target, i % 2 == 0 ? "" : "java.*");
+            Tracing.fetch(target).checkTimes();
+        }
+        target.awaitOutput("done 5\n");
+        Tracing.stop(target);
+        Tracing.clear(target);
+        Tracing.start(target, "");
+        target.send("go");
+        target.awaitOutput("done 6\n");
+        Check.equal(Tracing.fetch(target).callCounts().get(name + ".shared"),
+                    (long) VirtualCalls.PLATFORM * VirtualCalls.ROUNDS, "calls of shared anew");
+        target.finish();
+        Check.equal(target.output(), plain, "output");
+    }
+
     /** A debugger after the agent: the agent holds nothing that the debugger needs. */
     @Case(fixture = Burn.class,
           jvm = "-agentlib:jdwp=transport=dt_socket,server=y,suspend=n,address=127.0.0.1:0")
@@ -103,7 +134,7 @@ public final class ModernJvmCases {
     static void startsWithAnApplicationArchiveThatIsDemanded(Target target) throws Exception {
         target.finish();
         Path archive = target.folder.resolve("app.jsa");
-        run(target, List.of(), List.of("-XX:ArchiveClassesAtExit=" + archive), 0);
+        run(target, List.of(), List.of("-XX:ArchiveClassesAtExit=" + archive));
         Check.isTrue(archive.toFile().length() > 0, "the archive was made");
         checkRuns(target, List.of("-XX:SharedArchiveFile=" + archive, "-Xshare:on"), List.of());
     }
@@ -112,7 +143,7 @@ public final class ModernJvmCases {
     static void startsWithAnAotCacheThatIsDemanded(Target target) throws Exception {
         target.finish();
         Path cache = target.folder.resolve("app.aot");
-        run(target, List.of(), List.of("-XX:AOTCacheOutput=" + cache), 0);
+        run(target, List.of(), List.of("-XX:AOTCacheOutput=" + cache));
         Check.isTrue(cache.toFile().length() > 0, "the cache was made");
         checkRuns(target, List.of("-XX:AOTCache=" + cache, "-XX:AOTMode=on"), List.of());
     }
@@ -121,7 +152,7 @@ public final class ModernJvmCases {
     static void staysInertInATrainingRun(Target target) throws Exception {
         target.finish();
         Path cache = target.folder.resolve("trained.aot");
-        run(target, List.of(agent(target)), List.of("-XX:AOTCacheOutput=" + cache), 0);
+        run(target, List.of(agent(target)), List.of("-XX:AOTCacheOutput=" + cache));
         Check.isTrue(cache.toFile().length() > 0, "the cache was made with the agent there");
     }
 
@@ -133,39 +164,30 @@ public final class ModernJvmCases {
             throws Exception {
         List<String> options = new ArrayList<>(before);
         options.add(agent(target));
-        run(target, options, after, 0);
+        run(target, options, after);
     }
 
-    private static void run(Target target, List<String> first, List<String> then, int code)
-            throws Exception {
+    private static void run(Target target, List<String> first, List<String> then) throws Exception {
         List<String> command = new ArrayList<>(List.of(target.jdk.java()));
         command.addAll(first);
         command.addAll(then);
         // An archive stores classes of jars only.
         File jar = jarOfFixtures(target);
         command.addAll(List.of("-cp", jar.getPath(), "fixtures.Idle"));
-        Process process = new ProcessBuilder(command)
-                                  .directory(target.folder.toFile())
-                                  .redirectErrorStream(true)
-                                  .start();
-        process.getOutputStream().write("stop\n".getBytes());
-        process.getOutputStream().flush();
-        String output = new String(process.getInputStream().readAllBytes());
-        Check.isTrue(process.waitFor(60, TimeUnit.SECONDS), "the program ends");
-        Check.equal(process.exitValue(), code, "exit code of " + command + ": " + output);
-        Check.contains(output, "ready\n", "output of " + command);
-        Check.contains(output, "bye\n", "output of " + command);
+        try (Target started = Target.like(target)) {
+            started.startProcess(command);
+            started.awaitOutput("ready\n");
+            started.send("stop");
+            Check.equal(started.awaitExit(), 0, "exit code of " + command + started.state());
+            Check.contains(started.output(), "bye\n", "output of " + command);
+        }
     }
 
     private static File jarOfFixtures(Target target) throws Exception {
         File jar = target.folder.resolve("fixtures.jar").toFile();
         if (!jar.exists()) {
-            Process process =
-                    new ProcessBuilder(target.jdk.home + "/bin/jar", "cf", jar.getPath(), "-C",
-                                       System.getProperty("java.class.path"), "fixtures")
-                            .inheritIO()
-                            .start();
-            Check.equal(process.waitFor(), 0, "jar");
+            Tool.run(List.of(target.jdk.home + "/bin/jar", "cf", jar.getPath(), "-C",
+                             System.getProperty("java.class.path"), "fixtures"));
         }
         return jar;
     }

@@ -8,47 +8,21 @@ import java.util.Map;
 import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
+import jvmtest.Sampling;
 import jvmtest.Tables;
 import jvmtest.Target;
+import jvmtest.Tracing;
 
 /** CPU sampling: who is charged how much, and what a client is told of it. */
 public final class SamplingCases {
     private static final int ALL = 0x7efff;
-    private static final int CPU_TABLES = 1 | 1 << 1 | 1 << 2 | 1 << 3 | 1 << 6 | 1 << 8 | 1 << 9;
 
     private SamplingCases() {
     }
 
-    /**
-     * Samples for a while; gives the CPU time that the threads of this prefix really used
-     * meanwhile.
-     */
-    private static long sample(Target target, long ms, String threads) throws Exception {
-        try (AgentClient client = target.client()) {
-            client.startSampling("", "");
-        }
-        long before = target.cpuTimeOfThreads(threads);
-        Thread.sleep(ms);
-        long used = target.cpuTimeOfThreads(threads) - before;
-        try (AgentClient client = target.client()) {
-            client.request(AgentClient.STOP_CPU).ok();
-        }
-        return used;
-    }
-
-    private static Tables fetch(Target target, int mask) throws Exception {
-        Tables tables = new Tables();
-        try (AgentClient client = target.client()) {
-            client.updateTables(mask, tables);
-        }
-        return tables;
-    }
-
     @Case(fixture = Burn.class, alone = true)
     static void chargesMethodsInProportionAndIdleThreadsNothing(Target target) throws Exception {
-        Thread.sleep(1500);
-        long used = sample(target, 10_000, "burner");
-        Tables tables = fetch(target, CPU_TABLES);
+        Tables tables = Sampling.charge(target, "burner", 8000, 0.1);
         Map<String, Long> times = tables.totalTimes();
         double total = 0;
         for (String method : List.of("sixty", "thirty", "ten")) {
@@ -56,7 +30,7 @@ public final class SamplingCases {
         }
         String seen = " of " + times.get("fixtures.Burn.sixty") + " " +
                       times.get("fixtures.Burn.thirty") + " " + times.get("fixtures.Burn.ten");
-        Check.near(total / used, 1, 0.1, "time charged to the time used");
+        Check.near(total / Sampling.charged(tables, "burner"), 1, 0.02, "share of the three");
         Check.near(100 * times.get("fixtures.Burn.sixty") / total, 60, 3,
                    "percent of sixty" + seen);
         Check.near(100 * times.get("fixtures.Burn.thirty") / total, 30, 3,
@@ -72,8 +46,7 @@ public final class SamplingCases {
 
     @Case(fixture = Threads.class, args = {"200", "64", "0"}, alone = true)
     static void sees64BusyThreads200FramesDeep(Target target) throws Exception {
-        long used = sample(target, 4000, "busy-");
-        Tables tables = fetch(target, CPU_TABLES);
+        Tables tables = Sampling.charge(target, "busy-", 6000, 0.3);
         long deepest = 0;
         for (int frame : tables.rows.get(Tables.FRAME).keySet()) {
             if (frame > 0) {
@@ -81,27 +54,13 @@ public final class SamplingCases {
             }
         }
         Check.isTrue(deepest >= 200, "deepest stack " + deepest);
-        Map<String, Long> threads = tables.timeByThread();
-        long busy = threads.entrySet()
-                            .stream()
-                            .filter(e -> e.getKey().startsWith("busy-"))
-                            .mapToLong(Map.Entry::getValue)
-                            .sum();
-        Check.near((double) busy / used, 1, 0.3, "time charged to the time used");
         target.finish();
     }
 
     @Case(fixture = Threads.class, args = {"5", "1", "1000"}, alone = true, attach = false)
     static void keepsUpWith1000IdleThreads(Target target) throws Exception {
-        long used = sample(target, 3000, "busy-");
-        Map<String, Long> threads = fetch(target, CPU_TABLES).timeByThread();
-        long idle = threads.entrySet()
-                            .stream()
-                            .filter(e -> e.getKey().startsWith("idle-"))
-                            .mapToLong(Map.Entry::getValue)
-                            .sum();
-        Check.equal(idle, 0L, "time of idle threads");
-        Check.near((double) threads.get("busy-0") / used, 1, 0.2, "time charged to the time used");
+        Tables tables = Sampling.charge(target, "busy-", 3000, 0.2);
+        Check.equal(Sampling.charged(tables, "idle-"), 0L, "time of idle threads");
         target.finish();
     }
 
@@ -117,16 +76,23 @@ public final class SamplingCases {
             client.updateTables(ALL, early);
             Check.isTrue(early.lastRead < first / 2,
                          "second fetch " + early.lastRead + " of " + first);
-            target.send("go 40");
-            target.awaitOutput("done 40");
+            for (int made = 10; made <= 40; made += 10) {
+                target.send("go 10");
+                target.awaitOutput("done " + made + "\n");
+                client.request(AgentClient.GET_STATUS).ok(); // no client may be silent for long
+                client.in.readLong();
+            }
             client.request(AgentClient.STOP_CPU).ok();
             target.send("go 2");
-            target.awaitOutput("done 42");
+            target.awaitOutput("done 42\n");
             client.updateTables(ALL, early);
             client.request(AgentClient.SEQUENCE_END);
             client.out.flush();
         }
-        Tables late = fetch(target, ALL);
+        Tables late = new Tables();
+        try (AgentClient client = target.client()) {
+            client.updateTables(ALL, late);
+        }
         // A last fetch brings the early client the few rows that telemetry made in between.
         try (AgentClient client = target.client()) {
             client.updateTables(ALL, early);
@@ -143,10 +109,10 @@ public final class SamplingCases {
 
     @Case(fixture = Burn.class)
     static void startsOnceStopsAndClears(Target target) throws Exception {
-        sample(target, 500, "burner");
-        try (AgentClient client = target.client()) {
-            client.startSampling("", "");
-        }
+        Sampling.start(target);
+        Sampling.stop(target);
+        Sampling.start(target);
+        Sampling.awaitTimes(target);
         try (AgentClient client = target.client()) {
             client.request(AgentClient.START_CPU).out.writeLong(4);
             client.string(null);
@@ -154,14 +120,10 @@ public final class SamplingCases {
             Check.contains(client.error(), "CPU sampling or CPU tracing already started",
                            "second start");
         }
-        try (AgentClient client = target.client()) {
-            client.request(AgentClient.STOP_CPU).ok();
-        }
-        Check.isTrue(!fetch(target, CPU_TABLES).ownTimes().isEmpty(), "times before clearing");
-        try (AgentClient client = target.client()) {
-            client.request(AgentClient.CLEAR_CPU).ok();
-        }
-        Tables cleared = fetch(target, CPU_TABLES);
+        Sampling.stop(target);
+        Check.isTrue(!Tracing.fetch(target).ownTimes().isEmpty(), "times before clearing");
+        Tracing.clear(target);
+        Tables cleared = Tracing.fetch(target);
         Check.isTrue(cleared.rows.get(Tables.CPU).isEmpty(), "rows after clearing");
         Check.isTrue(cleared.rows.get(Tables.GENERATIONS_OF_TABLES).containsKey(Tables.CPU),
                      "the clear is told by the generation of the table");
@@ -170,8 +132,7 @@ public final class SamplingCases {
 
     @Case(fixture = Burn.class, agent = "sampling", attach = true)
     static void startsWithTheOptionSampling(Target target) throws Exception {
-        Thread.sleep(1000);
-        Check.isTrue(!fetch(target, CPU_TABLES).ownTimes().isEmpty(), "times without asking");
+        Sampling.awaitTimes(target);
         target.finish();
     }
 }

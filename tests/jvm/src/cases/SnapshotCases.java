@@ -13,6 +13,7 @@ import java.util.zip.Inflater;
 import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
+import jvmtest.Sampling;
 import jvmtest.Target;
 
 /** Performance snapshots: captured, named, fetched, refused. */
@@ -35,10 +36,8 @@ public final class SnapshotCases {
 
     @Case(fixture = Burn.class, agent = "sessionname=my app")
     static void isNamedCountedAndFetchedPlainAndCompressed(Target target) throws Exception {
-        try (AgentClient client = target.client()) {
-            client.startSampling("", "");
-        }
-        Thread.sleep(500);
+        Sampling.start(target);
+        Sampling.awaitTimes(target);
         Path first = capture(target, "<sessionname>-x");
         Path second = capture(target, "<sessionname>-x");
         Check.equal(first.getFileName().toString(), "my_app-x.snapshot", "first name");
@@ -115,15 +114,7 @@ public final class SnapshotCases {
         target.awaitExit();
         try (Target limited = limitedFileSize(target)) {
             limited.awaitOutput("ready");
-            long end = System.nanoTime() + 60_000_000_000L;
-            for (boolean up = false; !up;) {
-                Check.isTrue(System.nanoTime() < end, "no agent; " + limited.state());
-                try (AgentClient client = limited.client()) {
-                    up = true;
-                } catch (java.io.IOException e) {
-                    Thread.sleep(50);
-                }
-            }
+            limited.awaitPort();
             try (AgentClient client = limited.client()) {
                 ask(client, "", "full");
                 String error = null;
@@ -147,7 +138,8 @@ public final class SnapshotCases {
         target.startProcess(List.of("bash", "-c", "ulimit -f 8; exec \"$@\"", "limited",
                                     target.jdk.java(), "-XX:-UsePerfData",
                                     "-agentpath:" + target.library + "=port=" + target.port +
-                                            ",onlylocal,quiet,tmpdir=/tmp,dir=" + target.folder,
+                                            ",onlylocal,quiet,tmpdir=" + target.folder +
+                                            ",dir=" + target.folder,
                                     "-cp", System.getProperty("java.class.path"), "fixtures.Burn"));
         return target;
     }
