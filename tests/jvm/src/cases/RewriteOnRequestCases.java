@@ -31,6 +31,7 @@ public final class RewriteOnRequestCases {
         target.awaitOutput(mark);
         int at = target.output().indexOf(mark) + mark.length();
         while (target.output().indexOf('\n', at) < 0) {
+            Check.isTrue(target.process().isAlive(), target.state());
             Thread.sleep(1);
         }
         return target.output().substring(at, target.output().indexOf('\n', at));

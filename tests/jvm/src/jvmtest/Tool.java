@@ -38,6 +38,7 @@ public final class Tool {
     public static List<String> vdkCommand(String... words) {
         List<String> command = new ArrayList<>(List.of(System.getProperty("vdk.build") + "/vdk"));
         command.addAll(Arrays.asList(words));
+        command.addAll(List.of("--timeout", Check.LIMIT_SECONDS + "s"));
         return command;
     }
 }
