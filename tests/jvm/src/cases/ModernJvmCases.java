@@ -82,7 +82,7 @@ public final class ModernJvmCases {
     /** They and their carriers are left out; the threads of the system are counted as ever. */
     @Case(fixture = VirtualCalls.class, agent = "handlebadtimes", since = 21)
     static void callsOnVirtualThreadsStayUntraced(Target target) throws Exception {
-        String plain = target.plainOutput("go\n".repeat(6) + "stop\n");
+        String plain = target.plainOutput("go\n".repeat(4) + "stop\n");
         Tracing.start(target, "java.*\njdk.*\nsun.*");
         target.send("go");
         target.awaitOutput("done 1\n");
@@ -95,18 +95,18 @@ public final class ModernJvmCases {
                     (long) VirtualCalls.PLATFORM * VirtualCalls.ROUNDS, "calls of shared");
         Check.equal(counts.getOrDefault(name + ".onVirtual", 0L), 0L, "onVirtual");
         Check.equal(tables.callCounts("ForkJoinPool-1-worker-"), Map.of(), "calls of carriers");
-        target.send("go\ngo\ngo\ngo");
-        for (int i = 0; i < 6; i++) {
+        target.send("go\ngo");
+        for (int i = 0; i < 4; i++) {
             Tracing.stop(target);
             Tracing.start(target, i % 2 == 0 ? "" : "java.*");
             Tracing.fetch(target).checkTimes();
         }
-        target.awaitOutput("done 5\n");
+        target.awaitOutput("done 3\n");
         Tracing.stop(target);
         Tracing.clear(target);
         Tracing.start(target, "");
         target.send("go");
-        target.awaitOutput("done 6\n");
+        target.awaitOutput("done 4\n");
         Check.equal(Tracing.fetch(target).callCounts().get(name + ".shared"),
                     (long) VirtualCalls.PLATFORM * VirtualCalls.ROUNDS, "calls of shared anew");
         target.finish();
