@@ -112,7 +112,8 @@ public final class ClientTracingCases {
         Tool.vdk("trace", "stop", pid(target));
         go(target, 4);
         checkReport(pid(target), 2);
-        String text = Tool.vdk("report", snapshot.toString(), "--show", "methods");
+        String text =
+                Tool.vdk("report", snapshot.toString(), "--show", "methods", "--top", "100000");
         Check.contains(text, "CALLS", "the head of the report");
         Check.isTrue(text.contains(CLASS + "onThread (w)"), "wall time is marked in " + text);
         Check.isTrue(!report(snapshot.toString(), "--filters", "on").contains("\"java."),
