@@ -98,6 +98,8 @@ void AgentClient::command(int packet, int timeout) {
 void AgentClient::startCpuProfiling(int64_t mode, const std::optional<std::string>& filters,
                                     const std::optional<std::string>& wallTimes) {
     Connection connection(endpoint, timeoutMs);
+    if (mode != CPU_SAMPLING)
+        connection.setTimeout(LongTimeoutMs); // the agent calibrates first, if it has not yet
     Session session(connection);
     PacketWriter packet(PACKET_START_CPU_PROFILING_REQ);
     session.send(packet.writeLong(mode).writeString(filters).writeString(wallTimes));
