@@ -19,6 +19,7 @@
 // the application may still configure. Connections are blocking, and no child inherits one.
 // Every wait has an end. No lock is taken and no state is kept here.
 
+static const char SOURCE[] = "ControlSocketNatives";
 static const int BUFFER_SIZE = 65536;
 
 static void throwIOException(JNIEnv* env, const char* className, const char* text) {
@@ -264,7 +265,7 @@ static void finishImpl(int descriptor, int timeoutMs) {
 static jlong JNICALL controlSocketListen(JNIEnv* env, jclass, jstring host, jboolean onlyLocal,
                                          jboolean ipv4Only, jint port, jint backlog) {
     jlong result = 0;
-    runGuarded(__FILE__, __LINE__, [&] {
+    runGuarded(SOURCE, __LINE__, [&] {
         JavaChars chars(env, host);
         result = listenImpl(env, chars.get(), onlyLocal, ipv4Only, port, backlog);
     });
@@ -273,30 +274,30 @@ static jlong JNICALL controlSocketListen(JNIEnv* env, jclass, jstring host, jboo
 
 static jint JNICALL controlSocketAccept(JNIEnv* env, jclass, jint server, jint sendTimeoutMs) {
     jint result = -1;
-    runGuarded(__FILE__, __LINE__, [&] { result = acceptImpl(env, server, sendTimeoutMs); });
+    runGuarded(SOURCE, __LINE__, [&] { result = acceptImpl(env, server, sendTimeoutMs); });
     return result;
 }
 
 static jint JNICALL controlSocketRead(JNIEnv* env, jclass, jint descriptor, jbyteArray bytes,
                                       jint offset, jint length, jint timeoutMs) {
     jint result = -1;
-    runGuarded(__FILE__, __LINE__,
+    runGuarded(SOURCE, __LINE__,
                [&] { result = readImpl(env, descriptor, bytes, offset, length, timeoutMs); });
     return result;
 }
 
 static void JNICALL controlSocketWrite(JNIEnv* env, jclass, jint descriptor, jbyteArray bytes,
                                        jint offset, jint length, jint stallMs) {
-    runGuarded(__FILE__, __LINE__,
+    runGuarded(SOURCE, __LINE__,
                [&] { writeImpl(env, descriptor, bytes, offset, length, stallMs); });
 }
 
 static void JNICALL controlSocketFinish(JNIEnv*, jclass, jint descriptor, jint timeoutMs) {
-    runGuarded(__FILE__, __LINE__, [&] { finishImpl(descriptor, timeoutMs); });
+    runGuarded(SOURCE, __LINE__, [&] { finishImpl(descriptor, timeoutMs); });
 }
 
 static void JNICALL controlSocketClose(JNIEnv*, jclass, jint descriptor) {
-    runGuarded(__FILE__, __LINE__, [&] { close(descriptor); });
+    runGuarded(SOURCE, __LINE__, [&] { close(descriptor); });
 }
 
 bool registerControlSocketNatives(JNIEnv* env, jclass controlSocket) {

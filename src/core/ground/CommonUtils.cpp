@@ -34,9 +34,7 @@ void check_JVMTI_error_impl(jvmtiError error, const char* file, int line) {
         deallocateQuietly(name);
     }
     text.append(" at ");
-    text.append(file);
-    text.append(":");
-    text.appendLong(line);
+    text.append(Logger::place(file, line));
     Logger::error(text, "CommonUtils", __LINE__);
 }
 

@@ -71,7 +71,7 @@ void assertJNIImpl(JNIEnv* env, const char* file, int line) {
     if (exception == nullptr) {
         return;
     }
-    Logger::message(ZString("assertJNI failed at ") + file + ":" + longToString(line));
+    Logger::message(ZString("assertJNI failed at ") + Logger::place(file, line));
     env->ExceptionClear();
     Logger::message(getExceptionMessage(env, exception));
     exit(-1);

@@ -22,13 +22,6 @@ bool isQuiet() {
     return ourOptions != nullptr && ourOptions->quiet;
 }
 
-ZString place(const char* file, int line) {
-    ZString text(file);
-    text.append(":");
-    text.appendLong(line);
-    return text;
-}
-
 // The system gives the agent no stack walker that is safe on every thread, so nothing is appended.
 void appendStackTrace(ZString&) {}
 
@@ -36,6 +29,18 @@ void appendStackTrace(ZString&) {}
 
 void Logger::setSink(void (*sink)(const char* line)) {
     ourSink.store(sink);
+}
+
+ZString Logger::place(const char* file, int line) {
+    ZString text(file);
+    text = text.substring(text.lastIndexOf('/') + 1);
+    const int dot = text.lastIndexOf('.');
+    if (dot > 0) {
+        text = text.substring(0, dot);
+    }
+    text.append(":");
+    text.appendLong(line);
+    return text;
 }
 
 FILE* Logger::logStream() {

@@ -50,6 +50,9 @@ public:
     static void printToConsole(FILE* stream, const ZString& text);
     static void printToConsoleImpl(FILE* stream, const ZString& text);
 
+    // "Sampling:80": the source name and the line of a place, which may be given by its path.
+    static ZString place(const char* file, int line);
+
     // For programs that are not an agent: every line goes to this function, and no file is opened.
     static void setSink(void (*sink)(const char* line));
 
