@@ -19,7 +19,7 @@ public:
     static const char* name();
 
     // Id of this process.
-    static int currentPID();
+    static int vdk_getpid();
 
     // Visits every live process of the machine that this one can see, zombies included. False if
     // the list cannot be had at all; then nothing was visited.
@@ -54,7 +54,7 @@ public:
     static long processCPUTimeNs();
 
     // The kernel's id of the calling thread: the one that thread clocks are named by.
-    static long currentThreadNativeID();
+    static long getCurrentThreadNativeID();
 
     // CPU time of a thread of this process by its native id, nanoseconds. -1 when the thread is
     // gone or the id was never one. A system without thread clocks gives processCPUTimeNs().

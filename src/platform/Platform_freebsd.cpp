@@ -104,7 +104,7 @@ long Platform::processUser(int pid) {
     return process == nullptr ? -1 : static_cast<long>(process->ki_uid);
 }
 
-long Platform::currentThreadNativeID() {
+long Platform::getCurrentThreadNativeID() {
     return pthread_getthreadid_np();
 }
 

@@ -192,7 +192,7 @@ long Platform::processUser(int pid) {
     return stat(path, &status) == 0 ? static_cast<long>(status.st_uid) : -1;
 }
 
-long Platform::currentThreadNativeID() {
+long Platform::getCurrentThreadNativeID() {
     return syscall(SYS_gettid);
 }
 

@@ -25,7 +25,7 @@ long toNs(const timeval& time) {
 
 } // namespace
 
-int Platform::currentPID() {
+int Platform::vdk_getpid() {
     return static_cast<int>(getpid());
 }
 

@@ -127,7 +127,7 @@ void oome_snapshot_detector() {
     if (path.isEmpty()) {
         return;
     }
-    const DumpCandidates candidates(path, Platform::currentPID());
+    const DumpCandidates candidates(path, Platform::vdk_getpid());
     jrawMonitorID monitor = nullptr;
     CHECK_JVMTI(ourJVMTI->CreateRawMonitor("vdk_oome_detector_lock", &monitor));
     for (;;) {

@@ -360,7 +360,7 @@ void registerLiveThreads(JNIEnv* env) {
         jthread thread = threads.get()[i];
         if (isAlive(thread) && !hasThreadInfo(thread)) {
             const bool isCurrent = env->IsSameObject(thread, current);
-            threadStartImpl(env, thread, isCurrent ? Platform::currentThreadNativeID() : 0);
+            threadStartImpl(env, thread, isCurrent ? Platform::getCurrentThreadNativeID() : 0);
         }
         env->DeleteLocalRef(thread);
     }
@@ -391,7 +391,7 @@ void JNICALL vmDeath(jvmtiEnv*, JNIEnv* env) {
 void JNICALL threadStart(jvmtiEnv*, JNIEnv* env, jthread thread) {
     runGuarded("JVMTI_Agent", __LINE__, [&] {
         PendingException pending(env);
-        threadStartImpl(env, thread, Platform::currentThreadNativeID());
+        threadStartImpl(env, thread, Platform::getCurrentThreadNativeID());
     });
 }
 

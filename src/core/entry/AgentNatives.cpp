@@ -120,7 +120,7 @@ jint JNICALL VDK_NATIVE(getPhase)(JNIEnv*, jclass) {
 }
 
 jint JNICALL VDK_NATIVE(getPID)(JNIEnv*, jclass) {
-    return Platform::currentPID();
+    return Platform::vdk_getpid();
 }
 
 void JNICALL VDK_NATIVE(message)(JNIEnv* env, jclass, jstring text, jstring detail) {

@@ -24,7 +24,7 @@ InterProcessMutex::InterProcessMutex(int key) : owner(nullptr) {
 
 bool InterProcessMutex::lock(int limitMs) {
     Logger::assertTrue(isValid(), "InterProcessMutex", __LINE__);
-    const int self = Platform::currentPID();
+    const int self = Platform::vdk_getpid();
     const long endNs = Platform::monotonicTimeNs() + limitMs * NS_PER_MS;
     for (;;) {
         int holder = 0;
@@ -45,6 +45,6 @@ bool InterProcessMutex::lock(int limitMs) {
 void InterProcessMutex::unlock() {
     Logger::assertTrue(isValid(), "InterProcessMutex", __LINE__);
     // Whoever overwrote the word meanwhile keeps it.
-    int self = Platform::currentPID();
+    int self = Platform::vdk_getpid();
     exchange(owner, &self, 0);
 }

@@ -152,7 +152,7 @@ VDK_NATIVES(jstring, getSessionNameByCommandLine)(JNIEnv* env, jclass, jint pid)
 }
 
 VDK_NATIVES(jint, getPID)(JNIEnv*, jclass) {
-    return Platform::currentPID();
+    return Platform::vdk_getpid();
 }
 
 VDK_NATIVES(jstring, getHostID)(JNIEnv* env, jclass) {

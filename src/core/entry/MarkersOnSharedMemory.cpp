@@ -126,7 +126,7 @@ void MarkersOnSharedMemory::createMarker(int port, int state, const ZString& ses
     clearDeadRecords();
     const ZString name = cutName(unquote(sessionName));
     InterProcessLock lock(mutex);
-    MarkerRecord* record = findMarkerByPID(area, Platform::currentPID(), true);
+    MarkerRecord* record = findMarkerByPID(area, Platform::vdk_getpid(), true);
     store(record->port, port);
     memset(record->sessionName, 0, sizeof record->sessionName);
     memcpy(record->sessionName, name.c_str(), static_cast<size_t>(name.getLength()));

@@ -84,7 +84,7 @@ ZString unquote(const ZString& value) {
 }
 
 Options::Options() {
-    Platform::processArguments(Platform::currentPID(), pushArgument, &commandLine);
+    Platform::processArguments(Platform::vdk_getpid(), pushArgument, &commandLine);
     initialize();
 }
 

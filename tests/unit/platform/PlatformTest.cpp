@@ -199,7 +199,7 @@ TEST(Platform, threadClockReadsTheThreadThatIsNamed) {
     pthread_barrier_t barrier;
     pthread_barrier_init(&barrier, nullptr, 2);
     std::thread busy([&] {
-        nativeID = Platform::currentThreadNativeID();
+        nativeID = Platform::getCurrentThreadNativeID();
         burn(50 * MS);
         before = Platform::currentThreadCPUTimeNs();
         pthread_barrier_wait(&barrier);
@@ -218,7 +218,7 @@ TEST(Platform, threadClockReadsTheThreadThatIsNamed) {
 
 TEST(Platform, threadClockOfADeadThreadOrNoThreadIsMinusOne) {
     long nativeID = 0;
-    std::thread gone([&] { nativeID = Platform::currentThreadNativeID(); });
+    std::thread gone([&] { nativeID = Platform::getCurrentThreadNativeID(); });
     gone.join();
     // The kernel takes the thread down a while after join returns.
     const long end = Platform::monotonicTimeNs() + PATIENCE_NS;
@@ -234,7 +234,7 @@ TEST(Platform, threadClockOfADeadThreadOrNoThreadIsMinusOne) {
 TEST(Platform, ownClockAgreesWithTheNamedOne) {
     burn(5 * MS);
     const long before = Platform::currentThreadCPUTimeNs();
-    const long named = Platform::threadCPUTimeNs(Platform::currentThreadNativeID());
+    const long named = Platform::threadCPUTimeNs(Platform::getCurrentThreadNativeID());
     const long after = Platform::currentThreadCPUTimeNs();
     EXPECT_GE(before, 5 * MS);
     EXPECT_GE(named, before);
