@@ -58,6 +58,8 @@ ZString capture(JNIEnv* env, const ZString& path, int progressSocket, long flags
     LockHolder lock(ourLock, "Snapshoting:25");
     SnapshotFile file(path);
     if (!file.isOpen()) {
+        // New classes were told by this count and by no other.
+        counting.updateDatabase();
         return "Cannot open file to write snapshot";
     }
     // Asks the JVM about threads, so it comes before they are stopped.
