@@ -41,10 +41,28 @@ public final class ModernJvmCases {
         target.finish();
     }
 
+    /** Telemetry tells the time of day with each record. */
+    private static void checkClock(Target target) throws Exception {
+        long start = System.currentTimeMillis() / 1000;
+        Tables tables = new Tables();
+        Integer clock = null;
+        for (int i = 0; i < 300 && clock == null; i++) {
+            Thread.sleep(100);
+            try (AgentClient client = target.client()) {
+                client.updateTables(1 << Tables.STRING | 1 << Tables.TELE_EXT, tables);
+            }
+            clock = tables.extraValue("tele.clock_sec");
+        }
+        long end = System.currentTimeMillis() / 1000;
+        Check.isTrue(clock != null && clock >= start - 60 && clock <= end,
+                     clock + " is not from " + start + " to " + end);
+    }
+
     @Case(fixture = Threads.class, args = {"5", "1", "1"}, attach = false,
           jvm = {"--limit-modules", "java.base"})
     static void
     profilesAJvmOfNothingButJavaBase(Target target) throws Exception {
+        checkClock(target);
         sampleAndSnapshot(target);
     }
 

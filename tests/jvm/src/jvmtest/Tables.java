@@ -30,6 +30,7 @@ public final class Tables {
     public static final int PROPERTIES = 14;
     public static final int TELE = 15;
     public static final int THREADSTATE = 16;
+    public static final int TELE_EXT = 18;
 
     /** Live rows by index; element 0 of a row is its stamp. */
     public final List<TreeMap<Integer, Object[]>> rows = new ArrayList<>();
@@ -106,6 +107,16 @@ public final class Tables {
     public String text(int index) {
         Object[] row = rows.get(STRING).get(index);
         return row == null ? null : (String) row[1];
+    }
+
+    /** The last value of this name that telemetry has brought beside its fixed ones, or null. */
+    public Integer extraValue(String name) {
+        for (Object[] row : rows.get(TELE_EXT).descendingMap().values()) {
+            if (name.equals(text((Integer) row[1]))) {
+                return (Integer) row[2];
+            }
+        }
+        return null;
     }
 
     public int intAt(int slot, int index, int field) {

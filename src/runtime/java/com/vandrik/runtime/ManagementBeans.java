@@ -75,9 +75,9 @@ final class ManagementBeans extends JvmFacts {
         telec[TelemetryRecord.TELEC_DEADLOCK_FOUND_PROP_INDEX] = myDeadlockFound ? 1 : 0;
     }
 
-    /** Two places for each pool, as long as there are any. */
+    /** Two places for each pool, as long as there are any; the first place is the clock's. */
     private void fillPools(int[] extNames, int[] extValues) {
-        int used = 0;
+        int used = 1;
         for (MemoryPoolMXBean bean : ManagementFactory.getMemoryPoolMXBeans()) {
             MemoryUsage usage = bean.getUsage();
             if (usage == null || used + 2 > extNames.length) {

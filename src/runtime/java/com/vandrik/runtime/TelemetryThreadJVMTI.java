@@ -12,10 +12,16 @@ final class TelemetryThreadJVMTI implements Runnable {
     /** The thread wakes at this step, so that records can come faster while an event is overdue. */
     private static final int STEP_MS = 20;
 
+    /** Place of the wall clock, in seconds since 1970, among the extra values; pools follow it. */
+    private static final int CLOCK_PLACE = 0;
+
     private final int[] myTelec = new int[TelemetryRecord.TELEC_FIELD_COUNT];
     private final int[] myTele = new int[TelemetryRecord.TELE_FIELD_COUNT];
     private final int[] myExtNames = new int[TelemetryRecord.TELE_EXT_MAX_COUNT];
     private final int[] myExtValues = new int[TelemetryRecord.TELE_EXT_MAX_COUNT];
+
+    /** Row of the clock's name. The records alone would not keep it: they are evicted. */
+    private int myClockNameID;
 
     void start() {
         ThreadUtil.createDaemon("VDKAgent-Telemetry", this).start();
@@ -37,6 +43,7 @@ final class TelemetryThreadJVMTI implements Runnable {
     }
 
     private void poll() {
+        myClockNameID = Callback.setProperty("tele.clock_sec", "keep_against_string_gc");
         boolean first = true;
         int steps = 0;
         while (true) {
@@ -57,6 +64,8 @@ final class TelemetryThreadJVMTI implements Runnable {
         Arrays.fill(myExtNames, 0);
         Arrays.fill(myExtValues, 0);
         JvmFacts.get().fillValues(myTelec, myTele, myExtNames, myExtValues);
+        myExtNames[CLOCK_PLACE] = myClockNameID;
+        myExtValues[CLOCK_PLACE] = (int) (System.currentTimeMillis() / 1000);
         myTele[TelemetryRecord.TELE_CPU_TIME_MS] = (int) (Callback.getProcessCPUTimeNs() / 1000000);
         myTele[TelemetryRecord.TELE_PROCESSOR_COUNT] = Runtime.getRuntime().availableProcessors();
         Callback.storeTelemetryRecord(myTelec, myTele, myExtNames, myExtValues);
