@@ -31,7 +31,7 @@ bool isLimitReached(const UserTable* table) {
 }
 
 // False if no row was made.
-bool createRow(JNIEnv* env, int classNameStrID, const char* status) {
+bool createRow(JNIEnv* env, int classNameStrID, int statusStrID) {
     if (ourTable == 0) {
         ourTable = ourDB->createUserTableByDescription(DESCRIPTION);
     }
@@ -50,8 +50,7 @@ bool createRow(JNIEnv* env, int classNameStrID, const char* status) {
     UserTable* table = ourDB->getUserTable(ourTable);
     int* record = table->getRecord(row, true);
     table->setClassNameColumn(record, table->findColumn(CLASS_COLUMN), classNameStrID);
-    table->setStringColumn(record, table->findColumn(STATUS_COLUMN),
-                           ourDB->stringPool->getDBIndex(status, true));
+    table->setStringColumn(record, table->findColumn(STATUS_COLUMN), statusStrID);
     record[0] = ourDB->currentStamp;
     return true;
 }
@@ -88,7 +87,7 @@ void ClassLoadingProbe::onClassPrepare(JNIEnv* env, jclass type) {
     {
         LockHolder lock(ourLock, "ClassLoadingProbe:onClassPrepare");
         nameStrID = ourDB->stringPool->getDBIndex(name.c_str(), true);
-        if (!createRow(env, nameStrID, "loaded")) {
+        if (!createRow(env, nameStrID, ourDB->stringPool->getDBIndex("loaded", true))) {
             // Without a row that keeps it the name is collected sooner or later, and its number
             // given to another text.
             return;
@@ -112,6 +111,6 @@ void ClassLoadingProbe::flushUnloadedClassesToDB() {
     ZVector<int> taken;
     takeUnloadedClasses(&taken);
     for (int i = 0; i < taken.getSize(); i++) {
-        createRow(nullptr, taken[i], "unloaded");
+        createRow(nullptr, taken[i], ourDB->stringPool->getDBIndex("unloaded", true));
     }
 }
