@@ -30,7 +30,7 @@ public final class JVM {
         }
     }
 
-    /** Rows and exit codes in turn of the children that have ended since the last call. */
+    /** Rows of the children that have ended since the last call. */
     public static int[] getExitedProcesses() {
         return Callback.getExitedProcesses();
     }

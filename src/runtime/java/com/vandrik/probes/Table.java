@@ -146,9 +146,6 @@ public abstract class Table {
             if (!Column.class.isAssignableFrom(field.getType())) {
                 continue;
             }
-            if (Modifier.isStatic(field.getModifiers())) {
-                throw new RuntimeException("column field must not be static: " + field.getName());
-            }
             Column column = getColumn(field);
             if (column instanceof ForeignKeyColumn && containsForeignKey(columns)) {
                 throw new RuntimeException("table can have only one column of class " +
@@ -169,6 +166,9 @@ public abstract class Table {
         }
         if (value == null) {
             throw new RuntimeException("field must not be null: " + field.getName());
+        }
+        if (Modifier.isStatic(field.getModifiers())) {
+            throw new RuntimeException("column field must not be static: " + field.getName());
         }
         Class<?> kind = value.getClass();
         if (kind != IntColumn.class && kind != LongColumn.class && kind != StringColumn.class &&
