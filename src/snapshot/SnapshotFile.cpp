@@ -9,12 +9,15 @@ namespace {
 
 const mode_t FILE_MODE = 0644;
 
+int openFileForWrite(const ZString& path) {
+    return open(path.c_str(),
+                O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
+                FILE_MODE);
+}
+
 } // namespace
 
-SnapshotFile::SnapshotFile(const ZString& path)
-    : descriptor(open(path.c_str(),
-                      O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
-                      FILE_MODE)) {}
+SnapshotFile::SnapshotFile(const ZString& path) : descriptor(openFileForWrite(path)) {}
 
 ZString SnapshotFile::close() {
     if (descriptor < 0) {
