@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "core/ground/ConfigFile.h"
+#include "core/ground/Globals.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "core/ground/Version.h"
@@ -114,6 +115,7 @@ void Logger::error(const ZString& text, const char* file, int line) {
 }
 
 void Logger::exceptionCaught(const char* file, int line) noexcept {
+    ourStatus |= INTERNAL_ERROR_BIT;
     // Out of memory may be the reason for being here: the line is made in a fixed buffer.
     char text[512];
     snprintf(text, sizeof text, "exception caught at %s:%d", file, line);

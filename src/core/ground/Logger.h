@@ -21,7 +21,8 @@ public:
     // Logs "error at file:line: text" and throws VDKRuntimeException.
     [[noreturn]] static void error(const ZString& text, const char* file, int line);
 
-    // To be called in every catch clause of an entry point. Allocates nothing and throws nothing.
+    // To be called in every catch clause of an entry point: one log line, and the status tells of
+    // it from then on. Allocates nothing and throws nothing.
     static void exceptionCaught(const char* file, int line) noexcept;
 
     static void dumpStack(const char* text);

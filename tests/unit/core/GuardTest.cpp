@@ -4,6 +4,7 @@
 #include <string>
 #include <thread>
 
+#include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
 #include "core/ground/ZLock.h"
 
@@ -20,6 +21,7 @@ protected:
     void SetUp() override {
         logged.clear();
         Logger::setSink(keep);
+        ourStatus &= ~INTERNAL_ERROR_BIT;
     }
     void TearDown() override { Logger::setSink(nullptr); }
 };
@@ -27,8 +29,10 @@ protected:
 TEST_F(Guarded, letsNoExceptionOutAndNamesThePlace) {
     EXPECT_TRUE(runGuarded("Sampling", 80, [] {}));
     EXPECT_EQ(logged, "");
+    EXPECT_EQ(ourStatus & INTERNAL_ERROR_BIT, 0);
     EXPECT_FALSE(runGuarded("Sampling", 80, [] { Logger::error("broken", "DB", 7); }));
     EXPECT_EQ(logged, "error at DB:7: broken\nexception caught at Sampling:80\n");
+    EXPECT_EQ(ourStatus & INTERNAL_ERROR_BIT, INTERNAL_ERROR_BIT);
     EXPECT_FALSE(runGuarded("A", 1, [] { throw LowDiskSpaceException(); }));
     EXPECT_FALSE(runGuarded("A", 1, [] { throw std::bad_alloc(); }));
     EXPECT_FALSE(runGuarded("A", 1, [] { throw 42; }));
