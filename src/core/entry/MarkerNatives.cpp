@@ -36,10 +36,16 @@ jintArray toJavaArray(JNIEnv* env, const ZVector<int>& values) {
     return array;
 }
 
-jstring hostID(JNIEnv* env) {
+struct HostID {
+    HostID() { Platform::hostID(text, sizeof text); }
     char text[HOST_ID_BYTES];
-    Platform::hostID(text, sizeof text);
-    return toJavaString(env, text);
+};
+
+// Made once and kept: without a file that has it the system asks the resolver for it, and every
+// client asks for it.
+const char* getHostID() {
+    static const HostID id;
+    return id.text;
 }
 
 ZString processPath(int pid) {
@@ -90,7 +96,8 @@ void JNICALL VDK_CALLBACK(createMarker)(JNIEnv*, jclass, jint port, jint state) 
 }
 
 jstring JNICALL VDK_CALLBACK(getHostID)(JNIEnv* env, jclass) {
-    return callNative<jstring>(env, __LINE__, nullptr, [&] { return hostID(env); });
+    return callNative<jstring>(env, __LINE__, nullptr,
+                               [&] { return toJavaString(env, getHostID()); });
 }
 
 jboolean JNICALL VDK_CALLBACK(registerProcessExitListener)(JNIEnv* env, jclass, jlong process,
@@ -156,7 +163,8 @@ VDK_NATIVES(jint, getPID)(JNIEnv*, jclass) {
 }
 
 VDK_NATIVES(jstring, getHostID)(JNIEnv* env, jclass) {
-    return callNative<jstring>(env, __LINE__, nullptr, [&] { return hostID(env); });
+    return callNative<jstring>(env, __LINE__, nullptr,
+                               [&] { return toJavaString(env, getHostID()); });
 }
 
 VDK_NATIVES(jstring, getHostID2)(JNIEnv* env, jclass) {
