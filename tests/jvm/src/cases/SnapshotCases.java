@@ -14,6 +14,7 @@ import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
 import jvmtest.Sampling;
+import jvmtest.Tables;
 import jvmtest.Target;
 
 /** Performance snapshots: captured, named, fetched, refused. */
@@ -105,6 +106,16 @@ public final class SnapshotCases {
                          "error for an unwritable folder");
         }
         capture(target, "");
+        Tables tables = new Tables();
+        try (AgentClient client = target.client()) {
+            client.updateTables(1 << Tables.STRING | 1 << Tables.INSTANCES, tables);
+        }
+        boolean named =
+                tables.rows.get(Tables.INSTANCES)
+                        .values()
+                        .stream()
+                        .anyMatch(row -> "java.lang.String".equals(tables.text((Integer) row[1])));
+        Check.isTrue(named, "a class that was first counted for a file that could not be opened");
         target.finish();
     }
 
