@@ -71,6 +71,13 @@ bool hasEnded(jvmtiError error) {
 
 } // namespace
 
+void ClassLoadingProbe::reset() {
+    ZVector<int> forgotten;
+    takeUnloadedClasses(&forgotten);
+    ourIsFull = false;
+    ourTable = 0;
+}
+
 void ClassLoadingProbe::onClassPrepare(JNIEnv* env, jclass type) {
     if (ourVMDeathCalled || ourIsFull.load(std::memory_order_relaxed) ||
         getThreadInfo() == nullptr) {

@@ -7,6 +7,8 @@
 // the tag, can tell the name.
 class ClassLoadingProbe {
 public:
+    // Back to the state after the load of the library, for a new database.
+    static void reset();
     // A class was prepared, on the thread that did it. Takes ourLock.
     static void onClassPrepare(JNIEnv* env, jclass type);
     // A class was freed. Takes the lock of the queue alone: the JVM may call this on any thread,

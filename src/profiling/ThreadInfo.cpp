@@ -5,6 +5,7 @@
 #include "core/ground/CommonUtils.h"
 #include "core/ground/JvmGlobals.h"
 #include "db/DB.h"
+#include "profiling/ClassLoadingProbe.h"
 #include "profiling/CpuTime.h"
 #include "profiling/FinishedThreads.h"
 #include "profiling/MethodLookup.h"
@@ -149,6 +150,7 @@ void createStandInThreads() {
     ThreadInfo::ourRunningNumber = 0;
     ourAllThreadInfos.clear();
     FinishedThreads::reset();
+    ClassLoadingProbe::reset();
     ZMethod::reset();
     ourFrameStorage.reset();
     ourOldestFinishedThreads = new ThreadInfo("<Oldest finished threads>", "", 0, nullptr);
