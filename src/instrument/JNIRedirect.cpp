@@ -14,6 +14,9 @@ namespace {
 // copied.
 jniNativeInterface* ourSavedJNITable = nullptr;
 jniNativeInterface* ourRedirectedJNITable = nullptr;
+// The wrappers stand in the JVM's table now. Start, a failed attach and the end of the JVM change
+// it, one after the other.
+bool ourIsRedirected = false;
 
 // Reports a new object unless creation failed; with an exception pending nothing may be called.
 template <typename T>
@@ -68,16 +71,26 @@ VDK_REDIRECTED_FUNCTIONS(VDK_WRAPPER)
 } // namespace
 
 void redirectJNIFunctions() {
-    CHECK_JVMTI(ourJVMTI->GetJNIFunctionTable(&ourSavedJNITable));
+    jniNativeInterface* current = nullptr;
+    CHECK_JVMTI(ourJVMTI->GetJNIFunctionTable(&current));
+    if (current->NewObject == jniRedirectNewObject) {
+        // Left in place by an attach that failed. Saved, it would make the wrappers call
+        // themselves.
+        ourIsRedirected = true;
+        return;
+    }
+    ourSavedJNITable = current;
     CHECK_JVMTI(ourJVMTI->GetJNIFunctionTable(&ourRedirectedJNITable));
     ourRedirectedJNITable->NewObject = jniRedirectNewObject;
 #define VDK_INSTALL(name) ourRedirectedJNITable->name = jniRedirect##name;
     VDK_REDIRECTED_FUNCTIONS(VDK_INSTALL)
     CHECK_JVMTI(ourJVMTI->SetJNIFunctionTable(ourRedirectedJNITable));
+    ourIsRedirected = true;
 }
 
 void restoreJNIFunctions() {
-    if (ourSavedJNITable != nullptr) {
+    if (ourIsRedirected) {
+        ourIsRedirected = false;
         CHECK_JVMTI(ourJVMTI->SetJNIFunctionTable(ourSavedJNITable));
     }
 }

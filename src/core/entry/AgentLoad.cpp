@@ -17,6 +17,7 @@
 #include "core/ground/Options.h"
 #include "db/DB.h"
 #include "instrument/Instrumentation.h"
+#include "instrument/JNIRedirect.h"
 #include "instrument/Retransformation.h"
 #include "platform/Platform.h"
 #include "probes/Probes.h"
@@ -364,6 +365,7 @@ jint agentOnAttach(JavaVM* vm, const char* options) {
     }
     if (result != LOAD_OK) {
         // The JVM lives on, and the user may try again with other options.
+        runGuarded("JVMTI_Agent", __LINE__, [] { restoreJNIFunctions(); });
         disposeEnvironments();
         ourCapabilities = capabilities;
         ourStatus = status;

@@ -9,6 +9,7 @@ import java.util.List;
 import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
+import jvmtest.Tables;
 import jvmtest.Target;
 
 /** Coming up, refusing to, and leaving the program as it is. */
@@ -131,6 +132,26 @@ public final class StartCases {
             Check.equal(e.returnValue(), 3, "result of the attach");
         }
         target.finish();
+    }
+
+    /** The first attach gets as far as to replace the JNI functions that create objects. */
+    @Case(fixture = Idle.class, noAgent = true, load = false)
+    static void anAttachThatFailedLateMayBeTriedAgain(Target target) throws Exception {
+        try (java.net.ServerSocket taken = new java.net.ServerSocket(0)) {
+            target.attach(target.agentOptions("port=" + taken.getLocalPort()));
+            throw new AssertionError("the attach was not refused");
+        } catch (com.sun.tools.attach.AgentInitializationException e) {
+            Check.equal(e.returnValue(), 10, "result of the attach");
+        }
+        target.attach(target.agentOptions(""));
+        target.awaitPort();
+        try (AgentClient client = target.client()) {
+            client.updateTables(0x7efff, new Tables());
+        }
+        target.send("hello");
+        target.awaitOutput("heard hello");
+        target.finish();
+        Check.contains(target.log(), "vmDeath: OK", "log");
     }
 
     @Case(fixture = Idle.class, noAgent = true, attach = false)
