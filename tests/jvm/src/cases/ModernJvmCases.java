@@ -1,6 +1,7 @@
 package cases;
 
 import fixtures.Burn;
+import fixtures.Fills;
 import fixtures.Idle;
 import fixtures.Threads;
 import fixtures.Virtual;
@@ -64,6 +65,30 @@ public final class ModernJvmCases {
     profilesAJvmOfNothingButJavaBase(Target target) throws Exception {
         checkClock(target);
         sampleAndSnapshot(target);
+    }
+
+    /** Telemetry is what shows how the heap filled: a full one must not end it. */
+    @Case(fixture = Fills.class, attach = false, jvm = {"-Xmx24m", "-XX:+UseSerialGC"})
+    static void goesOnAfterTheHeapWasFull(Target target) throws Exception {
+        target.awaitOutput("ready");
+        target.send("fill");
+        target.awaitOutput("freed");
+        int last = lastTelemetryRow(target);
+        long end = System.nanoTime() + 60_000_000_000L;
+        while (lastTelemetryRow(target) < last + 2) {
+            Check.isTrue(System.nanoTime() < end, "no telemetry any more; " + target.state());
+            Thread.sleep(200);
+        }
+        Check.isTrue(!target.errors().contains("VDKAgent"), target.errors());
+        target.finish();
+    }
+
+    private static int lastTelemetryRow(Target target) throws Exception {
+        Tables tables = new Tables();
+        try (AgentClient client = target.client()) {
+            client.updateTables(1 << Tables.TELE, tables);
+        }
+        return tables.rows.get(Tables.TELE).isEmpty() ? -1 : tables.rows.get(Tables.TELE).lastKey();
     }
 
     @Case(fixture = Burn.class, jvm = "-Xcheck:jni")

@@ -189,7 +189,11 @@ public final class Core {
             @Override
             public void run() {
                 while (true) {
-                    acceptAndServe(server);
+                    try {
+                        acceptAndServe(server);
+                    } catch (Throwable full) {
+                        // no memory even for what follows a failure; it may be back next time
+                    }
                 }
             }
         });

@@ -53,8 +53,17 @@ final class TelemetryThreadJVMTI implements Runnable {
                 Callback.isFrequentSampling()) {
                 first = false;
                 steps = 0;
-                storeRecord();
+                storeRecordIfMemoryAllows();
             }
+        }
+    }
+
+    /** While the application has filled its heap records are left out; they go on afterwards. */
+    private void storeRecordIfMemoryAllows() {
+        try {
+            storeRecord();
+        } catch (OutOfMemoryError full) {
+            // nothing can be told of it: that would take memory
         }
     }
 
