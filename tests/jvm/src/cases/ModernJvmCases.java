@@ -11,6 +11,7 @@ import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Map;
+import java.util.concurrent.TimeUnit;
 import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
@@ -47,7 +48,7 @@ public final class ModernJvmCases {
         long start = System.currentTimeMillis() / 1000;
         Tables tables = new Tables();
         Integer clock = null;
-        for (int i = 0; i < 300 && clock == null; i++) {
+        for (int i = 0; i < Check.LIMIT_SECONDS * 10 && clock == null; i++) {
             Thread.sleep(100);
             try (AgentClient client = target.client()) {
                 client.updateTables(1 << Tables.STRING | 1 << Tables.TELE_EXT, tables);
@@ -55,7 +56,7 @@ public final class ModernJvmCases {
             clock = tables.extraValue("tele.clock_sec");
         }
         long end = System.currentTimeMillis() / 1000;
-        Check.isTrue(clock != null && clock >= start - 60 && clock <= end,
+        Check.isTrue(clock != null && clock >= start - Check.LIMIT_SECONDS && clock <= end,
                      clock + " is not from " + start + " to " + end);
     }
 
@@ -74,7 +75,7 @@ public final class ModernJvmCases {
         target.send("fill");
         target.awaitOutput("freed");
         int last = lastTelemetryRow(target);
-        long end = System.nanoTime() + 60_000_000_000L;
+        long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(Check.LIMIT_SECONDS);
         while (lastTelemetryRow(target) < last + 2) {
             Check.isTrue(System.nanoTime() < end, "no telemetry any more; " + target.state());
             Thread.sleep(200);
