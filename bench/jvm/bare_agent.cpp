@@ -1,16 +1,22 @@
-// An agent that asks for all stacks every `options` milliseconds and does nothing with them: the
-// cost below which no sampler of this kind can get. Its thread is named "bare-sampler".
+// An agent that asks for all stacks at a period and does nothing with them: the cost below which no
+// sampler of this kind can get. Options: the period in milliseconds, then, behind a comma, a file
+// without which it only waits. Its thread is named "bare-sampler".
 #include <cstdlib>
 #include <cstring>
 #include <jvmti.h>
+#include <unistd.h>
 
 static jrawMonitorID ourMonitor;
 static jlong ourPeriodMs = 20;
+static char ourSwitch[4096];
 
 static void JNICALL sample(jvmtiEnv* jvmti, JNIEnv* env, void*) {
     jvmti->RawMonitorEnter(ourMonitor);
     for (;;) {
         jvmti->RawMonitorWait(ourMonitor, ourPeriodMs);
+        if (ourSwitch[0] != 0 && access(ourSwitch, F_OK) != 0) {
+            continue;
+        }
         jvmtiStackInfo* stacks = nullptr;
         jint count = 0;
         if (jvmti->GetAllStackTraces(10000, &stacks, &count) != JVMTI_ERROR_NONE) {
@@ -37,6 +43,10 @@ JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void*) {
     }
     if (options != nullptr && *options != 0) {
         ourPeriodMs = atoi(options);
+        const char* comma = strchr(options, ',');
+        if (comma != nullptr) {
+            strncpy(ourSwitch, comma + 1, sizeof ourSwitch - 1);
+        }
     }
     jvmti->CreateRawMonitor("bare-sampler", &ourMonitor);
     jvmtiEventCallbacks callbacks;
