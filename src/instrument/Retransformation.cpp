@@ -7,6 +7,7 @@
 #include "core/ground/JvmGlobals.h"
 #include "core/ground/Options.h"
 #include "core/ground/ZVector.h"
+#include "db/DB.h"
 #include "instrument/Instrumentation.h"
 #include "instrument/LoaderDelegation.h"
 #include "probes/Filter.h"
@@ -131,7 +132,7 @@ jbyteArray retransformClassImpl(JNIEnv* env, jstring className, jbyteArray class
     Logger::assertNotNULL(className, "Retransformation", __LINE__);
     Logger::assertNotNULL(classBytes, "Retransformation", __LINE__);
     const jsize length = env->GetArrayLength(classBytes);
-    if (length == 0) {
+    if (length == 0 || ourJVMTI == nullptr || ourDB == nullptr) {
         return nullptr;
     }
     ZVector<unsigned char> bytes(length);

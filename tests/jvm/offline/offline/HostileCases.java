@@ -47,7 +47,8 @@ final class HostileCases {
             if (method.getName().equals("dbNwriteSnapshotImpl")) {
                 continue;
             }
-            for (int round = 0; round < ROUNDS; round++) {
+            boolean ofProcesses = method.getName().matches(".*(Marked|PID|CommandLine|Marker).*");
+            for (int round = 0; round < (ofProcesses ? ROUNDS / 50 : ROUNDS); round++) {
                 call(method, random);
                 calls++;
             }
@@ -98,6 +99,11 @@ final class HostileCases {
         int length = lengths[random.nextInt(lengths.length)];
         if (random.nextInt(6) == 0) {
             return null;
+        }
+        if (type == byte[].class) {
+            byte[] values = new byte[length];
+            random.nextBytes(values);
+            return values;
         }
         if (type == long[].class) {
             long[] values = new long[length];

@@ -17,8 +17,9 @@ public final class NativesTest {
         System.load(args[0]);
         int failed = 0;
         int run = 0;
-        for (Class<?> cases : new Class<?>[] {StorageCases.class, AnalysisCases.class,
-                                              DatabaseCases.class, HostileCases.class}) {
+        for (Class<?> cases :
+             new Class<?>[] {StorageCases.class, AnalysisCases.class, DatabaseCases.class,
+                             ProcessCases.class, HostileCases.class}) {
             Method[] methods = cases.getDeclaredMethods();
             Arrays.sort(methods, Comparator.comparing(Method::getName));
             for (Method method : methods) {

@@ -1,7 +1,8 @@
 package com.vandrik;
 
 /**
- * The natives of the offline analysis as a program declares them that opens heaps and databases.
+ * All natives of the library as a program declares them that opens heaps and databases and lists
+ * the profiled JVMs of its machine.
  * Storages, databases and id processors are held by handles; each must be used by one thread at a
  * time and deleted. Rows are bit r % 32 of word r / 32 wherever an int array holds bits.
  */
@@ -179,6 +180,38 @@ public final class Natives {
 
     public static native String dbNwriteSnapshotImpl(long db, long storage, String path,
                                                      int progressSocket, long flags);
+
+    // Patterns and rewriting
+
+    public static native boolean matches(String pattern, String text);
+
+    public static native String validateMethodPattern(String pattern);
+
+    public static native byte[] retransformClass(String name, byte[] bytes);
+
+    // Processes of this machine
+
+    public static native int[] fillMarked(int stateMask);
+
+    public static native int[] fillMarked75();
+
+    public static native int[] fillMarked8();
+
+    public static native String getSessionNameFromMarker(int pid);
+
+    public static native boolean isLivePID(int pid);
+
+    public static native String getCommandLineByPID(int pid);
+
+    public static native String getProcessPathByPID(int pid);
+
+    public static native String getSessionNameByCommandLine(int pid);
+
+    public static native int getPID();
+
+    public static native String getHostID();
+
+    public static native String getHostID2();
 
     // Of other operating systems: 0 or null
 
