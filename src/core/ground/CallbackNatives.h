@@ -98,7 +98,7 @@
     MISSING(unregisterProbes, "([Ljava/lang/String;)V", void, (JNIEnv* env, jclass, jobjectArray), "registration of probes") \
     BUILT(validateMethodPattern, "(Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jstring pattern)) \
     BUILT(writeTables, "(III[I)V", void, (JNIEnv* env, jclass clazz, jint socket, jint mask, jint limit, jintArray stamps)) \
-    MISSING(vdkInit0, "(Ljava/lang/Object;I)I", jint, (JNIEnv* env, jclass, jobject, jint), "allocation recording") \
+    BUILT(vdkInit0, "(Ljava/lang/Object;I)I", jint, (JNIEnv* env, jclass clazz, jobject object, jint frameHint)) \
     MISSING(vdkJ2eeEntry1, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass, jobject, jint), "J2EE profiling") \
     MISSING(vdkJ2eeEntry2, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass, jobject, jint), "J2EE profiling") \
     MISSING(vdkJ2eeEntry3, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass, jobject, jint), "J2EE profiling") \

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include "core/ground/CallbackNatives.h"
+
 namespace {
 
 // The instrumentation's own entry points stand behind the alphabet.
@@ -37,4 +39,10 @@ TEST(NativeTable, signaturesAreWellFormed) {
         EXPECT_NE(std::string::npos, signature.find(')')) << signature;
         EXPECT_EQ(std::string::npos, signature.find('.')) << signature;
     }
+}
+
+// Inserted code must not meet an exception here, whatever is switched on or off meanwhile.
+TEST(NativeTable, anAllocationCallGivesItsHintBackWhileRecordingIsOff) {
+    EXPECT_EQ(-1, Java_com_vandrik_runtime_Callback_vdkInit0(nullptr, nullptr, nullptr, -1));
+    EXPECT_EQ(77, Java_com_vandrik_runtime_Callback_vdkInit0(nullptr, nullptr, nullptr, 77));
 }
