@@ -231,6 +231,24 @@ void AllocationSites::visitNew(int position) {
     pending.push({position, NEW_WITH_DUP, slot, slot + 2, -1, pattern, length, -1});
 }
 
+// Whether the constant of the call at `position` is a method; the log tells of one that is not and
+// that an object waits for.
+bool AllocationSites::namesMethod(int position) {
+    const int tag =
+        classFile->getConstantPool().getContent(readCodeUnsignedShort(code, position + 1)).tag;
+    if (tag == CONSTANT_METHOD_REF || tag == CONSTANT_INTERFACE_METHOD_REF) {
+        return true;
+    }
+    if (!pending.isEmpty()) {
+        ZString text("warning: INVOKESPECIAL in ");
+        text.append(classFile->getSignature().toString());
+        text.append(": unexpected tag ");
+        text.appendLong(tag);
+        Logger::message(text, nullptr);
+    }
+    return false;
+}
+
 bool AllocationSites::callsConstructor(int position) const {
     const ConstantPool& pool = classFile->getConstantPool();
     const ConstantPool::Content entry = pool.getContent(readCodeUnsignedShort(code, position + 1));
@@ -311,9 +329,15 @@ void AllocationSites::noteBranches(int position) {
 void AllocationSites::visit(int position, int next) {
     enterPosition(position);
     const int opcode = code[position];
-    int pops;
-    int pushes;
-    effects.get(code, position, &pops, &pushes);
+    int pops = 0;
+    int pushes = 0;
+    if (opcode == OPC_INVOKESPECIAL && !namesMethod(position)) {
+        // What it does to the stack can't be told.
+        dropAll();
+        epoch = ++lastEpoch;
+    } else {
+        effects.get(code, position, &pops, &pushes);
+    }
     const int low = depth - pops;
     const bool matched = opcode == OPC_INVOKESPECIAL && visitConstructorCall(position, low);
     if (!matched) {

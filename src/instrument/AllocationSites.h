@@ -100,6 +100,7 @@ private:
     void noteBranches(int position);
     void noteTarget(int position, int target, int targetDepth);
     bool callsConstructor(int position) const;
+    bool namesMethod(int position);
 
     ClassFile* classFile;
     CodeAttribute* attribute;

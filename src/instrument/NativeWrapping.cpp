@@ -75,6 +75,13 @@ void logSkippedNatives(ClassFile* classFile, InstrumentationCounts* counts) {
     }
 }
 
+// Names the rest of a descriptor from the character that is no type.
+[[noreturn]] void failDescriptor(const Utf8View& descriptor, const Utf8View& at) {
+    const long known = at.getBytes() - descriptor.getBytes();
+    const Utf8View rest(at.getBytes(), descriptor.getLength() - static_cast<int>(known));
+    Logger::error(ZString("Invalid descriptor: ") + rest.toString(), "NativeWrapping", __LINE__);
+}
+
 // Pushes the arguments; gives the number of slots that they take.
 int loadArguments(ByteCodeGenerator& generator, const MethodInfo* method) {
     int slot = 0;
@@ -105,8 +112,7 @@ int loadArguments(ByteCodeGenerator& generator, const MethodInfo* method) {
             generator.aload(slot);
             break;
         default:
-            Logger::error(ZString("Invalid descriptor: ") + types.getType().toString(),
-                          "NativeWrapping", __LINE__);
+            failDescriptor(method->getDescriptor(), types.getType());
         }
         slot += types.getSlots();
     }

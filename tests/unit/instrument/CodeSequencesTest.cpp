@@ -272,6 +272,40 @@ TEST_F(CodeSequences, offsetsOverflowAtTheirExactBoundary) {
     }
 }
 
+// What can't be followed costs a log line and the call for one object, not the method.
+TEST_F(CodeSequences, allocationsThatCannotBeFollowedAreNamedInTheLog) {
+    static std::string logged;
+    B probe(49);
+    const int object = probe.classRef("java/lang/Object");
+    const std::string create = B::u1(187) + B::u2(object) + B::u1(89);
+    const std::string notAMethod = B::u1(183) + B::u2(object);
+    struct Row {
+        std::string code;
+        const char* warning; // null for none
+    };
+    const Row rows[] = {
+        {create + notAMethod + B::code({87, 177}),
+         "warning: INVOKESPECIAL in Built: unexpected tag 7"},
+        {notAMethod + B::u1(177), nullptr},
+        {create + B::code({87, 87, 177}),
+         "warning: cannot inject object allocation callback due to a bad bytecode pattern "
+         "(scala?): Built.m"},
+    };
+    for (const Row& row : rows) {
+        B builder(49);
+        builder.classRef("java/lang/Object");
+        builder.addMethod(9, "m", "()V", 4, 4, row.code);
+        logged.clear();
+        Logger::setSink([](const char* line) { logged += std::string(line) + "\n"; });
+        Rewritten rewritten(builder.build(), true, true);
+        EXPECT_TRUE(rewritten.holds(METHOD_OUTCOME_INSTRUMENTED)) << logged;
+        EXPECT_EQ(logged.find("warning: ") != std::string::npos, row.warning != nullptr) << logged;
+        if (row.warning != nullptr) {
+            EXPECT_NE(logged.find(row.warning), std::string::npos) << logged;
+        }
+    }
+}
+
 TEST_F(CodeSequences, transletsGetNoAllocationCalls) {
     B builder(49, "Sheet", "org/apache/xalan/xsltc/runtime/AbstractTranslet");
     builder.addMethod(9, "m", "()V", 1, 1, B::code({4, 188, 10, 87, 177}));
