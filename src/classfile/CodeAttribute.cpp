@@ -230,7 +230,7 @@ void CodeAttribute::shiftExceptionTableAndLineNumbers(int delta, int fromPc) {
     }
 }
 
-void CodeAttribute::shiftTables(const CodeOffsets& offsets, bool hasPrefix) {
+void CodeAttribute::shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets) {
     modified = true;
     for (int i = 0; i < exceptionTable.getSize(); i++) {
         ExceptionTableElement& element = exceptionTable[i];
@@ -243,14 +243,6 @@ void CodeAttribute::shiftTables(const CodeOffsets& offsets, bool hasPrefix) {
         case ATTRIBUTE_LINE_NUMBER_TABLE:
             static_cast<LineNumberTableAttribute*>(attributes[i])->shiftLineNumbers(offsets);
             break;
-        case ATTRIBUTE_LOCAL_VARIABLE_TABLE:
-        case ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE: {
-            const LocalVariableList variables =
-                static_cast<LocalVariablesAttribute*>(attributes[i])->getLocalVariables();
-            checkLocalVariables(variables, pool, maxLocals);
-            patchLocalVariables2(variables, offsets, hasPrefix);
-            break;
-        }
         case ATTRIBUTE_RUNTIME_VISIBLE_TYPE_ANNOTATIONS:
         case ATTRIBUTE_RUNTIME_INVISIBLE_TYPE_ANNOTATIONS:
             if (!static_cast<TypeAnnotationsAttribute*>(attributes[i])->shift(offsets)) {
@@ -266,6 +258,19 @@ void CodeAttribute::shiftTables(const CodeOffsets& offsets, bool hasPrefix) {
     }
     if (stackMaps) {
         shiftFrames(offsets);
+    }
+}
+
+void CodeAttribute::shiftTables(const CodeOffsets& offsets, bool hasPrefix) {
+    shiftExceptionTableAndLineNumbers(offsets);
+    for (int i = 0; i < attributes.getSize(); i++) {
+        const AttributeKind kind = attributes[i]->getKind();
+        if (kind == ATTRIBUTE_LOCAL_VARIABLE_TABLE || kind == ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE) {
+            const LocalVariableList variables =
+                static_cast<LocalVariablesAttribute*>(attributes[i])->getLocalVariables();
+            checkLocalVariables(variables, pool, maxLocals);
+            patchLocalVariables2(variables, offsets, hasPrefix);
+        }
     }
 }
 

@@ -67,9 +67,11 @@ public:
     void incExceptionHandlerIndex(int pc, int delta);
     // For delta bytes inserted at fromPc. Line numbers all move, whatever their position.
     void shiftExceptionTableAndLineNumbers(int delta, int fromPc);
-    // For a general rewrite, after setCode: exception table, line numbers, type annotations, frames
-    // and local variable ranges. hasPrefix: code was put in front of the old position 0, through
-    // which variables are visible whose range began with the method.
+    // For a general rewrite, after setCode: exception table, line numbers, type annotations and
+    // frames.
+    void shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets);
+    // The same and local variable ranges. hasPrefix: code was put in front of the old position 0,
+    // through which variables are visible whose range began with the method.
     void shiftTables(const CodeOffsets& offsets, bool hasPrefix = false);
 
     // Allocates a local variable and gives its slot. It becomes part of the frames, as itself or as

@@ -3,16 +3,25 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include <fcntl.h>
 #include <locale.h>
 #include <unistd.h>
 
 namespace {
+const mode_t FILE_MODE = 0644;
+
 // Text of errno whatever the application's locale is; null if there is none.
 const char* getEnglishErrorMessage(int error) {
     static const locale_t english = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
     return error == 0 || english == nullptr ? nullptr : strerror_l(error, english);
 }
 } // namespace
+
+int openFileForWrite(const ZString& path) {
+    return open(path.c_str(),
+                O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
+                FILE_MODE);
+}
 
 SnapshotWriter::SnapshotWriter(int file)
     : AbstractWriter(BUFFER_SIZE, true, file), errorMessage(nullptr) {}

@@ -1,6 +1,11 @@
 #pragma once
 
+#include "core/ground/ZString.h"
 #include "db/AbstractWriter.h"
+
+// Makes or empties a file and opens it for writing; -1 if that fails. A link in its place is not
+// followed, and a pipe that nobody reads holds nobody up.
+int openFileForWrite(const ZString& path);
 
 // SnapshotWriter writes to a file. A failing write never stops the caller: the text of the first
 // error is kept, and whoever closes the file reports it.

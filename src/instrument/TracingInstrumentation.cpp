@@ -135,11 +135,13 @@ MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo*
         }
         const bool record = mayRecord && shortForm == 0;
         longJumps.clear();
-        Attempt result = attempt(methodId, method, scan, record, tracing, &longJumps);
+        Attempt result = instrumentForTracingAndAllocationImpl(methodId, method, scan, record,
+                                                               tracing, &longJumps);
         if (!result.branchesReach && result.length <= 0xffff && canWidenBranches(attribute) &&
             modifyJumps(method, &longJumps)) {
             scan = scanMethod(attribute);
-            result = attempt(methodId, method, scan, record, tracing, nullptr);
+            result = instrumentForTracingAndAllocationImpl(methodId, method, scan, record, tracing,
+                                                           nullptr);
         }
         if (result.fits) {
             return record == hasAllocations ? METHOD_OUTCOME_INSTRUMENTED
@@ -164,10 +166,10 @@ TracingInstrumentation::Scan TracingInstrumentation::scanMethod(const CodeAttrib
     return scan;
 }
 
-TracingInstrumentation::Attempt TracingInstrumentation::attempt(int methodId, MethodInfo* method,
-                                                                const Scan& scan, bool allocations,
-                                                                bool tracing,
-                                                                ZSet<int>* overflows) {
+TracingInstrumentation::Attempt
+TracingInstrumentation::instrumentForTracingAndAllocationImpl(int methodId, MethodInfo* method,
+                                                              const Scan& scan, bool allocations,
+                                                              bool tracing, ZSet<int>* overflows) {
     CodeAttribute* const attribute = method->getCodeAttribute();
     const bool hasSwitch = scan.traits.hasSwitch;
     CodeRewrite rewrite(attribute, scratch);

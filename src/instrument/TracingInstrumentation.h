@@ -47,8 +47,9 @@ private:
     Scan scanMethod(const CodeAttribute* attribute);
     MethodOutcome instrumentMethod(int methodId, MethodInfo* method, bool allocations,
                                    bool tracing);
-    Attempt attempt(int methodId, MethodInfo* method, const Scan& scan, bool allocations,
-                    bool tracing, ZSet<int>* overflows);
+    Attempt instrumentForTracingAndAllocationImpl(int methodId, MethodInfo* method,
+                                                  const Scan& scan, bool allocations, bool tracing,
+                                                  ZSet<int>* overflows);
     void commit(CodeRewrite& rewrite, CodeAttribute* attribute, AllocationSites* sites,
                 unsigned char* newCode, int newLength, int prefix, int variable);
     void methodNotInstrumented(MethodInfo* method) const;

@@ -1,6 +1,5 @@
 // The native of com.vandrik.Natives that writes a memory snapshot from a database and a storage.
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "db/DB.h"
@@ -17,8 +16,7 @@ const char* const SOURCE = "DatabaseNatives";
 // Closes the file at the end of the block.
 class OpenFile {
 public:
-    explicit OpenFile(const char* path)
-        : descriptor(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)) {}
+    explicit OpenFile(const ZString& path) : descriptor(openFileForWrite(path)) {}
     ~OpenFile() {
         if (descriptor >= 0) {
             close(descriptor);
@@ -33,7 +31,7 @@ private:
 };
 
 // Empty on success, otherwise what went wrong.
-ZString writeFile(DB& db, ObjectStorage& storage, const char* path, int progressSocket,
+ZString writeFile(DB& db, ObjectStorage& storage, const ZString& path, int progressSocket,
                   long flags) {
     OpenFile file(path);
     if (file.get() < 0) {
@@ -55,8 +53,7 @@ VDK_NATIVE(jstring, dbNwriteSnapshotImpl)
         DB& db = ourDatabases.get(dbHandle);
         ObjectStorage& storage = ourStorages.get(storageHandle);
         Logger::assertNotNULL(path, SOURCE, __LINE__);
-        const ZString target = toZString(env, path);
-        const ZString error = writeFile(db, storage, target.c_str(), progressSocket, flags);
+        const ZString error = writeFile(db, storage, toZString(env, path), progressSocket, flags);
         return error.isEmpty() ? nullptr : toJavaString(env, error);
     });
 }

@@ -40,8 +40,8 @@ bool isWallTimeFrame(int frame) {
     return isWallTime(ourFrameStorage.getMethodIndex(frame));
 }
 
-long getCurrentThreadTimeNsByFlags(int flags) {
-    return (flags & METHOD_WALL_TIME) != 0 ? getTimeNs() : getCurrentThreadCPUTimeNs();
+long getCurrentThreadTimeNsByMethod(int method) {
+    return isWallTime(method) ? getTimeNs() : getCurrentThreadCPUTimeNs();
 }
 
 int joinMethodId(jshort low, jshort high) {
@@ -116,8 +116,7 @@ void enterCall(JNIEnv* env, int method) {
     if (info == nullptr) {
         return;
     }
-    const int flags = getMethodFlags(method);
-    const bool filtered = (flags & METHOD_FILTERED) != 0;
+    const bool filtered = (getMethodFlags(method) & METHOD_FILTERED) != 0;
     ZVector<bool>& markers = info->ownMarkers();
     const bool collapse = filtered && !markers.isEmpty() && markers.peek();
     markers.push(filtered);
@@ -125,7 +124,7 @@ void enterCall(JNIEnv* env, int method) {
         return;
     }
     // Reading a clock costs as much as the rest, so it is not done under the lock.
-    const long now = getCurrentThreadTimeNsByFlags(flags);
+    const long now = getCurrentThreadTimeNsByMethod(method);
     LockHolder lock(ourLock, "Instrumentation:679");
     if (!isTracing() || !canEnter(info)) {
         return;
@@ -162,8 +161,7 @@ void exitCall(int method) {
     if (filtered && !markers.isEmpty() && markers.peek()) {
         return;
     }
-    const int flags = getMethodFlags(method);
-    const long now = getCurrentThreadTimeNsByFlags(flags);
+    const long now = getCurrentThreadTimeNsByMethod(method);
     LockHolder lock(ourLock, "Instrumentation:755");
     if (!isTracing() || !canEnter(info) || info->currentFrame == ThreadInfo::NO_FRAME) {
         return;
@@ -175,7 +173,7 @@ void exitCall(int method) {
         return;
     }
     info->currentFrame = ourFrameStorage.getParent(frame);
-    closeCall(info, frame, now, (flags & METHOD_WALL_TIME) != 0, PLACE_EXIT);
+    closeCall(info, frame, now, isWallTime(method), PLACE_EXIT);
 }
 
 } // namespace

@@ -123,3 +123,23 @@ int ZFrameStorage::skipHidden(int frame) {
     }
     return frame < 0 ? 0 : frame;
 }
+
+int findInstrumentedMethod(int frame) {
+    if (frame < 1) {
+        return 0;
+    }
+    const auto isCallback = [](int at) {
+        return (getMethodFlags(ourFrameStorage.getMethodIndex(at)) & METHOD_PROBE_CALLBACK) != 0;
+    };
+    int at = frame;
+    while (at > 0 && !isCallback(at)) {
+        at = ourFrameStorage.getParent(at);
+    }
+    if (at <= 0) {
+        at = ourFrameStorage.getParent(frame);
+    }
+    while (at > 0 && isCallback(at)) {
+        at = ourFrameStorage.getParent(at);
+    }
+    return at < 0 ? 0 : at;
+}

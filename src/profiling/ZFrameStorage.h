@@ -52,3 +52,8 @@ extern ZFrameStorage& ourFrameStorage;
 // Flags of a method row. Needs no lock: the chunk array of the table is reserved, chunks never
 // move, and a stale flag is tolerated.
 int getMethodFlags(int method);
+
+// The frame of the method that a probe's callback serves: from `frame` up the nearest callback, and
+// behind all callbacks there the first frame that is none. Without a callback the parent of
+// `frame`; 0 if nothing is left. Caller holds ourLock.
+int findInstrumentedMethod(int frame);

@@ -2,20 +2,9 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <unistd.h>
 
-namespace {
-
-const mode_t FILE_MODE = 0644;
-
-int openFileForWrite(const ZString& path) {
-    return open(path.c_str(),
-                O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
-                FILE_MODE);
-}
-
-} // namespace
+#include "db/SnapshotWriter.h"
 
 SnapshotFile::SnapshotFile(const ZString& path) : descriptor(openFileForWrite(path)) {}
 

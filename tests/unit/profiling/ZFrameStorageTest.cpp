@@ -87,6 +87,34 @@ TEST(ZFrameStorage, hiddenTopIsSkippedAndAllHiddenGivesTheRoot) {
     EXPECT_EQ(0, ourFrameStorage.skipHidden(frameOf(jvm, {hidden, hidden}, nullptr)));
 }
 
+TEST(ZFrameStorage, theMethodThatACallbackServesIsTheFirstAboveAllCallbacks) {
+    ToyJvm jvm;
+    const jmethodID plain = jvm.addMethod("LA;", "run", "()V");
+    const jmethodID callback = jvm.addMethod("LProbe;", "onEnter", "()V");
+    const jmethodID inner = jvm.addMethod("LProbe;", "onEnterImpl", "()V");
+    const struct {
+        std::vector<jmethodID> stack;
+        size_t depth; // of the frame that is found
+    } rows[] = {
+        {{plain, plain, callback}, 2},
+        {{plain, callback, inner}, 1},
+        {{plain, callback, inner, plain, plain}, 1},
+        {{plain, callback, plain, inner}, 3},
+        {{callback, inner}, 0},
+        {{plain, plain, plain}, 2},
+        {{plain}, 0},
+        {{}, 0},
+    };
+    for (const auto& row : rows) {
+        const std::vector<jmethodID> expected(row.stack.begin(),
+                                              row.stack.begin() + static_cast<long>(row.depth));
+        EXPECT_EQ(frameOf(jvm, expected, nullptr),
+                  findInstrumentedMethod(frameOf(jvm, row.stack, nullptr)))
+            << &row - rows;
+    }
+    EXPECT_EQ(0, findInstrumentedMethod(-1));
+}
+
 TEST(MethodLookup, handleIsNamedOnceAndNamesMakeOneRow) {
     ToyJvm jvm;
     const jmethodID first = jvm.addMethod("La/B;", "run", "([BI)V");
