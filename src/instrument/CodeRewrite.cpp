@@ -126,8 +126,8 @@ unsigned char* CodeRewrite::assemble(ClassArena& target, const References& refer
         memcpy(newCode + to, corrected + from, static_cast<size_t>(end - from));
         to += end - from;
         from = end;
-        to += before ? insertExitCode(references.exit, methodId, newCode, to, hasSwitch)
-                     : insertCodeAfter(insertion.kind, references.alloc, newCode, to, variable);
+        to += insertCodeBefore(insertion.kind, references.exit, methodId, newCode, to, hasSwitch);
+        to += insertCodeAfter(insertion.kind, references.alloc, newCode, to, variable);
     }
     memcpy(newCode + to, corrected + from, static_cast<size_t>(oldLength - from));
     to += oldLength - from;

@@ -70,13 +70,13 @@ bool enterCPUMode(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec,
     *usedFilters = textOrFile(env, filters, Filter::readFilterSpecFromFile, ourOptions->filters);
     *usedWallTimeSpec =
         textOrFile(env, wallTimeSpec, Filter::readWallTimeSpecFromFile, ourOptions->wallTimeSpec);
+    Filter::reloadFilters(*usedFilters, *usedWallTimeSpec);
     if ((mode & CPU_TIMES_BIT) == 0) {
         Logger::error("(mode & ProfilingModes::CPU_TIMES_BIT) != 0", "CoreNatives", 283);
     }
     if ((mode & ~CPU_PROFILING) != 0) {
         Logger::error("(mode & ~ProfilingModes::CPU_PROFILING) == 0", "CoreNatives", 284);
     }
-    Filter::reloadFilters(*usedFilters, *usedWallTimeSpec);
     eachThreadInfo([](ThreadInfo* info) { info->forgetLastSample(); });
     ourStatus |= mode;
     ourContainsInvocations = (ourStatus & CPU_COUNTS_BIT) != 0;
