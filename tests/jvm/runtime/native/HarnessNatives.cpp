@@ -18,6 +18,7 @@
 static const JNINativeMethod rows[] = {VDK_CALLBACK_NATIVES(BUILT_ROW, MISSING_ROW, ANSWERING_ROW)};
 
 static jclass ourFakes;
+static jlong ourCalibration;
 
 static jmethodID fake(JNIEnv* env, const char* name, const char* signature) {
     return env->GetStaticMethodID(ourFakes, name, signature);
@@ -56,7 +57,16 @@ void JNICALL Java_com_vandrik_runtime_Callback_writeTables(JNIEnv*, jclass, jint
 }
 
 void JNICALL Java_com_vandrik_runtime_Callback_startCalibrating(JNIEnv* env, jclass) {
+    ourCalibration = -1;
     env->ThrowNew(env->FindClass("java/lang/RuntimeException"), VDK_MISSING_TEXT("CPU tracing"));
+}
+
+jlong JNICALL Java_com_vandrik_runtime_Callback_getCalibrationResult(JNIEnv*, jclass) {
+    return ourCalibration;
+}
+
+void JNICALL Java_com_vandrik_runtime_Callback_setCalibrationResult(JNIEnv*, jclass, jlong costNs) {
+    ourCalibration = costNs;
 }
 
 jint JNICALL Java_com_vandrik_runtime_Callback_createUserTable(JNIEnv* env, jclass,

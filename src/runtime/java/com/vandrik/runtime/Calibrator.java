@@ -17,11 +17,14 @@ final class Calibrator {
         Callback.clearCPUData(false);
         Calibration.Counter plain = new Calibration.Counter();
         run(plain);
-        Callback.startCalibrating();
         Calibration.Counter traced = new Calibration.Counter();
-        run(traced);
-        Callback.stopCPUProfiling(false);
-        Callback.clearCPUData(false);
+        try {
+            Callback.startCalibrating();
+            run(traced);
+        } finally {
+            Callback.stopCPUProfiling(false);
+            Callback.clearCPUData(false);
+        }
         long result = Math.max(getAverage(traced) - getAverage(plain), 0);
         Callback.messageToLogFile("Calibration: completed ( " + describe(plain) + " " +
                                   describe(traced) + " )");

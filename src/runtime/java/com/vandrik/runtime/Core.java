@@ -289,6 +289,8 @@ public final class Core {
             throw new IllegalStateException("calibration was interrupted");
         }
         if (failure[0] != null) {
+            // Otherwise calibration would count as under way, and no application thread be traced.
+            Callback.setCalibrationResult(0);
             throw new IllegalStateException(Strings.messageOf(failure[0]));
         }
         Callback.setCalibrationResult(result[0]);

@@ -186,6 +186,7 @@ final class ControlChannelTest {
             Check.equal(client.error(), "CPU tracing is not available in this version of the agent",
                         "calibration");
         }
+        Check.equal(Callback.getCalibrationResult(), 0L, "calibration is no longer under way");
         try (AgentClient client = client()) {
             client.request(Protocol.PACKET_SET_TRIGGERS);
             client.string("TimerListener delay=10s\n  ForceGC\n");
