@@ -2,6 +2,7 @@ package cases;
 
 import fixtures.HeapGenerator;
 import fixtures.HeldCompiler;
+import fixtures.Started;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -194,6 +195,16 @@ public final class HeapDumpCases {
     @Case(fixture = HeldCompiler.class, noAgent = true, attach = false)
     static void countsAndSizesOfACompilerAreThoseOfTheJvm(Target target) throws Exception {
         // Fields set apart from others make the one instance of a class larger than we see.
+        compare(target, 3);
+    }
+
+    @Case(fixture = Started.class, args = "programs.TomcatServer",
+          jars = {"tomcat10-catalina", "tomcat10-servlet-api", "tomcat10-coyote", "tomcat10-juli",
+                  "tomcat10-util", "tomcat10-util-scan", "tomcat10-api", "tomcat10-jaspic-api",
+                  "tomcat10-annotations-api", "tomcat10-jni", "tomcat10-el-api"},
+          noAgent = true, attach = false)
+    static void
+    countsAndSizesOfAServerAreThoseOfTheJvm(Target target) throws Exception {
         compare(target, 3);
     }
 
