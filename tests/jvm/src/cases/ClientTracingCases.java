@@ -96,10 +96,43 @@ public final class ClientTracingCases {
         }
     }
 
+    private static Path writeFilters(Target target) throws Exception {
+        return write(target, "filters", "# all of the JDK\njava.*\njdk.*\nsun.*\n");
+    }
+
+    private static Path writeWallTimes(Target target) throws Exception {
+        return write(target, "walltime", "fixtures.KnownCalls:onThread(*)\n");
+    }
+
+    private static void checkFiles(String source) throws Exception {
+        Check.isTrue(Tool.vdk("report", source, "--show", "methods", "--top", "100000")
+                             .contains(CLASS + "onThread (w)"),
+                     "wall time is marked");
+        Check.isTrue(!report(source, "--filters", "on").contains("\"java."),
+                     "filtered methods stay out");
+    }
+
+    @Case(fixture = KnownCalls.class, noAgent = true, attach = false)
+    static void tracesFromTheStartAsItsFilesSay(Target target) throws Exception {
+        target.finish();
+        try (Target traced = Target.like(target)) {
+            String options = traced.agentOptions("tracing,filters=" + writeFilters(traced) +
+                                                 ",walltimespec=" + writeWallTimes(traced));
+            traced.startProcess(List.of(
+                    traced.jdk.java(), "-agentpath:" + traced.library + "=" + options, "-cp",
+                    System.getProperty("java.class.path"), KnownCalls.class.getName()));
+            traced.awaitOutput("ready");
+            go(traced, 1);
+            checkReport(pid(traced), 1);
+            checkFiles(pid(traced));
+            traced.finish();
+        }
+    }
+
     @Case(fixture = KnownCalls.class, attach = false)
     static void switchesWatchesReportsAndSaves(Target target) throws Exception {
-        Path filters = write(target, "filters", "# all of the JDK\njava.*\njdk.*\nsun.*\n");
-        Path wallTimes = write(target, "walltime", "fixtures.KnownCalls:onThread(*)\n");
+        Path filters = writeFilters(target);
+        Path wallTimes = writeWallTimes(target);
         go(target, 1);
         Tool.vdk("trace", "start", pid(target), "--filter-file", filters.toString(),
                  "--wall-time-file", wallTimes.toString());
@@ -115,9 +148,7 @@ public final class ClientTracingCases {
         String text =
                 Tool.vdk("report", snapshot.toString(), "--show", "methods", "--top", "100000");
         Check.contains(text, "CALLS", "the head of the report");
-        Check.isTrue(text.contains(CLASS + "onThread (w)"), "wall time is marked in " + text);
-        Check.isTrue(!report(snapshot.toString(), "--filters", "on").contains("\"java."),
-                     "filtered methods stay out");
+        checkFiles(snapshot.toString());
         target.finish();
     }
 
