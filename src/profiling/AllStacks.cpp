@@ -1,6 +1,7 @@
 #include "profiling/AllStacks.h"
 
 #include "core/ground/CommonUtils.h"
+#include "core/ground/Globals.h"
 #include "core/ground/JNIUtils.h"
 #include "core/ground/JvmGlobals.h"
 
@@ -23,7 +24,8 @@ LocalFrame::~LocalFrame() {
     }
 }
 
-AllStacks::AllStacks(JNIEnv* jniEnv) : localFrame(jniEnv), env(jniEnv), stacks(nullptr), count(0) {}
+AllStacks::AllStacks(JNIEnv* jniEnv)
+    : localFrame(jniEnv), env(jniEnv), stacks(nullptr), count(0), lastThread(0) {}
 
 AllStacks::~AllStacks() {
     for (jint i = 0; i < count; i++) {
@@ -35,6 +37,10 @@ AllStacks::~AllStacks() {
 bool AllStacks::take() {
     if (ourJVMTI == nullptr) {
         return false;
+    }
+    {
+        LockHolder lock(ourLock, "AllStacks:44");
+        lastThread = ThreadInfo::ourRunningNumber;
     }
     const jvmtiError error = ourJVMTI->GetAllStackTraces(MAX_FRAMES, &stacks, &count);
     if (error == JVMTI_ERROR_WRONG_PHASE) {

@@ -37,7 +37,9 @@ public:
     template <typename Visitor>
     void eachThread(Visitor&& visit) const {
         for (int i = 0; i < infos.getSize(); i++) {
-            if (infos[i] != nullptr && ourAllThreadInfos.contains(infos[i])) {
+            // A thread that has begun since may have the memory of one that has ended.
+            if (infos[i] != nullptr && ourAllThreadInfos.contains(infos[i]) &&
+                infos[i]->trn <= lastThread) {
                 visit(infos[i], stacks[i]);
             }
         }
@@ -48,5 +50,6 @@ private:
     JNIEnv* env;
     jvmtiStackInfo* stacks;
     jint count;
+    int lastThread;             // number of the newest thread when the stacks were taken
     ZVector<ThreadInfo*> infos; // one a stack; null for threads that the agent does not know
 };
