@@ -20,9 +20,14 @@ public final class SamplingCases {
     private SamplingCases() {
     }
 
-    @Case(fixture = Burn.class, alone = true)
+    @Case(fixture = Burn.class, args = "once", alone = true)
     static void chargesMethodsInProportionAndIdleThreadsNothing(Target target) throws Exception {
-        Tables tables = Sampling.charge(target, "burner", 8000, 0.1);
+        Sampling.start(target);
+        target.send("burn");
+        target.awaitOutput("burnt\n");
+        Sampling.stop(target);
+        double used = target.cpuTimeOfThreads("burner");
+        Tables tables = Tracing.fetch(target);
         Map<String, Long> times = tables.totalTimes();
         double total = 0;
         for (String method : List.of("sixty", "thirty", "ten")) {
@@ -31,6 +36,7 @@ public final class SamplingCases {
         String seen = " of " + times.get("fixtures.Burn.sixty") + " " +
                       times.get("fixtures.Burn.thirty") + " " + times.get("fixtures.Burn.ten");
         Check.near(total / Sampling.charged(tables, "burner"), 1, 0.02, "share of the three");
+        Check.near(total / used, 1, 0.1, "time charged to the time used");
         Check.near(100 * times.get("fixtures.Burn.sixty") / total, 60, 3,
                    "percent of sixty" + seen);
         Check.near(100 * times.get("fixtures.Burn.thirty") / total, 30, 3,
