@@ -1,5 +1,7 @@
 #include "offline/HeapText.h"
 
+#include "core/ground/PrimitiveTypes.h"
+
 namespace {
 
 // Length of the sequence at p if it is well-formed, else 0. `code` gets the character.
@@ -73,45 +75,13 @@ std::string cleanUtf8(const uint8_t* bytes, uint64_t length, uint64_t maxBytes) 
 }
 
 const char* primitiveTypeName(char letter) {
-    switch (letter) {
-    case 'B':
-        return "byte";
-    case 'C':
-        return "char";
-    case 'D':
-        return "double";
-    case 'F':
-        return "float";
-    case 'I':
-        return "int";
-    case 'J':
-        return "long";
-    case 'S':
-        return "short";
-    case 'Z':
-        return "boolean";
-    default:
-        return "?";
-    }
+    const PrimitiveType* type = findPrimitiveType(letter);
+    return type ? type->name : "?";
 }
 
 uint32_t primitiveTypeSize(char letter) {
-    switch (letter) {
-    case 'B':
-    case 'Z':
-        return 1;
-    case 'C':
-    case 'S':
-        return 2;
-    case 'F':
-    case 'I':
-        return 4;
-    case 'D':
-    case 'J':
-        return 8;
-    default:
-        return 0;
-    }
+    const PrimitiveType* type = findPrimitiveType(letter);
+    return type ? type->size : 0;
 }
 
 std::string sourceClassName(const std::string& name) {
@@ -148,9 +118,9 @@ char arrayElementType(const std::string& className) {
         return 0;
     }
     const std::string element = className.substr(0, className.size() - 2);
-    for (const char* letter = "BCDFIJSZ"; *letter; letter++) {
-        if (element == primitiveTypeName(*letter)) {
-            return *letter;
+    for (const PrimitiveType& type : PRIMITIVE_TYPES) {
+        if (element == type.name) {
+            return type.letter;
         }
     }
     return 'L';

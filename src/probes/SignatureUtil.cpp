@@ -1,5 +1,6 @@
 #include "probes/SignatureUtil.h"
 
+#include "core/ground/PrimitiveTypes.h"
 #include "core/ground/ZVector.h"
 
 namespace {
@@ -72,29 +73,6 @@ ZString parseParameters(const ZString& text, ZString& parameters) {
     }
     parameters.append(")");
     return ZString();
-}
-
-const char* primitiveName(char letter) {
-    switch (letter) {
-    case 'B':
-        return "byte";
-    case 'C':
-        return "char";
-    case 'D':
-        return "double";
-    case 'F':
-        return "float";
-    case 'I':
-        return "int";
-    case 'J':
-        return "long";
-    case 'S':
-        return "short";
-    case 'Z':
-        return "boolean";
-    default:
-        return "";
-    }
 }
 
 void appendTo(ZVector<char>& text, const char* part) {
@@ -225,7 +203,9 @@ void SignatureUtil::appendParameters(const char* descriptor, int length, ZVector
             }
             position++;
         } else if (position < close) {
-            appendTo(text, primitiveName(descriptor[position]));
+            if (const PrimitiveType* type = findPrimitiveType(descriptor[position])) {
+                appendTo(text, type->name);
+            }
             position++;
         }
         for (; dimensions > 0; dimensions--) {
@@ -248,10 +228,11 @@ ZString SignatureUtil::convertClassSignatureToFullName(const char* signature) {
         dimensions++;
     }
     ZString name = text.substring(dimensions);
+    const PrimitiveType* type = name.getLength() == 1 ? findPrimitiveType(name.charAt(0)) : nullptr;
     if (name == "V") {
         name = "void";
-    } else if (name.getLength() == 1 && *primitiveName(name.charAt(0)) != 0) {
-        name = primitiveName(name.charAt(0));
+    } else if (type) {
+        name = type->name;
     } else if (name.getLength() > 1 && name.startsWith("L") && name.endsWith(";")) {
         name = name.substring(1, name.getLength() - 1);
     }
