@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <random>
 #include <streambuf>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -53,34 +54,59 @@ private:
     std::vector<char> bytes;
 };
 
+enum class Place { Replaced, WrittenInto, StandardOutput, Folder };
+
+// Devices, pipes and links (/dev/stdout is one) are written into: renaming would put a plain file
+// in their place. A plain file, or none, is replaced.
+static Place placeOf(const std::string& path) {
+    struct stat own, target, standard;
+    if (path == "-")
+        return Place::StandardOutput;
+    if (stat(path.c_str(), &target) != 0)
+        return Place::Replaced;
+    if (S_ISDIR(target.st_mode))
+        return Place::Folder;
+    if (lstat(path.c_str(), &own) != 0 || S_ISREG(own.st_mode))
+        return Place::Replaced;
+    bool same = fstat(STDOUT_FILENO, &standard) == 0 && target.st_dev == standard.st_dev &&
+                target.st_ino == standard.st_ino;
+    return same ? Place::StandardOutput : Place::WrittenInto;
+}
+
 OutputFile::OutputFile(const std::string& path) : path(path) {
-    if (path == "-") {
+    switch (placeOf(path)) {
+    case Place::StandardOutput:
+        this->path = "-";
         descriptor = STDOUT_FILENO;
-    } else {
+        break;
+    case Place::Folder:
+        errno = EISDIR;
+        break;
+    case Place::WrittenInto:
+        descriptor = open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOCTTY);
+        break;
+    case Place::Replaced:
         temporary = path + "." + std::to_string(getpid()) + "." +
                     std::to_string(std::random_device{}()) + ".tmp";
         descriptor =
             open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-        if (descriptor < 0) {
-            int error = errno;
-            temporary.clear();
-            throw ClientError(ExitCode::CannotWrite, "output.open",
-                              "cannot create " + path + ": " + strerror(error));
-        }
     }
+    if (descriptor < 0)
+        throw ClientError(ExitCode::CannotWrite, "output.open",
+                          "cannot create " + path + ": " + strerror(errno));
     buffer = std::make_unique<Buffer>(descriptor);
     out = std::make_unique<std::ostream>(buffer.get());
 }
 
 OutputFile::~OutputFile() {
-    if (temporary.empty())
-        return;
-    close(descriptor);
-    unlink(temporary.c_str());
+    if (descriptor != STDOUT_FILENO)
+        close(descriptor);
+    if (!temporary.empty())
+        unlink(temporary.c_str());
 }
 
 void OutputFile::fail(const std::string& what, int error) {
-    throw ClientError(ExitCode::CannotWrite, "output.write",
+    throw ClientError(ExitCode::CannotWrite, error == EPIPE ? "output.closed" : "output.write",
                       "cannot " + what + " " + (path == "-" ? "standard output" : path) + ": " +
                           strerror(error));
 }
@@ -105,7 +131,6 @@ void OutputFile::commit() {
         fail("write", errno);
     if (rename(temporary.c_str(), path.c_str()) != 0)
         fail("rename the temporary file to", errno);
-    close(descriptor);
     temporary.clear();
 }
 

@@ -1,5 +1,6 @@
 // A result file that appears whole or not at all: written under a temporary name in the target
-// directory with mode 0600, synced, and renamed by commit(). Without commit() nothing stays.
+// directory with mode 0600, synced, and renamed by commit(). Without commit() nothing stays. A
+// device, a pipe and what a link leads to are written into as they are.
 #pragma once
 
 #include <memory>

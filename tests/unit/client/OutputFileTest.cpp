@@ -4,6 +4,7 @@
 #include "TempDir.h"
 
 #include <csignal>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -46,8 +47,30 @@ TEST(OutputFile, leavesTheOldFileWhenAbandoned) {
     EXPECT_EQ(filesIn(dir.path), 1u);
 }
 
-TEST(OutputFile, reportsAFolderThatIsMissing) {
+TEST(OutputFile, writesIntoPipesAndLinksAndLeavesThemInPlace) {
+    TempDir dir;
+    ASSERT_EQ(mkfifo(dir.file("pipe").c_str(), 0600), 0);
+    dir.write("target", "older and longer");
+    std::filesystem::create_symlink("target", dir.file("link"));
+    int reader = open(dir.file("pipe").c_str(), O_RDWR | O_CLOEXEC);
+    for (const char* name : {"pipe", "link"}) {
+        OutputFile file(dir.file(name));
+        file.write("new", 3);
+        file.commit();
+    }
+    char buffer[8] = {};
+    EXPECT_EQ(read(reader, buffer, sizeof(buffer)), 3);
+    close(reader);
+    EXPECT_STREQ(buffer, "new");
+    EXPECT_TRUE(std::filesystem::is_fifo(dir.file("pipe")));
+    EXPECT_TRUE(std::filesystem::is_symlink(dir.file("link")));
+    EXPECT_EQ(TempDir::read(dir.file("target")), "new");
+}
+
+TEST(OutputFile, reportsAFolderThatIsMissingOrInTheWay) {
+    TempDir dir;
     EXPECT_EQ(wordOf([] { OutputFile file("/nonexistent/folder/out"); }), "output.open");
+    EXPECT_EQ(wordOf([&] { OutputFile file(dir.path); }), "output.open");
 }
 
 TEST(OutputFile, reportsAWriteThatFails) {
