@@ -50,9 +50,11 @@ std::string Console::styled(const std::string& text, const char* code) const {
     return color ? "\033[" + std::string(code) + "m" + text + "\033[0m" : text;
 }
 
-static int terminalWidth() {
+ScreenSize screenSize(int descriptor) {
     winsize size = {};
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+    if (ioctl(descriptor, TIOCGWINSZ, &size) != 0)
+        size = {};
+    return {size.ws_row > 0 ? size.ws_row : 24, size.ws_col > 0 ? size.ws_col : 80};
 }
 
 ProgressBar::ProgressBar(Console& console, std::string label)
@@ -68,7 +70,7 @@ void ProgressBar::update(int percent) {
     if (!console.showsProgress() || percent == shown)
         return;
     shown = percent;
-    int width = std::clamp(terminalWidth() - int(label.size()) - 10, 10, 50);
+    int width = std::clamp(screenSize(STDERR_FILENO).columns - int(label.size()) - 10, 10, 50);
     int filled = width * percent / 100;
     console.err << "\r" << label << " [" << std::string(size_t(filled), '#')
                 << std::string(size_t(width - filled), ' ') << "] " << percent << "%" << std::flush;

@@ -42,6 +42,13 @@ private:
     bool color = false;
 };
 
+struct ScreenSize {
+    int rows, columns;
+};
+
+// Of the terminal on a descriptor; 24 rows of 80 columns where there is none or it does not tell.
+ScreenSize screenSize(int descriptor);
+
 // A bar on standard error while the terminal shows it; nothing otherwise.
 class ProgressBar {
 public:

@@ -39,7 +39,10 @@ bool heapReportNeedsGraph(const Arguments& arguments) {
 }
 
 int runHeap(Console& console, const Arguments& arguments) {
-    return reportRow(arguments).run(console, arguments);
+    int code = reportRow(arguments).run(console, arguments);
+    if (console.json)
+        console.out << "\n";
+    return code;
 }
 
 } // namespace vdk

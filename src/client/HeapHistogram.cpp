@@ -155,7 +155,7 @@ int reportHeapSummary(Console& console, const Arguments& arguments) {
                 << formatBytes(totals.shallow) << ")\n"
                 << groupedNumber(totals.unreachable) << " of them, "
                 << groupedNumber(totals.unreachableBytes) << " bytes, are not reached by any root\n"
-                << "roots:";
+                << "roots:" << (model.roots.empty() ? " none" : "");
     const char* separator = " ";
     for (const auto& kind : rootsByKind(model)) {
         console.out << separator << groupedNumber(kind.second) << " " << kind.first;
@@ -180,6 +180,9 @@ int reportHeapHistogram(Console& console, const Arguments& arguments) {
                                                                  sum.classIndex);
                                   }),
                    sums.end());
+        if (sums.empty())
+            console.note("no class matches " + printable(patterns[0], 200) + "; " +
+                         HeapClassNameHint);
     }
     sortSums(sums, sortKey(arguments, analyze));
     size_t top = heapTop(arguments, console.json ? sums.size() : HistogramClasses);
@@ -192,6 +195,13 @@ int reportHeapHistogram(Console& console, const Arguments& arguments) {
         return 0;
     }
     printSums(console, sums, top, analyze);
+    if (!patterns.empty()) {
+        HeapClassSum shown;
+        for (const HeapClassSum& sum : sums)
+            addTo(shown, sum);
+        console.out << groupedNumber(shown.count) << " objects, " << groupedNumber(shown.shallow)
+                    << " bytes of ";
+    }
     console.out << groupedNumber(totals.count) << " objects, " << groupedNumber(totals.shallow)
                 << " bytes in all\n";
     return 0;
@@ -247,6 +257,8 @@ int reportHeapDiff(Console& console, const Arguments& arguments) {
         json.endArray().endObject();
         return 0;
     }
+    if (rows.empty())
+        console.note("no class differs");
     TextTable table({{"objects", TextTable::Right},
                      {"shallow", TextTable::Right},
                      {"retained", TextTable::Right},

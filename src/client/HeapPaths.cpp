@@ -113,8 +113,7 @@ int64_t markGroup(const HeapSession& session, const std::vector<std::string>& na
         std::vector<int> found = session.classesByPattern(name);
         if (found.empty())
             throw ClientError(ExitCode::Refused, "heap.noclass",
-                              "the heap has no class " + printable(name, 200),
-                              "names are like java.util.HashMap$Node or byte[]; * is any text");
+                              "the heap has no class " + printable(name, 200), HeapClassNameHint);
         classes.insert(found.begin(), found.end());
     }
     if (!classes.empty()) {
@@ -163,9 +162,11 @@ int reportHeapPath(Console& console, const Arguments& arguments) {
                     << (arguments.has("--weak") ? "" : " but through weak references, if at all")
                     << "\n";
     } else {
-        for (const HeapRoot* root : roots)
-            console.out << "root: " << heapRootName(root->kind) << " "
-                        << heapRootPlace(model, *root) << "\n";
+        for (const HeapRoot* root : roots) {
+            std::string place = heapRootPlace(model, *root);
+            console.out << "root: " << heapRootName(root->kind) << (place.empty() ? "" : " ")
+                        << place << "\n";
+        }
         console.out << heapLabel(model, path[0]) << "\n";
         for (size_t i = 1; i < path.size(); i++)
             console.out << "  " << printable(nameOfReference(model, path[i - 1], path[i])) << " -> "
@@ -216,8 +217,10 @@ int reportHeapRetained(Console& console, const Arguments& arguments) {
         json.endArray().endObject();
         return 0;
     }
-    console.out << groupedNumber(groupCount) << " objects retain " << groupedNumber(bytes)
-                << " bytes in " << groupedNumber(int64_t(retained.size())) << " objects\n";
+    console.out << groupedNumber(groupCount)
+                << (groupCount == 1 ? " object retains " : " objects retain ")
+                << groupedNumber(bytes) << " bytes in " << groupedNumber(int64_t(retained.size()))
+                << (retained.size() == 1 ? " object\n" : " objects\n");
     TextTable table({{"objects", TextTable::Right}, {"shallow", TextTable::Right}, {"class"}});
     for (const HeapClassSum& sum : sums)
         table.add({groupedNumber(sum.count), groupedNumber(sum.shallow), printable(sum.name)});

@@ -3,6 +3,7 @@
 #include "client/Signals.h"
 
 #include <algorithm>
+#include <unistd.h>
 
 namespace vdk {
 
@@ -49,6 +50,8 @@ void HeapProgress::show(long percent, double secondsLeft) {
     std::string line = "[" + bar + "] " + std::to_string(percent) + "% " + phase;
     if (secondsLeft >= 0)
         line += ", about " + std::to_string(long(secondsLeft + 0.99)) + " s left";
+    // A line that wraps could not be written over.
+    line.resize(std::min(line.size(), size_t(screenSize(STDERR_FILENO).columns - 1)));
     size_t width = line.size();
     line.resize(std::max(width, shownWidth), ' ');
     shownWidth = width;

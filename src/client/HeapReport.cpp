@@ -91,7 +91,7 @@ void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& 
     const HeapModel& model = session.model();
     beginDocument(json, schema);
     json.field("file", model.file->path()).field("format", model.formatName);
-    json.field("objects", int64_t(model.rowCount())).field("sizes", model.sizeReport);
+    json.field("objectCount", int64_t(model.rowCount())).field("sizes", model.sizeReport);
     json.key("remarks").beginArray();
     for (const std::string& remark : model.remarks)
         json.value(remark);

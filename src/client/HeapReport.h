@@ -24,13 +24,17 @@ std::string heapDetail(const HeapModel& model, int row, uint32_t maxChars);
 // there is one) of an open object.
 void writeHeapObject(JsonWriter& json, const HeapSession& session, int row);
 
+// How classes are named on the command line.
+constexpr char HeapClassNameHint[] =
+    "names are like java.util.HashMap$Node or byte[]; * is any text";
+
 // Name of a kind of root.
 const char* heapRootName(uint32_t kind);
 
 // "java.lang.Thread \"main\" at com.example.Main.run(Main.java:12)", as far as it is known.
 std::string heapRootPlace(const HeapModel& model, const HeapRoot& root);
 
-// Opens the document of a report: schema, file, format, objects and remarks.
+// Opens the document of a report: schema, file, format, number of objects, sizes and remarks.
 void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& session);
 
 // A count with thousands apart: "12,345,678".

@@ -67,7 +67,7 @@ HeapSession::HeapSession(Console& console, const HeapOptions& options, bool anal
     : console(console), options(options) {
     translated(options.file, [&] { open(analyze); });
     for (const std::string& remark : model().remarks)
-        console.warn(remark);
+        console.warn(options.file + ": " + remark);
     for (const HeapRoot& root : model().roots)
         roots.push_back(root.row);
     std::sort(roots.begin(), roots.end());

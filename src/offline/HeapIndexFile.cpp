@@ -247,11 +247,15 @@ void readHeap(IndexInput& in, std::shared_ptr<MappedFile> file, AnalyzedHeap& he
     heap.analyzed = true;
 }
 
-void checkMagic(IndexInput& in) {
-    char magic[MAGIC_SIZE];
-    in.bytes(magic, MAGIC_SIZE);
+void checkMagic(IndexInput& in, const std::string& path) {
+    char magic[MAGIC_SIZE] = {};
+    try {
+        in.bytes(magic, MAGIC_SIZE);
+    } catch (const HeapReadError&) {
+        // shorter than that: no index either
+    }
     if (memcmp(magic, MAGIC, MAGIC_SIZE) != 0) {
-        in.fail("not an index of a heap");
+        throw HeapReadError(path + " is not an index of a heap, and is left as it is");
     }
 }
 
@@ -314,7 +318,7 @@ bool HeapIndexFile::read(const std::string& path, std::shared_ptr<MappedFile> fi
     if (!in.isOpen()) {
         return false;
     }
-    checkMagic(in);
+    checkMagic(in, path);
     try {
         if (!isForFile(in, *file, dumpNumber, why)) {
             return false;

@@ -1,4 +1,5 @@
 #include "client/CommandLine.h"
+#include "client/Text.h"
 
 #include "../offline_readers/HprofWriter.h"
 #include "db/DB.h"
@@ -14,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 
 using namespace vdk;
@@ -39,7 +41,19 @@ json heapJson(std::vector<std::string> arguments) {
     arguments.push_back("--json");
     Outcome outcome = heap(arguments);
     EXPECT_EQ(0, outcome.code) << outcome.err;
-    return json::parse(outcome.out, nullptr, false);
+    EXPECT_TRUE(endsWith(outcome.out, "}\n"));
+    std::vector<std::set<std::string>> keys(1);
+    auto once = [&](int, json::parse_event_t event, json& value) {
+        if (event == json::parse_event_t::object_start)
+            keys.emplace_back();
+        else if (event == json::parse_event_t::object_end)
+            keys.pop_back();
+        bool again =
+            event == json::parse_event_t::key && !keys.back().insert(std::string(value)).second;
+        EXPECT_FALSE(again) << value << " is there twice";
+        return true;
+    };
+    return json::parse(outcome.out, once, false);
 }
 
 // Two chains of three nodes that share the last, one held by a class, one by a JNI reference; a
@@ -254,7 +268,7 @@ TEST_F(HeapCommand, errorsHaveTheirCodes) {
         {{foreign.path}, 7, "wrong magic at offset 0"},
         {{"/nonexistent.hprof"}, 7, "cannot open"},
         {{file.path, "--dump", "2"}, 7, "the file holds 1 heap dumps, none of number 2"},
-        {{file.path, "--index", notes.path}, 7, "not an index of a heap"},
+        {{file.path, "--index", notes.path}, 7, "is not an index of a heap"},
         {{file.path, "--index", "/nonexistent/x"}, 8, "cannot write /nonexistent/x"},
     };
     for (const auto& c : cases) {
