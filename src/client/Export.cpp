@@ -20,9 +20,9 @@ size_t skipDigits(const std::string& text, size_t at, bool hexadecimal) {
     return at;
 }
 
-// Takes out an address such as "/0x00007f12ab" or "+0x1f".
+// Takes out an address such as "/0x00007f12ab" or "+0x1f"; in live names it stands behind a dot.
 void removeAddresses(std::string& name) {
-    for (const char* mark : {"/0x", "+0x"}) {
+    for (const char* mark : {"/0x", "+0x", ".0x"}) {
         size_t at;
         while ((at = name.find(mark)) != std::string::npos)
             name.erase(at, skipDigits(name, at + 3, true) - at);

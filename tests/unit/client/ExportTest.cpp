@@ -67,6 +67,7 @@ TEST(Export, namesOfGeneratedClassesLoseTheirNumbers) {
     } cases[] = {
         {"A$$Lambda$14/0x00007f12.run", "A$$Lambda.run"},
         {"A$$Lambda/0x00007f12abc.run", "A$$Lambda.run"},
+        {"A$$Lambda$1.0x00007f12abc.run", "A$$Lambda.run"},
         {"A$$Lambda+0x1f/0x2.run", "A$$Lambda.run"},
         {"java.lang.invoke.LambdaForm$DMH/0x00007.invokeStatic",
          "java.lang.invoke.LambdaForm$DMH.invokeStatic"},
