@@ -142,8 +142,7 @@ void Attacher::waitForSocket() {
     while (!socketExists()) {
         if (waited >= timeoutMs)
             refuse("attach.socket",
-                   "the JVM did not open its attach socket within " +
-                       std::to_string(timeoutMs / 1000) + " s",
+                   "the JVM did not open its attach socket within " + formatLimit(timeoutMs),
                    "it may hang, wait in a debugger, be stopped, or its folder of temporary files "
                    "was cleaned; its standard output may show a thread dump instead");
         if (!sleepUnlessInterrupted(step))

@@ -19,6 +19,7 @@ enum class ValueKind {
     Duration, // "30s", see parseDurationMs
     File,
     Target, // a JVM
+    Source, // a snapshot file or a JVM
     Choice, // one of OptionSpec::choices
 };
 

@@ -6,6 +6,8 @@
 #include "client/Sources.h"
 #include "client/Text.h"
 
+#include <cerrno>
+#include <cstring>
 #include <optional>
 
 namespace vdk {
@@ -55,7 +57,8 @@ std::optional<std::string> readSpec(const Arguments& arguments, const char* opti
     std::string path = arguments.text(option);
     auto text = readSmallFile(path, 16 << 20);
     if (!text)
-        throw ClientError(ExitCode::BadInput, "input.open", "cannot read " + path);
+        throw ClientError(ExitCode::BadInput, "input.open",
+                          "cannot read " + path + ": " + strerror(errno));
     return text;
 }
 

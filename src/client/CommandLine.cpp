@@ -8,6 +8,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <climits>
+#include <poll.h>
+#include <unistd.h>
 
 namespace vdk {
 
@@ -53,6 +55,20 @@ std::string usageLine(const Command& command) {
                       "`vdk " + (command.empty() ? "" : command + " ") + "--help` tells more");
 }
 
+// What a value has to look like, for the message on one that does not.
+std::string valueForm(const OptionSpec& option) {
+    switch (option.kind) {
+    case ValueKind::Number:
+        return "a whole number from 0 to " + std::to_string(INT_MAX);
+    case ValueKind::Duration:
+        return "a whole number with ms, s, m or h behind it, at most 24 days";
+    case ValueKind::Choice:
+        return join(option.choices, "|");
+    default:
+        return valueName(option);
+    }
+}
+
 void checkValue(const OptionSpec& option, const std::string& value, const std::string& command) {
     bool good = true;
     if (option.kind == ValueKind::Number)
@@ -62,9 +78,12 @@ void checkValue(const OptionSpec& option, const std::string& value, const std::s
     else if (option.kind == ValueKind::Choice)
         good =
             std::find(option.choices.begin(), option.choices.end(), value) != option.choices.end();
+    else if (option.kind == ValueKind::File || option.kind == ValueKind::Target ||
+             option.kind == ValueKind::Source)
+        good = !value.empty();
     if (!good)
         failUsage("'" + printable(value) + "' is no value of " + option.name + " (" +
-                      valueName(option) + ")",
+                      valueForm(option) + ")",
                   command);
 }
 
@@ -159,30 +178,43 @@ void sharedLogLine(const char* line) {
         fprintf(stderr, "%s\n", line);
 }
 
+const Command& namedCommand(const std::string& name) {
+    const Command* command = findCommand(name);
+    if (!command)
+        failUsage("there is no command '" + printable(name) + "'", "");
+    return *command;
+}
+
+// True when standard output is a pipe that nobody reads any more, as behind `| head`.
+bool isReaderGone() {
+    pollfd entry = {STDOUT_FILENO, 0, 0};
+    return poll(&entry, 1, 0) == 1 && (entry.revents & POLLERR) != 0;
+}
+
 int dispatch(const std::vector<std::string>& words, Console& console) {
     if (words.empty()) {
         console.err << programHelp();
         return int(ExitCode::Usage);
     }
     if (words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
-        const Command* command = words.size() > 1 ? findCommand(words[1]) : nullptr;
-        console.out << (command ? commandHelp(*command, true) : programHelp());
+        bool named = words[0] == "help" && words.size() > 1;
+        console.out << (named ? commandHelp(namedCommand(words[1]), true) : programHelp());
         return 0;
     }
     if (words[0] == "--version" || words[0] == "version") {
         console.out << versionText();
         return 0;
     }
-    const Command* command = findCommand(words[0]);
-    if (!command)
-        failUsage("there is no command '" + printable(words[0]) + "'", "");
+    // Known ahead, so that an error in the line is already told the way that was asked.
+    auto separator = std::find(words.begin(), words.end(), "--");
+    console.json = std::find(words.begin(), separator, "--json") != separator;
+    if (startsWith(words[0], "-"))
+        failUsage("'" + printable(words[0]) + "' comes before the command: options stand behind it",
+                  "");
+    const Command* command = &namedCommand(words[0]);
     std::vector<std::string> rest(words.begin() + 1, words.end());
     if (wantsHelp(*command, rest, console))
         return 0;
-    // Known ahead, so that an error in the rest of the line is already told the way that was asked.
-    console.json = command->printsData &&
-                   std::find(rest.begin(), std::find(rest.begin(), rest.end(), "--"), "--json") !=
-                       std::find(rest.begin(), rest.end(), "--");
     Arguments arguments = parseArguments(*command, rest);
     ColorMode color = arguments.text("--color") == "always"  ? ColorMode::Always
                       : arguments.text("--color") == "never" ? ColorMode::Never
@@ -251,12 +283,15 @@ int runClient(const std::vector<std::string>& arguments, Console& console) {
         int code = dispatch(arguments, console);
         console.out.flush();
         if (!console.out)
-            throw ClientError(ExitCode::CannotWrite, "output.write",
+            throw ClientError(ExitCode::CannotWrite,
+                              isReaderGone() ? "output.closed" : "output.write",
                               "cannot write to standard output");
         return code;
     } catch (const ClientError& e) {
         console.out.flush();
-        console.error(e);
+        // A reader that has seen enough is no failure to tell about; the exit code does.
+        if (e.word != "output.closed")
+            console.error(e);
         return int(e.code);
     } catch (const VDKRuntimeException&) {
         console.error(

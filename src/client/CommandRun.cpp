@@ -40,6 +40,8 @@ int runRun(Console& console, const Arguments& arguments) {
     std::vector<std::string> command = arguments.command;
     command.insert(command.begin() + 1, prefix + "-agentpath:" + library + "=" + options);
     if (arguments.has("--print")) {
+        for (std::string& word : command)
+            word = shellWord(word);
         console.out << join(command, " ") << "\n";
         return 0;
     }

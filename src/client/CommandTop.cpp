@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <map>
 #include <optional>
+#include <unistd.h>
 
 namespace vdk {
 
@@ -15,6 +16,12 @@ namespace {
 
 constexpr int TopTables = CpuTables | 1 << SLOT_Telemetry;
 constexpr size_t ThreadsShown = 5;
+constexpr size_t MethodsShown = 20;
+// Lines of a screen beside the methods: the head, titles, blank lines, threads and the cursor's
+// line.
+constexpr size_t OtherLines = 6 + ThreadsShown;
+// Characters in front of a name, as a rule.
+constexpr size_t WidthOfTimes = 26, WidthOfCalls = 10;
 
 // Times or numbers of calls by key at one moment; what was spent since the last moment is the
 // difference.
@@ -74,7 +81,8 @@ std::string threadName(const Profile& profile, int trn) {
 class TopView {
 public:
     TopView(Console& console, const LiveAgent& agent, const Arguments& arguments)
-        : console(console), agent(agent), top(size_t(arguments.number("--top", 20))) {}
+        : console(console), agent(agent), top(size_t(arguments.number("--top", MethodsShown))),
+          topIsGiven(arguments.has("--top")) {}
 
     void show(const Moment& before, const Moment& now, const TelemetryRecord* telemetry,
               double seconds) {
@@ -99,8 +107,16 @@ public:
 
 private:
     void print(const Profile& profile, const TelemetryRecord* telemetry, double seconds) {
-        if (console.outIsTerminal)
+        size_t lines = top, nameWidth = 150;
+        if (console.outIsTerminal) {
             console.out << "\033[H\033[J"; // home, clear
+            ScreenSize screen = screenSize(STDOUT_FILENO);
+            size_t taken = WidthOfTimes + (profile.hasCounts ? WidthOfCalls : 0) + 3; // "..."
+            nameWidth = std::clamp(size_t(screen.columns), taken + 10, taken + nameWidth) - taken;
+            if (!topIsGiven)
+                lines =
+                    std::clamp(size_t(screen.rows), OtherLines + 1, OtherLines + top) - OtherLines;
+        }
         console.out << printable(agent.info.sessionName) << " (" << agent.info.pid << ")  "
                     << formatNs(whole) << " CPU in " << formatNs(int64_t(seconds * 1e9));
         if (telemetry)
@@ -114,13 +130,13 @@ private:
             columns.push_back({"CALLS", TextTable::Right});
         columns.push_back({"METHOD"});
         TextTable table(columns);
-        for (size_t i = 0; i < std::min(top, methods.size()); i++) {
+        for (size_t i = 0; i < std::min(lines, methods.size()); i++) {
             const auto& [method, ns] = methods[i];
             std::vector<std::string> cells = {formatPercent(percentOf(ns, whole)), formatNs(ns),
                                               formatPercent(percentOf(totals[method], whole))};
             if (profile.hasCounts)
                 cells.push_back(std::to_string(calls[method]));
-            cells.push_back(printable(methodName(profile, method, false), 150));
+            cells.push_back(printable(methodName(profile, method, false), nameWidth));
             table.add(cells);
         }
         table.print(console);
@@ -129,7 +145,7 @@ private:
         for (size_t i = 0; i < std::min(ThreadsShown, threads.size()); i++)
             threadTable.add({formatPercent(percentOf(threads[i].second, int64_t(seconds * 1e9))),
                              formatNs(threads[i].second),
-                             printable(threadName(profile, threads[i].first), 150)});
+                             printable(threadName(profile, threads[i].first), nameWidth)});
         threadTable.print(console);
     }
 
@@ -165,6 +181,7 @@ private:
     Console& console;
     const LiveAgent& agent;
     size_t top;
+    bool topIsGiven;
     std::vector<std::pair<int, int64_t>> methods, threads;
     Sums totals, calls;
     int64_t whole = 0;

@@ -12,7 +12,7 @@ namespace {
 
 const OptionSpec Target = {"TARGET", ValueKind::Target, "the JVM", {}, true, false, ""};
 const OptionSpec FileOrTarget = {
-    "SOURCE", ValueKind::Target, "a snapshot file, or a JVM with the agent", {}, true, false, ""};
+    "SOURCE", ValueKind::Source, "a snapshot file, or a JVM with the agent", {}, true, false, ""};
 const OptionSpec AgentOptions = {
     "OPTION", ValueKind::Text, "agent options, such as sampling or port=10005", {}, false, true,
     ""};

@@ -19,9 +19,9 @@ std::string optionWords(const Command& command) {
     return join(words, " ");
 }
 
-bool takesTarget(const Command& command) {
+bool hasPositional(const Command& command, ValueKind kind) {
     for (const OptionSpec& option : command.options) {
-        if (option.kind == ValueKind::Target)
+        if (option.isPositional() && option.kind == kind)
             return true;
     }
     return false;
@@ -34,14 +34,6 @@ std::string commandNames() {
     return join(names, " ");
 }
 
-// In single quotes, for a shell.
-std::string quoted(const std::string& text) {
-    std::string result = "'";
-    for (char c : text)
-        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return result + "'";
-}
-
 // Shell code that lists the process ids of the JVMs.
 const char TargetList[] = "vdk list 2>/dev/null | awk 'NR > 1 {print $1}'";
 
@@ -49,11 +41,11 @@ void writeBash(std::ostream& out) {
     out << "# bash completion for vdk\n"
            "_vdk() {\n"
            "    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}\n"
-           "    local words= targets=no\n"
+           "    local words= targets=no files=no\n"
            "    COMPREPLY=()\n"
            "    if [ \"$COMP_CWORD\" -eq 1 ]; then\n"
            "        COMPREPLY=($(compgen -W "
-        << quoted(commandNames() + " --help --version")
+        << shellQuoted(commandNames() + " --help --version")
         << " -- \"$current\"))\n"
            "        return\n"
            "    fi\n"
@@ -64,21 +56,26 @@ void writeBash(std::ostream& out) {
                 continue;
             out << "        \"" << command.name << " " << option.name << "\") COMPREPLY=($(compgen "
                 << (option.kind == ValueKind::File ? std::string("-f")
-                                                   : "-W " + quoted(join(option.choices, " ")))
+                                                   : "-W " + shellQuoted(join(option.choices, " ")))
                 << " -- \"$current\")); return ;;\n";
         }
     }
     out << "    esac\n"
            "    case ${COMP_WORDS[1]} in\n";
     for (const Command& command : commands())
-        out << "        " << command.name << ") words=" << quoted(optionWords(command))
-            << "; targets=" << (takesTarget(command) ? "yes" : "no") << " ;;\n";
+        out << "        " << command.name << ") words=" << shellQuoted(optionWords(command))
+            << "; targets="
+            << (hasPositional(command, ValueKind::Source)   ? "yes; files=yes"
+                : hasPositional(command, ValueKind::Target) ? "yes"
+                : hasPositional(command, ValueKind::File)   ? "no; files=yes"
+                                                            : "no")
+            << " ;;\n";
     out << "    esac\n"
-           "    if [ $targets = yes ] && [ \"${current#-}\" = \"$current\" ]; then\n"
-           "        words=\"$words $("
+           "    if [ \"${current#-}\" = \"$current\" ]; then\n"
+           "        [ $targets = no ] || words=\"$words $("
         << TargetList
         << ")\"\n"
-           "        COMPREPLY=($(compgen -f -- \"$current\"))\n"
+           "        [ $files = no ] || COMPREPLY=($(compgen -f -- \"$current\"))\n"
            "    fi\n"
            "    COMPREPLY+=($(compgen -W \"$words\" -- \"$current\"))\n"
            "}\n"
@@ -103,13 +100,16 @@ void writeZsh(std::ostream& out) {
            "    targets=(${(f)\"$("
         << TargetList
         << ")\"})\n"
-           "    _alternative \"targets:JVM:($targets)\" 'files:file:_files'\n"
+           "    _alternative \"targets:JVM:($targets)\" $@\n"
+           "}\n"
+           "_vdk_sources() {\n"
+           "    _vdk_targets 'files:file:_files'\n"
            "}\n"
            "_vdk() {\n"
            "    local -a commands\n"
            "    commands=(\n";
     for (const Command& command : commands())
-        out << "        " << quoted(command.name + ":" + zshText(command.summary)) << "\n";
+        out << "        " << shellQuoted(command.name + ":" + zshText(command.summary)) << "\n";
     out << "    )\n"
            "    if (( CURRENT == 2 )); then\n"
            "        _describe command commands\n"
@@ -124,6 +124,7 @@ void writeZsh(std::ostream& out) {
         for (const OptionSpec& option : allOptions(command)) {
             std::string value = option.kind == ValueKind::File     ? ":file:_files"
                                 : option.kind == ValueKind::Target ? ":target:_vdk_targets"
+                                : option.kind == ValueKind::Source ? ":source:_vdk_sources"
                                 : option.kind == ValueKind::Choice
                                     ? ":value:(" + join(option.choices, " ") + ")"
                                 : option.kind == ValueKind::None ? ""
@@ -131,7 +132,7 @@ void writeZsh(std::ostream& out) {
             std::string spec = option.isPositional()
                                    ? (option.repeated ? "*" : "") + value
                                    : option.name + "[" + zshText(option.help) + "]" + value;
-            out << " \\\n        " << quoted(spec);
+            out << " \\\n        " << shellQuoted(spec);
         }
         out << " ;;\n";
     }
@@ -145,21 +146,22 @@ void writeFish(std::ostream& out) {
            "complete -c vdk -n __fish_use_subcommand -f\n";
     for (const Command& command : commands()) {
         out << "complete -c vdk -n __fish_use_subcommand -a " << command.name << " -d "
-            << quoted(command.summary) << "\n";
-        std::string when = quoted("__fish_seen_subcommand_from " + command.name);
+            << shellQuoted(command.summary) << "\n";
+        std::string when = shellQuoted("__fish_seen_subcommand_from " + command.name);
         for (const OptionSpec& option : allOptions(command)) {
             out << "complete -c vdk -n " << when;
             if (option.isPositional()) {
                 if (option.kind == ValueKind::Choice)
-                    out << " -f -a " << quoted(join(option.choices, " "));
-                else if (option.kind == ValueKind::Target)
-                    out << " -a " << quoted(std::string("(") + TargetList + ")");
+                    out << " -f -a " << shellQuoted(join(option.choices, " "));
+                else if (option.kind == ValueKind::Target || option.kind == ValueKind::Source)
+                    out << (option.kind == ValueKind::Target ? " -f -a " : " -a ")
+                        << shellQuoted(std::string("(") + TargetList + ")");
                 out << "\n";
                 continue;
             }
-            out << " -l " << option.name.substr(2) << " -d " << quoted(option.help);
+            out << " -l " << option.name.substr(2) << " -d " << shellQuoted(option.help);
             if (option.kind == ValueKind::Choice)
-                out << " -x -a " << quoted(join(option.choices, " "));
+                out << " -x -a " << shellQuoted(join(option.choices, " "));
             else if (option.kind != ValueKind::None)
                 out << (option.kind == ValueKind::File ? " -r" : " -x");
             out << "\n";

@@ -2,6 +2,7 @@
 
 #include "client/Errors.h"
 #include "client/Signals.h"
+#include "client/Text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -93,7 +94,7 @@ void Connection::waitFor(short events, const char* what) {
         if (left <= 0)
             throw ClientError(ExitCode::TimedOut, "agent.timeout",
                               std::string("no ") + what + " the agent within " +
-                                  std::to_string(timeoutMs / 1000) + " s",
+                                  formatLimit(timeoutMs),
                               "another client may hold the agent's port; --timeout sets the limit");
         pollfd entry = {descriptor, events, 0};
         int result = poll(&entry, 1, static_cast<int>(left));

@@ -25,6 +25,12 @@ std::optional<std::string> readSmallFile(const std::string& path, size_t limit, 
         ssize_t count = ::read(descriptor, buffer, std::min(sizeof(buffer), limit - text.size()));
         if (count < 0 && errno == EINTR)
             continue;
+        if (count < 0 && text.empty()) {
+            int error = errno;
+            close(descriptor);
+            errno = error;
+            return std::nullopt;
+        }
         if (count <= 0)
             break;
         text.append(buffer, size_t(count));

@@ -55,7 +55,8 @@ private:
     std::string root;
 };
 
-// The whole file, at most `limit` bytes; nothing if it cannot be read. Follows no link in its last
+// The whole file, at most `limit` bytes; nothing if it cannot be read
+// (errno tells why). Follows no link in its last
 // component when `noFollow` is set.
 std::optional<std::string> readSmallFile(const std::string& path, size_t limit = 1 << 20,
                                          bool noFollow = false);

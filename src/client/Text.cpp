@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
 
 namespace vdk {
@@ -63,12 +64,28 @@ std::optional<long> parseDurationMs(std::string_view text) {
             continue;
         std::string_view digits =
             text.substr(0, text.size() - std::string_view(unit.suffix).size());
-        auto value = parseNumber(digits, 0, 1000000000L);
-        if (value)
-            return *value * unit.factorMs;
-        return std::nullopt;
+        auto value = parseNumber(digits, 0, INT32_MAX / unit.factorMs);
+        return value ? std::optional<long>(*value * unit.factorMs) : std::nullopt;
     }
     return std::nullopt;
+}
+
+std::string formatLimit(int milliseconds) {
+    return milliseconds % 1000 != 0 ? std::to_string(milliseconds) + " ms"
+                                    : std::to_string(milliseconds / 1000) + " s";
+}
+
+std::string shellQuoted(std::string_view text) {
+    std::string result = "'";
+    for (char c : text)
+        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return result + "'";
+}
+
+std::string shellWord(std::string_view text) {
+    const char* plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+=.,:/@%";
+    bool isPlain = !text.empty() && text.find_first_not_of(plain) == std::string_view::npos;
+    return isPlain ? std::string(text) : shellQuoted(text);
 }
 
 static std::string format(const char* pattern, double value) {

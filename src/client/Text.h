@@ -21,8 +21,16 @@ bool containsIgnoringCase(std::string_view text, std::string_view part);
 // The whole text as a decimal number in [low, high]; nothing otherwise.
 std::optional<long> parseNumber(std::string_view text, long low, long high);
 
-// "30", "30s", "500ms", "5m", "1h": milliseconds; a bare number is seconds.
+// "30", "30s", "500ms", "5m", "1h": milliseconds, at most what an int holds; a bare number is
+// seconds.
 std::optional<long> parseDurationMs(std::string_view text);
+
+// A limit as people give it: "15 s", "500 ms".
+std::string formatLimit(int milliseconds);
+
+// The text in single quotes, for a shell; shellWord() leaves a text that needs no quotes as it is.
+std::string shellQuoted(std::string_view text);
+std::string shellWord(std::string_view text);
 
 // Nanoseconds as people read them: "12.3 s", "45.6 ms", "7 us".
 std::string formatNs(int64_t ns);

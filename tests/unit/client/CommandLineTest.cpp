@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <unistd.h>
 
 using namespace vdk;
 
@@ -37,7 +38,11 @@ TEST(CommandLine, exitCodesTellWhatWentWrong) {
     } cases[] = {
         {{}, 2, "Usage: vdk"},
         {{"frobnicate"}, 2, "there is no command 'frobnicate'"},
+        {{"help", "frobnicate"}, 2, "there is no command 'frobnicate'"},
+        {{"--json", "list"}, 2, "options stand behind it"},
         {{"list", "--nosuch"}, 2, "--nosuch"},
+        {{"snapshot", "1", "--out", ""}, 2, "'' is no value of --out"},
+        {{"sample", "start", "1", "--filter-file", dir.path}, 7, "Is a directory"},
         {{"list", "extra"}, 2, "extra"},
         {{"report"}, 2, "SOURCE is missing"},
         {{"sample", "maybe", "1"}, 2, "'maybe' is no value of ACTION (start|stop)"},
@@ -75,6 +80,7 @@ TEST(CommandLine, jsonErrorsHaveCodeAndWord) {
     EXPECT_EQ(json["schema"], "vdk.error/1");
     EXPECT_EQ(json["code"], 3);
     EXPECT_EQ(json["word"], "target.none");
+    EXPECT_EQ(nlohmann::json::parse(client({"nosuch", "--json"}).err)["word"], "usage");
 }
 
 TEST(CommandLine, everyCommandHasHelpWithItsOptionsAndExamples) {
@@ -124,6 +130,9 @@ TEST(CommandLine, runPutsTheAgentRightBehindTheLauncher) {
     EXPECT_NE(java.out.find(",sampling -cp a Main --help\n"), std::string::npos);
     Outcome javac = client({"run", "--agent", agent, "--print", "--", "javac", "A.java"});
     EXPECT_EQ(javac.out.find("javac -J-agentpath:" + agent + "=onlylocal"), 0u);
+    Outcome odd =
+        client({"run", "--agent", agent, "--print", "--", "java", "a b", "it's", "$x", ""});
+    EXPECT_NE(odd.out.find(" 'a b' 'it'\\''s' '$x' ''\n"), std::string::npos) << odd.out;
 }
 
 TEST(CommandLine, colorsFollowTheOptionAndTheEnvironment) {
@@ -162,8 +171,11 @@ TEST(CommandLine, bashCompletionIsAValidScriptThatKnowsTheCommands) {
         "; COMP_WORDS=(vdk rep); COMP_CWORD=1; _vdk; echo ${COMPREPLY[@]}"
         "; COMP_WORDS=(vdk export x --un); COMP_CWORD=3; _vdk; echo ${COMPREPLY[@]}"
         "; COMP_WORDS=(vdk export --unit \"\"); COMP_CWORD=3; _vdk; "
-        "echo ${COMPREPLY[@]}";
-    EXPECT_EQ(run("bash -c '" + script + "'").out, "report\n--unit\nns us ms\n");
+        "echo ${COMPREPLY[@]}; cd " +
+        dir.path +
+        "; COMP_WORDS=(vdk heap vdk.b); COMP_CWORD=2; _vdk; echo ${COMPREPLY[@]}"
+        "; COMP_WORDS=(vdk gc vdk.b); COMP_CWORD=2; _vdk; echo ${COMPREPLY[@]}";
+    EXPECT_EQ(run("bash -c '" + script + "'").out, "report\n--unit\nns us ms\nvdk.bash\n\n");
 }
 
 TEST(CommandLine, completionsOfEveryShellNameEveryCommand) {
@@ -181,4 +193,11 @@ TEST(CommandLine, programTellsItsExitCode) {
     EXPECT_EQ(run(program + " --version >/dev/null").code, 0);
     EXPECT_EQ(run(program + " nosuch 2>/dev/null").code, 2);
     EXPECT_EQ(run(program + " --help >/dev/full 2>/dev/null").code, 8);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    Result unread = run(program + " --help 2>&1 >&" + std::to_string(ends[1]));
+    close(ends[1]);
+    EXPECT_EQ(unread.code, 8);
+    EXPECT_EQ(unread.out, "") << "a reader that has seen enough is nothing to tell";
 }

@@ -20,6 +20,9 @@ TEST(Text, durationsTakeUnitsAndRefuseJunk) {
                  {"5x", -1},
                  {"1.5s", -1},
                  {" 5", -1},
+                 {"2147483", 2147483000},
+                 {"2147484", -1}, // more milliseconds than an int holds
+                 {"1000000000h", -1},
                  {"99999999999999999999", -1}};
     for (const auto& c : cases)
         EXPECT_EQ(parseDurationMs(c.text).value_or(-1), c.ms) << c.text;
@@ -50,6 +53,8 @@ TEST(Text, timesAndSizesAreReadable) {
     EXPECT_EQ(formatNs(1234567890), "1.23 s");
     EXPECT_EQ(formatNs(45600000), "45.6 ms");
     EXPECT_EQ(formatNs(7000), "7 us");
+    EXPECT_EQ(formatLimit(1500), "1500 ms");
+    EXPECT_EQ(formatLimit(15000), "15 s");
     EXPECT_EQ(formatBytes(1023), "1023 B");
     EXPECT_EQ(formatBytes(5 << 20), "5.0 MB");
 }
