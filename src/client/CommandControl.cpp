@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <sstream>
 
 namespace vdk {
 
@@ -162,26 +163,30 @@ int runClear(Console& console, const Arguments& arguments) {
 int runDump(Console& console, const Arguments& arguments) {
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
     std::string text = agent.client.threadDump();
+    bool toConsole = arguments.text("--out", "-") == "-";
     if (console.json) {
-        JsonWriter json(console.out, true);
+        std::ostringstream document;
+        JsonWriter json(document, true);
         beginDocument(json, "vdk.dump/1").field("pid", agent.info.pid);
         json.field("session", agent.info.sessionName).field("text", text).endObject();
-        console.out << "\n";
-        return 0;
+        text = document.str();
     }
     if (!endsWith(text, "\n"))
         text += "\n";
-    if (arguments.text("--out", "-") == "-") {
-        for (const std::string& line :
-             split(std::string_view(text).substr(0, text.size() - 1), '\n')) {
-            size_t tabs = std::min(line.find_first_not_of('\t'), line.size());
-            console.out << std::string(tabs, '\t') << printable(line.substr(tabs)) << "\n";
-        }
+    if (!toConsole) {
+        OutputFile file(arguments.text("--out"));
+        file.write(text.data(), text.size());
+        file.commit();
         return 0;
     }
-    OutputFile file(arguments.text("--out"));
-    file.write(text.data(), text.size());
-    file.commit();
+    if (console.json) {
+        console.out << text;
+        return 0;
+    }
+    for (const std::string& line : split(std::string_view(text).substr(0, text.size() - 1), '\n')) {
+        size_t tabs = std::min(line.find_first_not_of('\t'), line.size());
+        console.out << std::string(tabs, '\t') << printable(line.substr(tabs)) << "\n";
+    }
     return 0;
 }
 

@@ -102,6 +102,7 @@ void TextTable::print(Console& console) const {
                 text += last ? content : content + padding;
             text += last ? "" : "  ";
         }
+        text.erase(text.find_last_not_of(' ') + 1);
         return text;
     };
     console.out << console.styled(line([&](size_t i) { return columns[i].title; }), "1") << "\n";

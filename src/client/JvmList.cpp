@@ -180,7 +180,7 @@ static std::string listOf(const std::vector<Jvm>& jvms) {
     std::string text;
     for (const Jvm& jvm : jvms)
         text += "\n  " + std::to_string(jvm.pid) + "  " +
-                printable(jvm.mainName + " " + jvm.arguments, 100);
+                printable(jvm.mainName + (jvm.arguments.empty() ? "" : " ") + jvm.arguments, 100);
     return text;
 }
 
