@@ -5,6 +5,7 @@
 #include "client/TreeWalk.h"
 #include "core/ground/Version.h"
 
+#include <algorithm>
 #include <cctype>
 #include <map>
 
@@ -29,18 +30,23 @@ void removeAddresses(std::string& name) {
     }
 }
 
-// A text fit for a frame of a collapsed stack: the separators of the format do not occur in it.
-std::string collapsedName(std::string name) {
-    for (char& c : name) {
-        if (c == ';' || c == '\n' || c == '\r')
+// A text fit for a collapsed stack: in place of the format's separators, and of characters that
+// move a terminal's cursor, stands a colon.
+std::string collapsedText(const std::string& text) {
+    std::string result = validUtf8(text);
+    for (char& c : result) {
+        bool isControl = static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+        if (c == ';' || isControl)
             c = ':';
     }
-    std::string result;
-    for (char c : name) {
-        if (c != ' ')
-            result += c;
-    }
-    return validUtf8(result);
+    return result;
+}
+
+// The same without blanks, which end a stack.
+std::string collapsedName(const std::string& name) {
+    std::string result = collapsedText(name);
+    result.erase(std::remove(result.begin(), result.end(), ' '), result.end());
+    return result;
 }
 
 std::string frameName(const Profile& profile, int method, const ExportChoices& choices) {
@@ -114,12 +120,8 @@ void writeCollapsed(std::ostream& out, const Profile& profile, const ExportChoic
     }
     for (const ThreadTime& time : threadTimes(profile)) {
         const ProfileThread& thread = profile.threads[size_t(time.thread)];
-        std::string name = validUtf8(thread.name);
-        for (char& c : name) {
-            if (c == ';' || c == '\n' || c == '\r')
-                c = ':';
-        }
-        std::string prefix = "[" + name + " trn=" + std::to_string(thread.trn) + "]";
+        std::string prefix =
+            "[" + collapsedText(thread.name) + " trn=" + std::to_string(thread.trn) + "]";
         collapseTree(out, makeCallTree(profile, {choices.filters, time.thread}), prefix, names,
                      choices);
     }

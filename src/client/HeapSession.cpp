@@ -24,6 +24,9 @@ template <typename Code>
 void translated(const std::string& file, Code code) {
     try {
         code();
+    } catch (const HeapTemporaryFileError& e) {
+        throw ClientError(ExitCode::CannotWrite, "heap.temporary", e.what(),
+                          "--tmp names another folder");
     } catch (const HeapReadError& e) {
         throw ClientError(ExitCode::BadInput, "heap.read", e.what());
     } catch (const BadInputException& e) {

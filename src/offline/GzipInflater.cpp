@@ -21,7 +21,7 @@ void writeFully(int descriptor, const uint8_t* from, size_t count) {
             continue;
         }
         if (written <= 0) {
-            throw HeapReadError(
+            throw HeapTemporaryFileError(
                 std::string("cannot write the inflated dump to a temporary file: ") +
                 strerror(errno));
         }

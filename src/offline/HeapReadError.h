@@ -23,3 +23,9 @@ private:
     uint64_t fileOffset;
     bool known;
 };
+
+// The file may be in order, but a temporary file for it can't be made or filled.
+class HeapTemporaryFileError : public HeapReadError {
+public:
+    using HeapReadError::HeapReadError;
+};

@@ -44,7 +44,8 @@ int makeTemporaryFile(const std::string& wanted) {
     std::string name = dir + "/vdk-heap-XXXXXX";
     int fd = mkstemp(&name[0]);
     if (fd < 0) {
-        throw HeapReadError("cannot create a temporary file in " + dir + ": " + strerror(errno));
+        throw HeapTemporaryFileError("cannot create a temporary file in " + dir + ": " +
+                                     strerror(errno));
     }
     unlink(name.c_str());
     return fd;

@@ -255,6 +255,7 @@ TEST_F(HeapCommand, anIndexChangesNothingButTheWork) {
 TEST_F(HeapCommand, errorsHaveTheirCodes) {
     TemporaryFile foreign("not a heap at all");
     TemporaryFile notes("notes of the user");
+    TemporaryFile zipped("\x1f\x8b\x08 and so on");
     static const struct {
         std::vector<std::string> arguments;
         int code;
@@ -267,6 +268,9 @@ TEST_F(HeapCommand, errorsHaveTheirCodes) {
         {{file.path, "path", "0x9"}, 1, "the heap holds no object"},
         {{foreign.path}, 7, "wrong magic at offset 0"},
         {{"/nonexistent.hprof"}, 7, "cannot open"},
+        {{zipped.path, "--tmp", "/nonexistent"},
+         8,
+         "cannot create a temporary file in /nonexistent"},
         {{file.path, "--dump", "2"}, 7, "the file holds 1 heap dumps, none of number 2"},
         {{file.path, "--index", notes.path}, 7, "is not an index of a heap"},
         {{file.path, "--index", "/nonexistent/x"}, 8, "cannot write /nonexistent/x"},
