@@ -214,8 +214,11 @@ int reportHeapDiff(Console& console, const Arguments& arguments) {
     std::map<std::string, Difference> byName;
     HeapOptions options = heapOptions(arguments);
     const std::string firstFile = options.file;
+    std::vector<std::string> firstRemarks;
     {
         HeapSession session(console, options, true);
+        for (const std::string& remark : session.model().remarks)
+            firstRemarks.push_back(firstFile + ": " + remark);
         for (const HeapClassSum& sum : sumByClass(session, true))
             addTo(byName[sum.name].before, sum);
     }
@@ -243,7 +246,7 @@ int reportHeapDiff(Console& console, const Arguments& arguments) {
     rows.resize(std::min(rows.size(), top));
     if (console.json) {
         JsonWriter json(console.out, true);
-        beginHeapDocument(json, "vdk.heap.diff/1", session);
+        beginHeapDocument(json, "vdk.heap.diff/1", session, firstRemarks);
         json.field("before", firstFile).key("classes").beginArray();
         for (const auto& row : rows) {
             json.beginObject().field("class", row.first);

@@ -87,12 +87,15 @@ std::string heapRootPlace(const HeapModel& model, const HeapRoot& root) {
     return place;
 }
 
-void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& session) {
+void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& session,
+                       const std::vector<std::string>& otherRemarks) {
     const HeapModel& model = session.model();
     beginDocument(json, schema);
     json.field("file", model.file->path()).field("format", model.formatName);
     json.field("objectCount", int64_t(model.rowCount())).field("sizes", model.sizeReport);
     json.key("remarks").beginArray();
+    for (const std::string& remark : otherRemarks)
+        json.value(remark);
     for (const std::string& remark : model.remarks)
         json.value(remark);
     json.endArray();

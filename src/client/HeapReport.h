@@ -35,7 +35,9 @@ const char* heapRootName(uint32_t kind);
 std::string heapRootPlace(const HeapModel& model, const HeapRoot& root);
 
 // Opens the document of a report: schema, file, format, number of objects, sizes and remarks.
-void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& session);
+// Remarks on another file that the report is about come first.
+void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& session,
+                       const std::vector<std::string>& otherRemarks = {});
 
 // A count with thousands apart: "12,345,678".
 std::string groupedNumber(int64_t value);

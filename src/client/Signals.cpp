@@ -11,8 +11,9 @@ namespace vdk {
 static volatile sig_atomic_t signalCount = 0;
 static sig_atomic_t forgotten = 0;
 
-static const int handledSignals[] = {SIGINT, SIGTERM, SIGPIPE};
-static struct sigaction formerActions[3];
+static const int handledSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
+static const int handledCount = sizeof(handledSignals) / sizeof(handledSignals[0]);
+static struct sigaction formerActions[handledCount];
 static bool installed = false;
 
 static void onSignal(int) {
@@ -23,16 +24,19 @@ static void onSignal(int) {
 
 void installSignalHandlers() {
     struct sigaction action = {};
-    for (int i = 0; i < 3; i++) {
+    for (int i = 0; i < handledCount; i++) {
         // No SA_RESTART: a wait must end. A vanished reader shows as a failed write.
         action.sa_handler = handledSignals[i] == SIGPIPE ? SIG_IGN : onSignal;
         sigaction(handledSignals[i], &action, &formerActions[i]);
+        // nohup wants the command to go on when its terminal goes.
+        if (handledSignals[i] == SIGHUP && formerActions[i].sa_handler == SIG_IGN)
+            sigaction(SIGHUP, &formerActions[i], nullptr);
     }
     installed = true;
 }
 
 void restoreSignalHandlers() {
-    for (int i = 0; installed && i < 3; i++)
+    for (int i = 0; installed && i < handledCount; i++)
         sigaction(handledSignals[i], &formerActions[i], nullptr);
     installed = false;
 }

@@ -1,4 +1,5 @@
-// Ctrl-C and SIGTERM: the first ends waits in an orderly way, the second ends the program.
+// Ctrl-C, SIGTERM and SIGHUP: the first ends waits in an orderly way, the second ends the program. A
+// SIGHUP that was ignored at the start (nohup) stays so.
 #pragma once
 
 namespace vdk {

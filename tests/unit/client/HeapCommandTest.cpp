@@ -240,6 +240,14 @@ TEST_F(HeapCommand, diffShowsWhatChanged) {
     EXPECT_EQ(0, node["count"]);
 }
 
+TEST_F(HeapCommand, diffTellsWhatIsWrongWithEitherFile) {
+    TemporaryFile cut(dump().substr(0, dump().size() - 100));
+    std::string told = "the file is truncated";
+    EXPECT_THAT(heapJson({cut.path, "diff", file.path})["remarks"].dump(), HasSubstr(told));
+    EXPECT_THAT(heapJson({file.path, "diff", cut.path})["remarks"].dump(), HasSubstr(told));
+    EXPECT_THAT(heap({cut.path, "diff", file.path}).err, HasSubstr(cut.path + ": " + told));
+}
+
 TEST_F(HeapCommand, anIndexChangesNothingButTheWork) {
     TemporaryFile index;
     unlink(index.path.c_str());
