@@ -106,6 +106,10 @@ Arguments parseArguments(const Command& command, std::vector<std::string> words)
         std::string names =
             option.shortName.empty() ? option.name : option.shortName + "," + option.name;
         if (option.kind == ValueKind::None) {
+            for (const std::string& word : words) {
+                if (startsWith(word, option.name + "="))
+                    failUsage(option.name + " takes no value", command.name);
+            }
             app.add_flag_function(names, [&values, name = option.name](int64_t count) {
                 if (count > 0)
                     values[name] = {"1"};
@@ -299,6 +303,10 @@ int runClient(const std::vector<std::string>& arguments, Console& console) {
         return int(ExitCode::BadInput);
     } catch (const std::bad_alloc&) {
         console.error(ClientError(ExitCode::BadInput, "memory", "out of memory"));
+        return int(ExitCode::BadInput);
+    } catch (const std::exception& e) {
+        console.error(ClientError(ExitCode::BadInput, "internal",
+                                  std::string("internal error: ") + e.what()));
         return int(ExitCode::BadInput);
     }
 }

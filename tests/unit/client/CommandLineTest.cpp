@@ -61,6 +61,7 @@ TEST(CommandLine, exitCodesTellWhatWentWrong) {
         {{"report", bad}, 7, "bad.snapshot"},
         {{"report", "--top", "3", bad}, 7, "bad.snapshot"},
         {{"top", "--count", "1", "no-such-jvm-at-all"}, 3, "no JVM matches"},
+        {{"export", bad, "--collapsed=x"}, 2, "--collapsed takes no value"},
         {{"export", bad}, 2, "name one form"},
         {{"export", bad, "--collapsed", "--speedscope"}, 2, "name one form"},
     };
