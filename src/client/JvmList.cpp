@@ -218,7 +218,10 @@ bool parseEndpoint(const std::string& text, Endpoint& endpoint) {
     if (!port)
         return false;
     endpoint.port = static_cast<int>(*port);
-    if (colon > 0)
+    bool bracketed = colon > 2 && text[0] == '[' && text[colon - 1] == ']';
+    if (bracketed)
+        endpoint.host = text.substr(1, colon - 2);
+    else if (colon > 0)
         endpoint.host = text.substr(0, colon);
     return true;
 }

@@ -67,8 +67,8 @@ private:
 // `next`. Empty if the arguments name none.
 std::string findMainArgument(const std::vector<std::string>& commandLine, size_t& next);
 
-// ":10005" or "host:10005" as an address; false for anything else. A bare number is no
-// address but a process id.
+// ":10005", "host:10005" or "[::1]:10005" as an address; false for anything else. A bare number is
+// no address but a process id.
 bool parseEndpoint(const std::string& text, Endpoint& endpoint);
 
 } // namespace vdk

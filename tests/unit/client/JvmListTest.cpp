@@ -197,6 +197,8 @@ TEST(JvmList, addressesHaveAColonAndAPort) {
     Endpoint endpoint;
     EXPECT_TRUE(parseEndpoint(":10005", endpoint));
     EXPECT_EQ(endpoint.text(), "127.0.0.1:10005");
+    EXPECT_TRUE(parseEndpoint("[::1]:10005", endpoint));
+    EXPECT_EQ(endpoint.host, "::1");
     EXPECT_TRUE(parseEndpoint("box:80", endpoint));
     EXPECT_EQ(endpoint.text(), "box:80");
     for (const char* text : {"10005", "box:", "box:0", "box:65536", "box:1x", ""})
