@@ -1,5 +1,5 @@
-// Ctrl-C, SIGTERM and SIGHUP: the first ends waits in an orderly way, the second ends the program. A
-// SIGHUP that was ignored at the start (nohup) stays so.
+// Ctrl-C, SIGTERM and SIGHUP: the first ends waits in an orderly way, the second ends the program.
+// A SIGHUP that was ignored at the start (nohup) stays so.
 #pragma once
 
 namespace vdk {
