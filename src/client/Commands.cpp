@@ -106,7 +106,7 @@ const std::vector<Command> Table = {
     {"trace",
      "start or stop CPU tracing: exact numbers of calls, and the time of each",
      "The first start in a process measures the cost of a traced call, which takes a second or "
-     "two. "
+     "two.\n"
      "Data of earlier profiling stays until `vdk clear`. The filter files hold one pattern a line.",
      "vdk trace start app.jar\nvdk trace stop app.jar",
      {{"ACTION", ValueKind::Choice, "what to do", {"start", "stop"}, true},
