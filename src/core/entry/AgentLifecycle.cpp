@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/entry/EventGate.h"
 #include "core/entry/EventTable.h"
 #include "core/entry/NativeTable.h"
 #include "core/entry/RuntimeClasses.h"
@@ -368,36 +369,22 @@ void registerLiveThreads(JNIEnv* env) {
 }
 
 void JNICALL vmStart(jvmtiEnv*, JNIEnv* env) {
-    runGuarded("JVMTI_Agent", __LINE__, [&] {
-        PendingException pending(env);
-        agentStart(env);
-    });
+    handleEvent(env, "JVMTI_Agent", __LINE__, [&] { agentStart(env); });
 }
 
 void JNICALL vmInit(jvmtiEnv*, JNIEnv* env, jthread) {
-    runGuarded("JVMTI_Agent", __LINE__, [&] {
-        PendingException pending(env);
-        vmInitImpl(env);
-    });
+    handleEvent(env, "JVMTI_Agent", __LINE__, [&] { vmInitImpl(env); });
 }
 
 void JNICALL vmDeath(jvmtiEnv*, JNIEnv* env) {
-    runGuarded("JVMTI_Agent", __LINE__, [&] {
-        PendingException pending(env);
-        vmDeathImpl(env);
-    });
+    handleEvent(env, "JVMTI_Agent", __LINE__, [&] { vmDeathImpl(env); });
 }
 
 void JNICALL threadStart(jvmtiEnv*, JNIEnv* env, jthread thread) {
-    runGuarded("JVMTI_Agent", __LINE__, [&] {
-        PendingException pending(env);
-        threadStartImpl(env, thread, Platform::getCurrentThreadNativeID());
-    });
+    handleEvent(env, "JVMTI_Agent", __LINE__,
+                [&] { threadStartImpl(env, thread, Platform::getCurrentThreadNativeID()); });
 }
 
 void JNICALL threadEnd(jvmtiEnv*, JNIEnv* env, jthread thread) {
-    runGuarded("JVMTI_Agent", __LINE__, [&] {
-        PendingException pending(env);
-        threadEndImpl(env, thread);
-    });
+    handleEvent(env, "JVMTI_Agent", __LINE__, [&] { threadEndImpl(env, thread); });
 }

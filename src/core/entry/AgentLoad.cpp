@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "core/entry/Capabilities.h"
+#include "core/entry/EventGate.h"
 #include "core/entry/EventTable.h"
 #include "core/entry/JvmArguments.h"
 #include "core/entry/RuntimeArchiveFile.h"
@@ -248,6 +249,7 @@ int prepareAgent(const JvmArguments& arguments, const VmDescription& vm) {
     if (!checkPlatformCapabilities()) {
         return LOAD_PLATFORM_REFUSED;
     }
+    EventGate::open();
     registerEventHandlers(ourJVMTI);
     CHECK_JVMTI(ourJVMTI->SetNativeMethodPrefix(ourNativeMethodPrefix));
     if (!bringRuntimeClasses(arguments)) {
@@ -366,6 +368,7 @@ jint agentOnAttach(JavaVM* vm, const char* options) {
     if (result != LOAD_OK) {
         // The JVM lives on, and the user may try again with other options.
         runGuarded("JVMTI_Agent", __LINE__, [] { restoreJNIFunctions(); });
+        EventGate::close();
         disposeEnvironments();
         ourCapabilities = capabilities;
         ourStatus = status;

@@ -1,5 +1,6 @@
 #include "core/entry/EventTable.h"
 
+#include "core/entry/EventGate.h"
 #include "core/entry/JVMTI_Agent.h"
 #include "core/entry/JavaObjectMap.h"
 #include "core/ground/CommonUtils.h"
@@ -17,8 +18,7 @@ namespace {
 void JNICALL class_load_handler(jvmtiEnv*, JNIEnv*, jthread, jclass) {}
 
 void JNICALL class_prepare_handler(jvmtiEnv*, JNIEnv* env, jthread, jclass type) {
-    runGuarded("JVMTI_Agent", __LINE__, [&] {
-        PendingException pending(env);
+    handleEvent(env, "JVMTI_Agent", __LINE__, [&] {
         // The class object itself is an allocation; which frame it belongs to is not known.
         vdkInitImpl(env, type, -1);
         ClassLoadingProbe::onClassPrepare(env, type);

@@ -2,16 +2,20 @@
 // capabilities. Each start runs in a process of its own, since it fills the agent's globals.
 #include "core/entry/JVMTI_Agent.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "agent/FakeJvm.h"
+#include "core/entry/EventGate.h"
 #include "core/ground/ConsumedEvents.h"
 #include "core/ground/Globals.h"
 #include "core/ground/JvmGlobals.h"
@@ -438,6 +442,30 @@ TEST_F(AgentLoad, failedAttachDisposesEverythingAndMayBeTriedAgain) {
                                                   "DisposeEnvironment 3\nDisposeEnvironment 4\n"
                                                   "DisposeEnvironment 5\nDisposeEnvironment 6\n"
                                                   "DisposeEnvironment 7\n"));
+}
+
+TEST_F(AgentLoad, failedAttachTakesItsEnvironmentsFromNoHandlerAtWork) {
+    const ProcessOutcome outcome = runInChild([&] {
+        FakeJvm jvm;
+        setCommandLine({"java", "Main"});
+        auto atWork = std::make_unique<EventGate>();
+        std::atomic<int> result{-1};
+        std::thread attaching([&] { result = agentOnAttach(jvm.vm(), "tmpdir=/proc/nowhere"); });
+        while (EventGate().isOpen() && result == -1) {
+            std::this_thread::yield();
+        }
+        const bool waits = ourJVMTI != nullptr;
+        atWork.reset();
+        attaching.join();
+        // Events that the JVM had under way come to nothing.
+        threadStart(nullptr, nullptr, nullptr);
+        threadEnd(nullptr, nullptr, nullptr);
+        vmDeath(nullptr, nullptr);
+        jvm.callbacks.ClassPrepare(nullptr, nullptr, nullptr, nullptr);
+        return waits && ourJVMTI == nullptr ? result.load() : 99;
+    });
+    EXPECT_EQ(LOAD_NO_ARCHIVE, outcome.exitCode);
+    EXPECT_THAT(outcome.log, Not(HasSubstr("exception caught")));
 }
 
 TEST_F(AgentLoad, secondLoadTouchesNothing) {
