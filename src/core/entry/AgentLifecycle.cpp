@@ -179,7 +179,7 @@ void vmInitImpl(JNIEnv* env) {
     if (!agentInit(env)) {
         exit(-1);
     }
-    enableClassFileLoadHook(ourJVMTI);
+    enableClassFileLoadHook(ourJVMTI, env);
     retransformPrimordialClasses(env);
     startProfiling(env);
 }

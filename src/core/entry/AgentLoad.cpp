@@ -195,7 +195,7 @@ int startAttached() {
         ourJVMTI2 = createTaggableJVMTIEnv(false);
         tagClassesLoadedBeforeAttach(env);
     }
-    enableClassFileLoadHook(ourJVMTI);
+    enableClassFileLoadHook(ourJVMTI, env);
     retransformLoadersLoadedBeforeAttach(env);
     registerLiveThreads(env);
     startProfiling(env);

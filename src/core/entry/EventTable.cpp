@@ -57,6 +57,27 @@ bool canSendExceptions() {
     return (ourCapabilities & CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE) == 0;
 }
 
+// At the first class of a module that a hook sees, the JVM calls Java code that lets the module
+// read the unnamed ones. Were that first class one which this code needs, its load would be
+// circular, and stay refused: nothing in the JVM could add a read edge any more, and a flight
+// recording that is to begin at the start would end the JVM.
+const char* const CLASSES_OF_READ_EDGES[] = {
+    "java/lang/Module$ReflectionData",
+    "java/lang/WeakPairMap$Pair$Lookup",
+    "java/lang/WeakPairMap$Pair$Weak",
+    "java/lang/WeakPairMap$Pair$Weak$1",
+};
+
+void loadClassesOfReadEdges(JNIEnv* env) {
+    for (const char* name : CLASSES_OF_READ_EDGES) {
+        jclass type = env->FindClass(name);
+        if (type == nullptr) {
+            env->ExceptionClear();
+        }
+        env->DeleteLocalRef(type);
+    }
+}
+
 void enableObjectFree(jvmtiEnv* environment, jvmtiEventObjectFree handler) {
     jvmtiEventCallbacks callbacks = {};
     callbacks.ObjectFree = handler;
@@ -98,8 +119,9 @@ void registerEventHandlers(jvmtiEnv* environment) {
     updateExceptionEvents();
 }
 
-void enableClassFileLoadHook(jvmtiEnv* environment) {
+void enableClassFileLoadHook(jvmtiEnv* environment, JNIEnv* env) {
     if (ourConsumedEvents.classFileLoadHook != nullptr) {
+        loadClassesOfReadEdges(env);
         enable(environment, JVMTI_EVENT_CLASS_FILE_LOAD_HOOK);
     }
 }

@@ -7,7 +7,7 @@ void registerEventHandlers(jvmtiEnv* environment);
 
 // Enables the class load hook, once the JVM is initialised. Earlier it costs the JVM its archives:
 // some demand that no hook is on at load, and end the JVM.
-void enableClassFileLoadHook(jvmtiEnv* environment);
+void enableClassFileLoadHook(jvmtiEnv* environment, JNIEnv* env);
 
 // Enables the object-free event of the environments whose tags serve class unloading and object
 // maps. The results of these calls are not checked: without the event only old

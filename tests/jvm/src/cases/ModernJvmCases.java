@@ -118,6 +118,12 @@ public final class ModernJvmCases {
         sampleAndSnapshot(target);
     }
 
+    /** The recorder's start adds read edges to modules while the first classes meet the hook. */
+    @Case(fixture = Idle.class, attach = false, jvm = "-XX:StartFlightRecording")
+    static void startsBesideAFlightRecording(Target target) throws Exception {
+        target.finish();
+    }
+
     @Case(fixture = Virtual.class, since = 21)
     static void livesWithThousandsOfVirtualThreads(Target target) throws Exception {
         sampleAndSnapshot(target);
