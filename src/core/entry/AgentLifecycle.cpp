@@ -297,9 +297,10 @@ bool agentInit(JNIEnv* env) {
         Logger::message("agentInit: Core.init() returned false");
         return false;
     }
+    // The threads of Core run and use the environments: from here on a failure leaves all in place.
+    ourVMInitCalled = true;
     runAgentThread(env, "VDKAgent-CPUSampler", sampler_thread_entry);
     runAgentThread(env, "VDKAgent-OOMESnapshotDetector", detector_thread_entry);
-    ourVMInitCalled = true;
     Logger::message("agentInit: OK");
     return true;
 }

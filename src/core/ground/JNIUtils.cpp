@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "core/ground/Exceptions.h"
+#include "core/ground/Globals.h"
 #include "core/ground/Logger.h"
 
 namespace {
@@ -74,6 +76,11 @@ void assertJNIImpl(JNIEnv* env, const char* file, int line) {
     Logger::message(ZString("assertJNI failed at ") + Logger::place(file, line));
     env->ExceptionClear();
     Logger::message(getExceptionMessage(env, exception));
+    if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0) {
+        // The application runs already: its heap may be full, which must end the attach alone.
+        env->DeleteLocalRef(exception);
+        throw VDKRuntimeException();
+    }
     exit(-1);
 }
 

@@ -7,7 +7,8 @@
 // Helpers around JNI calls of the agent's own.
 
 // Nothing without a pending Java exception. Otherwise logs the exception and ends the process with
-// exit(-1): the agent's own Java code failed where it must not.
+// exit(-1): the agent's own Java code failed where it must not. An agent that attached throws
+// VDKRuntimeException instead.
 void assertJNIImpl(JNIEnv* env, const char* file, int line);
 
 #define ASSERT_JNI(env) assertJNIImpl((env), __FILE__, __LINE__)
@@ -26,7 +27,7 @@ void throwExceptionAssertionFailed(JNIEnv* env);
 // without asking: its JNI checks would complain of them otherwise.
 void announceLocalReferences(JNIEnv* env, jint count);
 
-// The class by its internal name, as a local reference. A failure ends the process.
+// The class by its internal name, as a local reference. Without it as assertJNIImpl.
 jclass findClass(JNIEnv* env, const char* name);
 
 // The text of a Java string in modified UTF-8; empty for null or when the JVM gives nothing.

@@ -137,9 +137,21 @@ public final class Core {
                 return false;
             }
             ourPort = server.getLocalPort();
-            new TelemetryThreadJVMTI().start();
+            if (!startRequestThread(server)) {
+                return false;
+            }
+            tellOfStart(host, profilerUIPath, idePort);
+            return true;
+        } catch (Throwable e) {
+            Callback.messageToLogFile("Cannot start: " + Strings.stackTrace(e));
+            return false;
+        }
+    }
+
+    /** The agent runs by now: whatever fails here, even for lack of memory, must not undo that. */
+    private static void tellOfStart(String host, String profilerUIPath, int idePort) {
+        try {
             Callback.createMarker(ourPort, 1);
-            startRequestThread(server);
             Callback.message(Strings.isEmpty(host)
                                      ? "Profiler agent is listening on port " + ourPort
                                      : "Profiler agent is listening on " + host + ":" + ourPort,
@@ -150,10 +162,8 @@ public final class Core {
             } else {
                 UILauncher.start(profilerUIPath, idePort, ourPort);
             }
-            return true;
-        } catch (Throwable e) {
-            Callback.messageToLogFile("Cannot start: " + Strings.stackTrace(e));
-            return false;
+        } catch (Throwable full) {
+            // nothing is missing but the message
         }
     }
 
@@ -184,11 +194,21 @@ public final class Core {
         return new ControlServerSocket(onlyLocal, port, Strings.isEmpty(host) ? null : host);
     }
 
-    private static void startRequestThread(final ControlServerSocket server) {
+    /**
+     * Starts the one thread that starts the other: where the system gives no more threads a start
+     * fails with nothing of it left running. False then.
+     */
+    private static boolean startRequestThread(final ControlServerSocket server) {
+        final TelemetryThreadJVMTI telemetry = new TelemetryThreadJVMTI();
         Thread thread = ThreadUtil.createDaemon("VDKAgent-RequestListener", new Runnable() {
             @Override
             public void run() {
                 while (true) {
+                    try {
+                        telemetry.startOnce();
+                    } catch (Throwable full) {
+                        // tried again after the next client
+                    }
                     try {
                         acceptAndServe(server);
                     } catch (Throwable full) {
@@ -198,7 +218,15 @@ public final class Core {
             }
         });
         thread.setPriority(Thread.MIN_PRIORITY);
-        thread.start();
+        try {
+            thread.start();
+            return true;
+        } catch (Throwable noThread) {
+            server.close();
+            ourPort = -1;
+            Callback.messageToLogFile("Cannot start: no thread for requests");
+            return false;
+        }
     }
 
     private static void acceptAndServe(ControlServerSocket server) {

@@ -23,27 +23,55 @@ final class TelemetryThreadJVMTI implements Runnable {
     /** Row of the clock's name. The records alone would not keep it: they are evicted. */
     private int myClockNameID;
 
-    void start() {
-        ThreadUtil.createDaemon("VDKAgent-Telemetry", this).start();
+    /** Of the thread that starts this one. */
+    private boolean myIsStarted;
+
+    /** Starts the thread; once that succeeded, it does nothing. */
+    void startOnce() {
+        if (!myIsStarted) {
+            Thread thread = ThreadUtil.createDaemon("VDKAgent-Telemetry", this);
+            thread.setPriority(Thread.NORM_PRIORITY);
+            thread.start();
+            myIsStarted = true;
+        }
     }
 
     @Override
     public void run() {
         try {
-            if (Callback.getTelemetryPeriodMs() <= 0) {
-                return;
+            if (Callback.getTelemetryPeriodMs() > 0) {
+                while (!prepareIfMemoryAllows()) {
+                    ThreadUtil.sleep(Callback.getTelemetryPeriodMs());
+                }
+                poll();
             }
+        } catch (Throwable e) {
+            tellOfEnd(e);
+        }
+    }
+
+    private static void tellOfEnd(Throwable cause) {
+        try {
+            Callback.messageToLogFile("Telemetry ended: " + Strings.stackTrace(cause));
+        } catch (OutOfMemoryError full) {
+            // out of the thread it would be printed in the middle of what the application prints
+        }
+    }
+
+    /** An attach may find the heap full. */
+    private boolean prepareIfMemoryAllows() {
+        try {
             if (Core.isAttached()) {
                 Callback.correctUptimeMs(JvmFacts.get().getUptimeMs());
             }
-            poll();
-        } catch (Throwable e) {
-            Callback.messageToLogFile("Telemetry ended: " + Strings.stackTrace(e));
+            myClockNameID = Callback.setProperty("tele.clock_sec", "keep_against_string_gc");
+            return true;
+        } catch (OutOfMemoryError full) {
+            return false;
         }
     }
 
     private void poll() {
-        myClockNameID = Callback.setProperty("tele.clock_sec", "keep_against_string_gc");
         boolean first = true;
         int steps = 0;
         while (true) {
