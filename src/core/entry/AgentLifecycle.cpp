@@ -297,10 +297,15 @@ bool agentInit(JNIEnv* env) {
         Logger::message("agentInit: Core.init() returned false");
         return false;
     }
-    // The threads of Core run and use the environments: from here on a failure leaves all in place.
+    const bool areThreadsThere = runGuarded("JVMTI_Agent", __LINE__, [&] {
+        runAgentThread(env, "VDKAgent-CPUSampler", sampler_thread_entry);
+        runAgentThread(env, "VDKAgent-OOMESnapshotDetector", detector_thread_entry);
+    });
+    // The threads of Core run and use the environments: a failure leaves all in place from here on.
     ourVMInitCalled = true;
-    runAgentThread(env, "VDKAgent-CPUSampler", sampler_thread_entry);
-    runAgentThread(env, "VDKAgent-OOMESnapshotDetector", detector_thread_entry);
+    if (!areThreadsThere) {
+        throw VDKRuntimeException();
+    }
     Logger::message("agentInit: OK");
     return true;
 }

@@ -132,26 +132,42 @@ public final class Core {
             if (enableOOMEDumper) {
                 OOMEDumper.enable();
             }
+            TelemetryThreadJVMTI telemetry = new TelemetryThreadJVMTI();
             ControlServerSocket server = listen(onlyLocal, port, host);
             if (server == null) {
                 return false;
             }
             ourPort = server.getLocalPort();
-            if (!startRequestThread(server)) {
-                return false;
-            }
+            startThreads(server, telemetry);
             tellOfStart(host, profilerUIPath, idePort);
             return true;
         } catch (Throwable e) {
-            Callback.messageToLogFile("Cannot start: " + Strings.stackTrace(e));
+            logIfMemoryAllows("Cannot start: ", e);
             return false;
+        }
+    }
+
+    /** Either all that listens and runs is there afterwards, or nothing: threads may be refused. */
+    private static void startThreads(ControlServerSocket server, TelemetryThreadJVMTI telemetry) {
+        boolean complete = false;
+        try {
+            telemetry.start();
+            Callback.createMarker(ourPort, 1);
+            startRequestThread(server);
+            complete = true;
+        } finally {
+            if (!complete) {
+                telemetry.end();
+                Callback.createMarker(0, 0);
+                server.close();
+                ourPort = -1;
+            }
         }
     }
 
     /** The agent runs by now: whatever fails here, even for lack of memory, must not undo that. */
     private static void tellOfStart(String host, String profilerUIPath, int idePort) {
         try {
-            Callback.createMarker(ourPort, 1);
             Callback.message(Strings.isEmpty(host)
                                      ? "Profiler agent is listening on port " + ourPort
                                      : "Profiler agent is listening on " + host + ":" + ourPort,
@@ -162,8 +178,20 @@ public final class Core {
             } else {
                 UILauncher.start(profilerUIPath, idePort, ourPort);
             }
-        } catch (Throwable full) {
-            // nothing is missing but the message
+        } catch (Throwable e) {
+            logIfMemoryAllows("Start is not told: ", e);
+        }
+    }
+
+    /**
+     * For threads of the agent that end: what leaves one of them is printed in the middle of what
+     * the application prints.
+     */
+    static void logIfMemoryAllows(String what, Throwable cause) {
+        try {
+            Callback.messageToLogFile(what + Strings.stackTrace(cause));
+        } catch (OutOfMemoryError full) {
+            // The log gets its text from the heap, too.
         }
     }
 
@@ -194,21 +222,11 @@ public final class Core {
         return new ControlServerSocket(onlyLocal, port, Strings.isEmpty(host) ? null : host);
     }
 
-    /**
-     * Starts the one thread that starts the other: where the system gives no more threads a start
-     * fails with nothing of it left running. False then.
-     */
-    private static boolean startRequestThread(final ControlServerSocket server) {
-        final TelemetryThreadJVMTI telemetry = new TelemetryThreadJVMTI();
+    private static void startRequestThread(final ControlServerSocket server) {
         Thread thread = ThreadUtil.createDaemon("VDKAgent-RequestListener", new Runnable() {
             @Override
             public void run() {
                 while (true) {
-                    try {
-                        telemetry.startOnce();
-                    } catch (Throwable full) {
-                        // tried again after the next client
-                    }
                     try {
                         acceptAndServe(server);
                     } catch (Throwable full) {
@@ -218,15 +236,7 @@ public final class Core {
             }
         });
         thread.setPriority(Thread.MIN_PRIORITY);
-        try {
-            thread.start();
-            return true;
-        } catch (Throwable noThread) {
-            server.close();
-            ourPort = -1;
-            Callback.messageToLogFile("Cannot start: no thread for requests");
-            return false;
-        }
+        thread.start();
     }
 
     private static void acceptAndServe(ControlServerSocket server) {

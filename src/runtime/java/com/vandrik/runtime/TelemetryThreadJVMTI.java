@@ -23,16 +23,22 @@ final class TelemetryThreadJVMTI implements Runnable {
     /** Row of the clock's name. The records alone would not keep it: they are evicted. */
     private int myClockNameID;
 
-    /** Of the thread that starts this one. */
-    private boolean myIsStarted;
+    /** Null before the start, or if the system gave no thread. */
+    private Thread myThread;
 
-    /** Starts the thread; once that succeeded, it does nothing. */
-    void startOnce() {
-        if (!myIsStarted) {
-            Thread thread = ThreadUtil.createDaemon("VDKAgent-Telemetry", this);
-            thread.setPriority(Thread.NORM_PRIORITY);
-            thread.start();
-            myIsStarted = true;
+    private volatile boolean myIsEnding;
+
+    void start() {
+        Thread thread = ThreadUtil.createDaemon("VDKAgent-Telemetry", this);
+        thread.start();
+        myThread = thread;
+    }
+
+    /** For a start that failed. Afterwards the thread uses nothing of the agent any more. */
+    void end() {
+        myIsEnding = true;
+        while (myThread != null && myThread.isAlive()) {
+            ThreadUtil.sleep(STEP_MS);
         }
     }
 
@@ -40,21 +46,13 @@ final class TelemetryThreadJVMTI implements Runnable {
     public void run() {
         try {
             if (Callback.getTelemetryPeriodMs() > 0) {
-                while (!prepareIfMemoryAllows()) {
-                    ThreadUtil.sleep(Callback.getTelemetryPeriodMs());
+                while (!prepareIfMemoryAllows() && !myIsEnding) {
+                    ThreadUtil.sleep(STEP_MS);
                 }
                 poll();
             }
         } catch (Throwable e) {
-            tellOfEnd(e);
-        }
-    }
-
-    private static void tellOfEnd(Throwable cause) {
-        try {
-            Callback.messageToLogFile("Telemetry ended: " + Strings.stackTrace(cause));
-        } catch (OutOfMemoryError full) {
-            // out of the thread it would be printed in the middle of what the application prints
+            Core.logIfMemoryAllows("Telemetry ended: ", e);
         }
     }
 
@@ -74,7 +72,7 @@ final class TelemetryThreadJVMTI implements Runnable {
     private void poll() {
         boolean first = true;
         int steps = 0;
-        while (true) {
+        while (!myIsEnding) {
             ThreadUtil.sleep(STEP_MS);
             steps++;
             if (first || steps >= Callback.getTelemetryPeriodMs() / STEP_MS ||
