@@ -1,11 +1,8 @@
 package cases;
 
 import com.sun.tools.attach.AgentInitializationException;
-import com.sun.tools.attach.AgentLoadException;
 import fixtures.Configures;
-import fixtures.Fills;
 import fixtures.Idle;
-import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -156,39 +153,6 @@ public final class StartCases {
         target.awaitOutput("heard hello");
         target.finish();
         Check.contains(target.log(), "vmDeath: OK", "log");
-    }
-
-    @Case(fixture = Fills.class, noAgent = true, load = false,
-          jvm = {"-Xmx16m", "-XX:+UseSerialGC"})
-    static void
-    anAttachToAFullHeapLeavesTheJvmAlive(Target target) throws Exception {
-        target.allowFaultsInLog();
-        target.awaitOutput("ready");
-        // The JVM's own thread for attaches needs memory, too, and begins with the first of them.
-        Check.equal(resultOfAttach(target, "quiet,nonsense"), 3, "result of the first attach");
-        for (int bytes : new int[] {4000, 15000, 30000}) {
-            target.send("hold " + bytes);
-            target.awaitOutput(bytes + " held\n");
-            resultOfAttach(target, target.agentOptions("disableoomedumper"));
-            target.send("free");
-        }
-        target.awaitOutput("30000 held\nfreed\n");
-        target.attach(target.agentOptions(""));
-        target.awaitPort();
-        target.finish();
-        Check.isTrue(!target.errors().contains("VDKAgent"), target.errors());
-    }
-
-    /** What the agent answered, or -1 where the JVM itself could not go through with it. */
-    private static int resultOfAttach(Target target, String options) throws Exception {
-        try {
-            target.attach(options);
-            return 0;
-        } catch (AgentInitializationException e) {
-            return e.returnValue();
-        } catch (AgentLoadException | IOException e) {
-            return -1;
-        }
     }
 
     @Case(fixture = Idle.class, noAgent = true, attach = false)
