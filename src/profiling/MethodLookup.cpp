@@ -41,24 +41,25 @@ int flagsByName(const char* className, const char* methodName) {
     return flags;
 }
 
-// The class of the method was unloaded before the agent asked for its name.
-bool isUnloaded(jvmtiError error) {
-    return error == JVMTI_ERROR_INVALID_METHODID;
+// Nobody can name the method any more: its class was unloaded, or the JVM ended in the middle of a
+// pass over the stacks.
+bool isGone(jvmtiError error) {
+    return error == JVMTI_ERROR_INVALID_METHODID || error == JVMTI_ERROR_WRONG_PHASE;
 }
 
-// 0 for a handle whose class is gone.
+// 0 for a method that is gone.
 int lookUp(JNIEnv* env, jmethodID id) {
     JvmtiMemory<char> name;
     JvmtiMemory<char> signature;
     const jvmtiError error =
         ourJVMTI->GetMethodName(id, name.receive(), signature.receive(), nullptr);
-    if (isUnloaded(error)) {
+    if (isGone(error)) {
         return 0;
     }
     CHECK_JVMTI(error);
     jclass type = nullptr;
     const jvmtiError typeError = ourJVMTI->GetMethodDeclaringClass(id, &type);
-    if (isUnloaded(typeError)) {
+    if (isGone(typeError)) {
         return 0;
     }
     CHECK_JVMTI(typeError);
@@ -66,6 +67,9 @@ int lookUp(JNIEnv* env, jmethodID id) {
     const jvmtiError classError =
         ourJVMTI->GetClassSignature(type, classSignature.receive(), nullptr);
     env->DeleteLocalRef(type);
+    if (isGone(classError)) {
+        return 0;
+    }
     CHECK_JVMTI(classError);
     const ZString className = SignatureUtil::convertClassSignatureToFullName(classSignature.get());
     const ZString parameters = SignatureUtil::convertMethodSignatureToParameters(signature.get());
