@@ -154,7 +154,9 @@ TEST(JvmList, markerOfAnotherPidNamespaceIsGivenToTheJvmThatListens) {
 TEST(JvmList, performanceDataOfTheTargetsNamespaceWins) {
     FakeMachine machine;
     machine.add(101, "java -cp x @all", Jvm17, 7);
-    machine.dir.write("101/root/tmp/hsperfdata_app/7", hsperf("sun.rt.javaCommand", "com.a.B c d"));
+    const std::string rootOfTarget = "101/root";
+    machine.dir.write(rootOfTarget + "/tmp/hsperfdata_app/7",
+                      hsperf("sun.rt.javaCommand", "com.a.B c d"));
     Jvm jvm = machine.finder.find("101");
     EXPECT_EQ(jvm.namespacePid, 7);
     EXPECT_EQ(jvm.mainName, "com.a.B");

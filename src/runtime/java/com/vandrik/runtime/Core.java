@@ -158,7 +158,7 @@ public final class Core {
         } finally {
             if (!complete) {
                 telemetry.end();
-                Callback.createMarker(0, 0);
+                Callback.createMarker(0, 0); // in no state that others look for
                 server.close();
                 ourPort = -1;
             }
