@@ -4,6 +4,8 @@
 // With a row, 0 to 3, only that one runs, for a profiler. Heap calls of the C++ runtime are counted
 // by the operators below. bench/classfile_asm.sh runs it beside the same work done with ASM.
 
+#include "instrument/TracingInstrumentation.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -12,8 +14,6 @@
 #include <new>
 #include <string>
 #include <vector>
-
-#include "instrument/TracingInstrumentation.h"
 
 namespace {
 long ourHeapCalls = 0;

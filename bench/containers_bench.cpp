@@ -1,17 +1,16 @@
 // The agent's hash tables beside std::unordered_map and std::unordered_set, on the keys that the
 // agent uses them with: small dense ints, pointers, text.
 
+#include "core/ground/ZMap.h"
+#include "core/ground/ZSet.h"
+
 #include <algorithm>
+#include <benchmark/benchmark.h>
 #include <random>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
-
-#include <benchmark/benchmark.h>
-
-#include "core/ground/ZMap.h"
-#include "core/ground/ZSet.h"
 
 namespace {
 // Keys spread like addresses of objects: distinct, multiples of 16, in no order.

@@ -1,24 +1,22 @@
 // The database's hot paths beside the plainest code that could do the same: look-up of (thread,
 // frame) pairs, the walk to a child frame, the table stream into memory and back, pattern matching.
 
-#include <algorithm>
-#include <cstring>
-#include <random>
-#include <regex>
-#include <string>
-#include <unordered_map>
-#include <vector>
-
-#include <fnmatch.h>
-
-#include <benchmark/benchmark.h>
-
 #include "db/AbstractWriter.h"
 #include "db/DB.h"
 #include "db/Progress.h"
 #include "db/SnapshotCommon.h"
 #include "db/TableStreamReader.h"
 #include "probes/WildcardMatch.h"
+
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <cstring>
+#include <fnmatch.h>
+#include <random>
+#include <regex>
+#include <string>
+#include <unordered_map>
+#include <vector>
 
 namespace {
 // Keeps nothing: the bytes pass through the buffer, as they do on their way to a file.

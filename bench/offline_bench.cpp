@@ -8,6 +8,17 @@
 // Options for Google Benchmark are passed over, as bench/run gives them to every program.
 // Times are CPU times; give VDK_BENCH_THREADS=2 for two threads and wall times.
 
+#include "../tests/unit/offline/BigGraphs.h"
+#include "PlainDominators.h"
+#include "core/ground/Logger.h"
+#include "heapfile/HprofReader.h"
+#include "offline/BackwardReferences.h"
+#include "offline/DominatorComputer.h"
+#include "offline/DominatorVerifier.h"
+#include "offline/HeapAnalysis.h"
+#include "offline/MemAllocator.h"
+#include "offline/Reachability.h"
+
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -16,17 +27,6 @@
 #include <fstream>
 #include <sys/resource.h>
 #include <unistd.h>
-
-#include "../tests/unit/offline/BigGraphs.h"
-#include "PlainDominators.h"
-#include "core/ground/Logger.h"
-#include "offline/BackwardReferences.h"
-#include "offline/DominatorComputer.h"
-#include "offline/DominatorVerifier.h"
-#include "offline/HeapAnalysis.h"
-#include "offline/HprofReader.h"
-#include "offline/MemAllocator.h"
-#include "offline/Reachability.h"
 
 namespace {
 

@@ -19,11 +19,14 @@ if(VDK_BUILD_FUZZERS AND VDK_SANITIZE MATCHES "address")
     target_compile_options(vdk_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# vdk_subsystem(name DEPS targets... [EXCLUDE files...]): all *.cpp of the current folder.
+# vdk_subsystem(name DEPS targets... [EXCLUDE files...] [SOURCES files...] [RECURSE]): all *.cpp of the
+# current folder, of its subfolders too with RECURSE, or those named.
 function(vdk_subsystem name)
-    cmake_parse_arguments(ARG "" "" "DEPS;EXCLUDE;SOURCES" ${ARGN})
+    cmake_parse_arguments(ARG "RECURSE" "" "DEPS;EXCLUDE;SOURCES" ${ARGN})
     if(ARG_SOURCES)
         set(sources ${ARG_SOURCES})
+    elseif(ARG_RECURSE)
+        file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
     else()
         file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
     endif()

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstring>
-#include <type_traits>
-
 #include "classfile/ClassArena.h"
 #include "core/ground/ZVector.h"
+
+#include <cstring>
+#include <type_traits>
 
 // ArenaVector<T>: a growable array of plain values or pointers in a ClassArena. Takes no memory
 // while it is empty; growth doubles the capacity and leaves the old array to the arena. Indices are

@@ -79,7 +79,7 @@ void checkShape(const char* shape, DataInput& body, const ConstantPool& pool) {
 void skipElements(DataInput& input, int depth);
 
 void skipElement(int tag, DataInput& input, int depth) {
-    Logger::assertTrue(depth < MAX_ANNOTATION_DEPTH, "AttributeInfo", __LINE__);
+    Logger::assertTrue(depth < MAX_ANNOTATION_DEPTH, VDK_HERE);
     switch (tag) {
     case 'e':
         input.take(4);
@@ -114,12 +114,12 @@ void skipElements(DataInput& input, int depth) {
 
 AttributeInfo::AttributeInfo(AttributeKind attributeKind, int name, int bytes)
     : nameIndex(name), length(bytes), kind(attributeKind) {
-    Logger::assertTrue(name >= 1, "AttributeInfo", __LINE__);
-    Logger::assertTrue(bytes >= 0, "AttributeInfo", __LINE__);
+    Logger::assertTrue(name >= 1, VDK_HERE);
+    Logger::assertTrue(bytes >= 0, VDK_HERE);
 }
 
 void AttributeInfo::setAttributeLength(int newLength) {
-    Logger::assertTrue(newLength >= 0, "AttributeInfo", __LINE__);
+    Logger::assertTrue(newLength >= 0, VDK_HERE);
     length = newLength;
 }
 
@@ -135,11 +135,11 @@ void RawAttribute::writeTo(DataOutput& output) const {
 
 ConstantValueAttribute::ConstantValueAttribute(int name, int count, const unsigned char* body)
     : RawAttribute(ATTRIBUTE_CONSTANT_VALUE, name, count, body) {
-    Logger::assertTrue(getValueIndex() >= 1, "AttributeInfo", __LINE__);
+    Logger::assertTrue(getValueIndex() >= 1, VDK_HERE);
 }
 
 int ExceptionsAttribute::getClassIndex(int i) const {
-    Logger::assertTrue(i >= 0 && i < getCount(), "AttributeInfo", __LINE__);
+    Logger::assertTrue(i >= 0 && i < getCount(), VDK_HERE);
     DataInput body = openBody();
     body.take(2 + 2 * i);
     return body.readUnsignedShort();
@@ -182,7 +182,7 @@ AttributeKind AttributeInfoReader::classify(const ConstantUtf8Info& name) {
 AttributeInfo* AttributeInfoReader::create(DataInput& input, ConstantPool& pool) {
     const int name = input.readUnsignedShort();
     const int length = input.readInt();
-    Logger::assertTrue(length >= 0, "AttributeInfo", __LINE__);
+    Logger::assertTrue(length >= 0, VDK_HERE);
     const unsigned char* const body = input.take(length);
     ClassArena& arena = pool.getArena();
     const AttributeKind kind = classify(pool.getUtf8Info(name));
@@ -227,7 +227,7 @@ AttributeInfo* AttributeInfoReader::create(DataInput& input, ConstantPool& pool)
 void AttributeInfoReader::createAll(DataInput& input, ConstantPool& pool, AttributeList& into) {
     const int count = input.readUnsignedShort();
     // Each takes at least its six header bytes.
-    Logger::assertTrue(count <= input.getRemaining() / 6, "AttributeInfo", __LINE__);
+    Logger::assertTrue(count <= input.getRemaining() / 6, VDK_HERE);
     into.reserve(count);
     for (int i = 0; i < count; i++) {
         into.push(create(input, pool));

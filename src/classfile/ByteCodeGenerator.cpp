@@ -49,14 +49,14 @@ void ByteCodeGenerator::closeJump() {
 }
 
 void ByteCodeGenerator::copyTo(unsigned char* to, int position) const {
-    Logger::assertTrue(openJumps.isEmpty(), "ByteCodeGenerator", __LINE__);
-    Logger::assertNotNULL(to, "ByteCodeGenerator", __LINE__);
-    Logger::assertTrue(position >= 0, "ByteCodeGenerator", __LINE__);
+    Logger::assertTrue(openJumps.isEmpty(), VDK_HERE);
+    Logger::assertNotNULL(to, VDK_HERE);
+    Logger::assertTrue(position >= 0, VDK_HERE);
     memcpy(to + position, code.data(), static_cast<size_t>(code.getSize()));
 }
 
 void ByteCodeGenerator::installInto(CodeAttribute* attribute) const {
-    Logger::assertTrue(openJumps.isEmpty(), "ByteCodeGenerator", __LINE__);
-    Logger::assertNotNULL(attribute, "ByteCodeGenerator", __LINE__);
+    Logger::assertTrue(openJumps.isEmpty(), VDK_HERE);
+    Logger::assertNotNULL(attribute, VDK_HERE);
     attribute->setCode(code.data(), code.getSize());
 }

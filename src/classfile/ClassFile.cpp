@@ -27,14 +27,14 @@ ClassFile::ClassFile(DataInput& input, bool stripStackMaps)
     }
     accessFlags = input.readUnsignedShort();
     thisClass = pool.checkRead(input.readUnsignedShort());
-    Logger::assertTrue(thisClass >= 1, "ClassFile", __LINE__);
+    Logger::assertTrue(thisClass >= 1, VDK_HERE);
     superClass = pool.checkRead(input.readUnsignedShort());
     interfaceCount = input.readUnsignedShort();
-    Logger::assertTrue(interfaceCount * 2 <= input.getRemaining(), "ClassFile", __LINE__);
+    Logger::assertTrue(interfaceCount * 2 <= input.getRemaining(), VDK_HERE);
     interfaces = arena.allocateArray<int>(interfaceCount);
     for (int i = 0; i < interfaceCount; i++) {
         interfaces[i] = pool.checkRead(input.readUnsignedShort());
-        Logger::assertTrue(interfaces[i] >= 1, "ClassFile", __LINE__);
+        Logger::assertTrue(interfaces[i] >= 1, VDK_HERE);
     }
     fieldSpan.bytes = input.take(0);
     int start = input.getPosition();
@@ -47,7 +47,7 @@ ClassFile::ClassFile(DataInput& input, bool stripStackMaps)
     }
     fieldSpan.count = input.getPosition() - start;
     const int methodCount = input.readUnsignedShort();
-    Logger::assertTrue(methodCount * 8 <= input.getRemaining(), "ClassFile", __LINE__);
+    Logger::assertTrue(methodCount * 8 <= input.getRemaining(), VDK_HERE);
     methods.reserve(methodCount + 2);
     for (int i = 0; i < methodCount; i++) {
         methods.push(arena.make<MethodInfo>(input, this));
@@ -56,7 +56,7 @@ ClassFile::ClassFile(DataInput& input, bool stripStackMaps)
     start = input.getPosition();
     AttributeInfoReader::skipClassAttributes(input, pool);
     attributeSpan.count = input.getPosition() - start;
-    Logger::assertEquals(input.getRemaining(), 0, "ClassFile", __LINE__);
+    Logger::assertEquals(input.getRemaining(), 0, VDK_HERE);
 }
 
 void ClassFile::noteJava7Constants() {
@@ -100,7 +100,7 @@ void ClassFile::encodeEverything() {
 }
 
 void ClassFile::writeClass(DataOutput& output) {
-    Logger::assertTrue(!invalid, "ClassFile", __LINE__);
+    Logger::assertTrue(!invalid, VDK_HERE);
     for (int i = 0; i < methods.getSize(); i++) {
         if (stripping) {
             methods[i]->getCodeAttribute();
@@ -138,7 +138,7 @@ void ClassFile::writeClass(DataOutput& output) {
 }
 
 int ClassFile::getInterface(int i) const {
-    Logger::assertTrue(i >= 0 && i < interfaceCount, "ClassFile", __LINE__);
+    Logger::assertTrue(i >= 0 && i < interfaceCount, VDK_HERE);
     return interfaces[i];
 }
 
@@ -182,7 +182,7 @@ MethodInfo* ClassFile::findMethod(const Utf8View& name, const Utf8View& descript
 }
 
 MethodInfo* ClassFile::findFirstMethod(const Utf8View& name, bool* ambiguous) {
-    Logger::assertNotNULL(ambiguous, "ClassFile", __LINE__);
+    Logger::assertNotNULL(ambiguous, VDK_HERE);
     *ambiguous = false;
     MethodInfo* first = nullptr;
     for (int i = 0; i < methods.getSize(); i++) {
@@ -199,7 +199,7 @@ MethodInfo* ClassFile::findFirstMethod(const Utf8View& name, bool* ambiguous) {
 }
 
 int ClassFile::findOrCreateMethod(const Utf8View& name, const Utf8View& descriptor, int flags) {
-    Logger::assertTrue(flags >= 0, "ClassFile", __LINE__);
+    Logger::assertTrue(flags >= 0, VDK_HERE);
     const int nameIndex = findOrCreateUtf8(name);
     const int descriptorIndex = findOrCreateUtf8(descriptor);
     for (int i = 0; i < methods.getSize(); i++) {
@@ -231,7 +231,7 @@ void ClassFile::replaceText(ConstantUtf8Info& entry, const ZString& from, const 
 
 void ClassFile::patchConstantPool(const ZVectorSafe<ZString>& from,
                                   const ZVectorSafe<ZString>& to) {
-    Logger::assertEquals(from.getSize(), to.getSize(), "ClassFile", __LINE__);
+    Logger::assertEquals(from.getSize(), to.getSize(), VDK_HERE);
     for (int pair = 0; pair < from.getSize(); pair++) {
         for (int i = 1; i < pool.getSize(); i++) {
             ConstantPoolInfo* const entry = pool[i];

@@ -20,10 +20,10 @@ CodeAttribute::CodeAttribute(const unsigned char* body, ConstantPool& constantPo
     maxStack = input.readUnsignedShort();
     maxLocals = input.readUnsignedShort();
     codeLength = input.readInt();
-    Logger::assertTrue(codeLength >= 1 && codeLength < 0x10000, "CodeAttribute", __LINE__);
+    Logger::assertTrue(codeLength >= 1 && codeLength < 0x10000, VDK_HERE);
     code = input.take(codeLength);
     const int handlers = input.readUnsignedShort();
-    Logger::assertTrue(handlers * 8 <= input.getRemaining(), "CodeAttribute", __LINE__);
+    Logger::assertTrue(handlers * 8 <= input.getRemaining(), VDK_HERE);
     exceptionTable.reserve(handlers);
     for (int i = 0; i < handlers; i++) {
         ExceptionTableElement element;
@@ -31,11 +31,11 @@ CodeAttribute::CodeAttribute(const unsigned char* body, ConstantPool& constantPo
         element.endPc = input.readUnsignedShort();
         element.handlerPc = input.readUnsignedShort();
         element.catchType = input.readUnsignedShort();
-        Logger::assertTrue(element.endPc > element.startPc, "CodeAttribute", __LINE__);
+        Logger::assertTrue(element.endPc > element.startPc, VDK_HERE);
         exceptionTable.push(element);
     }
     AttributeInfoReader::createAll(input, pool, attributes);
-    Logger::assertEquals(input.getRemaining(), 0, "CodeAttribute", __LINE__);
+    Logger::assertEquals(input.getRemaining(), 0, VDK_HERE);
 }
 
 CodeAttribute::CodeAttribute(ConstantPool& constantPool, int nameIndex)
@@ -66,8 +66,8 @@ void CodeAttribute::writeTo(DataOutput& output) const {
 }
 
 void CodeAttribute::setCode(const unsigned char* newCode, int length) {
-    Logger::assertNotNULL(newCode, "CodeAttribute", __LINE__);
-    Logger::assertTrue(length >= 0, "CodeAttribute", __LINE__);
+    Logger::assertNotNULL(newCode, VDK_HERE);
+    Logger::assertTrue(length >= 0, VDK_HERE);
     adoptCode(pool.getArena().copyBytes(newCode, length), length);
 }
 
@@ -149,7 +149,7 @@ int CodeAttribute::getCorrectExceptionHandlerIndex(int pc) const {
 
 void CodeAttribute::insertHandlerFrame(int handler, VerificationType type) {
     ArenaVector<StackMapFrame*>& list = getFrames();
-    Logger::assertTrue(!list.isEmpty(), "CodeAttribute", __LINE__);
+    Logger::assertTrue(!list.isEmpty(), VDK_HERE);
     int at = 0;
     while (at < list.getSize() && list[at]->getOffset() < handler) {
         at++;
@@ -158,7 +158,7 @@ void CodeAttribute::insertHandlerFrame(int handler, VerificationType type) {
 }
 
 void CodeAttribute::addExceptionHandler(int start, int end, int handler, VerificationType type) {
-    Logger::assertTrue(start >= 0 && end > start && handler >= 0, "CodeAttribute", __LINE__);
+    Logger::assertTrue(start >= 0 && end > start && handler >= 0, VDK_HERE);
     exceptionTable.push({start, end, handler, 0});
     addLength(8);
     modified = true;
@@ -182,7 +182,7 @@ void CodeAttribute::addExceptionHandler(int start, int end, int handler, Verific
 }
 
 void CodeAttribute::incExceptionHandlerIndex(int pc, int delta) {
-    Logger::assertTrue(delta >= 0, "CodeAttribute", __LINE__);
+    Logger::assertTrue(delta >= 0, VDK_HERE);
     for (int i = 0; i < exceptionTable.getSize(); i++) {
         ExceptionTableElement& element = exceptionTable[i];
         if (element.startPc > pc) {
@@ -194,7 +194,7 @@ void CodeAttribute::incExceptionHandlerIndex(int pc, int delta) {
             while (frame < list.getSize() && list[frame]->getOffset() != element.handlerPc) {
                 frame++;
             }
-            Logger::assertTrue(frame < list.getSize(), "CodeAttribute", __LINE__);
+            Logger::assertTrue(frame < list.getSize(), VDK_HERE);
             list[frame]->setOffset(list[frame]->getOffset() + delta);
         }
         element.endPc += delta;
@@ -204,7 +204,7 @@ void CodeAttribute::incExceptionHandlerIndex(int pc, int delta) {
 }
 
 void CodeAttribute::shiftExceptionTableAndLineNumbers(int delta, int fromPc) {
-    Logger::assertTrue(delta >= 0, "CodeAttribute", __LINE__);
+    Logger::assertTrue(delta >= 0, VDK_HERE);
     modified = true;
     for (int i = 0; i < exceptionTable.getSize(); i++) {
         ExceptionTableElement& element = exceptionTable[i];
@@ -348,7 +348,7 @@ const StackMapTableAttribute* CodeAttribute::getRawFrames() const {
 }
 
 ArenaVector<StackMapFrame*>& CodeAttribute::getFrames() {
-    Logger::assertTrue(stackMaps, "CodeAttribute", __LINE__);
+    Logger::assertTrue(stackMaps, VDK_HERE);
     if (!frames.isEmpty()) {
         return frames;
     }
@@ -370,7 +370,7 @@ void CodeAttribute::addStackMapFrames(const ZVector<int>& offsets, int base,
         return;
     }
     ArenaVector<StackMapFrame*>& list = getFrames();
-    Logger::assertTrue(!list.isEmpty(), "CodeAttribute", __LINE__);
+    Logger::assertTrue(!list.isEmpty(), VDK_HERE);
     ClassArena& arena = pool.getArena();
     ArenaVector<StackMapFrame*> merged(arena);
     merged.reserve(list.getSize() + offsets.getSize());
@@ -406,7 +406,7 @@ void CodeAttribute::addStackMapTableAttributeBeforeWrite() {
         largest += frames[i]->getLargestSize();
     }
     ClassArena& arena = pool.getArena();
-    Logger::assertTrue(largest <= 0x3fffffff, "CodeAttribute", __LINE__);
+    Logger::assertTrue(largest <= 0x3fffffff, VDK_HERE);
     unsigned char* const bytes = arena.allocateArray<unsigned char>(static_cast<int>(largest));
     DataOutput::storeShort(bytes, frames.getSize() - 1);
     unsigned char* at = bytes + 2;

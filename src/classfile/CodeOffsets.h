@@ -8,18 +8,18 @@ class CodeOffsets {
 public:
     // map has an entry for each of the oldLength positions and one for the end of the code.
     CodeOffsets(const int* map, int oldLength) : newPositions(map), count(oldLength) {
-        Logger::assertNotNULL(map, "CodeOffsets", __LINE__);
+        Logger::assertNotNULL(map, VDK_HERE);
     }
     // Position of the instruction that was at pc.
     int at(int pc) const {
-        Logger::assertTrue(pc >= 0 && pc < count, "CodeOffsets", __LINE__);
+        Logger::assertTrue(pc >= 0 && pc < count, VDK_HERE);
         return newPositions[pc];
     }
     // Whether pc is a position of the old code or its end.
     bool covers(int pc) const { return pc >= 0 && pc <= count; }
     // End of a range; the old end of the code is one.
     int end(int pc) const {
-        Logger::assertTrue(pc >= 0 && pc <= count, "CodeOffsets", __LINE__);
+        Logger::assertTrue(pc >= 0 && pc <= count, VDK_HERE);
         return newPositions[pc];
     }
 

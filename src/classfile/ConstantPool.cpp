@@ -90,7 +90,7 @@ constexpr EntryForm FORMS[256] = {
 bool ConstantPool::read(DataInput& input, int count) {
     DataInput from = input;
     // Each entry takes at least 3 bytes, a wide one 9 for its two indices.
-    Logger::assertTrue(count <= from.getRemaining() / 3 + 2, "ConstantPool", __LINE__);
+    Logger::assertTrue(count <= from.getRemaining() / 3 + 2, VDK_HERE);
     original = from.take(0);
     const int start = from.getPosition();
     // One more: a wide entry at the last index is followed by a null that no count announced.
@@ -116,14 +116,13 @@ bool ConstantPool::read(DataInput& input, int count) {
         const int textLength = first & -static_cast<int>(isText);
         from.take(textLength);
         const bool zero = ((first | form.unchecked) == 0) | ((second | form.unchecked) == 0);
-        Logger::assertTrue(!zero, "ConstantPoolInfo", __LINE__);
+        Logger::assertTrue(!zero, VDK_HERE);
         // An index past the entries read would mean one that is appended later.
         const bool past =
             ((form.entries > 0) & (second >= count)) | ((form.entries > 1) & (first >= count));
-        Logger::assertTrue(!past, "ConstantPoolInfo", __LINE__);
+        Logger::assertTrue(!past, VDK_HERE);
         if (tag == CONSTANT_METHOD_HANDLE) {
-            Logger::assertTrue(body[0] >= 1 && body[0] <= 9 && shortAt(body + 1) < count,
-                               "ConstantPoolInfo", __LINE__);
+            Logger::assertTrue(body[0] >= 1 && body[0] <= 9 && shortAt(body + 1) < count, VDK_HERE);
         }
         // What is no text is taken for an empty one here.
         const char* const text = reinterpret_cast<const char*>(body) + 2;
@@ -224,7 +223,7 @@ void ConstantPool::write(DataOutput& output) const {
 
 const ConstantPoolInfo& ConstantPool::getEntry(int index, int tag) const {
     const ConstantPoolInfo* const entry = (*this)[index];
-    Logger::assertTrue(entry != nullptr && entry->getTag() == tag, "ConstantPool", __LINE__);
+    Logger::assertTrue(entry != nullptr && entry->getTag() == tag, VDK_HERE);
     return *entry;
 }
 
@@ -234,7 +233,7 @@ const ConstantUtf8Info& ConstantPool::getUtf8Info(int index) const {
 
 Utf8View ConstantPool::getClassName(int index) const {
     const Content content = getContent(index);
-    Logger::assertTrue(content.tag == CONSTANT_CLASS, "ConstantPool", __LINE__);
+    Logger::assertTrue(content.tag == CONSTANT_CLASS, VDK_HERE);
     return getUtf8(content.first);
 }
 
@@ -339,13 +338,13 @@ int ConstantPool::findOrCreateStringInfo(const Utf8View& text) {
 }
 
 int ConstantPool::findOrCreateConstantClass(int nameIndex) {
-    Logger::assertTrue(nameIndex >= 1, "ConstantPool", __LINE__);
+    Logger::assertTrue(nameIndex >= 1, VDK_HERE);
     const int found = findIndexed(CONSTANT_CLASS, nameIndex, 0);
     return found > 0 ? found : append(arena.make<ConstantClassInfo>(nameIndex));
 }
 
 int ConstantPool::findOrCreateNameAndType(int nameIndex, int descriptorIndex) {
-    Logger::assertTrue(nameIndex >= 1 && descriptorIndex >= 1, "ConstantPool", __LINE__);
+    Logger::assertTrue(nameIndex >= 1 && descriptorIndex >= 1, VDK_HERE);
     const int found = findIndexed(CONSTANT_NAME_AND_TYPE, nameIndex, descriptorIndex);
     return found > 0 ? found
                      : append(arena.make<ConstantNameAndTypeInfo>(nameIndex, descriptorIndex));
@@ -353,7 +352,7 @@ int ConstantPool::findOrCreateNameAndType(int nameIndex, int descriptorIndex) {
 
 int ConstantPool::findOrCreateMemberRef(int tag, int classIndex, int nameIndex,
                                         int descriptorIndex) {
-    Logger::assertTrue(classIndex >= 1, "ConstantPool", __LINE__);
+    Logger::assertTrue(classIndex >= 1, VDK_HERE);
     const int nameAndType = findOrCreateNameAndType(nameIndex, descriptorIndex);
     const int found = findIndexed(tag, classIndex, nameAndType);
     if (found > 0) {

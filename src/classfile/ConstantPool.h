@@ -43,7 +43,7 @@ public:
     // An index of the class file itself, asserted to be one of the entries read: an index past them
     // would mean an appended one.
     int checkRead(int index) const {
-        Logger::assertTrue(index < readSize, "ConstantPool", __LINE__);
+        Logger::assertTrue(index < readSize, VDK_HERE);
         return index;
     }
     // May be null. An index beyond the pool is an internal error.

@@ -10,7 +10,7 @@ ConstantUtf8Info::ConstantUtf8Info(DataInput& input)
 
 ConstantUtf8Info::ConstantUtf8Info(ClassArena& arena, const Utf8View& text)
     : ConstantPoolInfo(CONSTANT_UTF8), length(static_cast<unsigned short>(text.getLength())) {
-    Logger::assertTrue(text.getLength() <= 0xffff, "ConstantPoolInfo", __LINE__);
+    Logger::assertTrue(text.getLength() <= 0xffff, VDK_HERE);
     bytes = reinterpret_cast<const char*>(
         arena.copyBytes(reinterpret_cast<const unsigned char*>(text.getBytes()), length));
 }
@@ -22,7 +22,7 @@ bool ConstantUtf8Info::equals(const Utf8View& text) const {
 }
 
 void ConstantUtf8Info::setValue(ConstantPool& pool, const Utf8View& text) {
-    Logger::assertTrue(text.getLength() <= 0xffff, "ConstantPoolInfo", __LINE__);
+    Logger::assertTrue(text.getLength() <= 0xffff, VDK_HERE);
     bytes = reinterpret_cast<const char*>(pool.getArena().copyBytes(
         reinterpret_cast<const unsigned char*>(text.getBytes()), text.getLength()));
     length = static_cast<unsigned short>(text.getLength());
@@ -44,11 +44,11 @@ void ConstantIntInfo::writeTo(DataOutput& output) const {
 
 ConstantOneIndexInfo::ConstantOneIndexInfo(int t, int i, bool checked)
     : ConstantPoolInfo(t), index(static_cast<unsigned short>(i)) {
-    Logger::assertTrue(!checked || i >= 1, "ConstantPoolInfo", __LINE__);
+    Logger::assertTrue(!checked || i >= 1, VDK_HERE);
 }
 
 bool ConstantOneIndexInfo::equals(int other) const {
-    Logger::assertTrue(other >= 1, "ConstantPoolInfo", __LINE__);
+    Logger::assertTrue(other >= 1, VDK_HERE);
     return index == other;
 }
 
@@ -64,12 +64,11 @@ Utf8View ConstantClassInfo::getName(const ConstantPool& pool) const {
 ConstantTwoIndexInfo::ConstantTwoIndexInfo(int t, int firstIndex, int secondIndex, bool checked)
     : ConstantPoolInfo(t), first(static_cast<unsigned short>(firstIndex)),
       second(static_cast<unsigned short>(secondIndex)) {
-    Logger::assertTrue(!checked || (firstIndex >= 1 && secondIndex >= 1), "ConstantPoolInfo",
-                       __LINE__);
+    Logger::assertTrue(!checked || (firstIndex >= 1 && secondIndex >= 1), VDK_HERE);
 }
 
 bool ConstantTwoIndexInfo::equals(int firstIndex, int secondIndex) const {
-    Logger::assertTrue(firstIndex >= 1 && secondIndex >= 1, "ConstantPoolInfo", __LINE__);
+    Logger::assertTrue(firstIndex >= 1 && secondIndex >= 1, VDK_HERE);
     return first == firstIndex && second == secondIndex;
 }
 
@@ -108,7 +107,7 @@ ConstantMethodHandleInfo::ConstantMethodHandleInfo(DataInput& input)
     : ConstantPoolInfo(CONSTANT_METHOD_HANDLE),
       kind(static_cast<unsigned char>(input.readUnsignedByte())),
       index(static_cast<unsigned short>(input.readUnsignedShort())) {
-    Logger::assertTrue(kind >= 1 && kind <= 9, "ConstantPoolInfo", __LINE__);
+    Logger::assertTrue(kind >= 1 && kind <= 9, VDK_HERE);
 }
 
 void ConstantMethodHandleInfo::writeTo(DataOutput& output) const {

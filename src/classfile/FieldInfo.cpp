@@ -6,14 +6,14 @@
 FieldInfo::FieldInfo(DataInput& input, ConstantPool& pool)
     : accessFlags(input.readUnsignedShort()), nameIndex(pool.checkRead(input.readUnsignedShort())),
       descriptorIndex(pool.checkRead(input.readUnsignedShort())), attributes(pool.getArena()) {
-    Logger::assertTrue(nameIndex >= 1 && descriptorIndex >= 1, "FieldInfo", __LINE__);
+    Logger::assertTrue(nameIndex >= 1 && descriptorIndex >= 1, VDK_HERE);
     AttributeInfoReader::createAll(input, pool, attributes);
 }
 
 FieldInfo::FieldInfo(int flags, int name, int descriptor, ConstantPool& pool)
     : accessFlags(flags), nameIndex(name), descriptorIndex(descriptor),
       attributes(pool.getArena()) {
-    Logger::assertTrue(flags >= 0 && name >= 1 && descriptor >= 1, "FieldInfo", __LINE__);
+    Logger::assertTrue(flags >= 0 && name >= 1 && descriptor >= 1, VDK_HERE);
 }
 
 void FieldInfo::writeTo(DataOutput& output) const {

@@ -6,11 +6,11 @@ LineNumberTableAttribute::LineNumberTableAttribute(ClassArena& owner, int name, 
                                                    const unsigned char* body)
     : RawAttribute(ATTRIBUTE_LINE_NUMBER_TABLE, name, count, body), arena(owner),
       entries(openBody().readUnsignedShort()), copy(nullptr) {
-    Logger::assertTrue(entries * 4 + 2 == count, "LineNumberTableAttribute", __LINE__);
+    Logger::assertTrue(entries * 4 + 2 == count, VDK_HERE);
 }
 
 const unsigned char* LineNumberTableAttribute::entryAt(int i) const {
-    Logger::assertTrue(i >= 0 && i < entries, "LineNumberTableAttribute", __LINE__);
+    Logger::assertTrue(i >= 0 && i < entries, VDK_HERE);
     return getBytes() + 2 + 4 * i;
 }
 
@@ -31,7 +31,7 @@ unsigned char* LineNumberTableAttribute::writableEntries() {
 }
 
 void LineNumberTableAttribute::shiftLineNumbers(int delta) {
-    Logger::assertTrue(delta >= 0, "LineNumberTableAttribute", __LINE__);
+    Logger::assertTrue(delta >= 0, VDK_HERE);
     unsigned char* at = writableEntries();
     for (int i = 0; i < entries; i++, at += 4) {
         DataOutput::storeShort(at, (at[0] << 8 | at[1]) + delta);

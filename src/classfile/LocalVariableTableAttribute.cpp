@@ -7,12 +7,12 @@ const unsigned char EMPTY_TABLE[2] = {0, 0};
 } // namespace
 
 void LocalVariable::setStartPc(int pc) {
-    Logger::assertTrue(pc >= 0, "LocalVariableTableAttribute", __LINE__);
+    Logger::assertTrue(pc >= 0, VDK_HERE);
     DataOutput::storeShort(at, pc);
 }
 
 void LocalVariable::setLength(int length) {
-    Logger::assertTrue(length >= 0, "LocalVariableTableAttribute", __LINE__);
+    Logger::assertTrue(length >= 0, VDK_HERE);
     DataOutput::storeShort(at + 2, length);
 }
 
@@ -20,7 +20,7 @@ LocalVariablesAttribute::LocalVariablesAttribute(AttributeKind kind, ClassArena&
                                                  int count, const unsigned char* body)
     : RawAttribute(kind, name, count, body), arena(owner), entries(openBody().readUnsignedShort()),
       copy(nullptr) {
-    Logger::assertTrue(entries * 10 + 2 == count, "LocalVariableTableAttribute", __LINE__);
+    Logger::assertTrue(entries * 10 + 2 == count, VDK_HERE);
 }
 
 LocalVariableList LocalVariablesAttribute::getLocalVariables() {
@@ -52,8 +52,7 @@ void checkLocalVariables(const LocalVariableList& variables, const ConstantPool&
         pool.checkRead(variable.getNameIndex());
         const int descriptor = pool.checkRead(variable.getDescriptorIndex());
         const int slots = DescriptorTypes::slotsOf(pool.getUtf8(descriptor).charAt(0));
-        Logger::assertTrue(variable.getSlot() + slots <= maxLocals, "LocalVariableTableAttribute",
-                           __LINE__);
+        Logger::assertTrue(variable.getSlot() + slots <= maxLocals, VDK_HERE);
     }
 }
 

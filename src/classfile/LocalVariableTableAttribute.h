@@ -27,7 +27,7 @@ public:
     LocalVariableList(unsigned char* entries, int count) : bytes(entries), size(count) {}
     int getSize() const { return size; }
     LocalVariable operator[](int i) const {
-        Logger::assertTrue(i >= 0 && i < size, "LocalVariableTableAttribute", __LINE__);
+        Logger::assertTrue(i >= 0 && i < size, VDK_HERE);
         return LocalVariable(bytes + 10 * i);
     }
 

@@ -24,7 +24,7 @@ MethodInfo::MethodInfo(int flags, int name, int descriptor, ClassFile* owner)
     : accessFlags(flags), nameIndex(name), descriptorIndex(descriptor), classFile(owner),
       attributes(owner->getArena()), original(nullptr), originalBytes(0), parsed(true),
       modified(true), code(nullptr) {
-    Logger::assertTrue(flags >= 0 && name >= 1 && descriptor >= 1, "MethodInfo", __LINE__);
+    Logger::assertTrue(flags >= 0 && name >= 1 && descriptor >= 1, VDK_HERE);
 }
 
 Utf8View MethodInfo::getName() const {
@@ -42,7 +42,7 @@ void MethodInfo::setAccessFlags(int flags) {
 }
 
 bool MethodInfo::equals(int otherNameIndex, int otherDescriptorIndex) const {
-    Logger::assertTrue(otherNameIndex >= 1 && otherDescriptorIndex >= 1, "MethodInfo", __LINE__);
+    Logger::assertTrue(otherNameIndex >= 1 && otherDescriptorIndex >= 1, VDK_HERE);
     return nameIndex == otherNameIndex && descriptorIndex == otherDescriptorIndex;
 }
 
@@ -75,7 +75,7 @@ CodeAttribute* MethodInfo::createCodeAttribute() {
     parseAttributes();
     ConstantPool& pool = classFile->getConstantPool();
     const int nameIndex = pool.findUtf8(CodeAttribute::NAME);
-    Logger::assertTrue(nameIndex > 0, "MethodInfo", __LINE__);
+    Logger::assertTrue(nameIndex > 0, VDK_HERE);
     CodeAttribute* const created = classFile->getArena().make<CodeAttribute>(pool, nameIndex);
     attributes.push(created);
     if (code == nullptr) {
@@ -87,7 +87,7 @@ CodeAttribute* MethodInfo::createCodeAttribute() {
 
 void MethodInfo::moveAttributesTo(MethodInfo* other) {
     parseAttributes();
-    Logger::assertTrue(other->getAttributes().isEmpty() && code == nullptr, "MethodInfo", __LINE__);
+    Logger::assertTrue(other->getAttributes().isEmpty() && code == nullptr, VDK_HERE);
     other->attributes.append(attributes.data(), attributes.getSize());
     attributes.clear();
     modified = true;

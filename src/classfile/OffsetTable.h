@@ -11,8 +11,8 @@ public:
 
     // offsetIndex: code position of the operand, 16 bits wide if isShort, else 32.
     void addOffsetToTable(int instructionIndex, int offsetIndex, bool isShort) {
-        Logger::assertTrue(instructionIndex >= 0, "OffsetTable", __LINE__);
-        Logger::assertTrue(offsetIndex >= 1, "OffsetTable", __LINE__);
+        Logger::assertTrue(instructionIndex >= 0, VDK_HERE);
+        Logger::assertTrue(offsetIndex >= 1, VDK_HERE);
         elements.push({instructionIndex, offsetIndex, isShort});
     }
     int getSize() const { return elements.getSize(); }
@@ -27,7 +27,7 @@ private:
         bool isShort;
     };
     const Element& element(int i) const {
-        Logger::assertTrue(i < elements.getSize(), "OffsetTable", __LINE__);
+        Logger::assertTrue(i < elements.getSize(), VDK_HERE);
         return elements[i];
     }
 

@@ -72,7 +72,7 @@ const unsigned char SCAN[256] = {
 
 [[noreturn]] void failCutOff(int position) {
     Logger::error(ZString("Instruction reaches beyond the code at ") + longToString(position),
-                  "OpCodes", __LINE__);
+                  VDK_HERE);
 }
 
 // Walks the code and says whether any opcode satisfies the test.
@@ -94,8 +94,7 @@ bool anyOpcode(const char* text, int length, Test test) {
 } // namespace
 
 void failOpCode(int opcode) {
-    Logger::error(ZString("Wrong instruction opcode found: ") + longToString(opcode), "OpCodes",
-                  __LINE__);
+    Logger::error(ZString("Wrong instruction opcode found: ") + longToString(opcode), VDK_HERE);
 }
 
 int nextInstruction(const unsigned char* code, int length, int position) {

@@ -48,23 +48,23 @@ extern const OpCodeInfo ourOpCodes[256];
 extern const int ourOpCodeLength[256];
 
 inline int readCodeInt(const unsigned char* code, int index) {
-    Logger::assertNotNULL(code, "OpCodes", __LINE__);
-    Logger::assertTrue(index >= 0, "OpCodes", __LINE__);
+    Logger::assertNotNULL(code, VDK_HERE);
+    Logger::assertTrue(index >= 0, VDK_HERE);
     return static_cast<int>(static_cast<unsigned>(code[index]) << 24 |
                             static_cast<unsigned>(code[index + 1]) << 16 |
                             static_cast<unsigned>(code[index + 2]) << 8 | code[index + 3]);
 }
 inline int readCodeUnsignedShort(const unsigned char* code, int index) {
-    Logger::assertNotNULL(code, "OpCodes", __LINE__);
-    Logger::assertTrue(index >= 0, "OpCodes", __LINE__);
+    Logger::assertNotNULL(code, VDK_HERE);
+    Logger::assertTrue(index >= 0, VDK_HERE);
     return code[index] << 8 | code[index + 1];
 }
 inline int readCodeShort(const unsigned char* code, int index) {
     return static_cast<short>(readCodeUnsignedShort(code, index));
 }
 inline int readCodeByte(const unsigned char* code, int index) {
-    Logger::assertNotNULL(code, "OpCodes", __LINE__);
-    Logger::assertTrue(index >= 0, "OpCodes", __LINE__);
+    Logger::assertNotNULL(code, VDK_HERE);
+    Logger::assertTrue(index >= 0, VDK_HERE);
     return code[index];
 }
 

@@ -4,12 +4,12 @@
 
 VerificationType::VerificationType(int t, int v)
     : tag(t), value(t >= VERIFICATION_UNINITIALIZED_THIS ? v : -1) {
-    Logger::assertTrue(t < VERIFICATION_UNINITIALIZED_THIS || v >= 0, "StackMapFrame", __LINE__);
+    Logger::assertTrue(t < VERIFICATION_UNINITIALIZED_THIS || v >= 0, VDK_HERE);
 }
 
 VerificationType::VerificationType(DataInput& input, int thisClass)
     : tag(input.readUnsignedByte()), value(-1) {
-    Logger::assertTrue(tag < 9, "StackMapFrame", __LINE__);
+    Logger::assertTrue(tag < 9, VDK_HERE);
     if (tag >= VERIFICATION_OBJECT) {
         value = input.readUnsignedShort();
     } else if (tag == VERIFICATION_UNINITIALIZED_THIS) {
@@ -43,14 +43,13 @@ VerificationType::VerificationType(const Utf8View& descriptor, ClassFile* classF
         const bool array = descriptor.charAt(0) == '[';
         const Utf8View name =
             array ? descriptor : Utf8View(descriptor.getBytes() + 1, descriptor.getLength() - 2);
-        Logger::assertTrue(name.getLength() >= 1, "StackMapFrame", __LINE__);
+        Logger::assertTrue(name.getLength() >= 1, VDK_HERE);
         tag = VERIFICATION_OBJECT;
         value = classFile->findOrCreateConstantClass(classFile->findOrCreateUtf8(name));
         return;
     }
     default:
-        Logger::error(ZString("unexpected java type: ") + descriptor.toString(), "StackMapFrame",
-                      __LINE__);
+        Logger::error(ZString("unexpected java type: ") + descriptor.toString(), VDK_HERE);
     }
 }
 
@@ -121,7 +120,7 @@ void StackMapFrame::copyLocals(const StackMapFrame* from) {
 void StackMapFrame::readTypes(ArenaVector<VerificationType>& into, int count, DataInput& input,
                               int thisClass) {
     // Each type takes at least a byte.
-    Logger::assertTrue(count <= input.getRemaining(), "StackMapFrame", __LINE__);
+    Logger::assertTrue(count <= input.getRemaining(), VDK_HERE);
     into.reserve(into.getSize() + count);
     for (int i = 0; i < count; i++) {
         into.push(VerificationType(input, thisClass));
@@ -134,7 +133,7 @@ void StackMapFrame::readTypes(ArenaVector<VerificationType>& into, int count, Da
 StackMapFrame::StackMapFrame(const StackMapFrame* previous, DataInput& input, int thisClass)
     : offset(0), locals(previous->locals.getArena()), stack(previous->locals.getArena()) {
     const int type = input.readUnsignedByte();
-    Logger::assertTrue(type < 128 || type > 246, "StackMapFrame", __LINE__);
+    Logger::assertTrue(type < 128 || type > 246, VDK_HERE);
     const int delta = type < 64 ? type : type < 128 ? type - 64 : input.readUnsignedShort();
     offset = previous->offset + 1 + delta;
     if (type == 255) {
@@ -170,7 +169,7 @@ unsigned char* writeCounted(const ArenaVector<VerificationType>& types, unsigned
 
 unsigned char* StackMapFrame::writeTo(const StackMapFrame* previous, unsigned char* at) const {
     const int delta = offset - previous->offset;
-    Logger::assertTrue(delta > 0, "StackMapFrame", __LINE__);
+    Logger::assertTrue(delta > 0, VDK_HERE);
     const int difference = VerificationType::compare(locals, previous->locals);
     int type = 255;
     if (stack.getSize() == 1 && difference == 0) {
@@ -190,7 +189,7 @@ unsigned char* StackMapFrame::writeTo(const StackMapFrame* previous, unsigned ch
     }
     if (type >= 252) {
         const int added = type - 251;
-        Logger::assertTrue(locals.getSize() >= added, "StackMapFrame", __LINE__);
+        Logger::assertTrue(locals.getSize() >= added, VDK_HERE);
         return writeTypes(locals, locals.getSize() - added, at);
     }
     return writeTypes(stack, 0, at);

@@ -14,13 +14,13 @@ public:
 
     void moveFrame() {
         const int type = input.readUnsignedByte();
-        Logger::assertTrue(type < 128 || type > 246, "StackMapTableAttribute", __LINE__);
+        Logger::assertTrue(type < 128 || type > 246, VDK_HERE);
         const int delta = type < 64 ? type : type < 128 ? type - 64 : input.readUnsignedShort();
         oldOffset += 1 + delta;
         const int moved = offsets.at(oldOffset);
         const int newDelta = moved - newOffset - 1;
         newOffset = moved;
-        Logger::assertTrue(newDelta >= 0, "StackMapTableAttribute", __LINE__);
+        Logger::assertTrue(newDelta >= 0, VDK_HERE);
         if (type < 64 || type == 251) {
             writeHead(newDelta, 0, 251);
         } else if (type < 128 || type == 247) {
@@ -53,8 +53,7 @@ private:
     void moveTypes(int count) {
         for (int i = 0; i < count; i++) {
             const int tag = input.readUnsignedByte();
-            Logger::assertTrue(tag <= VERIFICATION_UNINITIALIZED, "StackMapTableAttribute",
-                               __LINE__);
+            Logger::assertTrue(tag <= VERIFICATION_UNINITIALIZED, VDK_HERE);
             writeByte(tag);
             if (tag == VERIFICATION_OBJECT) {
                 writeShort(input.readUnsignedShort());
@@ -85,10 +84,10 @@ private:
 } // namespace
 
 void StackMapTableAttribute::parse(ArenaVector<StackMapFrame*>& frames, int thisClass) const {
-    Logger::assertEquals(frames.getSize(), 1, "StackMapTableAttribute", __LINE__);
+    Logger::assertEquals(frames.getSize(), 1, VDK_HERE);
     DataInput input = openBody();
     const int count = input.readUnsignedShort();
-    Logger::assertTrue(count <= input.getRemaining(), "StackMapTableAttribute", __LINE__);
+    Logger::assertTrue(count <= input.getRemaining(), VDK_HERE);
     frames.reserve(count + 1);
     ClassArena& arena = frames.getArena();
     const StackMapFrame* previous = frames[0];
@@ -96,12 +95,12 @@ void StackMapTableAttribute::parse(ArenaVector<StackMapFrame*>& frames, int this
     for (int i = 0; i < count; i++) {
         StackMapFrame* const frame = arena.make<StackMapFrame>(previous, input, thisClass);
         types += frame->getLocals().getSize() + frame->getStack().getSize();
-        Logger::assertTrue(types <= MAX_TYPES, "StackMapTableAttribute", __LINE__);
+        Logger::assertTrue(types <= MAX_TYPES, VDK_HERE);
         frames.push(frame);
         previous = frame;
     }
     // The JVM refuses a table of another size, so it must not leave us with the right one.
-    Logger::assertEquals(input.getRemaining(), 0, "StackMapTableAttribute", __LINE__);
+    Logger::assertEquals(input.getRemaining(), 0, VDK_HERE);
 }
 
 void StackMapTableAttribute::shift(const CodeOffsets& offsets, ClassArena& arena) {
@@ -115,7 +114,7 @@ void StackMapTableAttribute::shift(const CodeOffsets& offsets, ClassArena& arena
     for (int i = 0; i < count; i++) {
         mover.moveFrame();
     }
-    Logger::assertEquals(input.getRemaining(), 0, "StackMapTableAttribute", __LINE__);
+    Logger::assertEquals(input.getRemaining(), 0, VDK_HERE);
     arena.trim(mover.getEnd());
     replaceBody(bytes, static_cast<int>(mover.getEnd() - bytes));
 }

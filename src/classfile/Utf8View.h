@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstring>
-
 #include "core/ground/ZString.h"
+
+#include <cstring>
 
 // Utf8View: text of a constant pool entry, in place: raw modified UTF-8 that is never decoded, not
 // zero-terminated. Valid as long as the entry's ClassFile and the bytes that it was read from.

@@ -1,5 +1,5 @@
-#include "client/CommandLine.h"
-#include "client/Signals.h"
+#include "client/commands/CommandLine.h"
+#include "client/console/Signals.h"
 
 #include <iostream>
 #include <unistd.h>

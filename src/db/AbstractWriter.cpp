@@ -13,7 +13,7 @@ AbstractWriter::~AbstractWriter() {
 
 void AbstractWriter::makeRoom() {
     flush();
-    Logger::assertEquals(used, 0, "AbstractWriter", __LINE__);
+    Logger::assertEquals(used, 0, VDK_HERE);
 }
 
 void AbstractWriter::writeFloat(float value) {
@@ -49,7 +49,7 @@ void AbstractWriter::writeString(const char* text) {
         return;
     }
     const size_t length = strlen(text);
-    Logger::assertTrue(length <= 0x7fffffff, "AbstractWriter", __LINE__);
+    Logger::assertTrue(length <= 0x7fffffff, VDK_HERE);
     writeInt(static_cast<int>(length));
     writeBytes(text, static_cast<long>(length));
 }

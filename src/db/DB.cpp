@@ -1,10 +1,10 @@
 #include "db/DB.h"
 
-#include <cstring>
-#include <ctime>
-
 #include "core/ground/Options.h"
 #include "db/StringTable.h"
+
+#include <cstring>
+#include <ctime>
 
 DB* ourDB = nullptr;
 
@@ -169,7 +169,7 @@ UserTable* DB::getUserTable(int slot) {
 }
 
 void DB::clearTableAndTellReaders(int slot) {
-    Logger::assertTrue(slot >= 0 && slot < CORE_TABLE_COUNT, "DB", __LINE__);
+    Logger::assertTrue(slot >= 0 && slot < CORE_TABLE_COUNT, VDK_HERE);
     if (slot == SLOT_J2EE) {
         j2eeIndex->clear();
     } else if (slot == SLOT_ThreadFrame) {

@@ -1,6 +1,6 @@
-#include <cstring>
-
 #include "db/DB.h"
+
+#include <cstring>
 
 // The numbered field accessors: one entry a field, generated from the record catalogue.
 
@@ -41,7 +41,7 @@ static_assert(sizeof(ourFieldRetriever) / sizeof(ourFieldRetriever[0]) == FIELD_
               "one accessor a field");
 
 const FieldAccessor& accessorOf(int fieldID) {
-    Logger::assertTrue(fieldID >= 0 && fieldID < FIELD_COUNT, "DB", __LINE__);
+    Logger::assertTrue(fieldID >= 0 && fieldID < FIELD_COUNT, VDK_HERE);
     return ourFieldRetriever[fieldID];
 }
 } // namespace
@@ -54,14 +54,14 @@ int DB::getIntField(int fieldID, int recordIndex) {
 
 void DB::setIntField(int fieldID, int recordIndex, int value) {
     const FieldAccessor& accessor = accessorOf(fieldID);
-    Logger::assertNotEquals(accessor.type, FIELD_TEXT, "DB", __LINE__);
+    Logger::assertNotEquals(accessor.type, FIELD_TEXT, VDK_HERE);
     memcpy(accessor.address(this, recordIndex), &value, sizeof(value));
 }
 
 long DB::getLongField(int fieldID, int recordIndex) {
     const FieldAccessor& accessor = accessorOf(fieldID);
     // Eight bytes from an int would reach into the next field, or beyond the chunk.
-    Logger::assertNotEquals(accessor.type, FIELD_INT, "DB", __LINE__);
+    Logger::assertNotEquals(accessor.type, FIELD_INT, VDK_HERE);
     long value;
     memcpy(&value, accessor.address(this, recordIndex), sizeof(value));
     return value;
@@ -69,6 +69,6 @@ long DB::getLongField(int fieldID, int recordIndex) {
 
 void DB::setLongField(int fieldID, int recordIndex, long value) {
     const FieldAccessor& accessor = accessorOf(fieldID);
-    Logger::assertEquals(accessor.type, FIELD_LONG, "DB", __LINE__);
+    Logger::assertEquals(accessor.type, FIELD_LONG, VDK_HERE);
     memcpy(accessor.address(this, recordIndex), &value, sizeof(value));
 }

@@ -22,7 +22,7 @@ public:
     // The row of a non-negative index. Without create null for an absent row; with create always a
     // usable record, whose stamp is 0 until the caller stores one.
     T* getRecord(int index, bool create) {
-        Logger::assertTrue(index >= 0, "DBTable", __LINE__);
+        Logger::assertTrue(index >= 0, VDK_HERE);
         return records.getPtr(index, create);
     }
     // The slot of an index without any lock, or null if its chunk was never made; what it holds may
@@ -38,7 +38,7 @@ public:
     }
     int getRecordModificationStamp(int index) override;
     void setRecordModificationStamp(int index, int stamp) override {
-        Logger::assertTrue(index >= 0, "DBTable", __LINE__);
+        Logger::assertTrue(index >= 0, VDK_HERE);
         records.getPtr(index, true)->stamp = stamp;
     }
     void clearTable() override {
@@ -82,8 +82,7 @@ inline bool isNewerStamp(int stamp, int since) {
 template <typename T>
 DBTable<T>::DBTable(const char* tableName, int firstIndex, int capacity)
     : AbstractTable(firstIndex),
-      records((Logger::assertTrue(capacity >= 1, "DBTable", __LINE__), capacity), T()),
-      name(tableName) {}
+      records((Logger::assertTrue(capacity >= 1, VDK_HERE), capacity), T()), name(tableName) {}
 
 template <typename T>
 template <typename Visitor>
@@ -105,8 +104,8 @@ template <typename T>
 void DBTable<T>::writeTable(AbstractWriter& writer, int stamp, int progressFrom, int progressTo,
                             Progress* progress) {
     // Rows of allocator leave the process in heap snapshots only, in a form of their own.
-    Logger::assertTrue(RecordTraits<T>::slot != SLOT_Allocator, "DBTable", __LINE__);
-    Logger::assertNotNULL(progress, "DBTable", __LINE__);
+    Logger::assertTrue(RecordTraits<T>::slot != SLOT_Allocator, VDK_HERE);
+    Logger::assertNotNULL(progress, VDK_HERE);
     int count = 0;
     eachRecord([&](int, const T& record) { count += isNewerStamp(record.stamp, stamp); });
     writer.writeInt(count);

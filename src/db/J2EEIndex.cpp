@@ -72,7 +72,7 @@ void J2EEIndex::clearThread(int trn) {
 }
 
 void J2EEIndex::mergeJ2EEIndex(ZSet<int>* trns) {
-    Logger::assertNotNULL(trns, "J2EEIndex", __LINE__);
+    Logger::assertNotNULL(trns, VDK_HERE);
     // The rows of the oldest threads are made while the rows are merged, which may rebuild the map:
     // the keys are collected first, the walk then goes by key.
     ZVector<long> keys;
@@ -85,7 +85,7 @@ void J2EEIndex::mergeJ2EEIndex(ZSet<int>* trns) {
     if (keys.isEmpty()) {
         return;
     }
-    Logger::assertNotNULL(db->oldestFinishedThreads, "J2EEIndex", __LINE__);
+    Logger::assertNotNULL(db->oldestFinishedThreads, VDK_HERE);
     const int oldest = db->oldestFinishedThreads->trn;
     for (int k = 0; k < keys.getSize(); k++) {
         const ZVector<int>* bucket = buckets.get(keys.get(k));

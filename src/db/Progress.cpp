@@ -1,10 +1,10 @@
 #include "db/Progress.h"
 
-#include <sys/socket.h>
-
 #include "core/ground/Logger.h"
 #include "core/ground/Options.h"
 #include "core/ground/ZString.h"
+
+#include <sys/socket.h>
 
 namespace {
 // Keep in sync with com.vandrik.runtime.Protocol.
@@ -24,7 +24,7 @@ void Progress::updateProgressImpl(int percent) {
     if (Options::isDebug("progress")) {
         Logger::message(ZString("snapshot progress: ") + longToString(percent));
     }
-    Logger::assertTrue(percent >= 0 && percent <= 99, "Progress", __LINE__);
+    Logger::assertTrue(percent >= 0 && percent <= 99, VDK_HERE);
     if (socketDescriptor == 0) {
         return;
     }

@@ -1,11 +1,11 @@
 #include "db/SnapshotCommon.h"
 
-#include <ctime>
-
 #include "core/ground/Options.h"
 #include "core/ground/Version.h"
 #include "db/DB.h"
 #include "db/SnapshotWriter.h"
+
+#include <ctime>
 
 int ourSnapshotCount = 0;
 bool ourContainsInvocations = false;
@@ -30,7 +30,7 @@ int TableSet::count(const DB& db) const {
 
 void writeTables(DB* db, AbstractWriter& writer, TableSet set, int progressFrom, int progressTo,
                  Progress* progress, const int* stamps, bool withMarkers, TableRefresh* refresh) {
-    Logger::assertNotNULL(progress, "SnapshotCommon", __LINE__);
+    Logger::assertNotNULL(progress, VDK_HERE);
     if (db == ourDB && refresh != nullptr) {
         refresh->bringUpToDate(set);
     }

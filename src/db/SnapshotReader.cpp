@@ -1,9 +1,9 @@
 #include "db/SnapshotReader.h"
 
-#include <cstring>
-
 #include "db/DB.h"
 #include "db/HeapRecords.h"
+
+#include <cstring>
 
 SnapshotReader::SnapshotReader(DB* database, ByteSource& source, HeapSectionReader* heapReader)
     : db(database), input(source), heap(heapReader), tables(database), headerRead(false) {}

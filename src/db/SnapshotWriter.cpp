@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-
 #include <fcntl.h>
 #include <locale.h>
 #include <unistd.h>

@@ -1,11 +1,10 @@
 #include "db/SocketWriter.h"
 
-#include <cerrno>
+#include "platform/Platform.h"
 
+#include <cerrno>
 #include <poll.h>
 #include <sys/socket.h>
-
-#include "platform/Platform.h"
 
 namespace {
 const long NS_PER_MS = 1000000;

@@ -1,13 +1,13 @@
 #include "db/StringPool.h"
 
-#include <cstdlib>
-#include <cstring>
-#include <new>
-
 #include "core/ground/Options.h"
 #include "core/ground/ZSet.h"
 #include "db/DB.h"
 #include "db/StringTable.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
 
 namespace {
 char* duplicate(const char* text) {
@@ -96,7 +96,7 @@ int StringPool::getDBIndex(const char* text, bool create) {
 }
 
 void StringPool::setDBIndex(const char* text, int index) {
-    Logger::assertTrue(index > 0, "StringPool", __LINE__);
+    Logger::assertTrue(index > 0, VDK_HERE);
     if (text != nullptr) {
         loadRow(index, db->currentStamp, duplicate(text));
     }

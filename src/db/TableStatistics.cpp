@@ -1,8 +1,8 @@
 #include "db/TableStatistics.h"
 
-#include <cstdio>
-
 #include "db/AbstractTable.h"
+
+#include <cstdio>
 
 ZString getMegaBytesString(long bytes) {
     char text[64];

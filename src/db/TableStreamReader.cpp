@@ -1,11 +1,11 @@
 #include "db/TableStreamReader.h"
 
+#include "db/DB.h"
+#include "db/SnapshotCommon.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <limits.h>
-
-#include "db/DB.h"
-#include "db/SnapshotCommon.h"
 
 namespace {
 // Memory that tables may take for a stream: this much at once, so that few rows spread over many

@@ -28,7 +28,7 @@ void ThreadFrameIndex::changeThread(int threadIndex) {
     if (threadIndex >= maps.getSize() || maps[threadIndex] == nullptr) {
         return;
     }
-    Logger::assertNotNULL(db->oldestFinishedThreads, "ThreadFrameIndex", __LINE__);
+    Logger::assertNotNULL(db->oldestFinishedThreads, VDK_HERE);
     db->oldestFinishedThreads->needsWallTimeCorrection = true;
     ZIntChunkMap<int>* map = maps[threadIndex];
     for (int chunk = 0; chunk < map->getChunkCount(); chunk++) {
@@ -91,7 +91,7 @@ void ThreadFrameIndex::fillIndexFromTable() {
         const int tfi = table->nextIndex();
         const ThreadFrameRecord* record = table->getRecord(tfi, true);
         if (record->tfiThreadIndex != 0 || record->frame != 0) {
-            Logger::assertTrue(record->frame >= 0, "ThreadFrameIndex", __LINE__);
+            Logger::assertTrue(record->frame >= 0, VDK_HERE);
             mapOf(record->tfiThreadIndex)->put(record->frame, tfi);
         }
     }

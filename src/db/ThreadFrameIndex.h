@@ -19,7 +19,7 @@ public:
 
     // TFI of the pair; -1 if there is none and create is false. Both numbers must not be negative.
     int getTFI(int threadIndex, int frame, bool create) {
-        Logger::assertTrue(frame >= 0, "ThreadFrameIndex", __LINE__);
+        Logger::assertTrue(frame >= 0, VDK_HERE);
         if (threadIndex < maps.getSize()) {
             const ZIntChunkMap<int>* map = maps[threadIndex];
             if (map != nullptr) {

@@ -1,15 +1,15 @@
 #include "db/UserTable.h"
 
-#include <cerrno>
-#include <climits>
-#include <cstdlib>
-#include <cstring>
-
 #include "core/ground/Logger.h"
 #include "db/AbstractWriter.h"
 #include "db/DBTable.h"
 #include "db/Progress.h"
 #include "db/TableStatistics.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
 
 namespace {
 constexpr int INITIAL_ROWS = 1024;
@@ -34,8 +34,7 @@ int widthOf(int columnType) {
     case COLUMN_TYPE_CLASS_NAME:
         return 1;
     default:
-        Logger::error(ZString("unexpected column type: ") + longToString(columnType), "UserTable",
-                      __LINE__);
+        Logger::error(ZString("unexpected column type: ") + longToString(columnType), VDK_HERE);
     }
 }
 
@@ -94,7 +93,7 @@ UserTable* UserTable::create(const ZString& description) {
 }
 
 int UserTable::rowLengthOf(const ZVector<int>* types) {
-    Logger::assertNotNULL(types, "UserTable", __LINE__);
+    Logger::assertNotNULL(types, VDK_HERE);
     int length = 1;
     for (int i = 0; i < types->getSize(); i++) {
         length += widthOf(types->get(i));
@@ -106,8 +105,8 @@ UserTable::UserTable(const char* tableName, const ZString& text, const ZVectorSa
                      const ZVector<int>* types)
     : AbstractTable(0), rows(INITIAL_ROWS, 0, rowLengthOf(types)), name(tableName),
       description(text) {
-    Logger::assertNotNULL(names, "UserTable", __LINE__);
-    Logger::assertEquals(names->getSize(), types->getSize(), "UserTable", __LINE__);
+    Logger::assertNotNULL(names, VDK_HERE);
+    Logger::assertEquals(names->getSize(), types->getSize(), VDK_HERE);
     for (int& column : predefined) {
         column = -1;
     }
@@ -119,8 +118,8 @@ UserTable::UserTable(const char* tableName, const ZString& text, const ZVectorSa
         offset += widthOf(types->get(i));
         for (int which = 0; which < PREDEFINED_COLUMN_COUNT; which++) {
             if (names->get(i) == PREDEFINED[which].name) {
-                Logger::assertEquals(types->get(i), PREDEFINED[which].type, "UserTable", __LINE__);
-                Logger::assertEquals(predefined[which], -1, "UserTable", __LINE__);
+                Logger::assertEquals(types->get(i), PREDEFINED[which].type, VDK_HERE);
+                Logger::assertEquals(predefined[which], -1, VDK_HERE);
                 predefined[which] = i;
             }
         }
@@ -128,13 +127,13 @@ UserTable::UserTable(const char* tableName, const ZString& text, const ZVectorSa
 }
 
 int* UserTable::getRecord(int index, bool create) {
-    Logger::assertTrue(index >= 0, "UserTable", __LINE__);
+    Logger::assertTrue(index >= 0, VDK_HERE);
     return rows.getPtr(index, create);
 }
 
 void UserTable::writeTable(AbstractWriter& writer, int stamp, int progressFrom, int progressTo,
                            Progress* progress) {
-    Logger::assertNotNULL(progress, "UserTable", __LINE__);
+    Logger::assertNotNULL(progress, VDK_HERE);
     const int capacity = rows.getCapacity();
     int count = 0;
     for (int i = 0; i < capacity; i++) {
@@ -190,17 +189,16 @@ int UserTable::findColumn(const char* columnName) const {
 }
 
 int UserTable::wordOffset(int column, int type) const {
-    Logger::assertTrue(column >= 0 && column < getColumnCount(), "UserTable", __LINE__);
-    Logger::assertEquals(columnTypes.get(column), type, "UserTable", __LINE__);
+    Logger::assertTrue(column >= 0 && column < getColumnCount(), VDK_HERE);
+    Logger::assertEquals(columnTypes.get(column), type, VDK_HERE);
     return columnOffsets.get(column);
 }
 
 int UserTable::wordOffsetOneWide(int column) const {
-    Logger::assertTrue(column >= 0 && column < getColumnCount(), "UserTable", __LINE__);
+    Logger::assertTrue(column >= 0 && column < getColumnCount(), VDK_HERE);
     const int type = columnTypes.get(column);
     if (type == COLUMN_TYPE_LONG) {
-        Logger::error(ZString("unexpected column type: ") + longToString(type), "UserTable",
-                      __LINE__);
+        Logger::error(ZString("unexpected column type: ") + longToString(type), VDK_HERE);
     }
     return columnOffsets.get(column);
 }

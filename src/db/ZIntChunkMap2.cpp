@@ -1,15 +1,15 @@
 #include "db/ZIntChunkMap2.h"
 
+#include "core/ground/Logger.h"
+
 #include <cstddef>
 #include <cstring>
-
-#include "core/ground/Logger.h"
 
 ZIntChunkMap2::ZIntChunkMap2(int wantedCapacity, int defaultValue, int wantedRowLength)
     : chunks(nullptr), capacity(0), chunkCount(0), defaultInt(defaultValue),
       rowLength(wantedRowLength) {
-    Logger::assertTrue(wantedCapacity >= 1, "ZIntChunkMap2", __LINE__);
-    Logger::assertTrue(wantedRowLength >= 1, "ZIntChunkMap2", __LINE__);
+    Logger::assertTrue(wantedCapacity >= 1, VDK_HERE);
+    Logger::assertTrue(wantedRowLength >= 1, VDK_HERE);
     growTo((wantedCapacity >> CHUNK_SHIFT) + 1);
 }
 

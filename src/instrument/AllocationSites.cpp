@@ -12,7 +12,7 @@ const StackEffects::Effect& StackEffects::effectOf(int index) {
         memset(static_cast<void*>(effects), 0xff, sizeof(Effect) * static_cast<size_t>(count));
     }
     // The pool may have grown since; the class's own code names nothing of that.
-    Logger::assertTrue(index < count, "AllocationSites", __LINE__);
+    Logger::assertTrue(index < count, VDK_HERE);
     Effect& effect = effects[index];
     if (effect.parameters >= 0) {
         return effect;
@@ -21,9 +21,9 @@ const StackEffects::Effect& StackEffects::effectOf(int index) {
     const int tag = entry.tag;
     Logger::assertTrue((tag >= CONSTANT_FIELD_REF && tag <= CONSTANT_INTERFACE_METHOD_REF) ||
                            tag == CONSTANT_INVOKE_DYNAMIC,
-                       "AllocationSites", __LINE__);
+                       VDK_HERE);
     const ConstantPool::Content nameAndType = pool.getContent(entry.second);
-    Logger::assertEquals(nameAndType.tag, CONSTANT_NAME_AND_TYPE, "AllocationSites", __LINE__);
+    Logger::assertEquals(nameAndType.tag, CONSTANT_NAME_AND_TYPE, VDK_HERE);
     const Utf8View descriptor = pool.getUtf8(nameAndType.second);
     if (tag == CONSTANT_FIELD_REF) {
         effect.parameters = 0;
@@ -88,7 +88,7 @@ AllocationSites::AllocationSites(ClassFile* owner, CodeAttribute* body, CodeRewr
         ArenaVector<CodeAttribute::ExceptionTableElement>& handlers =
             attribute->getExceptionTable();
         for (int i = 0; i < handlers.getSize(); i++) {
-            Logger::assertTrue(handlers[i].handlerPc < length, "AllocationSites", __LINE__);
+            Logger::assertTrue(handlers[i].handlerPc < length, VDK_HERE);
             labels[handlers[i].handlerPc].epoch = -1;
         }
     }
@@ -256,7 +256,7 @@ bool AllocationSites::callsConstructor(int position) const {
         return false;
     }
     const ConstantPool::Content nameAndType = pool.getContent(entry.second);
-    Logger::assertEquals(nameAndType.tag, CONSTANT_NAME_AND_TYPE, "AllocationSites", __LINE__);
+    Logger::assertEquals(nameAndType.tag, CONSTANT_NAME_AND_TYPE, VDK_HERE);
     return pool.getUtf8(nameAndType.first) == "<init>";
 }
 
@@ -415,7 +415,7 @@ void AllocationSites::finish() {
                     continue;
                 }
                 const int position = types[k].getValue();
-                Logger::assertTrue(position < length, "AllocationSites", __LINE__);
+                Logger::assertTrue(position < length, VDK_HERE);
                 const int dup = dupAt[position];
                 if (dup < 0) {
                     continue;

@@ -58,16 +58,15 @@ int convertJump(int opcode) {
     case OPK_JSR:
         return OPC_JSR_W;
     default:
-        Logger::error(ZString("Opcode is not jump: ") + longToString(code), "BranchWidening",
-                      __LINE__);
+        Logger::error(ZString("Opcode is not jump: ") + longToString(code), VDK_HERE);
     }
 }
 
 bool modifyJumps(MethodInfo* method, ZSet<int>* longJumps) {
-    Logger::assertNotNULL(method, "BranchWidening", __LINE__);
-    Logger::assertNotNULL(longJumps, "BranchWidening", __LINE__);
+    Logger::assertNotNULL(method, VDK_HERE);
+    Logger::assertNotNULL(longJumps, VDK_HERE);
     CodeAttribute* const attribute = method->getCodeAttribute();
-    Logger::assertNotNULL(attribute, "BranchWidening", __LINE__);
+    Logger::assertNotNULL(attribute, VDK_HERE);
     ClassArena& arena = attribute->getExceptionTable().getArena();
     const int oldLength = attribute->getCodeLength();
     unsigned char* const copy = arena.copyBytes(attribute->getCode(), oldLength);

@@ -50,13 +50,12 @@ int CodeRewrite::addInsertion(int kind, int position, int instructionLength, boo
 }
 
 void CodeRewrite::cancelDup(int insertion) {
-    Logger::assertEquals(insertions[insertion].kind, INSERT_NEW_DUP, "CodeRewrite", __LINE__);
+    Logger::assertEquals(insertions[insertion].kind, INSERT_NEW_DUP, VDK_HERE);
     insertions[insertion].kind = INSERT_NEW_CANCELLED;
 }
 
 void CodeRewrite::cancelCall(int insertion) {
-    Logger::assertEquals(insertions[insertion].kind, INSERT_OBJECT_CALL_OWN, "CodeRewrite",
-                         __LINE__);
+    Logger::assertEquals(insertions[insertion].kind, INSERT_OBJECT_CALL_OWN, VDK_HERE);
     insertions[insertion].kind = INSERT_CALL_CANCELLED;
 }
 
@@ -70,7 +69,7 @@ bool updateAllOffsets(ZSet<int>* longJumps, OffsetTable& table, char* text, cons
         const bool isShort = table.isShort(i);
         const int oldOffset = isShort ? readCodeShort(code, at) : readCodeInt(code, at);
         const long target = static_cast<long>(instruction) + oldOffset;
-        Logger::assertTrue(target >= 0 && target < length, "CodeRewrite", __LINE__);
+        Logger::assertTrue(target >= 0 && target < length, VDK_HERE);
         const int newOffset = map[target] - map[instruction];
         if (newOffset == oldOffset) {
             continue;
@@ -114,7 +113,7 @@ bool CodeRewrite::updateOffsets(int prefix, bool hasSwitch, ZSet<int>* longJumps
 
 unsigned char* CodeRewrite::assemble(ClassArena& target, const References& references, int methodId,
                                      int variable, bool hasSwitch) {
-    Logger::assertNotNULL(corrected, "CodeRewrite", __LINE__);
+    Logger::assertNotNULL(corrected, VDK_HERE);
     const int newLength = prefixLength + getNewLength();
     unsigned char* const newCode = target.allocateArray<unsigned char>(newLength);
     int from = 0;
@@ -131,6 +130,6 @@ unsigned char* CodeRewrite::assemble(ClassArena& target, const References& refer
     }
     memcpy(newCode + to, corrected + from, static_cast<size_t>(oldLength - from));
     to += oldLength - from;
-    Logger::assertEquals(to, newLength, "CodeRewrite", __LINE__);
+    Logger::assertEquals(to, newLength, VDK_HERE);
     return newCode;
 }

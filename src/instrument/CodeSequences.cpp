@@ -8,8 +8,8 @@ namespace {
 class SequenceWriter {
 public:
     SequenceWriter(unsigned char* code, int position) : start(code + position), at(start) {
-        Logger::assertNotNULL(code, "CodeSequences", __LINE__);
-        Logger::assertTrue(position >= 0, "CodeSequences", __LINE__);
+        Logger::assertNotNULL(code, VDK_HERE);
+        Logger::assertTrue(position >= 0, VDK_HERE);
     }
     void byte(int value) { *at++ = static_cast<unsigned char>(value); }
     void instruction(int opcode, int operand) {
@@ -44,7 +44,7 @@ public:
         wide(OPC_ISTORE, variable);
     }
     int finish(int expected) const {
-        Logger::assertEquals(at - start, expected, "CodeSequences", __LINE__);
+        Logger::assertEquals(at - start, expected, VDK_HERE);
         return expected;
     }
 
@@ -54,7 +54,7 @@ private:
 };
 
 [[noreturn]] void failKind(const char* text, int kind) {
-    Logger::error(ZString(text) + longToString(kind), "CodeSequences", __LINE__);
+    Logger::error(ZString(text) + longToString(kind), VDK_HERE);
 }
 
 } // namespace
@@ -90,7 +90,7 @@ int insertExitCode(int exitRef, int methodId, unsigned char* code, int position,
 }
 
 int insertNewArrayCode(int allocRef, unsigned char* code, int position, int variable) {
-    Logger::assertTrue(allocRef >= 0, "CodeSequences", __LINE__);
+    Logger::assertTrue(allocRef >= 0, VDK_HERE);
     SequenceWriter writer(code, position);
     writer.byte(OPC_DUP);
     writer.callAllocation(allocRef, variable);
@@ -108,7 +108,7 @@ int insertNewCodeStart(unsigned char* code, int position, int kind) {
 }
 
 int insertNewCodeEnd(int allocRef, unsigned char* code, int position, int kind, int variable) {
-    Logger::assertTrue(allocRef >= 0, "CodeSequences", __LINE__);
+    Logger::assertTrue(allocRef >= 0, VDK_HERE);
     if (kind != INSERT_OBJECT_CALL && kind != INSERT_OBJECT_CALL_OWN) {
         failKind("unexpected type ", kind);
     }

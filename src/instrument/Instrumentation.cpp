@@ -1,16 +1,13 @@
 #include "instrument/Instrumentation.h"
 
-#include <atomic>
-#include <cstdio>
-
-#include "core/ground/CommonUtils.h"
-#include "core/ground/ConsumedEvents.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/ConsumedEvents.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "instrument/LoaderDelegation.h"
 #include "instrument/NativeWrapping.h"
@@ -21,6 +18,9 @@
 #include "profiling/MethodLookup.h"
 #include "profiling/TracedCalls.h"
 #include "profiling/TracingSwitch.h"
+
+#include <atomic>
+#include <cstdio>
 
 namespace {
 
@@ -258,8 +258,7 @@ void handleEvent(jclass classBeingRedefined, const char* givenName, int length,
                  const unsigned char* data, jint* newLength, unsigned char** newData) {
     LockHolder lock(ourLock, "Instrumentation:351");
     if (givenName == nullptr && classBeingRedefined != nullptr) {
-        Logger::error("NULL class name is unexpected for a class being redefined",
-                      "Instrumentation", __LINE__);
+        Logger::error("NULL class name is unexpected for a class being redefined", VDK_HERE);
     }
     const ZString name = givenName == nullptr ? nameFromBytes(length, data) : ZString(givenName);
     if (name.isEmpty()) {
@@ -364,7 +363,7 @@ void JNICALL class_file_load_hook_handler(jvmtiEnv*, JNIEnv*, jclass classBeingR
                                           unsigned char** newClassData) {
     *newClassDataLength = 0;
     *newClassData = nullptr;
-    const bool done = runGuarded("Instrumentation", __LINE__, [&] {
+    const bool done = runGuarded(VDK_HERE, [&] {
         handleEvent(classBeingRedefined, name, classDataLength, classData, newClassDataLength,
                     newClassData);
     });
@@ -375,7 +374,7 @@ void JNICALL class_file_load_hook_handler(jvmtiEnv*, JNIEnv*, jclass classBeingR
 }
 
 void logInstrumentationTotals() {
-    LockHolder lock(ourLock, "Instrumentation:totals");
+    LockHolder lock(ourLock);
     Logger::message(ZString("rewritten: ") + longToString(ourRewrittenClasses) + " of " +
                     longToString(ourProcessedClasses) + " classes, " +
                     longToString(ourProcessingNs / 1000000) + " ms; " + ourCounts.toString());

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <jvmti.h>
-
 #include "core/ground/ZString.h"
+
+#include <jvmti.h>
 
 // Instrumentation: the class load hook, which decides about every class, and the switching of what
 // was inserted.

@@ -1,11 +1,11 @@
 #include "instrument/JNIRedirect.h"
 
-#include <cstdarg>
-
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Guard.h"
-#include "core/ground/JvmGlobals.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JvmGlobals.h"
 #include "profiling/AllocationRecorder.h"
+
+#include <cstdarg>
 
 namespace {
 
@@ -22,7 +22,7 @@ bool ourIsRedirected = false;
 template <typename T>
 T report(JNIEnv* env, T result) {
     if (result != nullptr) {
-        runGuarded("JNIRedirect", __LINE__, [&] { vdkInitImpl(env, result, -1); });
+        runGuarded(VDK_HERE, [&] { vdkInitImpl(env, result, -1); });
     }
     return result;
 }

@@ -58,7 +58,7 @@ const char* const OUTCOME_TEXTS[METHOD_OUTCOME_COUNT] = {
 } // namespace
 
 const char* methodOutcomeText(MethodOutcome outcome) {
-    Logger::assertTrue(outcome >= 0 && outcome < METHOD_OUTCOME_COUNT, "LeaveOut", __LINE__);
+    Logger::assertTrue(outcome >= 0 && outcome < METHOD_OUTCOME_COUNT, VDK_HERE);
     return OUTCOME_TEXTS[outcome];
 }
 

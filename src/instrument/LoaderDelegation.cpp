@@ -43,7 +43,7 @@ void generateDelegation(ClassFile* classFile, ByteCodeGenerator& generator) {
                   "(Ljava/lang/String;ZLjava/lang/ClassLoader;)Ljava/lang/Class;"));
     generator.push(OPC_ARETURN);
     generator.closeJump();
-    Logger::assertEquals(generator.getSize(), PREFIX, "LoaderDelegation", __LINE__);
+    Logger::assertEquals(generator.getSize(), PREFIX, VDK_HERE);
 }
 
 bool prependDelegation(ClassFile* classFile, MethodInfo* method) {

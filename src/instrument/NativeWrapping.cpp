@@ -59,7 +59,7 @@ const char* reasonIn(const NativeRow (&rows)[N], const Utf8View& className) {
 }
 
 void logSkippedNative(MethodInfo* method, InstrumentationCounts* counts) {
-    Logger::assertNotNULL(method, "NativeWrapping", __LINE__);
+    Logger::assertNotNULL(method, VDK_HERE);
     if (counts != nullptr) {
         counts->leftNatives++;
     }
@@ -79,7 +79,7 @@ void logSkippedNatives(ClassFile* classFile, InstrumentationCounts* counts) {
 [[noreturn]] void failDescriptor(const Utf8View& descriptor, const Utf8View& at) {
     const long known = at.getBytes() - descriptor.getBytes();
     const Utf8View rest(at.getBytes(), descriptor.getLength() - static_cast<int>(known));
-    Logger::error(ZString("Invalid descriptor: ") + rest.toString(), "NativeWrapping", __LINE__);
+    Logger::error(ZString("Invalid descriptor: ") + rest.toString(), VDK_HERE);
 }
 
 // Pushes the arguments; gives the number of slots that they take.
@@ -163,8 +163,8 @@ bool hasDefaultSerialVersion(ClassFile* classFile) {
 }
 
 void instrumentNativeMethod(ClassFile* classFile, MethodInfo* method, const char* prefix) {
-    Logger::assertNotNULL(method, "NativeWrapping", __LINE__);
-    Logger::assertTrue(method->getCodeAttribute() == nullptr, "NativeWrapping", __LINE__);
+    Logger::assertNotNULL(method, VDK_HERE);
+    Logger::assertTrue(method->getCodeAttribute() == nullptr, VDK_HERE);
     const ZString newName = ZString(prefix) + method->getName().toString();
     const Utf8View name(newName.c_str(), newName.getLength());
     const Utf8View descriptor = method->getDescriptor();
@@ -212,7 +212,7 @@ bool wrapNativeMethods(ClassFile* classFile, const char* prefix, Instrumentation
     bool changed = false;
     for (int i = 0; i < count; i++) {
         MethodInfo* const method = classFile->getMethods()[i];
-        Logger::assertNotNULL(method, "NativeWrapping", __LINE__);
+        Logger::assertNotNULL(method, VDK_HERE);
         if (!method->isNative()) {
             continue;
         }

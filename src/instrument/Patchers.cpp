@@ -26,7 +26,7 @@ const Patch ALLOCATION_PATCHES[] = {
 
 void apply(ClassFile& classFile, const Patch& patch) {
     MethodInfo* const method = classFile.findMethod(patch.method, patch.descriptor);
-    Logger::assertNotNULL(method, "Patchers", __LINE__);
+    Logger::assertNotNULL(method, VDK_HERE);
     const int callback =
         classFile.findOrCreateConstantClass(classFile.findOrCreateUtf8(CALLBACK_CLASS));
     const int name = classFile.findOrCreateUtf8(patch.native);
@@ -46,10 +46,10 @@ void apply(ClassFile& classFile, const Patch& patch) {
 template <int N>
 void patchCallback(ZVector<unsigned char>& input, ZVector<unsigned char>& output,
                    const Patch (&patches)[N]) {
-    Logger::assertTrue(!input.isEmpty() && output.isEmpty(), "Patchers", __LINE__);
+    Logger::assertTrue(!input.isEmpty() && output.isEmpty(), VDK_HERE);
     DataInput in(input);
     ClassFile classFile(in);
-    Logger::assertTrue(!classFile.isInvalid(), "Patchers", __LINE__);
+    Logger::assertTrue(!classFile.isInvalid(), VDK_HERE);
     for (const Patch& patch : patches) {
         apply(classFile, patch);
     }

@@ -1,17 +1,17 @@
 #include "instrument/Retransformation.h"
 
-#include "core/ground/CallbackNatives.h"
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Globals.h"
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
 #include "core/ground/Options.h"
 #include "core/ground/ZVector.h"
+#include "core/jvm/CallbackNatives.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
+#include "core/jvm/NativeEntry.h"
 #include "db/DB.h"
 #include "instrument/Instrumentation.h"
 #include "instrument/LoaderDelegation.h"
 #include "probes/Filter.h"
-#include "profiling/NativeEntry.h"
 
 namespace {
 
@@ -129,8 +129,8 @@ struct RewrittenBytes {
 };
 
 jbyteArray retransformClassImpl(JNIEnv* env, jstring className, jbyteArray classBytes) {
-    Logger::assertNotNULL(className, "Retransformation", __LINE__);
-    Logger::assertNotNULL(classBytes, "Retransformation", __LINE__);
+    Logger::assertNotNULL(className, VDK_HERE);
+    Logger::assertNotNULL(classBytes, VDK_HERE);
     const jsize length = env->GetArrayLength(classBytes);
     if (length == 0 || ourJVMTI == nullptr || ourDB == nullptr) {
         return nullptr;
@@ -140,7 +140,7 @@ jbyteArray retransformClassImpl(JNIEnv* env, jstring className, jbyteArray class
     const ZString name = toZString(env, className);
     RewrittenBytes rewritten;
     {
-        LockHolder lock(ourLock, "Retransformation:class");
+        LockHolder lock(ourLock);
         // A loaded class can't gain methods.
         classFileLoadHookHandlerImpl(name, length, bytes.data(), &rewritten.length, &rewritten.data,
                                      false);
@@ -241,9 +241,9 @@ void retransformClassesLoadedBeforeAgentWasAttached(JNIEnv* env, ClassNameFilter
     release(env, classes);
 }
 
-void JNICALL Java_com_vandrik_runtime_Callback_retransformClassesLoadedBeforeAgentWasAttached0(
+void JNICALL VDK_CALLBACK_NATIVE(retransformClassesLoadedBeforeAgentWasAttached0)(
     JNIEnv* env, jclass, jboolean useFilter, jstring filterFile) {
-    runNative(env, "Retransformation", __LINE__, [&] {
+    runNative(env, VDK_HERE, [&] {
         if (useFilter != JNI_TRUE) {
             retransformClassesLoadedBeforeAgentWasAttached(env, nullptr);
             return;
@@ -255,10 +255,9 @@ void JNICALL Java_com_vandrik_runtime_Callback_retransformClassesLoadedBeforeAge
 
 // The class as the hook would rewrite it on a redefinition; null if it stays as it is, or where no
 // agent runs in this JVM.
-extern "C" JNIEXPORT jbyteArray JNICALL Java_com_vandrik_Natives_retransformClass(
-    JNIEnv* env, jobject, jstring className, jbyteArray classBytes) {
+VDK_CLIENT_NATIVE(jbyteArray, retransformClass)
+(JNIEnv* env, jobject, jstring className, jbyteArray classBytes) {
     jbyteArray result = nullptr;
-    runNative(env, "Retransformation", __LINE__,
-              [&] { result = retransformClassImpl(env, className, classBytes); });
+    runNative(env, VDK_HERE, [&] { result = retransformClassImpl(env, className, classBytes); });
     return result;
 }

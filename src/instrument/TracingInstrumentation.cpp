@@ -238,7 +238,7 @@ void TracingInstrumentation::commit(CodeRewrite& rewrite, CodeAttribute* attribu
     if (variable >= 0) {
         const int slot =
             attribute->addLocalVariableToTable(VerificationType(VERIFICATION_INT, -1), true);
-        Logger::assertEquals(slot, variable, "TracingInstrumentation", __LINE__);
+        Logger::assertEquals(slot, variable, VDK_HERE);
     }
     attribute->applyAddedVariables(0);
 }
@@ -270,7 +270,7 @@ void TracingInstrumentation::reportSkipped(MethodInfo* method, int skipped) {
 bool instrumentForTracingAndAllocation(ClassFile* classFile, bool allocations, bool tracing,
                                        MethodIds* ids, bool flagVariants,
                                        InstrumentationCounts* counts) {
-    Logger::assertNotNULL(classFile, "TracingInstrumentation", __LINE__);
+    Logger::assertNotNULL(classFile, VDK_HERE);
     TracingInstrumentation pass(classFile, ids, flagVariants, counts);
     return pass.run(allocations, tracing);
 }

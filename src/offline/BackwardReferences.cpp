@@ -1,10 +1,10 @@
 #include "offline/BackwardReferences.h"
 
-#include <atomic>
-#include <new>
-
 #include "offline/Reachability.h"
 #include "offline/ThreadPair.h"
+
+#include <atomic>
+#include <new>
 
 namespace {
 
@@ -49,7 +49,7 @@ inline void forEachPiece(const RefTable& table, int row, Body&& body) {
     const int start = stretch[0];
     const int count = stretch[1];
     const bool sound = start >= 0 && count >= 0 && start <= 0x7fffffff - count;
-    Logger::assertTrue(sound, "BackwardReferences", __LINE__);
+    Logger::assertTrue(sound, VDK_HERE);
     const BigIntArray64& store = table.getReferences();
     int end = start + count;
     while (end > start) {
@@ -142,7 +142,7 @@ RefTable* allotLists(const ObjectStorage& storage, int* counts) {
     for (int row = 1; row < objectCount; row++) {
         total += counts[row];
     }
-    Logger::assertTrue(total <= 0x7fffffffL, "BackwardReferences", __LINE__);
+    Logger::assertTrue(total <= 0x7fffffffL, VDK_HERE);
     RefTable* table = new RefTable("brt", objectCount);
     try {
         table->reserve(static_cast<int>(total));
@@ -179,10 +179,10 @@ void runHalves(Build& build, int threads, AnalysisProgress* progress, void (*ste
 
 void computeBackwardReferences(ObjectStorage& storage, const int* reachableBits, int* counts,
                                int threads, AnalysisProgress* progress) {
-    Logger::assertTrue(storage.getBackwardReferences() == nullptr, "BackwardReferences", __LINE__);
+    Logger::assertTrue(storage.getBackwardReferences() == nullptr, VDK_HERE);
     Build build{storage, reachableBits, counts, nullptr, {false}, {false}};
     runHalves(build, threads, progress, countReferrers);
-    Logger::assertTrue(!build.badReference, "BackwardReferences", __LINE__);
+    Logger::assertTrue(!build.badReference, VDK_HERE);
     build.table = allotLists(storage, counts);
     try {
         runHalves(build, threads, progress, storeReferrers);

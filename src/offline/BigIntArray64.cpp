@@ -17,7 +17,7 @@ BigIntArray64::~BigIntArray64() {
 void BigIntArray64::failIndex(int index) {
     ZString text("negative index ");
     text.appendLong(index);
-    Logger::error(text, "BigIntArray64", __LINE__);
+    Logger::error(text, VDK_HERE);
 }
 
 int* BigIntArray64::createPage(int page) {

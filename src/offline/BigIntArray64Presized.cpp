@@ -6,7 +6,7 @@
 namespace {
 
 int* allocateElements(const ZString& name, int size) {
-    Logger::assertTrue(size >= 0, "BigIntArray64Presized", __LINE__);
+    Logger::assertTrue(size >= 0, VDK_HERE);
     const bool debug = Options::isDebug("alloc");
     ZString line("BIA64P: ");
     line.append(name);
@@ -36,7 +36,7 @@ BigIntArray64Presized::~BigIntArray64Presized() {
 }
 
 void fillArray(BigIntArray64Presized& array, const int* data, int from, int to) {
-    Logger::assertTrue(to <= array.size, "BigIntArray64Presized", __LINE__);
+    Logger::assertTrue(to <= array.size, VDK_HERE);
     for (int i = from; i < to; i++) {
         const int value = data[i - from];
         if (value != 0) {

@@ -15,11 +15,11 @@ struct BigIntArray64Presized {
     BigIntArray64Presized& operator=(const BigIntArray64Presized&) = delete;
 
     int get(int index) const {
-        Logger::assertTrue(index >= 0, "BigIntArray64Presized", __LINE__);
+        Logger::assertTrue(index >= 0, VDK_HERE);
         return buffer[index];
     }
     void set(int index, int value) {
-        Logger::assertTrue(index >= 0, "BigIntArray64Presized", __LINE__);
+        Logger::assertTrue(index >= 0, VDK_HERE);
         buffer[index] = value;
     }
 

@@ -8,8 +8,6 @@ LiveHandles<DB> ourDatabases("Databases");
 
 namespace {
 
-const char* const SOURCE = "DatabaseNatives";
-
 // Limits of what may come from outside: tables grow to the row asked for, the index of threads and
 // frames to the numbers asked for.
 constexpr int MAX_ROW = 0x7fffff00 - 1;
@@ -18,23 +16,24 @@ constexpr int MAX_FRAME = 0x2aaaaaaa;
 
 // Runs body(db) and gives its result, 0 or null after a failure.
 template <typename R, typename Body>
-R runGuardedDB(JNIEnv* env, int line, jlong handle, Body&& body) {
-    return runGuardedNative<R>(env, SOURCE, line, R(),
+R runGuardedDB(JNIEnv* env, const char* file, int line, jlong handle, Body&& body) {
+    return runGuardedNative<R>(env, file, line, R(),
                                [&](NativeErrors&) -> R { return body(ourDatabases.get(handle)); });
 }
 
 // The same with a row number, which must be one.
 template <typename R, typename Body>
-R runGuardedRow(JNIEnv* env, int line, jlong handle, jint row, Body&& body) {
-    return runGuardedDB<R>(env, line, handle, [&](DB& db) -> R {
-        Logger::assertTrue(row >= 0 && row <= MAX_ROW, SOURCE, __LINE__);
+R runGuardedRow(JNIEnv* env, const char* file, int line, jlong handle, jint row, Body&& body) {
+    return runGuardedDB<R>(env, file, line, handle, [&](DB& db) -> R {
+        Logger::assertTrue(row >= 0 && row <= MAX_ROW, VDK_HERE);
         return body(db);
     });
 }
 
 template <typename Body>
-void runGuardedSetter(JNIEnv* env, int line, jlong handle, jint row, Body&& body) {
-    runGuardedRow<int>(env, line, handle, row, [&](DB& db) {
+void runGuardedSetter(JNIEnv* env, const char* file, int line, jlong handle, jint row,
+                      Body&& body) {
+    runGuardedRow<int>(env, file, line, handle, row, [&](DB& db) {
         body(db);
         return 1;
     });
@@ -42,34 +41,35 @@ void runGuardedSetter(JNIEnv* env, int line, jlong handle, jint row, Body&& body
 
 AbstractTable& tableOf(DB& db, jint slot) {
     AbstractTable* table = db.getTable(slot);
-    Logger::assertNotNULL(table, SOURCE, __LINE__);
+    Logger::assertNotNULL(table, VDK_HERE);
     return *table;
 }
 
 void checkThreadFrame(int threadIndex, int frame) {
-    Logger::assertTrue(threadIndex >= 0 && threadIndex <= MAX_THREAD_INDEX, SOURCE, __LINE__);
-    Logger::assertTrue(frame >= 0 && frame <= MAX_FRAME, SOURCE, __LINE__);
+    Logger::assertTrue(threadIndex >= 0 && threadIndex <= MAX_THREAD_INDEX, VDK_HERE);
+    Logger::assertTrue(frame >= 0 && frame <= MAX_FRAME, VDK_HERE);
 }
 
 // Runs body(table, row) for a user table, with the row made if it is absent.
 template <typename R, typename Body>
-R runGuardedColumn(JNIEnv* env, int line, jlong handle, jint slot, jint row, Body&& body) {
-    return runGuardedNative<R>(env, SOURCE, line, 0, [&](NativeErrors& errors) -> R {
+R runGuardedColumn(JNIEnv* env, const char* file, int line, jlong handle, jint slot, jint row,
+                   Body&& body) {
+    return runGuardedNative<R>(env, file, line, 0, [&](NativeErrors& errors) -> R {
         UserTable* table = ourDatabases.get(handle).getUserTable(slot);
         if (table == nullptr) {
             errors.fail("Table is null: ", slot);
             return 0;
         }
-        Logger::assertTrue(row >= 0 && row <= MAX_ROW, SOURCE, __LINE__);
+        Logger::assertTrue(row >= 0 && row <= MAX_ROW, VDK_HERE);
         return body(*table, table->getRecord(row, true));
     });
 }
 
 } // namespace
 
-VDK_NATIVE(jlong, dbNcreateNativeDatabaseImpl)
+VDK_CLIENT_NATIVE(jlong, dbNcreateNativeDatabaseImpl)
 (JNIEnv* env, jclass, jint telemetryLimit, jint probeTableLengthLimit) {
-    return runGuardedNative<jlong>(env, SOURCE, __LINE__, 0, [&](NativeErrors&) -> jlong {
+    return runGuardedNative<jlong>(env, VDK_HERE, 0, [&](NativeErrors&) -> jlong {
         DB* db = new DB(telemetryLimit, probeTableLengthLimit);
         try {
             return ourDatabases.add(db);
@@ -80,89 +80,92 @@ VDK_NATIVE(jlong, dbNcreateNativeDatabaseImpl)
     });
 }
 
-VDK_NATIVE(void, dbNdeleteNativeDatabaseImpl)(JNIEnv* env, jclass, jlong handle) {
-    runGuardedNative<int>(env, SOURCE, __LINE__, 0, [&](NativeErrors&) {
+VDK_CLIENT_NATIVE(void, dbNdeleteNativeDatabaseImpl)(JNIEnv* env, jclass, jlong handle) {
+    runGuardedNative<int>(env, VDK_HERE, 0, [&](NativeErrors&) {
         ourDatabases.remove(handle);
         return 1;
     });
 }
 
-VDK_NATIVE(jint, dbNgetIntFieldImpl)(JNIEnv* env, jclass, jlong handle, jint field, jint row) {
-    return runGuardedRow<jint>(env, __LINE__, handle, row,
+VDK_CLIENT_NATIVE(jint, dbNgetIntFieldImpl)
+(JNIEnv* env, jclass, jlong handle, jint field, jint row) {
+    return runGuardedRow<jint>(env, VDK_HERE, handle, row,
                                [&](DB& db) { return db.getIntField(field, row); });
 }
 
-VDK_NATIVE(jlong, dbNgetLongFieldImpl)(JNIEnv* env, jclass, jlong handle, jint field, jint row) {
-    return runGuardedRow<jlong>(env, __LINE__, handle, row,
+VDK_CLIENT_NATIVE(jlong, dbNgetLongFieldImpl)
+(JNIEnv* env, jclass, jlong handle, jint field, jint row) {
+    return runGuardedRow<jlong>(env, VDK_HERE, handle, row,
                                 [&](DB& db) { return db.getLongField(field, row); });
 }
 
-VDK_NATIVE(void, dbNsetIntFieldImpl)
+VDK_CLIENT_NATIVE(void, dbNsetIntFieldImpl)
 (JNIEnv* env, jclass, jlong handle, jint field, jint row, jint value) {
-    runGuardedSetter(env, __LINE__, handle, row,
+    runGuardedSetter(env, VDK_HERE, handle, row,
                      [&](DB& db) { db.setIntField(field, row, value); });
 }
 
-VDK_NATIVE(void, dbNsetLongFieldImpl)
+VDK_CLIENT_NATIVE(void, dbNsetLongFieldImpl)
 (JNIEnv* env, jclass, jlong handle, jint field, jint row, jlong value) {
-    runGuardedSetter(env, __LINE__, handle, row,
+    runGuardedSetter(env, VDK_HERE, handle, row,
                      [&](DB& db) { db.setLongField(field, row, value); });
 }
 
-VDK_NATIVE(jint, dbNgetTableMinIndexImpl)(JNIEnv* env, jclass, jlong handle, jint slot) {
-    return runGuardedDB<jint>(env, __LINE__, handle,
+VDK_CLIENT_NATIVE(jint, dbNgetTableMinIndexImpl)(JNIEnv* env, jclass, jlong handle, jint slot) {
+    return runGuardedDB<jint>(env, VDK_HERE, handle,
                               [&](DB& db) { return tableOf(db, slot).getMinIndex(); });
 }
 
-VDK_NATIVE(jint, dbNgetTableCapacityImpl)(JNIEnv* env, jclass, jlong handle, jint slot) {
-    return runGuardedDB<jint>(env, __LINE__, handle,
+VDK_CLIENT_NATIVE(jint, dbNgetTableCapacityImpl)(JNIEnv* env, jclass, jlong handle, jint slot) {
+    return runGuardedDB<jint>(env, VDK_HERE, handle,
                               [&](DB& db) { return tableOf(db, slot).getCapacity(); });
 }
 
-VDK_NATIVE(void, dbNclearTableImpl)(JNIEnv* env, jclass, jlong handle, jint slot) {
-    runGuardedDB<int>(env, __LINE__, handle, [&](DB& db) {
+VDK_CLIENT_NATIVE(void, dbNclearTableImpl)(JNIEnv* env, jclass, jlong handle, jint slot) {
+    runGuardedDB<int>(env, VDK_HERE, handle, [&](DB& db) {
         tableOf(db, slot).clearTable();
         return 1;
     });
 }
 
-VDK_NATIVE(jint, dbNgetNextIndexFromPoolImpl)(JNIEnv* env, jclass, jlong handle, jint slot) {
-    return runGuardedDB<jint>(env, __LINE__, handle,
+VDK_CLIENT_NATIVE(jint, dbNgetNextIndexFromPoolImpl)(JNIEnv* env, jclass, jlong handle, jint slot) {
+    return runGuardedDB<jint>(env, VDK_HERE, handle,
                               [&](DB& db) { return tableOf(db, slot).nextIndex(); });
 }
 
-VDK_NATIVE(jint, dbNgetRecordModificationStampImpl)
+VDK_CLIENT_NATIVE(jint, dbNgetRecordModificationStampImpl)
 (JNIEnv* env, jclass, jlong handle, jint slot, jint row) {
-    return runGuardedRow<jint>(env, __LINE__, handle, row, [&](DB& db) {
+    return runGuardedRow<jint>(env, VDK_HERE, handle, row, [&](DB& db) {
         return tableOf(db, slot).getRecordModificationStamp(row);
     });
 }
 
-VDK_NATIVE(void, dbNsetRecordModificationStampImpl)
+VDK_CLIENT_NATIVE(void, dbNsetRecordModificationStampImpl)
 (JNIEnv* env, jclass, jlong handle, jint slot, jint row, jint stamp) {
-    runGuardedSetter(env, __LINE__, handle, row,
+    runGuardedSetter(env, VDK_HERE, handle, row,
                      [&](DB& db) { tableOf(db, slot).setRecordModificationStamp(row, stamp); });
 }
 
-VDK_NATIVE(jint, dbNgetStrIDImpl)
+VDK_CLIENT_NATIVE(jint, dbNgetStrIDImpl)
 (JNIEnv* env, jclass, jlong handle, jstring text, jint create) {
-    return runGuardedDB<jint>(env, __LINE__, handle, [&](DB& db) {
+    return runGuardedDB<jint>(env, VDK_HERE, handle, [&](DB& db) {
         const JavaChars chars(env, text);
         return db.stringPool->getDBIndex(chars.get(), create == 1);
     });
 }
 
-VDK_NATIVE(jstring, dbNgetStringImpl)(JNIEnv* env, jclass, jlong handle, jint row) {
-    return runGuardedRow<jstring>(env, __LINE__, handle, row, [&](DB& db) -> jstring {
+VDK_CLIENT_NATIVE(jstring, dbNgetStringImpl)(JNIEnv* env, jclass, jlong handle, jint row) {
+    return runGuardedRow<jstring>(env, VDK_HERE, handle, row, [&](DB& db) -> jstring {
         const char* text = db.stringTable->getRecord(row, true)->text;
         return text == nullptr ? nullptr : toJavaString(env, ZString(text));
     });
 }
 
-VDK_NATIVE(void, dbNsetStringImpl)(JNIEnv* env, jclass, jlong handle, jint row, jstring text) {
-    runGuardedSetter(env, __LINE__, handle, row, [&](DB& db) {
+VDK_CLIENT_NATIVE(void, dbNsetStringImpl)
+(JNIEnv* env, jclass, jlong handle, jint row, jstring text) {
+    runGuardedSetter(env, VDK_HERE, handle, row, [&](DB& db) {
         // Row 0 stands for "no string" everywhere.
-        Logger::assertTrue(row > 0, SOURCE, __LINE__);
+        Logger::assertTrue(row > 0, VDK_HERE);
         const JavaChars chars(env, text);
         db.stringPool->setDBIndex(chars.get(), row);
     });
@@ -170,12 +173,13 @@ VDK_NATIVE(void, dbNsetStringImpl)(JNIEnv* env, jclass, jlong handle, jint row, 
 
 // Getter and setter of an int field of one table's records.
 #define VDK_FIELD_NATIVES(getterName, setterName, table, field)                                    \
-    VDK_NATIVE(jint, getterName)(JNIEnv * env, jclass, jlong handle, jint row) {                   \
-        return runGuardedRow<jint>(env, __LINE__, handle, row,                                     \
+    VDK_CLIENT_NATIVE(jint, getterName)(JNIEnv * env, jclass, jlong handle, jint row) {            \
+        return runGuardedRow<jint>(env, VDK_HERE, handle, row,                                     \
                                    [&](DB& db) { return db.table->getRecord(row, true)->field; }); \
     }                                                                                              \
-    VDK_NATIVE(void, setterName)(JNIEnv * env, jclass, jlong handle, jint row, jint value) {       \
-        runGuardedSetter(env, __LINE__, handle, row,                                               \
+    VDK_CLIENT_NATIVE(void, setterName)                                                            \
+    (JNIEnv * env, jclass, jlong handle, jint row, jint value) {                                   \
+        runGuardedSetter(env, VDK_HERE, handle, row,                                               \
                          [&](DB& db) { db.table->getRecord(row, true)->field = value; });          \
     }
 
@@ -185,32 +189,33 @@ VDK_FIELD_NATIVES(dbNgetTFIFrameIDImpl, dbNsetTFIFrameIDImpl, threadFrameTable, 
 VDK_FIELD_NATIVES(dbNgetTFIThreadIndexForTFIImpl, dbNsetTFIThreadIndexForTFIImpl, threadFrameTable,
                   tfiThreadIndex)
 
-VDK_NATIVE(jint, dbNgetTeleValueImpl)(JNIEnv* env, jclass, jlong handle, jint row, jint field) {
-    return runGuardedRow<jint>(env, __LINE__, handle, row, [&](DB& db) -> jint {
-        Logger::assertTrue(field >= 0 && field < TELE_FIELD_COUNT, SOURCE, __LINE__);
+VDK_CLIENT_NATIVE(jint, dbNgetTeleValueImpl)
+(JNIEnv* env, jclass, jlong handle, jint row, jint field) {
+    return runGuardedRow<jint>(env, VDK_HERE, handle, row, [&](DB& db) -> jint {
+        Logger::assertTrue(field >= 0 && field < TELE_FIELD_COUNT, VDK_HERE);
         const TelemetryRecord* record = db.telemetryTable->getRecord(row, false);
         return record == nullptr ? 0 : record->values[field];
     });
 }
 
-VDK_NATIVE(void, dbNsetTeleValueImpl)
+VDK_CLIENT_NATIVE(void, dbNsetTeleValueImpl)
 (JNIEnv* env, jclass, jlong handle, jint row, jint field, jint value) {
-    runGuardedSetter(env, __LINE__, handle, row, [&](DB& db) {
-        Logger::assertTrue(field >= 0 && field < TELE_FIELD_COUNT, SOURCE, __LINE__);
+    runGuardedSetter(env, VDK_HERE, handle, row, [&](DB& db) {
+        Logger::assertTrue(field >= 0 && field < TELE_FIELD_COUNT, VDK_HERE);
         db.telemetryTable->getRecord(row, true)->values[field] = value;
     });
 }
 
-VDK_NATIVE(jint, dbNgetTFIImpl)
+VDK_CLIENT_NATIVE(jint, dbNgetTFIImpl)
 (JNIEnv* env, jclass, jlong handle, jint threadIndex, jint frame, jint create) {
-    return runGuardedDB<jint>(env, __LINE__, handle, [&](DB& db) {
+    return runGuardedDB<jint>(env, VDK_HERE, handle, [&](DB& db) {
         checkThreadFrame(threadIndex, frame);
         return db.threadFrameIndex->getTFI(threadIndex, frame, create == 1);
     });
 }
 
-VDK_NATIVE(void, dbNfillThreadFrameIndexImpl)(JNIEnv* env, jclass, jlong handle) {
-    runGuardedDB<int>(env, __LINE__, handle, [&](DB& db) {
+VDK_CLIENT_NATIVE(void, dbNfillThreadFrameIndexImpl)(JNIEnv* env, jclass, jlong handle) {
+    runGuardedDB<int>(env, VDK_HERE, handle, [&](DB& db) {
         db.threadFrameTable->eachRecord([](int, const ThreadFrameRecord& record) {
             checkThreadFrame(record.tfiThreadIndex, record.frame);
         });
@@ -219,18 +224,18 @@ VDK_NATIVE(void, dbNfillThreadFrameIndexImpl)(JNIEnv* env, jclass, jlong handle)
     });
 }
 
-VDK_NATIVE(void, dbNfillJ2EEIndexImpl)(JNIEnv* env, jclass, jlong handle) {
-    runGuardedDB<int>(env, __LINE__, handle, [&](DB& db) {
+VDK_CLIENT_NATIVE(void, dbNfillJ2EEIndexImpl)(JNIEnv* env, jclass, jlong handle) {
+    runGuardedDB<int>(env, VDK_HERE, handle, [&](DB& db) {
         db.j2eeIndex->fillIndexFromTable();
         return 1;
     });
 }
 
-VDK_NATIVE(void, dbNfillFramesByMethodImpl)
+VDK_CLIENT_NATIVE(void, dbNfillFramesByMethodImpl)
 (JNIEnv* env, jclass, jlong handle, jint method, jintArray bits, jint from, jint to) {
-    runGuardedDB<int>(env, __LINE__, handle, [&](DB& db) {
+    runGuardedDB<int>(env, VDK_HERE, handle, [&](DB& db) {
         CriticalInts words(env, bits);
-        Logger::assertTrue(from >= 0 && (from > to || to / 32 < words.length()), SOURCE, __LINE__);
+        Logger::assertTrue(from >= 0 && (from > to || to / 32 < words.length()), VDK_HERE);
         words.writeBack();
         jint* held = words.hold();
         const int last = to < db.frameTable->getCapacity() ? to : db.frameTable->getCapacity() - 1;
@@ -245,45 +250,45 @@ VDK_NATIVE(void, dbNfillFramesByMethodImpl)
     });
 }
 
-VDK_NATIVE(jint, dbNcreateUserTableImpl)
+VDK_CLIENT_NATIVE(jint, dbNcreateUserTableImpl)
 (JNIEnv* env, jclass, jlong handle, jstring description) {
-    return runGuardedDB<jint>(env, __LINE__, handle, [&](DB& db) {
-        Logger::assertNotNULL(description, SOURCE, __LINE__);
+    return runGuardedDB<jint>(env, VDK_HERE, handle, [&](DB& db) {
+        Logger::assertNotNULL(description, VDK_HERE);
         return db.createUserTableByDescription(toZString(env, description));
     });
 }
 
-VDK_NATIVE(jint, dbNgetUserTableColumnImpl)
+VDK_CLIENT_NATIVE(jint, dbNgetUserTableColumnImpl)
 (JNIEnv* env, jclass, jlong handle, jint slot, jint row, jint column) {
     return runGuardedColumn<jint>(
-        env, __LINE__, handle, slot, row,
+        env, VDK_HERE, handle, slot, row,
         [&](UserTable& table, int* words) { return table.getColumn(words, column); });
 }
 
-VDK_NATIVE(void, dbNsetUserTableColumnImpl)
+VDK_CLIENT_NATIVE(void, dbNsetUserTableColumnImpl)
 (JNIEnv* env, jclass, jlong handle, jint slot, jint row, jint column, jint value) {
-    runGuardedColumn<jint>(env, __LINE__, handle, slot, row, [&](UserTable& table, int* words) {
+    runGuardedColumn<jint>(env, VDK_HERE, handle, slot, row, [&](UserTable& table, int* words) {
         table.setColumn(words, column, value);
         return 1;
     });
 }
 
-VDK_NATIVE(jlong, dbNgetUserTableLongColumnImpl)
+VDK_CLIENT_NATIVE(jlong, dbNgetUserTableLongColumnImpl)
 (JNIEnv* env, jclass, jlong handle, jint slot, jint row, jint column) {
     return runGuardedColumn<jlong>(
-        env, __LINE__, handle, slot, row,
+        env, VDK_HERE, handle, slot, row,
         [&](UserTable& table, int* words) { return table.getLongColumn(words, column); });
 }
 
-VDK_NATIVE(void, dbNsetUserTableLongColumnImpl)
+VDK_CLIENT_NATIVE(void, dbNsetUserTableLongColumnImpl)
 (JNIEnv* env, jclass, jlong handle, jint slot, jint row, jint column, jlong value) {
-    runGuardedColumn<jint>(env, __LINE__, handle, slot, row, [&](UserTable& table, int* words) {
+    runGuardedColumn<jint>(env, VDK_HERE, handle, slot, row, [&](UserTable& table, int* words) {
         table.setLongColumn(words, column, value);
         return 1;
     });
 }
 
-VDK_NATIVE(jstring, dbNgetDatabaseStatisticsImpl)(JNIEnv* env, jclass, jlong handle) {
-    return runGuardedDB<jstring>(env, __LINE__, handle,
+VDK_CLIENT_NATIVE(jstring, dbNgetDatabaseStatisticsImpl)(JNIEnv* env, jclass, jlong handle) {
+    return runGuardedDB<jstring>(env, VDK_HERE, handle,
                                  [&](DB& db) { return toJavaString(env, db.getStatistics()); });
 }

@@ -43,7 +43,7 @@ void setBit(unsigned* bits, int node) {
 
 int tableSize(const ObjectStorage& storage) {
     const long size = (static_cast<long>(storage.getObjectCount()) + 1) * 7;
-    Logger::assertTrue(size <= 0x7fffffffL, "DominatorComputer", __LINE__);
+    Logger::assertTrue(size <= 0x7fffffffL, VDK_HERE);
     return static_cast<int>(size);
 }
 
@@ -67,8 +67,8 @@ DominatorComputer::DominatorComputer(ObjectStorage& analysed, const int* roots, 
                                      AfterSearch* afterSearch)
     : DominatorComputer(analysed, rootCount, bits, told) {
     debugMessage(debug, "dcc: 0");
-    Logger::assertNotNULL(bucketTable, "DominatorComputer", __LINE__);
-    Logger::assertNotNULL(markBits, "DominatorComputer", __LINE__);
+    Logger::assertNotNULL(bucketTable, VDK_HERE);
+    Logger::assertNotNULL(markBits, VDK_HERE);
     collectRoots(roots, rootCount);
     ancestors[at(nullNode)] = nullNode;
     labels[at(nullNode)] = nullNode;
@@ -80,7 +80,7 @@ DominatorComputer::DominatorComputer(ObjectStorage& analysed, const int* roots, 
     if (afterSearch != nullptr) {
         afterSearch->searchEnded();
     }
-    Logger::assertNotNULL(storage.getBackwardReferences(), "DominatorComputer", __LINE__);
+    Logger::assertNotNULL(storage.getBackwardReferences(), VDK_HERE);
     computeSemidominators();
     deleteSets(true);
     bucketsInUse = false;
@@ -100,7 +100,7 @@ DominatorComputer::~DominatorComputer() {
 
 void DominatorComputer::collectRoots(const int* roots, int rootCount) {
     for (int i = 0; i < rootCount; i++) {
-        Logger::assertTrue(roots[i] > 0 && roots[i] < nullNode, "DominatorComputer", __LINE__);
+        Logger::assertTrue(roots[i] > 0 && roots[i] < nullNode, VDK_HERE);
         rootSet.add(roots[i]);
     }
 }
@@ -185,7 +185,7 @@ int DominatorComputer::nextChild(const RefTable& refTable, int node, int* next,
     const int start = stretch[0];
     const int count = stretch[1];
     const bool sound = start >= 0 && count >= 0 && start <= 0x7fffffff - count;
-    Logger::assertTrue(sound, "DominatorComputer", __LINE__);
+    Logger::assertTrue(sound, VDK_HERE);
     const BigIntArray64& store = refTable.getReferences();
     const unsigned objectCount = static_cast<unsigned>(nullNode);
     while (*next < count) {
@@ -201,7 +201,7 @@ int DominatorComputer::nextChild(const RefTable& refTable, int node, int* next,
             }
             for (int i = 0; i < length; i++) {
                 const unsigned reference = static_cast<unsigned>(elements[i]);
-                Logger::assertTrue(reference < objectCount, "DominatorComputer", __LINE__);
+                Logger::assertTrue(reference < objectCount, VDK_HERE);
                 if (!isSet(visited, elements[i])) {
                     *next += i + 1;
                     return elements[i];
@@ -229,7 +229,7 @@ void DominatorComputer::prefetchChildren(const RefTable& refTable, const int* el
 void DominatorComputer::computeSemidominators() {
     bucketsInUse = true;
     const RefTable& backward = *storage.getBackwardReferences();
-    Logger::assertTrue(backward.getRowCount() >= nullNode, "DominatorComputer", __LINE__);
+    Logger::assertTrue(backward.getRowCount() >= nullNode, VDK_HERE);
     // Number 1 is the virtual root, which has nothing above it.
     for (int number = depthFirstCount; number > 1; number--) {
         if ((number & (PROGRESS_NODES - 1)) == 0) {

@@ -1,9 +1,9 @@
 #include "offline/DominatorVerifier.h"
 
-#include <cstring>
-
 #include "offline/FlatGraph.h"
 #include "offline/Reachability.h"
+
+#include <cstring>
 
 namespace {
 
@@ -53,8 +53,7 @@ private:
         }
         reached.buffer[0] &= ~1;
         for (int i = 0; i < rootCount; i++) {
-            Logger::assertTrue(rootList[i] > 0 && rootList[i] < count, "DominatorVerifier",
-                               __LINE__);
+            Logger::assertTrue(rootList[i] > 0 && rootList[i] < count, VDK_HERE);
         }
         markReachable(nullptr, storage, rootList, rootCount, bitsOf(reached));
         for (int i = 0; i < allowed.size; i++) {
@@ -178,7 +177,7 @@ private:
         if (isMarked(bitsOf(certified), sibling)) {
             noteSibling(sibling, target);
         } else {
-            Logger::assertTrue(openCount < 0x3fffffff, "DominatorVerifier", __LINE__);
+            Logger::assertTrue(openCount < 0x3fffffff, VDK_HERE);
             open.set(2 * openCount, sibling);
             open.set(2 * openCount + 1, target);
             openCount++;

@@ -1,13 +1,13 @@
 #include "offline/HeapAnalysis.h"
 
-#include <atomic>
-#include <time.h>
-
 #include "offline/BackwardReferences.h"
 #include "offline/DominatorComputer.h"
 #include "offline/MemAllocator.h"
 #include "offline/Reachability.h"
 #include "offline/ThreadPair.h"
+
+#include <atomic>
+#include <time.h>
 
 namespace {
 

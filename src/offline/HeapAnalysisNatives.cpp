@@ -2,17 +2,15 @@
 // retained, referrers, dominators, and row numbers for object ids. Arrays are held in place for the
 // whole run.
 
-#include <unistd.h>
-
 #include "offline/BackwardReferences.h"
 #include "offline/DominatorComputer.h"
 #include "offline/NativesBoundary.h"
 #include "offline/OIDProcessor.h"
 #include "offline/Reachability.h"
 
-namespace {
+#include <unistd.h>
 
-const char* const SOURCE = "HeapAnalysisNatives";
+namespace {
 
 LiveHandles<OIDProcessor> ourOIDProcessors("OIDProcessors");
 
@@ -41,9 +39,9 @@ void computeDominators(ObjectStorage& storage, const jint* roots, int rootCount,
 
 } // namespace
 
-VDK_NATIVE(void, f)
+VDK_CLIENT_NATIVE(void, f)
 (JNIEnv* env, jclass, jlong handle, jintArray objects, jintArray markBits) {
-    runGuardedNative<int>(env, SOURCE, __LINE__, 0, [&](NativeErrors& errors) {
+    runGuardedNative<int>(env, VDK_HERE, 0, [&](NativeErrors& errors) {
         const ObjectStorage& storage = ourStorages.get(handle);
         CriticalInts list(env, objects);
         CriticalInts bits(env, markBits);
@@ -54,10 +52,10 @@ VDK_NATIVE(void, f)
     });
 }
 
-VDK_NATIVE(jint, f0)
+VDK_CLIENT_NATIVE(jint, f0)
 (JNIEnv* env, jclass, jlong handle, jintArray extraMarks, jintArray list, jint from, jint to,
  jintArray objects, jintArray reachableBits, jintArray resultBits) {
-    return runGuardedNative<jint>(env, SOURCE, __LINE__, 0, [&](NativeErrors& errors) -> jint {
+    return runGuardedNative<jint>(env, VDK_HERE, 0, [&](NativeErrors& errors) -> jint {
         const ObjectStorage& storage = ourStorages.get(handle);
         const int words = bitFieldWords(storage.getObjectCount());
         CriticalInts extra(env, extraMarks, true);
@@ -69,7 +67,7 @@ VDK_NATIVE(jint, f0)
             extra.requireLength(words);
         } else {
             const bool good = from >= 0 && from <= to && to <= group.length();
-            Logger::assertTrue(good, SOURCE, __LINE__);
+            Logger::assertTrue(good, VDK_HERE);
         }
         reachable.requireLength(words);
         result.requireLength(words);
@@ -84,8 +82,8 @@ VDK_NATIVE(jint, f0)
     });
 }
 
-VDK_NATIVE(jlong, s1)(JNIEnv* env, jclass, jlong handle, jintArray markBits) {
-    return runGuardedNative<jlong>(env, SOURCE, __LINE__, 0, [&](NativeErrors&) -> jlong {
+VDK_CLIENT_NATIVE(jlong, s1)(JNIEnv* env, jclass, jlong handle, jintArray markBits) {
+    return runGuardedNative<jlong>(env, VDK_HERE, 0, [&](NativeErrors&) -> jlong {
         const ObjectStorage& storage = ourStorages.get(handle);
         CriticalInts bits(env, markBits);
         bits.requireLength(bitFieldWords(storage.getObjectCount()));
@@ -93,9 +91,9 @@ VDK_NATIVE(jlong, s1)(JNIEnv* env, jclass, jlong handle, jintArray markBits) {
     });
 }
 
-VDK_NATIVE(jint, osNcomputeBRTImpl)
+VDK_CLIENT_NATIVE(jint, osNcomputeBRTImpl)
 (JNIEnv* env, jclass, jlong handle, jintArray reachableBits, jintArray counts) {
-    return runGuardedNative<jint>(env, SOURCE, __LINE__, 0, [&](NativeErrors&) -> jint {
+    return runGuardedNative<jint>(env, VDK_HERE, 0, [&](NativeErrors&) -> jint {
         ObjectStorage& storage = ourStorages.get(handle);
         CriticalInts reachable(env, reachableBits);
         CriticalInts scratch(env, counts);
@@ -108,9 +106,9 @@ VDK_NATIVE(jint, osNcomputeBRTImpl)
     });
 }
 
-VDK_NATIVE(jint, osNcomputeDominatorsAndRetainedSizesImpl)
+VDK_CLIENT_NATIVE(jint, osNcomputeDominatorsAndRetainedSizesImpl)
 (JNIEnv* env, jclass, jlong handle, jintArray roots, jintArray reachableBits) {
-    return runGuardedNative<jint>(env, SOURCE, __LINE__, 0, [&](NativeErrors&) -> jint {
+    return runGuardedNative<jint>(env, VDK_HERE, 0, [&](NativeErrors&) -> jint {
         logStep("dc: 0");
         ObjectStorage& storage = ourStorages.get(handle);
         CriticalInts rootRows(env, roots);
@@ -122,8 +120,8 @@ VDK_NATIVE(jint, osNcomputeDominatorsAndRetainedSizesImpl)
     });
 }
 
-VDK_NATIVE(jlong, createOIDProcessor)(JNIEnv* env, jclass, jboolean wide, jint capacity) {
-    return runGuardedNative<jlong>(env, SOURCE, __LINE__, 0, [&](NativeErrors& errors) -> jlong {
+VDK_CLIENT_NATIVE(jlong, createOIDProcessor)(JNIEnv* env, jclass, jboolean wide, jint capacity) {
+    return runGuardedNative<jlong>(env, VDK_HERE, 0, [&](NativeErrors& errors) -> jlong {
         OIDProcessor* processor = nullptr;
         try {
             processor = new OIDProcessor(wide == JNI_TRUE, capacity);
@@ -136,32 +134,33 @@ VDK_NATIVE(jlong, createOIDProcessor)(JNIEnv* env, jclass, jboolean wide, jint c
     });
 }
 
-VDK_NATIVE(void, processOIDs)(JNIEnv* env, jclass, jlong handle, jlongArray oids, jint count) {
-    runGuardedNative<int>(env, SOURCE, __LINE__, 0, [&](NativeErrors&) {
+VDK_CLIENT_NATIVE(void, processOIDs)
+(JNIEnv* env, jclass, jlong handle, jlongArray oids, jint count) {
+    runGuardedNative<int>(env, VDK_HERE, 0, [&](NativeErrors&) {
         OIDProcessor& processor = ourOIDProcessors.get(handle);
         CriticalLongs ids(env, oids);
-        Logger::assertTrue(count >= 0, SOURCE, __LINE__);
+        Logger::assertTrue(count >= 0, VDK_HERE);
         ids.requireLength(count);
         processor.processOIDs(ids.hold(), count);
         return 1;
     });
 }
 
-VDK_NATIVE(void, convertOIDsToIndices)(JNIEnv* env, jclass, jlong handle) {
-    runGuardedNative<int>(env, SOURCE, __LINE__, 0, [&](NativeErrors&) {
+VDK_CLIENT_NATIVE(void, convertOIDsToIndices)(JNIEnv* env, jclass, jlong handle) {
+    runGuardedNative<int>(env, VDK_HERE, 0, [&](NativeErrors&) {
         ourOIDProcessors.get(handle).convertOIDsToIndices();
         return 1;
     });
 }
 
-VDK_NATIVE(jint, getIndex)(JNIEnv* env, jclass, jlong handle, jlong oid) {
-    return runGuardedNative<jint>(env, SOURCE, __LINE__, 0, [&](NativeErrors&) -> jint {
+VDK_CLIENT_NATIVE(jint, getIndex)(JNIEnv* env, jclass, jlong handle, jlong oid) {
+    return runGuardedNative<jint>(env, VDK_HERE, 0, [&](NativeErrors&) -> jint {
         return ourOIDProcessors.get(handle).getIndex(oid);
     });
 }
 
-VDK_NATIVE(void, deleteOIDProcessor)(JNIEnv* env, jclass, jlong handle) {
-    runGuardedNative<int>(env, SOURCE, __LINE__, 0, [&](NativeErrors&) {
+VDK_CLIENT_NATIVE(void, deleteOIDProcessor)(JNIEnv* env, jclass, jlong handle) {
+    runGuardedNative<int>(env, VDK_HERE, 0, [&](NativeErrors&) {
         ourOIDProcessors.remove(handle);
         return 1;
     });

@@ -1,13 +1,13 @@
 #include "offline/HeapIndexWriter.h"
 
-#include <unistd.h>
-
 #include "db/DB.h"
 #include "db/Progress.h"
 #include "db/SnapshotCommon.h"
 #include "db/SnapshotWriter.h"
 #include "offline/ObjectStorage.h"
 #include "offline/OfflineGlobals.h"
+
+#include <unistd.h>
 
 namespace {
 

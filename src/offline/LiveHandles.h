@@ -1,9 +1,9 @@
 #pragma once
 
-#include <atomic>
-
 #include "core/ground/ZLock.h"
 #include "core/ground/ZSet.h"
+
+#include <atomic>
 
 // LiveHandles<T>: the objects of one type that Java holds by a long. A number that is not, or no
 // longer, such an object is an internal error and never a wild pointer. Any thread may ask; the
@@ -16,7 +16,7 @@ public:
     // The handle of a new object, which is Java's from now on. On failure the caller still owns it.
     long add(T* object) {
         const long handle = reinterpret_cast<long>(object);
-        LockHolder holder(lock, "LiveHandles:22");
+        LockHolder holder(lock);
         handles.add(handle);
         changes++;
         return handle;
@@ -27,8 +27,8 @@ public:
         static thread_local long lastHandle = 0;
         static thread_local long lastChanges = 0;
         if (handle == 0 || handle != lastHandle || changes != lastChanges) {
-            LockHolder holder(lock, "LiveHandles:32");
-            Logger::assertTrue(handle != 0 && handles.contains(handle), "LiveHandles", __LINE__);
+            LockHolder holder(lock);
+            Logger::assertTrue(handle != 0 && handles.contains(handle), VDK_HERE);
             lastHandle = handle;
             lastChanges = changes;
         }
@@ -41,7 +41,7 @@ public:
         }
         T* object = &get(handle);
         {
-            LockHolder holder(lock, "LiveHandles:46");
+            LockHolder holder(lock);
             handles.remove(handle);
             changes++;
         }

@@ -1,12 +1,12 @@
 #include "offline/MemAllocator.h"
 
+#include "core/ground/Logger.h"
+
 #include <cstdint>
 #include <cstring>
 #include <new>
 #include <sys/mman.h>
 #include <unistd.h>
-
-#include "core/ground/Logger.h"
 
 namespace {
 
@@ -84,7 +84,7 @@ void MemAllocator::giveBack(void* part, size_t bytes) noexcept {
 
 void* MemAllocator::map(int fileDescriptor, long offset, long size, long* pageOffset,
                         long* mappedLength, bool shared) {
-    Logger::assertTrue(fileDescriptor >= 0, "MemAllocator", __LINE__);
+    Logger::assertTrue(fileDescriptor >= 0, VDK_HERE);
     *pageOffset = offset % static_cast<long>(systemPageSize());
     *mappedLength = *pageOffset + size;
     void* address = mmap(nullptr, static_cast<size_t>(*mappedLength), PROT_READ | PROT_WRITE,
@@ -93,6 +93,6 @@ void* MemAllocator::map(int fileDescriptor, long offset, long size, long* pageOf
 }
 
 void MemAllocator::unmap(void* address, long length) {
-    Logger::assertNotNULL(address, "MemAllocator", __LINE__);
-    Logger::assertEquals(munmap(address, static_cast<size_t>(length)), 0, "MemAllocator", __LINE__);
+    Logger::assertNotNULL(address, VDK_HERE);
+    Logger::assertEquals(munmap(address, static_cast<size_t>(length)), 0, VDK_HERE);
 }

@@ -3,17 +3,15 @@
 // The boundary between com.vandrik.Natives and the offline analysis. For *Natives.cpp alone:
 // nothing else of this folder knows a JVM.
 
-#include <cstdio>
-#include <jni.h>
-#include <new>
-
 #include "core/ground/Exceptions.h"
-#include "core/ground/JNIUtils.h"
 #include "core/ground/Logger.h"
+#include "core/jvm/NativeEntry.h"
 #include "offline/LiveHandles.h"
 #include "offline/ObjectStorage.h"
 
-#define VDK_NATIVE(type, name) extern "C" JNIEXPORT type JNICALL Java_com_vandrik_Natives_##name
+#include <cstdio>
+#include <jni.h>
+#include <new>
 
 class DB;
 
@@ -76,7 +74,7 @@ public:
     CriticalArray(JNIEnv* javaEnv, ArrayType javaArray, bool mayBeNull = false)
         : env(javaEnv), array(javaArray), elements(nullptr), count(0), mode(JNI_ABORT) {
         if (!mayBeNull) {
-            Logger::assertNotNULL(array, "NativesBoundary", __LINE__);
+            Logger::assertNotNULL(array, VDK_HERE);
         }
         count = array == nullptr ? 0 : env->GetArrayLength(array);
     }
@@ -89,9 +87,7 @@ public:
     CriticalArray& operator=(const CriticalArray&) = delete;
 
     int length() const { return count; }
-    void requireLength(int needed) const {
-        Logger::assertTrue(count >= needed, "NativesBoundary", __LINE__);
-    }
+    void requireLength(int needed) const { Logger::assertTrue(count >= needed, VDK_HERE); }
     // Changed elements reach Java.
     void writeBack() { mode = 0; }
     // Null for a null array.

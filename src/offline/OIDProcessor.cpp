@@ -1,8 +1,8 @@
 #include "offline/OIDProcessor.h"
 
-#include <cstdlib>
-
 #include "core/ground/Logger.h"
+
+#include <cstdlib>
 
 namespace {
 
@@ -17,7 +17,7 @@ int compareIds(const void* left, const void* right) {
 
 OIDProcessor::OIDProcessor(bool wide, int most)
     : capacity(most), count(0), wideIds(nullptr), ids(nullptr) {
-    Logger::assertTrue(most >= 0, "OIDProcessor", __LINE__);
+    Logger::assertTrue(most >= 0, VDK_HERE);
     if (wide) {
         wideIds = new long[static_cast<size_t>(most)];
     } else {
@@ -31,7 +31,7 @@ OIDProcessor::~OIDProcessor() {
 }
 
 void OIDProcessor::processOIDs(const long* oids, int added) {
-    Logger::assertTrue(added >= 0 && added <= capacity - count, "OIDProcessor", __LINE__);
+    Logger::assertTrue(added >= 0 && added <= capacity - count, VDK_HERE);
     for (int i = 0; i < added; i++) {
         if (wideIds != nullptr) {
             wideIds[count] = oids[i];
@@ -39,7 +39,7 @@ void OIDProcessor::processOIDs(const long* oids, int added) {
             // Ids of 32 bits may come with or without their sign.
             const int narrow = static_cast<int>(oids[i]);
             const bool fits = oids[i] == narrow || oids[i] == static_cast<unsigned>(narrow);
-            Logger::assertTrue(fits, "OIDProcessor", __LINE__);
+            Logger::assertTrue(fits, VDK_HERE);
             ids[count] = narrow;
         }
         count++;

@@ -9,7 +9,7 @@ int tableRows(RowErrors* rowErrors, int objectCount) {
     if (objectCount < 1 && rowErrors != nullptr) {
         rowErrors->violated("objectCount > 0", objectCount, 0);
     }
-    Logger::assertTrue(objectCount > 0 && objectCount < 0x3fffffff, "ObjectStorage", __LINE__);
+    Logger::assertTrue(objectCount > 0 && objectCount < 0x3fffffff, VDK_HERE);
     return objectCount + 1;
 }
 
@@ -61,7 +61,7 @@ bool ObjectStorage::createObject(RowErrors* rowErrors, int index, int classRow, 
     if (!checkIndex(rowErrors, index)) {
         return false;
     }
-    Logger::assertTrue(fieldCount >= 0 && fieldCount < 0x7fffffff, "ObjectStorage", __LINE__);
+    Logger::assertTrue(fieldCount >= 0 && fieldCount < 0x7fffffff, VDK_HERE);
     references.createRefs(index, fieldCount + 1);
     references.setRef(index, classRow, 0);
     generations.setSparsely(index, generation);
@@ -121,7 +121,7 @@ bool ObjectStorage::readArray(int readKind, const int* data, int from, int to) {
     if (readKind < 0 || readKind >= READ_KIND_COUNT) {
         return false;
     }
-    Logger::assertTrue(from >= 0 && from <= to, "ObjectStorage", __LINE__);
+    Logger::assertTrue(from >= 0 && from <= to, VDK_HERE);
     BigIntArray64* array = arrayOfKind(readKind);
     if (array == nullptr) {
         fillArray(references.getStartsAndCounts(), data, from, to);

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <atomic>
-
 #include "core/ground/ZString.h"
+
+#include <atomic>
 
 // Where Java wants paged arrays that live in files. Arrays live in memory, so nothing reads it.
 extern ZString ourAlternateTempDirForBigIntArraysUtf8;

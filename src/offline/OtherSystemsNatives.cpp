@@ -20,12 +20,12 @@
     V(jstring, getShortPath, (JNIEnv*, jclass, jstring))
 
 #define VDK_NATIVE_OF_OTHER_SYSTEM(type, name, parameters)                                         \
-    VDK_NATIVE(type, name) parameters {                                                            \
+    VDK_CLIENT_NATIVE(type, name) parameters {                                                     \
         return type();                                                                             \
     }
 VDK_NATIVES_OF_OTHER_SYSTEMS(VDK_NATIVE_OF_OTHER_SYSTEM)
 
-VDK_NATIVE(jintArray, getSpecialJavaPIDs)(JNIEnv* env, jclass) {
-    return runGuardedNative<jintArray>(env, "OtherSystemsNatives", __LINE__, nullptr,
+VDK_CLIENT_NATIVE(jintArray, getSpecialJavaPIDs)(JNIEnv* env, jclass) {
+    return runGuardedNative<jintArray>(env, VDK_HERE, nullptr,
                                        [&](NativeErrors&) { return env->NewIntArray(0); });
 }

@@ -4,7 +4,7 @@ namespace {
 
 void push(const ObjectStorage& storage, ZVector<int>& stack, int* bits, int row) {
     const bool isRow = row >= 0 && row < storage.getObjectCount();
-    Logger::assertTrue(isRow, "Reachability", __LINE__);
+    Logger::assertTrue(isRow, VDK_HERE);
     if (row != 0 && !isMarked(bits, row)) {
         setMark(bits, row);
         stack.push(row);
@@ -34,7 +34,7 @@ bool isBadObject(RowErrors* rowErrors, const int* bits, int object) {
 
 void assertRow(const ObjectStorage& storage, int object) {
     const bool isRow = object >= 0 && object < storage.getObjectCount();
-    Logger::assertTrue(isRow, "Reachability", __LINE__);
+    Logger::assertTrue(isRow, VDK_HERE);
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 namespace {
 
 int checkedTableSize(int rowCount) {
-    Logger::assertTrue(rowCount >= 0 && rowCount <= 0x3fffffff, "RefTable", __LINE__);
+    Logger::assertTrue(rowCount >= 0 && rowCount <= 0x3fffffff, VDK_HERE);
     return rowCount * 2;
 }
 
@@ -14,24 +14,24 @@ RefTable::RefTable(const char* tableName, int rows)
       references((ZString(tableName) + "-r").c_str()), nextFree(0) {}
 
 void RefTable::createRefs(int row, int count) {
-    Logger::assertTrue(row >= 0 && row < rowCount, "RefTable", __LINE__);
+    Logger::assertTrue(row >= 0 && row < rowCount, VDK_HERE);
     const bool fits = count >= 0 && count <= 0x7fffffff - nextFree;
-    Logger::assertTrue(fits, "RefTable", __LINE__);
+    Logger::assertTrue(fits, VDK_HERE);
     startsAndCounts.set(2 * row, nextFree);
     startsAndCounts.set(2 * row + 1, count);
     nextFree += count;
 }
 
 void RefTable::reserve(int total) {
-    Logger::assertTrue(total >= 0, "RefTable", __LINE__);
+    Logger::assertTrue(total >= 0, VDK_HERE);
     references.ensure(total);
     nextFree = total;
 }
 
 void RefTable::setList(int row, int start, int count) {
-    Logger::assertTrue(row >= 0 && row < rowCount, "RefTable", __LINE__);
+    Logger::assertTrue(row >= 0 && row < rowCount, VDK_HERE);
     const bool fits = start >= 0 && count >= 0 && start <= nextFree - count;
-    Logger::assertTrue(fits, "RefTable", __LINE__);
+    Logger::assertTrue(fits, VDK_HERE);
     startsAndCounts.set(2 * row, start);
     startsAndCounts.set(2 * row + 1, count);
 }

@@ -69,15 +69,15 @@ public:
 
 private:
     int positionInStore(int row, int position) const {
-        Logger::assertTrue(row >= 0 && row < rowCount, "RefTable", __LINE__);
-        Logger::assertTrue(position >= 0 && position < getCount(row), "RefTable", __LINE__);
+        Logger::assertTrue(row >= 0 && row < rowCount, VDK_HERE);
+        Logger::assertTrue(position >= 0 && position < getCount(row), VDK_HERE);
         const long at = static_cast<long>(getStart(row)) + position;
-        Logger::assertTrue(at >= 0 && at <= 0x7fffffffL, "RefTable", __LINE__);
+        Logger::assertTrue(at >= 0 && at <= 0x7fffffffL, VDK_HERE);
         return static_cast<int>(at);
     }
     static void checkStretch(int start, int count) {
         const bool good = start >= 0 && count >= 0 && start <= 0x7fffffff - count;
-        Logger::assertTrue(good, "RefTable", __LINE__);
+        Logger::assertTrue(good, VDK_HERE);
     }
 
     int rowCount;

@@ -55,7 +55,7 @@ void ObjectStorage::calculateRetainedSizes() {
     for (int row = 1; row < count; row++) {
         prefetch(dominated, row, 1);
         const int d = *dominator[row];
-        Logger::assertTrue(d >= 0 && d < count, "RetainedSizes", __LINE__);
+        Logger::assertTrue(d >= 0 && d < count, VDK_HERE);
         if (d != 0) {
             ++*dominated[d];
         }

@@ -1,7 +1,5 @@
 // The native of com.vandrik.Natives that writes a memory snapshot from a database and a storage.
 
-#include <unistd.h>
-
 #include "db/DB.h"
 #include "db/Progress.h"
 #include "db/SnapshotCommon.h"
@@ -9,9 +7,9 @@
 #include "offline/HeapIndexWriter.h"
 #include "offline/NativesBoundary.h"
 
-namespace {
+#include <unistd.h>
 
-const char* const SOURCE = "DatabaseNatives";
+namespace {
 
 // Closes the file at the end of the block.
 class OpenFile {
@@ -46,13 +44,13 @@ ZString writeFile(DB& db, ObjectStorage& storage, const ZString& path, int progr
 
 } // namespace
 
-VDK_NATIVE(jstring, dbNwriteSnapshotImpl)
+VDK_CLIENT_NATIVE(jstring, dbNwriteSnapshotImpl)
 (JNIEnv* env, jclass, jlong dbHandle, jlong storageHandle, jstring path, jint progressSocket,
  jlong flags) {
-    return runGuardedNative<jstring>(env, SOURCE, __LINE__, nullptr, [&](NativeErrors&) -> jstring {
+    return runGuardedNative<jstring>(env, VDK_HERE, nullptr, [&](NativeErrors&) -> jstring {
         DB& db = ourDatabases.get(dbHandle);
         ObjectStorage& storage = ourStorages.get(storageHandle);
-        Logger::assertNotNULL(path, SOURCE, __LINE__);
+        Logger::assertNotNULL(path, VDK_HERE);
         const ZString error = writeFile(db, storage, toZString(env, path), progressSocket, flags);
         return error.isEmpty() ? nullptr : toJavaString(env, error);
     });

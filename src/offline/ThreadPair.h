@@ -1,11 +1,11 @@
 #pragma once
 
+#include "core/ground/Exceptions.h"
+#include "offline/AnalysisProgress.h"
+
 #include <atomic>
 #include <new>
 #include <pthread.h>
-
-#include "core/ground/Exceptions.h"
-#include "offline/AnalysisProgress.h"
 
 // Runs `helper` on a second thread while `body` runs on this one, and returns when both have ended.
 // An exception of either is thrown here, that of body first; *stop is set as soon as one is on its

@@ -2,14 +2,13 @@
 // every thread reads the clock of the process.
 #include "platform/Platform.h"
 
-#include <sys/param.h>
-#include <sys/sysctl.h>
-#include <sys/user.h>
-
 #include <fcntl.h>
 #include <kvm.h>
 #include <limits.h>
 #include <pthread_np.h>
+#include <sys/param.h>
+#include <sys/sysctl.h>
+#include <sys/user.h>
 
 namespace {
 

@@ -1,15 +1,15 @@
 #include "probes/Filter.h"
 
-#include <cstdlib>
-#include <cstring>
-#include <new>
-
 #include "core/ground/ConfigFile.h"
 #include "core/ground/Options.h"
 #include "db/DB.h"
 #include "probes/FilterDefaults.h"
 #include "probes/SignatureUtil.h"
 #include "probes/WildcardMatch.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
 
 // Never destroyed: threads may run to the very end of the process.
 ZVector<Filter*>& Filter::ourFilters = *new ZVector<Filter*>();
@@ -63,7 +63,7 @@ void pushWaitFilters(const WaitMethod* methods, int count) {
 Filter::Filter(int filterType, const char* className, const char* methodName,
                const char* parameters)
     : classPattern(nullptr), methodPattern(nullptr), parametersPattern(nullptr), type(filterType) {
-    Logger::assertNotNULL(className, "Filter", __LINE__);
+    Logger::assertNotNULL(className, VDK_HERE);
     classPattern = storedPattern(className);
     methodPattern = storedPattern(methodName);
     parametersPattern = storedPattern(parameters);
@@ -82,7 +82,7 @@ bool Filter::accept(const MethodRecord& record) const {
 }
 
 void Filter::applyFilters(MethodRecord* record) {
-    Logger::assertNotNULL(record, "Filter", __LINE__);
+    Logger::assertNotNULL(record, VDK_HERE);
     bool hit[FILTER_TYPE_WAIT + 1] = {};
     const bool& wallTime = hit[FILTER_TYPE_WALL_TIME];
     const bool& excluded = hit[FILTER_TYPE_EXCLUDE];
@@ -142,7 +142,7 @@ Filter* createFilter(const ZString& text, int type) {
 }
 
 void Filter::createGeneralFiltersImpl(const ZString& text, ZVector<Filter*>* vector) {
-    Logger::assertNotNULL(vector, "Filter", __LINE__);
+    Logger::assertNotNULL(vector, VDK_HERE);
     ZVectorSafe<ZString> lines;
     text.split("\n", lines);
     for (int i = 0; i < lines.getSize(); i++) {

@@ -1,9 +1,9 @@
 #include "profiling/AllStacks.h"
 
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Globals.h"
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
 
 namespace {
 constexpr jint MAX_FRAMES = 10000;
@@ -39,7 +39,7 @@ bool AllStacks::take() {
         return false;
     }
     {
-        LockHolder lock(ourLock, "AllStacks:44");
+        LockHolder lock(ourLock);
         lastThread = ThreadInfo::ourRunningNumber;
     }
     const jvmtiError error = ourJVMTI->GetAllStackTraces(MAX_FRAMES, &stacks, &count);

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <jni.h>
-#include <jvmti.h>
-
 #include "core/ground/ZVector.h"
 #include "profiling/ThreadInfo.h"
+
+#include <jni.h>
+#include <jvmti.h>
 
 // The local frame keeps references that a JVMTI call leaves behind from piling up in a thread that
 // never returns to Java.

@@ -1,14 +1,14 @@
 #include "profiling/ClassLoadingProbe.h"
 
-#include <atomic>
-
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Globals.h"
-#include "core/ground/JvmGlobals.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "probes/SignatureUtil.h"
 #include "profiling/ThreadInfo.h"
 #include "profiling/UserTableRows.h"
+
+#include <atomic>
 
 namespace {
 
@@ -57,7 +57,7 @@ bool createRow(JNIEnv* env, int classNameStrID, int statusStrID) {
 
 // Moves what has queued up to `taken`, in order of arrival.
 void takeUnloadedClasses(ZVector<int>* taken) {
-    LockHolder lock(ourUnloadedClassesLock, "ClassLoadingProbe:unloaded");
+    LockHolder lock(ourUnloadedClassesLock);
     for (int i = 0; i < ourUnloadedClassStrIDs.getSize(); i++) {
         taken->push(ourUnloadedClassStrIDs[i]);
     }
@@ -92,7 +92,7 @@ void ClassLoadingProbe::onClassPrepare(JNIEnv* env, jclass type) {
     const ZString name = SignatureUtil::convertClassSignatureToFullName(signature.get());
     int nameStrID;
     {
-        LockHolder lock(ourLock, "ClassLoadingProbe:onClassPrepare");
+        LockHolder lock(ourLock);
         nameStrID = ourDB->stringPool->getDBIndex(name.c_str(), true);
         if (!createRow(env, nameStrID, ourDB->stringPool->getDBIndex("loaded", true))) {
             // Without a row that keeps it the name is collected sooner or later, and its number
@@ -110,7 +110,7 @@ void ClassLoadingProbe::onClassUnload(long tag) {
     if (tag == 0) {
         return;
     }
-    LockHolder lock(ourUnloadedClassesLock, "ClassLoadingProbe:79");
+    LockHolder lock(ourUnloadedClassesLock);
     ourUnloadedClassStrIDs.push(static_cast<int>(tag));
 }
 

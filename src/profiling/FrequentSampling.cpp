@@ -53,7 +53,7 @@ void frequentSamplingRowClosed(int tableIndex, int rowIndex) {
 }
 
 bool isFrequentSampling() {
-    LockHolder lock(ourLock, "FrequentSampling:62");
+    LockHolder lock(ourLock);
     return !ourLastingEvents.isEmpty() &&
            ourUptimeProvider.getUptimeNs() >= ourNearestUptimeToActivateFrequentSamplingNs;
 }

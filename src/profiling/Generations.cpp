@@ -1,10 +1,10 @@
 #include "profiling/Generations.h"
 
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Globals.h"
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
 #include "core/ground/UptimeProvider.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "profiling/HeapIteration.h"
 

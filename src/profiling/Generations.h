@@ -1,8 +1,8 @@
 #pragma once
 
-#include <jni.h>
-
 #include "core/ground/ZString.h"
+
+#include <jni.h>
 
 // Generations marks objects by the period in which they were created. The mark is the high word of
 // an object's tag in ourJVMTI, a row of `generation`; the low word is its allocator row. An object

@@ -1,7 +1,7 @@
 #include "profiling/HeapIteration.h"
 
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Globals.h"
+#include "core/jvm/CommonUtils.h"
 
 void iterateOverHeapEither(jvmtiEnv* jvmti, jvmtiHeapObjectCallback callback, void* data) {
     if (ourIsJRockit) {

@@ -1,9 +1,9 @@
 #include "profiling/InstanceCounting.h"
 
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Globals.h"
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
 #include "probes/SignatureUtil.h"
 #include "profiling/HeapIteration.h"
 
@@ -59,7 +59,7 @@ void InstanceCounting::tagClasses(JNIEnv* env) {
     CHECK_JVMTI(ourJVMTI4->GetLoadedClasses(&count, classes.receive()));
     announceLocalReferences(env, count);
     // Two counts at once must not give a class two numbers.
-    LockHolder lock(ourLock, "InstanceCounting:tagClasses");
+    LockHolder lock(ourLock);
     for (jint i = 0; i < count; i++) {
         tagClass(classes.get()[i]);
         env->DeleteLocalRef(classes.get()[i]);

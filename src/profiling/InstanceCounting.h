@@ -1,10 +1,10 @@
 #pragma once
 
-#include <jni.h>
-
 #include "core/ground/ZString.h"
 #include "core/ground/ZVector.h"
 #include "db/DB.h"
+
+#include <jni.h>
 
 // Number and bytes of the instances of one class.
 struct SizeAndCount {

@@ -1,9 +1,9 @@
 #include "profiling/LiveTables.h"
 
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Globals.h"
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
 #include "profiling/ClassLoadingProbe.h"
 #include "profiling/InstanceCounting.h"
 #include "profiling/Monitors.h"

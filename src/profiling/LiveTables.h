@@ -1,8 +1,8 @@
 #pragma once
 
-#include <jni.h>
-
 #include "db/SnapshotCommon.h"
+
+#include <jni.h>
 
 class InstanceCounting;
 

@@ -1,13 +1,13 @@
 #include "profiling/MethodLookup.h"
 
-#include <cstring>
-
-#include "core/ground/CommonUtils.h"
-#include "core/ground/JvmGlobals.h"
 #include "core/ground/ZMap.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "probes/Filter.h"
 #include "probes/SignatureUtil.h"
+
+#include <cstring>
 
 const char* const ourNativeMethodPrefix = "$$VDK$$";
 
@@ -124,7 +124,7 @@ int getMethodByID(JNIEnv* env, jmethodID id) {
         // Between the walk of the stack and the question for the name.
         index = ZMethod::getByName(UNLOADED_CLASS, UNKNOWN_METHOD, "()");
     }
-    Logger::assertNotEquals(index, 0, "ZFrameStorage", __LINE__);
+    Logger::assertNotEquals(index, 0, VDK_HERE);
     ourMethodID2MethodIndex.put(id, index);
     return index;
 }

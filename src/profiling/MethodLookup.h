@@ -1,8 +1,8 @@
 #pragma once
 
-#include <jvmti.h>
-
 #include "core/ground/ZString.h"
+
+#include <jvmti.h>
 
 // Rows of the table `method` by JVM handle and by name.
 

@@ -1,6 +1,6 @@
 #include "profiling/PooledStrings.h"
 
-#include "core/ground/JNIUtils.h"
+#include "core/jvm/JNIUtils.h"
 #include "db/DB.h"
 
 int getPooledStrID(JNIEnv* env, jstring text) {

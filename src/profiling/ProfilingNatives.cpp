@@ -1,7 +1,8 @@
 // The natives through which the Java side reaches the database, telemetry, clocks and generations.
-#include "core/ground/CallbackNatives.h"
 #include "core/ground/Globals.h"
 #include "core/ground/UptimeProvider.h"
+#include "core/jvm/CallbackNatives.h"
+#include "core/jvm/NativeEntry.h"
 #include "db/DB.h"
 #include "db/Progress.h"
 #include "db/SocketWriter.h"
@@ -12,17 +13,12 @@
 #include "profiling/InstanceCounting.h"
 #include "profiling/LiveTables.h"
 #include "profiling/Monitors.h"
-#include "profiling/NativeEntry.h"
 #include "profiling/PooledStrings.h"
 #include "profiling/TelemetryHelper.h"
 #include "profiling/ThreadInfo.h"
 #include "profiling/UserMessage.h"
 
-#define VDK_NATIVE(name) Java_com_vandrik_runtime_Callback_##name
-
 namespace {
-
-const char SOURCE[] = "ProfilingNatives";
 
 void readInts(JNIEnv* env, jintArray array, ZVector<int>* out) {
     const jsize count = array == nullptr ? 0 : env->GetArrayLength(array);
@@ -62,8 +58,8 @@ void writeTablesImpl(JNIEnv* env, int socket, const TableSet& set, jintArray sta
 
 int setProperty(JNIEnv* env, jstring name, jstring value) {
     JavaChars nameChars(env, name);
-    Logger::assertNotNULL(nameChars.get(), SOURCE, __LINE__);
-    LockHolder lock(ourLock, "CoreNatives:setProperty");
+    Logger::assertNotNULL(nameChars.get(), VDK_HERE);
+    LockHolder lock(ourLock);
     const int valueStrID = value == nullptr ? 0 : getPooledStrID(env, value);
     return ourDB->setProperty(nameChars.get(), valueStrID);
 }
@@ -81,9 +77,9 @@ void storeTelemetry(JNIEnv* env, jintArray telec, jintArray tele, jintArray extN
     storeTelemetryRecord(env, properties, values, names, extra);
 }
 
-void setStackTelemetry(JNIEnv* env, bool isOn, int line) {
-    runNative(env, SOURCE, line, [&] {
-        LockHolder lock(ourLock, "CoreNatives:stackTelemetry");
+void setStackTelemetry(JNIEnv* env, bool isOn, const char* file, int line) {
+    runNative(env, file, line, [&] {
+        LockHolder lock(ourLock);
         if (isOn) {
             ourStatus |= STACK_TELEMETRY;
         } else {
@@ -95,7 +91,7 @@ void setStackTelemetry(JNIEnv* env, bool isOn, int line) {
 void advanceGeneration(JNIEnv* env, jstring description) {
     const ZString text = toZString(env, description);
     {
-        LockHolder lock(ourLock, "CoreNatives:advanceGeneration");
+        LockHolder lock(ourLock);
         Generations::advanceGeneration(env, text);
     }
     userMessage(env, "Object generation advanced", text);
@@ -103,42 +99,41 @@ void advanceGeneration(JNIEnv* env, jstring description) {
 
 } // namespace
 
-void JNICALL VDK_NATIVE(writeTables)(JNIEnv* env, jclass, jint socket, jint mask, jint limit,
-                                     jintArray stamps) {
-    runNative(env, SOURCE, __LINE__, [&] {
-        writeTablesImpl(env, socket, TableSet{mask, limit}, stamps);
-    });
+void JNICALL VDK_CALLBACK_NATIVE(writeTables)(JNIEnv* env, jclass, jint socket, jint mask,
+                                              jint limit, jintArray stamps) {
+    runNative(env, VDK_HERE, [&] { writeTablesImpl(env, socket, TableSet{mask, limit}, stamps); });
 }
 
-jint JNICALL VDK_NATIVE(setProperty)(JNIEnv* env, jclass, jstring name, jstring value) {
+jint JNICALL VDK_CALLBACK_NATIVE(setProperty)(JNIEnv* env, jclass, jstring name, jstring value) {
     jint result = 0;
-    runNative(env, SOURCE, __LINE__, [&] { result = setProperty(env, name, value); });
+    runNative(env, VDK_HERE, [&] { result = setProperty(env, name, value); });
     return result;
 }
 
-void JNICALL VDK_NATIVE(setPropertyByRecordIndex)(JNIEnv* env, jclass, jint row, jint value) {
-    runNative(env, SOURCE, __LINE__, [&] {
-        LockHolder lock(ourLock, "CoreNatives:setPropertyByRecordIndex");
-        Logger::assertTrue(row >= 0 && row < ourDB->propertyTable->getCapacity(), SOURCE, __LINE__);
+void JNICALL VDK_CALLBACK_NATIVE(setPropertyByRecordIndex)(JNIEnv* env, jclass, jint row,
+                                                           jint value) {
+    runNative(env, VDK_HERE, [&] {
+        LockHolder lock(ourLock);
+        Logger::assertTrue(row >= 0 && row < ourDB->propertyTable->getCapacity(), VDK_HERE);
         ourDB->setPropertyByRecordIndex(row, value);
     });
 }
 
-jint JNICALL VDK_NATIVE(findPropertyRecordIndex)(JNIEnv* env, jclass, jint nameStrID) {
+jint JNICALL VDK_CALLBACK_NATIVE(findPropertyRecordIndex)(JNIEnv* env, jclass, jint nameStrID) {
     jint result = -1;
-    runNative(env, SOURCE, __LINE__, [&] {
-        LockHolder lock(ourLock, "CoreNatives:findPropertyRecordIndex");
+    runNative(env, VDK_HERE, [&] {
+        LockHolder lock(ourLock);
         result = ourDB->findPropertyRecordIndex(nameStrID);
     });
     return result;
 }
 
-jstring JNICALL VDK_NATIVE(getDatabaseStatistics)(JNIEnv* env, jclass) {
+jstring JNICALL VDK_CALLBACK_NATIVE(getDatabaseStatistics)(JNIEnv* env, jclass) {
     jstring result = nullptr;
-    runNative(env, SOURCE, __LINE__, [&] {
+    runNative(env, VDK_HERE, [&] {
         ZString text;
         {
-            LockHolder lock(ourLock, "CoreNatives:getDatabaseStatistics");
+            LockHolder lock(ourLock);
             text = ourDB->getStatistics();
         }
         result = toJavaString(env, text);
@@ -146,47 +141,47 @@ jstring JNICALL VDK_NATIVE(getDatabaseStatistics)(JNIEnv* env, jclass) {
     return result;
 }
 
-void JNICALL VDK_NATIVE(storeTelemetryRecord)(JNIEnv* env, jclass, jintArray telec, jintArray tele,
-                                              jintArray extNames, jintArray extValues) {
-    runNative(env, SOURCE, __LINE__,
-              [&] { storeTelemetry(env, telec, tele, extNames, extValues); });
+void JNICALL VDK_CALLBACK_NATIVE(storeTelemetryRecord)(JNIEnv* env, jclass, jintArray telec,
+                                                       jintArray tele, jintArray extNames,
+                                                       jintArray extValues) {
+    runNative(env, VDK_HERE, [&] { storeTelemetry(env, telec, tele, extNames, extValues); });
 }
 
-jboolean JNICALL VDK_NATIVE(isFrequentSampling)(JNIEnv* env, jclass) {
+jboolean JNICALL VDK_CALLBACK_NATIVE(isFrequentSampling)(JNIEnv* env, jclass) {
     jboolean result = JNI_FALSE;
-    runNative(env, SOURCE, __LINE__, [&] { result = isFrequentSampling() ? JNI_TRUE : JNI_FALSE; });
+    runNative(env, VDK_HERE, [&] { result = isFrequentSampling() ? JNI_TRUE : JNI_FALSE; });
     return result;
 }
 
-jlong JNICALL VDK_NATIVE(getUptimeMs)(JNIEnv*, jclass) {
+jlong JNICALL VDK_CALLBACK_NATIVE(getUptimeMs)(JNIEnv*, jclass) {
     return ourUptimeProvider.getUptimeMs();
 }
 
-void JNICALL VDK_NATIVE(correctUptimeMs)(JNIEnv* env, jclass, jlong etalonMs) {
-    runNative(env, SOURCE, __LINE__, [&] {
-        LockHolder lock(ourLock, "CoreNatives:correctUptimeMs");
+void JNICALL VDK_CALLBACK_NATIVE(correctUptimeMs)(JNIEnv* env, jclass, jlong etalonMs) {
+    runNative(env, VDK_HERE, [&] {
+        LockHolder lock(ourLock);
         ourUptimeProvider.correctUptimeMs(etalonMs);
     });
 }
 
-jlong JNICALL VDK_NATIVE(getCurrentThreadCPUTimeNs)(JNIEnv*, jclass) {
+jlong JNICALL VDK_CALLBACK_NATIVE(getCurrentThreadCPUTimeNs)(JNIEnv*, jclass) {
     return getCurrentThreadCPUTimeNs();
 }
 
-jlong JNICALL VDK_NATIVE(getProcessCPUTimeNs)(JNIEnv*, jclass) {
+jlong JNICALL VDK_CALLBACK_NATIVE(getProcessCPUTimeNs)(JNIEnv*, jclass) {
     return getProcessCPUTimeNs();
 }
 
-void JNICALL VDK_NATIVE(enableStackTelemetry)(JNIEnv* env, jclass) {
-    setStackTelemetry(env, true, __LINE__);
+void JNICALL VDK_CALLBACK_NATIVE(enableStackTelemetry)(JNIEnv* env, jclass) {
+    setStackTelemetry(env, true, VDK_HERE);
 }
 
-void JNICALL VDK_NATIVE(disableStackTelemetry)(JNIEnv* env, jclass) {
-    setStackTelemetry(env, false, __LINE__);
+void JNICALL VDK_CALLBACK_NATIVE(disableStackTelemetry)(JNIEnv* env, jclass) {
+    setStackTelemetry(env, false, VDK_HERE);
 }
 
-void JNICALL VDK_NATIVE(setThreadTemporaryEnabled)(JNIEnv* env, jclass, jboolean enabled) {
-    runNative(env, SOURCE, __LINE__, [&] {
+void JNICALL VDK_CALLBACK_NATIVE(setThreadTemporaryEnabled)(JNIEnv* env, jclass, jboolean enabled) {
+    runNative(env, VDK_HERE, [&] {
         ThreadInfo* info = getThreadInfo();
         if (info != nullptr) {
             info->temporaryEnabled = enabled == JNI_TRUE;
@@ -194,41 +189,41 @@ void JNICALL VDK_NATIVE(setThreadTemporaryEnabled)(JNIEnv* env, jclass, jboolean
     });
 }
 
-void JNICALL VDK_NATIVE(advanceGeneration)(JNIEnv* env, jclass, jstring description) {
-    runNative(env, SOURCE, __LINE__, [&] { advanceGeneration(env, description); });
+void JNICALL VDK_CALLBACK_NATIVE(advanceGeneration)(JNIEnv* env, jclass, jstring description) {
+    runNative(env, VDK_HERE, [&] { advanceGeneration(env, description); });
 }
 
-void JNICALL VDK_NATIVE(clearMonitorData)(JNIEnv* env, jclass) {
-    runNative(env, SOURCE, __LINE__, [] {
-        LockHolder lock(ourLock, "CoreNatives:clearMonitorData");
+void JNICALL VDK_CALLBACK_NATIVE(clearMonitorData)(JNIEnv* env, jclass) {
+    runNative(env, VDK_HERE, [] {
+        LockHolder lock(ourLock);
         Monitors::clearMonitorData();
     });
 }
 
-void JNICALL VDK_NATIVE(clearExceptions)(JNIEnv* env, jclass) {
-    runNative(env, SOURCE, __LINE__, [] {
-        LockHolder lock(ourLock, "CoreNatives:clearExceptions");
+void JNICALL VDK_CALLBACK_NATIVE(clearExceptions)(JNIEnv* env, jclass) {
+    runNative(env, VDK_HERE, [] {
+        LockHolder lock(ourLock);
         Exceptions::clearExceptions();
     });
 }
 
-void JNICALL VDK_NATIVE(clearAllocationData)(JNIEnv* env, jclass) {
-    runNative(env, SOURCE, __LINE__, [&] {
+void JNICALL VDK_CALLBACK_NATIVE(clearAllocationData)(JNIEnv* env, jclass) {
+    runNative(env, VDK_HERE, [&] {
         {
-            LockHolder lock(ourLock, "CoreNatives:clearAllocationData");
+            LockHolder lock(ourLock);
             ourDB->clearTableAndTellReaders(SLOT_AllocInfo);
         }
         userMessage(env, "Allocation data cleared");
     });
 }
 
-void JNICALL VDK_NATIVE(addSnapshotInfo)(JNIEnv* env, jclass, jstring path, jlong flags) {
-    runNative(env, SOURCE, __LINE__, [&] { addSnapshotInfo(toZString(env, path), flags); });
+void JNICALL VDK_CALLBACK_NATIVE(addSnapshotInfo)(JNIEnv* env, jclass, jstring path, jlong flags) {
+    runNative(env, VDK_HERE, [&] { addSnapshotInfo(toZString(env, path), flags); });
 }
 
-jboolean JNICALL VDK_NATIVE(findSnapshot)(JNIEnv* env, jclass, jstring path) {
+jboolean JNICALL VDK_CALLBACK_NATIVE(findSnapshot)(JNIEnv* env, jclass, jstring path) {
     jboolean result = JNI_FALSE;
-    runNative(env, SOURCE, __LINE__,
+    runNative(env, VDK_HERE,
               [&] { result = findSnapshot(toZString(env, path)) ? JNI_TRUE : JNI_FALSE; });
     return result;
 }

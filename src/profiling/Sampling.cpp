@@ -1,19 +1,19 @@
 #include "profiling/Sampling.h"
 
-#include <climits>
-#include <cstdlib>
-#include <ctime>
-
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
 #include "profiling/AllStacks.h"
 #include "profiling/ThreadInfo.h"
 #include "profiling/ZFrameStorage.h"
+
+#include <climits>
+#include <cstdlib>
+#include <ctime>
 
 namespace {
 
@@ -85,9 +85,9 @@ void samplePeriod(JNIEnv* env, ZRandom* random) {
 } // namespace
 
 void JNICALL sampler_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void*) {
-    const bool started = runGuarded("Sampling", __LINE__, [&] {
-        Logger::assertTrue(jvmti == ourJVMTI, "Sampling", __LINE__);
-        Logger::assertNotNULL(ourJVMTISamplerLock, "Sampling", __LINE__);
+    const bool started = runGuarded(VDK_HERE, [&] {
+        Logger::assertTrue(jvmti == ourJVMTI, VDK_HERE);
+        Logger::assertNotNULL(ourJVMTISamplerLock, VDK_HERE);
         CHECK_JVMTI(ourJVMTI->RawMonitorEnter(ourJVMTISamplerLock));
     });
     if (!started) {
@@ -97,11 +97,11 @@ void JNICALL sampler_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void*) {
     for (;;) {
         bool ok = true;
         while (ok && (ourStatus & CPU_TIMES_BIT) != 0) {
-            ok = runGuarded("Sampling", __LINE__, [&] { samplePeriod(env, &random); });
+            ok = runGuarded(VDK_HERE, [&] { samplePeriod(env, &random); });
         }
         // After a failure this wait keeps a lasting fault from filling the log in no time. When
         // even waiting fails the JVM is ending.
-        if (!runGuarded("Sampling", __LINE__, [] { waitMs(IDLE_WAIT_MS); })) {
+        if (!runGuarded(VDK_HERE, [] { waitMs(IDLE_WAIT_MS); })) {
             return;
         }
     }
@@ -152,9 +152,9 @@ void doThreadStateSample(ThreadInfo* info, int frame, int jvmtiState) {
 }
 
 void sampleThreadStatesJVMTI(JNIEnv* env, const AllStacks* stacks, int* startIndex, int* count) {
-    Logger::assertNotNULL(env, "Sampling", __LINE__);
-    Logger::assertNotNULL(startIndex, "Sampling", __LINE__);
-    Logger::assertNotNULL(count, "Sampling", __LINE__);
+    Logger::assertNotNULL(env, VDK_HERE);
+    Logger::assertNotNULL(startIndex, VDK_HERE);
+    Logger::assertNotNULL(count, VDK_HERE);
     *startIndex = ourDB->threadStateTable->peekNextIndex();
     *count = 0;
     if (stacks == nullptr) {

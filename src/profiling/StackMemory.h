@@ -1,8 +1,8 @@
 #pragma once
 
-#include <jvmti.h>
-
 #include "core/ground/ZVector.h"
+
+#include <jvmti.h>
 
 // StackMemory: the last stack that was read of a thread, as handles and as frames, both from the
 // outermost call on. Two samples of a thread mostly share the outer part of their stacks, and for

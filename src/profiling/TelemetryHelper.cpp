@@ -1,7 +1,5 @@
 #include "profiling/TelemetryHelper.h"
 
-#include <cstdlib>
-
 #include "core/ground/Globals.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
@@ -9,6 +7,8 @@
 #include "profiling/AllStacks.h"
 #include "profiling/ClassLoadingProbe.h"
 #include "profiling/Sampling.h"
+
+#include <cstdlib>
 
 namespace {
 
@@ -103,11 +103,11 @@ void storeTelemetryRecord(JNIEnv* env, const ZVector<int>& telec, const ZVector<
 }
 
 void addSnapshotInfo(const ZString& path, long value) {
-    LockHolder lock(ourLock, "TelemetryHelper:21");
+    LockHolder lock(ourLock);
     ourDB->addSnapshotRow(path, value);
 }
 
 bool findSnapshot(const ZString& path) {
-    LockHolder lock(ourLock, "TelemetryHelper:27");
+    LockHolder lock(ourLock);
     return ourDB->hasSnapshotRow(path);
 }

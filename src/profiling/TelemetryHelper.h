@@ -1,9 +1,9 @@
 #pragma once
 
-#include <jni.h>
-
 #include "core/ground/ZString.h"
 #include "core/ground/ZVector.h"
+
+#include <jni.h>
 
 // TelemetryHelper: what the Java side stores in the tables of telemetry and snapshots.
 

@@ -1,9 +1,7 @@
 #include "profiling/ThreadInfo.h"
 
-#include <cstring>
-
-#include "core/ground/CommonUtils.h"
-#include "core/ground/JvmGlobals.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "profiling/ClassLoadingProbe.h"
 #include "profiling/CpuTime.h"
@@ -12,6 +10,8 @@
 #include "profiling/TracedCalls.h"
 #include "profiling/WallTimeCorrector.h"
 #include "profiling/ZFrameStorage.h"
+
+#include <cstring>
 
 namespace {
 

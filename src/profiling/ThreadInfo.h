@@ -1,15 +1,14 @@
 #pragma once
 
-#include <jvmti.h>
-
-#include <atomic>
-
 #include "core/ground/ZSet.h"
 #include "core/ground/ZVector.h"
 #include "db/IndexPool.h"
 #include "db/Records.h"
 #include "db/ThreadKeys.h"
 #include "profiling/StackMemory.h"
+
+#include <atomic>
+#include <jvmti.h>
 
 // ThreadInfo: the agent's state of one thread, reached through JVMTI thread-local storage. It lives
 // from the thread's start to its end; the thread's row, and its rows in the result tables, live on

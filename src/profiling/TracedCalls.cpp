@@ -1,10 +1,10 @@
 #include "profiling/TracedCalls.h"
 
-#include "core/ground/CallbackNatives.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
+#include "core/jvm/CallbackNatives.h"
 #include "db/DB.h"
 #include "profiling/CpuTime.h"
 #include "profiling/MethodLookup.h"
@@ -76,7 +76,7 @@ void checkParent(ThreadInfo* info) {
         sum += record == nullptr ? 0 : record->timeNs;
     }
     const CPUProfilingRecord* const record = info->getCPUProfilingRecord(parent, false);
-    Logger::assertNotNULL(record, "Tracing", __LINE__);
+    Logger::assertNotNULL(record, VDK_HERE);
     if (record->timeNs < sum) {
         info->needsWallTimeCorrection = true;
     }
@@ -133,7 +133,7 @@ void enterCall(JNIEnv* env, int method) {
     if (info->currentFrame == ThreadInfo::NO_FRAME) {
         info->markersForgotten = false;
         frame = ourFrameStorage.fillCurrentFrameJVMTI(env, &markers);
-        Logger::assertNotEquals(frame, -1, "Tracing", __LINE__);
+        Logger::assertNotEquals(frame, -1, VDK_HERE);
         info->currentFrame = frame;
         info->forgetOpenCalls();
         restoreStackTrace(info, true);
@@ -142,7 +142,7 @@ void enterCall(JNIEnv* env, int method) {
         openCall(info, now, info->callCounter++);
         info->currentFrame = frame;
     }
-    Logger::assertNotEquals(frame, 0, "Tracing", __LINE__);
+    Logger::assertNotEquals(frame, 0, VDK_HERE);
     CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
     record->count++;
     record->stamp = ourDB->currentStamp;
@@ -192,7 +192,7 @@ void resetStackTrace(ThreadInfo* info, bool currentThread) {
     if (!isTracing()) {
         return;
     }
-    Logger::assertNotNULL(info, "Tracing", __LINE__);
+    Logger::assertNotNULL(info, VDK_HERE);
     if (info->currentFrame == ThreadInfo::NO_FRAME) {
         return;
     }
@@ -201,20 +201,18 @@ void resetStackTrace(ThreadInfo* info, bool currentThread) {
         const bool wall = isWallTimeFrame(frame);
         closeCall(info, frame, now.of(wall), wall, wall ? PLACE_RESET_WALL : PLACE_RESET_CPU);
     }
-    Logger::assertTrue(info->startTimes.isEmpty() && info->startCounts.isEmpty(), "Tracing",
-                       __LINE__);
+    Logger::assertTrue(info->startTimes.isEmpty() && info->startCounts.isEmpty(), VDK_HERE);
     if (!info->needsWallTimeCorrection && info->currentFrame > 0) {
         checkParent(info);
     }
 }
 
 void restoreStackTrace(ThreadInfo* info, bool currentThread) {
-    Logger::assertNotNULL(info, "Tracing", __LINE__);
+    Logger::assertNotNULL(info, VDK_HERE);
     if (info->currentFrame == ThreadInfo::NO_FRAME) {
         return;
     }
-    Logger::assertTrue(info->startTimes.isEmpty() && info->startCounts.isEmpty(), "Tracing",
-                       __LINE__);
+    Logger::assertTrue(info->startTimes.isEmpty() && info->startCounts.isEmpty(), VDK_HERE);
     const ThreadClocks now(info, currentThread);
     for (int frame = info->currentFrame; frame > 0; frame = ourFrameStorage.getParent(frame)) {
         openCall(info, now.of(isWallTimeFrame(frame)), info->callCounter);
@@ -254,17 +252,15 @@ void onExceptionThrown() {
 
 void JNICALL exception_handler(jvmtiEnv*, JNIEnv*, jthread, jmethodID, jlocation, jobject,
                                jmethodID, jlocation) {
-    runGuarded("JVMTI_Agent", __LINE__, [] { onExceptionThrown(); });
+    runGuarded(VDK_HERE, [] { onExceptionThrown(); });
 }
 
 void JNICALL exception_catch(jvmtiEnv*, JNIEnv*, jthread, jmethodID, jlocation, jobject) {}
 
-void JNICALL Java_com_vandrik_runtime_Callback_vdkMethodEntry0(JNIEnv* env, jclass, jshort low,
-                                                               jshort high) {
-    runGuarded("Tracing", __LINE__, [&] { enterCall(env, joinMethodId(low, high)); });
+void JNICALL VDK_CALLBACK_NATIVE(vdkMethodEntry0)(JNIEnv* env, jclass, jshort low, jshort high) {
+    runGuarded(VDK_HERE, [&] { enterCall(env, joinMethodId(low, high)); });
 }
 
-void JNICALL Java_com_vandrik_runtime_Callback_vdkMethodExit0(JNIEnv*, jclass, jshort low,
-                                                              jshort high) {
-    runGuarded("Tracing", __LINE__, [&] { exitCall(joinMethodId(low, high)); });
+void JNICALL VDK_CALLBACK_NATIVE(vdkMethodExit0)(JNIEnv*, jclass, jshort low, jshort high) {
+    runGuarded(VDK_HERE, [&] { exitCall(joinMethodId(low, high)); });
 }

@@ -1,21 +1,21 @@
 #include "profiling/Tracing.h"
 
-#include <atomic>
-
-#include "core/ground/CallbackNatives.h"
-#include "core/ground/ConsumedEvents.h"
 #include "core/ground/Globals.h"
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
 #include "core/ground/Options.h"
+#include "core/jvm/CallbackNatives.h"
+#include "core/jvm/ConsumedEvents.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
+#include "core/jvm/NativeEntry.h"
 #include "db/DB.h"
 #include "db/SnapshotCommon.h"
 #include "probes/Filter.h"
-#include "profiling/NativeEntry.h"
 #include "profiling/ThreadInfo.h"
 #include "profiling/TracedCalls.h"
 #include "profiling/TracingSwitch.h"
 #include "profiling/UserMessage.h"
+
+#include <atomic>
 
 namespace {
 
@@ -104,7 +104,7 @@ bool startCPUProfilingImpl(JNIEnv* env, long mode, jstring filters, jstring wall
 void stopCPUProfilingImpl(JNIEnv* env, bool log) {
     bool tracing;
     {
-        LockHolder lock(ourLock, "CoreNatives:330");
+        LockHolder lock(ourLock);
         if ((ourStatus & CPU_TIMES_BIT) == 0) {
             return;
         }
@@ -125,7 +125,7 @@ void stopCPUProfilingImpl(JNIEnv* env, bool log) {
 
 void clearCPUDataImpl(JNIEnv* env, bool log) {
     {
-        LockHolder lock(ourLock, "CoreNatives:350");
+        LockHolder lock(ourLock);
         eachThreadInfo([](ThreadInfo* info) { info->clearCPUAndJ2EEInfo(); });
         ourOldestFinishedThreads->clearCPUAndJ2EEInfo();
         ourDB->clearTableAndTellReaders(SLOT_CPUProfiling);
@@ -192,31 +192,29 @@ jstring startCPUProfiling(JNIEnv* env, long mode, jstring filters, jstring wallT
 
 } // namespace
 
-jstring JNICALL Java_com_vandrik_runtime_Callback_startCPUProfiling(JNIEnv* env, jclass, jlong mode,
-                                                                    jstring filters,
-                                                                    jstring wallTimeSpec) {
+jstring JNICALL VDK_CALLBACK_NATIVE(startCPUProfiling)(JNIEnv* env, jclass, jlong mode,
+                                                       jstring filters, jstring wallTimeSpec) {
     jstring result = nullptr;
-    runNative(env, "Tracing", __LINE__,
-              [&] { result = startCPUProfiling(env, mode, filters, wallTimeSpec); });
+    runNative(env, VDK_HERE, [&] { result = startCPUProfiling(env, mode, filters, wallTimeSpec); });
     return result;
 }
 
-void JNICALL Java_com_vandrik_runtime_Callback_stopCPUProfiling(JNIEnv* env, jclass, jboolean log) {
-    runNative(env, "Tracing", __LINE__, [&] { stopCPUProfilingImpl(env, log == JNI_TRUE); });
+void JNICALL VDK_CALLBACK_NATIVE(stopCPUProfiling)(JNIEnv* env, jclass, jboolean log) {
+    runNative(env, VDK_HERE, [&] { stopCPUProfilingImpl(env, log == JNI_TRUE); });
 }
 
-void JNICALL Java_com_vandrik_runtime_Callback_clearCPUData(JNIEnv* env, jclass, jboolean log) {
-    runNative(env, "Tracing", __LINE__, [&] { clearCPUDataImpl(env, log == JNI_TRUE); });
+void JNICALL VDK_CALLBACK_NATIVE(clearCPUData)(JNIEnv* env, jclass, jboolean log) {
+    runNative(env, VDK_HERE, [&] { clearCPUDataImpl(env, log == JNI_TRUE); });
 }
 
-void JNICALL Java_com_vandrik_runtime_Callback_startCalibrating(JNIEnv* env, jclass) {
-    runNative(env, "Tracing", __LINE__, [&] { startCalibrating(env); });
+void JNICALL VDK_CALLBACK_NATIVE(startCalibrating)(JNIEnv* env, jclass) {
+    runNative(env, VDK_HERE, [&] { startCalibrating(env); });
 }
 
-jlong JNICALL Java_com_vandrik_runtime_Callback_getCalibrationResult(JNIEnv*, jclass) {
+jlong JNICALL VDK_CALLBACK_NATIVE(getCalibrationResult)(JNIEnv*, jclass) {
     return getCalibration();
 }
 
-void JNICALL Java_com_vandrik_runtime_Callback_setCalibrationResult(JNIEnv*, jclass, jlong costNs) {
+void JNICALL VDK_CALLBACK_NATIVE(setCalibrationResult)(JNIEnv*, jclass, jlong costNs) {
     setCalibration(costNs);
 }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <jni.h>
-
 #include "core/ground/ZString.h"
+
+#include <jni.h>
 
 // Tracing: switching CPU profiling, sampled or traced, on and off, and the arithmetic of traced
 // times.

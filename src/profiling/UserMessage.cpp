@@ -1,8 +1,8 @@
 #include "profiling/UserMessage.h"
 
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
 #include "core/ground/Logger.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
 
 namespace {
 

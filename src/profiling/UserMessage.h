@@ -1,8 +1,8 @@
 #pragma once
 
-#include <jni.h>
-
 #include "core/ground/ZString.h"
+
+#include <jni.h>
 
 // Tells the user something about profiling, through the same door as messages of the agent's Java
 // side: the log, and the table of messages that a client shows. The detail may be empty. Runs Java

@@ -1,24 +1,19 @@
 // The natives of user tables. Each takes ourLock; a slot without a table and a row that does not
 // exist are ignored, and read as a neutral value.
-#include "core/ground/CallbackNatives.h"
 #include "core/ground/Globals.h"
+#include "core/jvm/CallbackNatives.h"
+#include "core/jvm/NativeEntry.h"
 #include "db/DB.h"
-#include "profiling/NativeEntry.h"
 #include "profiling/PooledStrings.h"
 #include "profiling/UserTableRows.h"
 
-#define VDK_NATIVE(name) Java_com_vandrik_runtime_Callback_##name
-
 namespace {
-
-const char SOURCE[] = "UserTableNatives";
-const char PLACE[] = "UserTableNatives";
 
 // Calls body(table, row) under the lock, if both exist.
 template <typename Body>
-void withRow(JNIEnv* env, int line, int slot, int index, Body&& body) {
-    runNative(env, SOURCE, line, [&] {
-        LockHolder lock(ourLock, PLACE);
+void withRow(JNIEnv* env, const char* file, int line, int slot, int index, Body&& body) {
+    runNative(env, file, line, [&] {
+        LockHolder lock(ourLock);
         UserTable* table = ourDB->getUserTable(slot);
         if (table == nullptr || index < 0 || index == NO_USER_TABLE_ROW) {
             return;
@@ -33,8 +28,8 @@ void withRow(JNIEnv* env, int line, int slot, int index, Body&& body) {
 // Calls body(table, row) as withRow, and tells readers that the row has changed. A row that is not
 // visible yet stays so.
 template <typename Body>
-void changeRow(JNIEnv* env, int line, int slot, int index, Body&& body) {
-    withRow(env, line, slot, index, [&](UserTable* table, int* row) {
+void changeRow(JNIEnv* env, const char* file, int line, int slot, int index, Body&& body) {
+    withRow(env, file, line, slot, index, [&](UserTable* table, int* row) {
         body(table, row);
         row[0] = row[0] < 0 ? -ourDB->currentStamp : ourDB->currentStamp;
     });
@@ -47,20 +42,20 @@ jstring textOf(JNIEnv* env, int stringIndex) {
 
 } // namespace
 
-jint JNICALL VDK_NATIVE(createUserTable)(JNIEnv* env, jclass, jstring description) {
+jint JNICALL VDK_CALLBACK_NATIVE(createUserTable)(JNIEnv* env, jclass, jstring description) {
     jint result = -2;
-    runNative(env, SOURCE, __LINE__, [&] {
+    runNative(env, VDK_HERE, [&] {
         const ZString text = toZString(env, description);
-        LockHolder lock(ourLock, PLACE);
+        LockHolder lock(ourLock);
         result = ourDB->createUserTableByDescription(text);
     });
     return result;
 }
 
-jstring JNICALL VDK_NATIVE(getUserTableDescription)(JNIEnv* env, jclass, jint table) {
+jstring JNICALL VDK_CALLBACK_NATIVE(getUserTableDescription)(JNIEnv* env, jclass, jint table) {
     jstring result = nullptr;
-    runNative(env, SOURCE, __LINE__, [&] {
-        LockHolder lock(ourLock, PLACE);
+    runNative(env, VDK_HERE, [&] {
+        LockHolder lock(ourLock);
         const UserTable* userTable = ourDB->getUserTable(table);
         if (userTable != nullptr) {
             result = toJavaString(env, userTable->getDescription());
@@ -69,103 +64,105 @@ jstring JNICALL VDK_NATIVE(getUserTableDescription)(JNIEnv* env, jclass, jint ta
     return result;
 }
 
-jint JNICALL VDK_NATIVE(createUserTableRow)(JNIEnv* env, jclass, jint table,
-                                            jint frequentThresholdMs, jint minimumMs) {
+jint JNICALL VDK_CALLBACK_NATIVE(createUserTableRow)(JNIEnv* env, jclass, jint table,
+                                                     jint frequentThresholdMs, jint minimumMs) {
     jint result = NO_USER_TABLE_ROW;
-    runNative(env, SOURCE, __LINE__, [&] {
-        LockHolder lock(ourLock, PLACE);
+    runNative(env, VDK_HERE, [&] {
+        LockHolder lock(ourLock);
         result = createUserTableRow(env, table, frequentThresholdMs, minimumMs);
     });
     return result;
 }
 
-jboolean JNICALL VDK_NATIVE(closeUserTableRow)(JNIEnv* env, jclass, jint table, jint row,
-                                               jint minimumMs) {
+jboolean JNICALL VDK_CALLBACK_NATIVE(closeUserTableRow)(JNIEnv* env, jclass, jint table, jint row,
+                                                        jint minimumMs) {
     jboolean result = JNI_FALSE;
-    runNative(env, SOURCE, __LINE__, [&] {
-        LockHolder lock(ourLock, PLACE);
+    runNative(env, VDK_HERE, [&] {
+        LockHolder lock(ourLock);
         result = closeUserTableRow(env, table, row, minimumMs) ? JNI_TRUE : JNI_FALSE;
     });
     return result;
 }
 
-jboolean JNICALL VDK_NATIVE(isUserTableRowClosed)(JNIEnv* env, jclass, jint table, jint row) {
+jboolean JNICALL VDK_CALLBACK_NATIVE(isUserTableRowClosed)(JNIEnv* env, jclass, jint table,
+                                                           jint row) {
     jboolean result = JNI_FALSE;
-    runNative(env, SOURCE, __LINE__, [&] {
-        LockHolder lock(ourLock, PLACE);
+    runNative(env, VDK_HERE, [&] {
+        LockHolder lock(ourLock);
         result = isUserTableRowClosed(table, row) ? JNI_TRUE : JNI_FALSE;
     });
     return result;
 }
 
-void JNICALL VDK_NATIVE(setUserTableIntColumn)(JNIEnv* env, jclass, jint table, jint row,
-                                               jint column, jint value) {
-    changeRow(env, __LINE__, table, row,
+void JNICALL VDK_CALLBACK_NATIVE(setUserTableIntColumn)(JNIEnv* env, jclass, jint table, jint row,
+                                                        jint column, jint value) {
+    changeRow(env, VDK_HERE, table, row,
               [&](UserTable* t, int* r) { t->setIntColumn(r, column, value); });
 }
 
-jint JNICALL VDK_NATIVE(getUserTableIntColumn)(JNIEnv* env, jclass, jint table, jint row,
-                                               jint column) {
+jint JNICALL VDK_CALLBACK_NATIVE(getUserTableIntColumn)(JNIEnv* env, jclass, jint table, jint row,
+                                                        jint column) {
     jint result = 0;
-    withRow(env, __LINE__, table, row,
+    withRow(env, VDK_HERE, table, row,
             [&](UserTable* t, int* r) { result = t->getIntColumn(r, column); });
     return result;
 }
 
-void JNICALL VDK_NATIVE(setUserTableLongColumn)(JNIEnv* env, jclass, jint table, jint row,
-                                                jint column, jlong value) {
-    changeRow(env, __LINE__, table, row,
+void JNICALL VDK_CALLBACK_NATIVE(setUserTableLongColumn)(JNIEnv* env, jclass, jint table, jint row,
+                                                         jint column, jlong value) {
+    changeRow(env, VDK_HERE, table, row,
               [&](UserTable* t, int* r) { t->setLongColumn(r, column, value); });
 }
 
-jlong JNICALL VDK_NATIVE(getUserTableLongColumn)(JNIEnv* env, jclass, jint table, jint row,
-                                                 jint column) {
+jlong JNICALL VDK_CALLBACK_NATIVE(getUserTableLongColumn)(JNIEnv* env, jclass, jint table, jint row,
+                                                          jint column) {
     jlong result = 0;
-    withRow(env, __LINE__, table, row,
+    withRow(env, VDK_HERE, table, row,
             [&](UserTable* t, int* r) { result = t->getLongColumn(r, column); });
     return result;
 }
 
-void JNICALL VDK_NATIVE(setUserTableStringColumn)(JNIEnv* env, jclass, jint table, jint row,
-                                                  jint column, jstring value) {
-    changeRow(env, __LINE__, table, row, [&](UserTable* t, int* r) {
+void JNICALL VDK_CALLBACK_NATIVE(setUserTableStringColumn)(JNIEnv* env, jclass, jint table,
+                                                           jint row, jint column, jstring value) {
+    changeRow(env, VDK_HERE, table, row, [&](UserTable* t, int* r) {
         t->setStringColumn(r, column, getPooledStrID(env, value));
     });
 }
 
-jstring JNICALL VDK_NATIVE(getUserTableStringColumn)(JNIEnv* env, jclass, jint table, jint row,
-                                                     jint column) {
+jstring JNICALL VDK_CALLBACK_NATIVE(getUserTableStringColumn)(JNIEnv* env, jclass, jint table,
+                                                              jint row, jint column) {
     jstring result = nullptr;
-    withRow(env, __LINE__, table, row,
+    withRow(env, VDK_HERE, table, row,
             [&](UserTable* t, int* r) { result = textOf(env, t->getStringColumn(r, column)); });
     return result;
 }
 
-void JNICALL VDK_NATIVE(setUserTableClassNameColumn)(JNIEnv* env, jclass, jint table, jint row,
-                                                     jint column, jstring value) {
-    changeRow(env, __LINE__, table, row, [&](UserTable* t, int* r) {
+void JNICALL VDK_CALLBACK_NATIVE(setUserTableClassNameColumn)(JNIEnv* env, jclass, jint table,
+                                                              jint row, jint column,
+                                                              jstring value) {
+    changeRow(env, VDK_HERE, table, row, [&](UserTable* t, int* r) {
         t->setClassNameColumn(r, column, getPooledStrID(env, value));
     });
 }
 
-jstring JNICALL VDK_NATIVE(getUserTableClassNameColumn)(JNIEnv* env, jclass, jint table, jint row,
-                                                        jint column) {
+jstring JNICALL VDK_CALLBACK_NATIVE(getUserTableClassNameColumn)(JNIEnv* env, jclass, jint table,
+                                                                 jint row, jint column) {
     jstring result = nullptr;
-    withRow(env, __LINE__, table, row,
+    withRow(env, VDK_HERE, table, row,
             [&](UserTable* t, int* r) { result = textOf(env, t->getClassNameColumn(r, column)); });
     return result;
 }
 
-void JNICALL VDK_NATIVE(setUserTableForeignKeyColumn)(JNIEnv* env, jclass, jint table, jint row,
-                                                      jint column, jint value) {
-    changeRow(env, __LINE__, table, row,
+void JNICALL VDK_CALLBACK_NATIVE(setUserTableForeignKeyColumn)(JNIEnv* env, jclass, jint table,
+                                                               jint row, jint column, jint value) {
+    changeRow(env, VDK_HERE, table, row,
               [&](UserTable* t, int* r) { t->setForeignKeyColumn(r, column, value); });
 }
 
-jint JNICALL VDK_NATIVE(getUserTableForeignKeyColumn)(JNIEnv* env, jclass, jint table, jint row,
-                                                      jint column) {
+jint JNICALL VDK_CALLBACK_NATIVE(getUserTableForeignKeyColumn)(JNIEnv* env, jclass, jint table,
+                                                               jint row, jint column) {
     jint result = 0;
-    withRow(env, __LINE__, table, row,
+    withRow(env, VDK_HERE, table, row,
             [&](UserTable* t, int* r) { result = t->getForeignKeyColumn(r, column); });
     return result;
 }

@@ -14,7 +14,7 @@ ZSet<int>& ourEndedThreadSet = *new ZSet<int>(16);
 } // namespace
 
 void WallTimeCorrector::threadEnds(ThreadInfo* info) {
-    Logger::assertNotNULL(info, "WallTimeCorrector", __LINE__);
+    Logger::assertNotNULL(info, VDK_HERE);
     if (info->needsWallTimeCorrection && !ourEndedThreadSet.contains(info->tfiThreadIndex)) {
         ourEndedThreadSet.add(info->tfiThreadIndex);
         ourEndedThreads.push(info->tfiThreadIndex);
@@ -30,7 +30,7 @@ void WallTimeCorrector::scheduleEndedThreads() {
 }
 
 void WallTimeCorrector::scheduleForCorrection(ThreadInfo* info) {
-    Logger::assertNotNULL(info, "WallTimeCorrector", __LINE__);
+    Logger::assertNotNULL(info, VDK_HERE);
     if (info->needsWallTimeCorrection) {
         scheduled.push(info->tfiThreadIndex);
         info->needsWallTimeCorrection = false;

@@ -1,7 +1,7 @@
 #include "profiling/ZFrameStorage.h"
 
-#include "core/ground/CommonUtils.h"
-#include "core/ground/JvmGlobals.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JvmGlobals.h"
 #include "profiling/MethodLookup.h"
 
 ZFrameStorage& ourFrameStorage = *new ZFrameStorage();

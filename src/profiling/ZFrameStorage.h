@@ -1,10 +1,10 @@
 #pragma once
 
-#include <jvmti.h>
-
 #include "core/ground/ZVector.h"
 #include "db/DB.h"
 #include "profiling/StackMemory.h"
+
+#include <jvmti.h>
 
 // ZFrameStorage keeps every stack ever seen as one tree in the table `frame`, so that a whole stack
 // is one int. Frame 0 is the root. Frames are never released: the table grows with the number of

@@ -1,9 +1,11 @@
 #include "runtime/ControlSocketNatives.h"
 
+#include "core/ground/Guard.h"
+#include "core/jvm/JNIUtils.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -12,14 +14,10 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "core/ground/Guard.h"
-#include "core/ground/JNIUtils.h"
-
 // The sockets of the control channel belong to native code, because Java's own would settle what
 // the application may still configure. Connections are blocking, and no child inherits one.
 // Every wait has an end. No lock is taken and no state is kept here.
 
-static const char SOURCE[] = "ControlSocketNatives";
 static const int BUFFER_SIZE = 65536;
 
 static void throwIOException(JNIEnv* env, const char* className, const char* text) {
@@ -265,7 +263,7 @@ static void finishImpl(int descriptor, int timeoutMs) {
 static jlong JNICALL controlSocketListen(JNIEnv* env, jclass, jstring host, jboolean onlyLocal,
                                          jboolean ipv4Only, jint port, jint backlog) {
     jlong result = 0;
-    runGuarded(SOURCE, __LINE__, [&] {
+    runGuarded(VDK_HERE, [&] {
         JavaChars chars(env, host);
         result = listenImpl(env, chars.get(), onlyLocal, ipv4Only, port, backlog);
     });
@@ -274,30 +272,29 @@ static jlong JNICALL controlSocketListen(JNIEnv* env, jclass, jstring host, jboo
 
 static jint JNICALL controlSocketAccept(JNIEnv* env, jclass, jint server, jint sendTimeoutMs) {
     jint result = -1;
-    runGuarded(SOURCE, __LINE__, [&] { result = acceptImpl(env, server, sendTimeoutMs); });
+    runGuarded(VDK_HERE, [&] { result = acceptImpl(env, server, sendTimeoutMs); });
     return result;
 }
 
 static jint JNICALL controlSocketRead(JNIEnv* env, jclass, jint descriptor, jbyteArray bytes,
                                       jint offset, jint length, jint timeoutMs) {
     jint result = -1;
-    runGuarded(SOURCE, __LINE__,
+    runGuarded(VDK_HERE,
                [&] { result = readImpl(env, descriptor, bytes, offset, length, timeoutMs); });
     return result;
 }
 
 static void JNICALL controlSocketWrite(JNIEnv* env, jclass, jint descriptor, jbyteArray bytes,
                                        jint offset, jint length, jint stallMs) {
-    runGuarded(SOURCE, __LINE__,
-               [&] { writeImpl(env, descriptor, bytes, offset, length, stallMs); });
+    runGuarded(VDK_HERE, [&] { writeImpl(env, descriptor, bytes, offset, length, stallMs); });
 }
 
 static void JNICALL controlSocketFinish(JNIEnv*, jclass, jint descriptor, jint timeoutMs) {
-    runGuarded(SOURCE, __LINE__, [&] { finishImpl(descriptor, timeoutMs); });
+    runGuarded(VDK_HERE, [&] { finishImpl(descriptor, timeoutMs); });
 }
 
 static void JNICALL controlSocketClose(JNIEnv*, jclass, jint descriptor) {
-    runGuarded(SOURCE, __LINE__, [&] { close(descriptor); });
+    runGuarded(VDK_HERE, [&] { close(descriptor); });
 }
 
 bool registerControlSocketNatives(JNIEnv* env, jclass controlSocket) {

@@ -39,7 +39,7 @@ static bool setOptionImpl(JNIEnv* env, jstring name, jstring value) {
 
 static jboolean JNICALL setOption(JNIEnv* env, jclass, jstring name, jstring value) {
     bool done = false;
-    runGuarded("DiagnosticNatives", __LINE__, [&] {
+    runGuarded(VDK_HERE, [&] {
         done = setOptionImpl(env, name, value);
         env->ExceptionClear();
     });

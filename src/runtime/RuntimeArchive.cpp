@@ -1,8 +1,8 @@
 #include "runtime/RuntimeArchive.h"
 
-#include <cstring>
-
 #include "runtime/RuntimeArchiveParts.h"
+
+#include <cstring>
 
 extern "C" const unsigned char ourRuntimeArchive[];
 

@@ -1,10 +1,10 @@
 #include "snapshot/SnapshotFile.h"
 
+#include "db/SnapshotWriter.h"
+
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
-
-#include "db/SnapshotWriter.h"
 
 SnapshotFile::SnapshotFile(const ZString& path) : descriptor(openFileForWrite(path)) {}
 

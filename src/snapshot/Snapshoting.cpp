@@ -1,20 +1,20 @@
 #include "snapshot/Snapshoting.h"
 
-#include <sys/stat.h>
-
-#include "core/ground/CallbackNatives.h"
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Globals.h"
-#include "core/ground/JvmGlobals.h"
 #include "core/ground/Options.h"
+#include "core/jvm/CallbackNatives.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JvmGlobals.h"
+#include "core/jvm/NativeEntry.h"
 #include "db/Progress.h"
 #include "platform/Platform.h"
 #include "profiling/InstanceCounting.h"
 #include "profiling/LiveTables.h"
-#include "profiling/NativeEntry.h"
 #include "profiling/TelemetryHelper.h"
 #include "snapshot/SnapshotFile.h"
 #include "snapshot/SuspendedThreads.h"
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -49,7 +49,7 @@ ZString writeSuspended(JNIEnv* env, SnapshotFile& file, int progressSocket, long
 
 // Empty or the error.
 ZString capture(JNIEnv* env, const ZString& path, int progressSocket, long flags) {
-    Logger::assertNotNULL(ourJVMTI, "Snapshoting", __LINE__);
+    Logger::assertNotNULL(ourJVMTI, VDK_HERE);
     const ZString refusal = refuseSnapshot(flags);
     if (!refusal.isEmpty()) {
         return refusal;
@@ -142,11 +142,10 @@ void oome_snapshot_detector() {
     }
 }
 
-jstring JNICALL Java_com_vandrik_runtime_Callback_captureSnapshot(JNIEnv* env, jclass, jstring path,
-                                                                  jint progressSocket,
-                                                                  jlong flags) {
+jstring JNICALL VDK_CALLBACK_NATIVE(captureSnapshot)(JNIEnv* env, jclass, jstring path,
+                                                     jint progressSocket, jlong flags) {
     jstring result = nullptr;
-    runNative(env, "Snapshoting", __LINE__,
+    runNative(env, VDK_HERE,
               [&] { result = captureSnapshotJVMTI(env, path, progressSocket, flags); });
     return result;
 }

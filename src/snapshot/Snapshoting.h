@@ -1,11 +1,11 @@
 #pragma once
 
-#include <jni.h>
-
 #include "core/ground/ZString.h"
 #include "db/DB.h"
 #include "db/SnapshotCommon.h"
 #include "db/SnapshotWriter.h"
+
+#include <jni.h>
 
 // Capture of snapshots, from the request to the closed file, and the watcher of heap dumps that the
 // JVM makes by itself. Naming and permissions of files are the Java side's.

@@ -1,14 +1,14 @@
 #include "snapshot/SuspendedThreads.h"
 
-#include <new>
-
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
-#include "core/ground/SuspendCapability.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
+#include "core/jvm/SuspendCapability.h"
 #include "profiling/ThreadInfo.h"
+
+#include <new>
 
 namespace {
 
@@ -27,7 +27,7 @@ bool isNeverSuspended(jthread thread) {
 
 SuspendedThreads::SuspendedThreads(JNIEnv* jniEnv) noexcept
     : env(jniEnv), threads(nullptr), results(nullptr), count(0), holdsCapability(false) {
-    runGuarded("SuspendedThreads", __LINE__, [&] { suspendAll(); });
+    runGuarded(VDK_HERE, [&] { suspendAll(); });
 }
 
 SuspendedThreads::~SuspendedThreads() {
@@ -102,6 +102,6 @@ void SuspendedThreads::resume() noexcept {
     results = nullptr;
     if (holdsCapability) {
         holdsCapability = false;
-        runGuarded("SuspendedThreads", __LINE__, [] { SuspendCapability::release(); });
+        runGuarded(VDK_HERE, [] { SuspendCapability::release(); });
     }
 }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <jvmti.h>
-
 #include "core/ground/ZVector.h"
+
+#include <jvmti.h>
 
 // SuspendedThreads: the application stands still as long as this object lives. All platform threads
 // but the current one are suspended, and on every way out those that it suspended, and no others,

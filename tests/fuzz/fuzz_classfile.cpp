@@ -1,10 +1,10 @@
 // Class files as any program may hand them to the JVM: parser, frame decoder and writer. What was
 // encoded anew must parse again.
 
+#include "classfile/ClassFile.h"
+
 #include <cstddef>
 #include <cstdint>
-
-#include "classfile/ClassFile.h"
 
 namespace {
 

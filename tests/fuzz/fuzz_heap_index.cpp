@@ -2,19 +2,19 @@
 // identity is put in front of each input. Any checksum is taken, as the fuzzer can't find the right
 // one.
 
+#include "../unit/heapfile/HprofWriter.h"
+#include "core/ground/Logger.h"
+#include "heapfile/HeapIndexFile.h"
+#include "heapfile/HeapReadError.h"
+#include "heapfile/IndexStream.h"
+#include "offline/Reachability.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
-
-#include "../unit/offline_readers/HprofWriter.h"
-#include "core/ground/Logger.h"
-#include "offline/HeapIndexFile.h"
-#include "offline/HeapReadError.h"
-#include "offline/IndexStream.h"
-#include "offline/Reachability.h"
 
 namespace {
 

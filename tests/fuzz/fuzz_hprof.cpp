@@ -1,15 +1,15 @@
 // A heap dump of a JVM. The first byte chooses the size of identifiers and the number of threads;
 // the header is put in front of the rest, so that the fuzzer starts behind it.
 
+#include "core/ground/Logger.h"
+#include "heapfile/HeapReadError.h"
+#include "heapfile/HprofReader.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <unistd.h>
-
-#include "core/ground/Logger.h"
-#include "offline/HeapReadError.h"
-#include "offline/HprofReader.h"
 
 namespace {
 

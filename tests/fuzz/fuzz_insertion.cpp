@@ -1,12 +1,12 @@
 // Class files as any program may hand them to the JVM, through all rewriting passes. What comes out
 // must parse again, bodies included.
 
-#include <cstddef>
-#include <cstdint>
-
 #include "instrument/LoaderDelegation.h"
 #include "instrument/NativeWrapping.h"
 #include "instrument/TracingInstrumentation.h"
+
+#include <cstddef>
+#include <cstdint>
 
 namespace {
 

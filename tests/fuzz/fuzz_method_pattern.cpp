@@ -1,14 +1,14 @@
 // Patterns, descriptors and filter texts from users and from class files. The first line is the
 // pattern, the rest the text that it is matched with.
 
-#include <cstddef>
-#include <cstdint>
-#include <string>
-
 #include "core/ground/Logger.h"
 #include "probes/Filter.h"
 #include "probes/SignatureUtil.h"
 #include "probes/WildcardMatch.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count) {
     static const bool quiet = [] {

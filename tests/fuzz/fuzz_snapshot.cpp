@@ -1,13 +1,13 @@
 // A snapshot file without a heap. The magic is put in front of the input, so that the fuzzer starts
 // behind it.
 
-#include <cstddef>
-#include <cstdint>
-#include <string>
-
 #include "core/ground/Logger.h"
 #include "db/DB.h"
 #include "db/SnapshotReader.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count) {
     static const bool quiet = [] {

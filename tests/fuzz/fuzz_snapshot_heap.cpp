@@ -1,17 +1,17 @@
 // A snapshot file with a heap. The header is put in front of the input, so that the fuzzer starts
 // at the sections of the heap.
 
+#include "core/ground/Exceptions.h"
+#include "core/ground/Logger.h"
+#include "heapfile/HeapReadError.h"
+#include "heapfile/SnapshotHeapReader.h"
+#include "heapfile/SnapshotHeapSections.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <unistd.h>
-
-#include "core/ground/Exceptions.h"
-#include "core/ground/Logger.h"
-#include "offline/HeapReadError.h"
-#include "offline/SnapshotHeapReader.h"
-#include "offline/SnapshotHeapSections.h"
 
 namespace {
 

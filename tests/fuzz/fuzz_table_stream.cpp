@@ -1,15 +1,15 @@
 // Two table streams, one after the other, into one database, as a client that follows a hostile
 // agent takes them. What is accepted must be fit for everything that a client does with rows.
 
-#include <cstddef>
-#include <cstdint>
-
 #include "core/ground/Logger.h"
 #include "db/AbstractWriter.h"
 #include "db/DB.h"
 #include "db/Progress.h"
 #include "db/SnapshotCommon.h"
 #include "db/TableStreamReader.h"
+
+#include <cstddef>
+#include <cstdint>
 
 namespace {
 class NowhereWriter : public AbstractWriter {

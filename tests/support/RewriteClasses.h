@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "instrument/TracingInstrumentation.h"
+
+#include <string>
 
 // Rewrites classes offline, for tests and benchmarks.
 

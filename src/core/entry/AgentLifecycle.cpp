@@ -1,21 +1,16 @@
 // What follows the load: VMStart, VMInit, the threads of the application, VMDeath.
-#include "core/entry/JVMTI_Agent.h"
-
-#include <cstdlib>
-#include <cstring>
-
-#include "core/entry/EventGate.h"
 #include "core/entry/EventTable.h"
+#include "core/entry/JVMTI_Agent.h"
 #include "core/entry/NativeTable.h"
-#include "core/entry/RuntimeClasses.h"
-#include "core/ground/CallbackNatives.h"
-#include "core/ground/CommonUtils.h"
 #include "core/ground/ConfigFile.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
 #include "core/ground/Options.h"
+#include "core/jvm/CallbackNatives.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/EventGate.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "instrument/Instrumentation.h"
 #include "instrument/JNIRedirect.h"
@@ -27,7 +22,11 @@
 #include "profiling/ThreadInfo.h"
 #include "runtime/ControlSocketNatives.h"
 #include "runtime/DiagnosticNatives.h"
+#include "runtime/RuntimeClasses.h"
 #include "snapshot/Snapshoting.h"
+
+#include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -62,7 +61,7 @@ void bindNatives(JNIEnv* env, const char* className, bool (*registerNatives)(JNI
     jclass runtimeClass = findClass(env, className);
     const bool isBound = registerNatives(env, runtimeClass);
     ASSERT_JNI(env);
-    Logger::assertTrue(isBound, "JVMTI_Agent", __LINE__);
+    Logger::assertTrue(isBound, VDK_HERE);
     env->DeleteLocalRef(runtimeClass);
 }
 
@@ -95,7 +94,7 @@ bool callCoreInit(JNIEnv* env) {
 }
 
 void JNICALL detector_thread_entry(jvmtiEnv*, JNIEnv*, void*) {
-    runGuarded("JVMTI_Agent", __LINE__, [] { oome_snapshot_detector(); });
+    runGuarded(VDK_HERE, [] { oome_snapshot_detector(); });
 }
 
 void runAgentThread(JNIEnv* env, const char* name, jvmtiStartFunction body) {
@@ -122,8 +121,8 @@ void startCPU(JNIEnv* env) {
                       (ourOptions->noJ2EE ? 0 : CPU_J2EE_BIT);
     jstring filters = newString(env, Filter::readFilterSpecFromFile(ourOptions->filters));
     jstring wallTime = newString(env, Filter::readWallTimeSpecFromFile(ourOptions->wallTimeSpec));
-    logStartFailure(env, Java_com_vandrik_runtime_Callback_startCPUProfiling(
-                             env, ourClassCallbackGlobalRef, mode, filters, wallTime));
+    logStartFailure(env, VDK_CALLBACK_NATIVE(startCPUProfiling)(env, ourClassCallbackGlobalRef,
+                                                                mode, filters, wallTime));
     env->DeleteLocalRef(filters);
     env->DeleteLocalRef(wallTime);
 }
@@ -297,7 +296,7 @@ bool agentInit(JNIEnv* env) {
         Logger::message("agentInit: Core.init() returned false");
         return false;
     }
-    const bool areThreadsThere = runGuarded("JVMTI_Agent", __LINE__, [&] {
+    const bool areThreadsThere = runGuarded(VDK_HERE, [&] {
         runAgentThread(env, "VDKAgent-CPUSampler", sampler_thread_entry);
         runAgentThread(env, "VDKAgent-OOMESnapshotDetector", detector_thread_entry);
     });
@@ -316,14 +315,14 @@ void startProfiling(JNIEnv* env) {
         startCPU(env);
     }
     if (ourOptions->allocEachSet || ourOptions->allocSizeLimitSet) {
-        logStartFailure(env, Java_com_vandrik_runtime_Callback_startAllocationRecording(
+        logStartFailure(env, VDK_CALLBACK_NATIVE(startAllocationRecording)(
                                  env, ourClassCallbackGlobalRef, ourOptions->allocEachSet,
                                  ourOptions->allocEach, ourOptions->allocSizeLimitSet,
                                  ourOptions->allocSizeLimit, ourOptions->perClassGC));
     }
     if (ourOptions->monitors) {
-        logStartFailure(env, Java_com_vandrik_runtime_Callback_startMonitorProfiling(
-                                 env, ourClassCallbackGlobalRef));
+        logStartFailure(env,
+                        VDK_CALLBACK_NATIVE(startMonitorProfiling)(env, ourClassCallbackGlobalRef));
     }
     Logger::message("startProfiling: OK");
 }
@@ -375,22 +374,22 @@ void registerLiveThreads(JNIEnv* env) {
 }
 
 void JNICALL vmStart(jvmtiEnv*, JNIEnv* env) {
-    handleEvent(env, "JVMTI_Agent", __LINE__, [&] { agentStart(env); });
+    handleEvent(env, VDK_HERE, [&] { agentStart(env); });
 }
 
 void JNICALL vmInit(jvmtiEnv*, JNIEnv* env, jthread) {
-    handleEvent(env, "JVMTI_Agent", __LINE__, [&] { vmInitImpl(env); });
+    handleEvent(env, VDK_HERE, [&] { vmInitImpl(env); });
 }
 
 void JNICALL vmDeath(jvmtiEnv*, JNIEnv* env) {
-    handleEvent(env, "JVMTI_Agent", __LINE__, [&] { vmDeathImpl(env); });
+    handleEvent(env, VDK_HERE, [&] { vmDeathImpl(env); });
 }
 
 void JNICALL threadStart(jvmtiEnv*, JNIEnv* env, jthread thread) {
-    handleEvent(env, "JVMTI_Agent", __LINE__,
+    handleEvent(env, VDK_HERE,
                 [&] { threadStartImpl(env, thread, Platform::getCurrentThreadNativeID()); });
 }
 
 void JNICALL threadEnd(jvmtiEnv*, JNIEnv* env, jthread thread) {
-    handleEvent(env, "JVMTI_Agent", __LINE__, [&] { threadEndImpl(env, thread); });
+    handleEvent(env, VDK_HERE, [&] { threadEndImpl(env, thread); });
 }

@@ -1,21 +1,14 @@
 // Loading, from the JVM's call to the point where its events take over.
-#include "core/entry/JVMTI_Agent.h"
-
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
 #include "core/entry/Capabilities.h"
-#include "core/entry/EventGate.h"
 #include "core/entry/EventTable.h"
+#include "core/entry/JVMTI_Agent.h"
 #include "core/entry/JvmArguments.h"
-#include "core/entry/RuntimeArchiveFile.h"
-#include "core/entry/RuntimeClasses.h"
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
-#include "core/ground/JvmGlobals.h"
 #include "core/ground/Options.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/EventGate.h"
+#include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "instrument/Instrumentation.h"
 #include "instrument/JNIRedirect.h"
@@ -26,6 +19,12 @@
 #include "profiling/MethodLookup.h"
 #include "profiling/ThreadInfo.h"
 #include "runtime/RuntimeArchive.h"
+#include "runtime/RuntimeArchiveFile.h"
+#include "runtime/RuntimeClasses.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -333,7 +332,7 @@ void disposeEnvironments() {
 
 jint agentOnLoad(JavaVM* vm, const char* options) {
     int result = LOAD_INTERNAL_ERROR;
-    runGuarded("JVMTI_Agent", __LINE__, [&] {
+    runGuarded(VDK_HERE, [&] {
         logEntry("Agent_OnLoad", options);
         result = agentLoadImpl(vm, options);
     });
@@ -353,7 +352,7 @@ jint agentOnAttach(JavaVM* vm, const char* options) {
     const long capabilities = ourCapabilities;
     const long status = ourStatus;
     int result = LOAD_INTERNAL_ERROR;
-    runGuarded("JVMTI_Agent", __LINE__, [&] {
+    runGuarded(VDK_HERE, [&] {
         logEntry("Agent_OnAttach", options);
         if (isFirst) {
             ourCapabilities |= CAPABILITY_ATTACHED_AGENT;
@@ -367,12 +366,12 @@ jint agentOnAttach(JavaVM* vm, const char* options) {
     }
     if (result != LOAD_OK) {
         // The JVM lives on, and the user may try again with other options.
-        runGuarded("JVMTI_Agent", __LINE__, [] { restoreJNIFunctions(); });
+        runGuarded(VDK_HERE, [] { restoreJNIFunctions(); });
         EventGate::close();
         disposeEnvironments();
         ourCapabilities = capabilities;
         ourStatus = status;
-        runGuarded("JVMTI_Agent", __LINE__, [] { ourOptions = new Options(); });
+        runGuarded(VDK_HERE, [] { ourOptions = new Options(); });
     }
     return result;
 }

@@ -1,33 +1,22 @@
 // The natives that are too small to have an owner of their own: state of the agent, messages, and
 // the object maps of probes.
 #include "core/entry/JavaObjectMap.h"
-#include "core/ground/CallbackNatives.h"
-#include "core/ground/CommonUtils.h"
-#include "core/ground/ConsumedEvents.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
 #include "core/ground/Options.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/ConsumedEvents.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
+#include "core/jvm/NativeEntry.h"
 #include "platform/Platform.h"
 #include "probes/SignatureUtil.h"
-
-#define VDK_NATIVE(name) Java_com_vandrik_runtime_Callback_##name
 
 namespace {
 
 const char MESSAGES_CLASS[] = "com/vandrik/probes/builtin/Messages";
 const char MESSAGES_SIGNATURE[] = "(Ljava/lang/String;Ljava/lang/String;Ljava/lang/String;)V";
 const char MESSAGE_SOURCE[] = "Profiler";
-
-// Runs the body of a native. After an internal error the caller gets a Java exception, and the
-// native a zero.
-template <typename Body>
-void runNative(JNIEnv* env, int line, Body&& body) {
-    if (!runGuarded("AgentNatives", line, body)) {
-        throwExceptionAssertionFailed(env);
-    }
-}
 
 void logPendingException(JNIEnv* env, const char* place) {
     jthrowable exception = env->ExceptionOccurred();
@@ -47,10 +36,10 @@ void storeMessage(JNIEnv* env, jstring text, jstring detail) {
                            : env->GetStaticMethodID(messages, "message", MESSAGES_SIGNATURE);
     jstring source = method == nullptr ? nullptr : env->NewStringUTF(MESSAGE_SOURCE);
     if (source != nullptr) {
-        VDK_NATIVE(setThreadTemporaryEnabled)(env, ourClassCallbackGlobalRef, JNI_TRUE);
+        VDK_CALLBACK_NATIVE(setThreadTemporaryEnabled)(env, ourClassCallbackGlobalRef, JNI_TRUE);
         env->CallStaticVoidMethod(messages, method, source, text, detail);
         logPendingException(env, "message");
-        VDK_NATIVE(setThreadTemporaryEnabled)(env, ourClassCallbackGlobalRef, JNI_FALSE);
+        VDK_CALLBACK_NATIVE(setThreadTemporaryEnabled)(env, ourClassCallbackGlobalRef, JNI_FALSE);
     }
     logPendingException(env, "message");
     env->DeleteLocalRef(source);
@@ -67,9 +56,9 @@ void writeLogMessage(JNIEnv* env, jstring text, jstring detail) {
     storeMessage(env, text, detail);
 }
 
-void setExceptionTelemetry(JNIEnv* env, bool isOn, int line) {
-    runNative(env, line, [&] {
-        LockHolder lock(ourLock, "AgentNatives:exceptionTelemetry");
+void setExceptionTelemetry(JNIEnv* env, bool isOn, const char* file, int line) {
+    runNative(env, file, line, [&] {
+        LockHolder lock(ourLock);
         if (isOn) {
             ourStatus |= EXCEPTION_TELEMETRY;
         } else {
@@ -79,8 +68,8 @@ void setExceptionTelemetry(JNIEnv* env, bool isOn, int line) {
     });
 }
 
-void print(JNIEnv* env, FILE* stream, jstring text, int line) {
-    runNative(env, line, [&] {
+void print(JNIEnv* env, FILE* stream, jstring text, const char* file, int line) {
+    runNative(env, file, line, [&] {
         Logger::printToConsole(stream, toZString(env, text));
         fflush(stream);
     });
@@ -99,98 +88,99 @@ jstring validatePattern(JNIEnv* env, jstring pattern) {
 
 } // namespace
 
-jlong JNICALL VDK_NATIVE(getCapabilities)(JNIEnv*, jclass) {
+jlong JNICALL VDK_CALLBACK_NATIVE(getCapabilities)(JNIEnv*, jclass) {
     return ourCapabilities;
 }
 
-jlong JNICALL VDK_NATIVE(getStatus)(JNIEnv*, jclass) {
+jlong JNICALL VDK_CALLBACK_NATIVE(getStatus)(JNIEnv*, jclass) {
     return ourStatus;
 }
 
-jint JNICALL VDK_NATIVE(getTelemetryPeriodMs)(JNIEnv*, jclass) {
+jint JNICALL VDK_CALLBACK_NATIVE(getTelemetryPeriodMs)(JNIEnv*, jclass) {
     return ourOptions->telemetryPeriod;
 }
 
-jboolean JNICALL VDK_NATIVE(isIBM)(JNIEnv*, jclass) {
+jboolean JNICALL VDK_CALLBACK_NATIVE(isIBM)(JNIEnv*, jclass) {
     return ourIsIBM ? JNI_TRUE : JNI_FALSE;
 }
 
-jint JNICALL VDK_NATIVE(getPhase)(JNIEnv*, jclass) {
+jint JNICALL VDK_CALLBACK_NATIVE(getPhase)(JNIEnv*, jclass) {
     return getJVMTIPhase();
 }
 
-jint JNICALL VDK_NATIVE(getPID)(JNIEnv*, jclass) {
+jint JNICALL VDK_CALLBACK_NATIVE(getPID)(JNIEnv*, jclass) {
     return Platform::vdk_getpid();
 }
 
-void JNICALL VDK_NATIVE(message)(JNIEnv* env, jclass, jstring text, jstring detail) {
-    runNative(env, __LINE__, [&] { writeLogMessage(env, text, detail); });
+void JNICALL VDK_CALLBACK_NATIVE(message)(JNIEnv* env, jclass, jstring text, jstring detail) {
+    runNative(env, VDK_HERE, [&] { writeLogMessage(env, text, detail); });
 }
 
-void JNICALL VDK_NATIVE(messageToLogFile)(JNIEnv* env, jclass, jstring text) {
-    runNative(env, __LINE__, [&] { Logger::message(toZString(env, text)); });
+void JNICALL VDK_CALLBACK_NATIVE(messageToLogFile)(JNIEnv* env, jclass, jstring text) {
+    runNative(env, VDK_HERE, [&] { Logger::message(toZString(env, text)); });
 }
 
-void JNICALL VDK_NATIVE(messageToStderr)(JNIEnv* env, jclass, jstring text) {
-    print(env, stderr, text, __LINE__);
+void JNICALL VDK_CALLBACK_NATIVE(messageToStderr)(JNIEnv* env, jclass, jstring text) {
+    print(env, stderr, text, VDK_HERE);
 }
 
-void JNICALL VDK_NATIVE(messageToStdout)(JNIEnv* env, jclass, jstring text) {
-    print(env, stdout, text, __LINE__);
+void JNICALL VDK_CALLBACK_NATIVE(messageToStdout)(JNIEnv* env, jclass, jstring text) {
+    print(env, stdout, text, VDK_HERE);
 }
 
-void JNICALL VDK_NATIVE(enableExceptionTelemetry)(JNIEnv* env, jclass) {
-    setExceptionTelemetry(env, true, __LINE__);
+void JNICALL VDK_CALLBACK_NATIVE(enableExceptionTelemetry)(JNIEnv* env, jclass) {
+    setExceptionTelemetry(env, true, VDK_HERE);
 }
 
-void JNICALL VDK_NATIVE(disableExceptionTelemetry)(JNIEnv* env, jclass) {
-    setExceptionTelemetry(env, false, __LINE__);
+void JNICALL VDK_CALLBACK_NATIVE(disableExceptionTelemetry)(JNIEnv* env, jclass) {
+    setExceptionTelemetry(env, false, VDK_HERE);
 }
 
-jstring JNICALL VDK_NATIVE(validateMethodPattern)(JNIEnv* env, jclass, jstring pattern) {
+jstring JNICALL VDK_CALLBACK_NATIVE(validateMethodPattern)(JNIEnv* env, jclass, jstring pattern) {
     jstring result = nullptr;
-    runNative(env, __LINE__, [&] { result = validatePattern(env, pattern); });
+    runNative(env, VDK_HERE, [&] { result = validatePattern(env, pattern); });
     return result;
 }
 
-jlong JNICALL VDK_NATIVE(createObjectMap)(JNIEnv* env, jclass) {
+jlong JNICALL VDK_CALLBACK_NATIVE(createObjectMap)(JNIEnv* env, jclass) {
     jlong result = 0;
-    runNative(env, __LINE__, [&] { result = JavaObjectMap::create(); });
+    runNative(env, VDK_HERE, [&] { result = JavaObjectMap::create(); });
     return result;
 }
 
-void JNICALL VDK_NATIVE(deleteObjectMap)(JNIEnv* env, jclass, jlong map) {
-    runNative(env, __LINE__, [&] { JavaObjectMap::destroy(map); });
+void JNICALL VDK_CALLBACK_NATIVE(deleteObjectMap)(JNIEnv* env, jclass, jlong map) {
+    runNative(env, VDK_HERE, [&] { JavaObjectMap::destroy(map); });
 }
 
-void JNICALL VDK_NATIVE(objectMapPut)(JNIEnv* env, jclass, jlong map, jobject object, jint value) {
-    runNative(env, __LINE__, [&] { JavaObjectMap::put(map, object, value); });
+void JNICALL VDK_CALLBACK_NATIVE(objectMapPut)(JNIEnv* env, jclass, jlong map, jobject object,
+                                               jint value) {
+    runNative(env, VDK_HERE, [&] { JavaObjectMap::put(map, object, value); });
 }
 
-jint JNICALL VDK_NATIVE(objectMapGet)(JNIEnv* env, jclass, jlong map, jobject object,
-                                      jint fallback) {
+jint JNICALL VDK_CALLBACK_NATIVE(objectMapGet)(JNIEnv* env, jclass, jlong map, jobject object,
+                                               jint fallback) {
     jint result = fallback;
-    runNative(env, __LINE__, [&] { result = JavaObjectMap::get(map, object, fallback); });
+    runNative(env, VDK_HERE, [&] { result = JavaObjectMap::get(map, object, fallback); });
     return result;
 }
 
-jint JNICALL VDK_NATIVE(objectMapRemove)(JNIEnv* env, jclass, jlong map, jobject object,
-                                         jint fallback) {
+jint JNICALL VDK_CALLBACK_NATIVE(objectMapRemove)(JNIEnv* env, jclass, jlong map, jobject object,
+                                                  jint fallback) {
     jint result = fallback;
-    runNative(env, __LINE__, [&] { result = JavaObjectMap::remove(map, object, fallback); });
+    runNative(env, VDK_HERE, [&] { result = JavaObjectMap::remove(map, object, fallback); });
     return result;
 }
 
-jboolean JNICALL VDK_NATIVE(objectMapContains)(JNIEnv* env, jclass, jlong map, jobject object) {
+jboolean JNICALL VDK_CALLBACK_NATIVE(objectMapContains)(JNIEnv* env, jclass, jlong map,
+                                                        jobject object) {
     jboolean result = JNI_FALSE;
-    runNative(env, __LINE__,
+    runNative(env, VDK_HERE,
               [&] { result = JavaObjectMap::contains(map, object) ? JNI_TRUE : JNI_FALSE; });
     return result;
 }
 
-extern "C" JNIEXPORT jstring JNICALL
-Java_com_vandrik_Natives_validateMethodPattern(JNIEnv* env, jclass, jstring pattern) {
+VDK_CLIENT_NATIVE(jstring, validateMethodPattern)(JNIEnv* env, jclass, jstring pattern) {
     jstring result = nullptr;
-    runNative(env, __LINE__, [&] { result = validatePattern(env, pattern); });
+    runNative(env, VDK_HERE, [&] { result = validatePattern(env, pattern); });
     return result;
 }

@@ -1,10 +1,10 @@
 #include "core/entry/Capabilities.h"
 
-#include "core/ground/CommonUtils.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Logger.h"
 #include "core/ground/Options.h"
-#include "core/ground/SuspendCapability.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/SuspendCapability.h"
 
 namespace {
 

@@ -1,14 +1,14 @@
 #include "core/entry/EventTable.h"
 
-#include "core/entry/EventGate.h"
 #include "core/entry/JVMTI_Agent.h"
 #include "core/entry/JavaObjectMap.h"
-#include "core/ground/CommonUtils.h"
-#include "core/ground/ConsumedEvents.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
-#include "core/ground/JNIUtils.h"
-#include "core/ground/JvmGlobals.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/ConsumedEvents.h"
+#include "core/jvm/EventGate.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
 #include "profiling/AllocationRecorder.h"
 #include "profiling/ClassLoadingProbe.h"
 
@@ -18,7 +18,7 @@ namespace {
 void JNICALL class_load_handler(jvmtiEnv*, JNIEnv*, jthread, jclass) {}
 
 void JNICALL class_prepare_handler(jvmtiEnv*, JNIEnv* env, jthread, jclass type) {
-    handleEvent(env, "JVMTI_Agent", __LINE__, [&] {
+    handleEvent(env, VDK_HERE, [&] {
         // The class object itself is an allocation; which frame it belongs to is not known.
         vdkInitImpl(env, type, -1);
         ClassLoadingProbe::onClassPrepare(env, type);
@@ -26,11 +26,11 @@ void JNICALL class_prepare_handler(jvmtiEnv*, JNIEnv* env, jthread, jclass type)
 }
 
 void JNICALL object_free_handler_JVMTI8(jvmtiEnv*, jlong tag) {
-    runGuarded("JVMTI_Agent", __LINE__, [&] { ClassLoadingProbe::onClassUnload(tag); });
+    runGuarded(VDK_HERE, [&] { ClassLoadingProbe::onClassUnload(tag); });
 }
 
 void JNICALL object_free_handler_JVMTI9(jvmtiEnv*, jlong tag) {
-    runGuarded("JVMTI_Agent", __LINE__, [&] { JavaObjectMap::onObjectFree(tag); });
+    runGuarded(VDK_HERE, [&] { JavaObjectMap::onObjectFree(tag); });
 }
 
 enum When { ON_LOAD_ONLY, ALWAYS, IF_CONSUMED };

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <jvmti.h>
-
 #include "core/ground/ZString.h"
+
+#include <jvmti.h>
 
 // The door of the agent: what the JVM calls, and the order in which everything is started and
 // stopped. The exported entries are in AgentLibrary.cpp, the steps of loading in AgentLoad.cpp,

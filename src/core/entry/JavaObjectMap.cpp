@@ -1,10 +1,10 @@
 #include "core/entry/JavaObjectMap.h"
 
-#include "core/ground/CommonUtils.h"
-#include "core/ground/JvmGlobals.h"
 #include "core/ground/Logger.h"
 #include "core/ground/ZLock.h"
 #include "core/ground/ZMap.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JvmGlobals.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ ZVector<IntMap*>& ourMaps = *new ZVector<IntMap*>();
 int ourLastTag = 0;
 
 int nextTag() {
-    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:tag");
+    LockHolder lock(ourJavaObjectMapLock);
     return ++ourLastTag;
 }
 
@@ -43,14 +43,14 @@ int getTag(jobject object) {
 }
 
 int getOrMakeTag(jobject object) {
-    LockHolder lock(ourTaggingLock, "JavaObjectMap:tagging");
+    LockHolder lock(ourTaggingLock);
     const int known = getTag(object);
     if (known != 0) {
         return known;
     }
     const int tag = nextTag();
     CHECK_JVMTI(ourJVMTI9->SetTag(object, tag));
-    Logger::assertEquals(getTag(object), tag, "JavaObjectMap", __LINE__);
+    Logger::assertEquals(getTag(object), tag, VDK_HERE);
     return tag;
 }
 
@@ -58,13 +58,13 @@ int getOrMakeTag(jobject object) {
 
 long JavaObjectMap::create() {
     IntMap* map = new IntMap(INITIAL_CAPACITY);
-    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:create");
+    LockHolder lock(ourJavaObjectMapLock);
     ourMaps.push(map);
     return reinterpret_cast<long>(map);
 }
 
 void JavaObjectMap::destroy(long handle) {
-    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:destroy");
+    LockHolder lock(ourJavaObjectMapLock);
     for (int i = 0; i < ourMaps.getSize(); i++) {
         if (reinterpret_cast<long>(ourMaps[i]) == handle) {
             delete ourMaps[i];
@@ -79,7 +79,7 @@ void JavaObjectMap::put(long handle, jobject object, int value) {
         return;
     }
     const int tag = getOrMakeTag(object);
-    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:put");
+    LockHolder lock(ourJavaObjectMapLock);
     IntMap* map = find(handle);
     if (map != nullptr) {
         map->put(tag, value);
@@ -94,7 +94,7 @@ int JavaObjectMap::get(long handle, jobject object, int fallback) {
     if (tag == 0) {
         return fallback;
     }
-    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:get");
+    LockHolder lock(ourJavaObjectMapLock);
     IntMap* map = find(handle);
     const int* value = map == nullptr ? nullptr : map->getPtr(tag);
     return value == nullptr ? fallback : *value;
@@ -108,7 +108,7 @@ bool JavaObjectMap::contains(long handle, jobject object) {
     if (tag == 0) {
         return false;
     }
-    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:contains");
+    LockHolder lock(ourJavaObjectMapLock);
     IntMap* map = find(handle);
     return map != nullptr && map->getPtr(tag) != nullptr;
 }
@@ -121,7 +121,7 @@ int JavaObjectMap::remove(long handle, jobject object, int fallback) {
     if (tag == 0) {
         return fallback;
     }
-    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:remove");
+    LockHolder lock(ourJavaObjectMapLock);
     IntMap* map = find(handle);
     const int* value = map == nullptr ? nullptr : map->getPtr(tag);
     if (value == nullptr) {
@@ -133,7 +133,7 @@ int JavaObjectMap::remove(long handle, jobject object, int fallback) {
 }
 
 void JavaObjectMap::onObjectFree(jlong tag) {
-    LockHolder lock(ourJavaObjectMapLock, "JavaObjectMap:free");
+    LockHolder lock(ourJavaObjectMapLock);
     for (int i = 0; i < ourMaps.getSize(); i++) {
         if (ourMaps[i]->getPtr(static_cast<int>(tag)) != nullptr) {
             ourMaps[i]->remove(static_cast<int>(tag));

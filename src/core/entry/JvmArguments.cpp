@@ -1,10 +1,10 @@
 #include "core/entry/JvmArguments.h"
 
-#include <cstdlib>
-#include <cstring>
-
 #include "core/ground/ConfigFile.h"
 #include "core/ground/SessionName.h"
+
+#include <cstdlib>
+#include <cstring>
 
 namespace {
 

@@ -1,31 +1,17 @@
 // Natives around processes: the markers of profiled JVMs, command lines, host id, ends of children.
-#include "core/entry/MarkersOnSharedMemory.h"
 #include "core/entry/ProcessExitWatch.h"
-#include "core/entry/ProcessList.h"
-#include "core/ground/CallbackNatives.h"
 #include "core/ground/Guard.h"
-#include "core/ground/JNIUtils.h"
 #include "core/ground/SessionName.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/NativeEntry.h"
 #include "db/DB.h"
+#include "machine/MarkersOnSharedMemory.h"
+#include "machine/ProcessList.h"
 #include "platform/Platform.h"
-
-#define VDK_CALLBACK(name) Java_com_vandrik_runtime_Callback_##name
-#define VDK_NATIVES(type, name) extern "C" JNIEXPORT type JNICALL Java_com_vandrik_Natives_##name
 
 namespace {
 
 const size_t HOST_ID_BYTES = 32;
-
-// Runs the body of a native that returns an object: null after an internal error, with a Java
-// exception pending.
-template <typename Result, typename Body>
-Result callNative(JNIEnv* env, int line, Result fallback, Body&& body) {
-    Result result = fallback;
-    if (!runGuarded("MarkerNatives", line, [&] { result = body(); })) {
-        throwExceptionAssertionFailed(env);
-    }
-    return result;
-}
 
 jintArray toJavaArray(JNIEnv* env, const ZVector<int>& values) {
     static_assert(sizeof(jint) == sizeof(int), "handed over as they are");
@@ -90,83 +76,83 @@ jintArray fillMarkedArray(JNIEnv* env, int stateMask) {
 
 } // namespace
 
-void JNICALL VDK_CALLBACK(createMarker)(JNIEnv*, jclass, jint port, jint state) {
+void JNICALL VDK_CALLBACK_NATIVE(createMarker)(JNIEnv*, jclass, jint port, jint state) {
     // A JVM without a marker can still be reached by its port: no failure here may stop the start.
-    runGuarded("MarkerNatives", __LINE__, [&] { createMarker(port, state, ourDB->sessionName); });
+    runGuarded(VDK_HERE, [&] { createMarker(port, state, ourDB->sessionName); });
 }
 
-jstring JNICALL VDK_CALLBACK(getHostID)(JNIEnv* env, jclass) {
-    return callNative<jstring>(env, __LINE__, nullptr,
-                               [&] { return toJavaString(env, getHostID()); });
+jstring JNICALL VDK_CALLBACK_NATIVE(getHostID)(JNIEnv* env, jclass) {
+    return nativeResult<jstring>(env, VDK_HERE, nullptr,
+                                 [&] { return toJavaString(env, getHostID()); });
 }
 
-jboolean JNICALL VDK_CALLBACK(registerProcessExitListener)(JNIEnv* env, jclass, jlong process,
-                                                           jint row) {
-    return callNative<jboolean>(env, __LINE__, JNI_FALSE, [&]() -> jboolean {
+jboolean JNICALL VDK_CALLBACK_NATIVE(registerProcessExitListener)(JNIEnv* env, jclass,
+                                                                  jlong process, jint row) {
+    return nativeResult<jboolean>(env, VDK_HERE, JNI_FALSE, [&]() -> jboolean {
         return ProcessExitWatch::add(static_cast<int>(process), row);
     });
 }
 
-jintArray JNICALL VDK_CALLBACK(getExitedProcesses)(JNIEnv* env, jclass) {
-    return callNative<jintArray>(env, __LINE__, nullptr, [&] {
+jintArray JNICALL VDK_CALLBACK_NATIVE(getExitedProcesses)(JNIEnv* env, jclass) {
+    return nativeResult<jintArray>(env, VDK_HERE, nullptr, [&] {
         ZVector<int> rows;
         ProcessExitWatch::takeExited(&rows);
         return toJavaArray(env, rows);
     });
 }
 
-VDK_NATIVES(jintArray, fillMarked)(JNIEnv* env, jclass, jint stateMask) {
-    return callNative<jintArray>(env, __LINE__, nullptr,
-                                 [&] { return fillMarkedArray(env, stateMask); });
+VDK_CLIENT_NATIVE(jintArray, fillMarked)(JNIEnv* env, jclass, jint stateMask) {
+    return nativeResult<jintArray>(env, VDK_HERE, nullptr,
+                                   [&] { return fillMarkedArray(env, stateMask); });
 }
 
-VDK_NATIVES(jintArray, fillMarked8)(JNIEnv* env, jclass) {
-    return callNative<jintArray>(env, __LINE__, nullptr, [&]() -> jintArray {
+VDK_CLIENT_NATIVE(jintArray, fillMarked8)(JNIEnv* env, jclass) {
+    return nativeResult<jintArray>(env, VDK_HERE, nullptr, [&]() -> jintArray {
         ZVector<int> pids;
         return fillMarked8(&pids) ? toJavaArray(env, pids) : nullptr;
     });
 }
 
 // The area of that version no longer exists.
-VDK_NATIVES(jintArray, fillMarked75)(JNIEnv*, jclass) {
+VDK_CLIENT_NATIVE(jintArray, fillMarked75)(JNIEnv*, jclass) {
     return nullptr;
 }
 
-VDK_NATIVES(jstring, getSessionNameFromMarker)(JNIEnv* env, jclass, jint pid) {
-    return callNative<jstring>(env, __LINE__, nullptr, [&] {
+VDK_CLIENT_NATIVE(jstring, getSessionNameFromMarker)(JNIEnv* env, jclass, jint pid) {
+    return nativeResult<jstring>(env, VDK_HERE, nullptr, [&] {
         return toJavaString(env, MarkersOnSharedMemory::ofThisMachine().getSessionName(pid));
     });
 }
 
-VDK_NATIVES(jboolean, isLivePID)(JNIEnv* env, jclass, jint pid) {
-    return callNative<jboolean>(env, __LINE__, JNI_TRUE,
-                                [&]() -> jboolean { return ProcessList().isAlive(pid); });
+VDK_CLIENT_NATIVE(jboolean, isLivePID)(JNIEnv* env, jclass, jint pid) {
+    return nativeResult<jboolean>(env, VDK_HERE, JNI_TRUE,
+                                  [&]() -> jboolean { return ProcessList().isAlive(pid); });
 }
 
-VDK_NATIVES(jstring, getCommandLineByPID)(JNIEnv* env, jclass, jint pid) {
-    return callNative<jstring>(env, __LINE__, nullptr,
-                               [&] { return toJavaString(env, joinCommandLine(pid)); });
+VDK_CLIENT_NATIVE(jstring, getCommandLineByPID)(JNIEnv* env, jclass, jint pid) {
+    return nativeResult<jstring>(env, VDK_HERE, nullptr,
+                                 [&] { return toJavaString(env, joinCommandLine(pid)); });
 }
 
-VDK_NATIVES(jstring, getProcessPathByPID)(JNIEnv* env, jclass, jint pid) {
-    return callNative<jstring>(env, __LINE__, nullptr,
-                               [&] { return toJavaString(env, processPath(pid)); });
+VDK_CLIENT_NATIVE(jstring, getProcessPathByPID)(JNIEnv* env, jclass, jint pid) {
+    return nativeResult<jstring>(env, VDK_HERE, nullptr,
+                                 [&] { return toJavaString(env, processPath(pid)); });
 }
 
-VDK_NATIVES(jstring, getSessionNameByCommandLine)(JNIEnv* env, jclass, jint pid) {
-    return callNative<jstring>(env, __LINE__, nullptr,
-                               [&] { return toJavaString(env, sessionNameOf(pid)); });
+VDK_CLIENT_NATIVE(jstring, getSessionNameByCommandLine)(JNIEnv* env, jclass, jint pid) {
+    return nativeResult<jstring>(env, VDK_HERE, nullptr,
+                                 [&] { return toJavaString(env, sessionNameOf(pid)); });
 }
 
-VDK_NATIVES(jint, getPID)(JNIEnv*, jclass) {
+VDK_CLIENT_NATIVE(jint, getPID)(JNIEnv*, jclass) {
     return Platform::vdk_getpid();
 }
 
-VDK_NATIVES(jstring, getHostID)(JNIEnv* env, jclass) {
-    return callNative<jstring>(env, __LINE__, nullptr,
-                               [&] { return toJavaString(env, getHostID()); });
+VDK_CLIENT_NATIVE(jstring, getHostID)(JNIEnv* env, jclass) {
+    return nativeResult<jstring>(env, VDK_HERE, nullptr,
+                                 [&] { return toJavaString(env, getHostID()); });
 }
 
-VDK_NATIVES(jstring, getHostID2)(JNIEnv* env, jclass) {
+VDK_CLIENT_NATIVE(jstring, getHostID2)(JNIEnv* env, jclass) {
     return toJavaString(env, "0");
 }

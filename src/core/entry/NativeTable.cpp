@@ -1,18 +1,18 @@
 #include "core/entry/NativeTable.h"
 
-#include "core/ground/CallbackNatives.h"
-#include "core/ground/JNIUtils.h"
 #include "core/ground/Logger.h"
+#include "core/jvm/CallbackNatives.h"
+#include "core/jvm/JNIUtils.h"
 
 // Abilities that this version of the agent lacks.
 #define VDK_NO_BODY(name, signature, type, parameters)
 #define VDK_THROWING_BODY(name, signature, type, parameters, ability)                              \
-    type JNICALL Java_com_vandrik_runtime_Callback_##name parameters {                             \
+    type JNICALL VDK_CALLBACK_NATIVE(name) parameters {                                            \
         throwException(env, VDK_MISSING_TEXT(ability));                                            \
         return type();                                                                             \
     }
 #define VDK_ANSWERING_BODY(name, signature, parameters, ability)                                   \
-    jstring JNICALL Java_com_vandrik_runtime_Callback_##name parameters {                          \
+    jstring JNICALL VDK_CALLBACK_NATIVE(name) parameters {                                         \
         return env->NewStringUTF(VDK_MISSING_TEXT(ability));                                       \
     }
 
@@ -28,8 +28,7 @@ char* text(const char* constant) {
 } // namespace
 
 #define VDK_ROW(name, signature)                                                                   \
-    {text(#name), text(signature),                                                                 \
-     reinterpret_cast<void*>(Java_com_vandrik_runtime_Callback_##name)},
+    {text(#name), text(signature), reinterpret_cast<void*>(VDK_CALLBACK_NATIVE(name))},
 #define VDK_BUILT_ROW(name, signature, type, parameters) VDK_ROW(name, signature)
 #define VDK_MISSING_ROW(name, signature, type, parameters, ability) VDK_ROW(name, signature)
 #define VDK_ANSWERING_ROW(name, signature, parameters, ability) VDK_ROW(name, signature)
@@ -50,5 +49,5 @@ void registerCallbackNatives(JNIEnv* env, jclass callback) {
         Logger::message(ZString("RegisterNatives: ") + getExceptionMessage(env, exception));
         env->DeleteLocalRef(exception);
     }
-    Logger::assertEquals(result, 0, "JVMTI_Agent", __LINE__);
+    Logger::assertEquals(result, 0, VDK_HERE);
 }

@@ -27,13 +27,13 @@ bool ProcessExitWatch::add(int pid, int row) {
     if (pid <= 0 || !Platform::isRunning(pid)) {
         return false;
     }
-    LockHolder lock(ourWatchLock, "ProcessExitWatch:add");
+    LockHolder lock(ourWatchLock);
     ourWatched.push(process);
     return true;
 }
 
 void ProcessExitWatch::takeExited(ZVector<int>* rows) {
-    LockHolder lock(ourWatchLock, "ProcessExitWatch:takeExited");
+    LockHolder lock(ourWatchLock);
     for (int i = ourWatched.getSize() - 1; i >= 0; i--) {
         if (hasEnded(ourWatched[i])) {
             rows->push(ourWatched[i].row);

@@ -1,13 +1,13 @@
 #include "core/ground/ConfigFile.h"
 
+#include "platform/Platform.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include "platform/Platform.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <atomic>
-
 #include "core/ground/ZLock.h"
+
+#include <atomic>
 
 // Process-wide state of the agent that names no JVM type. All of it lives until the process ends.
 

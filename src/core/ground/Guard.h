@@ -1,9 +1,9 @@
 #pragma once
 
-#include <new>
-
 #include "core/ground/Exceptions.h"
 #include "core/ground/Logger.h"
+
+#include <new>
 
 // Runs the body of an entry from the JVM. No exception leaves it: each is reported through
 // Logger::exceptionCaught with the place of the entry. True if the body ended normally; on false

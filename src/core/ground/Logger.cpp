@@ -1,15 +1,16 @@
 #include "core/ground/Logger.h"
 
-#include <atomic>
-#include <cstdlib>
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "core/ground/ConfigFile.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "core/ground/Version.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 bool Logger::ourExitOnException = false;
 
@@ -118,7 +119,8 @@ void Logger::exceptionCaught(const char* file, int line) noexcept {
     ourStatus |= INTERNAL_ERROR_BIT;
     // Out of memory may be the reason for being here: the line is made in a fixed buffer.
     char text[512];
-    snprintf(text, sizeof text, "exception caught at %s:%d", file, line);
+    const int nameLength = static_cast<int>(strcspn(file, "."));
+    snprintf(text, sizeof text, "exception caught at %.*s:%d", nameLength, file, line);
     void (*const sink)(const char*) = ourSink.load();
     if (sink != nullptr) {
         sink(text);

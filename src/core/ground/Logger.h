@@ -1,9 +1,10 @@
 #pragma once
 
-#include <cstdio>
-
 #include "core/ground/Exceptions.h"
+#include "core/ground/Here.h"
 #include "core/ground/ZString.h"
+
+#include <cstdio>
 
 // Logger: how the agent tells anybody anything: one log file a process,
 // <user home>/.vdk/log/<pid>.log, and the console for what a user must see. Lines from two threads

@@ -1,14 +1,14 @@
 #include "core/ground/Options.h"
 
-#include <cstdlib>
-#include <cstring>
-#include <limits.h>
-#include <unistd.h>
-
 #include "core/ground/Globals.h"
 #include "core/ground/Logger.h"
 #include "core/ground/SessionName.h"
 #include "platform/Platform.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <limits.h>
+#include <unistd.h>
 
 const char* const ourBuiltInProbes[] = {
     "com.vandrik.probes.builtin.AWTEvents",         "com.vandrik.probes.builtin.Databases",

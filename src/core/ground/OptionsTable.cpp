@@ -1,13 +1,12 @@
 // The table of the options, and parsing by it.
+#include "core/ground/ConfigFile.h"
+#include "core/ground/Globals.h"
+#include "core/ground/Logger.h"
 #include "core/ground/Options.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <limits.h>
-
-#include "core/ground/ConfigFile.h"
-#include "core/ground/Globals.h"
-#include "core/ground/Logger.h"
 
 namespace {
 

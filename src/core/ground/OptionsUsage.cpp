@@ -1,10 +1,10 @@
 // The usage text: one table of the documented options and the layout around it.
-#include <cstdio>
-#include <cstring>
-
 #include "core/ground/Logger.h"
 #include "core/ground/Options.h"
 #include "core/ground/Version.h"
+
+#include <cstdio>
+#include <cstring>
 
 namespace {
 

@@ -79,7 +79,7 @@ ZString applicationName(const ZString& argument, bool isJar) {
 } // namespace
 
 void getCommandLineParameters(ZVectorSafe<ZString>* out, int pid) {
-    Logger::assertTrue(out->isEmpty(), "SessionName", __LINE__);
+    Logger::assertTrue(out->isEmpty(), VDK_HERE);
     Platform::processArguments(pid, pushArgument, out);
 }
 

@@ -1,10 +1,10 @@
 #include "core/ground/UptimeProvider.h"
 
+#include "core/ground/Logger.h"
+
 #include <atomic>
 #include <sys/time.h>
 #include <time.h>
-
-#include "core/ground/Logger.h"
 
 namespace {
 

@@ -4,10 +4,10 @@
 
 ZLock::ZLock(const char* lockName) : name(lockName) {
     pthread_mutexattr_t attributes;
-    Logger::assertEquals(pthread_mutexattr_init(&attributes), 0, "ZLock", __LINE__);
+    Logger::assertEquals(pthread_mutexattr_init(&attributes), 0, VDK_HERE);
     Logger::assertEquals(pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE), 0,
-                         "ZLock", __LINE__);
-    Logger::assertEquals(pthread_mutex_init(&mutex, &attributes), 0, "ZLock", __LINE__);
+                         VDK_HERE);
+    Logger::assertEquals(pthread_mutex_init(&mutex, &attributes), 0, VDK_HERE);
     pthread_mutexattr_destroy(&attributes);
 }
 
@@ -16,7 +16,7 @@ ZLock::~ZLock() {
 }
 
 void ZLock::enterLock() {
-    Logger::assertEquals(pthread_mutex_lock(&mutex), 0, "ZLock", __LINE__);
+    Logger::assertEquals(pthread_mutex_lock(&mutex), 0, VDK_HERE);
 }
 
 void ZLock::exitLock() {

@@ -1,14 +1,15 @@
 #pragma once
 
-#include <pthread.h>
-
 #include "core/ground/ZString.h"
+
+#include <pthread.h>
 
 // ZLock: a named recursive lock. A thread that holds it may enter it again. There are no timed
 // locks and no try-locks.
 //
-// Lock order, outermost first: ourLock, "ObjectEnumeratorLock", every other ZLock. A lock of the
-// agent is not held while waiting for a Java thread.
+// Lock order, outermost first: "CallbackRedefinitionLock" (held over a redefinition, whose class
+// load hook takes ourLock; never taken under it), ourLock, "ObjectEnumeratorLock", every other
+// ZLock. A lock of the agent is not held while waiting for a Java thread.
 class ZLock {
 public:
     explicit ZLock(const char* lockName);
@@ -25,10 +26,11 @@ private:
     ZString name;
 };
 
-// LockHolder: holds a ZLock for the length of a block. The text names the place, in the form
-// "JVMTI_Agent:315"; it is there for the reader and the debugger and is not stored.
+// LockHolder: holds a ZLock for the length of a block. A text names a well-known place, in the form
+// "JVMTI_Agent:315"; it is there for the reader and is not stored.
 class LockHolder {
 public:
+    explicit LockHolder(ZLock& heldLock) : lock(&heldLock) { lock->enterLock(); }
     LockHolder(ZLock& heldLock, const char* /*place*/) : lock(&heldLock) { lock->enterLock(); }
     ~LockHolder() { lock->exitLock(); }
     LockHolder(const LockHolder&) = delete;

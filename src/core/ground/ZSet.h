@@ -1,8 +1,8 @@
 #pragma once
 
-#include <type_traits>
-
 #include "core/ground/ZTable.h"
+
+#include <type_traits>
 
 // ZSet<K>: a set of plain values. Cost, growth and locking as in ZTable. 0 is not a valid key of a
 // ZSet<int>: asking for it is an internal error, since 0 means "no row" in every table.
@@ -20,7 +20,7 @@ public:
     bool contains(const K& key) const { return get_index(key) >= 0; }
     int get_index(const K& key) const {
         if constexpr (std::is_same<K, int>::value) {
-            Logger::assertTrue(key != 0, "ZSet", __LINE__);
+            Logger::assertTrue(key != 0, VDK_HERE);
         }
         return ZTable<K>::get_index(key);
     }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstring>
-
 #include "core/ground/ZVector.h"
+
+#include <cstring>
 
 // DESCRIPTION
 //   ZStringImpl<C>: a zero-terminated, growable string of bytes (ZString) or of UTF-16 units

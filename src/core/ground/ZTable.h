@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstring>
-
 #include "core/ground/Logger.h"
 #include "core/ground/PrimeFinder.h"
 #include "core/ground/ZHash.h"
+
+#include <cstring>
 
 // ZTable<K>: the open-addressing core that ZSet and ZMap share: keys, slot states, probing, limits.
 //
@@ -69,7 +69,7 @@ public:
 
 protected:
     explicit ZTable(int wantedCapacity) : initialCapacity(wantedCapacity) {
-        Logger::assertTrue(wantedCapacity >= 1, "ZTable", __LINE__);
+        Logger::assertTrue(wantedCapacity >= 1, VDK_HERE);
         initKeys(wantedCapacity);
     }
     ~ZTable() { freeKeys(); }

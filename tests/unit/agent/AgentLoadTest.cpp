@@ -1,27 +1,25 @@
 // The load against a JVM that answers as the test wants: order, refusals, vendors, missing
 // capabilities. Each start runs in a process of its own, since it fills the agent's globals.
+#include "agent/FakeJvm.h"
 #include "core/entry/JVMTI_Agent.h"
+#include "core/ground/Globals.h"
+#include "core/ground/Options.h"
+#include "core/jvm/ConsumedEvents.h"
+#include "core/jvm/EventGate.h"
+#include "core/jvm/JvmGlobals.h"
+#include "core/jvm/SuspendCapability.h"
+#include "profiling/ThreadInfo.h"
 
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "agent/FakeJvm.h"
-#include "core/entry/EventGate.h"
-#include "core/ground/ConsumedEvents.h"
-#include "core/ground/Globals.h"
-#include "core/ground/JvmGlobals.h"
-#include "core/ground/Options.h"
-#include "core/ground/SuspendCapability.h"
-#include "profiling/ThreadInfo.h"
 
 namespace {
 
@@ -423,7 +421,7 @@ TEST_F(AgentLoad, failingCallIsLoggedAndLeavesTheApplicationWithoutTheAgent) {
         EXPECT_THAT(outcome.log,
                     ContainsRegex("ERROR: JVMTI error 113:JVMTI_ERROR_113 at [A-Za-z]+:[0-9]+\n"))
             << function;
-        EXPECT_THAT(outcome.log, HasSubstr("\nexception caught at JVMTI_Agent:")) << function;
+        EXPECT_THAT(outcome.log, HasSubstr("\nexception caught at AgentLoad:")) << function;
     }
 }
 

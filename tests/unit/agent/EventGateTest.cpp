@@ -1,8 +1,7 @@
-#include "core/entry/EventGate.h"
-
-#include <gtest/gtest.h>
+#include "core/jvm/EventGate.h"
 
 #include <atomic>
+#include <gtest/gtest.h>
 #include <memory>
 #include <thread>
 

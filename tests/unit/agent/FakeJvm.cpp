@@ -1,12 +1,12 @@
 #include "agent/FakeJvm.h"
 
+#include "core/ground/Logger.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include "core/ground/Logger.h"
 
 FakeJvm* FakeJvm::current = nullptr;
 

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <jvmti.h>
-
 #include <functional>
+#include <jvmti.h>
 #include <map>
 #include <memory>
 #include <string>

@@ -1,10 +1,10 @@
 // Maps from Java objects to ints, with tags kept by a fake JVM.
 #include "core/entry/JavaObjectMap.h"
 
-#include <gtest/gtest.h>
-
 #include "agent/FakeJvm.h"
-#include "core/ground/JvmGlobals.h"
+#include "core/jvm/JvmGlobals.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,14 +1,13 @@
 // The table of natives as RegisterNatives gets it.
 #include "core/entry/NativeTable.h"
 
+#include "core/jvm/CallbackNatives.h"
+
 #include <cctype>
+#include <gtest/gtest.h>
 #include <set>
 #include <string>
 #include <strings.h>
-
-#include <gtest/gtest.h>
-
-#include "core/ground/CallbackNatives.h"
 
 namespace {
 

@@ -2,10 +2,9 @@
 #include "core/entry/ProcessExitWatch.h"
 
 #include <csignal>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 namespace {
 

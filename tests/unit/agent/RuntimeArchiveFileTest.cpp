@@ -1,19 +1,18 @@
 // The shared archive file: reuse, replacement, and files that another user could change.
-#include "core/entry/RuntimeArchiveFile.h"
+#include "runtime/RuntimeArchiveFile.h"
+
+#include "agent/FakeJvm.h"
+#include "core/ground/Logger.h"
 
 #include <cstdlib>
 #include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "agent/FakeJvm.h"
-#include "core/ground/Logger.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "classfile/ClassArena.h"
+
+#include <gtest/gtest.h>
 
 TEST(ClassArena, trimmedBytesAreHandedOutAgain) {
     ClassArena arena;

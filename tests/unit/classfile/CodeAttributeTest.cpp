@@ -1,8 +1,8 @@
-#include <gtest/gtest.h>
-
 #include "classfile/ClassFile.h"
 #include "support/ClassBuilder.h"
 #include "support/ReferenceClass.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

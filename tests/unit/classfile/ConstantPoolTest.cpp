@@ -1,7 +1,7 @@
-#include <gtest/gtest.h>
-
 #include "classfile/ClassFile.h"
 #include "support/ClassBuilder.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,8 +1,9 @@
-#include <gtest/gtest.h>
+#include "classfile/OpCodes.h"
 
 #include "classfile/ByteCodeGenerator.h"
-#include "classfile/OpCodes.h"
 #include "support/ClassBuilder.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

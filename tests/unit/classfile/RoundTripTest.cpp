@@ -1,10 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <cstdio>
-
 #include "classfile/ClassFile.h"
 #include "support/ClassBundle.h"
 #include "support/ReferenceClass.h"
+
+#include <cstdio>
+#include <gtest/gtest.h>
 
 // Every class of every JDK and jar of this machine is parsed and written back.
 

@@ -1,14 +1,14 @@
-#include "client/AgentClient.h"
-#include "client/Profile.h"
-#include "client/Protocol.h"
-#include "db/SnapshotCommon.h"
-#include "db/SocketWriter.h"
+#include "client/agent/AgentClient.h"
 
 #include "DbBuilder.h"
 #include "Expect.h"
 #include "FakeAgent.h"
 #include "SourceFolder.h"
 #include "TempDir.h"
+#include "client/agent/Protocol.h"
+#include "client/profile/Profile.h"
+#include "db/SnapshotCommon.h"
+#include "db/SocketWriter.h"
 
 #include <cstdio>
 #include <gtest/gtest.h>
@@ -50,8 +50,9 @@ std::string deflateRaw(const std::string& data) {
 std::string noise(size_t size) {
     std::string data(size, '\0');
     uint32_t state = 12345;
-    for (char& c : data)
+    for (char& c : data) {
         c = char((state = state * 1664525 + 1013904223) >> 24);
+    }
     return data;
 }
 
@@ -61,8 +62,9 @@ std::string compressedTransfer(const std::string& file, size_t blockSize) {
     answer.ok().longInteger(int64_t(file.size()));
     for (size_t at = 0; at < file.size(); at += TRANSFER_UNCOMPRESSED_CHUNK_SIZE) {
         std::string packed = deflateRaw(file.substr(at, TRANSFER_UNCOMPRESSED_CHUNK_SIZE));
-        for (size_t block = 0; block < packed.size(); block += blockSize)
+        for (size_t block = 0; block < packed.size(); block += blockSize) {
             answer.text(packed.substr(block, blockSize)); // int length, bytes
+        }
         answer.integer(0);
     }
     return answer.data;
@@ -215,8 +217,9 @@ TEST(AgentClient, samplingSendsModeAndTexts) {
 
 TEST(AgentClient, captureReportsProgressUntilThePathComes) {
     Answer answer;
-    for (int percent : {0, 10, 10, 99})
+    for (int percent : {0, 10, 10, 99}) {
         answer.header(PACKET_PROGRESS).integer(percent);
+    }
     answer.ok().text("/home/me/Snapshots/app.snapshot");
     FakeAgent agent = FakeAgent::answering(answer.data);
     std::vector<int> seen;
@@ -248,8 +251,9 @@ TEST(AgentClient, transfersGiveTheSameBytesBothWays) {
         EXPECT_EQ(fetch(Answer().ok().longInteger(int64_t(size)).bytes(file).data, false, dir),
                   file)
             << size;
-        for (size_t block : {size_t(65536), size_t(1000)})
+        for (size_t block : {size_t(65536), size_t(1000)}) {
             EXPECT_EQ(fetch(compressedTransfer(file, block), true, dir), file) << size;
+        }
     }
 }
 
@@ -298,8 +302,9 @@ private:
     static int readInt(int descriptor) {
         std::string bytes = FakeAgent::readExactly(descriptor, 4);
         uint32_t value = 0;
-        for (unsigned char c : bytes)
+        for (unsigned char c : bytes) {
             value = value << 8 | c;
+        }
         return int(value);
     }
 
@@ -308,8 +313,9 @@ private:
         int stamps[MAX_TABLE_COUNT] = {};
         int mask = readInt(descriptor);
         for (int slot = 0; slot < 32; slot++) {
-            if (mask >> slot & 1)
+            if (mask >> slot & 1) {
                 stamps[slot] = readInt(descriptor);
+            }
         }
         ASSERT_EQ(readInt(descriptor), -1);
         FakeAgent::sendAll(descriptor, Answer().ok().data);

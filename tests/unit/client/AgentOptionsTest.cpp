@@ -1,9 +1,8 @@
-#include "client/AgentOptions.h"
-
-#include "client/AgentLibrary.h"
+#include "client/attach/AgentOptions.h"
 
 #include "Expect.h"
 #include "TempDir.h"
+#include "client/attach/AgentLibraryFile.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -43,8 +42,9 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {generations, {}, "onlylocal,quiet,tmpdir=/run/vdk-1"},
         {run, {",,sampling,"}, "onlylocal,quiet,noexceptionevents,tmpdir=/run/vdk-1,sampling"},
     };
-    for (const auto& c : cases)
+    for (const auto& c : cases) {
         EXPECT_EQ(composeAgentOptions(c.arguments, c.choices), c.expected);
+    }
     EXPECT_EQ(wordOf([&] { composeAgentOptions({"--port=5"}, run); }), "usage");
 }
 
@@ -55,8 +55,9 @@ TEST(AgentOptions, valuesWithSeparatorsAreQuoted) {
 }
 
 TEST(AgentOptions, everyResultOfTheAgentHasAnExplanation) {
-    for (int code = 1; code <= 11; code++)
+    for (int code = 1; code <= 11; code++) {
         EXPECT_FALSE(explainAgentResult(code).message.empty()) << code;
+    }
     EXPECT_NE(explainAgentResult(77).message.find("77"), std::string::npos);
 }
 

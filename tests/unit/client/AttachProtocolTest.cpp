@@ -1,4 +1,4 @@
-#include "client/AttachProtocol.h"
+#include "client/attach/AttachProtocol.h"
 
 #include <gtest/gtest.h>
 
@@ -29,8 +29,9 @@ TEST(AttachProtocol, versionIsReadFromTheAnswer) {
                  {"0\n", 1},
                  {"0\nfoo", 1},
                  {"", 1}};
-    for (const auto& c : cases)
+    for (const auto& c : cases) {
         EXPECT_EQ(attachVersion(parseAttachReply(c.answer)), c.version) << c.answer;
+    }
 }
 
 TEST(AttachProtocol, onlyAReturnCodeMeansLoaded) {

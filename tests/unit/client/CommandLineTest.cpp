@@ -1,4 +1,4 @@
-#include "client/CommandLine.h"
+#include "client/commands/CommandLine.h"
 
 #include "Programs.h"
 #include "SourceFolder.h"
@@ -92,8 +92,9 @@ TEST(CommandLine, everyCommandHasHelpWithItsOptionsAndExamples) {
         EXPECT_EQ(shortForm.code, 0) << command.name;
         EXPECT_NE(longForm.out.find("Examples:"), std::string::npos) << command.name;
         EXPECT_EQ(shortForm.out.find("Examples:"), std::string::npos) << command.name;
-        for (const OptionSpec& option : allOptions(command))
+        for (const OptionSpec& option : allOptions(command)) {
             EXPECT_NE(longForm.out.find(option.name), std::string::npos) << option.name;
+        }
         EXPECT_NE(client({"--help"}).out.find("  " + command.name + " "), std::string::npos);
     }
 }
@@ -105,8 +106,9 @@ TEST(CommandLine, everyCommandStandsInTheManualPage) {
         EXPECT_NE(page.find(".SS vdk " + command.name), std::string::npos) << command.name;
         for (const OptionSpec& option : command.options) {
             std::string name = option.name;
-            for (size_t at = 0; (at = name.find('-', at)) != std::string::npos; at += 2)
+            for (size_t at = 0; (at = name.find('-', at)) != std::string::npos; at += 2) {
                 name.replace(at, 1, "\\-");
+            }
             EXPECT_NE(page.find(name), std::string::npos) << command.name << " " << option.name;
         }
     }
@@ -182,15 +184,17 @@ TEST(CommandLine, bashCompletionIsAValidScriptThatKnowsTheCommands) {
 TEST(CommandLine, completionsOfEveryShellNameEveryCommand) {
     for (const char* shell : {"bash", "zsh", "fish"}) {
         std::string script = client({"completions", shell}).out;
-        for (const Command& command : commands())
+        for (const Command& command : commands()) {
             EXPECT_NE(script.find(command.name), std::string::npos) << shell << command.name;
+        }
     }
 }
 
 TEST(CommandLine, programTellsItsExitCode) {
     std::string program = builtFile("vdk");
-    if (program.empty())
+    if (program.empty()) {
         GTEST_SKIP() << "vdk was not built";
+    }
     EXPECT_EQ(run(program + " --version >/dev/null").code, 0);
     EXPECT_EQ(run(program + " nosuch 2>/dev/null").code, 2);
     EXPECT_EQ(run(program + " --help >/dev/full 2>/dev/null").code, 8);

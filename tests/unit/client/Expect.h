@@ -1,7 +1,7 @@
 // Checks on the errors that the client throws.
 #pragma once
 
-#include "client/Errors.h"
+#include "client/console/Errors.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -12,8 +12,9 @@ std::string wordOf(Body body, std::string* message = nullptr) {
     try {
         body();
     } catch (const vdk::ClientError& e) {
-        if (message)
+        if (message) {
             *message = e.what();
+        }
         return e.word;
     }
     return "";

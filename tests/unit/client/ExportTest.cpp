@@ -1,4 +1,4 @@
-#include "client/Export.h"
+#include "client/profile/Export.h"
 
 #include "DbBuilder.h"
 
@@ -77,8 +77,9 @@ TEST(Export, namesOfGeneratedClassesLoseTheirNumbers) {
         {"com.a.Main$1.run", "com.a.Main$1.run"},
         {"com.a.Hex0x12.run", "com.a.Hex0x12.run"},
     };
-    for (const auto& c : cases)
+    for (const auto& c : cases) {
         EXPECT_EQ(cleanFrameName(c.name), c.clean);
+    }
 }
 
 TEST(Export, speedscopeHasOneSampledProfileAThread) {
@@ -103,11 +104,13 @@ TEST(Export, speedscopeHasOneSampledProfileAThread) {
     int64_t sum = 0;
     for (const auto& profile : json["profiles"]) {
         ASSERT_EQ(profile["samples"].size(), profile["weights"].size());
-        for (const auto& weight : profile["weights"])
+        for (const auto& weight : profile["weights"]) {
             sum += weight.get<int64_t>();
+        }
         for (const auto& stack : profile["samples"]) {
-            for (const auto& frame : stack)
+            for (const auto& frame : stack) {
                 EXPECT_LT(frame.get<size_t>(), frames.size());
+            }
         }
     }
     EXPECT_EQ(sum, sample.profile.totalNs());

@@ -1,8 +1,8 @@
 // A server thread in the place of an agent: each connection runs the test's handler.
 #pragma once
 
-#include "client/Connection.h"
-#include "client/Protocol.h"
+#include "client/agent/Connection.h"
+#include "client/agent/Protocol.h"
 
 #include <arpa/inet.h>
 #include <atomic>
@@ -18,8 +18,9 @@
 class Answer {
 public:
     Answer& number(int64_t value, int bytes) {
-        for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8)
+        for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
             data += char(uint64_t(value) >> shift);
+        }
         return *this;
     }
     Answer& integer(int32_t value) { return number(value, 4); }
@@ -98,8 +99,9 @@ public:
         while (sent < bytes.size()) {
             ssize_t count =
                 send(descriptor, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-            if (count <= 0)
+            if (count <= 0) {
                 return;
+            }
             sent += size_t(count);
         }
     }
@@ -113,8 +115,9 @@ public:
         size_t done = 0;
         while (done < size) {
             ssize_t count = recv(descriptor, bytes.data() + done, size - done, 0);
-            if (count <= 0)
+            if (count <= 0) {
                 break;
+            }
             done += size_t(count);
         }
         bytes.resize(done);
@@ -127,8 +130,9 @@ private:
     void serve() {
         for (int count = 0;; count++) {
             int descriptor = accept(listener, nullptr, nullptr);
-            if (descriptor < 0)
+            if (descriptor < 0) {
                 return;
+            }
             handler(descriptor, count);
             shutdown(descriptor, SHUT_WR);
             // Reads what is left, so that closing does not reset what was sent.

@@ -1,14 +1,13 @@
-#include "client/CommandLine.h"
-#include "client/Text.h"
-
-#include "../offline_readers/HprofWriter.h"
+#include "../heapfile/HprofWriter.h"
+#include "client/commands/CommandLine.h"
+#include "client/console/Text.h"
 #include "db/DB.h"
 #include "db/Progress.h"
 #include "db/SnapshotCommon.h"
 #include "db/SnapshotWriter.h"
+#include "heapfile/HprofReader.h"
 #include "offline/HeapAnalysis.h"
 #include "offline/HeapIndexWriter.h"
-#include "offline/HprofReader.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -44,10 +43,11 @@ json heapJson(std::vector<std::string> arguments) {
     EXPECT_TRUE(endsWith(outcome.out, "}\n"));
     std::vector<std::set<std::string>> keys(1);
     auto once = [&](int, json::parse_event_t event, json& value) {
-        if (event == json::parse_event_t::object_start)
+        if (event == json::parse_event_t::object_start) {
             keys.emplace_back();
-        else if (event == json::parse_event_t::object_end)
+        } else if (event == json::parse_event_t::object_end) {
             keys.pop_back();
+        }
         bool again =
             event == json::parse_event_t::key && !keys.back().insert(std::string(value)).second;
         EXPECT_FALSE(again) << value << " is there twice";
@@ -130,8 +130,9 @@ void writeResults(const std::string& dumpPath, const std::string& path) {
     options.withScratch = true;
     auto model = HprofReader::read(std::make_shared<MappedFile>(dumpPath, ""), options);
     std::vector<int> roots;
-    for (const HeapRoot& root : model->roots)
+    for (const HeapRoot& root : model->roots) {
         roots.push_back(root.row);
+    }
     analyzeHeap(*model->storage, roots.data(), int(roots.size()), nullptr, nullptr, 1);
     DB db(-1, -1);
     const int descriptor = open(path.c_str(), O_RDWR);
@@ -145,16 +146,18 @@ void writeResults(const std::string& dumpPath, const std::string& path) {
 
 std::vector<std::pair<long, long>> sizesOf(const json& objects) {
     std::vector<std::pair<long, long>> sizes;
-    for (const json& each : objects)
+    for (const json& each : objects) {
         sizes.emplace_back(each["retained"], each["shallow"]);
+    }
     std::sort(sizes.begin(), sizes.end());
     return sizes;
 }
 
 json entry(const json& list, const std::string& key, const std::string& value) {
     for (const json& each : list) {
-        if (each[key] == value)
+        if (each[key] == value) {
             return each;
+        }
     }
     return json();
 }
@@ -297,8 +300,9 @@ TEST_F(HeapCommand, theResultsOfAnAnalysisOpenWithoutTheirHeap) {
         json known = heapJson({file.path, report, "--top", "100"});
         json opened = heapJson({results.path, report, "--top", "100", "--verify"});
         EXPECT_FALSE(sizesOf(opened["objects"]).empty());
-        for (const auto& sizes : sizesOf(known["objects"]))
+        for (const auto& sizes : sizesOf(known["objects"])) {
             EXPECT_THAT(sizesOf(opened["objects"]), testing::Contains(sizes)) << report;
+        }
     }
     EXPECT_EQ(heapJson({file.path})["shallow"], heapJson({results.path})["shallow"]);
     for (const char* report :

@@ -39,16 +39,18 @@ public class Waiter {
     // object and its standard error in `errorFile`.
     JavaProcess(std::vector<std::string> arguments, const std::string& errorFile) {
         int input[2], output[2];
-        if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0)
+        if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0) {
             return;
+        }
         pid = fork();
         if (pid == 0) {
             dup2(input[0], STDIN_FILENO);
             dup2(output[1], STDOUT_FILENO);
             dup2(open(errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
             std::vector<char*> pointers;
-            for (std::string& argument : arguments)
+            for (std::string& argument : arguments) {
                 pointers.push_back(argument.data());
+            }
             pointers.push_back(nullptr);
             execvp(pointers[0], pointers.data());
             _exit(126);
@@ -73,8 +75,9 @@ public class Waiter {
     bool waitFor(const std::string& text) {
         char c;
         while (output.find(text) == std::string::npos) {
-            if (read(fromProgram, &c, 1) != 1)
+            if (read(fromProgram, &c, 1) != 1) {
                 return false;
+            }
             output += c;
         }
         return true;
@@ -82,12 +85,14 @@ public class Waiter {
 
     // Lets the program end; its exit code.
     int finish() {
-        if (write(toProgram, "x", 1) != 1)
+        if (write(toProgram, "x", 1) != 1) {
             return -1;
+        }
         char buffer[4096];
         ssize_t count;
-        while ((count = read(fromProgram, buffer, sizeof(buffer))) > 0)
+        while ((count = read(fromProgram, buffer, sizeof(buffer))) > 0) {
             output.append(buffer, size_t(count));
+        }
         int status = 0;
         waitpid(pid, &status, 0);
         pid = -1;

@@ -1,9 +1,8 @@
-#include "client/JvmList.h"
-
-#include "client/Hsperf.h"
+#include "client/attach/JvmList.h"
 
 #include "Expect.h"
 #include "TempDir.h"
+#include "client/attach/Hsperf.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -24,8 +23,9 @@ struct FakeMachine {
              int namespacePid = 0) {
         std::string folder = std::to_string(pid) + "/";
         std::string arguments = commandLine;
-        for (char& c : arguments)
+        for (char& c : arguments) {
             c = c == ' ' ? '\0' : c;
+        }
         dir.write(folder + "cmdline", arguments + '\0');
         dir.write(folder + "maps", "7f00-7f01 r-xp 00000000 08:01 1 " + library + "\n");
         dir.write(folder + "status", "Name:\tjava\nState:\tS (sleeping)\nUid:\t0\t" +
@@ -49,8 +49,9 @@ const char Jvm17[] = "/usr/lib/jvm/lib/server/libjvm.so";
 std::string hsperf(const std::string& name, const std::string& text) {
     auto word = [](size_t value) {
         std::string bytes;
-        for (int i = 0; i < 4; i++)
+        for (int i = 0; i < 4; i++) {
             bytes += char(value >> (8 * i) & 255);
+        }
         return bytes;
     };
     size_t data = 20 + name.size() + 1;
@@ -85,8 +86,9 @@ TEST(JvmList, mainIsFoundBehindTheLaunchersOptions) {
             }
             words.push_back(word);
             word.clear();
-            if (!*p)
+            if (!*p) {
                 break;
+            }
         }
         size_t next = 0;
         EXPECT_EQ(findMainArgument(words, next), c.main) << c.commandLine;
@@ -171,11 +173,12 @@ TEST(JvmList, openJ9IsToldApart) {
 
 TEST(JvmList, damagedPerformanceDataIsRefusedOrCut) {
     std::string good = hsperf("sun.rt.javaCommand", "Main");
-    for (size_t length = 0; length < good.size(); length++)
+    for (size_t length = 0; length < good.size(); length++) {
         EXPECT_FALSE(
             parseHsperf(std::string_view(good).substr(0, length)).has_value() &&
             parseHsperf(std::string_view(good).substr(0, length))->count("sun.rt.javaCommand") != 0)
             << length;
+    }
     for (size_t at = 32; at < 52; at++) {
         std::string bad = good;
         bad[at] = '\xff';
@@ -203,6 +206,7 @@ TEST(JvmList, addressesHaveAColonAndAPort) {
     EXPECT_EQ(endpoint.host, "::1");
     EXPECT_TRUE(parseEndpoint("box:80", endpoint));
     EXPECT_EQ(endpoint.text(), "box:80");
-    for (const char* text : {"10005", "box:", "box:0", "box:65536", "box:1x", ""})
+    for (const char* text : {"10005", "box:", "box:0", "box:65536", "box:1x", ""}) {
         EXPECT_FALSE(parseEndpoint(text, endpoint)) << text;
+    }
 }

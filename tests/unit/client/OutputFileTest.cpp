@@ -1,4 +1,4 @@
-#include "client/OutputFile.h"
+#include "client/console/OutputFile.h"
 
 #include "Expect.h"
 #include "TempDir.h"
@@ -14,8 +14,9 @@ using namespace vdk;
 
 static size_t filesIn(const std::string& path) {
     size_t count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(path))
+    for (const auto& entry : std::filesystem::directory_iterator(path)) {
         count += entry.exists();
+    }
     return count;
 }
 

@@ -13,8 +13,9 @@
 inline std::string builtFile(const std::string& name) {
     std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
     for (int level = 0; level < 5; level++, folder = folder.parent_path()) {
-        if (std::filesystem::exists(folder / name))
+        if (std::filesystem::exists(folder / name)) {
             return (folder / name).string();
+        }
     }
     return "";
 }
@@ -28,8 +29,9 @@ inline std::vector<std::string> jdks(const std::string& release) {
         for (size_t i = 0; i < found.gl_pathc; i++) {
             std::string home =
                 std::filesystem::canonical(found.gl_pathv[i]).parent_path().parent_path();
-            if (homes.empty() || homes.back() != home)
+            if (homes.empty() || homes.back() != home) {
                 homes.push_back(home);
+            }
         }
     }
     globfree(&found);
@@ -47,8 +49,9 @@ inline Result run(const std::string& command) {
     FILE* pipe = popen(command.c_str(), "r");
     char buffer[4096];
     size_t count;
-    while ((count = fread(buffer, 1, sizeof(buffer), pipe)) > 0)
+    while ((count = fread(buffer, 1, sizeof(buffer), pipe)) > 0) {
         result.out.append(buffer, count);
+    }
     int status = pclose(pipe);
     result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return result;

@@ -1,9 +1,8 @@
 // The attach protocol and the whole client against real JVMs.
-#include "client/Attach.h"
-#include "core/ground/Logger.h"
-
 #include "Expect.h"
 #include "JavaProcess.h"
+#include "client/attach/Attach.h"
+#include "core/ground/Logger.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -32,11 +31,13 @@ class RealJvm : public testing::TestWithParam<Release> {
 protected:
     void SetUp() override {
         // The JVM tells on standard error what it takes from these.
-        for (const char* name : {"JAVA_TOOL_OPTIONS", "JDK_JAVA_OPTIONS", "_JAVA_OPTIONS"})
+        for (const char* name : {"JAVA_TOOL_OPTIONS", "JDK_JAVA_OPTIONS", "_JAVA_OPTIONS"}) {
             unsetenv(name);
+        }
         homes = jdks(GetParam().name);
-        if (homes.empty() || !JavaProcess::compile(dir))
+        if (homes.empty() || !JavaProcess::compile(dir)) {
             GTEST_SKIP() << "no JDK " << GetParam().name;
+        }
     }
 
     std::vector<std::string> java(const std::vector<std::string>& options = {}) {
@@ -136,8 +137,9 @@ TEST_P(RealJvm, stoppedJvmGivesATimeOut) {
 
 TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentAfterAttach) {
     std::string client = builtFile("vdk");
-    if (client.empty() || builtFile("libvdkagent.so").empty())
+    if (client.empty() || builtFile("libvdkagent.so").empty()) {
         GTEST_SKIP() << "the agent was not built";
+    }
     std::vector<std::string> command = java({"-XX:+EnableDynamicAgentLoading"});
     command.push_back("busy");
     JavaProcess program(command, dir.file("err"));
@@ -175,8 +177,9 @@ TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentAfterAttach) {
 
 TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentUnderRun) {
     std::string client = builtFile("vdk");
-    if (client.empty() || builtFile("libvdkagent.so").empty())
+    if (client.empty() || builtFile("libvdkagent.so").empty()) {
         GTEST_SKIP() << "the agent was not built";
+    }
     std::vector<std::string> command = {client, "run", "sampling", "--"};
     std::vector<std::string> program = java();
     command.insert(command.end(), program.begin(), program.end());

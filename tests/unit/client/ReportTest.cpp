@@ -1,8 +1,8 @@
-#include "client/Report.h"
-#include "client/CallTree.h"
-#include "client/Profile.h"
+#include "client/profile/Report.h"
 
 #include "DbBuilder.h"
+#include "client/profile/CallTree.h"
+#include "client/profile/Profile.h"
 
 #include <gtest/gtest.h>
 #include <map>
@@ -24,8 +24,9 @@ std::ostream& operator<<(std::ostream& out, const Times& times) {
 std::map<std::string, Times> hot(DB& db, bool filters = false) {
     Profile profile = makeProfile(db);
     std::map<std::string, Times> result;
-    for (const HotMethod& method : hotMethods(makeCallTree(profile, {filters, -1})))
+    for (const HotMethod& method : hotMethods(makeCallTree(profile, {filters, -1}))) {
         result[methodName(profile, method.method, false)] = {method.ownNs, method.totalNs};
+    }
     return result;
 }
 

@@ -1,4 +1,4 @@
-#include "client/Text.h"
+#include "client/console/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -24,8 +24,9 @@ TEST(Text, durationsTakeUnitsAndRefuseJunk) {
                  {"2147484", -1}, // more milliseconds than an int holds
                  {"1000000000h", -1},
                  {"99999999999999999999", -1}};
-    for (const auto& c : cases)
+    for (const auto& c : cases) {
         EXPECT_EQ(parseDurationMs(c.text).value_or(-1), c.ms) << c.text;
+    }
 }
 
 TEST(Text, printableLeavesNoControlCharacters) {

@@ -3,10 +3,9 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
-
-#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,15 +1,14 @@
-#include <gtest/gtest.h>
-
-#include <map>
-#include <random>
-#include <set>
-#include <type_traits>
-
 #include "core/ground/Exceptions.h"
 #include "core/ground/ZMap.h"
 #include "core/ground/ZSet.h"
 #include "core/ground/ZString.h"
 #include "core/ground/ZVector.h"
+
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+#include <set>
+#include <type_traits>
 
 namespace {
 

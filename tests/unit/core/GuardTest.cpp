@@ -1,12 +1,12 @@
-#include <gtest/gtest.h>
+#include "core/ground/Guard.h"
 
+#include "core/ground/Globals.h"
+#include "core/ground/ZLock.h"
+
+#include <gtest/gtest.h>
 #include <new>
 #include <string>
 #include <thread>
-
-#include "core/ground/Globals.h"
-#include "core/ground/Guard.h"
-#include "core/ground/ZLock.h"
 
 namespace {
 

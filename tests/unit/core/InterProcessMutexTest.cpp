@@ -1,18 +1,17 @@
 // The lock between processes, with real processes and keys of the test's own.
-#include "core/entry/InterProcessMutex.h"
-
-#include <climits>
-#include <csignal>
-#include <sys/ipc.h>
-#include <sys/shm.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
+#include "machine/InterProcessMutex.h"
 
 #include "SharedMemoryKeys.h"
 #include "core/ground/Exceptions.h"
 #include "platform/Platform.h"
+
+#include <climits>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 

@@ -1,20 +1,19 @@
 // The marker area on keys of the test's own: layout, cut names, dead processes, hostile records.
-#include "core/entry/MarkersOnSharedMemory.h"
+#include "machine/MarkersOnSharedMemory.h"
+
+#include "SharedMemoryKeys.h"
+#include "core/ground/Exceptions.h"
+#include "platform/Platform.h"
 
 #include <climits>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
-
-#include "SharedMemoryKeys.h"
-#include "core/ground/Exceptions.h"
-#include "platform/Platform.h"
 
 namespace {
 

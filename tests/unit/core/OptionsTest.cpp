@@ -1,17 +1,16 @@
 // Startup options: every key with its effect, every refusal with its text.
 #include "core/ground/Options.h"
 
+#include "core/ground/Globals.h"
+#include "core/ground/Logger.h"
+
 #include <climits>
 #include <cstdio>
 #include <functional>
+#include <gtest/gtest.h>
 #include <string>
 #include <unistd.h>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include "core/ground/Globals.h"
-#include "core/ground/Logger.h"
 
 namespace {
 

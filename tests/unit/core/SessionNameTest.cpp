@@ -1,11 +1,10 @@
 // The word that stands for an application, read off real-looking command lines.
 #include "core/ground/SessionName.h"
 
-#include <unistd.h>
+#include "core/ground/Exceptions.h"
 
 #include <gtest/gtest.h>
-
-#include "core/ground/Exceptions.h"
+#include <unistd.h>
 
 namespace {
 

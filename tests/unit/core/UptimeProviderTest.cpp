@@ -1,13 +1,13 @@
-#include <gtest/gtest.h>
+#include "core/ground/UptimeProvider.h"
+
+#include "core/ground/Logger.h"
 
 #include <atomic>
 #include <chrono>
+#include <gtest/gtest.h>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include "core/ground/Logger.h"
-#include "core/ground/UptimeProvider.h"
 
 namespace {
 

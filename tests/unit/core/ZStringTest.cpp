@@ -1,10 +1,10 @@
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <string>
+#include "core/ground/ZString.h"
 
 #include "core/ground/Exceptions.h"
-#include "core/ground/ZString.h"
+
+#include <climits>
+#include <gtest/gtest.h>
+#include <string>
 
 namespace {
 

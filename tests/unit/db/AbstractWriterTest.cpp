@@ -1,8 +1,8 @@
 #include "db/AbstractWriter.h"
 
-#include <gtest/gtest.h>
-
 #include "DBTestSupport.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 template <typename Write>

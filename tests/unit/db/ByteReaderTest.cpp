@@ -1,14 +1,12 @@
 #include "db/ByteReader.h"
 
-#include <cstdlib>
-#include <thread>
-
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
 #include "DBTestSupport.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 // The message of the exception that the body throws, empty if it throws none.

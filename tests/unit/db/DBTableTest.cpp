@@ -1,8 +1,8 @@
 #include "db/DBTable.h"
 
-#include <gtest/gtest.h>
-
 #include "DBTestSupport.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 typedef DBTable<FrameRecord> FrameTable;

@@ -1,8 +1,8 @@
 #include "db/DB.h"
 
-#include <gtest/gtest.h>
-
 #include "DBTestSupport.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 int standInCalls = 0;

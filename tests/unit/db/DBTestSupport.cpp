@@ -1,9 +1,9 @@
 #include "DBTestSupport.h"
 
-#include <cstdio>
-
 #include "db/Progress.h"
 #include "db/SnapshotCommon.h"
+
+#include <cstdio>
 
 namespace {
 std::string& logLines() {

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "db/AbstractWriter.h"
 #include "db/DB.h"
+
+#include <string>
+#include <vector>
 
 // Collects what is written, and the sizes in which it was flushed.
 class MemoryWriter : public AbstractWriter {

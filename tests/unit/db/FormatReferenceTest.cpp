@@ -1,15 +1,14 @@
 // The reference of tables and fields in docs/format-tables.md is made from the record catalogue.
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "SourceFolder.h"
 #include "db/Records.h"
 #include "db/SnapshotCommon.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string>
 
 namespace {
 const char* typeName(FieldType type) {

@@ -1,8 +1,8 @@
 #include "db/J2EEIndex.h"
 
-#include <gtest/gtest.h>
-
 #include "DBTestSupport.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 struct J2EEIndexTest : testing::Test {

@@ -1,14 +1,12 @@
 #include "db/SnapshotCommon.h"
 
-#include <ctime>
-
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
 #include "DBTestSupport.h"
 #include "db/Progress.h"
 #include "db/SnapshotWriter.h"
+
+#include <ctime>
+#include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace {
 std::string headerBytes(long flags) {

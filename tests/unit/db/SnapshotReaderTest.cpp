@@ -1,14 +1,12 @@
 #include "db/SnapshotReader.h"
 
-#include <cstdlib>
-
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
 #include "DBTestSupport.h"
 #include "db/Progress.h"
 #include "db/SnapshotWriter.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace {
 // A performance snapshot of the database as a file's bytes; `heap` and `closing` stand in for the

@@ -1,11 +1,10 @@
 #include "db/StringPool.h"
 
+#include "DBTestSupport.h"
+
 #include <cstdlib>
 #include <cstring>
-
 #include <gtest/gtest.h>
-
-#include "DBTestSupport.h"
 
 TEST(StringPool, internsByContent) {
     DB db(-1, -1);

@@ -1,9 +1,9 @@
 #include "db/TableStreamReader.h"
 
-#include <gtest/gtest.h>
-
 #include "DBTestSupport.h"
 #include "db/SnapshotCommon.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 // Applies a stream as it comes from an agent. The message of the failure, empty for none.

@@ -1,12 +1,11 @@
 #include "db/ThreadFrameIndex.h"
 
+#include "DBTestSupport.h"
+
+#include <gtest/gtest.h>
 #include <map>
 #include <random>
 #include <utility>
-
-#include <gtest/gtest.h>
-
-#include "DBTestSupport.h"
 
 namespace {
 constexpr int OLDEST = 1;

@@ -1,10 +1,9 @@
 #include "db/UserTable.h"
 
-#include <memory>
+#include "DBTestSupport.h"
 
 #include <gtest/gtest.h>
-
-#include "DBTestSupport.h"
+#include <memory>
 
 namespace {
 std::unique_ptr<UserTable> make(const char* description) {

@@ -1,18 +1,16 @@
-#include <atomic>
-#include <chrono>
-#include <thread>
-
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
 #include "DBTestSupport.h"
 #include "db/Progress.h"
 #include "db/SnapshotWriter.h"
 #include "db/SocketWriter.h"
+
+#include <atomic>
+#include <chrono>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 struct SocketPair {

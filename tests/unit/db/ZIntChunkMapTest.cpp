@@ -1,15 +1,14 @@
 #include "db/ZIntChunkMap.h"
 
-#include <atomic>
-#include <map>
-#include <random>
-#include <thread>
-
-#include <gtest/gtest.h>
-
 #include "core/ground/Exceptions.h"
 #include "db/Records.h"
 #include "db/ZIntChunkMap2.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+#include <thread>
 
 namespace {
 FrameRecord defaultFrame() {

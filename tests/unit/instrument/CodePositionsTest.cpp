@@ -1,12 +1,11 @@
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <cstdlib>
-
 #include "classfile/OpCodes.h"
 #include "support/ClassBundle.h"
 #include "support/ReferenceClass.h"
 #include "support/RewriteClasses.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <gtest/gtest.h>
 
 // Rewritten classes are compared with their originals: old and new code are walked side by side,
 // and every position that an attribute, a handler, a frame or a branch holds must lie where its

@@ -1,11 +1,11 @@
-#include <gtest/gtest.h>
-
 #include "instrument/BranchWidening.h"
 #include "instrument/CodeRewrite.h"
 #include "instrument/TracingInstrumentation.h"
 #include "support/ClassBuilder.h"
 #include "support/ReferenceClass.h"
 #include "support/RewriteClasses.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

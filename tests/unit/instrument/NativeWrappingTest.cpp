@@ -1,10 +1,11 @@
-#include <gtest/gtest.h>
+#include "instrument/NativeWrapping.h"
 
 #include "instrument/LoaderDelegation.h"
-#include "instrument/NativeWrapping.h"
 #include "instrument/Patchers.h"
 #include "support/ClassBuilder.h"
 #include "support/ReferenceClass.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,11 +1,10 @@
-#include <gtest/gtest.h>
-
-#include <map>
-
 #include "support/ClassBuilder.h"
 #include "support/ClassBundle.h"
 #include "support/ReferenceClass.h"
 #include "support/RewriteClasses.h"
+
+#include <gtest/gtest.h>
+#include <map>
 
 // Methods that no compiler would emit are rewritten and run in JVMs that verify everything. Each
 // has a static method m(I)I; its result must be that of the original.

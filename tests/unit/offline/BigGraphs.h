@@ -1,12 +1,12 @@
 #pragma once
 
+#include "offline/ObjectStorage.h"
+
 #include <cstdint>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
-
-#include "offline/ObjectStorage.h"
 
 // Heaps of any size with a known shape, for the computations whose cost must stay linear.
 struct BigGraph {

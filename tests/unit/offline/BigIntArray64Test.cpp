@@ -1,15 +1,15 @@
 #include "offline/BigIntArray64.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-#include <vector>
-
 #include "core/ground/Exceptions.h"
 #include "core/ground/Logger.h"
 #include "db/AbstractWriter.h"
 #include "offline/BigIntArray64Presized.h"
 #include "offline/MemAllocator.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 

@@ -1,10 +1,10 @@
-#include <gtest/gtest.h>
-#include <vector>
-
 #include "core/ground/Logger.h"
 #include "offline/BackwardReferences.h"
 #include "offline/DominatorComputer.h"
 #include "offline/Reachability.h"
+
+#include <gtest/gtest.h>
+#include <vector>
 
 // One large graph, by the same formula as in AnalysisCases.java: keep in sync with it.
 TEST(DominatorsDigest, ofALargeGraphHaveTheDigestThatJavaSees) {

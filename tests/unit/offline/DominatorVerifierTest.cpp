@@ -1,10 +1,10 @@
 #include "offline/DominatorVerifier.h"
 
-#include <gtest/gtest.h>
-
 #include "TestGraph.h"
 #include "core/ground/Logger.h"
 #include "offline/FlatGraph.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,10 +1,10 @@
-#include <cstdlib>
-#include <gtest/gtest.h>
-
 #include "BigGraphs.h"
 #include "core/ground/Logger.h"
 #include "offline/DominatorVerifier.h"
 #include "offline/HeapAnalysis.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
 
 // Rows of each graph: 1 million, or VDK_BIG_GRAPH_ROWS (10000000 takes a minute).
 namespace {

@@ -1,11 +1,10 @@
-#include "offline/DominatorComputer.h"
-
-#include <gtest/gtest.h>
-
 #include "TestGraph.h"
 #include "core/ground/Exceptions.h"
 #include "core/ground/Logger.h"
+#include "offline/DominatorComputer.h"
 #include "offline/DominatorVerifier.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,15 +1,5 @@
 #include "offline/ObjectStorage.h"
 
-#include <cstdio>
-#include <cstdlib>
-#include <fcntl.h>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <iterator>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "TestGraph.h"
 #include "core/ground/Exceptions.h"
 #include "core/ground/Logger.h"
@@ -19,6 +9,16 @@
 #include "offline/HeapIndexWriter.h"
 #include "offline/OIDProcessor.h"
 #include "offline/OfflineGlobals.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 

@@ -1,15 +1,15 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
-#include <random>
-#include <vector>
-
 #include "offline/BackwardReferences.h"
 #include "offline/DominatorComputer.h"
 #include "offline/HeapAnalysis.h"
 #include "offline/ObjectStorage.h"
 #include "offline/Reachability.h"
+
+#include <cstdint>
+#include <memory>
+#include <random>
+#include <vector>
 
 // A graph as plain lists, with its dominators by the definition: d dominates w if w can't be
 // reached from the virtual root (0) without d. Nodes run from 1 below count.

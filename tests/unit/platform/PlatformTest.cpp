@@ -1,11 +1,14 @@
 // The seam to the operating system, against real processes, threads and segments.
 #include "platform/Platform.h"
 
+#include "SharedMemoryKeys.h"
+
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <string>
@@ -16,10 +19,6 @@
 #include <time.h>
 #include <unistd.h>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include "SharedMemoryKeys.h"
 
 namespace {
 

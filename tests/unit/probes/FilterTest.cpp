@@ -1,17 +1,15 @@
 #include "probes/Filter.h"
 
-#include <algorithm>
-#include <cstring>
-#include <set>
-#include <string>
-#include <vector>
-
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
 #include "db/DB.h"
 #include "probes/FilterDefaults.h"
+
+#include <algorithm>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <set>
+#include <string>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 std::string& logLines() {

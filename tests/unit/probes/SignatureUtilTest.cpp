@@ -1,8 +1,7 @@
 #include "probes/SignatureUtil.h"
 
-#include <string>
-
 #include <gtest/gtest.h>
+#include <string>
 
 namespace {
 // Parses a pattern; the six outputs as "class|method|parameters|return|annotation|annotation", or

@@ -1,10 +1,9 @@
 #include "probes/WildcardMatch.h"
 
 #include <chrono>
+#include <gtest/gtest.h>
 #include <random>
 #include <string>
-
-#include <gtest/gtest.h>
 
 namespace {
 // The definition: a star tries the rest of the pattern at each position of the text.

@@ -1,8 +1,8 @@
 #include "profiling/InstanceCounting.h"
 
-#include <gtest/gtest.h>
-
 #include "ToyJvm.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 const InstanceCountsRecord* row(int index) {

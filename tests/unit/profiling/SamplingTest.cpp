@@ -1,11 +1,11 @@
 #include "profiling/Sampling.h"
 
-#include <gtest/gtest.h>
-
 #include "ToyJvm.h"
 #include "profiling/AllStacks.h"
 #include "profiling/MethodLookup.h"
 #include "profiling/ZFrameStorage.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

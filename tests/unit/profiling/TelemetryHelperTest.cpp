@@ -1,8 +1,8 @@
 #include "profiling/TelemetryHelper.h"
 
-#include <gtest/gtest.h>
-
 #include "ToyJvm.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

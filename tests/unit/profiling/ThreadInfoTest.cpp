@@ -1,9 +1,9 @@
 #include "profiling/ThreadInfo.h"
 
-#include <gtest/gtest.h>
-
 #include "ToyJvm.h"
 #include "profiling/FinishedThreads.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,17 +1,16 @@
 #pragma once
 
-#include <jvmti.h>
+#include "core/ground/Globals.h"
+#include "core/ground/Options.h"
+#include "core/jvm/JvmGlobals.h"
+#include "db/DB.h"
+#include "profiling/ThreadInfo.h"
 
 #include <cstring>
+#include <jvmti.h>
 #include <map>
 #include <string>
 #include <vector>
-
-#include "core/ground/Globals.h"
-#include "core/ground/JvmGlobals.h"
-#include "core/ground/Options.h"
-#include "db/DB.h"
-#include "profiling/ThreadInfo.h"
 
 // ToyJvm: a fresh ourDB, and the few functions of JVMTI and JNI that profiling needs to name
 // methods and to hold threads. One lives at a time.

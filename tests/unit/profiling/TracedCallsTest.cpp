@@ -1,13 +1,13 @@
 #include "profiling/TracedCalls.h"
 
-#include <gtest/gtest.h>
-
 #include "ToyJvm.h"
-#include "core/ground/CallbackNatives.h"
+#include "core/jvm/CallbackNatives.h"
 #include "profiling/CpuTime.h"
 #include "profiling/MethodLookup.h"
 #include "profiling/Tracing.h"
 #include "profiling/ZFrameStorage.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

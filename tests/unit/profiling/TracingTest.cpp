@@ -1,8 +1,8 @@
 #include "profiling/Tracing.h"
 
-#include <gtest/gtest.h>
-
 #include "ToyJvm.h"
+
+#include <gtest/gtest.h>
 
 TEST(Tracing, costOfCallsIsTakenOffAndNothingIsNegative) {
     const struct {

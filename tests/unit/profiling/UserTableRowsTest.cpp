@@ -1,9 +1,9 @@
 #include "profiling/UserTableRows.h"
 
-#include <gtest/gtest.h>
-
 #include "ToyJvm.h"
 #include "profiling/ClassLoadingProbe.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,9 +1,9 @@
 #include "profiling/WallTimeCorrector.h"
 
-#include <gtest/gtest.h>
-
 #include "ToyJvm.h"
 #include "profiling/ZFrameStorage.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 

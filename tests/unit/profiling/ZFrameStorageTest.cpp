@@ -1,11 +1,10 @@
 #include "profiling/ZFrameStorage.h"
 
-#include <random>
-
-#include <gtest/gtest.h>
-
 #include "ToyJvm.h"
 #include "profiling/MethodLookup.h"
+
+#include <gtest/gtest.h>
+#include <random>
 
 namespace {
 

@@ -2,11 +2,10 @@
 #include "runtime/RuntimeArchive.h"
 
 #include <cstring>
+#include <gtest/gtest.h>
 #include <set>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace {
 

@@ -1,16 +1,15 @@
 #include "snapshot/Snapshoting.h"
 
-#include <fcntl.h>
-#include <fstream>
-#include <sstream>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
 #include "db/SnapshotReader.h"
 #include "profiling/ToyJvm.h"
 #include "snapshot/SnapshotFile.h"
+
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 

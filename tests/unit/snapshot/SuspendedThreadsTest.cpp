@@ -1,9 +1,9 @@
 #include "snapshot/SuspendedThreads.h"
 
+#include "profiling/ToyJvm.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include "profiling/ToyJvm.h"
 
 using testing::ElementsAre;
 

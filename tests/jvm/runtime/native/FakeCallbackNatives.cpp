@@ -1,6 +1,6 @@
 // A body for each native of Callback that does nothing, so that the runtime classes run in a JVM
 // without the agent. HarnessNatives.cpp replaces those that tests look at.
-#include "core/ground/CallbackNatives.h"
+#include "core/jvm/CallbackNatives.h"
 
 #define FAKE_BODY(name, signature, type, parameters)                                               \
     __attribute__((weak)) type JNICALL Java_com_vandrik_runtime_Callback_##name parameters {       \

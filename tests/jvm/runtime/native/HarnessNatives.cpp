@@ -1,12 +1,11 @@
 // Binds the natives of the runtime classes in a plain JVM: the real ones of the control socket,
 // made-up ones of Callback that hand over to the Java class FakeNatives or write to the socket.
-#include <cstring>
-
-#include <sys/socket.h>
-
-#include "core/ground/CallbackNatives.h"
+#include "core/jvm/CallbackNatives.h"
 #include "runtime/ControlSocketNatives.h"
 #include "runtime/DiagnosticNatives.h"
+
+#include <cstring>
+#include <sys/socket.h>
 
 #define ROW(name, signature)                                                                       \
     {const_cast<char*>(#name), const_cast<char*>(signature),                                       \

@@ -46,7 +46,7 @@ final class ProtocolTest {
     }
 
     static void testTheClientHasTheSameNumbersAndTexts() throws Exception {
-        String header = source("src/client/Protocol.h");
+        String header = source("src/client/agent/Protocol.h");
         Map<String, Integer> client = find(header, "(PACKET_\\w+) = (\\d+)");
         Check.isTrue(client.size() > 10, "packets of the client: " + client.size());
         for (Map.Entry<String, Integer> entry : client.entrySet()) {

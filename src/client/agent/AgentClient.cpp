@@ -1,0 +1,284 @@
+#include "client/agent/AgentClient.h"
+
+#include "client/agent/Inflate.h"
+#include "client/agent/Protocol.h"
+#include "client/console/Errors.h"
+#include "db/ByteReader.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace vdk {
+
+using namespace protocol;
+
+namespace {
+
+AgentInfo readInfo(Session& session) {
+    session.expectOk();
+    AgentInfo info;
+    info.protocolVersion = session.readInt();
+    if (info.protocolVersion != Version) {
+        throw ClientError(ExitCode::AgentFailed, "agent.incompatible",
+                          std::string(INCOMPATIBLE_AGENT_MESSAGE) + "\nProtocol version " +
+                              std::to_string(info.protocolVersion) + ", expected " +
+                              std::to_string(Version));
+    }
+    info.product = session.readStringNotNull();
+    info.capabilities = session.readLong();
+    info.sessionName = session.readStringNotNull();
+    info.sessionId = session.readLong();
+    info.hostId = session.readStringNotNull();
+    info.snapshotDirectory = session.readStringNotNull();
+    info.pid = session.readInt();
+    info.telemetryLimit = session.readInt();
+    return info;
+}
+
+[[noreturn]] void failTransfer(const std::string& detail) {
+    throw ClientError(ExitCode::BadInput, "agent.data",
+                      std::string(INCORRECT_DATA_FROM_AGENT_MESSAGE) + "\n" + detail);
+}
+
+void report(const ProgressCallback& progress, int64_t done, int64_t length) {
+    if (progress && length > 0) {
+        progress(static_cast<int>(double(done) / double(length) * 100));
+    }
+}
+
+// The bytes that a connection brings, as the table reader takes them. Losing the connection is a
+// ClientError of the connection's own.
+class ConnectionSource : public ByteSource {
+public:
+    explicit ConnectionSource(Connection& connection)
+        : connection(connection), bytes(size_t(1) << 16) {}
+
+    bool nextPiece(const unsigned char** piece, long* count) override {
+        *piece = bytes.data();
+        *count = long(connection.readSome(bytes.data(), bytes.size()));
+        return *count > 0;
+    }
+    long getTotalSize() const override { return -1; }
+    const ZString& getErrorMessage() const override { return noError; }
+
+private:
+    Connection& connection;
+    std::vector<unsigned char> bytes;
+    ZString noError;
+};
+
+} // namespace
+
+AgentInfo AgentClient::info() {
+    Connection connection(endpoint, timeoutMs);
+    Session session(connection);
+    session.send(PacketWriter(PACKET_GET_AGENT_INFO_REQ));
+    return readInfo(session);
+}
+
+AgentInfo AgentClient::info(int64_t* status) {
+    Connection connection(endpoint, timeoutMs);
+    Session session(connection);
+    session.startSequence();
+    session.send(PacketWriter(PACKET_GET_AGENT_INFO_REQ));
+    AgentInfo result = readInfo(session);
+    session.send(PacketWriter(PACKET_GET_STATUS_REQ));
+    session.expectOk();
+    *status = session.readLong();
+    session.endSequence();
+    return result;
+}
+
+void AgentClient::command(int packet, int timeout) {
+    Connection connection(endpoint, timeoutMs);
+    connection.setTimeout(timeout);
+    Session session(connection);
+    session.send(PacketWriter(packet));
+    session.expectOk();
+}
+
+void AgentClient::startCpuProfiling(int64_t mode, const std::optional<std::string>& filters,
+                                    const std::optional<std::string>& wallTimes) {
+    Connection connection(endpoint, timeoutMs);
+    if (mode != CPU_SAMPLING) {
+        connection.setTimeout(LongTimeoutMs); // the agent calibrates first, if it has not yet
+    }
+    Session session(connection);
+    PacketWriter packet(PACKET_START_CPU_PROFILING_REQ);
+    session.send(packet.writeLong(mode).writeString(filters).writeString(wallTimes));
+    session.expectOk();
+}
+
+void AgentClient::stopCpuProfiling() {
+    command(PACKET_STOP_CPU_PROFILING_REQ, timeoutMs);
+}
+
+void AgentClient::clear(ProfilingData data) {
+    static const struct {
+        ProfilingData data;
+        int packet;
+    } packets[] = {
+        {ProfilingData::Cpu, PACKET_CLEAR_CPU_DATA},
+        {ProfilingData::Monitors, PACKET_CLEAR_MONITOR_DATA},
+        {ProfilingData::Allocations, PACKET_CLEAR_ALLOCATION_DATA},
+        {ProfilingData::Exceptions, PACKET_CLEAR_EXCEPTIONS},
+    };
+    for (const auto& entry : packets) {
+        if (entry.data == data) {
+            command(entry.packet, timeoutMs);
+        }
+    }
+}
+
+void AgentClient::retransformLoadedClasses(const std::optional<std::string>& filterFile) {
+    Connection connection(endpoint, timeoutMs);
+    connection.setTimeout(LongTimeoutMs);
+    Session session(connection);
+    PacketWriter packet(PACKET_RETRANSFORM_CLASSES_LOADED_BEFORE_AGENT_WAS_ATTACHED);
+    session.send(packet.writeBoolean(filterFile.has_value()).writeString(filterFile));
+    session.expectOk();
+}
+
+AgentClient::GcResult AgentClient::forceGc() {
+    Connection connection(endpoint, timeoutMs);
+    connection.setTimeout(LongTimeoutMs);
+    Session session(connection);
+    session.send(PacketWriter(PACKET_FORCE_GC_REQ));
+    session.expectOk();
+    GcResult result;
+    result.usedBefore = session.readLong();
+    result.usedAfter = session.readLong();
+    return result;
+}
+
+std::string AgentClient::statistics() {
+    Connection connection(endpoint, timeoutMs);
+    Session session(connection);
+    session.send(PacketWriter(PACKET_GET_DATABASE_STATISTICS));
+    session.expectOk();
+    return session.readStringNotNull();
+}
+
+std::string AgentClient::threadDump() {
+    Connection connection(endpoint, timeoutMs);
+    connection.setTimeout(LongTimeoutMs);
+    Session session(connection);
+    session.send(PacketWriter(PACKET_GET_JVM_THREAD_DUMP_REQ));
+    session.expectOk();
+    return session.readStringNotNull();
+}
+
+std::string AgentClient::captureSnapshot(int64_t flags, const std::string& directory,
+                                         const std::string& pattern,
+                                         const ProgressCallback& progress) {
+    Connection connection(endpoint, timeoutMs);
+    connection.setTimeout(LongTimeoutMs);
+    Session session(connection);
+    PacketWriter packet(PACKET_CAPTURE_SNAPSHOT_REQ);
+    session.send(packet.writeLong(flags).writeString(directory).writeString(pattern));
+    while (true) {
+        int32_t type = session.readHeader();
+        if (type == PACKET_OK_RESP) {
+            return session.readStringNotNull();
+        }
+        if (type != PACKET_PROGRESS) {
+            failTransfer("Wrong packet type: " + std::to_string(type) +
+                         " while a snapshot is captured");
+        }
+        int32_t percent = session.readInt();
+        if (percent < 0 || percent > 100) {
+            failTransfer("Progress of " + std::to_string(percent) + " percent");
+        }
+        if (progress) {
+            progress(percent);
+        }
+    }
+}
+
+void AgentClient::receivePlain(Session& session, int64_t length, OutputFile& out,
+                               const ProgressCallback& progress) {
+    std::vector<char> buffer(1 << 16);
+    for (int64_t done = 0; done < length;) {
+        size_t count = size_t(std::min<int64_t>(length - done, int64_t(buffer.size())));
+        session.readBytes(buffer.data(), count);
+        out.write(buffer.data(), count);
+        done += int64_t(count);
+        report(progress, done, length);
+    }
+}
+
+// Each chunk of the file is deflated by itself and comes in blocks, an int 0 behind the last.
+void AgentClient::receiveChunks(Session& session, int64_t length, OutputFile& out,
+                                const ProgressCallback& progress) {
+    std::vector<char> block(TRANSFER_COMPRESSED_CHUNK_SIZE);
+    std::vector<char> chunk(TRANSFER_UNCOMPRESSED_CHUNK_SIZE);
+    for (int64_t done = 0; done < length;) {
+        size_t expected = size_t(std::min<int64_t>(length - done, int64_t(chunk.size())));
+        Inflater inflater(chunk.data(), expected);
+        while (int32_t size = session.readInt()) {
+            if (size < 0 || size > TRANSFER_COMPRESSED_CHUNK_SIZE) {
+                failTransfer("Invalid block size: " + std::to_string(size));
+            }
+            session.readBytes(block.data(), size_t(size));
+            if (!inflater.add(block.data(), size_t(size))) {
+                failTransfer("A compressed block is damaged: " + inflater.error());
+            }
+        }
+        if (!inflater.isComplete()) {
+            failTransfer("A compressed chunk of " + std::to_string(expected) + " bytes gave " +
+                         std::to_string(inflater.produced()));
+        }
+        out.write(chunk.data(), expected);
+        done += int64_t(expected);
+        report(progress, done, length);
+    }
+}
+
+int64_t AgentClient::downloadSnapshot(const std::string& path, bool compressed, OutputFile& out,
+                                      const ProgressCallback& progress) {
+    Connection connection(endpoint, timeoutMs);
+    connection.setTimeout(std::max(timeoutMs, 60000));
+    Session session(connection);
+    PacketWriter packet(compressed ? PACKET_TRANSFER_SNAPSHOT_COMPRESSED_REQ
+                                   : PACKET_TRANSFER_SNAPSHOT_REQ);
+    session.send(packet.writeString(path));
+    session.expectOk();
+    int64_t length = session.readLong();
+    if (length < 0) {
+        failTransfer("Negative file length: " + std::to_string(length));
+    }
+    if (compressed) {
+        receiveChunks(session, length, out, progress);
+    } else {
+        receivePlain(session, length, out, progress);
+    }
+    return length;
+}
+
+TableFetcher::TableFetcher(AgentClient& client)
+    : client(client), db(std::make_unique<DB>(-1, -1)), reader(db.get()) {}
+
+void TableFetcher::fetch(int mask) {
+    Connection connection(client.address(), client.timeout());
+    connection.setTimeout(std::max(client.timeout(), 60000));
+    Session session(connection);
+    PacketWriter packet(PACKET_UPDATE_DATABASE_TABLES);
+    packet.writeInt(mask);
+    for (int slot = 0; slot < CORE_TABLE_COUNT; slot++) {
+        if (mask >> slot & 1) {
+            packet.writeInt(reader.getStamps()[slot]);
+        }
+    }
+    packet.writeInt(-1); // no user tables
+    session.send(packet);
+    session.expectOk();
+    ConnectionSource source(connection);
+    ByteReader input(source);
+    try {
+        reader.readSocketStream(input);
+    } catch (const BadInputException& e) {
+        failTransfer(e.message.c_str());
+    }
+}
+
+} // namespace vdk

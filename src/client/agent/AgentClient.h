@@ -1,0 +1,103 @@
+// What an agent can be asked, each as one call on a connection of its own: the agent serves one
+// client at a time, so no connection stays open between calls.
+#pragma once
+
+#include "client/agent/Connection.h"
+#include "client/agent/Session.h"
+#include "client/console/OutputFile.h"
+#include "db/DB.h"
+#include "db/TableStreamReader.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace vdk {
+
+struct AgentInfo {
+    int protocolVersion = 0;
+    std::string product;
+    int64_t capabilities = 0;
+    std::string sessionName;
+    int64_t sessionId = 0;
+    std::string hostId;
+    std::string snapshotDirectory;
+    int pid = 0;
+    int telemetryLimit = 0; // rows
+};
+
+enum class ProfilingData { Cpu, Monitors, Allocations, Exceptions };
+
+// Percent done, 0 to 100.
+using ProgressCallback = std::function<void(int)>;
+
+class AgentClient {
+public:
+    explicit AgentClient(const Endpoint& endpoint, int timeoutMs = 15000)
+        : endpoint(endpoint), timeoutMs(timeoutMs) {}
+
+    // Refuses an agent of another protocol version ("agent.incompatible").
+    AgentInfo info();
+    // info and status in one connection.
+    AgentInfo info(int64_t* status);
+
+    // Filter and wall-time texts; nothing leaves them to the agent's own files.
+    void startCpuProfiling(int64_t mode, const std::optional<std::string>& filters,
+                           const std::optional<std::string>& wallTimes);
+    void stopCpuProfiling();
+    void clear(ProfilingData data);
+    // Rewrites the classes that were loaded before an attach; with a filter file, a path in the
+    // target's view, all but those that it filters out. Nothing to do is no error.
+    void retransformLoadedClasses(const std::optional<std::string>& filterFile);
+
+    struct GcResult {
+        int64_t usedBefore, usedAfter; // bytes
+    };
+    GcResult forceGc();
+    std::string statistics();
+    std::string threadDump();
+
+    // The path of the file in the target's view.
+    std::string captureSnapshot(int64_t flags, const std::string& directory,
+                                const std::string& pattern, const ProgressCallback& progress);
+    // Fetches a snapshot of the agent's into the file; the number of its bytes.
+    int64_t downloadSnapshot(const std::string& path, bool compressed, OutputFile& out,
+                             const ProgressCallback& progress);
+
+    // Work that runs the JVM's collector or walks all data takes longer than any other answer.
+    static constexpr int LongTimeoutMs = 600000;
+
+    const Endpoint& address() const { return endpoint; }
+    int timeout() const { return timeoutMs; }
+
+private:
+    // One request without fields and an answer without fields.
+    void command(int packet, int timeout);
+    void receiveChunks(Session& session, int64_t length, OutputFile& out,
+                       const ProgressCallback& progress);
+    void receivePlain(Session& session, int64_t length, OutputFile& out,
+                      const ProgressCallback& progress);
+
+    Endpoint endpoint;
+    int timeoutMs;
+};
+
+// A local copy of an agent's tables that each fetch brings up to date: only what changed comes.
+class TableFetcher {
+public:
+    explicit TableFetcher(AgentClient& client);
+
+    // Bit s of the mask is core table s. Throws ClientError BadInput "agent.data" when the stream
+    // does not hold up; the copy is then of no more use.
+    void fetch(int mask);
+
+    DB& database() { return *db; }
+
+private:
+    AgentClient& client;
+    std::unique_ptr<DB> db;
+    TableStreamReader reader;
+};
+
+} // namespace vdk

@@ -1,0 +1,180 @@
+#include "client/agent/Connection.h"
+
+#include "client/console/Errors.h"
+#include "client/console/Signals.h"
+#include "client/console/Text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <fcntl.h>
+#include <netdb.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace vdk {
+
+namespace {
+
+[[noreturn]] void failConnect(const Endpoint& endpoint, int error) {
+    std::string hint;
+    if (error == ECONNREFUSED) {
+        hint =
+            "the agent may have ended, or listen on another port; `vdk list` shows the live ones";
+    }
+    throw ClientError(ExitCode::AgentFailed, "agent.connect",
+                      "cannot connect to " + endpoint.text() + ": " + strerror(error), hint);
+}
+
+int openSocket(const Endpoint& endpoint) {
+    addrinfo hints = {};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* addresses = nullptr;
+    std::string port = std::to_string(endpoint.port);
+    int result = getaddrinfo(endpoint.host.c_str(), port.c_str(), &hints, &addresses);
+    if (result != 0) {
+        throw ClientError(ExitCode::AgentFailed, "agent.connect",
+                          "cannot resolve " + endpoint.host + ": " + gai_strerror(result));
+    }
+    int lastError = 0;
+    int descriptor = -1;
+    for (addrinfo* address = addresses; address && descriptor < 0; address = address->ai_next) {
+        descriptor = socket(address->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        if (descriptor < 0) {
+            lastError = errno;
+            continue;
+        }
+        if (connect(descriptor, address->ai_addr, address->ai_addrlen) != 0 &&
+            errno != EINPROGRESS) {
+            lastError = errno;
+            close(descriptor);
+            descriptor = -1;
+        }
+    }
+    freeaddrinfo(addresses);
+    if (descriptor < 0) {
+        failConnect(endpoint, lastError);
+    }
+    return descriptor;
+}
+
+} // namespace
+
+Connection::Connection(const Endpoint& endpoint, int timeoutMs)
+    : descriptor(openSocket(endpoint)), timeoutMs(timeoutMs) {
+    try {
+        waitFor(POLLOUT, "connection to");
+        int error = 0;
+        socklen_t size = sizeof(error);
+        getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size);
+        if (error != 0) {
+            failConnect(endpoint, error);
+        }
+    } catch (...) {
+        close(descriptor);
+        throw;
+    }
+}
+
+Connection::Connection(int descriptor, int timeoutMs)
+    : descriptor(descriptor), timeoutMs(timeoutMs) {
+    fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
+}
+
+Connection::~Connection() {
+    close(descriptor);
+}
+
+void Connection::waitFor(short events, const char* what) {
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (true) {
+        throwIfInterrupted();
+        auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0) {
+            throw ClientError(ExitCode::TimedOut, "agent.timeout",
+                              std::string("no ") + what + " the agent within " +
+                                  formatLimit(timeoutMs),
+                              "another client may hold the agent's port; --timeout sets the limit");
+        }
+        pollfd entry = {descriptor, events, 0};
+        int result = poll(&entry, 1, static_cast<int>(left));
+        if (result > 0) {
+            return;
+        }
+        if (result < 0 && errno != EINTR) {
+            throw ClientError(ExitCode::AgentFailed, "agent.connect",
+                              std::string("poll failed: ") + strerror(errno));
+        }
+    }
+}
+
+size_t Connection::readSome(void* data, size_t size) {
+    if (position < buffer.size()) {
+        size_t count = std::min(size, buffer.size() - position);
+        memcpy(data, buffer.data() + position, count);
+        position += count;
+        return count;
+    }
+    bool direct = size >= BufferSize;
+    if (!direct) {
+        buffer.resize(BufferSize);
+    }
+    while (true) {
+        ssize_t count = direct ? recv(descriptor, data, size, 0)
+                               : recv(descriptor, buffer.data(), BufferSize, 0);
+        if (count >= 0 && direct) {
+            return size_t(count);
+        }
+        if (count >= 0) {
+            buffer.resize(size_t(count));
+            position = 0;
+            return count == 0 ? 0 : readSome(data, size);
+        }
+        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            waitFor(POLLIN, "answer from");
+        } else if (errno != EINTR) {
+            int error = errno;
+            buffer.clear();
+            position = 0;
+            throw ClientError(ExitCode::AgentFailed, "agent.closed",
+                              std::string("connection to the agent lost: ") + strerror(error));
+        }
+    }
+}
+
+void Connection::read(void* data, size_t size) {
+    char* to = static_cast<char*>(data);
+    while (size > 0) {
+        size_t count = readSome(to, size);
+        if (count == 0) {
+            throw ClientError(ExitCode::BadInput, "agent.closed",
+                              "the agent closed the connection in the middle of an answer",
+                              "the profiled application may have ended");
+        }
+        to += count;
+        size -= count;
+    }
+}
+
+void Connection::write(const void* data, size_t size) {
+    const char* from = static_cast<const char*>(data);
+    while (size > 0) {
+        ssize_t count = send(descriptor, from, size, MSG_NOSIGNAL);
+        if (count > 0) {
+            from += count;
+            size -= size_t(count);
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            waitFor(POLLOUT, "room for a request to");
+        } else if (errno != EINTR) {
+            throw ClientError(ExitCode::AgentFailed, "agent.closed",
+                              std::string("connection to the agent lost: ") + strerror(errno));
+        }
+    }
+}
+
+} // namespace vdk

@@ -1,0 +1,115 @@
+#include "client/attach/AgentOptions.h"
+
+#include "client/console/Errors.h"
+#include "client/console/Text.h"
+
+#include <algorithm>
+
+namespace vdk {
+
+static const char QuotePrefix[] = "VDKQUOTED";
+
+std::string quoteOptionValue(const std::string& value) {
+    bool plain = !startsWith(value, QuotePrefix) &&
+                 std::none_of(value.begin(), value.end(),
+                              [](unsigned char c) { return c == ',' || c == ' ' || c < 0x20; });
+    if (plain) {
+        return value;
+    }
+    static const char digits[] = "0123456789abcdef";
+    std::string result = QuotePrefix;
+    for (unsigned char c : value) {
+        result += digits[c >> 4];
+        result += digits[c & 15];
+    }
+    return result;
+}
+
+// Options whose value is a path that the agent opens: it has another working folder.
+static std::string withAbsolutePath(const std::string& option, const std::string& workingDir) {
+    static const char* const keys[] = {"dir=", "tmpdir=", "filters=", "walltimespec=", "triggers="};
+    for (const char* key : keys) {
+        if (!startsWith(option, key)) {
+            continue;
+        }
+        std::string value = option.substr(std::string(key).size());
+        if (value.empty() || value[0] == '/' || startsWith(value, QuotePrefix) ||
+            workingDir.empty()) {
+            return option;
+        }
+        return key + quoteOptionValue(workingDir + "/" + value);
+    }
+    return option;
+}
+
+std::string composeAgentOptions(const std::vector<std::string>& arguments,
+                                const AgentOptionChoices& choices) {
+    std::vector<std::string> options;
+    for (const std::string& argument : arguments) {
+        for (const std::string& option : split(argument, ',')) {
+            if (option.empty()) {
+                continue;
+            }
+            if (option[0] == '=' || option[0] == '-') {
+                throw ClientError(ExitCode::Usage, "usage",
+                                  "'" + printable(option) + "' is no agent option",
+                                  "agent options are words such as sampling or port=10005");
+            }
+            options.push_back(withAbsolutePath(option, choices.workingDir));
+        }
+    }
+    auto given = [&](const std::string& name) {
+        return std::any_of(options.begin(), options.end(), [&](const std::string& option) {
+            return endsWith(name, "=") ? startsWith(option, name) : option == name;
+        });
+    };
+    std::vector<std::string> all;
+    auto add = [&](bool wanted, const std::string& option) {
+        if (wanted && !given(option)) {
+            all.push_back(option);
+        }
+    };
+    add(!choices.remote && !given("listen="), "onlylocal");
+    add(!choices.verbose, "quiet");
+    add(!choices.attach && !choices.exceptions, "noexceptionevents");
+    add(choices.attach && !choices.generations, "nostartgeneration");
+    if (!choices.tmpDir.empty() && !given("tmpdir=")) {
+        all.push_back("tmpdir=" + quoteOptionValue(choices.tmpDir));
+    }
+    all.insert(all.end(), options.begin(), options.end());
+    return join(all, ",");
+}
+
+AgentStartFailure explainAgentResult(int code) {
+    std::string log = "the agent's log says more: ~/.vdk/log/<pid>.log of the target's user";
+    switch (code) {
+    case 1:
+        return {"the JVM gave the agent no tool interface", log};
+    case 2:
+    case 4:
+        return {"the JVM is too old: Java 6 or newer is required", ""};
+    case 3:
+        return {"the agent did not accept its options",
+                "its message stands on the target's standard output; check the options"};
+    case 5:
+        return {"this build of the IBM JVM is too old", ""};
+    case 6:
+        return {
+            "the JVM lacks a capability that the agent needs",
+            "another tool may hold it; start the program with the agent: `vdk run -- java ...`"};
+    case 7:
+        return {"the platform lacks something that the agent needs", log};
+    case 8:
+        return {"the agent could not write its runtime archive",
+                "give it a writable folder: tmpdir=<folder>"};
+    case 9:
+        return {"the JVM gave the agent no JNI environment", log};
+    case 10:
+        return {"the agent's start in the target failed",
+                "often the port is taken: leave port= away; " + log};
+    default:
+        return {"the agent's start failed with code " + std::to_string(code), log};
+    }
+}
+
+} // namespace vdk

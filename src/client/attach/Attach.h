@@ -1,0 +1,65 @@
+// Loading a library into a running HotSpot JVM by the JVM's own attach protocol on Linux.
+//
+// The JVM listens on a socket file in its folder of temporary files. Where it does not yet, a
+// trigger file and SIGQUIT make it. Everything is looked at through the target's procfs folder, so
+// that a JVM in a container is reached too, with the credentials of the target when the client is
+// root: the JVM accepts its own user and, on newer builds, root.
+#pragma once
+
+#include "client/attach/AttachProtocol.h"
+#include "client/attach/JvmList.h"
+#include "client/attach/ProcFs.h"
+
+#include <string>
+#include <vector>
+
+namespace vdk {
+
+// While it lives, file and socket operations of this process happen as the target's user. Does
+// nothing unless this process is root. Not for programs with several threads.
+class TargetCredentials {
+public:
+    TargetCredentials(uid_t uid, gid_t gid);
+    ~TargetCredentials();
+    TargetCredentials(const TargetCredentials&) = delete;
+    TargetCredentials& operator=(const TargetCredentials&) = delete;
+
+private:
+    bool switched = false;
+};
+
+class Attacher {
+public:
+    // Throws ClientError AttachRefused when the JVM cannot be attached to for certain:
+    // "attach.gone", "attach.openj9", "attach.uid", "attach.disabled", "jvm.old".
+    Attacher(const ProcFs& processes, const Jvm& jvm, int timeoutMs = 10000);
+
+    const ProcessStatus& target() const { return status; }
+
+    // Makes the JVM listen where it does not. Throws "attach.quit" (it does not catch SIGQUIT),
+    // "attach.file", "attach.socket" (no socket came in time).
+    void open();
+
+    // One request; the answer up to its end. Uses version 2 where the JVM speaks it and an argument
+    // is too long for version 1.
+    AttachReply execute(const std::string& command, const std::vector<std::string>& arguments);
+
+    // 1 or 2; asks the JVM at the first call.
+    int version();
+
+private:
+    std::string socketPath() const;
+    bool socketExists() const;
+    std::string createTrigger() const;
+    void waitForSocket();
+    void waitUntilQuitIsCaught();
+    std::string exchange(const std::string& request);
+
+    const ProcFs& processes;
+    Jvm jvm;
+    ProcessStatus status;
+    int timeoutMs;
+    int knownVersion = 0;
+};
+
+} // namespace vdk

@@ -1,0 +1,74 @@
+// The JVMs of this machine: the profiled ones by the marker area, the others by the JVM's own files
+// and by the libraries that processes map.
+#pragma once
+
+#include "client/agent/Connection.h"
+#include "client/attach/ProcFs.h"
+
+#include <string>
+#include <vector>
+
+namespace vdk {
+
+// A record of the marker area. The area is writable by everybody: nothing in it is trusted before
+// it was compared with the process.
+struct ProfiledMarker {
+    int pid = 0;
+    int port = 0;
+    std::string session;
+};
+
+// The markers of live profiled processes. The seam to the shared memory segment; tests replace it.
+class MarkerSource {
+public:
+    virtual ~MarkerSource() = default;
+    virtual std::vector<ProfiledMarker> read();
+};
+
+struct Jvm {
+    int pid = 0;
+    int namespacePid = 0;
+    long uid = -1;
+    std::string user;
+    std::string mainName;    // main class or JAR file, as on the command line; "" if unknown
+    std::string arguments;   // the rest of the Java command
+    std::string javaVersion; // "" if unknown
+    std::string vmArguments;
+    JvmKind kind = JvmKind::HotSpot;
+    int port = 0; // 0: not profiled
+    std::string session;
+
+    bool isProfiled() const { return port != 0; }
+    // The word people know it by: class name without package, JAR without folder.
+    std::string shortName() const;
+};
+
+class JvmFinder {
+public:
+    JvmFinder(const ProcFs& processes, MarkerSource& markers)
+        : processes(processes), markers(markers) {}
+
+    // All JVMs, by process id.
+    std::vector<Jvm> findAll();
+
+    // The one JVM that `target` names: a process id, or part of the main class, JAR or session
+    // name, letters compared without case. Throws ClientError NoTarget: "target.none",
+    // "target.several" (the message lists them).
+    Jvm find(const std::string& target);
+
+private:
+    bool describe(int pid, Jvm& jvm);
+
+    const ProcFs& processes;
+    MarkerSource& markers;
+};
+
+// The main class or JAR file in the arguments of a java launcher, and the index behind it in
+// `next`. Empty if the arguments name none.
+std::string findMainArgument(const std::vector<std::string>& commandLine, size_t& next);
+
+// ":10005", "host:10005" or "[::1]:10005" as an address; false for anything else. A bare number is
+// no address but a process id.
+bool parseEndpoint(const std::string& text, Endpoint& endpoint);
+
+} // namespace vdk

@@ -1,0 +1,234 @@
+// Commands that are one request to an agent: status, sample, trace, clear, dump, gc,
+// stats.
+#include "client/agent/Protocol.h"
+#include "client/commands/Commands.h"
+#include "client/commands/Sources.h"
+#include "client/console/OutputFile.h"
+#include "client/console/Text.h"
+
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <sstream>
+
+namespace vdk {
+
+namespace {
+
+template <size_t Count>
+std::vector<std::string> bitNames(const protocol::StatusBit (&bits)[Count], int64_t word) {
+    std::vector<std::string> names;
+    for (const protocol::StatusBit& bit : bits) {
+        if (word & bit.bit) {
+            names.push_back(bit.name);
+        }
+    }
+    return names;
+}
+
+void writeNames(JsonWriter& json, const char* key, const std::vector<std::string>& names) {
+    json.key(key).beginArray();
+    for (const std::string& name : names) {
+        json.value(name);
+    }
+    json.endArray();
+}
+
+// "cpu sampling", "cpu tracing" or "off".
+const char* cpuMode(int64_t status) {
+    if (!(status & protocol::CPU_TIMES_BIT)) {
+        return "off";
+    }
+    return status & protocol::CPU_COUNTS_BIT ? "tracing" : "sampling";
+}
+
+// The object {"schema":..., "pid":...} that tells a command without data of its own was done.
+void writeDone(Console& console, const char* schema, const LiveAgent& agent, const char* what) {
+    if (!console.json) {
+        console.note(std::string(what) + " (process " + std::to_string(agent.info.pid) + ", " +
+                     printable(agent.info.sessionName) + ")");
+        return;
+    }
+    JsonWriter json(console.out, true);
+    beginDocument(json, schema).field("pid", agent.info.pid);
+    json.field("session", agent.info.sessionName).field("done", what).endObject();
+    console.out << "\n";
+}
+
+std::optional<std::string> readSpec(const Arguments& arguments, const char* option) {
+    if (!arguments.has(option)) {
+        return std::nullopt;
+    }
+    std::string path = arguments.text(option);
+    auto text = readSmallFile(path, 16 << 20);
+    if (!text) {
+        throw ClientError(ExitCode::BadInput, "input.open",
+                          "cannot read " + path + ": " + strerror(errno));
+    }
+    return text;
+}
+
+struct CpuTexts {
+    const char* schema;
+    const char* started;
+    const char* stopped;
+};
+
+int switchCpuProfiling(Console& console, const Arguments& arguments, int64_t mode,
+                       const CpuTexts& texts) {
+    std::optional<std::string> filters = readSpec(arguments, "--filter-file");
+    std::optional<std::string> wallTimes = readSpec(arguments, "--wall-time-file");
+    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
+    bool start = arguments.text("ACTION") == "start";
+    if (start) {
+        agent.client.startCpuProfiling(mode, filters, wallTimes);
+    } else {
+        agent.client.stopCpuProfiling();
+    }
+    writeDone(console, texts.schema, agent, start ? texts.started : texts.stopped);
+    return 0;
+}
+
+} // namespace
+
+int runStatus(Console& console, const Arguments& arguments) {
+    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
+    const AgentInfo& info = agent.info;
+    std::vector<std::string> active = bitNames(protocol::StatusBits, agent.status);
+    std::vector<std::string> able = bitNames(protocol::CapabilityBits, info.capabilities);
+    if (console.json) {
+        JsonWriter json(console.out, true);
+        beginDocument(json, "vdk.status/1").field("pid", info.pid);
+        json.field("session", info.sessionName).field("product", info.product);
+        json.field("protocolVersion", info.protocolVersion);
+        json.field("port", agent.client.address().port).field("cpu", cpuMode(agent.status));
+        json.field("status", agent.status);
+        writeNames(json, "active", active);
+        json.field("capabilities", info.capabilities);
+        writeNames(json, "capabilityNames", able);
+        json.field("sessionId", info.sessionId).field("hostId", info.hostId);
+        json.field("snapshotDirectory", info.snapshotDirectory);
+        json.field("telemetryLimit", info.telemetryLimit).endObject();
+        console.out << "\n";
+        return 0;
+    }
+    console.out << "process    " << info.pid << " (" << printable(info.sessionName) << ")\n"
+                << "agent      " << printable(info.product) << " on "
+                << agent.client.address().text() << "\n"
+                << "cpu        " << cpuMode(agent.status) << "\n"
+                << "active     " << (active.empty() ? "-" : join(active, ", ")) << "\n"
+                << "able to    " << (able.empty() ? "-" : join(able, ", ")) << "\n"
+                << "snapshots  " << printable(info.snapshotDirectory) << "\n";
+    return 0;
+}
+
+int runSample(Console& console, const Arguments& arguments) {
+    return switchCpuProfiling(console, arguments, protocol::CPU_SAMPLING,
+                              {"vdk.sample/1", "sampling started", "sampling stopped"});
+}
+
+int runTrace(Console& console, const Arguments& arguments) {
+    return switchCpuProfiling(console, arguments, protocol::CPU_TRACING,
+                              {"vdk.trace/1", "tracing started", "tracing stopped"});
+}
+
+int runRetransform(Console& console, const Arguments& arguments) {
+    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
+    std::optional<std::string> filterFile;
+    if (arguments.has("--filter-file")) {
+        filterFile = arguments.text("--filter-file");
+    }
+    agent.client.retransformLoadedClasses(filterFile);
+    writeDone(console, "vdk.retransform/1", agent, "classes retransformed");
+    return 0;
+}
+
+int runClear(Console& console, const Arguments& arguments) {
+    static const struct {
+        const char* option;
+        ProfilingData data;
+    } kinds[] = {
+        {"--cpu", ProfilingData::Cpu},
+        {"--monitors", ProfilingData::Monitors},
+        {"--allocations", ProfilingData::Allocations},
+        {"--exceptions", ProfilingData::Exceptions},
+    };
+    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
+    bool any = arguments.has("--all");
+    for (const auto& kind : kinds) {
+        if (arguments.has("--all") || arguments.has(kind.option)) {
+            agent.client.clear(kind.data);
+            any = true;
+        }
+    }
+    if (!any) {
+        agent.client.clear(ProfilingData::Cpu);
+    }
+    writeDone(console, "vdk.clear/1", agent, "data cleared");
+    return 0;
+}
+
+int runDump(Console& console, const Arguments& arguments) {
+    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
+    std::string text = agent.client.threadDump();
+    bool toConsole = arguments.text("--out", "-") == "-";
+    if (console.json) {
+        std::ostringstream document;
+        JsonWriter json(document, true);
+        beginDocument(json, "vdk.dump/1").field("pid", agent.info.pid);
+        json.field("session", agent.info.sessionName).field("text", text).endObject();
+        text = document.str();
+    }
+    if (!endsWith(text, "\n")) {
+        text += "\n";
+    }
+    if (!toConsole) {
+        OutputFile file(arguments.text("--out"));
+        file.write(text.data(), text.size());
+        file.commit();
+        return 0;
+    }
+    if (console.json) {
+        console.out << text;
+        return 0;
+    }
+    for (const std::string& line : split(std::string_view(text).substr(0, text.size() - 1), '\n')) {
+        size_t tabs = std::min(line.find_first_not_of('\t'), line.size());
+        console.out << std::string(tabs, '\t') << printable(line.substr(tabs)) << "\n";
+    }
+    return 0;
+}
+
+int runGc(Console& console, const Arguments& arguments) {
+    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
+    AgentClient::GcResult result = agent.client.forceGc();
+    if (console.json) {
+        JsonWriter json(console.out, true);
+        beginDocument(json, "vdk.gc/1").field("pid", agent.info.pid);
+        json.field("usedBytesBefore", result.usedBefore);
+        json.field("usedBytesAfter", result.usedAfter).endObject();
+        console.out << "\n";
+        return 0;
+    }
+    console.out << "heap used: " << formatBytes(result.usedBefore) << " before, "
+                << formatBytes(result.usedAfter) << " after\n";
+    return 0;
+}
+
+int runStats(Console& console, const Arguments& arguments) {
+    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
+    std::string text = agent.client.statistics();
+    if (console.json) {
+        JsonWriter json(console.out, true);
+        beginDocument(json, "vdk.stats/1").field("pid", agent.info.pid);
+        json.field("text", text).endObject();
+        console.out << "\n";
+        return 0;
+    }
+    for (const std::string& line : split(text, '\n')) {
+        console.out << printable(line) << "\n";
+    }
+    return 0;
+}
+
+} // namespace vdk

@@ -1,0 +1,41 @@
+#include "client/commands/Commands.h"
+#include "client/commands/Sources.h"
+#include "client/console/Text.h"
+#include "client/profile/Report.h"
+
+namespace vdk {
+
+int runReport(Console& console, const Arguments& arguments) {
+    DataSource source = openData(arguments.text("SOURCE"), arguments, CpuTables);
+    Profile profile = makeProfile(source.database());
+    ReportChoices choices;
+    std::string show = arguments.text("--show", "all");
+    choices.methods = show != "tree";
+    choices.tree = show != "methods";
+    choices.byThread = arguments.has("--by-thread");
+    choices.filters = arguments.text("--filters") == "on";
+    choices.signatures = arguments.has("--signatures");
+    choices.top = size_t(arguments.number("--top", 30));
+    choices.minPercent = double(arguments.number("--min-percent", 1));
+    choices.depth = int(arguments.number("--depth", 60));
+    if (profile.totalNs() == 0) {
+        console.note(source.live ? "no CPU data yet: `vdk sample start " + source.name + "`"
+                                 : "the snapshot has no CPU data: sampling was off");
+    }
+    if (console.json) {
+        JsonWriter json(console.out, true);
+        beginDocument(json, "vdk.report/1").field("source", source.name);
+        json.field("session", source.session).field("live", source.live).key("captureTimeMs");
+        source.live ? json.nullValue() : json.value(source.captureTimeMs);
+        writeReport(json, profile, choices);
+        json.endObject();
+        console.out << "\n";
+        return 0;
+    }
+    console.note(std::string(source.live ? "Live: " : "Snapshot: ") + source.name + ", session " +
+                 printable(source.session));
+    printReport(console, profile, choices);
+    return 0;
+}
+
+} // namespace vdk

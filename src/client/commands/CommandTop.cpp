@@ -1,0 +1,267 @@
+#include "client/agent/Protocol.h"
+#include "client/commands/Commands.h"
+#include "client/commands/Sources.h"
+#include "client/console/Signals.h"
+#include "client/console/Text.h"
+#include "client/profile/Report.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <unistd.h>
+
+namespace vdk {
+
+namespace {
+
+constexpr int TopTables = CpuTables | 1 << SLOT_Telemetry;
+constexpr size_t ThreadsShown = 5;
+constexpr size_t MethodsShown = 20;
+// Lines of a screen beside the methods: the head, titles, blank lines, threads and the cursor's
+// line.
+constexpr size_t OtherLines = 6 + ThreadsShown;
+// Characters in front of a name, as a rule.
+constexpr size_t WidthOfTimes = 26, WidthOfCalls = 10;
+
+// Times or numbers of calls by key at one moment; what was spent since the last moment is the
+// difference.
+using Sums = std::map<int, int64_t>;
+
+struct Moment {
+    Profile profile;
+    Sums methodOwn, methodTotal, methodCalls, threadOwn;
+};
+
+Moment look(DB& db, bool filters) {
+    Moment moment;
+    moment.profile = makeProfile(db);
+    for (const HotMethod& method : hotMethods(makeCallTree(moment.profile, {filters, -1}))) {
+        moment.methodOwn[method.method] = method.ownNs;
+        moment.methodTotal[method.method] = method.totalNs;
+        moment.methodCalls[method.method] = method.count;
+    }
+    for (const ThreadTime& time : threadTimes(moment.profile)) {
+        moment.threadOwn[moment.profile.threads[size_t(time.thread)].trn] += time.ownNs;
+    }
+    return moment;
+}
+
+// What was spent between two moments, largest first. Data that was cleared in between counts from
+// nothing.
+std::vector<std::pair<int, int64_t>> spent(const Sums& before, const Sums& now) {
+    std::vector<std::pair<int, int64_t>> result;
+    for (const auto& [key, sum] : now) {
+        auto old = before.find(key);
+        int64_t delta = old == before.end() || old->second > sum ? sum : sum - old->second;
+        if (delta > 0) {
+            result.emplace_back(key, delta);
+        }
+    }
+    std::stable_sort(result.begin(), result.end(),
+                     [](const auto& a, const auto& b) { return a.second > b.second; });
+    return result;
+}
+
+// The newest row of telemetry; null if there is none.
+const TelemetryRecord* lastTelemetry(DB& db) {
+    const TelemetryRecord* last = nullptr;
+    db.telemetryTable->eachRecord([&](int, const TelemetryRecord& record) {
+        if (record.stamp > 0) {
+            last = &record;
+        }
+    });
+    return last;
+}
+
+std::string threadName(const Profile& profile, int trn) {
+    for (const ProfileThread& thread : profile.threads) {
+        if (thread.trn == trn) {
+            return thread.name;
+        }
+    }
+    return "<thread " + std::to_string(trn) + ">";
+}
+
+class TopView {
+public:
+    TopView(Console& console, const LiveAgent& agent, const Arguments& arguments)
+        : console(console), agent(agent), top(size_t(arguments.number("--top", MethodsShown))),
+          topIsGiven(arguments.has("--top")) {}
+
+    void show(const Moment& before, const Moment& now, const TelemetryRecord* telemetry,
+              double seconds) {
+        methods = spent(before.methodOwn, now.methodOwn);
+        auto called = spent(before.methodCalls, now.methodCalls);
+        calls = Sums(called.begin(), called.end());
+        Sums timed(methods.begin(), methods.end());
+        for (const auto& entry : called) {
+            if (!timed.count(entry.first)) {
+                methods.emplace_back(entry.first, 0); // called, in no time that can be measured
+            }
+        }
+        auto spentInAll = spent(before.methodTotal, now.methodTotal);
+        totals = Sums(spentInAll.begin(), spentInAll.end());
+        threads = spent(before.threadOwn, now.threadOwn);
+        whole = 0;
+        for (const auto& entry : methods) {
+            whole += entry.second;
+        }
+        console.json ? writeJson(now.profile, telemetry, seconds)
+                     : print(now.profile, telemetry, seconds);
+        console.out << std::flush;
+    }
+
+private:
+    void print(const Profile& profile, const TelemetryRecord* telemetry, double seconds) {
+        size_t lines = top, nameWidth = 150;
+        if (console.outIsTerminal) {
+            console.out << "\033[H\033[J"; // home, clear
+            ScreenSize screen = screenSize(STDOUT_FILENO);
+            size_t taken = WidthOfTimes + (profile.hasCounts ? WidthOfCalls : 0) + 3; // "..."
+            nameWidth = std::clamp(size_t(screen.columns), taken + 10, taken + nameWidth) - taken;
+            if (!topIsGiven) {
+                lines =
+                    std::clamp(size_t(screen.rows), OtherLines + 1, OtherLines + top) - OtherLines;
+            }
+        }
+        console.out << printable(agent.info.sessionName) << " (" << agent.info.pid << ")  "
+                    << formatNs(whole) << " CPU in " << formatNs(int64_t(seconds * 1e9));
+        if (telemetry) {
+            console.out << "  heap "
+                        << formatBytes(int64_t(telemetry->values[TELE_HEAP_MEMORY_USED_KB]) * 1024)
+                        << "  threads " << telemetry->values[TELE_LIVE_THREAD_COUNT];
+        }
+        console.out << "\n\n";
+        std::vector<TextTable::Column> columns = {
+            {"OWN%", TextTable::Right}, {"OWN", TextTable::Right}, {"TOTAL%", TextTable::Right}};
+        if (profile.hasCounts) {
+            columns.push_back({"CALLS", TextTable::Right});
+        }
+        columns.push_back({"METHOD"});
+        TextTable table(columns);
+        for (size_t i = 0; i < std::min(lines, methods.size()); i++) {
+            const auto& [method, ns] = methods[i];
+            std::vector<std::string> cells = {formatPercent(percentOf(ns, whole)), formatNs(ns),
+                                              formatPercent(percentOf(totals[method], whole))};
+            if (profile.hasCounts) {
+                cells.push_back(std::to_string(calls[method]));
+            }
+            cells.push_back(printable(methodName(profile, method, false), nameWidth));
+            table.add(cells);
+        }
+        table.print(console);
+        console.out << "\n";
+        TextTable threadTable({{"CPU%", TextTable::Right}, {"CPU", TextTable::Right}, {"THREAD"}});
+        for (size_t i = 0; i < std::min(ThreadsShown, threads.size()); i++) {
+            threadTable.add({formatPercent(percentOf(threads[i].second, int64_t(seconds * 1e9))),
+                             formatNs(threads[i].second),
+                             printable(threadName(profile, threads[i].first), nameWidth)});
+        }
+        threadTable.print(console);
+    }
+
+    void writeJson(const Profile& profile, const TelemetryRecord* telemetry, double seconds) {
+        JsonWriter json(console.out, false);
+        beginDocument(json, "vdk.top/1").field("pid", agent.info.pid);
+        json.field("session", agent.info.sessionName);
+        json.field("intervalNs", int64_t(seconds * 1e9)).field("totalNs", whole);
+        if (telemetry) {
+            json.field("heapUsedBytes", int64_t(telemetry->values[TELE_HEAP_MEMORY_USED_KB]) * 1024)
+                .field("liveThreads", telemetry->values[TELE_LIVE_THREAD_COUNT]);
+        }
+        json.key("methods").beginArray();
+        for (size_t i = 0; i < std::min(top, methods.size()); i++) {
+            const auto& [method, ns] = methods[i];
+            json.beginObject().field("name", methodName(profile, method, false));
+            json.field("ownNs", ns).field("totalNs", totals[method]);
+            json.field("ownPercent", percentOf(ns, whole));
+            if (profile.hasCounts) {
+                json.field("calls", calls[method]);
+            }
+            json.endObject();
+        }
+        json.endArray().key("threads").beginArray();
+        for (const auto& [trn, ns] : threads) {
+            json.beginObject()
+                .field("trn", trn)
+                .field("name", threadName(profile, trn))
+                .field("ownNs", ns)
+                .endObject();
+        }
+        json.endArray().endObject();
+        console.out << "\n";
+    }
+
+    Console& console;
+    const LiveAgent& agent;
+    size_t top;
+    bool topIsGiven;
+    std::vector<std::pair<int, int64_t>> methods, threads;
+    Sums totals, calls;
+    int64_t whole = 0;
+};
+
+// Stops the sampling that this command started, however it ends.
+class SamplingGuard {
+public:
+    SamplingGuard(LiveAgent& agent, bool start) : agent(agent), started(start) {
+        if (started) {
+            agent.client.startCpuProfiling(protocol::CPU_SAMPLING, std::nullopt, std::nullopt);
+        }
+    }
+    ~SamplingGuard() {
+        if (!started) {
+            return;
+        }
+        try {
+            forgetInterrupt();
+            agent.client.stopCpuProfiling();
+        } catch (const ClientError&) {
+            // The JVM may be gone; there is nothing left to stop then.
+        }
+    }
+    SamplingGuard(const SamplingGuard&) = delete;
+    SamplingGuard& operator=(const SamplingGuard&) = delete;
+
+private:
+    LiveAgent& agent;
+    bool started;
+};
+
+} // namespace
+
+int runTop(Console& console, const Arguments& arguments) {
+    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
+    bool running = (agent.status & protocol::CPU_TIMES_BIT) != 0;
+    if (!running && !arguments.has("--sample")) {
+        throw ClientError(ExitCode::Refused, "cpu.off", "CPU sampling is off",
+                          "`vdk sample start " + arguments.text("TARGET") +
+                              "`, or `vdk top --sample`");
+    }
+    SamplingGuard guard(agent, !running);
+    long intervalMs = std::max(arguments.durationMs("--interval", 2000), 100L);
+    bool endless = console.outIsTerminal && !arguments.has("--count");
+    long left = arguments.number("--count", 1);
+    bool filters = arguments.text("--filters") == "on";
+    TableFetcher fetcher(agent.client);
+    fetcher.fetch(TopTables);
+    Moment before = look(fetcher.database(), filters);
+    TopView view(console, agent, arguments);
+    timespec start;
+    clock_gettime(CLOCK_MONOTONIC, &start);
+    // Who reads the output may have closed it.
+    while (console.out && (endless || left-- > 0) && sleepUnlessInterrupted(intervalMs)) {
+        fetcher.fetch(TopTables);
+        timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        double seconds =
+            double(now.tv_sec - start.tv_sec) + double(now.tv_nsec - start.tv_nsec) / 1e9;
+        start = now;
+        Moment moment = look(fetcher.database(), filters);
+        view.show(before, moment, lastTelemetry(fetcher.database()), seconds);
+        before = std::move(moment);
+    }
+    return 0;
+}
+
+} // namespace vdk

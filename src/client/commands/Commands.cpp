@@ -1,0 +1,351 @@
+#include "client/commands/Commands.h"
+
+#include "client/commands/Command.h"
+#include "client/console/Errors.h"
+#include "client/console/Text.h"
+
+#include <algorithm>
+
+namespace vdk {
+
+namespace {
+
+const OptionSpec Target = {"TARGET", ValueKind::Target, "the JVM", {}, true, false, ""};
+const OptionSpec FileOrTarget = {
+    "SOURCE", ValueKind::Source, "a snapshot file, or a JVM with the agent", {}, true, false, ""};
+const OptionSpec AgentOptions = {
+    "OPTION", ValueKind::Text, "agent options, such as sampling or port=10005", {}, false, true,
+    ""};
+const OptionSpec AgentPath = {"--agent", ValueKind::File,
+                              "the agent library (default: beside vdk, or VDK_AGENT)"};
+const OptionSpec Remote = {"--remote", ValueKind::None,
+                           "accept connections from other machines (no `onlylocal`)"};
+const OptionSpec Banner = {"--banner", ValueKind::None,
+                           "let the agent write its start messages (no `quiet`)"};
+const OptionSpec Out = {
+    "--out", ValueKind::File, "write to this file, - is standard output", {}, false, false, "-o"};
+const OptionSpec Filters = {"--filters",
+                            ValueKind::Choice,
+                            "charge filtered methods' time to their callers (default off)",
+                            {"on", "off"}};
+
+// The one table of commands. A group of commands of its own, such as those on heap snapshots, has
+// its rows and its run functions (heap*.cpp) declared in Commands.h and listed here; help, shell
+// completion and checks follow from the row. docs/vdk.1 names each command and option, which a test
+// compares with this table.
+const std::vector<Command> Table = {
+    {"list",
+     "show the JVMs of this machine",
+     "Profiled ones have a port. Others are found by the JVM's own files and by the libraries "
+     "that\n"
+     "processes map; JVMs of other users show only as far as the system lets this user look.",
+     "vdk list\nvdk list --profiled --json",
+     {{"--profiled", ValueKind::None, "only those with an agent"}},
+     false,
+     true,
+     runList},
+    {"run",
+     "start a Java program with the agent",
+     "The program replaces vdk: its signals, output and exit code are its own. Its agent listens "
+     "on\n"
+     "this machine only, keeps its files in a private folder, writes nothing to the console and\n"
+     "leaves exception events out, whose mere capability makes throwing some 33 times slower.\n"
+     "Exits with 127 if the program cannot be started.",
+     "vdk run -- java -jar app.jar\n"
+     "vdk run sampling,port=10005 -- java -cp classes com.example.Main\n"
+     "vdk run --exceptions sampling -- javac -d out @sources",
+     {AgentOptions,
+      AgentPath,
+      Remote,
+      Banner,
+      {"--exceptions", ValueKind::None,
+       "record exceptions (throwing becomes some 33 times slower)"},
+      {"--print", ValueKind::None, "print the command line instead of running it"}},
+     true,
+     false,
+     runRun},
+    {"attach",
+     "load the agent into a running JVM",
+     "Works through the JVM's attach socket, also into a container. The agent then listens on "
+     "this\n"
+     "machine only. Objects that exist already are not tagged for generations, which would pause\n"
+     "the JVM (6 s on 17 and 28 s on 25 at 30 million objects), unless --generations is given.\n"
+     "JVMs of 21 and later print a warning about dynamic loading, unless they were started with\n"
+     "-XX:+EnableDynamicAgentLoading.",
+     "vdk attach 4711\nvdk attach app.jar sampling\nvdk attach com.example.Main port=10005 --json",
+     {Target,
+      AgentOptions,
+      AgentPath,
+      Remote,
+      Banner,
+      {"--generations", ValueKind::None, "tag the objects that exist already"},
+      {"--timeout", ValueKind::Duration, "limit for each wait (default 10s)"}},
+     false,
+     true,
+     runAttach},
+    {"status",
+     "show what an agent is and does",
+     "",
+     "vdk status app.jar\nvdk status :10005 --json",
+     {Target},
+     false,
+     true,
+     runStatus},
+    {"sample",
+     "start or stop CPU sampling",
+     "Data of earlier sampling stays until `vdk clear`. The filter files hold one pattern a line.",
+     "vdk sample start app.jar\nvdk sample stop app.jar",
+     {{"ACTION", ValueKind::Choice, "what to do", {"start", "stop"}, true},
+      Target,
+      {"--filter-file", ValueKind::File, "filters, in place of the agent's own"},
+      {"--wall-time-file", ValueKind::File,
+       "methods measured in wall time, in place of the agent's"}},
+     false,
+     true,
+     runSample},
+    {"trace",
+     "start or stop CPU tracing: exact numbers of calls, and the time of each",
+     "The first start in a process measures the cost of a traced call, which takes a second or "
+     "two.\n"
+     "Data of earlier profiling stays until `vdk clear`. The filter files hold one pattern a line.",
+     "vdk trace start app.jar\nvdk trace stop app.jar",
+     {{"ACTION", ValueKind::Choice, "what to do", {"start", "stop"}, true},
+      Target,
+      {"--filter-file", ValueKind::File, "filters, in place of the agent's own"},
+      {"--wall-time-file", ValueKind::File,
+       "methods measured in wall time, in place of the agent's"}},
+     false,
+     true,
+     runTrace},
+    {"retransform",
+     "rewrite the classes that were loaded before an attach",
+     "Their methods can be traced afterwards; their native methods cannot. Starting tracing does "
+     "this\n"
+     "by itself, for the classes that its filters leave in. Classes that are done stay done.",
+     "vdk retransform app.jar\nvdk retransform app.jar --filter-file /etc/app.filters",
+     {Target,
+      {"--filter-file", ValueKind::Text,
+       "leave filtered classes out; a whole path, in the JVM's view"}},
+     false,
+     true,
+     runRetransform},
+    {"clear",
+     "drop what was recorded",
+     "Without an option the CPU data.",
+     "vdk clear app.jar\nvdk clear app.jar --all",
+     {Target,
+      {"--cpu", ValueKind::None, "CPU data"},
+      {"--monitors", ValueKind::None, "monitor data"},
+      {"--allocations", ValueKind::None, "allocation data"},
+      {"--exceptions", ValueKind::None, "exception data"},
+      {"--all", ValueKind::None, "all of these"}},
+     false,
+     true,
+     runClear},
+    {"top",
+     "show hot methods and threads, refreshing",
+     "On a terminal until Ctrl-C; elsewhere once, or --count times. The numbers are those of the\n"
+     "last interval; tracing adds the calls made in it. With --json one object a line.",
+     "vdk top app.jar\nvdk top app.jar --sample --interval 5s\nvdk top app.jar --count 3 --json",
+     {Target,
+      {"--interval", ValueKind::Duration, "time between refreshes, at least 100ms (default 2s)"},
+      {"--count", ValueKind::Number, "end after so many refreshes"},
+      {"--top", ValueKind::Number,
+       "methods to show (default 20, or what the terminal has lines for)"},
+      Filters,
+      {"--sample", ValueKind::None, "start sampling if it is off, and stop it at the end"}},
+     false,
+     true,
+     runTop},
+    {"threads",
+     "show the threads of a JVM or snapshot",
+     "",
+     "vdk threads app.jar",
+     {FileOrTarget, {"--all", ValueKind::None, "also threads that have ended"}},
+     false,
+     true,
+     runThreads},
+    {"telemetry",
+     "show memory, threads, classes and CPU over time",
+     "",
+     "vdk telemetry app.jar\nvdk telemetry app.snapshot --last 60 --json",
+     {FileOrTarget, {"--last", ValueKind::Number, "records to show (default 20)"}},
+     false,
+     true,
+     runTelemetry},
+    {"dump",
+     "show a thread dump",
+     "",
+     "vdk dump app.jar\nvdk dump app.jar --out threads.txt",
+     {Target, Out},
+     false,
+     true,
+     runDump},
+    {"gc", "run the garbage collector", "", "vdk gc app.jar", {Target}, false, true, runGc},
+    {"stats",
+     "show the sizes of an agent's tables",
+     "",
+     "vdk stats app.jar",
+     {Target},
+     false,
+     true,
+     runStats},
+    {"snapshot",
+     "save what was measured to a file",
+     "The JVM writes the file into its snapshot folder and its path is printed. With --out the "
+     "file\n"
+     "is fetched as well and appears under that name when it is complete.",
+     "vdk snapshot app.jar\nvdk snapshot app.jar --out app.snapshot --compressed",
+     {Target,
+      Out,
+      {"--compressed", ValueKind::None, "fetch compressed"},
+      {"--dir", ValueKind::Text, "folder in the JVM's view, or \"public\""},
+      {"--pattern", ValueKind::Text, "file name (default <sessionname>-<date>)"}},
+     false,
+     true,
+     runSnapshot},
+    {"report",
+     "show hot methods and the call tree",
+     "Own time is a method's own, total time has its callees in it; percentages are of the sum of\n"
+     "all own times. Methods marked w are measured in wall time, the others in CPU time.",
+     "vdk report app.snapshot\nvdk report app.jar --by-thread --filters on\n"
+     "vdk report app.snapshot --show tree --min-percent 5",
+     {FileOrTarget,
+      {"--show", ValueKind::Choice, "sections (default all)", {"all", "methods", "tree"}},
+      {"--top", ValueKind::Number, "methods to show (default 30)"},
+      {"--by-thread", ValueKind::None, "each thread by itself"},
+      Filters,
+      {"--min-percent", ValueKind::Number, "leave out smaller parts of the tree (default 1)"},
+      {"--depth", ValueKind::Number, "levels of the tree to show (default 60)"},
+      {"--signatures", ValueKind::None, "show parameter types"}},
+     false,
+     true,
+     runReport},
+    {"export",
+     "write stacks for other tools",
+     "Collapsed stacks have one line a stack: frames from the outermost on, a blank, and own time\n"
+     "in whole units (microseconds unless --unit says otherwise). The speedscope form has one\n"
+     "profile a thread, weighted in nanoseconds.",
+     "vdk export app.snapshot --collapsed --out app.collapsed\n"
+     "vdk export app.jar --speedscope -o app.speedscope.json",
+     {FileOrTarget,
+      {"--collapsed", ValueKind::None, "collapsed stacks, for flame graph tools"},
+      {"--speedscope", ValueKind::None, "speedscope's JSON"},
+      Out,
+      Filters,
+      {"--unit", ValueKind::Choice, "unit of collapsed counts (default us)", {"ns", "us", "ms"}},
+      {"--by-thread", ValueKind::None, "the thread as outermost frame of collapsed stacks"},
+      {"--signatures", ValueKind::None, "parameter types in frame names"},
+      {"--raw-names", ValueKind::None, "keep the numbers of generated classes"}},
+     false,
+     false,
+     runExport},
+    {"heap",
+     "show what holds the memory in a heap dump or snapshot",
+     "FILE is a heap dump of a JVM (HPROF, also in gzip form) or a snapshot with a heap. REPORT "
+     "is\n"
+     "  summary             totals, roots, largest classes (default)\n"
+     "  histogram [CLASSES] objects, shallow and retained bytes of classes\n"
+     "  biggest             objects by retained bytes\n"
+     "  dominators [ID]     what an object (or nothing else) keeps alive, one level\n"
+     "  refs ID             what an object refers to\n"
+     "  referrers ID        what refers to an object\n"
+     "  path ID             shortest path from a root to an object\n"
+     "  retained NAME...    what objects, or all of some classes, retain together\n"
+     "  strings             texts that are there more than once\n"
+     "  arrays              empty and nearly empty arrays, by what holds them\n"
+     "  diff FILE2          changes by class from FILE to FILE2\n"
+     "With --index the analysis is kept in a file and opening the heap again takes no computing.",
+     "jcmd app.jar GC.heap_dump /tmp/app.hprof\n"
+     "vdk heap /tmp/app.hprof --index /tmp/app.index\n"
+     "vdk heap /tmp/app.hprof histogram 'java.util.*' --index /tmp/app.index\n"
+     "vdk heap /tmp/app.hprof path 0x7f0a4c18\n"
+     "vdk heap before.hprof diff after.hprof --json",
+     {{"FILE", ValueKind::File, "heap dump or snapshot", {}, true},
+      {"REPORT",
+       ValueKind::Choice,
+       "what to show",
+       {"summary", "histogram", "biggest", "dominators", "refs", "referrers", "path", "retained",
+        "strings", "arrays", "diff"}},
+      {"ARGUMENT", ValueKind::Text, "see the reports", {}, false, true},
+      {"--top", ValueKind::Number, "lines to show"},
+      {"--sort", ValueKind::Choice, "order of classes", {"retained", "shallow", "count", "name"}},
+      {"--by-class", ValueKind::None, "group dominated objects by class"},
+      {"--no-retained", ValueKind::None, "histogram without retained sizes, which is faster"},
+      {"--weak", ValueKind::None, "let a path go through weak, soft and phantom references"},
+      {"--index", ValueKind::File, "keep the analysis in this file"},
+      {"--dump", ValueKind::Number, "which dump of a file that holds several (default 1)"},
+      {"--threads", ValueKind::Number, "1 or 2; the result is the same (default 2)"},
+      {"--tmp", ValueKind::File, "folder for inflating compressed dumps (default TMPDIR or /tmp)"},
+      {"--verify", ValueKind::None, "check dominators and retained sizes by their definition"}},
+     false,
+     true,
+     runHeap},
+    {"completions",
+     "print a completion script for a shell",
+     "",
+     "vdk completions bash > ~/.local/share/bash-completion/completions/vdk\n"
+     "vdk completions zsh > ~/.local/share/zsh/site-functions/_vdk\n"
+     "vdk completions fish > ~/.config/fish/completions/vdk.fish",
+     {{"SHELL", ValueKind::Choice, "which shell", {"bash", "zsh", "fish"}, true}},
+     false,
+     false,
+     runCompletions},
+};
+
+} // namespace
+
+const std::vector<Command>& commands() {
+    return Table;
+}
+
+const Command* findCommand(const std::string& name) {
+    auto found = std::find_if(Table.begin(), Table.end(),
+                              [&](const Command& command) { return command.name == name; });
+    return found == Table.end() ? nullptr : &*found;
+}
+
+const std::vector<OptionSpec>& commonOptions() {
+    static const std::vector<OptionSpec> options = {
+        {"--json", ValueKind::None, "machine-readable output"},
+        {"--timeout", ValueKind::Duration, "limit for each wait for the agent (default 15s)"},
+        {"--color", ValueKind::Choice, "when to use color", {"auto", "always", "never"}},
+        {"--quiet", ValueKind::None, "no notes, no progress", {}, false, false, "-q"},
+        {"--verbose", ValueKind::None, "show internal log lines", {}, false, false, "-v"},
+        {"--help", ValueKind::None, "this help with examples; -h is short", {}, false, false, "-h"},
+    };
+    return options;
+}
+
+std::vector<OptionSpec> allOptions(const Command& command) {
+    std::vector<OptionSpec> all = command.options;
+    for (const OptionSpec& option : commonOptions()) {
+        bool own = std::any_of(all.begin(), all.end(),
+                               [&](const OptionSpec& other) { return other.name == option.name; });
+        if (!own && (option.name != "--json" || command.printsData)) {
+            all.push_back(option);
+        }
+    }
+    return all;
+}
+
+std::string Arguments::text(const std::string& name, const std::string& fallback) const {
+    auto found = values.find(name);
+    return found == values.end() || found->second.empty() ? fallback : found->second.back();
+}
+
+long Arguments::number(const std::string& name, long fallback) const {
+    return has(name) ? parseNumber(text(name), 0, INT32_MAX).value_or(fallback) : fallback;
+}
+
+long Arguments::durationMs(const std::string& name, long fallback) const {
+    return has(name) ? parseDurationMs(text(name)).value_or(fallback) : fallback;
+}
+
+const std::vector<std::string>& Arguments::all(const std::string& name) const {
+    static const std::vector<std::string> none;
+    auto found = values.find(name);
+    return found == values.end() ? none : found->second;
+}
+
+} // namespace vdk

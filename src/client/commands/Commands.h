@@ -1,0 +1,29 @@
+// The run functions of the commands; the table that lists them is in Commands.cpp. Each gives an
+// exit code and throws ClientError.
+#pragma once
+
+#include "client/commands/Command.h"
+
+namespace vdk {
+
+int runList(Console& console, const Arguments& arguments);
+int runRun(Console& console, const Arguments& arguments);
+int runAttach(Console& console, const Arguments& arguments);
+int runStatus(Console& console, const Arguments& arguments);
+int runSample(Console& console, const Arguments& arguments);
+int runTrace(Console& console, const Arguments& arguments);
+int runRetransform(Console& console, const Arguments& arguments);
+int runClear(Console& console, const Arguments& arguments);
+int runTop(Console& console, const Arguments& arguments);
+int runThreads(Console& console, const Arguments& arguments);
+int runTelemetry(Console& console, const Arguments& arguments);
+int runDump(Console& console, const Arguments& arguments);
+int runGc(Console& console, const Arguments& arguments);
+int runStats(Console& console, const Arguments& arguments);
+int runSnapshot(Console& console, const Arguments& arguments);
+int runReport(Console& console, const Arguments& arguments);
+int runExport(Console& console, const Arguments& arguments);
+int runHeap(Console& console, const Arguments& arguments);
+int runCompletions(Console& console, const Arguments& arguments);
+
+} // namespace vdk

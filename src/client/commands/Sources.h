@@ -1,0 +1,60 @@
+// What a command works on: a live agent, or the tables of a snapshot file or of an agent.
+#pragma once
+
+#include "client/agent/AgentClient.h"
+#include "client/attach/JvmList.h"
+#include "client/commands/Command.h"
+
+#include <memory>
+#include <string>
+
+namespace vdk {
+
+// Everything that this machine's JVMs are found by.
+struct Machine {
+    ProcFs processes;
+    MarkerSource markers;
+    JvmFinder finder{processes, markers};
+};
+
+// The agent of a JVM or address, checked to be the one that was meant. Throws ClientError NoTarget
+// "target.unprofiled" for a JVM without agent, AgentFailed "target.foreign" when another process
+// answers on the port.
+struct LiveAgent {
+    AgentClient client;
+    AgentInfo info; // with the process id as this machine sees it, unless an address was given
+    int64_t status = 0;
+};
+LiveAgent connectAgent(const std::string& target, const Arguments& arguments);
+
+// A database to report on.
+struct DataSource {
+    std::string name; // file or target, as given
+    std::string session;
+    int64_t captureTimeMs = 0; // 0 for a live agent
+    bool live = false;
+
+    DB& database() { return fetcher ? fetcher->database() : *owned; }
+
+    std::unique_ptr<DB> owned;
+    std::unique_ptr<AgentClient> client;
+    std::unique_ptr<TableFetcher> fetcher;
+};
+
+// True when the text names a file: one that exists, or a path with a slash or an ending of ours.
+bool namesFile(const std::string& text);
+
+// Reads a performance snapshot, or the tables in the mask from a live agent. Throws ClientError
+// BadInput "snapshot.data" with table, row and field for a damaged file, "snapshot.open" for one
+// that cannot be opened.
+DataSource openData(const std::string& fileOrTarget, const Arguments& arguments, int mask);
+
+// Tables that CPU reports read.
+constexpr int CpuTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |
+                          1 << SLOT_ThreadFrame | 1 << SLOT_CPUProfiling | 1 << SLOT_Frame |
+                          1 << SLOT_TableGeneration;
+constexpr int TelemetryTables = 1 << SLOT_String | 1 << SLOT_Property | 1 << SLOT_Telemetry;
+constexpr int ThreadTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |
+                             1 << SLOT_Frame | 1 << SLOT_Telemetry | 1 << SLOT_ThreadState;
+
+} // namespace vdk

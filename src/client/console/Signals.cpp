@@ -1,0 +1,66 @@
+#include "client/console/Signals.h"
+
+#include "client/console/Errors.h"
+
+#include <csignal>
+#include <ctime>
+#include <unistd.h>
+
+namespace vdk {
+
+static volatile sig_atomic_t signalCount = 0;
+static sig_atomic_t forgotten = 0;
+
+static const int handledSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
+static const int handledCount = sizeof(handledSignals) / sizeof(handledSignals[0]);
+static struct sigaction formerActions[handledCount];
+static bool installed = false;
+
+static void onSignal(int) {
+    signalCount = signalCount + 1;
+    if (signalCount > 1) {
+        _exit(static_cast<int>(ExitCode::Aborted));
+    }
+}
+
+void installSignalHandlers() {
+    struct sigaction action = {};
+    for (int i = 0; i < handledCount; i++) {
+        // No SA_RESTART: a wait must end. A vanished reader shows as a failed write.
+        action.sa_handler = handledSignals[i] == SIGPIPE ? SIG_IGN : onSignal;
+        sigaction(handledSignals[i], &action, &formerActions[i]);
+        // nohup wants the command to go on when its terminal goes.
+        if (handledSignals[i] == SIGHUP && formerActions[i].sa_handler == SIG_IGN) {
+            sigaction(SIGHUP, &formerActions[i], nullptr);
+        }
+    }
+    installed = true;
+}
+
+void restoreSignalHandlers() {
+    for (int i = 0; installed && i < handledCount; i++) {
+        sigaction(handledSignals[i], &formerActions[i], nullptr);
+    }
+    installed = false;
+}
+
+bool isInterrupted() {
+    return signalCount > forgotten;
+}
+
+void forgetInterrupt() {
+    forgotten = signalCount;
+}
+
+void throwIfInterrupted() {
+    if (isInterrupted()) {
+        throw ClientError(ExitCode::Aborted, "aborted", "interrupted");
+    }
+}
+
+bool sleepUnlessInterrupted(long milliseconds) {
+    timespec time = {milliseconds / 1000, (milliseconds % 1000) * 1000000};
+    return !isInterrupted() && nanosleep(&time, nullptr) == 0;
+}
+
+} // namespace vdk

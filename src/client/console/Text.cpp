@@ -1,0 +1,194 @@
+#include "client/console/Text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+
+namespace vdk {
+
+std::vector<std::string> split(std::string_view text, char separator) {
+    std::vector<std::string> parts;
+    size_t start = 0;
+    while (true) {
+        size_t end = text.find(separator, start);
+        if (end == std::string_view::npos) {
+            parts.emplace_back(text.substr(start));
+            return parts;
+        }
+        parts.emplace_back(text.substr(start, end - start));
+        start = end + 1;
+    }
+}
+
+std::string join(const std::vector<std::string>& parts, std::string_view separator) {
+    std::string result;
+    for (const std::string& part : parts) {
+        if (&part != &parts.front()) {
+            result += separator;
+        }
+        result += part;
+    }
+    return result;
+}
+
+bool startsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+bool endsWith(std::string_view text, std::string_view suffix) {
+    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
+bool containsIgnoringCase(std::string_view text, std::string_view part) {
+    auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
+    return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end() ||
+           part.empty();
+}
+
+std::optional<long> parseNumber(std::string_view text, long low, long high) {
+    long value = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value < low || value > high) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<long> parseDurationMs(std::string_view text) {
+    static const struct {
+        const char* suffix;
+        long factorMs;
+    } units[] = {{"ms", 1}, {"s", 1000}, {"m", 60000}, {"h", 3600000}, {"", 1000}};
+    for (const auto& unit : units) {
+        if (!endsWith(text, unit.suffix)) {
+            continue;
+        }
+        std::string_view digits =
+            text.substr(0, text.size() - std::string_view(unit.suffix).size());
+        auto value = parseNumber(digits, 0, INT32_MAX / unit.factorMs);
+        return value ? std::optional<long>(*value * unit.factorMs) : std::nullopt;
+    }
+    return std::nullopt;
+}
+
+std::string formatLimit(int milliseconds) {
+    return milliseconds % 1000 != 0 ? std::to_string(milliseconds) + " ms"
+                                    : std::to_string(milliseconds / 1000) + " s";
+}
+
+std::string shellQuoted(std::string_view text) {
+    std::string result = "'";
+    for (char c : text) {
+        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return result + "'";
+}
+
+std::string shellWord(std::string_view text) {
+    const char* plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+=.,:/@%";
+    bool isPlain = !text.empty() && text.find_first_not_of(plain) == std::string_view::npos;
+    return isPlain ? std::string(text) : shellQuoted(text);
+}
+
+static std::string format(const char* pattern, double value) {
+    char buffer[64];
+    snprintf(buffer, sizeof(buffer), pattern, value);
+    return buffer;
+}
+
+std::string formatNs(int64_t ns) {
+    double value = double(ns);
+    if (ns >= 10000000000) {
+        return format("%.1f s", value / 1e9);
+    }
+    if (ns >= 1000000000) {
+        return format("%.2f s", value / 1e9);
+    }
+    if (ns >= 1000000) {
+        return format("%.1f ms", value / 1e6);
+    }
+    return format("%.0f us", value / 1e3);
+}
+
+std::string formatBytes(int64_t bytes) {
+    if (bytes >= 1 << 30) {
+        return format("%.2f GB", double(bytes) / (1 << 30));
+    }
+    if (bytes >= 1 << 20) {
+        return format("%.1f MB", double(bytes) / (1 << 20));
+    }
+    if (bytes >= 1 << 10) {
+        return format("%.1f KB", double(bytes) / (1 << 10));
+    }
+    return format("%.0f B", double(bytes));
+}
+
+std::string formatPercent(double percent) {
+    return format("%.1f", percent);
+}
+
+// Length of the valid UTF-8 sequence at the start of the text; 0 if there is none.
+static size_t utf8Length(std::string_view text) {
+    auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    unsigned char first = byte(0);
+    if (first < 0x80) {
+        return 1;
+    }
+    size_t length = first >= 0xc2 && first < 0xe0   ? 2
+                    : first >= 0xe0 && first < 0xf0 ? 3
+                    : first >= 0xf0 && first < 0xf5 ? 4
+                                                    : 0;
+    if (length == 0 || text.size() < length) {
+        return 0;
+    }
+    for (size_t i = 1; i < length; i++) {
+        if ((byte(i) & 0xc0) != 0x80) {
+            return 0;
+        }
+    }
+    if ((first == 0xe0 && byte(1) < 0xa0) || (first == 0xed && byte(1) >= 0xa0) ||
+        (first == 0xf0 && byte(1) < 0x90) || (first == 0xf4 && byte(1) >= 0x90)) {
+        return 0;
+    }
+    return length;
+}
+
+std::string printable(std::string_view text, size_t limit) {
+    std::string result;
+    size_t characters = 0;
+    while (!text.empty()) {
+        if (characters++ >= limit) {
+            return result + "...";
+        }
+        size_t length = utf8Length(text);
+        unsigned char first = static_cast<unsigned char>(text[0]);
+        // C1 controls (U+0080 to U+009F) move a terminal's cursor as the C0 ones do.
+        bool control = first < 0x20 || first == 0x7f ||
+                       (length == 2 && first == 0xc2 && static_cast<unsigned char>(text[1]) < 0xa0);
+        if (length == 0 || control) {
+            result += '?';
+        } else {
+            result += text.substr(0, length);
+        }
+        text.remove_prefix(std::max<size_t>(length, 1));
+    }
+    return result;
+}
+
+std::string validUtf8(std::string_view text) {
+    std::string result;
+    while (!text.empty()) {
+        size_t length = utf8Length(text);
+        if (length == 0) {
+            result += "\xef\xbf\xbd";
+        } else {
+            result += text.substr(0, length);
+        }
+        text.remove_prefix(std::max<size_t>(length, 1));
+    }
+    return result;
+}
+
+} // namespace vdk

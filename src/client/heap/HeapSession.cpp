@@ -1,0 +1,215 @@
+#include "client/heap/HeapSession.h"
+
+#include "client/console/Text.h"
+#include "client/heap/HeapProgress.h"
+#include "core/ground/Exceptions.h"
+#include "db/ByteReader.h"
+#include "heapfile/HeapReadError.h"
+#include "heapfile/HprofReader.h"
+#include "heapfile/HprofRecords.h"
+#include "heapfile/SnapshotHeapReader.h"
+#include "offline/DominatorVerifier.h"
+#include "offline/HeapAnalysis.h"
+#include "offline/Reachability.h"
+
+#include <algorithm>
+#include <new>
+
+namespace vdk {
+
+namespace {
+
+// Runs code of the offline library; its exceptions become the client's.
+template <typename Code>
+void translated(const std::string& file, Code code) {
+    try {
+        code();
+    } catch (const HeapTemporaryFileError& e) {
+        throw ClientError(ExitCode::CannotWrite, "heap.temporary", e.what(),
+                          "--tmp names another folder");
+    } catch (const HeapReadError& e) {
+        throw ClientError(ExitCode::BadInput, "heap.read", e.what());
+    } catch (const BadInputException& e) {
+        throw ClientError(ExitCode::BadInput, "heap.read",
+                          file + ": " + e.message.c_str() + " at offset " +
+                              std::to_string(e.offset));
+    } catch (const AnalysisCancelled&) {
+        throw ClientError(ExitCode::Aborted, "aborted", "interrupted");
+    } catch (const std::bad_alloc&) {
+        throw ClientError(ExitCode::BadInput, "heap.memory",
+                          file + ": not enough memory for this heap");
+    } catch (const VDKRuntimeException&) {
+        throw ClientError(ExitCode::BadInput, "heap.inconsistent",
+                          file + ": the heap contradicts itself");
+    }
+}
+
+// "*" is any run of characters. Goes back to the last star only, which is enough.
+bool matches(const std::string& pattern, const std::string& text) {
+    size_t p = 0, t = 0, star = std::string::npos, starText = 0;
+    while (t < text.size()) {
+        if (p < pattern.size() && pattern[p] == '*') {
+            star = p++;
+            starText = t;
+        } else if (p < pattern.size() && pattern[p] == text[t]) {
+            p++;
+            t++;
+        } else if (star != std::string::npos) {
+            p = star + 1;
+            t = ++starText;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of('*', p) == std::string::npos;
+}
+
+} // namespace
+
+HeapSession::HeapSession(Console& console, const HeapOptions& options, bool analyze)
+    : console(console), options(options) {
+    translated(options.file, [&] { open(analyze); });
+    for (const std::string& remark : model().remarks) {
+        console.warn(options.file + ": " + remark);
+    }
+    for (const HeapRoot& root : model().roots) {
+        roots.push_back(root.row);
+    }
+    std::sort(roots.begin(), roots.end());
+    roots.erase(std::unique(roots.begin(), roots.end()), roots.end());
+    if (model().resultsOnly) {
+        takeResults();
+    }
+    if (!analyze) {
+        return;
+    }
+    translated(options.file, [&] {
+        if (!heap.analyzed) {
+            compute();
+        }
+        if (options.verify) {
+            verify();
+        }
+    });
+}
+
+HeapSession::~HeapSession() = default;
+
+void HeapSession::open(bool analyze) {
+    HeapProgress progress(console);
+    auto file = std::make_shared<MappedFile>(options.file, options.temporaryDir);
+    if (!options.index.empty() && analyze) {
+        std::string why;
+        fromIndex =
+            HeapIndexFile::read(options.index, file, options.dumpNumber, heap, why, &progress);
+        if (fromIndex) {
+            return;
+        }
+        if (!why.empty()) {
+            console.warn(why + "; the heap is analyzed anew");
+        }
+        heap = AnalyzedHeap();
+    }
+    HeapReadOptions reading;
+    reading.temporaryDir = options.temporaryDir;
+    reading.dumpNumber = options.dumpNumber;
+    reading.threads = options.threads;
+    reading.withScratch = analyze;
+    reading.progress = &progress;
+    if (HprofRecords::isHprof(file->data(), file->size())) {
+        heap.model = HprofReader::read(std::move(file), reading);
+    } else if (SnapshotHeapReader::isSnapshot(file->data(), file->size())) {
+        heap.model = SnapshotHeapReader::read(std::move(file), reading);
+    } else {
+        throw HeapReadError(options.file + " is neither a heap dump nor a snapshot: wrong magic",
+                            0);
+    }
+}
+
+// Which rows the roots reached isn't told by results; all that have a size count as reached.
+void HeapSession::takeResults() {
+    if (options.graphNeeded) {
+        throw ClientError(ExitCode::BadInput, "heap.results",
+                          options.file + " holds the results of an analysis only",
+                          "open the snapshot that it was made from; `summary`, `biggest` and "
+                          "`dominators` work without");
+    }
+    heap.reachedBits.assign(size_t(bitFieldWords(model().objectCount)), 0);
+    for (int row = 1; row <= model().rowCount(); row++) {
+        if (storage().getSize(row) >= 0) {
+            setMark(heap.reachedBits.data(), row);
+        }
+    }
+    heap.analyzed = true;
+}
+
+void HeapSession::compute() {
+    HeapProgress progress(console);
+    heap.reachedBits.assign(size_t(bitFieldWords(model().objectCount)), 0);
+    analyzeHeap(storage(), roots.data(), int(roots.size()), nullptr, heap.reachedBits.data(),
+                options.threads, &progress);
+    heap.analyzed = true;
+    if (!options.index.empty()) {
+        try {
+            HeapIndexFile::write(heap, options.dumpNumber, options.index, &progress);
+        } catch (const HeapReadError& e) {
+            throw ClientError(ExitCode::CannotWrite, "heap.index", e.what());
+        }
+    }
+}
+
+void HeapSession::verify() {
+    HeapProgress progress(console);
+    DominatorCheck check;
+    if (!model().resultsOnly) {
+        check = verifyDominators(storage(), roots.data(), int(roots.size()), nullptr, &progress);
+    }
+    if (check.violated) {
+        throw ClientError(ExitCode::Refused, "heap.verify",
+                          std::string("dominators are wrong: ") + check.violated + " at rows " +
+                              std::to_string(check.row) + " and " + std::to_string(check.other));
+    }
+    int row = verifyRetainedSizes(storage());
+    if (row != 0) {
+        throw ClientError(ExitCode::Refused, "heap.verify",
+                          "retained sizes are wrong at row " + std::to_string(row));
+    }
+    console.note(model().resultsOnly ? "retained sizes verified"
+                                     : "dominators and retained sizes verified");
+}
+
+bool HeapSession::isReached(int row) const {
+    return !heap.reachedBits.empty() && isMarked(heap.reachedBits.data(), row);
+}
+
+int HeapSession::rowOf(const std::string& text) const {
+    std::string digits = startsWith(text, "@") ? text.substr(1) : text;
+    char* end = nullptr;
+    errno = 0;
+    unsigned long long id = strtoull(digits.c_str(), &end, 0);
+    bool isNumber = !digits.empty() && isdigit(static_cast<unsigned char>(digits[0])) &&
+                    *end == '\0' && errno == 0;
+    if (!isNumber) {
+        throw ClientError(ExitCode::Usage, "heap.id",
+                          "\"" + printable(text, 100) + "\" is no object identifier",
+                          "identifiers look like 0x7f0a4c18; reports print them");
+    }
+    int row = model().rowOfId(id);
+    if (row == 0) {
+        throw ClientError(ExitCode::Refused, "heap.noobject",
+                          "the heap holds no object " + printable(text, 100));
+    }
+    return row;
+}
+
+std::vector<int> HeapSession::classesByPattern(const std::string& pattern) const {
+    std::vector<int> result;
+    for (size_t i = 0; i < model().classes.size(); i++) {
+        if (matches(pattern, model().classes[i].name)) {
+            result.push_back(int(i));
+        }
+    }
+    return result;
+}
+
+} // namespace vdk

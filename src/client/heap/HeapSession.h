@@ -1,0 +1,61 @@
+// An opened heap for the commands of `vdk heap`: file, index and analysis, with progress, and all
+// failures as ClientError.
+#pragma once
+
+#include "client/console/Console.h"
+#include "heapfile/HeapIndexFile.h"
+#include "heapfile/HeapModel.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vdk {
+
+struct HeapOptions {
+    std::string file;
+    std::string index;        // path of the index file, empty for none
+    std::string temporaryDir; // for inflating, empty for the default
+    int dumpNumber = 1;
+    int threads = 2;
+    bool graphNeeded = true; // the report needs classes, roots or references
+    bool verify = false;     // check dominators and retained sizes after computing or loading them
+};
+
+class HeapSession {
+public:
+    // Opens the file. With `analyze` dominators, retained sizes and referrers are there afterwards,
+    // from the index if there is a good one, and the index is written if it was asked for. Remarks
+    // about the file go to the console. Throws ClientError.
+    HeapSession(Console& console, const HeapOptions& options, bool analyze);
+    ~HeapSession();
+
+    const HeapModel& model() const { return *heap.model; }
+    ObjectStorage& storage() const { return *heap.model->storage; }
+    bool isReached(int row) const;
+    const std::vector<int>& reachedBits() const { return heap.reachedBits; }
+    // Rows of all roots, each once, ascending.
+    const std::vector<int>& rootRows() const { return roots; }
+    bool loadedFromIndex() const { return fromIndex; }
+
+    // Row of an identifier as people write it: "0x7f.." of a JVM's dump, a decimal row number of a
+    // snapshot. Throws ClientError if there is no such object.
+    int rowOf(const std::string& text) const;
+    // Classes whose name is `pattern`, where "*" is any run of characters. Indices in
+    // model().classes.
+    std::vector<int> classesByPattern(const std::string& pattern) const;
+
+private:
+    void open(bool analyze);
+    void takeResults();
+    void compute();
+    void verify();
+
+    Console& console;
+    HeapOptions options;
+    AnalyzedHeap heap;
+    std::vector<int> roots;
+    bool fromIndex = false;
+};
+
+} // namespace vdk

@@ -1,0 +1,210 @@
+#include "client/console/Text.h"
+#include "client/heap/HeapReport.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace vdk {
+
+namespace {
+
+const size_t ShownStrings = 30;
+const uint32_t ShownCharacters = 100;
+
+// The characters of a string as they stand in the file.
+struct Content {
+    const uint8_t* bytes = nullptr;
+    uint64_t length = 0;
+    char type = 0;      // of the array's elements
+    uint64_t coder = 0; // 1 if bytes hold pairs
+    int array = 0;      // row
+
+    bool equals(const Content& other) const {
+        return length == other.length && type == other.type && coder == other.coder &&
+               (length == 0 || memcmp(bytes, other.bytes, length) == 0);
+    }
+};
+
+uint64_t hashOf(const Content& content) {
+    uint64_t hash = content.length * 0x9e3779b97f4a7c15ULL + content.coder;
+    for (uint64_t i = 0; i < content.length; i++) {
+        hash = (hash ^ content.bytes[i]) * 0x100000001b3ULL;
+    }
+    return hash ^ hash >> 29;
+}
+
+struct Duplicate {
+    int row = 0; // the first string of that text
+    int64_t count = 0;
+    int64_t arrays = 0; // distinct ones behind them
+    int64_t wasted = 0; // bytes of all but one string and one array
+};
+
+struct StringSums {
+    int64_t count = 0;
+    int64_t bytes = 0; // strings and their arrays, each once
+    int64_t distinct = 0;
+    int64_t wasted = 0;
+    int64_t unreadable = 0;
+    std::vector<Duplicate> duplicates;
+};
+
+class StringFinder {
+public:
+    explicit StringFinder(const HeapSession& session)
+        : model(session.model()), storage(session.storage()) {
+        if (model.stringClass >= 0) {
+            for (const HeapField& field : model.classes[size_t(model.stringClass)].fields) {
+                sharesArrays = sharesArrays || field.name == "offset";
+            }
+        }
+    }
+
+    StringSums run();
+
+private:
+    struct Entry {
+        uint64_t hash;
+        int row;
+    };
+    bool contentOf(int row, Content& content) const;
+    void addGroup(std::vector<Entry>::iterator first, std::vector<Entry>::iterator last,
+                  StringSums& sums);
+
+    const HeapModel& model;
+    const ObjectStorage& storage;
+    bool sharesArrays = false; // strings of JDK 6 are parts of arrays
+};
+
+bool StringFinder::contentOf(int row, Content& content) const {
+    uint32_t count = 0;
+    content.array = model.referenceField(row, "value");
+    if (content.array == 0 ||
+        !model.primitiveArray(content.array, content.bytes, count, content.type)) {
+        return false;
+    }
+    content.length = uint64_t(count) * (content.type == 'C' ? 2 : 1);
+    if (content.type == 'B') {
+        model.primitiveField(row, "coder", content.coder);
+    }
+    uint64_t offset = 0, length = 0;
+    if (sharesArrays && model.primitiveField(row, "offset", offset) &&
+        model.primitiveField(row, "count", length)) {
+        if (offset > count || length > count - offset) {
+            return false;
+        }
+        content.bytes += 2 * offset;
+        content.length = 2 * length;
+    }
+    return true;
+}
+
+StringSums StringFinder::run() {
+    StringSums sums;
+    std::vector<Entry> entries;
+    for (int row = 1; row <= model.rowCount(); row++) {
+        if (model.isClass(row) || model.classOf(row) != model.stringClass ||
+            model.stringClass < 0) {
+            continue;
+        }
+        sums.count++;
+        sums.bytes += std::max(storage.getSize(row), 0);
+        Content content;
+        if (contentOf(row, content)) {
+            entries.push_back({hashOf(content), row});
+        } else {
+            sums.unreadable++;
+        }
+    }
+    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
+        return a.hash != b.hash ? a.hash < b.hash : a.row < b.row;
+    });
+    for (auto first = entries.begin(); first != entries.end();) {
+        auto last = std::find_if(first, entries.end(),
+                                 [&](const Entry& e) { return e.hash != first->hash; });
+        addGroup(first, last, sums);
+        first = last;
+    }
+    std::sort(sums.duplicates.begin(), sums.duplicates.end(),
+              [](const Duplicate& a, const Duplicate& b) {
+                  return a.wasted != b.wasted ? a.wasted > b.wasted : a.row < b.row;
+              });
+    return sums;
+}
+
+// Strings of one hash: those of the first one's text, then the next one's, until none is left.
+void StringFinder::addGroup(std::vector<Entry>::iterator first, std::vector<Entry>::iterator last,
+                            StringSums& sums) {
+    while (first != last) {
+        Content reference;
+        contentOf(first->row, reference);
+        auto other = std::stable_partition(first, last, [&](const Entry& e) {
+            Content content;
+            return contentOf(e.row, content) && content.equals(reference);
+        });
+        std::vector<int> arrays;
+        Duplicate duplicate;
+        duplicate.row = first->row;
+        duplicate.count = other - first;
+        for (auto e = first; e != other; ++e) {
+            arrays.push_back(model.referenceField(e->row, "value"));
+        }
+        std::sort(arrays.begin(), arrays.end());
+        arrays.erase(std::unique(arrays.begin(), arrays.end()), arrays.end());
+        duplicate.arrays = int64_t(arrays.size());
+        for (int array : arrays) {
+            sums.bytes += std::max(storage.getSize(array), 0);
+        }
+        duplicate.wasted =
+            (duplicate.count - 1) * std::max(storage.getSize(first->row), 0) +
+            (duplicate.arrays - 1) * int64_t(std::max(storage.getSize(arrays.front()), 0));
+        sums.distinct++;
+        sums.wasted += duplicate.wasted;
+        if (duplicate.count > 1) {
+            sums.duplicates.push_back(duplicate);
+        }
+        first = other;
+    }
+}
+
+} // namespace
+
+int reportHeapStrings(Console& console, const Arguments& arguments) {
+    heapArguments(arguments, 0, 0, "no arguments");
+    HeapOptions options = heapOptions(arguments);
+    HeapSession session(console, options, !options.index.empty());
+    StringSums sums = StringFinder(session).run();
+    size_t top = std::min(heapTop(arguments, ShownStrings), sums.duplicates.size());
+    if (console.json) {
+        JsonWriter json(console.out, true);
+        beginHeapDocument(json, "vdk.heap.strings/1", session);
+        json.field("count", sums.count).field("bytes", sums.bytes);
+        json.field("distinct", sums.distinct).field("wasted", sums.wasted);
+        json.field("unreadable", sums.unreadable).key("duplicates").beginArray();
+        for (size_t i = 0; i < top; i++) {
+            const Duplicate& d = sums.duplicates[i];
+            json.beginObject().field("id", heapId(session.model(), d.row));
+            json.field("text", heapDetail(session.model(), d.row, 1000));
+            json.field("count", d.count).field("arrays", d.arrays);
+            json.field("wasted", d.wasted).endObject();
+        }
+        json.endArray().endObject();
+        return 0;
+    }
+    console.out << groupedNumber(sums.count) << " strings of " << groupedNumber(sums.distinct)
+                << " texts, " << groupedNumber(sums.bytes) << " bytes with their arrays; "
+                << groupedNumber(sums.wasted) << " bytes for texts that are there already\n";
+    TextTable table({{"wasted", TextTable::Right},
+                     {"strings", TextTable::Right},
+                     {"arrays", TextTable::Right},
+                     {"text"}});
+    for (size_t i = 0; i < top; i++) {
+        const Duplicate& d = sums.duplicates[i];
+        table.add({groupedNumber(d.wasted), groupedNumber(d.count), groupedNumber(d.arrays),
+                   "\"" + printable(heapDetail(session.model(), d.row, ShownCharacters)) + "\""});
+    }
+    table.print(console);
+    return 0;
+}
+
+} // namespace vdk

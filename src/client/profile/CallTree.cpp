@@ -1,0 +1,188 @@
+#include "client/profile/CallTree.h"
+
+#include <algorithm>
+#include <map>
+#include <unordered_map>
+
+namespace vdk {
+
+namespace {
+
+struct NodeKey {
+    int parent, method;
+    bool operator==(const NodeKey& other) const {
+        return parent == other.parent && method == other.method;
+    }
+};
+
+struct NodeKeyHash {
+    size_t operator()(const NodeKey& key) const {
+        return std::hash<uint64_t>()(uint64_t(uint32_t(key.parent)) << 32 | uint32_t(key.method));
+    }
+};
+
+class TreeMaker {
+public:
+    TreeMaker(const Profile& profile, const CallTreeChoices& choices)
+        : profile(profile), choices(choices), nodeOfFrame(profile.frames.size(), Unknown) {}
+
+    CallTree make() {
+        tree.nodes.resize(1);
+        nodeOfFrame[0] = 0;
+        for (const Charge& charge : profile.charges) {
+            if (choices.thread >= 0 && charge.thread != choices.thread) {
+                continue;
+            }
+            if (!isLinked(charge.frame)) {
+                continue;
+            }
+            int node = findNode(charge.frame);
+            if (node == 0 && charge.ownNs > 0) {
+                node = child(0, CallTree::OnlyFiltered);
+            }
+            tree.nodes[size_t(node)].ownNs += charge.ownNs;
+            if (node != 0 && isShown(charge.frame)) {
+                tree.nodes[size_t(node)].count += charge.count;
+            }
+        }
+        sumUp();
+        return std::move(tree);
+    }
+
+private:
+    static constexpr int Unknown = -2;
+
+    bool isShown(int frame) const {
+        const ProfileMethod& method = profile.methods[size_t(profile.frames[size_t(frame)].method)];
+        return !method.isHidden() && !(choices.filters && method.isFiltered());
+    }
+
+    // False for a frame that is absent.
+    bool isLinked(int frame) const {
+        return frame > 0 && profile.frames[size_t(frame)].parent >= 0;
+    }
+
+    int child(int parent, int method) {
+        auto [entry, added] = children.try_emplace(NodeKey{parent, method}, int(tree.nodes.size()));
+        if (added) {
+            CallTree::Node node;
+            node.parent = parent;
+            node.method = method;
+            tree.nodes.push_back(node);
+        }
+        return entry->second;
+    }
+
+    // The node that the frame's time belongs to. Frames are deep: no recursion.
+    int findNode(int frame) {
+        path.clear();
+        while (frame > 0 && nodeOfFrame[size_t(frame)] == Unknown) {
+            path.push_back(frame);
+            frame = isLinked(frame) ? profile.frames[size_t(frame)].parent : 0;
+        }
+        int node = nodeOfFrame[size_t(frame)];
+        for (auto it = path.rbegin(); it != path.rend(); ++it) {
+            if (isShown(*it)) {
+                node = child(node, profile.frames[size_t(*it)].method);
+            }
+            nodeOfFrame[size_t(*it)] = node;
+        }
+        return node;
+    }
+
+    void sumUp() {
+        auto& nodes = tree.nodes;
+        for (size_t i = nodes.size(); i-- > 0;) {
+            nodes[i].totalNs += nodes[i].ownNs;
+            if (i > 0) {
+                nodes[size_t(nodes[i].parent)].totalNs += nodes[i].totalNs;
+            }
+        }
+        for (size_t i = 1; i < nodes.size(); i++) {
+            nodes[size_t(nodes[i].parent)].children.push_back(int(i));
+        }
+        for (CallTree::Node& node : nodes) {
+            std::stable_sort(node.children.begin(), node.children.end(), [&](int a, int b) {
+                return nodes[size_t(a)].totalNs > nodes[size_t(b)].totalNs;
+            });
+        }
+    }
+
+    const Profile& profile;
+    const CallTreeChoices& choices;
+    CallTree tree;
+    std::unordered_map<NodeKey, int, NodeKeyHash> children;
+    std::vector<int> nodeOfFrame;
+    std::vector<int> path;
+};
+
+} // namespace
+
+CallTree makeCallTree(const Profile& profile, const CallTreeChoices& choices) {
+    return TreeMaker(profile, choices).make();
+}
+
+std::vector<HotMethod> hotMethods(const CallTree& tree) {
+    std::unordered_map<int, HotMethod> byMethod;
+    std::unordered_map<int, int> onPath; // how often a method stands above the current node
+    struct Step {
+        int node;
+        size_t nextChild;
+    };
+    std::vector<Step> stack = {{0, 0}};
+    while (!stack.empty()) {
+        Step& step = stack.back();
+        const CallTree::Node& node = tree.nodes[size_t(step.node)];
+        if (step.nextChild == 0 && step.node != 0) {
+            HotMethod& method = byMethod[node.method];
+            method.method = node.method;
+            method.ownNs += node.ownNs;
+            method.count += node.count;
+            if (onPath[node.method]++ == 0) {
+                method.totalNs += node.totalNs;
+            }
+        }
+        if (step.nextChild < node.children.size()) {
+            stack.push_back({node.children[step.nextChild++], 0});
+            continue;
+        }
+        if (step.node != 0) {
+            onPath[node.method]--;
+        }
+        stack.pop_back();
+    }
+    std::vector<HotMethod> result;
+    for (const auto& entry : byMethod) {
+        result.push_back(entry.second);
+    }
+    std::sort(result.begin(), result.end(), [](const HotMethod& a, const HotMethod& b) {
+        if (a.ownNs != b.ownNs) {
+            return a.ownNs > b.ownNs;
+        }
+        return a.totalNs != b.totalNs ? a.totalNs > b.totalNs : a.method < b.method;
+    });
+    return result;
+}
+
+std::vector<ThreadTime> threadTimes(const Profile& profile) {
+    std::map<int, int64_t> times;
+    for (const Charge& charge : profile.charges) {
+        times[charge.thread] += charge.ownNs;
+    }
+    std::vector<ThreadTime> result;
+    for (const auto& [thread, ownNs] : times) {
+        result.push_back({thread, ownNs});
+    }
+    std::stable_sort(result.begin(), result.end(),
+                     [](const ThreadTime& a, const ThreadTime& b) { return a.ownNs > b.ownNs; });
+    return result;
+}
+
+std::string methodName(const Profile& profile, int method, bool withParameters) {
+    if (method == CallTree::OnlyFiltered) {
+        return "<filtered methods only>";
+    }
+    return profile.methods[size_t(method)].fullName(withParameters);
+}
+
+} // namespace vdk

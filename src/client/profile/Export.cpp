@@ -1,0 +1,200 @@
+#include "client/profile/Export.h"
+
+#include "client/console/Json.h"
+#include "client/console/Text.h"
+#include "client/profile/TreeWalk.h"
+#include "core/ground/Version.h"
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+
+namespace vdk {
+
+namespace {
+
+// Position behind the digits (hexadecimal ones on demand) from `at` on.
+size_t skipDigits(const std::string& text, size_t at, bool hexadecimal) {
+    while (at < text.size() && (hexadecimal ? std::isxdigit(static_cast<unsigned char>(text[at]))
+                                            : std::isdigit(static_cast<unsigned char>(text[at])))) {
+        at++;
+    }
+    return at;
+}
+
+// Takes out an address such as "/0x00007f12ab" or "+0x1f"; in live names it stands behind a dot.
+void removeAddresses(std::string& name) {
+    for (const char* mark : {"/0x", "+0x", ".0x"}) {
+        size_t at;
+        while ((at = name.find(mark)) != std::string::npos) {
+            name.erase(at, skipDigits(name, at + 3, true) - at);
+        }
+    }
+}
+
+// A text fit for a collapsed stack: in place of the format's separators, and of characters that
+// move a terminal's cursor, stands a colon.
+std::string collapsedText(const std::string& text) {
+    std::string result = validUtf8(text);
+    for (char& c : result) {
+        bool isControl = static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+        if (c == ';' || isControl) {
+            c = ':';
+        }
+    }
+    return result;
+}
+
+// The same without blanks, which end a stack.
+std::string collapsedName(const std::string& name) {
+    std::string result = collapsedText(name);
+    result.erase(std::remove(result.begin(), result.end(), ' '), result.end());
+    return result;
+}
+
+std::string frameName(const Profile& profile, int method, const ExportChoices& choices) {
+    std::string name = methodName(profile, method, choices.signatures);
+    return choices.rawNames ? name : cleanFrameName(name);
+}
+
+// Names of methods, each made once.
+class NameCache {
+public:
+    NameCache(const Profile& profile, const ExportChoices& choices)
+        : profile(profile), choices(choices) {}
+
+    const std::string& get(int method) {
+        auto [entry, added] = names.try_emplace(method);
+        if (added) {
+            entry->second = frameName(profile, method, choices);
+        }
+        return entry->second;
+    }
+
+private:
+    const Profile& profile;
+    const ExportChoices& choices;
+    std::map<int, std::string> names;
+};
+
+void collapseTree(std::ostream& out, const CallTree& tree, const std::string& prefix,
+                  NameCache& names, const ExportChoices& choices) {
+    std::string line = prefix;
+    std::vector<size_t> ends;
+    walkTree(
+        tree, TreeLimits(),
+        [&](const CallTree::Node& node, int) {
+            ends.push_back(line.size());
+            line += (line.empty() ? "" : ";") + collapsedName(names.get(node.method));
+            int64_t units = (node.ownNs + choices.unitNs / 2) / choices.unitNs;
+            if (units > 0) {
+                out << line << ' ' << units << '\n';
+            }
+        },
+        [&](const CallTree::Node&, int) {
+            line.resize(ends.back());
+            ends.pop_back();
+        });
+}
+
+} // namespace
+
+std::string cleanFrameName(const std::string& name) {
+    std::string result = name;
+    removeAddresses(result);
+    for (const char* mark : {"$$Lambda$", "LambdaForm$", "GeneratedMethodAccessor",
+                             "GeneratedConstructorAccessor", "$Proxy"}) {
+        std::string prefix = mark;
+        size_t at = 0;
+        while ((at = result.find(prefix, at)) != std::string::npos) {
+            at += prefix.size();
+            size_t end = skipDigits(result, at, false);
+            // A "$" that only led to the number goes with it.
+            size_t from = end > at && prefix.back() == '$' ? at - 1 : at;
+            result.erase(from, end - from);
+        }
+    }
+    return result;
+}
+
+void writeCollapsed(std::ostream& out, const Profile& profile, const ExportChoices& choices) {
+    NameCache names(profile, choices);
+    if (!choices.byThread) {
+        collapseTree(out, makeCallTree(profile, {choices.filters, -1}), "", names, choices);
+        return;
+    }
+    for (const ThreadTime& time : threadTimes(profile)) {
+        const ProfileThread& thread = profile.threads[size_t(time.thread)];
+        std::string prefix =
+            "[" + collapsedText(thread.name) + " trn=" + std::to_string(thread.trn) + "]";
+        collapseTree(out, makeCallTree(profile, {choices.filters, time.thread}), prefix, names,
+                     choices);
+    }
+}
+
+namespace {
+
+// A thread's stacks: what the "samples" and "weights" of its profile come from. The walk is made
+// twice, as the format wants all samples ahead of all weights.
+template <typename Visitor>
+void eachStack(const CallTree& tree, std::map<int, int>& frames, Visitor visitor) {
+    std::vector<int> stack;
+    walkTree(
+        tree, TreeLimits(),
+        [&](const CallTree::Node& node, int) {
+            stack.push_back(frames.try_emplace(node.method, int(frames.size())).first->second);
+            if (node.ownNs > 0) {
+                visitor(stack, node.ownNs);
+            }
+        },
+        [&](const CallTree::Node&, int) { stack.pop_back(); });
+}
+
+void writeSpeedscopeThread(JsonWriter& json, const CallTree& tree, const ProfileThread& thread,
+                           std::map<int, int>& frames) {
+    json.beginObject().field("type", "sampled");
+    json.field("name", thread.name + " (trn " + std::to_string(thread.trn) + ")");
+    json.field("unit", "nanoseconds").field("startValue", 0).field("endValue", tree.totalNs());
+    json.key("samples").beginArray();
+    eachStack(tree, frames, [&](const std::vector<int>& stack, int64_t) {
+        json.beginArray();
+        for (int frame : stack) {
+            json.value(frame);
+        }
+        json.endArray();
+    });
+    json.endArray().key("weights").beginArray();
+    eachStack(tree, frames, [&](const std::vector<int>&, int64_t ownNs) { json.value(ownNs); });
+    json.endArray().endObject();
+}
+
+} // namespace
+
+void writeSpeedscope(std::ostream& out, const Profile& profile, const ExportChoices& choices) {
+    JsonWriter json(out, false);
+    json.beginObject();
+    json.field("$schema", "https://www.speedscope.app/file-format-schema.json");
+    json.field("name", choices.name).field("exporter", "vdk@" VDK_VERSION);
+    json.field("activeProfileIndex", 0);
+    std::map<int, int> frames; // index of a method among the shared frames
+    json.key("profiles").beginArray();
+    for (const ThreadTime& time : threadTimes(profile)) {
+        if (time.ownNs > 0) {
+            writeSpeedscopeThread(json, makeCallTree(profile, {choices.filters, time.thread}),
+                                  profile.threads[size_t(time.thread)], frames);
+        }
+    }
+    json.endArray();
+    std::vector<int> methods(frames.size());
+    for (const auto& [method, index] : frames) {
+        methods[size_t(index)] = method;
+    }
+    json.key("shared").beginObject().key("frames").beginArray();
+    for (int method : methods) {
+        json.beginObject().field("name", frameName(profile, method, choices)).endObject();
+    }
+    json.endArray().endObject().endObject();
+    out << '\n';
+}
+
+} // namespace vdk

@@ -1,0 +1,165 @@
+#include "client/profile/Profile.h"
+
+#include "db/DB.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace vdk {
+
+bool ProfileMethod::isHidden() const {
+    return (flags & METHOD_HIDDEN) != 0;
+}
+
+bool ProfileMethod::isFiltered() const {
+    return (flags & METHOD_FILTERED) != 0;
+}
+
+std::string ProfileMethod::fullName(bool withParameters) const {
+    std::string full = className.empty() ? name : className + "." + name;
+    return withParameters ? full + parameters : full;
+}
+
+int64_t Profile::totalNs() const {
+    int64_t sum = 0;
+    for (const Charge& charge : charges) {
+        sum += charge.ownNs;
+    }
+    return sum;
+}
+
+namespace {
+
+class ProfileMaker {
+public:
+    explicit ProfileMaker(DB& db) : db(db) {}
+
+    Profile make() {
+        readMethods();
+        readFrames();
+        readThreads();
+        readCharges();
+        return std::move(profile);
+    }
+
+private:
+    std::string text(int stringRow) const {
+        const char* characters = db.stringPool->getText(stringRow);
+        return characters ? characters : "";
+    }
+
+    template <typename T, typename Visitor>
+    static void eachLive(DBTable<T>* table, Visitor visitor) {
+        table->eachRecord([&](int index, T& record) {
+            if (record.stamp > 0) {
+                visitor(index, record);
+            }
+        });
+    }
+
+    void readMethods() {
+        profile.methods.resize(1);
+        profile.methods[0].name = "<unknown>";
+        eachLive(db.methodTable, [&](int index, const MethodRecord& record) {
+            if (size_t(index) >= profile.methods.size()) {
+                profile.methods.resize(size_t(index) + 1, profile.methods[0]);
+            }
+            ProfileMethod& method = profile.methods[size_t(index)];
+            method.className = text(record.classNameStrID);
+            method.name = text(record.methodNameStrID);
+            method.parameters = text(record.parametersStrID);
+            method.flags = record.flags;
+        });
+    }
+
+    // A parent always has a lower index than its children, as frames are never given back. A row
+    // that breaks this is left out, with all below it.
+    void readFrames() {
+        profile.frames.resize(1);
+        eachLive(db.frameTable, [&](int index, const FrameRecord& record) {
+            if (index == 0 || record.parent < 0 || record.parent >= index) {
+                return;
+            }
+            if (size_t(index) >= profile.frames.size()) {
+                profile.frames.resize(size_t(index) + 1);
+            }
+            Profile::Frame& frame = profile.frames[size_t(index)];
+            frame.parent = record.parent;
+            bool known = record.method > 0 && size_t(record.method) < profile.methods.size();
+            frame.method = known ? record.method : 0;
+        });
+    }
+
+    void readThreads() {
+        eachLive(db.threadTable, [&](int, const ThreadRecord& record) {
+            if (record.tfiThreadIndex != 0) {
+                threadOfKey[record.tfiThreadIndex] = int(profile.threads.size());
+            }
+            profile.threads.push_back({record.trn, text(record.nameStrID), text(record.groupStrID),
+                                       record.nativeThreadID});
+        });
+    }
+
+    int findThread(int key) {
+        auto found = threadOfKey.find(key);
+        if (found != threadOfKey.end()) {
+            return found->second;
+        }
+        int index = int(profile.threads.size());
+        profile.threads.push_back({0, "<thread " + std::to_string(key) + ">", "", 0});
+        return threadOfKey[key] = index;
+    }
+
+    void readCharges() {
+        eachLive(db.threadFrameTable, [&](int index, const ThreadFrameRecord& pair) {
+            const CPUProfilingRecord* record = db.cpuProfilingTable->getRecord(index, false);
+            if (!record || record->stamp <= 0 || pair.frame <= 0 ||
+                size_t(pair.frame) >= profile.frames.size()) {
+                return;
+            }
+            profile.charges.push_back(
+                {findThread(pair.tfiThreadIndex), pair.frame, record->timeNs, record->count});
+            profile.hasCounts = profile.hasCounts || record->count > 0;
+        });
+        auto& charges = profile.charges;
+        std::sort(charges.begin(), charges.end(), [](const Charge& a, const Charge& b) {
+            return a.thread != b.thread ? a.thread < b.thread : a.frame < b.frame;
+        });
+        for (size_t from = 0; from < charges.size();) {
+            size_t to = from;
+            while (to < charges.size() && charges[to].thread == charges[from].thread) {
+                to++;
+            }
+            takeChildrenOff(from, to);
+            from = to;
+        }
+    }
+
+    // Turns the times with callees of one thread, sorted by frame, into own times.
+    void takeChildrenOff(size_t from, size_t to) {
+        auto& charges = profile.charges;
+        std::unordered_map<int, int64_t> childrenNs;
+        for (size_t i = from; i < to; i++) {
+            childrenNs[profile.frames[size_t(charges[i].frame)].parent] += charges[i].ownNs;
+        }
+        for (size_t i = from; i < to; i++) {
+            auto children = childrenNs.find(charges[i].frame);
+            if (children != childrenNs.end()) {
+                charges[i].ownNs -= children->second;
+            }
+            charges[i].ownNs = std::max<int64_t>(charges[i].ownNs, 0);
+        }
+    }
+
+    DB& db;
+    Profile profile;
+    std::unordered_map<int, int> threadOfKey;
+};
+
+} // namespace
+
+Profile makeProfile(DB& db) {
+    return ProfileMaker(db).make();
+}
+
+} // namespace vdk

@@ -1,0 +1,31 @@
+// Reports on a profile: hot methods and call tree, as text for people or as JSON.
+#pragma once
+
+#include "client/console/Console.h"
+#include "client/profile/CallTree.h"
+
+#include <string>
+
+namespace vdk {
+
+struct ReportChoices {
+    bool methods = true;
+    bool tree = true;
+    bool byThread = false;
+    bool filters = false;
+    bool signatures = false;
+    size_t top = 30;
+    double minPercent = 1;
+    int depth = 60;
+};
+
+void printReport(Console& console, const Profile& profile, const ReportChoices& choices);
+
+// The fields of the report in an object that the caller has begun and ends: totalNs, filters, and
+// either methods and tree, or threads that each have these. Times are nanoseconds.
+void writeReport(JsonWriter& json, const Profile& profile, const ReportChoices& choices);
+
+// Percent of a whole; 0 of nothing.
+double percentOf(int64_t part, int64_t whole);
+
+} // namespace vdk

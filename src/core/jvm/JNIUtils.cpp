@@ -1,0 +1,152 @@
+#include "core/jvm/JNIUtils.h"
+
+#include "core/ground/Exceptions.h"
+#include "core/ground/Globals.h"
+#include "core/ground/Logger.h"
+
+#include <atomic>
+#include <cstdlib>
+
+namespace {
+
+const char ASSERTION_TEXT[] = "assertion failed in native code; see agent log for detail";
+
+// Found once; kept for the life of the process.
+std::atomic<jclass> ourRuntimeExceptionClass{nullptr};
+
+jclass getRuntimeExceptionClass(JNIEnv* env) {
+    jclass known = ourRuntimeExceptionClass.load();
+    if (known != nullptr) {
+        return known;
+    }
+    jclass local = env->FindClass("java/lang/RuntimeException");
+    if (local == nullptr) {
+        return nullptr;
+    }
+    jclass global = static_cast<jclass>(env->NewGlobalRef(local));
+    env->DeleteLocalRef(local);
+    if (!ourRuntimeExceptionClass.compare_exchange_strong(known, global)) {
+        env->DeleteGlobalRef(global);
+        return known;
+    }
+    return global;
+}
+
+// The result of a String method without arguments; empty when any step fails.
+ZString callStringMethod(JNIEnv* env, jobject object, const char* className, const char* method) {
+    jclass type = env->FindClass(className);
+    jmethodID id =
+        type == nullptr ? nullptr : env->GetMethodID(type, method, "()Ljava/lang/String;");
+    jstring result = nullptr;
+    if (id != nullptr) {
+        result = static_cast<jstring>(env->CallObjectMethod(object, id));
+    }
+    if (env->ExceptionCheck()) {
+        env->ExceptionClear();
+        result = nullptr;
+    }
+    ZString text = toZString(env, result);
+    env->DeleteLocalRef(result);
+    env->DeleteLocalRef(type);
+    return text;
+}
+
+} // namespace
+
+ZString getExceptionMessage(JNIEnv* env, jthrowable exception) {
+    if (exception == nullptr) {
+        return ZString();
+    }
+    jclass type = env->GetObjectClass(exception);
+    ZString text = callStringMethod(env, type, "java/lang/Class", "getName");
+    env->DeleteLocalRef(type);
+    const ZString message = callStringMethod(env, exception, "java/lang/Throwable", "getMessage");
+    if (!message.isEmpty()) {
+        text.append(": ");
+        text.append(message);
+    }
+    return text;
+}
+
+void assertJNIImpl(JNIEnv* env, const char* file, int line) {
+    jthrowable exception = env->ExceptionOccurred();
+    if (exception == nullptr) {
+        return;
+    }
+    Logger::message(ZString("assertJNI failed at ") + Logger::place(file, line));
+    env->ExceptionClear();
+    Logger::message(getExceptionMessage(env, exception));
+    if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0) {
+        // The application runs already: its heap may be full, which must end the attach alone.
+        env->DeleteLocalRef(exception);
+        throw VDKRuntimeException();
+    }
+    exit(-1);
+}
+
+void throwException(JNIEnv* env, const char* message) {
+    if (env->ExceptionCheck()) {
+        return;
+    }
+    jclass type = getRuntimeExceptionClass(env);
+    // Without the class the JVM has made an error of its own pending, which says more.
+    if (type != nullptr) {
+        env->ThrowNew(type, message);
+    }
+}
+
+void throwException(JNIEnv* env, const char* message, int a, int b) {
+    ZString text = ZString(message) + " (" + longToString(a) + ", " + longToString(b) + ")";
+    throwException(env, text.c_str());
+}
+
+void throwExceptionAssertionFailed(JNIEnv* env) {
+    throwException(env, ASSERTION_TEXT);
+}
+
+void announceLocalReferences(JNIEnv* env, jint count) {
+    const jint usualCapacity = 64;
+    if (env->EnsureLocalCapacity(count + usualCapacity) != JNI_OK) {
+        env->ExceptionClear();
+    }
+}
+
+jclass findClass(JNIEnv* env, const char* name) {
+    jclass type = env->FindClass(name);
+    ASSERT_JNI(env);
+    return type;
+}
+
+JavaChars::JavaChars(JNIEnv* javaEnv, jstring javaText)
+    : env(javaEnv), text(javaText),
+      chars(javaText == nullptr ? nullptr : javaEnv->GetStringUTFChars(javaText, nullptr)) {}
+
+JavaChars::~JavaChars() {
+    if (chars != nullptr) {
+        env->ReleaseStringUTFChars(text, chars);
+    }
+}
+
+ZString toZString(JNIEnv* env, jstring text) {
+    JavaChars chars(env, text);
+    return chars.get() == nullptr ? ZString() : ZString(chars.get());
+}
+
+jstring toJavaString(JNIEnv* env, const ZString& text) {
+    return env->NewStringUTF(text.c_str());
+}
+
+PendingException::PendingException(JNIEnv* javaEnv)
+    : env(javaEnv), exception(javaEnv == nullptr ? nullptr : javaEnv->ExceptionOccurred()) {
+    if (exception != nullptr) {
+        env->ExceptionClear();
+    }
+}
+
+PendingException::~PendingException() {
+    if (exception == nullptr) {
+        return;
+    }
+    env->Throw(exception);
+    env->DeleteLocalRef(exception);
+}

@@ -1,0 +1,333 @@
+#include "heapfile/HeapIndexFile.h"
+
+#include "heapfile/HeapReadError.h"
+#include "heapfile/IndexStream.h"
+#include "offline/Reachability.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr char MAGIC[] = "VDK heap index\n\x1a";
+constexpr size_t MAGIC_SIZE = 16;
+constexpr uint32_t VERSION = 1;
+constexpr uint32_t BYTE_ORDER_MARK = 0x01020304; // written as this machine stores it
+// Arrays that the heap commands read, beside the references. Others hold fill values only.
+constexpr int STORED_KINDS[] = {READ_DOMINATORS,         READ_SIZES,
+                                READ_RETAINED_SIZES,     READ_GENERATIONS,
+                                READ_ALLOCATOR_FRAMES,   READ_ALLOCATOR_THREADS,
+                                READ_META_POSITIONS,     READ_ARRAY_LENGTHS,
+                                READ_PRIMITIVE_POSITIONS};
+
+int elementsPerRow(int kind) {
+    return kind == READ_RETAINED_SIZES || kind == READ_META_POSITIONS ||
+                   kind == READ_PRIMITIVE_POSITIONS
+               ? 2
+               : 1;
+}
+
+void writeClass(IndexOutput& out, const HeapClass& type) {
+    out.u32(static_cast<uint32_t>(type.row));
+    out.u32(static_cast<uint32_t>(type.superClass + 1));
+    out.u32(static_cast<uint8_t>(type.elementType));
+    out.text(type.name);
+    out.u64(static_cast<uint64_t>(type.instanceSize));
+    out.u32(static_cast<uint32_t>(type.fields.size()));
+    for (const HeapField& field : type.fields) {
+        out.text(field.name);
+        out.u32(static_cast<uint8_t>(field.type));
+    }
+    out.u32(static_cast<uint32_t>(type.statics.size()));
+    for (const HeapStaticField& field : type.statics) {
+        out.text(field.name);
+        out.u32(static_cast<uint8_t>(field.type));
+        out.u64(field.bits);
+    }
+    out.u32(static_cast<uint32_t>(type.referenceNames.size()));
+    for (const std::string& name : type.referenceNames) {
+        out.text(name);
+    }
+}
+
+char readTypeLetter(IndexInput& in, bool mayBeNone) {
+    auto letter = static_cast<char>(in.u32AtMost(127, "type letter"));
+    if (letter == 0 ? !mayBeNone : !strchr("LBCDFIJSZ", letter)) {
+        in.fail("unknown type letter");
+    }
+    return letter;
+}
+
+uint32_t readCount(IndexInput& in, uint64_t itemSize, const char* what) {
+    uint32_t count = in.u32();
+    in.expect(count, itemSize, what);
+    return count;
+}
+
+HeapClass readClass(IndexInput& in, int objectCount, uint32_t classCount) {
+    HeapClass type;
+    type.row = static_cast<int>(in.u32AtMost(static_cast<uint64_t>(objectCount) - 1, "class row"));
+    if (type.row == 0) {
+        in.fail("a class has the row 0");
+    }
+    type.superClass = static_cast<int>(in.u32AtMost(classCount, "superclass")) - 1;
+    type.elementType = readTypeLetter(in, true);
+    type.name = in.text();
+    type.instanceSize = static_cast<int64_t>(in.u64());
+    for (uint32_t n = readCount(in, 8, "fields"); n > 0; n--) {
+        std::string name = in.text();
+        type.fields.push_back({std::move(name), readTypeLetter(in, false)});
+    }
+    for (uint32_t n = readCount(in, 16, "static fields"); n > 0; n--) {
+        std::string name = in.text();
+        char letter = readTypeLetter(in, false);
+        type.statics.push_back({std::move(name), letter, in.u64()});
+    }
+    for (uint32_t n = readCount(in, 4, "names of references"); n > 0; n--) {
+        type.referenceNames.push_back(in.text());
+    }
+    return type;
+}
+
+void writeModel(IndexOutput& out, const HeapModel& model) {
+    out.u32(model.format == HeapModel::Format::Snapshot ? 1 : 0);
+    out.text(model.formatName);
+    out.u32(model.idSize);
+    out.u64(model.captureTimeMs);
+    out.u32(static_cast<uint32_t>(model.objectCount));
+    out.u32(static_cast<uint32_t>(model.lastRowWithId));
+    out.text(model.sizeReport);
+    out.u32(static_cast<uint32_t>(model.remarks.size()));
+    for (const std::string& remark : model.remarks) {
+        out.text(remark);
+    }
+    out.u32(static_cast<uint32_t>(model.classes.size()));
+    for (const HeapClass& type : model.classes) {
+        writeClass(out, type);
+    }
+    out.u32(static_cast<uint32_t>(model.threads.size()));
+    for (const HeapThread& thread : model.threads) {
+        out.u32(thread.serial);
+        out.u32(static_cast<uint32_t>(thread.row));
+        out.u32(static_cast<uint32_t>(thread.stack.size()));
+        for (const std::string& frame : thread.stack) {
+            out.text(frame);
+        }
+    }
+    out.u32(static_cast<uint32_t>(model.roots.size()));
+    for (const HeapRoot& root : model.roots) {
+        out.u32(static_cast<uint32_t>(root.row));
+        out.u32(root.kind);
+        out.u32(static_cast<uint32_t>(root.thread + 1));
+        out.u32(static_cast<uint32_t>(root.frame + 1));
+    }
+}
+
+void readThreadsAndRoots(IndexInput& in, HeapModel& model) {
+    const uint64_t lastRow = static_cast<uint64_t>(model.objectCount) - 1;
+    for (uint32_t n = readCount(in, 12, "threads"); n > 0; n--) {
+        HeapThread thread;
+        thread.serial = in.u32();
+        thread.row = static_cast<int>(in.u32AtMost(lastRow, "row of a thread"));
+        for (uint32_t f = readCount(in, 4, "frames"); f > 0; f--) {
+            thread.stack.push_back(in.text());
+        }
+        model.threads.push_back(std::move(thread));
+    }
+    for (uint32_t n = readCount(in, 16, "roots"); n > 0; n--) {
+        HeapRoot root;
+        root.row = static_cast<int>(in.u32AtMost(lastRow, "row of a root"));
+        root.kind = in.u32();
+        root.thread = static_cast<int>(in.u32AtMost(model.threads.size(), "thread of a root")) - 1;
+        root.frame = static_cast<int>(in.u32AtMost(0x7ffffffe, "frame of a root")) - 1;
+        if (root.row == 0) {
+            in.fail("a root has the row 0");
+        }
+        model.roots.push_back(root);
+    }
+}
+
+void readModel(IndexInput& in, HeapModel& model) {
+    model.format =
+        in.u32AtMost(1, "format") == 1 ? HeapModel::Format::Snapshot : HeapModel::Format::Hprof;
+    model.formatName = in.text();
+    model.idSize = in.u32AtMost(8, "size of identifiers");
+    if (model.idSize != 4 && model.idSize != 8) {
+        in.fail("size of identifiers is neither 4 nor 8");
+    }
+    model.captureTimeMs = in.u64();
+    // Each row has start and count of its references in the file.
+    model.objectCount = static_cast<int>(
+        in.u32AtMost(std::min<uint64_t>(in.left() / 8, 0x7ffffff0), "number of objects"));
+    if (model.objectCount < 1) {
+        in.fail("no objects");
+    }
+    model.lastRowWithId = static_cast<int>(
+        in.u32AtMost(static_cast<uint64_t>(model.objectCount) - 1, "last row with an identifier"));
+    model.sizeReport = in.text();
+    for (uint32_t n = readCount(in, 4, "remarks"); n > 0; n--) {
+        model.remarks.push_back(in.text());
+    }
+    uint32_t classes = readCount(in, 36, "classes");
+    for (uint32_t i = 0; i < classes; i++) {
+        model.classes.push_back(readClass(in, model.objectCount, classes));
+    }
+    readThreadsAndRoots(in, model);
+    model.indexClasses();
+}
+
+void writeReferences(IndexOutput& out, const RefTable& table) {
+    out.u32(static_cast<uint32_t>(table.getReferenceCount()));
+    out.ints(table.getStartsAndCounts().buffer,
+             static_cast<uint64_t>(table.getStartsAndCounts().size));
+    out.array(table.getReferences(), static_cast<uint64_t>(table.getReferenceCount()));
+}
+
+void readReferences(IndexInput& in, RefTable& table, int objectCount, const char* what) {
+    uint32_t total = in.u32AtMost(0x7ffffff0, "number of references");
+    in.expect(total, 4, "references");
+    in.expect(static_cast<uint64_t>(table.getStartsAndCounts().size), 4, "lists of references");
+    table.reserve(static_cast<int>(total));
+    in.ints(table.getStartsAndCounts().buffer,
+            static_cast<uint64_t>(table.getStartsAndCounts().size));
+    in.array(table.getReferences(), total);
+    // Lists that overlap would make a walk over all of them as long as their number squared.
+    uint64_t inLists = 0;
+    for (int row = 0; row < table.getRowCount(); row++) {
+        inLists += static_cast<uint32_t>(table.getCount(row));
+        if (inLists > total) {
+            in.fail(std::string(what) + " are more than there are");
+        }
+    }
+    if (!table.isSound(objectCount)) {
+        in.fail(std::string(what) + " lead to rows that don't exist");
+    }
+}
+
+void checkRows(IndexInput& in, AnalyzedHeap& heap) {
+    ObjectStorage& storage = *heap.model->storage;
+    for (int row = 1; row < heap.model->objectCount; row++) {
+        int dominator = storage.getDominator(row);
+        if (dominator < 0 || dominator >= heap.model->objectCount || dominator == row) {
+            in.fail("row " + std::to_string(row) + " has the dominator " +
+                    std::to_string(dominator));
+        }
+        if (storage.getArrayLength(row) < -1) {
+            in.fail("row " + std::to_string(row) + " has a negative length");
+        }
+    }
+}
+
+void readHeap(IndexInput& in, std::shared_ptr<MappedFile> file, AnalyzedHeap& heap,
+              AnalysisProgress* progress) {
+    heap.model.reset(new HeapModel(std::move(file)));
+    HeapModel& model = *heap.model;
+    readModel(in, model);
+    model.storage.reset(new ObjectStorage(model.objectCount, false));
+    for (const HeapClass& type : model.classes) {
+        model.storage->getClassRows().push(type.row);
+    }
+    const long steps = 2 + static_cast<long>(sizeof(STORED_KINDS) / sizeof(STORED_KINDS[0]));
+    long step = 0;
+    readReferences(in, model.storage->getReferences(), model.objectCount, "references");
+    reportProgress(progress, "reading index", ++step, steps);
+    std::unique_ptr<RefTable> backward(new RefTable("brt", model.objectCount));
+    readReferences(in, *backward, model.objectCount, "backward references");
+    model.storage->setBackwardReferences(backward.release());
+    reportProgress(progress, "reading index", ++step, steps);
+    for (int kind : STORED_KINDS) {
+        in.array(*model.storage->arrayOfKind(kind),
+                 static_cast<uint64_t>(model.objectCount) *
+                     static_cast<uint64_t>(elementsPerRow(kind)));
+        reportProgress(progress, "reading index", ++step, steps);
+    }
+    heap.reachedBits.resize(static_cast<size_t>(bitFieldWords(model.objectCount)));
+    in.ints(heap.reachedBits.data(), heap.reachedBits.size());
+    in.finish();
+    checkRows(in, heap);
+    heap.analyzed = true;
+}
+
+void checkMagic(IndexInput& in, const std::string& path) {
+    char magic[MAGIC_SIZE] = {};
+    try {
+        in.bytes(magic, MAGIC_SIZE);
+    } catch (const HeapReadError&) {
+        // shorter than that: no index either
+    }
+    if (memcmp(magic, MAGIC, MAGIC_SIZE) != 0) {
+        throw HeapReadError(path + " is not an index of a heap, and is left as it is");
+    }
+}
+
+bool isForFile(IndexInput& in, const MappedFile& file, int dumpNumber, std::string& why) {
+    uint32_t mark = 0;
+    in.bytes(&mark, sizeof(mark));
+    if (in.u32() != VERSION || mark != BYTE_ORDER_MARK) {
+        why = "the index has another version";
+        return false;
+    }
+    MappedFile::Identity expected = file.identity();
+    uint64_t size = in.u64();
+    uint64_t modified = in.u64();
+    uint64_t digest = in.u64();
+    uint32_t dump = in.u32();
+    if (size != expected.size || modified != expected.modifiedNs || digest != expected.headDigest) {
+        why = "the index belongs to another state of the file";
+        return false;
+    }
+    if (dump != static_cast<uint32_t>(dumpNumber)) {
+        why = "the index belongs to another dump of the file";
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+void HeapIndexFile::write(const AnalyzedHeap& heap, int dumpNumber, const std::string& path,
+                          AnalysisProgress* progress) {
+    const HeapModel& model = *heap.model;
+    ObjectStorage& storage = *model.storage;
+    IndexOutput out(path);
+    out.bytes(MAGIC, MAGIC_SIZE);
+    out.bytes(&BYTE_ORDER_MARK, sizeof(BYTE_ORDER_MARK));
+    out.u32(VERSION);
+    out.u64(model.file->identity().size);
+    out.u64(model.file->identity().modifiedNs);
+    out.u64(model.file->identity().headDigest);
+    out.u32(static_cast<uint32_t>(dumpNumber));
+    writeModel(out, model);
+    const long steps = 2 + static_cast<long>(sizeof(STORED_KINDS) / sizeof(STORED_KINDS[0]));
+    long step = 0;
+    writeReferences(out, storage.getReferences());
+    reportProgress(progress, "writing index", ++step, steps);
+    writeReferences(out, *storage.getBackwardReferences());
+    reportProgress(progress, "writing index", ++step, steps);
+    for (int kind : STORED_KINDS) {
+        out.array(*storage.arrayOfKind(kind), static_cast<uint64_t>(model.objectCount) *
+                                                  static_cast<uint64_t>(elementsPerRow(kind)));
+        reportProgress(progress, "writing index", ++step, steps);
+    }
+    out.ints(heap.reachedBits.data(), heap.reachedBits.size());
+    out.commit();
+}
+
+bool HeapIndexFile::read(const std::string& path, std::shared_ptr<MappedFile> file, int dumpNumber,
+                         AnalyzedHeap& heap, std::string& why, AnalysisProgress* progress) {
+    IndexInput in(path);
+    if (!in.isOpen()) {
+        return false;
+    }
+    checkMagic(in, path);
+    try {
+        if (!isForFile(in, *file, dumpNumber, why)) {
+            return false;
+        }
+        readHeap(in, std::move(file), heap, progress);
+    } catch (const HeapReadError& e) {
+        heap = AnalyzedHeap();
+        why = e.what();
+        return false;
+    }
+    return true;
+}

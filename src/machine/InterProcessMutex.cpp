@@ -1,0 +1,50 @@
+#include "machine/InterProcessMutex.h"
+
+#include "core/ground/Logger.h"
+#include "machine/ProcessList.h"
+#include "platform/Platform.h"
+
+namespace {
+
+const unsigned POLL_US = 100000;
+const long NS_PER_MS = 1000000;
+
+// Puts `desired` in place of `expected`; on failure `expected` becomes what is there.
+bool exchange(int* word, int* expected, int desired) {
+    return __atomic_compare_exchange_n(word, expected, desired, false, __ATOMIC_SEQ_CST,
+                                       __ATOMIC_SEQ_CST);
+}
+
+} // namespace
+
+InterProcessMutex::InterProcessMutex(int key) : owner(nullptr) {
+    Platform::SharedMemoryOutcome outcome;
+    owner = static_cast<int*>(Platform::attachSharedMemory(key, sizeof(int), &outcome));
+}
+
+bool InterProcessMutex::lock(int limitMs) {
+    Logger::assertTrue(isValid(), VDK_HERE);
+    const int self = Platform::vdk_getpid();
+    const long endNs = Platform::monotonicTimeNs() + limitMs * NS_PER_MS;
+    for (;;) {
+        int holder = 0;
+        if (exchange(owner, &holder, self)) {
+            return true;
+        }
+        Platform::sleepMicroseconds(POLL_US);
+        if (__atomic_load_n(owner, __ATOMIC_SEQ_CST) == holder && !ProcessList().isAlive(holder) &&
+            exchange(owner, &holder, self)) {
+            return true;
+        }
+        if (Platform::monotonicTimeNs() >= endNs) {
+            return false;
+        }
+    }
+}
+
+void InterProcessMutex::unlock() {
+    Logger::assertTrue(isValid(), VDK_HERE);
+    // Whoever overwrote the word meanwhile keeps it.
+    int self = Platform::vdk_getpid();
+    exchange(owner, &self, 0);
+}

@@ -1,0 +1,214 @@
+#include "runtime/RuntimeArchiveFile.h"
+
+#include "core/ground/Logger.h"
+#include "core/ground/UptimeProvider.h"
+#include "core/ground/Version.h"
+#include "machine/InterProcessMutex.h"
+#include "runtime/RuntimeArchive.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+const char DEFAULT_DIRECTORY[] = "/tmp";
+const char FILE_NAME[] = "/vdk" VDK_BUILD_STAMP ".jar";
+const mode_t FILE_MODE = 0644;
+const mode_t WRITABLE_BY_OTHERS = S_IWGRP | S_IWOTH;
+const int TEMPORARY_NAME_ATTEMPTS = 16;
+
+// An open file, closed at the end of a block.
+class Descriptor {
+public:
+    Descriptor(const ZString& path, int flags, mode_t mode = 0)
+        : fd(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY, mode)) {}
+    ~Descriptor() { close(); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    bool isOpen() const { return fd >= 0; }
+    int get() const { return fd; }
+    bool close() {
+        const bool good = fd < 0 || ::close(fd) == 0;
+        fd = -1;
+        return good;
+    }
+
+private:
+    int fd;
+};
+
+ZString refusal(const char* text, const ZString& path) {
+    return ZString("Cannot start: ") + text + path +
+           "; to set alternate location for the file, use startup option 'tmpdir=<directory>'. "
+           "To learn how to specify a startup option, read " VDK_OPTIONS_PAGE;
+}
+
+void refuse(const char* text, const ZString& path) {
+    fprintf(stderr, "%s\n", refusal(text, path).c_str());
+    fflush(stderr);
+}
+
+// A regular file of this user or root, with one name, that nobody else may write: its content
+// cannot change behind our back.
+bool isSafe(int fd, long* size) {
+    struct stat status;
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        return false;
+    }
+    *size = static_cast<long>(status.st_size);
+    return (status.st_uid == geteuid() || status.st_uid == 0) && status.st_nlink == 1 &&
+           (status.st_mode & WRITABLE_BY_OTHERS) == 0;
+}
+
+bool isEqual(int fd, const ZVector<unsigned char>& content) {
+    unsigned char buffer[8192];
+    long position = 0;
+    for (;;) {
+        const ssize_t count = read(fd, buffer, sizeof buffer);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            return count == 0 && position == content.getSize();
+        }
+        if (position + count > content.getSize() ||
+            memcmp(buffer, content.data() + position, static_cast<size_t>(count)) != 0) {
+            return false;
+        }
+        position += count;
+    }
+}
+
+enum class Existing { NONE, EQUAL, WRONG };
+
+Existing examine(const ZVector<unsigned char>& content, const ZString& path) {
+    // Not blocking: a named pipe may stand in the place of the file.
+    Descriptor file(path, O_RDONLY | O_NONBLOCK);
+    if (!file.isOpen()) {
+        return errno == ENOENT ? Existing::NONE : Existing::WRONG;
+    }
+    long size = 0;
+    const bool equal =
+        isSafe(file.get(), &size) && size == content.getSize() && isEqual(file.get(), content);
+    return equal ? Existing::EQUAL : Existing::WRONG;
+}
+
+// errno of the failure, or 0.
+int writeAll(Descriptor& file, const ZVector<unsigned char>& content) {
+    long position = 0;
+    while (position < content.getSize()) {
+        const ssize_t count = write(file.get(), content.data() + position,
+                                    static_cast<size_t>(content.getSize() - position));
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            return count == 0 ? ENOSPC : errno;
+        }
+        position += count;
+    }
+    // A file system may find only now that it has no room.
+    return fsync(file.get()) == 0 && file.close() ? 0 : errno;
+}
+
+// Writes beside the path and renames, so that no reader ever sees a part. errno or 0.
+int replace(const ZVector<unsigned char>& content, const ZString& path) {
+    for (int i = 0; i < TEMPORARY_NAME_ATTEMPTS; i++) {
+        const ZString temporary =
+            path + "." + longToString(getpid()) + "." + longToString(getTimeNs() & 0xffffff);
+        Descriptor file(temporary, O_WRONLY | O_CREAT | O_EXCL, FILE_MODE);
+        if (!file.isOpen()) {
+            if (errno == EEXIST) {
+                continue;
+            }
+            return errno;
+        }
+        // The user's file mode mask may not take the file away from other readers.
+        fchmod(file.get(), FILE_MODE);
+        int error = writeAll(file, content);
+        if (error == 0 && rename(temporary.c_str(), path.c_str()) != 0) {
+            error = errno;
+        }
+        if (error != 0) {
+            unlink(temporary.c_str());
+        }
+        return error;
+    }
+    return EEXIST;
+}
+
+// For a directory that takes no new files: writes into the file that stands there, if it is safe.
+int overwrite(const ZVector<unsigned char>& content, const ZString& path) {
+    Descriptor file(path, O_WRONLY | O_NONBLOCK);
+    long size = 0;
+    if (!file.isOpen() || !isSafe(file.get(), &size)) {
+        return EACCES;
+    }
+    return ftruncate(file.get(), 0) == 0 ? writeAll(file, content) : errno;
+}
+
+bool isOutOfSpace(int error) {
+    return error == ENOSPC || error == EDQUOT || error == EFBIG;
+}
+
+} // namespace
+
+RuntimeArchiveFile writeArchiveFile(const ZVector<unsigned char>& content, const ZString& path) {
+    const Existing existing = examine(content, path);
+    if (existing == Existing::EQUAL) {
+        Logger::message(ZString("Reusing existing jar file: ") + path);
+        return RuntimeArchiveFile{path, true};
+    }
+    if (existing == Existing::WRONG) {
+        Logger::message(ZString("Jar file exists but has wrong size or content: ") + path);
+    }
+    int error = replace(content, path);
+    if ((error == EACCES || error == EROFS) && existing == Existing::WRONG) {
+        error = overwrite(content, path);
+    }
+    if (isOutOfSpace(error)) {
+        // A full disk is no reason to end the application: the classes need no file.
+        Logger::message(ZString("Jar file could not be written, no space left: ") + path);
+        return RuntimeArchiveFile{path, false};
+    }
+    if (error != 0) {
+        refuse("failed to create jar file: ", path);
+        return RuntimeArchiveFile{ZString(), false};
+    }
+    Logger::message(ZString("Jar file created: ") + path);
+    if (!Descriptor(path, O_RDONLY).isOpen()) {
+        refuse("failed to open file for reading: ", path);
+        return RuntimeArchiveFile{ZString(), false};
+    }
+    return RuntimeArchiveFile{path, true};
+}
+
+namespace {
+
+void getRuntimeArchive(ZVector<unsigned char>* out) {
+    for (int part = 0; part < ourCallbackJarPartCount; part++) {
+        for (int i = 0; i < ourCallbackJarPartSizes[part]; i++) {
+            out->push(ourCallbackJarParts[part][i]);
+        }
+    }
+}
+
+} // namespace
+
+RuntimeArchiveFile writeCallbackJar(const ZString& tmpDir) {
+    ZVector<unsigned char> content(ourCallbackJarPartCount * ourCallbackJarPartSizes[0]);
+    getRuntimeArchive(&content);
+    const ZString path = (tmpDir.isEmpty() ? ZString(DEFAULT_DIRECTORY) : tmpDir) + FILE_NAME;
+    // Two JVMs started together need not both write. When the lock can't be had they may: each
+    // writes a whole file and the last rename wins.
+    InterProcessMutex mutex(InterProcessMutex::ARCHIVE_KEY);
+    InterProcessLock lock(mutex);
+    if (!lock.isHeld()) {
+        Logger::message("Lock of the jar file is not available, going on without it");
+    }
+    return writeArchiveFile(content, path);
+}

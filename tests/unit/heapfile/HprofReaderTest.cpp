@@ -1,0 +1,263 @@
+#include "HprofWriter.h"
+#include "heapfile/HeapReadError.h"
+
+#include <algorithm>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+std::vector<int> references(const HeapModel& model, uint64_t id) {
+    int row = model.rowOfId(id);
+    std::vector<int> result;
+    for (int i = 0; i < model.storage->getRefCount(row); i++) {
+        result.push_back(model.storage->getRef(row, i));
+    }
+    return result;
+}
+
+std::string gzipMember(const std::string& text) {
+    z_stream stream = {};
+    deflateInit2(&stream, 6, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY);
+    std::string out(compressBound(text.size()) + 100, '\0');
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
+    stream.avail_in = static_cast<uInt>(text.size());
+    stream.next_out = reinterpret_cast<Bytef*>(&out[0]);
+    stream.avail_out = static_cast<uInt>(out.size());
+    deflate(&stream, Z_FINISH);
+    out.resize(stream.total_out);
+    deflateEnd(&stream);
+    return out;
+}
+
+// Contents of a model as text, for comparison.
+std::string describe(const HeapModel& model) {
+    std::string text;
+    for (int row = 1; row <= model.rowCount(); row++) {
+        text += std::to_string(model.idOf(row)) + " " + model.classNameOf(row) + " " +
+                std::to_string(model.storage->getSize(row));
+        for (int i = 0; i < model.storage->getRefCount(row); i++) {
+            text += " " + model.referenceName(row, i) + "=" +
+                    std::to_string(model.storage->getRef(row, i));
+        }
+        text += "\n";
+    }
+    for (const HeapRoot& root : model.roots) {
+        text += std::to_string(root.row) + ":" + std::to_string(root.kind) + "\n";
+    }
+    return text;
+}
+
+} // namespace
+
+class HprofReaderIds : public testing::TestWithParam<uint32_t> {};
+INSTANTIATE_TEST_SUITE_P(BothSizes, HprofReaderIds, testing::Values(4u, 8u));
+
+TEST_P(HprofReaderIds, rowsFollowTheOrderOfIdentifiers) {
+    auto model = readHeap(sampleHeap(GetParam()).out);
+    EXPECT_EQ(12, model->rowCount());
+    EXPECT_EQ(OBJECT_CLASS, model->idOf(1));
+    EXPECT_EQ(THREAD_NODE, model->idOf(12));
+    EXPECT_EQ(8, model->rowOfId(SECOND_NODE));
+    EXPECT_EQ(0, model->rowOfId(SECOND_NODE + 8));
+    EXPECT_TRUE(model->remarks.empty());
+}
+
+TEST_P(HprofReaderIds, referencesOfAllKindsOfRecordsAreStored) {
+    auto model = readHeap(sampleHeap(GetParam()).out);
+    EXPECT_THAT(references(*model, FIRST_NODE), ElementsAre(4, 8, 0));
+    EXPECT_THAT(references(*model, SECOND_NODE), ElementsAre(4, 0, 9));
+    EXPECT_THAT(references(*model, TEXT_BYTES), ElementsAre(6));
+    EXPECT_THAT(references(*model, ARRAY), ElementsAre(5, 7, 8, 0));
+    EXPECT_THAT(references(*model, NODE_CLASS), ElementsAre(1, 0, 0, 0, 7));
+}
+
+TEST_P(HprofReaderIds, namesOfReferencesFollowTheFields) {
+    auto model = readHeap(sampleHeap(GetParam()).out);
+    int node = model->rowOfId(FIRST_NODE);
+    EXPECT_EQ("<class>", model->referenceName(node, 0));
+    EXPECT_EQ("next", model->referenceName(node, 1));
+    EXPECT_EQ("label", model->referenceName(node, 2));
+    EXPECT_EQ("[1]", model->referenceName(model->rowOfId(ARRAY), 2));
+    EXPECT_EQ("head", model->referenceName(model->rowOfId(NODE_CLASS), 4));
+    EXPECT_EQ("demo.Node$Link", model->classNameOf(node));
+    EXPECT_EQ("java.lang.Object[]", model->classNameOf(model->rowOfId(ARRAY)));
+    EXPECT_EQ("byte[]", model->classNameOf(model->rowOfId(TEXT_BYTES)));
+}
+
+TEST_P(HprofReaderIds, valuesAreReadBack) {
+    // The file must stay mapped but may be unlinked meanwhile.
+    auto model = readHeap(sampleHeap(GetParam()).out);
+    std::string text;
+    ASSERT_TRUE(model->stringValue(model->rowOfId(TEXT), text));
+    EXPECT_EQ("hello", text);
+    uint64_t bits = 0;
+    ASSERT_TRUE(model->primitiveField(model->rowOfId(SECOND_NODE), "number", bits));
+    EXPECT_EQ(6u, bits);
+    EXPECT_FALSE(model->primitiveField(model->rowOfId(SECOND_NODE), "absent", bits));
+    EXPECT_FALSE(model->stringValue(model->rowOfId(FIRST_NODE), text));
+    EXPECT_EQ(77u, model->classes[3].statics[1].bits);
+}
+
+TEST_P(HprofReaderIds, rootsKeepTheirKinds) {
+    auto model = readHeap(sampleHeap(GetParam()).out);
+    ASSERT_EQ(3u, model->roots.size());
+    EXPECT_EQ(uint32_t(HEAP_ROOT_SYSTEM_CLASS), model->roots[0].kind);
+    EXPECT_EQ(uint32_t(HEAP_ROOT_JNI_GLOBAL), model->roots[1].kind);
+    EXPECT_EQ(uint32_t(HEAP_ROOT_THREAD), model->roots[2].kind);
+    EXPECT_EQ(0, model->roots[2].thread);
+    EXPECT_EQ(model->rowOfId(THREAD_NODE), model->threads[0].row);
+}
+
+TEST_P(HprofReaderIds, manySegmentsAreOneHeap) {
+    auto whole = readHeap(sampleHeap(GetParam()).out);
+    auto split = readHeap(sampleHeap(GetParam(), "1.0.2", true).out, 2);
+    EXPECT_EQ(describe(*whole), describe(*split));
+}
+
+TEST_P(HprofReaderIds, oneDumpRecordOfTheOldVersionIsTheSameHeap) {
+    auto whole = readHeap(sampleHeap(GetParam()).out);
+    auto old = readHeap(sampleHeap(GetParam(), "1.0.1", false, HPROF_HEAP_DUMP).out);
+    EXPECT_EQ("HPROF 1.0.1", old->formatName);
+    EXPECT_EQ(describe(*whole), describe(*old));
+}
+
+TEST_P(HprofReaderIds, gzipOfSeveralMembersIsTheSameHeap) {
+    std::string bytes = sampleHeap(GetParam()).out;
+    std::string packed = gzipMember(bytes.substr(0, 300)) + gzipMember(bytes.substr(300));
+    auto model = readHeap(packed);
+    EXPECT_EQ(describe(*readHeap(bytes)), describe(*model));
+    EXPECT_THAT(model->formatName, HasSubstr("gzip"));
+    auto cut = readHeap(packed.substr(0, packed.size() - 30));
+    ASSERT_FALSE(cut->remarks.empty());
+    EXPECT_THAT(cut->remarks[0], HasSubstr("compressed data ends early"));
+}
+
+TEST(HprofReader, threadsDoNotChangeTheResult) {
+    HprofWriter w(8);
+    w.loadClass(OBJECT_CLASS, "java/lang/Object");
+    w.loadClass(OBJECT_ARRAY_CLASS, "[Ljava/lang/Object;");
+    w.beginDump();
+    w.classDump(OBJECT_CLASS, 0, 0, {}, {});
+    w.classDump(OBJECT_ARRAY_CLASS, OBJECT_CLASS, 0, {}, {});
+    uint64_t seed = 1;
+    for (uint64_t i = 0; i < 60000; i++) {
+        seed = seed * 6364136223846793005ULL + 1442695040888963407ULL;
+        uint64_t a = 0x10000 + (seed >> 33) % 60000 * 32;
+        w.objectArray(0x10000 + i * 32, OBJECT_ARRAY_CLASS, {a, 0, a + 32});
+        if (i % 500 == 499) {
+            w.endDump();
+            w.beginDump();
+        }
+    }
+    w.endDump();
+    EXPECT_EQ(describe(*readHeap(w.out, 1)), describe(*readHeap(w.out, 2)));
+}
+
+TEST(HprofReader, oneOfSeveralDumpsIsChosenByNumber) {
+    HprofWriter w = sampleHeap(8, "1.0.1", false, HPROF_HEAP_DUMP);
+    w.beginDump(HPROF_HEAP_DUMP);
+    w.byteArray(0x9000, "second");
+    w.endDump();
+    EXPECT_EQ(12, readHeap(w.out, 1, 1)->rowCount());
+    auto second = readHeap(w.out, 1, 2);
+    // The array, and its class, which only the first dump holds.
+    EXPECT_EQ(2, second->rowCount());
+    EXPECT_THAT(second->remarks.back(), HasSubstr("holds 2 heap dumps; this is number 2"));
+    EXPECT_THROW(readHeap(w.out, 1, 3), HeapReadError);
+}
+
+TEST(HprofReader, classesWithoutRecordsGetRows) {
+    HprofWriter w(8);
+    w.beginDump();
+    w.instance(0x2000, 0x5550, {{1, 4}});
+    w.byteArray(0x2018, "x");
+    w.endDump();
+    auto model = readHeap(w.out);
+    EXPECT_EQ(4, model->rowCount());
+    EXPECT_EQ("<class 0x5550>", model->classNameOf(1));
+    EXPECT_EQ("byte[]", model->classNameOf(2));
+    EXPECT_EQ(0u, model->idOf(3));
+}
+
+TEST(HprofReader, theFirstOfTwoObjectsWithOneIdentifierIsKept) {
+    HprofWriter w(8);
+    w.beginDump();
+    w.byteArray(0x2000, "first");
+    w.byteArray(0x2000, "second");
+    w.endDump();
+    auto model = readHeap(w.out, 2);
+    EXPECT_EQ(5, model->storage->getArrayLength(1));
+    EXPECT_THAT(model->remarks[0], HasSubstr("1 objects have the identifier of another"));
+}
+
+TEST(HprofReader, referencesToAbsentObjectsAreCounted) {
+    HprofWriter w(8);
+    w.beginDump();
+    w.objectArray(0x2000, 0x1000, {0x2000, 0x7770, 0x7778});
+    w.endDump();
+    auto model = readHeap(w.out);
+    EXPECT_THAT(model->remarks[0], HasSubstr("2 references lead to objects"));
+}
+
+TEST(HprofReader, stacksOfThreadsAreText) {
+    HprofWriter w(8);
+    w.string(1, "run");
+    w.string(2, "()V");
+    w.string(3, "Main.java");
+    w.loadClass(NODE_CLASS, "demo/Main");
+    w.head(HPROF_FRAME, 4 * 8 + 8);
+    w.id(0x77);
+    w.id(1);
+    w.id(2);
+    w.id(3);
+    w.u4(1);
+    w.u4(12);
+    w.head(HPROF_TRACE, 12 + 8);
+    w.u4(9);
+    w.u4(4);
+    w.u4(1);
+    w.id(0x77);
+    w.beginDump();
+    w.byteArray(0x2000, "x");
+    w.rootFrame(0x2000, 4, 0);
+    w.rootThread(0x2000, 4, 9);
+    w.endDump();
+    auto model = readHeap(w.out);
+    ASSERT_EQ(1u, model->threads.size());
+    EXPECT_THAT(model->threads[0].stack, ElementsAre("demo.Main.run(Main.java:12)"));
+    EXPECT_EQ(0, model->roots[0].thread);
+    EXPECT_EQ(0, model->roots[0].frame);
+}
+
+TEST(HprofReader, sizesComeFromTheGapsBetweenObjects) {
+    HprofWriter w(8);
+    w.string(1, "a");
+    w.loadClass(OBJECT_CLASS, "java/lang/Object");
+    w.loadClass(NODE_CLASS, "demo/Wide");
+    w.beginDump();
+    w.classDump(OBJECT_CLASS, 0, 0, {}, {});
+    w.classDump(NODE_CLASS, OBJECT_CLASS, 0, {}, {{1, 11, 0}, {1, 2, 0}});
+    // Arrays of header 16 and compressed references, then instances of 24 bytes side by side.
+    uint64_t at = 0x10000;
+    for (int i = 0; i < 8; i++) {
+        w.byteArray(at, std::string(static_cast<size_t>(i), 'x'));
+        at += static_cast<uint64_t>((16 + i + 7) / 8 * 8);
+        w.objectArray(at, OBJECT_ARRAY_CLASS, {0, 0, 0, 0, 0});
+        at += 40;
+    }
+    for (int i = 0; i < 5; i++) {
+        w.instance(at, NODE_CLASS, {{1, 8}, {0, 8}});
+        at += 24;
+    }
+    w.endDump();
+    auto model = readHeap(w.out);
+    EXPECT_EQ(24, model->storage->getSize(model->rowOfId(at - 24)));
+    EXPECT_EQ(16, model->storage->getSize(model->rowOfId(0x10000)));
+    EXPECT_EQ(40, model->storage->getSize(model->rowOfId(0x10010)));
+    EXPECT_THAT(model->sizeReport, HasSubstr("references of 4 bytes, object header 12"));
+}
