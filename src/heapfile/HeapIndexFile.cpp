@@ -10,7 +10,7 @@ namespace {
 
 constexpr char MAGIC[] = "VDK heap index\n\x1a";
 constexpr size_t MAGIC_SIZE = 16;
-constexpr uint32_t VERSION = 1;
+constexpr uint32_t VERSION = 2;
 constexpr uint32_t BYTE_ORDER_MARK = 0x01020304; // written as this machine stores it
 // Arrays that the heap commands read, beside the references. Others hold fill values only.
 constexpr int STORED_KINDS[] = {READ_DOMINATORS,         READ_SIZES,
@@ -96,9 +96,17 @@ void writeModel(IndexOutput& out, const HeapModel& model) {
     out.u32(static_cast<uint32_t>(model.objectCount));
     out.u32(static_cast<uint32_t>(model.lastRowWithId));
     out.text(model.sizeReport);
-    out.u32(static_cast<uint32_t>(model.remarks.size()));
-    for (const std::string& remark : model.remarks) {
-        out.text(remark);
+    for (const std::vector<std::string>* texts :
+         {&model.remarks, &model.notes, &model.frameTexts}) {
+        out.u32(static_cast<uint32_t>(texts->size()));
+        for (const std::string& text : *texts) {
+            out.text(text);
+        }
+    }
+    out.u32(static_cast<uint32_t>(model.largeObjects.size()));
+    for (const LargeObject& object : model.largeObjects) {
+        out.u32(static_cast<uint32_t>(object.row));
+        out.u64(static_cast<uint64_t>(object.size));
     }
     out.u32(static_cast<uint32_t>(model.classes.size()));
     for (const HeapClass& type : model.classes) {
@@ -109,8 +117,8 @@ void writeModel(IndexOutput& out, const HeapModel& model) {
         out.u32(thread.serial);
         out.u32(static_cast<uint32_t>(thread.row));
         out.u32(static_cast<uint32_t>(thread.stack.size()));
-        for (const std::string& frame : thread.stack) {
-            out.text(frame);
+        for (uint32_t frame : thread.stack) {
+            out.u32(frame);
         }
     }
     out.u32(static_cast<uint32_t>(model.roots.size()));
@@ -124,12 +132,17 @@ void writeModel(IndexOutput& out, const HeapModel& model) {
 
 void readThreadsAndRoots(IndexInput& in, HeapModel& model) {
     const uint64_t lastRow = static_cast<uint64_t>(model.objectCount) - 1;
+    const uint64_t lastText = model.frameTexts.empty() ? 0 : model.frameTexts.size() - 1;
     for (uint32_t n = readCount(in, 12, "threads"); n > 0; n--) {
         HeapThread thread;
         thread.serial = in.u32();
         thread.row = static_cast<int>(in.u32AtMost(lastRow, "row of a thread"));
-        for (uint32_t f = readCount(in, 4, "frames"); f > 0; f--) {
-            thread.stack.push_back(in.text());
+        const uint32_t frames = readCount(in, 4, "frames");
+        if (frames > 0 && model.frameTexts.empty()) {
+            in.fail("frames without texts");
+        }
+        for (uint32_t f = frames; f > 0; f--) {
+            thread.stack.push_back(in.u32AtMost(lastText, "text of a frame"));
         }
         model.threads.push_back(std::move(thread));
     }
@@ -143,6 +156,21 @@ void readThreadsAndRoots(IndexInput& in, HeapModel& model) {
             in.fail("a root has the row 0");
         }
         model.roots.push_back(root);
+    }
+}
+
+void readLargeObjects(IndexInput& in, HeapModel& model) {
+    const uint64_t lastRow = static_cast<uint64_t>(model.objectCount) - 1;
+    int before = 0;
+    for (uint32_t n = readCount(in, 12, "large objects"); n > 0; n--) {
+        LargeObject object;
+        object.row = static_cast<int>(in.u32AtMost(lastRow, "row of a large object"));
+        object.size = static_cast<int64_t>(in.u64());
+        if (object.row <= before || object.size < HeapModel::LARGEST_STORED) {
+            in.fail("large objects are not in order");
+        }
+        before = object.row;
+        model.largeObjects.push_back(object);
     }
 }
 
@@ -164,9 +192,12 @@ void readModel(IndexInput& in, HeapModel& model) {
     model.lastRowWithId = static_cast<int>(
         in.u32AtMost(static_cast<uint64_t>(model.objectCount) - 1, "last row with an identifier"));
     model.sizeReport = in.text();
-    for (uint32_t n = readCount(in, 4, "remarks"); n > 0; n--) {
-        model.remarks.push_back(in.text());
+    for (std::vector<std::string>* texts : {&model.remarks, &model.notes, &model.frameTexts}) {
+        for (uint32_t n = readCount(in, 4, "texts"); n > 0; n--) {
+            texts->push_back(in.text());
+        }
     }
+    readLargeObjects(in, model);
     uint32_t classes = readCount(in, 36, "classes");
     for (uint32_t i = 0; i < classes; i++) {
         model.classes.push_back(readClass(in, model.objectCount, classes));

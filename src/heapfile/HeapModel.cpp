@@ -46,6 +46,13 @@ void HeapModel::indexClasses() {
     }
 }
 
+int64_t HeapModel::largeSizeOf(int row) const {
+    const auto at =
+        std::lower_bound(largeObjects.begin(), largeObjects.end(), row,
+                         [](const LargeObject& object, int wanted) { return object.row < wanted; });
+    return at != largeObjects.end() && at->row == row ? at->size : LARGEST_STORED;
+}
+
 int HeapModel::classOf(int row) const {
     if (isClass(row)) {
         return classClass;

@@ -29,9 +29,15 @@ struct HeapRoot {
 };
 
 struct HeapThread {
-    uint32_t serial;                // number in the file
-    int row;                        // of the java.lang.Thread, 0 if it isn't in the dump
-    std::vector<std::string> stack; // "class.method(file:line)", top first
+    uint32_t serial;             // number in the file
+    int row;                     // of the java.lang.Thread, 0 if it isn't in the dump
+    std::vector<uint32_t> stack; // top first; indices in HeapModel::frameTexts
+};
+
+// An object whose size the storage's 32-bit column cannot hold.
+struct LargeObject {
+    int row;
+    int64_t size; // bytes
 };
 
 struct HeapField {
@@ -128,6 +134,14 @@ public:
     // bytes with a coder and that of chars. False if row is no string or its data aren't in the
     // file.
     bool stringValue(int row, std::string& text, uint32_t maxChars = 0xffffffffu) const;
+    // Bytes of an object itself, -1 for a row never made. Unlike the storage's column right for
+    // arrays of 2 GiB and more.
+    int64_t sizeOf(int row) const {
+        const int size = storage->getSize(row);
+        return size != LARGEST_STORED ? size : largeSizeOf(row);
+    }
+    // What the storage's column holds for an object that is larger.
+    static constexpr int LARGEST_STORED = INT32_MAX;
     // The name of a java.lang.Thread, empty if not known.
     std::string threadName(int threadIndex) const;
 
@@ -145,15 +159,20 @@ public:
     std::vector<HeapClass> classes;
     std::vector<HeapRoot> roots;
     std::vector<HeapThread> threads;
-    int classClass = -1;    // java.lang.Class
-    int stringClass = -1;   // java.lang.String
-    std::string sizeReport; // how the sizes of objects were found
+    std::vector<std::string> frameTexts; // "class.method(file:line)", each once: threads share them
+    std::vector<LargeObject> largeObjects; // ascending rows
+    int classClass = -1;                   // java.lang.Class
+    int stringClass = -1;                  // java.lang.String
+    std::string sizeReport;                // how the sizes of objects were found
     // The file holds what an analysis found (sizes, dominators, retained sizes) and not the heap
     // that it was found from: there are no classes, roots and references.
     bool resultsOnly = false;
     std::vector<std::string> remarks; // what could not be read, in words for the user
+    // What healthy files show too: told where a report describes the file, no reason for a warning.
+    std::vector<std::string> notes;
 
 private:
+    int64_t largeSizeOf(int row) const;
     bool fieldPosition(int row, const std::string& name, bool reference, uint64_t& position,
                        char& type) const;
     bool hprofInstance(int row, const uint8_t*& data, uint32_t& length) const;

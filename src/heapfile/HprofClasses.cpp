@@ -16,6 +16,33 @@ constexpr int64_t LARGEST_INJECTED = 32; // bytes of fields of its own
 constexpr uint32_t FEWEST_SAMPLES = 4;   // that a much larger size has to rest on
 constexpr int64_t LARGEST_CLASS_EXTRA = 128; // the same for the front part of class objects
 constexpr uint64_t NAME_BYTES = 1024;
+constexpr int64_t LARGEST_KNOWN_PADDING = 1024; // of the classes below
+
+// Classes of the JDK whose instances are larger than their fields: fields set apart from each other
+// because threads contend for them, and fields that the JVM adds. One distance is enough to believe
+// it.
+const char* const PADDED_CLASSES[] = {
+    "java.lang.ClassLoader",
+    "java.lang.Thread",
+    "java.util.concurrent.ConcurrentHashMap$CounterCell",
+    "java.util.concurrent.Exchanger$Node",
+    "java.util.concurrent.ForkJoinPool",
+    "java.util.concurrent.ForkJoinPool$WorkQueue",
+    "java.util.concurrent.SubmissionPublisher$BufferedSubscription",
+    "java.util.concurrent.atomic.Striped64$Cell",
+};
+
+bool isPaddedClass(const std::string& name) {
+    return std::find(std::begin(PADDED_CLASSES), std::end(PADDED_CLASSES), name) !=
+           std::end(PADDED_CLASSES);
+}
+
+// The parts of a virtual thread's stack that were moved to the heap. Behind its fields, some of
+// which the JVM adds (a reference, an address, two numbers), stand the words of the frames and a
+// bit for each place where a reference may stand.
+constexpr char STACK_CHUNK[] = "jdk.internal.vm.StackChunk";
+constexpr char STACK_CHUNK_ADDED[] = "LJIBB";
+constexpr uint32_t MOST_STACK_WORDS = 1 << 27; // a gigabyte; more is damage
 
 std::string hexName(uint64_t id) {
     char digits[32];
@@ -254,7 +281,8 @@ void HprofClasses::detectLayout() {
 // smaller gap than the computed size disproves it. A larger one is the object itself if the rest is
 // too small for another object, or if many instances share it and it is what JVMs add: fields of
 // their own and padding, which a dump doesn't show.
-int64_t HprofClasses::settleSize(const Measured& measured, int64_t computed, int64_t lowest) const {
+int64_t HprofClasses::settleSize(const Measured& measured, int64_t computed, int64_t lowest,
+                                 bool isPadded) const {
     auto gap = static_cast<int64_t>(measured.smallestGap);
     if (gap == 0 || gap < lowest) {
         return 0;
@@ -262,10 +290,12 @@ int64_t HprofClasses::settleSize(const Measured& measured, int64_t computed, int
     if (gap < computed + SMALLEST_OBJECT) {
         return gap;
     }
-    bool shared = measured.ofThatGap >= FEWEST_SAMPLES && measured.ofThatGap * 2 > measured.samples;
+    const uint32_t fewest = isPadded ? 1 : FEWEST_SAMPLES;
+    bool shared = measured.ofThatGap >= fewest && measured.ofThatGap * 2 > measured.samples;
     const int64_t added = gap - computed;
+    const int64_t most = isPadded ? LARGEST_KNOWN_PADDING : LARGEST_PADDING;
     const bool padded = (added + SMALLEST_OBJECT) % PADDING_UNIT <= 2 * SMALLEST_OBJECT;
-    return shared && added <= LARGEST_PADDING && (added <= LARGEST_INJECTED || padded) ? gap : 0;
+    return shared && added <= most && (added <= LARGEST_INJECTED || padded) ? gap : 0;
 }
 
 struct HprofClasses::Sizing {
@@ -293,7 +323,8 @@ int64_t HprofClasses::addedBytes(int classIndex, Sizing& sizing) const {
         }
         std::vector<std::string> types = fieldTypesFromTop(*c);
         int64_t plain = jvmLayout.instanceSize(types, sizing.style);
-        int64_t size = settleSize(measured->second, plain + inherited, jvmLayout.lowerBound(types));
+        int64_t size = settleSize(measured->second, plain + inherited, jvmLayout.lowerBound(types),
+                                  isPaddedClass(model.classes[index].name));
         if (size != 0) {
             sizing.agreeing++;
             // Smaller than the fields need by our rules: the rules are wrong for this class alone.
@@ -343,9 +374,15 @@ void HprofClasses::measureInstances() {
         if (type.elementType != 0) {
             continue;
         }
+        if (type.name == STACK_CHUNK) {
+            planStackChunks(plan, type, classIndex, sizing.style);
+            continue;
+        }
         std::vector<std::string> types = fieldTypesFromTop(classIndex);
-        type.instanceSize =
-            jvmLayout.instanceSize(types, sizing.style) + addedBytes(classIndex, sizing);
+        const int64_t computed = jvmLayout.instanceSize(types, sizing.style);
+        type.instanceSize = computed + addedBytes(classIndex, sizing);
+        plan.checkGaps = type.instanceSize >= computed + SMALLEST_OBJECT;
+        plan.computedSize = static_cast<int32_t>(std::min<int64_t>(computed, INT32_MAX));
         auto measured = sizing.gaps.find(plan.classId);
         if (measured != sizing.gaps.end()) {
             auto gap = static_cast<int64_t>(measured->second.smallestGap);
@@ -360,6 +397,27 @@ void HprofClasses::measureInstances() {
                        std::to_string(sizing.gaps.size()) +
                        " classes with instances agree with the distances between objects, the "
                        "others are computed from their fields";
+}
+
+void HprofClasses::planStackChunks(HprofClassPlan& plan, HeapClass& type, int classIndex,
+                                   JvmLayout::Style style) const {
+    std::vector<std::string> types = fieldTypesFromTop(classIndex);
+    types.back() += STACK_CHUNK_ADDED;
+    plan.instanceSize = static_cast<int32_t>(jvmLayout.instanceSize(types, style));
+    type.instanceSize = 0;
+    uint32_t at = 0;
+    for (const HeapField& field : type.fields) {
+        if (field.name == "size" && field.type == 'I') {
+            plan.wordsOffset = static_cast<int32_t>(at);
+        }
+        at += field.type == 'L' ? idSize : primitiveTypeSize(field.type);
+    }
+}
+
+int64_t HprofClasses::stackChunkSize(const HprofClassPlan& plan, uint32_t words) const {
+    const int64_t stack = std::min(words, MOST_STACK_WORDS);
+    const int64_t bits = jvmLayout.referenceSize() == 4 ? stack * 2 : stack;
+    return jvmLayout.align(plan.instanceSize + 8 * (stack + (bits + 63) / 64));
 }
 
 // Static fields live in the class object, behind the fields of java.lang.Class.

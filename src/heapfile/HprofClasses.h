@@ -17,6 +17,12 @@ struct HprofClassPlan {
     uint32_t firstOffset;    // in HprofClasses::referenceOffsets
     uint32_t referenceCount; // of the reference fields of an instance
     int32_t instanceSize;    // in the JVM's memory
+    // Offset of the field with the number of words that an instance has behind its fields; -1 where
+    // all instances are alike.
+    int32_t wordsOffset = -1;
+    // The size rests on a few distances between objects: to be compared with all of them.
+    bool checkGaps = false;
+    int32_t computedSize = 0; // by the fields alone; with checkGaps
 };
 
 // The classes of a dump: fills HeapModel::classes from the class records, gives rows to classes
@@ -40,6 +46,9 @@ public:
     // Offsets of reference fields in the data of an instance, for plans.
     const uint32_t* referenceOffsets() const { return offsets.data(); }
     const JvmLayout& layout() const { return jvmLayout; }
+    // Size of an instance that holds a stretch of a stack of that many words, as plan.wordsOffset
+    // tells them.
+    int64_t stackChunkSize(const HprofClassPlan& plan, uint32_t words) const;
     // References that all rows of classes have together.
     uint64_t classReferences() const { return classReferenceCount; }
     // Identifiers at the positions of a class row's list, and its size in the JVM's memory.
@@ -77,7 +86,10 @@ private:
     struct Sizing; // what the sizes of all classes share while they are found
     void sampleGaps(std::unordered_map<uint64_t, Measured>& gaps) const;
     int64_t addedBytes(int classIndex, Sizing& sizing) const;
-    int64_t settleSize(const Measured& measured, int64_t computed, int64_t lowest) const;
+    int64_t settleSize(const Measured& measured, int64_t computed, int64_t lowest,
+                       bool isPadded) const;
+    void planStackChunks(HprofClassPlan& plan, HeapClass& type, int classIndex,
+                         JvmLayout::Style style) const;
 
     const uint8_t* base;
     uint64_t mostOffsets; // bound of `offsets`, by what the file justifies

@@ -9,13 +9,16 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 #include <unordered_map>
 
 namespace {
 
-constexpr uint64_t MOST_ROWS = 0x7ffffff0; // rows and positions are 32-bit
+constexpr uint64_t MOST_ROWS = 0x3ffffff0; // a row has two 32-bit positions in one table
 constexpr uint64_t MOST_REFERENCES = 0x7ffffff0;
-constexpr uint64_t STACK_TEXT_BASE = 1 << 20;
+constexpr uint64_t STACK_FRAMES_BASE = 1 << 20;
+constexpr uint64_t USUALLY_ABSENT = 8192; // references or roots without an object in a healthy dump
+constexpr uint64_t USUAL_SHARE = 1000;    // or one in so many
 
 // Rows that were filled already. Needed only for a dump that holds an identifier twice.
 class FilledRows {
@@ -57,6 +60,12 @@ public:
             lastPlan && lastPlan->classId == classId ? lastPlan : classes.find(classId);
         lastPlan = plan;
         storage.setSize(static_cast<int>(row), plan->instanceSize);
+        if (plan->wordsOffset >= 0 && plan->wordsOffset + 4u <= length) {
+            setSize(row, classes.stackChunkSize(*plan, hprofU4(data + plan->wordsOffset)));
+        }
+        if (plan->checkGaps) {
+            noteGap(*plan, id, row);
+        }
         references.setList(static_cast<int>(row), position,
                            static_cast<int>(plan->referenceCount) + 1);
         references.setRefAt(position++, plan->row);
@@ -98,6 +107,13 @@ public:
         references.setRefAt(position++, classes.primitiveArrayRow(type));
     }
 
+    // Instances of classes whose size rests on few samples, and the smallest distance behind any.
+    struct Doubtful {
+        uint64_t smallestGap = UINT64_MAX;
+        std::vector<int> rows;
+    };
+    std::unordered_map<const HprofClassPlan*, Doubtful> doubtful;
+    std::vector<LargeObject> large;
     uint64_t dangling = 0;       // references to what the dump doesn't hold
     uint64_t shortInstances = 0; // instances with fewer bytes than their class's fields
 
@@ -111,11 +127,24 @@ private:
         return row;
     }
     void array(uint32_t row, uint32_t elementSize, uint32_t length) {
-        int64_t size = layout.arraySize(elementSize, length);
-        storage.setSize(static_cast<int>(row),
-                        static_cast<int>(std::min<int64_t>(size, INT32_MAX)));
+        setSize(row, layout.arraySize(elementSize, length));
         storage.setArrayLength(static_cast<int>(row),
                                static_cast<int>(std::min<uint32_t>(length, INT32_MAX)));
+    }
+    void setSize(uint32_t row, int64_t size) {
+        if (size >= HeapModel::LARGEST_STORED) {
+            large.push_back({static_cast<int>(row), size});
+            size = HeapModel::LARGEST_STORED;
+        }
+        storage.setSize(static_cast<int>(row), static_cast<int>(size));
+    }
+    void noteGap(const HprofClassPlan& plan, uint64_t id, uint32_t row) {
+        Doubtful& known = doubtful[&plan];
+        const uint64_t next = ids.next(id);
+        if (next != 0) {
+            known.smallestGap = std::min(known.smallestGap, next - id);
+        }
+        known.rows.push_back(static_cast<int>(row));
     }
     void putReference(uint64_t id) {
         uint32_t row = id == 0 ? 0 : ids.rowOf(id);
@@ -152,6 +181,8 @@ private:
     void fillChunk(const HprofScan& scan, const HprofClasses& classes, FilledRows* filled,
                    size_t chunk);
     void setRoots(const HprofScan& scan, const HprofRecords& records);
+    void settleDoubtful();
+    void tellAbsent(uint64_t absent, uint64_t all, const char* what);
     int threadOf(uint32_t serial) const;
 
     const HeapReadOptions& options;
@@ -159,6 +190,9 @@ private:
     std::unique_ptr<HeapModel> model;
     std::vector<uint64_t> chunkPositions; // first position of each chunk's references
     std::unordered_map<uint32_t, int> threadBySerial;
+    std::mutex
+        mergeLock; // guards what the chunks' handlers leave: doubtful and the model's largeObjects
+    std::unordered_map<const HprofClassPlan*, std::pair<uint64_t, std::vector<int>>> doubtful;
     std::atomic<uint64_t> dangling{0};
     std::atomic<uint64_t> shortInstances{0};
 };
@@ -198,7 +232,8 @@ std::unique_ptr<HeapModel> Reading::run() {
     HprofScan scan(file, records, {options.threads, options.progress}, model->remarks);
     checkCounts(scan);
     HprofClasses classes(file, records, scan, *model);
-    makeStorage(placeChunks(scan, classes));
+    const uint64_t references = placeChunks(scan, classes);
+    makeStorage(references);
     std::unique_ptr<FilledRows> filled;
     if (scan.classAndObjectRecords != scan.ids.size()) {
         model->remarks.push_back(std::to_string(scan.classAndObjectRecords - scan.ids.size()) +
@@ -207,11 +242,9 @@ std::unique_ptr<HeapModel> Reading::run() {
     }
     fillClasses(scan, classes, filled.get());
     fillObjects(scan, classes, filled.get());
+    settleDoubtful();
     setRoots(scan, records);
-    if (dangling > 0) {
-        model->remarks.push_back(std::to_string(dangling.load()) +
-                                 " references lead to objects that the dump does not hold");
-    }
+    tellAbsent(dangling, references, "references");
     if (shortInstances > 0) {
         model->remarks.push_back(std::to_string(shortInstances.load()) +
                                  " instances hold fewer bytes than the fields of their classes");
@@ -226,8 +259,43 @@ void Reading::checkCounts(const HprofScan& scan) {
     }
     if (scan.ids.size() > MOST_ROWS) {
         throw HeapReadError("the heap dump holds " + std::to_string(scan.ids.size()) +
-                            " objects, more than can be numbered");
+                            " objects, more than the " + std::to_string(MOST_ROWS) +
+                            " that can be numbered");
     }
+}
+
+// No object is larger than the way to the next one, whatever the sampled distances said.
+void Reading::settleDoubtful() {
+    for (const auto& entry : doubtful) {
+        const uint64_t smallest = entry.second.first;
+        const int size = entry.first->instanceSize;
+        if (smallest >= static_cast<uint64_t>(size)) {
+            continue;
+        }
+        const int lowered = std::max(static_cast<int>(smallest), entry.first->computedSize);
+        for (int row : entry.second.second) {
+            model->storage->setSize(row, lowered);
+        }
+        const int index = model->classByRow(entry.first->row);
+        if (index >= 0) {
+            model->classes[static_cast<size_t>(index)].instanceSize = lowered;
+        }
+    }
+    std::sort(model->largeObjects.begin(), model->largeObjects.end(),
+              [](const LargeObject& a, const LargeObject& b) { return a.row < b.row; });
+}
+
+// Every JVM leaves some behind, of classes in its archive that it hasn't loaded; many, or in a file
+// that is damaged elsewhere, tell of damage.
+void Reading::tellAbsent(uint64_t absent, uint64_t all, const char* what) {
+    if (absent == 0) {
+        return;
+    }
+    const bool isUsual = model->remarks.empty() && absent <= USUALLY_ABSENT + all / USUAL_SHARE;
+    (isUsual ? model->notes : model->remarks)
+        .push_back(std::to_string(absent) + " " + what +
+                   " lead to objects that the dump does not hold" +
+                   (isUsual ? ", as JVMs with a class archive leave them" : ""));
 }
 
 // Finds where the references of each chunk begin: behind those of the classes and of the chunks
@@ -250,7 +318,8 @@ uint64_t Reading::placeChunks(const HprofScan& scan, const HprofClasses& classes
 void Reading::makeStorage(uint64_t references) {
     if (references > MOST_REFERENCES) {
         throw HeapReadError("the heap dump holds " + std::to_string(references) +
-                            " references, more than can be numbered");
+                            " references, more than the " + std::to_string(MOST_REFERENCES) +
+                            " that can be numbered");
     }
     // A reference takes idSize bytes of the file. Fields that damaged records leave out are counted
     // too, which may not make memory grow far beyond what the file holds.
@@ -309,6 +378,17 @@ void Reading::fillChunk(const HprofScan& scan, const HprofClasses& classes, Fill
     for (const HprofRecords::Segment& range : scan.chunks[chunk].ranges) {
         walker.walk(range.from, range.to);
     }
+    {
+        const std::lock_guard<std::mutex> merging(mergeLock);
+        for (auto& entry : handler.doubtful) {
+            auto& sum =
+                doubtful.try_emplace(entry.first, UINT64_MAX, std::vector<int>()).first->second;
+            sum.first = std::min(sum.first, entry.second.smallestGap);
+            sum.second.insert(sum.second.end(), entry.second.rows.begin(), entry.second.rows.end());
+        }
+        model->largeObjects.insert(model->largeObjects.end(), handler.large.begin(),
+                                   handler.large.end());
+    }
     dangling += handler.dangling;
     shortInstances += handler.shortInstances;
     if (!scan.chunks[chunk].ranges.empty()) {
@@ -322,7 +402,8 @@ int Reading::threadOf(uint32_t serial) const {
 }
 
 void Reading::setRoots(const HprofScan& scan, const HprofRecords& records) {
-    uint64_t stackText = 0;
+    uint64_t stackFrames = 0;
+    HprofFrames frames(records, model->frameTexts);
     for (const HprofRoot& root : scan.roots) {
         if (root.tag != HPROF_ROOT_THREAD_OBJECT ||
             !threadBySerial.emplace(root.first, static_cast<int>(model->threads.size())).second) {
@@ -332,12 +413,10 @@ void Reading::setRoots(const HprofScan& scan, const HprofRecords& records) {
         thread.serial = root.first;
         thread.row = root.id == 0 ? 0 : static_cast<int>(scan.ids.rowOf(root.id));
         // One long stack that many threads name must not multiply without end.
-        if (stackText <= STACK_TEXT_BASE + file.size()) {
-            thread.stack = records.stack(root.second);
+        if (stackFrames <= STACK_FRAMES_BASE + file.size() / sizeof(uint32_t)) {
+            thread.stack = frames.stack(root.second);
         }
-        for (const std::string& frame : thread.stack) {
-            stackText += frame.size();
-        }
+        stackFrames += thread.stack.size();
         model->threads.push_back(std::move(thread));
     }
     uint64_t absent = 0;
@@ -354,10 +433,7 @@ void Reading::setRoots(const HprofScan& scan, const HprofRecords& records) {
         model->roots.push_back({row, kind, ofThread ? threadOf(root.first) : -1,
                                 hasFrame ? static_cast<int>(root.second) : -1});
     }
-    if (absent > 0) {
-        model->remarks.push_back(std::to_string(absent) +
-                                 " roots lead to objects that the dump does not hold");
-    }
+    tellAbsent(absent, scan.roots.size(), "roots");
 }
 
 } // namespace

@@ -13,6 +13,8 @@ constexpr char MAGIC[] = "JAVA PROFILE 1.0.";
 constexpr uint64_t MAGIC_LENGTH = sizeof(MAGIC) - 1;
 constexpr uint64_t LENGTH_WRAP = 1ULL << 32; // lengths have 32 bits, heap dumps may have more
 constexpr uint32_t MOST_FRAMES = 4096;
+constexpr int32_t NATIVE_LINE = -3;
+constexpr uint64_t MOST_TRIED_HEADS = 1 << 16; // behind damage
 
 // Sorts by key and leaves the last of those with the same key, which is the valid one.
 template <typename T, typename Key>
@@ -110,15 +112,16 @@ void HprofRecords::readRecords(int dumpNumber, std::vector<std::string>& remarks
             pos = std::min(end, size);
             continue;
         }
-        if (tag == 0 || (tag > HPROF_CONTROL_SETTINGS && tag != HPROF_HEAP_DUMP_END)) {
-            remarks.push_back("unknown record tag " + std::to_string(tag) + " at offset " +
-                              std::to_string(pos) + "; the file is read up to there");
-            break;
-        }
-        if (length > size - body) {
-            remarks.push_back("the file is truncated: the record at offset " + std::to_string(pos) +
-                              " needs " + std::to_string(length - (size - body)) + " bytes more");
-            break;
+        const bool isKnown =
+            tag != 0 && (tag <= HPROF_CONTROL_SETTINGS || tag == HPROF_HEAP_DUMP_END);
+        if (!isKnown || length > size - body) {
+            const uint64_t next = nextPlausibleRecord(pos + 1);
+            remarks.push_back(damageAt(pos, tag, isKnown, length, next));
+            if (next >= size) {
+                break;
+            }
+            pos = next;
+            continue;
         }
         inDump = inDump && tag != HPROF_HEAP_DUMP_END;
         readSmallRecord(tag, body, length);
@@ -136,6 +139,40 @@ void HprofRecords::readRecords(int dumpNumber, std::vector<std::string>& remarks
         remarks.push_back("the file holds " + std::to_string(dumps) +
                           " heap dumps; this is number " + std::to_string(dumpNumber));
     }
+}
+
+std::string HprofRecords::damageAt(uint64_t pos, uint8_t tag, bool isKnown, uint64_t length,
+                                   uint64_t next) const {
+    const uint64_t left = size - pos - HPROF_TOP_RECORD_HEADER;
+    std::string text =
+        isKnown ? "the file is truncated: the record at offset " + std::to_string(pos) + " needs " +
+                      std::to_string(length - left) + " bytes more"
+                : "unknown record tag " + std::to_string(tag) + " at offset " + std::to_string(pos);
+    if (next < size) {
+        return "damage at offset " + std::to_string(pos) + "; the file is read on from offset " +
+               std::to_string(next);
+    }
+    return isKnown ? text : text + "; the file is read up to there";
+}
+
+// Where records go on behind damage: at the head of a class or of a heap dump from which a chain of
+// records reaches the end. The size of the file if there is none.
+uint64_t HprofRecords::nextPlausibleRecord(uint64_t from) const {
+    uint64_t tried = 0;
+    for (uint64_t at = from; at + HPROF_TOP_RECORD_HEADER <= size && tried < MOST_TRIED_HEADS;
+         at++) {
+        const uint8_t tag = base[at];
+        const bool isHead = tag == HPROF_LOAD_CLASS || tag == HPROF_HEAP_DUMP_SEGMENT;
+        if (!isHead ||
+            (tag == HPROF_LOAD_CLASS && hprofU4(base + at + 5) != 8 + 2 * identifierSize)) {
+            continue;
+        }
+        tried++;
+        if (recordsReachEnd(at)) {
+            return at;
+        }
+    }
+    return size;
 }
 
 // End of a heap dump record by its length, or by what fits better. An old JVM writes the whole heap
@@ -231,30 +268,35 @@ std::string HprofRecords::className(uint64_t classId) const {
     return found ? sourceClassName(string(found->nameId)) : std::string();
 }
 
-std::string HprofRecords::frameText(uint64_t frameId) const {
-    const RecordAt* frame = findByKey(frames, frameId, [](const RecordAt& e) { return e.key; });
-    if (!frame) {
-        return "?";
+bool HprofRecords::frame(uint64_t frameId, Frame& result) const {
+    const RecordAt* found = findByKey(frames, frameId, [](const RecordAt& e) { return e.key; });
+    if (!found) {
+        return false;
     }
     const uint32_t id = identifierSize;
-    const uint8_t* p = base + frame->offset;
-    const auto* type = findByKey(classIdsBySerial, hprofU4(p + 4 * id),
+    const uint8_t* p = base + found->offset;
+    result = {hprofId(p + id, id), hprofId(p + 3 * id, id), hprofU4(p + 4 * id),
+              static_cast<int32_t>(hprofU4(p + 4 * id + 4))};
+    return true;
+}
+
+std::string HprofRecords::frameText(const Frame& frame) const {
+    const auto* type = findByKey(classIdsBySerial, frame.classSerial,
                                  [](const auto& e) { return static_cast<uint64_t>(e.first); });
     std::string text = type ? className(type->second) : std::string("?");
-    text += "." + string(hprofId(p + id, id));
-    std::string file = string(hprofId(p + 3 * id, id));
-    int32_t line = static_cast<int32_t>(hprofU4(p + 4 * id + 4));
-    if (line == -3) {
+    text += "." + string(frame.methodName);
+    if (frame.line == NATIVE_LINE) {
         return text + "(native)";
     }
+    std::string file = string(frame.fileName);
     if (!file.empty()) {
-        text += "(" + file + (line > 0 ? ":" + std::to_string(line) : "") + ")";
+        text += "(" + file + (frame.line > 0 ? ":" + std::to_string(frame.line) : "") + ")";
     }
     return text;
 }
 
-std::vector<std::string> HprofRecords::stack(uint32_t traceSerial) const {
-    std::vector<std::string> result;
+std::vector<uint64_t> HprofRecords::trace(uint32_t traceSerial) const {
+    std::vector<uint64_t> result;
     const RecordAt* trace = findByKey(traces, traceSerial, [](const RecordAt& e) { return e.key; });
     if (!trace) {
         return result;
@@ -262,8 +304,26 @@ std::vector<std::string> HprofRecords::stack(uint32_t traceSerial) const {
     uint64_t count = hprofU4(base + trace->offset + 8);
     count = std::min<uint64_t>({count, (trace->length - 12) / identifierSize, MOST_FRAMES});
     for (uint64_t i = 0; i < count; i++) {
-        result.push_back(
-            frameText(hprofId(base + trace->offset + 12 + i * identifierSize, identifierSize)));
+        result.push_back(hprofId(base + trace->offset + 12 + i * identifierSize, identifierSize));
     }
     return result;
+}
+
+std::vector<uint32_t> HprofFrames::stack(uint32_t traceSerial) {
+    std::vector<uint32_t> result;
+    for (uint64_t frameId : records.trace(traceSerial)) {
+        result.push_back(indexOf(frameId));
+    }
+    return result;
+}
+
+uint32_t HprofFrames::indexOf(uint64_t frameId) {
+    HprofRecords::Frame frame = {};
+    const bool isThere = records.frame(frameId, frame);
+    const Key key(frame.methodName, frame.fileName, frame.classSerial, frame.line);
+    const auto added = known.try_emplace(key, static_cast<uint32_t>(texts.size()));
+    if (added.second) {
+        texts.push_back(isThere ? records.frameText(frame) : std::string("?"));
+    }
+    return added.first->second;
 }

@@ -3,7 +3,9 @@
 #include "heapfile/HeapModel.h"
 
 #include <cstdint>
+#include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 // The records of an HPROF file outside of its heap dumps: strings, classes' names, threads and
@@ -32,8 +34,18 @@ public:
     std::string string(uint64_t id) const;
     // Name of a loaded class by its identifier, in source form; empty if not known.
     std::string className(uint64_t classId) const;
-    // Stack of a trace record as text, top first.
-    std::vector<std::string> stack(uint32_t traceSerial) const;
+    // What a frame record says: identifiers of texts, the class's serial number, the line.
+    struct Frame {
+        uint64_t methodName;
+        uint64_t fileName;
+        uint32_t classSerial;
+        int32_t line; // as in the file: 0 and below for none
+    };
+    // False if there is no such record.
+    bool frame(uint64_t frameId, Frame& result) const;
+    std::string frameText(const Frame& frame) const;
+    // Identifiers of the frames of a trace record, top first.
+    std::vector<uint64_t> trace(uint32_t traceSerial) const;
 
 private:
     struct StringAt {
@@ -58,8 +70,10 @@ private:
     void readSmallRecord(uint8_t tag, uint64_t body, uint64_t length);
     uint64_t endOfHeapRecord(uint8_t tag, uint64_t body, uint64_t length, bool& guessed) const;
     bool recordsReachEnd(uint64_t pos) const;
+    uint64_t nextPlausibleRecord(uint64_t from) const;
+    std::string damageAt(uint64_t pos, uint8_t tag, bool isKnown, uint64_t length,
+                         uint64_t next) const;
     void sortTables();
-    std::string frameText(uint64_t frameId) const;
 
     const uint8_t* base;
     uint64_t size;
@@ -74,4 +88,22 @@ private:
     std::vector<RecordAt> frames;
     std::vector<RecordAt> traces;
     std::vector<std::pair<uint32_t, uint64_t>> classIdsBySerial;
+};
+
+// Stacks of threads, with each frame's text made once: virtual threads share most of theirs.
+class HprofFrames {
+public:
+    // Texts are appended to frameTexts.
+    HprofFrames(const HprofRecords& hprofRecords, std::vector<std::string>& frameTexts)
+        : records(hprofRecords), texts(frameTexts) {}
+    // Indices of the texts of a trace's frames, top first.
+    std::vector<uint32_t> stack(uint32_t traceSerial);
+
+private:
+    uint32_t indexOf(uint64_t frameId);
+
+    using Key = std::tuple<uint64_t, uint64_t, uint32_t, int32_t>;
+    const HprofRecords& records;
+    std::vector<std::string>& texts;
+    std::map<Key, uint32_t> known;
 };

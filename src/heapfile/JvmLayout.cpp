@@ -155,6 +155,11 @@ std::string JvmLayout::describe() const {
     if (judgedGaps == 0) {
         return text + " (assumed, the dump has nothing to judge by)";
     }
+    if (exactGaps * 2 < judgedGaps) {
+        return text + " (assumed: " + std::to_string(exactGaps) + " of " +
+               std::to_string(judgedGaps) +
+               " sampled arrays end where the next object begins, so sizes are estimates)";
+    }
     return text + " (" + std::to_string(exactGaps) + " of " + std::to_string(judgedGaps) +
            " sampled arrays end exactly where the next object begins)";
 }

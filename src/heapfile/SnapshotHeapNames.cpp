@@ -23,6 +23,7 @@ std::string SnapshotHeapSections::frameText(DB& db, int frame) const {
 void SnapshotHeapSections::addRoots(DB& db) {
     std::map<int, int> threadByNumber;
     std::map<std::pair<int, int>, int> lineOfFrame;
+    std::map<int, uint32_t> textOfFrame;
     for (const RootNote& note : rootNotes) {
         HeapRoot root{note.row, note.kind == 0 ? HEAP_ROOT_OTHER : note.kind, -1, -1};
         if (note.trn != 0 || note.threadRow != 0) {
@@ -35,7 +36,12 @@ void SnapshotHeapSections::addRoots(DB& db) {
             auto line = lineOfFrame.emplace(std::make_pair(root.thread, note.frame),
                                             static_cast<int>(thread.stack.size()));
             if (line.second && note.frame > 0) {
-                thread.stack.push_back(frameText(db, note.frame));
+                auto known = textOfFrame.try_emplace(
+                    note.frame, static_cast<uint32_t>(model.frameTexts.size()));
+                if (known.second) {
+                    model.frameTexts.push_back(frameText(db, note.frame));
+                }
+                thread.stack.push_back(known.first->second);
             }
             root.frame = note.frame > 0 ? line.first->second : -1;
         }

@@ -201,7 +201,10 @@ void SnapshotHeapSections::readObject(Cursor& in, uint8_t tag) {
     if (positionsUsed > std::min<uint64_t>(mostPositions, 0x7ffffff0)) {
         in.fail("more references than can be", 4);
     }
-    const int bytes = static_cast<int>(std::min<int64_t>(size, INT32_MAX));
+    const int bytes = static_cast<int>(std::min<int64_t>(size, HeapModel::LARGEST_STORED));
+    if (size >= HeapModel::LARGEST_STORED) {
+        model.largeObjects.push_back({row, size});
+    }
     if (tag == HEAP_RECORD_OBJECT) {
         storage.createObject(nullptr, row, type, generation, bytes, length);
     } else if (tag == HEAP_RECORD_REFERENCE_ARRAY) {

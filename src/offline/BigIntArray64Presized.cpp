@@ -5,7 +5,7 @@
 
 namespace {
 
-int* allocateElements(const ZString& name, int size) {
+int* allocateElements(const ZString& name, long size) {
     Logger::assertTrue(size >= 0, VDK_HERE);
     const bool debug = Options::isDebug("alloc");
     ZString line("BIA64P: ");
@@ -26,7 +26,7 @@ int* allocateElements(const ZString& name, int size) {
 
 } // namespace
 
-BigIntArray64Presized::BigIntArray64Presized(const char* arrayName, int elements)
+BigIntArray64Presized::BigIntArray64Presized(const char* arrayName, long elements)
     : buffer(nullptr), name(arrayName), size(elements) {
     buffer = allocateElements(name, elements);
 }

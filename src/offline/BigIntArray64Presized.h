@@ -9,7 +9,7 @@
 // takes an index from outside checks it against size.
 struct BigIntArray64Presized {
     // size: number of elements, not negative. Throws std::bad_alloc.
-    BigIntArray64Presized(const char* arrayName, int size);
+    BigIntArray64Presized(const char* arrayName, long size);
     ~BigIntArray64Presized();
     BigIntArray64Presized(const BigIntArray64Presized&) = delete;
     BigIntArray64Presized& operator=(const BigIntArray64Presized&) = delete;
@@ -25,7 +25,7 @@ struct BigIntArray64Presized {
 
     int* buffer;
     ZString name;
-    int size;
+    long size;
 };
 
 // Stores data[i - from] at index i, for i from `from` below `to`, which must lie within the array.

@@ -41,22 +41,16 @@ void setBit(unsigned* bits, int node) {
     bits[node >> 5] |= 1u << (node & 31);
 }
 
-int tableSize(const ObjectStorage& storage) {
-    const long size = (static_cast<long>(storage.getObjectCount()) + 1) * 7;
-    Logger::assertTrue(size <= 0x7fffffffL, VDK_HERE);
-    return static_cast<int>(size);
-}
-
 } // namespace
 
 DominatorComputer::DominatorComputer(ObjectStorage& analysed, int rootCount, const int* bits,
                                      AnalysisProgress* told)
-    : storage(analysed), table("da", tableSize(analysed)), labels(table.buffer + LABEL),
-      parents(table.buffer + PARENT), ancestors(table.buffer + ANCESTOR),
-      children(table.buffer + CHILD), vertices(table.buffer + VERTEX), semis(table.buffer + SEMI),
-      nodeSizes(table.buffer + SIZE), rootSet(rootCount < 1 ? 1 : rootCount),
-      nullNode(analysed.getObjectCount()), depthFirstCount(0),
-      reachableBits(reinterpret_cast<const unsigned*>(bits)), progress(told),
+    : storage(analysed), table("da", (static_cast<long>(analysed.getObjectCount()) + 1) * SLOTS),
+      labels(table.buffer + LABEL), parents(table.buffer + PARENT),
+      ancestors(table.buffer + ANCESTOR), children(table.buffer + CHILD),
+      vertices(table.buffer + VERTEX), semis(table.buffer + SEMI), nodeSizes(table.buffer + SIZE),
+      rootSet(rootCount < 1 ? 1 : rootCount), nullNode(analysed.getObjectCount()),
+      depthFirstCount(0), reachableBits(reinterpret_cast<const unsigned*>(bits)), progress(told),
       bucketTable(analysed.getBucketTable()), markBits(analysed.getMarkBits()), bucketsInUse(false),
       debug(Options::isDebug("dominators")) {}
 

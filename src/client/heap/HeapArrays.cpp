@@ -60,7 +60,7 @@ public:
             }
             ArrayGroup& group = groups[keyOf(row, waste)];
             group.count++;
-            group.bytes += std::max(storage.getSize(row), 0);
+            group.bytes += std::max<int64_t>(model.sizeOf(row), 0);
             group.used += used;
             group.elements += storage.getArrayLength(row);
             if (group.example == 0) {

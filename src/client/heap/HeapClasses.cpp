@@ -45,7 +45,7 @@ void addRetained(const HeapSession& session, std::vector<HeapClassSum>& sums) {
         }
         size_t type = size_t(session.model().classOf(row) + 1);
         if (open[type]++ == 0) {
-            sums[type].retained += storage.getRetainedSize(row);
+            sums[type].retained += session.retainedOf(row);
         }
         way.push_back(row);
         row = children.firstOf(row);
@@ -78,7 +78,7 @@ std::vector<HeapClassSum> sumByClass(const HeapSession& session, bool retained) 
     const HeapModel& model = session.model();
     std::vector<HeapClassSum> sums = emptySums(model);
     for (int row = 1; row <= model.rowCount(); row++) {
-        int size = session.storage().getSize(row);
+        const int64_t size = session.sizeOf(row);
         HeapClassSum& sum = sums[size_t(model.classOf(row) + 1)];
         // A row that nothing but a reference tells of has no size, and classes that the file only
         // mentions are no objects of it.
@@ -100,8 +100,8 @@ std::vector<HeapClassSum> sumRowsByClass(const HeapSession& session, const std::
     for (int row : rows) {
         HeapClassSum& sum = sums[size_t(model.classOf(row) + 1)];
         sum.count++;
-        sum.shallow += std::max(session.storage().getSize(row), 0);
-        sum.retained += session.storage().getRetainedSize(row);
+        sum.shallow += std::max<int64_t>(session.sizeOf(row), 0);
+        sum.retained += session.retainedOf(row);
     }
     return withoutEmpty(std::move(sums));
 }

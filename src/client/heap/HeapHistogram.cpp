@@ -97,7 +97,7 @@ Totals totalsOf(const HeapSession& session, const std::vector<HeapClassSum>& sum
         totals.shallow += sum.shallow;
     }
     for (int row = 1; row <= session.model().lastRowWithId; row++) {
-        int size = session.storage().getSize(row);
+        const int64_t size = session.sizeOf(row);
         if (!session.isReached(row) && size >= 0) {
             totals.unreachable++;
             totals.unreachableBytes += size;
@@ -168,7 +168,11 @@ int reportHeapSummary(Console& console, const Arguments& arguments) {
         console.out << separator << groupedNumber(kind.second) << " " << kind.first;
         separator = ", ";
     }
-    console.out << "\nsizes: " << model.sizeReport << "\n\n";
+    console.out << "\nsizes: " << model.sizeReport << "\n";
+    for (const std::string& note : model.notes) {
+        console.out << "note: " << note << "\n";
+    }
+    console.out << "\n";
     printSums(console, sums, top, true);
     return 0;
 }

@@ -15,8 +15,8 @@ const size_t ShownReferences = 200;
 // The rows of most retained bytes, in falling order; rows with the same size in rising order.
 void keepBiggest(const HeapSession& session, std::vector<int>& rows, size_t top) {
     auto more = [&](int a, int b) {
-        long sizeA = session.storage().getRetainedSize(a);
-        long sizeB = session.storage().getRetainedSize(b);
+        const int64_t sizeA = session.retainedOf(a);
+        const int64_t sizeB = session.retainedOf(b);
         return sizeA != sizeB ? sizeA > sizeB : a < b;
     };
     top = std::min(top, rows.size());
@@ -47,8 +47,8 @@ std::vector<int> biggestRows(const HeapSession& session, size_t top, Include inc
 void printObjects(Console& console, const HeapSession& session, const std::vector<int>& rows) {
     TextTable table({{"retained", TextTable::Right}, {"shallow", TextTable::Right}, {"object"}});
     for (int row : rows) {
-        table.add({groupedNumber(session.storage().getRetainedSize(row)),
-                   groupedNumber(session.storage().getSize(row)), heapLabel(session.model(), row)});
+        table.add({groupedNumber(session.retainedOf(row)), groupedNumber(session.sizeOf(row)),
+                   heapLabel(session.model(), row)});
     }
     table.print(console);
 }
@@ -129,9 +129,9 @@ int printLinks(Console& console, const HeapSession& session, const char* schema,
     columns.push_back({"object"});
     TextTable table(columns);
     for (const Link& link : links) {
-        std::vector<std::string> cells = {groupedNumber(session.storage().getSize(link.row))};
+        std::vector<std::string> cells = {groupedNumber(session.sizeOf(link.row))};
         if (analyzed) {
-            cells.push_back(groupedNumber(session.storage().getRetainedSize(link.row)));
+            cells.push_back(groupedNumber(session.retainedOf(link.row)));
         }
         cells.push_back(printable(link.name));
         cells.push_back(heapLabel(session.model(), link.row));
@@ -171,7 +171,7 @@ int reportHeapDominators(Console& console, const Arguments& arguments) {
     size_t top = heapTop(arguments, ShownObjects);
     if (!console.json && parent != 0) {
         console.out << heapLabel(session.model(), parent) << " retains "
-                    << groupedNumber(session.storage().getRetainedSize(parent)) << " bytes";
+                    << groupedNumber(session.retainedOf(parent)) << " bytes";
         int above = session.storage().getDominator(parent);
         console.out << (above == 0 ? std::string(", dominated by no object")
                                    : ", dominated by " + heapLabel(session.model(), above))

@@ -209,7 +209,7 @@ int reportHeapRetained(Console& console, const Arguments& arguments) {
         bool own = isMarked(group.data(), row) && session.isReached(row);
         if (own || !isMarked(result.data(), row)) {
             retained.push_back(row);
-            bytes += std::max(session.storage().getSize(row), 0);
+            bytes += std::max<int64_t>(session.sizeOf(row), 0);
         }
     }
     std::vector<HeapClassSum> sums = sumRowsByClass(session, retained);

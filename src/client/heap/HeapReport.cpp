@@ -49,9 +49,9 @@ std::string heapLabel(const HeapModel& model, int row) {
 void writeHeapObject(JsonWriter& json, const HeapSession& session, int row) {
     const HeapModel& model = session.model();
     json.field("id", heapId(model, row)).field("class", model.classNameOf(row));
-    json.field("shallow", int64_t(session.storage().getSize(row)));
+    json.field("shallow", session.sizeOf(row));
     if (!session.reachedBits().empty()) {
-        json.field("retained", int64_t(session.storage().getRetainedSize(row)));
+        json.field("retained", session.retainedOf(row));
     }
     if (session.storage().getArrayLength(row) >= 0) {
         json.field("length", session.storage().getArrayLength(row));
@@ -92,7 +92,7 @@ std::string heapRootPlace(const HeapModel& model, const HeapRoot& root) {
     std::string place = name.empty() ? "thread " + std::to_string(thread.serial)
                                      : "thread \"" + printable(name, 200) + "\"";
     if (root.frame >= 0 && size_t(root.frame) < thread.stack.size()) {
-        place += " at " + printable(thread.stack[size_t(root.frame)], 400);
+        place += " at " + printable(model.frameTexts[thread.stack[size_t(root.frame)]], 400);
     }
     return place;
 }
@@ -107,8 +107,10 @@ void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& 
     for (const std::string& remark : otherRemarks) {
         json.value(remark);
     }
-    for (const std::string& remark : model.remarks) {
-        json.value(remark);
+    for (const std::vector<std::string>* texts : {&model.remarks, &model.notes}) {
+        for (const std::string& remark : *texts) {
+            json.value(remark);
+        }
     }
     json.endArray();
 }

@@ -90,6 +90,7 @@ HeapSession::HeapSession(Console& console, const HeapOptions& options, bool anal
         if (options.verify) {
             verify();
         }
+        sumLargeObjects();
     });
 }
 
@@ -156,6 +157,22 @@ void HeapSession::compute() {
             throw ClientError(ExitCode::CannotWrite, "heap.index", e.what());
         }
     }
+}
+
+void HeapSession::sumLargeObjects() {
+    if (model().resultsOnly) {
+        return;
+    }
+    for (const LargeObject& object : model().largeObjects) {
+        for (int row = object.row; row != 0; row = storage().getDominator(row)) {
+            beyondStored[row] += object.size - HeapModel::LARGEST_STORED;
+        }
+    }
+}
+
+int64_t HeapSession::beyondOf(int row) const {
+    const auto found = beyondStored.find(row);
+    return found == beyondStored.end() ? 0 : found->second;
 }
 
 void HeapSession::verify() {

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace vdk {
@@ -37,6 +38,13 @@ public:
     // Rows of all roots, each once, ascending.
     const std::vector<int>& rootRows() const { return roots; }
     bool loadedFromIndex() const { return fromIndex; }
+    // Bytes of an object itself, -1 for a row never made.
+    int64_t sizeOf(int row) const { return model().sizeOf(row); }
+    // Bytes of all that goes when the object goes.
+    int64_t retainedOf(int row) const {
+        const int64_t stored = storage().getRetainedSize(row);
+        return beyondStored.empty() ? stored : stored + beyondOf(row);
+    }
 
     // Row of an identifier as people write it: "0x7f.." of a JVM's dump, a decimal row number of a
     // snapshot. Throws ClientError if there is no such object.
@@ -49,12 +57,16 @@ private:
     void open(bool analyze);
     void takeResults();
     void compute();
+    void sumLargeObjects();
+    int64_t beyondOf(int row) const;
     void verify();
 
     Console& console;
     HeapOptions options;
     AnalyzedHeap heap;
     std::vector<int> roots;
+    // Bytes that the stored retained sizes lack for objects larger than their column can hold.
+    std::unordered_map<int, int64_t> beyondStored;
     bool fromIndex = false;
 };
 

@@ -108,7 +108,7 @@ StringSums StringFinder::run() {
             continue;
         }
         sums.count++;
-        sums.bytes += std::max(storage.getSize(row), 0);
+        sums.bytes += std::max<int64_t>(model.sizeOf(row), 0);
         Content content;
         if (contentOf(row, content)) {
             entries.push_back({hashOf(content), row});
@@ -153,11 +153,11 @@ void StringFinder::addGroup(std::vector<Entry>::iterator first, std::vector<Entr
         arrays.erase(std::unique(arrays.begin(), arrays.end()), arrays.end());
         duplicate.arrays = int64_t(arrays.size());
         for (int array : arrays) {
-            sums.bytes += std::max(storage.getSize(array), 0);
+            sums.bytes += std::max<int64_t>(model.sizeOf(array), 0);
         }
         duplicate.wasted =
-            (duplicate.count - 1) * std::max(storage.getSize(first->row), 0) +
-            (duplicate.arrays - 1) * int64_t(std::max(storage.getSize(arrays.front()), 0));
+            (duplicate.count - 1) * std::max<int64_t>(model.sizeOf(first->row), 0) +
+            (duplicate.arrays - 1) * std::max<int64_t>(model.sizeOf(arrays.front()), 0);
         sums.distinct++;
         sums.wasted += duplicate.wasted;
         if (duplicate.count > 1) {

@@ -243,6 +243,43 @@ TEST_F(HeapCommand, diffShowsWhatChanged) {
     EXPECT_EQ(0, node["count"]);
 }
 
+// The file is sparse: its elements are never written.
+TEST_F(HeapCommand, arraysBeyondTwoGigabytesCountWithTheirFullSize) {
+    const uint32_t length = 400'000'000;
+    const int64_t size = 16 + int64_t(length) * 8;
+    HprofWriter w(8);
+    w.loadClass(OBJECT, "java/lang/Object");
+    w.loadClass(ARRAY_CLASS, "[Ljava/lang/Object;");
+    w.loadClass(BYTES, "[J");
+    w.head(HPROF_HEAP_DUMP_SEGMENT, 0);
+    const size_t start = w.out.size();
+    w.classDump(OBJECT, 0, 0, {}, {});
+    w.objectArray(0x8008, ARRAY_CLASS, {0x9010});
+    w.rootGlobal(0x8008);
+    w.u1(HPROF_PRIMITIVE_ARRAY_DUMP);
+    w.id(0x9010);
+    w.u4(0);
+    w.u4(length);
+    w.u1(11);
+    const uint64_t end = w.out.size() + uint64_t(length) * 8;
+    for (size_t i = 0; i < 4; i++) {
+        w.out[start - 4 + i] = char((end - start) >> (24 - 8 * i));
+    }
+    TemporaryFile big(w.out);
+    ASSERT_EQ(0, truncate(big.path.c_str(), off_t(end)));
+    TemporaryFile index;
+    unlink(index.path.c_str());
+    for (int opening = 0; opening < 2; opening++) {
+        json objects =
+            heapJson({big.path, "biggest", "--verify", "--index", index.path})["objects"];
+        EXPECT_EQ(size + 24, objects[0]["retained"]);
+        EXPECT_EQ(size, objects[1]["shallow"]);
+        EXPECT_EQ(size, objects[1]["retained"]);
+    }
+    EXPECT_EQ(size,
+              entry(heapJson({big.path, "histogram"})["classes"], "class", "long[]")["shallow"]);
+}
+
 TEST_F(HeapCommand, diffTellsWhatIsWrongWithEitherFile) {
     TemporaryFile cut(dump().substr(0, dump().size() - 100));
     std::string told = "the file is truncated";

@@ -118,6 +118,15 @@ TEST(HprofDamage, segmentsBehindADamagedOneAreRead) {
     EXPECT_THAT(model->remarks[0], HasSubstr("unknown heap record tag at offset"));
 }
 
+TEST(HprofDamage, aDamagedTextCostsNoHeap) {
+    std::string bytes = sampleHeap(8).out;
+    const size_t length = bytes.find("number") - 8 - 4;
+    bytes[length] = '\x7f';
+    auto model = readHeap(bytes);
+    EXPECT_NE(0, model->rowOfId(ARRAY));
+    EXPECT_THAT(model->remarks[0], HasSubstr("the file is read on from offset"));
+}
+
 TEST(HprofDamage, randomFlipsDoNotCrash) {
     std::string good = sampleHeap(8, "1.0.2", true).out;
     uint64_t seed = 42;

@@ -2,6 +2,7 @@ package cases;
 
 import fixtures.HeapGenerator;
 import fixtures.HeldCompiler;
+import fixtures.ParkedVirtual;
 import fixtures.Started;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -190,6 +191,15 @@ public final class HeapDumpCases {
     countsAndSizesAreThoseOfTheJvmWithWideAlignment(Target target) throws Exception {
         // A gap of 16 bytes behind a single object may be another object there.
         compare(target, 3);
+    }
+
+    @Case(fixture = ParkedVirtual.class, noAgent = true, attach = false, since = 25)
+    static void stacksOfVirtualThreadsHaveTheSizeThatTheJvmSays(Target target) throws Exception {
+        Sum jvm = jvmHistogram(target).get("jdk.internal.vm.StackChunk");
+        Sum ours = ourHistogram(dump(target, "virtual.hprof")).get("jdk.internal.vm.StackChunk");
+        Check.isTrue(ours.count >= 2000 && ours.count == jvm.count, "chunks: " + ours + ", " + jvm);
+        Check.near(ours.shallow, jvm.shallow, jvm.shallow / 50, "bytes");
+        target.finish();
     }
 
     @Case(fixture = HeldCompiler.class, noAgent = true, attach = false)
