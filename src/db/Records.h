@@ -147,7 +147,7 @@ enum FieldMeaning {
     T(17, Exception, exceptionTable, "exception", 1, 1024, 32)                                     \
     T(18, TelemetryExt, telemetryExtTable, "tele_ext", 0, 1024, 12)
 
-// Values of a row of tele. Keep in sync with com.vandrik.runtime.TelemetryRecord.
+// Values of a row of tele. Keep in sync with com.vandrik.api.TelemetryRecord.
 // V(index, name, text)
 #define VDK_TELEMETRY_VALUES(V)                                                                    \
     V(0, TELE_HEAP_MEMORY_USED_KB, "heap used")                                                    \
@@ -192,7 +192,7 @@ enum MethodFlag {
 };
 
 // Rows 0 to 5 of properties, made with the database. Keep in sync with the TELEC_*_PROP_INDEX
-// constants of com.vandrik.runtime.TelemetryRecord.
+// constants of com.vandrik.api.TelemetryRecord.
 constexpr int TELEC_FIELD_COUNT = 6;
 
 // A telemetry row's 17 values.

@@ -4,7 +4,7 @@
 #include "db/AbstractTable.h"
 #include "db/ZIntChunkMap2.h"
 
-// Types of columns. Keep in sync with com.vandrik.probes.Table.
+// Types of columns. Keep in sync with com.vandrik.probes.Column.
 enum ColumnType {
     COLUMN_TYPE_INT = 0,
     COLUMN_TYPE_LONG = 1, // two words, the low one first

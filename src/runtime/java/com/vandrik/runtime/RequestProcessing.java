@@ -15,6 +15,7 @@ import java.util.Arrays;
  * answered with an error.
  */
 public final class RequestProcessing {
+    // Keep in sync with db/Records.h.
     private static final int TABLE_COUNT = 128;
     private static final int FIRST_USER_TABLE = 32;
 

@@ -1,8 +1,12 @@
 package com.vandrik.runtime;
 
 import com.vandrik.Constants;
+import com.vandrik.api.ProfilingModes;
+import com.vandrik.api.ProfilingModesExt;
+import com.vandrik.api.TelemetryRecord;
 import java.io.File;
 import java.lang.reflect.Field;
+import java.lang.reflect.Modifier;
 import java.nio.charset.StandardCharsets;
 import java.util.Map;
 import java.util.TreeMap;
@@ -81,11 +85,107 @@ final class ProtocolTest {
         }
     }
 
+    /** "0x40", "1024". */
+    private static long number(String text) {
+        return Long.decode(text);
+    }
+
+    /** Numbers of a C++ file by name: "NAME = 12", "V(12, NAME" and "NAME, 12". */
+    private static Map<String, Long> numbersOf(String path) throws Exception {
+        Map<String, Long> result = new TreeMap<>();
+        String text = source(path);
+        for (String pattern : new String[] {"\\b([A-Z][A-Z0-9_]+) = (0x[0-9a-f]+|-?\\d+)\\b",
+                                            "\\b([A-Z][A-Z0-9_]+)\\(\\) = (-?\\d+)"}) {
+            Matcher matcher = Pattern.compile(pattern).matcher(text);
+            while (matcher.find()) {
+                result.put(matcher.group(1), number(matcher.group(2)));
+            }
+        }
+        Matcher row = Pattern.compile("\\b[A-Z]\\((\\d+), ([A-Z][A-Z0-9_]+),").matcher(text);
+        while (row.find()) {
+            result.put(row.group(2), number(row.group(1)));
+        }
+        return result;
+    }
+
+    private static Map<String, Long> numbersOf(Class<?> type) throws Exception {
+        Map<String, Long> result = new TreeMap<>();
+        for (Field field : type.getDeclaredFields()) {
+            if (field.getType() == int.class || field.getType() == long.class) {
+                field.setAccessible(true);
+                if (Modifier.isStatic(field.getModifiers())) {
+                    result.put(field.getName(), ((Number) field.get(null)).longValue());
+                }
+            }
+        }
+        return result;
+    }
+
+    /** Compares what both have, and says how many that must be at least. */
+    private static void compareNumbers(Class<?> java, String path, int atLeast) throws Exception {
+        Map<String, Long> theirs = numbersOf(path);
+        int shared = 0;
+        for (Map.Entry<String, Long> entry : numbersOf(java).entrySet()) {
+            Long other = theirs.get(entry.getKey());
+            if (other != null) {
+                Check.equal(entry.getValue(), other,
+                            java.getName() + " and " + path + ": " + entry.getKey());
+                shared++;
+            }
+        }
+        Check.isTrue(shared >= atLeast,
+                     java.getName() + " shares " + shared + " numbers with " + path);
+    }
+
+    static void testNumbersThatBothSidesNameAreTheSame() throws Exception {
+        compareNumbers(ProfilingModesExt.class, "src/core/ground/Globals.h", 6);
+        compareNumbers(ProfilingModes.class, "src/core/ground/Globals.h", 2);
+        compareNumbers(ProfilingModes.class, "src/client/agent/Protocol.h", 2);
+        compareNumbers(ProfilingModesExt.class, "src/client/agent/Protocol.h", 2);
+        compareNumbers(TelemetryRecord.class, "src/db/Records.h", 19);
+        compareNumbers(Class.forName("com.vandrik.probes.Column"), "src/db/UserTable.h", 5);
+        compareNumbers(Constants.class, "src/db/SnapshotCommon.h", 4);
+        compareNumbers(Protocol.class, "src/db/Progress.cpp", 1);
+        Check.equal(numbersOf("src/db/Progress.cpp").get("PACKET_MAGIC"), Protocol.MAGIC, "magic");
+        Map<String, Long> catalogue = numbersOf("src/db/Records.h");
+        Map<String, Long> requests = numbersOf(RequestProcessing.class);
+        Check.contains(source("src/db/Records.h"),
+                       "T(" + requests.get("ALLOCATOR_TABLE") + ", Allocator,", "allocator table");
+        Check.equal(requests.get("FIRST_USER_TABLE"), catalogue.get("FIRST_USER_TABLE"),
+                    "first user table");
+        Check.equal(requests.get("TABLE_COUNT"), catalogue.get("MAX_TABLE_COUNT"), "tables");
+    }
+
+    /** Bit 4 of the status is "cpu-times" for the client and CPU_TIMES_BIT for the agent. */
+    static void testTheClientNamesTheBitsThatTheAgentSets() throws Exception {
+        Map<Long, String> bits = new TreeMap<>();
+        for (Map.Entry<String, Long> entry : numbersOf("src/core/ground/Globals.h").entrySet()) {
+            String name = entry.getKey();
+            if (!name.startsWith("CAPABILITY_")) {
+                bits.put(entry.getValue(), name.toLowerCase().replace('_', '-'));
+            }
+        }
+        String header = source("src/client/agent/Protocol.h");
+        String table = header.substring(header.indexOf("StatusBits[]"),
+                                        header.indexOf("// Bits of the capability"));
+        Matcher row = Pattern.compile("\\{(\\d+), \"([a-z0-9-]+)\"\\}").matcher(table);
+        int rows = 0;
+        while (row.find()) {
+            String agent = bits.get(number(row.group(1)));
+            String word = row.group(2).replaceAll("s$", "");
+            Check.isTrue(agent != null && agent.contains(word), row.group() + " is " + agent);
+            rows++;
+        }
+        Check.isTrue(rows >= 4, "rows of StatusBits: " + rows);
+    }
+
     static void testNativeSideHasTheSameVersion() throws Exception {
         String header = source("src/core/ground/Version.h");
         Check.contains(header, "VDK_BUILD_STAMP \"" + Constants.BUILD_STAMP + "\"", "build stamp");
         Matcher version = Pattern.compile("VDK_VERSION \"([^\"]+)\"").matcher(header);
         Check.isTrue(version.find(), "version");
         Check.equal(Constants.APP_FULL_NAME, "Vandrik Java Profiler " + version.group(1), "name");
+        Check.contains(source("CMakeLists.txt"),
+                       "project(vandrik VERSION " + version.group(1) + " ", "version of the build");
     }
 }
