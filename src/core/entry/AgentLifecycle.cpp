@@ -164,10 +164,11 @@ void vmDeathImpl(JNIEnv* env) {
     Logger::message("vmDeath: OK");
 }
 
-void vmInitImpl(JNIEnv* env) {
+// False where the application is to go on without the agent.
+bool vmInitImpl(JNIEnv* env) {
     if (!ourNativesBound) {
         Logger::message("vmInit: the start failed, nothing to do");
-        return;
+        return false;
     }
     {
         LockHolder lock(ourLock, "JVMTI_Agent:228");
@@ -176,11 +177,15 @@ void vmInitImpl(JNIEnv* env) {
     // The threads of the start phase, this one among them, sent no start event.
     registerLiveThreads(env);
     if (!agentInit(env)) {
-        exit(-1);
+        if (!ourOptions->optional) {
+            exit(-1);
+        }
+        return false;
     }
     enableClassFileLoadHook(ourJVMTI, env);
     retransformPrimordialClasses(env);
     startProfiling(env);
+    return true;
 }
 
 // The thread's name and group for a ThreadInfo; both empty when the JVM does not tell.
@@ -378,7 +383,12 @@ void JNICALL vmStart(jvmtiEnv*, JNIEnv* env) {
 }
 
 void JNICALL vmInit(jvmtiEnv*, JNIEnv* env, jthread) {
-    handleEvent(env, VDK_HERE, [&] { vmInitImpl(env); });
+    bool isStarted = false;
+    handleEvent(env, VDK_HERE, [&] { isStarted = vmInitImpl(env); });
+    // Once the threads of Core run, they use the environments: what was reached stays.
+    if (!isStarted && !ourVMInitCalled && ourOptions->optional) {
+        goOnWithoutAgent();
+    }
 }
 
 void JNICALL vmDeath(jvmtiEnv*, JNIEnv* env) {

@@ -34,7 +34,6 @@ const jint JVMTI_TOO_OLD_VERSION = 0x30010154;
 const jint JVMTI_6U4_VERSION = 0x30010169;
 const jint JNI_WANTED_VERSION = 0x00010004;
 const int VERSION_DIGITS = 8;
-const char BUILT_IN_PROBES[] = "com.vandrik.probes.builtin.";
 const char IBM_LEAST_BUILD[] = "20081105";
 const char IBM_LEAST_BUILD_WEBSPHERE[] = "20080816";
 
@@ -50,18 +49,13 @@ struct VmDescription {
 jvmtiEnv** const ENVIRONMENTS[] = {&ourJVMTI,  &ourJVMTI2, &ourJVMTI3, &ourJVMTI4,
                                    &ourJVMTI5, &ourJVMTI7, &ourJVMTI8, &ourJVMTI9};
 
-void printRefusal(const ZString& text) {
-    fprintf(stderr, "%s\n", text.c_str());
-    fflush(stderr);
-}
-
 bool isAttached() {
     return (ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0;
 }
 
 void printUnsupportedJavaVersionMessage() {
-    printRefusal("Cannot start: Java 6 or newer is required. To profile on Java 5, use Vandrik "
-                 "Java Profiler 8.0.x");
+    Logger::refusal("Cannot start: Java 6 or newer is required. To profile on Java 5, use Vandrik "
+                    "Java Profiler 8.0.x");
 }
 
 void logVersion(jint version) {
@@ -96,8 +90,8 @@ int checkVendor(const VmDescription& vm) {
         const char* least = ourOptions->getSessionName() == "WebSphere" ? IBM_LEAST_BUILD_WEBSPHERE
                                                                         : IBM_LEAST_BUILD;
         if (strcmp(vm.info.c_str(), least) < 0) {
-            printRefusal(ZString("Cannot start: unsupported version of IBM Java (") + vm.info +
-                         "). Use IBM Java 6 SR3 or newer, or Sun Java");
+            Logger::refusal(ZString("Cannot start: unsupported version of IBM Java (") + vm.info +
+                            "). Use IBM Java 6 SR3 or newer, or Sun Java");
             return LOAD_IBM_TOO_OLD;
         }
         ourIsOldIBM = ourOptions->oldIBM;
@@ -116,7 +110,7 @@ bool acquireCapabilities() {
     text.append(").\n\nMost likely, you have configured JVM to use a garbage collector that does "
                 "not support heap profiling.\nPlease examine specified JVM options. Using default "
                 "garbage collector will solve the problem.");
-    printRefusal(text);
+    Logger::refusal(text);
     return false;
 }
 
@@ -206,8 +200,8 @@ int examineVm(const char* options, VmDescription* vm) {
     const jint error = ourVM->GetEnv(reinterpret_cast<void**>(&ourJVMTI), JVMTI_WANTED_VERSION);
     if (error != JNI_OK) {
         ourJVMTI = nullptr;
-        printRefusal(ZString("Cannot start: unable to create JVMTI environment, error=") +
-                     longToString(error));
+        Logger::refusal(ZString("Cannot start: unable to create JVMTI environment, error=") +
+                        longToString(error));
         return LOAD_NO_ENVIRONMENT;
     }
     CHECK_JVMTI(ourJVMTI->GetVersionNumber(&vm->jvmtiVersion));
@@ -227,13 +221,10 @@ int examineVm(const char* options, VmDescription* vm) {
 
 // A probe that the user named and that nothing comes of must not go unnoticed.
 void logUnavailableProbes() {
-    for (int i = 0; i < ourOptions->probes.getSize(); i++) {
-        const ZString& name = ourOptions->probes[i];
-        if (!name.startsWith(BUILT_IN_PROBES)) {
-            Logger::message(ZString("Probe not registered, this version of the agent has no "
-                                    "registration of probes: ") +
-                            name);
-        }
+    for (int i = 0; i < ourOptions->namedProbes.getSize(); i++) {
+        Logger::message(ZString("Probe not registered, this version of the agent has no "
+                                "registration of probes: ") +
+                        ourOptions->namedProbes[i]);
     }
 }
 
@@ -261,8 +252,19 @@ int prepareAgent(const JvmArguments& arguments, const VmDescription& vm) {
     return LOAD_OK;
 }
 
+// Where a start cannot even be undone in order: ends the process, or with the option "optional" the
+// start alone.
+[[noreturn]] void refuseStart() {
+    if (ourOptions->optional) {
+        throw VDKRuntimeException();
+    }
+    doExit();
+}
+
 void logEntry(const char* entry, const char* options) {
-    ourOptions->findQuiet(options);
+    if (ourJVMTI == nullptr) {
+        ourOptions->findEarly(options);
+    }
     Logger::message(ZString(entry) + ": options=" + (options == nullptr ? "<NULL>" : options));
 }
 
@@ -276,22 +278,32 @@ void doExit() {
     exit(1);
 }
 
+void abandonStart(long capabilities, long status) {
+    runGuarded(VDK_HERE, [] { restoreJNIFunctions(); });
+    EventGate::close();
+    disposeEnvironments();
+    ourCapabilities = capabilities;
+    ourStatus = status;
+    runGuarded(VDK_HERE, [] { ourOptions = new Options(); });
+}
+
 jvmtiEnv* createTaggableJVMTIEnv(bool withObjectFree) {
     jvmtiEnv* environment = nullptr;
     if (ourVM->GetEnv(reinterpret_cast<void**>(&environment), JVMTI_TAG_VERSION) != JNI_OK) {
-        printRefusal("Cannot start: Unable to create JVMTI environment");
-        doExit();
+        Logger::refusal("Cannot start: Unable to create JVMTI environment");
+        refuseStart();
     }
     jvmtiCapabilities capabilities = {};
     capabilities.can_tag_objects = 1;
     capabilities.can_generate_object_free_events = withObjectFree ? 1 : 0;
     if (environment->AddCapabilities(&capabilities) != JVMTI_ERROR_NONE) {
-        printRefusal(withObjectFree
-                         ? "Cannot start: Unable to create JVMTI environment with can_tag_objects "
-                           "and can_generate_object_free_events capabilities"
-                         : "Cannot start: Unable to create JVMTI environment with can_tag_objects "
-                           "capability");
-        doExit();
+        Logger::refusal(
+            withObjectFree
+                ? "Cannot start: Unable to create JVMTI environment with can_tag_objects "
+                  "and can_generate_object_free_events capabilities"
+                : "Cannot start: Unable to create JVMTI environment with can_tag_objects "
+                  "capability");
+        refuseStart();
     }
     return environment;
 }
@@ -330,6 +342,11 @@ void disposeEnvironments() {
     }
 }
 
+void goOnWithoutAgent() {
+    runGuarded(VDK_HERE, [] { Logger::message("The application goes on without the agent"); });
+    abandonStart(INITIAL_CAPABILITIES, INITIAL_STATUS);
+}
+
 jint agentOnLoad(JavaVM* vm, const char* options) {
     int result = LOAD_INTERNAL_ERROR;
     runGuarded(VDK_HERE, [&] {
@@ -338,11 +355,14 @@ jint agentOnLoad(JavaVM* vm, const char* options) {
     });
     if (result == LOAD_INTERNAL_ERROR) {
         // Not one of the refusals that a user must see: the application starts without profiling.
-        disposeEnvironments();
+        goOnWithoutAgent();
         return LOAD_OK;
     }
     if (result != LOAD_OK) {
-        doExit();
+        if (!ourOptions->optional) {
+            doExit();
+        }
+        goOnWithoutAgent();
     }
     return LOAD_OK;
 }
@@ -366,12 +386,7 @@ jint agentOnAttach(JavaVM* vm, const char* options) {
     }
     if (result != LOAD_OK) {
         // The JVM lives on, and the user may try again with other options.
-        runGuarded(VDK_HERE, [] { restoreJNIFunctions(); });
-        EventGate::close();
-        disposeEnvironments();
-        ourCapabilities = capabilities;
-        ourStatus = status;
-        runGuarded(VDK_HERE, [] { ourOptions = new Options(); });
+        abandonStart(capabilities, status);
     }
     return result;
 }
@@ -380,7 +395,8 @@ jint jvmOnLoad() {
     if (ourJVMTI != nullptr) {
         return LOAD_OK;
     }
-    printRefusal("Cannot start: Java 6 or newer is required. To profile on Java 1.4, use Vandrik "
-                 "Java Profiler 7.5.x");
+    Logger::refusal(
+        "Cannot start: Java 6 or newer is required. To profile on Java 1.4, use Vandrik "
+        "Java Profiler 7.5.x");
     doExit();
 }

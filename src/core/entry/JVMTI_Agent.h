@@ -24,8 +24,9 @@ enum AgentLoadResult {
     LOAD_INTERNAL_ERROR = 11, // an internal error unwound to the entry
 };
 
-// Entries of the JVM. onLoad ends the process on a refusal; an internal error makes the agent inert
-// and lets the application start. onAttach leaves a running JVM alive in both cases.
+// Entries of the JVM. onLoad ends the process on a refusal, unless the option "optional" was given;
+// an internal error makes the agent inert and lets the application start. onAttach leaves a running
+// JVM alive in both cases.
 jint agentOnLoad(JavaVM* vm, const char* options);
 jint agentOnAttach(JavaVM* vm, const char* options);
 jint jvmOnLoad();
@@ -34,10 +35,18 @@ jint jvmOnLoad();
 // everything. The result is one of AgentLoadResult.
 int agentLoadImpl(JavaVM* vm, const char* options);
 
+// Undoes what a start that was refused has done: events, tables, options. A later attach finds the
+// process as it was. The caller is no event handler and holds no lock.
+void abandonStart(long capabilities, long status);
+
+// The same for a start at load; the log tells that the application runs unprofiled.
+void goOnWithoutAgent();
+
 // Disposes every environment and forgets it: no event arrives any more.
 void disposeEnvironments();
 
-// A new environment for tags of one kind. A failure prints the reason and ends the process.
+// A new environment for tags of one kind. A failure prints the reason and ends the process, or with
+// the option "optional" throws.
 jvmtiEnv* createTaggableJVMTIEnv(bool withObjectFree);
 
 // Whether this system can run the agent at all.

@@ -1,8 +1,7 @@
 #include "core/ground/Globals.h"
 
-std::atomic<long> ourStatus{STACK_TELEMETRY | EXCEPTION_TELEMETRY};
-std::atomic<long> ourCapabilities{CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS |
-                                  CAPABILITY_CAN_RECORD_J2EE};
+std::atomic<long> ourStatus{INITIAL_STATUS};
+std::atomic<long> ourCapabilities{INITIAL_CAPABILITIES};
 
 ZLock& ourLock = *new ZLock("ourLock");
 

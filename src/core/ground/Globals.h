@@ -28,6 +28,11 @@ constexpr long CAPABILITY_CAN_RECORD_J2EE = 0x1000;
 constexpr long CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE = 0x4000;
 constexpr long CAPABILITY_CANNOT_SUSPEND = 0x8000;
 
+// What a process begins with.
+constexpr long INITIAL_STATUS = STACK_TELEMETRY | EXCEPTION_TELEMETRY;
+constexpr long INITIAL_CAPABILITIES =
+    CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS | CAPABILITY_CAN_RECORD_J2EE;
+
 // Changed by the natives that own the bits, under ourLock; read by hot paths without it.
 extern std::atomic<long> ourStatus;
 extern std::atomic<long> ourCapabilities;

@@ -24,6 +24,10 @@ bool isQuiet() {
     return ourOptions != nullptr && ourOptions->quiet;
 }
 
+double uptimeSeconds() {
+    return static_cast<double>(ourUptimeProvider.getUptimeMs()) / 1000.0;
+}
+
 // The system gives the agent no stack walker that is safe on every thread, so nothing is appended.
 void appendStackTrace(ZString&) {}
 
@@ -87,24 +91,44 @@ void Logger::writeLine(FILE* stream, double uptimeSeconds, const char* text) {
     fflush(stream);
 }
 
-void Logger::message(const ZString& text, FILE* stream) {
-    if (text.isEmpty()) {
-        return;
-    }
-    void (*const sink)(const char*) = ourSink.load();
-    if (sink != nullptr) {
-        sink(text.c_str());
-        return;
-    }
-    const double uptimeSeconds = static_cast<double>(ourUptimeProvider.getUptimeMs()) / 1000.0;
+bool Logger::writeToLog(const ZString& text, double uptimeSeconds) {
     FILE* const log = logStream();
     if (log != nullptr) {
         writeLine(log, uptimeSeconds, text.c_str());
-    } else if (!isQuiet()) {
-        writeLine(stderr, uptimeSeconds, text.c_str());
+    }
+    return log != nullptr;
+}
+
+bool Logger::giveToSink(const ZString& text) {
+    void (*const sink)(const char*) = ourSink.load();
+    if (sink != nullptr) {
+        sink(text.c_str());
+    }
+    return sink != nullptr;
+}
+
+void Logger::detail(const ZString& text) {
+    if (!text.isEmpty() && !giveToSink(text)) {
+        writeToLog(text, uptimeSeconds());
+    }
+}
+
+void Logger::refusal(const ZString& text) {
+    detail(text);
+    printToConsole(stderr, text + "\n");
+    fflush(stderr);
+}
+
+void Logger::message(const ZString& text, FILE* stream) {
+    if (text.isEmpty() || giveToSink(text)) {
+        return;
+    }
+    const double seconds = uptimeSeconds();
+    if (!writeToLog(text, seconds) && !isQuiet()) {
+        writeLine(stderr, seconds, text.c_str());
     }
     if (stream != nullptr) {
-        writeLine(stream, uptimeSeconds, text.c_str());
+        writeLine(stream, seconds, text.c_str());
     }
 }
 

@@ -19,6 +19,13 @@ public:
     // line goes to standard error, unless the option quiet is set. An empty text writes nothing.
     static void message(const ZString& text, FILE* stream = nullptr);
 
+    // Tells why something of the agent does not start: one line in the log, and one on standard
+    // error whatever the option quiet says.
+    static void refusal(const ZString& text);
+
+    // A line for the log alone: where there is no log, it is dropped.
+    static void detail(const ZString& text);
+
     // Logs "error at file:line: text" and throws VDKRuntimeException.
     [[noreturn]] static void error(const ZString& text, const char* file, int line);
 
@@ -63,5 +70,7 @@ private:
     [[noreturn]] static void failNotNULL(const char* file, int line);
     [[noreturn]] static void failEquals(long value, long expected, const char* file, int line);
     static FILE* logStream();
+    static bool writeToLog(const ZString& text, double uptimeSeconds);
+    static bool giveToSink(const ZString& text);
     static void writeLine(FILE* stream, double uptimeSeconds, const char* text);
 };

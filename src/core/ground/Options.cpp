@@ -3,6 +3,7 @@
 #include "core/ground/Globals.h"
 #include "core/ground/Logger.h"
 #include "core/ground/SessionName.h"
+#include "core/ground/Version.h"
 #include "platform/Platform.h"
 
 #include <cstdlib>
@@ -185,13 +186,23 @@ void Options::removeBuildInProbes() {
     }
 }
 
-void Options::reportInvalidOption(const ZString& message) {
-    Logger::message(ZString("Cannot start: invalid option: ") + message, stdout);
+void Options::reportInvalidOption(const ZString& message) const {
+    const ZString refusal = ZString("Cannot start: invalid option: ") + message;
+    if (optional || isAttached()) {
+        Logger::refusal(refusal);
+        return;
+    }
+    Logger::message(refusal, stdout);
     printUsage();
 }
 
 bool Options::help(const ZString&) {
-    printUsage();
+    if (optional || isAttached()) {
+        Logger::refusal("Cannot start: 'help' is for a start of its own; the options are told "
+                        "at " VDK_OPTIONS_PAGE);
+    } else {
+        printUsage();
+    }
     return false;
 }
 
@@ -216,11 +227,13 @@ bool Options::probe(const ZString& value) {
         for (const char* name : ourBuiltInProbes) {
             if (ZString(name).endsWith(value.c_str())) {
                 addProbe(name);
+                namedProbes.push(name);
                 return true;
             }
         }
     }
     addProbe(value);
+    namedProbes.push(value);
     return true;
 }
 

@@ -37,16 +37,19 @@ public:
     ZString listenHost;
     int idePort = -1;
     bool quiet = false;
+    bool optional = false; // a refusal of the agent lets the application start without it
     bool stripStackMapTable = false;
     ZString snapshotDir;
     ZString tmpDir; // empty means /tmp
     ZVectorSafe<ZString> probes;
+    ZVectorSafe<ZString> namedProbes; // those of them that the user asked for by name
     ZVectorSafe<ZString> probeSystemClassPath;
     ZVectorSafe<ZString> probeBootClassPath;
     ZString profilerUIPath;
     bool onExitMemory = false;
     bool onExitSnapshot = false;
     bool onlyLocal = false;
+    bool onlyUser = false; // serve this user and root alone
     ZString filters;
     ZString wallTimeSpec;
     ZString triggers;
@@ -62,12 +65,12 @@ public:
     explicit Options(const ZVectorSafe<ZString>& arguments);
 
     // Applies an option string; null means none. False when the agent must not start: the user has
-    // then been told why on standard output.
+    // then been told why.
     bool parse(const char* options);
 
-    // Finds out whether the option string holds "quiet", which must be known before the first line
-    // is logged, and so before parse.
-    void findQuiet(const char* options);
+    // Finds out whether the option string holds "quiet" and "optional", which must be known before
+    // the first line is logged or refused, and so before parse.
+    void findEarly(const char* options);
 
     // True when the category was named by debug=, or debug=all was given and the category does
     // not begin with "_". False before the options exist.
@@ -87,8 +90,9 @@ public:
     void removeBuildInProbes();
 
     static void printUsage();
-    // Standard output gets the refusal and the usage text.
-    static void reportInvalidOption(const ZString& message);
+    // Standard output gets the refusal and the usage text, unless it is that of an application that
+    // runs, or will: then standard error gets the refusal alone.
+    void reportInvalidOption(const ZString& message) const;
 
 private:
     struct Row;

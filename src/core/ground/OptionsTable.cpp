@@ -124,6 +124,7 @@ const Options::Row Options::ourRows[] = {
     Row::numberRow("port=", &Options::port, 1, MAX_PORT, "'port' value is invalid"),
     Row::actionRow("listen=", &Options::listen),
     Row::flagRow("quiet", &Options::quiet),
+    Row::flagRow("optional", &Options::optional),
     Row::flagRow("stripstackmaptable", &Options::stripStackMapTable),
     Row::actionRow("debug=", &Options::debug),
     Row::flagRow("oldibm", &Options::oldIBM),
@@ -132,6 +133,7 @@ const Options::Row Options::ourRows[] = {
     Row::actionRow("delay=", &Options::delayBy),
     Row::actionRow("telemetrylimit=", &Options::telemetryHours),
     Row::flagRow("onlylocal", &Options::onlyLocal),
+    Row::flagRow("onlyuser", &Options::onlyUser),
     Row::flagRow("onexit=memory", &Options::onExitMemory),
     Row::flagRow("onexit=snapshot", &Options::onExitSnapshot),
     Row::triggerRow("usedmem=", "HeapMemoryUsageListener usageThresholdPercent=",
@@ -279,13 +281,14 @@ bool Options::checkCombinations() const {
     return true;
 }
 
-void Options::findQuiet(const char* options) {
+void Options::findEarly(const char* options) {
     ZVectorSafe<ZString> pieces;
     if (options != nullptr) {
         ZString(options).split(",", pieces);
     }
     for (int i = 0; i < pieces.getSize(); i++) {
         quiet = quiet || pieces[i] == "quiet";
+        optional = optional || pieces[i] == "optional";
     }
 }
 

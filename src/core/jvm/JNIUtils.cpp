@@ -3,6 +3,7 @@
 #include "core/ground/Exceptions.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Logger.h"
+#include "core/ground/Options.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -76,8 +77,9 @@ void assertJNIImpl(JNIEnv* env, const char* file, int line) {
     Logger::message(ZString("assertJNI failed at ") + Logger::place(file, line));
     env->ExceptionClear();
     Logger::message(getExceptionMessage(env, exception));
-    if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0) {
-        // The application runs already: its heap may be full, which must end the attach alone.
+    if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 || ourOptions->optional) {
+        // The application runs already, and its heap may be full, which must end the attach alone;
+        // or it is to run in any case.
         env->DeleteLocalRef(exception);
         throw VDKRuntimeException();
     }

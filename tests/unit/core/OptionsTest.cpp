@@ -182,6 +182,8 @@ TEST_F(OptionsTest, everyKeyHasItsEffect) {
         {"listen=10002",
          [](const Options& o) { return o.listenHost.isEmpty() && o.port == 10002; }},
         {"quiet", [](const Options& o) { return o.quiet; }},
+        {"optional", [](const Options& o) { return o.optional; }},
+        {"onlyuser", [](const Options& o) { return o.onlyUser; }},
         {"stripstackmaptable", [](const Options& o) { return o.stripStackMapTable; }},
         {"debug=filters",
          [](const Options& o) { return !o.debugAll && o.debugCategories.getSize() == 1; }},
@@ -425,16 +427,17 @@ TEST_F(OptionsTest, debugCategoryWithUnderscoreMustBeNamed) {
     ourOptions = saved;
 }
 
-TEST_F(OptionsTest, quietIsFoundBeforeParsing) {
-    for (const char* text : {"quiet", "sampling,quiet", "nosuch,quiet,port=0"}) {
+TEST_F(OptionsTest, whatMustBeKnownEarlyIsFoundBeforeParsing) {
+    for (const char* text : {"quiet", "sampling,quiet", "optional,nosuch,quiet,port=0"}) {
         Options options(commandLine({"java"}));
-        options.findQuiet(text);
+        options.findEarly(text);
         EXPECT_TRUE(options.quiet) << text;
+        EXPECT_EQ(options.optional, strstr(text, "optional") != nullptr) << text;
     }
     for (const char* text :
          {"", "quietly", "sessionname=quiet", static_cast<const char*>(nullptr)}) {
         Options options(commandLine({"java"}));
-        options.findQuiet(text);
+        options.findEarly(text);
         EXPECT_FALSE(options.quiet);
     }
 }
