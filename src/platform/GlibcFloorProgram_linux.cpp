@@ -1,0 +1,39 @@
+// The rest of the floor under the C library, for programs of ours: their start.
+#include <stddef.h>
+
+typedef void (*StartFunction)(int count, char** arguments, char** environment);
+typedef int (*MainFunction)(int count, char** arguments, char** environment);
+
+extern "C" {
+// Made by the linker and the compiler's start files.
+extern StartFunction __init_array_start[];
+extern StartFunction __init_array_end[];
+void _init();
+
+int vdk_old_libc_start_main(MainFunction main, int count, char** arguments,
+                            void (*initialize)(int, char**, char**), void (*finish)(),
+                            void (*unload)(), void* stackEnd);
+}
+
+__asm__(".symver vdk_old_libc_start_main, __libc_start_main@GLIBC_2.2.5");
+
+namespace {
+
+// What programs brought along themselves before 2.34, whose start files count on the library for
+// it.
+void runInitializers(int count, char** arguments, char** environment) {
+    _init();
+    for (StartFunction* function = __init_array_start; function != __init_array_end; function++) {
+        (*function)(count, arguments, environment);
+    }
+}
+
+} // namespace
+
+// Of another version since 2.34: the old one calls only what it is given.
+extern "C" int __libc_start_main(MainFunction main, int count, char** arguments,
+                                 void (*)(int, char**, char**), void (*)(), void (*unload)(),
+                                 void* stackEnd) {
+    return vdk_old_libc_start_main(main, count, arguments, runInitializers, nullptr, unload,
+                                   stackEnd);
+}
