@@ -1,6 +1,7 @@
 #include "client/attach/AgentLibraryFile.h"
 #include "client/attach/AgentOptions.h"
 #include "client/attach/Attach.h"
+#include "client/attach/TargetLibc.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Sources.h"
 #include "client/console/Errors.h"
@@ -69,10 +70,7 @@ Jvm waitForMarker(JvmFinder& finder, const Jvm& jvm) {
 void load(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
     std::string library = findAgentLibrary(arguments.text("--agent"), ExitCode::AttachRefused);
     Attacher attacher(machine.processes, jvm, int(arguments.durationMs("--timeout", 10000)));
-    if (machine.processes.usesMusl(jvm.pid)) {
-        throw ClientError(ExitCode::AttachRefused, "agent.libc",
-                          "the target runs on musl, the agent library needs glibc");
-    }
+    checkTargetLibc(machine.processes, jvm.pid);
     AttachFiles files(machine.processes, attacher.target());
     AgentOptionChoices choices;
     choices.attach = true;

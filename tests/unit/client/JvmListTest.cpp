@@ -3,7 +3,9 @@
 #include "Expect.h"
 #include "TempDir.h"
 #include "client/attach/Hsperf.h"
+#include "client/attach/TargetLibc.h"
 
+#include <gnu/libc-version.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -169,6 +171,35 @@ TEST(JvmList, openJ9IsToldApart) {
     FakeMachine machine;
     machine.add(101, "java com.foo.Main", "/opt/j9/lib/default/libj9vm29.so");
     EXPECT_EQ(machine.finder.find("101").kind, JvmKind::OpenJ9);
+}
+
+TEST(JvmList, cLibraryOfTheTargetDecidesWhetherTheAgentCanBeLoaded) {
+    static const struct {
+        const char* mapped;
+        const char* banner;
+        const char* word;
+    } cases[] = {
+        {"/lib/ld-musl-x86_64.so.1", "", "agent.libc"},
+        {"/lib64/libc-2.12.so", "GNU C Library stable release version 2.12, by", "agent.glibc"},
+        {"/lib64/libc-2.12.so", "GNU C Library (a) stable release version 2.12, by", "agent.glibc"},
+        {"/lib64/libc-2.17.so", "GNU C Library (GNU libc) stable release version 2.17, by", ""},
+        {"/usr/lib64/libc.so.6", "GNU C Library (GNU libc) development release version 2.5.9000",
+         "agent.glibc"},
+        {"/usr/lib64/libc.so.6", "GNU C Library (Debian GLIBC 2.36-9) stable release version 2.36.",
+         ""},
+        {"/usr/lib64/libc.so.6", "a file without the text", ""},
+    };
+    for (const auto& c : cases) {
+        FakeMachine machine;
+        machine.add(101, "java com.foo.Main", c.mapped);
+        machine.dir.write(std::string("101/root") + c.mapped,
+                          std::string("\x7f\0ELF", 5) + c.banner + '\n');
+        EXPECT_EQ(wordOf([&] { checkTargetLibc(machine.processes, 101); }), c.word) << c.banner;
+    }
+    auto own = targetGlibc(ProcFs(), getpid());
+    ASSERT_TRUE(own);
+    EXPECT_EQ(std::to_string(own->major) + "." + std::to_string(own->minor),
+              gnu_get_libc_version());
 }
 
 TEST(JvmList, damagedPerformanceDataIsRefusedOrCut) {
