@@ -24,8 +24,10 @@ public:
     // The object behind a handle.
     T& get(long handle) {
         // One object is asked for many times in a row; nothing was removed since the last time.
-        static thread_local long lastHandle = 0;
-        static thread_local long lastChanges = 0;
+        // Of the threads' fixed block, in which all of the library's then is: what the system makes
+        // at a thread's first use ends the process where memory is out.
+        static thread_local long lastHandle __attribute__((tls_model("initial-exec"))) = 0;
+        static thread_local long lastChanges __attribute__((tls_model("initial-exec"))) = 0;
         if (handle == 0 || handle != lastHandle || changes != lastChanges) {
             LockHolder holder(lock);
             Logger::assertTrue(handle != 0 && handles.contains(handle), VDK_HERE);

@@ -177,10 +177,10 @@ bool vmInitImpl(JNIEnv* env) {
     // The threads of the start phase, this one among them, sent no start event.
     registerLiveThreads(env);
     if (!agentInit(env)) {
-        if (!ourOptions->optional) {
+        if (!ourOptions->optional && !ourMemoryRanOut) {
             exit(-1);
         }
-        return false;
+        return false; // the application goes on, unprofiled
     }
     enableClassFileLoadHook(ourJVMTI, env);
     retransformPrimordialClasses(env);

@@ -381,7 +381,8 @@ jint agentOnAttach(JavaVM* vm, const char* options) {
     });
     if (result == LOAD_INTERNAL_ERROR && ourVMInitCalled) {
         // The agent's threads run and use the environments. What was reached so far stays.
-        Logger::message("Agent_OnAttach: the start was not completed");
+        runGuarded(VDK_HERE,
+                   [] { Logger::message("Agent_OnAttach: the start was not completed"); });
         return LOAD_OK;
     }
     if (result != LOAD_OK) {

@@ -5,6 +5,7 @@ std::atomic<long> ourCapabilities{INITIAL_CAPABILITIES};
 
 ZLock& ourLock = *new ZLock("ourLock");
 
+std::atomic<bool> ourMemoryRanOut{false};
 std::atomic<bool> ourVMInitCalled{false};
 std::atomic<bool> ourVMDeathCalled{false};
 

@@ -43,6 +43,7 @@ extern std::atomic<long> ourCapabilities;
 extern ZLock& ourLock;
 
 // Lifecycle marks, set once.
+extern std::atomic<bool> ourMemoryRanOut;
 extern std::atomic<bool> ourVMInitCalled;
 extern std::atomic<bool> ourVMDeathCalled;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/ground/Exceptions.h"
+#include "core/ground/Globals.h"
 #include "core/ground/Logger.h"
 
 #include <new>
@@ -20,6 +21,7 @@ bool runGuarded(const char* file, int line, Body&& body) noexcept {
     } catch (const LowDiskSpaceException&) {
         Logger::exceptionCaught(file, line);
     } catch (const std::bad_alloc&) {
+        ourMemoryRanOut = true;
         Logger::exceptionCaught(file, line);
     } catch (...) {
         Logger::exceptionCaught(file, line);

@@ -74,12 +74,15 @@ void assertJNIImpl(JNIEnv* env, const char* file, int line) {
     if (exception == nullptr) {
         return;
     }
-    Logger::message(ZString("assertJNI failed at ") + Logger::place(file, line));
+    // First, as all that follows may lack the memory and leave.
     env->ExceptionClear();
+    Logger::message(ZString("assertJNI failed at ") + Logger::place(file, line));
     Logger::message(getExceptionMessage(env, exception));
-    if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 || ourOptions->optional) {
-        // The application runs already, and its heap may be full, which must end the attach alone;
-        // or it is to run in any case.
+    if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 || ourOptions->optional ||
+        ourMemoryRanOut) {
+        // The application runs already: its heap may be full, which must end the attach alone; or
+        // it is to run in any case. A lack of memory in a native, which Java saw as this exception,
+        // ends no application either.
         env->DeleteLocalRef(exception);
         throw VDKRuntimeException();
     }
@@ -146,6 +149,14 @@ PendingException::PendingException(JNIEnv* javaEnv)
 }
 
 PendingException::~PendingException() {
+    if (env == nullptr) {
+        return;
+    }
+    // What the body left behind, when memory ran out for instance, is nothing that the application
+    // threw.
+    if (env->ExceptionCheck()) {
+        env->ExceptionClear();
+    }
     if (exception == nullptr) {
         return;
     }

@@ -190,8 +190,8 @@ public final class Core {
     static void logIfMemoryAllows(String what, Throwable cause) {
         try {
             Callback.messageToLogFile(what + Strings.stackTrace(cause));
-        } catch (OutOfMemoryError full) {
-            // The log gets its text from the heap, too.
+        } catch (Throwable full) {
+            // The log gets its text from the heap, and the native side's memory may be out as well.
         }
     }
 

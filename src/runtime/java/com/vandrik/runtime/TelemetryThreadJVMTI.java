@@ -28,6 +28,8 @@ final class TelemetryThreadJVMTI implements Runnable {
 
     private volatile boolean myIsEnding;
 
+    private boolean myFailureIsTold;
+
     void start() {
         Thread thread = ThreadUtil.createDaemon("VDKAgent-Telemetry", this);
         thread.start();
@@ -64,7 +66,8 @@ final class TelemetryThreadJVMTI implements Runnable {
             }
             myClockNameID = Callback.setProperty("tele.clock_sec", "keep_against_string_gc");
             return true;
-        } catch (OutOfMemoryError full) {
+        } catch (Throwable full) {
+            tellFirstFailure(full);
             return false;
         }
     }
@@ -88,8 +91,16 @@ final class TelemetryThreadJVMTI implements Runnable {
     private void storeRecordIfMemoryAllows() {
         try {
             storeRecord();
-        } catch (OutOfMemoryError full) {
-            // nothing can be told of it: that would take memory
+        } catch (Throwable full) {
+            tellFirstFailure(full);
+        }
+    }
+
+    /** The heap, or the native side's memory, may be out; that can pass. */
+    private void tellFirstFailure(Throwable full) {
+        if (!myFailureIsTold) {
+            myFailureIsTold = true;
+            Core.logIfMemoryAllows("Telemetry is incomplete: ", full);
         }
     }
 
