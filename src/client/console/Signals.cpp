@@ -11,7 +11,7 @@ namespace vdk {
 static volatile sig_atomic_t signalCount = 0;
 static sig_atomic_t forgotten = 0;
 
-static const int handledSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
+static const int handledSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ};
 static const int handledCount = sizeof(handledSignals) / sizeof(handledSignals[0]);
 static struct sigaction formerActions[handledCount];
 static bool installed = false;
@@ -26,8 +26,10 @@ static void onSignal(int) {
 void installSignalHandlers() {
     struct sigaction action = {};
     for (int i = 0; i < handledCount; i++) {
-        // No SA_RESTART: a wait must end. A vanished reader shows as a failed write.
-        action.sa_handler = handledSignals[i] == SIGPIPE ? SIG_IGN : onSignal;
+        // No SA_RESTART: a wait must end. A vanished reader and a file at its limit show as a failed
+        // write, after which the temporary file goes.
+        bool isOfAWrite = handledSignals[i] == SIGPIPE || handledSignals[i] == SIGXFSZ;
+        action.sa_handler = isOfAWrite ? SIG_IGN : onSignal;
         sigaction(handledSignals[i], &action, &formerActions[i]);
         // nohup wants the command to go on when its terminal goes.
         if (handledSignals[i] == SIGHUP && formerActions[i].sa_handler == SIG_IGN) {

@@ -2,6 +2,7 @@
 
 #include "Expect.h"
 #include "TempDir.h"
+#include "client/console/Signals.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -74,12 +75,12 @@ TEST(OutputFile, reportsAFolderThatIsMissingOrInTheWay) {
     EXPECT_EQ(wordOf([&] { OutputFile file(dir.path); }), "output.open");
 }
 
-TEST(OutputFile, reportsAWriteThatFails) {
+TEST(OutputFile, reportsAWriteBeyondTheFileSizeLimit) {
     TempDir dir;
     rlimit old;
     getrlimit(RLIMIT_FSIZE, &old);
     rlimit small = {100000, old.rlim_max};
-    auto oldHandler = signal(SIGXFSZ, SIG_IGN);
+    installSignalHandlers();
     setrlimit(RLIMIT_FSIZE, &small);
     std::string data(300000, 'x');
     std::string word = wordOf([&] {
@@ -88,7 +89,7 @@ TEST(OutputFile, reportsAWriteThatFails) {
         file.commit();
     });
     setrlimit(RLIMIT_FSIZE, &old);
-    signal(SIGXFSZ, oldHandler);
+    restoreSignalHandlers();
     EXPECT_EQ(word, "output.write");
     EXPECT_EQ(filesIn(dir.path), 0u);
 }
