@@ -24,13 +24,9 @@ int ThreadFrameIndex::createTFI(int threadIndex, int frame) {
     return tfi;
 }
 
-void ThreadFrameIndex::changeThread(int threadIndex) {
-    if (threadIndex >= maps.getSize() || maps[threadIndex] == nullptr) {
-        return;
-    }
-    Logger::assertNotNULL(db->oldestFinishedThreads, VDK_HERE);
-    db->oldestFinishedThreads->needsWallTimeCorrection = true;
-    ZIntChunkMap<int>* map = maps[threadIndex];
+template <typename Visitor>
+void ThreadFrameIndex::eachPair(int threadIndex, Visitor&& visit) {
+    const ZIntChunkMap<int>* map = maps[threadIndex];
     for (int chunk = 0; chunk < map->getChunkCount(); chunk++) {
         const int* tfis = map->chunkAt(chunk);
         if (tfis == nullptr) {
@@ -38,12 +34,35 @@ void ThreadFrameIndex::changeThread(int threadIndex) {
         }
         for (int slot = 0; slot < ZIntChunkMap<int>::CHUNK_SIZE; slot++) {
             if (tfis[slot] != NO_TFI) {
-                changeFrame(tfis[slot], (chunk << ZIntChunkMap<int>::CHUNK_SHIFT) + slot);
+                visit(tfis[slot], (chunk << ZIntChunkMap<int>::CHUNK_SHIFT) + slot);
             }
         }
     }
-    delete map;
+}
+
+void ThreadFrameIndex::changeThread(int threadIndex) {
+    if (threadIndex >= maps.getSize() || maps[threadIndex] == nullptr) {
+        return;
+    }
+    Logger::assertNotNULL(db->oldestFinishedThreads, VDK_HERE);
+    db->oldestFinishedThreads->needsWallTimeCorrection = true;
+    eachPair(threadIndex, [this](int tfi, int frame) { changeFrame(tfi, frame); });
+    delete maps[threadIndex];
     maps[threadIndex] = nullptr;
+}
+
+void ThreadFrameIndex::deleteTimes(int threadIndex) {
+    if (threadIndex >= maps.getSize() || maps[threadIndex] == nullptr) {
+        return;
+    }
+    eachPair(threadIndex, [this](int tfi, int) {
+        CPUProfilingRecord* record = db->cpuProfilingTable->getRecord(tfi, false);
+        if (record != nullptr) {
+            record->timeNs = 0;
+            record->count = 0;
+            record->stamp = -db->currentStamp;
+        }
+    });
 }
 
 void ThreadFrameIndex::changeFrame(int tfi, int frame) {

@@ -34,6 +34,8 @@ public:
     // Moves all rows of a thread to the database's oldestFinishedThreads and frees its TFIs.
     // Nothing to do for a thread without rows.
     void changeThread(int threadIndex);
+    // Deletes the rows of cpuprofiling of a thread. Its TFIs stay: allocinfo shares them.
+    void deleteTimes(int threadIndex);
     // Rebuilds the index from threadframe, and sets the index pool of that table to its capacity.
     void fillIndexFromTable();
     void clearThreadFrameIndex();
@@ -47,6 +49,9 @@ private:
     ZIntChunkMap<int>* mapOf(int threadIndex);
     int createTFI(int threadIndex, int frame);
     void changeFrame(int tfi, int frame);
+    // Calls visit(tfi, frame) for every pair of a thread.
+    template <typename Visitor>
+    void eachPair(int threadIndex, Visitor&& visit);
 
     ZVector<ZIntChunkMap<int>*> maps; // by tfiThreadIndex, null for a thread without rows
     DB* db;

@@ -1,6 +1,7 @@
 #include "profiling/Tracing.h"
 
 #include "core/ground/Globals.h"
+#include "core/ground/Guard.h"
 #include "core/ground/Options.h"
 #include "core/jvm/CallbackNatives.h"
 #include "core/jvm/ConsumedEvents.h"
@@ -20,6 +21,16 @@
 namespace {
 
 std::atomic<long> ourCalibration{0};
+
+// What the last start of CPU profiling used, calibration's aside.
+struct UsedSettings {
+    ZString filters;
+    ZString wallTimeSpec;
+    bool containsInvocations = false;
+};
+UsedSettings& ourUsedSettings = *new UsedSettings();
+
+const char ALREADY_STARTED[] = "CPU sampling or CPU tracing already started";
 
 ZString textOrFile(JNIEnv* env, jstring text, ZString (*readFile)(const ZString&),
                    const ZString& path) {
@@ -60,6 +71,15 @@ ZString refuseCPUProfiling(long mode) {
 
 namespace {
 
+void checkMode(long mode) {
+    if ((mode & CPU_TIMES_BIT) == 0) {
+        Logger::error("(mode & ProfilingModes::CPU_TIMES_BIT) != 0", "CoreNatives", 283);
+    }
+    if ((mode & ~CPU_PROFILING) != 0) {
+        Logger::error("(mode & ~ProfilingModes::CPU_PROFILING) == 0", "CoreNatives", 284);
+    }
+}
+
 // Sets the bits and filters of a mode. False if one is active already.
 bool enterCPUMode(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec,
                   ZString* usedFilters, ZString* usedWallTimeSpec) {
@@ -67,19 +87,19 @@ bool enterCPUMode(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec,
     if ((ourStatus & CPU_TIMES_BIT) != 0) {
         return false;
     }
+    checkMode(mode);
     *usedFilters = textOrFile(env, filters, Filter::readFilterSpecFromFile, ourOptions->filters);
     *usedWallTimeSpec =
         textOrFile(env, wallTimeSpec, Filter::readWallTimeSpecFromFile, ourOptions->wallTimeSpec);
     Filter::reloadFilters(*usedFilters, *usedWallTimeSpec);
-    if ((mode & CPU_TIMES_BIT) == 0) {
-        Logger::error("(mode & ProfilingModes::CPU_TIMES_BIT) != 0", "CoreNatives", 283);
-    }
-    if ((mode & ~CPU_PROFILING) != 0) {
-        Logger::error("(mode & ~ProfilingModes::CPU_PROFILING) == 0", "CoreNatives", 284);
-    }
     eachThreadInfo([](ThreadInfo* info) { info->forgetLastSample(); });
     ourStatus |= mode;
     ourContainsInvocations = (ourStatus & CPU_COUNTS_BIT) != 0;
+    if (ourCalibration != -1) {
+        ourUsedSettings.filters = *usedFilters;
+        ourUsedSettings.wallTimeSpec = *usedWallTimeSpec;
+        ourUsedSettings.containsInvocations = ourContainsInvocations;
+    }
     return true;
 }
 
@@ -123,9 +143,26 @@ void stopCPUProfilingImpl(JNIEnv* env, bool log) {
     }
 }
 
+namespace {
+
+// What calibration recorded and set goes; all that was recorded of the application stays.
+void forgetCalibration(ThreadInfo* calibrating) {
+    calibrating->clearCPUAndJ2EEInfo();
+    ourDB->threadFrameIndex->deleteTimes(calibrating->tfiThreadIndex);
+    Filter::reloadFilters(ourUsedSettings.filters, ourUsedSettings.wallTimeSpec);
+    ourContainsInvocations = ourUsedSettings.containsInvocations;
+}
+
+} // namespace
+
 void clearCPUDataImpl(JNIEnv* env, bool log) {
     {
         LockHolder lock(ourLock);
+        ThreadInfo* const current = getThreadInfo();
+        if (current != nullptr && current->calibrationThread) {
+            forgetCalibration(current);
+            return;
+        }
         eachThreadInfo([](ThreadInfo* info) { info->clearCPUAndJ2EEInfo(); });
         ourOldestFinishedThreads->clearCPUAndJ2EEInfo();
         ourDB->clearTableAndTellReaders(SLOT_CPUProfiling);
@@ -159,9 +196,27 @@ void startCalibrating(JNIEnv* env) {
     jstring wallTime = toJavaString(env, "");
     ZString usedFilters;
     ZString usedWallTime;
-    startCPUProfilingImpl(env, CPU_TRACING, filters, wallTime, &usedFilters, &usedWallTime);
+    bool started = false;
+    const bool tried = runGuarded(VDK_HERE, [&] {
+        started =
+            startCPUProfilingImpl(env, CPU_TRACING, filters, wallTime, &usedFilters, &usedWallTime);
+    });
     env->DeleteLocalRef(filters);
     env->DeleteLocalRef(wallTime);
+    if (!tried) {
+        // It may have been begun; whoever runs already makes it return false instead.
+        stopCPUProfilingImpl(env, false);
+        throw VDKRuntimeException();
+    }
+    if (!started) {
+        throwException(env, ALREADY_STARTED);
+    }
+}
+
+// False for a start that is going to be refused: nothing is calibrated for it.
+bool isStartable(long mode) {
+    return (ourStatus & CPU_TIMES_BIT) == 0 && (mode & CPU_TIMES_BIT) != 0 &&
+           (mode & ~CPU_PROFILING) == 0;
 }
 
 jstring startCPUProfiling(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec) {
@@ -170,16 +225,15 @@ jstring startCPUProfiling(JNIEnv* env, long mode, jstring filters, jstring wallT
         return toJavaString(env, refusal);
     }
     const bool tracing = (mode & CPU_COUNTS_BIT) != 0;
-    if (tracing && getCalibration() == 0) {
+    if (tracing && getCalibration() == 0 && isStartable(mode)) {
         calibrate(env);
     }
     ZString filterText;
     ZString wallTimeText;
     if (!startCPUProfilingImpl(env, mode, filters, wallTimeSpec, &filterText, &wallTimeText)) {
         const char* failure = tracing ? "Cannot start CPU tracing" : "Cannot start CPU sampling";
-        const char* reason = "CPU sampling or CPU tracing already started";
-        userMessage(env, failure, reason);
-        return toJavaString(env, ZString(failure) + ": " + reason);
+        userMessage(env, failure, ALREADY_STARTED);
+        return toJavaString(env, ZString(failure) + ": " + ALREADY_STARTED);
     }
     ZString detail;
     if (tracing) {

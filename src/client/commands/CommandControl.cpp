@@ -4,6 +4,7 @@
 #include "client/commands/Commands.h"
 #include "client/commands/Sources.h"
 #include "client/console/OutputFile.h"
+#include "client/console/Signals.h"
 #include "client/console/Text.h"
 
 #include <cerrno>
@@ -68,24 +69,71 @@ std::optional<std::string> readSpec(const Arguments& arguments, const char* opti
     return text;
 }
 
-struct CpuTexts {
+struct CpuMode {
     const char* schema;
-    const char* started;
-    const char* stopped;
+    const char* name; // as cpuMode gives it
+    int64_t mode;
 };
 
-int switchCpuProfiling(Console& console, const Arguments& arguments, int64_t mode,
-                       const CpuTexts& texts) {
+[[noreturn]] void refuseWhile(const std::string& running, const std::string& target) {
+    throw ClientError(ExitCode::Refused, "cpu.on", "CPU " + running + " is on",
+                      "`vdk " + std::string(running == "tracing" ? "trace" : "sample") + " stop " +
+                          target + "` ends it");
+}
+
+// The agent finishes what was asked for, whatever becomes of the client: so it is asked to stop.
+[[noreturn]] void undoStart(LiveAgent& agent, const CpuMode& mode, const ClientError& interrupted) {
+    forgetInterrupt();
+    const std::string name = mode.name;
+    std::string outcome = name + " does not go on";
+    try {
+        agent.client.stopCpuProfiling();
+    } catch (const ClientError&) {
+        outcome = name + " may be on: `vdk status` tells, `vdk " +
+                  (name == "tracing" ? "trace" : "sample") + " stop` ends it";
+    }
+    throw ClientError(interrupted.code, interrupted.word, interrupted.what(), outcome);
+}
+
+void startCpu(LiveAgent& agent, const Arguments& arguments, const CpuMode& mode) {
+    const std::string running = cpuMode(agent.status);
+    if (running != "off") {
+        refuseWhile(running, arguments.text("TARGET"));
+    }
     std::optional<std::string> filters = readSpec(arguments, "--filter-file");
     std::optional<std::string> wallTimes = readSpec(arguments, "--wall-time-file");
-    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
-    bool start = arguments.text("ACTION") == "start";
-    if (start) {
-        agent.client.startCpuProfiling(mode, filters, wallTimes);
-    } else {
-        agent.client.stopCpuProfiling();
+    try {
+        agent.client.startCpuProfiling(mode.mode, filters, wallTimes);
+    } catch (const ClientError& error) {
+        if (error.code != ExitCode::Aborted) {
+            throw;
+        }
+        undoStart(agent, mode, error);
     }
-    writeDone(console, texts.schema, agent, start ? texts.started : texts.stopped);
+}
+
+// Stops what the command is named by, and nothing else.
+std::string stopCpu(LiveAgent& agent, const Arguments& arguments, const CpuMode& mode) {
+    const std::string running = cpuMode(agent.status);
+    if (running == mode.name) {
+        agent.client.stopCpuProfiling();
+        return std::string(mode.name) + " stopped";
+    }
+    if (running != "off") {
+        refuseWhile(running, arguments.text("TARGET"));
+    }
+    return std::string(mode.name) + " was off";
+}
+
+int switchCpuProfiling(Console& console, const Arguments& arguments, const CpuMode& mode) {
+    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
+    std::string done = std::string(mode.name) + " started";
+    if (arguments.text("ACTION") == "start") {
+        startCpu(agent, arguments, mode);
+    } else {
+        done = stopCpu(agent, arguments, mode);
+    }
+    writeDone(console, mode.schema, agent, done.c_str());
     return 0;
 }
 
@@ -123,13 +171,13 @@ int runStatus(Console& console, const Arguments& arguments) {
 }
 
 int runSample(Console& console, const Arguments& arguments) {
-    return switchCpuProfiling(console, arguments, protocol::CPU_SAMPLING,
-                              {"vdk.sample/1", "sampling started", "sampling stopped"});
+    return switchCpuProfiling(console, arguments,
+                              {"vdk.sample/1", "sampling", protocol::CPU_SAMPLING});
 }
 
 int runTrace(Console& console, const Arguments& arguments) {
-    return switchCpuProfiling(console, arguments, protocol::CPU_TRACING,
-                              {"vdk.trace/1", "tracing started", "tracing stopped"});
+    return switchCpuProfiling(console, arguments,
+                              {"vdk.trace/1", "tracing", protocol::CPU_TRACING});
 }
 
 int runRetransform(Console& console, const Arguments& arguments) {

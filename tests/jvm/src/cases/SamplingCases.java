@@ -11,6 +11,7 @@ import jvmtest.Check;
 import jvmtest.Sampling;
 import jvmtest.Tables;
 import jvmtest.Target;
+import jvmtest.Tool;
 import jvmtest.Tracing;
 
 /** CPU sampling: who is charged how much, and what a client is told of it. */
@@ -133,6 +134,71 @@ public final class SamplingCases {
         Check.isTrue(cleared.rows.get(Tables.CPU).isEmpty(), "rows after clearing");
         Check.isTrue(cleared.rows.get(Tables.GENERATIONS_OF_TABLES).containsKey(Tables.CPU),
                      "the clear is told by the generation of the table");
+        target.finish();
+    }
+
+    private static long status(Target target) throws Exception {
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.GET_STATUS).ok();
+            return client.in.readLong();
+        }
+    }
+
+    private static String refusalOf(Target target, long mode) throws Exception {
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.START_CPU).out.writeLong(mode);
+            client.string("");
+            client.string("");
+            return client.error();
+        }
+    }
+
+    /** The first start of tracing measures what a call costs, which needs tracing itself. */
+    @Case(fixture = Burn.class)
+    static void theFirstTracingLeavesWhatWasSampled(Target target) throws Exception {
+        Sampling.start(target);
+        Sampling.awaitTimes(target);
+        long status = status(target);
+        Check.equal(refusalOf(target, 12),
+                    "Cannot start CPU tracing: CPU sampling or CPU tracing already started",
+                    "first tracing while sampling");
+        Check.equal(status(target), status, "status after the refusal");
+        Sampling.stop(target);
+        refusalOf(target, 8);
+        Check.isTrue(!target.log().contains("Calibration: starting"), "measured for nothing");
+        Map<String, Long> sampled = Tracing.fetch(target).timeByThread();
+        Tracing.start(target, "*");
+        Tracing.stop(target);
+        Check.contains(target.log(), "Calibration: completed", "log");
+        Tables tables = Tracing.fetch(target);
+        Check.isTrue(tables.timeByThread().get("burner") >= sampled.get("burner"),
+                     "time of burner " + sampled + " before, after " + tables.timeByThread());
+        tables.totalTimes().keySet().forEach(
+                method -> Check.isTrue(!method.startsWith("com.vandrik."), method + " has a time"));
+        target.allowFaultsInLog(); // the mode that is none
+        target.finish();
+    }
+
+    @Case(fixture = Burn.class)
+    static void theClientSwitchesOnlyWhatItsCommandNames(Target target) throws Exception {
+        String pid = Long.toString(target.pid());
+        Check.contains(Tool.vdkEndsWith(0, "trace", "stop", pid), "tracing was off", "stop");
+        Process interrupted = new ProcessBuilder(Tool.vdkCommand("trace", "start", pid))
+                                      .redirectErrorStream(true)
+                                      .start();
+        Check.await(() -> target.log().contains("Calibration: starting"), "the start is under way");
+        Tool.run(List.of("kill", "-INT", Long.toString(interrupted.pid())));
+        String told = new String(interrupted.getInputStream().readAllBytes());
+        Check.equal(interrupted.waitFor(), 130, "exit code of the interrupted start: " + told);
+        Check.contains(told, "tracing does not go on", "interrupted start");
+        Check.equal(status(target) & 12, 0L, "CPU bits after the interrupted start");
+        Tool.vdk("sample", "start", pid);
+        for (String verb : List.of("sample start", "trace start", "trace stop")) {
+            String[] words = (verb + " " + pid).split(" ");
+            Check.contains(Tool.vdkEndsWith(1, words), "CPU sampling is on", verb);
+        }
+        Check.equal(status(target) & 12, 4L, "CPU bits while sampling");
+        Check.contains(Tool.vdkEndsWith(0, "sample", "stop", pid), "sampling stopped", "stop");
         target.finish();
     }
 

@@ -1,5 +1,8 @@
 package jvmtest;
 
+import java.util.concurrent.TimeUnit;
+import java.util.function.BooleanSupplier;
+
 /** Assertions whose failure names what was seen and what was expected. */
 public final class Check {
     /** How long whatever is waited for may take: far more than it does, so only a hang fails. */
@@ -24,6 +27,15 @@ public final class Check {
         if (!(Math.abs(seen - expected) <= tolerance)) {
             throw new AssertionError(what + ": seen " + seen + ", expected " + expected +
                                      " within " + tolerance);
+        }
+    }
+
+    /** Waits until it is so. */
+    public static void await(BooleanSupplier condition, String what) throws InterruptedException {
+        long limit = System.nanoTime() + TimeUnit.SECONDS.toNanos(LIMIT_SECONDS);
+        while (!condition.getAsBoolean()) {
+            isTrue(System.nanoTime() < limit, "it never was so: " + what);
+            Thread.sleep(5);
         }
     }
 

@@ -35,6 +35,15 @@ public final class Tool {
         return run(vdkCommand(words));
     }
 
+    /** What vdk prints, on either stream, when it ends with this code. */
+    public static String vdkEndsWith(int code, String... words) throws Exception {
+        Process process = new ProcessBuilder(vdkCommand(words)).redirectErrorStream(true).start();
+        process.getOutputStream().close();
+        String output = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
+        Check.equal(process.waitFor(), code, "exit code of " + List.of(words) + ": " + output);
+        return output;
+    }
+
     public static List<String> vdkCommand(String... words) {
         List<String> command = new ArrayList<>(List.of(System.getProperty("vdk.build") + "/vdk"));
         command.addAll(Arrays.asList(words));

@@ -10,16 +10,17 @@ final class Calibrator {
     private Calibrator() {
     }
 
-    /** The cost of a traced call in nanoseconds. Runs on the calibration thread. */
+    /**
+     * The cost of a traced call in nanoseconds. Runs on the calibration thread, which clears only
+     * what it recorded itself.
+     */
     static long calibrateImpl() {
         Callback.messageToLogFile("Calibration: starting...");
-        Callback.stopCPUProfiling(false);
-        Callback.clearCPUData(false);
         Calibration.Counter plain = new Calibration.Counter();
         run(plain);
         Calibration.Counter traced = new Calibration.Counter();
+        Callback.startCalibrating();
         try {
-            Callback.startCalibrating();
             run(traced);
         } finally {
             Callback.stopCPUProfiling(false);

@@ -1,6 +1,7 @@
 package com.vandrik.runtime;
 
 import com.vandrik.Constants;
+import com.vandrik.api.ProfilingModesExt;
 import com.vandrik.probes.triggers.EventListener;
 import com.vandrik.util.Asserts;
 import com.vandrik.util.Strings;
@@ -305,10 +306,15 @@ public final class Core {
 
     /**
      * Measures what a traced call costs and hands the result to native code. Called by native code
-     * as well, ahead of the first tracing.
+     * as well, ahead of the first tracing. While CPU profiling runs this is refused: it would have
+     * to stop it.
      */
-    public static void calibrate() {
-        final long[] result = new long[1];
+    public static synchronized void calibrate() {
+        if ((Callback.getStatus() & ProfilingModesExt.CPU_TIMES_BIT) != 0) {
+            throw new IllegalStateException(
+                    "Cannot calibrate: CPU sampling or CPU tracing already started");
+        }
+        final long[] result = {Callback.getCalibrationResult()};
         final Throwable[] failure = new Throwable[1];
         Thread thread = ThreadUtil.createDaemon("VDKAgent-Calibration", new Runnable() {
             @Override
@@ -321,17 +327,13 @@ public final class Core {
             }
         });
         thread.start();
-        try {
-            thread.join();
-        } catch (InterruptedException e) {
-            throw new IllegalStateException("calibration was interrupted");
-        }
+        ThreadUtil.joinUninterruptibly(thread);
+        // In any case: otherwise calibration would count as under way, and no application thread
+        // be traced.
+        Callback.setCalibrationResult(result[0]);
         if (failure[0] != null) {
-            // Otherwise calibration would count as under way, and no application thread be traced.
-            Callback.setCalibrationResult(0);
             throw new IllegalStateException(Strings.messageOf(failure[0]));
         }
-        Callback.setCalibrationResult(result[0]);
         Callback.message("CPU tracing calibration performed", Long.toString(result[0]));
     }
 

@@ -26,6 +26,21 @@ public final class ThreadUtil {
         }
     }
 
+    /** Waits for the end of a thread, whatever interrupts; the caller finds the interrupt later. */
+    public static void joinUninterruptibly(Thread thread) {
+        boolean interrupted = false;
+        while (thread.isAlive()) {
+            try {
+                thread.join();
+            } catch (InterruptedException e) {
+                interrupted = true;
+            }
+        }
+        if (interrupted) {
+            Thread.currentThread().interrupt();
+        }
+    }
+
     public static ThreadGroup getSystemGroup() {
         ThreadGroup group = Thread.currentThread().getThreadGroup();
         while (group != null && group.getParent() != null) {
