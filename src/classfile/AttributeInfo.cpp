@@ -26,7 +26,8 @@ constexpr NamedKind NAMED_KINDS[] = {
     {SyntheticAttribute::NAME, ATTRIBUTE_SYNTHETIC},
     {LocalVariableTypeTableAttribute::NAME, ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE},
     {StackMapTableAttribute::NAME, ATTRIBUTE_STACK_MAP_TABLE},
-    {OldStackMapAttribute::NAME, ATTRIBUTE_OLD_STACK_MAP},
+    {StaleWhenMovedAttribute::NAME_OLD_STACK_MAP, ATTRIBUTE_STALE_WHEN_MOVED},
+    {StaleWhenMovedAttribute::NAME_CHARACTER_RANGES, ATTRIBUTE_STALE_WHEN_MOVED},
     {AnnotationsAttribute::NAME_RUNTIME_INVISIBLE, ATTRIBUTE_RUNTIME_INVISIBLE_ANNOTATIONS},
     {AnnotationsAttribute::NAME_RUNTIME_VISIBLE, ATTRIBUTE_RUNTIME_VISIBLE_ANNOTATIONS},
     {ParameterAnnotationsAttribute::NAME, ATTRIBUTE_RUNTIME_INVISIBLE_PARAMETER_ANNOTATIONS},
@@ -209,8 +210,8 @@ AttributeInfo* AttributeInfoReader::create(DataInput& input, ConstantPool& pool)
         return arena.make<LocalVariableTypeTableAttribute>(arena, name, length, body);
     case ATTRIBUTE_STACK_MAP_TABLE:
         return arena.make<StackMapTableAttribute>(name, length, body);
-    case ATTRIBUTE_OLD_STACK_MAP:
-        return arena.make<OldStackMapAttribute>(name, length, body);
+    case ATTRIBUTE_STALE_WHEN_MOVED:
+        return arena.make<StaleWhenMovedAttribute>(name, length, body);
     case ATTRIBUTE_RUNTIME_INVISIBLE_ANNOTATIONS:
     case ATTRIBUTE_RUNTIME_VISIBLE_ANNOTATIONS:
         return arena.make<AnnotationsAttribute>(kind, name, length, body);

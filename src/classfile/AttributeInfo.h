@@ -17,7 +17,7 @@ enum AttributeKind : unsigned char {
     ATTRIBUTE_SYNTHETIC,
     ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE,
     ATTRIBUTE_STACK_MAP_TABLE,
-    ATTRIBUTE_OLD_STACK_MAP, // "StackMap" of small devices, which no JVM with JVMTI reads
+    ATTRIBUTE_STALE_WHEN_MOVED,
     ATTRIBUTE_RUNTIME_INVISIBLE_ANNOTATIONS,
     ATTRIBUTE_RUNTIME_VISIBLE_ANNOTATIONS,
     ATTRIBUTE_RUNTIME_INVISIBLE_PARAMETER_ANNOTATIONS,
@@ -116,12 +116,14 @@ public:
     int getClassIndex(int i) const;
 };
 
-// Holds code positions of another encoding; dropped when code moves.
-class OldStackMapAttribute final : public RawAttribute {
+// Holds code positions that no JVM with JVMTI reads: frames of small devices, and the compiler's
+// ranges of characters (-Xjcov). Dropped when code moves.
+class StaleWhenMovedAttribute final : public RawAttribute {
 public:
-    static constexpr const char* NAME = "StackMap";
-    OldStackMapAttribute(int name, int count, const unsigned char* body)
-        : RawAttribute(ATTRIBUTE_OLD_STACK_MAP, name, count, body) {}
+    static constexpr const char* NAME_OLD_STACK_MAP = "StackMap";
+    static constexpr const char* NAME_CHARACTER_RANGES = "CharacterRangeTable";
+    StaleWhenMovedAttribute(int name, int count, const unsigned char* body)
+        : RawAttribute(ATTRIBUTE_STALE_WHEN_MOVED, name, count, body) {}
 };
 
 class InnerClassesAttribute final : public RawAttribute {

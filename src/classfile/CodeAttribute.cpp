@@ -120,7 +120,7 @@ const AttributeInfo* CodeAttribute::findOpaqueAttribute() const {
         case ATTRIBUTE_LOCAL_VARIABLE_TABLE:
         case ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE:
         case ATTRIBUTE_STACK_MAP_TABLE:
-        case ATTRIBUTE_OLD_STACK_MAP:
+        case ATTRIBUTE_STALE_WHEN_MOVED:
         case ATTRIBUTE_RUNTIME_VISIBLE_TYPE_ANNOTATIONS:
         case ATTRIBUTE_RUNTIME_INVISIBLE_TYPE_ANNOTATIONS:
             break;
@@ -230,7 +230,7 @@ void CodeAttribute::shiftExceptionTableAndLineNumbers(int delta, int fromPc) {
     }
 }
 
-void CodeAttribute::shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets) {
+void CodeAttribute::shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets, bool hasPrefix) {
     modified = true;
     for (int i = 0; i < exceptionTable.getSize(); i++) {
         ExceptionTableElement& element = exceptionTable[i];
@@ -241,7 +241,8 @@ void CodeAttribute::shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets
     for (int i = attributes.getSize() - 1; i >= 0; i--) {
         switch (attributes[i]->getKind()) {
         case ATTRIBUTE_LINE_NUMBER_TABLE:
-            static_cast<LineNumberTableAttribute*>(attributes[i])->shiftLineNumbers(offsets);
+            static_cast<LineNumberTableAttribute*>(attributes[i])
+                ->shiftLineNumbers(offsets, hasPrefix);
             break;
         case ATTRIBUTE_RUNTIME_VISIBLE_TYPE_ANNOTATIONS:
         case ATTRIBUTE_RUNTIME_INVISIBLE_TYPE_ANNOTATIONS:
@@ -249,7 +250,7 @@ void CodeAttribute::shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets
                 removeAttribute(i);
             }
             break;
-        case ATTRIBUTE_OLD_STACK_MAP:
+        case ATTRIBUTE_STALE_WHEN_MOVED:
             removeAttribute(i);
             break;
         default:
@@ -262,7 +263,7 @@ void CodeAttribute::shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets
 }
 
 void CodeAttribute::shiftTables(const CodeOffsets& offsets, bool hasPrefix) {
-    shiftExceptionTableAndLineNumbers(offsets);
+    shiftExceptionTableAndLineNumbers(offsets, hasPrefix);
     for (int i = 0; i < attributes.getSize(); i++) {
         const AttributeKind kind = attributes[i]->getKind();
         if (kind == ATTRIBUTE_LOCAL_VARIABLE_TABLE || kind == ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE) {

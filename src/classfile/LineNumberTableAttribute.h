@@ -14,8 +14,9 @@ public:
     int getLineNumber(int i) const;
     // Adds delta, at least 0, to the start of every entry.
     void shiftLineNumbers(int delta);
-    // Moves every entry to the new place of its instruction.
-    void shiftLineNumbers(const CodeOffsets& offsets);
+    // Moves every entry to the new place of its instruction. With `hasPrefix` an entry for the
+    // method's start covers the code put in front of it as well.
+    void shiftLineNumbers(const CodeOffsets& offsets, bool hasPrefix = false);
 
 private:
     unsigned char* writableEntries();

@@ -2,6 +2,13 @@
 
 #include "classfile/OpCodes.h"
 
+namespace {
+bool isMember(int tag) {
+    return (tag >= CONSTANT_FIELD_REF && tag <= CONSTANT_INTERFACE_METHOD_REF) ||
+           tag == CONSTANT_INVOKE_DYNAMIC;
+}
+} // namespace
+
 StackEffects::StackEffects(ConstantPool& constantPool)
     : pool(constantPool), effects(nullptr), count(0) {}
 
@@ -19,9 +26,7 @@ const StackEffects::Effect& StackEffects::effectOf(int index) {
     }
     const ConstantPool::Content entry = pool.getContent(index);
     const int tag = entry.tag;
-    Logger::assertTrue((tag >= CONSTANT_FIELD_REF && tag <= CONSTANT_INTERFACE_METHOD_REF) ||
-                           tag == CONSTANT_INVOKE_DYNAMIC,
-                       VDK_HERE);
+    Logger::assertTrue(isMember(tag), VDK_HERE);
     const ConstantPool::Content nameAndType = pool.getContent(entry.second);
     Logger::assertEquals(nameAndType.tag, CONSTANT_NAME_AND_TYPE, VDK_HERE);
     const Utf8View descriptor = pool.getUtf8(nameAndType.second);
@@ -33,6 +38,14 @@ const StackEffects::Effect& StackEffects::effectOf(int index) {
         effect.parameters = static_cast<short>(DescriptorTypes::parameterSlots(descriptor));
     }
     return effect;
+}
+
+bool StackEffects::canTell(const unsigned char* code, int position) const {
+    const OpCodeKind kind = ourOpCodes[code[position]].kind;
+    if (kind != OPK_FIELD && kind != OPK_INVOKE) {
+        return true;
+    }
+    return isMember(pool.getContent(readCodeUnsignedShort(code, position + 1)).tag);
 }
 
 void StackEffects::get(const unsigned char* code, int position, int* pops, int* pushes) {

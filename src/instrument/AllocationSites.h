@@ -14,6 +14,8 @@ enum NewInstructionKind : int {
 class StackEffects {
 public:
     explicit StackEffects(ConstantPool& constantPool);
+    // Whether the member that the instruction names, if it does, is one whose effect can be told.
+    bool canTell(const unsigned char* code, int position) const;
     // Slots that the instruction at `position` pops and pushes.
     void get(const unsigned char* code, int position, int* pops, int* pushes);
 

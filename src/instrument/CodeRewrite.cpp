@@ -120,7 +120,7 @@ unsigned char* CodeRewrite::assemble(ClassArena& target, const References& refer
     int to = prefixLength;
     for (int i = 0; i < insertions.getSize(); i++) {
         const Insertion& insertion = insertions[i];
-        const bool before = insertion.kind == INSERT_EXIT;
+        const bool before = isInsertedBefore(insertion.kind);
         const int end = insertion.position + (before ? 0 : insertion.length);
         memcpy(newCode + to, corrected + from, static_cast<size_t>(end - from));
         to += end - from;

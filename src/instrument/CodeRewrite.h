@@ -49,6 +49,13 @@ public:
     // Turns a noted allocation call that relied on such a dup into nops.
     void cancelCall(int insertion);
     int getInsertionCount() const { return insertions.getSize(); }
+    struct Insertion {
+        int kind;
+        int position; // of the instruction in the old code
+        int length;   // of the instruction
+    };
+    // By rising position.
+    const Insertion& getInsertion(int i) const { return insertions[i]; }
 
     // Length of the new code without a prefix.
     int getNewLength() const { return oldLength + added; }
@@ -63,11 +70,6 @@ public:
     CodeOffsets getOffsets() const { return CodeOffsets(map, oldLength); }
 
 private:
-    struct Insertion {
-        int kind;
-        int position; // of the instruction in the old code
-        int length;   // of the instruction
-    };
     void fillMap(int from, int to, int shift);
 
     ClassArena& arena;

@@ -162,3 +162,16 @@ int insertionLength(int kind, bool hasSwitch) {
         return ALLOCATION_CALL_LENGTH;
     }
 }
+
+int insertionStack(int kind) {
+    switch (kind) {
+    case INSERT_EXIT:
+    case INSERT_ARRAY_CALL:
+    case INSERT_OBJECT_CALL:
+        return 2;
+    case INSERT_OBJECT_CALL_OWN:
+        return 1;
+    default:
+        return 0;
+    }
+}

@@ -19,6 +19,7 @@ enum InsertionKind : int {
 
 constexpr int NEW_DUP_LENGTH = 4;
 constexpr int ALLOCATION_CALL_LENGTH = 12;
+constexpr int ENTRY_CODE_STACK = 2;
 
 // The variable is the slot of the allocation variable, -1 if the method has none.
 inline int ENTRY_CODE_LENGTH(bool hasSwitch, bool hasVariable) {
@@ -45,3 +46,9 @@ int insertCodeBefore(int kind, int exitRef, int methodId, unsigned char* code, i
 int insertCodeAfter(int kind, int allocRef, unsigned char* code, int position, int variable);
 // Bytes that an insertion of this kind adds.
 int insertionLength(int kind, bool hasSwitch);
+// Slots of the operand stack that it takes above what is there, the dup of kind 2 apart.
+int insertionStack(int kind);
+// Whether it stands in front of its instruction.
+inline bool isInsertedBefore(int kind) {
+    return kind == INSERT_EXIT;
+}

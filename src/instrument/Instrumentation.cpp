@@ -9,8 +9,9 @@
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
+#include "instrument/LoadedClass.h"
 #include "instrument/LoaderDelegation.h"
-#include "instrument/NativeWrapping.h"
+#include "instrument/LoaderReach.h"
 #include "instrument/Patchers.h"
 #include "instrument/Retransformation.h"
 #include "instrument/TracingInstrumentation.h"
@@ -24,8 +25,10 @@
 
 namespace {
 
-constexpr long INSTRUMENTING =
-    CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS | CAPABILITY_CAN_RECORD_J2EE;
+// What inserts calls. J2EE support joins them with its pass.
+constexpr long INSTRUMENTING = CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS;
+// Interfaces of older class files have no methods with bodies.
+constexpr int FIRST_VERSION_OF_INTERFACE_BODIES = 52;
 constexpr int STATISTICS_INTERVAL = 2000;
 // Bytes of room for rewritten classes that stay from one class to the next.
 constexpr int LARGEST_KEPT = 128 * 1024;
@@ -62,12 +65,17 @@ bool listsWrappedNatives(const ZString& name) {
 ZVector<char>& ourMethodName = *new ZVector<char>(256);
 ZVector<char>& ourParameters = *new ZVector<char>(1024);
 ZVector<unsigned char>& ourNewBytes = *new ZVector<unsigned char>(LARGEST_KEPT);
+ZVector<int>& ourInstrumentedIds = *new ZVector<int>(256);
 
-// The class's methods in the method table.
+// The class's methods in the method table. A class without a package may be called like a primitive
+// type is in short, so its name stands in the long form.
 class DatabaseMethodIds : public MethodIds {
 public:
     explicit DatabaseMethodIds(const ZString& internalName)
-        : fullName(SignatureUtil::convertClassSignatureToFullName(internalName.c_str())) {}
+        : fullName(SignatureUtil::convertClassSignatureToFullName(
+              (ZString("L") + internalName + ";").c_str())) {
+        ourInstrumentedIds.clear();
+    }
     int getMethodId(const Utf8View&, const Utf8View& methodName,
                     const Utf8View& descriptor) override {
         if (fullNameStrID == 0) {
@@ -84,7 +92,13 @@ public:
         return ZMethod::getByName(fullNameStrID, fullName.c_str(), ourMethodName.data(),
                                   ourParameters.data());
     }
-    void methodInstrumented(int id) override { setFlag(id, true); }
+    void methodInstrumented(int id) override { ourInstrumentedIds.push(id); }
+    // The JVM has the rewritten class: its methods carry the calls that were inserted.
+    void confirm() {
+        for (int i = 0; i < ourInstrumentedIds.getSize(); i++) {
+            setFlag(ourInstrumentedIds[i], true);
+        }
+    }
     void setFlag(int id, bool instrumented) {
         MethodRecord* const row = ourDB->methodTable->getRecord(id, true);
         const int flags =
@@ -97,37 +111,6 @@ private:
     ZString fullName;
     int fullNameStrID = 0;
 };
-
-bool isNativeWithPrefix(jmethodID method) {
-    jint modifiers = 0;
-    JvmtiMemory<char> name;
-    return ourJVMTI->GetMethodModifiers(method, &modifiers) == JVMTI_ERROR_NONE &&
-           (modifiers & ACC_NATIVE) != 0 &&
-           ourJVMTI->GetMethodName(method, name.receive(), nullptr, nullptr) == JVMTI_ERROR_NONE &&
-           strstr(name.get(), ourNativeMethodPrefix) != nullptr;
-}
-
-// Whether a class that is being redefined has wrapped natives. Redefinition can neither add nor
-// drop a method, so the hook must do again exactly what it did when the class was loaded.
-bool hasWrappedNatives(jclass type, const ZString& name) {
-    if (!listsWrappedNatives(name)) {
-        return false;
-    }
-    jint count = 0;
-    JvmtiMemory<jmethodID> methods;
-    const jvmtiError error = ourJVMTI->GetClassMethods(type, &count, methods.receive());
-    if (error != JVMTI_ERROR_NONE) {
-        Logger::message(ZString("warning: redefining class: ") + name +
-                        ": failed to obtain methods: " + longToString(error));
-        return false;
-    }
-    for (jint i = 0; i < count; i++) {
-        if (isNativeWithPrefix(methods.get()[i])) {
-            return true;
-        }
-    }
-    return false;
-}
 
 // The agent's own classes stay as they are, but for the work that calibration measures.
 bool isOwnClass(const ZString& dottedName) {
@@ -175,16 +158,29 @@ void logResult(const ZString& dotted, bool changed, long elapsedNs) {
     }
 }
 
-// Runs the passes. True if any changed the class.
-bool rewrite(ClassFile& classFile, const ZString& name, bool wrapNatives, DatabaseMethodIds& ids) {
+bool patchLoader(ClassFile& classFile, const ZString& name) {
+    if ((ourCapabilities & INSTRUMENTING) == 0) {
+        return false;
+    }
+    const Delegation delegation = patchLoaderDelegation(&classFile);
+    if (delegation == Delegation::IMPOSSIBLE) {
+        distrustLoaderClass(name);
+    }
+    return delegation == Delegation::PATCHED;
+}
+
+// Runs the passes. True if any changed the class. natives: null leaves them as they are.
+bool rewrite(ClassFile& classFile, const ZString& name, const NativeSelection* natives,
+             DatabaseMethodIds& ids) {
     bool changed = false;
-    if (wrapNatives && wrapNativeMethods(&classFile, ourNativeMethodPrefix, &ourCounts)) {
+    if (natives != nullptr &&
+        wrapNativeMethods(&classFile, ourNativeMethodPrefix, *natives, &ourCounts)) {
         changed = true;
         if (!listsWrappedNatives(name)) {
             ourNamesOfClassesWithWrappedNatives.push(name);
         }
     }
-    changed = patchLoaderDelegation(&classFile) || changed;
+    changed = patchLoader(classFile, name) || changed;
     // Probes stand here, those of J2EE support behind the next pass, so that their calls lie
     // outside the tracing calls.
     const bool tracing = (ourCapabilities & CAPABILITY_CAN_TRACE) != 0;
@@ -207,6 +203,22 @@ const char* reasonToSkip(const ClassFile& classFile) {
         return "skipping due to unsupported Java 7 constant pool entries";
     }
     return nullptr;
+}
+
+// Whether there is nothing that a pass could change: an interface without bodies, a module.
+bool hasNoBodies(ClassFile& classFile) {
+    const int flags = classFile.getAccessFlags();
+    if ((flags & (ACC_INTERFACE | ACC_MODULE)) != ACC_INTERFACE) {
+        return (flags & ACC_MODULE) != 0;
+    }
+    if (classFile.getMajorVersion() >= FIRST_VERSION_OF_INTERFACE_BODIES) {
+        for (int i = 0; i < classFile.getMethods().getSize(); i++) {
+            if ((classFile.getMethods()[i]->getAccessFlags() & ACC_ABSTRACT) == 0) {
+                return false;
+            }
+        }
+    }
+    return true;
 }
 
 void dumpClass(const ZString& name, const ZVector<unsigned char>& bytes) {
@@ -254,20 +266,65 @@ ZString nameFromBytes(int length, const unsigned char* data) {
     return classFile.getSignature().toString();
 }
 
-void handleEvent(jclass classBeingRedefined, const char* givenName, int length,
-                 const unsigned char* data, jint* newLength, unsigned char** newData) {
+// The class being loaded or redefined, as the event tells it.
+struct OfferedClass {
+    JNIEnv* env;
+    jclass redefined;
+    jobject loader;
+    const char* name;
+    int length;
+    const unsigned char* data;
+};
+
+void rewriteOffered(const OfferedClass& offered, const ZString& name, jint* newLength,
+                    unsigned char** newData) {
+    if (offered.redefined != nullptr) {
+        if (!ourOptions->disableNatives && listsWrappedNatives(name)) {
+            const Redefinition redefinition(offered.redefined, name);
+            if (redefinition.hasWrapped()) {
+                classFileLoadHookHandlerImpl(name, offered.length, offered.data, newLength, newData,
+                                             &redefinition);
+                return;
+            }
+        }
+        classFileLoadHookHandlerImpl(name, offered.length, offered.data, newLength, newData,
+                                     nullptr);
+        return;
+    }
+    const FirstLoad firstLoad(offered.env, offered.loader);
+    classFileLoadHookHandlerImpl(name, offered.length, offered.data, newLength, newData,
+                                 ourOptions->disableNatives ? nullptr : &firstLoad);
+}
+
+void handleEvent(const OfferedClass& offered, jint* newLength, unsigned char** newData) {
     LockHolder lock(ourLock, "Instrumentation:351");
-    if (givenName == nullptr && classBeingRedefined != nullptr) {
+    const char* const givenName = offered.name;
+    if (givenName == nullptr && offered.redefined != nullptr) {
         Logger::error("NULL class name is unexpected for a class being redefined", VDK_HERE);
     }
-    const ZString name = givenName == nullptr ? nameFromBytes(length, data) : ZString(givenName);
+    const ZString name =
+        givenName == nullptr ? nameFromBytes(offered.length, offered.data) : ZString(givenName);
     if (name.isEmpty()) {
         return;
     }
-    const bool wrapNatives =
-        !ourOptions->disableNatives &&
-        (classBeingRedefined == nullptr || hasWrappedNatives(classBeingRedefined, name));
-    classFileLoadHookHandlerImpl(name, length, data, newLength, newData, wrapNatives);
+    // What was loaded with wrappers has to keep them.
+    const bool keepsWrappers = offered.redefined != nullptr && listsWrappedNatives(name);
+    if (!keepsWrappers && !loaderFindsAgent(offered.env, offered.loader,
+                                            offered.redefined != nullptr ? LoaderUse::REDEFINITION
+                                                                         : LoaderUse::FIRST_LOAD)) {
+        ZString dotted = name;
+        dotted.replaceAll('/', '.');
+        logClass(dotted, "skipping: its class loader does not find the agent");
+        return;
+    }
+    const bool done =
+        runGuarded(VDK_HERE, [&] { rewriteOffered(offered, name, newLength, newData); });
+    if (!done) {
+        // It may be the class of a loader.
+        distrustLoaderClass(name);
+        *newLength = 0;
+        *newData = nullptr;
+    }
 }
 
 void redefineImpl(JNIEnv* env) {
@@ -313,7 +370,8 @@ void logClass(const ZString& dottedName, const char* text) {
 }
 
 void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigned char* data,
-                                  jint* newLength, unsigned char** newData, bool wrapNatives) {
+                                  jint* newLength, unsigned char** newData,
+                                  const NativeSelection* natives) {
     if (ourVMDeathCalled || length == 0) {
         return;
     }
@@ -324,7 +382,7 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
         logClass(dotted, "skipping non-CAFEBABE");
         return;
     }
-    if ((ourCapabilities & INSTRUMENTING) == 0 && !wrapNatives) {
+    if ((ourCapabilities & INSTRUMENTING) == 0 && natives == nullptr) {
         return;
     }
     if (isOwnClass(dotted)) {
@@ -336,36 +394,43 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
     }
     DataInput input(data, length);
     ClassFile classFile(input, ourOptions->stripStackMapTable);
-    if ((classFile.getAccessFlags() & (ACC_INTERFACE | ACC_MODULE)) != 0) {
+    if (!classFile.isInvalid() && hasNoBodies(classFile)) {
         return;
     }
     const char* const skipped = reasonToSkip(classFile);
     if (skipped != nullptr) {
+        if (classFile.isInvalid() || declaresLoadClass(&classFile)) {
+            distrustLoaderClass(name);
+        }
         logClass(dotted, skipped);
         return;
     }
     DatabaseMethodIds ids(name);
-    const bool changed = rewrite(classFile, name, wrapNatives, ids);
+    const bool changed = rewrite(classFile, name, natives, ids);
     if (changed && classFile.getConstantPool().getSize() >= 0x10000) {
         forgetInstrumentation(classFile, ids);
+        if (declaresLoadClass(&classFile)) {
+            distrustLoaderClass(name);
+        }
         logClass(dotted, "skipping: resulting constant pool is too big");
         return;
     }
     logResult(dotted, changed, getTimeNs() - start);
     if (changed) {
         handOver(classFile, name, length, newLength, newData);
+        ids.confirm();
     }
 }
 
-void JNICALL class_file_load_hook_handler(jvmtiEnv*, JNIEnv*, jclass classBeingRedefined, jobject,
-                                          const char* name, jobject, jint classDataLength,
-                                          const unsigned char* classData, jint* newClassDataLength,
-                                          unsigned char** newClassData) {
+void JNICALL class_file_load_hook_handler(jvmtiEnv*, JNIEnv* env, jclass classBeingRedefined,
+                                          jobject loader, const char* name, jobject,
+                                          jint classDataLength, const unsigned char* classData,
+                                          jint* newClassDataLength, unsigned char** newClassData) {
     *newClassDataLength = 0;
     *newClassData = nullptr;
     const bool done = runGuarded(VDK_HERE, [&] {
-        handleEvent(classBeingRedefined, name, classDataLength, classData, newClassDataLength,
-                    newClassData);
+        handleEvent({env, classBeingRedefined, loader, name, classDataLength, classData},
+                    newClassDataLength, newClassData);
     });
     if (!done) {
         *newClassDataLength = 0;

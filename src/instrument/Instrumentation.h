@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/ground/ZString.h"
+#include "instrument/NativeWrapping.h"
 
 #include <jvmti.h>
 
@@ -20,9 +20,11 @@ void JNICALL class_file_load_hook_handler(jvmtiEnv* environment, JNIEnv* env,
                                           jint* newClassDataLength, unsigned char** newClassData);
 
 // Decides about one class and rewrites it. The outputs stay untouched when the class is left as it
-// is; otherwise they are a copy in JVMTI memory. Caller holds ourLock.
+// is; otherwise they are a copy in JVMTI memory. natives: null leaves all of them as they are.
+// Caller holds ourLock.
 void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigned char* data,
-                                  jint* newLength, unsigned char** newData, bool wrapNatives);
+                                  jint* newLength, unsigned char** newData,
+                                  const NativeSelection* natives);
 
 // One log line: how many classes were rewritten, and how their methods ended.
 void logInstrumentationTotals();

@@ -16,7 +16,11 @@ const ClassRow CLASSES[] = {
     {BEGINS, "jdk/internal/vm/", "continuations: frames of an exact shape while mounting"},
     {BEGINS, "java/lang/VirtualThread", "mounting runs with a half-changed current thread"},
     {BEGINS, "java/lang/invoke/", "method handle plumbing: would lose its forced inlining"},
+    {BEGINS, "jdk/internal/event/", "the flight recorder rewrites event classes itself"},
 };
+
+// Their direct subclasses are event classes as well.
+const char* const EVENT_CLASSES[] = {"jdk/internal/event/Event", "jdk/jfr/Event"};
 
 struct AnnotationRow {
     const char* descriptor;
@@ -79,7 +83,12 @@ ZString InstrumentationCounts::toString() const {
     return text;
 }
 
-const char* reasonToLeaveClass(const Utf8View& className) {
+const char* reasonToLeaveClass(const Utf8View& className, const Utf8View& superName) {
+    for (const char* const event : EVENT_CLASSES) {
+        if (superName == event) {
+            return "the flight recorder rewrites event classes itself";
+        }
+    }
     for (const ClassRow& row : CLASSES) {
         if (row.match == EQUALS ? className == row.name : className.startsWith(row.name)) {
             return row.reason;

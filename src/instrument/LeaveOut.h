@@ -33,8 +33,8 @@ struct InstrumentationCounts {
     ZString toString() const;
 };
 
-// The reason why no method of this class gets calls, or null. The name is in internal form.
-const char* reasonToLeaveClass(const Utf8View& className);
+// The reason why no method of this class gets calls, or null. Names are in internal form.
+const char* reasonToLeaveClass(const Utf8View& className, const Utf8View& superName);
 
 // Tells methods of one class that are left out by annotation. Costs a few pool look-ups for a class
 // that has none.

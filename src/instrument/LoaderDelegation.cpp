@@ -10,7 +10,8 @@ const char AGENT_PACKAGE[] = "com.vandrik.";
 constexpr int PREFIX = 20;
 
 bool isLoadClass(const MethodInfo* method) {
-    return !method->isStatic() && method->getName() == "loadClass" &&
+    return (method->getAccessFlags() & (ACC_STATIC | ACC_ABSTRACT)) == 0 &&
+           method->getName() == "loadClass" &&
            (method->getDescriptor() == "(Ljava/lang/String;Z)Ljava/lang/Class;" ||
             method->getDescriptor() == "(Ljava/lang/String;)Ljava/lang/Class;");
 }
@@ -22,11 +23,11 @@ int methodRef(ClassFile* classFile, const char* owner, const char* name, const c
                                             classFile->findOrCreateUtf8(descriptor));
 }
 
-// if (name.startsWith(AGENT_PACKAGE)) return Class.forName(name, false, null);
+// if (name != null && name.startsWith(AGENT_PACKAGE)) return Class.forName(name);
 void generateDelegation(ClassFile* classFile, ByteCodeGenerator& generator) {
-    for (int i = 0; i < 3; i++) {
-        generator.push(OPC_NOP);
-    }
+    generator.push(OPC_NOP);
+    generator.aload(1);
+    generator.openJump(OPC_IFNULL);
     generator.aload(1);
     generator.push(OPC_LDC_W);
     generator.pushShortValue(classFile->findOrCreateStringInfo(AGENT_PACKAGE));
@@ -35,13 +36,11 @@ void generateDelegation(ClassFile* classFile, ByteCodeGenerator& generator) {
         methodRef(classFile, "java/lang/String", "startsWith", "(Ljava/lang/String;)Z"));
     generator.openJump(OPC_IFEQ);
     generator.aload(1);
-    generator.push(OPC_ICONST_0);
-    generator.push(OPC_ACONST_NULL);
     generator.push(OPC_INVOKESTATIC);
-    generator.pushShortValue(
-        methodRef(classFile, "java/lang/Class", "forName",
-                  "(Ljava/lang/String;ZLjava/lang/ClassLoader;)Ljava/lang/Class;"));
+    generator.pushShortValue(methodRef(classFile, "java/lang/Class", "forName",
+                                       "(Ljava/lang/String;)Ljava/lang/Class;"));
     generator.push(OPC_ARETURN);
+    generator.closeJump();
     generator.closeJump();
     Logger::assertEquals(generator.getSize(), PREFIX, VDK_HERE);
 }
@@ -64,7 +63,7 @@ bool prependDelegation(ClassFile* classFile, MethodInfo* method) {
         map[i] = i + PREFIX;
     }
     attribute->adoptCode(code, length + PREFIX);
-    attribute->ensureStackCapacity(3);
+    attribute->ensureStackCapacity(2);
     attribute->shiftTables(CodeOffsets(map, length), true);
     attribute->addStackMapFrames(generator.getJumpTargets(), 0,
                                  VerificationType(VERIFICATION_TOP, -1), -1);
@@ -78,23 +77,34 @@ bool mayDefineLoader(const Utf8View& className) {
            !className.startsWith("sun/");
 }
 
-bool patchLoaderDelegation(ClassFile* classFile) {
-    if (!mayDefineLoader(classFile->getSignature())) {
-        return false;
+bool declaresLoadClass(ClassFile* classFile) {
+    for (int i = 0; i < classFile->getMethods().getSize(); i++) {
+        if (isLoadClass(classFile->getMethods()[i])) {
+            return true;
+        }
     }
-    bool changed = false;
+    return false;
+}
+
+Delegation patchLoaderDelegation(ClassFile* classFile) {
+    // An interface's method never is the one that runs in a loader: ClassLoader has its own.
+    if (!mayDefineLoader(classFile->getSignature()) ||
+        (classFile->getAccessFlags() & ACC_INTERFACE) != 0) {
+        return Delegation::NONE;
+    }
+    Delegation result = Delegation::NONE;
     const int count = classFile->getMethods().getSize();
     for (int i = 0; i < count; i++) {
         MethodInfo* const method = classFile->getMethods()[i];
         if (!isLoadClass(method)) {
             continue;
         }
-        if (prependDelegation(classFile, method)) {
-            changed = true;
-        } else if (method->getCodeAttribute() != nullptr) {
+        if (!prependDelegation(classFile, method)) {
             Logger::message(ZString("warning: cannot make class loader find the agent: ") +
                             classFile->getSignature().toString());
+            return Delegation::IMPOSSIBLE;
         }
+        result = Delegation::PATCHED;
     }
-    return changed;
+    return result;
 }

@@ -45,6 +45,19 @@ const NativeRow MODERN_NATIVE_CLASSES[] = {
     {EQUALS, "jdk/internal/util/SystemProps$Raw", "used while the JVM starts"},
 };
 
+// Libraries that bind every native method which reflection shows, by its plain name, instead of
+// leaving it to the JVM: they would look for the renamed ones too. A class that uses them names
+// something of theirs.
+const char* const NATIVE_BINDERS[] = {"com/sun/jna/", "org/bridj/"};
+
+// Often above classes with natives, and not serializable.
+const char* const NEVER_SERIALIZABLE[] = {
+    "java/lang/Object",        "java/lang/Thread",    "java/lang/ClassLoader",
+    "java/lang/Runnable",      "java/lang/Iterable",  "java/lang/Comparable",
+    "java/lang/AutoCloseable", "java/lang/Cloneable", "java/util/concurrent/Callable",
+    "java/util/Iterator",      "java/io/Closeable",
+};
+
 // The JIT replaces it, and the JVM complains about a method that has lost or wrongly kept it.
 const char INTRINSIC_ANNOTATION[] = "Ljdk/internal/vm/annotation/IntrinsicCandidate;";
 
@@ -64,15 +77,6 @@ void logSkippedNative(MethodInfo* method, InstrumentationCounts* counts) {
         counts->leftNatives++;
     }
     Logger::message(ZString("-n ") + method->getName().toString(), nullptr);
-}
-
-void logSkippedNatives(ClassFile* classFile, InstrumentationCounts* counts) {
-    for (int i = 0; i < classFile->getMethods().getSize(); i++) {
-        MethodInfo* const method = classFile->getMethods()[i];
-        if (method->isNative()) {
-            logSkippedNative(method, counts);
-        }
-    }
 }
 
 // Names the rest of a descriptor from the character that is no type.
@@ -145,22 +149,90 @@ int nativeFlags(const MethodInfo* method) {
            ACC_PRIVATE | ACC_SYNTHETIC;
 }
 
-// Whether serialization computes the version of the class from its methods, in which the native
-// flag of every method but the private ones counts: streams between JVMs with and without the agent
-// would no longer fit. The class says so by itself only where it implements the interface directly.
-bool hasDefaultSerialVersion(ClassFile* classFile) {
-    if (!classFile->hasDirectInterface("java/io/Serializable") &&
-        !classFile->hasDirectInterface("java/io/Externalizable")) {
+// Whether the class uses a library that looks for natives by reflection.
+bool namesBinder(ClassFile* classFile) {
+    const ConstantPool& pool = classFile->getConstantPool();
+    for (int i = 1; i < pool.getSize(); i++) {
+        const ConstantPool::Content entry = pool.getContent(i);
+        if (entry.tag != CONSTANT_UTF8) {
+            continue;
+        }
+        for (const char* const binder : NATIVE_BINDERS) {
+            if (entry.text.contains(binder)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+bool isNeverSerializable(const Utf8View& name, const NativeSelection& selection) {
+    for (const char* const known : NEVER_SERIALIZABLE) {
+        if (name == known) {
+            return true;
+        }
+    }
+    return selection.isNeverSerializable(name);
+}
+
+// Of those of the JDK that have natives which are not private, the ones that are serializable name
+// the interface or have a version of their own.
+bool isOfJdk(const Utf8View& className) {
+    return className.startsWith("java/") || className.startsWith("javax/") ||
+           className.startsWith("jdk/") || className.startsWith("sun/") ||
+           className.startsWith("com/sun/");
+}
+
+bool maySerialize(ClassFile* classFile, const NativeSelection& selection) {
+    if (classFile->hasDirectInterface("java/io/Serializable") ||
+        classFile->hasDirectInterface("java/io/Externalizable")) {
+        return true;
+    }
+    if (isOfJdk(classFile->getSignature())) {
         return false;
     }
+    if (!isNeverSerializable(classFile->getSuperClassSignature(), selection)) {
+        return true;
+    }
+    const ConstantPool& pool = classFile->getConstantPool();
+    for (int i = 0; i < classFile->getInterfaceCount(); i++) {
+        if (!isNeverSerializable(pool.getClassName(classFile->getInterface(i)), selection)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Whether serialization may compute the version of the class from its methods, in which the native
+// flag of every method but the private ones counts: streams between JVMs with and without the agent
+// would no longer fit.
+bool mayHaveDefaultSerialVersion(ClassFile* classFile, const NativeSelection& selection) {
     ArenaVector<FieldInfo*>& fields = classFile->getFields();
     for (int i = 0; i < fields.getSize(); i++) {
         if (classFile->getConstantPool().getUtf8(fields[i]->getNameIndex()) == "serialVersionUID") {
             return false;
         }
     }
-    return true;
+    return maySerialize(classFile, selection);
 }
+
+// What the bytes of the class tell, and the classes above it.
+class Rules {
+public:
+    Rules(ClassFile* classFile, const NativeSelection& selection)
+        : left(reasonToLeaveNatives(classFile->getSignature()) != nullptr ||
+               namesBinder(classFile)),
+          onlyPrivate(!left && mayHaveDefaultSerialVersion(classFile, selection)) {}
+    bool admit(MethodInfo* method, const char* prefix) const {
+        return !left && (!onlyPrivate || method->isPrivate()) &&
+               method->getName() != "registerNatives" && !method->getName().startsWith(prefix) &&
+               !method->hasAnnotation(INTRINSIC_ANNOTATION);
+    }
+
+private:
+    const bool left;
+    const bool onlyPrivate;
+};
 
 void instrumentNativeMethod(ClassFile* classFile, MethodInfo* method, const char* prefix) {
     Logger::assertNotNULL(method, VDK_HERE);
@@ -195,7 +267,8 @@ const char* reasonToLeaveNatives(const Utf8View& className) {
     return reason != nullptr ? reason : reasonIn(MODERN_NATIVE_CLASSES, className);
 }
 
-bool wrapNativeMethods(ClassFile* classFile, const char* prefix, InstrumentationCounts* counts) {
+bool wrapNativeMethods(ClassFile* classFile, const char* prefix, const NativeSelection& selection,
+                       InstrumentationCounts* counts) {
     const int count = classFile->getMethods().getSize();
     bool anyNative = false;
     for (int i = 0; i < count && !anyNative; i++) {
@@ -204,11 +277,7 @@ bool wrapNativeMethods(ClassFile* classFile, const char* prefix, Instrumentation
     if (!anyNative) {
         return false;
     }
-    if (reasonToLeaveNatives(classFile->getSignature()) != nullptr) {
-        logSkippedNatives(classFile, counts);
-        return false;
-    }
-    const bool keepsFlags = hasDefaultSerialVersion(classFile);
+    const Rules rules(classFile, selection);
     bool changed = false;
     for (int i = 0; i < count; i++) {
         MethodInfo* const method = classFile->getMethods()[i];
@@ -216,8 +285,9 @@ bool wrapNativeMethods(ClassFile* classFile, const char* prefix, Instrumentation
         if (!method->isNative()) {
             continue;
         }
-        if (method->getName() == "registerNatives" || method->hasAnnotation(INTRINSIC_ANNOTATION) ||
-            method->getName().startsWith(prefix) || (keepsFlags && !method->isPrivate())) {
+        const bool wanted =
+            selection.isRedefinition() ? selection.wasWrapped(method) : rules.admit(method, prefix);
+        if (!wanted) {
             logSkippedNative(method, counts);
             continue;
         }

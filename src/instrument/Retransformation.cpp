@@ -11,6 +11,7 @@
 #include "db/DB.h"
 #include "instrument/Instrumentation.h"
 #include "instrument/LoaderDelegation.h"
+#include "instrument/LoaderReach.h"
 #include "probes/Filter.h"
 
 namespace {
@@ -19,45 +20,60 @@ constexpr long WAITING_TAG = 1;
 
 // The dotted name of a class; empty for arrays and when the JVM does not tell.
 ZString dottedNameOf(jclass type) {
-    JvmtiMemory<char> signature;
-    if (ourJVMTI->GetClassSignature(type, signature.receive(), nullptr) != JVMTI_ERROR_NONE ||
-        signature.get() == nullptr || signature.get()[0] != 'L') {
-        return "";
-    }
-    ZString name(signature.get() + 1, static_cast<int>(strlen(signature.get())) - 2);
+    ZString name = internalNameOf(type);
     name.replaceAll('/', '.');
     return name;
 }
 
-// Not an interface, nor a class whose static initialiser failed: that one runs no method, and would
-// fail the batch that it is in.
+// Not a class whose static initialiser failed: that one runs no method, and would fail the batch
+// that it is in.
 bool isModifiable(jclass type) {
     jboolean modifiable = JNI_FALSE;
-    jboolean isInterface = JNI_FALSE;
     jint status = 0;
     return ourJVMTI->GetClassStatus(type, &status) == JVMTI_ERROR_NONE &&
            (status & JVMTI_CLASS_STATUS_ERROR) == 0 &&
            ourJVMTI->IsModifiableClass(type, &modifiable) == JVMTI_ERROR_NONE &&
-           modifiable == JNI_TRUE &&
-           ourJVMTI->IsInterface(type, &isInterface) == JVMTI_ERROR_NONE &&
-           isInterface == JNI_FALSE;
+           modifiable == JNI_TRUE;
 }
 
-// A class that the hook would rewrite.
-bool mayRewrite(jclass type) {
+// An interface all of whose methods are abstract. One that is not linked does not tell.
+bool hasNoBodies(jclass type) {
+    jboolean isInterface = JNI_FALSE;
+    jint count = 0;
+    JvmtiMemory<jmethodID> methods;
+    if (ourJVMTI->IsInterface(type, &isInterface) != JVMTI_ERROR_NONE || isInterface == JNI_FALSE ||
+        ourJVMTI->GetClassMethods(type, &count, methods.receive()) != JVMTI_ERROR_NONE) {
+        return false;
+    }
+    for (jint i = 0; i < count; i++) {
+        jint modifiers = 0;
+        if (ourJVMTI->GetMethodModifiers(methods.get()[i], &modifiers) != JVMTI_ERROR_NONE ||
+            (modifiers & ACC_ABSTRACT) == 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The JVM hands every redefined subclass of its event class to the flight recorder, which starts
+// parts of it, or prints an error where a small image lacks it. Null where there is no such class.
+jclass findEventClass(JNIEnv* env) {
+    jclass type = env->FindClass("jdk/internal/event/Event");
+    if (type == nullptr) {
+        env->ExceptionClear();
+    }
+    return type;
+}
+
+// A class that the hook would rewrite. eventClass may be null.
+bool mayRewrite(JNIEnv* env, jclass type, jclass eventClass) {
     const ZString name = dottedNameOf(type);
-    if (name.isEmpty() ||
+    if (name.isEmpty() || name.startsWith("jdk.internal.event.") ||
         (name.startsWith("com.vandrik.") && !name.startsWith("com.vandrik.runtime.Calibration"))) {
         return false;
     }
-    return isModifiable(type);
-}
-
-// A class loader that is not the JDK's own.
-bool isForeignLoader(jclass type) {
-    ZString name = dottedNameOf(type);
-    name.replaceAll('.', '/');
-    return mayDefineLoader(Utf8View(name.c_str(), name.getLength())) && mayRewrite(type);
+    return isModifiable(type) && !hasNoBodies(type) &&
+           (eventClass == nullptr || env->IsAssignableFrom(type, eventClass) == JNI_FALSE);
 }
 
 // Calls visit(class) for every loaded class and releases the references for which it gives false.
@@ -84,6 +100,8 @@ int retransform(jclass* classes, int count) {
         return count;
     }
     if (count == 1) {
+        LockHolder lock(ourLock);
+        distrustLoaderClass(internalNameOf(classes[0]));
         Logger::message(ZString("Retransforming failed: ") + dottedNameOf(classes[0]) + ": " +
                         longToString(error));
         return 0;
@@ -143,7 +161,7 @@ jbyteArray retransformClassImpl(JNIEnv* env, jstring className, jbyteArray class
         LockHolder lock(ourLock);
         // A loaded class can't gain methods.
         classFileLoadHookHandlerImpl(name, length, bytes.data(), &rewritten.length, &rewritten.data,
-                                     false);
+                                     nullptr);
     }
     if (rewritten.data == nullptr) {
         return nullptr;
@@ -162,15 +180,18 @@ void retransformPrimordialClasses(JNIEnv* env) {
     if ((ourCapabilities & (CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS)) == 0) {
         return;
     }
+    jclass eventClass = findEventClass(env);
     ZVector<jclass> classes(512);
     eachLoadedClass(env, [&](jclass type) {
-        const bool wanted = mayRewrite(type);
+        const bool wanted = mayRewrite(env, type, eventClass);
         if (wanted) {
             classes.push(type);
         }
         return wanted;
     });
     const int done = retransform(classes);
+    trustEarlierLoaders();
+    env->DeleteLocalRef(eventClass);
     Logger::message(ZString("Classes loaded before the hook: ") + longToString(classes.getSize()) +
                     ", retransformed: " + longToString(done));
     release(env, classes);
@@ -180,27 +201,37 @@ void tagClassesLoadedBeforeAttach(JNIEnv* env) {
     if (ourJVMTI2 == nullptr) {
         return;
     }
-    eachLoadedClass(env, [](jclass type) {
-        if (mayRewrite(type)) {
+    jclass eventClass = findEventClass(env);
+    eachLoadedClass(env, [&](jclass type) {
+        if (mayRewrite(env, type, eventClass)) {
             CHECK_JVMTI(ourJVMTI2->SetTag(type, WAITING_TAG));
         }
         return false;
     });
+    env->DeleteLocalRef(eventClass);
 }
 
 void retransformLoadersLoadedBeforeAttach(JNIEnv* env) {
     jclass loaderClass = findClass(env, "java/lang/ClassLoader");
     ZVector<jclass> classes(16);
     eachLoadedClass(env, [&](jclass type) {
-        const bool wanted = env->IsAssignableFrom(type, loaderClass) && isForeignLoader(type);
-        if (wanted) {
-            classes.push(type);
+        const ZString name = internalNameOf(type);
+        if (!env->IsAssignableFrom(type, loaderClass) ||
+            !mayDefineLoader(Utf8View(name.c_str(), name.getLength()))) {
+            return false;
         }
-        return wanted;
+        if (!isModifiable(type)) {
+            LockHolder lock(ourLock);
+            distrustLoaderClass(name);
+            return false;
+        }
+        classes.push(type);
+        return true;
     });
     env->DeleteLocalRef(loaderClass);
     retransform(classes);
     release(env, classes);
+    trustEarlierLoaders();
 }
 
 void retransformClassesLoadedBeforeAgentWasAttached(JNIEnv* env, ClassNameFilter* filter) {

@@ -2,13 +2,12 @@
 
 #include "classfile/OpCodes.h"
 #include "instrument/BranchWidening.h"
+#include "instrument/StackDepths.h"
 
 namespace {
 
 const char CALLBACK_CLASS[] = "com/vandrik/runtime/Callback";
 
-// Stack slots that the inserted calls need beside our own dups, and the most that are added.
-constexpr int CALL_STACK = 4;
 // Local variables of all frames of a method together, above which its frames stay as they are.
 constexpr long MOST_FRAME_VARIABLES = 1 << 22;
 
@@ -79,7 +78,8 @@ TracingInstrumentation::TracingInstrumentation(ClassFile* owner, MethodIds* meth
 
 bool TracingInstrumentation::run(bool allocations, bool tracing) {
     const Utf8View className = classFile->getSignature();
-    const bool classLeftOut = reasonToLeaveClass(className) != nullptr;
+    const bool classLeftOut =
+        reasonToLeaveClass(className, classFile->getSuperClassSignature()) != nullptr;
     const bool withAllocations = allocations && !isTranslet(classFile);
     bool any = false;
     const int methodCount = classFile->getMethods().getSize();
@@ -112,20 +112,16 @@ MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo*
                                                        bool allocations, bool tracing) {
     CodeAttribute* const attribute = method->getCodeAttribute();
     if (attribute->findOpaqueAttribute() != nullptr) {
-        return METHOD_OUTCOME_OPAQUE_ATTRIBUTE;
-    }
-    if (attribute->getMaxLocals() >= CodeAttribute::MAX_LIMIT) {
-        methodNotInstrumented(method);
-        return METHOD_OUTCOME_LIMITS;
+        return methodNotInstrumented(method, METHOD_OUTCOME_OPAQUE_ATTRIBUTE);
     }
     scratch.reset();
     Scan scan = scanMethod(attribute);
     const bool hasAllocations = allocations && scan.traits.createsObjects;
-    const bool mayRecord = hasAllocations && framesFitMemory(attribute);
+    const bool mayRecord = hasAllocations && framesFitMemory(attribute) &&
+                           attribute->getMaxLocals() < CodeAttribute::MAX_LIMIT;
     if (mayRecord && attribute->getMaxLocals() < argumentSlots(method)) {
         // The JVM refuses it, and would no longer with a local more.
-        methodNotInstrumented(method);
-        return METHOD_OUTCOME_LIMITS;
+        return methodNotInstrumented(method, METHOD_OUTCOME_LIMITS);
     }
     MethodOutcome failure = METHOD_OUTCOME_TOO_LONG;
     // With all calls first, then with entry and exit alone.
@@ -152,8 +148,7 @@ MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo*
                   : result.length < 0     ? METHOD_OUTCOME_LIMITS
                                           : METHOD_OUTCOME_NEVER_COMPILED;
     }
-    methodNotInstrumented(method);
-    return failure;
+    return methodNotInstrumented(method, failure);
 }
 
 TracingInstrumentation::Scan TracingInstrumentation::scanMethod(const CodeAttribute* attribute) {
@@ -206,12 +201,14 @@ TracingInstrumentation::instrumentForTracingAndAllocationImpl(int methodId, Meth
     const bool branchesReach = rewrite.updateOffsets(prefix, hasSwitch, overflows);
     const int newLength = prefix + rewrite.getNewLength();
     Attempt result = {false, branchesReach, newLength};
-    if (attribute->getMaxStack() + CALL_STACK + sites.getExtraStack() > CodeAttribute::MAX_LIMIT) {
-        result.length = -1;
-        return result;
-    }
     const bool growsHuge = newLength > HUGE_METHOD_LIMIT && length <= HUGE_METHOD_LIMIT;
     if (newLength > 0xffff || !branchesReach || growsHuge) {
+        return result;
+    }
+    StackDepths depths(classFile, attribute, effects);
+    const int stack = stackNeeded(rewrite, attribute->getMaxStack(), sites.getExtraStack(), depths);
+    if (stack > CodeAttribute::MAX_LIMIT && stack > attribute->getMaxStack()) {
+        result.length = -1;
         return result;
     }
     unsigned char* const newCode =
@@ -221,6 +218,7 @@ TracingInstrumentation::instrumentForTracingAndAllocationImpl(int methodId, Meth
     } else {
         insertAllocOnlyEntryCode(newCode, 0, variable);
     }
+    attribute->ensureStackCapacity(stack);
     commit(rewrite, attribute, &sites, newCode, newLength, prefix, variable);
     reportSkipped(method, sites.getSkipped());
     result.fits = true;
@@ -233,7 +231,6 @@ void TracingInstrumentation::commit(CodeRewrite& rewrite, CodeAttribute* attribu
                                     int prefix, int variable) {
     sites->patchFrames();
     attribute->adoptCode(newCode, newLength);
-    attribute->incMaxStackCount(CALL_STACK + sites->getExtraStack());
     attribute->shiftTables(rewrite.getOffsets(), prefix > 0);
     if (variable >= 0) {
         const int slot =
@@ -243,13 +240,20 @@ void TracingInstrumentation::commit(CodeRewrite& rewrite, CodeAttribute* attribu
     attribute->applyAddedVariables(0);
 }
 
-void TracingInstrumentation::methodNotInstrumented(MethodInfo* method) const {
-    ZString text("warning: cannot instrument method because resulting bytecode is too long: ");
+// Logs why a method carries no calls, and gives the reason back.
+MethodOutcome TracingInstrumentation::methodNotInstrumented(MethodInfo* method,
+                                                            MethodOutcome outcome) const {
+    ZString text("warning: cannot instrument method because ");
+    text.append(outcome == METHOD_OUTCOME_OPAQUE_ATTRIBUTE ? "its code has an unknown attribute: "
+                : outcome == METHOD_OUTCOME_LIMITS ? "its stack or locals are at their limit: "
+                : outcome == METHOD_OUTCOME_NEVER_COMPILED ? "the JVM would no longer compile it: "
+                                                           : "resulting bytecode is too long: ");
     text.append(classFile->getSignature().toString());
     text.append(".");
     text.append(method->getName().toString());
     text.append(method->getDescriptor().toString());
     Logger::message(text, nullptr);
+    return outcome;
 }
 
 void TracingInstrumentation::reportSkipped(MethodInfo* method, int skipped) {

@@ -52,7 +52,7 @@ private:
                                                   ZSet<int>* overflows);
     void commit(CodeRewrite& rewrite, CodeAttribute* attribute, AllocationSites* sites,
                 unsigned char* newCode, int newLength, int prefix, int variable);
-    void methodNotInstrumented(MethodInfo* method) const;
+    MethodOutcome methodNotInstrumented(MethodInfo* method, MethodOutcome outcome) const;
     void reportSkipped(MethodInfo* method, int skipped);
 
     ClassFile* classFile;

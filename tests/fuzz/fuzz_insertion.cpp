@@ -26,8 +26,8 @@ void rewrite(const unsigned char* bytes, int length, ZVector<unsigned char>& out
         return;
     }
     CountingIds ids;
-    bool changed = wrapNativeMethods(&classFile, "$$VDK$$", nullptr);
-    changed = patchLoaderDelegation(&classFile) || changed;
+    bool changed = wrapNativeMethods(&classFile, "$$VDK$$", NativeSelection(), nullptr);
+    changed = patchLoaderDelegation(&classFile) == Delegation::PATCHED || changed;
     changed =
         instrumentForTracingAndAllocation(&classFile, true, true, &ids, false, nullptr) || changed;
     DataOutput out(output);

@@ -4,7 +4,7 @@ std::string rewriteClass(const void* bytes, int length, bool allocations, bool t
                          MethodIds* ids, InstrumentationCounts* counts) {
     DataInput input(static_cast<const unsigned char*>(bytes), length);
     ClassFile classFile(input);
-    if (classFile.isInvalid() || (classFile.getAccessFlags() & (ACC_INTERFACE | ACC_MODULE)) != 0 ||
+    if (classFile.isInvalid() || (classFile.getAccessFlags() & ACC_MODULE) != 0 ||
         !instrumentForTracingAndAllocation(&classFile, allocations, tracing, ids, false, counts)) {
         return "";
     }

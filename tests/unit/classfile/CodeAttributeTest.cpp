@@ -432,16 +432,18 @@ TEST_F(CodeAttributeTest, tablesThatTheJvmRefusesAreInternalErrors) {
 
 TEST_F(CodeAttributeTest, unknownCodeAttributesAreTold) {
     B builder(52);
-    builder.addMethod(9, "m", "()V", 0, 0, B::code({177}), {}, {{"CharacterRangeTable", B::u2(0)}});
+    builder.addMethod(9, "m", "()V", 0, 0, B::code({177}), {}, {{"Elsewhere", B::u2(0)}});
     Parsed parsed(builder.build());
     ASSERT_NE(parsed.code("m")->findOpaqueAttribute(), nullptr);
     EXPECT_EQ(Parsed(branching(52)).code("m")->findOpaqueAttribute(), nullptr);
     // One that no JVM with agents reads does not keep calls out; its positions go.
-    B old(48);
-    old.addMethod(9, "m", "()V", 0, 0, B::code({0, 177}), {}, {{"StackMap", B::u2(0)}});
-    Parsed small(old.build());
-    EXPECT_EQ(small.code("m")->findOpaqueAttribute(), nullptr);
-    const int map[] = {4, 5, 6};
-    small.code("m")->shiftTables(CodeOffsets(map, 2));
-    EXPECT_TRUE(small.write().method("m")->codeAttributes.empty());
+    for (const char* const name : {"StackMap", "CharacterRangeTable"}) {
+        B old(48);
+        old.addMethod(9, "m", "()V", 0, 0, B::code({0, 177}), {}, {{name, B::u2(0)}});
+        Parsed small(old.build());
+        EXPECT_EQ(small.code("m")->findOpaqueAttribute(), nullptr);
+        const int map[] = {4, 5, 6};
+        small.code("m")->shiftTables(CodeOffsets(map, 2));
+        EXPECT_TRUE(small.write().method("m")->codeAttributes.empty());
+    }
 }

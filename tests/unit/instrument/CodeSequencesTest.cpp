@@ -166,14 +166,39 @@ TEST_F(CodeSequences, tablesFollowTheCode) {
                         false, true);
     const ReferenceMethod& m = rewritten.method("m");
     ASSERT_EQ(m.code.size(), 22u);
-    EXPECT_EQ(m.codeAttributes[0].second, B::u2(2) + B::u2(9) + B::u2(1) + B::u2(12) + B::u2(2));
-    // A parameter stays visible from 0 to the end, another variable moves.
+    EXPECT_EQ(m.codeAttributes[0].second, B::u2(2) + B::u2(0) + B::u2(1) + B::u2(12) + B::u2(2));
+    // The first line and a parameter stay visible from 0 on, another variable moves.
     EXPECT_EQ(m.codeAttributes[1].second.substr(2, 4), B::u2(0) + B::u2(22));
     EXPECT_EQ(m.codeAttributes[1].second.substr(12, 4), B::u2(10) + B::u2(2));
     EXPECT_EQ(m.handlers[0].start, 9);
     EXPECT_EQ(m.handlers[0].end, 12);
     EXPECT_EQ(m.handlers[0].handler, 12);
-    EXPECT_EQ(m.maxStack, 8);
+    EXPECT_EQ(m.maxStack, 6);
+}
+
+TEST_F(CodeSequences, asksForNoMoreStackThanTheCallsNeed) {
+    const struct {
+        std::string code;
+        int version;
+        int declared;
+        int needed;
+    } rows[] = {
+        {B::code({0, 0, 177}), 52, 0, 2},               // an entry call
+        {B::code({0, 3, 172}), 52, 1, 3},               // the result and an exit call
+        {B::code({3, 3, 172}), 52, 2, 4},               // something left below the result
+        {B::code({3, 3, 3, 87, 87, 172}), 52, 3, 3},    // room enough
+        {B::code({3, 3, 3, 87, 87, 172}), 50, 3, 5},    // frames that may not be true
+        {B::code({4, 188, 10, 87, 177}), 52, 1, 3},     // the array, its copy and the variable
+        {B::code({167, 0, 3, 0, 177}), 52, 1, 3},       // no frame behind a jump
+        {B::code({3, 3, 3, 87, 87, 0, 172}), 52, 9, 9}, // more than it uses itself
+    };
+    for (const auto& row : rows) {
+        B builder(row.version);
+        builder.addMethod(9, "m", row.code.back() == '\xac' ? "()I" : "()V", row.declared, 1,
+                          row.code);
+        Rewritten rewritten(builder.build(), true, true);
+        EXPECT_EQ(rewritten.method("m").maxStack, row.needed) << &row - rows;
+    }
 }
 
 TEST_F(CodeSequences, throwingMethodHasAnEntryCallAlone) {
@@ -188,19 +213,31 @@ TEST_F(CodeSequences, methodWithoutAllocationsIsUntouchedWithoutTracing) {
 }
 
 TEST_F(CodeSequences, opaqueCodeAttributeLeavesTheMethodAlone) {
-    Rewritten rewritten(oneMethod(B::code({0, 0, 177}), 49, "()V", {{"CharacterRangeTable", "ab"}}),
-                        true, true);
+    Rewritten rewritten(oneMethod(B::code({0, 0, 177}), 49, "()V", {{"Elsewhere", "ab"}}), true,
+                        true);
     EXPECT_TRUE(rewritten.holds(METHOD_OUTCOME_OPAQUE_ATTRIBUTE));
     EXPECT_TRUE(rewritten.result.empty());
 }
 
 TEST_F(CodeSequences, limitsThatWouldBeLoweredLeaveTheMethodAlone) {
-    for (int locals = 0; locals < 2; locals++) {
+    const struct {
+        int stack;
+        int locals;
+        std::string code;
+        MethodOutcome outcome;
+    } rows[] = {
+        {32766, 1, B::code({0, 0, 177}), METHOD_OUTCOME_LIMITS},
+        {32765, 1, B::code({0, 0, 177}), METHOD_OUTCOME_INSTRUMENTED},
+        // Entry and exit calls take no local.
+        {1, 65535, B::code({0, 0, 177}), METHOD_OUTCOME_INSTRUMENTED},
+        {1, 32767, B::code({4, 188, 10, 87, 177}), METHOD_OUTCOME_WITHOUT_ALLOCATIONS},
+        {1, 32766, B::code({4, 188, 10, 87, 177}), METHOD_OUTCOME_INSTRUMENTED},
+    };
+    for (const auto& row : rows) {
         B builder(49);
-        builder.addMethod(9, "m", "()V", locals == 0 ? 32764 : 1, locals == 0 ? 1 : 32767,
-                          B::code({0, 0, 177}));
+        builder.addMethod(9, "m", "()V", row.stack, row.locals, row.code);
         Rewritten rewritten(builder.build(), true, true);
-        EXPECT_TRUE(rewritten.holds(METHOD_OUTCOME_LIMITS)) << locals;
+        EXPECT_TRUE(rewritten.holds(row.outcome)) << &row - rows;
     }
 }
 

@@ -31,7 +31,10 @@ std::string apply(const std::string& bytes, Pass pass, bool* changed) {
 
 std::string wrap(const std::string& bytes, bool* changed) {
     return apply(
-        bytes, [](ClassFile* classFile) { return wrapNativeMethods(classFile, PREFIX, nullptr); },
+        bytes,
+        [](ClassFile* classFile) {
+            return wrapNativeMethods(classFile, PREFIX, NativeSelection(), nullptr);
+        },
         changed);
 }
 
@@ -171,21 +174,28 @@ TEST_F(NativeWrapping, registerNativesAndIntrinsicsStayNative) {
 }
 
 TEST_F(NativeWrapping, computedSerialVersionsKeepTheirNatives) {
+    const char* const object = "java/lang/Object";
     const struct {
+        const char* super;
         const char* interface;
         const char* field;
         int methodFlags;
         bool wrapped;
     } rows[] = {
-        {"java/io/Serializable", nullptr, 0x101, false},
-        {"java/io/Externalizable", nullptr, 0x101, false},
-        {"java/io/Serializable", "serialVersionUID", 0x101, true},
-        {"java/io/Serializable", "other", 0x101, false},
-        {"java/io/Serializable", nullptr, 0x102, true}, // private: not counted
-        {"java/io/Closeable", nullptr, 0x101, true},
+        {object, "java/io/Serializable", nullptr, 0x101, false},
+        {object, "java/io/Externalizable", nullptr, 0x101, false},
+        {object, "java/io/Serializable", "serialVersionUID", 0x101, true},
+        {object, "java/io/Serializable", "other", 0x101, false},
+        {object, "java/io/Serializable", nullptr, 0x102, true}, // private: not counted
+        {object, "java/io/Closeable", nullptr, 0x101, true},
+        {object, "p/Unknown", nullptr, 0x101, false},
+        {"p/Unknown", "java/io/Closeable", nullptr, 0x101, false},
+        {"p/Unknown", "java/io/Closeable", nullptr, 0x102, true},
+        {"p/Unknown", "java/io/Closeable", "serialVersionUID", 0x101, true},
+        {"java/lang/Thread", "java/lang/Runnable", nullptr, 0x101, true},
     };
     for (const auto& row : rows) {
-        B builder(52);
+        B builder(52, "odd/Some", row.super);
         builder.addInterface(row.interface);
         if (row.field != nullptr) {
             builder.addField(0x1a, row.field, "J");
@@ -193,8 +203,41 @@ TEST_F(NativeWrapping, computedSerialVersionsKeepTheirNatives) {
         builder.addMethod(row.methodFlags, "m", "()V");
         bool changed;
         wrap(builder.build(), &changed);
-        EXPECT_EQ(changed, row.wrapped) << row.interface << " " << row.methodFlags;
+        EXPECT_EQ(changed, row.wrapped) << &row - rows;
     }
+}
+
+TEST_F(NativeWrapping, classesOfLibrariesThatLookForNativesKeepThem) {
+    for (const char* const name : {"com/sun/jna/Native", "org/bridj/BridJ"}) {
+        B builder(52);
+        builder.classRef(name);
+        builder.addMethod(0x10a, "m", "()V");
+        bool changed;
+        wrap(builder.build(), &changed);
+        EXPECT_FALSE(changed) << name;
+    }
+}
+
+TEST_F(NativeWrapping, aRedefinitionWrapsWhatWasWrapped) {
+    struct Loaded : NativeSelection {
+        bool isRedefinition() const override { return true; }
+        bool wasWrapped(const MethodInfo* method) const override {
+            return method->getName() == "was";
+        }
+    };
+    B builder(52, "odd/Some", "p/Unknown");
+    builder.addMethod(0x101, "was", "()V");
+    builder.addMethod(0x102, "wasNot", "()V");
+    bool changed;
+    const std::string bytes = apply(
+        builder.build(),
+        [](ClassFile* classFile) {
+            return wrapNativeMethods(classFile, PREFIX, Loaded(), nullptr);
+        },
+        &changed);
+    const ReferenceClass result(bytes.data(), bytes.size());
+    ASSERT_EQ(result.methods.size(), 3u);
+    EXPECT_EQ(result.methods[2].name, "$$VDK$$was");
 }
 
 TEST_F(NativeWrapping, classWithoutNativesIsLeftAlone) {
@@ -232,19 +275,23 @@ TEST_F(NativeWrapping, callbackBodiesAreSwitchedOneByOne) {
     EXPECT_THROW(patchCallbackToEnableTracing(input, traced), VDKRuntimeException);
 }
 
-TEST_F(NativeWrapping, loadersAskTheBootLoaderForTheAgent) {
+bool delegates(ClassFile* classFile) {
+    return patchLoaderDelegation(classFile) == Delegation::PATCHED;
+}
+
+TEST_F(NativeWrapping, loadersSendNamesOfTheAgentUpwards) {
     B builder(52, "odd/Loader", "java/lang/ClassLoader");
     builder.addMethod(4, "loadClass", "(Ljava/lang/String;Z)Ljava/lang/Class;", 1, 3,
                       B::code({1, 176}));
     builder.addMethod(1, "other", "(Ljava/lang/String;)Ljava/lang/Class;", 1, 2, B::code({1, 176}));
     bool changed;
-    const std::string bytes = apply(builder.build(), patchLoaderDelegation, &changed);
+    const std::string bytes = apply(builder.build(), delegates, &changed);
     ASSERT_TRUE(changed);
     const ReferenceClass result(bytes.data(), bytes.size());
     const ReferenceMethod& m = result.methods[0];
     EXPECT_EQ(m.code.size(), 22u);
     EXPECT_EQ(m.code.substr(20), B::code({1, 176}));
-    EXPECT_EQ(m.maxStack, 3);
+    EXPECT_EQ(m.maxStack, 2);
     const std::vector<ReferenceFrame> frames = result.frames(m);
     ASSERT_EQ(frames.size(), 2u);
     EXPECT_EQ(frames[1].offset, 20);
@@ -253,6 +300,6 @@ TEST_F(NativeWrapping, loadersAskTheBootLoaderForTheAgent) {
     B own(52, "jdk/internal/loader/BuiltinClassLoader", "java/lang/ClassLoader");
     own.addMethod(4, "loadClass", "(Ljava/lang/String;Z)Ljava/lang/Class;", 1, 3,
                   B::code({1, 176}));
-    apply(own.build(), patchLoaderDelegation, &changed);
+    apply(own.build(), delegates, &changed);
     EXPECT_FALSE(changed);
 }

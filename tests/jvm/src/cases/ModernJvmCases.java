@@ -65,7 +65,9 @@ public final class ModernJvmCases {
     static void
     profilesAJvmOfNothingButJavaBase(Target target) throws Exception {
         checkClock(target);
+        String plain = target.plainOutput("stop\n");
         sampleAndSnapshot(target);
+        Check.equal(target.output(), plain, "output");
     }
 
     /** Telemetry is what shows how the heap filled: a full one must not end it. */

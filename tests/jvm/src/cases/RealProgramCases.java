@@ -85,6 +85,14 @@ public final class RealProgramCases {
         staysTheSame(target, JDK + "\nclojure.*", "trial$leaf.invoke");
     }
 
+    /** JNA's part in C is where the system has it; JDKs of others do not look there. */
+    @Case(fixture = Programs.class, args = "programs.DirectMapping", jars = "jna",
+          agent = "handlebadtimes", jvm = "-Djna.boot.library.path=/usr/lib/x86_64-linux-gnu/jni")
+    static void
+    nativesThatALibraryBindsStayTheSame(Target target) throws Exception {
+        staysTheSame(target, JDK + "\ncom.sun.jna.*", "programs.DirectMapping.leaf");
+    }
+
     @Case(fixture = Programs.class, args = "programs.DatabaseRounds", jars = "h2",
           agent = "handlebadtimes", jvm = {"-XX:+UseShenandoahGC", "-Xmx512m"}, attach = false)
     static void

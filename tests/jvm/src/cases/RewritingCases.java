@@ -1,6 +1,7 @@
 package cases;
 
 import fixtures.BroadMix;
+import fixtures.Fragile;
 import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
@@ -65,6 +66,28 @@ public final class RewritingCases {
     static void jniChecksFindNothing(Target target) throws Exception {
         runTraced(target);
         Tracing.checkQuiet(target);
+    }
+
+    private static void staysTheSame(Target target) throws Exception {
+        String plain = target.plainOutput("go\ngo\nstop\n");
+        run(target, 1);
+        Tracing.start(target, "java.*");
+        run(target, 2);
+        Tracing.stop(target);
+        target.finish();
+        Check.equal(target.output(), plain, "output");
+    }
+
+    @Case(fixture = Fragile.class)
+    static void whatInsertedCodeCouldDisturbStaysTheSame(Target target) throws Exception {
+        staysTheSame(target);
+        Check.contains(target.log(), "skipping: its class loader does not find the agent", "log");
+    }
+
+    /** Interpreted, a stack overflows inside inserted calls. */
+    @Case(fixture = Fragile.class, attach = false, jvm = "-Xint")
+    static void staysTheSameInterpreted(Target target) throws Exception {
+        staysTheSame(target);
     }
 
     @Case(fixture = BroadMix.class, attach = false, jvm = "-Xint")

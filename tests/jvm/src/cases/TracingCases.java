@@ -25,6 +25,15 @@ public final class TracingCases {
             {"over", 30L},
     };
 
+    /** The same of other classes of the program: an interface, and one called as byte in short. */
+    private static final Object[][] OTHER_CALLS = {
+            {"fixtures.KnownCalls$Bodies.fixed", 70L},
+            {"fixtures.KnownCalls$Bodies.given", 70L},
+            {"fixtures.KnownCalls$Bodies.inside", 70L},
+            {"fixtures.KnownCalls$Bodies.lambda$inside$0", 70L},
+            {"B.twice", 45L},
+    };
+
     /** The same of methods of the JDK that nothing else in the program calls. */
     private static final Object[][] JDK_CALLS = {
             {"java.lang.StringBuilder.reverse()", 40L},
@@ -52,6 +61,14 @@ public final class TracingCases {
 
     private static void checkCounts(Tables tables, int runs) {
         checkCounts(tables, CLASS, CALLS, runs);
+        checkCounts(tables, "", OTHER_CALLS, runs);
+        long rows = tables.rows.get(Tables.METHOD)
+                            .keySet()
+                            .stream()
+                            .map(tables::methodName)
+                            .filter(n -> n.endsWith(".twice"))
+                            .count();
+        Check.equal(rows, 1L, "rows of B.twice");
     }
 
     private static void checkCounts(Tables tables, String prefix, Object[][] calls, int runs) {

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "core/ground/ZString.h"
+
+#include <jvmti.h>
+
+// Which class loaders find the class that inserted calls name. Those of the JDK do, and those whose
+// loadClass methods were given the agent's beginning (LoaderDelegation.h); what another one
+// defines must stay as it is, or its first call would fail.
+
+enum class LoaderUse { FIRST_LOAD, REDEFINITION };
+
+// The class of this internal name was left without that beginning, so it must not be relied on, nor
+// its subclasses. For any class: only those of loaders are ever asked for. Caller holds ourLock.
+void distrustLoaderClass(const ZString& name);
+
+// From here on the loaders that were there before the hook are patched or distrusted. Until then
+// only the JDK's own are relied on for classes that are being loaded.
+void trustEarlierLoaders();
+
+// Whether classes that this loader defines find the agent; null is the boot loader. Runs no Java
+// code. Caller holds ourLock.
+bool loaderFindsAgent(JNIEnv* env, jobject loader, LoaderUse use);
+
+// The internal name of a class; empty for an array and when the JVM does not tell.
+ZString internalNameOf(jclass type);
