@@ -86,7 +86,7 @@ public final class RewritingCases {
 
     /** Interpreted, a stack overflows inside inserted calls. */
     @Case(fixture = Fragile.class, attach = false, jvm = "-Xint")
-    static void staysTheSameInterpreted(Target target) throws Exception {
+    static void stacksThatOverflowInInsertedCodeTellLines(Target target) throws Exception {
         staysTheSame(target);
     }
 

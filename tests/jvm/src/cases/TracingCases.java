@@ -27,10 +27,10 @@ public final class TracingCases {
 
     /** The same of other classes of the program: an interface, and one called as byte in short. */
     private static final Object[][] OTHER_CALLS = {
-            {"fixtures.KnownCalls$Bodies.fixed", 70L},
-            {"fixtures.KnownCalls$Bodies.given", 70L},
-            {"fixtures.KnownCalls$Bodies.inside", 70L},
-            {"fixtures.KnownCalls$Bodies.lambda$inside$0", 70L},
+            {"fixtures.KnownBodies.fixed", 70L},
+            {"fixtures.KnownBodies.given", 70L},
+            {"fixtures.KnownBodies.inside", 70L},
+            {"fixtures.KnownBodies.lambda$inside$0", 70L},
             {"B.twice", 45L},
     };
 
