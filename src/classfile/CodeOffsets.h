@@ -10,10 +10,15 @@ public:
     CodeOffsets(const int* map, int oldLength) : newPositions(map), count(oldLength) {
         Logger::assertNotNULL(map, VDK_HERE);
     }
-    // Position of the instruction that was at pc.
+    // Where what leads to pc leads now: to the instruction, or to what was put in front of it.
     int at(int pc) const {
         Logger::assertTrue(pc >= 0 && pc < count, VDK_HERE);
         return newPositions[pc];
+    }
+    // Position of the instruction that was at pc; it is not the last byte of a longer one.
+    int instruction(int pc) const {
+        Logger::assertTrue(pc >= 0 && pc < count, VDK_HERE);
+        return newPositions[pc + 1] - 1;
     }
     // Whether pc is a position of the old code or its end.
     bool covers(int pc) const { return pc >= 0 && pc <= count; }

@@ -218,7 +218,7 @@ void shiftUninitializedTypeOffset(ArenaVector<VerificationType>& types,
                                   const CodeOffsets& offsets) {
     for (int i = 0; i < types.getSize(); i++) {
         if (types[i].getTag() == VERIFICATION_UNINITIALIZED) {
-            types[i].setValue(offsets.at(types[i].getValue()));
+            types[i].setValue(offsets.instruction(types[i].getValue()));
         }
     }
 }

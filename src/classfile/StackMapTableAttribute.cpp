@@ -58,7 +58,7 @@ private:
             if (tag == VERIFICATION_OBJECT) {
                 writeShort(input.readUnsignedShort());
             } else if (tag == VERIFICATION_UNINITIALIZED) {
-                writeShort(offsets.at(input.readUnsignedShort()));
+                writeShort(offsets.instruction(input.readUnsignedShort()));
             }
         }
     }

@@ -70,7 +70,8 @@ bool updateAllOffsets(ZSet<int>* longJumps, OffsetTable& table, char* text, cons
         const int oldOffset = isShort ? readCodeShort(code, at) : readCodeInt(code, at);
         const long target = static_cast<long>(instruction) + oldOffset;
         Logger::assertTrue(target >= 0 && target < length, VDK_HERE);
-        const int newOffset = map[target] - map[instruction];
+        // What stands in front of an instruction stands between its map entry and itself.
+        const int newOffset = map[target] - (map[instruction + 1] - 1);
         if (newOffset == oldOffset) {
             continue;
         }
@@ -125,7 +126,8 @@ unsigned char* CodeRewrite::assemble(ClassArena& target, const References& refer
         memcpy(newCode + to, corrected + from, static_cast<size_t>(end - from));
         to += end - from;
         from = end;
-        to += insertCodeBefore(insertion.kind, references.exit, methodId, newCode, to, hasSwitch);
+        const int call = insertion.kind == INSERT_CATCH ? references.caught : references.exit;
+        to += insertCodeBefore(insertion.kind, call, methodId, newCode, to, hasSwitch);
         to += insertCodeAfter(insertion.kind, references.alloc, newCode, to, variable);
     }
     memcpy(newCode + to, corrected + from, static_cast<size_t>(oldLength - from));

@@ -25,6 +25,7 @@ public:
     struct References {
         int entry;
         int exit;
+        int caught; // 0 until a method needs it
         int alloc;
     };
 
@@ -42,7 +43,8 @@ public:
             collectBranchOperands(oldCode, oldLength, position, offsets);
         }
     }
-    // Notes an insertion at the instruction at `position`; gives its number.
+    // Notes an insertion at the instruction at `position`; gives its number. Of those in front of
+    // an instruction only the first byte of it matters: instructionLength is 1.
     int addInsertion(int kind, int position, int instructionLength, bool hasSwitch);
     // Turns the dup of a noted `new` into nops.
     void cancelDup(int insertion);

@@ -89,6 +89,10 @@ int insertExitCode(int exitRef, int methodId, unsigned char* code, int position,
     return writer.finish(EXIT_CODE_LENGTH(hasSwitch));
 }
 
+int insertCatchCode(int catchRef, int methodId, unsigned char* code, int position, bool hasSwitch) {
+    return insertExitCode(catchRef, methodId, code, position, hasSwitch);
+}
+
 int insertNewArrayCode(int allocRef, unsigned char* code, int position, int variable) {
     Logger::assertTrue(allocRef >= 0, VDK_HERE);
     SequenceWriter writer(code, position);
@@ -118,10 +122,15 @@ int insertNewCodeEnd(int allocRef, unsigned char* code, int position, int kind, 
     return writer.finish(ALLOCATION_CALL_LENGTH);
 }
 
-int insertCodeBefore(int kind, int exitRef, int methodId, unsigned char* code, int position,
+int insertCodeBefore(int kind, int callRef, int methodId, unsigned char* code, int position,
                      bool hasSwitch) {
-    if (kind == INSERT_EXIT) {
-        return insertExitCode(exitRef, methodId, code, position, hasSwitch);
+    switch (kind) {
+    case INSERT_EXIT:
+        return insertExitCode(callRef, methodId, code, position, hasSwitch);
+    case INSERT_CATCH:
+        return insertCatchCode(callRef, methodId, code, position, hasSwitch);
+    default:
+        break;
     }
     if (kind < INSERT_NEW_DUP || kind > INSERT_CALL_CANCELLED) {
         failKind("Illegal instruction type: ", kind);
@@ -132,6 +141,7 @@ int insertCodeBefore(int kind, int exitRef, int methodId, unsigned char* code, i
 int insertCodeAfter(int kind, int allocRef, unsigned char* code, int position, int variable) {
     switch (kind) {
     case INSERT_EXIT:
+    case INSERT_CATCH:
         return 0;
     case INSERT_NEW_DUP:
     case INSERT_NEW_CANCELLED:
@@ -154,6 +164,7 @@ int insertCodeAfter(int kind, int allocRef, unsigned char* code, int position, i
 int insertionLength(int kind, bool hasSwitch) {
     switch (kind) {
     case INSERT_EXIT:
+    case INSERT_CATCH:
         return EXIT_CODE_LENGTH(hasSwitch);
     case INSERT_NEW_DUP:
     case INSERT_NEW_CANCELLED:
@@ -166,6 +177,7 @@ int insertionLength(int kind, bool hasSwitch) {
 int insertionStack(int kind) {
     switch (kind) {
     case INSERT_EXIT:
+    case INSERT_CATCH:
     case INSERT_ARRAY_CALL:
     case INSERT_OBJECT_CALL:
         return 2;

@@ -14,7 +14,8 @@ enum InsertionKind : int {
     INSERT_ARRAY_CALL = 4,      // allocation call behind an array creation
     INSERT_OBJECT_CALL = 5,     // allocation call behind a constructor, the program's dup
     INSERT_OBJECT_CALL_OWN = 6, // allocation call behind a constructor, the dup of kind 2
-    INSERT_CALL_CANCELLED = 7   // the same, cancelled after its place was reserved: nops
+    INSERT_CALL_CANCELLED = 7,  // the same, cancelled after its place was reserved: nops
+    INSERT_CATCH = 8            // catch call in front of the first instruction of a handler
 };
 
 constexpr int NEW_DUP_LENGTH = 4;
@@ -36,19 +37,23 @@ int insertEntryCode(int entryRef, int methodId, unsigned char* code, int positio
                     bool hasSwitch);
 int insertAllocOnlyEntryCode(unsigned char* code, int position, int variable);
 int insertExitCode(int exitRef, int methodId, unsigned char* code, int position, bool hasSwitch);
+// Entered with the exception on the stack, which stays there.
+int insertCatchCode(int catchRef, int methodId, unsigned char* code, int position, bool hasSwitch);
 int insertNewArrayCode(int allocRef, unsigned char* code, int position, int variable);
 int insertNewCodeStart(unsigned char* code, int position, int kind);
 int insertNewCodeEnd(int allocRef, unsigned char* code, int position, int kind, int variable);
 
-// What belongs in front of and behind an instruction with an insertion of this kind.
-int insertCodeBefore(int kind, int exitRef, int methodId, unsigned char* code, int position,
+// Whether an insertion of this kind stands in front of its instruction: branches to the instruction
+// arrive at it.
+inline bool isInsertedBefore(int kind) {
+    return kind == INSERT_EXIT || kind == INSERT_CATCH;
+}
+// What belongs in front of and behind an instruction with an insertion of this kind. callRef: the
+// method that the call in front names.
+int insertCodeBefore(int kind, int callRef, int methodId, unsigned char* code, int position,
                      bool hasSwitch);
 int insertCodeAfter(int kind, int allocRef, unsigned char* code, int position, int variable);
 // Bytes that an insertion of this kind adds.
 int insertionLength(int kind, bool hasSwitch);
 // Slots of the operand stack that it takes above what is there, the dup of kind 2 apart.
 int insertionStack(int kind);
-// Whether it stands in front of its instruction.
-inline bool isInsertedBefore(int kind) {
-    return kind == INSERT_EXIT;
-}

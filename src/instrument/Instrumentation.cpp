@@ -458,7 +458,6 @@ void installInstrumentation(const unsigned char* callback, int callbackSize) {
     ourCallbackClass = callback;
     ourCallbackClassSize = callbackSize;
     ourConsumedEvents.classFileLoadHook = class_file_load_hook_handler;
-    ourConsumedEvents.exception = exception_handler;
     ourConsumedEvents.exceptionCatch = exception_catch;
     ourTracingSwitch.redefineCallback = redefineCallback;
     ourTracingSwitch.retransformLoadedClasses = retransformClassesLoadedBeforeAgentWasAttached;

@@ -48,6 +48,7 @@ constexpr int ANNOTATION_COUNT = sizeof(ANNOTATIONS) / sizeof(ANNOTATIONS[0]);
 const char* const OUTCOME_TEXTS[METHOD_OUTCOME_COUNT] = {
     "instrumented",
     "instrumented without allocation calls",
+    "instrumented without calls at handlers",
     "no code",
     "trivial accessor",
     "class left out",

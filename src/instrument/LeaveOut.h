@@ -8,8 +8,8 @@
 // Why a method carries no calls. INSTRUMENTED is the good end.
 enum MethodOutcome : int {
     METHOD_OUTCOME_INSTRUMENTED,
-    METHOD_OUTCOME_WITHOUT_ALLOCATIONS, // entry and exit only: all calls would make it too long, or
-                                        // its frames too large
+    METHOD_OUTCOME_WITHOUT_ALLOCATIONS, // with them it would be too long, or its frames too large
+    METHOD_OUTCOME_WITHOUT_HANDLERS,    // nor calls at its exception handlers, for the same reason
     METHOD_OUTCOME_NO_CODE,             // abstract or native
     METHOD_OUTCOME_TRIVIAL,             // accessor: the call would cost more than it tells
     METHOD_OUTCOME_CLASS_LEFT_OUT,

@@ -19,6 +19,7 @@ struct Patch {
 const Patch TRACING_PATCHES[] = {
     {"vdkMethodEntry", "vdkMethodEntry0", "(SS)V", OPC_ILOAD_0, OPC_RETURN},
     {"vdkMethodExit", "vdkMethodExit0", "(SS)V", OPC_ILOAD_0, OPC_RETURN},
+    {"vdkMethodCatch", "vdkMethodCatch0", "(SS)V", OPC_ILOAD_0, OPC_RETURN},
 };
 const Patch ALLOCATION_PATCHES[] = {
     {"vdkInit", "vdkInit0", "(Ljava/lang/Object;I)I", OPC_ALOAD_0, OPC_IRETURN},

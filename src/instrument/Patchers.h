@@ -5,7 +5,7 @@
 // Changes to the class Callback that switch the inserted calls on. Each takes the class and gives
 // it with other bodies, so they can be chained; input is not empty, output is.
 
-// vdkMethodEntry and vdkMethodExit call their natives.
+// vdkMethodEntry, vdkMethodExit and vdkMethodCatch call their natives.
 void patchCallbackToEnableTracing(ZVector<unsigned char>& input, ZVector<unsigned char>& output);
 // vdkInit calls its native.
 void patchCallbackToEnableAllocations(ZVector<unsigned char>& input,

@@ -35,6 +35,15 @@ bool framesFitMemory(const CodeAttribute* attribute) {
            static_cast<long>(raw->getCount()) * attribute->getMaxLocals() <= MOST_FRAME_VARIABLES;
 }
 
+// Ranges that begin with their own handler begin behind its call now: an error in the call must not
+// lead back to it.
+void cutOwnRanges(CodeAttribute* attribute, const HandlerHeads& handlers, bool hasSwitch) {
+    for (int i = 0; i < handlers.ownRanges().getSize(); i++) {
+        attribute->getExceptionTable()[handlers.ownRanges()[i]].startPc +=
+            insertionLength(INSERT_CATCH, hasSwitch);
+    }
+}
+
 bool isRootClassException(const Utf8View& className, const MethodInfo* method) {
     return className == "java/lang/Object" &&
            (method->getName() == "<clinit>" || method->getName() == "finalize");
@@ -64,15 +73,14 @@ bool shouldSkipInstrumentation(MethodInfo* method) {
 TracingInstrumentation::TracingInstrumentation(ClassFile* owner, MethodIds* methodIds,
                                                bool flagVariants,
                                                InstrumentationCounts* outcomeCounts)
-    : classFile(owner), ids(methodIds), counts(outcomeCounts), references(),
-      effects(owner->getConstantPool()), annotated(owner), longJumps(1) {
-    const int callback =
-        classFile->findOrCreateConstantClass(classFile->findOrCreateUtf8(CALLBACK_CLASS));
-    references.entry = findOrCreateCall(
-        classFile, callback, flagVariants ? "vdkMethodEntryF" : "vdkMethodEntry", "(SS)V");
-    references.exit = findOrCreateCall(classFile, callback,
-                                       flagVariants ? "vdkMethodExitF" : "vdkMethodExit", "(SS)V");
-    references.alloc = findOrCreateCall(classFile, callback, flagVariants ? "vdkInitF" : "vdkInit",
+    : classFile(owner), ids(methodIds), counts(outcomeCounts), flagged(flagVariants),
+      callbackClass(owner->findOrCreateConstantClass(owner->findOrCreateUtf8(CALLBACK_CLASS))),
+      references(), effects(owner->getConstantPool()), annotated(owner), longJumps(1) {
+    references.entry = findOrCreateCall(classFile, callbackClass,
+                                        flagged ? "vdkMethodEntryF" : "vdkMethodEntry", "(SS)V");
+    references.exit = findOrCreateCall(classFile, callbackClass,
+                                       flagged ? "vdkMethodExitF" : "vdkMethodExit", "(SS)V");
+    references.alloc = findOrCreateCall(classFile, callbackClass, flagged ? "vdkInitF" : "vdkInit",
                                         "(Ljava/lang/Object;I)I");
 }
 
@@ -96,7 +104,7 @@ bool TracingInstrumentation::run(bool allocations, bool tracing) {
                       : annotated.reasonToLeave(method) != nullptr
                           ? METHOD_OUTCOME_ANNOTATED
                           : instrumentMethod(id, method, withAllocations, tracing);
-            if (outcome <= METHOD_OUTCOME_WITHOUT_ALLOCATIONS) {
+            if (outcome <= METHOD_OUTCOME_WITHOUT_HANDLERS) {
                 ids->methodInstrumented(id);
                 any = true;
             }
@@ -123,85 +131,118 @@ MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo*
         // The JVM refuses it, and would no longer with a local more.
         return methodNotInstrumented(method, METHOD_OUTCOME_LIMITS);
     }
+    const bool hasHandlers = tracing && !scan.handlers.positions().isEmpty();
+    if (hasHandlers) {
+        references.caught = catchReference();
+    }
     MethodOutcome failure = METHOD_OUTCOME_TOO_LONG;
-    // With all calls first, then with entry and exit alone.
-    for (int shortForm = 0; shortForm < 2; shortForm++) {
-        if (shortForm == 1 && (!mayRecord || !tracing)) {
-            break;
-        }
-        const bool record = mayRecord && shortForm == 0;
+    Calls calls = {tracing, hasHandlers, mayRecord};
+    do {
         longJumps.clear();
-        Attempt result = instrumentForTracingAndAllocationImpl(methodId, method, scan, record,
-                                                               tracing, &longJumps);
+        Attempt result =
+            instrumentForTracingAndAllocationImpl(methodId, method, scan, calls, &longJumps);
         if (!result.branchesReach && result.length <= 0xffff && canWidenBranches(attribute) &&
             modifyJumps(method, &longJumps)) {
             scan = scanMethod(attribute);
-            result = instrumentForTracingAndAllocationImpl(methodId, method, scan, record, tracing,
-                                                           nullptr);
+            result = instrumentForTracingAndAllocationImpl(methodId, method, scan, calls, nullptr);
         }
         if (result.fits) {
-            return record == hasAllocations ? METHOD_OUTCOME_INSTRUMENTED
-                                            : METHOD_OUTCOME_WITHOUT_ALLOCATIONS;
+            return calls.handlers != hasHandlers         ? METHOD_OUTCOME_WITHOUT_HANDLERS
+                   : calls.allocations != hasAllocations ? METHOD_OUTCOME_WITHOUT_ALLOCATIONS
+                                                         : METHOD_OUTCOME_INSTRUMENTED;
         }
         failure = result.length > 0xffff  ? METHOD_OUTCOME_TOO_LONG
                   : !result.branchesReach ? METHOD_OUTCOME_BRANCH_OVERFLOW
                   : result.length < 0     ? METHOD_OUTCOME_LIMITS
                                           : METHOD_OUTCOME_NEVER_COMPILED;
-    }
+    } while (dropACall(&calls));
     return methodNotInstrumented(method, failure);
 }
 
-TracingInstrumentation::Scan TracingInstrumentation::scanMethod(const CodeAttribute* attribute) {
-    const int length = attribute->getCodeLength();
-    Scan scan;
-    unsigned short* const marks = scratch.allocateArray<unsigned short>(length);
-    scan.traits = scanCode(attribute->getCode(), length, marks, &scan.markCount);
-    scan.marks = marks;
-    scratch.trim(marks + scan.markCount);
-    return scan;
+// The next shorter form of a method that is too long: allocation calls go first, those at handlers
+// next; entry and exit are all or nothing. False if there is none.
+bool TracingInstrumentation::dropACall(Calls* calls) {
+    bool& dropped = calls->allocations ? calls->allocations : calls->handlers;
+    if (!calls->tracing || !dropped) {
+        return false;
+    }
+    dropped = false;
+    return true;
 }
 
-TracingInstrumentation::Attempt
-TracingInstrumentation::instrumentForTracingAndAllocationImpl(int methodId, MethodInfo* method,
-                                                              const Scan& scan, bool allocations,
-                                                              bool tracing, ZSet<int>* overflows) {
-    CodeAttribute* const attribute = method->getCodeAttribute();
-    const bool hasSwitch = scan.traits.hasSwitch;
-    CodeRewrite rewrite(attribute, scratch);
+// Few classes need it, so the others don't carry it.
+int TracingInstrumentation::catchReference() {
+    if (references.caught == 0) {
+        references.caught = findOrCreateCall(
+            classFile, callbackClass, flagged ? "vdkMethodCatchF" : "vdkMethodCatch", "(SS)V");
+    }
+    return references.caught;
+}
+
+TracingInstrumentation::Scan TracingInstrumentation::scanMethod(CodeAttribute* attribute) {
+    const int length = attribute->getCodeLength();
+    unsigned short* const marks = scratch.allocateArray<unsigned short>(length);
+    int markCount = 0;
+    const CodeTraits traits = scanCode(attribute->getCode(), length, marks, &markCount);
+    scratch.trim(marks + markCount);
+    return {traits, marks, markCount, HandlerHeads(attribute, scratch)};
+}
+
+// Tells the rewrite every branch and every insertion, in the order of the code.
+void TracingInstrumentation::placeCalls(const Scan& scan, const Calls& calls, CodeRewrite& rewrite,
+                                        AllocationSites& sites) {
     const unsigned char* const code = rewrite.getCode();
     const int length = rewrite.getLength();
-    AllocationSites sites(classFile, attribute, rewrite, effects, hasSwitch, allocations);
+    const bool hasSwitch = scan.traits.hasSwitch;
+    const ArenaVector<int>& heads = scan.handlers.positions();
+    const int headCount = calls.handlers ? heads.getSize() : 0;
+    int mark = 0;
+    int head = 0;
     int visited = 0;
-    for (int i = 0; i <= scan.markCount; i++) {
-        const bool atEnd = i == scan.markCount;
-        const int position = atEnd ? length : scan.marks[i];
-        // Only allocations need every instruction.
-        while (allocations && visited < length && visited <= position) {
+    for (;;) {
+        const int nextMark = mark < scan.markCount ? scan.marks[mark] : length;
+        const bool atHead = head < headCount && heads[head] <= nextMark;
+        const int position = atHead ? heads[head] : nextMark;
+        // Only allocations need every instruction, this one behind the call in front of it.
+        while (calls.allocations && visited < length && visited + (atHead ? 1 : 0) <= position) {
             const int next = nextInstruction(code, length, visited);
             sites.visit(visited, next);
             visited = next;
         }
-        if (atEnd) {
-            break;
-        }
-        if (isReturnOpcode(code[position])) {
-            if (tracing) {
+        if (atHead) {
+            rewrite.addInsertion(INSERT_CATCH, position, 1, hasSwitch);
+            head++;
+        } else if (position == length) {
+            return;
+        } else {
+            if (!isReturnOpcode(code[position])) {
+                rewrite.addBranchOperands(position);
+            } else if (calls.tracing) {
                 rewrite.addInsertion(INSERT_EXIT, position, 1, hasSwitch);
             }
-        } else {
-            rewrite.addBranchOperands(position);
+            mark++;
         }
     }
-    if (allocations) {
+}
+
+TracingInstrumentation::Attempt TracingInstrumentation::instrumentForTracingAndAllocationImpl(
+    int methodId, MethodInfo* method, const Scan& scan, const Calls& calls, ZSet<int>* overflows) {
+    CodeAttribute* const attribute = method->getCodeAttribute();
+    const bool hasSwitch = scan.traits.hasSwitch;
+    CodeRewrite rewrite(attribute, scratch);
+    AllocationSites sites(classFile, attribute, rewrite, effects, hasSwitch, calls.allocations);
+    placeCalls(scan, calls, rewrite, sites);
+    if (calls.allocations) {
         sites.finish();
     }
-    const int variable = allocations ? attribute->getMaxLocals() : -1;
-    const int prefix = tracing ? ENTRY_CODE_LENGTH(hasSwitch, variable >= 0)
-                               : ALLOC_ONLY_ENTRY_CODE_LENGTH(variable >= 0);
+    const int variable = calls.allocations ? attribute->getMaxLocals() : -1;
+    const int prefix = calls.tracing ? ENTRY_CODE_LENGTH(hasSwitch, variable >= 0)
+                                     : ALLOC_ONLY_ENTRY_CODE_LENGTH(variable >= 0);
     const bool branchesReach = rewrite.updateOffsets(prefix, hasSwitch, overflows);
     const int newLength = prefix + rewrite.getNewLength();
     Attempt result = {false, branchesReach, newLength};
-    const bool growsHuge = newLength > HUGE_METHOD_LIMIT && length <= HUGE_METHOD_LIMIT;
+    const bool growsHuge =
+        newLength > HUGE_METHOD_LIMIT && rewrite.getLength() <= HUGE_METHOD_LIMIT;
     if (newLength > 0xffff || !branchesReach || growsHuge) {
         return result;
     }
@@ -213,13 +254,16 @@ TracingInstrumentation::instrumentForTracingAndAllocationImpl(int methodId, Meth
     }
     unsigned char* const newCode =
         rewrite.assemble(classFile->getArena(), references, methodId, variable, hasSwitch);
-    if (tracing) {
+    if (calls.tracing) {
         insertEntryCode(references.entry, methodId, newCode, 0, variable, hasSwitch);
     } else {
         insertAllocOnlyEntryCode(newCode, 0, variable);
     }
     attribute->ensureStackCapacity(stack);
     commit(rewrite, attribute, &sites, newCode, newLength, prefix, variable);
+    if (calls.handlers) {
+        cutOwnRanges(attribute, scan.handlers, hasSwitch);
+    }
     reportSkipped(method, sites.getSkipped());
     result.fits = true;
     return result;

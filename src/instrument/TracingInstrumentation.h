@@ -2,6 +2,7 @@
 
 #include "classfile/OpCodes.h"
 #include "instrument/AllocationSites.h"
+#include "instrument/HandlerHeads.h"
 #include "instrument/LeaveOut.h"
 
 // Inserts the tracing and allocation recording calls into a class. The calls go to static methods
@@ -37,19 +38,31 @@ private:
         int length;
     };
 
-    // What one walk over the code of a method found; the marks lie in the scratch arena.
+    // Which calls a method gets.
+    struct Calls {
+        bool tracing;     // at entry and exit
+        bool handlers;    // at the head of exception handlers; only with tracing
+        bool allocations; // at allocations
+    };
+
+    // What walks over the code of a method found; it lies in the scratch arena.
     struct Scan {
         CodeTraits traits;
         const unsigned short* marks;
         int markCount;
+        HandlerHeads handlers;
     };
 
-    Scan scanMethod(const CodeAttribute* attribute);
+    Scan scanMethod(CodeAttribute* attribute);
+    static bool dropACall(Calls* calls);
     MethodOutcome instrumentMethod(int methodId, MethodInfo* method, bool allocations,
                                    bool tracing);
     Attempt instrumentForTracingAndAllocationImpl(int methodId, MethodInfo* method,
-                                                  const Scan& scan, bool allocations, bool tracing,
+                                                  const Scan& scan, const Calls& calls,
                                                   ZSet<int>* overflows);
+    void placeCalls(const Scan& scan, const Calls& calls, CodeRewrite& rewrite,
+                    AllocationSites& sites);
+    int catchReference();
     void commit(CodeRewrite& rewrite, CodeAttribute* attribute, AllocationSites* sites,
                 unsigned char* newCode, int newLength, int prefix, int variable);
     MethodOutcome methodNotInstrumented(MethodInfo* method, MethodOutcome outcome) const;
@@ -58,6 +71,8 @@ private:
     ClassFile* classFile;
     MethodIds* ids;
     InstrumentationCounts* counts;
+    bool flagged;
+    int callbackClass; // in the pool
     CodeRewrite::References references;
     StackEffects effects;
     AnnotatedMethods annotated;

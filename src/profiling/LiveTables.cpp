@@ -8,7 +8,7 @@
 #include "profiling/InstanceCounting.h"
 #include "profiling/Monitors.h"
 #include "profiling/ThreadInfo.h"
-#include "profiling/TracedCalls.h"
+#include "profiling/TracedStack.h"
 #include "profiling/WallTimeCorrector.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include "profiling/CpuTime.h"
 #include "profiling/FinishedThreads.h"
 #include "profiling/MethodLookup.h"
-#include "profiling/TracedCalls.h"
+#include "profiling/TracedStack.h"
 #include "profiling/WallTimeCorrector.h"
 #include "profiling/ZFrameStorage.h"
 

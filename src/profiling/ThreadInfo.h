@@ -5,6 +5,7 @@
 #include "db/IndexPool.h"
 #include "db/Records.h"
 #include "db/ThreadKeys.h"
+#include "profiling/OpenCall.h"
 #include "profiling/StackMemory.h"
 
 #include <atomic>
@@ -82,10 +83,11 @@ public:
     bool carrierThread;
     bool temporaryEnabled; // an agent thread may write rows of probe tables
     long lastCpuTimeNs;    // last reading of the sampler, 0 before the first
-    // One a traced call, true if its method is filtered. The thread itself changes it without a
-    // lock, through ownMarkers; others only ask it to forget.
-    ZVector<bool> markers;
-    ZVector<bool>& ownMarkers() {
+    // The traced calls that are open, filtered ones without a frame too. The thread itself changes
+    // it without a lock, through ownMarkers; others only ask it to forget.
+    ZVector<OpenCall> markers;
+    StackWatch watch;
+    ZVector<OpenCall>& ownMarkers() {
         if (markersForgotten) {
             markersForgotten = false;
             markers.clear();

@@ -2,13 +2,13 @@
 
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
-#include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "core/jvm/CallbackNatives.h"
 #include "db/DB.h"
 #include "profiling/CpuTime.h"
 #include "profiling/MethodLookup.h"
 #include "profiling/ThreadInfo.h"
+#include "profiling/TracedStack.h"
 #include "profiling/Tracing.h"
 #include "profiling/TracingSwitch.h"
 #include "profiling/ZFrameStorage.h"
@@ -16,29 +16,6 @@
 TracingSwitch ourTracingSwitch;
 
 namespace {
-
-// Places of getTimeDeltaNs.
-const int PLACE_EXIT = 1;
-const int PLACE_RESET_CPU = 2;
-const int PLACE_RESET_WALL = 3;
-
-// Both clocks of a thread at one moment.
-struct ThreadClocks {
-    ThreadClocks(const ThreadInfo* info, bool currentThread)
-        : cpu(currentThread ? getCurrentThreadCPUTimeNs() : info->readCpuTimeNs()),
-          wall(getTimeNs()) {}
-    long of(bool isWall) const { return isWall ? wall : cpu; }
-    long cpu;
-    long wall;
-};
-
-bool isWallTime(int method) {
-    return (getMethodFlags(method) & METHOD_WALL_TIME) != 0;
-}
-
-bool isWallTimeFrame(int frame) {
-    return isWallTime(ourFrameStorage.getMethodIndex(frame));
-}
 
 long getCurrentThreadTimeNsByMethod(int method) {
     return isWallTime(method) ? getTimeNs() : getCurrentThreadCPUTimeNs();
@@ -63,64 +40,27 @@ bool isTracing() {
     return (ourStatus & CPU_COUNTS_BIT) != 0;
 }
 
-// A frame's time must be at least the sum of its children's.
-void checkParent(ThreadInfo* info) {
-    const int parent = ourFrameStorage.getParent(info->currentFrame);
-    if (parent < 1) {
-        return;
-    }
-    long sum = 0;
-    for (int child = ourFrameStorage.getFirstChild(parent); child != -1;
-         child = ourFrameStorage.getNextSibling(child)) {
-        const CPUProfilingRecord* const record = info->getCPUProfilingRecord(child, false);
-        sum += record == nullptr ? 0 : record->timeNs;
-    }
-    const CPUProfilingRecord* const record = info->getCPUProfilingRecord(parent, false);
-    Logger::assertNotNULL(record, VDK_HERE);
-    if (record->timeNs < sum) {
-        info->needsWallTimeCorrection = true;
-    }
+// The current thread's stack may be recorded and is known. Caller holds ourLock.
+bool isOpen(ThreadInfo* info) {
+    return isTracing() && canEnter(info) && info->currentFrame != ThreadInfo::NO_FRAME;
 }
 
-void forgetStack(ThreadInfo* info) {
-    info->currentFrame = ThreadInfo::NO_FRAME;
-    info->forgetOpenCalls();
-    info->forgetMarkers();
-}
-
-void openCall(ThreadInfo* info, long now, long count) {
-    info->startTimes.push(now);
-    info->startCounts.push(count);
-    info->calleeTimes.push(0);
-}
-
-// Charges the innermost open call, which stands for frame, with its time up to now. What tracing
-// costs is taken off by its average: a call with many cheap calls below it loses more than they
-// cost, and so can end up with less than one of them was charged.
-void closeCall(ThreadInfo* info, int frame, long now, bool wall, int place) {
-    CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
-    const long calls = info->callCounter - info->startCounts.pop();
-    const long time = getTimeDeltaNs(now, info->startTimes.pop(), calls, place);
-    record->timeNs += time;
-    record->stamp = ourDB->currentStamp;
-    if (time < info->calleeTimes.pop() || wall || ourOptions->handleBadTimes) {
-        info->needsWallTimeCorrection = true;
-    }
-    if (!info->calleeTimes.isEmpty()) {
-        info->calleeTimes.peek() += time;
-    }
-}
-
-void enterCall(JNIEnv* env, int method) {
+void enterCall(JNIEnv* env, int method, uintptr_t place) {
     ThreadInfo* const info = getTracedThread();
     if (info == nullptr) {
         return;
     }
     const bool filtered = (getMethodFlags(method) & METHOD_FILTERED) != 0;
-    ZVector<bool>& markers = info->ownMarkers();
-    const bool collapse = filtered && !markers.isEmpty() && markers.peek();
-    markers.push(filtered);
-    if (collapse) {
+    ZVector<OpenCall>& markers = info->ownMarkers();
+    if (isSuspiciousEntry(info, method, place)) {
+        LockHolder lock(ourLock);
+        if (isOpen(info)) {
+            followAfterAlarm(env, info, method, place);
+        }
+    }
+    const bool collapses = filtered && !markers.isEmpty() && markers.peek().filtered;
+    markers.push({method, filtered, place});
+    if (collapses) {
         return;
     }
     // Reading a clock costs as much as the rest, so it is not done under the lock.
@@ -129,51 +69,104 @@ void enterCall(JNIEnv* env, int method) {
     if (!isTracing() || !canEnter(info)) {
         return;
     }
-    int frame;
     if (info->currentFrame == ThreadInfo::NO_FRAME) {
-        info->markersForgotten = false;
-        frame = ourFrameStorage.fillCurrentFrameJVMTI(env, &markers);
-        Logger::assertNotEquals(frame, -1, VDK_HERE);
-        info->currentFrame = frame;
-        info->forgetOpenCalls();
-        restoreStackTrace(info, true);
+        rebuildStackTrace(env, info);
     } else {
-        frame = ourFrameStorage.getChild(info->currentFrame, method);
         openCall(info, now, info->callCounter++);
-        info->currentFrame = frame;
+        info->currentFrame = ourFrameStorage.getChild(info->currentFrame, method);
     }
+    const int frame = info->currentFrame;
     Logger::assertNotEquals(frame, 0, VDK_HERE);
     CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
     record->count++;
     record->stamp = ourDB->currentStamp;
 }
 
-void exitCall(int method) {
+// Calls end without an exit where an exception leaves them and no handler tells of it.
+void closeEndedCalls(JNIEnv* env, ThreadInfo* info, int method, uintptr_t place) {
+    const bool another = info->markers.peek().method != method;
+    if (!another && !isSuspiciousExit(info, place)) {
+        return;
+    }
+    LockHolder lock(ourLock);
+    if (!isOpen(info)) {
+        return;
+    }
+    if (another) {
+        unwindTo(env, info, findActivation(info, method, 0));
+    } else {
+        followAfterAlarm(env, info, NO_METHOD, place);
+    }
+}
+
+void exitCall(JNIEnv* env, int method, uintptr_t place) {
     ThreadInfo* const info = getTracedThread();
     if (info == nullptr) {
         return;
     }
-    ZVector<bool>& markers = info->ownMarkers();
+    ZVector<OpenCall>& markers = info->ownMarkers();
     if (markers.isEmpty()) {
         return;
     }
-    const bool filtered = markers.pop();
-    if (filtered && !markers.isEmpty() && markers.peek()) {
+    closeEndedCalls(env, info, method, place);
+    if (markers.isEmpty() || markers.peek().method != method) {
+        return;
+    }
+    const bool filtered = markers.pop().filtered;
+    if (filtered && !markers.isEmpty() && markers.peek().filtered) {
         return;
     }
     const long now = getCurrentThreadTimeNsByMethod(method);
     LockHolder lock(ourLock, "Instrumentation:755");
-    if (!isTracing() || !canEnter(info) || info->currentFrame == ThreadInfo::NO_FRAME) {
+    if (!isOpen(info)) {
         return;
     }
     const int frame = info->currentFrame;
     if (ourFrameStorage.getMethodIndex(frame) != method) {
-        // Frames were unwound without an exit call; the next entry rebuilds from the real stack.
         dropStackTrace(info, true);
         return;
     }
     info->currentFrame = ourFrameStorage.getParent(frame);
     closeCall(info, frame, now, isWallTime(method), PLACE_EXIT);
+    if (markers.isEmpty() && info->watch.cut) {
+        followRealStack(env, info, method);
+    }
+}
+
+// At the head of a handler: what its activation called has ended.
+void catchCall(JNIEnv* env, int method, uintptr_t place) {
+    ThreadInfo* const info = getTracedThread();
+    if (info == nullptr) {
+        return;
+    }
+    const ZVector<OpenCall>& markers = info->ownMarkers();
+    const int depth = findActivation(info, method, place);
+    if (depth > 0 && depth == markers.getSize()) {
+        return;
+    }
+    LockHolder lock(ourLock);
+    if (!isTracing() || !canEnter(info)) {
+        return;
+    }
+    unwindTo(env, info, depth);
+    if (depth == 0) {
+        rememberCatcher(info, method, place);
+    }
+    // It costs about as much as a call, which the callers must not be charged with.
+    info->callCounter++;
+}
+
+// A handler that carries no call caught; only where the JVM sends exception events.
+void caughtElsewhere(JNIEnv* env, jmethodID handler) {
+    ThreadInfo* const info = isTracing() ? getTracedThread() : nullptr;
+    if (info == nullptr) {
+        return;
+    }
+    LockHolder lock(ourLock, "JVMTI_Agent:428");
+    if (isTracing() && canEnter(info) &&
+        (getMethodFlags(getMethodByID(env, handler)) & METHOD_INSTRUMENTED) == 0) {
+        followRealStack(env, info, NO_METHOD);
+    }
 }
 
 } // namespace
@@ -188,79 +181,25 @@ bool canEnter(ThreadInfo* info) {
     return ourVMInitCalled;
 }
 
-void resetStackTrace(ThreadInfo* info, bool currentThread) {
-    if (!isTracing()) {
-        return;
-    }
-    Logger::assertNotNULL(info, VDK_HERE);
-    if (info->currentFrame == ThreadInfo::NO_FRAME) {
-        return;
-    }
-    const ThreadClocks now(info, currentThread);
-    for (int frame = info->currentFrame; frame > 0; frame = ourFrameStorage.getParent(frame)) {
-        const bool wall = isWallTimeFrame(frame);
-        closeCall(info, frame, now.of(wall), wall, wall ? PLACE_RESET_WALL : PLACE_RESET_CPU);
-    }
-    Logger::assertTrue(info->startTimes.isEmpty() && info->startCounts.isEmpty(), VDK_HERE);
-    if (!info->needsWallTimeCorrection && info->currentFrame > 0) {
-        checkParent(info);
-    }
+void JNICALL exception_catch(jvmtiEnv*, JNIEnv* env, jthread, jmethodID method, jlocation,
+                             jobject) {
+    runGuarded(VDK_HERE, [&] { caughtElsewhere(env, method); });
 }
 
-void restoreStackTrace(ThreadInfo* info, bool currentThread) {
-    Logger::assertNotNULL(info, VDK_HERE);
-    if (info->currentFrame == ThreadInfo::NO_FRAME) {
-        return;
-    }
-    Logger::assertTrue(info->startTimes.isEmpty() && info->startCounts.isEmpty(), VDK_HERE);
-    const ThreadClocks now(info, currentThread);
-    for (int frame = info->currentFrame; frame > 0; frame = ourFrameStorage.getParent(frame)) {
-        openCall(info, now.of(isWallTimeFrame(frame)), info->callCounter);
-    }
-    // The outermost frame's entry belongs at the bottom; the counts are all equal.
-    for (int low = 0, high = info->startTimes.getSize() - 1; low < high; low++, high--) {
-        const long swapped = info->startTimes[low];
-        info->startTimes[low] = info->startTimes[high];
-        info->startTimes[high] = swapped;
-    }
-}
-
-void resetStackTraceForAllThreads() {
-    eachThreadInfo([](ThreadInfo* info) { resetStackTrace(info, false); });
-}
-
-void restoreStackTraceForAllThreads() {
-    eachThreadInfo([](ThreadInfo* info) { restoreStackTrace(info, false); });
-}
-
-void dropStackTrace(ThreadInfo* info, bool currentThread) {
-    resetStackTrace(info, currentThread);
-    forgetStack(info);
-}
-
-void onExceptionThrown() {
-    if (!isTracing()) {
-        return;
-    }
-    ThreadInfo* const info = getTracedThread();
-    if (info == nullptr) {
-        return;
-    }
-    LockHolder lock(ourLock, "JVMTI_Agent:390");
-    dropStackTrace(info, true);
-}
-
-void JNICALL exception_handler(jvmtiEnv*, JNIEnv*, jthread, jmethodID, jlocation, jobject,
-                               jmethodID, jlocation) {
-    runGuarded(VDK_HERE, [] { onExceptionThrown(); });
-}
-
-void JNICALL exception_catch(jvmtiEnv*, JNIEnv*, jthread, jmethodID, jlocation, jobject) {}
+// The place of the native frame: callees of a method come to lie below it.
+#define VDK_PLACE reinterpret_cast<uintptr_t>(__builtin_frame_address(0))
 
 void JNICALL VDK_CALLBACK_NATIVE(vdkMethodEntry0)(JNIEnv* env, jclass, jshort low, jshort high) {
-    runGuarded(VDK_HERE, [&] { enterCall(env, joinMethodId(low, high)); });
+    const uintptr_t place = VDK_PLACE;
+    runGuarded(VDK_HERE, [&] { enterCall(env, joinMethodId(low, high), place); });
 }
 
-void JNICALL VDK_CALLBACK_NATIVE(vdkMethodExit0)(JNIEnv*, jclass, jshort low, jshort high) {
-    runGuarded(VDK_HERE, [&] { exitCall(joinMethodId(low, high)); });
+void JNICALL VDK_CALLBACK_NATIVE(vdkMethodExit0)(JNIEnv* env, jclass, jshort low, jshort high) {
+    const uintptr_t place = VDK_PLACE;
+    runGuarded(VDK_HERE, [&] { exitCall(env, joinMethodId(low, high), place); });
+}
+
+void JNICALL VDK_CALLBACK_NATIVE(vdkMethodCatch0)(JNIEnv* env, jclass, jshort low, jshort high) {
+    const uintptr_t place = VDK_PLACE;
+    runGuarded(VDK_HERE, [&] { catchCall(env, joinMethodId(low, high), place); });
 }

@@ -12,7 +12,7 @@
 #include "db/SnapshotCommon.h"
 #include "probes/Filter.h"
 #include "profiling/ThreadInfo.h"
-#include "profiling/TracedCalls.h"
+#include "profiling/TracedStack.h"
 #include "profiling/TracingSwitch.h"
 #include "profiling/UserMessage.h"
 

@@ -10,12 +10,33 @@ namespace {
 
 constexpr jint MAX_CURRENT_FRAMES = 1024;
 
-// Stack of the current thread; only the holder of ourLock touches it.
+// Stack of the current thread, and a deeper one; only the holder of ourLock touches them.
 jvmtiFrameInfo _frames[MAX_CURRENT_FRAMES];
+ZVector<jvmtiFrameInfo>& ourDeepFrames = *new ZVector<jvmtiFrameInfo>(1);
 
 // The start phase gives no stacks, and a thread at its very beginning or end has none.
 bool isWithoutStack(jvmtiError error) {
     return error == JVMTI_ERROR_WRONG_PHASE || error == JVMTI_ERROR_THREAD_NOT_ALIVE;
+}
+
+// The innermost frames of the current thread's stack, at most so many, innermost first.
+const jvmtiFrameInfo* readStack(jint most, jint* count) {
+    jvmtiFrameInfo* frames = _frames;
+    jint room = MAX_CURRENT_FRAMES;
+    for (;;) {
+        const jvmtiError error = ourJVMTI->GetStackTrace(nullptr, 0, room, frames, count);
+        if (isWithoutStack(error)) {
+            *count = 0;
+            return frames;
+        }
+        CHECK_JVMTI(error);
+        if (*count < room || room >= most) {
+            return frames;
+        }
+        room = most / 8 > room ? room * 8 : most;
+        ourDeepFrames.clear();
+        frames = ourDeepFrames.extend(room);
+    }
 }
 
 } // namespace
@@ -23,6 +44,20 @@ bool isWithoutStack(jvmtiError error) {
 int getMethodFlags(int method) {
     const MethodRecord* row = ourDB->methodTable->getRecordUnlocked(method);
     return row == nullptr ? 0 : __atomic_load_n(&row->flags, __ATOMIC_RELAXED);
+}
+
+bool readTracedCalls(JNIEnv* env, int most, ZVector<OpenCall>& calls) {
+    calls.clear();
+    jint count = 0;
+    const jvmtiFrameInfo* const frames = readStack(most, &count);
+    for (jint i = count - 1; i >= 0; i--) {
+        const int method = getMethodByID(env, frames[i].method);
+        const int flags = getMethodFlags(method);
+        if ((flags & METHOD_HIDDEN) == 0 && (flags & METHOD_INSTRUMENTED) != 0) {
+            calls.push({method, (flags & METHOD_FILTERED) != 0, OpenCall::UNKNOWN_PLACE});
+        }
+    }
+    return count < most;
 }
 
 int ZFrameStorage::createFrame(int parent, int method) {
@@ -59,39 +94,24 @@ int ZFrameStorage::getChild(int frame, int method) {
     }
 }
 
-int ZFrameStorage::fillCurrentFrameJVMTI(JNIEnv* env, ZVector<bool>* markers) {
-    jint count = 0;
-    const jvmtiError error =
-        ourJVMTI->GetStackTrace(nullptr, 0, MAX_CURRENT_FRAMES, _frames, &count);
-    if (isWithoutStack(error)) {
-        count = 0;
-    } else {
-        CHECK_JVMTI(error);
-    }
-    if (markers != nullptr) {
-        markers->clear();
-    }
+int ZFrameStorage::fillCurrentFrameJVMTI(JNIEnv* env, ZVector<OpenCall>* markers, bool* cut) {
     int frame = 0;
-    bool lastFiltered = false;
+    if (markers != nullptr) {
+        *cut = !readTracedCalls(env, MAX_CURRENT_FRAMES, *markers);
+        for (int i = 0; i < markers->getSize(); i++) {
+            const OpenCall& call = (*markers)[i];
+            const bool collapses = call.filtered && i > 0 && (*markers)[i - 1].filtered;
+            frame = collapses ? frame : getChild(frame, call.method);
+        }
+        return frame;
+    }
+    jint count = 0;
+    const jvmtiFrameInfo* const frames = readStack(MAX_CURRENT_FRAMES, &count);
     for (jint i = count - 1; i >= 0; i--) {
-        const int method = getMethodByID(env, _frames[i].method);
-        const int flags = getMethodFlags(method);
-        if ((flags & METHOD_HIDDEN) != 0) {
-            continue;
+        const int method = getMethodByID(env, frames[i].method);
+        if ((getMethodFlags(method) & METHOD_HIDDEN) == 0) {
+            frame = getChild(frame, method);
         }
-        if (markers != nullptr) {
-            if ((flags & METHOD_INSTRUMENTED) == 0) {
-                continue;
-            }
-            const bool filtered = (flags & METHOD_FILTERED) != 0;
-            markers->push(filtered);
-            const bool collapses = filtered && lastFiltered;
-            lastFiltered = filtered;
-            if (collapses) {
-                continue;
-            }
-        }
-        frame = getChild(frame, method);
     }
     return frame;
 }

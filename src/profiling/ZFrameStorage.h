@@ -2,6 +2,7 @@
 
 #include "core/ground/ZVector.h"
 #include "db/DB.h"
+#include "profiling/OpenCall.h"
 #include "profiling/StackMemory.h"
 
 #include <jvmti.h>
@@ -26,10 +27,10 @@ public:
     int getChild(int frame, int method);
 
     // Frame of the current thread's stack, of which only the 1024 innermost frames are seen. Hidden
-    // methods are left out. With markers, which are emptied first, only methods that carry tracing
-    // calls count, each pushing whether it is filtered, and the first of a run of filtered ones
-    // stands for the run. 0 if nothing is left.
-    int fillCurrentFrameJVMTI(JNIEnv* env, ZVector<bool>* markers);
+    // methods are left out. With markers, which become the stack's traced calls, only those count,
+    // and the first of a run of filtered ones stands for the run; cut, then not null, tells whether
+    // the stack is deeper. 0 if nothing is left.
+    int fillCurrentFrameJVMTI(JNIEnv* env, ZVector<OpenCall>* markers, bool* cut = nullptr);
     // Frame of a stack from GetAllStackTraces, hidden methods included: readers skip them. With the
     // memory of the thread's last stack only the part that differs from it is looked up; the memory
     // then holds this stack.
@@ -48,6 +49,11 @@ private:
 };
 
 extern ZFrameStorage& ourFrameStorage;
+
+// The calls on the current thread's stack whose methods carry tracing calls, outermost first; only
+// the innermost frames count, at most so many, and the result is false if there are more. Caller
+// holds ourLock.
+bool readTracedCalls(JNIEnv* env, int most, ZVector<OpenCall>& calls);
 
 // Flags of a method row. Needs no lock: the chunk array of the table is reserved, chunks never
 // move, and a stale flag is tolerated.

@@ -109,6 +109,7 @@
     MISSING(vdkJ2eeEntry2, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass, jobject, jint), "J2EE profiling") \
     MISSING(vdkJ2eeEntry3, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass, jobject, jint), "J2EE profiling") \
     MISSING(vdkJ2eeExit, "(Ljava/lang/Object;Ljava/lang/Object;)V", void, (JNIEnv* env, jclass, jobject, jobject), "J2EE profiling") \
+    BUILT(vdkMethodCatch0, "(SS)V", void, (JNIEnv* env, jclass clazz, jshort low, jshort high)) \
     BUILT(vdkMethodEntry0, "(SS)V", void, (JNIEnv* env, jclass clazz, jshort low, jshort high)) \
     BUILT(vdkMethodExit0, "(SS)V", void, (JNIEnv* env, jclass clazz, jshort low, jshort high))
 // clang-format on

@@ -13,7 +13,7 @@ static std::atomic<bool> ourExceptionEventsEnabled{false};
 
 void updateExceptionEvents() {
     const bool canCome = (ourCapabilities & CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE) == 0;
-    if (ourConsumedEvents.exception == nullptr || !canCome || ourJVMTI == nullptr) {
+    if (!canCome || ourJVMTI == nullptr) {
         return;
     }
     // Exception telemetry will want them too once it records; until then only tracing does, and an
@@ -23,6 +23,10 @@ void updateExceptionEvents() {
         return;
     }
     const jvmtiEventMode mode = isWanted ? JVMTI_ENABLE : JVMTI_DISABLE;
-    CHECK_JVMTI(ourJVMTI->SetEventNotificationMode(mode, JVMTI_EVENT_EXCEPTION, nullptr));
-    CHECK_JVMTI(ourJVMTI->SetEventNotificationMode(mode, JVMTI_EVENT_EXCEPTION_CATCH, nullptr));
+    if (ourConsumedEvents.exception != nullptr) {
+        CHECK_JVMTI(ourJVMTI->SetEventNotificationMode(mode, JVMTI_EVENT_EXCEPTION, nullptr));
+    }
+    if (ourConsumedEvents.exceptionCatch != nullptr) {
+        CHECK_JVMTI(ourJVMTI->SetEventNotificationMode(mode, JVMTI_EVENT_EXCEPTION_CATCH, nullptr));
+    }
 }

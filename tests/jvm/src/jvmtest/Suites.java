@@ -12,6 +12,7 @@ import cases.SamplingCases;
 import cases.ServerCases;
 import cases.SnapshotCases;
 import cases.StartCases;
+import cases.ThrowCases;
 import cases.TracedProgramCases;
 import cases.TracingCases;
 import cases.VerificationCases;
@@ -24,6 +25,7 @@ final class Suites {
             TracingCases.class,      TracedProgramCases.class,    RewritingCases.class,
             VerificationCases.class, RewriteOnRequestCases.class, RealProgramCases.class,
             ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
+            ThrowCases.class,
     };
 
     private Suites() {

@@ -3,7 +3,7 @@ package com.vandrik.runtime;
 /**
  * Where rewritten application code and the agent's Java classes enter the native library.
  *
- * <p>The three empty methods are what inserted calls name. While a kind of recording runs, the
+ * <p>The four empty methods are what inserted calls name. While a kind of recording runs, the
  * library redefines this class with bodies that call the matching natives; the variants with the
  * suffix F are for JVMs that can't redefine it and test a flag instead. The class has no static
  * initialiser, no try block and calls no other Java code: it runs inside every rewritten method,
@@ -15,7 +15,7 @@ public class Callback {
     /** Whether {@link #vdkInitF} passes allocations on. */
     public static boolean ourVDKAlloc;
 
-    /** Whether {@link #vdkMethodEntryF} and {@link #vdkMethodExitF} pass calls on. */
+    /** Whether the variants of the calls at entry, exit and handlers pass them on. */
     public static boolean ourVDKMethodEntryExit;
 
     private Callback() {
@@ -23,6 +23,10 @@ public class Callback {
 
     public static int vdkInit(Object object, int frameHint) {
         return -1;
+    }
+
+    /** At the head of an exception handler, with the exception on the stack. */
+    public static void vdkMethodCatch(short low, short high) {
     }
 
     public static void vdkMethodEntry(short low, short high) {
@@ -36,6 +40,12 @@ public class Callback {
             return vdkInit0(object, frameHint);
         }
         return -1;
+    }
+
+    public static void vdkMethodCatchF(short low, short high) {
+        if (ourVDKMethodEntryExit) {
+            vdkMethodCatch0(low, high);
+        }
     }
 
     public static void vdkMethodEntryF(short low, short high) {
@@ -234,6 +244,8 @@ public class Callback {
     public static native void vdkJ2eeEntry3(Object request, int type);
 
     public static native void vdkJ2eeExit(Object key, Object text);
+
+    public static native void vdkMethodCatch0(short low, short high);
 
     public static native void vdkMethodEntry0(short low, short high);
 
