@@ -3,6 +3,7 @@ package jvmtest;
 import cases.ClientTracingCases;
 import cases.DebuggerCases;
 import cases.HeapDumpCases;
+import cases.MemoryCases;
 import cases.ModernJvmCases;
 import cases.ProtocolCases;
 import cases.RealProgramCases;
@@ -25,7 +26,7 @@ final class Suites {
             TracingCases.class,      TracedProgramCases.class,    RewritingCases.class,
             VerificationCases.class, RewriteOnRequestCases.class, RealProgramCases.class,
             ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
-            ThrowCases.class,
+            ThrowCases.class,        MemoryCases.class,
     };
 
     private Suites() {
