@@ -8,6 +8,7 @@
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "profiling/AllStacks.h"
+#include "profiling/SampledTimes.h"
 #include "profiling/ThreadInfo.h"
 #include "profiling/ZFrameStorage.h"
 
@@ -40,10 +41,6 @@ long nextWaitMs(ZRandom* random) {
     const int spread = delta > INT_MAX / 2 ? INT_MAX : 2 * delta;
     const long wait = static_cast<long>(period) - delta + random->below(spread);
     return wait < 1 ? 1 : wait;
-}
-
-bool isSamplingOn() {
-    return (ourStatus & (CPU_COUNTS_BIT | CPU_TIMES_BIT)) == CPU_TIMES_BIT;
 }
 
 void sampleAllThreads(JNIEnv* env, long wallDeltaNs) {
@@ -84,6 +81,14 @@ void samplePeriod(JNIEnv* env, ZRandom* random) {
 
 } // namespace
 
+bool isSamplingOn() {
+    return (ourStatus & (CPU_COUNTS_BIT | CPU_TIMES_BIT)) == CPU_TIMES_BIT;
+}
+
+bool isSampledTime(long cpuNs) {
+    return cpuNs >= 1 && cpuNs <= MAX_SAMPLE_NS;
+}
+
 void JNICALL sampler_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void*) {
     const bool started = runGuarded(VDK_HERE, [&] {
         Logger::assertTrue(jvmti == ourJVMTI, VDK_HERE);
@@ -114,7 +119,10 @@ void doThreadSample(ThreadInfo* info, int frame, long wallDeltaNs) {
 void chargeThreadSample(ThreadInfo* info, int frame, long wallDeltaNs, long cpuTimeNs) {
     const long cpuDelta = info->lastCpuTimeNs == 0 ? 0 : cpuTimeNs - info->lastCpuTimeNs;
     info->lastCpuTimeNs = cpuTimeNs;
-    if (frame == 0 || (getMethodFlags(ourFrameStorage.getMethodIndex(frame)) & METHOD_WAIT) != 0) {
+    const bool isCharged =
+        frame != 0 && (getMethodFlags(ourFrameStorage.getMethodIndex(frame)) & METHOD_WAIT) == 0;
+    SampledTimes::add(info, cpuDelta, isCharged);
+    if (!isCharged) {
         return;
     }
     if (cpuDelta < 1 && frame == info->idleFrame) {
@@ -131,7 +139,7 @@ void chargeThreadSample(ThreadInfo* info, int frame, long wallDeltaNs, long cpuT
             inWallTime = true;
         }
         CPUProfilingRecord* row = info->getCPUProfilingRecord(f, true);
-        if (delta >= 1 && delta <= MAX_SAMPLE_NS) {
+        if (isSampledTime(delta)) {
             row->timeNs += delta;
             row->stamp = ourDB->currentStamp;
         }

@@ -10,6 +10,11 @@ class ThreadInfo;
 // serves the thread states of telemetry. All table updates happen under ourLock; the wait happens
 // outside it.
 
+// Sampling, not tracing, is what runs.
+bool isSamplingOn();
+// Whether a difference of two readings of a thread's clock can be true and is worth a charge.
+bool isSampledTime(long cpuNs);
+
 // Body of the thread "VDKAgent-CPUSampler". Never returns.
 void JNICALL sampler_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void*);
 

@@ -7,6 +7,7 @@
 #include "profiling/CpuTime.h"
 #include "profiling/FinishedThreads.h"
 #include "profiling/MethodLookup.h"
+#include "profiling/SampledTimes.h"
 #include "profiling/TracedStack.h"
 #include "profiling/WallTimeCorrector.h"
 #include "profiling/ZFrameStorage.h"
@@ -43,7 +44,7 @@ ThreadInfo::ThreadInfo(const char* name, const char* group, long nativeID, jobje
     : nativeThreadID(nativeID), threadObject(thread),
       threadRecordIndex(ourDB->threadTable->nextIndex()), callCounter(0), currentFrame(NO_FRAME),
       agentThread(false), calibrationThread(false), carrierThread(false), temporaryEnabled(false),
-      lastCpuTimeNs(0), markers(MARKER_CAPACITY), idleFrame(NO_FRAME) {
+      lastCpuTimeNs(0), markers(MARKER_CAPACITY), idleFrame(NO_FRAME), sampledTimesRow(NO_ROW) {
     tfiThreadIndex = ourIndexForTFIPool.nextIndex();
     trn = ++ourRunningNumber;
     deriveKind(name);
@@ -102,6 +103,7 @@ void ThreadInfo::onThreadStart() {
 void ThreadInfo::onThreadEnd() {
     // Calls that it never left, by an exception or because their code was rewritten meanwhile.
     dropStackTrace(this, true);
+    SampledTimes::threadEnds(this);
     ourAllThreadInfos.remove(this);
     WallTimeCorrector::threadEnds(this);
     FinishedThreads::add(trn);
@@ -151,6 +153,7 @@ void createStandInThreads() {
     ourAllThreadInfos.clear();
     FinishedThreads::reset();
     ClassLoadingProbe::reset();
+    SampledTimes::reset();
     ZMethod::reset();
     ourFrameStorage.reset();
     ourOldestFinishedThreads = new ThreadInfo("<Oldest finished threads>", "", 0, nullptr);

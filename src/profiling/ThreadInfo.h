@@ -58,6 +58,7 @@ public:
     }
 
     static constexpr int NO_FRAME = -1;
+    static constexpr int NO_ROW = -1;
 
     long nativeThreadID;   // the operating system's id, 0 if unknown
     jobject threadObject;  // global reference, null if none
@@ -99,6 +100,7 @@ public:
     // A frame whose rows all exist and whose stack has no wall-time method: a sample there that
     // charges nothing needs no walk.
     int idleFrame;
+    int sampledTimesRow; // of SampledTimes, NO_ROW before it has any
     StackMemory lastStack;
 
     static IndexPool& ourIndexForTFIPool; // 0 in a row means merged away, so keys begin at 1

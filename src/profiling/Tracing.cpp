@@ -11,6 +11,7 @@
 #include "db/DB.h"
 #include "db/SnapshotCommon.h"
 #include "probes/Filter.h"
+#include "profiling/SampledTimes.h"
 #include "profiling/ThreadInfo.h"
 #include "profiling/TracedStack.h"
 #include "profiling/TracingSwitch.h"
@@ -167,6 +168,7 @@ void clearCPUDataImpl(JNIEnv* env, bool log) {
         ourOldestFinishedThreads->clearCPUAndJ2EEInfo();
         ourDB->clearTableAndTellReaders(SLOT_CPUProfiling);
         ourDB->clearTableAndTellReaders(SLOT_J2EE);
+        SampledTimes::clear();
     }
     if (log) {
         userMessage(env, "CPU profiling data cleared");

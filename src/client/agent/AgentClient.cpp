@@ -258,7 +258,28 @@ int64_t AgentClient::downloadSnapshot(const std::string& path, bool compressed, 
 TableFetcher::TableFetcher(AgentClient& client)
     : client(client), db(std::make_unique<DB>(-1, -1)), reader(db.get()) {}
 
+int TableFetcher::findFollowed() {
+    Connection connection(client.address(), client.timeout());
+    Session session(connection);
+    session.send(PacketWriter(PACKET_UPDATE_CUSTOM_TABLE_INFO).writeInt(FIRST_USER_TABLE));
+    session.expectOk();
+    int found = -1;
+    for (int slot = session.readInt(); slot != -1; slot = session.readInt()) {
+        std::string description = session.readStringNotNull();
+        if (!db->getUserTable(slot) && !db->createUserTableInSlot(slot, description.c_str())) {
+            failTransfer("User table " + std::to_string(slot) + " has no readable description");
+        }
+        if (followed == db->getUserTable(slot)->getName().c_str()) {
+            found = slot;
+        }
+    }
+    return found;
+}
+
 void TableFetcher::fetch(int mask) {
+    if (followedSlot < 0 && !followed.empty()) {
+        followedSlot = findFollowed();
+    }
     Connection connection(client.address(), client.timeout());
     connection.setTimeout(std::max(client.timeout(), 60000));
     Session session(connection);
@@ -269,7 +290,12 @@ void TableFetcher::fetch(int mask) {
             packet.writeInt(reader.getStamps()[slot]);
         }
     }
-    packet.writeInt(-1); // no user tables
+    // The agent sends every user table up to the last that is named: of those that are not
+    // wanted nothing is new enough.
+    for (int slot = FIRST_USER_TABLE; slot <= followedSlot; slot++) {
+        packet.writeInt(slot).writeInt(slot == followedSlot ? reader.getStamps()[slot] : INT32_MAX);
+    }
+    packet.writeInt(-1);
     session.send(packet);
     session.expectOk();
     ConnectionSource source(connection);

@@ -91,6 +91,8 @@ public:
     // Bit s of the mask is core table s. Throws ClientError BadInput "agent.data" when the stream
     // does not hold up; the copy is then of no more use.
     void fetch(int mask);
+    // From here on fetches bring the user table of this name as well, once the agent has one.
+    void follow(const std::string& userTable) { followed = userTable; }
 
     DB& database() { return *db; }
 
@@ -98,6 +100,12 @@ private:
     AgentClient& client;
     std::unique_ptr<DB> db;
     TableStreamReader reader;
+
+    // Makes the user tables that the agent has made; the slot of the followed one, -1 if none.
+    int findFollowed();
+
+    std::string followed;
+    int followedSlot = -1;
 };
 
 } // namespace vdk

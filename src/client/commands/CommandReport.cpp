@@ -1,9 +1,24 @@
+#include "client/agent/Protocol.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Sources.h"
 #include "client/console/Text.h"
 #include "client/profile/Report.h"
 
 namespace vdk {
+
+// Why a report is empty, as what is on explains it.
+static std::string withoutCpuData(const DataSource& source) {
+    if (!source.live) {
+        return "the snapshot has no CPU data: sampling was off";
+    }
+    if (source.status & protocol::CPU_COUNTS_BIT) {
+        return "no CPU data yet: tracing is on, and no call was traced; those on virtual threads "
+               "are not";
+    }
+    return source.status & protocol::CPU_TIMES_BIT
+               ? "no CPU data yet: sampling is on, and no thread has run"
+               : "no CPU data yet: `vdk sample start " + source.name + "`";
+}
 
 int runReport(Console& console, const Arguments& arguments) {
     DataSource source = openData(arguments.text("SOURCE"), arguments, CpuTables);
@@ -19,8 +34,7 @@ int runReport(Console& console, const Arguments& arguments) {
     choices.minPercent = double(arguments.number("--min-percent", 1));
     choices.depth = int(arguments.number("--depth", 60));
     if (profile.totalNs() == 0) {
-        console.note(source.live ? "no CPU data yet: `vdk sample start " + source.name + "`"
-                                 : "the snapshot has no CPU data: sampling was off");
+        console.note(withoutCpuData(source));
     }
     if (console.json) {
         JsonWriter json(console.out, true);

@@ -102,6 +102,7 @@ public:
         auto spentInAll = spent(before.methodTotal, now.methodTotal);
         totals = Sums(spentInAll.begin(), spentInAll.end());
         threads = spent(before.threadOwn, now.threadOwn);
+        sampled = now.profile.sampledCpu().since(before.profile.sampledCpu());
         whole = 0;
         for (const auto& entry : methods) {
             whole += entry.second;
@@ -126,6 +127,9 @@ private:
         }
         console.out << printable(agent.info.sessionName) << " (" << agent.info.pid << ")  "
                     << formatNs(whole) << " CPU in " << formatNs(int64_t(seconds * 1e9));
+        if (sampled.isKnown()) {
+            console.out << "  " << sampledText(sampled);
+        }
         if (telemetry) {
             console.out << "  heap "
                         << formatBytes(int64_t(telemetry->values[TELE_HEAP_MEMORY_USED_KB]) * 1024)
@@ -165,6 +169,7 @@ private:
         beginDocument(json, "vdk.top/1").field("pid", agent.info.pid);
         json.field("session", agent.info.sessionName);
         json.field("intervalNs", int64_t(seconds * 1e9)).field("totalNs", whole);
+        writeSampled(json, sampled);
         if (telemetry) {
             json.field("heapUsedBytes", int64_t(telemetry->values[TELE_HEAP_MEMORY_USED_KB]) * 1024)
                 .field("liveThreads", telemetry->values[TELE_LIVE_THREAD_COUNT]);
@@ -199,6 +204,7 @@ private:
     std::vector<std::pair<int, int64_t>> methods, threads;
     Sums totals, calls;
     int64_t whole = 0;
+    SampledCpu sampled;
 };
 
 // Stops the sampling that this command started, however it ends.
@@ -244,6 +250,7 @@ int runTop(Console& console, const Arguments& arguments) {
     long left = arguments.number("--count", 1);
     bool filters = arguments.text("--filters") == "on";
     TableFetcher fetcher(agent.client);
+    fetcher.follow(SampledCpuTable);
     fetcher.fetch(TopTables);
     Moment before = look(fetcher.database(), filters);
     TopView view(console, agent, arguments);

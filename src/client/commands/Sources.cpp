@@ -3,6 +3,7 @@
 #include "client/agent/Protocol.h"
 #include "client/console/Errors.h"
 #include "client/console/Text.h"
+#include "client/profile/Profile.h"
 #include "db/SnapshotReader.h"
 
 #include <cerrno>
@@ -92,8 +93,12 @@ DataSource openData(const std::string& fileOrTarget, const Arguments& arguments,
     source.name = fileOrTarget;
     source.session = agent.info.sessionName;
     source.live = true;
+    source.status = agent.status;
     source.client = std::make_unique<AgentClient>(agent.client);
     source.fetcher = std::make_unique<TableFetcher>(*source.client);
+    if (mask >> SLOT_CPUProfiling & 1) {
+        source.fetcher->follow(SampledCpuTable);
+    }
     source.fetcher->fetch(mask);
     return source;
 }

@@ -33,6 +33,7 @@ struct DataSource {
     std::string session;
     int64_t captureTimeMs = 0; // 0 for a live agent
     bool live = false;
+    int64_t status = 0; // of a live agent
 
     DB& database() { return fetcher ? fetcher->database() : *owned; }
 

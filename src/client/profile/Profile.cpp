@@ -28,6 +28,27 @@ int64_t Profile::totalNs() const {
     return sum;
 }
 
+SampledCpu& SampledCpu::operator+=(const SampledCpu& other) {
+    usedNs += other.usedNs;
+    chargedNs += other.chargedNs;
+    return *this;
+}
+
+// Sums that are smaller than before were cleared in between.
+SampledCpu SampledCpu::since(const SampledCpu& earlier) const {
+    return usedNs < earlier.usedNs || chargedNs < earlier.chargedNs
+               ? *this
+               : SampledCpu{usedNs - earlier.usedNs, chargedNs - earlier.chargedNs};
+}
+
+SampledCpu Profile::sampledCpu() const {
+    SampledCpu sum;
+    for (const ProfileThread& thread : threads) {
+        sum += thread.sampled;
+    }
+    return sum;
+}
+
 namespace {
 
 class ProfileMaker {
@@ -38,6 +59,7 @@ public:
         readMethods();
         readFrames();
         readThreads();
+        readSampledCpu();
         readCharges();
         return std::move(profile);
     }
@@ -95,9 +117,45 @@ private:
             if (record.tfiThreadIndex != 0) {
                 threadOfKey[record.tfiThreadIndex] = int(profile.threads.size());
             }
-            profile.threads.push_back({record.trn, text(record.nameStrID), text(record.groupStrID),
-                                       record.nativeThreadID});
+            profile.threads.push_back({record.trn,
+                                       text(record.nameStrID),
+                                       text(record.groupStrID),
+                                       record.nativeThreadID,
+                                       {}});
         });
+    }
+
+    void readSampledCpu() {
+        std::unordered_map<int, ProfileThread*> threads;
+        for (ProfileThread& thread : profile.threads) {
+            threads[thread.trn] = &thread;
+        }
+        for (int slot = FIRST_USER_TABLE; slot < MAX_TABLE_COUNT; slot++) {
+            UserTable* table = db.getUserTable(slot);
+            if (table && table->getName() == SampledCpuTable) {
+                readSampledCpu(*table, threads);
+            }
+        }
+    }
+
+    static void readSampledCpu(UserTable& table,
+                               const std::unordered_map<int, ProfileThread*>& threads) {
+        const int thread = table.findColumn("thread"), used = table.findColumn("cpu_ns"),
+                  charged = table.findColumn("charged_ns");
+        if (thread < 0 || used < 0 || charged < 0) {
+            return;
+        }
+        for (int i = 0; i < table.getCapacity(); i++) {
+            const int* row = table.getRecord(i, false);
+            if (!row || row[0] <= 0) {
+                continue;
+            }
+            auto found = threads.find(table.getColumn(row, thread));
+            if (found != threads.end()) {
+                found->second->sampled +=
+                    {table.getLongColumn(row, used), table.getLongColumn(row, charged)};
+            }
+        }
     }
 
     int findThread(int key) {
@@ -106,7 +164,7 @@ private:
             return found->second;
         }
         int index = int(profile.threads.size());
-        profile.threads.push_back({0, "<thread " + std::to_string(key) + ">", "", 0});
+        profile.threads.push_back({0, "<thread " + std::to_string(key) + ">", "", 0, {}});
         return threadOfKey[key] = index;
     }
 

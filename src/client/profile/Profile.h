@@ -21,10 +21,24 @@ struct ProfileMethod {
     std::string fullName(bool withParameters = true) const;
 };
 
+// CPU time of threads while they were sampled, and how much of it was charged to their stacks. The
+// rest passed between a last sample and a wait or the thread's end.
+struct SampledCpu {
+    int64_t usedNs = 0;
+    int64_t chargedNs = 0;
+
+    bool isKnown() const { return usedNs > 0; }
+    SampledCpu& operator+=(const SampledCpu& other);
+    SampledCpu since(const SampledCpu& earlier) const;
+};
+// The user table that they come from.
+constexpr const char* SampledCpuTable = "Sampled CPU";
+
 struct ProfileThread {
     int trn = 0;
     std::string name, group;
     int64_t nativeId = 0;
+    SampledCpu sampled = {};
 };
 
 // What one thread spent in one frame itself, its callees not included.
@@ -48,6 +62,7 @@ struct Profile {
     bool hasCounts = false;
 
     int64_t totalNs() const;
+    SampledCpu sampledCpu() const;
 };
 
 // The profile of the live rows. The own time of a frame is its time less that of its children, at

@@ -12,6 +12,19 @@ double percentOf(int64_t part, int64_t whole) {
     return whole <= 0 ? 0 : double(part) * 100 / double(whole);
 }
 
+std::string sampledText(const SampledCpu& cpu) {
+    return cpu.isKnown()
+               ? "sampled " + formatNs(cpu.chargedNs) + " of " + formatNs(cpu.usedNs) + " CPU"
+               : "";
+}
+
+void writeSampled(JsonWriter& json, const SampledCpu& cpu) {
+    json.key("sampledCpuNs");
+    cpu.isKnown() ? json.value(cpu.chargedNs) : json.nullValue();
+    json.key("usedCpuNs");
+    cpu.isKnown() ? json.value(cpu.usedNs) : json.nullValue();
+}
+
 namespace {
 
 bool isWallTime(const Profile& profile, int method) {
@@ -151,6 +164,10 @@ void writeSections(JsonWriter& json, const Profile& profile, int thread,
 } // namespace
 
 void printReport(Console& console, const Profile& profile, const ReportChoices& choices) {
+    const std::string sampled = sampledText(profile.sampledCpu());
+    if (!sampled.empty()) {
+        console.out << "In all " << sampled << "\n\n";
+    }
     if (!choices.byThread) {
         printSections(console, profile, -1, choices);
         return;
@@ -161,7 +178,9 @@ void printReport(Console& console, const Profile& profile, const ReportChoices& 
         console.out << (first ? "" : "\n")
                     << console.styled("Thread " + printable(thread.name), "1;36") << " ("
                     << formatNs(time.ownNs) << ", "
-                    << formatPercent(percentOf(time.ownNs, profile.totalNs())) << "%)\n";
+                    << formatPercent(percentOf(time.ownNs, profile.totalNs())) << "%)";
+        const std::string ofThread = sampledText(thread.sampled);
+        console.out << (ofThread.empty() ? "" : ", " + ofThread) << "\n";
         printSections(console, profile, time.thread, choices);
         first = false;
     }
@@ -169,6 +188,7 @@ void printReport(Console& console, const Profile& profile, const ReportChoices& 
 
 void writeReport(JsonWriter& json, const Profile& profile, const ReportChoices& choices) {
     json.field("filters", choices.filters);
+    writeSampled(json, profile.sampledCpu());
     if (!choices.byThread) {
         writeSections(json, profile, -1, choices);
         return;
@@ -178,6 +198,7 @@ void writeReport(JsonWriter& json, const Profile& profile, const ReportChoices& 
         const ProfileThread& thread = profile.threads[size_t(time.thread)];
         json.beginObject().field("thread", thread.name).field("group", thread.group);
         json.field("trn", thread.trn);
+        writeSampled(json, thread.sampled);
         writeSections(json, profile, time.thread, choices);
         json.endObject();
     }

@@ -25,6 +25,11 @@ void printReport(Console& console, const Profile& profile, const ReportChoices& 
 // either methods and tree, or threads that each have these. Times are nanoseconds.
 void writeReport(JsonWriter& json, const Profile& profile, const ReportChoices& choices);
 
+// "sampled 2.00 s of 6.90 s CPU"; empty where it is not known.
+std::string sampledText(const SampledCpu& cpu);
+// The fields sampledCpuNs and usedCpuNs, null where they are not known.
+void writeSampled(JsonWriter& json, const SampledCpu& cpu);
+
 // Percent of a whole; 0 of nothing.
 double percentOf(int64_t part, int64_t whole);
 

@@ -18,6 +18,7 @@
 #include "platform/Platform.h"
 #include "probes/Filter.h"
 #include "profiling/Generations.h"
+#include "profiling/SampledTimes.h"
 #include "profiling/Sampling.h"
 #include "profiling/ThreadInfo.h"
 #include "runtime/ControlSocketNatives.h"
@@ -353,6 +354,10 @@ void threadStartImpl(JNIEnv* env, jthread thread, long nativeID) {
         }
         info->onThreadEnd();
         delete info;
+        return;
+    }
+    if (nativeID != 0) {
+        SampledTimes::threadStarts(info);
     }
 }
 

@@ -1,10 +1,16 @@
 package cases;
 
 import fixtures.Burn;
+import fixtures.Bursts;
 import fixtures.ShortThreads;
 import fixtures.Threads;
+import java.io.IOException;
+import java.io.UncheckedIOException;
+import java.nio.file.Path;
 import java.util.List;
 import java.util.Map;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
@@ -135,6 +141,76 @@ public final class SamplingCases {
         Check.isTrue(cleared.rows.get(Tables.GENERATIONS_OF_TABLES).containsKey(Tables.CPU),
                      "the clear is told by the generation of the table");
         target.finish();
+    }
+
+    /** The first number behind this name in the report on the threads, from a place on. */
+    private static long reported(String report, String from, String field) {
+        Matcher matcher = Pattern.compile("\"" + field + "\": (\\d+)").matcher(report);
+        int at = report.indexOf(from);
+        return at >= 0 && matcher.find(at) ? Long.parseLong(matcher.group(1)) : 0;
+    }
+
+    private static String reportByThread(String source) throws Exception {
+        return Tool.vdk("report", source, "--json", "--by-thread", "--show", "methods");
+    }
+
+    /**
+     * What a wait or a thread's end takes from the samples is told, and agrees with the system's
+     * own count.
+     */
+    @Case(fixture = Bursts.class, alone = true)
+    static void tellsTheTimeThatNoSampleSees(Target target) throws Exception {
+        String pid = Long.toString(target.pid());
+        Sampling.start(target);
+        Sampling.awaitTimes(target);
+        Tracing.clear(target);
+        long before = target.cpuTimeOfThreads("burst-");
+        Check.await(() -> used(target, "burst-") - before > 600_000_000, "bursts");
+        String report = reportByThread(pid);
+        long used = 0;
+        long charged = 0;
+        for (int i = 0; i < 3; i++) {
+            String thread = "\"thread\": \"burst-" + i;
+            used += reported(report, thread, "usedCpuNs");
+            charged += reported(report, thread, "sampledCpuNs");
+        }
+        double truth = used(target, "burst-") - before;
+        Check.near(used / truth, 1, 0.3, "time of the bursts to the system's count");
+        Check.isTrue(charged < 0.8 * used, "of " + used + " ns were charged " + charged);
+        Check.near(reported(report, "\"thread\": \"batch", "sampledCpuNs"),
+                   reported(report, "\"thread\": \"batch", "usedCpuNs"), 1e8, "who never waits");
+        Check.contains(Tool.vdk("report", pid), " CPU\n", "report");
+        Sampling.stop(target);
+        Tracing.clear(target);
+        Check.equal(reported(reportByThread(pid), "", "usedCpuNs"), 0L, "after clearing");
+        countsThreadsThatNoSampleMeets(target, pid);
+        target.finish();
+    }
+
+    private static void countsThreadsThatNoSampleMeets(Target target, String pid) throws Exception {
+        Sampling.start(target);
+        target.send("go");
+        target.awaitOutput(".\n");
+        Sampling.stop(target);
+        String told = target.output().substring(target.output().indexOf("brief ns ") + 9);
+        double truth = Long.parseLong(told.substring(0, told.indexOf('.')));
+        Path snapshot = target.folder.resolve("brief.snapshot");
+        Tool.vdk("snapshot", pid, "--out", snapshot.toString());
+        String report = reportByThread(snapshot.toString());
+        long inAll = reported(report, "", "usedCpuNs");
+        for (String other : List.of("batch", "burst-0", "burst-1", "burst-2", "main")) {
+            inAll -= reported(report, "\"thread\": \"" + other + "\"", "usedCpuNs");
+        }
+        // Threads of the JVM are among the rest; each brief one was there before its start event.
+        Check.near(inAll / truth, 1, 0.35, "time of brief threads, " + inAll + " of " + truth);
+    }
+
+    private static long used(Target target, String threads) {
+        try {
+            return target.cpuTimeOfThreads(threads);
+        } catch (IOException e) {
+            throw new UncheckedIOException(e);
+        }
     }
 
     private static long status(Target target) throws Exception {

@@ -1,0 +1,110 @@
+#include "profiling/SampledTimes.h"
+
+#include "core/ground/Globals.h"
+#include "core/ground/Options.h"
+#include "db/DB.h"
+#include "profiling/CpuTime.h"
+#include "profiling/Sampling.h"
+#include "profiling/ThreadInfo.h"
+
+namespace {
+
+const char DESCRIPTION[] = "Sampled CPU\n3\nthread\n0\ncpu_ns\n1\ncharged_ns\n1\n";
+const int THREAD_COLUMN = 0;
+const int CPU_COLUMN = 1;
+const int CHARGED_COLUMN = 2;
+
+// Slot of the table: 0 before it was made, negative when it could not be.
+int ourTable = 0;
+// Rows of ended threads, in the order of their ends.
+ZVector<int>& ourEndedRows = *new ZVector<int>();
+
+UserTable* getTable() {
+    if (ourTable == 0) {
+        ourTable = ourDB->createUserTableByDescription(DESCRIPTION);
+    }
+    return ourTable < 0 ? nullptr : ourDB->getUserTable(ourTable);
+}
+
+void addLong(UserTable* table, int* row, int column, long ns) {
+    table->setLongColumn(row, column, table->getLongColumn(row, column) + ns);
+}
+
+void addToRow(UserTable* table, ThreadInfo* info, long cpuNs, long chargedNs) {
+    if (info->sampledTimesRow == ThreadInfo::NO_ROW) {
+        info->sampledTimesRow = table->nextIndex();
+        table->setIntColumn(table->getRecord(info->sampledTimesRow, true), THREAD_COLUMN,
+                            info->trn);
+    }
+    int* row = table->getRecord(info->sampledTimesRow, true);
+    addLong(table, row, CPU_COLUMN, cpuNs);
+    addLong(table, row, CHARGED_COLUMN, chargedNs);
+    row[0] = ourDB->currentStamp;
+}
+
+void deleteRow(UserTable* table, int index) {
+    int* row = table->getRecord(index, true);
+    for (int word = 1; word < table->getRowLength(); word++) {
+        row[word] = 0;
+    }
+    row[0] = -ourDB->currentStamp;
+    table->releaseIndex(index);
+}
+
+void mergeOldest(UserTable* table) {
+    const int oldest = ourEndedRows[0];
+    ourEndedRows.removeRange(0, 1);
+    const int* row = table->getRecord(oldest, true);
+    addToRow(table, ourOldestFinishedThreads, table->getLongColumn(row, CPU_COLUMN),
+             table->getLongColumn(row, CHARGED_COLUMN));
+    deleteRow(table, oldest);
+}
+
+} // namespace
+
+void SampledTimes::add(ThreadInfo* info, long cpuNs, bool charged) {
+    UserTable* const table = isSampledTime(cpuNs) ? getTable() : nullptr;
+    if (table != nullptr) {
+        addToRow(table, info, cpuNs, charged ? cpuNs : 0);
+    }
+}
+
+void SampledTimes::threadStarts(ThreadInfo* info) {
+    if (isSamplingOn() && !info->agentThread) {
+        const long now = getCurrentThreadCPUTimeNs();
+        info->lastCpuTimeNs = now < 1 ? 1 : now;
+    }
+}
+
+void SampledTimes::threadEnds(ThreadInfo* info) {
+    if (isSamplingOn() && info->lastCpuTimeNs != 0) {
+        add(info, getCurrentThreadCPUTimeNs() - info->lastCpuTimeNs, false);
+    }
+    if (info->sampledTimesRow == ThreadInfo::NO_ROW) {
+        return;
+    }
+    ourEndedRows.push(info->sampledTimesRow);
+    if (ourEndedRows.getSize() > ourOptions->deadThreadLimit) {
+        mergeOldest(ourDB->getUserTable(ourTable));
+    }
+}
+
+void SampledTimes::clear() {
+    eachThreadInfo([](ThreadInfo* info) { info->sampledTimesRow = ThreadInfo::NO_ROW; });
+    ourOldestFinishedThreads->sampledTimesRow = ThreadInfo::NO_ROW;
+    ourEndedRows.clear();
+    UserTable* const table = ourTable > 0 ? ourDB->getUserTable(ourTable) : nullptr;
+    if (table == nullptr) {
+        return;
+    }
+    for (int i = 0; i < table->getCapacity(); i++) {
+        if (table->getRecordModificationStamp(i) > 0) {
+            deleteRow(table, i);
+        }
+    }
+}
+
+void SampledTimes::reset() {
+    ourTable = 0;
+    ourEndedRows.clear();
+}
