@@ -53,6 +53,9 @@ public:
     // order. The visitor may change the row and may add rows.
     template <typename Visitor>
     void eachRecord(Visitor&& visitor);
+    // Calls visitor(record) for every slot that has memory, whatever its stamp. Gives their number.
+    template <typename Visitor>
+    long eachSlot(Visitor&& visitor);
 
 private:
     ZIntChunkMap<T> records;
@@ -98,6 +101,20 @@ void DBTable<T>::eachRecord(Visitor&& visitor) {
             }
         }
     }
+}
+
+template <typename T>
+template <typename Visitor>
+long DBTable<T>::eachSlot(Visitor&& visitor) {
+    long visited = 0;
+    for (int chunk = 0; chunk < records.getChunkCount(); chunk++) {
+        const T* slots = records.chunkAt(chunk);
+        for (int slot = 0; slots != nullptr && slot < ZIntChunkMap<T>::CHUNK_SIZE; slot++) {
+            visitor(slots[slot]);
+            visited++;
+        }
+    }
+    return visited;
 }
 
 template <typename T>

@@ -54,6 +54,7 @@ void J2EEIndex::removeBuckets(const ZVector<long>& keys) {
     for (int i = 0; i < keys.getSize(); i++) {
         delete buckets.remove(keys.get(i));
     }
+    buckets.compact();
 }
 
 void J2EEIndex::clearThread(int trn) {

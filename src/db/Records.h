@@ -19,13 +19,14 @@
 
 // What a field's number stands for. Row numbers of tables with first index 1 are 0 for none.
 enum FieldMeaning {
-    PLAIN,         // a number
-    STRING_ROW,    // row of string
-    FRAME_ROW,     // row of frame
-    FRAME_LINK,    // row of frame, -1 for none
-    METHOD_ROW,    // row of method
-    THREAD_NUMBER, // running number of a thread (TRN), never reused
-    THREAD_INDEX,  // reusable small key of a thread: first half of a row of threadframe
+    PLAIN,            // a number
+    STRING_ROW,       // row of string
+    STRING_OR_NUMBER, // row of string or a plain number, which a name beside it tells
+    FRAME_ROW,        // row of frame
+    FRAME_LINK,       // row of frame, -1 for none
+    METHOD_ROW,       // row of method
+    THREAD_NUMBER,    // running number of a thread (TRN), never reused
+    THREAD_INDEX,     // reusable small key of a thread: first half of a row of threadframe
 };
 
 #define VDK_FIELDS_String(F, B)                                                                    \
@@ -102,7 +103,7 @@ enum FieldMeaning {
 
 #define VDK_FIELDS_Property(F, B)                                                                  \
     F(B, INT, nameStrID, 0, STRING_ROW, "name of the property")                                    \
-    F(B, INT, value, 0, PLAIN, "row of string, or a plain number: the name tells")
+    F(B, INT, value, 0, STRING_OR_NUMBER, "the name tells which")
 
 #define VDK_FIELDS_Telemetry(F, B) F(B, TELE, values, {}, PLAIN, "the telemetry values, see below")
 
@@ -121,7 +122,7 @@ enum FieldMeaning {
 
 #define VDK_FIELDS_TelemetryExt(F, B)                                                              \
     F(B, INT, nameStrID, 0, STRING_ROW, "name of the value")                                       \
-    F(B, INT, value, 0, PLAIN, "row of string, or a plain number: the name tells")
+    F(B, INT, value, 0, STRING_OR_NUMBER, "the name tells which")
 
 // T(slot, record base name, member of DB, table name, first index, capacity, sizeof the record), in
 // the order of the slots. The capacity of method reserves its chunk pointer array once: the flags

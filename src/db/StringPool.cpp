@@ -1,7 +1,6 @@
 #include "db/StringPool.h"
 
 #include "core/ground/Options.h"
-#include "core/ground/ZSet.h"
 #include "db/DB.h"
 #include "db/StringTable.h"
 
@@ -18,45 +17,79 @@ char* duplicate(const char* text) {
     return copy;
 }
 
-void mark(ZSet<int>& used, int index) {
-    if (index != 0) {
-        used.add(index);
+// A collection walks whole tables. It has earned that when so many slots at the most come to each
+// new text, or ended thread, since the last one.
+constexpr long SLOTS_PER_EVENT = 1024;
+// Fewer new texts than these are no growth.
+constexpr int LEAST_GROWTH = 1000;
+
+// The rows of string that some row names.
+class UsedStrings {
+public:
+    explicit UsedStrings(int capacity) : rows(capacity < 1 ? 1 : capacity) {
+        memset(rows.extend(capacity), 0, static_cast<size_t>(capacity));
     }
+    // Any number: what may be a plain one need not be a row.
+    void mark(int row) {
+        if (row > 0 && row < rows.getSize()) {
+            rows[row] = 1;
+        }
+    }
+    bool contains(int row) const { return rows[row] != 0; }
+
+private:
+    ZVector<unsigned char> rows;
+};
+
+constexpr bool isString(FieldMeaning meaning) {
+    // A number that happens to be that of a row keeps its text for one collection.
+    return meaning == STRING_ROW || meaning == STRING_OR_NUMBER;
 }
 
-// Adds the strings of all rows of a table. A property's or a telemetry value's number is marked
-// too, though it may be no string: one that happens to have that number survives a collection.
 template <typename T>
-void markTable(ZSet<int>& used, DBTable<T>* table) {
-    table->eachRecord([&](int, const T& record) {
-        RecordTraits<T>::eachField(record, [&](int number, const auto& value) {
-            if constexpr (std::is_same<decltype(value), const int&>::value) {
-                if (RecordTraits<T>::fields[number].meaning == STRING_ROW) {
-                    mark(used, value);
+constexpr bool holdsStrings() {
+    for (const TableField& field : RecordTraits<T>::fields) {
+        if (isString(field.meaning)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Adds the strings of all rows of a table and gives the number of slots looked at. A row without a
+// stamp counts too: properties has some whose name is there before the first value.
+template <typename T>
+long markTable(UsedStrings& used, DBTable<T>* table) {
+    if constexpr (holdsStrings<T>()) {
+        return table->eachSlot([&](const T& record) {
+            RecordTraits<T>::eachField(record, [&](int number, const auto& value) {
+                if constexpr (std::is_same<decltype(value), const int&>::value) {
+                    if (isString(RecordTraits<T>::fields[number].meaning)) {
+                        used.mark(value);
+                    }
                 }
-            }
+            });
         });
-    });
+    }
+    return 0;
 }
 
-template <typename T>
-void markValues(ZSet<int>& used, DBTable<T>* table) {
-    table->eachRecord([&](int, const T& record) { mark(used, record.value); });
-}
-
-void markUserTable(ZSet<int>& used, UserTable* table) {
+long markUserTable(UsedStrings& used, UserTable* table) {
+    long visited = 0;
     for (int index = 0; index < table->getCapacity(); index++) {
         const int* row = table->getRecord(index, false);
         if (row == nullptr) {
             continue;
         }
+        visited += table->getRowLength();
         for (int column = 0; column < table->getColumnCount(); column++) {
             const int type = table->getColumnType(column);
             if (type == COLUMN_TYPE_STRING || type == COLUMN_TYPE_CLASS_NAME) {
-                mark(used, table->getColumn(row, column));
+                used.mark(table->getColumn(row, column));
             }
         }
     }
+    return visited;
 }
 } // namespace
 
@@ -92,6 +125,7 @@ int StringPool::getDBIndex(const char* text, bool create) {
     record->text = copy;
     record->stamp = db->currentStamp;
     indices.put(copy, index);
+    newTexts++;
     return index;
 }
 
@@ -128,29 +162,33 @@ const char* StringPool::getText(int index) const {
     return record == nullptr ? nullptr : record->text;
 }
 
+void StringPool::collectIfGrown() {
+    if (newTexts >= LEAST_GROWTH && newTexts >= textsAfterLastWalk) {
+        collectIfEarned(0);
+    }
+}
+
+void StringPool::collectIfEarned(int newEvents) {
+    events += newEvents;
+    if ((events + newTexts) * SLOTS_PER_EVENT >= slotsOfLastWalk) {
+        collectGarbageStrings();
+    }
+}
+
 void StringPool::collectGarbageStrings() {
     const bool debug = Options::isDebug("string_gc");
     if (debug) {
         Logger::message("string_gc: start");
     }
-    ZSet<int> used(db->stringTable->getCapacity());
-    markTable(used, db->threadTable);
-    markTable(used, db->methodTable);
-    markTable(used, db->j2eeTable);
-    markTable(used, db->monitorTable);
-    markTable(used, db->instanceCountsTable);
-    markTable(used, db->snapshotTable);
-    markTable(used, db->generationTable);
-    markTable(used, db->propertyTable);
-    markTable(used, db->exceptionTable);
-    markTable(used, db->telemetryExtTable);
-    markValues(used, db->propertyTable);
-    markValues(used, db->telemetryExtTable);
+    UsedStrings used(db->stringTable->getCapacity());
+    long visited = db->stringTable->getCapacity();
+#define VDK_MARK_TABLE(slot, base, member, tableName, firstIndex, capacity, size)                  \
+    visited += markTable(used, db->member);
+    VDK_TABLES(VDK_MARK_TABLE)
+#undef VDK_MARK_TABLE
     for (int slot = FIRST_USER_TABLE; slot < MAX_TABLE_COUNT; slot++) {
         UserTable* table = db->getUserTable(slot);
-        if (table != nullptr) {
-            markUserTable(used, table);
-        }
+        visited += table == nullptr ? 0 : markUserTable(used, table);
     }
     db->stringTable->eachRecord([&](int index, StringRecord& record) {
         if (record.text != nullptr && record.stamp > 0 && !used.contains(index)) {
@@ -163,6 +201,11 @@ void StringPool::collectGarbageStrings() {
             db->stringTable->releaseIndex(index);
         }
     });
+    indices.compact();
+    slotsOfLastWalk = visited;
+    textsAfterLastWalk = indices.getSize();
+    newTexts = 0;
+    events = 0;
     if (debug) {
         Logger::message("string_gc: end");
     }

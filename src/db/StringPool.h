@@ -10,7 +10,9 @@ class DB;
 // yet stored in a record may be collected as soon as that lock is released.
 class StringPool {
 public:
-    explicit StringPool(DB* database) : indices(INITIAL_CAPACITY), db(database) {}
+    explicit StringPool(DB* database)
+        : indices(INITIAL_CAPACITY), db(database), newTexts(0), textsAfterLastWalk(0), events(0),
+          slotsOfLastWalk(0) {}
     StringPool(const StringPool&) = delete;
     StringPool& operator=(const StringPool&) = delete;
 
@@ -24,8 +26,15 @@ public:
     void loadRow(int index, int stamp, char* text);
     // Text of a row, null for index 0 and rows without text.
     const char* getText(int index) const;
-    // Deletes the rows that no present row of another table refers to.
+    // Deletes the rows that no row of another table refers to, in any field that the record
+    // catalogue says holds a string. The walk is over whole tables.
     void collectGarbageStrings();
+    // Collects if the texts have about doubled since the last time, so a new text costs the same
+    // however many there were. Called where rows come and go and no index is held outside a record.
+    void collectIfGrown();
+    // Collects, unless so little happened since the last time that the walk would be too dear:
+    // `events` more threads, or other events that may leave texts behind, have ended.
+    void collectIfEarned(int events);
     // Forgets all texts; for the table, which is about to free them.
     void forgetAll() { indices.clear(); }
 
@@ -34,4 +43,9 @@ private:
 
     ZMap<const char*, int> indices;
     DB* db;
+    // Since the last collection, and of it.
+    long newTexts;
+    long textsAfterLastWalk;
+    long events;
+    long slotsOfLastWalk;
 };

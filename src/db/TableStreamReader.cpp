@@ -63,7 +63,7 @@ struct TableStreamReader::RowReader {
     void operator()(int number, int& value) {
         input.setField(fields[number].name);
         value = input.readInt();
-        if (fields[number].meaning != PLAIN) {
+        if (fields[number].meaning != PLAIN && fields[number].meaning != STRING_OR_NUMBER) {
             reader.noteReference(input, fields[number].meaning, value, index, tableName,
                                  fields[number].name);
         }

@@ -64,7 +64,7 @@ void FinishedThreads::add(int trn) {
         mergeOldest();
     }
     if (ourThreadEndCount++ % ENDS_PER_STRING_COLLECTION == 0) {
-        ourDB->stringPool->collectGarbageStrings();
+        ourDB->stringPool->collectIfEarned(ENDS_PER_STRING_COLLECTION);
     }
 }
 

@@ -8,7 +8,8 @@
 // ourLock.
 class FinishedThreads {
 public:
-    // A thread has ended. Every hundredth call, the first included, collects unused strings.
+    // A thread has ended. Every hundredth call, the first included, collects unused strings if
+    // enough has happened for what that costs.
     static void add(int trn);
     // Number of ended threads that are not merged yet.
     static int count();

@@ -80,6 +80,7 @@ void storeTelemetryRecord(JNIEnv* env, const ZVector<int>& telec, const ZVector<
     Logger::assertTrue(telec.getSize() <= TELEC_FIELD_COUNT, "CoreNatives", 470);
     Logger::assertEquals(tele.getSize(), TELE_FIELD_COUNT, "CoreNatives", 500);
     Logger::assertEquals(extNames.getSize(), extValues.getSize(), "CoreNatives", 518);
+    ourDB->stringPool->collectIfGrown();
     ClassLoadingProbe::flushUnloadedClassesToDB();
     storeProperties(telec);
     const int index = ourDB->telemetryTable->nextIndex();

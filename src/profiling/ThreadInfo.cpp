@@ -105,6 +105,7 @@ void ThreadInfo::onThreadEnd() {
     dropStackTrace(this, true);
     SampledTimes::threadEnds(this);
     ourAllThreadInfos.remove(this);
+    ourAllThreadInfos.compact();
     WallTimeCorrector::threadEnds(this);
     FinishedThreads::add(trn);
 }

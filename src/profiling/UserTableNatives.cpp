@@ -69,6 +69,8 @@ jint JNICALL VDK_CALLBACK_NATIVE(createUserTableRow)(JNIEnv* env, jclass, jint t
     jint result = NO_USER_TABLE_ROW;
     runNative(env, VDK_HERE, [&] {
         LockHolder lock(ourLock);
+        // Here no text has been looked up for the row yet.
+        ourDB->stringPool->collectIfGrown();
         result = createUserTableRow(env, table, frequentThresholdMs, minimumMs);
     });
     return result;

@@ -129,6 +129,7 @@ int JavaObjectMap::remove(long handle, jobject object, int fallback) {
     }
     const int old = *value;
     map->remove(tag);
+    map->compact();
     return old;
 }
 
@@ -137,6 +138,7 @@ void JavaObjectMap::onObjectFree(jlong tag) {
     for (int i = 0; i < ourMaps.getSize(); i++) {
         if (ourMaps[i]->getPtr(static_cast<int>(tag)) != nullptr) {
             ourMaps[i]->remove(static_cast<int>(tag));
+            ourMaps[i]->compact();
         }
     }
 }

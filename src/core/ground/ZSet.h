@@ -37,6 +37,15 @@ public:
         this->size = 0;
         this->computeLimits();
     }
+    // For a table whose keys come and go: rebuilds it at a size that fits its keys once many slots
+    // are removed ones. Without that every search walks over them, and the table grows with all the
+    // keys there ever were. Constant time for each removal.
+    void compact() {
+        const int wanted = this->compactCapacity();
+        if (wanted != 0) {
+            rehash(wanted);
+        }
+    }
     // Rebuilds the table with a capacity of the prime table; removed slots vanish.
     void rehash(int newCapacity);
 };

@@ -115,6 +115,15 @@ protected:
         size++;
         return size > maxSize || free == 0;
     }
+    // Capacity that a table of these keys gets when its removed slots go: twice the keys fit before
+    // it grows again. 0 while the removed slots are too few to be worth it.
+    int compactCapacity() const {
+        if (capacity - size - free <= capacity / 4) {
+            return 0;
+        }
+        const int room = size > 0x1fffffff ? capacity : size * 4;
+        return PrimeFinder::nextPrime(room < initialCapacity ? initialCapacity : room);
+    }
     int grownCapacity() const {
         return PrimeFinder::nextPrime(capacity > 0x3fffffff ? PrimeFinder::LARGEST_PRIME
                                                             : capacity * 2);

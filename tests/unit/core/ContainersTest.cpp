@@ -134,6 +134,28 @@ TEST(ZMap, putAfterRemoveReusesTheSlotAndLeavesFreeAlone) {
     EXPECT_EQ(map.getSize(), 1);
 }
 
+TEST(ZMap, compactedTableOfPassingKeysStaysSmallAndQuickToSearch) {
+    ZMap<int, int> map(100);
+    ZSet<int> set(100);
+    for (int i = 1; i <= 100000; i++) {
+        map.put(i, i);
+        set.add(i);
+        if (i > 50) {
+            map.remove(i - 50);
+            map.compact();
+            set.remove(i - 50);
+            set.compact();
+        }
+        ASSERT_LE(map.getCapacity(), 311) << i;
+        ASSERT_LE(set.getCapacity(), 311) << i;
+        // A search for what is not there ends at a slot that was never used.
+        ASSERT_GT(map.getFree(), map.getCapacity() / 10) << i;
+    }
+    EXPECT_EQ(map.getSize(), 50);
+    EXPECT_EQ(map.get(99951), 99951);
+    EXPECT_TRUE(set.contains(100000));
+}
+
 TEST(ZMap, doublesWhenRemovalsHaveUsedUpAllFreeSlots) {
     ZMap<int, int> map(3);
     const int before = map.getCapacity();

@@ -28,6 +28,8 @@ const char* meaningName(FieldMeaning meaning) {
     switch (meaning) {
     case STRING_ROW:
         return "row of `string`, 0 for none: ";
+    case STRING_OR_NUMBER:
+        return "row of `string`, or a plain number: ";
     case FRAME_ROW:
         return "row of `frame`: ";
     case FRAME_LINK:

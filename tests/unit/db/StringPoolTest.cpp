@@ -74,28 +74,49 @@ TEST(StringPool, collectsWhatOnlyADeletedAndNeutralRowNamed) {
     EXPECT_EQ(5, db.stringTable->getRecordModificationStamp(unused));
 }
 
+namespace {
+// Puts a text of its own into each field of the table that holds one, each in a row of its own.
+template <typename T>
+void fillStrings(DB& db, DBTable<T>* table, std::vector<int>& kept) {
+    typedef RecordTraits<T> Traits;
+    for (int field = 0; field < Traits::fieldCount; field++) {
+        const FieldMeaning meaning = Traits::fields[field].meaning;
+        if (meaning != STRING_ROW && meaning != STRING_OR_NUMBER) {
+            continue;
+        }
+        const std::string text = std::string(Traits::tableName) + "." + Traits::fields[field].name;
+        kept.push_back(db.stringPool->getDBIndex(text.c_str(), true));
+        T* record = table->getRecord(10 + field, true);
+        Traits::eachField(*record, [&](int number, auto& value) {
+            if constexpr (std::is_same<decltype(value), int&>::value) {
+                value = number == field ? kept.back() : value;
+            }
+        });
+        record->stamp = -1;
+    }
+}
+} // namespace
+
 TEST(StringPool, everyFieldThatHoldsAStringKeepsIt) {
     DB db(-1, -1);
-    const int fields[] = {1, 2, 6, 7, 8, 14, 21, 26, 33, 41, 43, 44, 52, 54, 55};
     std::vector<int> kept;
-    for (int number : fields) {
-        const std::string text = "kept by field " + std::to_string(number);
-        const int index = db.stringPool->getDBIndex(text.c_str(), true);
-        kept.push_back(index);
-        // One row a field, so that no other field can keep it.
-        db.setIntField(number, 10 + number, index);
-    }
-    for (int number : fields) {
-        for (int slot = 1; slot < CORE_TABLE_COUNT; slot++) {
-            if (slot != SLOT_Method || number < 9) {
-                db.tables[slot]->setRecordModificationStamp(10 + number, -1);
-            }
-        }
-    }
+#define FILL(slot, base, member, tableName, firstIndex, capacity, size)                            \
+    fillStrings(db, db.member, kept);
+    VDK_TABLES(FILL)
+#undef FILL
+    EXPECT_EQ(15u, kept.size());
     db.stringPool->collectGarbageStrings();
     for (int index : kept) {
-        EXPECT_NE(nullptr, db.stringPool->getText(index));
+        EXPECT_NE(nullptr, db.stringPool->getText(index)) << index;
     }
+}
+
+TEST(StringPool, numberBesideAStringIsNoRow) {
+    DB db(-1, -1);
+    db.setProperty("huge", 0x7fffffff);
+    db.setProperty("negative", -5);
+    db.stringPool->collectGarbageStrings();
+    EXPECT_NE(0, db.stringPool->getDBIndex("huge", false));
 }
 
 TEST(StringPool, userTableColumnsKeepTheirStrings) {
@@ -117,19 +138,29 @@ TEST(StringPool, userTableColumnsKeepTheirStrings) {
     EXPECT_EQ(nullptr, db.stringPool->getText(inKey));
 }
 
-TEST(StringPool, survivesManyRoundsOfNewNames) {
+TEST(StringPool, millionDroppedTextsTakeTheRoomOfAFew) {
     DB db(-1, -1);
-    const int kept = db.stringPool->getDBIndex("kept", true);
-    db.threadTable->getRecord(1, true)->nameStrID = kept;
-    db.threadTable->getRecord(1, true)->stamp = 1;
-    for (int round = 0; round < 50; round++) {
-        for (int i = 0; i < 100; i++) {
-            const std::string name = "request " + std::to_string(round * 100 + i);
-            db.stringPool->getDBIndex(name.c_str(), true);
-        }
-        db.stringPool->collectGarbageStrings();
+    const int kept = db.setProperty("kept", 0);
+    for (int i = 0; i < 1000000; i++) {
+        db.stringPool->getDBIndex(("select " + std::to_string(i)).c_str(), true);
+        db.stringPool->collectIfGrown();
     }
-    // Rows were reused: the table did not grow with the 5000 names.
-    EXPECT_EQ(1280, db.stringTable->getCapacity());
+    EXPECT_LE(db.stringTable->getCapacity(), 2560);
     EXPECT_EQ(kept, db.stringPool->getDBIndex("kept", false));
+}
+
+// Every collection walks all rows, so it has to wait for so much more that has happened.
+TEST(StringPool, collectionWaitsUntilItHasEarnedItsWalk) {
+    DB db(-1, -1);
+    constexpr int ROWS = 1000000;
+    db.threadTable->setRecordModificationStamp(0, 1);
+    for (int row = 0; row < ROWS; row += 256) {
+        db.threadTable->setRecordModificationStamp(row, 1);
+    }
+    db.stringPool->collectGarbageStrings();
+    const int unused = db.stringPool->getDBIndex("unused", true);
+    db.stringPool->collectIfEarned(100);
+    EXPECT_NE(nullptr, db.stringPool->getText(unused));
+    db.stringPool->collectIfEarned(ROWS / 1024);
+    EXPECT_EQ(nullptr, db.stringPool->getText(unused));
 }

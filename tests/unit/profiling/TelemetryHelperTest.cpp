@@ -54,6 +54,17 @@ TEST_F(TelemetryHelperTest, propertyShowsOnceItsValueDiffersFromZero) {
     EXPECT_EQ(7, ourDB->propertyTable->getRecord(2, false)->value);
 }
 
+TEST_F(TelemetryHelperTest, propertyKeepsItsNameThroughCollections) {
+    ourDB->stringPool->collectGarbageStrings();
+    ourDB->stringPool->getDBIndex("req-93", true);
+    const int own = ourDB->setProperty("own", 77);
+    EXPECT_GE(ourDB->findPropertyRecordIndex(own), TELEC_FIELD_COUNT) << "a row of its own";
+    telec[5] = 1;
+    store();
+    const int name = ourDB->propertyTable->getRecord(5, false)->nameStrID;
+    EXPECT_STREQ("telec.deadlock.found", ourDB->stringPool->getText(name));
+}
+
 TEST_F(TelemetryHelperTest, firstExtraNameDecidesForAll) {
     names[5] = 77;
     store();
