@@ -77,7 +77,8 @@ void J2EEIndex::mergeJ2EEIndex(ZSet<int>* trns) {
     // The rows of the oldest threads are made while the rows are merged, which may rebuild the map:
     // the keys are collected first, the walk then goes by key.
     ZVector<long> keys;
-    for (int slot = 0; slot < buckets.getCapacity(); slot++) {
+    const int slots = buckets.getSize() == 0 ? 0 : buckets.getCapacity();
+    for (int slot = 0; slot < slots; slot++) {
         if (buckets.isFull(slot) && trnOfKey(buckets.keyAt(slot)) != 0 &&
             trns->contains(trnOfKey(buckets.keyAt(slot)))) {
             keys.push(buckets.keyAt(slot));

@@ -107,7 +107,7 @@ void ThreadInfo::onThreadEnd() {
     ourAllThreadInfos.remove(this);
     ourAllThreadInfos.compact();
     WallTimeCorrector::threadEnds(this);
-    FinishedThreads::add(trn);
+    FinishedThreads::add(trn, threadRecordIndex);
 }
 
 long ThreadInfo::readCpuTimeNs() const {

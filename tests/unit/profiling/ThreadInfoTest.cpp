@@ -4,6 +4,7 @@
 #include "profiling/FinishedThreads.h"
 
 #include <gtest/gtest.h>
+#include <vector>
 
 namespace {
 
@@ -27,7 +28,7 @@ int endThread(int frame, long timeNs) {
 int mergedThreadCount() {
     int count = 0;
     ourDB->threadTable->eachRecord(
-        [&](int, const ThreadRecord& row) { count += row.tfiThreadIndex == 0; });
+        [&](int, const ThreadRecord& row) { count += row.stamp > 0 && row.tfiThreadIndex == 0; });
     return count;
 }
 
@@ -152,6 +153,70 @@ TEST(FinishedThreads, threadsThatEndedWhileNothingWasRecordedGoFirst) {
             EXPECT_NE(0, row.tfiThreadIndex);
         }
     });
+}
+
+TEST(FinishedThreads, rowsOfThreadsThatNothingNamesAreUsedAgain) {
+    ToyJvm jvm;
+    ourStatus = STACK_TELEMETRY;
+    // One row of each kind that can name a thread; all of these threads end among the first.
+    const int table = ourDB->createUserTableByDescription("T\n2\nthread\n0\nthread.end\n0\n");
+    int* userRow = ourDB->getUserTable(table)->getRecord(0, true);
+    ThreadStateRecord* state = ourDB->threadStateTable->getRecord(0, true);
+    ExceptionRecord* exception = ourDB->exceptionTable->getRecord(1, true);
+    MonitorRecord* monitor = ourDB->monitorTable->getRecord(1, true);
+    MonitorRecord* deleted = ourDB->monitorTable->getRecord(2, true);
+    std::vector<int> named;
+    for (int* place : {&userRow[1], &userRow[2], &state->trn, &exception->trn, &monitor->ownerTRN,
+                       &deleted->ownerTRN}) {
+        *place = endThread(7, 1000);
+        named.push_back(*place);
+    }
+    userRow[0] = -1; // still open
+    state->stamp = exception->stamp = monitor->stamp = 1;
+    deleted->stamp = -1;
+    named.pop_back();
+    ourDB->currentStamp = 9;
+    const auto rowsOfNamed = [&] {
+        int count = 0;
+        ourDB->threadTable->eachRecord([&](int, const ThreadRecord& row) {
+            count += row.stamp > 0 && row.trn <= named.back() && row.trn >= named.front();
+        });
+        return count;
+    };
+    for (int i = 0; i < 5000; i++) {
+        endThread(7, 1000);
+    }
+    EXPECT_EQ(1280, ourDB->threadTable->getCapacity());
+    EXPECT_EQ(5, rowsOfNamed());
+    EXPECT_EQ(1000L * (5006 - FinishedThreads::count()),
+              ourOldestFinishedThreads->getCPUProfilingRecord(7, false)->timeNs);
+    // The row of the thread that only a deleted row named went, and told clients so.
+    state->stamp = -1;
+    FinishedThreads::freeUnnamedRows();
+    EXPECT_EQ(4, rowsOfNamed());
+    EXPECT_GT(mergedThreadCount(), 0);
+    bool neutral = false;
+    ourDB->threadTable->eachRecord([&](int, const ThreadRecord& row) {
+        neutral = neutral || (row.stamp == -9 && row.trn == 0 && row.nameStrID == 0);
+    });
+    EXPECT_TRUE(neutral);
+}
+
+TEST(FinishedThreads, searchForUnnamedRowsWaitsUntilItHasEarnedItsWalk) {
+    ToyJvm jvm;
+    ourStatus = STACK_TELEMETRY;
+    for (int row = 0; row < 1000000; row += 256) {
+        ourDB->threadStateTable->setRecordModificationStamp(row, 1);
+    }
+    FinishedThreads::freeUnnamedRows();
+    for (int i = 0; i < 3000; i++) {
+        endThread(7, 1000);
+    }
+    EXPECT_GT(mergedThreadCount(), 2900);
+    for (int i = 0; i < 2000; i++) {
+        endThread(7, 1000);
+    }
+    EXPECT_LT(mergedThreadCount(), 2000);
 }
 
 TEST(FinishedThreads, firstEndCollectsStringsThatNothingUses) {
