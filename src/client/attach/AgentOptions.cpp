@@ -2,8 +2,12 @@
 
 #include "client/console/Errors.h"
 #include "client/console/Text.h"
+#include "core/ground/Options.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
 
 namespace vdk {
 
@@ -27,7 +31,8 @@ std::string quoteOptionValue(const std::string& value) {
 
 // Options whose value is a path that the agent opens: it has another working folder.
 static std::string withAbsolutePath(const std::string& option, const std::string& workingDir) {
-    static const char* const keys[] = {"dir=", "tmpdir=", "filters=", "walltimespec=", "triggers="};
+    static const char* const keys[] = {
+        "dir=", "tmpdir=", "filters=", "walltimespec=", "triggers=", "exitsnapshot="};
     for (const char* key : keys) {
         if (!startsWith(option, key)) {
             continue;
@@ -73,11 +78,55 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
     add(!choices.verbose, "quiet");
     add(!choices.attach && !choices.exceptions, "noexceptionevents");
     add(choices.attach && !choices.generations, "nostartgeneration");
+    add(!choices.oomDump, "disableoomedumper");
+    add(!choices.attach && !choices.requireAgent, "optional");
+    add(choices.noSnapshot, "noexitsnapshot");
+    add(!choices.attach && !choices.noSnapshot, "tellsnapshot");
+    if (!choices.exitSnapshot.empty()) {
+        all.push_back("exitsnapshot=" + quoteOptionValue(choices.exitSnapshot));
+    }
     if (!choices.tmpDir.empty() && !given("tmpdir=")) {
         all.push_back("tmpdir=" + quoteOptionValue(choices.tmpDir));
     }
     all.insert(all.end(), options.begin(), options.end());
     return join(all, ",");
+}
+
+void checkAgentOptions(const std::string& text) {
+    static std::string refusal;
+    refusal.clear();
+    Options::ourRefusalSink = [](const ZString& message) { refusal = message.c_str(); };
+    Options options{ZVectorSafe<ZString>()};
+    bool good = options.parse(text.c_str());
+    Options::ourRefusalSink = nullptr;
+    if (!good) {
+        throw ClientError(ExitCode::Usage, "agent.options",
+                          "the agent would refuse its options: " + printable(refusal),
+                          "`vdk help options` lists them");
+    }
+    for (const ZString* file : {&options.filters, &options.wallTimeSpec, &options.triggers}) {
+        if (!file->isEmpty() && access(file->c_str(), R_OK) != 0) {
+            throw ClientError(ExitCode::Usage, "input.open",
+                              "cannot read " + printable(file->c_str()) + ": " + strerror(errno));
+        }
+    }
+}
+
+std::vector<std::string> uselessAgentOptions(const std::string& options) {
+    static const char* const useless[] = {
+        "alloceach=",     "allocsizelimit=", "noperclassgc",        "monitors",
+        "probe=",         "probeclasspath=", "probebootclasspath=", "probewarningsaserrors",
+        "triggers=",      "usedmem=",        "periodicperf=",       "periodicmem=",
+        "periodichprof=", "onexit=memory"};
+    std::vector<std::string> found;
+    for (const std::string& option : split(options, ',')) {
+        for (const char* name : useless) {
+            if (endsWith(name, "=") ? startsWith(option, name) : option == name) {
+                found.push_back(option);
+            }
+        }
+    }
+    return found;
 }
 
 AgentStartFailure explainAgentResult(int code) {

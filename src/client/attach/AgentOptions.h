@@ -9,12 +9,16 @@ namespace vdk {
 
 struct AgentOptionChoices {
     bool attach = false;
-    bool remote = false;      // do not add `onlylocal`
-    bool exceptions = false;  // keep exception events
-    bool generations = false; // tag the heap's objects at the start
-    bool verbose = false;     // let the agent write its banner
-    std::string tmpDir;       // private folder, as the target sees it; "" adds none
-    std::string workingDir;   // base of relative paths in the user's options
+    bool remote = false;       // do not add `onlylocal`
+    bool exceptions = false;   // keep exception events
+    bool generations = false;  // tag the heap's objects at the start
+    bool verbose = false;      // let the agent write its banner
+    bool requireAgent = false; // a program whose agent cannot start ends
+    bool oomDump = false;      // let the agent switch on the JVM's heap dumps at OutOfMemoryError
+    bool noSnapshot = false;   // leave no snapshot behind at the end
+    std::string exitSnapshot;  // file of the snapshot at the end; "" is the usual place
+    std::string tmpDir;        // private folder, as the target sees it; "" adds none
+    std::string workingDir;    // base of relative paths in the user's options
 };
 
 // `arguments` are the user's option strings, each one or more options separated by commas. An
@@ -22,6 +26,13 @@ struct AgentOptionChoices {
 // empty option name such as "=5".
 std::string composeAgentOptions(const std::vector<std::string>& arguments,
                                 const AgentOptionChoices& choices);
+
+// Throws ClientError (Usage, "agent.options") for options that the agent would refuse, and
+// "input.open" for a file they name that cannot be read. Looks at them as this process sees them.
+void checkAgentOptions(const std::string& options);
+
+// The options among these that this release of the agent takes and does nothing with.
+std::vector<std::string> uselessAgentOptions(const std::string& options);
 
 // The value in a form that survives the splitting at commas: as it is where possible, else
 // "VDKQUOTED" and the bytes in hexadecimal.

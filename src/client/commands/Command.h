@@ -18,6 +18,7 @@ enum class ValueKind {
     Number,   // 0 or more
     Duration, // "30s", see parseDurationMs
     File,
+    Folder,
     Target, // a JVM
     Source, // a snapshot file or a JVM
     Choice, // one of OptionSpec::choices

@@ -77,6 +77,7 @@ void load(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
     choices.remote = arguments.has("--remote");
     choices.verbose = arguments.has("--banner");
     choices.generations = arguments.has("--generations");
+    choices.oomDump = arguments.has("--oom-dump");
     choices.tmpDir = files.directory();
     char folder[4096];
     choices.workingDir = getcwd(folder, sizeof(folder)) ? folder : "";

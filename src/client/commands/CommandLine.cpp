@@ -3,6 +3,7 @@
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
 #include "core/ground/Logger.h"
+#include "core/ground/Options.h"
 #include "core/ground/Version.h"
 
 #include <CLI/CLI.hpp>
@@ -17,7 +18,7 @@ namespace {
 
 const char ExitCodes[] = "Exit codes: 0 done, 1 refused by a check, 2 usage, 3 no such JVM or "
                          "several,\n4 attach refused, 5 agent failed, 6 timed out, 7 bad or "
-                         "truncated input,\n8 cannot write, 130 aborted.\n";
+                         "truncated input,\n8 cannot write, 127 cannot run, 130 aborted.\n";
 
 std::string valueName(const OptionSpec& option) {
     switch (option.kind) {
@@ -29,26 +30,13 @@ std::string valueName(const OptionSpec& option) {
         return "TIME";
     case ValueKind::File:
         return "FILE";
+    case ValueKind::Folder:
+        return "FOLDER";
     case ValueKind::Choice:
         return join(option.choices, "|");
     default:
         return "TEXT";
     }
-}
-
-std::string usageLine(const Command& command) {
-    std::string line = "vdk " + command.name;
-    for (const OptionSpec& option : command.options) {
-        if (!option.isPositional()) {
-            continue;
-        }
-        std::string name =
-            option.kind == ValueKind::Choice ? join(option.choices, "|") : option.name;
-        name += option.repeated ? "..." : "";
-        line += option.required ? " " + name : " [" + name + "]";
-    }
-    line += " [options]";
-    return line + (command.takesProgram ? " -- java ..." : "");
 }
 
 [[noreturn]] void failUsage(const std::string& message, const std::string& command) {
@@ -79,8 +67,8 @@ void checkValue(const OptionSpec& option, const std::string& value, const std::s
     } else if (option.kind == ValueKind::Choice) {
         good =
             std::find(option.choices.begin(), option.choices.end(), value) != option.choices.end();
-    } else if (option.kind == ValueKind::File || option.kind == ValueKind::Target ||
-               option.kind == ValueKind::Source) {
+    } else if (option.kind == ValueKind::File || option.kind == ValueKind::Folder ||
+               option.kind == ValueKind::Target || option.kind == ValueKind::Source) {
         good = !value.empty();
     }
     if (!good) {
@@ -88,6 +76,25 @@ void checkValue(const OptionSpec& option, const std::string& value, const std::s
                       valueForm(option) + ")",
                   command);
     }
+}
+
+// ": did you mean --json?" behind an error on a word that is close to an option.
+std::string didYouMeanOption(const std::vector<std::string>& words,
+                             const std::vector<OptionSpec>& options) {
+    std::vector<std::string> names;
+    for (const OptionSpec& option : options) {
+        if (!option.isPositional()) {
+            names.push_back(option.name);
+        }
+    }
+    for (const std::string& word : words) {
+        std::string name = word.substr(0, word.find('='));
+        bool known = std::find(names.begin(), names.end(), name) != names.end();
+        if (startsWith(name, "--") && !known) {
+            return didYouMean(name, names);
+        }
+    }
+    return "";
 }
 
 // Reads one command's arguments with CLI11. Values are checked afterwards, by the table.
@@ -134,6 +141,8 @@ Arguments parseArguments(const Command& command, std::vector<std::string> words)
     std::reverse(words.begin(), words.end());
     try {
         app.parse(words);
+    } catch (const CLI::ExtrasError& e) {
+        failUsage(std::string(e.what()) + didYouMeanOption(words, options), command.name);
     } catch (const CLI::ParseError& e) {
         failUsage(e.what(), command.name);
     }
@@ -182,7 +191,7 @@ void checkRequired(const Command& command, const Arguments& arguments) {
         failUsage("'" + printable(rest->second.front()) + "' is one argument too many",
                   command.name);
     }
-    if (command.takesProgram && arguments.command.empty()) {
+    if (command.takesProgram && arguments.command.empty() && !arguments.has("--print-option")) {
         failUsage("no program to run: " + usageLine(command), command.name);
     }
 }
@@ -196,10 +205,27 @@ void sharedLogLine(const char* line) {
     }
 }
 
+// The most likely mistake is told by its name, ahead of what the parser makes of the rest.
+void checkSeparator(const Command& command, const std::vector<std::string>& words) {
+    auto has = [&](const char* word) {
+        return std::find(words.begin(), words.end(), word) != words.end();
+    };
+    if (!command.takesProgram || has("--") || has("--print-option")) {
+        return;
+    }
+    throw ClientError(ExitCode::Usage, "usage", "no program to run: there is no `--`",
+                      "put `--` before the program's command: `vdk " + command.name +
+                          " sampling -- java -jar app.jar`");
+}
+
 const Command& namedCommand(const std::string& name) {
     const Command* command = findCommand(name);
     if (!command) {
-        failUsage("there is no command '" + printable(name) + "'", "");
+        std::vector<std::string> names;
+        for (const Command& known : commands()) {
+            names.push_back(known.name);
+        }
+        failUsage("there is no command '" + printable(name) + "'" + didYouMean(name, names), "");
     }
     return *command;
 }
@@ -217,7 +243,13 @@ int dispatch(const std::vector<std::string>& words, Console& console) {
     }
     if (words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
         bool named = words[0] == "help" && words.size() > 1;
-        console.out << (named ? commandHelp(namedCommand(words[1]), true) : programHelp());
+        if (named && words[1] == "--man") {
+            console.out << manualPage();
+        } else if (named && words[1] == "options") {
+            Options::printUsage();
+        } else {
+            console.out << (named ? commandHelp(namedCommand(words[1]), true) : programHelp());
+        }
         return 0;
     }
     if (words[0] == "--version" || words[0] == "version") {
@@ -236,6 +268,7 @@ int dispatch(const std::vector<std::string>& words, Console& console) {
     if (wantsHelp(*command, rest, console)) {
         return 0;
     }
+    checkSeparator(*command, rest);
     Arguments arguments = parseArguments(*command, rest);
     ColorMode color = arguments.text("--color") == "always"  ? ColorMode::Always
                       : arguments.text("--color") == "never" ? ColorMode::Never
@@ -249,6 +282,45 @@ int dispatch(const std::vector<std::string>& words, Console& console) {
 }
 
 } // namespace
+
+std::string usageLine(const Command& command) {
+    std::string line = "vdk " + command.name;
+    for (const OptionSpec& option : command.options) {
+        if (!option.isPositional()) {
+            continue;
+        }
+        std::string name =
+            option.kind == ValueKind::Choice ? join(option.choices, "|") : option.name;
+        name += option.repeated ? "..." : "";
+        line += option.required ? " " + name : " [" + name + "]";
+    }
+    line += " [options]";
+    return line + (command.takesProgram ? " -- program ..." : "");
+}
+
+std::string optionHead(const OptionSpec& option) {
+    std::string head =
+        option.shortName.empty() ? option.name : option.shortName + ", " + option.name;
+    bool hasValue = !option.isPositional() && option.kind != ValueKind::None;
+    return hasValue ? head + " " + valueName(option) : head;
+}
+
+const std::vector<std::pair<int, std::string>>& exitCodeTexts() {
+    static const std::vector<std::pair<int, std::string>> texts = {
+        {0, "done"},
+        {1, "a check said no, for example `vdk top` while sampling is off"},
+        {2, "wrong command line, or it names a file that is not there"},
+        {3, "no such JVM, or several"},
+        {4, "the JVM cannot be attached to, or did not load the agent"},
+        {5, "the agent answered with an error, or does not answer at its port"},
+        {6, "no answer in time"},
+        {7, "bad or truncated input: a damaged file, or an answer that does not hold up"},
+        {8, "an output file cannot be written"},
+        {127, "`vdk run` could not start the program; otherwise it ends as the program does"},
+        {130, "aborted by Ctrl-C"},
+    };
+    return texts;
+}
 
 std::string versionText() {
     return std::string("vdk ") + VDK_VERSION + " (build " + VDK_BUILD_STAMP + ", " + VDK_PRODUCT +
@@ -272,12 +344,14 @@ std::string programHelp() {
     }
     text +=
         "\nTARGET is a process id, part of a main class, JAR or session name, or [host]:port.\n"
-        "`vdk <command> --help` tells the options of a command; `vdk --version` the release.\n\n";
+        "`vdk <command> --help` tells the options of a command, `vdk help options` those of the\n"
+        "agent, `vdk --version` the release.\n\n";
     return text + ExitCodes;
 }
 
 std::string commandHelp(const Command& command, bool longForm) {
-    std::string text = "Usage: " + usageLine(command) + "\n\n" + command.summary + ".\n";
+    std::string text =
+        "Usage: " + usageLine(command) + "\n\n" + capitalized(command.summary) + ".\n";
     if (longForm && !command.details.empty()) {
         text += "\n" + command.details + "\n";
     }
@@ -291,11 +365,7 @@ std::string commandHelp(const Command& command, bool longForm) {
     std::vector<std::pair<std::string, std::string>> lines;
     size_t width = 0;
     for (const OptionSpec& option : allOptions(command)) {
-        std::string left =
-            option.shortName.empty() ? option.name : option.shortName + ", " + option.name;
-        if (!option.isPositional() && option.kind != ValueKind::None) {
-            left += " " + valueName(option);
-        }
+        std::string left = optionHead(option);
         width = std::max(width, left.size());
         lines.emplace_back(left, option.help);
     }

@@ -13,4 +13,13 @@ std::string programHelp();
 std::string commandHelp(const Command& command, bool longForm);
 std::string versionText();
 
+// The manual page, in roff; `vdk help --man` prints it and docs/vdk.1 is it.
+std::string manualPage();
+
+// Parts of the help and of the manual page: "vdk attach TARGET [OPTION...] [options]", "-o, --out
+// FILE", and the meaning of each exit code.
+std::string usageLine(const Command& command);
+std::string optionHead(const OptionSpec& option);
+const std::vector<std::pair<int, std::string>>& exitCodeTexts();
+
 } // namespace vdk

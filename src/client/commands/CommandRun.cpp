@@ -5,14 +5,23 @@
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <unistd.h>
 
 namespace vdk {
 
-// How the launcher takes an option for its JVM: java as it is, the tools of a JDK behind -J.
-static std::string launcherPrefix(const std::string& program) {
+namespace {
+
+const char ToolOptions[] = "JAVA_TOOL_OPTIONS";
+
+// How the program takes an option for its JVM: java as it is, the tools of a JDK behind -J. For any
+// other the environment tells the JVMs that it starts, and nothing comes back.
+std::optional<std::string> launcherPrefix(const std::string& program) {
     std::string name = program.substr(program.rfind('/') + 1);
     if (name == "java") {
         return "";
@@ -24,32 +33,133 @@ static std::string launcherPrefix(const std::string& program) {
             return "-J";
         }
     }
-    throw ClientError(
-        ExitCode::Usage, "run.launcher", "'" + printable(name) + "' is no Java launcher",
-        "for a script that starts java itself, put what `vdk run --print ... -- java` "
-        "shows into the variable JAVA_TOOL_OPTIONS or the script's own options");
+    return std::nullopt;
 }
 
-int runRun(Console& console, const Arguments& arguments) {
-    std::string prefix = launcherPrefix(arguments.command.front());
+std::string absoluteName(const std::string& path) {
+    char folder[PATH_MAX];
+    return path[0] == '/' || !getcwd(folder, sizeof(folder)) ? path
+                                                             : std::string(folder) + "/" + path;
+}
+
+// The value for JAVA_TOOL_OPTIONS: behind what stands there, in quotes where the JVM would split.
+std::string toolOptions(const std::string& option) {
+    const char* present = getenv(ToolOptions);
+    std::string word =
+        option.find_first_of(" \t'") == std::string::npos ? option : "\"" + option + "\"";
+    return (present && *present ? std::string(present) + " " : "") + word;
+}
+
+// The agent's option for the JVM's command line; nothing when the agent can't be prepared and the
+// program shall run all the same.
+std::optional<std::string> agentOption(Console& console, const Arguments& arguments) {
     AgentOptionChoices choices;
     choices.remote = arguments.has("--remote");
     choices.verbose = arguments.has("--banner");
     choices.exceptions = arguments.has("--exceptions");
-    choices.tmpDir = ownPrivateDirectory();
-    std::string options = composeAgentOptions(arguments.all("OPTION"), choices);
-    std::string library = findAgentLibrary(arguments.text("--agent"), ExitCode::CannotRun);
-    std::vector<std::string> command = arguments.command;
-    command.insert(command.begin() + 1, prefix + "-agentpath:" + library + "=" + options);
-    if (arguments.has("--print")) {
-        for (std::string& word : command) {
-            word = shellWord(word);
+    choices.requireAgent = arguments.has("--require-agent");
+    choices.oomDump = arguments.has("--oom-dump");
+    choices.noSnapshot = arguments.has("--no-snapshot");
+    if (arguments.has("--out")) {
+        choices.exitSnapshot = absoluteName(arguments.text("--out"));
+        if (!endsWith(choices.exitSnapshot, ".snapshot") || choices.noSnapshot) {
+            throw ClientError(ExitCode::Usage, "usage",
+                              choices.noSnapshot ? "--out and --no-snapshot contradict each other"
+                                                 : "the name for --out must end in .snapshot");
         }
-        console.out << join(command, " ") << "\n";
+    }
+    try {
+        choices.tmpDir = ownPrivateDirectory();
+    } catch (const ClientError& e) {
+        if (choices.requireAgent) {
+            throw;
+        }
+        console.warn(std::string("the program runs without the agent: ") + e.what());
+        return std::nullopt;
+    }
+    std::string options = composeAgentOptions(arguments.all("OPTION"), choices);
+    checkAgentOptions(options);
+    std::vector<std::string> useless = uselessAgentOptions(options);
+    if (!useless.empty()) {
+        console.warn("this release does not do yet what is asked by " +
+                     printable(join(useless, ", ")));
+    }
+    std::string library = findAgentLibrary(arguments.text("--agent"), ExitCode::CannotRun);
+    return "-agentpath:" + library + "=" + options;
+}
+
+// What is run, and with which environment.
+struct Launch {
+    std::vector<std::string> command;
+    std::string environment; // value of JAVA_TOOL_OPTIONS, if it is to be set
+};
+
+Launch makeLaunch(const std::vector<std::string>& command, const std::string& option) {
+    Launch launch{command, ""};
+    std::optional<std::string> prefix =
+        command.empty() ? std::nullopt : launcherPrefix(command.front());
+    if (prefix) {
+        launch.command.insert(launch.command.begin() + 1, *prefix + option);
+    } else {
+        launch.environment = toolOptions(option);
+    }
+    return launch;
+}
+
+void print(Console& console, const Launch& launch, const std::string& option) {
+    if (console.json) {
+        JsonWriter json(console.out, true);
+        beginDocument(json, "vdk.run/1").field("option", option).key("command").beginArray();
+        for (const std::string& word : launch.command) {
+            json.value(word);
+        }
+        json.endArray().key("environment").beginObject();
+        if (!launch.environment.empty()) {
+            json.field(ToolOptions, launch.environment);
+        }
+        json.endObject().endObject();
+        console.out << "\n";
+        return;
+    }
+    std::vector<std::string> words;
+    if (!launch.environment.empty()) {
+        words.push_back(std::string(ToolOptions) + "=" + shellWord(launch.environment));
+    }
+    for (const std::string& word : launch.command) {
+        words.push_back(shellWord(word));
+    }
+    console.out << join(words, " ") << "\n";
+}
+
+} // namespace
+
+int runRun(Console& console, const Arguments& arguments) {
+    if (arguments.has("--exceptions")) {
+        console.warn("--exceptions makes throwing some 33 times slower, and this release records "
+                     "no exceptions yet");
+    }
+    std::optional<std::string> option = agentOption(console, arguments);
+    Launch launch{arguments.command, ""};
+    if (option) {
+        launch = makeLaunch(arguments.command, *option);
+    }
+    if (arguments.has("--print-option") && !console.json) {
+        console.out << option.value_or("") << "\n";
         return 0;
     }
+    if (arguments.has("--print") || arguments.has("--print-option")) {
+        print(console, launch, option.value_or(""));
+        return 0;
+    }
+    if (option && arguments.has("--out")) {
+        // The agent never writes over a file: what is there now is from a run before.
+        unlink(arguments.text("--out").c_str());
+    }
+    if (!launch.environment.empty()) {
+        setenv(ToolOptions, launch.environment.c_str(), 1);
+    }
     std::vector<char*> pointers;
-    for (std::string& word : command) {
+    for (std::string& word : launch.command) {
         pointers.push_back(word.data());
     }
     pointers.push_back(nullptr);
@@ -57,7 +167,7 @@ int runRun(Console& console, const Arguments& arguments) {
     restoreSignalHandlers();
     execvp(pointers[0], pointers.data());
     throw ClientError(ExitCode::CannotRun, "run.exec",
-                      "cannot run " + command.front() + ": " + strerror(errno));
+                      "cannot run " + launch.command.front() + ": " + strerror(errno));
 }
 
 } // namespace vdk

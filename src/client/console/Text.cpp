@@ -92,6 +92,46 @@ std::string shellWord(std::string_view text) {
     return isPlain ? std::string(text) : shellQuoted(text);
 }
 
+std::string capitalized(std::string text) {
+    if (!text.empty()) {
+        text[0] = char(std::toupper(static_cast<unsigned char>(text[0])));
+    }
+    return text;
+}
+
+// Letters to insert, leave out, change or swap with their neighbour between two words.
+static size_t editDistance(const std::string& a, const std::string& b) {
+    std::vector<std::vector<size_t>> cost(a.size() + 1, std::vector<size_t>(b.size() + 1));
+    for (size_t i = 0; i <= a.size(); i++) {
+        for (size_t k = 0; k <= b.size(); k++) {
+            if (i == 0 || k == 0) {
+                cost[i][k] = i + k;
+                continue;
+            }
+            size_t change = cost[i - 1][k - 1] + (a[i - 1] == b[k - 1] ? 0 : 1);
+            cost[i][k] = std::min({change, cost[i - 1][k] + 1, cost[i][k - 1] + 1});
+            if (i > 1 && k > 1 && a[i - 1] == b[k - 2] && a[i - 2] == b[k - 1]) {
+                cost[i][k] = std::min(cost[i][k], cost[i - 2][k - 2] + 1);
+            }
+        }
+    }
+    return cost[a.size()][b.size()];
+}
+
+std::string didYouMean(const std::string& word, const std::vector<std::string>& known) {
+    const std::string* nearest = nullptr;
+    size_t least = word.size() < 4 ? 2 : 3; // as many differences are too many
+    for (const std::string& name : known) {
+        bool begun = word.size() > 2 && startsWith(name, word);
+        size_t distance = begun ? 0 : word.size() > 100 ? least : editDistance(word, name);
+        if (distance < least) {
+            least = distance;
+            nearest = &name;
+        }
+    }
+    return nearest ? ": did you mean " + *nearest + "?" : "";
+}
+
 static std::string format(const char* pattern, double value) {
     char buffer[64];
     snprintf(buffer, sizeof(buffer), pattern, value);

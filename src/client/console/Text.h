@@ -32,6 +32,12 @@ std::string formatLimit(int milliseconds);
 std::string shellQuoted(std::string_view text);
 std::string shellWord(std::string_view text);
 
+// The text with its first letter in upper case.
+std::string capitalized(std::string text);
+
+// ": did you mean list?" for a word that is close to one of the known ones, "" for any other.
+std::string didYouMean(const std::string& word, const std::vector<std::string>& known);
+
 // Nanoseconds as people read them: "12.3 s", "45.6 ms", "7 us".
 std::string formatNs(int64_t ns);
 

@@ -139,8 +139,30 @@ void callCore(JNIEnv* env, const char* name, const char* signature, jlong argume
 }
 
 bool isSnapshotOnExitWanted(long status) {
-    return ourOptions->onExitMemory || ourOptions->onExitSnapshot ||
-           (status & SNAPSHOT_ON_EXIT_BITS) != 0;
+    const bool isAsked = ourOptions->onExitMemory || ourOptions->onExitSnapshot ||
+                         !ourOptions->exitSnapshot.isEmpty();
+    return !ourOptions->noExitSnapshot && (isAsked || (status & SNAPSHOT_ON_EXIT_BITS) != 0);
+}
+
+// The snapshot at the end, for a user who named its file or wants to know where it lies.
+void captureToldSnapshot(JNIEnv* env, jlong flags) {
+    jmethodID method = env->GetStaticMethodID(ourClassCoreGlobalRef, "captureSnapshotOnExit",
+                                              "(JLjava/lang/String;)Ljava/lang/String;");
+    ASSERT_JNI(env);
+    jstring file = newString(env, ourOptions->exitSnapshot);
+    auto path = static_cast<jstring>(
+        env->CallStaticObjectMethod(ourClassCoreGlobalRef, method, flags, file));
+    env->DeleteLocalRef(file);
+    ASSERT_JNI(env);
+    if (!ourOptions->tellSnapshot) {
+        env->DeleteLocalRef(path);
+        return;
+    }
+    Logger::printToConsole(stderr, path == nullptr
+                                       ? ZString("vdk: no snapshot could be written at the end; "
+                                                 "the agent's log tells why\n")
+                                       : ZString("vdk: snapshot: ") + toZString(env, path) + "\n");
+    env->DeleteLocalRef(path);
 }
 
 void vmDeathImpl(JNIEnv* env) {
@@ -156,7 +178,11 @@ void vmDeathImpl(JNIEnv* env) {
     Logger::message("vmDeath: 3");
     if (isSnapshotOnExitWanted(status)) {
         const bool withHeap = ourOptions->onExitMemory || (status & ALLOCATION_RECORDING_BIT) != 0;
-        callCore(env, "captureSnapshotOnExit", "(J)V", withHeap ? 1 : 0);
+        if (ourOptions->exitSnapshot.isEmpty() && !ourOptions->tellSnapshot) {
+            callCore(env, "captureSnapshotOnExit", "(J)V", withHeap ? 1 : 0);
+        } else {
+            captureToldSnapshot(env, withHeap ? 1 : 0);
+        }
     }
     Logger::message("vmDeath: 4");
     logInstrumentationTotals();

@@ -186,7 +186,13 @@ void Options::removeBuildInProbes() {
     }
 }
 
+void (*Options::ourRefusalSink)(const ZString&) = nullptr;
+
 void Options::reportInvalidOption(const ZString& message) const {
+    if (ourRefusalSink != nullptr) {
+        ourRefusalSink(message);
+        return;
+    }
     const ZString refusal = ZString("Cannot start: invalid option: ") + message;
     if (optional || isAttached()) {
         Logger::refusal(refusal);

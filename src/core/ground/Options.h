@@ -56,6 +56,10 @@ public:
     ZString triggerText;            // made by the periodic options, in the trigger language
     bool noExceptionEvents = false; // leave the exception capability out
     bool noStartGeneration = false; // the mark at start leaves the objects untagged
+    bool optional = false;          // a JVM whose agent cannot start goes on without it
+    ZString exitSnapshot;           // file of the snapshot at the end; empty means the usual place
+    bool noExitSnapshot = false;    // none at the end, whatever is measured then
+    bool tellSnapshot = false;      // standard error tells where the one at the end lies
 
     // Reads the command line of this process and the defaults that depend on it. Runs when the
     // library is loaded, so before the attach flag is set: the default delay of an attached JBoss
@@ -93,6 +97,8 @@ public:
     // Standard output gets the refusal and the usage text, unless it is that of an application that
     // runs, or will: then standard error gets the refusal alone.
     void reportInvalidOption(const ZString& message) const;
+    // For programs that only check options: gets the refusals, and nothing is printed.
+    static void (*ourRefusalSink)(const ZString& message);
 
 private:
     struct Row;

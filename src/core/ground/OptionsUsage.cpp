@@ -70,6 +70,9 @@ const UsageEntry USAGE[] = {
     {"optional", "let the application start without the agent where the agent cannot start"},
     {"nostartgeneration", "do not tag the objects of the heap for the generation that is opened "
                           "at start; the next mark or snapshot tags them"},
+    {"exitsnapshot=<file>", "capture a performance snapshot on exit and write it to this file"},
+    {"noexitsnapshot", "never capture a snapshot on exit, not even while CPU times are measured"},
+    {"tellsnapshot", "tell on standard error where the snapshot captured on exit lies"},
 };
 
 void appendBlanks(ZString& text, int count) {

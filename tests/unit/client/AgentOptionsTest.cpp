@@ -17,35 +17,76 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
     attach.attach = true;
     attach.workingDir = "/home/me";
     AgentOptionChoices all = run;
-    all.remote = all.exceptions = all.verbose = true;
+    all.remote = all.exceptions = all.verbose = all.requireAgent = all.oomDump = true;
     AgentOptionChoices generations = attach;
     generations.generations = true;
+    AgentOptionChoices silent = run;
+    silent.noSnapshot = true;
+    AgentOptionChoices named = run;
+    named.exitSnapshot = "/w/a b.snapshot";
+#define RUN_TAIL "disableoomedumper,optional,tellsnapshot,"
     static const struct {
         const AgentOptionChoices& choices;
         std::vector<std::string> arguments;
         const char* expected;
     } cases[] = {
-        {run, {}, "onlylocal,quiet,noexceptionevents,tmpdir=/run/vdk-1"},
+        {run, {}, "onlylocal,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1"},
         {run,
          {"sampling", "port=5"},
-         "onlylocal,quiet,noexceptionevents,tmpdir=/run/vdk-1,sampling,port=5"},
-        {run, {"tmpdir=/t,quiet"}, "onlylocal,noexceptionevents,tmpdir=/t,quiet"},
-        {run, {"listen=10.0.0.1:5"}, "quiet,noexceptionevents,tmpdir=/run/vdk-1,listen=10.0.0.1:5"},
+         "onlylocal,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,sampling,port=5"},
+        {run, {"tmpdir=/t,quiet"}, "onlylocal,noexceptionevents," RUN_TAIL "tmpdir=/t,quiet"},
+        {run,
+         {"listen=10.0.0.1:5"},
+         "quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,listen=10.0.0.1:5"},
         {run,
          {"onlylocal", "noexceptionevents"},
-         "quiet,tmpdir=/run/vdk-1,onlylocal,noexceptionevents"},
-        {all, {"sampling"}, "tmpdir=/run/vdk-1,sampling"},
-        {attach, {}, "onlylocal,quiet,nostartgeneration,tmpdir=/run/vdk-1"},
+         "quiet," RUN_TAIL "tmpdir=/run/vdk-1,onlylocal,noexceptionevents"},
+        {all, {"sampling"}, "tellsnapshot,tmpdir=/run/vdk-1,sampling"},
+        {silent,
+         {},
+         "onlylocal,quiet,noexceptionevents,disableoomedumper,optional,noexitsnapshot,"
+         "tmpdir=/run/vdk-1"},
+        {named,
+         {},
+         "onlylocal,quiet,noexceptionevents," RUN_TAIL
+         "exitsnapshot=VDKQUOTED2f772f6120622e736e617073686f74,tmpdir=/run/vdk-1"},
+        {attach, {}, "onlylocal,quiet,nostartgeneration,disableoomedumper,tmpdir=/run/vdk-1"},
         {attach,
          {"dir=snaps,filters=/abs"},
-         "onlylocal,quiet,nostartgeneration,tmpdir=/run/vdk-1,dir=/home/me/snaps,filters=/abs"},
-        {generations, {}, "onlylocal,quiet,tmpdir=/run/vdk-1"},
-        {run, {",,sampling,"}, "onlylocal,quiet,noexceptionevents,tmpdir=/run/vdk-1,sampling"},
+         "onlylocal,quiet,nostartgeneration,disableoomedumper,tmpdir=/run/vdk-1,"
+         "dir=/home/me/snaps,filters=/abs"},
+        {generations, {}, "onlylocal,quiet,disableoomedumper,tmpdir=/run/vdk-1"},
+        {run,
+         {",,sampling,"},
+         "onlylocal,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,sampling"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(composeAgentOptions(c.arguments, c.choices), c.expected);
+        std::string options = composeAgentOptions(c.arguments, c.choices);
+        EXPECT_EQ(options, c.expected);
+        if (options.find("filters=") == std::string::npos) {
+            EXPECT_EQ(wordOf([&] { checkAgentOptions(options); }), "") << options;
+        }
     }
     EXPECT_EQ(wordOf([&] { composeAgentOptions({"--port=5"}, run); }), "usage");
+}
+
+TEST(AgentOptions, whatTheAgentWouldRefuseOrIgnoreIsKnownAhead) {
+    static const struct {
+        const char* options;
+        const char* word;
+    } cases[] = {
+        {"sampling,port=10005", ""},
+        {"samplin", "agent.options"},
+        {"help", "agent.options"},
+        {"sampling,tracing", "agent.options"},
+        {"tracing,filters=/nonexistent/f", "input.open"},
+        {"triggers=/nonexistent/t", "input.open"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(wordOf([&] { checkAgentOptions(c.options); }), c.word) << c.options;
+    }
+    EXPECT_EQ(uselessAgentOptions("sampling,monitors,alloceach=10,builtinprobes=none"),
+              (std::vector<std::string>{"monitors", "alloceach=10"}));
 }
 
 TEST(AgentOptions, valuesWithSeparatorsAreQuoted) {

@@ -222,6 +222,10 @@ TEST_F(OptionsTest, everyKeyHasItsEffect) {
         {"exitonexception", [](const Options&) { return Logger::ourExitOnException; }},
         {"noexceptionevents", [](const Options& o) { return o.noExceptionEvents; }},
         {"nostartgeneration", [](const Options& o) { return o.noStartGeneration; }},
+        {"exitsnapshot=/x.snapshot",
+         [](const Options& o) { return o.exitSnapshot == "/x.snapshot"; }},
+        {"noexitsnapshot", [](const Options& o) { return o.noExitSnapshot; }},
+        {"tellsnapshot", [](const Options& o) { return o.tellSnapshot; }},
         {",,quiet,,", [](const Options& o) { return o.quiet; }},
     };
     for (const Effect& effect : effects) {

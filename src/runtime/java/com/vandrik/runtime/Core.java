@@ -14,6 +14,7 @@ import java.io.File;
 import java.io.IOException;
 import java.io.InputStream;
 import java.io.OutputStream;
+import java.util.UUID;
 
 /**
  * The Java half of the agent's start-up, and what native code calls afterwards. The native side
@@ -367,11 +368,29 @@ public final class Core {
 
     /** Called by native code when the JVM ends. */
     public static void captureSnapshotOnExit(long flags) {
+        captureSnapshotOnExit(flags, "");
+    }
+
+    /**
+     * The same into a file, beside one that is there, or where snapshots lie if it is "". Gives the
+     * path of the snapshot, or null if there is none; the reason is in the log.
+     */
+    public static String captureSnapshotOnExit(long flags, String file) {
+        String[] path = new String[1];
         try {
-            captureSnapshot1("<sessionname>-<date>-shutdown", 0,
-                             flags | Constants.SNAPSHOT_CAUSE_SHUTDOWN, "", null);
-        } catch (Throwable ignored) {
-            // the JVM ends in any case
+            long all = flags | Constants.SNAPSHOT_CAUSE_SHUTDOWN;
+            if (Strings.isEmpty(file)) {
+                captureSnapshot1("<sessionname>-<date>-shutdown", 0, all, "", path);
+                return path[0];
+            }
+            // JVMs that one script started may end at the same moment: each first writes under a
+            // name of its own.
+            File chosen = new File(file).getAbsoluteFile();
+            String failure = captureSnapshot1(UUID.randomUUID().toString(), 0, all,
+                                              chosen.getParent(), path);
+            return failure == null ? SnapshotCapture.moveTo(new File(path[0]), chosen) : null;
+        } catch (Throwable e) {
+            return path[0]; // the JVM ends in any case
         }
     }
 

@@ -59,6 +59,26 @@ final class SnapshotCapture {
         return null;
     }
 
+    /** Gives the snapshot that name, or the first free of name-1, name-2, ..., and tells which. */
+    static String moveTo(File snapshot, File chosen) throws IOException {
+        String name = chosen.getName();
+        int dot = name.endsWith(Constants.SNAPSHOT_EXTENSION)
+                          ? name.length() - Constants.SNAPSHOT_EXTENSION.length()
+                          : name.length();
+        File file = chosen;
+        // Whoever makes the file has its name; the snapshot then takes its place.
+        for (int number = 1; !file.createNewFile(); number++) {
+            file = new File(chosen.getParentFile(),
+                            name.substring(0, dot) + "-" + number + name.substring(dot));
+        }
+        if (!snapshot.renameTo(file)) {
+            file.delete();
+            return snapshot.getPath();
+        }
+        Callback.message("Snapshot renamed", file.getPath());
+        return file.getPath();
+    }
+
     private static String checkParent(File parent) {
         if (!parent.exists()) {
             return "Snapshot directory does not exist: " + parent.getPath();
