@@ -4,10 +4,11 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <locale.h>
+#include <new>
 #include <unistd.h>
 
 namespace {
-const mode_t FILE_MODE = 0644;
+const mode_t FILE_MODE = 0600;
 
 // Text of errno whatever the application's locale is; null if there is none.
 const char* getEnglishErrorMessage(int error) {
@@ -31,9 +32,12 @@ SnapshotWriter::~SnapshotWriter() {
 }
 
 void SnapshotWriter::flush() {
-    const unsigned char* from = buffer;
-    int left = used;
+    const int length = used;
     used = 0;
+    writeOut(buffer, length);
+}
+
+void SnapshotWriter::writeOut(const unsigned char* from, int left) {
     // A full disk shows first as a short write; the next one tells the reason.
     while (left > 0) {
         errno = 0;
@@ -58,4 +62,38 @@ void SnapshotWriter::noteError(int error) {
         text = strerror(error);
     }
     errorMessage = strdup(text == nullptr ? "Write error" : text);
+}
+
+HeldSnapshotWriter::~HeldSnapshotWriter() {
+    release();
+}
+
+bool HeldSnapshotWriter::keep() {
+    if (isReleased || count == MAX_PIECES) {
+        return false;
+    }
+    unsigned char* const next = new (std::nothrow) unsigned char[BUFFER_SIZE];
+    if (next == nullptr) {
+        return false;
+    }
+    pieces[count++] = Piece{buffer, used};
+    buffer = next;
+    used = 0;
+    return true;
+}
+
+void HeldSnapshotWriter::flush() {
+    if (!keep()) {
+        release();
+    }
+}
+
+void HeldSnapshotWriter::release() {
+    isReleased = true;
+    for (int i = 0; i < count; i++) {
+        writeOut(pieces[i].bytes, pieces[i].length);
+        delete[] pieces[i].bytes;
+    }
+    count = 0;
+    SnapshotWriter::flush();
 }

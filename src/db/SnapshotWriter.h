@@ -21,8 +21,37 @@ public:
     // Text of the first write error, null if none; lives as long as the writer.
     const char* getErrorMessage() const { return errorMessage; }
 
+protected:
+    void writeOut(const unsigned char* bytes, int length);
+
 private:
     void noteError(int error);
 
     char* errorMessage;
+};
+
+// HeldSnapshotWriter: a SnapshotWriter that keeps the beginning in memory until it is released, so
+// that a slow disk does not hold up who waits for the writer's owner meanwhile. What is more than
+// the limit goes to the file at once.
+class HeldSnapshotWriter : public SnapshotWriter {
+public:
+    static constexpr int MAX_PIECES = 64;
+
+    explicit HeldSnapshotWriter(int file) : SnapshotWriter(file) {}
+    ~HeldSnapshotWriter() override;
+    void flush() override;
+    // Writes everything to the file; from here on it is an ordinary writer.
+    void release();
+
+private:
+    bool keep();
+
+    struct Piece {
+        unsigned char* bytes;
+        int length;
+    };
+
+    Piece pieces[MAX_PIECES];
+    int count = 0;
+    bool isReleased = false;
 };

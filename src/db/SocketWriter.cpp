@@ -10,9 +10,9 @@ namespace {
 const long NS_PER_MS = 1000000;
 } // namespace
 
-SocketWriter::SocketWriter(int socket, int sendTimeoutMs)
-    : AbstractWriter(BUFFER_SIZE, true, socket), timeoutMs(sendTimeoutMs), sentBytes(0),
-      waitedNs(0), readerGone(false) {}
+SocketWriter::SocketWriter(int socket, int sendTimeoutMs, int bytesPerMs)
+    : AbstractWriter(BUFFER_SIZE, true, socket), timeoutMs(sendTimeoutMs),
+      leastBytesPerMs(bytesPerMs), sentBytes(0), waitedNs(0), readerGone(false) {}
 
 SocketWriter::~SocketWriter() {
     flush();
@@ -44,7 +44,7 @@ void SocketWriter::flush() {
 
 bool SocketWriter::waitUntilWritable() {
     const long startNs = Platform::monotonicTimeNs();
-    const long allowedNs = (timeoutMs + sentBytes / LEAST_BYTES_PER_MS) * NS_PER_MS - waitedNs;
+    const long allowedNs = (timeoutMs + sentBytes / leastBytesPerMs) * NS_PER_MS - waitedNs;
     const long limitNs = allowedNs < timeoutMs * NS_PER_MS ? allowedNs : timeoutMs * NS_PER_MS;
     pollfd wanted = {};
     wanted.fd = fileDescriptor;

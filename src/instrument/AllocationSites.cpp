@@ -257,7 +257,7 @@ bool AllocationSites::namesMethod(int position) {
         text.append(classFile->getSignature().toString());
         text.append(": unexpected tag ");
         text.appendLong(tag);
-        Logger::message(text, nullptr);
+        Logger::detail(text);
     }
     return false;
 }

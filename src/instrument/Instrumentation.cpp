@@ -149,12 +149,12 @@ void logResult(const ZString& dotted, bool changed, long elapsedNs) {
     if (!changed) {
         line.append(" SAME");
     }
-    Logger::message(line);
+    Logger::detail(line);
     ourProcessingNs += elapsedNs;
     ourProcessedClasses++;
     if (ourProcessedClasses % STATISTICS_INTERVAL == 0 || Options::isDebug("times")) {
-        Logger::message(ZString("total: ") + longToString(ourProcessedClasses) + " classes " +
-                        longToString(ourProcessingNs / 1000000) + " ms");
+        Logger::detail(ZString("total: ") + longToString(ourProcessedClasses) + " classes " +
+                       longToString(ourProcessingNs / 1000000) + " ms");
     }
 }
 
@@ -256,7 +256,7 @@ void handOver(ClassFile& classFile, const ZString& name, int length, jint* newLe
 
 // The name of a class that was defined without one; empty if it can't be told.
 ZString nameFromBytes(int length, const unsigned char* data) {
-    Logger::message("warning: NULL class name");
+    Logger::detail("warning: NULL class name");
     DataInput input(data, length);
     ClassFile classFile(input);
     if (classFile.isInvalid()) {
@@ -366,7 +366,7 @@ void setCallFlags(JNIEnv* env) {
 } // namespace
 
 void logClass(const ZString& dottedName, const char* text) {
-    Logger::message(phasePrefix() + dottedName + ": " + text);
+    Logger::detail(phasePrefix() + dottedName + ": " + text);
 }
 
 void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigned char* data,

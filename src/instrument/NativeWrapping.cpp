@@ -76,7 +76,7 @@ void logSkippedNative(MethodInfo* method, InstrumentationCounts* counts) {
     if (counts != nullptr) {
         counts->leftNatives++;
     }
-    Logger::message(ZString("-n ") + method->getName().toString(), nullptr);
+    Logger::detail(ZString("-n ") + method->getName().toString());
 }
 
 // Names the rest of a descriptor from the character that is no type.
@@ -291,7 +291,7 @@ bool wrapNativeMethods(ClassFile* classFile, const char* prefix, const NativeSel
             logSkippedNative(method, counts);
             continue;
         }
-        Logger::message(ZString("N ") + method->getName().toString(), nullptr);
+        Logger::detail(ZString("N ") + method->getName().toString());
         changed = true;
         if (counts != nullptr) {
             counts->wrappedNatives++;

@@ -296,7 +296,7 @@ MethodOutcome TracingInstrumentation::methodNotInstrumented(MethodInfo* method,
     text.append(".");
     text.append(method->getName().toString());
     text.append(method->getDescriptor().toString());
-    Logger::message(text, nullptr);
+    Logger::detail(text);
     return outcome;
 }
 
@@ -312,7 +312,7 @@ void TracingInstrumentation::reportSkipped(MethodInfo* method, int skipped) {
     text.append(classFile->getSignature().toString());
     text.append(".");
     text.append(method->getName().toString());
-    Logger::message(text, nullptr);
+    Logger::detail(text);
 }
 
 bool instrumentForTracingAndAllocation(ClassFile* classFile, bool allocations, bool tracing,

@@ -16,7 +16,7 @@ public:
     bool isValid() const { return owner != nullptr; }
 
     // Waits until this process owns the lock, at most about limitMs. False when a living process
-    // still holds it then.
+    // still holds it then. After a wait in vain no lock is waited for during the next minute.
     bool lock(int limitMs = DEFAULT_LIMIT_MS);
 
     void unlock();

@@ -44,10 +44,15 @@ public:
     // Effective user id of a process; -1 if unknown.
     static long processUser(int pid);
 
+    // User who owns the other end of a connected TCP socket, where that is on this machine; -1 if
+    // unknown.
+    static long peerUser(int socket);
+
     // Host id as decimal text.
     static void hostID(char* buffer, size_t size);
 
-    // Home directory of the password entry of the real user; false if there is none.
+    // Home directory of the password entry of the real user; of the environment where containers
+    // run a user without an entry. False if there is none.
     static bool userHome(char* buffer, size_t size);
 
     // User plus system time of this process, nanoseconds; -1 on failure.

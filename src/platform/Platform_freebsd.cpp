@@ -5,10 +5,19 @@
 #include <fcntl.h>
 #include <kvm.h>
 #include <limits.h>
+#include <netinet/in.h>
 #include <pthread_np.h>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/param.h>
+#include <sys/socket.h>
+#include <sys/socketvar.h>
 #include <sys/sysctl.h>
 #include <sys/user.h>
+// These need the ones above.
+#include <netinet/in_pcb.h>
+#include <netinet/tcp.h>
+#include <netinet/tcp_var.h>
 
 namespace {
 
@@ -50,6 +59,95 @@ public:
     kinfo_proc* records; // owned by the handle
     int count;
 };
+
+// A connection as the kernel lists it; the layout of the list changed with release 12.
+#if __FreeBSD_version >= 1200026
+const xsocket& socketOf(const xtcpcb& entry) {
+    return entry.xt_inp.xi_socket;
+}
+bool hasProcess(const xtcpcb& entry) {
+    return socketOf(entry).xso_so != 0;
+}
+#else
+const xsocket& socketOf(const xtcpcb& entry) {
+    return entry.xt_socket;
+}
+bool hasProcess(const xtcpcb& entry) {
+    return socketOf(entry).xso_so != nullptr;
+}
+#endif
+
+// One end of a TCP connection; an IPv4 address stands in the last four bytes.
+struct Endpoint {
+    unsigned char address[16];
+    unsigned short port; // in network order
+};
+
+bool toEndpoint(const sockaddr_storage& from, Endpoint* to) {
+    memset(to->address, 0, sizeof(to->address));
+    if (from.ss_family == AF_INET) {
+        const sockaddr_in* ip4 = reinterpret_cast<const sockaddr_in*>(&from);
+        memcpy(to->address + 12, &ip4->sin_addr, 4);
+        to->port = ip4->sin_port;
+        return true;
+    }
+    if (from.ss_family != AF_INET6) {
+        return false;
+    }
+    const sockaddr_in6* ip6 = reinterpret_cast<const sockaddr_in6*>(&from);
+    const bool isMapped = IN6_IS_ADDR_V4MAPPED(&ip6->sin6_addr);
+    memcpy(to->address + (isMapped ? 12 : 0),
+           reinterpret_cast<const unsigned char*>(&ip6->sin6_addr) + (isMapped ? 12 : 0),
+           isMapped ? 4 : 16);
+    to->port = ip6->sin6_port;
+    return true;
+}
+
+bool isAt(const Endpoint& end, const in_addr& ip4, const in6_addr& ip6, bool isIp6,
+          unsigned short port) {
+    unsigned char address[16] = {};
+    const bool isMapped = isIp6 && IN6_IS_ADDR_V4MAPPED(&ip6);
+    if (isIp6 && !isMapped) {
+        memcpy(address, &ip6, sizeof(address));
+    } else {
+        memcpy(address + 12,
+               isMapped ? reinterpret_cast<const unsigned char*>(&ip6) + 12
+                        : reinterpret_cast<const unsigned char*>(&ip4),
+               4);
+    }
+    return end.port == port && memcmp(end.address, address, sizeof(address)) == 0;
+}
+
+bool isConnection(const xtcpcb& entry, const Endpoint& local, const Endpoint& remote) {
+    const in_conninfo& ends = entry.xt_inp.inp_inc;
+    const bool isIp6 = (entry.xt_inp.inp_vflag & INP_IPV6) != 0;
+    return isAt(local, ends.inc_laddr, ends.inc6_laddr, isIp6, ends.inc_lport) &&
+           isAt(remote, ends.inc_faddr, ends.inc6_faddr, isIp6, ends.inc_fport);
+}
+
+// The user in the kernel's list: a head, entries that each begin with their length, and the head
+// again.
+long findUserOfConnection(const char* list, size_t size, const Endpoint& local,
+                          const Endpoint& remote) {
+    xinpgen head;
+    if (size < sizeof(head)) {
+        return -1;
+    }
+    memcpy(&head, list, sizeof(head));
+    size_t position = static_cast<size_t>(head.xig_len);
+    while (position != 0 && position + sizeof(xtcpcb) <= size) {
+        xtcpcb entry;
+        memcpy(&entry, list + position, sizeof(entry));
+        if (static_cast<size_t>(entry.xt_len) < sizeof(entry)) {
+            return -1;
+        }
+        if (hasProcess(entry) && isConnection(entry, local, remote)) {
+            return static_cast<long>(socketOf(entry).so_uid);
+        }
+        position += static_cast<size_t>(entry.xt_len);
+    }
+    return -1;
+}
 
 } // namespace
 
@@ -101,6 +199,30 @@ long Platform::processUser(int pid) {
     KernelProcesses processes(KERN_PROC_PID, pid);
     const kinfo_proc* process = processes.find(pid);
     return process == nullptr ? -1 : static_cast<long>(process->ki_uid);
+}
+
+long Platform::peerUser(int socket) {
+    static const char list[] = "net.inet.tcp.pcblist";
+    sockaddr_storage own;
+    sockaddr_storage other;
+    socklen_t ownLength = sizeof(own);
+    socklen_t otherLength = sizeof(other);
+    Endpoint here;
+    Endpoint there;
+    size_t size = 0;
+    if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &ownLength) != 0 ||
+        getpeername(socket, reinterpret_cast<sockaddr*>(&other), &otherLength) != 0 ||
+        !toEndpoint(own, &here) || !toEndpoint(other, &there) ||
+        sysctlbyname(list, nullptr, &size, nullptr, 0) != 0) {
+        return -1;
+    }
+    char* const buffer = static_cast<char*>(malloc(size));
+    long user = -1;
+    if (buffer != nullptr && sysctlbyname(list, buffer, &size, nullptr, 0) == 0) {
+        user = findUserOfConnection(buffer, size, there, here);
+    }
+    free(buffer);
+    return user;
 }
 
 long Platform::getCurrentThreadNativeID() {

@@ -6,9 +6,11 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <netinet/in.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -120,6 +122,88 @@ char* readWholeFile(int fd, size_t* length) {
     return nullptr;
 }
 
+// One end of a TCP connection, an IPv4 address as the IPv6 address that stands for it.
+struct Endpoint {
+    unsigned char address[16];
+    unsigned port;
+};
+
+bool toEndpoint(const sockaddr_storage& from, Endpoint* to) {
+    static const unsigned char mapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
+    if (from.ss_family == AF_INET6) {
+        const sockaddr_in6* ip6 = reinterpret_cast<const sockaddr_in6*>(&from);
+        memcpy(to->address, &ip6->sin6_addr, sizeof(to->address));
+        to->port = ntohs(ip6->sin6_port);
+        return true;
+    }
+    if (from.ss_family != AF_INET) {
+        return false;
+    }
+    const sockaddr_in* ip4 = reinterpret_cast<const sockaddr_in*>(&from);
+    memcpy(to->address, mapped, sizeof(mapped));
+    memcpy(to->address + sizeof(mapped), &ip4->sin_addr, 4);
+    to->port = ntohs(ip4->sin_port);
+    return true;
+}
+
+// Reads "0100007F:2711": words of the address as hexadecimal numbers of this machine's byte order.
+// Null if the text is none.
+const char* parseEndpoint(const char* text, Endpoint* to) {
+    while (*text == ' ') {
+        text++;
+    }
+    const size_t digits = strspn(text, "0123456789ABCDEFabcdef");
+    if ((digits != 8 && digits != 32) || text[digits] != ':') {
+        return nullptr;
+    }
+    unsigned words[4] = {0, 0, htonl(0xffff), 0};
+    for (size_t i = 0; i < digits / 8; i++) {
+        char word[9] = {};
+        memcpy(word, text + i * 8, 8);
+        words[digits == 8 ? 3 : i] = static_cast<unsigned>(strtoul(word, nullptr, 16));
+    }
+    memcpy(to->address, words, sizeof(to->address));
+    char* end = nullptr;
+    to->port = static_cast<unsigned>(strtoul(text + digits + 1, &end, 16));
+    return end;
+}
+
+bool isSame(const Endpoint& a, const Endpoint& b) {
+    return a.port == b.port && memcmp(a.address, b.address, sizeof(a.address)) == 0;
+}
+
+// The user in a line of /proc/net/tcp: "sl local remote st tx:rx tr:when retrnsmt uid timeout
+// inode ...". -1 for another connection. A socket that no process holds any more has inode 0, and
+// its line may name any user.
+long userOfLine(const char* line, const Endpoint& local, const Endpoint& remote) {
+    const char* position = strchr(line, ':');
+    Endpoint from;
+    Endpoint to;
+    position = position == nullptr ? nullptr : parseEndpoint(position + 1, &from);
+    position = position == nullptr ? nullptr : parseEndpoint(position, &to);
+    if (position == nullptr || !isSame(from, local) || !isSame(to, remote)) {
+        return -1;
+    }
+    unsigned long user = 0;
+    unsigned long inode = 0;
+    const int read = sscanf(position, "%*s %*s %*s %*s %lu %*s %lu", &user, &inode);
+    return read == 2 && inode != 0 ? static_cast<long>(user) : -1;
+}
+
+long findUserOfConnection(const char* table, const Endpoint& local, const Endpoint& remote) {
+    FILE* file = fopen(table, "re");
+    if (file == nullptr) {
+        return -1;
+    }
+    char line[512];
+    long user = -1;
+    while (user < 0 && fgets(line, sizeof(line), file) != nullptr) {
+        user = userOfLine(line, local, remote);
+    }
+    fclose(file);
+    return user;
+}
+
 } // namespace
 
 const char* Platform::name() {
@@ -190,6 +274,33 @@ long Platform::processUser(int pid) {
     snprintf(path, sizeof(path), "/proc/%d", pid);
     struct stat status;
     return stat(path, &status) == 0 ? static_cast<long>(status.st_uid) : -1;
+}
+
+long Platform::peerUser(int socket) {
+    // The kernel gives the tables in pieces: a connection may be passed over while others come and
+    // go.
+    const int attempts = 3;
+    static const char* const tables[] = {"/proc/self/net/tcp", "/proc/self/net/tcp6"};
+    sockaddr_storage own;
+    sockaddr_storage other;
+    socklen_t ownLength = sizeof(own);
+    socklen_t otherLength = sizeof(other);
+    Endpoint here;
+    Endpoint there;
+    if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &ownLength) != 0 ||
+        getpeername(socket, reinterpret_cast<sockaddr*>(&other), &otherLength) != 0 ||
+        !toEndpoint(own, &here) || !toEndpoint(other, &there)) {
+        return -1;
+    }
+    for (int i = 0; i < attempts; i++) {
+        for (const char* table : tables) {
+            const long user = findUserOfConnection(table, there, here);
+            if (user >= 0) {
+                return user;
+            }
+        }
+    }
+    return -1;
 }
 
 long Platform::getCurrentThreadNativeID() {

@@ -5,6 +5,7 @@
 #include <pwd.h>
 #include <signal.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/resource.h>
 #include <sys/shm.h>
@@ -41,11 +42,13 @@ bool Platform::userHome(char* buffer, size_t size) {
     passwd entry;
     passwd* found = nullptr;
     char strings[PASSWORD_BUFFER_SIZE];
-    if (getpwuid_r(getuid(), &entry, strings, sizeof(strings), &found) != 0 || found == nullptr ||
-        found->pw_dir == nullptr) {
+    const bool isKnown =
+        getpwuid_r(getuid(), &entry, strings, sizeof(strings), &found) == 0 && found != nullptr;
+    const char* home = isKnown ? found->pw_dir : getenv("HOME");
+    if (home == nullptr || home[0] != '/') {
         return false;
     }
-    int length = snprintf(buffer, size, "%s", found->pw_dir);
+    int length = snprintf(buffer, size, "%s", home);
     return length >= 0 && static_cast<size_t>(length) < size;
 }
 

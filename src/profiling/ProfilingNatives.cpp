@@ -4,6 +4,7 @@
 #include "core/jvm/CallbackNatives.h"
 #include "core/jvm/NativeEntry.h"
 #include "db/DB.h"
+#include "db/MemoryWriter.h"
 #include "db/Progress.h"
 #include "db/SocketWriter.h"
 #include "profiling/CpuTime.h"
@@ -42,17 +43,23 @@ void readStamps(JNIEnv* env, jintArray array, int (&stamps)[MAX_TABLE_COUNT]) {
     }
 }
 
+// Threads of the application wait for the lock, so nothing is sent while it is held: the client may
+// be slow, or stopped.
 void writeTablesImpl(JNIEnv* env, int socket, const TableSet& set, jintArray stampArray) {
     int stamps[MAX_TABLE_COUNT];
     readStamps(env, stampArray, stamps);
-    InstanceCounting counting(env, ourDB, set.mask);
-    LiveTables tables(env, &counting);
-    LockHolder lock(ourLock, "CoreNatives:822");
+    MemoryWriter encoded;
+    {
+        InstanceCounting counting(env, ourDB, set.mask);
+        LiveTables tables(env, &counting);
+        LockHolder lock(ourLock, "CoreNatives:822");
+        Progress progress;
+        writeTables(ourDB, encoded, set, 0, 0, &progress, stamps, false, &tables);
+        encoded.writeInt(TABLE_STREAM_END);
+        ourDB->currentStamp++;
+    }
     SocketWriter writer(socket);
-    Progress progress;
-    writeTables(ourDB, writer, set, 0, 0, &progress, stamps, false, &tables);
-    writer.writeInt(TABLE_STREAM_END);
-    ourDB->currentStamp++;
+    encoded.moveTo(writer);
     writer.flush();
 }
 

@@ -1,8 +1,11 @@
 #include "runtime/ControlSocketNatives.h"
 
 #include "core/ground/Guard.h"
+#include "core/ground/Options.h"
 #include "core/jvm/JNIUtils.h"
+#include "platform/Platform.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -19,6 +22,9 @@
 // Every wait has an end. No lock is taken and no state is kept here.
 
 static const int BUFFER_SIZE = 65536;
+// A header: the magic and the packet's type. Keep in sync with Packet.java.
+static const int MAGIC_BYTES = 8;
+static const int HEADER_BYTES = MAGIC_BYTES + 4;
 
 static void throwIOException(JNIEnv* env, const char* className, const char* text) {
     if (env->ExceptionCheck()) {
@@ -164,6 +170,12 @@ static jlong listenImpl(JNIEnv* env, const char* host, bool onlyLocal, bool ipv4
     return static_cast<jlong>(getPort(descriptor)) << 32 | descriptor;
 }
 
+// "[::1]" stands for "::1", as ahead of a port.
+static ZString withoutBrackets(const ZString& host) {
+    return host.startsWith("[") && host.endsWith("]") ? host.substring(1, host.getLength() - 1)
+                                                      : host;
+}
+
 static void setOptions(int descriptor, int sendTimeoutMs) {
     timeval timeout;
     timeout.tv_sec = sendTimeoutMs / 1000;
@@ -189,6 +201,46 @@ static jint acceptImpl(JNIEnv* env, int server, int sendTimeoutMs) {
             return -1;
         }
     }
+}
+
+// 1 if a header that begins with the magic, or what cannot become one, can be read without a wait;
+// 0 if it may come yet; -1 if nothing came and nothing will.
+static jint lookForHeaderImpl(int descriptor, unsigned long magic) {
+    unsigned char bytes[HEADER_BYTES];
+    ssize_t count;
+    do {
+        count = recv(descriptor, bytes, sizeof bytes, MSG_PEEK | MSG_DONTWAIT);
+    } while (count < 0 && errno == EINTR);
+    if (count <= 0) {
+        return count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) ? 0 : -1;
+    }
+    for (int i = 0; i < count && i < MAGIC_BYTES; i++) {
+        if (bytes[i] != static_cast<unsigned char>(magic >> (8 * (MAGIC_BYTES - 1 - i)))) {
+            return 1;
+        }
+    }
+    return count == HEADER_BYTES ? 1 : 0;
+}
+
+// Why a client is not served; null if it is.
+static const char* findRefusal(int descriptor) {
+    static std::atomic<bool> ourUnknownUserTold{false};
+    if (!ourOptions->onlyUser) {
+        return nullptr;
+    }
+    const long user = Platform::peerUser(descriptor);
+    if (user == 0 || user == static_cast<long>(geteuid())) {
+        return nullptr;
+    }
+    if (user >= 0) {
+        return "The agent serves only the user that runs the application, and root";
+    }
+    if (!ourUnknownUserTold.exchange(true)) {
+        Logger::message("A client was refused: the system does not tell which user it belongs to; "
+                        "it may be on another machine");
+    }
+    return "The agent serves only the user that runs the application, and root; which user this "
+           "connection belongs to cannot be found out";
 }
 
 // Gives -1 at the end of the stream, as Java does.
@@ -252,7 +304,7 @@ static void finishImpl(int descriptor, int timeoutMs) {
     char buffer[4096];
     shutdown(descriptor, SHUT_WR);
     long deadline = nowMs() + timeoutMs;
-    for (long left = timeoutMs; left > 0; left = deadline - nowMs()) {
+    for (long left = timeoutMs; left >= 0; left = deadline - nowMs()) {
         if (!waitFor(descriptor, POLLIN, static_cast<int>(left)) ||
             recv(descriptor, buffer, sizeof buffer, MSG_DONTWAIT) <= 0) {
             return;
@@ -264,8 +316,9 @@ static jlong JNICALL controlSocketListen(JNIEnv* env, jclass, jstring host, jboo
                                          jboolean ipv4Only, jint port, jint backlog) {
     jlong result = 0;
     runGuarded(VDK_HERE, [&] {
-        JavaChars chars(env, host);
-        result = listenImpl(env, chars.get(), onlyLocal, ipv4Only, port, backlog);
+        const ZString name = withoutBrackets(toZString(env, host));
+        result = listenImpl(env, host == nullptr ? nullptr : name.c_str(), onlyLocal, ipv4Only,
+                            port, backlog);
     });
     return result;
 }
@@ -274,6 +327,24 @@ static jint JNICALL controlSocketAccept(JNIEnv* env, jclass, jint server, jint s
     jint result = -1;
     runGuarded(VDK_HERE, [&] { result = acceptImpl(env, server, sendTimeoutMs); });
     return result;
+}
+
+static jint JNICALL controlSocketLookForHeader(JNIEnv*, jclass, jint descriptor, jlong magic) {
+    jint result = -1;
+    runGuarded(VDK_HERE,
+               [&] { result = lookForHeaderImpl(descriptor, static_cast<unsigned long>(magic)); });
+    return result;
+}
+
+static jstring JNICALL controlSocketGetRefusal(JNIEnv* env, jclass, jint descriptor) {
+    // Who cannot be looked up is not served.
+    const char* refusal = "The agent cannot find out whose connection this is";
+    runGuarded(VDK_HERE, [&] { refusal = findRefusal(descriptor); });
+    return refusal == nullptr ? nullptr : env->NewStringUTF(refusal);
+}
+
+static jboolean JNICALL controlSocketServesOnlyItsUser(JNIEnv*, jclass) {
+    return ourOptions->onlyUser ? JNI_TRUE : JNI_FALSE;
 }
 
 static jint JNICALL controlSocketRead(JNIEnv* env, jclass, jint descriptor, jbyteArray bytes,
@@ -306,6 +377,9 @@ bool registerControlSocketNatives(JNIEnv* env, jclass controlSocket) {
     static const Row rows[] = {
         {"listen", "(Ljava/lang/String;ZZII)J", reinterpret_cast<void*>(controlSocketListen)},
         {"accept", "(II)I", reinterpret_cast<void*>(controlSocketAccept)},
+        {"lookForHeader", "(IJ)I", reinterpret_cast<void*>(controlSocketLookForHeader)},
+        {"getRefusal", "(I)Ljava/lang/String;", reinterpret_cast<void*>(controlSocketGetRefusal)},
+        {"servesOnlyItsUser", "()Z", reinterpret_cast<void*>(controlSocketServesOnlyItsUser)},
         {"read", "(I[BIII)I", reinterpret_cast<void*>(controlSocketRead)},
         {"write", "(I[BIII)V", reinterpret_cast<void*>(controlSocketWrite)},
         {"finish", "(II)V", reinterpret_cast<void*>(controlSocketFinish)},

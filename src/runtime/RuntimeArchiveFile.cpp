@@ -7,7 +7,6 @@
 #include "runtime/RuntimeArchive.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -48,20 +47,14 @@ ZString refusal(const char* text, const ZString& path) {
 }
 
 void refuse(const char* text, const ZString& path) {
-    fprintf(stderr, "%s\n", refusal(text, path).c_str());
-    fflush(stderr);
+    Logger::refusal(refusal(text, path));
 }
 
 // A regular file of this user or root, with one name, that nobody else may write: its content
 // cannot change behind our back.
-bool isSafe(int fd, long* size) {
-    struct stat status;
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-        return false;
-    }
-    *size = static_cast<long>(status.st_size);
-    return (status.st_uid == geteuid() || status.st_uid == 0) && status.st_nlink == 1 &&
-           (status.st_mode & WRITABLE_BY_OTHERS) == 0;
+bool isSafe(const struct stat& status) {
+    return S_ISREG(status.st_mode) && (status.st_uid == geteuid() || status.st_uid == 0) &&
+           status.st_nlink == 1 && (status.st_mode & WRITABLE_BY_OTHERS) == 0;
 }
 
 bool isEqual(int fd, const ZVector<unsigned char>& content) {
@@ -83,18 +76,22 @@ bool isEqual(int fd, const ZVector<unsigned char>& content) {
     }
 }
 
-enum class Existing { NONE, EQUAL, WRONG };
+// OTHERS: the bytes are right, but another user can change them at any time.
+enum class Existing { NONE, EQUAL, OTHERS, WRONG };
 
 Existing examine(const ZVector<unsigned char>& content, const ZString& path) {
     // Not blocking: a named pipe may stand in the place of the file.
     Descriptor file(path, O_RDONLY | O_NONBLOCK);
     if (!file.isOpen()) {
-        return errno == ENOENT ? Existing::NONE : Existing::WRONG;
+        return errno == ELOOP || errno == EACCES ? Existing::WRONG : Existing::NONE;
     }
-    long size = 0;
-    const bool equal =
-        isSafe(file.get(), &size) && size == content.getSize() && isEqual(file.get(), content);
-    return equal ? Existing::EQUAL : Existing::WRONG;
+    struct stat status;
+    const bool equal = fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+                       status.st_size == content.getSize() && isEqual(file.get(), content);
+    if (!equal) {
+        return Existing::WRONG;
+    }
+    return isSafe(status) ? Existing::EQUAL : Existing::OTHERS;
 }
 
 // errno of the failure, or 0.
@@ -144,20 +141,29 @@ int replace(const ZVector<unsigned char>& content, const ZString& path) {
 // For a directory that takes no new files: writes into the file that stands there, if it is safe.
 int overwrite(const ZVector<unsigned char>& content, const ZString& path) {
     Descriptor file(path, O_WRONLY | O_NONBLOCK);
-    long size = 0;
-    if (!file.isOpen() || !isSafe(file.get(), &size)) {
+    struct stat status;
+    if (!file.isOpen() || fstat(file.get(), &status) != 0 || !isSafe(status)) {
         return EACCES;
     }
     return ftruncate(file.get(), 0) == 0 ? writeAll(file, content) : errno;
 }
 
-bool isOutOfSpace(int error) {
-    return error == ENOSPC || error == EDQUOT || error == EFBIG;
+// What no other directory would change: no room, no descriptor.
+bool isShortage(int error) {
+    return error == ENOSPC || error == EDQUOT || error == EFBIG || error == EMFILE ||
+           error == ENFILE;
+}
+
+// The classes need no file. Only who named the directory must hear that it does not serve.
+RuntimeArchiveFile goOnWithoutFile(const ZString& path, const char* reason) {
+    Logger::message(ZString("Jar file is not used, ") + reason + ": " + path);
+    return RuntimeArchiveFile{path, false};
 }
 
 } // namespace
 
-RuntimeArchiveFile writeArchiveFile(const ZVector<unsigned char>& content, const ZString& path) {
+RuntimeArchiveFile writeArchiveFile(const ZVector<unsigned char>& content, const ZString& path,
+                                    bool isRequired) {
     const Existing existing = examine(content, path);
     if (existing == Existing::EQUAL) {
         Logger::message(ZString("Reusing existing jar file: ") + path);
@@ -165,26 +171,30 @@ RuntimeArchiveFile writeArchiveFile(const ZVector<unsigned char>& content, const
     }
     if (existing == Existing::WRONG) {
         Logger::message(ZString("Jar file exists but has wrong size or content: ") + path);
+    } else if (existing == Existing::OTHERS) {
+        Logger::message(ZString("Jar file exists but another user may change it: ") + path);
     }
     int error = replace(content, path);
     if ((error == EACCES || error == EROFS) && existing == Existing::WRONG) {
         error = overwrite(content, path);
     }
-    if (isOutOfSpace(error)) {
-        // A full disk is no reason to end the application: the classes need no file.
-        Logger::message(ZString("Jar file could not be written, no space left: ") + path);
-        return RuntimeArchiveFile{path, false};
+    const bool isRefusal = isRequired && existing != Existing::OTHERS && !isShortage(error);
+    if (error != 0 && !isRefusal) {
+        return goOnWithoutFile(path, strerror(error));
     }
     if (error != 0) {
         refuse("failed to create jar file: ", path);
         return RuntimeArchiveFile{ZString(), false};
     }
     Logger::message(ZString("Jar file created: ") + path);
-    if (!Descriptor(path, O_RDONLY).isOpen()) {
-        refuse("failed to open file for reading: ", path);
-        return RuntimeArchiveFile{ZString(), false};
+    if (Descriptor(path, O_RDONLY).isOpen()) {
+        return RuntimeArchiveFile{path, true};
     }
-    return RuntimeArchiveFile{path, true};
+    if (!isRequired) {
+        return goOnWithoutFile(path, strerror(errno));
+    }
+    refuse("failed to open file for reading: ", path);
+    return RuntimeArchiveFile{ZString(), false};
 }
 
 namespace {
@@ -199,7 +209,7 @@ void getRuntimeArchive(ZVector<unsigned char>* out) {
 
 } // namespace
 
-RuntimeArchiveFile writeCallbackJar(const ZString& tmpDir) {
+RuntimeArchiveFile writeCallbackJar(const ZString& tmpDir, bool isRequired) {
     ZVector<unsigned char> content(ourCallbackJarPartCount * ourCallbackJarPartSizes[0]);
     getRuntimeArchive(&content);
     const ZString path = (tmpDir.isEmpty() ? ZString(DEFAULT_DIRECTORY) : tmpDir) + FILE_NAME;
@@ -210,5 +220,5 @@ RuntimeArchiveFile writeCallbackJar(const ZString& tmpDir) {
     if (!lock.isHeld()) {
         Logger::message("Lock of the jar file is not available, going on without it");
     }
-    return writeArchiveFile(content, path);
+    return writeArchiveFile(content, path, isRequired);
 }

@@ -9,12 +9,14 @@
 // Outcome of writing the archive.
 struct RuntimeArchiveFile {
     ZString path;  // empty: the start is refused, and standard error says why
-    bool isUsable; // false with a path: no room on the disk, the classes must come from memory
+    bool isUsable; // false with a path: the classes must come from memory, and the log says why
 };
 
 // Makes sure that the archive of this library stands in tmpDir (the option; empty means /tmp),
-// reusing a file that is equal and safe.
-RuntimeArchiveFile writeCallbackJar(const ZString& tmpDir);
+// reusing a file that is equal and safe. Where isRequired, a directory that cannot serve is a
+// refusal; no room, no descriptor and an equal file of another user never are.
+RuntimeArchiveFile writeCallbackJar(const ZString& tmpDir, bool isRequired);
 
-// The same for any content and lock; what writeCallbackJar is made of.
-RuntimeArchiveFile writeArchiveFile(const ZVector<unsigned char>& content, const ZString& path);
+// The same for any content and path; what writeCallbackJar is made of.
+RuntimeArchiveFile writeArchiveFile(const ZVector<unsigned char>& content, const ZString& path,
+                                    bool isRequired);

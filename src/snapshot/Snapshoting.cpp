@@ -31,18 +31,11 @@ ZString refuseSnapshot(long flags) {
                                              : ZString();
 }
 
-// Writes the file while the application stands still. Empty or the first error.
-ZString writeSuspended(JNIEnv* env, SnapshotFile& file, int progressSocket, long flags) {
-    ZString error;
-    {
-        SuspendedThreads suspended(env);
-        SnapshotWriter writer(file.getDescriptor());
-        writeSnapshot(ourDB, writer, progressSocket, flags);
-        writer.flush();
-        if (writer.getErrorMessage() != nullptr) {
-            error = writer.getErrorMessage();
-        }
-    }
+// Empty or the first error. The application runs again, and the disk may take its time.
+ZString finishFile(HeldSnapshotWriter& writer, SnapshotFile& file) {
+    writer.release();
+    const ZString error =
+        writer.getErrorMessage() == nullptr ? ZString() : ZString(writer.getErrorMessage());
     const ZString closeError = file.close();
     return error.isEmpty() ? closeError : error;
 }
@@ -54,17 +47,22 @@ ZString capture(JNIEnv* env, const ZString& path, int progressSocket, long flags
     if (!refusal.isEmpty()) {
         return refusal;
     }
-    InstanceCounting counting(env, ourDB, 1 << SLOT_InstanceCounts);
-    LockHolder lock(ourLock, "Snapshoting:25");
     SnapshotFile file(path);
-    if (!file.isOpen()) {
-        // New classes were told by this count and by no other.
-        counting.updateDatabase();
-        return "Cannot open file to write snapshot";
+    HeldSnapshotWriter writer(file.getDescriptor());
+    {
+        InstanceCounting counting(env, ourDB, 1 << SLOT_InstanceCounts);
+        LockHolder lock(ourLock, "Snapshoting:25");
+        if (!file.isOpen()) {
+            // New classes were told by this count and by no other.
+            counting.updateDatabase();
+            return "Cannot open file to write snapshot";
+        }
+        // Asks the JVM about threads, so it comes before they are stopped.
+        LiveTables(env, &counting).bringUpToDate(ALL_TABLES);
+        SuspendedThreads suspended(env);
+        writeSnapshot(ourDB, writer, progressSocket, flags);
     }
-    // Asks the JVM about threads, so it comes before they are stopped.
-    LiveTables(env, &counting).bringUpToDate(ALL_TABLES);
-    return writeSuspended(env, file, progressSocket, flags);
+    return finishFile(writer, file);
 }
 
 // Size of a file, -1 if there is none.

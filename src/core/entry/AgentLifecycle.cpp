@@ -66,6 +66,30 @@ void bindNatives(JNIEnv* env, const char* className, bool (*registerNatives)(JNI
     env->DeleteLocalRef(runtimeClass);
 }
 
+// What the option triggers= names. The file in the home directory, which nobody named, stops no
+// JVM: with triggers that this agent cannot run it is left out.
+ZString readTriggers(JNIEnv* env) {
+    const ZString text = readConfigFromFile(ourOptions->triggers, ".triggers", "");
+    if (!ourOptions->triggers.isEmpty() || text.isEmpty()) {
+        return text;
+    }
+    jmethodID check = env->GetStaticMethodID(ourClassCoreGlobalRef, "checkTriggers",
+                                             "(Ljava/lang/String;)Ljava/lang/String;");
+    ASSERT_JNI(env);
+    jstring javaText = newString(env, text);
+    jstring failure =
+        static_cast<jstring>(env->CallStaticObjectMethod(ourClassCoreGlobalRef, check, javaText));
+    ASSERT_JNI(env);
+    const bool isUsable = failure == nullptr;
+    if (!isUsable) {
+        Logger::message(ZString("The file .triggers of the home directory is left out: ") +
+                        toZString(env, failure));
+    }
+    env->DeleteLocalRef(failure);
+    env->DeleteLocalRef(javaText);
+    return isUsable ? text : ZString();
+}
+
 // Calls Core.init with what the options say.
 bool callCoreInit(JNIEnv* env) {
     jmethodID init = env->GetStaticMethodID(
@@ -73,8 +97,7 @@ bool callCoreInit(JNIEnv* env) {
         "(ILjava/lang/String;Ljava/lang/String;Ljava/lang/String;Ljava/lang/String;"
         "IZJIIIZLjava/lang/String;)Z");
     ASSERT_JNI(env);
-    const ZString triggerText =
-        ourOptions->triggerText + readConfigFromFile(ourOptions->triggers, ".triggers", "");
+    const ZString triggerText = ourOptions->triggerText + readTriggers(env);
     jstring listenHost = newString(env, ourOptions->listenHost);
     jstring sessionName = newString(env, ourOptions->getSessionName());
     jstring snapshotDir = newString(env, ourOptions->snapshotDir);
@@ -104,15 +127,15 @@ void runAgentThread(JNIEnv* env, const char* name, jvmtiStartFunction body) {
     env->DeleteLocalRef(thread);
 }
 
-// A start mode that could not be entered: the user finds the reason in the log.
-void logStartFailure(JNIEnv* env, jstring message) {
+// What the Java side or a start mode answers with, if it failed: the user finds it in the log.
+void logFailure(JNIEnv* env, const char* what, jstring message) {
     if (env->ExceptionCheck()) {
         jthrowable exception = env->ExceptionOccurred();
         env->ExceptionClear();
-        Logger::message(ZString("startProfiling: ") + getExceptionMessage(env, exception));
+        Logger::message(ZString(what) + ": " + getExceptionMessage(env, exception));
         env->DeleteLocalRef(exception);
     } else if (message != nullptr) {
-        Logger::message(ZString("startProfiling: ") + toZString(env, message));
+        Logger::message(ZString(what) + ": " + toZString(env, message));
     }
     env->DeleteLocalRef(message);
 }
@@ -122,8 +145,9 @@ void startCPU(JNIEnv* env) {
                       (ourOptions->noJ2EE ? 0 : CPU_J2EE_BIT);
     jstring filters = newString(env, Filter::readFilterSpecFromFile(ourOptions->filters));
     jstring wallTime = newString(env, Filter::readWallTimeSpecFromFile(ourOptions->wallTimeSpec));
-    logStartFailure(env, VDK_CALLBACK_NATIVE(startCPUProfiling)(env, ourClassCallbackGlobalRef,
-                                                                mode, filters, wallTime));
+    logFailure(env, "startProfiling",
+               VDK_CALLBACK_NATIVE(startCPUProfiling)(env, ourClassCallbackGlobalRef, mode, filters,
+                                                      wallTime));
     env->DeleteLocalRef(filters);
     env->DeleteLocalRef(wallTime);
 }
@@ -135,7 +159,7 @@ void callCore(JNIEnv* env, const char* name, const char* signature, jlong argume
         // A method without parameters takes no notice of the argument.
         env->CallStaticVoidMethod(ourClassCoreGlobalRef, method, argument);
     }
-    logStartFailure(env, nullptr);
+    logFailure(env, name, nullptr);
 }
 
 bool isSnapshotOnExitWanted(long status) {
@@ -347,14 +371,15 @@ void startProfiling(JNIEnv* env) {
         startCPU(env);
     }
     if (ourOptions->allocEachSet || ourOptions->allocSizeLimitSet) {
-        logStartFailure(env, VDK_CALLBACK_NATIVE(startAllocationRecording)(
-                                 env, ourClassCallbackGlobalRef, ourOptions->allocEachSet,
-                                 ourOptions->allocEach, ourOptions->allocSizeLimitSet,
-                                 ourOptions->allocSizeLimit, ourOptions->perClassGC));
+        logFailure(env, "startProfiling",
+                   VDK_CALLBACK_NATIVE(startAllocationRecording)(
+                       env, ourClassCallbackGlobalRef, ourOptions->allocEachSet,
+                       ourOptions->allocEach, ourOptions->allocSizeLimitSet,
+                       ourOptions->allocSizeLimit, ourOptions->perClassGC));
     }
     if (ourOptions->monitors) {
-        logStartFailure(env,
-                        VDK_CALLBACK_NATIVE(startMonitorProfiling)(env, ourClassCallbackGlobalRef));
+        logFailure(env, "startProfiling",
+                   VDK_CALLBACK_NATIVE(startMonitorProfiling)(env, ourClassCallbackGlobalRef));
     }
     Logger::message("startProfiling: OK");
 }

@@ -132,7 +132,9 @@ bool mustDefineClasses(const RuntimeArchiveFile& file, const JvmArguments& argum
 }
 
 bool bringRuntimeClasses(const JvmArguments& arguments) {
-    const RuntimeArchiveFile file = writeCallbackJar(ourOptions->tmpDir);
+    const bool isNamed = !ourOptions->tmpDir.isEmpty();
+    const RuntimeArchiveFile file =
+        writeCallbackJar(ourOptions->tmpDir, isNamed && !ourOptions->optional);
     if (file.path.isEmpty()) {
         return false;
     }

@@ -12,6 +12,7 @@
 namespace {
 
 const char CONFIG_DIRECTORY[] = "/.vdk/config/";
+const mode_t PRIVATE_MODE = 0700;
 const size_t CHUNK_BYTES = 8192;
 // A configuration file is text that a person wrote; more than this is a mistake, such as a device.
 const int MAX_CONFIG_BYTES = 64 * 1024 * 1024;
@@ -30,9 +31,18 @@ void mkdirs(const ZString& path) {
     ZString prefix(path.startsWith("/") ? "/" : "");
     for (int i = 0; i < pieces.getSize(); i++) {
         prefix.append(pieces[i]);
-        mkdir(prefix.c_str(), 0755);
+        mkdir(prefix.c_str(), PRIVATE_MODE);
         prefix.append("/");
     }
+}
+
+ZString makePrivateDirectory() {
+    const ZString path = ZString("/tmp/vdk-") + longToString(geteuid());
+    mkdir(path.c_str(), PRIVATE_MODE);
+    struct stat info;
+    const bool isOurs = lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
+                        info.st_uid == geteuid() && (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    return isOurs ? path : ZString();
 }
 
 bool readFile(const ZString& path, ZString* content) {

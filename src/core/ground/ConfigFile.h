@@ -2,11 +2,16 @@
 
 #include "core/ground/ZString.h"
 
-// Home directory of the password entry of the real user; "?" if there is none.
+// Home directory of the real user; "?" if there is none.
 ZString getUserHome();
 
-// Makes every directory of the path with mode 0755, ignoring failures.
+// Makes every directory of the path, those that are not there for this user alone. Failures are
+// ignored.
 void mkdirs(const ZString& path);
+
+// Makes /tmp/vdk-<uid>, for a user without a home that can be written to. Empty if another user
+// could write there, or has made it.
+ZString makePrivateDirectory();
 
 // Reads the whole file at `path`. False if it can't be opened or read.
 bool readFile(const ZString& path, ZString* content);

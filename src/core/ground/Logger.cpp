@@ -16,12 +16,35 @@ bool Logger::ourExitOnException = false;
 
 namespace {
 
+const char LOG_DIRECTORY[] = "/.vdk/log";
+const mode_t LOG_MODE = 0600;
+
 std::atomic<bool> ourOpenAttempted{false};
 std::atomic<FILE*> ourLogStream{nullptr};
 std::atomic<void (*)(const char*)> ourSink{nullptr};
 
 bool isQuiet() {
     return ourOptions != nullptr && ourOptions->quiet;
+}
+
+ZString logName() {
+    return ZString("/") + longToString(getpid()) + ".log";
+}
+
+// Null if it cannot be had. A link in the file's place is not followed.
+FILE* openLog(const ZString& directory, const ZString& path) {
+    if (!directory.startsWith("/")) {
+        return nullptr;
+    }
+    mkdirs(directory);
+    const int descriptor =
+        open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
+             LOG_MODE);
+    FILE* const stream = descriptor < 0 ? nullptr : fdopen(descriptor, "a");
+    if (descriptor >= 0 && stream == nullptr) {
+        close(descriptor);
+    }
+    return stream;
 }
 
 double uptimeSeconds() {
@@ -53,23 +76,15 @@ FILE* Logger::logStream() {
     if (ourOpenAttempted.exchange(true)) {
         return ourLogStream.load();
     }
-    const ZString directory = getUserHome() + "/.vdk/log";
-    const bool usable = directory.startsWith("/");
-    if (usable) {
-        mkdirs(directory);
-    }
-    ZString path = directory + "/";
-    path.appendLong(getpid());
-    path.append(".log");
-    FILE* stream = nullptr;
-    const int descriptor =
-        usable ? open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0644)
-               : -1;
-    if (descriptor >= 0) {
-        stream = fdopen(descriptor, "a");
-        if (stream == nullptr) {
-            close(descriptor);
-        }
+    const ZString wanted = getUserHome() + LOG_DIRECTORY;
+    ZString path = wanted + logName();
+    FILE* stream = openLog(wanted, path);
+    if (stream == nullptr) {
+        // No home, or one that cannot be written to, as services and containers have it.
+        const ZString privateDirectory = makePrivateDirectory();
+        const ZString directory = privateDirectory + "/log";
+        stream = privateDirectory.isEmpty() ? nullptr : openLog(directory, directory + logName());
+        path = stream == nullptr ? path : directory + logName();
     }
     if (!isQuiet()) {
         fprintf(stderr, "[%s] Loaded. Log file: %s%s\n", VDK_FULL_NAME, path.c_str(),

@@ -473,12 +473,17 @@ TEST_F(AgentLoad, secondLoadTouchesNothing) {
         agentOnLoad(jvm.vm(), withDirectory().c_str());
         const size_t calls = jvm.calls.size();
         const long capabilities = ourCapabilities;
-        const jint result = agentOnAttach(jvm.vm(), "nosuch");
-        return result + (jvm.calls.size() == calls && ourCapabilities == capabilities ? 0 : 99);
+        const bool quiet = ourOptions->quiet;
+        const jint result = agentOnAttach(jvm.vm(), "nosuch,quiet,optional");
+        return result + (jvm.calls.size() == calls && ourCapabilities == capabilities &&
+                                 ourOptions->quiet == quiet && !ourOptions->optional
+                             ? 0
+                             : 99);
     });
     EXPECT_EQ(0, outcome.exitCode);
-    EXPECT_THAT(outcome.log,
-                testing::EndsWith("Agent_OnAttach: options=nosuch\nAgent already loaded\n"));
+    EXPECT_THAT(
+        outcome.log,
+        testing::EndsWith("Agent_OnAttach: options=nosuch,quiet,optional\nAgent already loaded\n"));
 }
 
 TEST_F(AgentLoad, archiveDumpLeavesTheAgentInert) {

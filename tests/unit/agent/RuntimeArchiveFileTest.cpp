@@ -80,7 +80,7 @@ protected:
     }
     // Writes and expects the file to stand there, alone, with the right content.
     void expectWritten(const char* logged) {
-        const RuntimeArchiveFile file = writeArchiveFile(content, path.c_str());
+        const RuntimeArchiveFile file = writeArchiveFile(content, path.c_str(), true);
         EXPECT_EQ(path, file.path.c_str());
         EXPECT_TRUE(file.isUsable);
         EXPECT_TRUE(contentText() == read(path));
@@ -91,12 +91,25 @@ protected:
         EXPECT_EQ(1u, status.st_nlink);
     }
     // Plants what `prepare` does to a file of right content, which must then be replaced.
-    void expectReplaced() {
+    void expectReplaced(const char* reason) {
         const ino_t before = inode();
         expectWritten("Jar file created: ");
-        EXPECT_THAT(log(), HasSubstr("Jar file exists but has wrong size or content: " + path));
+        EXPECT_THAT(log(), HasSubstr(std::string("Jar file exists but ") + reason + ": " + path));
         EXPECT_NE(before, inode());
     }
+    // As another user: 0 if the file is used, 1 if the classes must come from memory, 2 for a
+    // refusal.
+    ProcessOutcome writeAsOtherUser(bool isRequired) {
+        return runInChild([&] {
+            if (!becomeOtherUser()) {
+                return 3;
+            }
+            const RuntimeArchiveFile file = writeArchiveFile(content, path.c_str(), isRequired);
+            return file.path.isEmpty() ? 2 : file.isUsable ? 0 : 1;
+        });
+    }
+    static constexpr const char* WRONG = "has wrong size or content";
+    static constexpr const char* OTHERS = "another user may change it";
     std::string directory;
     std::string path;
     ZVector<unsigned char> content;
@@ -132,29 +145,29 @@ TEST_F(RuntimeArchiveFileTest, wrongContentIsReplaced) {
                                             contentText() + "x", ""};
     for (const std::string& text : wrong) {
         plant(text);
-        expectReplaced();
+        expectReplaced(WRONG);
     }
 }
 
-TEST_F(RuntimeArchiveFileTest, fileThatOthersMayWriteCountsAsWrong) {
+TEST_F(RuntimeArchiveFileTest, fileThatOthersMayWriteIsReplaced) {
     for (mode_t mode : {0666, 0664}) {
         plant(contentText(), mode);
-        expectReplaced();
+        expectReplaced(OTHERS);
     }
 }
 
-TEST_F(RuntimeArchiveFileTest, fileOfAnotherUserCountsAsWrong) {
+TEST_F(RuntimeArchiveFileTest, fileOfAnotherUserIsReplaced) {
     plant(contentText());
     if (!giveToOtherUser()) {
         GTEST_SKIP() << NOT_ALLOWED;
     }
-    expectReplaced();
+    expectReplaced(OTHERS);
 }
 
-TEST_F(RuntimeArchiveFileTest, fileWithASecondNameCountsAsWrong) {
+TEST_F(RuntimeArchiveFileTest, fileWithASecondNameIsReplaced) {
     plant(contentText());
     ASSERT_EQ(0, link(path.c_str(), (directory + "/second").c_str()));
-    expectReplaced();
+    expectReplaced(OTHERS);
     EXPECT_TRUE(contentText() == read(directory + "/second"));
 }
 
@@ -162,19 +175,19 @@ TEST_F(RuntimeArchiveFileTest, symbolicLinkIsReplacedAndItsTargetLeftAlone) {
     const std::string target = directory + "/target";
     std::ofstream(target) << contentText();
     ASSERT_EQ(0, symlink(target.c_str(), path.c_str()));
-    expectReplaced();
+    expectReplaced(WRONG);
     EXPECT_TRUE(contentText() == read(target));
 }
 
 TEST_F(RuntimeArchiveFileTest, pipeInItsPlaceDoesNotBlock) {
     ASSERT_EQ(0, mkfifo(path.c_str(), 0644));
-    expectReplaced();
+    expectReplaced(WRONG);
 }
 
 TEST_F(RuntimeArchiveFileTest, directoryInItsPlaceIsARefusal) {
     ASSERT_EQ(0, mkdir(path.c_str(), 0755));
-    const ProcessOutcome outcome =
-        runInChild([&] { return writeArchiveFile(content, path.c_str()).path.isEmpty() ? 0 : 1; });
+    const ProcessOutcome outcome = runInChild(
+        [&] { return writeArchiveFile(content, path.c_str(), true).path.isEmpty() ? 0 : 1; });
     EXPECT_EQ(0, outcome.exitCode);
     EXPECT_EQ("Cannot start: failed to create jar file: " + path +
                   "; to set alternate location for the file, use startup option "
@@ -183,23 +196,39 @@ TEST_F(RuntimeArchiveFileTest, directoryInItsPlaceIsARefusal) {
               outcome.errors);
 }
 
-TEST_F(RuntimeArchiveFileTest, foreignFileInASharedDirectoryIsARefusalThatNamesTmpdir) {
+// A child is the user who finds a file of root's in a sticky directory, or one he may not write to.
+TEST_F(RuntimeArchiveFileTest, whatCannotBeReplacedIsARefusalOnlyWhereTheDirectoryWasNamed) {
     if (!mayBecomeOtherUser()) {
         GTEST_SKIP() << NOT_ALLOWED;
     }
-    plant("planted");
-    ASSERT_EQ(0, chmod(directory.c_str(), 01777));
-    const ProcessOutcome outcome = runInChild([&] {
-        // The child is the user who finds a file of root's in a sticky directory.
-        if (!becomeOtherUser()) {
-            return 2;
+    struct Row {
+        const char* what;
+        std::string planted; // empty for none
+        mode_t directoryMode;
+        int asked; // exit code of a child whose user named the directory
+    };
+    const Row rows[] = {
+        {"wrong content", "planted", 01777, 2},
+        {"equal content", contentText(), 01777, 1},
+        {"read-only directory", "", 0555, 2},
+    };
+    ASSERT_EQ(0, chown(directory.c_str(), OTHER_USER + 1, OTHER_USER + 1));
+    for (const Row& row : rows) {
+        unlink(path.c_str());
+        if (!row.planted.empty()) {
+            plant(row.planted);
+            ASSERT_EQ(0, chown(path.c_str(), OTHER_USER + 1, OTHER_USER + 1));
         }
-        return writeArchiveFile(content, path.c_str()).path.isEmpty() ? 0 : 1;
-    });
-    EXPECT_EQ(0, outcome.exitCode);
-    EXPECT_THAT(outcome.errors, HasSubstr("Cannot start: failed to create jar file: " + path));
-    EXPECT_THAT(outcome.errors, HasSubstr("'tmpdir=<directory>'"));
-    EXPECT_EQ("planted", read(path));
+        ASSERT_EQ(0, chmod(directory.c_str(), row.directoryMode));
+        const ProcessOutcome free = writeAsOtherUser(false);
+        EXPECT_EQ(1, free.exitCode) << row.what;
+        EXPECT_EQ("", free.errors) << row.what;
+        const ProcessOutcome required = writeAsOtherUser(true);
+        EXPECT_EQ(row.asked, required.exitCode) << row.what;
+        EXPECT_EQ(row.asked == 2, required.errors.find("'tmpdir=<directory>'") != std::string::npos)
+            << row.what;
+        EXPECT_EQ(row.planted, read(path)) << row.what;
+    }
 }
 
 TEST_F(RuntimeArchiveFileTest, ownFileInADirectoryThatTakesNoNewOnesIsOverwritten) {
@@ -211,7 +240,7 @@ TEST_F(RuntimeArchiveFileTest, ownFileInADirectoryThatTakesNoNewOnesIsOverwritte
         if (!becomeOtherUser()) {
             return 2;
         }
-        return writeArchiveFile(content, path.c_str()).isUsable ? 0 : 1;
+        return writeArchiveFile(content, path.c_str(), true).isUsable ? 0 : 1;
     });
     EXPECT_EQ(0, outcome.exitCode) << outcome.errors;
     EXPECT_TRUE(contentText() == read(path));
@@ -225,11 +254,11 @@ TEST_F(RuntimeArchiveFileTest, fullDiskLeavesNoFileAndLetsTheStartGoOn) {
         GTEST_SKIP() << "no file system of a fixed size can be mounted here";
     }
     path = disk + "/archive.jar";
-    const RuntimeArchiveFile file = writeArchiveFile(content, path.c_str());
+    const RuntimeArchiveFile file = writeArchiveFile(content, path.c_str(), true);
     const int left = system(("test $(ls -A " + disk + " | wc -l) = 0").c_str());
     EXPECT_EQ(0, system(("umount " + disk).c_str()));
     EXPECT_EQ(0, left);
     EXPECT_EQ(path, file.path.c_str());
     EXPECT_FALSE(file.isUsable);
-    EXPECT_THAT(log(), HasSubstr("Jar file could not be written, no space left: " + path));
+    EXPECT_THAT(log(), HasSubstr("Jar file is not used, No space left on device: " + path));
 }

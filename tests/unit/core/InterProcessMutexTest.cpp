@@ -73,6 +73,12 @@ TEST_F(InterProcessMutexTest, livingOwnerIsWaitedForAndThenGivenUp) {
     EXPECT_FALSE(mutex.lock(250));
     EXPECT_GE(Platform::monotonicTimeNs() - before, 250 * MS);
     EXPECT_EQ(getppid(), *word);
+    // Whoever did that once may hold all locks: the next one is not waited for, but a dead owner of
+    // it is still replaced.
+    EXPECT_FALSE(mutex.lock(3600000));
+    *word = deadPid();
+    EXPECT_TRUE(mutex.lock(3600000));
+    mutex.unlock();
 }
 
 TEST_F(InterProcessMutexTest, isNotRecursive) {

@@ -1,4 +1,5 @@
 #include "DBTestSupport.h"
+#include "db/MemoryWriter.h"
 #include "db/Progress.h"
 #include "db/SnapshotWriter.h"
 #include "db/SocketWriter.h"
@@ -11,6 +12,7 @@
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 struct SocketPair {
@@ -91,7 +93,7 @@ TEST(SocketWriter, aReaderThatTakesAlmostNothingIsCutOff) {
         }
     });
     {
-        SocketWriter writer(pair.ends[0], 600);
+        SocketWriter writer(pair.ends[0], 600, 64);
         for (int i = 0; i < 50000; i++) {
             writer.writeInt(i);
         }
@@ -130,20 +132,62 @@ TEST(SnapshotWriter, firstErrorIsKeptAndWritingGoesOn) {
     EXPECT_STREQ("No space left on device", writer.getErrorMessage());
 }
 
-TEST(SnapshotWriter, largeContentReachesTheFile) {
+namespace {
+
+// Writes so many ints and compares what is in the file then; true if all were there before the end.
+template <typename Writer>
+void expectWritten(int count, long bytesBeforeTheEnd) {
     char path[] = "/tmp/vdk-snapshot-writer-XXXXXX";
     const int file = mkstemp(path);
     ASSERT_GE(file, 0);
+    unlink(path);
     {
-        SnapshotWriter writer(file);
-        for (int i = 0; i < 700000; i++) {
+        Writer writer(file);
+        for (int i = 0; i < count; i++) {
             writer.writeInt(i);
         }
+        EXPECT_EQ(bytesBeforeTheEnd, lseek(file, 0, SEEK_END));
         EXPECT_EQ(nullptr, writer.getErrorMessage());
     }
-    EXPECT_EQ(2800000, lseek(file, 0, SEEK_END));
+    const long size = count * 4L;
+    ASSERT_EQ(size, lseek(file, 0, SEEK_END));
+    std::vector<int> read(static_cast<size_t>(count));
+    ASSERT_EQ(size, pread(file, read.data(), static_cast<size_t>(size), 0));
+    for (int i = 0; i < count; i++) {
+        ASSERT_EQ(i, read[static_cast<size_t>(i)]);
+    }
     close(file);
+}
+
+} // namespace
+
+TEST(SnapshotWriter, largeContentReachesTheFileAndWhatIsHeldReachesItAtTheEnd) {
+    const int bufferInts = SnapshotWriter::BUFFER_SIZE / 4;
+    const int heldInts = HeldSnapshotWriter::MAX_PIECES * bufferInts;
+    expectWritten<SnapshotWriter>(700000, 2L * SnapshotWriter::BUFFER_SIZE);
+    expectWritten<HeldSnapshotWriter>(heldInts + bufferInts, 0);
+    expectWritten<HeldSnapshotWriter>(heldInts + bufferInts + 1, (heldInts + bufferInts) * 4L);
+}
+
+TEST(MemoryWriter, handsOverWhatItKeptInItsOrder) {
+    char path[] = "/tmp/vdk-memory-writer-XXXXXX";
+    const int file = mkstemp(path);
+    ASSERT_GE(file, 0);
     unlink(path);
+    const int count = MemoryWriter::LAST_PIECE_BYTES;
+    MemoryWriter kept;
+    for (int i = 0; i < count; i++) {
+        kept.writeInt(i);
+    }
+    SnapshotWriter writer(file);
+    kept.moveTo(writer);
+    writer.flush();
+    std::vector<int> read(count);
+    ASSERT_EQ(count * 4L, pread(file, read.data(), count * 4L, 0));
+    for (int i = 0; i < count; i++) {
+        ASSERT_EQ(i, read[static_cast<size_t>(i)]);
+    }
+    close(file);
 }
 
 TEST(Progress, packetIsBigEndianMagicIdAndPercent) {

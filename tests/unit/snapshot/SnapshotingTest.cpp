@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -45,10 +46,11 @@ TEST_F(SnapshotingTest, snapshotReadsBackWithFlagsAndRows) {
     {
         SnapshotFile file(pathOf("a.snapshot"));
         ASSERT_TRUE(file.isOpen());
-        SnapshotWriter writer(file.getDescriptor());
+        HeldSnapshotWriter writer(file.getDescriptor());
         writeSnapshot(ourDB, writer, 0, SNAPSHOT_CAUSE_SHUTDOWN);
-        writer.flush();
+        writer.release();
         EXPECT_EQ(nullptr, writer.getErrorMessage());
+        EXPECT_TRUE(file.close().isEmpty());
     }
     const std::string bytes = readFile(pathOf("a.snapshot"));
     MemorySource source(bytes.data(), static_cast<long>(bytes.size()));
@@ -71,13 +73,26 @@ TEST_F(SnapshotingTest, unusedStringsGoAfterTheSnapshotOfOurDatabase) {
     EXPECT_EQ(0, ourDB->stringPool->getDBIndex("unused", false));
 }
 
-TEST_F(SnapshotingTest, fullDiskIsTheWritersErrorAndEndsNormally) {
-    SnapshotFile file("/dev/full");
-    ASSERT_TRUE(file.isOpen());
-    SnapshotWriter writer(file.getDescriptor());
-    writeSnapshot(ourDB, writer, 0, 0);
-    writer.flush();
-    EXPECT_STREQ("No space left on device", writer.getErrorMessage());
+TEST_F(SnapshotingTest, fileHasItsNameWhenItIsWholeAndIsForItsUserAlone) {
+    const ZString stale = pathOf("old.snapshot.99999999.tmp");
+    const ZString recent = pathOf("new.snapshot.99999999.tmp");
+    writeFile(stale, "");
+    writeFile(recent, "");
+    const timeval longAgo[2] = {};
+    ASSERT_EQ(0, utimes(stale.c_str(), longAgo));
+    {
+        const SnapshotFile dropped(pathOf("dropped.snapshot"));
+        EXPECT_TRUE(dropped.isOpen());
+    }
+    SnapshotFile file(pathOf("a.snapshot"));
+    EXPECT_NE(0, access(pathOf("a.snapshot").c_str(), F_OK));
+    EXPECT_TRUE(file.close().isEmpty());
+    struct stat status;
+    ASSERT_EQ(0, stat(pathOf("a.snapshot").c_str(), &status));
+    EXPECT_EQ(0600u, status.st_mode & 07777);
+    EXPECT_NE(0, access(stale.c_str(), F_OK));
+    EXPECT_EQ(0, access(recent.c_str(), F_OK));
+    EXPECT_EQ(0, system(("test $(ls -A " + directory + " | wc -l) = 2").c_str()));
 }
 
 TEST_F(SnapshotingTest, fileIsNotReachedThroughALinkAndNotInherited) {

@@ -2,7 +2,11 @@ package cases;
 
 import fixtures.Burn;
 import fixtures.Idle;
-import java.io.InputStream;
+import fixtures.ThreadStarts;
+import java.net.Socket;
+import java.net.SocketTimeoutException;
+import java.util.ArrayList;
+import java.util.List;
 import java.util.Random;
 import jvmtest.AgentClient;
 import jvmtest.Case;
@@ -40,6 +44,19 @@ public final class ProtocolCases {
             Check.equal((long) client.in.readInt(), target.pid(), "process id");
             Check.equal(client.in.readInt(), 3600, "telemetry limit");
         }
+        Check.equal(heapDumpStatus(target), 2, "heap dumps are switched on");
+        target.finish();
+    }
+
+    private static int heapDumpStatus(Target target) throws Exception {
+        try (AgentClient client = target.client()) {
+            return client.request(AgentClient.HEAP_DUMP_STATUS).ok().in.readInt();
+        }
+    }
+
+    @Case(fixture = Idle.class, jvm = "-XX:-HeapDumpOnOutOfMemoryError")
+    static void leavesAnOptionOfTheJvmToWhoGaveIt(Target target) throws Exception {
+        Check.equal(heapDumpStatus(target), 1, "heap dumps are left off");
         target.finish();
     }
 
@@ -110,16 +127,73 @@ public final class ProtocolCases {
         target.finish();
     }
 
-    @Case(fixture = Idle.class, alone = true, attach = false)
-    static void aSilentClientDoesNotHoldThePort(Target target) throws Exception {
-        try (AgentClient silent = target.client(); AgentClient half = target.client()) {
-            half.out.writeInt(0);
-            half.out.flush();
+    @Case(fixture = Idle.class, attach = false)
+    static void silentClientsDoNotHoldThePort(Target target) throws Exception {
+        List<AgentClient> silent = new ArrayList<>();
+        try {
+            for (int i = 0; i < 100; i++) {
+                AgentClient client = target.client();
+                silent.add(client);
+                if (i % 2 == 0) {
+                    client.out.writeInt(0); // the begin of a header
+                    client.out.flush();
+                }
+            }
             checkServes(target, "silent clients");
-            InputStream in = silent.in;
-            Check.equal(in.read(), -1, "bytes for the silent client");
+            Socket last = silent.get(silent.size() - 1).socket;
+            last.setSoTimeout(1);
+            try {
+                Check.isTrue(last.getInputStream().read() >= 0,
+                             "served only after the silent ones");
+            } catch (SocketTimeoutException e) {
+                // as it should be: it may still speak
+            }
+            Check.equal(silent.get(1).in.read(), -1, "bytes for a silent client");
+        } finally {
+            for (AgentClient client : silent) {
+                client.close();
+            }
         }
         target.finish();
+    }
+
+    /**
+     * One that another program stopped, for instance: the kernel takes what fits into its buffers.
+     */
+    @Case(fixture = ThreadStarts.class, attach = false)
+    static void aClientThatReadsNothingHoldsNoThreadUp(Target target) throws Exception {
+        fillTables(target, 16000, 2000);
+        try (AgentClient stopped = target.client()) {
+            stopped.request(AgentClient.UPDATE_TABLES).out.writeInt(1);
+            stopped.out.writeInt(0);
+            stopped.out.writeInt(-1);
+            stopped.ok();
+            stopped.in.mark(1);
+            stopped.in.read(); // the tables are on their way
+            stopped.in.reset();
+            target.send("start");
+            target.awaitOutput("heard start");
+            String took = target.output().replaceAll("(?s).*start took (\\d+)\n.*", "$1");
+            Check.isTrue(Long.parseLong(took) < 5000, "a thread started in " + took + " ms");
+            Tables tables = new Tables();
+            tables.read(stopped.in);
+            Check.isTrue(tables.rows.get(Tables.STRING).size() > 16000, "the tables are whole");
+        }
+        target.finish();
+    }
+
+    /** Texts of messages, each its own. */
+    private static void fillTables(Target target, int count, int length) throws Exception {
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.SEQUENCE_START);
+            for (int i = 0; i < count; i++) {
+                client.request(AgentClient.MESSAGE);
+                client.string("test");
+                client.string(i + "x".repeat(length));
+                client.string(null);
+                client.ok();
+            }
+        }
     }
 
     @Case(fixture = Idle.class)

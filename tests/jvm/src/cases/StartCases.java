@@ -109,10 +109,46 @@ public final class StartCases {
                            "Cannot start: failed to create jar file: ", "archive");
         }
         try (java.net.ServerSocket taken = new java.net.ServerSocket(0)) {
-            int port = taken.getLocalPort();
-            try (Target refused = run(target, "quiet,port=" + port + ",tmpdir=" + target.folder)) {
-                Check.equal(refused.awaitExit(), 255, "exit code with a taken port");
-                Check.contains(refused.log(), "Cannot start: cannot listen on port " + port, "log");
+            for (String[] refusal : refusalsOfTheJavaSide(taken.getLocalPort())) {
+                try (Target refused = run(target, "quiet," + refusal[0])) {
+                    Check.equal(refused.awaitExit(), 255, "exit code with " + refusal[0]);
+                    checkRefusal(refused, refusal[1]);
+                }
+            }
+        }
+    }
+
+    /** Options, and how the refusal begins. */
+    private static String[][] refusalsOfTheJavaSide(int takenPort) {
+        return new String[][] {
+                {"port=" + takenPort, "Cannot start: cannot listen on port " + takenPort},
+                {"listen=no.such.host.invalid:12345", "Cannot start: cannot listen on port 12345"},
+                {"usedmem=80", "Cannot start: triggers are not available"},
+        };
+    }
+
+    /** One line on standard error tells it, and so does the log. */
+    private static void checkRefusal(Target refused, String begin) {
+        String errors = refused.errors();
+        Check.isTrue(errors.startsWith(begin), "standard error: " + errors);
+        Check.equal(errors.indexOf('\n'), errors.length() - 1, "end of the line of " + errors);
+        Check.contains(refused.log(), begin, "log");
+    }
+
+    @Case(fixture = Idle.class, noAgent = true, attach = false)
+    static void anOptionalAgentThatCannotStartLetsTheProgramRun(Target target) throws Exception {
+        target.finish();
+        List<String[]> refusals = new ArrayList<>();
+        refusals.add(new String[] {"nonsense", "Cannot start: invalid option: nonsense"});
+        try (java.net.ServerSocket taken = new java.net.ServerSocket(0)) {
+            refusals.addAll(List.of(refusalsOfTheJavaSide(taken.getLocalPort())));
+            for (String[] refusal : refusals) {
+                try (Target refused = run(target, "quiet,optional," + refusal[0])) {
+                    refused.awaitOutput("ready");
+                    refused.finish();
+                    Check.equal(refused.output(), target.output(), "output with " + refusal[0]);
+                    checkRefusal(refused, refusal[1]);
+                }
             }
         }
     }
@@ -133,6 +169,8 @@ public final class StartCases {
             Check.equal(e.returnValue(), 3, "result of the attach");
         }
         target.finish();
+        Check.equal(target.output(), "ready\nbye\n", "the program's output");
+        checkRefusal(target, "Cannot start: invalid option: nonsense\n");
     }
 
     /** The first attach gets as far as to replace the JNI functions that create objects. */

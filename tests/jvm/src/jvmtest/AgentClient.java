@@ -19,12 +19,14 @@ public final class AgentClient implements AutoCloseable {
     public static final int TRANSFER = 101000;
     public static final int TRANSFER_COMPRESSED = 101001;
     public static final int THREAD_DUMP = 101300;
+    public static final int HEAP_DUMP_STATUS = 101700;
     public static final int AGENT_INFO = 102400;
     public static final int SEQUENCE_START = 103300;
     public static final int SEQUENCE_END = 103400;
     public static final int UPDATE_TABLES = 103500;
     public static final int CLEAR_CPU = 103700;
     public static final int CAPTURE_SNAPSHOT = 104006;
+    public static final int MESSAGE = 104800;
     public static final int RETRANSFORM = 105201;
     public static final int PROGRESS = 100600;
 

@@ -1,5 +1,6 @@
 package jvmtest;
 
+import cases.AccessCases;
 import cases.ClientTracingCases;
 import cases.DebuggerCases;
 import cases.HeapDumpCases;
@@ -26,7 +27,7 @@ final class Suites {
             TracingCases.class,      TracedProgramCases.class,    RewritingCases.class,
             VerificationCases.class, RewriteOnRequestCases.class, RealProgramCases.class,
             ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
-            ThrowCases.class,        MemoryCases.class,
+            ThrowCases.class,        MemoryCases.class,           AccessCases.class,
     };
 
     private Suites() {

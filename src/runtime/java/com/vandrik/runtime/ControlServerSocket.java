@@ -2,6 +2,8 @@ package com.vandrik.runtime;
 
 import com.vandrik.util.ThreadUtil;
 import java.io.IOException;
+import java.util.ArrayList;
+import java.util.List;
 
 /**
  * The listening socket of the control channel. The agent starts ahead of the application's main
@@ -16,8 +18,14 @@ final class ControlServerSocket {
     private static final int LONGEST_WAIT_MS = 100;
     private static final int LOOKS_WHEN_IDLE = 7 * LOOKS_PER_WAIT;
 
+    /** Connections that have not sent a header yet. One more costs the oldest its place. */
+    private static final int MAX_SILENT = 64;
+
     private final int myDescriptor;
     private final int myPort;
+
+    /** Those connections, the oldest first. The request thread alone uses it. */
+    private final List<ControlSocket> mySilent = new ArrayList<ControlSocket>();
 
     /** Looks since the last client. */
     private int myLooks = LOOKS_WHEN_IDLE;
@@ -38,18 +46,54 @@ final class ControlServerSocket {
     }
 
     /**
-     * Waits for the next client, asleep between looks. A thread that waits in native code would
-     * hold up the end of the JVM: it gives such threads 0.3 s to come back.
+     * Waits for the next client that speaks, asleep between looks. A thread that waits in native
+     * code would hold up the end of the JVM: it gives such threads 0.3 s to come back.
      */
     ControlSocket accept() throws IOException {
         while (true) {
-            int descriptor = ControlSocket.accept(myDescriptor, ControlSocket.ourWriteStallMs);
-            if (descriptor >= 0) {
+            boolean isSomeoneNew = takeNext();
+            ControlSocket speaking = takeSpeaking();
+            if (speaking != null) {
                 myLooks = 0;
-                return new ControlSocket(descriptor);
+                return speaking;
             }
+            if (isSomeoneNew) {
+                myLooks = 0;
+                continue;
+            }
+            dropSilent();
             ThreadUtil.sleep(Math.min(1 << myLooks / LOOKS_PER_WAIT, LONGEST_WAIT_MS));
             myLooks = Math.min(myLooks + 1, LOOKS_WHEN_IDLE);
+        }
+    }
+
+    /** Takes in one connection, if somebody connects. */
+    private boolean takeNext() throws IOException {
+        int descriptor = ControlSocket.accept(myDescriptor, ControlSocket.ourWriteStallMs);
+        if (descriptor < 0) {
+            return false;
+        }
+        if (mySilent.size() >= MAX_SILENT) {
+            mySilent.remove(0).close();
+        }
+        mySilent.add(new ControlSocket(descriptor));
+        return true;
+    }
+
+    private ControlSocket takeSpeaking() {
+        for (int i = 0; i < mySilent.size(); i++) {
+            if (mySilent.get(i).hasSpoken()) {
+                return mySilent.remove(i);
+            }
+        }
+        return null;
+    }
+
+    private void dropSilent() {
+        for (int i = mySilent.size() - 1; i >= 0; i--) {
+            if (mySilent.get(i).isGone() || mySilent.get(i).isFirstRequestOverdue()) {
+                mySilent.remove(i).close();
+            }
         }
     }
 

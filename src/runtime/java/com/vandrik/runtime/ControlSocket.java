@@ -5,7 +5,8 @@ import java.io.IOException;
 /**
  * One connection of the control channel, on a descriptor of its own that native code writes to as
  * well. All waits are bounded, because one client at a time is served: a client that falls silent,
- * sends a request byte by byte, or stops reading an answer loses its connection.
+ * sends a request byte by byte, or stops reading an answer loses its connection. So is what a
+ * request may hold.
  */
 final class ControlSocket {
     /** Longest wait for the first byte of a request, unless a sequence of requests is running. */
@@ -28,6 +29,9 @@ final class ControlSocket {
 
     private static final int MIN_BYTES_PER_SECOND = 4096;
 
+    /** A request may hold several texts of the largest size. */
+    private static final int MAX_REQUEST_BYTES = 4 * Packet.MAX_LENGTH;
+
     /** Longest wait for the end of a refused request, so that the refusal isn't lost. */
     private static final int FINISH_MS = 1000;
 
@@ -44,6 +48,10 @@ final class ControlSocket {
     /** When the request must have arrived, on the scale of System.nanoTime; 0 while none began. */
     private long myRequestDeadlineNs;
 
+    private final long myAcceptedNs = System.nanoTime();
+
+    private int myHeaderState;
+    private long myReadBytes;
     private long myWrittenBytes;
     private long myWriteWaitNs;
 
@@ -60,8 +68,29 @@ final class ControlSocket {
     void expectRequest(int firstByteMs) {
         myFirstByteMs = firstByteMs;
         myRequestDeadlineNs = 0;
+        myReadBytes = 0;
         myWrittenBytes = 0;
         myWriteWaitNs = 0;
+    }
+
+    /** Whether the client can be served without a wait for its first request. */
+    boolean hasSpoken() {
+        myHeaderState = lookForHeader(myDescriptor, Protocol.MAGIC);
+        return myHeaderState > 0;
+    }
+
+    /** Whether the last look found that the client is gone. */
+    boolean isGone() {
+        return myHeaderState < 0;
+    }
+
+    /** Why the client is not served; null if it is. */
+    String getRefusal() {
+        return getRefusal(myDescriptor);
+    }
+
+    boolean isFirstRequestOverdue() {
+        return System.nanoTime() - myAcceptedNs > ourFirstRequestMs * 1000000L;
     }
 
     /** As in InputStream: at least one byte, or -1 at the end. */
@@ -78,7 +107,11 @@ final class ControlSocket {
             }
             limit = (int) Math.min(ourReadStallMs, leftMs);
         }
+        if (myReadBytes > MAX_REQUEST_BYTES) {
+            throw new IOException("the request is longer than " + MAX_REQUEST_BYTES + " bytes");
+        }
         int count = read(myDescriptor, bytes, offset, length, limit);
+        myReadBytes += count;
         if (myRequestDeadlineNs == 0) {
             myRequestDeadlineNs = System.nanoTime() + ourRequestMs * 1000000L;
         }
@@ -104,6 +137,13 @@ final class ControlSocket {
         finish(myDescriptor, FINISH_MS);
     }
 
+    /**
+     * The same for a client that may not hold up others at all: what it sent so far is taken in.
+     */
+    void finishAtOnce() {
+        finish(myDescriptor, 0);
+    }
+
     synchronized void close() {
         if (!myClosed) {
             myClosed = true;
@@ -119,6 +159,18 @@ final class ControlSocket {
 
     /** A descriptor, or -1 if nobody waits. */
     static native int accept(int server, int sendTimeoutMs) throws IOException;
+
+    /**
+     * 1 if a header with this magic, or what can't become one, waits to be read; 0 if it may come
+     * yet; -1 if nothing came and nothing will.
+     */
+    static native int lookForHeader(int descriptor, long magic);
+
+    /** Why this client is not served; null if it is. */
+    static native String getRefusal(int descriptor);
+
+    /** Whether clients of other users are refused. */
+    static native boolean servesOnlyItsUser();
 
     static native int read(int descriptor, byte[] bytes, int offset, int length, int timeoutMs)
             throws IOException;

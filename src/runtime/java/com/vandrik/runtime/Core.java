@@ -14,7 +14,6 @@ import java.io.File;
 import java.io.IOException;
 import java.io.InputStream;
 import java.io.OutputStream;
-import java.util.UUID;
 
 /**
  * The Java half of the agent's start-up, and what native code calls afterwards. The native side
@@ -51,7 +50,7 @@ public final class Core {
     private Core() {
     }
 
-    /** Called by native code. False stops the agent; the reason is in the log. */
+    /** Called by native code. False stops the agent; the user has been told the reason. */
     public static boolean init(int port, String host, String sessionName,
                                String alternateSnapshotDir, String profilerUIPath, int idePort,
                                boolean onlyLocal, long sessionID, int delay, int telemetryLimit,
@@ -66,19 +65,16 @@ public final class Core {
         ourProbeTableLengthLimit = probeTableLengthLimit;
         String refusal = JvmRequirements.getRefusal();
         if (refusal != null) {
-            Callback.messageToLogFile("Cannot start: " + refusal);
-            return false;
+            return refuse(refusal, null);
         }
         try {
             boolean attached = isAttached();
             String failure = setTriggers(triggers, attached, false);
             if (failure != null) {
-                Callback.messageToLogFile("Cannot start: " + failure);
-                return false;
+                return refuse(failure, null);
             }
         } catch (Throwable e) {
-            Callback.messageToLogFile("Cannot start: " + Strings.stackTrace(e));
-            return false;
+            return refuse("", e);
         }
         return startNowOrLater(port, host, profilerUIPath, idePort, onlyLocal, enableOOMEDumper,
                                delay);
@@ -141,12 +137,27 @@ public final class Core {
             }
             ourPort = server.getLocalPort();
             startThreads(server, telemetry);
-            tellOfStart(host, profilerUIPath, idePort);
+            tellOfStart(host, onlyLocal, profilerUIPath, idePort);
             return true;
         } catch (Throwable e) {
-            logIfMemoryAllows("Cannot start: ", e);
-            return false;
+            return refuse("", e);
         }
+    }
+
+    /**
+     * Tells why the agent does not start: in the log with the stack trace, and in one line on
+     * standard error, whatever the option "quiet" says. Gives false.
+     */
+    private static boolean refuse(String reason, Throwable cause) {
+        try {
+            String text = "Cannot start: " + reason;
+            Callback.messageToLogFile(cause == null ? text : text + Strings.stackTrace(cause));
+            String message = cause == null ? "" : Strings.messageOf(cause);
+            Callback.messageToStderr(text + message + "\n");
+        } catch (OutOfMemoryError full) {
+            // Both take their text from the heap.
+        }
+        return false;
     }
 
     /** Either all that listens and runs is there afterwards, or nothing: threads may be refused. */
@@ -168,12 +179,13 @@ public final class Core {
     }
 
     /** The agent runs by now: whatever fails here, even for lack of memory, must not undo that. */
-    private static void tellOfStart(String host, String profilerUIPath, int idePort) {
+    private static void tellOfStart(String host, boolean onlyLocal, String profilerUIPath,
+                                    int idePort) {
         try {
             Callback.message(Strings.isEmpty(host)
                                      ? "Profiler agent is listening on port " + ourPort
                                      : "Profiler agent is listening on " + host + ":" + ourPort,
-                             null);
+                             getWhoIsLetIn(host, onlyLocal));
             if (Strings.isEmpty(profilerUIPath)) {
                 Callback.messageToLogFile("*** HINT ***: To get profiling results, connect to the"
                                           + " application from the profiler UI");
@@ -183,6 +195,18 @@ public final class Core {
         } catch (Throwable e) {
             logIfMemoryAllows("Start is not told: ", e);
         }
+    }
+
+    /** Null where only the agent's own user and root are served. */
+    private static String getWhoIsLetIn(String host, boolean onlyLocal) {
+        if (ControlSocket.servesOnlyItsUser()) {
+            return null;
+        }
+        if (!Strings.isEmpty(host)) {
+            return "open to all who reach this address";
+        }
+        return onlyLocal ? "open to all users of this machine"
+                         : "open to all who reach this machine";
     }
 
     /**
@@ -213,8 +237,7 @@ public final class Core {
         try {
             return createServerSocket(onlyLocal, fixedPort, host);
         } catch (IOException e) {
-            Callback.messageToLogFile("Cannot start: cannot listen on port " + fixedPort + ": " +
-                                      Strings.stackTrace(e));
+            refuse("cannot listen on port " + fixedPort + ": ", e);
             return null;
         }
     }
@@ -259,9 +282,15 @@ public final class Core {
 
     private static void serve(ControlSocket socket) throws IOException, PresentableException {
         try {
-            InputStream in = new BufferedInputStream(new ControlInputStream(socket), BUFFER_SIZE);
             OutputStream out =
                     new BufferedOutputStream(new ControlOutputStream(socket), BUFFER_SIZE);
+            String refusal = socket.getRefusal();
+            if (refusal != null) {
+                Packet.writeError(new DataOutputStream(out), refusal);
+                socket.finishAtOnce();
+                return;
+            }
+            InputStream in = new BufferedInputStream(new ControlInputStream(socket), BUFFER_SIZE);
             AgentProperties.makeSurePropertiesInitialized();
             RequestProcessing.dispatchRequest(new DataInputStream(in), new DataOutputStream(out),
                                               socket);
@@ -280,13 +309,24 @@ public final class Core {
      * no listeners yet, so a text that names one is refused.
      */
     public static synchronized String setTriggers(String text, boolean append, boolean flag) {
-        if (EventListener.hasListeners(text)) {
-            return "triggers are not available in this version of the agent";
+        String failure = checkTriggers(text);
+        if (failure != null) {
+            return failure;
         }
         if (!append) {
             ourListeners = NO_LISTENERS;
         }
         return null;
+    }
+
+    /**
+     * What {@link #setTriggers} would say to a text. Called by native code for the file that lies
+     * in the home directory: nobody named it, so it can't stop the agent.
+     */
+    static String checkTriggers(String text) {
+        return EventListener.hasListeners(text)
+                ? "triggers are not available in this version of the agent"
+                : null;
     }
 
     public static synchronized EventListener[] getListeners() {
@@ -379,19 +419,28 @@ public final class Core {
         String[] path = new String[1];
         try {
             long all = flags | Constants.SNAPSHOT_CAUSE_SHUTDOWN;
+            String failure;
             if (Strings.isEmpty(file)) {
-                captureSnapshot1("<sessionname>-<date>-shutdown", 0, all, "", path);
-                return path[0];
+                failure = captureSnapshot1("<sessionname>-<date>-shutdown", 0, all, "", path);
+            } else {
+                // JVMs that one script started may end at the same moment: each first writes under
+                // a name of its own.
+                File chosen = new File(file).getAbsoluteFile();
+                failure = captureSnapshot1("<sessionname>-" + System.nanoTime(), 0, all,
+                                           chosen.getParent(), path);
+                if (failure == null) {
+                    path[0] = SnapshotCapture.moveTo(new File(path[0]), chosen);
+                }
             }
-            // JVMs that one script started may end at the same moment: each first writes under a
-            // name of its own.
-            File chosen = new File(file).getAbsoluteFile();
-            String failure = captureSnapshot1(UUID.randomUUID().toString(), 0, all,
-                                              chosen.getParent(), path);
-            return failure == null ? SnapshotCapture.moveTo(new File(path[0]), chosen) : null;
+            if (failure != null) {
+                Callback.messageToLogFile("No snapshot at the end of the JVM: " + failure);
+                Callback.messageToStderr("No snapshot at the end of the JVM: " + failure + "\n");
+                return null;
+            }
         } catch (Throwable e) {
-            return path[0]; // the JVM ends in any case
+            logIfMemoryAllows("No snapshot at the end of the JVM: ", e);
         }
+        return path[0];
     }
 
     public static TransferrableSnapshotInfo[] getTransferrableSnapshots() {

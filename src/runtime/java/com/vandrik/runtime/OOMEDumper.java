@@ -17,6 +17,10 @@ public final class OOMEDumper {
 
     public static final int STATUS_ENABLED = 2;
 
+    // Results of setOption. Keep in sync with DiagnosticNatives.cpp.
+    private static final int SET_FAILED = 0;
+    private static final int SET_DONE = 1;
+
     private static final String BEAN_CLASS = "com.sun.management.HotSpotDiagnosticMXBean";
     private static final String OPTION = "HeapDumpOnOutOfMemoryError";
 
@@ -33,13 +37,19 @@ public final class OOMEDumper {
         }
     }
 
-    /** Makes the JVM dump its heap when memory runs out. The log tells a failure. */
+    /**
+     * Makes the JVM dump its heap when memory runs out, unless its user has decided on that. The
+     * log tells if it doesn't.
+     */
     public static void enable() {
         try {
-            if (setOption(OPTION, "true")) {
-                return;
+            int result = setOption(OPTION, "true");
+            if (result == SET_FAILED && isLeftToUs()) {
+                invoke("setVMOption", new Class<?>[] {String.class, String.class}, OPTION, "true");
+            } else if (result != SET_DONE) {
+                Callback.messageToLogFile("Heap dump on OutOfMemoryError is left as it is:"
+                                          + " the option was given to this JVM");
             }
-            invoke("setVMOption", new Class<?>[] {String.class, String.class}, OPTION, "true");
         } catch (ClassNotFoundException e) {
             Callback.messageToLogFile("Heap dump on OutOfMemoryError is not enabled:"
                                       + " the JVM runs without the module jdk.management");
@@ -63,8 +73,18 @@ public final class OOMEDumper {
         invoke("dumpHeap", new Class<?>[] {String.class, boolean.class}, path, false);
     }
 
-    /** Sets an option without the factory of beans; false where the JVM isn't built that way. */
-    private static native boolean setOption(String name, String value);
+    /** Whether nobody has chosen the value of the option. */
+    private static boolean isLeftToUs() throws Throwable {
+        Object option = invoke("getVMOption", new Class<?>[] {String.class}, OPTION);
+        String origin = option.getClass().getMethod("getOrigin").invoke(option).toString();
+        return origin.equals("DEFAULT") || origin.equals("ERGONOMIC");
+    }
+
+    /**
+     * Sets an option without the factory of beans, if nobody has chosen its value; fails where the
+     * JVM isn't built that way.
+     */
+    private static native int setOption(String name, String value);
 
     private static Object invoke(String name, Class<?>[] types, Object... arguments)
             throws Throwable {

@@ -6,6 +6,10 @@ import java.io.DataInputStream;
 import java.io.File;
 import java.io.FileInputStream;
 import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.attribute.PosixFilePermission;
+import java.nio.file.attribute.PosixFilePermissions;
+import java.util.Set;
 
 /** Finds the directory that snapshots go to. */
 public final class SnapshotDirectory0 {
@@ -13,6 +17,9 @@ public final class SnapshotDirectory0 {
 
     /** A configuration file from this size on is not one. */
     private static final int CONFIG_FILE_LIMIT = 2048;
+
+    private static final Set<PosixFilePermission> PRIVATE =
+            PosixFilePermissions.fromString("rwx------");
 
     private SnapshotDirectory0() {
     }
@@ -58,8 +65,26 @@ public final class SnapshotDirectory0 {
         return name.equals(Constants.PUBLIC_DIR_NAME) || name.equals("public");
     }
 
-    /** Makes a directory and those above it; whether it worked is for the caller to see. */
+    /**
+     * Makes a directory and those above it, for this user alone; whether it worked is for the
+     * caller to see.
+     */
     static void mkdirsSafe(File directory) {
+        if (directory.isDirectory()) {
+            return;
+        }
+        try {
+            Files.createDirectories(directory.toPath(),
+                                    PosixFilePermissions.asFileAttribute(PRIVATE));
+        } catch (IOException e) {
+            // the caller looks
+        } catch (RuntimeException e) {
+            // a path or a file system that java.nio can't take
+            mkdirsWithOwnMeans(directory);
+        }
+    }
+
+    private static void mkdirsWithOwnMeans(File directory) {
         try {
             directory.mkdirs();
         } catch (SecurityException e) {

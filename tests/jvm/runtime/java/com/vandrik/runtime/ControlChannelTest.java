@@ -480,6 +480,7 @@ final class ControlChannelTest {
     }
 
     static void testHostsAreResolvedAndBound() throws Exception {
+        new ControlServerSocket(false, 0, "[127.0.0.1]").close();
         ControlServerSocket server = new ControlServerSocket(false, 0, "127.0.0.1");
         Check.isTrue(server.getLocalPort() > 0, "port");
         server.close();

@@ -1,0 +1,33 @@
+#include "db/MemoryWriter.h"
+
+MemoryWriter::MemoryWriter() : AbstractWriter(FIRST_PIECE_BYTES, true, -1) {}
+
+MemoryWriter::~MemoryWriter() {
+    for (int i = 0; i < pieces.getSize(); i++) {
+        delete[] pieces[i].bytes;
+    }
+}
+
+void MemoryWriter::flush() {
+    const int capacity =
+        bufferCapacity < LAST_PIECE_BYTES ? 2 * bufferCapacity : static_cast<int>(LAST_PIECE_BYTES);
+    // Either allocation may fail; an empty piece does no harm.
+    Piece* const last = pieces.extend(1);
+    *last = Piece{nullptr, 0};
+    unsigned char* const next = new unsigned char[static_cast<size_t>(capacity)];
+    *last = Piece{buffer, used};
+    buffer = next;
+    bufferCapacity = capacity;
+    used = 0;
+}
+
+void MemoryWriter::moveTo(AbstractWriter& target) {
+    for (int i = 0; i < pieces.getSize(); i++) {
+        target.writeBytes(pieces[i].bytes, pieces[i].length);
+        delete[] pieces[i].bytes;
+        pieces[i].bytes = nullptr;
+    }
+    pieces.clear();
+    target.writeBytes(buffer, used);
+    used = 0;
+}
