@@ -176,14 +176,13 @@ int insertionLength(int kind, bool hasSwitch) {
 
 int insertionStack(int kind) {
     switch (kind) {
-    case INSERT_EXIT:
-    case INSERT_CATCH:
-    case INSERT_ARRAY_CALL:
-    case INSERT_OBJECT_CALL:
-        return 2;
+    case INSERT_NEW_DUP:
+    case INSERT_NEW_CANCELLED:
+    case INSERT_CALL_CANCELLED:
+        return 0;
     case INSERT_OBJECT_CALL_OWN:
         return 1;
     default:
-        return 0;
+        return 2;
     }
 }

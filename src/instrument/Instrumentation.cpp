@@ -112,16 +112,6 @@ private:
     int fullNameStrID = 0;
 };
 
-// The agent's own classes stay as they are, but for the work that calibration measures.
-bool isOwnClass(const ZString& dottedName) {
-    if (dottedName.startsWith("com.vandrik.runtime.")) {
-        return !dottedName.startsWith("com.vandrik.runtime.Calibration");
-    }
-    return dottedName.startsWith("com.vandrik.probes.") ||
-           dottedName.startsWith("com.vandrik.Natives") ||
-           dottedName.startsWith("com.vandrik.Constants") || dottedName.startsWith("com.vandrik.");
-}
-
 bool isClassFile(int length, const unsigned char* data) {
     return length >= 4 && data[0] == 0xca && data[1] == 0xfe && data[2] == 0xba && data[3] == 0xbe;
 }
@@ -296,7 +286,20 @@ void rewriteOffered(const OfferedClass& offered, const ZString& name, jint* newL
                                  ourOptions->disableNatives ? nullptr : &firstLoad);
 }
 
-void handleEvent(const OfferedClass& offered, jint* newLength, unsigned char** newData) {
+// Whether inserted calls would find their target.
+bool mayCallAgent(const OfferedClass& offered, const ZString& name) {
+    if ((ourCapabilities & INSTRUMENTING) == 0) {
+        return true;
+    }
+    if (offered.redefined == nullptr) {
+        return loaderFindsAgent(offered.env, offered.loader, LoaderUse::FIRST_LOAD);
+    }
+    // What was loaded with wrappers has to keep them.
+    return listsWrappedNatives(name) ||
+           loaderFindsAgent(offered.env, offered.loader, LoaderUse::REDEFINITION);
+}
+
+void handleOffer(const OfferedClass& offered, jint* newLength, unsigned char** newData) {
     LockHolder lock(ourLock, "Instrumentation:351");
     const char* const givenName = offered.name;
     if (givenName == nullptr && offered.redefined != nullptr) {
@@ -307,11 +310,7 @@ void handleEvent(const OfferedClass& offered, jint* newLength, unsigned char** n
     if (name.isEmpty()) {
         return;
     }
-    // What was loaded with wrappers has to keep them.
-    const bool keepsWrappers = offered.redefined != nullptr && listsWrappedNatives(name);
-    if (!keepsWrappers && !loaderFindsAgent(offered.env, offered.loader,
-                                            offered.redefined != nullptr ? LoaderUse::REDEFINITION
-                                                                         : LoaderUse::FIRST_LOAD)) {
+    if (!mayCallAgent(offered, name)) {
         ZString dotted = name;
         dotted.replaceAll('/', '.');
         logClass(dotted, "skipping: its class loader does not find the agent");
@@ -327,7 +326,7 @@ void handleEvent(const OfferedClass& offered, jint* newLength, unsigned char** n
     }
 }
 
-void redefineImpl(JNIEnv* env) {
+void redefineImpl() {
     ZVector<unsigned char> bytes(ourCallbackClassSize);
     memcpy(bytes.extend(ourCallbackClassSize), ourCallbackClass,
            static_cast<size_t>(ourCallbackClassSize));
@@ -343,7 +342,6 @@ void redefineImpl(JNIEnv* env) {
         patchCallbackToEnableAllocations(*result, recording);
         result = &recording;
     }
-    (void)env;
     jvmtiClassDefinition definition;
     definition.klass = ourClassCallbackGlobalRef;
     definition.class_byte_count = result->getSize();
@@ -365,6 +363,11 @@ void setCallFlags(JNIEnv* env) {
 
 } // namespace
 
+bool isAgentClass(const ZString& internalName) {
+    return internalName.startsWith("com/vandrik/") &&
+           !internalName.startsWith("com/vandrik/runtime/Calibration");
+}
+
 void logClass(const ZString& dottedName, const char* text) {
     Logger::detail(phasePrefix() + dottedName + ": " + text);
 }
@@ -385,7 +388,7 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
     if ((ourCapabilities & INSTRUMENTING) == 0 && natives == nullptr) {
         return;
     }
-    if (isOwnClass(dotted)) {
+    if (isAgentClass(name)) {
         return;
     }
     if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 && !ourVMInitCalled) {
@@ -429,7 +432,7 @@ void JNICALL class_file_load_hook_handler(jvmtiEnv*, JNIEnv* env, jclass classBe
     *newClassDataLength = 0;
     *newClassData = nullptr;
     const bool done = runGuarded(VDK_HERE, [&] {
-        handleEvent({env, classBeingRedefined, loader, name, classDataLength, classData},
+        handleOffer({env, classBeingRedefined, loader, name, classDataLength, classData},
                     newClassDataLength, newClassData);
     });
     if (!done) {
@@ -451,7 +454,7 @@ void redefineCallback(JNIEnv* env) {
         setCallFlags(env);
         return;
     }
-    redefineImpl(env);
+    redefineImpl();
 }
 
 void installInstrumentation(const unsigned char* callback, int callbackSize) {

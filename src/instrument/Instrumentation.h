@@ -26,6 +26,9 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
                                   jint* newLength, unsigned char** newData,
                                   const NativeSelection* natives);
 
+// The agent's own classes stay as they are, but for the work that calibration measures.
+bool isAgentClass(const ZString& internalName);
+
 // One log line: how many classes were rewritten, and how their methods ended.
 void logInstrumentationTotals();
 

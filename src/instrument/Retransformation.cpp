@@ -67,9 +67,8 @@ jclass findEventClass(JNIEnv* env) {
 
 // A class that the hook would rewrite. eventClass may be null.
 bool mayRewrite(JNIEnv* env, jclass type, jclass eventClass) {
-    const ZString name = dottedNameOf(type);
-    if (name.isEmpty() || name.startsWith("jdk.internal.event.") ||
-        (name.startsWith("com.vandrik.") && !name.startsWith("com.vandrik.runtime.Calibration"))) {
+    const ZString name = internalNameOf(type);
+    if (name.isEmpty() || name.startsWith("jdk/internal/event/") || isAgentClass(name)) {
         return false;
     }
     return isModifiable(type) && !hasNoBodies(type) &&

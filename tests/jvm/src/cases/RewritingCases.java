@@ -84,6 +84,18 @@ public final class RewritingCases {
         Check.contains(target.log(), "skipping: its class loader does not find the agent", "log");
     }
 
+    /** Sampling needs no rewriting. */
+    @Case(fixture = Fragile.class, agent = "disabletracing,disablealloc,disablenatives",
+          attach = false, since = 25)
+    static void
+    nothingIsRewrittenWhereNothingCouldBeRecorded(Target target) throws Exception {
+        String plain = target.plainOutput("go\nstop\n");
+        run(target, 1);
+        target.finish();
+        Check.equal(target.output(), plain, "output");
+        Check.contains(target.log(), "rewritten: 0 of 0 classes", "log");
+    }
+
     /** Interpreted, a stack overflows inside inserted calls. */
     @Case(fixture = Fragile.class, attach = false, jvm = "-Xint")
     static void stacksThatOverflowInInsertedCodeTellLines(Target target) throws Exception {
