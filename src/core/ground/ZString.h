@@ -99,11 +99,17 @@ public:
     bool operator==(const C* text) const { return *this == ZStringImpl(text); }
     bool operator!=(const C* text) const { return !(*this == text); }
     bool startsWith(const C* prefix) const {
+        if (prefix == nullptr) {
+            zstringFail(375);
+        }
         const int count = lengthOf(prefix);
         return count <= length &&
                memcmp(chars, prefix, sizeof(C) * static_cast<size_t>(count)) == 0;
     }
     bool endsWith(const C* suffix) const {
+        if (suffix == nullptr) {
+            zstringFail(376);
+        }
         const int count = lengthOf(suffix);
         return count <= length &&
                memcmp(chars + length - count, suffix, sizeof(C) * static_cast<size_t>(count)) == 0;
