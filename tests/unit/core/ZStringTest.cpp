@@ -66,6 +66,8 @@ TEST(ZString, refusesBadRangesAndNull) {
     EXPECT_THROW(text.substring(0, 4), VDKRuntimeException);
     EXPECT_THROW(text.charAt(3), VDKRuntimeException);
     EXPECT_THROW(ZString(static_cast<const char*>(nullptr)), VDKRuntimeException);
+    EXPECT_THROW(text.startsWith(nullptr), VDKRuntimeException);
+    EXPECT_THROW(text.endsWith(nullptr), VDKRuntimeException);
     ZString other;
     EXPECT_THROW(other.append(static_cast<const char*>(nullptr)), VDKRuntimeException);
 }

@@ -7,6 +7,7 @@ import java.io.EOFException;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.attribute.PosixFilePermissions;
 import java.util.Arrays;
 import java.util.List;
 import java.util.zip.Inflater;
@@ -35,6 +36,10 @@ public final class SnapshotCases {
         }
     }
 
+    private static String modeOf(Path path) throws Exception {
+        return PosixFilePermissions.toString(Files.getPosixFilePermissions(path));
+    }
+
     @Case(fixture = Burn.class, agent = "sessionname=my app")
     static void isNamedCountedAndFetchedPlainAndCompressed(Target target) throws Exception {
         Sampling.start(target);
@@ -43,6 +48,9 @@ public final class SnapshotCases {
         Path second = capture(target, "<sessionname>-x");
         Check.equal(first.getFileName().toString(), "my_app-x.snapshot", "first name");
         Check.equal(second.getFileName().toString(), "my_app-x-1.snapshot", "second name");
+        Path inner = capture(target, "made/x");
+        Check.equal(modeOf(inner), "rw-------", "mode of a snapshot");
+        Check.equal(modeOf(inner.getParent()), "rwx------", "mode of a folder");
         byte[] bytes = Files.readAllBytes(first);
         Check.isTrue(new String(bytes, 0, 32, StandardCharsets.US_ASCII)
                              .equals("Vandrik Java Profiler snapshot, "),

@@ -154,8 +154,8 @@ public final class Core {
             Callback.messageToLogFile(cause == null ? text : text + Strings.stackTrace(cause));
             String message = cause == null ? "" : Strings.messageOf(cause);
             Callback.messageToStderr(text + message + "\n");
-        } catch (OutOfMemoryError full) {
-            // Both take their text from the heap.
+        } catch (Throwable full) {
+            // Both take memory for their text.
         }
         return false;
     }
