@@ -90,7 +90,7 @@ DBTable<T>::DBTable(const char* tableName, int firstIndex, int capacity)
 template <typename T>
 template <typename Visitor>
 void DBTable<T>::eachRecord(Visitor&& visitor) {
-    for (int chunk = 0; chunk < records.getChunkCount(); chunk++) {
+    for (int chunk = records.getFirstChunk(); chunk < records.getChunkCount(); chunk++) {
         if (records.chunkAt(chunk) == nullptr) {
             continue;
         }
@@ -107,7 +107,7 @@ template <typename T>
 template <typename Visitor>
 long DBTable<T>::eachSlot(Visitor&& visitor) {
     long visited = 0;
-    for (int chunk = 0; chunk < records.getChunkCount(); chunk++) {
+    for (int chunk = records.getFirstChunk(); chunk < records.getChunkCount(); chunk++) {
         const T* slots = records.chunkAt(chunk);
         for (int slot = 0; slots != nullptr && slot < ZIntChunkMap<T>::CHUNK_SIZE; slot++) {
             visitor(slots[slot]);
@@ -156,5 +156,7 @@ template <typename T>
 ZString DBTable<T>::getStatistics(long* total) {
     const long bytes = records.getAllocatedBytes();
     *total += bytes;
-    return getTableStatistics(*this, name.c_str(), bytes);
+    int live = 0;
+    eachRecord([&](int, const T& record) { live += record.stamp > 0; });
+    return getTableStatistics(name.c_str(), live, getCapacity(), bytes);
 }

@@ -76,11 +76,7 @@ long markTable(UsedStrings& used, DBTable<T>* table) {
 
 long markUserTable(UsedStrings& used, UserTable* table) {
     long visited = 0;
-    for (int index = 0; index < table->getCapacity(); index++) {
-        const int* row = table->getRecord(index, false);
-        if (row == nullptr) {
-            continue;
-        }
+    table->getRows().eachRow([&](int, const int* row) {
         visited += table->getRowLength();
         for (int column = 0; column < table->getColumnCount(); column++) {
             const int type = table->getColumnType(column);
@@ -88,7 +84,7 @@ long markUserTable(UsedStrings& used, UserTable* table) {
                 used.mark(table->getColumn(row, column));
             }
         }
-    }
+    });
     return visited;
 }
 } // namespace

@@ -1,8 +1,7 @@
 #include "db/TableStatistics.h"
 
-#include "db/AbstractTable.h"
-
 #include <cstdio>
+#include <cstring>
 
 ZString getMegaBytesString(long bytes) {
     char text[64];
@@ -10,14 +9,7 @@ ZString getMegaBytesString(long bytes) {
     return ZString(text);
 }
 
-ZString getTableStatistics(AbstractTable& table, const char* name, long bytes) {
-    const int capacity = table.getCapacity();
-    int live = 0;
-    for (int i = 0; i < capacity; i++) {
-        if (table.getRecordModificationStamp(i) > 0) {
-            live++;
-        }
-    }
+ZString getTableStatistics(const char* name, int live, int capacity, long bytes) {
     // A user table's name has any length; the format pads it to 20.
     const size_t length = strlen(name) + 128;
     char* text = new char[length];

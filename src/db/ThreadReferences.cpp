@@ -66,16 +66,17 @@ long visitUserTable(Candidates& candidates, UserTable* table) {
     if (columns[0] < 0 && columns[1] < 0) {
         return 0;
     }
-    for (int index = 0; index < table->getCapacity(); index++) {
-        // Open rows have a negative stamp until they are long enough to be shown.
-        const int* row = table->getRecord(index, false);
+    long visited = 0;
+    // Open rows, with a negative stamp until they are long enough to be shown, count too.
+    table->getRows().eachRow([&](int, const int* row) {
         for (int column : columns) {
-            if (row != nullptr && column >= 0) {
+            if (column >= 0) {
                 candidates.isNamed(table->getIntColumn(row, column));
             }
         }
-    }
-    return table->getCapacity();
+        visited++;
+    });
+    return visited;
 }
 
 } // namespace

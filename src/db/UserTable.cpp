@@ -134,26 +134,22 @@ int* UserTable::getRecord(int index, bool create) {
 void UserTable::writeTable(AbstractWriter& writer, int stamp, int progressFrom, int progressTo,
                            Progress* progress) {
     Logger::assertNotNULL(progress, VDK_HERE);
-    const int capacity = rows.getCapacity();
     int count = 0;
-    for (int i = 0; i < capacity; i++) {
-        const int* row = rows.getPtr(i, false);
-        count += row != nullptr && isNewerStamp(row[0], stamp);
-    }
+    rows.eachRow([&](int, const int* row) { count += isNewerStamp(row[0], stamp); });
     writer.writeInt(count);
+    int written = 0;
     const double scale = static_cast<double>(progressTo - progressFrom);
-    for (int i = 0, written = 0; i < capacity && written < count; i++) {
-        const int* row = rows.getPtr(i, false);
-        if (row == nullptr || !isNewerStamp(row[0], stamp)) {
-            continue;
+    rows.eachRow([&](int index, const int* row) {
+        if (!isNewerStamp(row[0], stamp)) {
+            return;
         }
-        writer.writeInt(i);
+        writer.writeInt(index);
         for (int word = 0; word < rows.getRowLength(); word++) {
             writer.writeInt(row[word]);
         }
         progress->updateProgress(progressFrom + static_cast<int>(scale * written / count));
         written++;
-    }
+    });
 }
 
 int UserTable::getRecordModificationStamp(int index) {
@@ -176,7 +172,9 @@ void UserTable::clearTable() {
 ZString UserTable::getStatistics(long* total) {
     const long bytes = rows.getAllocatedBytes();
     *total += bytes;
-    return getTableStatistics(*this, name.c_str(), bytes);
+    int live = 0;
+    rows.eachRow([&](int, const int* row) { live += row[0] > 0; });
+    return getTableStatistics(name.c_str(), live, getCapacity(), bytes);
 }
 
 int UserTable::findColumn(const char* columnName) const {

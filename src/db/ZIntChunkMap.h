@@ -1,6 +1,7 @@
 #pragma once
 
-#include <cstring>
+#include "db/ChunkArray.h"
+
 #include <type_traits>
 
 // ZIntChunkMap<T>: records addressed by a small non-negative int.
@@ -8,69 +9,69 @@
 // DESCRIPTION
 //   A read costs one shift, one mask and two dependent loads. Chunks of 256 records are allocated
 //   when one of their slots is first written and never move, so a record pointer stays valid while
-//   the map grows; the array of chunk pointers does move, so finding a record needs the owner's
-//   lock. The exception: below a capacity that was reserved at construction that array stays in
-//   its place, and getPtrUnlocked may read it.
+//   the map grows; finding a record needs the owner's lock but for getPtrUnlocked below a capacity
+//   that was reserved at construction (ChunkArray).
 // IMPLEMENTATION
 //   Key k lies in chunk k >> 8, slot k & 255. A record is present when its first 32-bit word (the
-//   modification stamp) differs from that word of the default record. The pointer array grows to
-//   exactly what a key needs.
+//   modification stamp) differs from that word of the default record. The capacity grows to exactly
+//   what a key needs.
 template <typename T>
 class ZIntChunkMap {
     static_assert(std::is_trivially_copyable<T>::value, "records are moved as plain bytes");
 
 public:
-    static constexpr int CHUNK_SHIFT = 8;
-    static constexpr int CHUNK_SIZE = 1 << CHUNK_SHIFT;
-    static constexpr int CHUNK_MASK = CHUNK_SIZE - 1;
+    static constexpr int CHUNK_SHIFT = ChunkArray<T>::CHUNK_SHIFT;
+    static constexpr int CHUNK_SIZE = ChunkArray<T>::CHUNK_SIZE;
+    static constexpr int CHUNK_MASK = ChunkArray<T>::CHUNK_MASK;
 
     // Room for keys below (wantedCapacity >> 8) + 1 chunks; no chunk is allocated yet.
-    ZIntChunkMap(int wantedCapacity, const T& defaultValue);
-    ~ZIntChunkMap();
-    ZIntChunkMap(const ZIntChunkMap&) = delete;
-    ZIntChunkMap& operator=(const ZIntChunkMap&) = delete;
+    ZIntChunkMap(int wantedCapacity, const T& defaultValue)
+        : chunks((wantedCapacity >> CHUNK_SHIFT) + 1), defaultRecord(defaultValue) {}
 
     // The record of a non-negative key. Without create null for an absent record; with create never
     // null, be the record present or not.
     T* getPtr(int key, bool create) {
-        const int chunk = key >> CHUNK_SHIFT;
-        if (chunk < chunkCount && chunks[chunk] != nullptr) {
-            T* record = chunks[chunk] + (key & CHUNK_MASK);
-            return create || isPresent(*record) ? record : nullptr;
+        T* records = chunks.find(key);
+        if (records == nullptr) {
+            if (!create) {
+                return nullptr;
+            }
+            records = chunks.create(key, CHUNK_SIZE, defaultRecord);
         }
-        return create ? createPtr(key) : nullptr;
+        T* record = records + (key & CHUNK_MASK);
+        return create || isPresent(*record) ? record : nullptr;
     }
     // The slot of a key, present or not, or null if its chunk was never made. Needs no lock as long
-    // as the pointer array is not outgrown: a chunk is filled before its pointer is published.
+    // as the capacity at construction is not outgrown.
     T* getPtrUnlocked(int key) const {
-        const int chunk = key >> CHUNK_SHIFT;
-        if (key < 0 || chunk >= __atomic_load_n(&chunkCount, __ATOMIC_ACQUIRE)) {
-            return nullptr;
-        }
-        T** array = __atomic_load_n(&chunks, __ATOMIC_ACQUIRE);
-        T* records = __atomic_load_n(&array[chunk], __ATOMIC_ACQUIRE);
+        T* records = chunks.findUnlocked(key);
         return records == nullptr ? nullptr : records + (key & CHUNK_MASK);
     }
     bool isPresent(const T& record) const { return firstWord(record) != firstWord(defaultRecord); }
 
-    int getCapacity() const { return capacity; }
-    int getChunkCount() const { return chunkCount; }
+    int getCapacity() const { return chunks.getCapacity(); }
+    int getChunkCount() const { return chunks.getCount(); }
+    // The first chunk that exists: where a walk over all chunks may begin.
+    int getFirstChunk() const { return chunks.getLowest(); }
+    // Number of chunks that exist.
+    int getUsedChunks() const { return chunks.getUsed(); }
+    // The first of so many chunks in a row that do not exist; the chunk count if there are none.
+    int findGap(int wantedChunks) const { return chunks.findGap(wantedChunks); }
     // The 256 records of a chunk, or null.
-    T* chunkAt(int chunk) { return chunks[chunk]; }
-    const T* chunkAt(int chunk) const { return chunks[chunk]; }
+    T* chunkAt(int chunk) { return chunks.at(chunk); }
+    const T* chunkAt(int chunk) const { return chunks.at(chunk); }
     // Key of slot 0 of the first chunk that exists, -1 if none does.
-    int getMinKey() const;
-    // Frees a chunk, if it exists: its keys are absent again.
-    void freeChunk(int chunk);
-    void freeAllChunks();
-    // Grows the pointer array so that keys below `keys` need no further growth.
-    void reserve(int keys) {
-        if (keys > capacity) {
-            growTo(((keys - 1) >> CHUNK_SHIFT) + 1);
-        }
+    int getMinKey() const {
+        const int first = chunks.getLowest();
+        return first == chunks.getCount() ? -1 : first << CHUNK_SHIFT;
     }
+    // Frees a chunk, if it exists: its keys are absent again.
+    void freeChunk(int chunk) { chunks.free(chunk); }
+    void freeAllChunks() { chunks.freeAll(); }
+    // Makes the capacity at least `keys`.
+    void reserve(int keys) { chunks.reserve(keys); }
     // Bytes of the pointer array and of the chunks that exist.
-    long getAllocatedBytes() const;
+    long getAllocatedBytes() const { return chunks.getAllocatedBytes(CHUNK_SIZE); }
 
 private:
     static int firstWord(const T& record) {
@@ -78,129 +79,39 @@ private:
         memcpy(&word, &record, sizeof(word));
         return word;
     }
-    T* createPtr(int key);
-    void growTo(int wantedChunks);
 
-    T** chunks;
-    int capacity;
-    int chunkCount;
+    ChunkArray<T> chunks;
     T defaultRecord;
 };
 
 // The specialisation for bare ints holds values, not records: a read of an absent key gives the
-// default value, and writing the default value beyond the capacity allocates nothing. The pointer
-// array grows to half as much again as the key needs.
+// default value, and writing the default value beyond the capacity allocates nothing. The capacity
+// grows to half as much again as the key needs.
 template <>
 class ZIntChunkMap<int> {
 public:
-    static constexpr int CHUNK_SHIFT = 8;
-    static constexpr int CHUNK_SIZE = 1 << CHUNK_SHIFT;
-    static constexpr int CHUNK_MASK = CHUNK_SIZE - 1;
+    static constexpr int CHUNK_SHIFT = ChunkArray<int>::CHUNK_SHIFT;
+    static constexpr int CHUNK_SIZE = ChunkArray<int>::CHUNK_SIZE;
+    static constexpr int CHUNK_MASK = ChunkArray<int>::CHUNK_MASK;
 
-    ZIntChunkMap(int wantedChunks, int defaultValue);
-    ~ZIntChunkMap();
-    ZIntChunkMap(const ZIntChunkMap&) = delete;
-    ZIntChunkMap& operator=(const ZIntChunkMap&) = delete;
+    ZIntChunkMap(int wantedChunks, int defaultValue)
+        : chunks(wantedChunks), defaultInt(defaultValue) {}
 
     // The value of a non-negative key.
     int get(int key) const {
-        const int chunk = key >> CHUNK_SHIFT;
-        return chunk < chunkCount && chunks[chunk] != nullptr ? chunks[chunk][key & CHUNK_MASK]
-                                                              : defaultInt;
+        const int* values = chunks.find(key);
+        return values == nullptr ? defaultInt : values[key & CHUNK_MASK];
     }
     void put(int key, int value);
 
-    int getCapacity() const { return capacity; }
-    int getChunkCount() const { return chunkCount; }
+    int getCapacity() const { return chunks.getCapacity(); }
+    int getChunkCount() const { return chunks.getCount(); }
     int getDefault() const { return defaultInt; }
     // The 256 values of a chunk, or null.
-    const int* chunkAt(int chunk) const { return chunks[chunk]; }
-    long getAllocatedBytes() const;
+    const int* chunkAt(int chunk) const { return chunks.at(chunk); }
+    long getAllocatedBytes() const { return chunks.getAllocatedBytes(CHUNK_SIZE); }
 
 private:
-    void growTo(int wantedChunks);
-
-    int** chunks;
-    int capacity;
-    int chunkCount;
+    ChunkArray<int> chunks;
     int defaultInt;
 };
-
-// Implementation
-
-template <typename T>
-ZIntChunkMap<T>::ZIntChunkMap(int wantedCapacity, const T& defaultValue)
-    : chunks(nullptr), capacity(0), chunkCount(0), defaultRecord(defaultValue) {
-    growTo((wantedCapacity >> CHUNK_SHIFT) + 1);
-}
-
-template <typename T>
-ZIntChunkMap<T>::~ZIntChunkMap() {
-    freeAllChunks();
-    delete[] chunks;
-}
-
-template <typename T>
-int ZIntChunkMap<T>::getMinKey() const {
-    for (int i = 0; i < chunkCount; i++) {
-        if (chunks[i] != nullptr) {
-            return i << CHUNK_SHIFT;
-        }
-    }
-    return -1;
-}
-
-template <typename T>
-void ZIntChunkMap<T>::freeChunk(int chunk) {
-    if (chunk >= 0 && chunk < chunkCount) {
-        T* records = chunks[chunk];
-        __atomic_store_n(&chunks[chunk], static_cast<T*>(nullptr), __ATOMIC_RELEASE);
-        delete[] records;
-    }
-}
-
-template <typename T>
-void ZIntChunkMap<T>::freeAllChunks() {
-    for (int i = 0; i < chunkCount; i++) {
-        freeChunk(i);
-    }
-}
-
-template <typename T>
-long ZIntChunkMap<T>::getAllocatedBytes() const {
-    long bytes = static_cast<long>(chunkCount) * static_cast<long>(sizeof(T*));
-    for (int i = 0; i < chunkCount; i++) {
-        if (chunks[i] != nullptr) {
-            bytes += static_cast<long>(CHUNK_SIZE * sizeof(T));
-        }
-    }
-    return bytes;
-}
-
-template <typename T>
-T* ZIntChunkMap<T>::createPtr(int key) {
-    const int chunk = key >> CHUNK_SHIFT;
-    if (chunk >= chunkCount) {
-        growTo(chunk + 1);
-    }
-    T* records = new T[CHUNK_SIZE];
-    for (int i = 0; i < CHUNK_SIZE; i++) {
-        records[i] = defaultRecord;
-    }
-    __atomic_store_n(&chunks[chunk], records, __ATOMIC_RELEASE);
-    return records + (key & CHUNK_MASK);
-}
-
-template <typename T>
-void ZIntChunkMap<T>::growTo(int wantedChunks) {
-    T** grown = new T*[static_cast<size_t>(wantedChunks)]();
-    T** old = chunks;
-    if (chunkCount > 0) {
-        memcpy(grown, old, sizeof(T*) * static_cast<size_t>(chunkCount));
-    }
-    __atomic_store_n(&chunks, grown, __ATOMIC_RELEASE);
-    __atomic_store_n(&chunkCount, wantedChunks, __ATOMIC_RELEASE);
-    // The largest chunk count covers the whole range of int; its capacity would be one too many.
-    capacity = wantedChunks > 0x7fffffff >> CHUNK_SHIFT ? 0x7fffffff : wantedChunks << CHUNK_SHIFT;
-    delete[] old;
-}
