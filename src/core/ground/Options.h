@@ -56,7 +56,6 @@ public:
     ZString triggerText;            // made by the periodic options, in the trigger language
     bool noExceptionEvents = false; // leave the exception capability out
     bool noStartGeneration = false; // the mark at start leaves the objects untagged
-    bool optional = false;          // a JVM whose agent cannot start goes on without it
     ZString exitSnapshot;           // file of the snapshot at the end; empty means the usual place
     bool noExitSnapshot = false;    // none at the end, whatever is measured then
     bool tellSnapshot = false;      // standard error tells where the one at the end lies

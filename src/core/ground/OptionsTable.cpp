@@ -153,7 +153,6 @@ const Options::Row Options::ourRows[] = {
     Row::actionRow("exitonexception", &Options::exitOnException),
     Row::flagRow("noexceptionevents", &Options::noExceptionEvents),
     Row::flagRow("nostartgeneration", &Options::noStartGeneration),
-    Row::flagRow("optional", &Options::optional),
     Row::textRow("exitsnapshot=", &Options::exitSnapshot),
     Row::flagRow("noexitsnapshot", &Options::noExitSnapshot),
     Row::flagRow("tellsnapshot", &Options::tellSnapshot),
