@@ -9,6 +9,8 @@
 namespace {
 
 constexpr long NS_PER_MS = 1000000;
+// In "spent_cpu_ns" of a row that another thread closed than made it.
+constexpr long UNKNOWN_CPU_TIME = -1;
 
 // Stores a value in a predefined int column, if the table has it.
 void setPredefined(UserTable* table, int* row, PredefinedColumn which, int value) {
@@ -35,9 +37,45 @@ void setOrigin(JNIEnv* env, UserTable* table, int* row, PredefinedColumn threadC
     }
 }
 
+void clearFields(UserTable* table, int* record) {
+    for (int word = 1; word < table->getRowLength(); word++) {
+        record[word] = 0;
+    }
+}
+
 void deleteRow(UserTable* table, int* record, int row) {
+    clearFields(table, record);
     record[0] = -ourDB->currentStamp;
     table->releaseIndex(row);
+}
+
+// An open row may have a negative stamp too, but has its time; only rows with a time are deleted.
+bool isDeleted(UserTable* table, const int* record) {
+    const int start = table->getPredefinedColumn(USER_TABLE_PREDEFINED_COLUMN_UPTIME_NS);
+    return record[0] < 0 && start >= 0 && table->getLongColumn(record, start) == 0;
+}
+
+// Clocks belong to threads, and to none that the agent knows while a virtual thread runs: the
+// difference of two threads' clocks means nothing.
+bool isMadeByCurrentThread(JNIEnv* env, UserTable* table, const int* record) {
+    const int thread = table->getPredefinedColumn(USER_TABLE_PREDEFINED_COLUMN_THREAD);
+    if (thread < 0) {
+        return true;
+    }
+    const ThreadInfo* info = env == nullptr ? nullptr : getThreadInfo();
+    return info != nullptr && table->getIntColumn(record, thread) == info->trn;
+}
+
+// Turns the clock's value at the row's creation into the time since.
+void setSpentTime(JNIEnv* env, UserTable* table, int* record) {
+    const int cpu = table->getPredefinedColumn(USER_TABLE_PREDEFINED_COLUMN_SPENT_CPU_TIME_NS);
+    if (cpu < 0) {
+        return;
+    }
+    const long spent = isMadeByCurrentThread(env, table, record)
+                           ? getCurrentThreadCPUTimeNs() - table->getLongColumn(record, cpu)
+                           : UNKNOWN_CPU_TIME;
+    table->setLongColumn(record, cpu, spent < 0 ? UNKNOWN_CPU_TIME : spent);
 }
 
 } // namespace
@@ -59,9 +97,7 @@ int createUserTableRow(JNIEnv* env, int tableIndex, int frequentThresholdMs, int
         return NO_USER_TABLE_ROW;
     }
     int* record = table->getRecord(row, true);
-    for (int word = 1; word < table->getRowLength(); word++) {
-        record[word] = 0;
-    }
+    clearFields(table, record);
     frequentSamplingRowCreated(tableIndex, row, frequentThresholdMs);
     const int uptime = table->getPredefinedColumn(USER_TABLE_PREDEFINED_COLUMN_UPTIME_NS);
     if (uptime >= 0) {
@@ -83,7 +119,7 @@ bool closeUserTableRow(JNIEnv* env, int tableIndex, int row, int minimumMs) {
         return false;
     }
     int* record = table->getRecord(row, false);
-    if (record == nullptr) {
+    if (record == nullptr || isDeleted(table, record)) {
         return false;
     }
     frequentSamplingRowClosed(tableIndex, row);
@@ -102,11 +138,7 @@ bool closeUserTableRow(JNIEnv* env, int tableIndex, int row, int minimumMs) {
         deleteRow(table, record, row);
         return false;
     }
-    const int cpu = table->getPredefinedColumn(USER_TABLE_PREDEFINED_COLUMN_SPENT_CPU_TIME_NS);
-    if (cpu >= 0) {
-        table->setLongColumn(record, cpu,
-                             getCurrentThreadCPUTimeNs() - table->getLongColumn(record, cpu));
-    }
+    setSpentTime(env, table, record);
     setOrigin(env, table, record, USER_TABLE_PREDEFINED_COLUMN_THREAD_END,
               USER_TABLE_PREDEFINED_COLUMN_STACKTRACE_END);
     record[0] = ourDB->currentStamp;

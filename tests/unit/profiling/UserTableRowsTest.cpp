@@ -35,6 +35,9 @@ TEST_F(UserTableRowsTest, shortEventIsDeletedAndItsIndexComesBack) {
     const int row = createUserTableRow(nullptr, slot, -1, 60000);
     EXPECT_FALSE(closeUserTableRow(nullptr, slot, row, 60000));
     EXPECT_EQ(-1, stampOf(row));
+    EXPECT_FALSE(isUserTableRowClosed(slot, row));
+    EXPECT_FALSE(closeUserTableRow(nullptr, slot, row, 0)) << "there is nothing to close";
+    EXPECT_EQ(-1, stampOf(row));
     EXPECT_EQ(row, createUserTableRow(nullptr, slot, -1, 0));
     EXPECT_FALSE(isUserTableRowClosed(slot, row)) << "the new row is open";
 }
@@ -77,6 +80,29 @@ TEST_F(UserTableRowsTest, threadIsToldWhereItIsKnown) {
     jvm.storedInfo = nullptr; // a virtual thread
     row = createUserTableRow(jvm.env(), slot, -1, 0);
     EXPECT_EQ(0, table->getIntColumn(table->getRecord(row, false), 3));
+}
+
+TEST_F(UserTableRowsTest, timeIsSpentOnOneThreadOrUnknown) {
+    ThreadInfo first("first", nullptr, 0, nullptr);
+    ThreadInfo second("second", nullptr, 0, nullptr);
+    struct {
+        ThreadInfo* maker;
+        ThreadInfo* closer; // null for a virtual thread
+        bool known;
+    } const rows[] = {
+        {&first, &first, true},   {&first, &second, false},  {&first, nullptr, false},
+        {nullptr, &first, false}, {nullptr, nullptr, false},
+    };
+    for (const auto& c : rows) {
+        jvm.storedInfo = c.maker;
+        const int row = createUserTableRow(jvm.env(), slot, -1, 0);
+        jvm.storedInfo = c.closer;
+        EXPECT_TRUE(closeUserTableRow(jvm.env(), slot, row, 0));
+        const long spent = table->getLongColumn(table->getRecord(row, false), 2);
+        EXPECT_EQ(c.known, spent >= 0) << spent;
+        EXPECT_LT(spent, 1000000000);
+        EXPECT_LE(-1, spent);
+    }
 }
 
 TEST_F(UserTableRowsTest, agentThreadsFeedNoTableUnlessEnabled) {
