@@ -4,6 +4,7 @@
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
+#include "profiling/MountedStack.h"
 
 namespace {
 constexpr jint MAX_FRAMES = 10000;
@@ -32,6 +33,9 @@ AllStacks::~AllStacks() {
         env->DeleteLocalRef(stacks[i].thread);
     }
     deallocateQuietly(stacks);
+    for (int i = 0; i < mounted.getSize(); i++) {
+        deallocateQuietly(mounted[i]);
+    }
 }
 
 bool AllStacks::take() {
@@ -53,4 +57,26 @@ bool AllStacks::take() {
         infos.push(alive ? getStoredThreadInfo(stacks[i].thread) : nullptr);
     }
     return true;
+}
+
+void AllStacks::takeMounted() {
+    if (!canSeeMountedThreads()) {
+        return;
+    }
+    ZVector<int> carriers;
+    {
+        LockHolder lock(ourLock);
+        for (int i = 0; i < infos.getSize(); i++) {
+            if (isKnown(i) && infos[i]->carrierThread) {
+                carriers.push(i);
+            }
+        }
+    }
+    for (int i = 0; i < carriers.getSize(); i++) {
+        const int carrier = carriers[i];
+        while (mounted.getSize() <= carrier) {
+            mounted.push(nullptr);
+        }
+        mounted[carrier] = takeMountedStack(env, stacks[carrier].thread, MAX_FRAMES);
+    }
 }

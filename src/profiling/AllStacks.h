@@ -32,24 +32,34 @@ public:
     // another thread waits until no virtual thread is being mounted or unmounted, and one that is
     // may be waiting, in a traced call, for the lock.
     bool take();
+    // From here on carriers are shown with the stacks of the virtual threads that they run. To be
+    // called after take, and as that.
+    void takeMounted();
     // Calls visit(info, stack) for every thread that the agent knows and that has not ended since.
     // Caller holds ourLock.
     template <typename Visitor>
     void eachThread(Visitor&& visit) const {
         for (int i = 0; i < infos.getSize(); i++) {
-            // A thread that has begun since may have the memory of one that has ended.
-            if (infos[i] != nullptr && ourAllThreadInfos.contains(infos[i]) &&
-                infos[i]->trn <= lastThread) {
-                visit(infos[i], stacks[i]);
+            if (isKnown(i)) {
+                const bool isMounted = i < mounted.getSize() && mounted[i] != nullptr;
+                visit(infos[i], isMounted ? *mounted[i] : stacks[i]);
             }
         }
     }
 
 private:
+    // Caller holds ourLock.
+    bool isKnown(int i) const {
+        // A thread that has begun since may have the memory of one that has ended.
+        return infos[i] != nullptr && ourAllThreadInfos.contains(infos[i]) &&
+               infos[i]->trn <= lastThread;
+    }
+
     LocalFrame localFrame;
     JNIEnv* env;
     jvmtiStackInfo* stacks;
     jint count;
-    int lastThread;             // number of the newest thread when the stacks were taken
-    ZVector<ThreadInfo*> infos; // one a stack; null for threads that the agent does not know
+    int lastThread;                   // number of the newest thread when the stacks were taken
+    ZVector<ThreadInfo*> infos;       // one a stack; null for threads that the agent does not know
+    ZVector<jvmtiStackInfo*> mounted; // up to the last carrier; null where nothing is mounted
 };

@@ -48,6 +48,7 @@ void sampleAllThreads(JNIEnv* env, long wallDeltaNs) {
     if (!isSamplingOn() || !stacks.take()) {
         return;
     }
+    stacks.takeMounted();
     LockHolder lock(ourLock, "Sampling:80");
     if (!isSamplingOn()) {
         return;

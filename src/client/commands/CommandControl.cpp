@@ -95,15 +95,18 @@ struct CpuMode {
     throw ClientError(interrupted.code, interrupted.word, interrupted.what(), outcome);
 }
 
-void startCpu(LiveAgent& agent, const Arguments& arguments, const CpuMode& mode) {
+struct CpuSpecs {
+    std::optional<std::string> filters, wallTimes;
+};
+
+void startCpu(LiveAgent& agent, const std::string& target, const CpuMode& mode,
+              const CpuSpecs& specs) {
     const std::string running = cpuMode(agent.status);
     if (running != "off") {
-        refuseWhile(running, arguments.text("TARGET"));
+        refuseWhile(running, target);
     }
-    std::optional<std::string> filters = readSpec(arguments, "--filter-file");
-    std::optional<std::string> wallTimes = readSpec(arguments, "--wall-time-file");
     try {
-        agent.client.startCpuProfiling(mode.mode, filters, wallTimes);
+        agent.client.startCpuProfiling(mode.mode, specs.filters, specs.wallTimes);
     } catch (const ClientError& error) {
         if (error.code != ExitCode::Aborted) {
             throw;
@@ -113,25 +116,28 @@ void startCpu(LiveAgent& agent, const Arguments& arguments, const CpuMode& mode)
 }
 
 // Stops what the command is named by, and nothing else.
-std::string stopCpu(LiveAgent& agent, const Arguments& arguments, const CpuMode& mode) {
+std::string stopCpu(LiveAgent& agent, const std::string& target, const CpuMode& mode) {
     const std::string running = cpuMode(agent.status);
     if (running == mode.name) {
         agent.client.stopCpuProfiling();
         return std::string(mode.name) + " stopped";
     }
     if (running != "off") {
-        refuseWhile(running, arguments.text("TARGET"));
+        refuseWhile(running, target);
     }
     return std::string(mode.name) + " was off";
 }
 
 int switchCpuProfiling(Console& console, const Arguments& arguments, const CpuMode& mode) {
-    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
+    const CpuSpecs specs = {readSpec(arguments, "--filter-file"),
+                            readSpec(arguments, "--wall-time-file")};
+    const std::string target = arguments.text("TARGET");
+    LiveAgent agent = connectAgent(target, arguments);
     std::string done = std::string(mode.name) + " started";
     if (arguments.text("ACTION") == "start") {
-        startCpu(agent, arguments, mode);
+        startCpu(agent, target, mode, specs);
     } else {
-        done = stopCpu(agent, arguments, mode);
+        done = stopCpu(agent, target, mode);
     }
     writeDone(console, mode.schema, agent, done.c_str());
     return 0;

@@ -4,6 +4,7 @@ import fixtures.Burn;
 import fixtures.Bursts;
 import fixtures.ShortThreads;
 import fixtures.Threads;
+import fixtures.VirtualBurn;
 import java.io.IOException;
 import java.io.UncheckedIOException;
 import java.nio.file.Path;
@@ -210,6 +211,30 @@ public final class SamplingCases {
             return target.cpuTimeOfThreads(threads);
         } catch (IOException e) {
             throw new UncheckedIOException(e);
+        }
+    }
+
+    /** Carriers are charged with the stacks of what they run, not with the frames that run it. */
+    @Case(fixture = VirtualBurn.class, since = 21)
+    static void seesTheFramesOfVirtualThreads(Target target) throws Exception {
+        String name = VirtualBurn.class.getName() + ".";
+        Sampling.start(target);
+        Check.await(() -> totalTime(target, name + "steady") > 300_000_000, "steady is charged");
+        Check.await(() -> totalTime(target, name + "changing") > 300_000_000, "changing, too");
+        Sampling.stop(target);
+        Map<String, Long> own = Tracing.fetch(target).ownTimes();
+        long all = own.values().stream().mapToLong(Long::longValue).sum();
+        Check.isTrue(own.getOrDefault("jdk.internal.vm.Continuation.run", 0L) < all / 3,
+                     "Continuation.run has " + own.get("jdk.internal.vm.Continuation.run") +
+                             " of " + all);
+        target.finish();
+    }
+
+    private static long totalTime(Target target, String method) {
+        try {
+            return Tracing.fetch(target).totalTimes().getOrDefault(method, 0L);
+        } catch (Exception e) {
+            throw new IllegalStateException(e);
         }
     }
 
