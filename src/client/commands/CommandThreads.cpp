@@ -7,7 +7,9 @@
 #include "db/Records.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
+#include <set>
 
 namespace vdk {
 
@@ -35,6 +37,9 @@ struct ThreadRow {
     int64_t nativeId = 0;
     bool live = false;
     bool known = false; // state and CPU time come from a sample of thread states
+    // At load the clocks of the threads that were there before the agent cannot be read: they have
+    // no native id, and 0 in the place of a time.
+    bool hasClock() const { return known && (nativeId != 0 || cpuNs != 0); }
     int state = 0;
     int64_t cpuNs = 0;
     std::string topFrame;
@@ -89,6 +94,20 @@ std::vector<ThreadRow> readThreads(DB& db, bool& hasStates) {
     return threads;
 }
 
+// Places of the telemetry values that are 0 because the JVM cannot tell them.
+std::set<int> unknownValues(DB& db) {
+    std::set<int> places;
+    db.propertyTable->eachRecord([&](int, const PropertyRecord& record) {
+        if (record.stamp <= 0 || poolText(db, record.nameStrID) != "vdk.telemetry.unknown") {
+            return;
+        }
+        for (const std::string& place : split(poolText(db, record.value), ',')) {
+            places.insert(atoi(place.c_str()));
+        }
+    });
+    return places;
+}
+
 struct TelemetryLine {
     double uptimeSeconds;
     double cpuPercent; // of one processor, since the line before; negative if unknown
@@ -138,11 +157,12 @@ int runThreads(Console& console, const Arguments& arguments) {
         json.field("session", source.session).key("threads").beginArray();
         for (const ThreadRow& row : threads) {
             json.beginObject().field("trn", row.trn).field("name", row.name);
-            json.field("group", row.group).field("nativeId", row.nativeId);
+            json.field("group", row.group).key("nativeId");
+            row.nativeId != 0 ? json.value(row.nativeId) : json.nullValue();
             json.field("live", row.live).key("state");
             row.known ? json.value(threadStateName(row.state)) : json.nullValue();
             json.key("cpuNs");
-            row.known ? json.value(row.cpuNs) : json.nullValue();
+            row.hasClock() ? json.value(row.cpuNs) : json.nullValue();
             json.field("topFrame", row.topFrame).endObject();
         }
         json.endArray().endObject();
@@ -157,7 +177,7 @@ int runThreads(Console& console, const Arguments& arguments) {
                      {"AT"}});
     for (const ThreadRow& row : threads) {
         table.add({std::to_string(row.trn), row.known ? threadStateName(row.state) : "-",
-                   row.known ? formatNs(row.cpuNs) : "-", printable(row.name, 60),
+                   row.hasClock() ? formatNs(row.cpuNs) : "-", printable(row.name, 60),
                    printable(row.group, 30), printable(row.topFrame, 100)});
     }
     table.print(console);
@@ -168,6 +188,7 @@ int runTelemetry(Console& console, const Arguments& arguments) {
     DataSource source = openData(arguments.text("SOURCE"), arguments, TelemetryTables);
     std::vector<TelemetryLine> lines =
         readTelemetry(source.database(), size_t(arguments.number("--last", 20)));
+    const std::set<int> unknown = unknownValues(source.database());
     if (lines.empty()) {
         console.note("no telemetry yet");
     }
@@ -196,7 +217,8 @@ int runTelemetry(Console& console, const Arguments& arguments) {
                 {"processors", TELE_PROCESSOR_COUNT},
             };
             for (const auto& field : fields) {
-                json.field(field.name, values[field.index]);
+                json.key(field.name);
+                unknown.count(field.index) ? json.nullValue() : json.value(values[field.index]);
             }
             json.key("cpuPercent");
             line.cpuPercent < 0 ? json.nullValue() : json.value(line.cpuPercent);
@@ -217,14 +239,21 @@ int runTelemetry(Console& console, const Arguments& arguments) {
                      {"CPU%", TextTable::Right}});
     for (const TelemetryLine& line : lines) {
         const TelemetryValues& values = line.record->values;
-        auto size = [&](int index) { return formatBytes(int64_t(values[index]) * 1024); };
+        auto known = [&](int index, const std::string& text) {
+            return unknown.count(index) ? "-" : text;
+        };
+        auto size = [&](int index) {
+            return known(index, formatBytes(int64_t(values[index]) * 1024));
+        };
         table.add({formatNs(int64_t(line.uptimeSeconds * 1e9)), size(TELE_HEAP_MEMORY_USED_KB),
                    size(TELE_HEAP_MEMORY_COMMITTED_KB), size(TELE_NON_HEAP_MEMORY_USED_KB),
-                   std::to_string(values[TELE_LOADED_CLASS_COUNT]),
+                   known(TELE_LOADED_CLASS_COUNT, std::to_string(values[TELE_LOADED_CLASS_COUNT])),
                    std::to_string(values[TELE_LIVE_THREAD_COUNT]),
-                   std::to_string(int64_t(values[TELE_GC_COLLECTION1_COUNT]) +
-                                  values[TELE_GC_COLLECTION2_COUNT]),
-                   formatNs(int64_t(values[TELE_GC_TOTAL_COLLECTION_TIME_MS]) * 1000000),
+                   known(TELE_GC_COLLECTION1_COUNT,
+                         std::to_string(int64_t(values[TELE_GC_COLLECTION1_COUNT]) +
+                                        values[TELE_GC_COLLECTION2_COUNT])),
+                   known(TELE_GC_TOTAL_COLLECTION_TIME_MS,
+                         formatNs(int64_t(values[TELE_GC_TOTAL_COLLECTION_TIME_MS]) * 1000000)),
                    line.cpuPercent < 0 ? "-" : formatPercent(line.cpuPercent)});
     }
     table.print(console);

@@ -66,8 +66,32 @@ public final class ModernJvmCases {
     profilesAJvmOfNothingButJavaBase(Target target) throws Exception {
         checkClock(target);
         String plain = target.plainOutput("stop\n");
+        String telemetry = Tool.vdk("telemetry", Long.toString(target.pid()), "--json");
+        for (String unknown : List.of("nonHeapUsedKb", "loadedClasses", "gcCount1", "gcTimeMs")) {
+            Check.contains(telemetry, "\"" + unknown + "\": null", "without java.management");
+        }
+        for (String known : List.of("heapUsedKb", "liveThreads", "daemonThreads")) {
+            Check.contains(telemetry, "\"" + known + "\": ", "without java.management");
+            Check.isTrue(!telemetry.contains("\"" + known + "\": 0") &&
+                                 !telemetry.contains("\"" + known + "\": null"),
+                         known + " in " + telemetry);
+        }
         sampleAndSnapshot(target);
         Check.equal(target.output(), plain, "output");
+    }
+
+    /** Whose clock cannot be read has used an unknown time, not none; the heap is never empty. */
+    @Case(fixture = Idle.class, attach = false)
+    static void showsNoZeroForWhatIsUnknown(Target target) throws Exception {
+        checkClock(target);
+        String pid = Long.toString(target.pid());
+        String threads = Tool.vdk("threads", pid, "--json").replaceAll("\\s+", " ");
+        Check.contains(threads.substring(threads.indexOf("\"Reference Handler\"")),
+                       "\"nativeId\": null, \"live\": true, \"state\"", "Reference Handler");
+        Check.isTrue(!threads.contains("\"cpuNs\": 0,"), threads);
+        String telemetry = Tool.vdk("telemetry", pid, "--json");
+        Check.isTrue(!telemetry.contains("\"heapUsedKb\": 0,"), telemetry);
+        target.finish();
     }
 
     /** Telemetry is what shows how the heap filled: a full one must not end it. */

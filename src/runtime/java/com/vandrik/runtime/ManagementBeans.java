@@ -100,7 +100,9 @@ final class ManagementBeans extends JvmFacts {
     private void fillMemory(int[] telec, int[] tele) {
         MemoryUsage heap = myMemory.getHeapMemoryUsage();
         MemoryUsage nonHeap = myMemory.getNonHeapMemoryUsage();
-        tele[TelemetryRecord.TELE_HEAP_MEMORY_USED_KB] = MemPoolInfo.bytesToKB(heap.getUsed());
+        // Until the first collection the bean of some collectors knows of no use.
+        tele[TelemetryRecord.TELE_HEAP_MEMORY_USED_KB] =
+                MemPoolInfo.bytesToKB(heap.getUsed() == 0 ? getUsedHeap() : heap.getUsed());
         tele[TelemetryRecord.TELE_HEAP_MEMORY_COMMITTED_KB] =
                 MemPoolInfo.bytesToKB(heap.getCommitted());
         tele[TelemetryRecord.TELE_NON_HEAP_MEMORY_USED_KB] =

@@ -63,15 +63,9 @@ final class ManagementThreads {
 
     /** Only threads themselves know their priority and whether they are daemons. */
     private static Map<Long, Thread> getThreadsByID() {
-        ThreadGroup group = ThreadUtil.getSystemGroup();
         Map<Long, Thread> result = new HashMap<Long, Thread>();
-        if (group == null) {
-            return result;
-        }
-        Thread[] threads = new Thread[group.activeCount() * 2 + 16];
-        int count = group.enumerate(threads);
-        for (int i = 0; i < count; i++) {
-            result.put(threads[i].getId(), threads[i]);
+        for (Thread thread : ThreadUtil.getLiveThreads()) {
+            result.put(thread.getId(), thread);
         }
         return result;
     }

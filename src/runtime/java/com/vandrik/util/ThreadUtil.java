@@ -1,5 +1,7 @@
 package com.vandrik.util;
 
+import java.util.Arrays;
+
 /** Starts the agent's threads so that the application sees as little of them as can be. */
 public final class ThreadUtil {
     private ThreadUtil() {
@@ -39,6 +41,16 @@ public final class ThreadUtil {
         if (interrupted) {
             Thread.currentThread().interrupt();
         }
+    }
+
+    /** All platform threads, the agent's too. */
+    public static Thread[] getLiveThreads() {
+        ThreadGroup group = getSystemGroup();
+        if (group == null) {
+            return new Thread[0];
+        }
+        Thread[] threads = new Thread[group.activeCount() * 2 + 16];
+        return Arrays.copyOf(threads, group.enumerate(threads));
     }
 
     public static ThreadGroup getSystemGroup() {
