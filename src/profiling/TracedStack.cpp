@@ -17,6 +17,7 @@ constexpr int DEEPEST_STACK = 1 << 16;
 // exception would take seconds; there the nearest place decides.
 constexpr int DEEP_RECURSION = 1024;
 constexpr int MOST_PATIENCE = 1023;
+constexpr uintptr_t MODE_DIFFERENCE = 64;
 
 // The traced calls of the JVM's stack. ourLock.
 ZVector<OpenCall>& ourRealCalls = *new ZVector<OpenCall>(1024);
@@ -111,6 +112,11 @@ int nextOuter(const ZVector<OpenCall>& calls, int method, int from) {
         from--;
     }
     return from;
+}
+
+// Entry calls from compiled code need less of the stack than interpreted ones.
+bool isBelow(uintptr_t place, uintptr_t caller) {
+    return place < caller || place - caller < MODE_DIFFERENCE;
 }
 
 bool runsOutOfPatience(ThreadInfo* info) {
@@ -305,7 +311,8 @@ bool isSuspiciousEntry(ThreadInfo* info, int method, uintptr_t place) {
         return true;
     }
     const OpenCall& top = calls.peek();
-    const bool isPossible = place < top.place || (place == top.place && method != top.method);
+    const bool isPossible =
+        isBelow(place, top.place) && (place != top.place || method != top.method);
     return !isPossible && runsOutOfPatience(info);
 }
 
@@ -313,6 +320,6 @@ bool isSuspiciousExit(ThreadInfo* info, uintptr_t place) {
     ZVector<OpenCall>& calls = info->markers;
     const int depth = calls.getSize();
     const bool isPossible =
-        depth < 2 || place == calls[depth - 1].place || place < calls[depth - 2].place;
+        depth < 2 || place == calls[depth - 1].place || isBelow(place, calls[depth - 2].place);
     return !isPossible && runsOutOfPatience(info);
 }

@@ -62,6 +62,8 @@ TEST_F(CodeSequences, bytesAreExact) {
     EXPECT_EQ(text(code + 14, 2), std::string(2, '\0'));
     EXPECT_EQ(insertExitCode(0x0203, 0x0a0b0c0d, code, 0, true), 12);
     EXPECT_EQ(text(code, 12), B::code({0x11, 0x0c, 0x0d, 0x11, 0x0a, 0x0b, 0xb8, 2, 3, 0, 0, 0}));
+    EXPECT_EQ(insertCodeBefore(INSERT_CATCH, 0x0203, 0x0a0b0c0d, code, 0, false), 9);
+    EXPECT_EQ(text(code, 9), B::code({0x11, 0x0c, 0x0d, 0x11, 0x0a, 0x0b, 0xb8, 2, 3}));
     EXPECT_EQ(insertAllocOnlyEntryCode(code, 0, 3), 8);
     EXPECT_EQ(text(code, 8), B::code({2, 0xc4, 0x36, 0, 3, 0, 0, 0}));
     EXPECT_EQ(insertAllocOnlyEntryCode(code, 0, -1), 0);
@@ -82,11 +84,11 @@ TEST_F(CodeSequences, wrongKindsAreInternalErrors) {
     EXPECT_THROW(insertNewCodeStart(code, 0, INSERT_EXIT), VDKRuntimeException);
     EXPECT_THROW(insertNewCodeEnd(1, code, 0, INSERT_NEW_DUP, 0), VDKRuntimeException);
     EXPECT_THROW(insertCodeBefore(0, 1, 1, code, 0, false), VDKRuntimeException);
-    EXPECT_THROW(insertCodeAfter(8, 1, code, 0, 0), VDKRuntimeException);
+    EXPECT_THROW(insertCodeAfter(INSERT_CATCH + 1, 1, code, 0, 0), VDKRuntimeException);
 }
 
 TEST_F(CodeSequences, everyInsertionInASwitchMethodIsAMultipleOfFour) {
-    for (int kind = INSERT_EXIT; kind <= INSERT_CALL_CANCELLED; kind++) {
+    for (int kind = INSERT_EXIT; kind <= INSERT_CATCH; kind++) {
         EXPECT_EQ(insertionLength(kind, true) % 4, 0) << kind;
     }
     EXPECT_EQ(ENTRY_CODE_LENGTH(true, true) % 4, 0);
@@ -165,10 +167,10 @@ TEST_F(CodeSequences, tablesFollowTheCode) {
     Rewritten rewritten(oneMethod(B::code({0, 0, 0, 177}), 49, "()V", attributes, {{0, 3, 3, 0}}),
                         false, true);
     const ReferenceMethod& m = rewritten.method("m");
-    ASSERT_EQ(m.code.size(), 22u);
+    ASSERT_EQ(m.code.size(), 31u);
     EXPECT_EQ(m.codeAttributes[0].second, B::u2(2) + B::u2(0) + B::u2(1) + B::u2(12) + B::u2(2));
     // The first line and a parameter stay visible from 0 on, another variable moves.
-    EXPECT_EQ(m.codeAttributes[1].second.substr(2, 4), B::u2(0) + B::u2(22));
+    EXPECT_EQ(m.codeAttributes[1].second.substr(2, 4), B::u2(0) + B::u2(31));
     EXPECT_EQ(m.codeAttributes[1].second.substr(12, 4), B::u2(10) + B::u2(2));
     EXPECT_EQ(m.handlers[0].start, 9);
     EXPECT_EQ(m.handlers[0].end, 12);
@@ -199,6 +201,71 @@ TEST_F(CodeSequences, asksForNoMoreStackThanTheCallsNeed) {
         Rewritten rewritten(builder.build(), true, true);
         EXPECT_EQ(rewritten.method("m").maxStack, row.needed) << &row - rows;
     }
+}
+
+// The call stands at the head of the handler, behind the entry call's 9 bytes. Handlers that throw
+// on without running anything have none, nor those that an error in the call could lead back to.
+TEST_F(CodeSequences, handlersGetACallWhereSomethingMayRun) {
+    struct Row {
+        const char* what;
+        std::string code;
+        std::vector<B::Handler> handlers;
+        int headsWithCalls;
+        int start; // of the last range
+    };
+    // nop; nop; return; then the handler at 3
+    const std::string body = B::code({0, 0, 177});
+    const Row rows[] = {
+        {"catch", body + B::code({87, 177}), {{0, 2, 3, 0}}, 1, 9},
+        {"two ranges, one handler", body + B::code({87, 177}), {{0, 1, 3, 0}, {1, 2, 3, 0}}, 1, 10},
+        {"monitor exit",
+         body + B::code({76, 42, 195, 43, 191}),
+         {{0, 2, 3, 0}, {3, 6, 3, 0}},
+         0,
+         21},
+        {"count taken back", body + B::code({76, 132, 0, 255, 43, 191}), {{0, 2, 3, 0}}, 0, 9},
+        {"calls, then throws on", body + B::code({76, 184, 0, 1, 43, 191}), {{0, 2, 3, 0}}, 1, 9},
+        {"covers its own store", body + B::code({76, 177}), {{0, 2, 3, 0}, {3, 4, 3, 0}}, 1, 30},
+        {"covers more than itself", body + B::code({76, 177}), {{0, 4, 3, 0}}, 0, 9},
+        {"covered further up",
+         body + B::code({87, 177, 87, 177}),
+         {{0, 2, 5, 0}, {5, 6, 3, 0}},
+         1,
+         41},
+        {"no instruction there", B::code({17, 0, 87, 87, 177}), {{0, 3, 2, 0}}, 0, 9},
+    };
+    for (const Row& row : rows) {
+        Rewritten rewritten(oneMethod(row.code, 49, "()V", {}, row.handlers), false, true);
+        const ReferenceMethod& m = rewritten.method("m");
+        size_t returns = 0;
+        for (size_t i = 0; i < row.code.size();) {
+            const auto* const bytes = reinterpret_cast<const unsigned char*>(row.code.data());
+            returns += isReturnOpcode(bytes[i]) ? 1 : 0;
+            i = static_cast<size_t>(
+                nextInstruction(bytes, static_cast<int>(row.code.size()), static_cast<int>(i)));
+        }
+        const size_t calls = 1 + returns + static_cast<size_t>(row.headsWithCalls);
+        EXPECT_EQ(m.code.size(), row.code.size() + calls * 9) << row.what;
+        EXPECT_EQ(m.handlers.back().start, row.start) << row.what;
+        EXPECT_TRUE(rewritten.holds(METHOD_OUTCOME_INSTRUMENTED)) << row.what;
+    }
+}
+
+// A handler may begin with anything; what holds positions is the instruction's, not the call's.
+TEST_F(CodeSequences, handlerMayBeginWithABranchOrAReturn) {
+    // return; handler at 1: goto 5; nop; pop; return
+    Rewritten branch(
+        oneMethod(B::code({177, 167, 0, 4, 0, 87, 177}), 49, "()V", {}, {{0, 1, 1, 0}}), false,
+        true);
+    // entry 9, exit 9, return, call 9, goto
+    EXPECT_EQ(branch.method("m").handlers[0].handler, 19);
+    EXPECT_EQ(branch.method("m").code.substr(28, 3), B::code({167, 0, 4}));
+    // areturn with the exception: call, then exit call
+    Rewritten result(
+        oneMethod(B::code({1, 176, 176}), 49, "()Ljava/lang/Object;", {}, {{0, 1, 2, 0}}), false,
+        true);
+    EXPECT_EQ(result.method("m").code.size(), 3u + 4 * 9);
+    EXPECT_EQ(result.method("m").handlers[0].handler, 9 + 1 + 9 + 1);
 }
 
 TEST_F(CodeSequences, throwingMethodHasAnEntryCallAlone) {
@@ -276,6 +343,11 @@ TEST_F(CodeSequences, methodsStayBelowTheSizeThatTheJvmCompiles) {
     Rewritten shortForm(oneMethod(arrays + std::string(4000, '\0') + B::u1(177)), true, true);
     EXPECT_TRUE(shortForm.holds(METHOD_OUTCOME_WITHOUT_ALLOCATIONS));
     EXPECT_EQ(shortForm.method("m").code.size(), 1600u + 4000 + 1 + 18);
+    // Without those and with its handler's call too.
+    const std::string caught = std::string(8000 - 30, '\0') + B::code({177, 87, 177});
+    Rewritten shortest(oneMethod(caught, 49, "()V", {}, {{0, 1, 7971, 0}}), true, true);
+    EXPECT_TRUE(shortest.holds(METHOD_OUTCOME_WITHOUT_HANDLERS));
+    EXPECT_EQ(shortest.method("m").code.size(), caught.size() + 27);
 }
 
 TEST_F(CodeSequences, offsetsOverflowAtTheirExactBoundary) {

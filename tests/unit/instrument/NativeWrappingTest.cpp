@@ -253,13 +253,14 @@ TEST_F(NativeWrapping, callbackBodiesAreSwitchedOneByOne) {
     builder.addMethod(9, "vdkInit", "(Ljava/lang/Object;I)I", 1, 2, B::code({2, 172}));
     builder.addMethod(9, "vdkMethodEntry", "(SS)V", 0, 2, B::code({177}));
     builder.addMethod(9, "vdkMethodExit", "(SS)V", 0, 2, B::code({177}));
+    builder.addMethod(9, "vdkMethodCatch", "(SS)V", 0, 2, B::code({177}));
     const std::string stored = builder.build();
     ZVector<unsigned char> input(16);
     memcpy(input.extend(static_cast<int>(stored.size())), stored.data(), stored.size());
     ZVector<unsigned char> traced(16);
     patchCallbackToEnableTracing(input, traced);
     const ReferenceClass first(traced.data(), static_cast<size_t>(traced.getSize()));
-    for (int i = 1; i <= 2; i++) {
+    for (int i = 1; i <= 3; i++) {
         const std::string& code = first.methods[static_cast<size_t>(i)].code;
         ASSERT_EQ(code.size(), 6u);
         EXPECT_EQ(code.substr(0, 3), B::code({26, 27, 184}));

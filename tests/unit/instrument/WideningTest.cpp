@@ -23,11 +23,14 @@ public class Driver {
                 com.vandrik.runtime.Callback.entries = 0;
                 com.vandrik.runtime.Callback.exits = 0;
                 com.vandrik.runtime.Callback.objects = 0;
+                com.vandrik.runtime.Callback.catches = 0;
                 Object result = Class.forName(name).getMethod("m", int.class).invoke(null, i);
                 line.append(" ").append(result).append(":")
                     .append(com.vandrik.runtime.Callback.entries).append(",")
                     .append(com.vandrik.runtime.Callback.exits).append(",")
                     .append(com.vandrik.runtime.Callback.objects);
+                int catches = com.vandrik.runtime.Callback.catches;
+                line.append(catches == 0 ? "" : "+" + catches);
             }
             System.out.println(line);
         }
@@ -38,9 +41,10 @@ public class Driver {
 const char CALLBACK_SOURCE[] = R"(
 package com.vandrik.runtime;
 public class Callback {
-    public static int entries, exits, objects;
+    public static int entries, exits, objects, catches;
     public static void vdkMethodEntry(short low, short high) { entries++; }
     public static void vdkMethodExit(short low, short high) { exits++; }
+    public static void vdkMethodCatch(short low, short high) { catches++; }
     public static int vdkInit(Object object, int frame) {
         objects += object == null ? 1000 : 1;
         return 7;
@@ -320,6 +324,73 @@ TEST_F(Widening, oddAllocationPatternsStayValidAndCounted) {
                     std::string(row.name) + " 0" + row.expected + " 1" + row.expected;
                 EXPECT_NE(output.find(line), std::string::npos) << major << " " << row.name << "\n"
                                                                 << output.substr(0, 2500);
+            }
+        }
+    }
+}
+
+// A handler may begin with a branch, with an object under construction, be covered by itself, or be
+// reached by a branch too: its call runs on every way there, once.
+TEST_F(Widening, handlersOfAnyShapeRun) {
+    B probe(52, "XXXX");
+    const int throwable = probe.classRef("java/lang/Throwable");
+    const int object = probe.classRef("java/lang/Object");
+    const int objectInit = probe.methodRef("java/lang/Object", "<init>", "()V");
+    // iload_0; ifeq 6; aconst_null; athrow; then what follows at 6 and at the handler
+    const std::string head = B::code({26, 153, 0, 5, 1, 191});
+    const std::string caught = B::u1(7) + B::u2(throwable);
+    const std::string at6 = B::u1(6);
+    const std::string ends = B::code({4, 172}); // iconst_1; ireturn
+    struct Row {
+        const char* name;
+        std::string code;
+        std::vector<B::Handler> handlers;
+        std::string frames;
+        const char* expected;
+    };
+    const Row rows[] = {
+        {"Bran",
+         head + ends + B::code({167, 0, 3, 87, 5, 172}),
+         {{0, 6, 8, 0}},
+         B::u2(3) + at6 + B::u1(65) + caught + B::u1(66) + caught,
+         " 1:1,1,0 2:1,1,0+1 2:1,1,0+1"},
+        {"Newf",
+         head + ends + B::u1(187) + B::u2(object) + B::code({26, 153, 0, 3, 183}) +
+             B::u2(objectInit) + B::code({87, 5, 172}),
+         {{0, 6, 8, 0}},
+         B::u2(3) + at6 + B::u1(65) + caught + B::u1(255) + B::u2(6) + B::u2(1) + B::u1(1) +
+             B::u2(2) + caught + B::u1(8) + B::u2(8),
+         " 1:1,1,0 2:1,1,1+1 2:1,1,1+1"},
+        {"Ownr",
+         head + ends + B::code({76, 5, 172}),
+         {{0, 6, 8, 0}, {8, 9, 8, 0}},
+         B::u2(2) + at6 + B::u1(65) + caught,
+         " 1:1,1,0 2:1,1,0+1 2:1,1,0+1"},
+        {"Goto",
+         head + B::code({1, 167, 0, 3, 87, 5, 172}),
+         {{0, 6, 10, 0}},
+         B::u2(2) + at6 + B::u1(67) + caught,
+         " 2:1,1,0+1 2:1,1,0+1 2:1,1,0+1"},
+    };
+    for (int major : {48, 52}) {
+        std::map<std::string, std::string> classes;
+        for (const Row& row : rows) {
+            B builder(major, row.name);
+            builder.classRef("java/lang/Throwable");
+            builder.classRef("java/lang/Object");
+            builder.methodRef("java/lang/Object", "<init>", "()V");
+            builder.addMethod(9, "m", "(I)I", 3, 2, row.code, row.handlers,
+                              major > 49 ? B::Attributes{{"StackMapTable", row.frames}}
+                                         : B::Attributes());
+            InstrumentationCounts counts = {};
+            classes[row.name] = rewrite(builder.build(), &counts);
+        }
+        for (const std::string& jdk : findJdks()) {
+            const std::string output = run(jdk, classes);
+            for (const Row& row : rows) {
+                EXPECT_NE(output.find(row.name + std::string(row.expected)), std::string::npos)
+                    << major << " " << row.name << "\n"
+                    << output.substr(0, 2500);
             }
         }
     }

@@ -6,6 +6,7 @@
 #include "db/DB.h"
 #include "profiling/ThreadInfo.h"
 
+#include <algorithm>
 #include <cstring>
 #include <jvmti.h>
 #include <map>
@@ -113,13 +114,13 @@ private:
         *data = thread == nullptr ? current()->storedInfo : nullptr;
         return JVMTI_ERROR_NONE;
     }
-    static jvmtiError JNICALL getStackTrace(jvmtiEnv*, jthread, jint, jint, jvmtiFrameInfo* frames,
-                                            jint* count) {
+    static jvmtiError JNICALL getStackTrace(jvmtiEnv*, jthread, jint, jint most,
+                                            jvmtiFrameInfo* frames, jint* count) {
         const std::vector<jmethodID>& stack = current()->stack;
-        for (size_t i = 0; i < stack.size(); i++) {
+        *count = std::min(most, static_cast<jint>(stack.size()));
+        for (size_t i = 0; i < static_cast<size_t>(*count); i++) {
             frames[i] = {stack[stack.size() - 1 - i], 0};
         }
-        *count = static_cast<jint>(stack.size());
         return JVMTI_ERROR_NONE;
     }
     static jvmtiError JNICALL getThreadInfo(jvmtiEnv*, jthread thread, jvmtiThreadInfo* info) {

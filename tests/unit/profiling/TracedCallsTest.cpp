@@ -4,6 +4,7 @@
 #include "core/jvm/CallbackNatives.h"
 #include "profiling/CpuTime.h"
 #include "profiling/MethodLookup.h"
+#include "profiling/TracedStack.h"
 #include "profiling/Tracing.h"
 #include "profiling/ZFrameStorage.h"
 
@@ -37,13 +38,23 @@ protected:
     void setFlag(int method, int flag) {
         ourDB->methodTable->getRecord(rows[method], true)->flags |= flag;
     }
+    // The JVM's stack has the call from before its entry to behind its exit.
     void enter(int method) {
+        jvm.stack.push_back(ids[method]);
         Java_com_vandrik_runtime_Callback_vdkMethodEntry0(jvm.env(), nullptr, low(method),
                                                           high(method));
     }
     void leave(int method) {
         Java_com_vandrik_runtime_Callback_vdkMethodExit0(jvm.env(), nullptr, low(method),
                                                          high(method));
+        if (!jvm.stack.empty()) {
+            jvm.stack.pop_back();
+        }
+    }
+    void unwind(int calls) { jvm.stack.resize(jvm.stack.size() - static_cast<size_t>(calls)); }
+    void handle(int method) {
+        Java_com_vandrik_runtime_Callback_vdkMethodCatch0(jvm.env(), nullptr, low(method),
+                                                          high(method));
     }
     jshort low(int method) const { return static_cast<jshort>(rows[method]); }
     jshort high(int method) const { return static_cast<jshort>(rows[method] >> 16); }
@@ -137,20 +148,93 @@ TEST_F(TracedCallsTest, exitOfACallNeverSeenIsIgnored) {
     EXPECT_EQ(-1, ourFrameStorage.getFirstChild(0));
 }
 
-TEST_F(TracedCallsTest, unwoundStackIsRebuiltByTheNextEntryAndTheCallCounts) {
-    enter(A);
-    enter(B);
-    leave(A);
-    EXPECT_EQ(ThreadInfo::NO_FRAME, info.currentFrame);
-    jvm.stack = {ids[A], ids[C]};
+TEST_F(TracedCallsTest, unknownStackIsBuiltByTheFirstEntryWhichCounts) {
+    info.currentFrame = ThreadInfo::NO_FRAME;
+    jvm.stack = {ids[A]};
     enter(C);
     EXPECT_EQ(frameOf({A, C}), info.currentFrame);
-    EXPECT_EQ(1, countOf({A}));
+    EXPECT_EQ(0, countOf({A}));
     EXPECT_EQ(1, countOf({A, C}));
     leave(C);
     leave(A);
     EXPECT_EQ(0, info.currentFrame);
     EXPECT_EQ(1, countOf({A, C}));
+}
+
+// Whoever goes on, by a handler or by an exit, ends what lies above; what a call spends later is
+// not the thrower's.
+TEST_F(TracedCallsTest, callsThatAnExceptionLeftEndWhereTheirCallerGoesOn) {
+    for (const bool caught : {true, false}) {
+        enter(A);
+        enter(B);
+        enter(C);
+        unwind(caught ? 2 : 1);
+        if (caught) {
+            handle(A);
+            EXPECT_EQ(frameOf({A}), info.currentFrame);
+            const long soFar = timeOf({A, B, C});
+            burn(MS);
+            handle(A);
+            leave(A);
+            EXPECT_EQ(soFar, timeOf({A, B, C}));
+            EXPECT_LE(soFar + MS, timeOf({A}));
+        } else {
+            leave(B);
+            EXPECT_EQ(frameOf({A}), info.currentFrame);
+            leave(A);
+        }
+        EXPECT_EQ(0, info.currentFrame);
+        EXPECT_TRUE(info.markers.isEmpty() && info.startTimes.isEmpty());
+    }
+    EXPECT_EQ(2, countOf({A, B, C}));
+}
+
+// The JVM's stack tells which activation of a recursion goes on, and what nobody saw begin.
+TEST_F(TracedCallsTest, recursionIsFoundOnTheStackOfTheJvm) {
+    for (const int method : {A, B, B, B, C}) {
+        enter(method);
+    }
+    unwind(2);
+    handle(B);
+    EXPECT_EQ(frameOf({A, B, B}), info.currentFrame);
+    unwind(1);
+    handle(B);
+    EXPECT_EQ(frameOf({A, B}), info.currentFrame);
+    EXPECT_EQ(1, countOf({A, B, B, B, C}));
+    EXPECT_EQ(0, countOf({A, B, C}));
+    jvm.stack = {ids[A], ids[B], ids[C], ids[B]};
+    handle(C);
+    EXPECT_EQ(frameOf({A, B, C, B}), info.currentFrame);
+    EXPECT_EQ(0, countOf({A, B, C}));
+}
+
+// Nobody tells that a handler elsewhere has caught: the stack is looked at now and then.
+TEST_F(TracedCallsTest, callsThatNobodyEndsDoNotPileUp) {
+    enter(A);
+    for (int i = 0; i < 10000; i++) {
+        enter(i % 2 == 0 ? B : C);
+        unwind(1);
+    }
+    EXPECT_LE(info.markers.getSize(), StackWatch::LEAST_LOOK);
+    leave(A);
+    EXPECT_EQ(0, info.currentFrame);
+}
+
+TEST_F(TracedCallsTest, stackTooDeepToBeReadIsReadAgainWhereItEnds) {
+    jvm.stack.assign(1500, ids[A]);
+    info.currentFrame = ThreadInfo::NO_FRAME;
+    enter(C);
+    leave(C);
+    for (int i = 0; i < 1400; i++) {
+        leave(A);
+    }
+    EXPECT_EQ(100, info.markers.getSize());
+    enter(B);
+    int depth = 0;
+    for (int frame = info.currentFrame; frame > 0; frame = ourFrameStorage.getParent(frame)) {
+        depth++;
+    }
+    EXPECT_EQ(101, depth);
 }
 
 // The calibrated cost is an average. Where calls are cheaper than that, a caller loses more of its

@@ -74,13 +74,6 @@ public final class ThrowCases {
         return deepest;
     }
 
-    private static void checkOwn(Tables tables, String owner, String other) {
-        Map<String, Long> own = tables.ownTimes();
-        double mine = own.get(CLASS + owner);
-        double theirs = own.get(CLASS + other);
-        Check.isTrue(mine > 9 * theirs, owner + " has " + mine + " ns, " + other + " " + theirs);
-    }
-
     /** Paths are exact, so their counts are; the tree does not grow with the number of throws. */
     private static void checkTree(Target target, int times) throws Exception {
         Tracing.start(target, FILTERS);
@@ -110,19 +103,14 @@ public final class ThrowCases {
     }
 
     /** The catching method has what it spends behind the catch, not the one that threw. */
-    private static void checkTimes(Target target) throws Exception {
+    private static void checkTimes(Target target, String catching) throws Exception {
         Tracing.clear(target);
         Tracing.start(target, FILTERS);
-        run(target, "catching 300 400000");
-        run(target, "handled 300 400000");
-        run(target, "hosted 300 400000");
-        Tables tables = Tracing.fetch(target);
-        checkOwn(tables, "catching", "thrower");
-        checkOwn(tables, "handled", "thrower");
-        // The host is filtered: who called it has its time, or its frame.
-        Map<String, Long> total = tables.totalTimes();
-        Check.isTrue(total.get(CLASS + "hosted") > 0.8 * total.get(CLASS + "catching"),
-                     "the host's caller " + total);
+        run(target, catching + " 300 400000");
+        Map<String, Long> own = Tracing.fetch(target).ownTimes();
+        double mine = own.get(CLASS + catching);
+        double others = own.get(CLASS + "thrower");
+        Check.isTrue(mine > 20 * others, catching + " has " + mine + " ns, who threw " + others);
         Tracing.stop(target);
     }
 
@@ -151,7 +139,7 @@ public final class ThrowCases {
 
     private static void checkAll(Target target, int times) throws Exception {
         checkTree(target, times);
-        checkTimes(target);
+        checkTimes(target, "catching");
         checkHandlersElsewhere(target, times);
         checkOverflow(target);
         target.finish();
@@ -164,13 +152,15 @@ public final class ThrowCases {
 
     @Case(fixture = Throws.class, attach = false, alone = true)
     static void callsEndTheSameWithExceptionEvents(Target target) throws Exception {
+        checkTimes(target, "handled");
         checkAll(target, 2000);
     }
 
-    @Case(fixture = Throws.class, attach = false, agent = "noexceptionevents", jvm = "-Xint")
-    static void callsEndTheSameInterpreted(Target target) throws Exception {
-        checkTree(target, 10_000);
-        checkHandlersElsewhere(target, 10_000);
+    @Case(fixture = Throws.class, attach = false, agent = "noexceptionevents", jvm = "-Xint",
+          since = 25)
+    static void
+    callsEndTheSameInterpreted(Target target) throws Exception {
+        checkTree(target, 1000);
         checkOverflow(target);
         target.finish();
     }

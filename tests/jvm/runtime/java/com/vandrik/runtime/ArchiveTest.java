@@ -126,6 +126,8 @@ final class ArchiveTest {
     }
 
     static void testSwitchedOffCallbacksDoNothing() {
+        Callback.vdkMethodCatch((short) 1, (short) 0);
+        Callback.vdkMethodCatchF((short) 1, (short) 0);
         Check.equal(Callback.vdkInit(null, 5), -1, "vdkInit");
         Check.equal(Callback.vdkInitF(null, 5), -1, "vdkInitF while off");
         Callback.ourVDKAlloc = true;
