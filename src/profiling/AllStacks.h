@@ -35,6 +35,7 @@ public:
     // From here on carriers are shown with the stacks of the virtual threads that they run. To be
     // called after take, and as that.
     void takeMounted();
+    int getCount() const { return count; }
     // Calls visit(info, stack) for every thread that the agent knows and that has not ended since.
     // Caller holds ourLock.
     template <typename Visitor>

@@ -7,24 +7,14 @@
 #include "profiling/AllStacks.h"
 #include "profiling/ClassLoadingProbe.h"
 #include "profiling/Sampling.h"
+#include "profiling/TelemetryRows.h"
 
 #include <cstdlib>
 
 namespace {
 
-// Eviction is looked at once in so many records.
-constexpr int EVICTION_INTERVAL = 20;
-constexpr int CHUNK_SHIFT = ZIntChunkMap<TelemetryRecord>::CHUNK_SHIFT;
 // Fields of the record that the agent fills behind the Java side's.
 constexpr long MS_PER_DECISECOND = 100;
-
-template <typename T>
-void freeChunksBelow(DBTable<T>* table, int chunkLimit) {
-    const int chunks = table->getRecords().getChunkCount();
-    for (int chunk = 0; chunk < chunkLimit && chunk < chunks; chunk++) {
-        table->getRecords().freeChunk(chunk);
-    }
-}
 
 void storeProperties(const ZVector<int>& telec) {
     for (int i = 0; i < telec.getSize(); i++) {
@@ -53,22 +43,6 @@ int storeExtraValues(const ZVector<int>& names, const ZVector<int>& values) {
 
 } // namespace
 
-void evictTelemetry(int index) {
-    const int limit = ourDB->telemetryLimit;
-    if (limit == -1 || index <= limit || index % EVICTION_INTERVAL != 0) {
-        return;
-    }
-    const int chunks = (index - limit) >> CHUNK_SHIFT;
-    if (chunks < 1) {
-        return;
-    }
-    freeChunksBelow(ourDB->telemetryTable, chunks);
-    const TelemetryRecord* oldest = ourDB->telemetryTable->getRecord(chunks << CHUNK_SHIFT, true);
-    freeChunksBelow(ourDB->threadStateTable,
-                    oldest->values[TELE_THREAD_STATE_START_INDEX] >> CHUNK_SHIFT);
-    freeChunksBelow(ourDB->telemetryExtTable, oldest->values[TELE_EXT_START_INDEX] >> CHUNK_SHIFT);
-}
-
 void storeTelemetryRecord(JNIEnv* env, const ZVector<int>& telec, const ZVector<int>& tele,
                           const ZVector<int>& extNames, const ZVector<int>& extValues) {
     AllStacks stacks(env);
@@ -85,14 +59,17 @@ void storeTelemetryRecord(JNIEnv* env, const ZVector<int>& telec, const ZVector<
     storeProperties(telec);
     const int index = ourDB->telemetryTable->nextIndex();
     evictTelemetry(index);
+    limitThreadStates(MOST_THREAD_STATES);
     TelemetryRecord* row = ourDB->telemetryTable->getRecord(index, true);
     row->stamp = ourDB->currentStamp;
     for (int i = 0; i < TELE_FIELD_COUNT; i++) {
         row->values[i] = tele[i];
     }
+    beginThreadStates(withStacks ? stacks.getCount() : 0);
     sampleThreadStatesJVMTI(env, withStacks ? &stacks : nullptr,
                             &row->values[TELE_THREAD_STATE_START_INDEX],
                             &row->values[TELE_THREAD_STATE_COUNT]);
+    beginExtraValues(extNames.getSize());
     row->values[TELE_EXT_START_INDEX] = ourDB->telemetryExtTable->peekNextIndex();
     row->values[TELE_EXT_COUNT] = storeExtraValues(extNames, extValues);
     row->values[TELE_UPTIME_DS] =

@@ -13,10 +13,6 @@
 void storeTelemetryRecord(JNIEnv* env, const ZVector<int>& telec, const ZVector<int>& tele,
                           const ZVector<int>& extNames, const ZVector<int>& extValues);
 
-// Frees the chunks of tele that rows from `index` on push beyond the limit, and those of
-// threadstate and tele_ext that only they referred to. Caller holds ourLock.
-void evictTelemetry(int index);
-
 // Notes a snapshot file of this process. Takes ourLock.
 void addSnapshotInfo(const ZString& path, long value);
 // A snapshot of that path is known. Takes ourLock.
