@@ -23,12 +23,12 @@ void Console::configure(bool jsonWanted, bool quietWanted, bool verboseWanted, C
 
 void Console::note(const std::string& text) {
     if (!quiet) {
-        err << text << "\n" << std::flush;
+        err << printableLines(text) << "\n" << std::flush;
     }
 }
 
 void Console::warn(const std::string& text) {
-    err << "vdk: " << text << "\n" << std::flush;
+    err << "vdk: " << printableLines(text) << "\n" << std::flush;
 }
 
 void Console::error(const ClientError& problem) {
@@ -41,9 +41,9 @@ void Console::error(const ClientError& problem) {
         err << text.str() << "\n" << std::flush;
         return;
     }
-    err << "vdk: " << problem.what() << "\n";
+    err << "vdk: " << printableLines(problem.what()) << "\n";
     if (!problem.hint.empty() && !quiet) {
-        err << "hint: " << problem.hint << "\n";
+        err << "hint: " << printableLines(problem.hint) << "\n";
     }
     err << std::flush;
 }

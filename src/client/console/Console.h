@@ -20,6 +20,7 @@ public:
     // Sets the options of the command line; colors follow NO_COLOR and TERM=dumb in Auto mode.
     void configure(bool json, bool quiet, bool verbose, ColorMode color);
 
+    // What these write may hold texts of other processes: it is made safe for a terminal here.
     // A note for people; nothing with --quiet.
     void note(const std::string& text);
     void warn(const std::string& text);

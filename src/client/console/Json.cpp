@@ -3,8 +3,10 @@
 #include "client/console/Text.h"
 
 #include <cmath>
+#include <cstdio>
 #include <rapidjson/ostreamwrapper.h>
 #include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
 namespace vdk {
@@ -74,9 +76,17 @@ JsonWriter& JsonWriter::key(std::string_view name) {
 
 JsonWriter& JsonWriter::value(std::string_view text) {
     std::string valid = validUtf8(text);
-    apply(impl->compact.get(), impl->pretty.get(), [&](auto& writer) {
-        writer.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> quoting(buffer);
+    quoting.String(valid.data(), static_cast<rapidjson::SizeType>(valid.size()));
+    // JSON allows what moves a terminal's cursor beyond ASCII; as escapes it means the same.
+    std::string safe = replaceUnprintable(buffer.GetString(), [](unsigned c) {
+        char escape[8];
+        snprintf(escape, sizeof(escape), "\\u%04x", c);
+        return std::string(escape);
     });
+    apply(impl->compact.get(), impl->pretty.get(),
+          [&](auto& writer) { writer.RawValue(safe.data(), safe.size(), rapidjson::kStringType); });
     return *this;
 }
 

@@ -195,7 +195,27 @@ static size_t utf8Length(std::string_view text) {
     return length;
 }
 
-std::string printable(std::string_view text, size_t limit) {
+// Code point of a valid sequence.
+static unsigned codePoint(std::string_view sequence) {
+    unsigned value = static_cast<unsigned char>(sequence[0]);
+    if (sequence.size() > 1) {
+        value &= 0xffu >> (sequence.size() + 1);
+    }
+    for (size_t i = 1; i < sequence.size(); i++) {
+        value = value << 6 | (static_cast<unsigned char>(sequence[i]) & 0x3f);
+    }
+    return value;
+}
+
+bool isUnprintable(unsigned c) {
+    bool control = c < 0x20 || (c >= 0x7f && c < 0xa0);
+    bool direction = c == 0x61c || c == 0x200e || c == 0x200f || (c >= 0x202a && c <= 0x202e) ||
+                     (c >= 0x2066 && c <= 0x2069);
+    bool lineEnd = c == 0x2028 || c == 0x2029;
+    return control || direction || lineEnd;
+}
+
+static std::string cleaned(std::string_view text, size_t limit, bool keepLines) {
     std::string result;
     size_t characters = 0;
     while (!text.empty()) {
@@ -203,16 +223,38 @@ std::string printable(std::string_view text, size_t limit) {
             return result + "...";
         }
         size_t length = utf8Length(text);
-        unsigned char first = static_cast<unsigned char>(text[0]);
-        // C1 controls (U+0080 to U+009F) move a terminal's cursor as the C0 ones do.
-        bool control = first < 0x20 || first == 0x7f ||
-                       (length == 2 && first == 0xc2 && static_cast<unsigned char>(text[1]) < 0xa0);
-        if (length == 0 || control) {
+        if (keepLines && text[0] == '\n') {
+            // A line that another process made must not look like one of ours.
+            result += text.size() > 1 && text[1] == ' ' ? "\n" : "\n  ";
+        } else if (length == 0 || isUnprintable(codePoint(text.substr(0, length)))) {
             result += '?';
         } else {
             result += text.substr(0, length);
         }
         text.remove_prefix(std::max<size_t>(length, 1));
+    }
+    return result;
+}
+
+std::string printable(std::string_view text, size_t limit) {
+    return cleaned(text, limit, false);
+}
+
+std::string printableLines(std::string_view text, size_t limit) {
+    while (!text.empty() && text.back() == '\n') {
+        text.remove_suffix(1);
+    }
+    return cleaned(text, limit, true);
+}
+
+std::string replaceUnprintable(std::string_view text,
+                               const std::function<std::string(unsigned)>& replacement) {
+    std::string valid = validUtf8(text), result;
+    for (std::string_view left = valid; !left.empty();) {
+        size_t length = utf8Length(left);
+        unsigned c = codePoint(left.substr(0, length));
+        result += isUnprintable(c) ? replacement(c) : std::string(left.substr(0, length));
+        left.remove_prefix(length);
     }
     return result;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -47,9 +48,20 @@ std::string formatBytes(int64_t bytes);
 // "12.3", one digit behind the point.
 std::string formatPercent(double percent);
 
-// Text of another process, safe on a terminal: control characters and bytes that are not UTF-8
+// True for characters that move a terminal's cursor, end a line, or turn the direction of what
+// follows: controls (C0, DEL and C1), direction marks and line separators.
+bool isUnprintable(unsigned codePoint);
+
+// Text of another process, safe on a terminal: unprintable characters and bytes that are not UTF-8
 // become "?"; a text longer than `limit` characters is cut and ends in "...".
 std::string printable(std::string_view text, size_t limit = 4096);
+
+// The same for a text of several lines: all but the first are indented.
+std::string printableLines(std::string_view text, size_t limit = 65536);
+
+// Valid UTF-8 with each unprintable character replaced by what the function gives for it.
+std::string replaceUnprintable(std::string_view text,
+                               const std::function<std::string(unsigned)>& replacement);
 
 // The text with every byte that does not belong to valid UTF-8 replaced by U+FFFD.
 std::string validUtf8(std::string_view text);

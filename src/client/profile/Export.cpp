@@ -35,13 +35,8 @@ void removeAddresses(std::string& name) {
 // A text fit for a collapsed stack: in place of the format's separators, and of characters that
 // move a terminal's cursor, stands a colon.
 std::string collapsedText(const std::string& text) {
-    std::string result = validUtf8(text);
-    for (char& c : result) {
-        bool isControl = static_cast<unsigned char>(c) < ' ' || c == '\x7f';
-        if (c == ';' || isControl) {
-            c = ':';
-        }
-    }
+    std::string result = replaceUnprintable(text, [](unsigned) { return std::string(":"); });
+    std::replace(result.begin(), result.end(), ';', ':');
     return result;
 }
 

@@ -13,7 +13,7 @@ namespace {
 // main -> work (60 ms of 100) in one thread, main alone (5 ms) in another.
 struct Sample {
     Sample() {
-        int one = b.thread("main"), two = b.thread("pool-1;\033x");
+        int one = b.thread("main"), two = b.thread("pool-1;\033\xc2\x9b\u202ex");
         int main = b.frame(0, b.method("com.a.Main", "main"));
         int work = b.frame(main, b.method("com.a.Main$$Lambda$14/0x00007f12", "work"));
         b.time(one, main, 100000000);
@@ -57,7 +57,7 @@ TEST(Export, collapsedByThreadBeginsWithTheThread) {
     EXPECT_EQ(collapsed(sample.profile, choices),
               "[main trn=3];com.a.Main.main 40\n"
               "[main trn=3];com.a.Main.main;com.a.Main$$Lambda.work 60\n"
-              "[pool-1::x trn=4];com.a.Main.main 5\n");
+              "[pool-1::::x trn=4];com.a.Main.main 5\n");
 }
 
 TEST(Export, namesOfGeneratedClassesLoseTheirNumbers) {

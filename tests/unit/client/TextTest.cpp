@@ -35,6 +35,12 @@ TEST(Text, printableLeavesNoControlCharacters) {
     EXPECT_EQ(printable("\xc2\x9b"
                         "31m"),
               "?31m"); // C1 control: another way to begin a sequence
+    for (const char* mark : {"\u061c", "\u200e", "\u200f", "\u202a", "\u202e", "\u2066", "\u2069",
+                             "\u2028", "\x7f", "\xc2\x80", "\xc2\x9f"}) {
+        EXPECT_EQ(printable(std::string("a") + mark + "b"), "a?b");
+    }
+    EXPECT_EQ(printable("\u00a0\u200b\u202f\u2065"), "\u00a0\u200b\u202f\u2065");
+    EXPECT_EQ(printableLines("a\nhint: \033b\n  c\n"), "a\n  hint: ?b\n  c");
     EXPECT_EQ(printable("\xff\xc3"), "??");
     EXPECT_EQ(printable("abcdef", 3), "abc...");
 }
