@@ -60,3 +60,15 @@ void InterProcessMutex::unlock() {
     int self = Platform::vdk_getpid();
     exchange(owner, &self, 0);
 }
+
+InterProcessLock::InterProcessLock(InterProcessMutex& sharedMutex)
+    : mutex(sharedMutex), held(false) {
+    static std::atomic<bool> waitedInVain{false};
+    if (!mutex.isValid()) {
+        return;
+    }
+    held = mutex.lock(waitedInVain ? 0 : InterProcessMutex::DEFAULT_LIMIT_MS);
+    if (!held) {
+        waitedInVain = true;
+    }
+}

@@ -31,11 +31,12 @@ private:
     int* owner;
 };
 
-// Holds an InterProcessMutex for the length of a block, if it can be had in time.
+// Holds an InterProcessMutex for the length of a block, if it can be had in time. Anybody may write
+// a living process's id into the words: after one wait in vain this process waits for no lock more
+// than one polling round, so that its start is delayed once and not at each lock.
 class InterProcessLock {
 public:
-    explicit InterProcessLock(InterProcessMutex& sharedMutex)
-        : mutex(sharedMutex), held(mutex.isValid() && mutex.lock()) {}
+    explicit InterProcessLock(InterProcessMutex& sharedMutex);
     ~InterProcessLock() {
         if (held) {
             mutex.unlock();

@@ -138,6 +138,18 @@ TEST_F(InterProcessMutexTest, lockHolderGivesUpQuietlyAndNeverUnlocksWhatItDoesN
     EXPECT_EQ(0, *word);
 }
 
+TEST_F(InterProcessMutexTest, locksThatSomebodyKeepsDelayAProcessOnce) {
+    InterProcessMutex mutex(key);
+    *word = getppid();
+    const long start = Platform::monotonicTimeNs();
+    for (int i = 0; i < 20; i++) {
+        InterProcessLock lock(mutex);
+        EXPECT_FALSE(lock.isHeld());
+    }
+    // Twenty whole waits would be 40 s.
+    EXPECT_LT(Platform::monotonicTimeNs() - start, 20000 * MS);
+}
+
 TEST_F(InterProcessMutexTest, withoutASegmentItIsInvalidAndLockingFailsItsAssertion) {
     // A segment that is too small for the word cannot be had, and neither can one of no key.
     const int privateKey = ownSharedMemoryKey(2);
