@@ -6,6 +6,7 @@
 #include "machine/ProcessList.h"
 #include "platform/Platform.h"
 
+#include <stdlib.h>
 #include <string.h>
 
 namespace {
@@ -162,6 +163,25 @@ ZString MarkersOnSharedMemory::getSessionName(int pid) {
 
 void createMarker(int port, int state, const ZString& sessionName) {
     MarkersOnSharedMemory::ofThisMachine().createMarker(port, state, sessionName);
+}
+
+bool readMarkers(int stateMask, ZVector<MarkerRecord>* out, int areaKey) {
+    MarkerRecord* const records = static_cast<MarkerRecord*>(malloc(sizeof(MarkerArea)));
+    if (records == nullptr || !Platform::readSharedMemory(areaKey, records, sizeof(MarkerArea))) {
+        free(records);
+        return false;
+    }
+    ZSet<int> seen(ZVECTOR_DEFAULT_CAPACITY);
+    for (int i = 0; i < MarkerArea::RECORD_COUNT; i++) {
+        const MarkerRecord& record = records[i];
+        const Marker marker = {record.pid, record.port, record.state};
+        if ((marker.state & stateMask) != 0 && isPlausible(marker) && !seen.contains(marker.pid)) {
+            seen.add(marker.pid);
+            out->push(record);
+        }
+    }
+    free(records);
+    return true;
 }
 
 bool fillMarked8(ZVector<int>* pids) {

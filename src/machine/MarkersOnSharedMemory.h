@@ -87,6 +87,12 @@ private:
 // unmarked.
 void createMarker(int port, int state, const ZString& sessionName);
 
+// Copies of the records whose state has a bit of stateMask, each process once, as a client reads
+// them: no lock is waited for, which any user could hold, and nothing is made or cleared, as the
+// process ids may be those of another namespace. False if there is no area.
+bool readMarkers(int stateMask, ZVector<MarkerRecord>* out,
+                 int areaKey = MarkersOnSharedMemory::AREA_KEY);
+
 // Agents of earlier versions: the process ids whose marker has state bit 0 in the older area. The
 // records of dead processes are cleared. False when no such area exists.
 bool fillMarked8(ZVector<int>* pids);

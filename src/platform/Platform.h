@@ -85,6 +85,18 @@ public:
     // Attaches an existing segment only, for reading and writing; null if there is none.
     static void* attachExistingSharedMemory(int key, size_t size);
 
+    // Copies the first bytes of an existing segment, which stays as it is. False if there is none
+    // of that size that may be read.
+    static bool readSharedMemory(int key, void* buffer, size_t size);
+
+    // Opens `path` the way a process whose root folder is `folder` would: no link on the way leads
+    // out of it. The path begins at that root, with or without a slash. -1 and errno on failure.
+    static int openInRoot(int folder, const char* path, int flags);
+
+    // Moves the calling thread into the namespace that an open /proc/<pid>/ns/<kind> stands for.
+    // False and errno where this may not be done, or the system has no such namespaces.
+    static bool enterNamespace(int descriptor);
+
     // Blocks the calling thread for at least this time.
     static void sleepMicroseconds(unsigned microseconds);
 };

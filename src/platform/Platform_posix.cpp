@@ -93,6 +93,17 @@ void* Platform::attachExistingSharedMemory(int key, size_t size) {
     return address == reinterpret_cast<void*>(-1) ? nullptr : address;
 }
 
+bool Platform::readSharedMemory(int key, void* buffer, size_t size) {
+    const int segment = shmget(static_cast<key_t>(key), size, 0);
+    void* address = segment == -1 ? nullptr : shmat(segment, nullptr, SHM_RDONLY);
+    if (address == nullptr || address == reinterpret_cast<void*>(-1)) {
+        return false;
+    }
+    memcpy(buffer, address, size);
+    shmdt(address);
+    return true;
+}
+
 void Platform::sleepMicroseconds(unsigned microseconds) {
     timespec left = {static_cast<time_t>(microseconds / 1000000u),
                      static_cast<long>(microseconds % 1000000u) * NS_PER_MICROSECOND};

@@ -50,12 +50,16 @@ void report(const ProgressCallback& progress, int64_t done, int64_t length) {
 // ClientError of the connection's own.
 class ConnectionSource : public ByteSource {
 public:
-    explicit ConnectionSource(Connection& connection)
-        : connection(connection), bytes(size_t(1) << 16) {}
+    ConnectionSource(Connection& connection, long mostBytes)
+        : connection(connection), left(mostBytes), bytes(size_t(1) << 16) {}
 
     bool nextPiece(const unsigned char** piece, long* count) override {
         *piece = bytes.data();
         *count = long(connection.readSome(bytes.data(), bytes.size()));
+        left -= *count;
+        if (left < 0) {
+            failTransfer("The tables seem to have no end");
+        }
         return *count > 0;
     }
     long getTotalSize() const override { return -1; }
@@ -63,6 +67,7 @@ public:
 
 private:
     Connection& connection;
+    long left;
     std::vector<unsigned char> bytes;
     ZString noError;
 };
@@ -176,6 +181,7 @@ std::string AgentClient::captureSnapshot(int64_t flags, const std::string& direc
     Session session(connection);
     PacketWriter packet(PACKET_CAPTURE_SNAPSHOT_REQ);
     session.send(packet.writeLong(flags).writeString(directory).writeString(pattern));
+    int32_t furthest = 0;
     while (true) {
         int32_t type = session.readHeader();
         if (type == PACKET_OK_RESP) {
@@ -188,6 +194,10 @@ std::string AgentClient::captureSnapshot(int64_t flags, const std::string& direc
         int32_t percent = session.readInt();
         if (percent < 0 || percent > 100) {
             failTransfer("Progress of " + std::to_string(percent) + " percent");
+        }
+        if (percent > furthest) {
+            furthest = percent;
+            connection.setTimeout(LongTimeoutMs); // it gets on: another limit's worth of time
         }
         if (progress) {
             progress(percent);
@@ -207,6 +217,9 @@ void AgentClient::receivePlain(Session& session, int64_t length, OutputFile& out
     }
 }
 
+// What deflate makes of a chunk is hardly larger than the chunk.
+static constexpr int64_t MostPackedBytes = 2 * TRANSFER_UNCOMPRESSED_CHUNK_SIZE;
+
 // Each chunk of the file is deflated by itself and comes in blocks, an int 0 behind the last.
 void AgentClient::receiveChunks(Session& session, int64_t length, OutputFile& out,
                                 const ProgressCallback& progress) {
@@ -215,8 +228,10 @@ void AgentClient::receiveChunks(Session& session, int64_t length, OutputFile& ou
     for (int64_t done = 0; done < length;) {
         size_t expected = size_t(std::min<int64_t>(length - done, int64_t(chunk.size())));
         Inflater inflater(chunk.data(), expected);
+        int64_t packed = 0;
         while (int32_t size = session.readInt()) {
-            if (size < 0 || size > TRANSFER_COMPRESSED_CHUNK_SIZE) {
+            packed += size;
+            if (size < 0 || size > TRANSFER_COMPRESSED_CHUNK_SIZE || packed > MostPackedBytes) {
                 failTransfer("Invalid block size: " + std::to_string(size));
             }
             session.readBytes(block.data(), size_t(size));
@@ -247,6 +262,8 @@ int64_t AgentClient::downloadSnapshot(const std::string& path, bool compressed, 
     if (length < 0) {
         failTransfer("Negative file length: " + std::to_string(length));
     }
+    out.expectSize(length);
+    connection.expectMuch();
     if (compressed) {
         receiveChunks(session, length, out, progress);
     } else {
@@ -255,8 +272,8 @@ int64_t AgentClient::downloadSnapshot(const std::string& path, bool compressed, 
     return length;
 }
 
-TableFetcher::TableFetcher(AgentClient& client)
-    : client(client), db(std::make_unique<DB>(-1, -1)), reader(db.get()) {}
+TableFetcher::TableFetcher(AgentClient& client, long mostBytes)
+    : client(client), mostBytes(mostBytes), db(std::make_unique<DB>(-1, -1)), reader(db.get()) {}
 
 int TableFetcher::findFollowed() {
     Connection connection(client.address(), client.timeout());
@@ -298,7 +315,8 @@ void TableFetcher::fetch(int mask) {
     packet.writeInt(-1);
     session.send(packet);
     session.expectOk();
-    ConnectionSource source(connection);
+    connection.expectMuch();
+    ConnectionSource source(connection, mostBytes);
     ByteReader input(source);
     try {
         reader.readSocketStream(input);

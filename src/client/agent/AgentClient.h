@@ -86,7 +86,11 @@ private:
 // A local copy of an agent's tables that each fetch brings up to date: only what changed comes.
 class TableFetcher {
 public:
-    explicit TableFetcher(AgentClient& client);
+    // All tables of the largest known application are a tenth of this.
+    static constexpr long MostBytes = 1L << 30;
+
+    // A fetch of more than `mostBytes` has no end.
+    explicit TableFetcher(AgentClient& client, long mostBytes = MostBytes);
 
     // Bit s of the mask is core table s. Throws ClientError BadInput "agent.data" when the stream
     // does not hold up; the copy is then of no more use.
@@ -98,6 +102,7 @@ public:
 
 private:
     AgentClient& client;
+    long mostBytes;
     std::unique_ptr<DB> db;
     TableStreamReader reader;
 

@@ -1,12 +1,13 @@
 #include "client/agent/Connection.h"
 
+#include "client/attach/Namespaces.h"
 #include "client/console/Errors.h"
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <netdb.h>
@@ -18,7 +19,16 @@ namespace vdk {
 
 namespace {
 
+// Says so if the process that should answer has ended.
+void throwIfEnded(int pid) {
+    if (pid != 0 && kill(pid, 0) != 0 && errno == ESRCH) {
+        throw ClientError(ExitCode::AgentFailed, "target.ended",
+                          "process " + std::to_string(pid) + " has ended");
+    }
+}
+
 [[noreturn]] void failConnect(const Endpoint& endpoint, int error) {
+    throwIfEnded(endpoint.pid);
     std::string hint;
     if (error == ECONNREFUSED) {
         hint =
@@ -28,8 +38,27 @@ namespace {
                       "cannot connect to " + endpoint.text() + ": " + strerror(error), hint);
 }
 
+// A socket of the network in which the endpoint is.
+int newSocket(const Endpoint& endpoint, int family) {
+    if (!endpoint.network) {
+        return socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    }
+    NamespaceVisit visit("net", *endpoint.network);
+    if (!visit.succeeded()) {
+        int error = errno;
+        throw ClientError(
+            ExitCode::NoTarget, "target.network",
+            "process " + std::to_string(endpoint.pid) +
+                " has a network of its own, which cannot be entered: " + strerror(error),
+            "run vdk as root, or `nsenter -t " + std::to_string(endpoint.pid) +
+                " -n vdk status :" + std::to_string(endpoint.port) + "`");
+    }
+    return socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+}
+
 int openSocket(const Endpoint& endpoint) {
     addrinfo hints = {};
+    hints.ai_flags = endpoint.network ? AI_NUMERICHOST : 0; // names are those of this network
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* addresses = nullptr;
@@ -42,7 +71,7 @@ int openSocket(const Endpoint& endpoint) {
     int lastError = 0;
     int descriptor = -1;
     for (addrinfo* address = addresses; address && descriptor < 0; address = address->ai_next) {
-        descriptor = socket(address->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        descriptor = newSocket(endpoint, address->ai_family);
         if (descriptor < 0) {
             lastError = errno;
             continue;
@@ -64,7 +93,8 @@ int openSocket(const Endpoint& endpoint) {
 } // namespace
 
 Connection::Connection(const Endpoint& endpoint, int timeoutMs)
-    : descriptor(openSocket(endpoint)), timeoutMs(timeoutMs) {
+    : descriptor(openSocket(endpoint)), pid(endpoint.pid) {
+    setTimeout(timeoutMs);
     try {
         waitFor(POLLOUT, "connection to");
         int error = 0;
@@ -73,14 +103,15 @@ Connection::Connection(const Endpoint& endpoint, int timeoutMs)
         if (error != 0) {
             failConnect(endpoint, error);
         }
+        setTimeout(timeoutMs);
     } catch (...) {
         close(descriptor);
         throw;
     }
 }
 
-Connection::Connection(int descriptor, int timeoutMs)
-    : descriptor(descriptor), timeoutMs(timeoutMs) {
+Connection::Connection(int descriptor, int timeoutMs) : descriptor(descriptor) {
+    setTimeout(timeoutMs);
     fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
 }
 
@@ -88,18 +119,39 @@ Connection::~Connection() {
     close(descriptor);
 }
 
+void Connection::setTimeout(int milliseconds) {
+    timeoutMs = milliseconds;
+    deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
+}
+
+void Connection::failTimeout(const char* what, const char* how) {
+    throwIfEnded(pid);
+    throw ClientError(ExitCode::TimedOut, "agent.timeout",
+                      std::string(how) + what + " the agent within " + formatLimit(timeoutMs),
+                      "another client may hold the agent's port; --timeout sets the limit");
+}
+
+void Connection::failLost(int error) {
+    throwIfEnded(pid);
+    throw ClientError(ExitCode::AgentFailed, "agent.closed",
+                      std::string("connection to the agent lost: ") + strerror(error));
+}
+
+void Connection::checkExchange(const char* what) {
+    throwIfInterrupted();
+    if (Clock::now() >= deadline) {
+        failTimeout(what, "no complete ");
+    }
+}
+
 void Connection::waitFor(short events, const char* what) {
-    using Clock = std::chrono::steady_clock;
-    Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    Clock::time_point end = std::min(deadline, Clock::now() + std::chrono::milliseconds(timeoutMs));
     while (true) {
         throwIfInterrupted();
         auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+            std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
         if (left <= 0) {
-            throw ClientError(ExitCode::TimedOut, "agent.timeout",
-                              std::string("no ") + what + " the agent within " +
-                                  formatLimit(timeoutMs),
-                              "another client may hold the agent's port; --timeout sets the limit");
+            failTimeout(what, "no ");
         }
         pollfd entry = {descriptor, events, 0};
         int result = poll(&entry, 1, static_cast<int>(left));
@@ -125,8 +177,12 @@ size_t Connection::readSome(void* data, size_t size) {
         buffer.resize(BufferSize);
     }
     while (true) {
+        checkExchange("answer from");
         ssize_t count = direct ? recv(descriptor, data, size, 0)
                                : recv(descriptor, buffer.data(), BufferSize, 0);
+        if (count > 0 && paceBytesPerMs > 0) {
+            deadline += std::chrono::microseconds(count * 1000 / paceBytesPerMs);
+        }
         if (count >= 0 && direct) {
             return size_t(count);
         }
@@ -141,8 +197,7 @@ size_t Connection::readSome(void* data, size_t size) {
             int error = errno;
             buffer.clear();
             position = 0;
-            throw ClientError(ExitCode::AgentFailed, "agent.closed",
-                              std::string("connection to the agent lost: ") + strerror(error));
+            failLost(error);
         }
     }
 }
@@ -152,6 +207,7 @@ void Connection::read(void* data, size_t size) {
     while (size > 0) {
         size_t count = readSome(to, size);
         if (count == 0) {
+            throwIfEnded(pid);
             throw ClientError(ExitCode::BadInput, "agent.closed",
                               "the agent closed the connection in the middle of an answer",
                               "the profiled application may have ended");
@@ -164,6 +220,7 @@ void Connection::read(void* data, size_t size) {
 void Connection::write(const void* data, size_t size) {
     const char* from = static_cast<const char*>(data);
     while (size > 0) {
+        checkExchange("room for a request to");
         ssize_t count = send(descriptor, from, size, MSG_NOSIGNAL);
         if (count > 0) {
             from += count;
@@ -171,8 +228,7 @@ void Connection::write(const void* data, size_t size) {
         } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
             waitFor(POLLOUT, "room for a request to");
         } else if (errno != EINTR) {
-            throw ClientError(ExitCode::AgentFailed, "agent.closed",
-                              std::string("connection to the agent lost: ") + strerror(errno));
+            failLost(errno);
         }
     }
 }

@@ -2,6 +2,7 @@
 
 #include "client/console/Errors.h"
 #include "client/console/Text.h"
+#include "core/ground/Globals.h"
 #include "core/ground/Options.h"
 
 #include <algorithm>
@@ -75,6 +76,7 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
         }
     };
     add(!choices.remote && !given("listen="), "onlylocal");
+    add(!choices.remote && !choices.allUsers, "onlyuser");
     add(!choices.verbose, "quiet");
     add(!choices.attach && !choices.exceptions, "noexceptionevents");
     add(choices.attach && !choices.generations, "nostartgeneration");
@@ -92,17 +94,42 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
     return join(all, ",");
 }
 
-void checkAgentOptions(const std::string& text) {
-    static std::string refusal;
-    refusal.clear();
-    Options::ourRefusalSink = [](const ZString& message) { refusal = message.c_str(); };
+std::string givenOption(const std::vector<std::string>& arguments, const std::string& key) {
+    std::string value;
+    for (const std::string& argument : arguments) {
+        for (const std::string& option : split(argument, ',')) {
+            if (startsWith(option, key)) {
+                value = unquote(option.substr(key.size()).c_str()).c_str();
+            }
+        }
+    }
+    return value;
+}
+
+void checkAgentOptions(const std::vector<std::string>& arguments, bool attach) {
+    std::vector<std::string> checked;
+    for (const std::string& argument : arguments) {
+        for (const std::string& option : split(argument, ',')) {
+            if (!option.empty() && !startsWith(option, "optionsfile=")) {
+                checked.push_back(option);
+            }
+        }
+    }
+    const long capabilities = ourCapabilities;
+    if (attach) {
+        ourCapabilities |= CAPABILITY_ATTACHED_AGENT; // some options are for a start only
+    }
     Options options{ZVectorSafe<ZString>()};
-    bool good = options.parse(text.c_str());
-    Options::ourRefusalSink = nullptr;
-    if (!good) {
+    ZString reason;
+    const bool accepted = options.check(join(checked, ",").c_str(), &reason);
+    ourCapabilities = capabilities;
+    if (!accepted) {
         throw ClientError(ExitCode::Usage, "agent.options",
-                          "the agent would refuse its options: " + printable(refusal),
+                          "the agent would refuse its options: " + printable(reason.c_str()),
                           "`vdk help options` lists them");
+    }
+    if (attach) {
+        return;
     }
     for (const ZString* file : {&options.filters, &options.wallTimeSpec, &options.triggers}) {
         if (!file->isEmpty() && access(file->c_str(), R_OK) != 0) {
@@ -139,7 +166,7 @@ AgentStartFailure explainAgentResult(int code) {
         return {"the JVM is too old: Java 6 or newer is required", ""};
     case 3:
         return {"the agent did not accept its options",
-                "its message stands on the target's standard output; check the options"};
+                "its message stands on the target's standard error; check the options"};
     case 5:
         return {"this build of the IBM JVM is too old", ""};
     case 6:

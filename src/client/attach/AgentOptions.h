@@ -9,7 +9,8 @@ namespace vdk {
 
 struct AgentOptionChoices {
     bool attach = false;
-    bool remote = false;       // do not add `onlylocal`
+    bool remote = false;       // add neither `onlylocal` nor `onlyuser`
+    bool allUsers = false;     // do not add `onlyuser`
     bool exceptions = false;   // keep exception events
     bool generations = false;  // tag the heap's objects at the start
     bool verbose = false;      // let the agent write its banner
@@ -27,9 +28,13 @@ struct AgentOptionChoices {
 std::string composeAgentOptions(const std::vector<std::string>& arguments,
                                 const AgentOptionChoices& choices);
 
-// Throws ClientError (Usage, "agent.options") for options that the agent would refuse, and
-// "input.open" for a file they name that cannot be read. Looks at them as this process sees them.
-void checkAgentOptions(const std::string& options);
+// The value of an option among the user's, decoded; "" if it was not given. `key` ends in "=".
+std::string givenOption(const std::vector<std::string>& arguments, const std::string& key);
+
+// Throws ClientError (Usage, "agent.options") if the agent would not accept the user's options, and
+// at a start "input.open" for a file they name that cannot be read. Those of an attach are the
+// target's and are not looked at.
+void checkAgentOptions(const std::vector<std::string>& arguments, bool attach);
 
 // The options among these that this release of the agent takes and does nothing with.
 std::vector<std::string> uselessAgentOptions(const std::string& options);

@@ -1,6 +1,7 @@
 #include "client/attach/Attach.h"
 
 #include "client/agent/Connection.h"
+#include "client/attach/ForeignFiles.h"
 #include "client/console/Errors.h"
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
@@ -8,10 +9,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -66,6 +69,10 @@ Attacher::Attacher(const ProcFs& processes, const Jvm& jvm, int timeoutMs)
                "run vdk as that user or as root, for example `sudo -u " + jvm.user +
                    " vdk attach " + std::to_string(jvm.pid) + "`");
     }
+    if (status.state == "T") {
+        refuse("attach.stopped", name + " is stopped",
+               "`kill -CONT " + std::to_string(jvm.pid) + "` lets it go on");
+    }
     if (jvm.kind == JvmKind::OpenJ9) {
         refuse("attach.openj9", name + " is an OpenJ9 JVM: its attach protocol is not supported",
                StartLineHint);
@@ -81,62 +88,106 @@ Attacher::Attacher(const ProcFs& processes, const Jvm& jvm, int timeoutMs)
         refuse("attach.disabled", name + " was started with -XX:+DisableAttachMechanism",
                StartLineHint);
     }
+    temporary = openFolder(openRootOrOwn(processes, jvm.pid), "/tmp");
 }
 
-std::string Attacher::socketPath() const {
-    return processes.inTarget(jvm.pid, "/tmp/.java_pid" + std::to_string(status.namespacePid));
+std::string Attacher::socketName() const {
+    return ".java_pid" + std::to_string(status.namespacePid);
 }
 
 bool Attacher::socketExists() const {
     struct stat info;
-    if (lstat(socketPath().c_str(), &info) != 0) {
+    if (fstatat(temporary.get(), socketName().c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
         return false;
     }
+    std::string file = processes.inTarget(jvm.pid, "/tmp/" + socketName());
     if (!S_ISSOCK(info.st_mode)) {
-        refuse("attach.file", socketPath() + " is no socket: somebody else made it",
+        refuse("attach.file", file + " is no socket: somebody else made it",
                "remove it, then try again");
     }
-    if (info.st_uid != status.euid && info.st_uid != 0) {
-        refuse("attach.file", socketPath() + " belongs to another user than the JVM",
+    if (!belongsTo(info, status.euid)) {
+        refuse("attach.file", file + " belongs to another user than the JVM",
                "remove it, then try again");
     }
     return true;
 }
 
+// The JVM makes its socket in /tmp and nowhere else.
+void Attacher::checkCanListen() const {
+    struct statvfs space;
+    std::string what = !temporary ? "has no folder /tmp"
+                       : fstatvfs(temporary.get(), &space) == 0 && (space.f_flag & ST_RDONLY) != 0
+                           ? "has a read-only /tmp"
+                           : "";
+    if (!what.empty()) {
+        refuse("attach.file",
+               "process " + std::to_string(jvm.pid) + " " + what +
+                   ", where a JVM makes its attach socket: nothing can attach to it",
+               StartLineHint);
+    }
+}
+
+// Makes the file as nobody else's: a left-over of the JVM's user is replaced, anything else of that
+// name is not touched. False and errno on failure.
+static bool makeTrigger(const Descriptor& folder, const std::string& name, uid_t uid) {
+    for (bool again : {true, false}) {
+        Descriptor file(openat(folder.get(), name.c_str(),
+                               O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                               0660));
+        struct stat info;
+        if (file) {
+            bool owned = fstat(file.get(), &info) == 0 && info.st_uid == uid;
+            if (!owned) {
+                unlinkat(folder.get(), name.c_str(), 0);
+                errno = EPERM; // some mounts give files another owner
+            }
+            return owned;
+        }
+        bool isLeftOver = errno == EEXIST &&
+                          fstatat(folder.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+                          S_ISREG(info.st_mode) && info.st_uid == uid;
+        if (!isLeftOver || !again || unlinkat(folder.get(), name.c_str(), 0) != 0) {
+            return false;
+        }
+    }
+    return false;
+}
+
 // The file by which the JVM tells this SIGQUIT from one that asks for a thread dump. Its owner must
 // be the JVM's user; some mounts give it another one, then the folder of temporary files serves.
-std::string Attacher::createTrigger() const {
+Attacher::Trigger Attacher::createTrigger() const {
     std::string name = ".attach_pid" + std::to_string(status.namespacePid);
-    std::string lastError;
-    for (const std::string& path :
-         {processes.path(jvm.pid, "cwd/" + name), processes.inTarget(jvm.pid, "/tmp/" + name)}) {
-        int descriptor = ::open(path.c_str(), O_CREAT | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, 0660);
-        if (descriptor < 0) {
-            lastError = path + ": " + strerror(errno);
-            continue;
-        }
-        struct stat info;
-        bool owned = fstat(descriptor, &info) == 0 && info.st_uid == status.euid;
-        close(descriptor);
-        if (owned) {
-            return path;
-        }
-        unlink(path.c_str());
-        lastError = path + " gets another owner than the JVM";
+    Descriptor working(
+        ::open(processes.path(jvm.pid, "cwd").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    std::string errors;
+    if (working && makeTrigger(working, name, status.euid)) {
+        return {std::move(working), name};
     }
-    refuse("attach.file", "cannot make the trigger file " + lastError,
-           "the JVM's working folder or its /tmp must be writable for its user");
+    errors = std::string("in its working folder: ") + strerror(errno);
+    Descriptor other(dup(temporary.get()));
+    if (other && makeTrigger(other, name, status.euid)) {
+        return {std::move(other), name};
+    }
+    refuse("attach.file",
+           "cannot make the trigger file " + name + " of the JVM " + errors +
+               ", in its /tmp: " + strerror(errno),
+           "one of the two must be writable for its user, and no other file of that name be there");
+}
+
+void Attacher::throwIfEnded() const {
+    auto now = processes.status(jvm.pid);
+    if (!now || now->state == "Z") {
+        refuse("attach.gone", "process " + std::to_string(jvm.pid) + " has ended");
+    }
 }
 
 // An uncaught SIGQUIT ends the process: a JVM that is just starting has no handler yet, and one
 // with -Xrs never gets one (it listens from the start instead).
 void Attacher::waitUntilQuitIsCaught() {
     for (int round = 0; round < 20; round++) {
+        throwIfEnded();
         auto now = processes.status(jvm.pid);
-        if (!now) {
-            refuse("attach.gone", "process " + std::to_string(jvm.pid) + " has ended");
-        }
-        if (now->catchesQuit || socketExists()) {
+        if ((now && now->catchesQuit) || socketExists()) {
             return;
         }
         if (!sleepUnlessInterrupted(100)) {
@@ -166,9 +217,7 @@ void Attacher::waitForSocket() {
         }
         waited += step;
         step = std::min(step + 20, 300);
-        if (!processes.status(jvm.pid)) {
-            refuse("attach.gone", "process " + std::to_string(jvm.pid) + " has ended");
-        }
+        throwIfEnded();
         if (!sentAgain && waited >= timeoutMs / 2) {
             kill(jvm.pid, SIGQUIT);
             sentAgain = true;
@@ -181,57 +230,93 @@ void Attacher::open() {
     if (socketExists()) {
         return;
     }
+    checkCanListen();
     waitUntilQuitIsCaught();
     if (socketExists()) {
         return;
     }
-    std::string trigger = createTrigger();
+    Trigger trigger = createTrigger();
+    auto remove = [&] { unlinkat(trigger.folder.get(), trigger.name.c_str(), 0); };
     try {
         if (kill(jvm.pid, SIGQUIT) != 0) {
             refuse("attach.uid", std::string("cannot signal the process: ") + strerror(errno));
         }
         waitForSocket();
     } catch (...) {
-        unlink(trigger.c_str());
+        remove();
         throw;
     }
-    unlink(trigger.c_str());
+    remove();
 }
 
-std::string Attacher::exchange(const std::string& request) {
-    TargetCredentials credentials(status.euid, status.egid);
-    int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (descriptor < 0) {
-        refuse("attach.socket", std::string("no socket: ") + strerror(errno));
+// The socket is reached through what was opened, not by its name again, and must be the JVM's own.
+Descriptor Attacher::connectToSocket() const {
+    std::string file = processes.inTarget(jvm.pid, "/tmp/" + socketName());
+    Descriptor place(
+        openat(temporary.get(), socketName().c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    Descriptor connected(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    struct stat info;
+    if (!place || !connected || fstat(place.get(), &info) != 0) {
+        refuse("attach.socket", "cannot connect to " + file + ": " + strerror(errno));
     }
-    Connection connection(descriptor, std::max(timeoutMs, 30000));
+    if (!S_ISSOCK(info.st_mode) || !belongsTo(info, status.euid)) {
+        refuse("attach.file", file + " is not the JVM's socket", "remove it, then try again");
+    }
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    std::string path = socketPath();
-    if (path.size() >= sizeof(address.sun_path)) {
-        refuse("attach.socket", "the path is too long: " + path);
-    }
-    memcpy(address.sun_path, path.c_str(), path.size());
-    int result = connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+    snprintf(address.sun_path, sizeof(address.sun_path), "/proc/self/fd/%d", place.get());
+    auto dial = [&] {
+        return connect(connected.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address));
+    };
+    int result = dial();
     // The JVM serves one client at a time; a full queue is no refusal.
     for (int round = 0; result != 0 && errno == EAGAIN && round < 50; round++) {
         sleepUnlessInterrupted(100);
         throwIfInterrupted();
-        result = connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+        result = dial();
     }
     if (result != 0) {
         int error = errno;
-        refuse("attach.socket", "cannot connect to " + path + ": " + strerror(error),
+        refuse("attach.socket", "cannot connect to " + file + ": " + strerror(error),
                error == ECONNREFUSED ? "the file is left over from an ended JVM: remove it" : "");
     }
-    connection.write(request.data(), request.size());
+    ucred peer = {};
+    socklen_t size = sizeof(peer);
+    if (getsockopt(connected.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.pid != 0 &&
+        peer.pid != jvm.pid) {
+        refuse("attach.file",
+               file + " is the socket of process " + std::to_string(peer.pid) +
+                   ", not of process " + std::to_string(jvm.pid),
+               "the two share a folder and, each in its own container, an id: " +
+                   std::string(StartLineHint));
+    }
+    return connected;
+}
+
+std::string Attacher::exchange(const std::string& request) {
+    TargetCredentials credentials(status.euid, status.egid);
+    int limitMs = std::max(timeoutMs, 30000);
+    Connection connection(connectToSocket().release(), limitMs);
     std::string answer;
-    char buffer[4096];
-    while (size_t count = connection.readSome(buffer, sizeof(buffer))) {
-        answer.append(buffer, count);
-        if (answer.size() > 64 << 20) {
-            break;
+    try {
+        connection.write(request.data(), request.size());
+        char buffer[4096];
+        while (size_t count = connection.readSome(buffer, sizeof(buffer))) {
+            answer.append(buffer, count);
+            if (answer.size() > 64 << 20) {
+                break;
+            }
         }
+    } catch (const ClientError& e) {
+        throwIfEnded();
+        if (e.word != "agent.timeout") {
+            throw;
+        }
+        throw ClientError(ExitCode::TimedOut, "attach.timeout",
+                          "the JVM did not finish its answer to the attach request within " +
+                              formatLimit(limitMs),
+                          "it may be stopped, wait in a debugger or for memory; --timeout sets the "
+                          "limit");
     }
     return answer;
 }

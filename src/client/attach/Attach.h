@@ -9,6 +9,7 @@
 #include "client/attach/AttachProtocol.h"
 #include "client/attach/JvmList.h"
 #include "client/attach/ProcFs.h"
+#include "client/console/Descriptor.h"
 
 #include <string>
 #include <vector>
@@ -31,7 +32,7 @@ private:
 class Attacher {
 public:
     // Throws ClientError AttachRefused when the JVM cannot be attached to for certain:
-    // "attach.gone", "attach.openj9", "attach.uid", "attach.disabled", "jvm.old".
+    // "attach.gone", "attach.stopped", "attach.openj9", "attach.uid", "attach.disabled", "jvm.old".
     Attacher(const ProcFs& processes, const Jvm& jvm, int timeoutMs = 10000);
 
     const ProcessStatus& target() const { return status; }
@@ -48,16 +49,24 @@ public:
     int version();
 
 private:
-    std::string socketPath() const;
+    struct Trigger {
+        Descriptor folder;
+        std::string name;
+    };
+    std::string socketName() const;
     bool socketExists() const;
-    std::string createTrigger() const;
+    void checkCanListen() const;
+    Trigger createTrigger() const;
+    void throwIfEnded() const;
     void waitForSocket();
     void waitUntilQuitIsCaught();
+    Descriptor connectToSocket() const;
     std::string exchange(const std::string& request);
 
     const ProcFs& processes;
     Jvm jvm;
     ProcessStatus status;
+    Descriptor temporary; // the JVM's folder of temporary files
     int timeoutMs;
     int knownVersion = 0;
 };

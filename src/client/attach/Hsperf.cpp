@@ -1,6 +1,10 @@
 #include "client/attach/Hsperf.h"
 
+#include "client/attach/ForeignFiles.h"
+#include "client/console/Text.h"
+
 #include <cstdint>
+#include <fcntl.h>
 
 namespace vdk {
 
@@ -44,6 +48,51 @@ std::optional<std::map<std::string, std::string>> parseHsperf(std::string_view b
         entry += length;
     }
     return values;
+}
+
+static PerformanceData readFolder(const Descriptor& temporary, const std::string& name, uid_t uid,
+                                  int pid) {
+    Descriptor folder(openat(temporary.get(), name.c_str(),
+                             O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat info;
+    if (!folder || fstat(folder.get(), &info) != 0 || !belongsTo(info, uid) ||
+        (info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        return {};
+    }
+    std::string file = std::to_string(pid);
+    auto bytes = readOwnedFile(folder, file, uid);
+    auto values = bytes ? parseHsperf(*bytes) : std::nullopt;
+    if (!values || fstatat(folder.get(), file.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+        return {};
+    }
+    return {*values, info.st_ino};
+}
+
+PerformanceData readHsperf(const ProcFs& processes, const ProcessStatus& process,
+                           const std::string& user) {
+    static const std::string prefix = "hsperfdata_";
+    Descriptor root = openRoot(processes, process.pid);
+    int pid = process.namespacePid;
+    if (!root) {
+        // The process may not be looked into: if it sees the same files, it has one id only.
+        root = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        pid = process.pid;
+    }
+    Descriptor temporary = openFolder(root, "/tmp");
+    if (!temporary) {
+        return {};
+    }
+    PerformanceData data = readFolder(temporary, prefix + user, process.euid, pid);
+    eachEntry(temporary, [&](const char* name) {
+        struct stat info;
+        if (data.file == 0 && startsWith(name, prefix) &&
+            fstatat(temporary.get(), name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+            info.st_uid == process.euid) {
+            data = readFolder(temporary, name, process.euid, pid);
+        }
+        return data.file == 0;
+    });
+    return data;
 }
 
 } // namespace vdk

@@ -1,12 +1,14 @@
 #include "client/attach/JvmList.h"
 
 #include "client/attach/Hsperf.h"
+#include "client/attach/Namespaces.h"
 #include "client/console/Errors.h"
 #include "client/console/Text.h"
 #include "machine/MarkersOnSharedMemory.h"
 
 #include <algorithm>
-#include <glob.h>
+#include <cstring>
+#include <fcntl.h>
 #include <map>
 #include <pwd.h>
 #include <unistd.h>
@@ -15,19 +17,22 @@ namespace vdk {
 
 std::vector<ProfiledMarker> MarkerSource::read() {
     std::vector<ProfiledMarker> result;
-    MarkersOnSharedMemory area;
-    ZVector<Marker> markers;
-    if (!area.fillMarked(1, &markers)) {
-        return result;
-    }
-    for (int i = 0; i < markers.getSize(); i++) {
-        const Marker& marker = markers.get(i);
-        if (marker.port < 1 || marker.port > 65535) {
-            continue;
-        }
-        result.push_back({marker.pid, marker.port, area.getSessionName(marker.pid).c_str()});
+    ZVector<MarkerRecord> records;
+    readMarkers(1, &records);
+    for (int i = 0; i < records.getSize(); i++) {
+        const MarkerRecord& record = records[i];
+        size_t length = strnlen(record.sessionName, MarkerRecord::NAME_BYTES);
+        result.push_back({record.pid, record.port, std::string(record.sessionName, length)});
     }
     return result;
+}
+
+std::optional<std::vector<ProfiledMarker>> MarkerSource::readIn(const Descriptor& ipcNamespace) {
+    NamespaceVisit visit("ipc", ipcNamespace);
+    if (!visit.succeeded()) {
+        return std::nullopt;
+    }
+    return read();
 }
 
 std::string Jvm::shortName() const {
@@ -89,31 +94,8 @@ static std::string userName(long uid) {
     return std::to_string(uid);
 }
 
-// The performance data files that are visible in the folder of temporary files of the target.
-static std::string findHsperfFile(const ProcFs& processes, int pid, int namespacePid) {
-    std::string pattern =
-        processes.inTarget(pid, "/tmp/hsperfdata_*/" + std::to_string(namespacePid));
-    glob_t found = {};
-    std::string result;
-    if (glob(pattern.c_str(), GLOB_NOSORT, nullptr, &found) == 0 && found.gl_pathc > 0) {
-        result = found.gl_pathv[0];
-    }
-    globfree(&found);
-    if (result.empty()) {
-        // The target's root may not be looked into: its own process id is then ours too.
-        pattern = "/tmp/hsperfdata_*/" + std::to_string(pid);
-        glob_t own = {};
-        if (access(processes.path(pid, "root/").c_str(), X_OK) != 0 &&
-            glob(pattern.c_str(), GLOB_NOSORT, nullptr, &own) == 0 && own.gl_pathc > 0) {
-            result = own.gl_pathv[0];
-        }
-        globfree(&own);
-    }
-    return result;
-}
-
 // Fills in what is known of the process; false if it is no JVM.
-bool JvmFinder::describe(int pid, Jvm& jvm) {
+bool JvmFinder::describe(int pid, Jvm& jvm, bool usePerformanceData) {
     auto status = processes.status(pid);
     if (!status || status->state == "Z") {
         return false;
@@ -130,51 +112,74 @@ bool JvmFinder::describe(int pid, Jvm& jvm) {
         }
         jvm.kind = JvmKind::HotSpot;
     }
-    std::string file = findHsperfFile(processes, pid, status->namespacePid);
     jvm.user = userName(jvm.uid);
     size_t next = 0;
     jvm.mainName = findMainArgument(commandLine, next);
     jvm.arguments = join(
         {commandLine.begin() + long(std::min(next, commandLine.size())), commandLine.end()}, " ");
-    if (auto bytes = readSmallFile(file, 1 << 20, true)) {
-        if (auto values = parseHsperf(*bytes)) {
-            std::string command = (*values)["sun.rt.javaCommand"];
-            size_t blank = command.find(' ');
-            if (!command.empty()) {
-                jvm.mainName = command.substr(0, blank);
-                jvm.arguments = blank == std::string::npos ? "" : command.substr(blank + 1);
-            }
-            jvm.javaVersion = (*values)["java.property.java.version"];
-            if (jvm.javaVersion.empty()) {
-                jvm.javaVersion = (*values)["java.property.java.vm.specification.version"];
-            }
-            jvm.vmArguments = (*values)["java.rt.vmArgs"];
-        }
+    if (!usePerformanceData) {
+        return true;
     }
+    PerformanceData data = readHsperf(processes, *status, jvm.user);
+    std::map<std::string, std::string>& values = data.values;
+    jvm.dataFile = data.file;
+    std::string command = values["sun.rt.javaCommand"];
+    size_t blank = command.find(' ');
+    if (!command.empty()) {
+        jvm.mainName = command.substr(0, blank);
+        jvm.arguments = blank == std::string::npos ? "" : command.substr(blank + 1);
+    }
+    jvm.javaVersion = values["java.property.java.version"];
+    if (jvm.javaVersion.empty()) {
+        jvm.javaVersion = values["java.property.java.vm.specification.version"];
+    }
+    jvm.vmArguments = values["java.rt.vmArgs"];
     return true;
 }
 
-// An agent writes the process id of its own pid namespace. A JVM with that id here comes first; one
-// of another namespace gets the marker only if it listens on the port: ids such as 1 are common,
-// and a marker that such an agent left behind is never found dead.
-static void assignMarker(const ProcFs& processes, const ProfiledMarker& marker,
-                         std::vector<Jvm>& jvms) {
-    Jvm* owner = nullptr;
+// An agent writes the process id of its own pid namespace, where ids such as 1 are common, and
+// anybody may write anything: a marker counts only for a process that listens on its port.
+void JvmFinder::assignMarkers(const std::vector<Jvm*>& jvms,
+                              const std::vector<ProfiledMarker>& found) {
+    for (const ProfiledMarker& marker : found) {
+        std::vector<Jvm*> owners;
+        for (Jvm* jvm : jvms) {
+            auto status = jvm->namespacePid == marker.pid ? processes.status(jvm->pid)
+                                                          : std::optional<ProcessStatus>();
+            Listening listening = status ? processes.listening(*status, marker.port) : Listening();
+            if (listening) {
+                jvm->port = marker.port;
+                jvm->host = listening.host;
+                jvm->ownNetwork = listening.ownNetwork;
+                owners.push_back(jvm);
+            }
+        }
+        // Agents with one id share one record, and its name is that of the last.
+        if (owners.size() == 1) {
+            owners.front()->session = marker.session;
+        }
+    }
+}
+
+void JvmFinder::assignMarkers(std::vector<Jvm>& jvms) {
+    unsigned long own = processes.ownNamespaceId("ipc");
+    std::map<unsigned long, std::vector<Jvm*>> groups;
     for (Jvm& jvm : jvms) {
-        bool own = jvm.pid == marker.pid && jvm.namespacePid == marker.pid;
-        if (own || (!owner && jvm.namespacePid == marker.pid &&
-                    processes.listensOn(jvm.pid, marker.port))) {
-            owner = &jvm;
-        }
-        if (own) {
-            break;
-        }
+        unsigned long id = processes.namespaceId(jvm.pid, "ipc");
+        groups[id == 0 ? own : id].push_back(&jvm);
     }
-    if (!owner) {
-        return;
+    for (const auto& [id, group] : groups) {
+        if (id == own) {
+            assignMarkers(group, markers.read());
+            continue;
+        }
+        std::string path = processes.path(group.front()->pid, "ns/ipc");
+        auto found = markers.readIn(Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)));
+        for (Jvm* jvm : group) {
+            jvm->markersHidden = !found;
+        }
+        assignMarkers(group, found.value_or(std::vector<ProfiledMarker>()));
     }
-    owner->port = marker.port;
-    owner->session = marker.session;
 }
 
 std::vector<Jvm> JvmFinder::findAll() {
@@ -185,10 +190,36 @@ std::vector<Jvm> JvmFinder::findAll() {
             result.push_back(jvm);
         }
     }
-    for (const ProfiledMarker& marker : markers.read()) {
-        assignMarker(processes, marker, result);
+    // In containers that share a folder for temporary files, JVMs of one id overwrite each other's.
+    std::map<unsigned long, int> users;
+    for (const Jvm& jvm : result) {
+        users[jvm.dataFile]++;
     }
+    for (Jvm& jvm : result) {
+        if (jvm.dataFile != 0 && users[jvm.dataFile] > 1) {
+            Jvm plain;
+            jvm = describe(jvm.pid, plain, false) ? plain : jvm;
+        }
+    }
+    assignMarkers(result);
     return result;
+}
+
+std::optional<Jvm> JvmFinder::look(int pid) {
+    std::vector<Jvm> one(1);
+    if (!describe(pid, one.front())) {
+        return std::nullopt;
+    }
+    assignMarkers(one);
+    return one.front();
+}
+
+std::string fromInside(const ProcFs& processes, const Jvm& jvm) {
+    unsigned long users = processes.namespaceId(jvm.pid, "user");
+    bool sameUsers = users == 0 || users == processes.ownNamespaceId("user");
+    return "`nsenter -t " + std::to_string(jvm.pid) +
+           (sameUsers ? " -n" : " -U --preserve-credentials -n") +
+           " vdk status :" + std::to_string(jvm.port) + "`";
 }
 
 static std::string listOf(const std::vector<Jvm>& jvms) {

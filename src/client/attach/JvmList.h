@@ -4,7 +4,9 @@
 
 #include "client/agent/Connection.h"
 #include "client/attach/ProcFs.h"
+#include "client/console/Descriptor.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,11 +20,15 @@ struct ProfiledMarker {
     std::string session;
 };
 
-// The markers of live profiled processes. The seam to the shared memory segment; tests replace it.
+// The markers of profiled processes. The seam to the shared memory segment; tests replace it.
 class MarkerSource {
 public:
     virtual ~MarkerSource() = default;
+    // Those of the area that this process shares.
     virtual std::vector<ProfiledMarker> read();
+    // Those of the area in the namespace that the descriptor stands for. Nothing if this process
+    // may not enter it.
+    std::optional<std::vector<ProfiledMarker>> readIn(const Descriptor& ipcNamespace);
 };
 
 struct Jvm {
@@ -37,11 +43,18 @@ struct Jvm {
     JvmKind kind = JvmKind::HotSpot;
     int port = 0; // 0: not profiled
     std::string session;
+    std::string host = "127.0.0.1"; // where the port is
+    bool ownNetwork = false;        // and it is in another network namespace
+    bool markersHidden = false;     // its shared memory may not be looked at from here
+    unsigned long dataFile = 0;     // see PerformanceData::file
 
     bool isProfiled() const { return port != 0; }
     // The word people know it by: class name without package, JAR without folder.
     std::string shortName() const;
 };
+
+// A command line that reaches the agent of a JVM from within its network.
+std::string fromInside(const ProcFs& processes, const Jvm& jvm);
 
 class JvmFinder {
 public:
@@ -51,13 +64,19 @@ public:
     // All JVMs, by process id.
     std::vector<Jvm> findAll();
 
+    // The one of this process id; nothing if it is no JVM that can be seen.
+    std::optional<Jvm> look(int pid);
+
     // The one JVM that `target` names: a process id, or part of the main class, JAR or session
     // name, letters compared without case. Throws ClientError NoTarget: "target.none",
     // "target.several" (the message lists them).
     Jvm find(const std::string& target);
 
 private:
-    bool describe(int pid, Jvm& jvm);
+    bool describe(int pid, Jvm& jvm, bool usePerformanceData = true);
+    void assignMarkers(std::vector<Jvm>& jvms);
+    // The JVMs of one IPC namespace, with its markers.
+    void assignMarkers(const std::vector<Jvm*>& jvms, const std::vector<ProfiledMarker>& found);
 
     const ProcFs& processes;
     MarkerSource& markers;

@@ -3,20 +3,21 @@
 #include "client/console/Text.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <set>
 #include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace vdk {
 
-std::optional<std::string> readSmallFile(const std::string& path, size_t limit, bool noFollow) {
-    int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | (noFollow ? O_NOFOLLOW : 0));
+std::optional<std::string> readSmallFile(const std::string& path, size_t limit) {
+    int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0) {
         return std::nullopt;
     }
@@ -146,43 +147,110 @@ bool ProcFs::usesMusl(int pid) const {
     return mapsFile(pid, musl, 2);
 }
 
-// Inodes of the sockets that listen on the port, from lines such as
-// "0: 0100007F:2711 00000000:0000 0A 00000000:00000000 00:00000000 00000000 0 0 12345 1 ...".
-static void addListeners(const std::string& table, int port, std::set<std::string>& inodes) {
-    for (const std::string& line : split(table, '\n')) {
-        std::istringstream words(line);
-        std::string slot, local, remote, state, skipped, inode;
-        words >> slot >> local >> remote >> state;
-        for (int i = 0; i < 5; i++) {
-            words >> skipped;
-        }
-        words >> inode;
-        size_t colon = local.find(':');
-        if (!words || state != "0A" || colon == std::string::npos) {
-            continue;
-        }
-        if (strtol(local.c_str() + colon + 1, nullptr, 16) == port) {
-            inodes.insert("socket:[" + inode + "]");
-        }
+// An address of the table: words of 32 bits in hexadecimal, each in the byte order of the machine.
+static std::string addressText(const std::string& hexadecimal) {
+    unsigned char bytes[16] = {};
+    size_t words = hexadecimal.size() / 8;
+    if (words != 1 && words != 4) {
+        return {};
     }
+    for (size_t i = 0; i < words; i++) {
+        auto word = uint32_t(strtoul(hexadecimal.substr(i * 8, 8).c_str(), nullptr, 16));
+        memcpy(bytes + 4 * i, &word, sizeof(word));
+    }
+    static const unsigned char mapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
+    bool isMapped = words == 4 && memcmp(bytes, mapped, sizeof(mapped)) == 0;
+    bool isV6 = words == 4 && !isMapped;
+    char text[INET6_ADDRSTRLEN];
+    const unsigned char* start = isMapped ? bytes + sizeof(mapped) : bytes;
+    return inet_ntop(isV6 ? AF_INET6 : AF_INET, start, text, sizeof(text)) ? text : "";
 }
 
-bool ProcFs::listensOn(int pid, int port) const {
-    std::set<std::string> inodes;
-    for (const char* table : {"net/tcp", "net/tcp6"}) {
-        addListeners(readSmallFile(path(pid, table), 16 << 20).value_or(""), port, inodes);
+// The sockets that listen on the port in the network of a process, from lines such as
+// "0: 0100007F:2711 00000000:0000 0A 00000000:00000000 00:00000000 00000000 <uid> 0 <inode> ...".
+std::vector<ListeningSocket> ProcFs::listeners(const std::string& process, int port) const {
+    std::vector<ListeningSocket> result;
+    std::string text;
+    for (const char* table : {"/net/tcp", "/net/tcp6"}) {
+        text += readSmallFile(root + "/" + process + table, 16 << 20).value_or("") + "\n";
     }
-    DIR* folder = inodes.empty() ? nullptr : opendir(path(pid, "fd").c_str());
+    for (const std::string& line : split(text, '\n')) {
+        std::istringstream words(line);
+        std::string slot, local, remote, state, skipped;
+        ListeningSocket socket;
+        words >> slot >> local >> remote >> state >> skipped >> skipped >> skipped >> socket.uid >>
+            skipped >> socket.inode;
+        size_t colon = local.find(':');
+        if (!words || state != "0A" || colon == std::string::npos ||
+            strtol(local.c_str() + colon + 1, nullptr, 16) != port) {
+            continue;
+        }
+        socket.address = addressText(local.substr(0, colon));
+        result.push_back(socket);
+    }
+    return result;
+}
+
+bool ProcFs::holdsSocket(const ProcessStatus& process, const ListeningSocket& socket) const {
+    DIR* folder = opendir(path(process.pid, "fd").c_str());
+    if (!folder) {
+        return errno == EACCES && socket.uid == process.euid;
+    }
     bool found = false;
-    while (dirent* entry = folder && !found ? readdir(folder) : nullptr) {
+    std::string wanted = "socket:[" + socket.inode + "]";
+    while (dirent* entry = !found ? readdir(folder) : nullptr) {
         char target[64];
         ssize_t length = readlinkat(dirfd(folder), entry->d_name, target, sizeof(target));
-        found = length > 0 && inodes.count(std::string(target, size_t(length))) != 0;
+        found = length > 0 && std::string(target, size_t(length)) == wanted;
     }
-    if (folder) {
-        closedir(folder);
-    }
+    closedir(folder);
     return found;
+}
+
+// Where to dial for a socket that is bound to this address: on this machine if it listens there.
+static std::string dialAddress(const std::string& address) {
+    return address == "0.0.0.0" || address == "::" ? "127.0.0.1" : address;
+}
+
+Listening ProcFs::listening(const ProcessStatus& process, int port) const {
+    std::vector<ListeningSocket> all = listeners(std::to_string(process.pid), port);
+    std::vector<ListeningSocket> own;
+    for (const ListeningSocket& socket : all) {
+        if (!socket.address.empty() && holdsSocket(process, socket)) {
+            own.push_back(socket);
+        }
+    }
+    Listening result;
+    for (const ListeningSocket& socket : own) {
+        std::string host = dialAddress(socket.address);
+        // Another process must not answer in this one's place.
+        bool contested = std::any_of(all.begin(), all.end(), [&](const ListeningSocket& other) {
+            return other.inode != socket.inode && dialAddress(other.address) == host &&
+                   !holdsSocket(process, other);
+        });
+        if (!contested && (result.host.empty() || host == "127.0.0.1")) {
+            std::vector<ListeningSocket> ours = listeners("self", port);
+            result.host = host;
+            result.ownNetwork =
+                std::none_of(ours.begin(), ours.end(), [&](const ListeningSocket& other) {
+                    return other.inode == socket.inode;
+                });
+        }
+    }
+    return result;
+}
+
+static unsigned long inodeOf(const std::string& path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
+}
+
+unsigned long ProcFs::namespaceId(int pid, const char* kind) const {
+    return inodeOf(path(pid, std::string("ns/") + kind));
+}
+
+unsigned long ProcFs::ownNamespaceId(const char* kind) const {
+    return inodeOf(root + "/self/ns/" + kind);
 }
 
 bool ProcFs::sharesFiles(int pid) const {

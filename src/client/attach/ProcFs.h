@@ -19,7 +19,21 @@ struct ProcessStatus {
     std::string state;
 };
 
+// How a listening process can be reached.
+struct Listening {
+    std::string host;        // "" if it does not listen
+    bool ownNetwork = false; // its port is in another network namespace than this process
+    explicit operator bool() const { return !host.empty(); }
+};
+
 enum class JvmKind { None, HotSpot, OpenJ9 };
+
+// A row of the kernel's table of TCP sockets.
+struct ListeningSocket {
+    std::string address; // "127.0.0.1", "0.0.0.0", "::"
+    uid_t uid = 0;
+    std::string inode;
+};
 
 class ProcFs {
 public:
@@ -36,9 +50,14 @@ public:
     // The process maps musl's loader: a library built for glibc cannot be loaded there.
     bool usesMusl(int pid) const;
 
-    // True when the process itself listens on the TCP port, in its own network namespace. False too
-    // when its descriptors may not be looked at.
-    bool listensOn(int pid, int port) const;
+    // Whether the process itself listens on the TCP port, by the kernel's word: the socket is among
+    // its descriptors or, where those may not be looked at, belongs to its user.
+    Listening listening(const ProcessStatus& process, int port) const;
+
+    // A number that two processes share that are in the same namespace of a kind ("net", "ipc",
+    // ...); 0 where this may not be known.
+    unsigned long namespaceId(int pid, const char* kind) const;
+    unsigned long ownNamespaceId(const char* kind) const;
 
     // False when the target sees other files under the same names than this process: another
     // mount namespace, or another root folder.
@@ -51,14 +70,14 @@ public:
 
 private:
     bool mapsFile(int pid, const char* const* names, size_t count) const;
+    std::vector<ListeningSocket> listeners(const std::string& process, int port) const;
+    bool holdsSocket(const ProcessStatus& process, const ListeningSocket& socket) const;
 
     std::string root;
 };
 
-// The whole file, at most `limit` bytes; nothing if it cannot be read
-// (errno tells why). Follows no link in its last
-// component when `noFollow` is set.
-std::optional<std::string> readSmallFile(const std::string& path, size_t limit = 1 << 20,
-                                         bool noFollow = false);
+// The whole file, at most `limit` bytes; nothing if it cannot be read (errno tells why). For files
+// of the system and of this user only: see ForeignFiles.h for others.
+std::optional<std::string> readSmallFile(const std::string& path, size_t limit = 1 << 20);
 
 } // namespace vdk

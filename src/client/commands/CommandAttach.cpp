@@ -26,8 +26,8 @@ namespace {
                "`vdk run -- java ...`";
     } else if (says("failed to map segment") || says("Operation not permitted")) {
         word = "agent.noexec";
-        hint = "the target's /tmp does not allow programs (noexec): put the library where the "
-               "target can open it and name it with --agent";
+        hint = "the target does not allow programs in that folder (noexec): put the library "
+               "into another one of the target's and name it, as the target sees it, with --agent";
     } else if (says("No such file") || says("cannot open shared object") ||
                says("Permission denied") || says("was not loaded")) {
         word = "agent.unreachable";
@@ -35,7 +35,7 @@ namespace {
                ": check the path, its folders' permissions and the library's C library";
     }
     throw ClientError(ExitCode::AttachRefused, word,
-                      "the JVM did not load the agent: " + printable(text, 1000), hint);
+                      "the JVM did not load the agent: " + printableLines(text, 1000), hint);
 }
 
 // What is passed as the agent's options. A text that the JVM's protocol cannot take goes into a
@@ -54,45 +54,99 @@ std::string passOptions(Attacher& attacher, AttachFiles& files, const std::strin
 // Waits for the agent's marker, which is there when the JVM answered, unless the agent was told to
 // wait. The JVM with its port then; without, if none comes.
 Jvm waitForMarker(JvmFinder& finder, const Jvm& jvm) {
+    Jvm last = jvm;
     for (int round = 0; round < 20; round++) {
-        for (const Jvm& found : finder.findAll()) {
-            if (found.pid == jvm.pid && found.isProfiled()) {
-                return found;
-            }
+        last = finder.look(jvm.pid).value_or(jvm);
+        last.mainName = jvm.mainName;
+        if (last.isProfiled() || last.markersHidden) {
+            return last;
         }
         if (!sleepUnlessInterrupted(150)) {
             throwIfInterrupted();
         }
     }
-    return jvm;
+    return last;
+}
+
+[[noreturn]] void failStart(const ProcFs& processes, const ProcessStatus& target, int code) {
+    AgentStartFailure failure = explainAgentResult(code);
+    std::string reason = refusalInLog(processes, target);
+    throw ClientError(ExitCode::AgentFailed, "agent.start",
+                      failure.message + (reason.empty() ? "" : ": " + reason),
+                      reason.empty() ? failure.hint : "");
 }
 
 void load(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
-    std::string library = findAgentLibrary(arguments.text("--agent"), ExitCode::AttachRefused);
+    const std::vector<std::string>& given = arguments.all("OPTION");
+    checkAgentOptions(given, true);
     Attacher attacher(machine.processes, jvm, int(arguments.durationMs("--timeout", 10000)));
     checkTargetLibc(machine.processes, jvm.pid);
-    AttachFiles files(machine.processes, attacher.target());
+    attacher.open();
+    AttachFiles files(machine.processes, attacher.target(), givenOption(given, "tmpdir="));
+    std::string path = namedAgentLibrary(arguments.text("--agent"));
+    if (!files.hasOwnLibrary(path)) {
+        path = files.provideLibrary(
+            findAgentLibrary(arguments.text("--agent"), ExitCode::AttachRefused));
+    }
     AgentOptionChoices choices;
     choices.attach = true;
     choices.remote = arguments.has("--remote");
+    choices.allUsers = arguments.has("--all-users");
     choices.verbose = arguments.has("--banner");
     choices.generations = arguments.has("--generations");
     choices.oomDump = arguments.has("--oom-dump");
     choices.tmpDir = files.directory();
     char folder[4096];
     choices.workingDir = getcwd(folder, sizeof(folder)) ? folder : "";
-    std::string options = composeAgentOptions(arguments.all("OPTION"), choices);
-    std::string path = files.provideLibrary(library);
-    attacher.open();
+    std::string options = composeAgentOptions(given, choices);
     LoadOutcome outcome = parseLoadReply(
         attacher.execute("load", {path, "true", passOptions(attacher, files, options)}));
     if (!outcome.loaded) {
         failLoad(outcome, path);
     }
     if (outcome.returnCode != 0) {
-        AgentStartFailure failure = explainAgentResult(outcome.returnCode);
-        throw ClientError(ExitCode::AgentFailed, "agent.start", failure.message, failure.hint);
+        failStart(machine.processes, attacher.target(), outcome.returnCode);
     }
+}
+
+// The marker says so, and the process does listen on the port; now its agent must answer. A
+// left-over marker may name a port that the application took.
+bool hasAgent(const Machine& machine, const Jvm& jvm, int timeoutMs) {
+    bool mayAttach = geteuid() == 0 || long(geteuid()) == jvm.uid;
+    if (!mayAttach || !jvm.isProfiled()) {
+        return false;
+    }
+    try {
+        return connectAgent(machine, jvm, timeoutMs).info.pid == jvm.pid;
+    } catch (const ClientError& e) {
+        // Said by something that is no agent of that process; all else may be one in trouble.
+        if (e.word == "agent.data" || e.word == "target.foreign" || e.word == "agent.closed") {
+            return false;
+        }
+        throw;
+    }
+}
+
+// An agent that was told to wait has no port yet. Anything else that has none does not work.
+void checkPort(const ProcFs& processes, const Jvm& jvm, const std::vector<std::string>& given) {
+    if (jvm.isProfiled() || !givenOption(given, "delay=").empty()) {
+        return;
+    }
+    std::string process = "process " + std::to_string(jvm.pid);
+    if (!processes.status(jvm.pid)) {
+        throw ClientError(ExitCode::AgentFailed, "target.ended", process + " has ended");
+    }
+    if (jvm.markersHidden) {
+        throw ClientError(ExitCode::AgentFailed, "agent.port",
+                          "the JVM loaded the agent, but " + process +
+                              " has shared memory of its own, which this user may not look at: "
+                              "the agent's port is not known here",
+                          "run vdk as root, or where the process runs");
+    }
+    throw ClientError(ExitCode::AgentFailed, "agent.port",
+                      "the JVM said that it loaded the agent, but no agent in " + process +
+                          " listens",
+                      "the agent's log says more: ~/.vdk/log/<pid>.log of the target's user");
 }
 
 } // namespace
@@ -100,13 +154,18 @@ void load(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
 int runAttach(Console& console, const Arguments& arguments) {
     Machine machine;
     Jvm jvm = machine.finder.find(arguments.text("TARGET"));
-    bool already = jvm.isProfiled();
+    bool already = hasAgent(machine, jvm, int(arguments.durationMs("--timeout", 10000)));
     if (already) {
         console.note("the agent is in process " + std::to_string(jvm.pid) +
                      " already; its options stay as they are");
     } else {
         load(machine, jvm, arguments);
         jvm = waitForMarker(machine.finder, jvm);
+        checkPort(machine.processes, jvm, arguments.all("OPTION"));
+        if (arguments.has("--remote")) {
+            console.warn("the agent accepts connections from every machine that reaches this one, "
+                         "and there is no password: whoever connects controls it");
+        }
     }
     bool listening = jvm.isProfiled();
     if (console.json) {
@@ -122,11 +181,11 @@ int runAttach(Console& console, const Arguments& arguments) {
     if (listening) {
         console.out << ", port " << jvm.port << "\n";
     } else {
-        console.out << ", no port yet\n";
+        console.out << ", no port yet: it was told to wait\n";
     }
-    if (!listening) {
-        console.note("the agent has told no port: it may be waiting (delay=-1), or this process "
-                     "sees other shared memory than the target");
+    if (jvm.ownNetwork) {
+        console.note("the port is in the process's own network: without root's rights " +
+                     fromInside(machine.processes, jvm) + " reaches it");
     }
     return 0;
 }

@@ -57,6 +57,7 @@ std::optional<std::string> agentOption(Console& console, const Arguments& argume
     choices.remote = arguments.has("--remote");
     choices.verbose = arguments.has("--banner");
     choices.exceptions = arguments.has("--exceptions");
+    choices.allUsers = arguments.has("--all-users");
     choices.requireAgent = arguments.has("--require-agent");
     choices.oomDump = arguments.has("--oom-dump");
     choices.noSnapshot = arguments.has("--no-snapshot");
@@ -68,8 +69,11 @@ std::optional<std::string> agentOption(Console& console, const Arguments& argume
                                                  : "the name for --out must end in .snapshot");
         }
     }
+    checkAgentOptions(arguments.all("OPTION"), false);
     try {
-        choices.tmpDir = ownPrivateDirectory();
+        if (givenOption(arguments.all("OPTION"), "tmpdir=").empty()) {
+            choices.tmpDir = ownPrivateDirectory();
+        }
     } catch (const ClientError& e) {
         if (choices.requireAgent) {
             throw;
@@ -78,7 +82,6 @@ std::optional<std::string> agentOption(Console& console, const Arguments& argume
         return std::nullopt;
     }
     std::string options = composeAgentOptions(arguments.all("OPTION"), choices);
-    checkAgentOptions(options);
     std::vector<std::string> useless = uselessAgentOptions(options);
     if (!useless.empty()) {
         console.warn("this release does not do yet what is asked by " +

@@ -18,8 +18,11 @@ const OptionSpec AgentOptions = {
     ""};
 const OptionSpec AgentPath = {"--agent", ValueKind::File,
                               "the agent library (default: beside vdk, or VDK_AGENT)"};
-const OptionSpec Remote = {"--remote", ValueKind::None,
-                           "accept connections from other machines (no `onlylocal`)"};
+const OptionSpec Remote = {
+    "--remote", ValueKind::None,
+    "accept connections from other machines, of whoever it be (no `onlylocal`, no `onlyuser`)"};
+const OptionSpec AllUsers = {"--all-users", ValueKind::None,
+                             "serve every user of this machine (no `onlyuser`)"};
 const OptionSpec Banner = {"--banner", ValueKind::None,
                            "let the agent write its start messages (no `quiet`)"};
 const OptionSpec OomDump = {
@@ -51,11 +54,9 @@ const std::vector<Command> Table = {
      "start a Java program with the agent",
      "The program replaces vdk: its signals, output and exit code are its own. Its agent listens "
      "on\n"
-     "this machine only, keeps its files in a private folder, and writes to the console only why "
-     "it\n"
-     "could not start (the program then runs without it) and where the snapshot lies that it "
-     "leaves\n"
-     "when the JVM ends while CPU times are measured.\n"
+     "this machine only, serves your user and root alone, keeps its files in a private folder, and\n"
+     "writes to the console only why it could not start (the program then runs without it) and\n"
+     "where the snapshot lies that it leaves when the JVM ends while CPU times are measured.\n"
      "For java and the tools of a JDK the agent goes onto the command line. Any other program, "
      "such\n"
      "as ./mvnw, gets it in JAVA_TOOL_OPTIONS: every JVM that it starts loads the agent and says\n"
@@ -77,6 +78,7 @@ const std::vector<Command> Table = {
       {"--require-agent", ValueKind::None, "end the program if the agent cannot start"},
       AgentPath,
       Remote,
+      AllUsers,
       Banner,
       OomDump,
       {"--exceptions", ValueKind::None,
@@ -91,7 +93,8 @@ const std::vector<Command> Table = {
      "load the agent into a running JVM",
      "Works through the JVM's attach socket, also into a container. The agent then listens on "
      "this\n"
-     "machine only. Objects that exist already are not tagged for generations, which would pause\n"
+     "machine only and serves the JVM's user and root alone. Objects that exist already are not "
+     "tagged for generations, which would pause\n"
      "the JVM (6 s on 17 and 28 s on 25 at 30 million objects), unless --generations is given.\n"
      "JVMs of 21 and later print a warning about dynamic loading, unless they were started with\n"
      "-XX:+EnableDynamicAgentLoading.",
@@ -100,6 +103,7 @@ const std::vector<Command> Table = {
       AgentOptions,
       AgentPath,
       Remote,
+      AllUsers,
       Banner,
       OomDump,
       {"--generations", ValueKind::None, "tag the objects that exist already"},

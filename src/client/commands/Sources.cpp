@@ -14,32 +14,65 @@
 
 namespace vdk {
 
-LiveAgent connectAgent(const std::string& target, const Arguments& arguments) {
+// The address of the agent in a JVM.
+static Endpoint endpointOf(const Machine& machine, const Jvm& jvm) {
+    std::string process = "process " + std::to_string(jvm.pid);
+    if (!jvm.isProfiled() && jvm.markersHidden) {
+        throw ClientError(ExitCode::NoTarget, "target.hidden",
+                          process + " has shared memory of its own, which this user may not look "
+                                    "at: an agent in it is not seen from here",
+                          "run vdk as root, or name the agent's address: host:port");
+    }
+    if (!jvm.isProfiled()) {
+        throw ClientError(ExitCode::NoTarget, "target.unprofiled",
+                          process + " (" + printable(jvm.shortName()) + ") has no agent",
+                          "`vdk attach " + std::to_string(jvm.pid) + "` loads it");
+    }
+    auto status = machine.processes.status(jvm.pid);
+    if (status && status->state == "T") {
+        throw ClientError(ExitCode::AgentFailed, "target.stopped", process + " is stopped",
+                          "`kill -CONT " + std::to_string(jvm.pid) + "` lets it go on");
+    }
     Endpoint endpoint;
-    Jvm jvm;
+    endpoint.host = jvm.host;
+    endpoint.port = jvm.port;
+    endpoint.pid = jvm.pid;
+    if (jvm.ownNetwork) {
+        std::string path = machine.processes.path(jvm.pid, "ns/net");
+        endpoint.network = std::make_shared<Descriptor>(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!*endpoint.network) {
+            throw ClientError(ExitCode::NoTarget, "target.network",
+                              process + " has a network of its own, which this user may not enter",
+                              "run vdk as root, or " + fromInside(machine.processes, jvm));
+        }
+    }
+    return endpoint;
+}
+
+LiveAgent connectAgent(const Machine& machine, const Jvm& jvm, int timeoutMs) {
+    LiveAgent agent{AgentClient(endpointOf(machine, jvm), timeoutMs), {}, 0};
+    agent.info = agent.client.info(&agent.status);
+    // The kernel says who listens; this tells whether it is an agent of that process.
+    if (agent.info.pid != jvm.pid && agent.info.pid != jvm.namespacePid) {
+        throw ClientError(ExitCode::AgentFailed, "target.foreign",
+                          "port " + std::to_string(jvm.port) + " belongs to process " +
+                              std::to_string(agent.info.pid) + ", not to " +
+                              std::to_string(jvm.pid),
+                          "what answers there is not this process's agent");
+    }
+    agent.info.pid = jvm.pid; // in a container the agent knows another id
+    return agent;
+}
+
+LiveAgent connectAgent(const std::string& target, const Arguments& arguments) {
+    int timeoutMs = int(arguments.durationMs("--timeout", 15000));
+    Endpoint endpoint;
     if (!parseEndpoint(target, endpoint)) {
         Machine machine;
-        jvm = machine.finder.find(target);
-        if (!jvm.isProfiled()) {
-            throw ClientError(ExitCode::NoTarget, "target.unprofiled",
-                              "process " + std::to_string(jvm.pid) + " (" +
-                                  printable(jvm.shortName()) + ") has no agent",
-                              "`vdk attach " + std::to_string(jvm.pid) + "` loads it");
-        }
-        endpoint.port = jvm.port;
+        return connectAgent(machine, machine.finder.find(target), timeoutMs);
     }
-    LiveAgent agent{AgentClient(endpoint, int(arguments.durationMs("--timeout", 15000))), {}, 0};
+    LiveAgent agent{AgentClient(endpoint, timeoutMs), {}, 0};
     agent.info = agent.client.info(&agent.status);
-    // The marker area can be written by anybody: the process itself must answer on the port.
-    if (jvm.pid != 0 && agent.info.pid != jvm.pid && agent.info.pid != jvm.namespacePid) {
-        throw ClientError(ExitCode::AgentFailed, "target.foreign",
-                          "port " + std::to_string(endpoint.port) + " belongs to process " +
-                              std::to_string(agent.info.pid) + ", not to " +
-                              std::to_string(jvm.pid));
-    }
-    if (jvm.pid != 0) {
-        agent.info.pid = jvm.pid; // in a container the agent knows another id
-    }
     return agent;
 }
 

@@ -18,14 +18,16 @@ struct Machine {
 };
 
 // The agent of a JVM or address, checked to be the one that was meant. Throws ClientError NoTarget
-// "target.unprofiled" for a JVM without agent, AgentFailed "target.foreign" when another process
-// answers on the port.
+// "target.unprofiled" for a JVM without agent, "target.hidden" and "target.network" for one that
+// cannot be reached from here; AgentFailed "target.stopped", and "target.foreign" when another
+// process answers on the port.
 struct LiveAgent {
     AgentClient client;
     AgentInfo info; // with the process id as this machine sees it, unless an address was given
     int64_t status = 0;
 };
 LiveAgent connectAgent(const std::string& target, const Arguments& arguments);
+LiveAgent connectAgent(const Machine& machine, const Jvm& jvm, int timeoutMs);
 
 // A database to report on.
 struct DataSource {

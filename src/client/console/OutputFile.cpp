@@ -1,6 +1,7 @@
 #include "client/console/OutputFile.h"
 
 #include "client/console/Errors.h"
+#include "client/console/Text.h"
 
 #include <cerrno>
 #include <cstring>
@@ -8,6 +9,7 @@
 #include <random>
 #include <streambuf>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 #include <vector>
 
@@ -125,6 +127,18 @@ void OutputFile::write(const void* data, size_t size) {
     out->write(static_cast<const char*>(data), std::streamsize(size));
     if (buffer->error != 0) {
         fail("write", buffer->error);
+    }
+}
+
+void OutputFile::expectSize(int64_t bytes) {
+    struct statvfs space;
+    if (temporary.empty() || fstatvfs(descriptor, &space) != 0) {
+        return;
+    }
+    if (uint64_t(bytes) / space.f_frsize > space.f_bavail) {
+        throw ClientError(ExitCode::CannotWrite, "output.space",
+                          "no room for " + path + ": " + formatBytes(bytes) + " are needed, " +
+                              formatBytes(int64_t(space.f_bavail * space.f_frsize)) + " are free");
     }
 }
 

@@ -3,6 +3,7 @@
 // device, a pipe and what a link leads to are written into as they are.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -22,6 +23,9 @@ public:
     // Throws ClientError (CannotWrite) for the first failed write; the file is then removed.
     void write(const void* data, size_t size);
     void commit();
+
+    // Throws ClientError (CannotWrite) if so many bytes will not fit into the file system.
+    void expectSize(int64_t bytes);
 
     // Bytes written so far.
     long size() const;

@@ -186,11 +186,9 @@ void Options::removeBuildInProbes() {
     }
 }
 
-void (*Options::ourRefusalSink)(const ZString&) = nullptr;
-
 void Options::reportInvalidOption(const ZString& message) const {
-    if (ourRefusalSink != nullptr) {
-        ourRefusalSink(message);
+    if (refusalReason != nullptr) {
+        *refusalReason = message;
         return;
     }
     const ZString refusal = ZString("Cannot start: invalid option: ") + message;
@@ -202,7 +200,18 @@ void Options::reportInvalidOption(const ZString& message) const {
     printUsage();
 }
 
+bool Options::check(const char* options, ZString* reason) {
+    refusalReason = reason;
+    const bool accepted = parse(options);
+    refusalReason = nullptr;
+    return accepted;
+}
+
 bool Options::help(const ZString&) {
+    if (refusalReason != nullptr) {
+        *refusalReason = "help";
+        return false;
+    }
     if (optional || isAttached()) {
         Logger::refusal("Cannot start: 'help' is for a start of its own; the options are told "
                         "at " VDK_OPTIONS_PAGE);

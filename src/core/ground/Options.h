@@ -71,6 +71,10 @@ public:
     // then been told why.
     bool parse(const char* options);
 
+    // The same for a string that is for another process: nothing is printed, and what would have
+    // been refused stands in `reason`.
+    bool check(const char* options, ZString* reason);
+
     // Finds out whether the option string holds "quiet" and "optional", which must be known before
     // the first line is logged or refused, and so before parse.
     void findEarly(const char* options);
@@ -96,12 +100,12 @@ public:
     // Standard output gets the refusal and the usage text, unless it is that of an application that
     // runs, or will: then standard error gets the refusal alone.
     void reportInvalidOption(const ZString& message) const;
-    // For programs that only check options: gets the refusals, and nothing is printed.
-    static void (*ourRefusalSink)(const ZString& message);
 
 private:
     struct Row;
     static const Row ourRows[];
+
+    ZString* refusalReason = nullptr; // where a refusal goes instead of the console
 
     void initialize();
     bool parsePiece(const ZString& piece);

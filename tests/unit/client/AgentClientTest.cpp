@@ -15,6 +15,8 @@
 #include <memory>
 #include <optional>
 #include <regex>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 #include <zlib.h>
 
@@ -129,6 +131,37 @@ TEST(AgentClient, silentAgentTimesOut) {
     FakeAgent agent([](int descriptor, int) { FakeAgent::readExactly(descriptor, 1 << 20); });
     AgentClient client(agent.endpoint, ShortTimeoutMs);
     EXPECT_EQ(wordOf([&] { client.statistics(); }), "agent.timeout");
+}
+
+TEST(AgentClient, answerThatTricklesForEverTimesOut) {
+    FakeAgent agent([](int descriptor, int) {
+        FakeAgent::sendAll(descriptor, Answer().ok().integer(1 << 20).data);
+        for (int i = 0; i < 2000 && send(descriptor, "x", 1, MSG_NOSIGNAL) == 1; i++) {
+            usleep(20000);
+        }
+    });
+    AgentClient client(agent.endpoint, ShortTimeoutMs);
+    EXPECT_EQ(wordOf([&] { client.statistics(); }), "agent.timeout");
+}
+
+TEST(AgentClient, snapshotThatCannotFitIsNotBegun) {
+    FakeAgent agent = FakeAgent::answering(Answer().ok().longInteger(int64_t(1) << 60).data);
+    TempDir dir;
+    OutputFile out(dir.file("out"));
+    AgentClient client(agent.endpoint, LongTimeoutMs);
+    EXPECT_EQ(wordOf([&] { client.downloadSnapshot("/x", false, out, nullptr); }), "output.space");
+}
+
+TEST(AgentClient, processThatHasEndedIsNamed) {
+    int pid = fork();
+    if (pid == 0) {
+        _exit(0);
+    }
+    waitpid(pid, nullptr, 0);
+    UnheardPort port;
+    port.endpoint.pid = pid;
+    EXPECT_EQ(wordOf([&] { AgentClient(port.endpoint, LongTimeoutMs).statistics(); }),
+              "target.ended");
 }
 
 TEST(AgentClient, portWhereNobodyListensIsRefused) {
@@ -365,6 +398,26 @@ TEST(TableFetcher, laterFetchesBringChangesDeletionsAndClears) {
     b.db.clearTableAndTellReaders(SLOT_CPUProfiling);
     fetcher.fetch(Mask);
     EXPECT_EQ(makeProfile(fetcher.database()).totalNs(), 0);
+}
+
+TEST(TableFetcher, streamWithoutEndIsCut) {
+    FakeAgent agent([](int descriptor, int) {
+        FakeAgent::readSome(descriptor);
+        // Rows of the table of strings, with texts of 64 KB.
+        std::string row =
+            std::string("\1\0\0\0", 4) + std::string("\0\0\1\0", 4) + std::string(65536, 'x');
+        std::string answer = Answer().ok().data + std::string("\0\0\0\0\xff\xff\0\0", 8);
+        FakeAgent::sendAll(descriptor, answer);
+        for (int i = 1; i < 4000; i++) {
+            std::string index = {char(i & 255), char(i >> 8), 0, 0};
+            FakeAgent::sendAll(descriptor, index + row);
+        }
+    });
+    AgentClient client(agent.endpoint, LongTimeoutMs);
+    TableFetcher fetcher(client, 1 << 20);
+    std::string message;
+    EXPECT_EQ(wordOf([&] { fetcher.fetch(Mask); }, &message), "agent.data");
+    EXPECT_NE(message.find("no end"), std::string::npos) << message;
 }
 
 TEST(TableFetcher, damagedStreamNamesTableAndRow) {

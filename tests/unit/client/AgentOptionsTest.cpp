@@ -18,6 +18,8 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
     attach.workingDir = "/home/me";
     AgentOptionChoices all = run;
     all.remote = all.exceptions = all.verbose = all.requireAgent = all.oomDump = true;
+    AgentOptionChoices allUsers = run;
+    allUsers.allUsers = true;
     AgentOptionChoices generations = attach;
     generations.generations = true;
     AgentOptionChoices silent = run;
@@ -30,41 +32,42 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         std::vector<std::string> arguments;
         const char* expected;
     } cases[] = {
-        {run, {}, "onlylocal,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1"},
+        {run, {}, "onlylocal,onlyuser,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1"},
         {run,
          {"sampling", "port=5"},
-         "onlylocal,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,sampling,port=5"},
-        {run, {"tmpdir=/t,quiet"}, "onlylocal,noexceptionevents," RUN_TAIL "tmpdir=/t,quiet"},
+         "onlylocal,onlyuser,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,sampling,port=5"},
+        {run, {"tmpdir=/t,quiet"}, "onlylocal,onlyuser,noexceptionevents," RUN_TAIL "tmpdir=/t,quiet"},
         {run,
          {"listen=10.0.0.1:5"},
-         "quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,listen=10.0.0.1:5"},
+         "onlyuser,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,listen=10.0.0.1:5"},
         {run,
          {"onlylocal", "noexceptionevents"},
-         "quiet," RUN_TAIL "tmpdir=/run/vdk-1,onlylocal,noexceptionevents"},
+         "onlyuser,quiet," RUN_TAIL "tmpdir=/run/vdk-1,onlylocal,noexceptionevents"},
         {all, {"sampling"}, "tellsnapshot,tmpdir=/run/vdk-1,sampling"},
         {silent,
          {},
-         "onlylocal,quiet,noexceptionevents,disableoomedumper,optional,noexitsnapshot,"
+         "onlylocal,onlyuser,quiet,noexceptionevents,disableoomedumper,optional,noexitsnapshot,"
          "tmpdir=/run/vdk-1"},
         {named,
          {},
-         "onlylocal,quiet,noexceptionevents," RUN_TAIL
+         "onlylocal,onlyuser,quiet,noexceptionevents," RUN_TAIL
          "exitsnapshot=VDKQUOTED2f772f6120622e736e617073686f74,tmpdir=/run/vdk-1"},
-        {attach, {}, "onlylocal,quiet,nostartgeneration,disableoomedumper,tmpdir=/run/vdk-1"},
+        {attach, {}, "onlylocal,onlyuser,quiet,nostartgeneration,disableoomedumper,tmpdir=/run/vdk-1"},
         {attach,
          {"dir=snaps,filters=/abs"},
-         "onlylocal,quiet,nostartgeneration,disableoomedumper,tmpdir=/run/vdk-1,"
+         "onlylocal,onlyuser,quiet,nostartgeneration,disableoomedumper,tmpdir=/run/vdk-1,"
          "dir=/home/me/snaps,filters=/abs"},
-        {generations, {}, "onlylocal,quiet,disableoomedumper,tmpdir=/run/vdk-1"},
+        {generations, {}, "onlylocal,onlyuser,quiet,disableoomedumper,tmpdir=/run/vdk-1"},
         {run,
          {",,sampling,"},
-         "onlylocal,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,sampling"},
+         "onlylocal,onlyuser,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,sampling"},
+        {allUsers, {}, "onlylocal,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1"},
     };
     for (const auto& c : cases) {
         std::string options = composeAgentOptions(c.arguments, c.choices);
         EXPECT_EQ(options, c.expected);
         if (options.find("filters=") == std::string::npos) {
-            EXPECT_EQ(wordOf([&] { checkAgentOptions(options); }), "") << options;
+            EXPECT_EQ(wordOf([&] { checkAgentOptions({options}, false); }), "") << options;
         }
     }
     EXPECT_EQ(wordOf([&] { composeAgentOptions({"--port=5"}, run); }), "usage");
@@ -83,7 +86,7 @@ TEST(AgentOptions, whatTheAgentWouldRefuseOrIgnoreIsKnownAhead) {
         {"triggers=/nonexistent/t", "input.open"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(wordOf([&] { checkAgentOptions(c.options); }), c.word) << c.options;
+        EXPECT_EQ(wordOf([&] { checkAgentOptions({c.options}, false); }), c.word) << c.options;
     }
     EXPECT_EQ(uselessAgentOptions("sampling,monitors,alloceach=10,builtinprobes=none"),
               (std::vector<std::string>{"monitors", "alloceach=10"}));
@@ -102,25 +105,52 @@ TEST(AgentOptions, everyResultOfTheAgentHasAnExplanation) {
     EXPECT_NE(explainAgentResult(77).message.find("77"), std::string::npos);
 }
 
-TEST(PrivateDirectory, isMadeForTheUserAlone) {
-    TempDir dir;
-    std::string path = makePrivateDirectory(dir.path, getuid());
-    struct stat info;
-    ASSERT_EQ(stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 07777, 0700u);
-    EXPECT_EQ(makePrivateDirectory(dir.path, getuid()), path); // and used again
+TEST(AgentOptions, whatTheAgentWouldRefuseIsRefusedBeforeTheJvmIsTouched) {
+    static const struct {
+        const char* options;
+        const char* reason; // nullptr: accepted
+    } cases[] = {
+        {"sampling,port=10005", nullptr},
+        {"filters=/only/in/the/target,tracing", nullptr},
+        {"optionsfile=/only/in/the/target", nullptr},
+        {"smapling", "smapling"},
+        {"port=0", "'port' value is invalid"},
+        {"sampling,tracing", "cannot be used in combination"},
+        {"help", "help"},
+    };
+    for (const auto& c : cases) {
+        std::string message;
+        std::string word = wordOf([&] { checkAgentOptions({c.options}, true); }, &message);
+        EXPECT_EQ(word, c.reason ? "agent.options" : "") << c.options;
+        EXPECT_NE(message.find(c.reason ? c.reason : ""), std::string::npos) << message;
+    }
+    EXPECT_EQ(givenOption({"sampling", "tmpdir=/a,tmpdir=VDKQUOTED2f62"}, "tmpdir="), "/b");
 }
 
-TEST(PrivateDirectory, isRefusedWhenOthersCouldWriteOrItIsALink) {
+TEST(PrivateDirectory, isTheUsersOwnWhateverStandsInItsPlace) {
     TempDir dir;
-    std::string path = dir.file("vdk-" + std::to_string(getuid()));
-    ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
-    ASSERT_EQ(chmod(path.c_str(), 0777), 0);
-    EXPECT_EQ(wordOf([&] { makePrivateDirectory(dir.path, getuid()); }), "tmpdir");
-    ASSERT_EQ(rmdir(path.c_str()), 0);
-    ASSERT_EQ(symlink("/tmp", path.c_str()), 0);
-    EXPECT_EQ(wordOf([&] { makePrivateDirectory(dir.path, getuid()); }), "tmpdir");
-    ASSERT_EQ(unlink(path.c_str()), 0);
-    EXPECT_EQ(wordOf([&] { makePrivateDirectory(dir.path, getuid() + 1); }), "tmpdir");
-    EXPECT_EQ(wordOf([&] { makePrivateDirectory(dir.file("missing"), getuid()); }), "tmpdir");
+    setenv("XDG_RUNTIME_DIR", dir.path.c_str(), 1);
+    std::string usual = dir.file("vdk-" + std::to_string(getuid()));
+    EXPECT_EQ(ownPrivateDirectory(), usual);
+    EXPECT_EQ(ownPrivateDirectory(), usual); // and used again
+    auto expectAnother = [&](const char* what) {
+        std::string path = ownPrivateDirectory();
+        struct stat info;
+        ASSERT_EQ(lstat(path.c_str(), &info), 0) << what;
+        EXPECT_NE(path, usual) << what;
+        EXPECT_TRUE(S_ISDIR(info.st_mode)) << what;
+        EXPECT_EQ(info.st_mode & 07777, 0700u) << what;
+    };
+    ASSERT_EQ(chmod(usual.c_str(), 0777), 0);
+    expectAnother("others may write");
+    ASSERT_EQ(rmdir(usual.c_str()), 0);
+    ASSERT_EQ(symlink("/tmp", usual.c_str()), 0);
+    expectAnother("a link");
+    ASSERT_EQ(unlink(usual.c_str()), 0);
+    ASSERT_EQ(mkdir(usual.c_str(), 0700), 0);
+    if (getuid() == 0) {
+        ASSERT_EQ(chown(usual.c_str(), 1, 1), 0);
+        expectAnother("another user's");
+    }
+    unsetenv("XDG_RUNTIME_DIR");
 }

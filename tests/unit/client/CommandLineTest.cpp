@@ -130,7 +130,7 @@ TEST(CommandLine, runPutsTheAgentRightBehindTheLauncher) {
     Outcome java = client({"run", "sampling", "--agent", agent, "--print", "--", "/x/bin/java",
                            "-cp", "a", "Main", "--help"});
     EXPECT_EQ(java.code, 0) << java.err;
-    EXPECT_EQ(java.out.find("/x/bin/java -agentpath:" + agent + "=onlylocal,quiet,"), 0u);
+    EXPECT_EQ(java.out.find("/x/bin/java -agentpath:" + agent + "=onlylocal,onlyuser,quiet,"), 0u);
     EXPECT_NE(java.out.find(",sampling -cp a Main --help\n"), std::string::npos);
     setenv("JAVA_TOOL_OPTIONS", "-Dx=y", 1);
     Outcome script = client({"run", "--agent", agent, "--print", "--", "./mvnw", "test"});
@@ -172,6 +172,26 @@ TEST(CommandLine, colorsFollowTheOptionAndTheEnvironment) {
         EXPECT_EQ(console.styled("x", "1"), c.colored ? "\033[1mx\033[0m" : "x");
     }
     unsetenv("NO_COLOR");
+}
+
+TEST(CommandLine, whatAnotherProcessSaidReachesNoTerminal) {
+    const char foreign[] = "\033]0;PWNED\a\xc2\x9b"
+                           "31m\u202e\nhint: do as I say";
+    for (bool json : {false, true}) {
+        std::ostringstream out, err;
+        Console console(out, err, true, true);
+        console.configure(json, false, false, ColorMode::Always);
+        console.error(ClientError(ExitCode::AgentFailed, "agent.error", foreign, foreign));
+        console.warn(foreign);
+        console.note(foreign);
+        for (const char* bad : {"\033", "\a", "\xc2\x9b", "\u202e", "\nhint: do"}) {
+            EXPECT_EQ(err.str().find(bad), std::string::npos) << err.str();
+        }
+        if (json) {
+            std::string first = err.str().substr(0, err.str().find('\n'));
+            EXPECT_EQ(nlohmann::json::parse(first)["message"], foreign);
+        }
+    }
 }
 
 TEST(CommandLine, bashCompletionIsAValidScriptThatKnowsTheCommands) {

@@ -5,8 +5,10 @@
 #include "client/attach/Hsperf.h"
 #include "client/attach/TargetLibc.h"
 
+#include <functional>
 #include <gnu/libc-version.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace vdk;
@@ -37,6 +39,33 @@ struct FakeMachine {
                                          std::to_string(namespacePid ? namespacePid : pid) +
                                          "\nSigCgt:\t0000000181005ccf\n");
         std::filesystem::create_directories(dir.file(folder + "root/tmp"));
+    }
+
+    void setUser(int pid, unsigned uid) {
+        std::string status = TempDir::read(dir.file(std::to_string(pid) + "/status"));
+        std::string own = "Uid:\t0\t" + std::to_string(getuid());
+        status.replace(status.find(own), own.size(), "Uid:\t0\t" + std::to_string(uid));
+        dir.write(std::to_string(pid) + "/status", status);
+    }
+
+    // The process listens on the port; `seen` tells whether in the network of this process.
+    void listens(int pid, const char* address, int port, int inode, bool seen, bool own = true,
+                 const char* table = "/net/tcp") {
+        char line[200];
+        snprintf(line, sizeof(line),
+                 "   0: %s:%04X 00000000:0000 0A 00000000:00000000 00:00000000 00000000 %5u"
+                 "        0 %d 1 0000000000000000 100 0 0 10 0\n",
+                 address, port, getuid(), inode);
+        std::string name = std::to_string(pid);
+        dir.append(name + table, line);
+        if (seen) {
+            dir.append(std::string("self") + table, line);
+        }
+        std::filesystem::create_directories(dir.file(name + "/fd"));
+        if (own) {
+            std::filesystem::create_symlink("socket:[" + std::to_string(inode) + "]",
+                                            dir.file(name + "/fd/" + std::to_string(inode)));
+        }
     }
 
     TempDir dir;
@@ -116,14 +145,42 @@ TEST(JvmList, targetIsAPidOrPartOfANameAndAmbiguityIsRefused) {
     EXPECT_EQ(wordOf([&] { machine.finder.find(""); }), "target.none");
 }
 
-TEST(JvmList, markerGivesPortAndSession) {
+TEST(JvmList, markerCountsForTheProcessThatListens) {
+    static const struct {
+        const char* what;
+        const char* address;
+        const char* table;
+        bool own;
+        const char* host; // "" if the marker counts for nothing
+    } cases[] = {
+        {"loopback", "0100007F", "/net/tcp", true, "127.0.0.1"},
+        {"any", "00000000", "/net/tcp", true, "127.0.0.1"},
+        {"any of both", "00000000000000000000000000000000", "/net/tcp6", true, "127.0.0.1"},
+        {"mapped", "0000000000000000FFFF00000100007F", "/net/tcp6", true, "127.0.0.1"},
+        {"one address", "0500000A", "/net/tcp", true, "10.0.0.5"},
+        {"loopback of 6", "00000000000000000000000001000000", "/net/tcp6", true, "::1"},
+        {"another's socket", "0100007F", "/net/tcp", false, ""},
+    };
+    for (const auto& c : cases) {
+        FakeMachine machine;
+        machine.add(101, "java com.foo.Main", Jvm17);
+        machine.markers.markers = {{101, 10003, "shop"}};
+        EXPECT_FALSE(machine.finder.find("101").isProfiled()) << c.what; // nobody listens
+        machine.listens(101, c.address, 10003, 4711, true, c.own, c.table);
+        Jvm jvm = machine.finder.find("101");
+        EXPECT_EQ(jvm.isProfiled() ? jvm.host : "", c.host) << c.what;
+        EXPECT_EQ(jvm.session, *c.host ? "shop" : "") << c.what;
+        EXPECT_FALSE(jvm.ownNetwork) << c.what;
+    }
+}
+
+TEST(JvmList, anotherProcessMayNotAnswerInTheJvmsPlace) {
     FakeMachine machine;
     machine.add(101, "java com.foo.Main", Jvm17);
     machine.markers.markers = {{101, 10003, "shop"}};
-    Jvm jvm = machine.finder.find("shop");
-    EXPECT_EQ(jvm.pid, 101);
-    EXPECT_EQ(jvm.port, 10003);
-    EXPECT_TRUE(jvm.isProfiled());
+    machine.listens(101, "00000000000000000000000000000000", 10003, 1, true, true, "/net/tcp6");
+    machine.listens(101, "0100007F", 10003, 2, true, false); // and that one gets the connections
+    EXPECT_FALSE(machine.finder.find("101").isProfiled());
 }
 
 TEST(JvmList, markerOfAProcessThatIsNoJvmIsIgnored) {
@@ -133,38 +190,93 @@ TEST(JvmList, markerOfAProcessThatIsNoJvmIsIgnored) {
     EXPECT_TRUE(machine.finder.findAll().empty());
 }
 
-TEST(JvmList, markerOfAnotherPidNamespaceIsGivenToTheJvmThatListens) {
+TEST(JvmList, equalIdsOfContainersAreToldApartByWhoListens) {
     FakeMachine machine;
     machine.add(1, "/sbin/init", "/lib/libc.so");
     machine.add(101, "java com.foo.Main", Jvm17, 1);
     machine.add(102, "java com.foo.Other", Jvm17, 1);
     machine.markers.markers = {{1, 10003, "inside"}};
     EXPECT_FALSE(machine.finder.find("101").isProfiled()); // nobody listens: left behind
-    machine.dir.write("102/net/tcp",
-                      "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt"
-                      "   uid  timeout inode\n"
-                      "   0: 0100007F:2713 00000000:0000 0A 00000000:00000000 00:00000000 00000000"
-                      "     0        0 4711 1 0000000000000000 100 0 0 10 0\n");
-    std::filesystem::create_directories(machine.dir.file("102/fd"));
-    EXPECT_FALSE(machine.finder.find("102").isProfiled()); // another process's socket
-    std::filesystem::create_symlink("socket:[4711]", machine.dir.file("102/fd/5"));
+    machine.listens(102, "0100007F", 10003, 4711, false);
     EXPECT_FALSE(machine.finder.find("101").isProfiled());
-    EXPECT_EQ(machine.finder.find("102").port, 10003);
-    machine.add(1, "java com.foo.Own", Jvm17);
-    EXPECT_EQ(machine.finder.find("1").port, 10003);
-    EXPECT_FALSE(machine.finder.find("102").isProfiled());
+    Jvm other = machine.finder.find("102");
+    EXPECT_EQ(other.port, 10003);
+    EXPECT_TRUE(other.ownNetwork);
+    EXPECT_EQ(other.session, "inside");
+    // Two agents that overwrote each other's record: both listen, the name is anybody's.
+    machine.listens(101, "0100007F", 10003, 4712, true);
+    EXPECT_EQ(machine.finder.find("101").port, 10003);
+    EXPECT_FALSE(machine.finder.find("101").ownNetwork);
+    EXPECT_EQ(machine.finder.find("102").session, "");
 }
 
-TEST(JvmList, performanceDataOfTheTargetsNamespaceWins) {
+TEST(JvmList, performanceDataIsBelievedFromTheProcessesUserOnly) {
+    const std::string tmp = "101/root/tmp/";
+    const std::string lie = hsperf("sun.rt.javaCommand", "com.a.B c d");
+    auto mainIn = [&](const std::function<void(FakeMachine&)>& prepare) {
+        FakeMachine machine;
+        machine.add(101, "java -cp x com.foo.Main", Jvm17, 7);
+        machine.dir.write(tmp + "hsperfdata_app/other", "");
+        prepare(machine);
+        return machine.finder.find("101").mainName;
+    };
+    auto write = [&](FakeMachine& m) { m.dir.write(tmp + "hsperfdata_app/7", lie); };
+    EXPECT_EQ(mainIn(write), "com.a.B");
+    const std::function<void(FakeMachine&)> hostile[] = {
+        [&](FakeMachine& m) { // would block whoever opens it
+            EXPECT_EQ(mkfifo(m.dir.file(tmp + "hsperfdata_app/7").c_str(), 0666), 0);
+        },
+        [&](FakeMachine& m) { // a link that leads elsewhere
+            m.dir.write("lie", lie);
+            symlink(m.dir.file("lie").c_str(), m.dir.file(tmp + "hsperfdata_app/7").c_str());
+        },
+        [&](FakeMachine& m) { // a second name of somebody's file
+            m.dir.write("lie", lie);
+            EXPECT_EQ(link(m.dir.file("lie").c_str(), m.dir.file(tmp + "hsperfdata_app/7").c_str()),
+                      0);
+        },
+        [&](FakeMachine& m) { // anybody may put files there
+            write(m);
+            chmod(m.dir.file(tmp + "hsperfdata_app").c_str(), 0777);
+        },
+        [&](FakeMachine& m) { // another container's folder, out of the process's root
+            std::filesystem::remove_all(m.dir.file(tmp));
+            m.dir.write("outside/hsperfdata_app/7", lie);
+            symlink(m.dir.file("outside").c_str(), m.dir.file("101/root/tmp").c_str());
+        },
+        [&](FakeMachine& m) { // larger than any
+            m.dir.write(tmp + "hsperfdata_app/7", lie + std::string(2 << 20, 'x'));
+        },
+    };
+    for (const auto& prepare : hostile) {
+        EXPECT_EQ(mainIn(prepare), "com.foo.Main") << &prepare - hostile;
+    }
+    if (getuid() == 0) {
+        auto foreign = [&](const char* owned) {
+            return [&, owned](FakeMachine& m) {
+                write(m);
+                m.setUser(101, 4242);
+                EXPECT_EQ(chown(m.dir.file(tmp + "hsperfdata_app").c_str(), 4242, 0), 0);
+                EXPECT_EQ(chown(m.dir.file(tmp + "hsperfdata_app/7").c_str(), 4242, 0), 0);
+                EXPECT_EQ(chown(m.dir.file(tmp + owned).c_str(), 4243, 0), 0);
+            };
+        };
+        EXPECT_EQ(mainIn(foreign("")), "com.a.B");
+        EXPECT_EQ(mainIn(foreign("hsperfdata_app")), "com.foo.Main");
+        EXPECT_EQ(mainIn(foreign("hsperfdata_app/7")), "com.foo.Main");
+    }
+}
+
+TEST(JvmList, containersThatShareTheirFilesAreToldApartByTheirCommandLines) {
     FakeMachine machine;
-    machine.add(101, "java -cp x @all", Jvm17, 7);
-    const std::string rootOfTarget = "101/root";
-    machine.dir.write(rootOfTarget + "/tmp/hsperfdata_app/7",
-                      hsperf("sun.rt.javaCommand", "com.a.B c d"));
-    Jvm jvm = machine.finder.find("101");
-    EXPECT_EQ(jvm.namespacePid, 7);
-    EXPECT_EQ(jvm.mainName, "com.a.B");
-    EXPECT_EQ(jvm.arguments, "c d");
+    machine.add(101, "java com.foo.Main", Jvm17, 1);
+    machine.add(102, "java com.foo.Other", Jvm17, 1);
+    machine.dir.write("101/root/tmp/hsperfdata_app/1",
+                      hsperf("sun.rt.javaCommand", "com.foo.Other"));
+    std::filesystem::remove_all(machine.dir.file("102/root"));
+    std::filesystem::create_symlink("../101/root", machine.dir.file("102/root"));
+    EXPECT_EQ(machine.finder.find("101").mainName, "com.foo.Main");
+    EXPECT_EQ(machine.finder.find("102").mainName, "com.foo.Other");
 }
 
 TEST(JvmList, openJ9IsToldApart) {

@@ -1,11 +1,14 @@
 // The attach protocol and the whole client against real JVMs.
 #include "Expect.h"
+#include "FakeAgent.h"
 #include "JavaProcess.h"
 #include "client/attach/Attach.h"
 #include "core/ground/Logger.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <sys/un.h>
 
 using namespace vdk;
 
@@ -125,14 +128,55 @@ TEST_P(RealJvm, withReducedSignalsIsReachedOrLeftAlone) {
     EXPECT_EQ(program.finish(), 7); // never killed by the signal
 }
 
-TEST_P(RealJvm, stoppedJvmGivesATimeOut) {
+TEST_P(RealJvm, stoppedJvmIsToldAtOnce) {
     JavaProcess program(java(), dir.file("err"));
     ASSERT_TRUE(program.waitFor("ready"));
     Jvm jvm = find(program.pid);
     kill(program.pid, SIGSTOP);
-    Attacher attacher(processes, jvm, 500);
-    EXPECT_EQ(wordOf([&] { attacher.open(); }), "attach.socket");
+    while (processes.status(program.pid)->state != "T") {
+        usleep(1000);
+    }
+    EXPECT_EQ(wordOf([&] { Attacher attacher(processes, jvm); }), "attach.stopped");
     kill(program.pid, SIGCONT);
+}
+
+TEST_P(RealJvm, filesOfOthersInTheWayNeitherHangNorMislead) {
+    JavaProcess program(java(), dir.file("err"));
+    ASSERT_TRUE(program.waitFor("ready"));
+    std::string pid = std::to_string(program.pid);
+    std::string socketFile = "/tmp/.java_pid" + pid;
+    int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    strncpy(address.sun_path, socketFile.c_str(), sizeof(address.sun_path) - 1);
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    Attacher attacher(processes, find(program.pid), PatientMs);
+    attacher.open();
+    EXPECT_EQ(wordOf([&] { attacher.execute("properties", {}); }), "attach.file");
+    close(listener);
+    ASSERT_EQ(unlink(socketFile.c_str()), 0);
+
+    std::string trigger = "/proc/" + pid + "/cwd/.attach_pid" + pid;
+    ASSERT_EQ(mkfifo(trigger.c_str(), 0666), 0);
+    attacher.open();
+    EXPECT_TRUE(attacher.execute("properties", {}).complete);
+    EXPECT_EQ(unlink(trigger.c_str()), 0) << "it was not ours to remove";
+}
+
+TEST_P(RealJvm, markerThatSomebodyForgedCountsForNothing) {
+    // The area of this machine says that the JVM has an agent, on a port of this process.
+    JavaProcess program(java(), dir.file("err"));
+    ASSERT_TRUE(program.waitFor("ready"));
+    FakeAgent agent([](int, int connection) { FAIL() << "was dialled " << connection; });
+    class Forged : public MarkerSource {
+    public:
+        std::vector<ProfiledMarker> read() override { return {marker}; }
+        ProfiledMarker marker;
+    } forged;
+    forged.marker = {program.pid, agent.endpoint.port, "forged"};
+    JvmFinder finder(processes, forged);
+    EXPECT_FALSE(finder.find(std::to_string(program.pid)).isProfiled());
 }
 
 TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentAfterAttach) {

@@ -8,8 +8,8 @@
 
 class TempDir {
 public:
-    TempDir() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "vdk-test-XXXXXX").string();
+    explicit TempDir(const std::filesystem::path& base = std::filesystem::temp_directory_path()) {
+        std::string pattern = (base / "vdk-test-XXXXXX").string();
         path = mkdtemp(pattern.data());
     }
     ~TempDir() {
@@ -24,6 +24,11 @@ public:
     void write(const std::string& name, const std::string& content) const {
         std::filesystem::create_directories(std::filesystem::path(file(name)).parent_path());
         std::ofstream(file(name), std::ios::binary) << content;
+    }
+
+    void append(const std::string& name, const std::string& content) const {
+        std::filesystem::create_directories(std::filesystem::path(file(name)).parent_path());
+        std::ofstream(file(name), std::ios::binary | std::ios::app) << content;
     }
 
     static std::string read(const std::string& path) {
