@@ -40,8 +40,12 @@ void throwIfEnded(int pid) {
 
 // A socket of the network in which the endpoint is.
 int newSocket(const Endpoint& endpoint, int family) {
-    if (!endpoint.network) {
+    auto make = [&] {
+        TargetCredentials user(endpoint.uid < 0 ? geteuid() : uid_t(endpoint.uid), getegid());
         return socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    };
+    if (!endpoint.network) {
+        return make();
     }
     NamespaceVisit visit("net", *endpoint.network);
     if (!visit.succeeded()) {
@@ -53,7 +57,7 @@ int newSocket(const Endpoint& endpoint, int family) {
             "run vdk as root, or `nsenter -t " + std::to_string(endpoint.pid) +
                 " -n vdk status :" + std::to_string(endpoint.port) + "`");
     }
-    return socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    return make();
 }
 
 int openSocket(const Endpoint& endpoint) {

@@ -18,6 +18,9 @@ struct Endpoint {
     int port = 0;
     // The network namespace of that host; none is this process's own.
     std::shared_ptr<Descriptor> network = nullptr;
+    // The user to connect as; -1 is this process's own. In a user namespace root of this machine is
+    // nobody whom an agent knows.
+    long uid = -1;
     // The process that listens there, if that is known: tells why nobody answers any more.
     int pid = 0;
 

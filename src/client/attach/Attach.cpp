@@ -40,22 +40,6 @@ int javaMajor(const std::string& version) {
 
 } // namespace
 
-TargetCredentials::TargetCredentials(uid_t uid, gid_t gid) {
-    if (geteuid() != 0 || (uid == 0 && gid == getegid())) {
-        return;
-    }
-    if (setegid(gid) != 0 || seteuid(uid) != 0) {
-        refuse("attach.uid", std::string("cannot become the target's user: ") + strerror(errno));
-    }
-    switched = true;
-}
-
-TargetCredentials::~TargetCredentials() {
-    if (switched && (seteuid(0) != 0 || setegid(getgid()) != 0)) {
-        _exit(static_cast<int>(ExitCode::AttachRefused));
-    }
-}
-
 Attacher::Attacher(const ProcFs& processes, const Jvm& jvm, int timeoutMs)
     : processes(processes), jvm(jvm), timeoutMs(timeoutMs) {
     auto found = processes.status(jvm.pid);
@@ -278,7 +262,9 @@ Descriptor Attacher::connectToSocket() const {
     if (result != 0) {
         int error = errno;
         refuse("attach.socket", "cannot connect to " + file + ": " + strerror(error),
-               error == ECONNREFUSED ? "the file is left over from an ended JVM: remove it" : "");
+               error == ECONNREFUSED || error == EACCES
+                   ? "the file is left over from an ended JVM, or another user's: remove it"
+                   : "");
     }
     ucred peer = {};
     socklen_t size = sizeof(peer);

@@ -8,6 +8,7 @@
 
 #include "client/attach/AttachProtocol.h"
 #include "client/attach/JvmList.h"
+#include "client/attach/Namespaces.h"
 #include "client/attach/ProcFs.h"
 #include "client/console/Descriptor.h"
 
@@ -15,19 +16,6 @@
 #include <vector>
 
 namespace vdk {
-
-// While it lives, file and socket operations of this process happen as the target's user. Does
-// nothing unless this process is root. Not for programs with several threads.
-class TargetCredentials {
-public:
-    TargetCredentials(uid_t uid, gid_t gid);
-    ~TargetCredentials();
-    TargetCredentials(const TargetCredentials&) = delete;
-    TargetCredentials& operator=(const TargetCredentials&) = delete;
-
-private:
-    bool switched = false;
-};
 
 class Attacher {
 public:

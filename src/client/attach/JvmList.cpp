@@ -218,8 +218,9 @@ std::string fromInside(const ProcFs& processes, const Jvm& jvm) {
     unsigned long users = processes.namespaceId(jvm.pid, "user");
     bool sameUsers = users == 0 || users == processes.ownNamespaceId("user");
     return "`nsenter -t " + std::to_string(jvm.pid) +
-           (sameUsers ? " -n" : " -U --preserve-credentials -n") +
-           " vdk status :" + std::to_string(jvm.port) + "`";
+           (sameUsers ? "" : " -U --preserve-credentials") +
+           (jvm.isProfiled() ? " -n vdk status :" + std::to_string(jvm.port) : " -n -i vdk list") +
+           "`";
 }
 
 static std::string listOf(const std::vector<Jvm>& jvms) {

@@ -53,7 +53,7 @@ struct Jvm {
     std::string shortName() const;
 };
 
-// A command line that reaches the agent of a JVM from within its network.
+// A command line that reaches, or finds, the agent of a JVM from within its namespaces.
 std::string fromInside(const ProcFs& processes, const Jvm& jvm);
 
 class JvmFinder {

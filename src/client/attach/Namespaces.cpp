@@ -3,6 +3,8 @@
 #include "client/console/Errors.h"
 #include "platform/Platform.h"
 
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <string>
 
@@ -16,6 +18,23 @@ NamespaceVisit::NamespaceVisit(const char* kind, const Descriptor& target)
 NamespaceVisit::~NamespaceVisit() {
     // Going on in the wrong namespace would mean working on somebody else's JVMs.
     if (entered && !Platform::enterNamespace(own.get())) {
+        _exit(static_cast<int>(ExitCode::AttachRefused));
+    }
+}
+
+TargetCredentials::TargetCredentials(uid_t uid, gid_t gid) {
+    if (geteuid() != 0 || (uid == 0 && gid == getegid())) {
+        return;
+    }
+    if (setegid(gid) != 0 || seteuid(uid) != 0) {
+        throw ClientError(ExitCode::AttachRefused, "attach.uid",
+                          std::string("cannot become the target's user: ") + strerror(errno));
+    }
+    switched = true;
+}
+
+TargetCredentials::~TargetCredentials() {
+    if (switched && (seteuid(0) != 0 || setegid(getgid()) != 0)) {
         _exit(static_cast<int>(ExitCode::AttachRefused));
     }
 }

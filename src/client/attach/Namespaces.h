@@ -1,7 +1,10 @@
-// Entering the namespaces of other processes, which the kernel allows to root only.
+// Acting as another process would, in its namespaces and as its user; the kernel allows that to
+// root only.
 #pragma once
 
 #include "client/console/Descriptor.h"
+
+#include <sys/types.h>
 
 namespace vdk {
 
@@ -19,6 +22,19 @@ public:
 private:
     Descriptor own;
     bool entered = false;
+};
+
+// While it lives, file and socket operations of this process happen as the target's user. Does
+// nothing unless this process is root. Not for programs with several threads.
+class TargetCredentials {
+public:
+    TargetCredentials(uid_t uid, gid_t gid);
+    ~TargetCredentials();
+    TargetCredentials(const TargetCredentials&) = delete;
+    TargetCredentials& operator=(const TargetCredentials&) = delete;
+
+private:
+    bool switched = false;
 };
 
 } // namespace vdk

@@ -141,7 +141,7 @@ void checkPort(const ProcFs& processes, const Jvm& jvm, const std::vector<std::s
                           "the JVM loaded the agent, but " + process +
                               " has shared memory of its own, which this user may not look at: "
                               "the agent's port is not known here",
-                          "run vdk as root, or where the process runs");
+                          "run vdk as root, or " + fromInside(processes, jvm));
     }
     throw ClientError(ExitCode::AgentFailed, "agent.port",
                       "the JVM said that it loaded the agent, but no agent in " + process +

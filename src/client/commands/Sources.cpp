@@ -21,7 +21,7 @@ static Endpoint endpointOf(const Machine& machine, const Jvm& jvm) {
         throw ClientError(ExitCode::NoTarget, "target.hidden",
                           process + " has shared memory of its own, which this user may not look "
                                     "at: an agent in it is not seen from here",
-                          "run vdk as root, or name the agent's address: host:port");
+                          "run vdk as root, or " + fromInside(machine.processes, jvm));
     }
     if (!jvm.isProfiled()) {
         throw ClientError(ExitCode::NoTarget, "target.unprofiled",
@@ -37,6 +37,10 @@ static Endpoint endpointOf(const Machine& machine, const Jvm& jvm) {
     endpoint.host = jvm.host;
     endpoint.port = jvm.port;
     endpoint.pid = jvm.pid;
+    unsigned long users = machine.processes.namespaceId(jvm.pid, "user");
+    if (geteuid() == 0 && users != 0 && users != machine.processes.ownNamespaceId("user")) {
+        endpoint.uid = jvm.uid;
+    }
     if (jvm.ownNetwork) {
         std::string path = machine.processes.path(jvm.pid, "ns/net");
         endpoint.network = std::make_shared<Descriptor>(open(path.c_str(), O_RDONLY | O_CLOEXEC));

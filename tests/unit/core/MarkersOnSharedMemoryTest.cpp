@@ -172,3 +172,24 @@ TEST_F(MarkersOnSharedMemoryTest, areaThatCannotBeHadLeavesTheProcessUnmarked) {
     EXPECT_STREQ("", none.getSessionName(getpid()).c_str());
     shmctl(tooSmall, IPC_RMID, nullptr);
 }
+
+TEST_F(MarkersOnSharedMemoryTest, clientReadsWithoutLockAndLeavesAllAsItIs) {
+    const int dead = deadPid();
+    fill(3, dead, 10001, 1); // of another pid namespace, as far as a client can know
+    memset(slot(3).sessionName, 'x', MarkerRecord::NAME_BYTES);
+    fill(4, getpid(), 0, 1);
+    fill(5, getpid(), 10002, 2);
+    fill(6, getpid(), 10003, 1);
+    fill(7, getpid(), 10004, 1);
+    int* word = static_cast<int*>(Platform::attachExistingSharedMemory(mutexKey, sizeof(int)));
+    ASSERT_NE(nullptr, word);
+    *word = getppid(); // kept by a living process
+    ZVector<MarkerRecord> found;
+    ASSERT_TRUE(readMarkers(1, &found, areaKey));
+    ASSERT_EQ(2, found.getSize());
+    EXPECT_EQ(dead, found[0].pid);
+    EXPECT_EQ(10003, found[1].port);
+    EXPECT_EQ(dead, slot(3).pid);
+    EXPECT_EQ(getppid(), *word);
+    EXPECT_FALSE(readMarkers(1, &found, ownSharedMemoryKey(2)));
+}
