@@ -55,16 +55,17 @@ struct StatusBit {
 };
 constexpr int64_t CPU_TIMES_BIT = 4;
 constexpr int64_t CPU_COUNTS_BIT = 8;
+// Only those of what this release does; the word has more.
 constexpr StatusBit StatusBits[] = {
-    {2, "allocations"}, {4, "cpu-times"},        {8, "cpu-counts"},        {32, "j2ee"},
-    {128, "monitors"},  {256, "internal-error"}, {512, "stack-telemetry"}, {1024, "exceptions"},
+    {4, "cpu-times"},
+    {8, "cpu-counts"},
+    {256, "internal-error"},
+    {512, "stack-telemetry"},
 };
 
-// Bits of the capability word.
-constexpr StatusBit CapabilityBits[] = {
-    {0x40, "tracing"}, {0x100, "allocation-recording"}, {0x400, "attached"},
-    {0x1000, "j2ee"},  {0x4000, "no-exception-events"}, {0x8000, "cannot-suspend"},
-};
+// Bits of the capability word, likewise.
+constexpr int64_t ATTACHED_BIT = 0x400;
+constexpr StatusBit CapabilityBits[] = {{0x40, "tracing"}};
 
 // Modes of CPU profiling.
 constexpr int64_t CPU_SAMPLING = 4;

@@ -1,3 +1,4 @@
+#include "client/agent/Protocol.h"
 #include "client/attach/AgentLibraryFile.h"
 #include "client/attach/AgentOptions.h"
 #include "client/attach/Attach.h"
@@ -149,6 +150,44 @@ void checkPort(const ProcFs& processes, const Jvm& jvm, const std::vector<std::s
                       "the agent's log says more: ~/.vdk/log/<pid>.log of the target's user");
 }
 
+// What can still be done with options for an agent that is there: switch on what they ask for.
+// Throws ClientError Refused "attach.present" for any other.
+void applyToPresent(const Jvm& jvm, const Arguments& arguments) {
+    std::string wanted, rest;
+    for (const std::string& argument : arguments.all("OPTION")) {
+        for (const std::string& option : split(argument, ',')) {
+            std::string& list = option == "sampling" || option == "tracing" ? wanted : rest;
+            list += (list.empty() || option.empty() ? "" : ",") + option;
+        }
+    }
+    std::string process = "process " + std::to_string(jvm.pid);
+    if (!rest.empty()) {
+        throw ClientError(ExitCode::Refused, "attach.present",
+                          "the agent is in " + process + " already and cannot be given " +
+                              printable(rest) + " any more",
+                          "options count when the agent is loaded; sampling and tracing can be "
+                          "switched on later");
+    }
+    if (wanted.empty()) {
+        return;
+    }
+    LiveAgent agent = connectAgent(std::to_string(jvm.pid), arguments);
+    bool on = (agent.status & protocol::CPU_TIMES_BIT) != 0;
+    bool traces = (agent.status & protocol::CPU_COUNTS_BIT) != 0;
+    if (on && traces != (wanted == "tracing")) {
+        throw ClientError(ExitCode::Refused, "cpu.on",
+                          std::string("CPU ") + (traces ? "tracing" : "sampling") + " is on in " +
+                              process,
+                          std::string("`vdk ") + (traces ? "trace" : "sample") + " stop " +
+                              std::to_string(jvm.pid) + "` ends it");
+    }
+    if (!on) {
+        agent.client.startCpuProfiling(wanted == "tracing" ? protocol::CPU_TRACING
+                                                           : protocol::CPU_SAMPLING,
+                                       std::nullopt, std::nullopt);
+    }
+}
+
 } // namespace
 
 int runAttach(Console& console, const Arguments& arguments) {
@@ -156,8 +195,8 @@ int runAttach(Console& console, const Arguments& arguments) {
     Jvm jvm = machine.finder.find(arguments.text("TARGET"));
     bool already = hasAgent(machine, jvm, int(arguments.durationMs("--timeout", 10000)));
     if (already) {
-        console.note("the agent is in process " + std::to_string(jvm.pid) +
-                     " already; its options stay as they are");
+        applyToPresent(jvm, arguments);
+        console.note("the agent is in process " + std::to_string(jvm.pid) + " already");
     } else {
         load(machine, jvm, arguments);
         jvm = waitForMarker(machine.finder, jvm);

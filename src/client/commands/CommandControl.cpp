@@ -8,9 +8,11 @@
 #include "client/console/Text.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <optional>
 #include <sstream>
+#include <unistd.h>
 
 namespace vdk {
 
@@ -63,7 +65,7 @@ std::optional<std::string> readSpec(const Arguments& arguments, const char* opti
     std::string path = arguments.text(option);
     auto text = readSmallFile(path, 16 << 20);
     if (!text) {
-        throw ClientError(ExitCode::BadInput, "input.open",
+        throw ClientError(ExitCode::Usage, "input.open",
                           "cannot read " + path + ": " + strerror(errno));
     }
     return text;
@@ -150,6 +152,8 @@ int runStatus(Console& console, const Arguments& arguments) {
     const AgentInfo& info = agent.info;
     std::vector<std::string> active = bitNames(protocol::StatusBits, agent.status);
     std::vector<std::string> able = bitNames(protocol::CapabilityBits, info.capabilities);
+    able.insert(able.begin(), "sampling");
+    const bool attached = (info.capabilities & protocol::ATTACHED_BIT) != 0;
     if (console.json) {
         JsonWriter json(console.out, true);
         beginDocument(json, "vdk.status/1").field("pid", info.pid);
@@ -160,6 +164,7 @@ int runStatus(Console& console, const Arguments& arguments) {
         writeNames(json, "active", active);
         json.field("capabilities", info.capabilities);
         writeNames(json, "capabilityNames", able);
+        json.field("attached", attached);
         json.field("sessionId", info.sessionId).field("hostId", info.hostId);
         json.field("snapshotDirectory", info.snapshotDirectory);
         json.field("telemetryLimit", info.telemetryLimit).endObject();
@@ -169,6 +174,8 @@ int runStatus(Console& console, const Arguments& arguments) {
     console.out << "process    " << info.pid << " (" << printable(info.sessionName) << ")\n"
                 << "agent      " << printable(info.product) << " on "
                 << agent.client.address().text() << "\n"
+                << "loaded     " << (attached ? "into the running JVM" : "at the JVM's start")
+                << "\n"
                 << "cpu        " << cpuMode(agent.status) << "\n"
                 << "active     " << (active.empty() ? "-" : join(active, ", ")) << "\n"
                 << "able to    " << (able.empty() ? "-" : join(able, ", ")) << "\n"
@@ -186,11 +193,30 @@ int runTrace(Console& console, const Arguments& arguments) {
                               {"vdk.trace/1", "tracing", protocol::CPU_TRACING});
 }
 
+// The JVM opens the file itself and would go on without it. Seen through the process's own root
+// folder, as far as this user may look there.
+static void checkFileOfTarget(const LiveAgent& agent, const std::string& path) {
+    if (path[0] != '/') {
+        throw ClientError(ExitCode::Usage, "usage",
+                          "--filter-file takes a whole path here: the JVM opens the file");
+    }
+    std::string host = agent.client.address().host;
+    bool local = host == "127.0.0.1" || host == "localhost" || host == "::1";
+    std::string root = ProcFs().inTarget(agent.info.pid, "/");
+    if (!local || access(root.c_str(), X_OK) != 0) {
+        return;
+    }
+    if (access((root + path).c_str(), F_OK) != 0 && errno == ENOENT) {
+        throw ClientError(ExitCode::Usage, "input.open", "the JVM sees no file " + printable(path));
+    }
+}
+
 int runRetransform(Console& console, const Arguments& arguments) {
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
     std::optional<std::string> filterFile;
     if (arguments.has("--filter-file")) {
         filterFile = arguments.text("--filter-file");
+        checkFileOfTarget(agent, *filterFile);
     }
     agent.client.retransformLoadedClasses(filterFile);
     writeDone(console, "vdk.retransform/1", agent, "classes retransformed");
@@ -201,24 +227,30 @@ int runClear(Console& console, const Arguments& arguments) {
     static const struct {
         const char* option;
         ProfilingData data;
-    } kinds[] = {
-        {"--cpu", ProfilingData::Cpu},
+    } unrecorded[] = {
         {"--monitors", ProfilingData::Monitors},
         {"--allocations", ProfilingData::Allocations},
         {"--exceptions", ProfilingData::Exceptions},
     };
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
-    bool any = arguments.has("--all");
-    for (const auto& kind : kinds) {
-        if (arguments.has("--all") || arguments.has(kind.option)) {
-            agent.client.clear(kind.data);
-            any = true;
+    bool onlyOthers = !arguments.has("--all") && !arguments.has("--cpu");
+    for (const auto& kind : unrecorded) {
+        if (arguments.has(kind.option)) {
+            console.warn(std::string(kind.option) +
+                         ": this release records no such data, there is nothing to clear");
+        } else if (!arguments.has("--all")) {
+            continue;
         }
+        agent.client.clear(kind.data);
     }
-    if (!any) {
-        agent.client.clear(ProfilingData::Cpu);
+    bool others = arguments.has("--monitors") || arguments.has("--allocations") ||
+                  arguments.has("--exceptions");
+    if (others && onlyOthers) {
+        writeDone(console, "vdk.clear/1", agent, "nothing cleared");
+        return 0;
     }
-    writeDone(console, "vdk.clear/1", agent, "data cleared");
+    agent.client.clear(ProfilingData::Cpu);
+    writeDone(console, "vdk.clear/1", agent, "CPU data cleared");
     return 0;
 }
 
@@ -269,12 +301,34 @@ int runGc(Console& console, const Arguments& arguments) {
     return 0;
 }
 
+// "values": what stands as "name= number" in the agent's text.
+static void writeStatistics(JsonWriter& json, const std::string& text) {
+    auto trimmed = [](std::string part) {
+        part.erase(0, part.find_first_not_of(" \t"));
+        part.erase(part.find_last_not_of(" \t\r") + 1);
+        return part;
+    };
+    json.key("values").beginObject();
+    for (const std::string& line : split(text, '\n')) {
+        size_t equals = line.rfind('=');
+        if (equals == std::string::npos) {
+            continue;
+        }
+        auto number = parseNumber(trimmed(line.substr(equals + 1)), LONG_MIN, LONG_MAX);
+        if (number) {
+            json.field(trimmed(line.substr(0, equals)), int64_t(*number));
+        }
+    }
+    json.endObject();
+}
+
 int runStats(Console& console, const Arguments& arguments) {
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
     std::string text = agent.client.statistics();
     if (console.json) {
         JsonWriter json(console.out, true);
         beginDocument(json, "vdk.stats/1").field("pid", agent.info.pid);
+        writeStatistics(json, text);
         json.field("text", text).endObject();
         console.out << "\n";
         return 0;

@@ -35,6 +35,9 @@ int runExport(Console& console, const Arguments& arguments) {
     std::string unit = arguments.text("--unit", "us");
     choices.unitNs = unit == "ns" ? 1 : unit == "us" ? 1000 : 1000000;
     choices.name = source.session;
+    if (console.json && path == "-") {
+        throw ClientError(ExitCode::Usage, "usage", "--json and --out - both want standard output");
+    }
     OutputFile file(path);
     if (speedscope) {
         writeSpeedscope(file.stream(), profile, choices);
@@ -43,6 +46,14 @@ int runExport(Console& console, const Arguments& arguments) {
     }
     std::streamoff size = file.size();
     file.commit();
+    if (console.json) {
+        JsonWriter json(console.out, true);
+        beginDocument(json, "vdk.export/1").field("source", source.name);
+        json.field("session", source.session).field("file", path);
+        json.field("form", speedscope ? "speedscope" : "collapsed");
+        json.field("totalNs", profile.totalNs()).field("bytes", int64_t(size)).endObject();
+        console.out << "\n";
+    }
     if (speedscope && size > SpeedscopeWarnBytes) {
         console.warn("the file has " + formatBytes(size) +
                      "; browsers may fail to open it: --filters on makes it smaller");

@@ -10,9 +10,12 @@
 #include <algorithm>
 #include <climits>
 #include <poll.h>
+#include <sstream>
 #include <unistd.h>
 
 namespace vdk {
+
+static std::string versionJson();
 
 namespace {
 
@@ -253,7 +256,8 @@ int dispatch(const std::vector<std::string>& words, Console& console) {
         return 0;
     }
     if (words[0] == "--version" || words[0] == "version") {
-        console.out << versionText();
+        bool json = std::find(words.begin(), words.end(), "--json") != words.end();
+        console.out << (json ? versionJson() : versionText());
         return 0;
     }
     // Known ahead, so that an error in the line is already told the way that was asked.
@@ -273,7 +277,7 @@ int dispatch(const std::vector<std::string>& words, Console& console) {
     ColorMode color = arguments.text("--color") == "always"  ? ColorMode::Always
                       : arguments.text("--color") == "never" ? ColorMode::Never
                                                              : ColorMode::Auto;
-    showSharedLog = arguments.has("--verbose");
+    showSharedLog = arguments.has("--verbose") && !arguments.has("--json");
     Logger::setSink(sharedLogLine);
     console.configure(arguments.has("--json"), arguments.has("--quiet"), arguments.has("--verbose"),
                       color);
@@ -322,8 +326,20 @@ const std::vector<std::pair<int, std::string>>& exitCodeTexts() {
     return texts;
 }
 
+// When this client was built, from its own sources; the stamp of the protocol and of the agent's
+// archive is a constant of the release.
+static const char BuildDate[] = __DATE__;
+
+static std::string versionJson() {
+    std::ostringstream text;
+    JsonWriter json(text, true);
+    beginDocument(json, "vdk.version/1").field("version", VDK_VERSION);
+    json.field("product", VDK_PRODUCT).field("built", BuildDate).endObject();
+    return text.str() + "\n";
+}
+
 std::string versionText() {
-    return std::string("vdk ") + VDK_VERSION + " (build " + VDK_BUILD_STAMP + ", " + VDK_PRODUCT +
+    return std::string("vdk ") + VDK_VERSION + " (" + VDK_PRODUCT + ", built " + BuildDate +
            ")\nprofiles JVMs of Java 6 and later; tested with 17 and 25\n";
 }
 
@@ -379,6 +395,7 @@ int runClient(const std::vector<std::string>& arguments, Console& console) {
     try {
         int code = dispatch(arguments, console);
         console.out.flush();
+        console.flushWarnings();
         if (!console.out) {
             throw ClientError(ExitCode::CannotWrite,
                               isReaderGone() ? "output.closed" : "output.write",

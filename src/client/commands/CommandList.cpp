@@ -27,6 +27,12 @@ int runList(Console& console, const Arguments& arguments) {
         console.out << "\n";
         return 0;
     }
+    if (arguments.has("--plain")) {
+        for (const Jvm& jvm : jvms) {
+            console.out << jvm.pid << "\t" << printable(jvm.shortName()) << "\n";
+        }
+        return 0;
+    }
     TextTable table({{"PID", TextTable::Right},
                      {"PORT", TextTable::Right},
                      {"SESSION"},

@@ -2,6 +2,7 @@
 #include "client/commands/Commands.h"
 #include "client/commands/Sources.h"
 #include "client/console/Text.h"
+#include "client/profile/GeneratedNames.h"
 #include "client/profile/Report.h"
 
 namespace vdk {
@@ -23,7 +24,11 @@ static std::string withoutCpuData(const DataSource& source) {
 int runReport(Console& console, const Arguments& arguments) {
     DataSource source = openData(arguments.text("SOURCE"), arguments, CpuTables);
     Profile profile = makeProfile(source.database());
+    if (!arguments.has("--raw-names")) {
+        mergeGeneratedNames(profile);
+    }
     ReportChoices choices;
+    choices.threads = size_t(arguments.number("--threads", 10));
     std::string show = arguments.text("--show", "all");
     choices.methods = show != "tree";
     choices.tree = show != "methods";

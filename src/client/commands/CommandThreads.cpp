@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <ctime>
 #include <map>
 #include <set>
 
@@ -137,6 +138,17 @@ std::vector<TelemetryLine> readTelemetry(DB& db, size_t last) {
     return lines;
 }
 
+// "14:03:59", of the day here.
+std::string clockTime(int64_t timeMs) {
+    time_t seconds = time_t(timeMs / 1000);
+    tm parts = {};
+    char text[16] = "";
+    if (localtime_r(&seconds, &parts)) {
+        strftime(text, sizeof(text), "%H:%M:%S", &parts);
+    }
+    return text;
+}
+
 } // namespace
 
 int runThreads(Console& console, const Arguments& arguments) {
@@ -189,6 +201,11 @@ int runTelemetry(Console& console, const Arguments& arguments) {
     std::vector<TelemetryLine> lines =
         readTelemetry(source.database(), size_t(arguments.number("--last", 20)));
     const std::set<int> unknown = unknownValues(source.database());
+    // The last record was made at the capture, or just now, give or take a period of telemetry.
+    int64_t lastMs = source.live ? int64_t(time(nullptr)) * 1000 : source.captureTimeMs;
+    auto timeOf = [&](const TelemetryLine& line) {
+        return lastMs - int64_t((lines.back().uptimeSeconds - line.uptimeSeconds) * 1000);
+    };
     if (lines.empty()) {
         console.note("no telemetry yet");
     }
@@ -219,7 +236,14 @@ int runTelemetry(Console& console, const Arguments& arguments) {
             for (const auto& field : fields) {
                 json.key(field.name);
                 unknown.count(field.index) ? json.nullValue() : json.value(values[field.index]);
+                std::string name = field.name;
+                if (endsWith(name, "Kb")) {
+                    json.key(name.substr(0, name.size() - 2) + "Bytes");
+                    unknown.count(field.index) ? json.nullValue()
+                                               : json.value(int64_t(values[field.index]) * 1024);
+                }
             }
+            json.field("timeMs", timeOf(line));
             json.key("cpuPercent");
             line.cpuPercent < 0 ? json.nullValue() : json.value(line.cpuPercent);
             json.endObject();
@@ -228,7 +252,8 @@ int runTelemetry(Console& console, const Arguments& arguments) {
         console.out << "\n";
         return 0;
     }
-    TextTable table({{"UPTIME", TextTable::Right},
+    TextTable table({{"TIME"},
+                     {"UPTIME", TextTable::Right},
                      {"HEAP", TextTable::Right},
                      {"COMMITTED", TextTable::Right},
                      {"NON-HEAP", TextTable::Right},
@@ -245,8 +270,9 @@ int runTelemetry(Console& console, const Arguments& arguments) {
         auto size = [&](int index) {
             return known(index, formatBytes(int64_t(values[index]) * 1024));
         };
-        table.add({formatNs(int64_t(line.uptimeSeconds * 1e9)), size(TELE_HEAP_MEMORY_USED_KB),
-                   size(TELE_HEAP_MEMORY_COMMITTED_KB), size(TELE_NON_HEAP_MEMORY_USED_KB),
+        table.add({clockTime(timeOf(line)), formatNs(int64_t(line.uptimeSeconds * 1e9)),
+                   size(TELE_HEAP_MEMORY_USED_KB), size(TELE_HEAP_MEMORY_COMMITTED_KB),
+                   size(TELE_NON_HEAP_MEMORY_USED_KB),
                    known(TELE_LOADED_CLASS_COUNT, std::to_string(values[TELE_LOADED_CLASS_COUNT])),
                    std::to_string(values[TELE_LIVE_THREAD_COUNT]),
                    known(TELE_GC_COLLECTION1_COUNT,

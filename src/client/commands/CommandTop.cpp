@@ -1,8 +1,10 @@
 #include "client/agent/Protocol.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Sources.h"
+#include "client/console/Screen.h"
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
+#include "client/profile/GeneratedNames.h"
 #include "client/profile/Report.h"
 
 #include <algorithm>
@@ -35,6 +37,7 @@ struct Moment {
 Moment look(DB& db, bool filters) {
     Moment moment;
     moment.profile = makeProfile(db);
+    mergeGeneratedNames(moment.profile);
     for (const HotMethod& method : hotMethods(makeCallTree(moment.profile, {filters, -1}))) {
         moment.methodOwn[method.method] = method.ownNs;
         moment.methodTotal[method.method] = method.totalNs;
@@ -116,7 +119,7 @@ private:
     void print(const Profile& profile, const TelemetryRecord* telemetry, double seconds) {
         size_t lines = top, nameWidth = 150;
         if (console.outIsTerminal) {
-            console.out << "\033[H\033[J"; // home, clear
+            console.out << Screen::Home;
             ScreenSize screen = screenSize(STDOUT_FILENO);
             size_t taken = WidthOfTimes + (profile.hasCounts ? WidthOfCalls : 0) + 3; // "..."
             nameWidth = std::clamp(size_t(screen.columns), taken + 10, taken + nameWidth) - taken;
@@ -257,7 +260,14 @@ int runTop(Console& console, const Arguments& arguments) {
     timespec start;
     clock_gettime(CLOCK_MONOTONIC, &start);
     // Who reads the output may have closed it.
-    while (console.out && (endless || left-- > 0) && sleepUnlessInterrupted(intervalMs)) {
+    Screen screen(console, endless);
+    if (screen.isOn()) {
+        console.out << Screen::Home << printable(agent.info.sessionName)
+                    << ": the first numbers come in " << formatLimit(int(intervalMs))
+                    << "; q ends\n"
+                    << std::flush;
+    }
+    while (console.out && (endless || left-- > 0) && screen.waitForNext(intervalMs)) {
         fetcher.fetch(TopTables);
         timespec now;
         clock_gettime(CLOCK_MONOTONIC, &now);

@@ -14,7 +14,12 @@ const OptionSpec Target = {"TARGET", ValueKind::Target, "the JVM", {}, true, fal
 const OptionSpec FileOrTarget = {
     "SOURCE", ValueKind::Source, "a snapshot file, or a JVM with the agent", {}, true, false, ""};
 const OptionSpec AgentOptions = {
-    "OPTION", ValueKind::Text, "agent options, such as sampling or port=10005", {}, false, true,
+    "OPTION",
+    ValueKind::Text,
+    "agent options, such as sampling or port=10005; `vdk help options` lists them",
+    {"sampling", "tracing", "port=", "sessionname=", "dir=", "filters=", "onexit=snapshot"},
+    false,
+    true,
     ""};
 const OptionSpec AgentPath = {"--agent", ValueKind::File,
                               "the agent library (default: beside vdk, or VDK_AGENT)"};
@@ -35,6 +40,10 @@ const OptionSpec Filters = {"--filters",
                             "charge filtered methods' time to their callers (default off)",
                             {"on", "off"}};
 
+#define FILTER_FILES                                                                               \
+    "A filter file has one pattern a line, * being any text: `java.*` leaves these classes out,\n" \
+    "`+java.util.*` leaves some of them in all the same, whatever the order; # begins a remark."
+
 // The one table of commands. A group of commands of its own, such as those on heap snapshots, has
 // its rows and its run functions (heap*.cpp) declared in Commands.h and listed here; help, shell
 // completion and checks follow from the row. docs/vdk.1 names each command and option, which a test
@@ -46,7 +55,8 @@ const std::vector<Command> Table = {
      "that\n"
      "processes map; JVMs of other users show only as far as the system lets this user look.",
      "vdk list\nvdk list --profiled --json",
-     {{"--profiled", ValueKind::None, "only those with an agent"}},
+     {{"--profiled", ValueKind::None, "only those with an agent"},
+      {"--plain", ValueKind::None, "process id and name alone, a tab between, for scripts"}},
      false,
      true,
      runList},
@@ -121,7 +131,7 @@ const std::vector<Command> Table = {
      runStatus},
     {"sample",
      "start or stop CPU sampling",
-     "Data of earlier sampling stays until `vdk clear`. The filter files hold one pattern a line.",
+     "Data of earlier sampling stays until `vdk clear`. " FILTER_FILES,
      "vdk sample start app.jar\nvdk sample stop app.jar",
      {{"ACTION", ValueKind::Choice, "what to do", {"start", "stop"}, true},
       Target,
@@ -135,7 +145,10 @@ const std::vector<Command> Table = {
      "start or stop CPU tracing: exact numbers of calls, and the time of each",
      "The first start in a process measures the cost of a traced call, which takes a second or "
      "two.\n"
-     "Data of earlier profiling stays until `vdk clear`. The filter files hold one pattern a line.",
+     "Data of earlier profiling stays until `vdk clear`. Without a filter file every method of "
+     "every\n"
+     "class is counted, which can slow a busy server down a hundred times; with one only what it "
+     "leaves in.\n" FILTER_FILES,
      "vdk trace start app.jar\nvdk trace stop app.jar",
      {{"ACTION", ValueKind::Choice, "what to do", {"start", "stop"}, true},
       Target,
@@ -159,7 +172,9 @@ const std::vector<Command> Table = {
      runRetransform},
     {"clear",
      "drop what was recorded",
-     "Without an option the CPU data.",
+     "Without an option the CPU data. This release records no monitors, allocations and "
+     "exceptions\n"
+     "yet, so there is nothing of them to clear.",
      "vdk clear app.jar\nvdk clear app.jar --all",
      {Target,
       {"--cpu", ValueKind::None, "CPU data"},
@@ -172,7 +187,8 @@ const std::vector<Command> Table = {
      runClear},
     {"top",
      "show hot methods and threads, refreshing",
-     "On a terminal until Ctrl-C; elsewhere once, or --count times. The numbers are those of the\n"
+     "On a terminal until q or Ctrl-C; elsewhere once, or --count times. The numbers are those of "
+     "the\n"
      "last interval; tracing adds the calls made in it. With --json one object a line.",
      "vdk top app.jar\nvdk top app.jar --sample --interval 5s\nvdk top app.jar --count 3 --json",
      {Target,
@@ -222,10 +238,11 @@ const std::vector<Command> Table = {
      "save what was measured to a file",
      "The JVM writes the file into its snapshot folder and its path is printed. With --out the "
      "file\n"
-     "is fetched as well and appears under that name when it is complete.",
+     "is fetched, appears under that name when it is complete, and leaves the snapshot folder.",
      "vdk snapshot app.jar\nvdk snapshot app.jar --out app.snapshot --compressed",
      {Target,
       Out,
+      {"--keep", ValueKind::None, "with --out: leave the JVM's own copy where it is"},
       {"--compressed", ValueKind::None, "fetch compressed"},
       {"--dir", ValueKind::Folder, "folder in the JVM's view, or \"public\""},
       {"--pattern", ValueKind::Text, "file name (default <sessionname>-<date>)"}},
@@ -241,11 +258,13 @@ const std::vector<Command> Table = {
      {FileOrTarget,
       {"--show", ValueKind::Choice, "sections (default all)", {"all", "methods", "tree"}},
       {"--top", ValueKind::Number, "methods to show (default 30)"},
-      {"--by-thread", ValueKind::None, "each thread by itself"},
+      {"--by-thread", ValueKind::None, "each thread by itself; those of a pool together"},
+      {"--threads", ValueKind::Number, "threads or pools to show, by CPU time (default 10)"},
       Filters,
       {"--min-percent", ValueKind::Number, "leave out smaller parts of the tree (default 1)"},
       {"--depth", ValueKind::Number, "levels of the tree to show (default 60)"},
-      {"--signatures", ValueKind::None, "show parameter types"}},
+      {"--signatures", ValueKind::None, "show parameter types"},
+      {"--raw-names", ValueKind::None, "keep the numbers of generated classes"}},
      false,
      true,
      runReport},
@@ -266,7 +285,7 @@ const std::vector<Command> Table = {
       {"--signatures", ValueKind::None, "parameter types in frame names"},
       {"--raw-names", ValueKind::None, "keep the numbers of generated classes"}},
      false,
-     false,
+     true,
      runExport},
     {"heap",
      "show what holds the memory in a heap dump or snapshot",

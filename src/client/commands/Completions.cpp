@@ -3,95 +3,160 @@
 #include "client/console/Text.h"
 
 #include <ostream>
+#include <set>
 
 namespace vdk {
 
 namespace {
 
-std::string optionWords(const Command& command) {
-    std::vector<std::string> words;
-    for (const OptionSpec& option : allOptions(command)) {
-        if (!option.isPositional()) {
-            words.push_back(option.name);
-        } else if (option.kind == ValueKind::Choice) {
-            words.insert(words.end(), option.choices.begin(), option.choices.end());
-        }
+// What stands behind a word of the command line: "file", "folder", "target", "source", "text", or
+// the choices with | between them.
+std::string kindWord(const OptionSpec& option) {
+    switch (option.kind) {
+    case ValueKind::File:
+        return "file";
+    case ValueKind::Folder:
+        return "folder";
+    case ValueKind::Target:
+        return "target";
+    case ValueKind::Source:
+        return "source";
+    default:
+        return option.choices.empty() ? "text" : join(option.choices, "|");
     }
-    return join(words, " ");
 }
 
-bool hasPositional(const Command& command, ValueKind kind) {
-    for (const OptionSpec& option : command.options) {
-        if (option.isPositional() && option.kind == kind) {
-            return true;
-        }
+std::vector<std::string> namesOf(const OptionSpec& option) {
+    std::vector<std::string> names = {option.name};
+    if (!option.shortName.empty()) {
+        names.push_back(option.shortName);
     }
-    return false;
+    return names;
 }
 
-std::string commandNames() {
+std::vector<std::string> commandNames() {
     std::vector<std::string> names;
     for (const Command& command : commands()) {
         names.push_back(command.name);
     }
-    return join(names, " ");
+    return names;
 }
 
-// Shell code that lists the process ids of the JVMs.
-const char TargetList[] = "vdk list 2>/dev/null | awk 'NR > 1 {print $1}'";
+// Names of all options that take a value, whatever the command.
+std::string valuedNames(const char* separator) {
+    std::set<std::string> names;
+    for (const Command& command : commands()) {
+        for (const OptionSpec& option : allOptions(command)) {
+            if (!option.isPositional() && option.kind != ValueKind::None) {
+                for (const std::string& name : namesOf(option)) {
+                    names.insert(name);
+                }
+            }
+        }
+    }
+    return join({names.begin(), names.end()}, separator);
+}
+
+const char BashHead[] = R"sh(# bash completion for vdk
+_vdk_offer() { # kind of word, what is there of it
+    local IFS=$'\n'
+    case $1 in
+    file) mapfile -t COMPREPLY < <(compgen -f -- "$2") ;;
+    folder) mapfile -t COMPREPLY < <(compgen -d -- "$2") ;;
+    target) mapfile -t COMPREPLY < <(compgen -W "$(_vdk_jvms)" -- "$2") ;;
+    source) mapfile -t COMPREPLY < <(compgen -f -W "$(_vdk_jvms)" -- "$2") ;;
+    program) mapfile -t COMPREPLY < <(compgen -c -f -- "$2") ;;
+    text) ;;
+    *) mapfile -t COMPREPLY < <(compgen -W "${1//|/$'\n'}" -- "$2") ;;
+    esac
+    # A name that is to go on.
+    [[ ${#COMPREPLY[@]} != 1 || ${COMPREPLY[0]} != *= ]] || compopt -o nospace 2>/dev/null
+}
+_vdk_jvms() {
+    vdk list --plain 2>/dev/null | tr '\t' '\n'
+}
+_vdk() {
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
+    local command=${COMP_WORDS[1]} options= word i index=0
+    local -a places=()
+    COMPREPLY=()
+    # The shell cuts "--option=value" into three words.
+    if [[ $current == = ]]; then
+        current=
+    elif [[ $previous == = && COMP_CWORD -gt 2 ]]; then
+        previous=${COMP_WORDS[COMP_CWORD-2]}
+    fi
+)sh";
+
+const char BashTail[] = R"sh(    for ((i = 2; i < COMP_CWORD; i++)); do
+        word=${COMP_WORDS[i]}
+        if [[ $word == -- ]]; then
+            [[ $i == $((COMP_CWORD - 1)) ]] && _vdk_offer program "$current" || _vdk_offer file "$current"
+            return
+        elif [[ $word == = ]]; then
+            i=$((i + 1))
+        elif [[ $word == -* ]]; then
+            [[ " $valued " == *" $word "* && ${COMP_WORDS[i+1]} != = ]] && i=$((i + 1))
+        else
+            index=$((index + 1))
+        fi
+    done
+    if [[ $current == -* ]]; then
+        _vdk_offer "$options" "$current"
+    elif ((index < ${#places[@]})); then
+        _vdk_offer "${places[index]}" "$current"
+    elif [[ -n $rest ]]; then
+        _vdk_offer "$rest" "$current"
+    fi
+}
+complete -o filenames -F _vdk vdk
+)sh";
 
 void writeBash(std::ostream& out) {
-    out << "# bash completion for vdk\n"
-           "_vdk() {\n"
-           "    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}\n"
-           "    local words= targets=no files=no\n"
-           "    COMPREPLY=()\n"
-           "    if [ \"$COMP_CWORD\" -eq 1 ]; then\n"
-           "        COMPREPLY=($(compgen -W "
-        << shellQuoted(commandNames() + " --help --version")
-        << " -- \"$current\"))\n"
-           "        return\n"
-           "    fi\n"
-           "    case \"${COMP_WORDS[1]} $previous\" in\n";
+    out << BashHead << "    local rest= valued=" << shellQuoted(valuedNames(" "))
+        << "\n    if ((COMP_CWORD == 1)); then\n        _vdk_offer "
+        << shellQuoted(join(commandNames(), "|") + "|help|--help|--version")
+        << " \"$current\"\n        return\n    fi\n    case \"$command $previous\" in\n";
     for (const Command& command : commands()) {
         for (const OptionSpec& option : allOptions(command)) {
             if (option.isPositional() || option.kind == ValueKind::None) {
                 continue;
             }
-            out << "        \"" << command.name << " " << option.name << "\") COMPREPLY=($(compgen "
-                << (option.kind == ValueKind::File ? std::string("-f")
-                                                   : "-W " + shellQuoted(join(option.choices, " ")))
-                << " -- \"$current\")); return ;;\n";
+            std::string patterns;
+            for (const std::string& name : namesOf(option)) {
+                patterns += (patterns.empty() ? "" : "|") + shellQuoted(command.name + " " + name);
+            }
+            out << "    " << patterns << ") _vdk_offer " << shellQuoted(kindWord(option))
+                << " \"$current\"; return ;;\n";
         }
     }
-    out << "    esac\n"
-           "    case ${COMP_WORDS[1]} in\n";
+    out << "    esac\n    case $command in\n    help) places=("
+        << shellQuoted(join(commandNames(), "|") + "|options|--man") << ") ;;\n";
     for (const Command& command : commands()) {
-        out << "        " << command.name << ") words=" << shellQuoted(optionWords(command))
-            << "; targets="
-            << (hasPositional(command, ValueKind::Source)   ? "yes; files=yes"
-                : hasPositional(command, ValueKind::Target) ? "yes"
-                : hasPositional(command, ValueKind::File)   ? "no; files=yes"
-                                                            : "no")
-            << " ;;\n";
+        std::vector<std::string> options;
+        std::string places, rest;
+        for (const OptionSpec& option : allOptions(command)) {
+            if (!option.isPositional()) {
+                for (const std::string& name : namesOf(option)) {
+                    options.push_back(name);
+                }
+            } else if (option.repeated) {
+                rest = kindWord(option);
+            } else {
+                places += (places.empty() ? "" : " ") + shellQuoted(kindWord(option));
+            }
+        }
+        out << "    " << command.name << ") options=" << shellQuoted(join(options, "|"))
+            << " places=(" << places << ") rest=" << shellQuoted(rest) << " ;;\n";
     }
-    out << "    esac\n"
-           "    if [ \"${current#-}\" = \"$current\" ]; then\n"
-           "        [ $targets = no ] || words=\"$words $("
-        << TargetList
-        << ")\"\n"
-           "        [ $files = no ] || COMPREPLY=($(compgen -f -- \"$current\"))\n"
-           "    fi\n"
-           "    COMPREPLY+=($(compgen -W \"$words\" -- \"$current\"))\n"
-           "}\n"
-           "complete -o filenames -F _vdk vdk\n";
+    out << "    esac\n" << BashTail;
 }
 
 // The text of a zsh specification: brackets and colons separate its parts.
 std::string zshText(const std::string& text) {
     std::string result;
     for (char c : text) {
-        if (c == '[' || c == ']' || c == ':') {
+        if (c == '[' || c == ']' || c == ':' || c == '\\') {
             result += '\\';
         }
         result += c;
@@ -99,79 +164,161 @@ std::string zshText(const std::string& text) {
     return result;
 }
 
-void writeZsh(std::ostream& out) {
-    out << "#compdef vdk\n"
-           "_vdk_targets() {\n"
-           "    local -a targets\n"
-           "    targets=(${(f)\"$("
-        << TargetList
-        << ")\"})\n"
-           "    _alternative \"targets:JVM:($targets)\" $@\n"
-           "}\n"
-           "_vdk_sources() {\n"
-           "    _vdk_targets 'files:file:_files'\n"
-           "}\n"
-           "_vdk() {\n"
-           "    local -a commands\n"
-           "    commands=(\n";
-    for (const Command& command : commands()) {
-        out << "        " << shellQuoted(command.name + ":" + zshText(command.summary)) << "\n";
+// ":message:action" for a value.
+std::string zshValue(const OptionSpec& option) {
+    switch (option.kind) {
+    case ValueKind::None:
+        return "";
+    case ValueKind::File:
+        return ":file:_files";
+    case ValueKind::Folder:
+        return ":folder:_files -/";
+    case ValueKind::Target:
+        return ":JVM:_vdk_targets";
+    case ValueKind::Source:
+        return ":snapshot or JVM:_vdk_sources";
+    default:
+        return option.choices.empty() ? ":value: " : ":value:(" + join(option.choices, " ") + ")";
     }
-    out << "    )\n"
-           "    if (( CURRENT == 2 )); then\n"
-           "        _describe command commands\n"
-           "        return\n"
-           "    fi\n"
-           "    local command=$words[2]\n"
-           "    shift words\n"
-           "    (( CURRENT-- ))\n"
-           "    case $command in\n";
+}
+
+const char ZshHead[] = R"sh(#compdef vdk
+_vdk_targets() {
+    local -a targets
+    targets=("${(@f)$(vdk list --plain 2>/dev/null | sed 's/:/\\:/g; s/\t/:/')}")
+    _describe -t targets JVM targets
+}
+_vdk_sources() {
+    _alternative 'targets:JVM:_vdk_targets' 'files:file:_files'
+}
+_vdk() {
+    local -a commands
+)sh";
+
+const char ZshMiddle[] = R"sh(    if (( CURRENT == 2 )); then
+        _describe command commands
+        return
+    fi
+    local command=$words[2]
+    local separator=${words[(i)--]}
+    if (( separator < CURRENT )); then
+        shift $separator words
+        (( CURRENT -= separator ))
+        _normal
+        return
+    fi
+    shift words
+    (( CURRENT-- ))
+    case $command in
+    help) _arguments '1:command:_vdk_topics' ;;
+)sh";
+
+void writeZsh(std::ostream& out) {
+    out << ZshHead << "    commands=(\n";
+    for (const Command& command : commands()) {
+        out << "        " << shellQuoted(zshText(command.name) + ":" + command.summary) << "\n";
+    }
+    out << "        'help:tell more about a command'\n    )\n" << ZshMiddle;
     for (const Command& command : commands()) {
         out << "    " << command.name << ") _arguments";
+        int place = 1;
         for (const OptionSpec& option : allOptions(command)) {
-            std::string value = option.kind == ValueKind::File     ? ":file:_files"
-                                : option.kind == ValueKind::Target ? ":target:_vdk_targets"
-                                : option.kind == ValueKind::Source ? ":source:_vdk_sources"
-                                : option.kind == ValueKind::Choice
-                                    ? ":value:(" + join(option.choices, " ") + ")"
-                                : option.kind == ValueKind::None ? ""
-                                                                 : ":value:";
-            std::string spec = option.isPositional()
-                                   ? (option.repeated ? "*" : "") + value
-                                   : option.name + "[" + zshText(option.help) + "]" + value;
-            out << " \\\n        " << shellQuoted(spec);
+            std::string spec;
+            if (option.isPositional()) {
+                spec = (option.repeated ? "*" : std::to_string(place++)) + zshValue(option);
+                out << " \\\n        " << shellQuoted(spec);
+                continue;
+            }
+            std::string help = "[" + zshText(option.help) + "]" + zshValue(option);
+            bool valued = option.kind != ValueKind::None;
+            out << " \\\n        " << shellQuoted(option.name + (valued ? "=" : "") + help);
+            if (!option.shortName.empty()) {
+                out << " \\\n        "
+                    << shellQuoted(option.shortName + (valued ? "+" : "") + help);
+            }
         }
         out << " ;;\n";
     }
-    out << "    esac\n"
-           "}\n"
-           "_vdk \"$@\"\n";
+    out << "    esac\n}\n_vdk_topics() {\n    local -a topics\n    topics=("
+        << join(commandNames(), " ") << " options --man)\n    compadd -a topics\n}\n_vdk \"$@\"\n";
+}
+
+const char FishHead[] = R"sh(# fish completion for vdk
+function __vdk_at --argument-names command place # true where that place of the command is typed
+    set -l words (commandline -opc)
+    test (count $words) -ge 2; and test "$words[2]" = $command; or return 1
+    set -e words[1 2]
+    set -l count 0
+    set -l skip no
+    for word in $words
+        if test $skip = yes
+            set skip no
+        else if test "$word" = --
+            return 1
+        else if contains -- $word $__vdk_valued
+            set skip yes
+        else if not string match -q -- '-*' $word
+            set count (math $count + 1)
+        end
+    end
+    test $skip = no; or return 1
+    if test $place = rest
+        test $count -ge $argv[3]
+    else
+        test $count -eq $place
+    end
+end
+function __vdk_targets
+    vdk list --plain 2>/dev/null
+end
+complete -c vdk -f
+complete -c vdk -n __fish_use_subcommand -a help -d 'tell more about a command'
+complete -c vdk -n 'contains -- -- (commandline -opc)' -a '(__fish_complete_subcommand)'
+)sh";
+
+void writeFishOption(std::ostream& out, const Command& command, const OptionSpec& option) {
+    out << "complete -c vdk -n " << shellQuoted("__fish_seen_subcommand_from " + command.name)
+        << " -l " << option.name.substr(2)
+        << (option.shortName.empty() ? "" : " -s " + option.shortName.substr(1)) << " -d "
+        << shellQuoted(option.help);
+    if (!option.choices.empty()) {
+        out << " -x -a " << shellQuoted(join(option.choices, " "));
+    } else if (option.kind == ValueKind::File) {
+        out << " -r -F";
+    } else if (option.kind == ValueKind::Folder) {
+        out << " -x -a '(__fish_complete_directories)'";
+    } else if (option.kind != ValueKind::None) {
+        out << " -x";
+    }
+    out << "\n";
 }
 
 void writeFish(std::ostream& out) {
-    out << "# fish completion for vdk\n"
-           "complete -c vdk -n __fish_use_subcommand -f\n";
+    out << "set -g __vdk_valued " << valuedNames(" ") << "\n" << FishHead;
+    out << "complete -c vdk -n '__vdk_at help 0' -a "
+        << shellQuoted(join(commandNames(), " ") + " options --man") << "\n";
     for (const Command& command : commands()) {
         out << "complete -c vdk -n __fish_use_subcommand -a " << command.name << " -d "
             << shellQuoted(command.summary) << "\n";
-        std::string when = shellQuoted("__fish_seen_subcommand_from " + command.name);
+        int place = 0;
         for (const OptionSpec& option : allOptions(command)) {
-            out << "complete -c vdk -n " << when;
-            if (option.isPositional()) {
-                if (option.kind == ValueKind::Choice) {
-                    out << " -f -a " << shellQuoted(join(option.choices, " "));
-                } else if (option.kind == ValueKind::Target || option.kind == ValueKind::Source) {
-                    out << (option.kind == ValueKind::Target ? " -f -a " : " -a ")
-                        << shellQuoted(std::string("(") + TargetList + ")");
-                }
-                out << "\n";
+            if (!option.isPositional()) {
+                writeFishOption(out, command, option);
                 continue;
             }
-            out << " -l " << option.name.substr(2) << " -d " << shellQuoted(option.help);
-            if (option.kind == ValueKind::Choice) {
-                out << " -x -a " << shellQuoted(join(option.choices, " "));
-            } else if (option.kind != ValueKind::None) {
-                out << (option.kind == ValueKind::File ? " -r" : " -x");
+            std::string at =
+                "__vdk_at " + command.name + " " +
+                (option.repeated ? "rest " + std::to_string(place) : std::to_string(place));
+            place++;
+            out << "complete -c vdk -n " << shellQuoted(at);
+            bool isJvm = option.kind == ValueKind::Target || option.kind == ValueKind::Source;
+            if (isJvm) {
+                out << " -a '(__vdk_targets)'";
+            } else if (!option.choices.empty()) {
+                out << " -a " << shellQuoted(join(option.choices, " "));
+            }
+            if (option.kind == ValueKind::File || option.kind == ValueKind::Source) {
+                out << " -F";
             }
             out << "\n";
         }

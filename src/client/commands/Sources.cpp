@@ -6,6 +6,7 @@
 #include "client/profile/Profile.h"
 #include "db/SnapshotReader.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -68,10 +69,21 @@ LiveAgent connectAgent(const Machine& machine, const Jvm& jvm, int timeoutMs) {
     return agent;
 }
 
+// True for "host:99999": an address, but for its number.
+static bool namesPort(const std::string& target) {
+    size_t colon = target.rfind(':');
+    return colon != std::string::npos && colon + 1 < target.size() &&
+           target.find_first_not_of("0123456789", colon + 1) == std::string::npos;
+}
+
 LiveAgent connectAgent(const std::string& target, const Arguments& arguments) {
     int timeoutMs = int(arguments.durationMs("--timeout", 15000));
     Endpoint endpoint;
     if (!parseEndpoint(target, endpoint)) {
+        if (namesPort(target)) {
+            throw ClientError(ExitCode::Usage, "usage",
+                              "'" + printable(target) + "' has no port from 1 to 65535");
+        }
         Machine machine;
         return connectAgent(machine, machine.finder.find(target), timeoutMs);
     }
@@ -88,6 +100,14 @@ bool namesFile(const std::string& text) {
     return text.find('/') != std::string::npos || endsWith(text, ".snapshot");
 }
 
+// By its first bytes: a dump in the HPROF format, or anything in gzip form, as dumps are.
+static bool isHeapDump(int descriptor) {
+    char head[12] = {};
+    ssize_t count = pread(descriptor, head, sizeof(head), 0);
+    std::string_view text(head, size_t(std::max<ssize_t>(count, 0)));
+    return startsWith(text, "JAVA PROFILE") || startsWith(text, "\x1f\x8b");
+}
+
 static DataSource openSnapshot(const std::string& path) {
     int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     struct stat info;
@@ -97,8 +117,14 @@ static DataSource openSnapshot(const std::string& path) {
         errno = EISDIR;
     }
     if (descriptor < 0) {
-        throw ClientError(ExitCode::BadInput, "snapshot.open",
+        throw ClientError(ExitCode::Usage, "input.open",
                           "cannot open " + path + ": " + strerror(errno));
+    }
+    if (isHeapDump(descriptor)) {
+        close(descriptor);
+        throw ClientError(ExitCode::BadInput, "snapshot.heapdump",
+                          path + " is a heap dump, which has no CPU data",
+                          "`vdk heap " + shellWord(path) + "` tells what is in it");
     }
     DataSource source;
     source.name = path;

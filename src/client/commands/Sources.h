@@ -48,8 +48,8 @@ struct DataSource {
 bool namesFile(const std::string& text);
 
 // Reads a performance snapshot, or the tables in the mask from a live agent. Throws ClientError
-// BadInput "snapshot.data" with table, row and field for a damaged file, "snapshot.open" for one
-// that cannot be opened.
+// BadInput "snapshot.data" with table, row and field for a damaged file, Usage "input.open" for one
+// that cannot be opened, "snapshot.heapdump" for a heap dump.
 DataSource openData(const std::string& fileOrTarget, const Arguments& arguments, int mask);
 
 // Tables that CPU reports read.

@@ -3,10 +3,14 @@
 #include "client/console/Text.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstdint>
 #include <cstdlib>
+#include <locale.h>
 #include <sstream>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <wchar.h>
 
 namespace vdk {
 
@@ -22,12 +26,16 @@ void Console::configure(bool jsonWanted, bool quietWanted, bool verboseWanted, C
 }
 
 void Console::note(const std::string& text) {
-    if (!quiet) {
+    if (!quiet && !json) {
         err << printableLines(text) << "\n" << std::flush;
     }
 }
 
 void Console::warn(const std::string& text) {
+    if (json) {
+        warnings.push_back(text);
+        return;
+    }
     err << "vdk: " << printableLines(text) << "\n" << std::flush;
 }
 
@@ -37,7 +45,15 @@ void Console::error(const ClientError& problem) {
         JsonWriter writer(text, false);
         beginDocument(writer, "vdk.error/1");
         writer.field("code", int(problem.code)).field("word", problem.word);
-        writer.field("message", problem.what()).field("hint", problem.hint).endObject();
+        writer.field("message", problem.what()).field("hint", problem.hint);
+        if (!warnings.empty()) {
+            writer.key("warnings").beginArray();
+            for (const std::string& warning : warnings) {
+                writer.value(warning);
+            }
+            writer.endArray();
+        }
+        writer.endObject();
         err << text.str() << "\n" << std::flush;
         return;
     }
@@ -46,6 +62,16 @@ void Console::error(const ClientError& problem) {
         err << "hint: " << printableLines(problem.hint) << "\n";
     }
     err << std::flush;
+}
+
+void Console::flushWarnings() {
+    for (const std::string& warning : warnings) {
+        std::ostringstream text;
+        JsonWriter writer(text, false);
+        beginDocument(writer, "vdk.warning/1").field("message", warning).endObject();
+        err << text.str() << "\n" << std::flush;
+    }
+    warnings.clear();
 }
 
 std::string Console::styled(const std::string& text, const char* code) const {
@@ -69,38 +95,108 @@ ProgressBar::~ProgressBar() {
     }
 }
 
-void ProgressBar::update(int percent) {
+void ProgressBar::show(int percent, const std::string& remark) {
     percent = std::clamp(percent, 0, 100);
-    if (!console.showsProgress() || percent == shown) {
+    if (!console.showsProgress() || (percent == shown && remark == shownRemark)) {
         return;
     }
     shown = percent;
-    int width = std::clamp(screenSize(STDERR_FILENO).columns - int(label.size()) - 10, 10, 50);
+    shownRemark = remark;
+    int room = screenSize(STDERR_FILENO).columns;
+    int width = std::clamp(room - int(label.size()) - 10, 10, 50);
     int filled = width * percent / 100;
-    console.err << "\r" << label << " [" << std::string(size_t(filled), '#')
-                << std::string(size_t(width - filled), ' ') << "] " << percent << "%" << std::flush;
+    std::string line = label + " [" + std::string(size_t(filled), '#') +
+                       std::string(size_t(width - filled), '.') + "] " + std::to_string(percent) +
+                       "%" + (remark.empty() ? "" : ", " + remark);
+    // A line that wraps could not be written over.
+    line.resize(std::min(line.size(), size_t(room - 1)));
+    console.err << "\r" << line << "\033[K" << std::flush;
 }
 
-// Characters that the text takes on a terminal, near enough: UTF-8 sequences count once.
-static size_t displayWidth(const std::string& text) {
-    return size_t(std::count_if(text.begin(), text.end(),
-                                [](unsigned char c) { return (c & 0xc0) != 0x80; }));
+// Calls visit(columns, end) for each character of the text: what it takes on a terminal, and the
+// position behind it. Widths are those of the system's tables.
+template <typename Visitor>
+static void eachCharacter(const std::string& text, Visitor visit) {
+    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    locale_t former = utf8 ? uselocale(utf8) : locale_t();
+    mbstate_t state = {};
+    for (size_t at = 0; at < text.size();) {
+        wchar_t character = 0;
+        size_t length = mbrtowc(&character, text.data() + at, text.size() - at, &state);
+        if (length == 0 || length > text.size()) {
+            state = {};
+            length = 1;
+            character = L'?';
+        }
+        at += length;
+        if (!visit(size_t(std::max(wcwidth(character), 0)), at)) {
+            break;
+        }
+    }
+    if (utf8) {
+        uselocale(former);
+    }
+}
+
+size_t displayWidth(const std::string& text) {
+    size_t width = 0;
+    eachCharacter(text, [&](size_t columns, size_t) {
+        width += columns;
+        return true;
+    });
+    return width;
+}
+
+std::string fitted(const std::string& text, size_t columns) {
+    if (displayWidth(text) <= columns) {
+        return text;
+    }
+    size_t width = 0, keep = 0, dots = std::min<size_t>(columns, 3);
+    eachCharacter(text, [&](size_t wide, size_t end) {
+        width += wide;
+        keep = width <= columns - dots ? end : keep;
+        return width <= columns;
+    });
+    return text.substr(0, keep) + std::string(dots, '.');
+}
+
+// The widest column of texts gives way first; none gets too narrow to tell anything.
+std::vector<size_t> TextTable::columnWidths(size_t room) const {
+    const size_t least = 12;
+    std::vector<size_t> widths;
+    size_t sum = 2 * (columns.size() - 1);
+    for (size_t i = 0; i < columns.size(); i++) {
+        size_t width = displayWidth(columns[i].title);
+        for (const auto& row : rows) {
+            width = std::max(width, displayWidth(row[i]));
+        }
+        widths.push_back(width);
+        sum += width;
+    }
+    while (sum > room) {
+        size_t widest = columns.size();
+        for (size_t i = 0; i < columns.size(); i++) {
+            bool gives = columns[i].align == Left && widths[i] > least;
+            if (gives && (widest == columns.size() || widths[i] > widths[widest])) {
+                widest = i;
+            }
+        }
+        if (widest == columns.size()) {
+            break;
+        }
+        widths[widest]--;
+        sum--;
+    }
+    return widths;
 }
 
 void TextTable::print(Console& console) const {
-    std::vector<size_t> widths;
-    for (const Column& column : columns) {
-        widths.push_back(displayWidth(column.title));
-    }
-    for (const auto& row : rows) {
-        for (size_t i = 0; i < row.size(); i++) {
-            widths[i] = std::max(widths[i], displayWidth(row[i]));
-        }
-    }
+    std::vector<size_t> widths =
+        columnWidths(console.outIsTerminal ? size_t(screenSize(STDOUT_FILENO).columns) : SIZE_MAX);
     auto line = [&](auto cell) {
         std::string text;
         for (size_t i = 0; i < columns.size(); i++) {
-            std::string content = cell(i);
+            std::string content = fitted(cell(i), widths[i]);
             std::string padding(widths[i] - std::min(widths[i], displayWidth(content)), ' ');
             bool last = i + 1 == columns.size();
             if (columns[i].align == Right) {
@@ -113,7 +209,13 @@ void TextTable::print(Console& console) const {
         text.erase(text.find_last_not_of(' ') + 1);
         return text;
     };
-    console.out << console.styled(line([&](size_t i) { return columns[i].title; }), "1") << "\n";
+    auto title = [&](size_t i) {
+        std::string text = columns[i].title;
+        std::transform(text.begin(), text.end(), text.begin(),
+                       [](unsigned char c) { return char(toupper(c)); });
+        return text;
+    };
+    console.out << console.styled(line(title), "1") << "\n";
     for (const auto& row : rows) {
         console.out << line([&](size_t i) { return row[i]; }) << "\n";
     }

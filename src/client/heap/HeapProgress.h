@@ -5,6 +5,7 @@
 #include "offline/AnalysisProgress.h"
 
 #include <chrono>
+#include <optional>
 #include <string>
 
 namespace vdk {
@@ -12,19 +13,16 @@ namespace vdk {
 class HeapProgress : public AnalysisProgress {
 public:
     explicit HeapProgress(Console& console) : console(console) {}
-    ~HeapProgress() override;
 
     // False once the user has pressed Ctrl-C.
     bool proceed(const char* phase, long done, long total) override;
 
 private:
-    void show(long percent, double secondsLeft);
-
     Console& console;
+    std::optional<ProgressBar> bar; // of the phase
     std::string phase;
     std::chrono::steady_clock::time_point phaseStart;
     std::chrono::steady_clock::time_point lastShown;
-    size_t shownWidth = 0;
 };
 
 } // namespace vdk

@@ -13,7 +13,10 @@
 #include "offline/Reachability.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <new>
+#include <unistd.h>
 
 namespace vdk {
 
@@ -97,6 +100,10 @@ HeapSession::HeapSession(Console& console, const HeapOptions& options, bool anal
 HeapSession::~HeapSession() = default;
 
 void HeapSession::open(bool analyze) {
+    if (access(options.file.c_str(), R_OK) != 0) {
+        throw ClientError(ExitCode::Usage, "input.open",
+                          "cannot open " + options.file + ": " + strerror(errno));
+    }
     HeapProgress progress(console);
     auto file = std::make_shared<MappedFile>(options.file, options.temporaryDir);
     if (!options.index.empty() && analyze) {

@@ -30,7 +30,7 @@ public:
         tree.nodes.resize(1);
         nodeOfFrame[0] = 0;
         for (const Charge& charge : profile.charges) {
-            if (choices.thread >= 0 && charge.thread != choices.thread) {
+            if (!isChosen(charge.thread)) {
                 continue;
             }
             if (!isLinked(charge.frame)) {
@@ -51,6 +51,14 @@ public:
 
 private:
     static constexpr int Unknown = -2;
+
+    bool isChosen(int thread) const {
+        if (!choices.threads.empty()) {
+            return std::find(choices.threads.begin(), choices.threads.end(), thread) !=
+                   choices.threads.end();
+        }
+        return choices.thread < 0 || thread == choices.thread;
+    }
 
     bool isShown(int frame) const {
         const ProfileMethod& method = profile.methods[size_t(profile.frames[size_t(frame)].method)];

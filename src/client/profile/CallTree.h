@@ -31,7 +31,8 @@ struct CallTree {
 
 struct CallTreeChoices {
     bool filters = false;
-    int thread = -1; // index of Profile::threads, -1 for all
+    int thread = -1;               // index of Profile::threads, -1 for all
+    std::vector<int> threads = {}; // several of them; empty leaves it to `thread`
 };
 
 CallTree makeCallTree(const Profile& profile, const CallTreeChoices& choices);

@@ -2,35 +2,16 @@
 
 #include "client/console/Json.h"
 #include "client/console/Text.h"
+#include "client/profile/GeneratedNames.h"
 #include "client/profile/TreeWalk.h"
 #include "core/ground/Version.h"
 
 #include <algorithm>
-#include <cctype>
 #include <map>
 
 namespace vdk {
 
 namespace {
-
-// Position behind the digits (hexadecimal ones on demand) from `at` on.
-size_t skipDigits(const std::string& text, size_t at, bool hexadecimal) {
-    while (at < text.size() && (hexadecimal ? std::isxdigit(static_cast<unsigned char>(text[at]))
-                                            : std::isdigit(static_cast<unsigned char>(text[at])))) {
-        at++;
-    }
-    return at;
-}
-
-// Takes out an address such as "/0x00007f12ab" or "+0x1f"; in live names it stands behind a dot.
-void removeAddresses(std::string& name) {
-    for (const char* mark : {"/0x", "+0x", ".0x"}) {
-        size_t at;
-        while ((at = name.find(mark)) != std::string::npos) {
-            name.erase(at, skipDigits(name, at + 3, true) - at);
-        }
-    }
-}
 
 // A text fit for a collapsed stack: in place of the format's separators, and of characters that
 // move a terminal's cursor, stands a colon.
@@ -93,24 +74,6 @@ void collapseTree(std::ostream& out, const CallTree& tree, const std::string& pr
 }
 
 } // namespace
-
-std::string cleanFrameName(const std::string& name) {
-    std::string result = name;
-    removeAddresses(result);
-    for (const char* mark : {"$$Lambda$", "LambdaForm$", "GeneratedMethodAccessor",
-                             "GeneratedConstructorAccessor", "$Proxy"}) {
-        std::string prefix = mark;
-        size_t at = 0;
-        while ((at = result.find(prefix, at)) != std::string::npos) {
-            at += prefix.size();
-            size_t end = skipDigits(result, at, false);
-            // A "$" that only led to the number goes with it.
-            size_t from = end > at && prefix.back() == '$' ? at - 1 : at;
-            result.erase(from, end - from);
-        }
-    }
-    return result;
-}
 
 void writeCollapsed(std::ostream& out, const Profile& profile, const ExportChoices& choices) {
     NameCache names(profile, choices);

@@ -25,8 +25,4 @@ void writeCollapsed(std::ostream& out, const Profile& profile, const ExportChoic
 // own, weighted in nanoseconds.
 void writeSpeedscope(std::ostream& out, const Profile& profile, const ExportChoices& choices);
 
-// The name with the running numbers of generated classes taken out, so that equal code of two runs
-// has equal names: "Main$$Lambda+0x00007f/12.run" becomes "Main$$Lambda.run".
-std::string cleanFrameName(const std::string& name);
-
 } // namespace vdk

@@ -5,6 +5,7 @@
 #include "db/Records.h"
 
 #include <algorithm>
+#include <map>
 
 namespace vdk {
 
@@ -93,9 +94,9 @@ void printTree(Console& console, const Profile& profile, const CallTree& tree,
         [](const CallTree::Node&, int) {});
 }
 
-void printSections(Console& console, const Profile& profile, int thread,
+void printSections(Console& console, const Profile& profile, const std::vector<int>& threads,
                    const ReportChoices& choices) {
-    CallTree tree = makeCallTree(profile, {choices.filters, thread});
+    CallTree tree = makeCallTree(profile, {choices.filters, -1, threads});
     if (choices.methods) {
         console.out << console.styled("Hot methods", "1") << " (" << formatNs(tree.totalNs())
                     << (choices.filters ? ", filters on)\n" : ")\n");
@@ -163,26 +164,54 @@ void writeSections(JsonWriter& json, const Profile& profile, int thread,
 
 } // namespace
 
+std::vector<ThreadPool> threadPools(const Profile& profile) {
+    std::vector<ThreadPool> pools;
+    std::map<std::string, size_t> poolOfName;
+    for (const ThreadTime& time : threadTimes(profile)) {
+        std::string name = profile.threads[size_t(time.thread)].name;
+        size_t digits = name.find_last_not_of("0123456789") + 1;
+        std::string key = digits < name.size() && digits > 0 ? name.substr(0, digits) + "*" : name;
+        auto [entry, added] = poolOfName.try_emplace(key, pools.size());
+        if (added) {
+            pools.push_back({name, {}, 0});
+        } else {
+            pools[entry->second].name = key;
+        }
+        pools[entry->second].threads.push_back(time.thread);
+        pools[entry->second].ownNs += time.ownNs;
+    }
+    std::stable_sort(pools.begin(), pools.end(),
+                     [](const ThreadPool& a, const ThreadPool& b) { return a.ownNs > b.ownNs; });
+    return pools;
+}
+
 void printReport(Console& console, const Profile& profile, const ReportChoices& choices) {
     const std::string sampled = sampledText(profile.sampledCpu());
     if (!sampled.empty()) {
         console.out << "In all " << sampled << "\n\n";
     }
     if (!choices.byThread) {
-        printSections(console, profile, -1, choices);
+        printSections(console, profile, {}, choices);
         return;
     }
-    bool first = true;
-    for (const ThreadTime& time : threadTimes(profile)) {
-        const ProfileThread& thread = profile.threads[size_t(time.thread)];
-        console.out << (first ? "" : "\n")
-                    << console.styled("Thread " + printable(thread.name), "1;36") << " ("
-                    << formatNs(time.ownNs) << ", "
-                    << formatPercent(percentOf(time.ownNs, profile.totalNs())) << "%)";
-        const std::string ofThread = sampledText(thread.sampled);
+    std::vector<ThreadPool> pools = threadPools(profile);
+    for (size_t i = 0; i < std::min(pools.size(), choices.threads); i++) {
+        const ThreadPool& pool = pools[i];
+        bool single = pool.threads.size() == 1;
+        console.out << (i == 0 ? "" : "\n")
+                    << console.styled((single ? "Thread " : "Threads ") + printable(pool.name),
+                                      "1;36")
+                    << " (" << (single ? "" : std::to_string(pool.threads.size()) + ", ")
+                    << formatNs(pool.ownNs) << ", "
+                    << formatPercent(percentOf(pool.ownNs, profile.totalNs())) << "%)";
+        const std::string ofThread =
+            single ? sampledText(profile.threads[size_t(pool.threads[0])].sampled) : "";
         console.out << (ofThread.empty() ? "" : ", " + ofThread) << "\n";
-        printSections(console, profile, time.thread, choices);
-        first = false;
+        printSections(console, profile, pool.threads, choices);
+    }
+    if (pools.size() > choices.threads) {
+        console.note("... and " + std::to_string(pools.size() - choices.threads) +
+                     " more; --threads shows them");
     }
 }
 

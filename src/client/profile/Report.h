@@ -17,7 +17,16 @@ struct ReportChoices {
     size_t top = 30;
     double minPercent = 1;
     int depth = 60;
+    size_t threads = 10; // by thread: so many threads or pools, as text
 };
+
+// Threads whose names differ in the number at the end only, by falling CPU time.
+struct ThreadPool {
+    std::string name;         // with * for the number; of a single thread its own
+    std::vector<int> threads; // of Profile::threads
+    int64_t ownNs = 0;
+};
+std::vector<ThreadPool> threadPools(const Profile& profile);
 
 void printReport(Console& console, const Profile& profile, const ReportChoices& choices);
 

@@ -35,8 +35,11 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {run, {}, "onlylocal,onlyuser,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1"},
         {run,
          {"sampling", "port=5"},
-         "onlylocal,onlyuser,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,sampling,port=5"},
-        {run, {"tmpdir=/t,quiet"}, "onlylocal,onlyuser,noexceptionevents," RUN_TAIL "tmpdir=/t,quiet"},
+         "onlylocal,onlyuser,quiet,noexceptionevents," RUN_TAIL
+         "tmpdir=/run/vdk-1,sampling,port=5"},
+        {run,
+         {"tmpdir=/t,quiet"},
+         "onlylocal,onlyuser,noexceptionevents," RUN_TAIL "tmpdir=/t,quiet"},
         {run,
          {"listen=10.0.0.1:5"},
          "onlyuser,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,listen=10.0.0.1:5"},
@@ -52,7 +55,9 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
          {},
          "onlylocal,onlyuser,quiet,noexceptionevents," RUN_TAIL
          "exitsnapshot=VDKQUOTED2f772f6120622e736e617073686f74,tmpdir=/run/vdk-1"},
-        {attach, {}, "onlylocal,onlyuser,quiet,nostartgeneration,disableoomedumper,tmpdir=/run/vdk-1"},
+        {attach,
+         {},
+         "onlylocal,onlyuser,quiet,nostartgeneration,disableoomedumper,tmpdir=/run/vdk-1"},
         {attach,
          {"dir=snaps,filters=/abs"},
          "onlylocal,onlyuser,quiet,nostartgeneration,disableoomedumper,tmpdir=/run/vdk-1,"

@@ -3,9 +3,12 @@
 #include "Programs.h"
 #include "SourceFolder.h"
 #include "TempDir.h"
+#include "core/ground/Version.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 #include <unistd.h>
 
@@ -31,6 +34,8 @@ TEST(CommandLine, exitCodesTellWhatWentWrong) {
     TempDir dir;
     dir.write("bad.snapshot", "no snapshot at all");
     std::string bad = dir.file("bad.snapshot");
+    dir.write("app.hprof", "JAVA PROFILE 1.0.2");
+    std::string dump = dir.file("app.hprof");
     static const struct {
         std::vector<std::string> arguments;
         int code;
@@ -45,7 +50,7 @@ TEST(CommandLine, exitCodesTellWhatWentWrong) {
         {{"--json", "list"}, 2, "options stand behind it"},
         {{"list", "--nosuch"}, 2, "--nosuch"},
         {{"snapshot", "1", "--out", ""}, 2, "'' is no value of --out"},
-        {{"sample", "start", "1", "--filter-file", dir.path}, 7, "Is a directory"},
+        {{"sample", "start", ":1", "--filter-file", dir.path}, 2, "Is a directory"},
         {{"list", "extra"}, 2, "extra"},
         {{"report"}, 2, "SOURCE is missing"},
         {{"sample", "maybe", "1"}, 2, "'maybe' is no value of ACTION (start|stop)"},
@@ -64,7 +69,10 @@ TEST(CommandLine, exitCodesTellWhatWentWrong) {
         {{"status", "no-such-jvm-at-all"}, 3, "no JVM matches"},
         {{"attach", "no-such-jvm-at-all"}, 3, "no JVM matches"},
         {{"status", ":1"}, 5, "cannot connect to 127.0.0.1:1"},
-        {{"report", "/nonexistent/file.snapshot"}, 7, "cannot open"},
+        {{"report", "/nonexistent/file.snapshot"}, 2, "cannot open"},
+        {{"heap", "/nonexistent/file.hprof"}, 2, "cannot open"},
+        {{"report", dump}, 7, "is a heap dump"},
+        {{"status", "localhost:99999"}, 2, "has no port from 1 to 65535"},
         {{"report", bad}, 7, "bad.snapshot"},
         {{"report", "--top", "3", bad}, 7, "bad.snapshot"},
         {{"top", "--count", "1", "no-such-jvm-at-all"}, 3, "no JVM matches"},
@@ -89,6 +97,13 @@ TEST(CommandLine, jsonErrorsHaveCodeAndWord) {
     EXPECT_EQ(json["code"], 3);
     EXPECT_EQ(json["word"], "target.none");
     EXPECT_EQ(nlohmann::json::parse(client({"nosuch", "--json"}).err)["word"], "usage");
+    EXPECT_EQ(nlohmann::json::parse(client({"--version", "--json"}).out)["version"], VDK_VERSION);
+    // What is told ahead of an error stands in it: there is one object.
+    Outcome warned =
+        client({"run", "monitors", "--agent", "/nonexistent.so", "--json", "--", "java"});
+    auto error = nlohmann::json::parse(warned.err);
+    EXPECT_EQ(error["word"], "agent.missing");
+    EXPECT_EQ(error["warnings"].size(), 1u);
 }
 
 TEST(CommandLine, everyCommandHasHelpWithItsOptionsAndExamples) {
@@ -194,20 +209,65 @@ TEST(CommandLine, whatAnotherProcessSaidReachesNoTerminal) {
     }
 }
 
-TEST(CommandLine, bashCompletionIsAValidScriptThatKnowsTheCommands) {
+// What bash offers for the last of the words, one a line.
+static std::string bashOffers(const TempDir& dir, const std::string& words) {
+    std::string script = "cd " + dir.path +
+                         "; source ./vdk.bash; vdk() { printf \"42\\tMain\\n\"; }; " +
+                         "COMP_WORDS=(" + words +
+                         "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _vdk; "
+                         "for word in \"${COMPREPLY[@]}\"; do echo \"$word\"; done";
+    dir.write("script", script);
+    return run("bash " + dir.file("script") + " 2>&1").out;
+}
+
+TEST(CommandLine, bashOffersWhatFitsThePlace) {
     TempDir dir;
     dir.write("vdk.bash", client({"completions", "bash"}).out);
-    EXPECT_EQ(run("bash -n " + dir.file("vdk.bash") + " 2>&1").out, "");
-    std::string script =
-        "source " + dir.file("vdk.bash") +
-        "; COMP_WORDS=(vdk rep); COMP_CWORD=1; _vdk; echo ${COMPREPLY[@]}"
-        "; COMP_WORDS=(vdk export x --un); COMP_CWORD=3; _vdk; echo ${COMPREPLY[@]}"
-        "; COMP_WORDS=(vdk export --unit \"\"); COMP_CWORD=3; _vdk; "
-        "echo ${COMPREPLY[@]}; cd " +
-        dir.path +
-        "; COMP_WORDS=(vdk heap vdk.b); COMP_CWORD=2; _vdk; echo ${COMPREPLY[@]}"
-        "; COMP_WORDS=(vdk gc vdk.b); COMP_CWORD=2; _vdk; echo ${COMPREPLY[@]}";
-    EXPECT_EQ(run("bash -c '" + script + "'").out, "report\n--unit\nns us ms\nvdk.bash\n\n");
+    dir.write("my app.snapshot", "");
+    static const struct {
+        const char* words;
+        const char* offered;
+    } cases[] = {
+        {"vdk rep", "report\n"},
+        {"vdk help expo", "export\n"},
+        {"vdk export x --un", "--unit\n"},
+        {"vdk export --unit ''", "ns\nus\nms\n"},
+        {"vdk report --filters = o", "on\noff\n"},
+        {"vdk report --filters =", "on\noff\n"},
+        {"vdk report my", "my app.snapshot\n"},
+        {"vdk export x -o my", "my app.snapshot\n"},
+        {"vdk sample ''", "start\nstop\n"},
+        {"vdk sample start ''", "42\nMain\n"},
+        {"vdk sample start 42 ''", ""},
+        {"vdk top --interval 5s M", "Main\n"},
+        {"vdk attach 42 samp", "sampling\n"},
+        {"vdk gc my", ""},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(bashOffers(dir, c.words), c.offered) << c.words;
+    }
+    EXPECT_NE(bashOffers(dir, "vdk run sampling -- bas").find("bash\n"), std::string::npos);
+}
+
+// The words of errors are for programs: each one stands in the client's page.
+TEST(CommandLine, everyWordOfAnErrorIsDocumented) {
+    std::string page = TempDir::read(sourceFolder() + "/docs/client.md");
+    std::regex word("\"((target|attach|agent|cpu|run|input|output|snapshot|heap|jvm)\\.[a-z]+)\"");
+    size_t found = 0;
+    for (const auto& entry :
+         std::filesystem::recursive_directory_iterator(sourceFolder() + "/src/client")) {
+        if (entry.path().extension() != ".cpp") {
+            continue;
+        }
+        std::string text = TempDir::read(entry.path().string());
+        for (std::sregex_iterator match(text.begin(), text.end(), word), end; match != end;
+             ++match) {
+            found++;
+            EXPECT_NE(page.find("`" + (*match)[1].str() + "`"), std::string::npos)
+                << (*match)[1] << " of " << entry.path();
+        }
+    }
+    EXPECT_GT(found, 40u);
 }
 
 TEST(CommandLine, completionsOfEveryShellNameEveryCommand) {

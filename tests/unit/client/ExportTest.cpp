@@ -1,6 +1,7 @@
 #include "client/profile/Export.h"
 
 #include "DbBuilder.h"
+#include "client/profile/GeneratedNames.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

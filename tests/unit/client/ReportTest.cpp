@@ -2,6 +2,7 @@
 
 #include "DbBuilder.h"
 #include "client/profile/CallTree.h"
+#include "client/profile/GeneratedNames.h"
 #include "client/profile/Profile.h"
 
 #include <gtest/gtest.h>
@@ -199,4 +200,45 @@ TEST(Report, smallPartsAndDeepLevelsAreCutFromTheTree) {
     EXPECT_EQ(out.str().find("A.small"), std::string::npos);
     EXPECT_EQ(out.str().find("A.deep"), std::string::npos);
     EXPECT_NE(out.str().find("A.large"), std::string::npos);
+}
+
+TEST(Report, generatedClassesOfOneNameAreOneMethod) {
+    DbBuilder b;
+    int t = b.thread("main");
+    int root = b.frame(0, b.method("A", "main"));
+    b.time(t, root, 100);
+    b.time(t, b.frame(root, b.method("A$$Lambda/0x00007f01", "run")), 30);
+    b.time(t, b.frame(root, b.method("A$$Lambda/0x00007f02", "run")), 20);
+    Profile profile = makeProfile(b.db);
+    mergeGeneratedNames(profile);
+    CallTree tree = makeCallTree(profile, {});
+    std::vector<HotMethod> methods = hotMethods(tree);
+    ASSERT_EQ(methods.size(), 2u);
+    EXPECT_EQ(methodName(profile, methods[0].method, false), "A$$Lambda.run");
+    EXPECT_EQ(methods[0].ownNs, 50);
+}
+
+TEST(Report, threadsOfAPoolAreShownTogether) {
+    DbBuilder b;
+    int frame = b.frame(0, b.method("A", "run"));
+    b.time(b.thread("exec-1"), frame, 30);
+    b.time(b.thread("exec-12"), frame, 40);
+    b.time(b.thread("batch-1"), frame, 50);
+    b.time(b.thread("7"), frame, 1);
+    Profile profile = makeProfile(b.db);
+    std::vector<ThreadPool> pools = threadPools(profile);
+    ASSERT_EQ(pools.size(), 3u);
+    EXPECT_EQ(pools[0].name, "exec-*");
+    EXPECT_EQ(pools[0].ownNs, 70);
+    EXPECT_EQ(pools[1].name, "batch-1");
+    EXPECT_EQ(pools[2].name, "7");
+    std::ostringstream out, err;
+    Console console(out, err, false, false);
+    ReportChoices choices;
+    choices.byThread = true;
+    choices.threads = 1;
+    printReport(console, profile, choices);
+    EXPECT_NE(out.str().find("Threads exec-* (2, "), std::string::npos) << out.str();
+    EXPECT_EQ(out.str().find("batch"), std::string::npos);
+    EXPECT_NE(err.str().find("2 more; --threads"), std::string::npos) << err.str();
 }

@@ -1,5 +1,7 @@
 #include "client/console/Text.h"
 
+#include "client/console/Console.h"
+
 #include <gtest/gtest.h>
 
 using namespace vdk;
@@ -69,4 +71,24 @@ TEST(Text, timesAndSizesAreReadable) {
 TEST(Text, splitKeepsEmptyParts) {
     EXPECT_EQ(split("a,,b,", ','), (std::vector<std::string>{"a", "", "b", ""}));
     EXPECT_EQ(split("", ',').size(), 1u);
+}
+
+TEST(Text, widthIsThatOfTheTerminal) {
+    static const struct {
+        const char* text;
+        size_t width;
+        const char* fitted; // to 5 columns
+    } cases[] = {
+        {"abc", 3, "abc"},
+        {"W\xc3\xb6rker", 6, "W\xc3\xb6..."},
+        {"\xe6\x97\xa5\xe6\x9c\xac", 4, "\xe6\x97\xa5\xe6\x9c\xac"},
+        {"\xe6\x97\xa5\xe6\x9c\xac\xe6\x97\xa5", 6, "\xe6\x97\xa5..."},
+        {"e\xcc\x81t\xc3\xa9", 3, "e\xcc\x81t\xc3\xa9"},
+        {"a\xff", 2, "a\xff"},
+        {"", 0, ""},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(displayWidth(c.text), c.width) << c.text;
+        EXPECT_EQ(fitted(c.text, 5), c.fitted);
+    }
 }

@@ -1,0 +1,35 @@
+// The whole terminal for a view that refreshes: the alternate screen, and the key that ends it.
+#pragma once
+
+#include "client/console/Console.h"
+
+#include <termios.h>
+
+namespace vdk {
+
+// While it lives, the terminal shows another screen without a cursor, and keys come at once; what
+// was there before is back afterwards. Without `wanted`, or where standard output is no terminal,
+// it only waits.
+class Screen {
+public:
+    Screen(Console& console, bool wanted);
+    ~Screen();
+    Screen(const Screen&) = delete;
+    Screen& operator=(const Screen&) = delete;
+
+    bool isOn() const { return on; }
+
+    // Waits; false at a signal, and when the user has pressed q.
+    bool waitForNext(long milliseconds);
+
+    // To the upper left corner, and everything cleared.
+    static constexpr char Home[] = "\033[H\033[J";
+
+private:
+    Console& console;
+    bool on;
+    bool keys = false; // standard input gives single keys
+    termios former = {};
+};
+
+} // namespace vdk
