@@ -121,6 +121,13 @@ static void eachCharacter(const std::string& text, Visitor visit) {
     locale_t former = utf8 ? uselocale(utf8) : locale_t();
     mbstate_t state = {};
     for (size_t at = 0; at < text.size();) {
+        if (!utf8) { // a system without that table: a sequence counts once
+            bool goesOn = (static_cast<unsigned char>(text[at]) & 0xc0) == 0x80;
+            if (!visit(goesOn ? 0 : 1, ++at)) {
+                return;
+            }
+            continue;
+        }
         wchar_t character = 0;
         size_t length = mbrtowc(&character, text.data() + at, text.size() - at, &state);
         if (length == 0 || length > text.size()) {
