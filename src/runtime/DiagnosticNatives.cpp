@@ -34,7 +34,8 @@ static jobject get(JNIEnv* env, jobject object, const char* name, const char* si
     jclass type = env->GetObjectClass(object);
     jmethodID method = findMethod(env, type, name, signature);
     env->DeleteLocalRef(type);
-    return method == nullptr ? nullptr : env->CallObjectMethod(object, method);
+    jobject result = method == nullptr ? nullptr : env->CallObjectMethod(object, method);
+    return env->ExceptionCheck() ? nullptr : result;
 }
 
 // The name of the origin of an option's value: "DEFAULT" where nobody has chosen it. Empty with an

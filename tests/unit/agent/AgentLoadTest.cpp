@@ -115,7 +115,9 @@ TEST_F(AgentLoad, nullOptionsAreShownAsNull) {
         return agentOnAttach(jvm.vm(), nullptr);
     });
     EXPECT_EQ(LOAD_NO_ENVIRONMENT, outcome.exitCode);
-    EXPECT_EQ("Agent_OnAttach: options=<NULL>\n", outcome.log);
+    EXPECT_EQ("Agent_OnAttach: options=<NULL>\n"
+              "Cannot start: unable to create JVMTI environment, error=-1\n",
+              outcome.log);
 }
 
 TEST_F(AgentLoad, everyRefusalHasItsCodeAndItsText) {
