@@ -2,7 +2,8 @@
 # runtime classes (the last release whose javac still writes class files of level 7).
 # Sets VDK_JDK (its home) and the interface target vdk_jni (jni.h, jvmti.h).
 if(NOT VDK_JDK)
-    file(GLOB _vdk_jdks /usr/lib/jvm/*17*)
+    # Linux's usual place, and the one of FreeBSD's ports.
+    file(GLOB _vdk_jdks /usr/lib/jvm/*17* /usr/local/openjdk17*)
     foreach(_jdk IN LISTS _vdk_jdks)
         if(NOT VDK_JDK AND EXISTS ${_jdk}/include/jvmti.h AND EXISTS ${_jdk}/bin/javac)
             set(VDK_JDK ${_jdk} CACHE PATH "home of a JDK 17")
@@ -10,7 +11,7 @@ if(NOT VDK_JDK)
     endforeach()
 endif()
 if(NOT VDK_JDK)
-    message(FATAL_ERROR "no JDK 17 found under /usr/lib/jvm; install openjdk-17-jdk-headless or set -DVDK_JDK=<home>")
+    message(FATAL_ERROR "no JDK 17 found under /usr/lib/jvm or /usr/local; install openjdk-17-jdk-headless (FreeBSD: openjdk17) or set -DVDK_JDK=<home>")
 endif()
 add_library(vdk_jni INTERFACE)
 string(TOLOWER ${CMAKE_SYSTEM_NAME} _vdk_system)

@@ -1,20 +1,16 @@
 #include "db/SnapshotWriter.h"
 
+#include "platform/Platform.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
-#include <locale.h>
 #include <new>
 #include <unistd.h>
 
 namespace {
 const mode_t FILE_MODE = 0600;
-
-// Text of errno whatever the application's locale is; null if there is none.
-const char* getEnglishErrorMessage(int error) {
-    static const locale_t english = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
-    return error == 0 || english == nullptr ? nullptr : strerror_l(error, english);
-}
+const size_t ERROR_TEXT_SIZE = 256;
 } // namespace
 
 int openFileForWrite(const ZString& path) {
@@ -57,10 +53,8 @@ void SnapshotWriter::noteError(int error) {
     if (errorMessage != nullptr) {
         return;
     }
-    const char* text = getEnglishErrorMessage(error);
-    if (text == nullptr && error != 0) {
-        text = strerror(error);
-    }
+    char buffer[ERROR_TEXT_SIZE];
+    const char* text = Platform::errorText(error, buffer, sizeof(buffer));
     errorMessage = strdup(text == nullptr ? "Write error" : text);
 }
 

@@ -1,6 +1,7 @@
 #include "offline/MemAllocator.h"
 
 #include "core/ground/Logger.h"
+#include "platform/Platform.h"
 
 #include <cstdint>
 #include <cstring>
@@ -78,7 +79,7 @@ void MemAllocator::giveBack(void* part, size_t bytes) noexcept {
     const uintptr_t from = (reinterpret_cast<uintptr_t>(part) + page - 1) / page * page;
     const uintptr_t to = (reinterpret_cast<uintptr_t>(part) + bytes) / page * page;
     if (from < to) {
-        madvise(reinterpret_cast<void*>(from), to - from, MADV_DONTNEED);
+        Platform::releasePages(reinterpret_cast<void*>(from), to - from);
     }
 }
 

@@ -62,7 +62,7 @@ public:
     static long getCurrentThreadNativeID();
 
     // CPU time of a thread of this process by its native id, nanoseconds. -1 when the thread is
-    // gone or the id was never one. A system without thread clocks gives processCPUTimeNs().
+    // gone or the id was never one.
     static long threadCPUTimeNs(long nativeThreadID);
 
     // The same for the calling thread, without the cost of naming it.
@@ -96,6 +96,14 @@ public:
     // Moves the calling thread into the namespace that an open /proc/<pid>/ns/<kind> stands for.
     // False and errno where this may not be done, or the system has no such namespaces.
     static bool enterNamespace(int descriptor);
+
+    // The pages, aligned, of anonymous memory hold nothing of value any more: the system may take
+    // them back. They stay mapped; what is in them from now on is undefined until written.
+    static void releasePages(void* start, size_t bytes);
+
+    // Text of an errno value, in English where the system can say it so; in the buffer or constant.
+    // Null if there is none.
+    static const char* errorText(int error, char* buffer, size_t size);
 
     // Blocks the calling thread for at least this time.
     static void sleepMicroseconds(unsigned microseconds);

@@ -1,5 +1,4 @@
-// FreeBSD: processes through libkvm. The system gives this agent no clock for a single thread, so
-// every thread reads the clock of the process.
+// FreeBSD: processes through libkvm, a CPU clock for each thread.
 #include "platform/Platform.h"
 
 #include <errno.h>
@@ -10,11 +9,14 @@
 #include <pthread_np.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/param.h>
 #include <sys/socket.h>
 #include <sys/socketvar.h>
 #include <sys/sysctl.h>
+#include <sys/time.h>
 #include <sys/user.h>
+#include <time.h>
 // These need the ones above.
 #include <netinet/in_pcb.h>
 #include <netinet/tcp.h>
@@ -23,6 +25,12 @@
 namespace {
 
 const long US_PER_SECOND = 1000000L;
+const long NS_PER_SECOND = 1000000000L;
+
+long readClock(clockid_t clock) {
+    timespec time;
+    return clock_gettime(clock, &time) == 0 ? time.tv_sec * NS_PER_SECOND + time.tv_nsec : -1;
+}
 
 // An open libkvm handle with the records of one or all processes. "/dev/null" stands for the
 // memory and the swap: only what the kernel tells through sysctl is needed, and no privilege.
@@ -230,12 +238,26 @@ long Platform::getCurrentThreadNativeID() {
     return pthread_getthreadid_np();
 }
 
-long Platform::threadCPUTimeNs(long) {
-    return processCPUTimeNs();
+long Platform::threadCPUTimeNs(long nativeThreadID) {
+    clockid_t clock;
+    if (nativeThreadID <= 0 ||
+        clock_getcpuclockid2(static_cast<id_t>(nativeThreadID), CPUCLOCK_WHICH_TID, &clock) != 0) {
+        return -1;
+    }
+    return readClock(clock);
 }
 
 long Platform::currentThreadCPUTimeNs() {
-    return processCPUTimeNs();
+    return readClock(CLOCK_THREAD_CPUTIME_ID);
+}
+
+void Platform::releasePages(void* start, size_t bytes) {
+    // MADV_DONTNEED keeps what is written here.
+    madvise(start, bytes, MADV_FREE);
+}
+
+const char* Platform::errorText(int error, char* buffer, size_t size) {
+    return error != 0 && strerror_r(error, buffer, size) == 0 ? buffer : nullptr;
 }
 
 int Platform::openInRoot(int folder, const char* path, int flags) {

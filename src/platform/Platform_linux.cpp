@@ -6,10 +6,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <locale.h>
 #include <netinet/in.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -376,4 +378,14 @@ int Platform::openInRoot(int folder, const char* path, int flags) {
 
 bool Platform::enterNamespace(int descriptor) {
     return syscall(SYS_setns, descriptor, 0) == 0;
+}
+
+void Platform::releasePages(void* start, size_t bytes) {
+    madvise(start, bytes, MADV_DONTNEED);
+}
+
+const char* Platform::errorText(int error, char*, size_t) {
+    // The application may have chosen another language.
+    static const locale_t english = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
+    return error == 0 || english == nullptr ? nullptr : strerror_l(error, english);
 }

@@ -131,6 +131,8 @@ const WaitMethod ourWaitMethodAdditions[] = {
     {"java.lang.ref.Reference", "waitForReferencePendingList",
      "9: the reference handler's wait, was Object.wait"},
     {"sun.nio.ch.EPoll", "wait", "11: selectors wait here, was EPollArrayWrapper.epollWait"},
+    {"sun.nio.ch.KQueueArrayWrapper", "kevent0", "7: selectors wait here on FreeBSD"},
+    {"sun.nio.ch.KQueue", "poll", "11: the same, was KQueueArrayWrapper.kevent0"},
     {"sun.nio.ch.Net", "accept",
      "13: sockets and channels accept here, was PlainSocketImpl and accept0"},
     {"sun.nio.ch.UnixDomainSockets", "accept0", "16: the same for sockets in the file system"},

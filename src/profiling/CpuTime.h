@@ -1,7 +1,6 @@
 #pragma once
 
-// CPU clocks, in nanoseconds. They take no lock and call nothing of the JVM. A system without a
-// clock per thread gives the time of the whole process for every thread.
+// CPU clocks, in nanoseconds. They take no lock and call nothing of the JVM.
 
 // User plus system time of this process; -1 if the system doesn't tell.
 long getProcessCPUTimeNs();

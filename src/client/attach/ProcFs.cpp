@@ -1,6 +1,7 @@
 #include "client/attach/ProcFs.h"
 
 #include "client/console/Text.h"
+#include "platform/Platform.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -43,18 +44,48 @@ std::optional<std::string> readSmallFile(const std::string& path, size_t limit) 
     return text;
 }
 
+// What the system itself tells, for one that has no procfs, or has not mounted it.
+static bool addProcess(int pid, void* pids) {
+    static_cast<std::vector<int>*>(pids)->push_back(pid);
+    return true;
+}
+
+static void addArgument(const char* argument, void* arguments) {
+    static_cast<std::vector<std::string>*>(arguments)->push_back(argument);
+}
+
+static std::optional<ProcessStatus> statusWithoutProcFs(int pid) {
+    long user = Platform::isRunning(pid) ? Platform::processUser(pid) : -1;
+    if (user < 0) {
+        return std::nullopt;
+    }
+    ProcessStatus result;
+    result.pid = result.namespacePid = pid;
+    result.euid = static_cast<uid_t>(user);
+    result.state = "S";
+    return result;
+}
+
+// Other systems' files of these names, where there are any, say something else.
+ProcFs::ProcFs(std::string folder)
+    : root(std::move(folder)),
+      hasFiles(access(root.c_str(), F_OK) == 0 &&
+               (root != SystemRoot || strcmp(Platform::name(), "Linux") == 0)) {}
+
 std::vector<int> ProcFs::pids() const {
     std::vector<int> result;
-    DIR* folder = opendir(root.c_str());
-    if (!folder) {
-        return result;
-    }
-    while (dirent* entry = readdir(folder)) {
+    DIR* folder = hasFiles ? opendir(root.c_str()) : nullptr;
+    while (dirent* entry = folder ? readdir(folder) : nullptr) {
         if (auto pid = parseNumber(entry->d_name, 1, INT32_MAX)) {
             result.push_back(static_cast<int>(*pid));
         }
     }
-    closedir(folder);
+    if (folder) {
+        closedir(folder);
+    }
+    if (!hasFiles) {
+        Platform::listProcesses(addProcess, &result);
+    }
     std::sort(result.begin(), result.end());
     return result;
 }
@@ -68,6 +99,9 @@ std::string ProcFs::inTarget(int pid, const std::string& file) const {
 }
 
 std::optional<ProcessStatus> ProcFs::status(int pid) const {
+    if (!hasFiles) {
+        return statusWithoutProcFs(pid);
+    }
     auto text = readSmallFile(path(pid, "status"));
     if (!text) {
         return std::nullopt;
@@ -105,6 +139,11 @@ std::optional<ProcessStatus> ProcFs::status(int pid) const {
 }
 
 std::vector<std::string> ProcFs::commandLine(int pid) const {
+    if (!hasFiles) {
+        std::vector<std::string> arguments;
+        Platform::processArguments(pid, addArgument, &arguments);
+        return arguments;
+    }
     auto text = readSmallFile(path(pid, "cmdline"));
     if (!text || text->empty()) {
         return {};

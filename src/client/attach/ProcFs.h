@@ -1,5 +1,7 @@
-// What the client reads about other processes from procfs. The root folder is a parameter, so that
-// tests can lay out processes of their own.
+// What the client reads about other processes from Linux's procfs. The root folder is a parameter,
+// so that tests can lay out processes of their own. Where there is none, on another system for one,
+// the processes, their users and command lines come from the system itself, and nothing else is
+// known.
 #pragma once
 
 #include <optional>
@@ -37,7 +39,7 @@ struct ListeningSocket {
 
 class ProcFs {
 public:
-    explicit ProcFs(std::string root = "/proc") : root(std::move(root)) {}
+    explicit ProcFs(std::string folder = SystemRoot);
 
     std::vector<int> pids() const;
     std::optional<ProcessStatus> status(int pid) const;
@@ -73,7 +75,10 @@ private:
     std::vector<ListeningSocket> listeners(const std::string& process, int port) const;
     bool holdsSocket(const ProcessStatus& process, const ListeningSocket& socket) const;
 
+    static constexpr const char* SystemRoot = "/proc";
+
     std::string root;
+    bool hasFiles;
 };
 
 // The whole file, at most `limit` bytes; nothing if it cannot be read (errno tells why). For files

@@ -26,8 +26,8 @@ static void onSignal(int) {
 void installSignalHandlers() {
     struct sigaction action = {};
     for (int i = 0; i < handledCount; i++) {
-        // No SA_RESTART: a wait must end. A vanished reader and a file at its limit show as a failed
-        // write, after which the temporary file goes.
+        // No SA_RESTART: a wait must end. A vanished reader and a file at its limit show as a
+        // failed write, after which the temporary file goes.
         bool isOfAWrite = handledSignals[i] == SIGPIPE || handledSignals[i] == SIGXFSZ;
         action.sa_handler = isOfAWrite ? SIG_IGN : onSignal;
         sigaction(handledSignals[i], &action, &formerActions[i]);

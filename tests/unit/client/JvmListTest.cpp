@@ -5,10 +5,13 @@
 #include "client/attach/Hsperf.h"
 #include "client/attach/TargetLibc.h"
 
+#include <algorithm>
+#include <csignal>
 #include <functional>
 #include <gnu/libc-version.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace vdk;
@@ -283,6 +286,32 @@ TEST(JvmList, openJ9IsToldApart) {
     FakeMachine machine;
     machine.add(101, "java com.foo.Main", "/opt/j9/lib/default/libj9vm29.so");
     EXPECT_EQ(machine.finder.find("101").kind, JvmKind::OpenJ9);
+}
+
+TEST(JvmList, withoutProcFsTheSystemTellsOfProcesses) {
+    FakeMarkers markers;
+    ProcFs processes("/nonexistent/proc");
+    std::vector<int> pids = processes.pids();
+    EXPECT_NE(std::find(pids.begin(), pids.end(), getpid()), pids.end());
+    EXPECT_EQ(processes.commandLine(getpid()), ProcFs().commandLine(getpid()));
+    auto status = processes.status(getpid());
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->euid, geteuid());
+    // A JVM is what is called java: here a program that sleeps.
+    pid_t child = fork();
+    if (child == 0) {
+        execl("/bin/sleep", "/opt/jdk/bin/java", "600", nullptr);
+        _exit(126);
+    }
+    auto isExecuted = [&] { return processes.commandLine(child)[0] == "/opt/jdk/bin/java"; };
+    while (!isExecuted()) {
+        usleep(1000);
+    }
+    Jvm found = JvmFinder(processes, markers).find(std::to_string(child));
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(found.mainName, "600");
+    EXPECT_EQ(found.namespacePid, child);
 }
 
 TEST(JvmList, cLibraryOfTheTargetDecidesWhetherTheAgentCanBeLoaded) {
