@@ -105,6 +105,9 @@ public:
     // Null if there is none.
     static const char* errorText(int error, char* buffer, size_t size);
 
+    // The process that listens on the other end of a connected local socket; 0 if unknown.
+    static int peerProcess(int descriptor);
+
     // Blocks the calling thread for at least this time.
     static void sleepMicroseconds(unsigned microseconds);
 };

@@ -15,6 +15,8 @@
 #include <sys/socketvar.h>
 #include <sys/sysctl.h>
 #include <sys/time.h>
+#include <sys/ucred.h>
+#include <sys/un.h>
 #include <sys/user.h>
 #include <time.h>
 // These need the ones above.
@@ -271,4 +273,10 @@ int Platform::openInRoot(int folder, const char* path, int flags) {
 bool Platform::enterNamespace(int) {
     errno = ENOSYS;
     return false;
+}
+
+int Platform::peerProcess(int descriptor) {
+    xucred peer = {};
+    socklen_t size = sizeof(peer);
+    return getsockopt(descriptor, SOL_LOCAL, LOCAL_PEERCRED, &peer, &size) == 0 ? peer.cr_pid : 0;
 }

@@ -389,3 +389,9 @@ const char* Platform::errorText(int error, char*, size_t) {
     static const locale_t english = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
     return error == 0 || english == nullptr ? nullptr : strerror_l(error, english);
 }
+
+int Platform::peerProcess(int descriptor) {
+    ucred peer = {};
+    socklen_t size = sizeof(peer);
+    return getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? peer.pid : 0;
+}

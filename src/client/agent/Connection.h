@@ -57,7 +57,7 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
-    static constexpr int SlowestBytesPerMs = 4;
+    static constexpr int SlowestBytesPerMs = 16;
 
     void waitFor(short events, const char* what);
     void checkExchange(const char* what);

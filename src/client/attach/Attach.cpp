@@ -5,6 +5,7 @@
 #include "client/console/Errors.h"
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
+#include "platform/Platform.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -266,12 +267,10 @@ Descriptor Attacher::connectToSocket() const {
                    ? "the file is left over from an ended JVM, or another user's: remove it"
                    : "");
     }
-    ucred peer = {};
-    socklen_t size = sizeof(peer);
-    if (getsockopt(connected.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.pid != 0 &&
-        peer.pid != jvm.pid) {
+    int listener = Platform::peerProcess(connected.get());
+    if (listener != 0 && listener != jvm.pid) {
         refuse("attach.file",
-               file + " is the socket of process " + std::to_string(peer.pid) +
+               file + " is the socket of process " + std::to_string(listener) +
                    ", not of process " + std::to_string(jvm.pid),
                "the two share a folder and, each in its own container, an id: " +
                    std::string(StartLineHint));

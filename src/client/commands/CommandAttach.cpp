@@ -82,14 +82,20 @@ void load(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
     checkAgentOptions(given, true);
     Attacher attacher(machine.processes, jvm, int(arguments.durationMs("--timeout", 10000)));
     checkTargetLibc(machine.processes, jvm.pid);
-    attacher.open();
-    AttachFiles files(machine.processes, attacher.target(), givenOption(given, "tmpdir="));
+    char folder[4096];
+    AgentOptionChoices choices;
+    choices.workingDir = getcwd(folder, sizeof(folder)) ? folder : "";
+    std::string wanted = givenOption(given, "tmpdir=");
+    if (!wanted.empty() && wanted[0] != '/') {
+        wanted = choices.workingDir + "/" + wanted;
+    }
+    AttachFiles files(machine.processes, attacher.target(), wanted);
     std::string path = namedAgentLibrary(arguments.text("--agent"));
     if (!files.hasOwnLibrary(path)) {
         path = files.provideLibrary(
             findAgentLibrary(arguments.text("--agent"), ExitCode::AttachRefused));
     }
-    AgentOptionChoices choices;
+    attacher.open();
     choices.attach = true;
     choices.remote = arguments.has("--remote");
     choices.allUsers = arguments.has("--all-users");
@@ -97,8 +103,6 @@ void load(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
     choices.generations = arguments.has("--generations");
     choices.oomDump = arguments.has("--oom-dump");
     choices.tmpDir = files.directory();
-    char folder[4096];
-    choices.workingDir = getcwd(folder, sizeof(folder)) ? folder : "";
     std::string options = composeAgentOptions(given, choices);
     LoadOutcome outcome = parseLoadReply(
         attacher.execute("load", {path, "true", passOptions(attacher, files, options)}));
