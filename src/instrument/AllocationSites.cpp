@@ -45,7 +45,9 @@ bool StackEffects::canTell(const unsigned char* code, int position) const {
     if (kind != OPK_FIELD && kind != OPK_INVOKE) {
         return true;
     }
-    return isMember(pool.getContent(readCodeUnsignedShort(code, position + 1)).tag);
+    const int index = readCodeUnsignedShort(code, position + 1);
+    const bool asked = effects != nullptr && index < count && effects[index].parameters >= 0;
+    return asked || isMember(pool.getContent(index).tag);
 }
 
 void StackEffects::get(const unsigned char* code, int position, int* pops, int* pushes) {

@@ -59,24 +59,24 @@ void StackDepths::skipTypes(int count, int* slots) {
     }
 }
 
-// Reads the next frame's place and depth. False behind the last.
-bool StackDepths::nextFrame() {
+// Reads the next frame's place and depth; behind the last it stands at the code's end.
+void StackDepths::nextFrame() {
     frameDepth = 0;
     if (frames != nullptr) {
         if (nextIndex >= frames->getSize()) {
             frameOffset = length;
-            return false;
+            return;
         }
         const StackMapFrame& frame = *(*frames)[nextIndex++];
         frameOffset = frame.getOffset();
         for (int i = 0; i < frame.getStack().getSize(); i++) {
             frameDepth += frame.getStack()[i].getSlots();
         }
-        return true;
+        return;
     }
     if (rawCount == 0) {
         frameOffset = length;
-        return false;
+        return;
     }
     rawCount--;
     const int type = raw.readUnsignedByte();
@@ -91,19 +91,9 @@ bool StackDepths::nextFrame() {
     } else if (type > 251) {
         skipTypes(type - 251, &locals);
     }
-    return true;
-}
-
-void StackDepths::enterPosition() {
-    while (frameOffset < position && nextFrame()) {
-    }
-    if (frameOffset == position) {
-        depth = frameDepth;
-    }
 }
 
 void StackDepths::step() {
-    enterPosition();
     const int next = nextInstruction(code, length, position);
     if (endsFlow(code, position) || !effects.canTell(code, position)) {
         depth = UNKNOWN;
@@ -120,14 +110,18 @@ int StackDepths::at(int wanted) {
     if (depth == UNKNOWN && frameOffset >= length) {
         return UNKNOWN;
     }
+    // What lies ahead of a frame does not matter for what follows it.
+    while (frameOffset <= wanted && frameOffset < length) {
+        if (frameOffset >= position) {
+            position = frameOffset;
+            depth = frameDepth;
+        }
+        nextFrame();
+    }
     while (position < wanted && position < length) {
         step();
     }
-    if (position != wanted || position >= length) {
-        return UNKNOWN;
-    }
-    enterPosition();
-    return depth;
+    return position == wanted && position < length ? depth : UNKNOWN;
 }
 
 int stackNeeded(const CodeRewrite& rewrite, int maxStack, int dups, StackDepths& depths) {

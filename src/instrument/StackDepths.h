@@ -6,8 +6,8 @@
 // inserted code asks for no more stack than it needs: compilers inline by that number.
 //
 // DESCRIPTION
-//   Asked for rising positions, it walks once over the body. Depths are known where the frames of
-//   the class are binding, from version 51 on, and only there; and not behind an unconditional
+//   Asked for rising positions, it walks from the nearest frame. Depths are known where the frames
+//   of the class are binding, from version 51 on, and only there; and not behind an unconditional
 //   branch that no frame follows.
 class StackDepths {
 public:
@@ -17,9 +17,8 @@ public:
     int at(int position);
 
 private:
-    void enterPosition();
     void step();
-    bool nextFrame();
+    void nextFrame();
     void skipTypes(int count, int* slots);
 
     StackEffects& effects;
