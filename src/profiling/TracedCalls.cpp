@@ -148,12 +148,15 @@ void catchCall(JNIEnv* env, int method, uintptr_t place) {
     if (!isTracing() || !canEnter(info)) {
         return;
     }
+    const int frame = info->currentFrame;
     unwindTo(env, info, depth);
     if (depth == 0) {
         rememberCatcher(info, method, place);
     }
-    // It costs about as much as a call, which the callers must not be charged with.
-    info->callCounter++;
+    if (info->currentFrame != frame) {
+        // It cost about as much as a call, which nobody must be charged with.
+        info->callCounter++;
+    }
 }
 
 // A handler that carries no call caught; only where the JVM sends exception events.

@@ -67,18 +67,20 @@ bool collapses(const ZVector<OpenCall>& calls, bool filtered) {
 
 void closeCallsAbove(ThreadInfo* info, int depth) {
     ZVector<OpenCall>& calls = info->markers;
-    if (calls.getSize() <= depth) {
+    int frames = 0;
+    while (calls.getSize() > depth) {
+        const OpenCall call = calls.pop();
+        frames += collapses(calls, call.filtered) ? 0 : 1;
+    }
+    if (frames == 0) {
         return;
     }
     const ThreadClocks now(info, true);
-    while (calls.getSize() > depth) {
-        const OpenCall call = calls.pop();
-        if (!collapses(calls, call.filtered)) {
-            const int frame = info->currentFrame;
-            Logger::assertTrue(frame > 0, VDK_HERE);
-            closeFrame(info, frame, now);
-            info->currentFrame = ourFrameStorage.getParent(frame);
-        }
+    for (; frames > 0; frames--) {
+        const int frame = info->currentFrame;
+        Logger::assertTrue(frame > 0, VDK_HERE);
+        closeFrame(info, frame, now);
+        info->currentFrame = ourFrameStorage.getParent(frame);
     }
 }
 
