@@ -30,7 +30,7 @@ enum FieldMeaning {
 };
 
 #define VDK_FIELDS_String(F, B)                                                                    \
-    F(B, TEXT, text, nullptr, PLAIN, "the characters, UTF-8; null once the row was deleted")
+    F(B, TEXT, text, nullptr, PLAIN, "the characters; null once the row was deleted")
 
 #define VDK_FIELDS_Thread(F, B)                                                                    \
     F(B, INT, nameStrID, 0, STRING_ROW, "the thread's name")                                       \

@@ -278,7 +278,7 @@ void JNICALL VDK_CALLBACK_NATIVE(retransformClassesLoadedBeforeAgentWasAttached0
             retransformClassesLoadedBeforeAgentWasAttached(env, nullptr);
             return;
         }
-        ClassNameFilter filter(Filter::readFilterSpecFromFile(toZString(env, filterFile)));
+        ClassNameFilter filter(Filter::readFilterSpecFromFile(toPath(env, filterFile)));
         retransformClassesLoadedBeforeAgentWasAttached(env, &filter);
     });
 }

@@ -41,7 +41,7 @@ VDK_CLIENT_NATIVE(jlong, osNcreate)
 (JNIEnv* env, jclass, jint objectCount, jbyte withScratch, jstring tempPath) {
     return runGuardedNative<jlong>(env, VDK_HERE, 0, [&](NativeErrors& errors) -> jlong {
         Logger::assertNotNULL(tempPath, VDK_HERE);
-        ourAlternateTempDirForBigIntArraysUtf8 = toZString(env, tempPath);
+        ourAlternateTempDirForBigIntArraysUtf8 = toPath(env, tempPath);
         if (objectCount < 1) {
             errors.violated("objectCount > 0", objectCount, 0);
             return 0;

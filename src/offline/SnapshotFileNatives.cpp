@@ -51,7 +51,7 @@ VDK_CLIENT_NATIVE(jstring, dbNwriteSnapshotImpl)
         DB& db = ourDatabases.get(dbHandle);
         ObjectStorage& storage = ourStorages.get(storageHandle);
         Logger::assertNotNULL(path, VDK_HERE);
-        const ZString error = writeFile(db, storage, toZString(env, path), progressSocket, flags);
+        const ZString error = writeFile(db, storage, toPath(env, path), progressSocket, flags);
         return error.isEmpty() ? nullptr : toJavaString(env, error);
     });
 }

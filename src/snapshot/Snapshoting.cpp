@@ -88,7 +88,7 @@ void writeSnapshot(DB* db, SnapshotWriter& writer, int progressSocket, long flag
 }
 
 jstring captureSnapshotJVMTI(JNIEnv* env, jstring path, int progressSocket, long flags) {
-    const ZString error = capture(env, toZString(env, path), progressSocket, flags);
+    const ZString error = capture(env, toPath(env, path), progressSocket, flags);
     return error.isEmpty() ? nullptr : toJavaString(env, error);
 }
 

@@ -18,7 +18,7 @@
 namespace vdk {
 
 std::optional<std::string> readSmallFile(const std::string& path, size_t limit) {
-    int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0) {
         return std::nullopt;
     }

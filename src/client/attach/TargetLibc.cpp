@@ -42,7 +42,7 @@ std::optional<GlibcVersion> targetGlibc(const ProcFs& processes, int pid) {
     if (mapped.empty() || lstat(file.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
         return std::nullopt;
     }
-    std::string library = readSmallFile(file, MaxLibraryBytes, true).value_or("");
+    std::string library = readSmallFile(file, MaxLibraryBytes).value_or("");
     // "GNU C Library (Debian GLIBC 2.36-9) stable release version 2.36."
     size_t banner = library.find("GNU C Library ");
     size_t number = banner == std::string::npos ? banner : library.find(" version ", banner);

@@ -215,7 +215,38 @@ bool isUnprintable(unsigned c) {
     return control || direction || lineEnd;
 }
 
-static std::string cleaned(std::string_view text, size_t limit, bool keepLines) {
+// The JVM's texts have characters beyond the BMP as two halves of three bytes each, and the zero
+// character as C0 80: the text with both as they are in UTF-8.
+static std::string withoutModifications(std::string_view text) {
+    auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    // Half a pair: ED, its kind in the upper bits of the second byte.
+    auto half = [&](size_t i, unsigned kind) {
+        return i + 2 < text.size() && byte(i) == 0xed && (byte(i + 1) & 0xf0) == kind &&
+               (byte(i + 2) & 0xc0) == 0x80;
+    };
+    auto bits = [&](size_t i) { return (byte(i + 1) & 0xfu) << 6 | (byte(i + 2) & 0x3fu); };
+    std::string result;
+    for (size_t i = 0; i < text.size();) {
+        if (half(i, 0xa0) && half(i + 3, 0xb0)) {
+            unsigned c = 0x10000 + (bits(i) << 10) + bits(i + 3);
+            for (unsigned value : {0xf0 | c >> 18, 0x80 | (c >> 12 & 0x3f), 0x80 | (c >> 6 & 0x3f),
+                                   0x80 | (c & 0x3f)}) {
+                result += static_cast<char>(value);
+            }
+            i += 6;
+        } else if (i + 1 < text.size() && byte(i) == 0xc0 && byte(i + 1) == 0x80) {
+            result += '\0';
+            i += 2;
+        } else {
+            result += text[i++];
+        }
+    }
+    return result;
+}
+
+static std::string cleaned(std::string_view original, size_t limit, bool keepLines) {
+    std::string plain = withoutModifications(original);
+    std::string_view text = plain;
     std::string result;
     size_t characters = 0;
     while (!text.empty()) {
@@ -259,7 +290,9 @@ std::string replaceUnprintable(std::string_view text,
     return result;
 }
 
-std::string validUtf8(std::string_view text) {
+std::string validUtf8(std::string_view original) {
+    std::string plain = withoutModifications(original);
+    std::string_view text = plain;
     std::string result;
     while (!text.empty()) {
         size_t length = utf8Length(text);

@@ -52,6 +52,8 @@ std::string formatPercent(double percent);
 // follows: controls (C0, DEL and C1), direction marks and line separators.
 bool isUnprintable(unsigned codePoint);
 
+// These take the JVM's modified UTF-8 too.
+
 // Text of another process, safe on a terminal: unprintable characters and bytes that are not UTF-8
 // become "?"; a text longer than `limit` characters is cut and ends in "...".
 std::string printable(std::string_view text, size_t limit = 4096);

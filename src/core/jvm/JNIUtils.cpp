@@ -4,6 +4,7 @@
 #include "core/ground/Globals.h"
 #include "core/ground/Logger.h"
 #include "core/ground/Options.h"
+#include "core/ground/Utf16.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -137,7 +138,25 @@ ZString toZString(JNIEnv* env, jstring text) {
     return chars.get() == nullptr ? ZString() : ZString(chars.get());
 }
 
+ZString toPath(JNIEnv* env, jstring text) {
+    const jsize length = text == nullptr ? 0 : env->GetStringLength(text);
+    if (length == 0) {
+        return ZString();
+    }
+    ZVector<jchar> chars(length);
+    env->GetStringRegion(text, 0, length, chars.extend(length));
+    for (jsize i = 0; i < length; i++) {
+        Logger::assertTrue(chars[i] != 0, VDK_HERE);
+    }
+    return utf16ToUtf8(chars.data(), length);
+}
+
 jstring toJavaString(JNIEnv* env, const ZString& text) {
+    if (isBeyondModifiedUtf8(text.c_str())) {
+        ZVector<jchar> chars;
+        utf8ToUtf16(text.c_str(), &chars);
+        return env->NewString(chars.data(), chars.getSize());
+    }
     return env->NewStringUTF(text.c_str());
 }
 

@@ -34,7 +34,12 @@ jclass findClass(JNIEnv* env, const char* name);
 // The text of a Java string in modified UTF-8; empty for null or when the JVM gives nothing.
 ZString toZString(JNIEnv* env, jstring text);
 
-// A new Java string as a local reference; null with an exception pending when memory is short.
+// The text of a Java string as the system's paths have it, in plain UTF-8. A zero character in it
+// is an internal error: no path has one.
+ZString toPath(JNIEnv* env, jstring text);
+
+// A new Java string, of UTF-8 modified or not, as a local reference; null with an exception pending
+// when memory is short.
 jstring toJavaString(JNIEnv* env, const ZString& text);
 
 // The modified UTF-8 text of a Java string, released at the end of the block.

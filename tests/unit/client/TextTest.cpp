@@ -45,6 +45,10 @@ TEST(Text, printableLeavesNoControlCharacters) {
     EXPECT_EQ(printableLines("a\nhint: \033b\n  c\n"), "a\n  hint: ?b\n  c");
     EXPECT_EQ(printable("\xff\xc3"), "??");
     EXPECT_EQ(printable("abcdef", 3), "abc...");
+    // As the JVM writes them: a pair of halves, a zero, and a half alone.
+    EXPECT_EQ(printable("emoji-\xed\xa0\xbd\xed\xb8\x80-\xc0\x80-end"),
+              "emoji-\xf0\x9f\x98\x80-?-end");
+    EXPECT_EQ(printable("\xed\xa0\xbd-\xed\xb8\x80"), "???-???");
 }
 
 TEST(Text, validUtf8ReplacesWhatIsNone) {
@@ -54,6 +58,7 @@ TEST(Text, validUtf8ReplacesWhatIsNone) {
               "b");
     EXPECT_EQ(validUtf8("\xed\xa0\x80").find("\xed"), std::string::npos); // a surrogate half
     EXPECT_EQ(validUtf8("\xf0\x9f\x98\x80"), "\xf0\x9f\x98\x80");
+    EXPECT_EQ(validUtf8("\xed\xa0\xbd\xed\xb8\x80"), "\xf0\x9f\x98\x80");
     EXPECT_EQ(validUtf8("\xc0\x80").find('\xc0'), std::string::npos); // an overlong zero
 }
 

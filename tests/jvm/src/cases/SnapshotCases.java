@@ -2,6 +2,7 @@ package cases;
 
 import fixtures.Burn;
 import fixtures.Idle;
+import fixtures.Named;
 import java.io.ByteArrayOutputStream;
 import java.io.EOFException;
 import java.nio.charset.StandardCharsets;
@@ -17,6 +18,7 @@ import jvmtest.Check;
 import jvmtest.Sampling;
 import jvmtest.Tables;
 import jvmtest.Target;
+import jvmtest.Tool;
 
 /** Performance snapshots: captured, named, fetched, refused. */
 public final class SnapshotCases {
@@ -76,6 +78,29 @@ public final class SnapshotCases {
             Check.equal(client.error(), "File cannot be transferred: unknown snapshot /etc/passwd",
                         "foreign file");
         }
+        target.finish();
+    }
+
+    @Case(fixture = Named.class)
+    static void namesBeyondTheBmpComeThrough(Target target) throws Exception {
+        Path first = capture(target, "rocket-\uD83D\uDE80-\u00e4");
+        Check.equal(first.getFileName().toString(), "rocket-\uD83D\uDE80-\u00e4.snapshot", "name");
+        Check.isTrue(Files.exists(first), "the file has that name: " + first);
+        try (AgentClient client = target.client()) {
+            ask(client, "", "a\0b");
+            Check.isTrue(client.error().contains("zero character"), "a zero in a name");
+        }
+        String pid = Long.toString(target.pid());
+        String fetched = target.folder.resolve("fetched").toString();
+        Tool.vdk("snapshot", pid, "--pattern", "again-\uD83D\uDE80", "--out", fetched);
+        String threads = "";
+        long end = System.nanoTime() + Check.LIMIT_SECONDS * 1_000_000_000L;
+        // Thread states are sampled now and then.
+        while (!threads.contains("fixtures.Named$\uD801\uDC00.spin") && System.nanoTime() < end) {
+            threads = Tool.vdk("threads", pid);
+        }
+        Check.contains(threads, "fixtures.Named$\uD801\uDC00.spin", "threads");
+        Check.contains(threads, "emoji-\uD83D\uDE00-?-end", "threads");
         target.finish();
     }
 

@@ -33,6 +33,9 @@ final class SnapshotCapture {
         File file = Agent.suggestSnapshotFile(
                 target, Core.getSessionName(),
                 hprof ? Constants.HPROF_EXTENSION : Constants.SNAPSHOT_EXTENSION, pattern);
+        if (file.getPath().indexOf('\0') >= 0) {
+            return "A file name cannot hold a zero character: " + file.getPath();
+        }
         File parent = file.getParentFile();
         SnapshotDirectory0.mkdirsSafe(parent);
         String failure = checkParent(parent);
