@@ -69,6 +69,22 @@ std::optional<std::string> readOwnedFile(const Descriptor& folder, const std::st
     return readFrom(file.get(), limit);
 }
 
+std::optional<std::string> readPlainFile(const Descriptor& root, const std::string& path,
+                                         size_t limit) {
+    // Looked at before it is opened, and then again.
+    for (int flags : {O_PATH, O_RDONLY | O_NONBLOCK | O_NOCTTY}) {
+        Descriptor file(Platform::openInRoot(root.get(), path.c_str(), flags));
+        struct stat info;
+        if (!file || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+            return std::nullopt;
+        }
+        if (flags != O_PATH) {
+            return readFrom(file.get(), limit);
+        }
+    }
+    return std::nullopt;
+}
+
 std::optional<std::string> readOwnedTail(const Descriptor& folder, const std::string& name,
                                          uid_t uid, size_t limit) {
     struct stat info;

@@ -32,7 +32,11 @@ bool belongsTo(const struct stat& info, uid_t uid);
 std::optional<std::string> readOwnedFile(const Descriptor& folder, const std::string& name,
                                          uid_t uid, size_t limit = 1 << 20);
 
-// The last `limit` bytes of such a file.
+// The first `limit` bytes of a plain file below the root folder, whoever owns it.
+std::optional<std::string> readPlainFile(const Descriptor& root, const std::string& path,
+                                         size_t limit);
+
+// The last `limit` bytes of a file as readOwnedFile takes it.
 std::optional<std::string> readOwnedTail(const Descriptor& folder, const std::string& name,
                                          uid_t uid, size_t limit);
 

@@ -1,10 +1,10 @@
 #include "client/attach/TargetLibc.h"
 
+#include "client/attach/ForeignFiles.h"
 #include "client/console/Errors.h"
 #include "client/console/Text.h"
 
 #include <cstdio>
-#include <sys/stat.h>
 
 namespace vdk {
 
@@ -36,13 +36,12 @@ std::string shown(const GlibcVersion& version) {
 
 std::optional<GlibcVersion> targetGlibc(const ProcFs& processes, int pid) {
     std::string mapped = mappedLibc(processes, pid);
-    std::string file = processes.inTarget(pid, mapped);
-    struct stat info;
-    // The target's user may have put something else there since: nothing that blocks is opened.
-    if (mapped.empty() || lstat(file.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    if (mapped.empty()) {
         return std::nullopt;
     }
-    std::string library = readSmallFile(file, MaxLibraryBytes).value_or("");
+    // The target's user may have put something else there since.
+    Descriptor root = openRootOrOwn(processes, pid);
+    std::string library = readPlainFile(root, mapped, MaxLibraryBytes).value_or("");
     // "GNU C Library (Debian GLIBC 2.36-9) stable release version 2.36."
     size_t banner = library.find("GNU C Library ");
     size_t number = banner == std::string::npos ? banner : library.find(" version ", banner);
