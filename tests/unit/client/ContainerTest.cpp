@@ -66,7 +66,8 @@ protected:
 
     Result vdk(const std::string& arguments) { return ::run(client + " " + arguments + " 2>&1"); }
     nlohmann::json json(const std::string& arguments) {
-        Result result = ::run(client + " " + arguments + Patient + "--json");
+        Result result =
+            ::run(client + " " + arguments + (arguments == "list" ? " " : Patient) + "--json");
         EXPECT_EQ(result.code, 0) << arguments;
         return nlohmann::json::parse(result.out, nullptr, false);
     }
