@@ -38,17 +38,13 @@ bool isUnderDebugger() {
     return ourOptions->withDebugger;
 }
 
-#define VDK_CAPABILITY(name, need, isWithheld, missingBit)                                         \
-    {                                                                                              \
-#name,                                                                                     \
-            [](const jvmtiCapabilities& c) { return c.name != 0; },                                \
-                                                                 [](jvmtiCapabilities &            \
-                                                                    c) { c.name = 1; }, need,      \
-                                                                                     isWithheld,   \
-                                                                                     missingBit    \
-    }
-
 // clang-format off
+#define VDK_CAPABILITY(name, need, isWithheld, missingBit)                                         \
+    {#name,                                                                                        \
+     [](const jvmtiCapabilities& c) { return c.name != 0; },                                       \
+     [](jvmtiCapabilities& c) { c.name = 1; },                                                     \
+     need, isWithheld, missingBit}
+
 const CapabilityRow ROWS[] = {
     VDK_CAPABILITY(can_tag_objects,                    REQUIRED, never, 0),
     VDK_CAPABILITY(can_generate_object_free_events,    REQUIRED, never, 0),

@@ -186,6 +186,7 @@ final class ProtocolTest {
         Check.isTrue(version.find(), "version");
         Check.equal(Constants.APP_FULL_NAME, "Vandrik Java Profiler " + version.group(1), "name");
         Check.contains(source("CMakeLists.txt"),
-                       "project(vandrik VERSION " + version.group(1) + " ", "version of the build");
+                       "file(STRINGS src/core/ground/Version.h _version REGEX VDK_VERSION)",
+                       "version of the build");
     }
 }

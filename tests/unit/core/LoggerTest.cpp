@@ -1,0 +1,120 @@
+// The log and the console, in a child whose user has no entry and whose home is a folder of the
+// test.
+#include "core/ground/Logger.h"
+
+#include "core/ground/Options.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+const uid_t USER = 1234567;
+
+std::string read(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+// A process opens its log once: another test of this one may have done so.
+bool isLogOpen() {
+    return system(
+               ("ls -l /proc/" + std::to_string(getpid()) + "/fd | grep -q /.vdk/log/").c_str()) ==
+           0;
+}
+
+class LoggerTest : public testing::Test {
+protected:
+    void SetUp() override {
+        if (isLogOpen()) {
+            GTEST_SKIP() << "the log is open already; ctest runs each test by itself";
+        }
+        char pattern[] = "/tmp/vdk-logger-XXXXXX";
+        ASSERT_NE(nullptr, mkdtemp(pattern));
+        home = pattern;
+        ASSERT_EQ(0, system(("chmod 777 " + home).c_str()));
+    }
+    void TearDown() override {
+        if (!home.empty()) {
+            ASSERT_EQ(0, system(("rm -rf " + home).c_str()));
+        }
+    }
+
+    // Runs the body as that user; what it logs and prints is in the fields. False if this user may
+    // not become another one.
+    bool run(void (*body)()) {
+        const int child = fork();
+        if (child == 0) {
+            const std::string file = home + "/errors";
+            if (setgid(USER) != 0 || setuid(USER) != 0 ||
+                freopen(file.c_str(), "w", stderr) == nullptr) {
+                _exit(99);
+            }
+            setenv("HOME", home.c_str(), 1);
+            body();
+            fflush(nullptr);
+            _exit(0);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        errors = read(home + "/errors");
+        logFile = home + "/.vdk/log/" + std::to_string(child) + ".log";
+        log = read(logFile);
+        return exitCode != 99;
+    }
+    std::string home;
+    std::string logFile;
+    std::string log;
+    std::string errors;
+    int exitCode = 0;
+};
+
+} // namespace
+
+TEST_F(LoggerTest, logAndConsoleHoldTheSameLineWithAnEncodedZeroShownAsADot) {
+    if (!run([] { Logger::message("a\xC0\x80z", stderr); })) {
+        GTEST_SKIP() << "this user may not act for another one";
+    }
+    const size_t zero = log.find("\xC0\x80");
+    ASSERT_NE(std::string::npos, zero) << log;
+    EXPECT_EQ("[Vandrik Java Profiler 10.0.6] Loaded. Log file: " + logFile + "\n" +
+                  std::string(log).replace(zero, 2, "."),
+              errors);
+}
+
+TEST_F(LoggerTest, anEmptyTextMakesNoLogAndARefusalIsToldOnceAlsoWhenQuiet) {
+    if (!run([] {
+            Logger::message("", stderr);
+            _exit(access((std::string(getenv("HOME")) + "/.vdk").c_str(), F_OK) == 0 ? 1 : 0);
+        })) {
+        GTEST_SKIP() << "this user may not act for another one";
+    }
+    EXPECT_EQ(0, exitCode);
+    EXPECT_EQ("", errors);
+    ASSERT_TRUE(run([] {
+        ourOptions->quiet = true;
+        Logger::refusal("Cannot start: no reason");
+    }));
+    EXPECT_EQ("Cannot start: no reason\n", errors);
+    EXPECT_NE(std::string::npos, log.find(": Cannot start: no reason\n")) << log;
+}
+
+TEST_F(LoggerTest, theFirstFaultEndsTheProcessWhereThatIsAsked) {
+    if (!run([] {
+            Logger::message("before");
+            Logger::ourExitOnException = true;
+            Logger::exceptionCaught("Place.cpp", 7);
+        })) {
+        GTEST_SKIP() << "this user may not act for another one";
+    }
+    EXPECT_EQ(255, exitCode);
+    EXPECT_NE(std::string::npos, log.find("exception caught at Place:7\n")) << log;
+    EXPECT_NE(std::string::npos, log.find("exiting (exitonexception mode)\n")) << log;
+}
