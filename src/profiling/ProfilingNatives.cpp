@@ -4,7 +4,7 @@
 #include "core/jvm/CallbackNatives.h"
 #include "core/jvm/NativeEntry.h"
 #include "db/DB.h"
-#include "db/MemoryWriter.h"
+#include "db/PieceWriter.h"
 #include "db/Progress.h"
 #include "db/SocketWriter.h"
 #include "profiling/CpuTime.h"
@@ -48,7 +48,7 @@ void readStamps(JNIEnv* env, jintArray array, int (&stamps)[MAX_TABLE_COUNT]) {
 void writeTablesImpl(JNIEnv* env, int socket, const TableSet& set, jintArray stampArray) {
     int stamps[MAX_TABLE_COUNT];
     readStamps(env, stampArray, stamps);
-    MemoryWriter encoded;
+    PieceWriter encoded;
     {
         InstanceCounting counting(env, ourDB, set.mask);
         LiveTables tables(env, &counting);

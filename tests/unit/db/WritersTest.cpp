@@ -1,5 +1,5 @@
 #include "DBTestSupport.h"
-#include "db/MemoryWriter.h"
+#include "db/PieceWriter.h"
 #include "db/Progress.h"
 #include "db/SnapshotWriter.h"
 #include "db/SocketWriter.h"
@@ -169,13 +169,13 @@ TEST(SnapshotWriter, largeContentReachesTheFileAndWhatIsHeldReachesItAtTheEnd) {
     expectWritten<HeldSnapshotWriter>(heldInts + bufferInts + 1, (heldInts + bufferInts) * 4L);
 }
 
-TEST(MemoryWriter, handsOverWhatItKeptInItsOrder) {
+TEST(PieceWriter, handsOverWhatItKeptInItsOrder) {
     char path[] = "/tmp/vdk-memory-writer-XXXXXX";
     const int file = mkstemp(path);
     ASSERT_GE(file, 0);
     unlink(path);
-    const int count = MemoryWriter::LAST_PIECE_BYTES;
-    MemoryWriter kept;
+    const int count = PieceWriter::LAST_PIECE_BYTES;
+    PieceWriter kept;
     for (int i = 0; i < count; i++) {
         kept.writeInt(i);
     }

@@ -1,14 +1,14 @@
-#include "db/MemoryWriter.h"
+#include "db/PieceWriter.h"
 
-MemoryWriter::MemoryWriter() : AbstractWriter(FIRST_PIECE_BYTES, true, -1) {}
+PieceWriter::PieceWriter() : AbstractWriter(FIRST_PIECE_BYTES, true, -1) {}
 
-MemoryWriter::~MemoryWriter() {
+PieceWriter::~PieceWriter() {
     for (int i = 0; i < pieces.getSize(); i++) {
         delete[] pieces[i].bytes;
     }
 }
 
-void MemoryWriter::flush() {
+void PieceWriter::flush() {
     const int capacity =
         bufferCapacity < LAST_PIECE_BYTES ? 2 * bufferCapacity : static_cast<int>(LAST_PIECE_BYTES);
     // Either allocation may fail; an empty piece does no harm.
@@ -21,7 +21,7 @@ void MemoryWriter::flush() {
     used = 0;
 }
 
-void MemoryWriter::moveTo(AbstractWriter& target) {
+void PieceWriter::moveTo(AbstractWriter& target) {
     for (int i = 0; i < pieces.getSize(); i++) {
         target.writeBytes(pieces[i].bytes, pieces[i].length);
         delete[] pieces[i].bytes;
