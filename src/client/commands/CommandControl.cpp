@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstring>
 #include <optional>
+#include <regex>
 #include <sstream>
 #include <unistd.h>
 
@@ -301,25 +302,20 @@ int runGc(Console& console, const Arguments& arguments) {
     return 0;
 }
 
-// "values": what stands as "name= number" in the agent's text.
+// "tables": what the agent's text tells of each table, "name records= number/ rows allocated= ...".
 static void writeStatistics(JsonWriter& json, const std::string& text) {
-    auto trimmed = [](std::string part) {
-        part.erase(0, part.find_first_not_of(" \t"));
-        part.erase(part.find_last_not_of(" \t\r") + 1);
-        return part;
-    };
-    json.key("values").beginObject();
+    static const std::regex table("^ *(.*) records= *([0-9]+)/ *([0-9]+) .*$");
+    json.key("tables").beginArray();
     for (const std::string& line : split(text, '\n')) {
-        size_t equals = line.rfind('=');
-        if (equals == std::string::npos) {
-            continue;
-        }
-        auto number = parseNumber(trimmed(line.substr(equals + 1)), LONG_MIN, LONG_MAX);
-        if (number) {
-            json.field(trimmed(line.substr(0, equals)), int64_t(*number));
+        std::smatch match;
+        if (line.size() < 200 && std::regex_match(line, match, table)) {
+            json.beginObject().field("name", match[1].str());
+            json.field("records", int64_t(parseNumber(match[2].str(), 0, LONG_MAX).value_or(0)));
+            json.field("rows", int64_t(parseNumber(match[3].str(), 0, LONG_MAX).value_or(0)));
+            json.endObject();
         }
     }
-    json.endObject();
+    json.endArray();
 }
 
 int runStats(Console& console, const Arguments& arguments) {

@@ -46,8 +46,8 @@ const OptionSpec Filters = {"--filters",
 
 // The one table of commands. A group of commands of its own, such as those on heap snapshots, has
 // its rows and its run functions (heap*.cpp) declared in Commands.h and listed here; help, shell
-// completion and checks follow from the row. docs/vdk.1 names each command and option, which a test
-// compares with this table.
+// completion and checks follow from the row. docs/vdk.1 is printed from this table, which a test
+// checks.
 const std::vector<Command> Table = {
     {"list",
      "show the JVMs of this machine",

@@ -5,6 +5,8 @@
 #include "client/attach/Attach.h"
 #include "core/ground/Logger.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
@@ -197,6 +199,16 @@ TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentAfterAttach) {
     Result again = run(client + " attach " + pid + Patient + "--json 2>/dev/null");
     ASSERT_EQ(again.code, 0);
     EXPECT_EQ(nlohmann::json::parse(again.out)["already"], true);
+    // What can be done later is done, all else is refused: nothing is taken and left undone.
+    EXPECT_EQ(run(client + " sample stop " + pid + Patient + "2>&1").code, 0);
+    EXPECT_EQ(run(client + " attach " + pid + Patient + "sampling 2>&1").code, 0);
+    EXPECT_EQ(nlohmann::json::parse(run(client + " status " + pid + Patient + "--json").out)["cpu"],
+              "sampling");
+    Result refused = run(client + " attach " + pid + Patient + "port=10005 --json 2>&1");
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_EQ(nlohmann::json::parse(refused.out)["word"], "attach.present");
+    EXPECT_EQ(
+        run(client + " retransform " + pid + Patient + "--filter-file /nonexistent 2>&1").code, 2);
     Result status = run(client + " status " + pid + Patient + "--json");
     ASSERT_EQ(status.code, 0);
     EXPECT_EQ(nlohmann::json::parse(status.out)["pid"], program.pid) << status.out;
@@ -210,6 +222,7 @@ TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentAfterAttach) {
     Result snapshot = run(client + " snapshot " + pid + Patient + "--compressed --dir " + dir.path +
                           "/snaps --out " + file + " 2>&1");
     EXPECT_EQ(snapshot.code, 0) << snapshot.out;
+    EXPECT_TRUE(std::filesystem::is_empty(dir.file("snaps"))) << "the JVM's copy went";
     Result report = run(client + " report " + file + " --json");
     ASSERT_EQ(report.code, 0);
     auto methods = nlohmann::json::parse(report.out)["methods"];
@@ -234,7 +247,35 @@ TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentUnderRun) {
     EXPECT_NE(dump.out.find("Waiter.main"), std::string::npos) << dump.out;
     EXPECT_EQ(process.finish(), 7);
     EXPECT_EQ(process.output, "ready\ndone\n");
-    EXPECT_EQ(TempDir::read(dir.file("err")), "");
+    std::string err = TempDir::read(dir.file("err"));
+    EXPECT_EQ(err.find("vdk: snapshot: "), 0u) << err;
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+    std::filesystem::remove(err.substr(15, err.find('\n') - 15));
+}
+
+// Two JVMs of one script, which end together: each one's data is kept, and told where.
+TEST_P(RealJvm, scriptUnderRunKeepsWhatItsJvmsMeasured) {
+    std::string client = builtFile("vdk");
+    if (client.empty() || builtFile("libvdkagent.so").empty()) {
+        GTEST_SKIP() << "the agent was not built";
+    }
+    std::string java = "echo x | " + homes[0] + "/bin/java -cp " + dir.path + " Waiter busy";
+    dir.write("script", "#!/bin/sh\n" + java + " &\n" + java + "\nwait\n");
+    std::filesystem::permissions(dir.file("script"), std::filesystem::perms::owner_all);
+    dir.write("app.snapshot", "of an earlier run");
+    Result script = run("cd " + dir.path + " && " + client +
+                        " run sampling --out app.snapshot -- ./script 2>err");
+    EXPECT_EQ(script.out.find("Picked up"), std::string::npos) << script.out;
+    std::string err = TempDir::read(dir.file("err"));
+    for (const char* name : {"app.snapshot", "app-1.snapshot"}) {
+        EXPECT_NE(err.find("vdk: snapshot: " + dir.file(name) + "\n"), std::string::npos) << err;
+        Result report = run(client + " report " + dir.file(name) + " --json");
+        EXPECT_EQ(report.code, 0) << name;
+        EXPECT_NE(report.out.find("\"session\": \"Waiter"), std::string::npos) << report.out;
+    }
+    Result silent = run("cd " + dir.path + " && " + client +
+                        " run sampling --no-snapshot -- ./script 2>&1 | grep -v 'Picked up'");
+    EXPECT_EQ(silent.out.find("vdk"), std::string::npos) << silent.out;
 }
 
 INSTANTIATE_TEST_SUITE_P(Releases, RealJvm, testing::Values(Release{"17", 1}, Release{"25", 2}),
