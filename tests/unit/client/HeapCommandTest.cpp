@@ -315,7 +315,7 @@ TEST_F(HeapCommand, errorsHaveTheirCodes) {
         {{file.path, "path", "x"}, 2, "is no object identifier"},
         {{file.path, "path", "0x9"}, 1, "the heap holds no object"},
         {{foreign.path}, 7, "wrong magic at offset 0"},
-        {{"/nonexistent.hprof"}, 7, "cannot open"},
+        {{"/nonexistent.hprof"}, 2, "cannot open"},
         {{zipped.path, "--tmp", "/nonexistent"},
          8,
          "cannot create a temporary file in /nonexistent"},

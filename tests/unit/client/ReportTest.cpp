@@ -206,7 +206,7 @@ TEST(Report, generatedClassesOfOneNameAreOneMethod) {
     DbBuilder b;
     int t = b.thread("main");
     int root = b.frame(0, b.method("A", "main"));
-    b.time(t, root, 100);
+    b.time(t, root, 90);
     b.time(t, b.frame(root, b.method("A$$Lambda/0x00007f01", "run")), 30);
     b.time(t, b.frame(root, b.method("A$$Lambda/0x00007f02", "run")), 20);
     Profile profile = makeProfile(b.db);
