@@ -64,7 +64,8 @@ const std::vector<Command> Table = {
      "start a Java program with the agent",
      "The program replaces vdk: its signals, output and exit code are its own. Its agent listens "
      "on\n"
-     "this machine only, serves your user and root alone, keeps its files in a private folder, and\n"
+     "this machine only, serves your user and root alone, keeps its files in a private folder, "
+     "and\n"
      "writes to the console only why it could not start (the program then runs without it) and\n"
      "where the snapshot lies that it leaves when the JVM ends while CPU times are measured.\n"
      "For java and the tools of a JDK the agent goes onto the command line. Any other program, "
