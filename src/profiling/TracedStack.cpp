@@ -107,6 +107,10 @@ void noteLook(ThreadInfo* info, bool cut) {
     watch.cut = cut;
     const int depth = info->markers.getSize();
     watch.nextLook = 2 * depth > StackWatch::LEAST_LOOK ? 2 * depth : StackWatch::LEAST_LOOK;
+    // A walk over a deep stack takes milliseconds, and an error may call at each level of it.
+    if (depth > DEEP_RECURSION && watch.patience < depth / 8) {
+        watch.patience = depth / 8;
+    }
 }
 
 int nextOuter(const ZVector<OpenCall>& calls, int method, int from) {
@@ -122,7 +126,11 @@ bool isBelow(uintptr_t place, uintptr_t caller) {
 }
 
 bool runsOutOfPatience(ThreadInfo* info) {
-    return --info->watch.patience < 0;
+    StackWatch& watch = info->watch;
+    if (info->markers.getSize() <= DEEP_RECURSION && watch.patience > watch.falseAlarms) {
+        watch.patience = watch.falseAlarms; // what was deep is left
+    }
+    return --watch.patience < 0;
 }
 
 } // namespace
@@ -251,7 +259,9 @@ void followAfterAlarm(JNIEnv* env, ThreadInfo* info, int except, uintptr_t place
             info->markers.peek().place = place; // the JIT has moved its frame
         }
     }
-    watch.patience = watch.falseAlarms;
+    if (watch.patience < watch.falseAlarms) {
+        watch.patience = watch.falseAlarms;
+    }
 }
 
 int findActivation(ThreadInfo* info, int method, uintptr_t place) {
@@ -264,11 +274,11 @@ int findActivation(ThreadInfo* info, int method, uintptr_t place) {
     if (nextOuter(calls, method, innermost - 1) < 0) {
         return innermost + 1;
     }
+    const bool isDeep = calls.getSize() > DEEP_RECURSION;
     if (place == 0 || watch.catcher != method) {
-        return 0;
+        return isDeep && !runsOutOfPatience(info) ? innermost + 1 : 0;
     }
     const uintptr_t entry = place + watch.catchDistance;
-    const bool isDeep = calls.getSize() > DEEP_RECURSION;
     int inner = -1;
     for (int i = innermost; i >= 0; i = nextOuter(calls, method, i - 1)) {
         if (calls[i].place < entry) {
@@ -283,7 +293,7 @@ int findActivation(ThreadInfo* info, int method, uintptr_t place) {
         const bool isTheOne = calls[i].place == entry && (outer < 0 || calls[outer].place != entry);
         return isTheOne ? i + 1 : 0;
     }
-    return 0;
+    return isDeep ? inner + 1 : 0;
 }
 
 void unwindTo(JNIEnv* env, ThreadInfo* info, int depth) {
