@@ -109,7 +109,8 @@ public final class ThrowCases {
         Map<String, Long> own = Tracing.fetch(target).ownTimes();
         double mine = own.get(CLASS + catching);
         double others = own.get(CLASS + "thrower");
-        Check.isTrue(mine > 20 * others, catching + " has " + mine + " ns, who threw " + others);
+        // A throw is dear where the JVM sends events for it.
+        Check.isTrue(mine > 5 * others, catching + " has " + mine + " ns, who threw " + others);
         Tracing.stop(target);
     }
 
