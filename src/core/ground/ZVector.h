@@ -35,7 +35,11 @@ public:
 
     void push(const T& value) {
         if (size == capacity) {
+            // It may be an element of this vector, which growing moves.
+            const T copy = value;
             grow();
+            values[size++] = copy;
+            return;
         }
         values[size++] = value;
     }

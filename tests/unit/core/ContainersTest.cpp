@@ -134,6 +134,20 @@ TEST(ZMap, putAfterRemoveReusesTheSlotAndLeavesFreeAlone) {
     EXPECT_EQ(map.getSize(), 1);
 }
 
+// Under the address sanitizer: growing frees what the reference leads to.
+TEST(ZVector, takesItsOwnElementWhileItGrows) {
+    ZVector<int> vector(1);
+    ZVectorSafe<ZString> texts(1);
+    vector.push(7);
+    texts.push(ZString("a text that has memory of its own"));
+    for (int i = 0; i < 20; i++) {
+        vector.push(vector[0]);
+        texts.push(texts[0]);
+    }
+    EXPECT_EQ(7, vector[20]);
+    EXPECT_STREQ("a text that has memory of its own", texts[20].c_str());
+}
+
 TEST(ZMap, compactedTableOfPassingKeysStaysSmallAndQuickToSearch) {
     ZMap<int, int> map(100);
     ZSet<int> set(100);
