@@ -10,3 +10,6 @@
 
 extern "C" int sysctl(const int* name, unsigned namelen, void* oldp, size_t* oldlenp,
                       const void* newp, size_t newlen);
+
+extern "C" int sysctlbyname(const char* name, void* oldp, size_t* oldlenp, const void* newp,
+                            size_t newlen);
