@@ -51,6 +51,7 @@ extern "C" {
 int __xstat(int version, const char* path, struct stat* status);
 int __fxstat(int version, int fd, struct stat* status);
 int __lxstat(int version, const char* path, struct stat* status);
+int __fxstatat(int version, int folder, const char* path, struct stat* status, int flags);
 }
 
 namespace {
@@ -78,6 +79,10 @@ int fstat64(int fd, struct stat* status) {
 
 int lstat(const char* path, struct stat* status) {
     return __lxstat(STAT_VERSION, path, status);
+}
+
+int fstatat(int folder, const char* path, struct stat* status, int flags) {
+    return __fxstatat(STAT_VERSION, folder, path, status, flags);
 }
 
 // Since 2.32. The C++ runtime counts without atomic instructions while it is true: never here.
