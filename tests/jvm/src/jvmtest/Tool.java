@@ -8,6 +8,8 @@ import java.util.List;
 
 /** Programs that the cases call and that end well: vdk and the tools of a JDK. */
 public final class Tool {
+    private static final List<String> FILE_COMMANDS = List.of("heap", "list");
+
     private Tool() {
     }
 
@@ -47,7 +49,10 @@ public final class Tool {
     public static List<String> vdkCommand(String... words) {
         List<String> command = new ArrayList<>(List.of(System.getProperty("vdk.build") + "/vdk"));
         command.addAll(Arrays.asList(words));
-        command.addAll(List.of("--timeout", Check.LIMIT_SECONDS + "s"));
+        // Files have no limit to give.
+        if (!FILE_COMMANDS.contains(words[0])) {
+            command.addAll(List.of("--timeout", Check.LIMIT_SECONDS + "s"));
+        }
         return command;
     }
 }
