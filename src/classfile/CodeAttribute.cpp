@@ -230,7 +230,7 @@ void CodeAttribute::shiftExceptionTableAndLineNumbers(int delta, int fromPc) {
     }
 }
 
-void CodeAttribute::shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets, bool hasPrefix) {
+void CodeAttribute::shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets) {
     modified = true;
     for (int i = 0; i < exceptionTable.getSize(); i++) {
         ExceptionTableElement& element = exceptionTable[i];
@@ -241,8 +241,7 @@ void CodeAttribute::shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets
     for (int i = attributes.getSize() - 1; i >= 0; i--) {
         switch (attributes[i]->getKind()) {
         case ATTRIBUTE_LINE_NUMBER_TABLE:
-            static_cast<LineNumberTableAttribute*>(attributes[i])
-                ->shiftLineNumbers(offsets, hasPrefix);
+            static_cast<LineNumberTableAttribute*>(attributes[i])->shiftLineNumbers(offsets);
             break;
         case ATTRIBUTE_RUNTIME_VISIBLE_TYPE_ANNOTATIONS:
         case ATTRIBUTE_RUNTIME_INVISIBLE_TYPE_ANNOTATIONS:
@@ -263,7 +262,7 @@ void CodeAttribute::shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets
 }
 
 void CodeAttribute::shiftTables(const CodeOffsets& offsets, bool hasPrefix) {
-    shiftExceptionTableAndLineNumbers(offsets, hasPrefix);
+    shiftExceptionTableAndLineNumbers(offsets);
     for (int i = 0; i < attributes.getSize(); i++) {
         const AttributeKind kind = attributes[i]->getKind();
         if (kind == ATTRIBUTE_LOCAL_VARIABLE_TABLE || kind == ATTRIBUTE_LOCAL_VARIABLE_TYPE_TABLE) {

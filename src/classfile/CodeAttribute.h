@@ -68,10 +68,10 @@ public:
     // For delta bytes inserted at fromPc. Line numbers all move, whatever their position.
     void shiftExceptionTableAndLineNumbers(int delta, int fromPc);
     // For a general rewrite, after setCode: exception table, line numbers, type annotations and
-    // frames. hasPrefix: code was put in front of the old position 0, which belongs to the line
-    // that the method began with, and through which variables are visible whose range did.
-    void shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets, bool hasPrefix = false);
-    // The same and local variable ranges.
+    // frames.
+    void shiftExceptionTableAndLineNumbers(const CodeOffsets& offsets);
+    // The same and local variable ranges. hasPrefix: code was put in front of the old position 0,
+    // through which variables are visible whose range began there.
     void shiftTables(const CodeOffsets& offsets, bool hasPrefix = false);
 
     // Allocates a local variable and gives its slot. It becomes part of the frames, as itself or as

@@ -38,10 +38,9 @@ void LineNumberTableAttribute::shiftLineNumbers(int delta) {
     }
 }
 
-void LineNumberTableAttribute::shiftLineNumbers(const CodeOffsets& offsets, bool hasPrefix) {
+void LineNumberTableAttribute::shiftLineNumbers(const CodeOffsets& offsets) {
     unsigned char* at = writableEntries();
     for (int i = 0; i < entries; i++, at += 4) {
-        const int start = at[0] << 8 | at[1];
-        DataOutput::storeShort(at, start == 0 && hasPrefix ? 0 : offsets.at(start));
+        DataOutput::storeShort(at, offsets.at(at[0] << 8 | at[1]));
     }
 }

@@ -14,9 +14,9 @@ public:
     int getLineNumber(int i) const;
     // Adds delta, at least 0, to the start of every entry.
     void shiftLineNumbers(int delta);
-    // Moves every entry to the new place of its instruction. With `hasPrefix` an entry for the
-    // method's start covers the code put in front of it as well.
-    void shiftLineNumbers(const CodeOffsets& offsets, bool hasPrefix = false);
+    // Moves every entry to the new place of its instruction. Code in front of the first one has no
+    // line: a debugger that steps into the method must stop in the program's code.
+    void shiftLineNumbers(const CodeOffsets& offsets);
 
 private:
     unsigned char* writableEntries();

@@ -168,8 +168,8 @@ TEST_F(CodeSequences, tablesFollowTheCode) {
                         false, true);
     const ReferenceMethod& m = rewritten.method("m");
     ASSERT_EQ(m.code.size(), 31u);
-    EXPECT_EQ(m.codeAttributes[0].second, B::u2(2) + B::u2(0) + B::u2(1) + B::u2(12) + B::u2(2));
-    // The first line and a parameter stay visible from 0 on, another variable moves.
+    EXPECT_EQ(m.codeAttributes[0].second, B::u2(2) + B::u2(9) + B::u2(1) + B::u2(12) + B::u2(2));
+    // A parameter stays visible from 0 on, another variable moves.
     EXPECT_EQ(m.codeAttributes[1].second.substr(2, 4), B::u2(0) + B::u2(31));
     EXPECT_EQ(m.codeAttributes[1].second.substr(12, 4), B::u2(10) + B::u2(2));
     EXPECT_EQ(m.handlers[0].start, 9);

@@ -96,12 +96,6 @@ public final class RewritingCases {
         Check.contains(target.log(), "rewritten: 0 of 0 classes", "log");
     }
 
-    /** Interpreted, a stack overflows inside inserted calls. */
-    @Case(fixture = Fragile.class, attach = false, jvm = "-Xint")
-    static void stacksThatOverflowInInsertedCodeTellLines(Target target) throws Exception {
-        staysTheSame(target);
-    }
-
     @Case(fixture = BroadMix.class, attach = false, jvm = "-Xint")
     static void runsInterpreted(Target target) throws Exception {
         runIdle(target);
