@@ -265,12 +265,10 @@ private:
     const Positions& positions;
 };
 
-// The line that the method begins with has the entry call as well.
 std::string movedLines(const std::string& body, const Positions& positions) {
     std::string text = body;
     for (size_t at = 2; at < body.size(); at += 4) {
-        const int start = shortAt(body, static_cast<int>(at));
-        text.replace(at, 2, shortText(start == 0 ? 0 : positions.at(start)));
+        text.replace(at, 2, shortText(positions.at(shortAt(body, static_cast<int>(at)))));
     }
     return text;
 }
