@@ -300,17 +300,21 @@ TEST(JvmList, withoutProcFsTheSystemTellsOfProcesses) {
     // A JVM is what is called java: here a program that sleeps.
     pid_t child = fork();
     if (child == 0) {
-        execl("/bin/sleep", "/opt/jdk/bin/java", "600", nullptr);
+        execl("/bin/sleep", "/opt/jdk/bin/java", "60", nullptr);
         _exit(126);
     }
-    auto isExecuted = [&] { return processes.commandLine(child)[0] == "/opt/jdk/bin/java"; };
+    auto isExecuted = [&] {
+        // Empty while the child changes its program.
+        std::vector<std::string> words = processes.commandLine(child);
+        return !words.empty() && words[0] == "/opt/jdk/bin/java";
+    };
     while (!isExecuted()) {
         usleep(1000);
     }
     Jvm found = JvmFinder(processes, markers).find(std::to_string(child));
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
-    EXPECT_EQ(found.mainName, "600");
+    EXPECT_EQ(found.mainName, "60");
     EXPECT_EQ(found.namespacePid, child);
 }
 
