@@ -1,8 +1,21 @@
 #include "profiling/AllocationRecorder.h"
 
 #include "core/ground/Globals.h"
-#include "core/ground/Guard.h"
 #include "core/jvm/CallbackNatives.h"
+#include "db/DB.h"
+#include "profiling/UserMessage.h"
+
+ZString startAllocationRecording(JNIEnv*, const AllocationSettings&) {
+    return VDK_MISSING_TEXT("allocation recording");
+}
+
+void clearAllocationData(JNIEnv* env) {
+    {
+        LockHolder lock(ourLock);
+        ourDB->clearTableAndTellReaders(SLOT_AllocInfo);
+    }
+    userMessage(env, "Allocation data cleared");
+}
 
 int vdkInitImpl(JNIEnv* env, jobject object, int frameHint) {
     if ((ourStatus.load(std::memory_order_relaxed) & ALLOCATION_RECORDING_BIT) == 0) {
@@ -12,10 +25,4 @@ int vdkInitImpl(JNIEnv* env, jobject object, int frameHint) {
     Logger::assertNotNULL(env, VDK_HERE);
     Logger::assertNotNULL(object, VDK_HERE);
     return frameHint;
-}
-
-jint JNICALL VDK_CALLBACK_NATIVE(vdkInit0)(JNIEnv* env, jclass, jobject object, jint frameHint) {
-    jint next = frameHint;
-    runGuarded(VDK_HERE, [&] { next = vdkInitImpl(env, object, frameHint); });
-    return next;
 }

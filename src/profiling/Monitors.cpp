@@ -2,6 +2,7 @@
 
 #include "core/ground/Globals.h"
 #include "core/ground/UptimeProvider.h"
+#include "core/jvm/CallbackNatives.h"
 #include "db/DB.h"
 
 long Monitors::ourMonitorRecordingStartNs = 0;
@@ -12,6 +13,10 @@ namespace {
 const int HALF_BITS = 32;
 
 } // namespace
+
+ZString Monitors::startMonitorProfiling(JNIEnv*) {
+    return VDK_MISSING_TEXT("monitor profiling");
+}
 
 void Monitors::storeDuration() {
     if (ourMonitorRecordingStartNs == 0) {

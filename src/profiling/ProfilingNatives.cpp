@@ -8,12 +8,10 @@
 #include "db/Progress.h"
 #include "db/SocketWriter.h"
 #include "profiling/CpuTime.h"
-#include "profiling/Exceptions.h"
 #include "profiling/FrequentSampling.h"
 #include "profiling/Generations.h"
 #include "profiling/InstanceCounting.h"
 #include "profiling/LiveTables.h"
-#include "profiling/Monitors.h"
 #include "profiling/PooledStrings.h"
 #include "profiling/TelemetryHelper.h"
 #include "profiling/ThreadInfo.h"
@@ -188,40 +186,11 @@ void JNICALL VDK_CALLBACK_NATIVE(disableStackTelemetry)(JNIEnv* env, jclass) {
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(setThreadTemporaryEnabled)(JNIEnv* env, jclass, jboolean enabled) {
-    runNative(env, VDK_HERE, [&] {
-        ThreadInfo* info = getThreadInfo();
-        if (info != nullptr) {
-            info->temporaryEnabled = enabled == JNI_TRUE;
-        }
-    });
+    runNative(env, VDK_HERE, [&] { setThreadTemporaryEnabled(enabled == JNI_TRUE); });
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(advanceGeneration)(JNIEnv* env, jclass, jstring description) {
     runNative(env, VDK_HERE, [&] { advanceGeneration(env, description); });
-}
-
-void JNICALL VDK_CALLBACK_NATIVE(clearMonitorData)(JNIEnv* env, jclass) {
-    runNative(env, VDK_HERE, [] {
-        LockHolder lock(ourLock);
-        Monitors::clearMonitorData();
-    });
-}
-
-void JNICALL VDK_CALLBACK_NATIVE(clearExceptions)(JNIEnv* env, jclass) {
-    runNative(env, VDK_HERE, [] {
-        LockHolder lock(ourLock);
-        Exceptions::clearExceptions();
-    });
-}
-
-void JNICALL VDK_CALLBACK_NATIVE(clearAllocationData)(JNIEnv* env, jclass) {
-    runNative(env, VDK_HERE, [&] {
-        {
-            LockHolder lock(ourLock);
-            ourDB->clearTableAndTellReaders(SLOT_AllocInfo);
-        }
-        userMessage(env, "Allocation data cleared");
-    });
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(addSnapshotInfo)(JNIEnv* env, jclass, jstring path, jlong flags) {

@@ -184,3 +184,10 @@ ThreadInfo* getThreadInfo() {
         return nullptr;
     }
 }
+
+void setThreadTemporaryEnabled(bool enabled) {
+    ThreadInfo* info = getThreadInfo();
+    if (info != nullptr) {
+        info->temporaryEnabled = enabled;
+    }
+}

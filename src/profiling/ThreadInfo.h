@@ -138,3 +138,6 @@ ThreadInfo* getThreadInfoJVMTI(jthread thread);
 ThreadInfo* getStoredThreadInfo(jthread thread);
 // The current thread's; null outside the start and live phases.
 ThreadInfo* getThreadInfo();
+
+// Whether the current thread, if it is one of the agent, may write rows of probe tables.
+void setThreadTemporaryEnabled(bool enabled);

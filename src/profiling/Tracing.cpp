@@ -7,7 +7,6 @@
 #include "core/jvm/ConsumedEvents.h"
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
-#include "core/jvm/NativeEntry.h"
 #include "db/DB.h"
 #include "db/SnapshotCommon.h"
 #include "probes/Filter.h"
@@ -33,9 +32,8 @@ UsedSettings& ourUsedSettings = *new UsedSettings();
 
 const char ALREADY_STARTED[] = "CPU sampling or CPU tracing already started";
 
-ZString textOrFile(JNIEnv* env, jstring text, ZString (*readFile)(const ZString&),
-                   const ZString& path) {
-    return text == nullptr ? readFile(path) : toZString(env, text);
+ZString textOrFile(const ZString* text, ZString (*readFile)(const ZString&), const ZString& path) {
+    return text == nullptr ? readFile(path) : *text;
 }
 
 } // namespace
@@ -82,16 +80,16 @@ void checkMode(long mode) {
 }
 
 // Sets the bits and filters of a mode. False if one is active already.
-bool enterCPUMode(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec,
+bool enterCPUMode(long mode, const ZString* filters, const ZString* wallTimeSpec,
                   ZString* usedFilters, ZString* usedWallTimeSpec) {
     LockHolder lock(ourLock, "CoreNatives:275");
     if ((ourStatus & CPU_TIMES_BIT) != 0) {
         return false;
     }
     checkMode(mode);
-    *usedFilters = textOrFile(env, filters, Filter::readFilterSpecFromFile, ourOptions->filters);
+    *usedFilters = textOrFile(filters, Filter::readFilterSpecFromFile, ourOptions->filters);
     *usedWallTimeSpec =
-        textOrFile(env, wallTimeSpec, Filter::readWallTimeSpecFromFile, ourOptions->wallTimeSpec);
+        textOrFile(wallTimeSpec, Filter::readWallTimeSpecFromFile, ourOptions->wallTimeSpec);
     Filter::reloadFilters(*usedFilters, *usedWallTimeSpec);
     eachThreadInfo([](ThreadInfo* info) { info->forgetLastSample(); });
     ourStatus |= mode;
@@ -106,9 +104,10 @@ bool enterCPUMode(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec,
 
 } // namespace
 
-bool startCPUProfilingImpl(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec,
-                           ZString* usedFilters, ZString* usedWallTimeSpec) {
-    if (!enterCPUMode(env, mode, filters, wallTimeSpec, usedFilters, usedWallTimeSpec)) {
+bool startCPUProfilingImpl(JNIEnv* env, long mode, const ZString* filters,
+                           const ZString* wallTimeSpec, ZString* usedFilters,
+                           ZString* usedWallTimeSpec) {
+    if (!enterCPUMode(mode, filters, wallTimeSpec, usedFilters, usedWallTimeSpec)) {
         return false;
     }
     if ((mode & CPU_COUNTS_BIT) != 0) {
@@ -183,28 +182,28 @@ void calibrate(JNIEnv* env) {
     if (method != nullptr) {
         env->CallStaticVoidMethod(ourClassCoreGlobalRef, method);
     }
-    jthrowable exception = env->ExceptionOccurred();
-    if (exception != nullptr) {
-        env->ExceptionClear();
-        Logger::message(ZString("calibration: ") + getExceptionMessage(env, exception));
-        env->DeleteLocalRef(exception);
-    }
+    logPendingException(env, "calibration");
 }
 
-// Everything is filtered out but the class that does the measured work.
+// False for a start that is going to be refused: nothing is calibrated for it.
+bool isStartable(long mode) {
+    return (ourStatus & CPU_TIMES_BIT) == 0 && (mode & CPU_TIMES_BIT) != 0 &&
+           (mode & ~CPU_PROFILING) == 0;
+}
+
+} // namespace
+
 void startCalibrating(JNIEnv* env) {
     setCalibration(-1);
-    jstring filters = toJavaString(env, "*\n+com.vandrik.runtime.Calibration");
-    jstring wallTime = toJavaString(env, "");
+    const ZString filters = "*\n+com.vandrik.runtime.Calibration";
+    const ZString wallTime;
     ZString usedFilters;
     ZString usedWallTime;
     bool started = false;
     const bool tried = runGuarded(VDK_HERE, [&] {
-        started =
-            startCPUProfilingImpl(env, CPU_TRACING, filters, wallTime, &usedFilters, &usedWallTime);
+        started = startCPUProfilingImpl(env, CPU_TRACING, &filters, &wallTime, &usedFilters,
+                                        &usedWallTime);
     });
-    env->DeleteLocalRef(filters);
-    env->DeleteLocalRef(wallTime);
     if (!tried) {
         // It may have been begun; whoever runs already makes it return false instead.
         stopCPUProfilingImpl(env, false);
@@ -215,16 +214,11 @@ void startCalibrating(JNIEnv* env) {
     }
 }
 
-// False for a start that is going to be refused: nothing is calibrated for it.
-bool isStartable(long mode) {
-    return (ourStatus & CPU_TIMES_BIT) == 0 && (mode & CPU_TIMES_BIT) != 0 &&
-           (mode & ~CPU_PROFILING) == 0;
-}
-
-jstring startCPUProfiling(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec) {
+ZString startCPUProfiling(JNIEnv* env, long mode, const ZString* filters,
+                          const ZString* wallTimeSpec) {
     const ZString refusal = refuseCPUProfiling(mode);
     if (!refusal.isEmpty()) {
-        return toJavaString(env, refusal);
+        return refusal;
     }
     const bool tracing = (mode & CPU_COUNTS_BIT) != 0;
     if (tracing && getCalibration() == 0 && isStartable(mode)) {
@@ -235,7 +229,7 @@ jstring startCPUProfiling(JNIEnv* env, long mode, jstring filters, jstring wallT
     if (!startCPUProfilingImpl(env, mode, filters, wallTimeSpec, &filterText, &wallTimeText)) {
         const char* failure = tracing ? "Cannot start CPU tracing" : "Cannot start CPU sampling";
         userMessage(env, failure, ALREADY_STARTED);
-        return toJavaString(env, ZString(failure) + ": " + ALREADY_STARTED);
+        return ZString(failure) + ": " + ALREADY_STARTED;
     }
     ZString detail;
     if (tracing) {
@@ -243,34 +237,5 @@ jstring startCPUProfiling(JNIEnv* env, long mode, jstring filters, jstring wallT
     }
     detail.append(ZString("Wall time specification:\n\n") + wallTimeText);
     userMessage(env, tracing ? "CPU tracing started" : "CPU sampling started", detail);
-    return nullptr;
-}
-
-} // namespace
-
-jstring JNICALL VDK_CALLBACK_NATIVE(startCPUProfiling)(JNIEnv* env, jclass, jlong mode,
-                                                       jstring filters, jstring wallTimeSpec) {
-    jstring result = nullptr;
-    runNative(env, VDK_HERE, [&] { result = startCPUProfiling(env, mode, filters, wallTimeSpec); });
-    return result;
-}
-
-void JNICALL VDK_CALLBACK_NATIVE(stopCPUProfiling)(JNIEnv* env, jclass, jboolean log) {
-    runNative(env, VDK_HERE, [&] { stopCPUProfilingImpl(env, log == JNI_TRUE); });
-}
-
-void JNICALL VDK_CALLBACK_NATIVE(clearCPUData)(JNIEnv* env, jclass, jboolean log) {
-    runNative(env, VDK_HERE, [&] { clearCPUDataImpl(env, log == JNI_TRUE); });
-}
-
-void JNICALL VDK_CALLBACK_NATIVE(startCalibrating)(JNIEnv* env, jclass) {
-    runNative(env, VDK_HERE, [&] { startCalibrating(env); });
-}
-
-jlong JNICALL VDK_CALLBACK_NATIVE(getCalibrationResult)(JNIEnv*, jclass) {
-    return getCalibration();
-}
-
-void JNICALL VDK_CALLBACK_NATIVE(setCalibrationResult)(JNIEnv*, jclass, jlong costNs) {
-    setCalibration(costNs);
+    return "";
 }

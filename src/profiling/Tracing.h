@@ -15,11 +15,19 @@ void setCalibration(long costNs);
 // end - start, less the calibrated cost of the `calls` traced calls in between; never negative.
 long getTimeDeltaNs(long end, long start, long calls, int place);
 
-// Starts CPU profiling with a mode of ProfilingModesExt bits. A null text comes from its file.
-// False if it runs already; a mode without times or with foreign bits is an internal error. Takes
+// Starts CPU profiling as a user asked for it, and tells so: why it was refused, empty if it runs.
+// A null text comes from its file. The first tracing of a process is calibrated before. Takes
 // ourLock.
-bool startCPUProfilingImpl(JNIEnv* env, long mode, jstring filters, jstring wallTimeSpec,
-                           ZString* usedFilters, ZString* usedWallTimeSpec);
+ZString startCPUProfiling(JNIEnv* env, long mode, const ZString* filters,
+                          const ZString* wallTimeSpec);
+// Starts a mode of ProfilingModesExt bits without a word. False if one runs already; a mode without
+// times or with foreign bits is an internal error. Takes ourLock.
+bool startCPUProfilingImpl(JNIEnv* env, long mode, const ZString* filters,
+                           const ZString* wallTimeSpec, ZString* usedFilters,
+                           ZString* usedWallTimeSpec);
+// Starts tracing of nothing but the class that measures what a traced call costs; with another mode
+// under way it leaves a Java exception.
+void startCalibrating(JNIEnv* env);
 // Why a mode can't be started in this process, in the user's words; empty if it can.
 ZString refuseCPUProfiling(long mode);
 

@@ -6,7 +6,6 @@
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
 #include "core/ground/Options.h"
-#include "core/jvm/CallbackNatives.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/EventGate.h"
 #include "core/jvm/JNIUtils.h"
@@ -16,11 +15,13 @@
 #include "instrument/JNIRedirect.h"
 #include "instrument/Retransformation.h"
 #include "platform/Platform.h"
-#include "probes/Filter.h"
+#include "profiling/AllocationRecorder.h"
 #include "profiling/Generations.h"
+#include "profiling/Monitors.h"
 #include "profiling/SampledTimes.h"
 #include "profiling/Sampling.h"
 #include "profiling/ThreadInfo.h"
+#include "profiling/Tracing.h"
 #include "runtime/ControlSocketNatives.h"
 #include "runtime/DiagnosticNatives.h"
 #include "runtime/RuntimeClasses.h"
@@ -127,29 +128,16 @@ void runAgentThread(JNIEnv* env, const char* name, jvmtiStartFunction body) {
     env->DeleteLocalRef(thread);
 }
 
-// What the Java side or a start mode answers with, if it failed: the user finds it in the log.
-void logFailure(JNIEnv* env, const char* what, jstring message) {
-    if (env->ExceptionCheck()) {
-        jthrowable exception = env->ExceptionOccurred();
-        env->ExceptionClear();
-        Logger::message(ZString(what) + ": " + getExceptionMessage(env, exception));
-        env->DeleteLocalRef(exception);
-    } else if (message != nullptr) {
-        Logger::message(ZString(what) + ": " + toZString(env, message));
-    }
-    env->DeleteLocalRef(message);
-}
-
-void startCPU(JNIEnv* env) {
-    const long mode = (ourOptions->tracing ? CPU_TRACING : CPU_SAMPLING) |
-                      (ourOptions->noJ2EE ? 0 : CPU_J2EE_BIT);
-    jstring filters = newString(env, Filter::readFilterSpecFromFile(ourOptions->filters));
-    jstring wallTime = newString(env, Filter::readWallTimeSpecFromFile(ourOptions->wallTimeSpec));
-    logFailure(env, "startProfiling",
-               VDK_CALLBACK_NATIVE(startCPUProfiling)(env, ourClassCallbackGlobalRef, mode, filters,
-                                                      wallTime));
-    env->DeleteLocalRef(filters);
-    env->DeleteLocalRef(wallTime);
+// Starts a mode that the options ask for. One that fails leaves the others: the log tells.
+template <typename Start>
+void startMode(JNIEnv* env, Start&& start) {
+    runGuarded(VDK_HERE, [&] {
+        const ZString refusal = start();
+        if (!refusal.isEmpty()) {
+            Logger::message(ZString("startProfiling: ") + refusal);
+        }
+    });
+    logPendingException(env, "startProfiling");
 }
 
 // A static method of Core without a result. The JVM is about to end: a Java exception is logged.
@@ -159,7 +147,7 @@ void callCore(JNIEnv* env, const char* name, const char* signature, jlong argume
         // A method without parameters takes no notice of the argument.
         env->CallStaticVoidMethod(ourClassCoreGlobalRef, method, argument);
     }
-    logFailure(env, name, nullptr);
+    logPendingException(env, name);
 }
 
 bool isSnapshotOnExitWanted(long status) {
@@ -368,18 +356,18 @@ bool agentInit(JNIEnv* env) {
 void startProfiling(JNIEnv* env) {
     Logger::message("startProfiling: 1");
     if (ourOptions->tracing || ourOptions->sampling) {
-        startCPU(env);
+        const long mode = (ourOptions->tracing ? CPU_TRACING : CPU_SAMPLING) |
+                          (ourOptions->noJ2EE ? 0 : CPU_J2EE_BIT);
+        startMode(env, [&] { return startCPUProfiling(env, mode, nullptr, nullptr); });
     }
     if (ourOptions->allocEachSet || ourOptions->allocSizeLimitSet) {
-        logFailure(env, "startProfiling",
-                   VDK_CALLBACK_NATIVE(startAllocationRecording)(
-                       env, ourClassCallbackGlobalRef, ourOptions->allocEachSet,
-                       ourOptions->allocEach, ourOptions->allocSizeLimitSet,
-                       ourOptions->allocSizeLimit, ourOptions->perClassGC));
+        const AllocationSettings settings = {ourOptions->allocEachSet, ourOptions->allocEach,
+                                             ourOptions->allocSizeLimitSet,
+                                             ourOptions->allocSizeLimit, ourOptions->perClassGC};
+        startMode(env, [&] { return startAllocationRecording(env, settings); });
     }
     if (ourOptions->monitors) {
-        logFailure(env, "startProfiling",
-                   VDK_CALLBACK_NATIVE(startMonitorProfiling)(env, ourClassCallbackGlobalRef));
+        startMode(env, [&] { return Monitors::startMonitorProfiling(env); });
     }
     Logger::message("startProfiling: OK");
 }

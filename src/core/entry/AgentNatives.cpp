@@ -11,22 +11,13 @@
 #include "core/jvm/NativeEntry.h"
 #include "platform/Platform.h"
 #include "probes/SignatureUtil.h"
+#include "profiling/ThreadInfo.h"
 
 namespace {
 
 const char MESSAGES_CLASS[] = "com/vandrik/probes/builtin/Messages";
 const char MESSAGES_SIGNATURE[] = "(Ljava/lang/String;Ljava/lang/String;Ljava/lang/String;)V";
 const char MESSAGE_SOURCE[] = "Profiler";
-
-void logPendingException(JNIEnv* env, const char* place) {
-    jthrowable exception = env->ExceptionOccurred();
-    if (exception == nullptr) {
-        return;
-    }
-    env->ExceptionClear();
-    Logger::message(ZString(place) + ": " + getExceptionMessage(env, exception));
-    env->DeleteLocalRef(exception);
-}
 
 // Stores a row in the table of messages. The store must not be profiled as the caller's work.
 void storeMessage(JNIEnv* env, jstring text, jstring detail) {
@@ -36,10 +27,10 @@ void storeMessage(JNIEnv* env, jstring text, jstring detail) {
                            : env->GetStaticMethodID(messages, "message", MESSAGES_SIGNATURE);
     jstring source = method == nullptr ? nullptr : env->NewStringUTF(MESSAGE_SOURCE);
     if (source != nullptr) {
-        VDK_CALLBACK_NATIVE(setThreadTemporaryEnabled)(env, ourClassCallbackGlobalRef, JNI_TRUE);
+        setThreadTemporaryEnabled(true);
         env->CallStaticVoidMethod(messages, method, source, text, detail);
         logPendingException(env, "message");
-        VDK_CALLBACK_NATIVE(setThreadTemporaryEnabled)(env, ourClassCallbackGlobalRef, JNI_FALSE);
+        setThreadTemporaryEnabled(false);
     }
     logPendingException(env, "message");
     env->DeleteLocalRef(source);

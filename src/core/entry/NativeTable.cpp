@@ -43,11 +43,6 @@ static_assert(sizeof ourAgentNativeMethods / sizeof(JNINativeMethod) == 89,
 void registerCallbackNatives(JNIEnv* env, jclass callback) {
     const jint result =
         env->RegisterNatives(callback, ourAgentNativeMethods, ourAgentNativeMethodCount);
-    if (env->ExceptionCheck()) {
-        jthrowable exception = env->ExceptionOccurred();
-        env->ExceptionClear();
-        Logger::message(ZString("RegisterNatives: ") + getExceptionMessage(env, exception));
-        env->DeleteLocalRef(exception);
-    }
+    logPendingException(env, "RegisterNatives");
     Logger::assertEquals(result, 0, VDK_HERE);
 }

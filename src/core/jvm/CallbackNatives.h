@@ -93,10 +93,10 @@
     BUILT(setUserTableIntColumn, "(IIII)V", void, (JNIEnv* env, jclass clazz, jint table, jint row, jint column, jint value)) \
     BUILT(setUserTableLongColumn, "(IIIJ)V", void, (JNIEnv* env, jclass clazz, jint table, jint row, jint column, jlong value)) \
     BUILT(setUserTableStringColumn, "(IIILjava/lang/String;)V", void, (JNIEnv* env, jclass clazz, jint table, jint row, jint column, jstring value)) \
-    ANSWERING(startAllocationRecording, "(ZIZIZ)Ljava/lang/String;", (JNIEnv* env, jclass, jboolean, jint, jboolean, jint, jboolean), "allocation recording") \
+    BUILT(startAllocationRecording, "(ZIZIZ)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jboolean recordEachEnabled, jint recordEach, jboolean sizeLimitEnabled, jint sizeLimit, jboolean perClassGarbage)) \
     BUILT(startCalibrating, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(startCPUProfiling, "(JLjava/lang/String;Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jlong mode, jstring filters, jstring wallTimeSpec)) \
-    ANSWERING(startMonitorProfiling, "()Ljava/lang/String;", (JNIEnv* env, jclass), "monitor profiling") \
+    BUILT(startMonitorProfiling, "()Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz)) \
     MISSING(stopAllocationRecording, "()V", void, (JNIEnv* env, jclass), "allocation recording") \
     BUILT(stopCPUProfiling, "(Z)V", void, (JNIEnv* env, jclass clazz, jboolean log)) \
     MISSING(stopMonitorProfiling, "()V", void, (JNIEnv* env, jclass), "monitor profiling") \

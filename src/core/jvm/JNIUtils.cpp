@@ -70,6 +70,17 @@ ZString getExceptionMessage(JNIEnv* env, jthrowable exception) {
     return text;
 }
 
+bool logPendingException(JNIEnv* env, const char* what) {
+    jthrowable exception = env->ExceptionOccurred();
+    if (exception == nullptr) {
+        return false;
+    }
+    env->ExceptionClear();
+    Logger::message(ZString(what) + ": " + getExceptionMessage(env, exception));
+    env->DeleteLocalRef(exception);
+    return true;
+}
+
 void assertJNIImpl(JNIEnv* env, const char* file, int line) {
     jthrowable exception = env->ExceptionOccurred();
     if (exception == nullptr) {
@@ -158,6 +169,10 @@ jstring toJavaString(JNIEnv* env, const ZString& text) {
         return env->NewString(chars.data(), chars.getSize());
     }
     return env->NewStringUTF(text.c_str());
+}
+
+jstring toJavaRefusal(JNIEnv* env, const ZString& refusal) {
+    return refusal.isEmpty() ? nullptr : toJavaString(env, refusal);
 }
 
 PendingException::PendingException(JNIEnv* javaEnv)

@@ -17,6 +17,9 @@ void assertJNIImpl(JNIEnv* env, const char* file, int line);
 // Class name and message of a throwable, "name: message". Leaves no exception pending.
 ZString getExceptionMessage(JNIEnv* env, jthrowable exception);
 
+// Logs the pending exception behind the text and clears it. Whether there was one.
+bool logPendingException(JNIEnv* env, const char* what);
+
 // Makes a java.lang.RuntimeException with the text pending. Nothing if one is pending already.
 void throwException(JNIEnv* env, const char* message);
 // The same with " (a, b)" behind the text.
@@ -41,6 +44,8 @@ ZString toPath(JNIEnv* env, jstring text);
 // A new Java string, of UTF-8 modified or not, as a local reference; null with an exception pending
 // when memory is short.
 jstring toJavaString(JNIEnv* env, const ZString& text);
+// The same for a refusal: null for the empty text, with which everything went well.
+jstring toJavaRefusal(JNIEnv* env, const ZString& refusal);
 
 // The modified UTF-8 text of a Java string, released at the end of the block.
 class JavaChars {

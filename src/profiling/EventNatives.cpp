@@ -1,0 +1,25 @@
+// The natives of what the JVM's events report: waits at monitors, exceptions.
+#include "core/jvm/CallbackNatives.h"
+#include "core/jvm/NativeEntry.h"
+#include "profiling/Exceptions.h"
+#include "profiling/Monitors.h"
+
+jstring JNICALL VDK_CALLBACK_NATIVE(startMonitorProfiling)(JNIEnv* env, jclass) {
+    return nativeResult<jstring>(env, VDK_HERE, nullptr, [&] {
+        return toJavaRefusal(env, Monitors::startMonitorProfiling(env));
+    });
+}
+
+void JNICALL VDK_CALLBACK_NATIVE(clearMonitorData)(JNIEnv* env, jclass) {
+    runNative(env, VDK_HERE, [] {
+        LockHolder lock(ourLock);
+        Monitors::clearMonitorData();
+    });
+}
+
+void JNICALL VDK_CALLBACK_NATIVE(clearExceptions)(JNIEnv* env, jclass) {
+    runNative(env, VDK_HERE, [] {
+        LockHolder lock(ourLock);
+        Exceptions::clearExceptions();
+    });
+}
