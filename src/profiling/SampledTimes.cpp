@@ -31,12 +31,12 @@ void addLong(UserTable* table, int* row, int column, long ns) {
 }
 
 void addToRow(UserTable* table, ThreadInfo* info, long cpuNs, long chargedNs) {
-    if (info->sampledTimesRow == ThreadInfo::NO_ROW) {
-        info->sampledTimesRow = table->nextIndex();
-        table->setIntColumn(table->getRecord(info->sampledTimesRow, true), THREAD_COLUMN,
+    if (info->sampled.timesRow == SampleMemory::NO_ROW) {
+        info->sampled.timesRow = table->nextIndex();
+        table->setIntColumn(table->getRecord(info->sampled.timesRow, true), THREAD_COLUMN,
                             info->trn);
     }
-    int* row = table->getRecord(info->sampledTimesRow, true);
+    int* row = table->getRecord(info->sampled.timesRow, true);
     addLong(table, row, CPU_COLUMN, cpuNs);
     addLong(table, row, CHARGED_COLUMN, chargedNs);
     row[0] = ourDB->currentStamp;
@@ -72,26 +72,26 @@ void SampledTimes::add(ThreadInfo* info, long cpuNs, bool charged) {
 void SampledTimes::threadStarts(ThreadInfo* info) {
     if (isSamplingOn() && !info->agentThread) {
         const long now = getCurrentThreadCPUTimeNs();
-        info->lastCpuTimeNs = now < 1 ? 1 : now;
+        info->sampled.lastCpuTimeNs = now < 1 ? 1 : now;
     }
 }
 
 void SampledTimes::threadEnds(ThreadInfo* info) {
-    if (isSamplingOn() && info->lastCpuTimeNs != 0) {
-        add(info, getCurrentThreadCPUTimeNs() - info->lastCpuTimeNs, false);
+    if (isSamplingOn() && info->sampled.lastCpuTimeNs != 0) {
+        add(info, getCurrentThreadCPUTimeNs() - info->sampled.lastCpuTimeNs, false);
     }
-    if (info->sampledTimesRow == ThreadInfo::NO_ROW) {
+    if (info->sampled.timesRow == SampleMemory::NO_ROW) {
         return;
     }
-    ourEndedRows.push(info->sampledTimesRow);
+    ourEndedRows.push(info->sampled.timesRow);
     if (ourEndedRows.getSize() > ourOptions->deadThreadLimit) {
         mergeOldest(ourDB->getUserTable(ourTable));
     }
 }
 
 void SampledTimes::clear() {
-    eachThreadInfo([](ThreadInfo* info) { info->sampledTimesRow = ThreadInfo::NO_ROW; });
-    ourOldestFinishedThreads->sampledTimesRow = ThreadInfo::NO_ROW;
+    eachThreadInfo([](ThreadInfo* info) { info->sampled.timesRow = SampleMemory::NO_ROW; });
+    ourOldestFinishedThreads->sampled.timesRow = SampleMemory::NO_ROW;
     ourEndedRows.clear();
     UserTable* const table = ourTable > 0 ? ourDB->getUserTable(ourTable) : nullptr;
     if (table == nullptr) {

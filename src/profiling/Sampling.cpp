@@ -57,8 +57,9 @@ void sampleAllThreads(JNIEnv* env, long wallDeltaNs) {
         if (info->agentThread) {
             return;
         }
-        const int frame = ourFrameStorage.skipHidden(
-            ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(env, stack, &info->lastStack));
+        const int frame =
+            ourFrameStorage.skipHidden(ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(
+                env, stack, &info->sampled.lastStack));
         if (frame > 0) {
             doThreadSample(info, frame, wallDeltaNs);
         }
@@ -118,18 +119,19 @@ void doThreadSample(ThreadInfo* info, int frame, long wallDeltaNs) {
 }
 
 void chargeThreadSample(ThreadInfo* info, int frame, long wallDeltaNs, long cpuTimeNs) {
-    const long cpuDelta = info->lastCpuTimeNs == 0 ? 0 : cpuTimeNs - info->lastCpuTimeNs;
-    info->lastCpuTimeNs = cpuTimeNs;
+    const long cpuDelta =
+        info->sampled.lastCpuTimeNs == 0 ? 0 : cpuTimeNs - info->sampled.lastCpuTimeNs;
+    info->sampled.lastCpuTimeNs = cpuTimeNs;
     const bool isCharged =
         frame != 0 && (getMethodFlags(ourFrameStorage.getMethodIndex(frame)) & METHOD_WAIT) == 0;
     SampledTimes::add(info, cpuDelta, isCharged);
     if (!isCharged) {
         return;
     }
-    if (cpuDelta < 1 && frame == info->idleFrame) {
+    if (cpuDelta < 1 && frame == info->sampled.idleFrame) {
         return;
     }
-    info->idleFrame = ThreadInfo::NO_FRAME;
+    info->sampled.idleFrame = SampleMemory::NO_FRAME;
     const long wallValue = cpuDelta > wallDeltaNs ? cpuDelta : wallDeltaNs;
     long delta = cpuDelta;
     bool inWallTime = false;
@@ -146,7 +148,7 @@ void chargeThreadSample(ThreadInfo* info, int frame, long wallDeltaNs, long cpuT
         }
     }
     if (!inWallTime) {
-        info->idleFrame = frame;
+        info->sampled.idleFrame = frame;
     }
 }
 
@@ -177,8 +179,9 @@ void sampleThreadStatesJVMTI(JNIEnv* env, const AllStacks* stacks, int* startInd
         if (info->agentThread) {
             return;
         }
-        const int frame = ourFrameStorage.skipHidden(
-            ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(env, stack, &info->lastStack));
+        const int frame =
+            ourFrameStorage.skipHidden(ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(
+                env, stack, &info->sampled.lastStack));
         doThreadStateSample(info, frame, stack.state);
         ++*count;
     });

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "profiling/StackMemory.h"
+
 #include <jvmti.h>
 
 class AllStacks;
@@ -9,6 +11,25 @@ class ThreadInfo;
 // charges each thread's CPU time since its last sample to every frame of its stack. The same walk
 // serves the thread states of telemetry. All table updates happen under ourLock; the wait happens
 // outside it.
+
+// What sampling keeps of a thread. Caller holds ourLock.
+struct SampleMemory {
+    static constexpr int NO_FRAME = -1;
+    static constexpr int NO_ROW = -1;
+
+    long lastCpuTimeNs = 0; // last reading of its clock, 0 before the first
+    // A frame whose rows all exist and whose stack has no wall-time method: a sample there that
+    // charges nothing needs no walk.
+    int idleFrame = NO_FRAME;
+    int timesRow = NO_ROW; // of SampledTimes
+    StackMemory lastStack;
+
+    // The next sample counts as the first: for want of an earlier reading it charges no time.
+    void forgetLastSample() {
+        lastCpuTimeNs = 0;
+        idleFrame = NO_FRAME;
+    }
+};
 
 // Sampling, not tracing, is what runs.
 bool isSamplingOn();

@@ -17,7 +17,6 @@
 namespace {
 
 const int FIRST_TFI_INDEX = 1;
-const int MARKER_CAPACITY = 64;
 const int USUAL_THREAD_COUNT = 100;
 const char AGENT_THREAD_PREFIX[] = "VDKAgent-";
 const char GC_THREAD_PREFIX[] = "(GC Main Thread)";
@@ -42,9 +41,8 @@ ThreadInfo* ourVMStartThread = nullptr;
 
 ThreadInfo::ThreadInfo(const char* name, const char* group, long nativeID, jobject thread)
     : nativeThreadID(nativeID), threadObject(thread),
-      threadRecordIndex(ourDB->threadTable->nextIndex()), callCounter(0), currentFrame(NO_FRAME),
-      agentThread(false), calibrationThread(false), carrierThread(false), temporaryEnabled(false),
-      lastCpuTimeNs(0), markers(MARKER_CAPACITY), idleFrame(NO_FRAME), sampledTimesRow(NO_ROW) {
+      threadRecordIndex(ourDB->threadTable->nextIndex()), agentThread(false),
+      calibrationThread(false), carrierThread(false), temporaryEnabled(false) {
     tfiThreadIndex = ourIndexForTFIPool.nextIndex();
     trn = ++ourRunningNumber;
     deriveKind(name);
@@ -138,12 +136,9 @@ J2EERecord* ThreadInfo::getJ2EERecord(int nameStrID, int typeID, int frame) {
 }
 
 void ThreadInfo::clearCPUAndJ2EEInfo() {
-    forgetLastSample();
-    currentFrame = NO_FRAME;
-    forgetOpenCalls();
-    forgetMarkers();
-    j2eeRecords.clear();
-    j2eeStartTimes.clear();
+    sampled.forgetLastSample();
+    traced.forget();
+    j2ee.forget();
     ourDB->j2eeIndex->clearThread(trn);
     needsWallTimeCorrection = false;
 }

@@ -1,23 +1,32 @@
 #pragma once
 
 #include "core/ground/ZSet.h"
-#include "core/ground/ZVector.h"
 #include "db/IndexPool.h"
 #include "db/Records.h"
 #include "db/ThreadKeys.h"
-#include "profiling/OpenCall.h"
-#include "profiling/StackMemory.h"
+#include "profiling/Sampling.h"
+#include "profiling/TracedStack.h"
 
-#include <atomic>
 #include <jvmti.h>
+
+// The J2EE calls of a thread that are open: entry times and rows of j2ee, outermost first.
+struct J2EEStack {
+    ZVector<long> j2eeStartTimes;
+    ZVector<J2EERecord*> j2eeRecords;
+
+    void forget() {
+        j2eeStartTimes.clear();
+        j2eeRecords.clear();
+    }
+};
 
 // ThreadInfo: the agent's state of one thread, reached through JVMTI thread-local storage. It lives
 // from the thread's start to its end; the thread's row, and its rows in the result tables, live on
 // until the thread is one of the oldest dead ones. Threads that the agent does not know, virtual
 // threads among them, have none.
 //
-// ourLock guards everything; markers and the traced stack belong to the thread itself, which
-// changes markers without the lock.
+// ourLock guards everything but what TracedStack leaves to the thread itself. What an engine keeps
+// of a thread is a part of its own that only the engine writes.
 class ThreadInfo : public ThreadKeys {
 public:
     // Gives the thread its row and its keys. A null group stands for "". threadObject is a global
@@ -51,57 +60,20 @@ public:
     // CPU time of the thread, by its native id, or by the JVM for a thread that began before the
     // agent; 0 when neither can tell. Nanoseconds.
     long readCpuTimeNs() const;
-    // The next sample counts as the first: for want of an earlier reading it charges no time.
-    void forgetLastSample() {
-        lastCpuTimeNs = 0;
-        idleFrame = NO_FRAME;
-    }
-
-    static constexpr int NO_FRAME = -1;
-    static constexpr int NO_ROW = -1;
 
     long nativeThreadID;   // the operating system's id, 0 if unknown
     jobject threadObject;  // global reference, null if none
     int threadRecordIndex; // row of thread
-    // The traced stack, one element a frame: entry times, values of callCounter at entry, and the
-    // time that was charged to the calls made from there so far.
-    ZVector<long> startTimes;
-    ZVector<long> startCounts;
-    ZVector<long> calleeTimes;
-    void forgetOpenCalls() {
-        startTimes.clear();
-        startCounts.clear();
-        calleeTimes.clear();
-    }
-    ZVector<long> j2eeStartTimes;
-    ZVector<J2EERecord*> j2eeRecords;
-    long callCounter; // calls traced in this thread
-    int currentFrame; // top of the traced stack, NO_FRAME while it is not known
     bool agentThread;
     bool calibrationThread;
     // Runs virtual threads. Its calls aren't traced: while it mounts one the JVM holds back whoever
     // asks about threads, which must not wait for ourLock.
     bool carrierThread;
     bool temporaryEnabled; // an agent thread may write rows of probe tables
-    long lastCpuTimeNs;    // last reading of the sampler, 0 before the first
-    // The traced calls that are open, filtered ones without a frame too. The thread itself changes
-    // it without a lock, through ownMarkers; others only ask it to forget.
-    ZVector<OpenCall> markers;
-    StackWatch watch;
-    ZVector<OpenCall>& ownMarkers() {
-        if (markersForgotten) {
-            markersForgotten = false;
-            markers.clear();
-        }
-        return markers;
-    }
-    void forgetMarkers() { markersForgotten = true; }
-    std::atomic<bool> markersForgotten{false};
-    // A frame whose rows all exist and whose stack has no wall-time method: a sample there that
-    // charges nothing needs no walk.
-    int idleFrame;
-    int sampledTimesRow; // of SampledTimes, NO_ROW before it has any
-    StackMemory lastStack;
+
+    TracedStack traced;   // of tracing
+    SampleMemory sampled; // of sampling
+    J2EEStack j2ee;       // of J2EE profiling
 
     static IndexPool& ourIndexForTFIPool; // 0 in a row means merged away, so keys begin at 1
     static int ourRunningNumber;          // of the last thread made

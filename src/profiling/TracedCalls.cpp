@@ -42,7 +42,7 @@ bool isTracing() {
 
 // The current thread's stack may be recorded and is known. Caller holds ourLock.
 bool isOpen(ThreadInfo* info) {
-    return isTracing() && canEnter(info) && info->currentFrame != ThreadInfo::NO_FRAME;
+    return isTracing() && canEnter(info) && info->traced.currentFrame != TracedStack::NO_FRAME;
 }
 
 void enterCall(JNIEnv* env, int method, uintptr_t place) {
@@ -51,7 +51,7 @@ void enterCall(JNIEnv* env, int method, uintptr_t place) {
         return;
     }
     const bool filtered = (getMethodFlags(method) & METHOD_FILTERED) != 0;
-    ZVector<OpenCall>& markers = info->ownMarkers();
+    ZVector<OpenCall>& markers = info->traced.ownMarkers();
     if (isSuspiciousEntry(info, method, place)) {
         LockHolder lock(ourLock);
         if (isOpen(info)) {
@@ -69,13 +69,13 @@ void enterCall(JNIEnv* env, int method, uintptr_t place) {
     if (!isTracing() || !canEnter(info)) {
         return;
     }
-    if (info->currentFrame == ThreadInfo::NO_FRAME) {
+    if (info->traced.currentFrame == TracedStack::NO_FRAME) {
         rebuildStackTrace(env, info);
     } else {
-        openCall(info, now, info->callCounter++);
-        info->currentFrame = ourFrameStorage.getChild(info->currentFrame, method);
+        openCall(info, now, info->traced.callCounter++);
+        info->traced.currentFrame = ourFrameStorage.getChild(info->traced.currentFrame, method);
     }
-    const int frame = info->currentFrame;
+    const int frame = info->traced.currentFrame;
     Logger::assertNotEquals(frame, 0, VDK_HERE);
     CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
     record->count++;
@@ -84,7 +84,7 @@ void enterCall(JNIEnv* env, int method, uintptr_t place) {
 
 // Calls end without an exit where an exception leaves them and no handler tells of it.
 void closeEndedCalls(JNIEnv* env, ThreadInfo* info, int method, uintptr_t place) {
-    const bool another = info->markers.peek().method != method;
+    const bool another = info->traced.markers.peek().method != method;
     if (!another && !isSuspiciousExit(info, place)) {
         return;
     }
@@ -104,7 +104,7 @@ void exitCall(JNIEnv* env, int method, uintptr_t place) {
     if (info == nullptr) {
         return;
     }
-    ZVector<OpenCall>& markers = info->ownMarkers();
+    ZVector<OpenCall>& markers = info->traced.ownMarkers();
     if (markers.isEmpty()) {
         return;
     }
@@ -121,14 +121,14 @@ void exitCall(JNIEnv* env, int method, uintptr_t place) {
     if (!isOpen(info)) {
         return;
     }
-    const int frame = info->currentFrame;
+    const int frame = info->traced.currentFrame;
     if (ourFrameStorage.getMethodIndex(frame) != method) {
         dropStackTrace(info, true);
         return;
     }
-    info->currentFrame = ourFrameStorage.getParent(frame);
+    info->traced.currentFrame = ourFrameStorage.getParent(frame);
     closeCall(info, frame, now, isWallTime(method), PLACE_EXIT);
-    if (markers.isEmpty() && info->watch.cut) {
+    if (markers.isEmpty() && info->traced.watch.cut) {
         followRealStack(env, info, method);
     }
 }
@@ -139,7 +139,7 @@ void catchCall(JNIEnv* env, int method, uintptr_t place) {
     if (info == nullptr) {
         return;
     }
-    const ZVector<OpenCall>& markers = info->ownMarkers();
+    const ZVector<OpenCall>& markers = info->traced.ownMarkers();
     const int depth = findActivation(info, method, place);
     if (depth > 0 && depth == markers.getSize()) {
         return;
@@ -148,14 +148,14 @@ void catchCall(JNIEnv* env, int method, uintptr_t place) {
     if (!isTracing() || !canEnter(info)) {
         return;
     }
-    const int frame = info->currentFrame;
+    const int frame = info->traced.currentFrame;
     unwindTo(env, info, depth);
     if (depth == 0) {
         rememberCatcher(info, method, place);
     }
-    if (info->currentFrame != frame) {
+    if (info->traced.currentFrame != frame) {
         // It cost about as much as a call, which nobody must be charged with.
-        info->callCounter++;
+        info->traced.callCounter++;
     }
 }
 
@@ -176,7 +176,7 @@ void caughtElsewhere(JNIEnv* env, jmethodID handler) {
 
 bool canEnter(ThreadInfo* info) {
     if (ourVMDeathCalled) {
-        if (info != nullptr && info->currentFrame != ThreadInfo::NO_FRAME) {
+        if (info != nullptr && info->traced.currentFrame != TracedStack::NO_FRAME) {
             dropStackTrace(info, true);
         }
         return false;

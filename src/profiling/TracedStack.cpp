@@ -38,7 +38,7 @@ bool isWallTimeFrame(int frame) {
 
 // A frame's time must be at least the sum of its children's.
 void checkParent(ThreadInfo* info) {
-    const int parent = ourFrameStorage.getParent(info->currentFrame);
+    const int parent = ourFrameStorage.getParent(info->traced.currentFrame);
     if (parent < 1) {
         return;
     }
@@ -66,7 +66,7 @@ bool collapses(const ZVector<OpenCall>& calls, bool filtered) {
 }
 
 void closeCallsAbove(ThreadInfo* info, int depth) {
-    ZVector<OpenCall>& calls = info->markers;
+    ZVector<OpenCall>& calls = info->traced.markers;
     int frames = 0;
     while (calls.getSize() > depth) {
         const OpenCall call = calls.pop();
@@ -77,10 +77,10 @@ void closeCallsAbove(ThreadInfo* info, int depth) {
     }
     const ThreadClocks now(info, true);
     for (; frames > 0; frames--) {
-        const int frame = info->currentFrame;
+        const int frame = info->traced.currentFrame;
         Logger::assertTrue(frame > 0, VDK_HERE);
         closeFrame(info, frame, now);
-        info->currentFrame = ourFrameStorage.getParent(frame);
+        info->traced.currentFrame = ourFrameStorage.getParent(frame);
     }
 }
 
@@ -89,23 +89,24 @@ void openRealCalls(ThreadInfo* info, const ZVector<OpenCall>& real, int from) {
     if (from == real.getSize()) {
         return;
     }
-    ZVector<OpenCall>& calls = info->markers;
+    ZVector<OpenCall>& calls = info->traced.markers;
     const ThreadClocks now(info, true);
     for (int i = from; i < real.getSize(); i++) {
         const OpenCall& call = real[i];
         const bool hasFrame = !collapses(calls, call.filtered);
         calls.push(call);
         if (hasFrame) {
-            info->currentFrame = ourFrameStorage.getChild(info->currentFrame, call.method);
-            openCall(info, now.of(isWallTime(call.method)), info->callCounter);
+            info->traced.currentFrame =
+                ourFrameStorage.getChild(info->traced.currentFrame, call.method);
+            openCall(info, now.of(isWallTime(call.method)), info->traced.callCounter);
         }
     }
 }
 
 void noteLook(ThreadInfo* info, bool cut) {
-    StackWatch& watch = info->watch;
+    StackWatch& watch = info->traced.watch;
     watch.cut = cut;
-    const int depth = info->markers.getSize();
+    const int depth = info->traced.markers.getSize();
     watch.nextLook = 2 * depth > StackWatch::LEAST_LOOK ? 2 * depth : StackWatch::LEAST_LOOK;
     // A walk over a deep stack takes milliseconds, and an error may call at each level of it.
     if (depth > DEEP_RECURSION && watch.patience < depth / 8) {
@@ -126,8 +127,8 @@ bool isBelow(uintptr_t place, uintptr_t caller) {
 }
 
 bool runsOutOfPatience(ThreadInfo* info) {
-    StackWatch& watch = info->watch;
-    if (info->markers.getSize() <= DEEP_RECURSION && watch.patience > watch.falseAlarms) {
+    StackWatch& watch = info->traced.watch;
+    if (info->traced.markers.getSize() <= DEEP_RECURSION && watch.patience > watch.falseAlarms) {
         watch.patience = watch.falseAlarms; // what was deep is left
     }
     return --watch.patience < 0;
@@ -140,24 +141,24 @@ bool isWallTime(int method) {
 }
 
 void openCall(ThreadInfo* info, long now, long count) {
-    info->startTimes.push(now);
-    info->startCounts.push(count);
-    info->calleeTimes.push(0);
+    info->traced.startTimes.push(now);
+    info->traced.startCounts.push(count);
+    info->traced.calleeTimes.push(0);
 }
 
 // What tracing costs is taken off by its average: a call with many cheap calls below it loses more
 // than they cost, and so can end up with less than one of them was charged.
 void closeCall(ThreadInfo* info, int frame, long now, bool wall, int place) {
     CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
-    const long calls = info->callCounter - info->startCounts.pop();
-    const long time = getTimeDeltaNs(now, info->startTimes.pop(), calls, place);
+    const long calls = info->traced.callCounter - info->traced.startCounts.pop();
+    const long time = getTimeDeltaNs(now, info->traced.startTimes.pop(), calls, place);
     record->timeNs += time;
     record->stamp = ourDB->currentStamp;
-    if (time < info->calleeTimes.pop() || wall || ourOptions->handleBadTimes) {
+    if (time < info->traced.calleeTimes.pop() || wall || ourOptions->handleBadTimes) {
         info->needsWallTimeCorrection = true;
     }
-    if (!info->calleeTimes.isEmpty()) {
-        info->calleeTimes.peek() += time;
+    if (!info->traced.calleeTimes.isEmpty()) {
+        info->traced.calleeTimes.peek() += time;
     }
 }
 
@@ -166,34 +167,38 @@ void resetStackTrace(ThreadInfo* info, bool currentThread) {
         return;
     }
     Logger::assertNotNULL(info, VDK_HERE);
-    if (info->currentFrame == ThreadInfo::NO_FRAME) {
+    if (info->traced.currentFrame == TracedStack::NO_FRAME) {
         return;
     }
     const ThreadClocks now(info, currentThread);
-    for (int frame = info->currentFrame; frame > 0; frame = ourFrameStorage.getParent(frame)) {
+    for (int frame = info->traced.currentFrame; frame > 0;
+         frame = ourFrameStorage.getParent(frame)) {
         closeFrame(info, frame, now);
     }
-    Logger::assertTrue(info->startTimes.isEmpty() && info->startCounts.isEmpty(), VDK_HERE);
-    if (!info->needsWallTimeCorrection && info->currentFrame > 0) {
+    Logger::assertTrue(info->traced.startTimes.isEmpty() && info->traced.startCounts.isEmpty(),
+                       VDK_HERE);
+    if (!info->needsWallTimeCorrection && info->traced.currentFrame > 0) {
         checkParent(info);
     }
 }
 
 void restoreStackTrace(ThreadInfo* info, bool currentThread) {
     Logger::assertNotNULL(info, VDK_HERE);
-    if (info->currentFrame == ThreadInfo::NO_FRAME) {
+    if (info->traced.currentFrame == TracedStack::NO_FRAME) {
         return;
     }
-    Logger::assertTrue(info->startTimes.isEmpty() && info->startCounts.isEmpty(), VDK_HERE);
+    Logger::assertTrue(info->traced.startTimes.isEmpty() && info->traced.startCounts.isEmpty(),
+                       VDK_HERE);
     const ThreadClocks now(info, currentThread);
-    for (int frame = info->currentFrame; frame > 0; frame = ourFrameStorage.getParent(frame)) {
-        openCall(info, now.of(isWallTimeFrame(frame)), info->callCounter);
+    for (int frame = info->traced.currentFrame; frame > 0;
+         frame = ourFrameStorage.getParent(frame)) {
+        openCall(info, now.of(isWallTimeFrame(frame)), info->traced.callCounter);
     }
     // The outermost frame's entry belongs at the bottom; the counts are all equal.
-    for (int low = 0, high = info->startTimes.getSize() - 1; low < high; low++, high--) {
-        const long swapped = info->startTimes[low];
-        info->startTimes[low] = info->startTimes[high];
-        info->startTimes[high] = swapped;
+    for (int low = 0, high = info->traced.startTimes.getSize() - 1; low < high; low++, high--) {
+        const long swapped = info->traced.startTimes[low];
+        info->traced.startTimes[low] = info->traced.startTimes[high];
+        info->traced.startTimes[high] = swapped;
     }
 }
 
@@ -207,17 +212,16 @@ void restoreStackTraceForAllThreads() {
 
 void dropStackTrace(ThreadInfo* info, bool currentThread) {
     resetStackTrace(info, currentThread);
-    info->currentFrame = ThreadInfo::NO_FRAME;
-    info->forgetOpenCalls();
-    info->forgetMarkers();
+    info->traced.forget();
 }
 
 void rebuildStackTrace(JNIEnv* env, ThreadInfo* info) {
-    info->markersForgotten = false;
+    info->traced.markersForgotten = false;
     bool cut = false;
-    info->currentFrame = ourFrameStorage.fillCurrentFrameJVMTI(env, &info->markers, &cut);
-    Logger::assertNotEquals(info->currentFrame, -1, VDK_HERE);
-    info->forgetOpenCalls();
+    info->traced.currentFrame =
+        ourFrameStorage.fillCurrentFrameJVMTI(env, &info->traced.markers, &cut);
+    Logger::assertNotEquals(info->traced.currentFrame, -1, VDK_HERE);
+    info->traced.forgetOpenCalls();
     restoreStackTrace(info, true);
     noteLook(info, cut);
 }
@@ -228,14 +232,14 @@ bool followRealStack(JNIEnv* env, ThreadInfo* info, int except) {
     if (except != NO_METHOD && !real.isEmpty() && real.peek().method == except) {
         real.pop();
     }
-    ZVector<OpenCall>& calls = info->ownMarkers();
-    if (info->currentFrame == ThreadInfo::NO_FRAME) {
-        info->forgetOpenCalls();
+    ZVector<OpenCall>& calls = info->traced.ownMarkers();
+    if (info->traced.currentFrame == TracedStack::NO_FRAME) {
+        info->traced.forgetOpenCalls();
         calls.clear();
-        info->currentFrame = 0;
+        info->traced.currentFrame = 0;
     }
     int common = 0;
-    if (whole && !info->watch.cut) {
+    if (whole && !info->traced.watch.cut) {
         const int most = calls.getSize() < real.getSize() ? calls.getSize() : real.getSize();
         while (common < most && calls[common].method == real[common].method) {
             common++;
@@ -249,14 +253,14 @@ bool followRealStack(JNIEnv* env, ThreadInfo* info, int except) {
 }
 
 void followAfterAlarm(JNIEnv* env, ThreadInfo* info, int except, uintptr_t place) {
-    StackWatch& watch = info->watch;
+    StackWatch& watch = info->traced.watch;
     if (followRealStack(env, info, except)) {
         watch.falseAlarms = 0;
     } else {
         watch.falseAlarms =
             watch.falseAlarms < MOST_PATIENCE ? watch.falseAlarms * 2 + 1 : MOST_PATIENCE;
-        if (!info->markers.isEmpty() && info->markers.peek().place < place) {
-            info->markers.peek().place = place; // the JIT has moved its frame
+        if (!info->traced.markers.isEmpty() && info->traced.markers.peek().place < place) {
+            info->traced.markers.peek().place = place; // the JIT has moved its frame
         }
     }
     if (watch.patience < watch.falseAlarms) {
@@ -265,8 +269,8 @@ void followAfterAlarm(JNIEnv* env, ThreadInfo* info, int except, uintptr_t place
 }
 
 int findActivation(ThreadInfo* info, int method, uintptr_t place) {
-    const ZVector<OpenCall>& calls = info->markers;
-    const StackWatch& watch = info->watch;
+    const ZVector<OpenCall>& calls = info->traced.markers;
+    const StackWatch& watch = info->traced.watch;
     const int innermost = nextOuter(calls, method, calls.getSize() - 1);
     if (watch.cut || innermost < 0) {
         return 0;
@@ -297,7 +301,7 @@ int findActivation(ThreadInfo* info, int method, uintptr_t place) {
 }
 
 void unwindTo(JNIEnv* env, ThreadInfo* info, int depth) {
-    if (depth > 0 && info->currentFrame != ThreadInfo::NO_FRAME) {
+    if (depth > 0 && info->traced.currentFrame != TracedStack::NO_FRAME) {
         closeCallsAbove(info, depth);
     } else {
         followRealStack(env, info, NO_METHOD);
@@ -305,21 +309,21 @@ void unwindTo(JNIEnv* env, ThreadInfo* info, int depth) {
 }
 
 void rememberCatcher(ThreadInfo* info, int method, uintptr_t place) {
-    if (info->markers.isEmpty()) {
+    if (info->traced.markers.isEmpty()) {
         return;
     }
-    const OpenCall& call = info->markers.peek();
+    const OpenCall& call = info->traced.markers.peek();
     const bool isKnown = call.method == method && call.place != OpenCall::UNKNOWN_PLACE;
-    info->watch.catcher = isKnown ? method : -1;
-    info->watch.catchDistance = call.place - place;
+    info->traced.watch.catcher = isKnown ? method : -1;
+    info->traced.watch.catchDistance = call.place - place;
 }
 
 bool isSuspiciousEntry(ThreadInfo* info, int method, uintptr_t place) {
-    ZVector<OpenCall>& calls = info->markers;
+    ZVector<OpenCall>& calls = info->traced.markers;
     if (calls.isEmpty()) {
         return false;
     }
-    if (calls.getSize() >= info->watch.nextLook) {
+    if (calls.getSize() >= info->traced.watch.nextLook) {
         return true;
     }
     const OpenCall& top = calls.peek();
@@ -329,7 +333,7 @@ bool isSuspiciousEntry(ThreadInfo* info, int method, uintptr_t place) {
 }
 
 bool isSuspiciousExit(ThreadInfo* info, uintptr_t place) {
-    ZVector<OpenCall>& calls = info->markers;
+    ZVector<OpenCall>& calls = info->traced.markers;
     const int depth = calls.getSize();
     const bool isPossible =
         depth < 2 || place == calls[depth - 1].place || isBelow(place, calls[depth - 2].place);

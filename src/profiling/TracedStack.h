@@ -1,7 +1,9 @@
 #pragma once
 
+#include "core/ground/ZVector.h"
 #include "profiling/OpenCall.h"
 
+#include <atomic>
 #include <jni.h>
 
 class ThreadInfo;
@@ -22,6 +24,44 @@ class ThreadInfo;
 //   A callee's entry call lies below its caller's, or beside it where the JIT has put both into one
 //   frame. The JIT may also move a frame, so an impossible place is only a reason to look; looks
 //   that were in vain become rarer.
+
+// The thread itself changes markers and watch, without a lock; everything else is guarded by
+// ourLock.
+struct TracedStack {
+    static constexpr int NO_FRAME = -1;
+
+    // One element a frame: entry times, values of callCounter at entry, and the time that was
+    // charged to the calls made from there so far.
+    ZVector<long> startTimes;
+    ZVector<long> startCounts;
+    ZVector<long> calleeTimes;
+    long callCounter = 0;        // calls traced in this thread
+    int currentFrame = NO_FRAME; // the innermost one, NO_FRAME while it is not known
+    // All calls, filtered ones without a frame too. Others than the thread only ask it to forget.
+    ZVector<OpenCall> markers{64};
+    StackWatch watch;
+    std::atomic<bool> markersForgotten{false};
+
+    // The markers, for the thread itself.
+    ZVector<OpenCall>& ownMarkers() {
+        if (markersForgotten) {
+            markersForgotten = false;
+            markers.clear();
+        }
+        return markers;
+    }
+    void forgetOpenCalls() {
+        startTimes.clear();
+        startCounts.clear();
+        calleeTimes.clear();
+    }
+    // Nothing is known of the thread any more.
+    void forget() {
+        currentFrame = NO_FRAME;
+        forgetOpenCalls();
+        markersForgotten = true;
+    }
+};
 
 // All with ourLock held, except where told otherwise.
 

@@ -91,7 +91,7 @@ bool enterCPUMode(long mode, const ZString* filters, const ZString* wallTimeSpec
     *usedWallTimeSpec =
         textOrFile(wallTimeSpec, Filter::readWallTimeSpecFromFile, ourOptions->wallTimeSpec);
     Filter::reloadFilters(*usedFilters, *usedWallTimeSpec);
-    eachThreadInfo([](ThreadInfo* info) { info->forgetLastSample(); });
+    eachThreadInfo([](ThreadInfo* info) { info->sampled.forgetLastSample(); });
     ourStatus |= mode;
     ourContainsInvocations = (ourStatus & CPU_COUNTS_BIT) != 0;
     if (ourCalibration != -1) {

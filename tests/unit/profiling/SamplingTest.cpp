@@ -41,7 +41,7 @@ protected:
 TEST_F(SamplingTest, firstSampleChargesNothing) {
     sample(5000);
     EXPECT_EQ(0, timeOf(2));
-    EXPECT_EQ(5000, info.lastCpuTimeNs);
+    EXPECT_EQ(5000, info.sampled.lastCpuTimeNs);
 }
 
 TEST_F(SamplingTest, everyFrameOfTheStackIsCharged) {
@@ -99,7 +99,8 @@ TEST_F(SamplingTest, idleThreadInWallTimeGoesOnBeingCharged) {
     sample(1000);
     sample(1000);
     setFlag(0, METHOD_WALL_TIME);
-    info.forgetLastSample(); // as every start of profiling does, after it reloaded the filters
+    info.sampled
+        .forgetLastSample(); // as every start of profiling does, after it reloaded the filters
     sample(1000);
     sample(1000);
     EXPECT_EQ(40, timeOf(0));

@@ -28,7 +28,7 @@ protected:
             setFlag(i, METHOD_INSTRUMENTED);
         }
         // The thread is known to be in no call.
-        info.currentFrame = 0;
+        info.traced.currentFrame = 0;
     }
     ~TracedCallsTest() override {
         ourVMInitCalled = false;
@@ -109,7 +109,7 @@ TEST_F(TracedCallsTest, callsAreCountedByStackAndCallersHaveTheTimeOfTheirCallee
         leave(B);
     }
     leave(A);
-    EXPECT_EQ(0, info.currentFrame);
+    EXPECT_EQ(0, info.traced.currentFrame);
     EXPECT_EQ(1, countOf({A}));
     EXPECT_EQ(3, countOf({A, B}));
     EXPECT_LE(3 * MS, timeOf({A, B}));
@@ -136,28 +136,28 @@ TEST_F(TracedCallsTest, filteredCalleesOfFilteredCallersCollapse) {
     EXPECT_EQ(-1, ourFrameStorage.getFirstChild(frameOf({A, B, A})));
     EXPECT_EQ(frameOf({A, B, A}), ourFrameStorage.getFirstChild(frameOf({A, B})));
     EXPECT_EQ(-1, ourFrameStorage.getNextSibling(frameOf({A, B, A})));
-    EXPECT_TRUE(info.markers.isEmpty());
+    EXPECT_TRUE(info.traced.markers.isEmpty());
 }
 
 TEST_F(TracedCallsTest, exitOfACallNeverSeenIsIgnored) {
     leave(A);
-    EXPECT_EQ(0, info.currentFrame);
-    info.currentFrame = ThreadInfo::NO_FRAME;
+    EXPECT_EQ(0, info.traced.currentFrame);
+    info.traced.currentFrame = TracedStack::NO_FRAME;
     leave(A);
-    EXPECT_EQ(ThreadInfo::NO_FRAME, info.currentFrame);
+    EXPECT_EQ(TracedStack::NO_FRAME, info.traced.currentFrame);
     EXPECT_EQ(-1, ourFrameStorage.getFirstChild(0));
 }
 
 TEST_F(TracedCallsTest, unknownStackIsBuiltByTheFirstEntryWhichCounts) {
-    info.currentFrame = ThreadInfo::NO_FRAME;
+    info.traced.currentFrame = TracedStack::NO_FRAME;
     jvm.stack = {ids[A]};
     enter(C);
-    EXPECT_EQ(frameOf({A, C}), info.currentFrame);
+    EXPECT_EQ(frameOf({A, C}), info.traced.currentFrame);
     EXPECT_EQ(0, countOf({A}));
     EXPECT_EQ(1, countOf({A, C}));
     leave(C);
     leave(A);
-    EXPECT_EQ(0, info.currentFrame);
+    EXPECT_EQ(0, info.traced.currentFrame);
     EXPECT_EQ(1, countOf({A, C}));
 }
 
@@ -171,7 +171,7 @@ TEST_F(TracedCallsTest, callsThatAnExceptionLeftEndWhereTheirCallerGoesOn) {
         unwind(caught ? 2 : 1);
         if (caught) {
             handle(A);
-            EXPECT_EQ(frameOf({A}), info.currentFrame);
+            EXPECT_EQ(frameOf({A}), info.traced.currentFrame);
             const long soFar = timeOf({A, B, C});
             burn(MS);
             handle(A);
@@ -180,11 +180,11 @@ TEST_F(TracedCallsTest, callsThatAnExceptionLeftEndWhereTheirCallerGoesOn) {
             EXPECT_LE(soFar + MS, timeOf({A}));
         } else {
             leave(B);
-            EXPECT_EQ(frameOf({A}), info.currentFrame);
+            EXPECT_EQ(frameOf({A}), info.traced.currentFrame);
             leave(A);
         }
-        EXPECT_EQ(0, info.currentFrame);
-        EXPECT_TRUE(info.markers.isEmpty() && info.startTimes.isEmpty());
+        EXPECT_EQ(0, info.traced.currentFrame);
+        EXPECT_TRUE(info.traced.markers.isEmpty() && info.traced.startTimes.isEmpty());
     }
     EXPECT_EQ(2, countOf({A, B, C}));
 }
@@ -196,15 +196,15 @@ TEST_F(TracedCallsTest, recursionIsFoundOnTheStackOfTheJvm) {
     }
     unwind(2);
     handle(B);
-    EXPECT_EQ(frameOf({A, B, B}), info.currentFrame);
+    EXPECT_EQ(frameOf({A, B, B}), info.traced.currentFrame);
     unwind(1);
     handle(B);
-    EXPECT_EQ(frameOf({A, B}), info.currentFrame);
+    EXPECT_EQ(frameOf({A, B}), info.traced.currentFrame);
     EXPECT_EQ(1, countOf({A, B, B, B, C}));
     EXPECT_EQ(0, countOf({A, B, C}));
     jvm.stack = {ids[A], ids[B], ids[C], ids[B]};
     handle(C);
-    EXPECT_EQ(frameOf({A, B, C, B}), info.currentFrame);
+    EXPECT_EQ(frameOf({A, B, C, B}), info.traced.currentFrame);
     EXPECT_EQ(0, countOf({A, B, C}));
 }
 
@@ -215,23 +215,24 @@ TEST_F(TracedCallsTest, callsThatNobodyEndsDoNotPileUp) {
         enter(i % 2 == 0 ? B : C);
         unwind(1);
     }
-    EXPECT_LE(info.markers.getSize(), StackWatch::LEAST_LOOK);
+    EXPECT_LE(info.traced.markers.getSize(), StackWatch::LEAST_LOOK);
     leave(A);
-    EXPECT_EQ(0, info.currentFrame);
+    EXPECT_EQ(0, info.traced.currentFrame);
 }
 
 TEST_F(TracedCallsTest, stackTooDeepToBeReadIsReadAgainWhereItEnds) {
     jvm.stack.assign(1500, ids[A]);
-    info.currentFrame = ThreadInfo::NO_FRAME;
+    info.traced.currentFrame = TracedStack::NO_FRAME;
     enter(C);
     leave(C);
     for (int i = 0; i < 1400; i++) {
         leave(A);
     }
-    EXPECT_EQ(100, info.markers.getSize());
+    EXPECT_EQ(100, info.traced.markers.getSize());
     enter(B);
     int depth = 0;
-    for (int frame = info.currentFrame; frame > 0; frame = ourFrameStorage.getParent(frame)) {
+    for (int frame = info.traced.currentFrame; frame > 0;
+         frame = ourFrameStorage.getParent(frame)) {
         depth++;
     }
     EXPECT_EQ(101, depth);
@@ -264,7 +265,7 @@ TEST_F(TracedCallsTest, callsOpenAtAFetchAreChargedOnceAndCheckedAsWell) {
     leave(B);
     leave(A);
     EXPECT_EQ(1, countOf({A, B}));
-    EXPECT_EQ(0, info.currentFrame);
+    EXPECT_EQ(0, info.traced.currentFrame);
 }
 
 TEST_F(TracedCallsTest, endOfTheThreadClosesItsOpenCalls) {
@@ -283,7 +284,7 @@ TEST_F(TracedCallsTest, onlyTheCalibratingThreadIsTracedDuringCalibration) {
     leave(A);
     EXPECT_EQ(0, countOf({A}));
     ThreadInfo calibrating("VDKAgent-Calibration", nullptr, 0, nullptr);
-    calibrating.currentFrame = 0;
+    calibrating.traced.currentFrame = 0;
     jvm.storedInfo = &calibrating;
     enter(A);
     leave(A);
