@@ -18,7 +18,7 @@
 #include "probes/SignatureUtil.h"
 #include "profiling/MethodLookup.h"
 #include "profiling/TracedCalls.h"
-#include "profiling/TracingSwitch.h"
+#include "profiling/Tracing.h"
 
 #include <atomic>
 #include <cstdio>

@@ -6,7 +6,6 @@
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
-#include "profiling/HeapIteration.h"
 
 namespace {
 

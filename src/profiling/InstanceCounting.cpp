@@ -5,7 +5,6 @@
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "probes/SignatureUtil.h"
-#include "profiling/HeapIteration.h"
 
 namespace {
 

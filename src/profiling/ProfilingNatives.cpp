@@ -7,7 +7,6 @@
 #include "db/PieceWriter.h"
 #include "db/Progress.h"
 #include "db/SocketWriter.h"
-#include "profiling/CpuTime.h"
 #include "profiling/FrequentSampling.h"
 #include "profiling/Generations.h"
 #include "profiling/InstanceCounting.h"

@@ -2,8 +2,8 @@
 
 #include "core/ground/Globals.h"
 #include "core/ground/Options.h"
+#include "core/ground/UptimeProvider.h"
 #include "db/DB.h"
-#include "profiling/CpuTime.h"
 #include "profiling/Sampling.h"
 #include "profiling/ThreadInfo.h"
 

@@ -1,10 +1,10 @@
 #include "profiling/ThreadInfo.h"
 
+#include "core/ground/UptimeProvider.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "profiling/ClassLoadingProbe.h"
-#include "profiling/CpuTime.h"
 #include "profiling/FinishedThreads.h"
 #include "profiling/MethodLookup.h"
 #include "profiling/SampledTimes.h"

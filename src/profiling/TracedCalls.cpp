@@ -5,15 +5,11 @@
 #include "core/ground/UptimeProvider.h"
 #include "core/jvm/CallbackNatives.h"
 #include "db/DB.h"
-#include "profiling/CpuTime.h"
 #include "profiling/MethodLookup.h"
 #include "profiling/ThreadInfo.h"
 #include "profiling/TracedStack.h"
 #include "profiling/Tracing.h"
-#include "profiling/TracingSwitch.h"
 #include "profiling/ZFrameStorage.h"
-
-TracingSwitch ourTracingSwitch;
 
 namespace {
 

@@ -4,7 +4,6 @@
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "db/DB.h"
-#include "profiling/CpuTime.h"
 #include "profiling/ThreadInfo.h"
 #include "profiling/Tracing.h"
 #include "profiling/ZFrameStorage.h"

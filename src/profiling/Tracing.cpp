@@ -13,10 +13,11 @@
 #include "profiling/SampledTimes.h"
 #include "profiling/ThreadInfo.h"
 #include "profiling/TracedStack.h"
-#include "profiling/TracingSwitch.h"
 #include "profiling/UserMessage.h"
 
 #include <atomic>
+
+TracingSwitch ourTracingSwitch;
 
 namespace {
 

@@ -1,7 +1,6 @@
 #include "profiling/UserTableRows.h"
 
 #include "core/ground/UptimeProvider.h"
-#include "profiling/CpuTime.h"
 #include "profiling/FrequentSampling.h"
 #include "profiling/ThreadInfo.h"
 #include "profiling/ZFrameStorage.h"

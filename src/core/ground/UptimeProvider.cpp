@@ -1,6 +1,7 @@
 #include "core/ground/UptimeProvider.h"
 
 #include "core/ground/Logger.h"
+#include "platform/Platform.h"
 
 #include <atomic>
 #include <sys/time.h>
@@ -65,6 +66,19 @@ long getTimeNs() {
     timeval now;
     gettimeofday(&now, nullptr);
     return getEverGrowingTimeNs(now.tv_sec * NS_PER_SECOND + now.tv_usec * 1000L);
+}
+
+long getProcessCPUTimeNs() {
+    return Platform::processCPUTimeNs();
+}
+
+long getThreadCPUTimeNs(long nativeThreadID) {
+    const long time = Platform::threadCPUTimeNs(nativeThreadID);
+    return time < 0 ? 0 : time;
+}
+
+long getCurrentThreadCPUTimeNs() {
+    return Platform::currentThreadCPUTimeNs();
 }
 
 UptimeProvider::UptimeProvider() : startNs(getTimeNs()) {}

@@ -12,6 +12,14 @@ long getTimeNs();
 // forward.
 long getEverGrowingTimeNs(long raw, bool shared = false);
 
+// CPU clocks, in nanoseconds. No lock either.
+
+// User plus system time of this process; -1 if the system doesn't tell.
+long getProcessCPUTimeNs();
+// Time of a thread by its native id; 0 for a thread that has ended.
+long getThreadCPUTimeNs(long nativeThreadID);
+long getCurrentThreadCPUTimeNs();
+
 // UptimeProvider: time since the JVM's start, on the scale of getTimeNs(). It counts from the load
 // of the library until correctUptimeMs is told the JVM's own uptime. Correction happens under
 // ourLock; reads take no lock.

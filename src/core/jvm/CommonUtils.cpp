@@ -1,5 +1,6 @@
 #include "core/jvm/CommonUtils.h"
 
+#include "core/ground/Globals.h"
 #include "core/ground/Logger.h"
 #include "core/jvm/JvmGlobals.h"
 
@@ -54,6 +55,15 @@ int getJVMTIPhase() {
         return -1;
     }
     return phase;
+}
+
+void iterateOverHeapEither(jvmtiEnv* jvmti, jvmtiHeapObjectCallback callback, void* data) {
+    if (ourIsJRockit) {
+        CHECK_JVMTI(jvmti->IterateOverHeap(JVMTI_HEAP_OBJECT_TAGGED, callback, data));
+        CHECK_JVMTI(jvmti->IterateOverHeap(JVMTI_HEAP_OBJECT_UNTAGGED, callback, data));
+        return;
+    }
+    CHECK_JVMTI(jvmti->IterateOverHeap(JVMTI_HEAP_OBJECT_EITHER, callback, data));
 }
 
 ZString toHexadecimal(unsigned long value, int digits) {

@@ -38,6 +38,11 @@ ZString getSystemProperty(const char* key);
 // The JVMTI phase; -1 without an environment or when the call fails.
 int getJVMTIPhase();
 
+// Visits every object of the heap, tagged or not, in one safepoint. The callback runs on the VM
+// thread: no JNI, no JVMTI, no lock that a Java thread may hold. JRockit takes the objects in two
+// calls. A JVMTI failure is an internal error.
+void iterateOverHeapEither(jvmtiEnv* jvmti, jvmtiHeapObjectCallback callback, void* data);
+
 // The number as `digits` upper-case hexadecimal digits.
 ZString toHexadecimal(unsigned long value, int digits);
 

@@ -1,8 +1,8 @@
 #include "profiling/TracedCalls.h"
 
 #include "ToyJvm.h"
+#include "core/ground/UptimeProvider.h"
 #include "core/jvm/CallbackNatives.h"
-#include "profiling/CpuTime.h"
 #include "profiling/MethodLookup.h"
 #include "profiling/TracedStack.h"
 #include "profiling/Tracing.h"
