@@ -16,9 +16,9 @@
 #include "instrument/Retransformation.h"
 #include "instrument/TracingInstrumentation.h"
 #include "probes/SignatureUtil.h"
-#include "profiling/MethodLookup.h"
-#include "profiling/TracedCalls.h"
-#include "profiling/Tracing.h"
+#include "profiling/cpu/TracedCalls.h"
+#include "profiling/cpu/Tracing.h"
+#include "profiling/threads/MethodLookup.h"
 
 #include <atomic>
 #include <cstdio>

@@ -3,7 +3,7 @@
 #include "core/ground/Guard.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
-#include "profiling/AllocationRecorder.h"
+#include "profiling/memory/AllocationRecorder.h"
 
 #include <cstdarg>
 

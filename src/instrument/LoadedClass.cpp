@@ -5,7 +5,7 @@
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "instrument/LoaderReach.h"
-#include "profiling/MethodLookup.h"
+#include "profiling/threads/MethodLookup.h"
 
 namespace {
 

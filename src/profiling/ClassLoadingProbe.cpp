@@ -5,8 +5,8 @@
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "probes/SignatureUtil.h"
-#include "profiling/ThreadInfo.h"
 #include "profiling/UserTableRows.h"
+#include "profiling/threads/ThreadInfo.h"
 
 #include <atomic>
 

@@ -5,11 +5,11 @@
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "profiling/ClassLoadingProbe.h"
-#include "profiling/InstanceCounting.h"
-#include "profiling/Monitors.h"
-#include "profiling/ThreadInfo.h"
-#include "profiling/TracedStack.h"
-#include "profiling/WallTimeCorrector.h"
+#include "profiling/cpu/TracedStack.h"
+#include "profiling/cpu/WallTimeCorrector.h"
+#include "profiling/events/Monitors.h"
+#include "profiling/memory/InstanceCounting.h"
+#include "profiling/threads/ThreadInfo.h"
 
 namespace {
 

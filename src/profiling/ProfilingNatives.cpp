@@ -8,13 +8,13 @@
 #include "db/Progress.h"
 #include "db/SocketWriter.h"
 #include "profiling/FrequentSampling.h"
-#include "profiling/Generations.h"
-#include "profiling/InstanceCounting.h"
 #include "profiling/LiveTables.h"
 #include "profiling/PooledStrings.h"
 #include "profiling/TelemetryHelper.h"
-#include "profiling/ThreadInfo.h"
 #include "profiling/UserMessage.h"
+#include "profiling/memory/Generations.h"
+#include "profiling/memory/InstanceCounting.h"
+#include "profiling/threads/ThreadInfo.h"
 
 namespace {
 

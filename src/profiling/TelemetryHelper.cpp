@@ -4,10 +4,10 @@
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "db/DB.h"
-#include "profiling/AllStacks.h"
 #include "profiling/ClassLoadingProbe.h"
-#include "profiling/Sampling.h"
 #include "profiling/TelemetryRows.h"
+#include "profiling/cpu/Sampling.h"
+#include "profiling/threads/AllStacks.h"
 
 #include <cstdlib>
 

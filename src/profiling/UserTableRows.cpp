@@ -2,8 +2,8 @@
 
 #include "core/ground/UptimeProvider.h"
 #include "profiling/FrequentSampling.h"
-#include "profiling/ThreadInfo.h"
-#include "profiling/ZFrameStorage.h"
+#include "profiling/threads/ThreadInfo.h"
+#include "profiling/threads/ZFrameStorage.h"
 
 namespace {
 

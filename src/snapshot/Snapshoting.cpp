@@ -8,9 +8,9 @@
 #include "core/jvm/NativeEntry.h"
 #include "db/Progress.h"
 #include "platform/Platform.h"
-#include "profiling/InstanceCounting.h"
 #include "profiling/LiveTables.h"
 #include "profiling/TelemetryHelper.h"
+#include "profiling/memory/InstanceCounting.h"
 #include "snapshot/SnapshotFile.h"
 #include "snapshot/SuspendedThreads.h"
 

@@ -11,7 +11,7 @@
 #include "core/jvm/NativeEntry.h"
 #include "platform/Platform.h"
 #include "probes/SignatureUtil.h"
-#include "profiling/ThreadInfo.h"
+#include "profiling/threads/ThreadInfo.h"
 
 namespace {
 

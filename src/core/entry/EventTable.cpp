@@ -9,8 +9,8 @@
 #include "core/jvm/EventGate.h"
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
-#include "profiling/AllocationRecorder.h"
 #include "profiling/ClassLoadingProbe.h"
+#include "profiling/memory/AllocationRecorder.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "core/jvm/EventGate.h"
 #include "core/jvm/JvmGlobals.h"
 #include "core/jvm/SuspendCapability.h"
-#include "profiling/ThreadInfo.h"
+#include "profiling/threads/ThreadInfo.h"
 
 #include <atomic>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "profiling/InstanceCounting.h"
+#include "profiling/memory/InstanceCounting.h"
 
 #include "ToyJvm.h"
 

@@ -1,9 +1,9 @@
-#include "profiling/Sampling.h"
+#include "profiling/cpu/Sampling.h"
 
 #include "ToyJvm.h"
-#include "profiling/AllStacks.h"
-#include "profiling/MethodLookup.h"
-#include "profiling/ZFrameStorage.h"
+#include "profiling/threads/AllStacks.h"
+#include "profiling/threads/MethodLookup.h"
+#include "profiling/threads/ZFrameStorage.h"
 
 #include <gtest/gtest.h>
 

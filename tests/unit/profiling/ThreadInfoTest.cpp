@@ -1,7 +1,7 @@
-#include "profiling/ThreadInfo.h"
+#include "profiling/threads/ThreadInfo.h"
 
 #include "ToyJvm.h"
-#include "profiling/FinishedThreads.h"
+#include "profiling/threads/FinishedThreads.h"
 
 #include <gtest/gtest.h>
 #include <vector>

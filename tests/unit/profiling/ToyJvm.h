@@ -4,7 +4,7 @@
 #include "core/ground/Options.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
-#include "profiling/ThreadInfo.h"
+#include "profiling/threads/ThreadInfo.h"
 
 #include <algorithm>
 #include <cstring>

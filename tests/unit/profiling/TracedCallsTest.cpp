@@ -1,12 +1,12 @@
-#include "profiling/TracedCalls.h"
+#include "profiling/cpu/TracedCalls.h"
 
 #include "ToyJvm.h"
 #include "core/ground/UptimeProvider.h"
 #include "core/jvm/CallbackNatives.h"
-#include "profiling/MethodLookup.h"
-#include "profiling/TracedStack.h"
-#include "profiling/Tracing.h"
-#include "profiling/ZFrameStorage.h"
+#include "profiling/cpu/TracedStack.h"
+#include "profiling/cpu/Tracing.h"
+#include "profiling/threads/MethodLookup.h"
+#include "profiling/threads/ZFrameStorage.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "profiling/Tracing.h"
+#include "profiling/cpu/Tracing.h"
 
 #include "ToyJvm.h"
 

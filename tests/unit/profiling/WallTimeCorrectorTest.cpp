@@ -1,7 +1,7 @@
-#include "profiling/WallTimeCorrector.h"
+#include "profiling/cpu/WallTimeCorrector.h"
 
 #include "ToyJvm.h"
-#include "profiling/ZFrameStorage.h"
+#include "profiling/threads/ZFrameStorage.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
-#include "profiling/ZFrameStorage.h"
+#include "profiling/threads/ZFrameStorage.h"
 
 #include "ToyJvm.h"
-#include "profiling/MethodLookup.h"
+#include "profiling/threads/MethodLookup.h"
 
 #include <gtest/gtest.h>
 #include <random>

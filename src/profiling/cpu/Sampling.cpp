@@ -1,4 +1,4 @@
-#include "profiling/Sampling.h"
+#include "profiling/cpu/Sampling.h"
 
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
@@ -7,10 +7,10 @@
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
-#include "profiling/AllStacks.h"
-#include "profiling/SampledTimes.h"
-#include "profiling/ThreadInfo.h"
-#include "profiling/ZFrameStorage.h"
+#include "profiling/cpu/SampledTimes.h"
+#include "profiling/threads/AllStacks.h"
+#include "profiling/threads/ThreadInfo.h"
+#include "profiling/threads/ZFrameStorage.h"
 
 #include <climits>
 #include <cstdlib>

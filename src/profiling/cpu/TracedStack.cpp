@@ -1,12 +1,12 @@
-#include "profiling/TracedStack.h"
+#include "profiling/cpu/TracedStack.h"
 
 #include "core/ground/Globals.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "db/DB.h"
-#include "profiling/ThreadInfo.h"
-#include "profiling/Tracing.h"
-#include "profiling/ZFrameStorage.h"
+#include "profiling/cpu/Tracing.h"
+#include "profiling/threads/ThreadInfo.h"
+#include "profiling/threads/ZFrameStorage.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "profiling/Monitors.h"
+#include "profiling/events/Monitors.h"
 
 #include "core/ground/Globals.h"
 #include "core/ground/UptimeProvider.h"

@@ -1,11 +1,11 @@
-#include "profiling/FinishedThreads.h"
+#include "profiling/threads/FinishedThreads.h"
 
 #include "core/ground/Globals.h"
 #include "core/ground/Options.h"
 #include "core/ground/ZVector.h"
 #include "db/DB.h"
 #include "db/ThreadReferences.h"
-#include "profiling/ThreadInfo.h"
+#include "profiling/threads/ThreadInfo.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
-#include "profiling/ZFrameStorage.h"
+#include "profiling/threads/ZFrameStorage.h"
 
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
-#include "profiling/MethodLookup.h"
+#include "profiling/threads/MethodLookup.h"
 
 ZFrameStorage& ourFrameStorage = *new ZFrameStorage();
 

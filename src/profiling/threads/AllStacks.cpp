@@ -1,10 +1,10 @@
-#include "profiling/AllStacks.h"
+#include "profiling/threads/AllStacks.h"
 
 #include "core/ground/Globals.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
-#include "profiling/MountedStack.h"
+#include "profiling/threads/MountedStack.h"
 
 namespace {
 constexpr jint MAX_FRAMES = 10000;

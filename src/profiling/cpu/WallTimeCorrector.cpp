@@ -1,8 +1,8 @@
-#include "profiling/WallTimeCorrector.h"
+#include "profiling/cpu/WallTimeCorrector.h"
 
 #include "core/ground/ZSet.h"
-#include "profiling/ThreadInfo.h"
-#include "profiling/ZFrameStorage.h"
+#include "profiling/threads/ThreadInfo.h"
+#include "profiling/threads/ZFrameStorage.h"
 
 namespace {
 

@@ -1,15 +1,15 @@
-#include "profiling/TracedCalls.h"
+#include "profiling/cpu/TracedCalls.h"
 
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
 #include "core/ground/UptimeProvider.h"
 #include "core/jvm/CallbackNatives.h"
 #include "db/DB.h"
-#include "profiling/MethodLookup.h"
-#include "profiling/ThreadInfo.h"
-#include "profiling/TracedStack.h"
-#include "profiling/Tracing.h"
-#include "profiling/ZFrameStorage.h"
+#include "profiling/cpu/TracedStack.h"
+#include "profiling/cpu/Tracing.h"
+#include "profiling/threads/MethodLookup.h"
+#include "profiling/threads/ThreadInfo.h"
+#include "profiling/threads/ZFrameStorage.h"
 
 namespace {
 

@@ -1,16 +1,16 @@
-#include "profiling/ThreadInfo.h"
+#include "profiling/threads/ThreadInfo.h"
 
 #include "core/ground/UptimeProvider.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "profiling/ClassLoadingProbe.h"
-#include "profiling/FinishedThreads.h"
-#include "profiling/MethodLookup.h"
-#include "profiling/SampledTimes.h"
-#include "profiling/TracedStack.h"
-#include "profiling/WallTimeCorrector.h"
-#include "profiling/ZFrameStorage.h"
+#include "profiling/cpu/SampledTimes.h"
+#include "profiling/cpu/TracedStack.h"
+#include "profiling/cpu/WallTimeCorrector.h"
+#include "profiling/threads/FinishedThreads.h"
+#include "profiling/threads/MethodLookup.h"
+#include "profiling/threads/ZFrameStorage.h"
 
 #include <cstring>
 

@@ -4,8 +4,8 @@
 #include "db/IndexPool.h"
 #include "db/Records.h"
 #include "db/ThreadKeys.h"
-#include "profiling/Sampling.h"
-#include "profiling/TracedStack.h"
+#include "profiling/cpu/Sampling.h"
+#include "profiling/cpu/TracedStack.h"
 
 #include <jvmti.h>
 

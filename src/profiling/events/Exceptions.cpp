@@ -1,4 +1,4 @@
-#include "profiling/Exceptions.h"
+#include "profiling/events/Exceptions.h"
 
 #include "db/DB.h"
 

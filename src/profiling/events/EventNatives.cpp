@@ -1,8 +1,8 @@
 // The natives of what the JVM's events report: waits at monitors, exceptions.
 #include "core/jvm/CallbackNatives.h"
 #include "core/jvm/NativeEntry.h"
-#include "profiling/Exceptions.h"
-#include "profiling/Monitors.h"
+#include "profiling/events/Exceptions.h"
+#include "profiling/events/Monitors.h"
 
 jstring JNICALL VDK_CALLBACK_NATIVE(startMonitorProfiling)(JNIEnv* env, jclass) {
     return nativeResult<jstring>(env, VDK_HERE, nullptr, [&] {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/ground/ZVector.h"
-#include "profiling/OpenCall.h"
+#include "profiling/cpu/OpenCall.h"
 
 #include <atomic>
 #include <jni.h>

@@ -1,7 +1,7 @@
 // The natives of allocation recording.
 #include "core/jvm/CallbackNatives.h"
 #include "core/jvm/NativeEntry.h"
-#include "profiling/AllocationRecorder.h"
+#include "profiling/memory/AllocationRecorder.h"
 
 jstring JNICALL VDK_CALLBACK_NATIVE(startAllocationRecording)(
     JNIEnv* env, jclass, jboolean recordEachEnabled, jint recordEach, jboolean sizeLimitEnabled,

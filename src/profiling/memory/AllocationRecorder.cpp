@@ -1,4 +1,4 @@
-#include "profiling/AllocationRecorder.h"
+#include "profiling/memory/AllocationRecorder.h"
 
 #include "core/ground/Globals.h"
 #include "core/jvm/CallbackNatives.h"

@@ -1,4 +1,4 @@
-#include "profiling/Tracing.h"
+#include "profiling/cpu/Tracing.h"
 
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
@@ -10,10 +10,10 @@
 #include "db/DB.h"
 #include "db/SnapshotCommon.h"
 #include "probes/Filter.h"
-#include "profiling/SampledTimes.h"
-#include "profiling/ThreadInfo.h"
-#include "profiling/TracedStack.h"
 #include "profiling/UserMessage.h"
+#include "profiling/cpu/SampledTimes.h"
+#include "profiling/cpu/TracedStack.h"
+#include "profiling/threads/ThreadInfo.h"
 
 #include <atomic>
 

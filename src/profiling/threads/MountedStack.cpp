@@ -1,4 +1,4 @@
-#include "profiling/MountedStack.h"
+#include "profiling/threads/MountedStack.h"
 
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"

@@ -1,4 +1,4 @@
-#include "profiling/Generations.h"
+#include "profiling/memory/Generations.h"
 
 #include "core/ground/Globals.h"
 #include "core/ground/UptimeProvider.h"

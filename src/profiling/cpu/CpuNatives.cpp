@@ -1,7 +1,7 @@
 // The natives through which the Java side switches CPU profiling.
 #include "core/jvm/CallbackNatives.h"
 #include "core/jvm/NativeEntry.h"
-#include "profiling/Tracing.h"
+#include "profiling/cpu/Tracing.h"
 
 jstring JNICALL VDK_CALLBACK_NATIVE(startCPUProfiling)(JNIEnv* env, jclass, jlong mode,
                                                        jstring filters, jstring wallTimeSpec) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "profiling/StackMemory.h"
+#include "profiling/threads/StackMemory.h"
 
 #include <jvmti.h>
 

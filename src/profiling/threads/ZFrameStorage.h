@@ -2,8 +2,8 @@
 
 #include "core/ground/ZVector.h"
 #include "db/DB.h"
-#include "profiling/OpenCall.h"
-#include "profiling/StackMemory.h"
+#include "profiling/cpu/OpenCall.h"
+#include "profiling/threads/StackMemory.h"
 
 #include <jvmti.h>
 

@@ -1,4 +1,4 @@
-#include "profiling/MethodLookup.h"
+#include "profiling/threads/MethodLookup.h"
 
 #include "core/ground/ZMap.h"
 #include "core/jvm/CommonUtils.h"

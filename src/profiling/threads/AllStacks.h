@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/ground/ZVector.h"
-#include "profiling/ThreadInfo.h"
+#include "profiling/threads/ThreadInfo.h"
 
 #include <jni.h>
 #include <jvmti.h>

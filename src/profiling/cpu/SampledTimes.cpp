@@ -1,11 +1,11 @@
-#include "profiling/SampledTimes.h"
+#include "profiling/cpu/SampledTimes.h"
 
 #include "core/ground/Globals.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "db/DB.h"
-#include "profiling/Sampling.h"
-#include "profiling/ThreadInfo.h"
+#include "profiling/cpu/Sampling.h"
+#include "profiling/threads/ThreadInfo.h"
 
 namespace {
 
