@@ -85,12 +85,12 @@ void StackEffects::get(const unsigned char* code, int position, int* pops, int* 
 }
 
 AllocationSites::AllocationSites(ClassFile* owner, CodeAttribute* body, CodeRewrite& rewriting,
-                                 StackEffects& stackEffects, bool containsSwitch, bool recording)
+                                 StackEffects& stackEffects, bool recording)
     : classFile(owner), attribute(body), rewrite(rewriting), effects(stackEffects),
-      hasSwitch(containsSwitch), code(body->getCode()), length(body->getCodeLength()),
-      frames(nullptr), nextFrame(1), labels(nullptr), depth(0), epoch(1), lastEpoch(1),
-      reachable(true), pending(owner->getArena()), ownDups(owner->getArena()), ownPending(0),
-      extraStack(0), skipped(0) {
+      code(body->getCode()), length(body->getCodeLength()), frames(nullptr), nextFrame(1),
+      labels(nullptr), depth(0), epoch(1), lastEpoch(1), reachable(true),
+      pending(owner->getArena()), ownDups(owner->getArena()), ownPending(0), extraStack(0),
+      skipped(0) {
     if (!recording) {
         return;
     }
@@ -223,7 +223,7 @@ void AllocationSites::visitNew(int position) {
     const int second = byteAt(position + 4);
     const int third = byteAt(position + 5);
     if (following < OPC_DUP || following > OPC_DUP_X2) {
-        const int insertion = rewrite.addInsertion(INSERT_NEW_DUP, position, 3, hasSwitch);
+        const int insertion = rewrite.addInsertion(INSERT_NEW_DUP, position, 3);
         pending.push({position, NEW_WITHOUT_DUP, depth, depth + 1, insertion, 0, length, -1});
         ownPending++;
         extraStack = ownPending > extraStack ? ownPending : extraStack;
@@ -290,7 +290,7 @@ bool AllocationSites::visitConstructorCall(int position, int low) {
         return true;
     }
     if (top.kind == NEW_WITH_DUP) {
-        rewrite.addInsertion(INSERT_OBJECT_CALL, position, 3, hasSwitch);
+        rewrite.addInsertion(INSERT_OBJECT_CALL, position, 3);
         return true;
     }
     ownPending--;
@@ -299,7 +299,7 @@ bool AllocationSites::visitConstructorCall(int position, int low) {
         skipped++;
         return true;
     }
-    const int call = rewrite.addInsertion(INSERT_OBJECT_CALL_OWN, position, 3, hasSwitch);
+    const int call = rewrite.addInsertion(INSERT_OBJECT_CALL_OWN, position, 3);
     ownDups.push({top.position, position, top.insertion, call, false});
     return true;
 }
@@ -375,7 +375,7 @@ void AllocationSites::visit(int position, int next) {
         break;
     case OPK_NEWARRAY:
     case OPK_MULTIANEWARRAY:
-        rewrite.addInsertion(INSERT_ARRAY_CALL, position, next - position, hasSwitch);
+        rewrite.addInsertion(INSERT_ARRAY_CALL, position, next - position);
         break;
     default:
         break;

@@ -48,7 +48,7 @@ private:
 class AllocationSites {
 public:
     AllocationSites(ClassFile* owner, CodeAttribute* body, CodeRewrite& rewriting,
-                    StackEffects& stackEffects, bool containsSwitch, bool recording);
+                    StackEffects& stackEffects, bool recording);
 
     // Without `recording` nothing may be called but the getters and patchFrames.
 
@@ -108,7 +108,6 @@ private:
     CodeAttribute* attribute;
     CodeRewrite& rewrite;
     StackEffects& effects;
-    const bool hasSwitch;
     const unsigned char* code;
     const int length;
     ArenaVector<StackMapFrame*>* frames; // null when the body has none

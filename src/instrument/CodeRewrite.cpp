@@ -2,10 +2,10 @@
 
 #include "classfile/OpCodes.h"
 
-CodeRewrite::CodeRewrite(CodeAttribute* attribute, ClassArena& scratch)
+CodeRewrite::CodeRewrite(CodeAttribute* attribute, ClassArena& scratch, bool containsSwitch)
     : arena(scratch), oldCode(attribute->getCode()), oldLength(attribute->getCodeLength()),
-      corrected(nullptr), map(nullptr), prefixLength(0), added(0), offsets(scratch),
-      insertions(scratch) {}
+      hasSwitch(containsSwitch), corrected(nullptr), map(nullptr), prefixLength(0), added(0),
+      offsets(scratch), insertions(scratch) {}
 
 void CodeRewrite::fillMap(int from, int to, int shift) {
     for (int i = from; i < to; i++) {
@@ -43,7 +43,7 @@ void collectBranchOperands(const unsigned char* code, int length, int position,
     }
 }
 
-int CodeRewrite::addInsertion(int kind, int position, int instructionLength, bool hasSwitch) {
+int CodeRewrite::addInsertion(int kind, int position, int instructionLength) {
     insertions.push({kind, position, instructionLength});
     added += insertionLength(kind, hasSwitch);
     return insertions.getSize() - 1;
@@ -90,7 +90,7 @@ bool updateAllOffsets(ZSet<int>* longJumps, OffsetTable& table, char* text, cons
     return fits;
 }
 
-bool CodeRewrite::updateOffsets(int prefix, bool hasSwitch, ZSet<int>* longJumps) {
+bool CodeRewrite::updateOffsets(int prefix, ZSet<int>* longJumps) {
     prefixLength = prefix;
     map = arena.allocateArray<int>(oldLength + 1);
     int from = 0;
@@ -113,7 +113,7 @@ bool CodeRewrite::updateOffsets(int prefix, bool hasSwitch, ZSet<int>* longJumps
 }
 
 unsigned char* CodeRewrite::assemble(ClassArena& target, const References& references, int methodId,
-                                     int variable, bool hasSwitch) {
+                                     int variable) {
     Logger::assertNotNULL(corrected, VDK_HERE);
     const int newLength = prefixLength + getNewLength();
     unsigned char* const newCode = target.allocateArray<unsigned char>(newLength);

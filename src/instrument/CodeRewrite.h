@@ -29,8 +29,9 @@ public:
         int alloc;
     };
 
-    // scratch: an arena that outlives this object.
-    CodeRewrite(CodeAttribute* attribute, ClassArena& scratch);
+    // scratch: an arena that outlives this object. With a switch in the code what is inserted keeps
+    // the padding of later ones.
+    CodeRewrite(CodeAttribute* attribute, ClassArena& scratch, bool hasSwitch);
 
     const unsigned char* getCode() const { return oldCode; }
     int getLength() const { return oldLength; }
@@ -45,7 +46,7 @@ public:
     }
     // Notes an insertion at the instruction at `position`; gives its number. Of those in front of
     // an instruction only the first byte of it matters: instructionLength is 1.
-    int addInsertion(int kind, int position, int instructionLength, bool hasSwitch);
+    int addInsertion(int kind, int position, int instructionLength);
     // Turns the dup of a noted `new` into nops.
     void cancelDup(int insertion);
     // Turns a noted allocation call that relied on such a dup into nops.
@@ -63,11 +64,11 @@ public:
     int getNewLength() const { return oldLength + added; }
     // Fills the map, with `prefix` bytes in front of everything, and corrects all operands. False
     // if a 16-bit one overflows; their instructions are in longJumps then, unless that is null.
-    bool updateOffsets(int prefix, bool hasSwitch, ZSet<int>* longJumps);
+    bool updateOffsets(int prefix, ZSet<int>* longJumps);
     // The new code with the prefix left free at its start; it lies in `target`. Call once, after
     // updateOffsets.
     unsigned char* assemble(ClassArena& target, const References& references, int methodId,
-                            int variable, bool hasSwitch);
+                            int variable);
     // Where old positions lie in the new code.
     CodeOffsets getOffsets() const { return CodeOffsets(map, oldLength); }
 
@@ -77,6 +78,7 @@ private:
     ClassArena& arena;
     const unsigned char* oldCode;
     int oldLength;
+    const bool hasSwitch;
     const unsigned char* corrected; // the old code with its operands corrected
     int* map;                       // new position of every old one, and of the end
     int prefixLength;

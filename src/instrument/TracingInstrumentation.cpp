@@ -88,7 +88,7 @@ bool TracingInstrumentation::run(bool allocations, bool tracing) {
     const Utf8View className = classFile->getSignature();
     const bool classLeftOut =
         reasonToLeaveClass(className, classFile->getSuperClassSignature()) != nullptr;
-    const bool withAllocations = allocations && !isTranslet(classFile);
+    const Calls wanted = {tracing, tracing, allocations && !isTranslet(classFile)};
     bool any = false;
     const int methodCount = classFile->getMethods().getSize();
     for (int i = 0; i < methodCount; i++) {
@@ -96,14 +96,14 @@ bool TracingInstrumentation::run(bool allocations, bool tracing) {
         MethodOutcome outcome = METHOD_OUTCOME_NO_CODE;
         if (method->getCodeAttribute() != nullptr && !isRootClassException(className, method)) {
             const int id = ids->getMethodId(className, method->getName(), method->getDescriptor());
-            if (!withAllocations && !tracing) {
+            if (!wanted.allocations && !tracing) {
                 continue;
             }
             outcome = shouldSkipInstrumentation(method) ? METHOD_OUTCOME_TRIVIAL
                       : classLeftOut                    ? METHOD_OUTCOME_CLASS_LEFT_OUT
                       : annotated.reasonToLeave(method) != nullptr
                           ? METHOD_OUTCOME_ANNOTATED
-                          : instrumentMethod(id, method, withAllocations, tracing);
+                          : instrumentMethod(id, method, wanted);
             if (outcome <= METHOD_OUTCOME_WITHOUT_HANDLERS) {
                 ids->methodInstrumented(id);
                 any = true;
@@ -117,46 +117,41 @@ bool TracingInstrumentation::run(bool allocations, bool tracing) {
 }
 
 MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo* method,
-                                                       bool allocations, bool tracing) {
+                                                       const Calls& wanted) {
     CodeAttribute* const attribute = method->getCodeAttribute();
     if (attribute->findOpaqueAttribute() != nullptr) {
         return methodNotInstrumented(method, METHOD_OUTCOME_OPAQUE_ATTRIBUTE);
     }
     scratch.reset();
     Scan scan = scanMethod(attribute);
-    const bool hasAllocations = allocations && scan.traits.createsObjects;
+    const bool hasAllocations = wanted.allocations && scan.traits.createsObjects;
     const bool mayRecord = hasAllocations && framesFitMemory(attribute) &&
                            attribute->getMaxLocals() < CodeAttribute::MAX_LIMIT;
     if (mayRecord && attribute->getMaxLocals() < argumentSlots(method)) {
         // The JVM refuses it, and would no longer with a local more.
         return methodNotInstrumented(method, METHOD_OUTCOME_LIMITS);
     }
-    const bool hasHandlers = tracing && !scan.handlers.positions().isEmpty();
+    const bool hasHandlers = wanted.handlers && !scan.handlers.positions().isEmpty();
     if (hasHandlers) {
         references.caught = catchReference();
     }
-    MethodOutcome failure = METHOD_OUTCOME_TOO_LONG;
-    Calls calls = {tracing, hasHandlers, mayRecord};
+    MethodOutcome outcome = METHOD_OUTCOME_TOO_LONG;
+    Calls calls = {wanted.tracing, hasHandlers, mayRecord};
     do {
         longJumps.clear();
-        Attempt result =
-            instrumentForTracingAndAllocationImpl(methodId, method, scan, calls, &longJumps);
-        if (!result.branchesReach && result.length <= 0xffff && canWidenBranches(attribute) &&
+        outcome = instrumentForTracingAndAllocationImpl(methodId, method, scan, calls, &longJumps);
+        if (outcome == METHOD_OUTCOME_BRANCH_OVERFLOW && canWidenBranches(attribute) &&
             modifyJumps(method, &longJumps)) {
             scan = scanMethod(attribute);
-            result = instrumentForTracingAndAllocationImpl(methodId, method, scan, calls, nullptr);
+            outcome = instrumentForTracingAndAllocationImpl(methodId, method, scan, calls, nullptr);
         }
-        if (result.fits) {
+        if (outcome == METHOD_OUTCOME_INSTRUMENTED) {
             return calls.handlers != hasHandlers         ? METHOD_OUTCOME_WITHOUT_HANDLERS
                    : calls.allocations != hasAllocations ? METHOD_OUTCOME_WITHOUT_ALLOCATIONS
                                                          : METHOD_OUTCOME_INSTRUMENTED;
         }
-        failure = result.length > 0xffff  ? METHOD_OUTCOME_TOO_LONG
-                  : !result.branchesReach ? METHOD_OUTCOME_BRANCH_OVERFLOW
-                  : result.length < 0     ? METHOD_OUTCOME_LIMITS
-                                          : METHOD_OUTCOME_NEVER_COMPILED;
     } while (dropACall(&calls));
-    return methodNotInstrumented(method, failure);
+    return methodNotInstrumented(method, outcome);
 }
 
 // The next shorter form of a method that is too long: allocation calls go first, those at handlers
@@ -193,7 +188,6 @@ void TracingInstrumentation::placeCalls(const Scan& scan, const Calls& calls, Co
                                         AllocationSites& sites) {
     const unsigned char* const code = rewrite.getCode();
     const int length = rewrite.getLength();
-    const bool hasSwitch = scan.traits.hasSwitch;
     const ArenaVector<int>& heads = scan.handlers.positions();
     const int headCount = calls.handlers ? heads.getSize() : 0;
     int mark = 0;
@@ -210,7 +204,7 @@ void TracingInstrumentation::placeCalls(const Scan& scan, const Calls& calls, Co
             visited = next;
         }
         if (atHead) {
-            rewrite.addInsertion(INSERT_CATCH, position, 1, hasSwitch);
+            rewrite.addInsertion(INSERT_CATCH, position, 1);
             head++;
         } else if (position == length) {
             return;
@@ -218,19 +212,21 @@ void TracingInstrumentation::placeCalls(const Scan& scan, const Calls& calls, Co
             if (!isReturnOpcode(code[position])) {
                 rewrite.addBranchOperands(position);
             } else if (calls.tracing) {
-                rewrite.addInsertion(INSERT_EXIT, position, 1, hasSwitch);
+                rewrite.addInsertion(INSERT_EXIT, position, 1);
             }
             mark++;
         }
     }
 }
 
-TracingInstrumentation::Attempt TracingInstrumentation::instrumentForTracingAndAllocationImpl(
+// One attempt; only one that ends well changes the method. Overflows is null once the branches were
+// widened, or gets those that would not reach.
+MethodOutcome TracingInstrumentation::instrumentForTracingAndAllocationImpl(
     int methodId, MethodInfo* method, const Scan& scan, const Calls& calls, ZSet<int>* overflows) {
     CodeAttribute* const attribute = method->getCodeAttribute();
     const bool hasSwitch = scan.traits.hasSwitch;
-    CodeRewrite rewrite(attribute, scratch);
-    AllocationSites sites(classFile, attribute, rewrite, effects, hasSwitch, calls.allocations);
+    CodeRewrite rewrite(attribute, scratch, hasSwitch);
+    AllocationSites sites(classFile, attribute, rewrite, effects, calls.allocations);
     placeCalls(scan, calls, rewrite, sites);
     if (calls.allocations) {
         sites.finish();
@@ -238,22 +234,24 @@ TracingInstrumentation::Attempt TracingInstrumentation::instrumentForTracingAndA
     const int variable = calls.allocations ? attribute->getMaxLocals() : -1;
     const int prefix = calls.tracing ? ENTRY_CODE_LENGTH(hasSwitch, variable >= 0)
                                      : ALLOC_ONLY_ENTRY_CODE_LENGTH(variable >= 0);
-    const bool branchesReach = rewrite.updateOffsets(prefix, hasSwitch, overflows);
+    const bool branchesReach = rewrite.updateOffsets(prefix, overflows);
     const int newLength = prefix + rewrite.getNewLength();
-    Attempt result = {false, branchesReach, newLength};
-    const bool growsHuge =
-        newLength > HUGE_METHOD_LIMIT && rewrite.getLength() <= HUGE_METHOD_LIMIT;
-    if (newLength > 0xffff || !branchesReach || growsHuge) {
-        return result;
+    if (newLength > 0xffff) {
+        return METHOD_OUTCOME_TOO_LONG;
+    }
+    if (!branchesReach) {
+        return METHOD_OUTCOME_BRANCH_OVERFLOW;
+    }
+    if (newLength > HUGE_METHOD_LIMIT && rewrite.getLength() <= HUGE_METHOD_LIMIT) {
+        return METHOD_OUTCOME_NEVER_COMPILED;
     }
     StackDepths depths(classFile, attribute, effects);
     const int stack = stackNeeded(rewrite, attribute->getMaxStack(), sites.getExtraStack(), depths);
     if (stack > CodeAttribute::MAX_LIMIT && stack > attribute->getMaxStack()) {
-        result.length = -1;
-        return result;
+        return METHOD_OUTCOME_LIMITS;
     }
     unsigned char* const newCode =
-        rewrite.assemble(classFile->getArena(), references, methodId, variable, hasSwitch);
+        rewrite.assemble(classFile->getArena(), references, methodId, variable);
     if (calls.tracing) {
         insertEntryCode(references.entry, methodId, newCode, 0, variable, hasSwitch);
     } else {
@@ -265,8 +263,7 @@ TracingInstrumentation::Attempt TracingInstrumentation::instrumentForTracingAndA
         cutOwnRanges(attribute, scan.handlers, hasSwitch);
     }
     reportSkipped(method, sites.getSkipped());
-    result.fits = true;
-    return result;
+    return METHOD_OUTCOME_INSTRUMENTED;
 }
 
 // Enters a finished rewrite in the method: code, limits and all tables.

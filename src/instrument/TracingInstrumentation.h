@@ -31,13 +31,6 @@ public:
     bool run(bool allocations, bool tracing);
 
 private:
-    // How one attempt ended, and the code it made.
-    struct Attempt {
-        bool fits;
-        bool branchesReach;
-        int length;
-    };
-
     // Which calls a method gets.
     struct Calls {
         bool tracing;     // at entry and exit
@@ -55,11 +48,10 @@ private:
 
     Scan scanMethod(CodeAttribute* attribute);
     static bool dropACall(Calls* calls);
-    MethodOutcome instrumentMethod(int methodId, MethodInfo* method, bool allocations,
-                                   bool tracing);
-    Attempt instrumentForTracingAndAllocationImpl(int methodId, MethodInfo* method,
-                                                  const Scan& scan, const Calls& calls,
-                                                  ZSet<int>* overflows);
+    MethodOutcome instrumentMethod(int methodId, MethodInfo* method, const Calls& wanted);
+    MethodOutcome instrumentForTracingAndAllocationImpl(int methodId, MethodInfo* method,
+                                                        const Scan& scan, const Calls& calls,
+                                                        ZSet<int>* overflows);
     void placeCalls(const Scan& scan, const Calls& calls, CodeRewrite& rewrite,
                     AllocationSites& sites);
     int catchReference();
