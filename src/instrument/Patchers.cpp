@@ -3,10 +3,9 @@
 #include "classfile/ByteCodeGenerator.h"
 #include "classfile/ClassFile.h"
 #include "classfile/OpCodes.h"
+#include "core/ground/JavaNames.h"
 
 namespace {
-
-const char CALLBACK_CLASS[] = "com/vandrik/runtime/Callback";
 
 struct Patch {
     const char* method;

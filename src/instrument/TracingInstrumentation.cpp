@@ -1,12 +1,11 @@
 #include "instrument/TracingInstrumentation.h"
 
 #include "classfile/OpCodes.h"
+#include "core/ground/JavaNames.h"
 #include "instrument/BranchWidening.h"
 #include "instrument/StackDepths.h"
 
 namespace {
-
-const char CALLBACK_CLASS[] = "com/vandrik/runtime/Callback";
 
 // Local variables of all frames of a method together, above which its frames stay as they are.
 constexpr long MOST_FRAME_VARIABLES = 1 << 22;

@@ -5,17 +5,11 @@
 #include "offline/MemAllocator.h"
 #include "offline/Reachability.h"
 #include "offline/ThreadPair.h"
+#include "platform/Platform.h"
 
 #include <atomic>
-#include <time.h>
 
 namespace {
-
-long nowNs() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000000000L + now.tv_nsec;
-}
 
 // A zeroed array of ints, released at the end of the block.
 class ScratchInts {
@@ -56,11 +50,11 @@ public:
     ~BackwardBuilder() override { stop = true; }
 
     void searchEnded() override {
-        const long searched = nowNs();
+        const long searched = Platform::monotonicTimeNs();
         result.searchNs = searched - started;
         rethrowOutcome(helper.join());
         counts.drop();
-        ended = nowNs();
+        ended = Platform::monotonicTimeNs();
         result.backwardNs = ended - searched;
     }
     long endedNs() const { return ended; }
@@ -80,7 +74,7 @@ private:
     ScratchInts counts;
     std::atomic<bool> stop;
     StopWhen stopWhen;
-    const long started = nowNs();
+    const long started = Platform::monotonicTimeNs();
     long ended = 0;
     Code code;
     HelperThread<Code> helper;
@@ -89,9 +83,10 @@ private:
 // Notes when the search ended; the backward references are there already.
 class SearchTimer : public DominatorComputer::AfterSearch {
 public:
-    explicit SearchTimer(HeapAnalysisResult& timed) : result(timed), started(nowNs()) {}
+    explicit SearchTimer(HeapAnalysisResult& timed)
+        : result(timed), started(Platform::monotonicTimeNs()) {}
     void searchEnded() override {
-        ended = nowNs();
+        ended = Platform::monotonicTimeNs();
         result.searchNs = ended - started;
     }
     long endedNs() const { return ended; }
@@ -113,19 +108,19 @@ public:
         if (storage.getBackwardReferences() != nullptr) {
             dominators<SearchTimer>(result);
         } else if (threads < 2) {
-            const long before = nowNs();
+            const long before = Platform::monotonicTimeNs();
             ScratchInts counts(storage.getObjectCount());
             computeBackwardReferences(storage, reachableBits, counts.get(), 1, progress);
             counts.drop();
-            result.backwardNs = nowNs() - before;
+            result.backwardNs = Platform::monotonicTimeNs() - before;
             dominators<SearchTimer>(result);
         } else {
             dominators<BackwardBuilder>(storage, reachableBits, result);
         }
-        const long before = nowNs();
+        const long before = Platform::monotonicTimeNs();
         reportProgress(progress, "retained sizes", 0, 1);
         storage.calculateRetainedSizes();
-        result.retainedNs = nowNs() - before;
+        result.retainedNs = Platform::monotonicTimeNs() - before;
         return result;
     }
 
@@ -135,7 +130,7 @@ private:
         Observer observer(arguments...);
         DominatorComputer computer(storage, rootList, rootCount, reachableBits, progress,
                                    &observer);
-        result.dominatorsNs = nowNs() - observer.endedNs();
+        result.dominatorsNs = Platform::monotonicTimeNs() - observer.endedNs();
         result.reachedRows = computer.getReachedCount();
         if (reachedBits != nullptr) {
             for (int row = 1; row < storage.getObjectCount(); row++) {

@@ -14,7 +14,6 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
 
 // The sockets of the control channel belong to native code, because Java's own would settle what
@@ -46,9 +45,7 @@ static const char* const IO_EXCEPTION = "java/io/IOException";
 static const char* const BIND_EXCEPTION = "java/net/BindException";
 
 static long nowMs() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000L + now.tv_nsec / 1000000;
+    return Platform::monotonicTimeNs() / 1000000;
 }
 
 // Waits until the descriptor is ready for the events, closed or failed. False when the time is up.

@@ -6,6 +6,7 @@
 #include "client/console/Text.h"
 #include "client/profile/GeneratedNames.h"
 #include "client/profile/Report.h"
+#include "platform/Platform.h"
 
 #include <algorithm>
 #include <map>
@@ -257,8 +258,7 @@ int runTop(Console& console, const Arguments& arguments) {
     fetcher.fetch(TopTables);
     Moment before = look(fetcher.database(), filters);
     TopView view(console, agent, arguments);
-    timespec start;
-    clock_gettime(CLOCK_MONOTONIC, &start);
+    long startNs = Platform::monotonicTimeNs();
     // Who reads the output may have closed it.
     Screen screen(console, endless);
     if (screen.isOn()) {
@@ -269,11 +269,9 @@ int runTop(Console& console, const Arguments& arguments) {
     }
     while (console.out && (endless || left-- > 0) && screen.waitForNext(intervalMs)) {
         fetcher.fetch(TopTables);
-        timespec now;
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        double seconds =
-            double(now.tv_sec - start.tv_sec) + double(now.tv_nsec - start.tv_nsec) / 1e9;
-        start = now;
+        long nowNs = Platform::monotonicTimeNs();
+        double seconds = double(nowNs - startNs) / 1e9;
+        startNs = nowNs;
         Moment moment = look(fetcher.database(), filters);
         view.show(before, moment, lastTelemetry(fetcher.database()), seconds);
         before = std::move(moment);

@@ -5,6 +5,7 @@
 #include "core/ground/ConfigFile.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
+#include "core/ground/JavaNames.h"
 #include "core/ground/Options.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/EventGate.h"
@@ -32,7 +33,6 @@
 
 namespace {
 
-const char CALLBACK_CLASS[] = "com/vandrik/runtime/Callback";
 const char CORE_CLASS[] = "com/vandrik/runtime/Core";
 const jint AGENT_THREAD_PRIORITY = 10;
 const long SNAPSHOT_ON_EXIT_BITS = ALLOCATION_RECORDING_BIT | CPU_TIMES_BIT | MONITORS_BIT;

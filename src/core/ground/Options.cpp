@@ -1,6 +1,7 @@
 #include "core/ground/Options.h"
 
 #include "core/ground/Globals.h"
+#include "core/ground/JavaNames.h"
 #include "core/ground/Logger.h"
 #include "core/ground/SessionName.h"
 #include "core/ground/Version.h"
@@ -26,7 +27,6 @@ Options* ourOptions = new Options();
 namespace {
 
 const char BUILT_IN_PREFIX[] = "com.vandrik.probes.builtin.";
-const char J2EE_PROBE[] = "com.vandrik.probes.builtin.J2EESupport";
 const char QUOTED_PREFIX[] = "VDKQUOTED";
 const int JBOSS_DELAY_MS = 10000;
 const int SECONDS_PER_HOUR = 3600;
@@ -224,7 +224,7 @@ bool Options::help(const ZString&) {
 bool Options::disableJ2EE(const ZString&) {
     ourCapabilities &= ~CAPABILITY_CAN_RECORD_J2EE;
     noJ2EE = true;
-    removeProbe(J2EE_PROBE);
+    removeProbe(J2EE_PROBE_DOTTED);
     return true;
 }
 

@@ -1,6 +1,7 @@
 // The table of the options, and parsing by it.
 #include "core/ground/ConfigFile.h"
 #include "core/ground/Globals.h"
+#include "core/ground/JavaNames.h"
 #include "core/ground/Logger.h"
 #include "core/ground/Options.h"
 
@@ -10,7 +11,6 @@
 
 namespace {
 
-const char J2EE_PROBE[] = "com.vandrik.probes.builtin.J2EESupport";
 const char LOADING_PROBE[] = "com.vandrik.probes.builtin.AgentLoadingSupport";
 const int MAX_PORT = 65535;
 
@@ -297,7 +297,7 @@ void Options::findEarly(const char* options) {
 
 bool Options::parse(const char* options) {
     addProbe(LOADING_PROBE);
-    addProbe(J2EE_PROBE);
+    addProbe(J2EE_PROBE_DOTTED);
     ZVectorSafe<ZString> pieces;
     if (options != nullptr) {
         ZString(options).split(",", pieces);

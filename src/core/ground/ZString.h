@@ -158,5 +158,9 @@ ZStringImpl<C> operator+(const C* left, const ZStringImpl<C>& right) {
 // The decimal form of a number.
 ZString longToString(long value);
 
+inline bool startsWith(const char* text, const char* prefix) {
+    return strncmp(text, prefix, strlen(prefix)) == 0;
+}
+
 extern template class ZStringImpl<char>;
 extern template class ZStringImpl<char16_t>;

@@ -1,5 +1,6 @@
 #include "profiling/threads/MethodLookup.h"
 
+#include "core/ground/JavaNames.h"
 #include "core/ground/ZMap.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
@@ -13,24 +14,18 @@ const char* const ourNativeMethodPrefix = "$$VDK$$";
 
 namespace {
 
-const char CALLBACK_CLASS[] = "com.vandrik.runtime.Callback";
 const char UNLOADED_CLASS[] = "<unloaded>";
 const char UNKNOWN_METHOD[] = "<unknown>";
-const char J2EE_PROBE_CLASS[] = "com.vandrik.probes.builtin.J2EESupport";
 const char* const PROBE_CALLBACKS[] = {"onEnter", "onEnterImpl", "onReturn", "onUncaughtException",
                                        "onUncaughtExceptionExt"};
 
 ZMap<_jmethodID*, int>& ourMethodID2MethodIndex = *new ZMap<_jmethodID*, int>(1000);
 ZMap<IntTriple, int>& ourMethodsByName = *new ZMap<IntTriple, int>(1000);
 
-bool beginsWith(const char* text, const char* prefix) {
-    return strncmp(text, prefix, strlen(prefix)) == 0;
-}
-
 int flagsByName(const char* className, const char* methodName) {
     int flags = 0;
-    if (strcmp(className, CALLBACK_CLASS) == 0 || beginsWith(className, J2EE_PROBE_CLASS) ||
-        beginsWith(methodName, ourNativeMethodPrefix)) {
+    if (strcmp(className, CALLBACK_CLASS_DOTTED) == 0 || startsWith(className, J2EE_PROBE_DOTTED) ||
+        startsWith(methodName, ourNativeMethodPrefix)) {
         flags |= METHOD_HIDDEN;
     }
     for (const char* callback : PROBE_CALLBACKS) {

@@ -22,10 +22,6 @@ const char AGENT_THREAD_PREFIX[] = "VDKAgent-";
 const char GC_THREAD_PREFIX[] = "(GC Main Thread)";
 const char CALIBRATION_THREAD[] = "VDKAgent-Calibration";
 
-bool startsWith(const char* text, const char* prefix) {
-    return strncmp(text, prefix, strlen(prefix)) == 0;
-}
-
 ThreadRecord* recordOf(const ThreadInfo& info) {
     return ourDB->threadTable->getRecord(info.threadRecordIndex, true);
 }

@@ -1,0 +1,7 @@
+#pragma once
+
+// Names of the agent's Java classes that several layers speak of, as a class file has them or,
+// where it says so, as a user writes them.
+constexpr char CALLBACK_CLASS[] = "com/vandrik/runtime/Callback";
+constexpr char CALLBACK_CLASS_DOTTED[] = "com.vandrik.runtime.Callback";
+constexpr char J2EE_PROBE_DOTTED[] = "com.vandrik.probes.builtin.J2EESupport";
