@@ -14,6 +14,20 @@ using namespace protocol;
 
 namespace {
 
+// A request on a connection of its own, which the agent has taken; what it answers is read from the
+// session.
+struct Request {
+    Request(const Endpoint& endpoint, int connectMs, int answerMs, const PacketWriter& packet)
+        : connection(endpoint, connectMs), session(connection) {
+        connection.setTimeout(answerMs);
+        session.send(packet);
+        session.expectOk();
+    }
+
+    Connection connection;
+    Session session;
+};
+
 AgentInfo readInfo(Session& session) {
     session.expectOk();
     AgentInfo info;
@@ -95,23 +109,15 @@ AgentInfo AgentClient::info(int64_t* status) {
 }
 
 void AgentClient::command(int packet, int timeout) {
-    Connection connection(endpoint, timeoutMs);
-    connection.setTimeout(timeout);
-    Session session(connection);
-    session.send(PacketWriter(packet));
-    session.expectOk();
+    Request(endpoint, timeoutMs, timeout, PacketWriter(packet));
 }
 
 void AgentClient::startCpuProfiling(int64_t mode, const std::optional<std::string>& filters,
                                     const std::optional<std::string>& wallTimes) {
-    Connection connection(endpoint, timeoutMs);
-    if (mode != CPU_SAMPLING) {
-        connection.setTimeout(LongTimeoutMs); // the agent calibrates first, if it has not yet
-    }
-    Session session(connection);
     PacketWriter packet(PACKET_START_CPU_PROFILING_REQ);
-    session.send(packet.writeLong(mode).writeString(filters).writeString(wallTimes));
-    session.expectOk();
+    packet.writeLong(mode).writeString(filters).writeString(wallTimes);
+    // Ahead of tracing the agent calibrates, if it has not yet.
+    Request(endpoint, timeoutMs, mode == CPU_SAMPLING ? timeoutMs : LongTimeoutMs, packet);
 }
 
 void AgentClient::stopCpuProfiling() {
@@ -136,41 +142,27 @@ void AgentClient::clear(ProfilingData data) {
 }
 
 void AgentClient::retransformLoadedClasses(const std::optional<std::string>& filterFile) {
-    Connection connection(endpoint, timeoutMs);
-    connection.setTimeout(LongTimeoutMs);
-    Session session(connection);
     PacketWriter packet(PACKET_RETRANSFORM_CLASSES_LOADED_BEFORE_AGENT_WAS_ATTACHED);
-    session.send(packet.writeBoolean(filterFile.has_value()).writeString(filterFile));
-    session.expectOk();
+    packet.writeBoolean(filterFile.has_value()).writeString(filterFile);
+    Request(endpoint, timeoutMs, LongTimeoutMs, packet);
 }
 
 AgentClient::GcResult AgentClient::forceGc() {
-    Connection connection(endpoint, timeoutMs);
-    connection.setTimeout(LongTimeoutMs);
-    Session session(connection);
-    session.send(PacketWriter(PACKET_FORCE_GC_REQ));
-    session.expectOk();
+    Request request(endpoint, timeoutMs, LongTimeoutMs, PacketWriter(PACKET_FORCE_GC_REQ));
     GcResult result;
-    result.usedBefore = session.readLong();
-    result.usedAfter = session.readLong();
+    result.usedBefore = request.session.readLong();
+    result.usedAfter = request.session.readLong();
     return result;
 }
 
 std::string AgentClient::statistics() {
-    Connection connection(endpoint, timeoutMs);
-    Session session(connection);
-    session.send(PacketWriter(PACKET_GET_DATABASE_STATISTICS));
-    session.expectOk();
-    return session.readStringNotNull();
+    return Request(endpoint, timeoutMs, timeoutMs, PacketWriter(PACKET_GET_DATABASE_STATISTICS))
+        .session.readStringNotNull();
 }
 
 std::string AgentClient::threadDump() {
-    Connection connection(endpoint, timeoutMs);
-    connection.setTimeout(LongTimeoutMs);
-    Session session(connection);
-    session.send(PacketWriter(PACKET_GET_JVM_THREAD_DUMP_REQ));
-    session.expectOk();
-    return session.readStringNotNull();
+    return Request(endpoint, timeoutMs, LongTimeoutMs, PacketWriter(PACKET_GET_JVM_THREAD_DUMP_REQ))
+        .session.readStringNotNull();
 }
 
 std::string AgentClient::captureSnapshot(int64_t flags, const std::string& directory,
@@ -251,23 +243,20 @@ void AgentClient::receiveChunks(Session& session, int64_t length, OutputFile& ou
 
 int64_t AgentClient::downloadSnapshot(const std::string& path, bool compressed, OutputFile& out,
                                       const ProgressCallback& progress) {
-    Connection connection(endpoint, timeoutMs);
-    connection.setTimeout(std::max(timeoutMs, 60000));
-    Session session(connection);
     PacketWriter packet(compressed ? PACKET_TRANSFER_SNAPSHOT_COMPRESSED_REQ
                                    : PACKET_TRANSFER_SNAPSHOT_REQ);
-    session.send(packet.writeString(path));
-    session.expectOk();
-    int64_t length = session.readLong();
+    packet.writeString(path);
+    Request request(endpoint, timeoutMs, std::max(timeoutMs, 60000), packet);
+    int64_t length = request.session.readLong();
     if (length < 0) {
         failTransfer("Negative file length: " + std::to_string(length));
     }
     out.expectSize(length);
-    connection.expectMuch();
+    request.connection.expectMuch();
     if (compressed) {
-        receiveChunks(session, length, out, progress);
+        receiveChunks(request.session, length, out, progress);
     } else {
-        receivePlain(session, length, out, progress);
+        receivePlain(request.session, length, out, progress);
     }
     return length;
 }
@@ -276,10 +265,10 @@ TableFetcher::TableFetcher(AgentClient& client, long mostBytes)
     : client(client), mostBytes(mostBytes), db(std::make_unique<DB>(-1, -1)), reader(db.get()) {}
 
 int TableFetcher::findFollowed() {
-    Connection connection(client.address(), client.timeout());
-    Session session(connection);
-    session.send(PacketWriter(PACKET_UPDATE_CUSTOM_TABLE_INFO).writeInt(FIRST_USER_TABLE));
-    session.expectOk();
+    PacketWriter packet(PACKET_UPDATE_CUSTOM_TABLE_INFO);
+    packet.writeInt(FIRST_USER_TABLE);
+    Request request(client.address(), client.timeout(), client.timeout(), packet);
+    Session& session = request.session;
     int found = -1;
     for (int slot = session.readInt(); slot != -1; slot = session.readInt()) {
         std::string description = session.readStringNotNull();
@@ -297,9 +286,6 @@ void TableFetcher::fetch(int mask) {
     if (followedSlot < 0 && !followed.empty()) {
         followedSlot = findFollowed();
     }
-    Connection connection(client.address(), client.timeout());
-    connection.setTimeout(std::max(client.timeout(), 60000));
-    Session session(connection);
     PacketWriter packet(PACKET_UPDATE_DATABASE_TABLES);
     packet.writeInt(mask);
     for (int slot = 0; slot < CORE_TABLE_COUNT; slot++) {
@@ -313,10 +299,9 @@ void TableFetcher::fetch(int mask) {
         packet.writeInt(slot).writeInt(slot == followedSlot ? reader.getStamps()[slot] : INT32_MAX);
     }
     packet.writeInt(-1);
-    session.send(packet);
-    session.expectOk();
-    connection.expectMuch();
-    ConnectionSource source(connection, mostBytes);
+    Request request(client.address(), client.timeout(), std::max(client.timeout(), 60000), packet);
+    request.connection.expectMuch();
+    ConnectionSource source(request.connection, mostBytes);
     ByteReader input(source);
     try {
         reader.readSocketStream(input);

@@ -4,6 +4,7 @@
 #include "client/attach/Namespaces.h"
 #include "client/console/Errors.h"
 #include "client/console/Text.h"
+#include "core/ground/SessionName.h"
 #include "machine/MarkersOnSharedMemory.h"
 
 #include <algorithm>
@@ -48,24 +49,9 @@ std::string Jvm::shortName() const {
 
 // Options of the java launcher whose value is the next argument.
 static bool takesValue(const std::string& option) {
-    static const char* const options[] = {"-cp",
-                                          "-classpath",
-                                          "--class-path",
-                                          "-p",
-                                          "--module-path",
-                                          "--upgrade-module-path",
-                                          "--add-modules",
-                                          "--limit-modules",
-                                          "--add-exports",
-                                          "--add-opens",
-                                          "--add-reads",
-                                          "--patch-module",
-                                          "--source",
-                                          "--enable-native-access",
-                                          "-d",
-                                          "--describe-module",
-                                          "--finalization"};
-    return std::find(std::begin(options), std::end(options), option) != std::end(options);
+    static const char* const others[] = {"-d", "--describe-module", "--finalization"};
+    return isOptionWithValue(option.c_str()) ||
+           std::find(std::begin(others), std::end(others), option) != std::end(others);
 }
 
 std::string findMainArgument(const std::vector<std::string>& commandLine, size_t& next) {

@@ -1,5 +1,7 @@
 #include "client/profile/CallTree.h"
 
+#include "client/profile/TreeWalk.h"
+
 #include <algorithm>
 #include <map>
 #include <unordered_map>
@@ -133,15 +135,9 @@ CallTree makeCallTree(const Profile& profile, const CallTreeChoices& choices) {
 std::vector<HotMethod> hotMethods(const CallTree& tree) {
     std::unordered_map<int, HotMethod> byMethod;
     std::unordered_map<int, int> onPath; // how often a method stands above the current node
-    struct Step {
-        int node;
-        size_t nextChild;
-    };
-    std::vector<Step> stack = {{0, 0}};
-    while (!stack.empty()) {
-        Step& step = stack.back();
-        const CallTree::Node& node = tree.nodes[size_t(step.node)];
-        if (step.nextChild == 0 && step.node != 0) {
+    walkTree(
+        tree, {INT64_MIN, INT32_MAX},
+        [&](const CallTree::Node& node, int) {
             HotMethod& method = byMethod[node.method];
             method.method = node.method;
             method.ownNs += node.ownNs;
@@ -149,16 +145,8 @@ std::vector<HotMethod> hotMethods(const CallTree& tree) {
             if (onPath[node.method]++ == 0) {
                 method.totalNs += node.totalNs;
             }
-        }
-        if (step.nextChild < node.children.size()) {
-            stack.push_back({node.children[step.nextChild++], 0});
-            continue;
-        }
-        if (step.node != 0) {
-            onPath[node.method]--;
-        }
-        stack.pop_back();
-    }
+        },
+        [&](const CallTree::Node& node, int) { onPath[node.method]--; });
     std::vector<HotMethod> result;
     for (const auto& entry : byMethod) {
         result.push_back(entry.second);

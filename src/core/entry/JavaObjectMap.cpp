@@ -54,6 +54,22 @@ int getOrMakeTag(jobject object) {
     return tag;
 }
 
+// Calls visit(map, tag, value) for the object's entry, if it has one, with ourJavaObjectMapLock
+// held.
+template <typename Visit>
+void visitEntry(long handle, jobject object, Visit&& visit) {
+    const int tag = handle == 0 || object == nullptr ? 0 : getTag(object);
+    if (tag == 0) {
+        return;
+    }
+    LockHolder lock(ourJavaObjectMapLock);
+    IntMap* map = find(handle);
+    const int* value = map == nullptr ? nullptr : map->getPtr(tag);
+    if (value != nullptr) {
+        visit(*map, tag, *value);
+    }
+}
+
 } // namespace
 
 long JavaObjectMap::create() {
@@ -87,49 +103,24 @@ void JavaObjectMap::put(long handle, jobject object, int value) {
 }
 
 int JavaObjectMap::get(long handle, jobject object, int fallback) {
-    if (handle == 0 || object == nullptr) {
-        return fallback;
-    }
-    const int tag = getTag(object);
-    if (tag == 0) {
-        return fallback;
-    }
-    LockHolder lock(ourJavaObjectMapLock);
-    IntMap* map = find(handle);
-    const int* value = map == nullptr ? nullptr : map->getPtr(tag);
-    return value == nullptr ? fallback : *value;
+    int result = fallback;
+    visitEntry(handle, object, [&](IntMap&, int, int value) { result = value; });
+    return result;
 }
 
 bool JavaObjectMap::contains(long handle, jobject object) {
-    if (handle == 0 || object == nullptr) {
-        return false;
-    }
-    const int tag = getTag(object);
-    if (tag == 0) {
-        return false;
-    }
-    LockHolder lock(ourJavaObjectMapLock);
-    IntMap* map = find(handle);
-    return map != nullptr && map->getPtr(tag) != nullptr;
+    bool isFound = false;
+    visitEntry(handle, object, [&](IntMap&, int, int) { isFound = true; });
+    return isFound;
 }
 
 int JavaObjectMap::remove(long handle, jobject object, int fallback) {
-    if (handle == 0 || object == nullptr) {
-        return fallback;
-    }
-    const int tag = getTag(object);
-    if (tag == 0) {
-        return fallback;
-    }
-    LockHolder lock(ourJavaObjectMapLock);
-    IntMap* map = find(handle);
-    const int* value = map == nullptr ? nullptr : map->getPtr(tag);
-    if (value == nullptr) {
-        return fallback;
-    }
-    const int old = *value;
-    map->remove(tag);
-    map->compact();
+    int old = fallback;
+    visitEntry(handle, object, [&](IntMap& map, int tag, int value) {
+        old = value;
+        map.remove(tag);
+        map.compact();
+    });
     return old;
 }
 
