@@ -1,6 +1,7 @@
 #pragma once
 
-// The one place that knows name and version. Keep in sync with com.vandrik.Constants.
+// The one place that knows name and version. Where Java classes and documents tell it,
+// tools/check-rules compares it.
 #define VDK_VERSION "10.0.6"
 #define VDK_BUILD_STAMP "201201261731"
 #define VDK_PRODUCT "Vandrik Java Profiler"

@@ -4,7 +4,7 @@ import java.io.File;
 
 /** Names and numbers that the agent's Java classes and its clients share. */
 public final class Constants {
-    /** Keep in sync with core/ground/Version.h. */
+    /** With the version of core/ground/Version.h, which tools/check-rules compares. */
     public static final String APP_FULL_NAME = "Vandrik Java Profiler 10.0.6";
 
     public static final String BUILD_STAMP = "201201261731";
