@@ -3,6 +3,7 @@
 #include "core/ground/Logger.h"
 
 #include "core/ground/Options.h"
+#include "core/ground/Version.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -84,7 +85,7 @@ TEST_F(LoggerTest, logAndConsoleHoldTheSameLineWithAnEncodedZeroShownAsADot) {
     }
     const size_t zero = log.find("\xC0\x80");
     ASSERT_NE(std::string::npos, zero) << log;
-    EXPECT_EQ("[Vandrik Java Profiler 10.0.6] Loaded. Log file: " + logFile + "\n" +
+    EXPECT_EQ("[" VDK_FULL_NAME "] Loaded. Log file: " + logFile + "\n" +
                   std::string(log).replace(zero, 2, "."),
               errors);
 }

@@ -3,6 +3,7 @@
 
 #include "core/ground/Globals.h"
 #include "core/ground/Logger.h"
+#include "core/ground/Version.h"
 
 #include <climits>
 #include <cstdio>
@@ -296,8 +297,7 @@ TEST_F(OptionsTest, everyRefusalHasItsTextAndTheUsage) {
         EXPECT_FALSE(parse(options, refusal.options)) << refusal.options;
         EXPECT_TRUE(wasLogged(std::string("Cannot start: invalid option: ") + refusal.message))
             << refusal.options;
-        EXPECT_EQ(0u, output.find("\nVandrik Java Profiler 10.0.6 JVMTI agent usage: "))
-            << refusal.options;
+        EXPECT_EQ(0u, output.find("\n" VDK_FULL_NAME " JVMTI agent usage: ")) << refusal.options;
     }
 }
 
@@ -399,7 +399,7 @@ TEST_F(OptionsTest, heapDumpPathIsMadeAbsolute) {
 TEST_F(OptionsTest, helpPrintsTheUsageAndStops) {
     Options options(commandLine({"java"}));
     EXPECT_FALSE(parse(options, "help"));
-    EXPECT_EQ(0u, output.find("\nVandrik Java Profiler 10.0.6 JVMTI agent usage: -agentpath:<path "
+    EXPECT_EQ(0u, output.find("\n" VDK_FULL_NAME " JVMTI agent usage: -agentpath:<path "
                               "to agent library>=[<option>, ...]\n\nOption             "
                               "Description\n------------------ "
                               "----------------------------------------\n"

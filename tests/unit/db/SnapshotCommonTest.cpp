@@ -1,6 +1,7 @@
 #include "db/SnapshotCommon.h"
 
 #include "DBTestSupport.h"
+#include "core/ground/Version.h"
 #include "db/Progress.h"
 #include "db/SnapshotWriter.h"
 
@@ -50,7 +51,8 @@ TEST(SnapshotCommon, headerByteByByte) {
     EXPECT_LE(captureTime / 1000, after);
     header.replace(header.size() - 15, 8, bytesOf("EE EE EE EE EE EE EE EE"));
     EXPECT_EQ(hex(std::string("Vandrik Java Profiler snapshot, http://www.vandrik.com\n\x1A") +
-                  "B" + bytesOf("27 00 00 00") + "Created by Vandrik Java Profiler 10.0.6" +
+                  "B" + char(sizeof "Created by " VDK_FULL_NAME - 1) + bytesOf("00 00 00") +
+                  "Created by " VDK_FULL_NAME +
                   bytesOf("44 33 22 11 00 00 00 00" // start time
                           "00 00 00 00"             // snapshot number
                           "04 00 00 00"             // format value

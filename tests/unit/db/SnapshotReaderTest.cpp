@@ -1,6 +1,7 @@
 #include "db/SnapshotReader.h"
 
 #include "DBTestSupport.h"
+#include "core/ground/Version.h"
 #include "db/Progress.h"
 #include "db/SnapshotWriter.h"
 
@@ -72,7 +73,7 @@ TEST(SnapshotReader, readsBackHeaderUserTablesAndRows) {
     MemorySource source(bytes.data(), static_cast<long>(bytes.size()));
     SnapshotReader reader(&copy, source);
     const SnapshotHeader& header = reader.readHeader();
-    EXPECT_STREQ("Created by Vandrik Java Profiler 10.0.6", header.creator.c_str());
+    EXPECT_STREQ("Created by " VDK_FULL_NAME, header.creator.c_str());
     EXPECT_STREQ("app", header.sessionName.c_str());
     EXPECT_EQ(1234567890, header.startTime);
     EXPECT_EQ(3, header.snapshotNumber);

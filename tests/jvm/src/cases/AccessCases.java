@@ -12,6 +12,7 @@ import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
 import jvmtest.Target;
+import jvmtest.Tool;
 
 /**
  * Several users of one machine. Their ids are of no entry in the user database, as those of
@@ -95,8 +96,8 @@ public final class AccessCases {
             first.finish();
             Path log = privateFolder(user).resolve("log");
             Check.equal(first.errors(),
-                        "[Vandrik Java Profiler 10.0.6] Loaded. Log file: " + log + "/" +
-                                first.pid() + ".log\n",
+                        "[" + Tool.PRODUCT + "] Loaded. Log file: " + log + "/" + first.pid() +
+                                ".log\n",
                         "standard error without a home");
             Check.equal(PosixFilePermissions.toString(
                                 Files.getPosixFilePermissions(log.resolve(first.pid() + ".log"))),

@@ -13,6 +13,7 @@ import jvmtest.Case;
 import jvmtest.Check;
 import jvmtest.Tables;
 import jvmtest.Target;
+import jvmtest.Tool;
 
 /** The control channel under clients of all kinds. */
 public final class ProtocolCases {
@@ -33,7 +34,7 @@ public final class ProtocolCases {
         try (AgentClient client = target.client()) {
             client.request(AgentClient.AGENT_INFO).ok();
             Check.equal(client.in.readInt(), 20110815, "protocol version");
-            Check.equal(client.readString(), "Vandrik Java Profiler 10.0.6", "product");
+            Check.equal(client.readString(), Tool.PRODUCT, "product");
             long capabilities = client.in.readLong();
             Check.equal((capabilities & 0x400) != 0, target.attached,
                         "attached bit of " + capabilities);

@@ -12,6 +12,7 @@ import jvmtest.Case;
 import jvmtest.Check;
 import jvmtest.Tables;
 import jvmtest.Target;
+import jvmtest.Tool;
 
 /** Coming up, refusing to, and leaving the program as it is. */
 public final class StartCases {
@@ -94,7 +95,7 @@ public final class StartCases {
                 {"port=0", "'port' value is invalid"},
                 {"samplingperiod=-1", "sampling period is invalid"},
                 {"filters=/x,sampling", "'filters' should be used in combination with 'tracing'"},
-                {"help", "Vandrik Java Profiler 10.0.6 JVMTI agent usage:"},
+                {"help", Tool.PRODUCT + " JVMTI agent usage:"},
         };
         for (String[] refusal : refusals) {
             try (Target refused = run(target, "quiet," + refusal[0])) {
@@ -252,8 +253,7 @@ public final class StartCases {
         try (Target loud = run(target, "onlylocal,tmpdir=" + target.folder)) {
             loud.awaitOutput("ready");
             Check.equal(loud.errors().split("\n")[0],
-                        "[Vandrik Java Profiler 10.0.6] Loaded. Log file: " + loud.logFile(),
-                        "banner");
+                        "[" + Tool.PRODUCT + "] Loaded. Log file: " + loud.logFile(), "banner");
             loud.finish();
         }
     }

@@ -8,6 +8,10 @@ import java.util.List;
 
 /** Programs that the cases call and that end well: vdk and the tools of a JDK. */
 public final class Tool {
+    /** Name and version, as the agent tells them. */
+    public static final String PRODUCT =
+            "Vandrik Java Profiler " + System.getProperty("vdk.version");
+
     private static final List<String> FILE_COMMANDS = List.of("heap", "list");
 
     private Tool() {

@@ -74,7 +74,7 @@ final class ControlChannelTest {
         try (AgentClient client = client()) {
             client.request(Protocol.PACKET_GET_AGENT_INFO_REQ).ok();
             Check.equal(client.in.readInt(), 20110815, "version");
-            Check.equal(client.readString(), "Vandrik Java Profiler 10.0.6", "product");
+            Check.equal(client.readString(), Constants.APP_FULL_NAME, "product");
             Check.equal(client.in.readLong(), 0L, "capabilities");
             Check.equal(client.readString(), "my session", "session");
             Check.equal(client.in.readLong(), 77L, "session id");
