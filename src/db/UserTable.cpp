@@ -68,6 +68,19 @@ private:
     const ZString& text;
     int position;
 };
+
+// The predefined columns have their types, and none stands twice.
+bool areColumnsSound(const ZVectorSafe<ZString>& names, const ZVector<int>& types) {
+    for (const PredefinedColumnInfo& column : PREDEFINED) {
+        int count = 0;
+        for (int i = 0; i < names.getSize(); i++) {
+            if (names[i] == column.name && (types[i] != column.type || ++count > 1)) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
 } // namespace
 
 UserTable* UserTable::create(const ZString& description) {
@@ -88,6 +101,9 @@ UserTable* UserTable::create(const ZString& description) {
         }
         names.push(columnName);
         types.push(type);
+    }
+    if (!areColumnsSound(names, types)) {
+        return nullptr;
     }
     return new UserTable(tableName.c_str(), description, &names, &types);
 }

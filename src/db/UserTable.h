@@ -39,7 +39,8 @@ public:
     UserTable(const char* name, const ZString& description, const ZVectorSafe<ZString>* columnNames,
               const ZVector<int>* columnTypes);
     // Makes a table from a description: lines of name, column count, and name and type of each
-    // column. Null if a line is missing or unreadable. The caller owns it.
+    // column. Null if a line is missing or unreadable, or a predefined column has another type or
+    // stands twice. The caller owns it.
     static UserTable* create(const ZString& description);
 
     // The row of a non-negative index, its stamp first; null for an absent one without create.
