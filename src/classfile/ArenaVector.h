@@ -10,12 +10,11 @@
 // while it is empty; growth doubles the capacity and leaves the old array to the arena. Indices are
 // checked in every build, as in ZVector.
 template <typename T>
-class ArenaVector {
+class ArenaVector : public CheckedArray<T> {
     static_assert(std::is_trivially_copyable<T>::value, "the arena runs no destructors");
 
 public:
-    explicit ArenaVector(ClassArena& owner)
-        : arena(&owner), values(nullptr), size(0), capacity(0) {}
+    explicit ArenaVector(ClassArena& owner) : arena(&owner) {}
 
     void push(const T& value) {
         if (size == capacity) {
@@ -25,34 +24,6 @@ public:
             return;
         }
         values[size++] = value;
-    }
-    T pop() {
-        if (size < 1) {
-            zvectorFail("zvector::pop", size - 1, size);
-        }
-        return values[--size];
-    }
-    T& peek() {
-        if (size < 1) {
-            zvectorFail("zvector::peek", size - 1, size);
-        }
-        return values[size - 1];
-    }
-    const T& get(int i) const {
-        check("zvector::get", i);
-        return values[i];
-    }
-    void set(int i, const T& value) {
-        check("zvector::set", i);
-        values[i] = value;
-    }
-    T& operator[](int i) {
-        check("zvector::[]", i);
-        return values[i];
-    }
-    const T& operator[](int i) const {
-        check("zvector::[]", i);
-        return values[i];
     }
     // Puts value in front of element i; i may be the size.
     void insert(int i, const T& value) {
@@ -103,22 +74,13 @@ public:
         }
         size += count;
     }
-    void clear() { size = 0; }
-    int getSize() const { return size; }
-    bool isEmpty() const { return size == 0; }
-    T* data() { return values; }
-    const T* data() const { return values; }
     ClassArena& getArena() const { return *arena; }
 
 private:
-    void check(const char* op, int i) const {
-        if (i < 0 || i >= size) {
-            zvectorFail(op, i, size);
-        }
-    }
+    using CheckedArray<T>::check;
+    using CheckedArray<T>::values;
+    using CheckedArray<T>::size;
+    using CheckedArray<T>::capacity;
 
     ClassArena* arena;
-    T* values;
-    int size;
-    int capacity;
 };

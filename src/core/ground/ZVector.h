@@ -20,8 +20,61 @@
 
 constexpr int ZVECTOR_DEFAULT_CAPACITY = 10;
 
+// What a vector can do with the elements that it has, wherever their memory comes from.
 template <typename T>
-class ZVector {
+class CheckedArray {
+public:
+    T pop() {
+        if (size < 1) {
+            zvectorFail("zvector::pop", size - 1, size);
+        }
+        return values[--size];
+    }
+    T& peek() {
+        if (size < 1) {
+            zvectorFail("zvector::peek", size - 1, size);
+        }
+        return values[size - 1];
+    }
+    const T& get(int i) const {
+        check("zvector::get", i);
+        return values[i];
+    }
+    void set(int i, const T& value) {
+        check("zvector::set", i);
+        values[i] = value;
+    }
+    T& operator[](int i) {
+        check("zvector::[]", i);
+        return values[i];
+    }
+    const T& operator[](int i) const {
+        check("zvector::[]", i);
+        return values[i];
+    }
+    // Forgets all elements; the capacity stays.
+    void clear() { size = 0; }
+    int getSize() const { return size; }
+    bool isEmpty() const { return size == 0; }
+    // The elements in order. Valid until the next push.
+    T* data() { return values; }
+    const T* data() const { return values; }
+
+protected:
+    CheckedArray() : values(nullptr), size(0), capacity(0) {}
+    void check(const char* op, int i) const {
+        if (i < 0 || i >= size) {
+            zvectorFail(op, i, size);
+        }
+    }
+
+    T* values;
+    int size;
+    int capacity;
+};
+
+template <typename T>
+class ZVector : public CheckedArray<T> {
 public:
     explicit ZVector(int initialCapacity = ZVECTOR_DEFAULT_CAPACITY)
         : ZVector(initialCapacity, AnyElement()) {
@@ -56,63 +109,24 @@ public:
         size += count;
         return first;
     }
-    T pop() {
-        if (size < 1) {
-            zvectorFail("zvector::pop", size - 1, size);
-        }
-        return values[--size];
-    }
-    T& peek() {
-        if (size < 1) {
-            zvectorFail("zvector::peek", size - 1, size);
-        }
-        return values[size - 1];
-    }
-    const T& get(int i) const {
-        check("zvector::get", i);
-        return values[i];
-    }
-    void set(int i, const T& value) {
-        check("zvector::set", i);
-        values[i] = value;
-    }
-    T& operator[](int i) {
-        check("zvector::[]", i);
-        return values[i];
-    }
-    const T& operator[](int i) const {
-        check("zvector::[]", i);
-        return values[i];
-    }
     // Removes the elements from `from` up to, not including, `to`; the tail moves down.
     void removeRange(int from, int to);
-    // Forgets all elements; the capacity stays.
-    void clear() { size = 0; }
-    int getSize() const { return size; }
     int getCapacity() const { return capacity; }
-    bool isEmpty() const { return size == 0; }
-    // The elements in order. Valid until the next push.
-    T* data() { return values; }
-    const T* data() const { return values; }
 
 protected:
+    using CheckedArray<T>::values;
+    using CheckedArray<T>::size;
+    using CheckedArray<T>::capacity;
+
     struct AnyElement {};
-    ZVector(int initialCapacity, AnyElement) : size(0), capacity(initialCapacity), values(nullptr) {
+    ZVector(int initialCapacity, AnyElement) {
         if (initialCapacity < 1) {
             zvectorFail("zvector::zvector", initialCapacity, 0);
         }
         values = new T[static_cast<size_t>(initialCapacity)];
-    }
-    void check(const char* op, int i) const {
-        if (i < 0 || i >= size) {
-            zvectorFail(op, i, size);
-        }
+        capacity = initialCapacity;
     }
     void grow();
-
-    int size;
-    int capacity;
-    T* values;
 };
 
 template <typename T>
