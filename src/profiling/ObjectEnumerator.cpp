@@ -1,0 +1,67 @@
+#include "profiling/ObjectEnumerator.h"
+
+#include "profiling/ThreadInfo.h"
+
+// Never destroyed: the JVM tells of ended objects to the very end of the process.
+ObjectEnumerator& ourObjectEnumerator = *new ObjectEnumerator();
+
+namespace {
+
+// Changes under ourLock, which is not held here; a value that is one behind does no harm, for rows
+// of allocator are not fetched by stamps.
+int currentStamp() {
+    return __atomic_load_n(&ourDB->currentStamp, __ATOMIC_RELAXED);
+}
+
+} // namespace
+
+int ObjectEnumerator::store_allocation_info(const ThreadInfo* thread, int frame) {
+    LockHolder lock(*this);
+    const int tag = ourDB->allocatorTable->nextIndex();
+    AllocatorRecord* row = ourDB->allocatorTable->getRecord(tag, true);
+    row->trn = thread->trn;
+    row->frame = frame;
+    row->objectIndex = 0;
+    row->stamp = currentStamp();
+    liveObjects++;
+    return tag;
+}
+
+void ObjectEnumerator::setObjectIndex(int tag, int objectIndex) {
+    AllocatorRecord* row = getAllocator(tag);
+    LockHolder lock(*this);
+    row->objectIndex = objectIndex;
+    row->stamp = currentStamp();
+}
+
+AllocatorRecord* ObjectEnumerator::getAllocator(int tag) {
+    Logger::assertTrue(tag >= 1, VDK_HERE);
+    LockHolder lock(*this);
+    return ourDB->allocatorTable->getRecord(tag, true);
+}
+
+void ObjectEnumerator::return_tag_to_pool(int tag) {
+    Logger::assertTrue(tag >= 1, VDK_HERE);
+    LockHolder lock(*this);
+    AllocatorRecord* row = ourDB->allocatorTable->getRecord(tag, false);
+    if (row == nullptr || row->stamp < 0) {
+        // Returned before: twice in the pool it would be given to two objects.
+        return;
+    }
+    row->stamp = -currentStamp();
+    ourDB->allocatorTable->releaseIndex(tag);
+    liveObjects--;
+}
+
+void ObjectEnumerator::clearAllocators() {
+    LockHolder lock(*this);
+    ourDB->allocatorTable->eachRecord([](int, AllocatorRecord& row) {
+        row.trn = 0;
+        row.frame = 0;
+    });
+}
+
+int ObjectEnumerator::countObjects() {
+    LockHolder lock(*this);
+    return liveObjects;
+}
