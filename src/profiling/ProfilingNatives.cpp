@@ -14,6 +14,7 @@
 #include "profiling/UserMessage.h"
 #include "profiling/memory/Generations.h"
 #include "profiling/memory/InstanceCounting.h"
+#include "profiling/memory/ObjectEnumerator.h"
 #include "profiling/threads/ThreadInfo.h"
 
 namespace {
@@ -138,6 +139,8 @@ jstring JNICALL VDK_CALLBACK_NATIVE(getDatabaseStatistics)(JNIEnv* env, jclass) 
         ZString text;
         {
             LockHolder lock(ourLock);
+            // Objects that end change the table allocator under its own lock alone.
+            LockHolder objects(ourObjectEnumerator);
             text = ourDB->getStatistics();
         }
         result = toJavaString(env, text);

@@ -124,6 +124,28 @@ void AgentClient::stopCpuProfiling() {
     command(PACKET_STOP_CPU_PROFILING_REQ, timeoutMs);
 }
 
+void AgentClient::startAllocationRecording(int each, int sizeLimit, bool byClass) {
+    Connection connection(endpoint, timeoutMs);
+    connection.setTimeout(LongTimeoutMs); // after an attach the classes are rewritten first
+    Session session(connection);
+    PacketWriter packet(PACKET_START_ALLOCATION_RECORDING_REQ);
+    packet.writeBoolean(true).writeInt(each).writeBoolean(true).writeInt(sizeLimit);
+    session.send(packet.writeBoolean(byClass));
+    session.expectOk();
+}
+
+void AgentClient::startSampledAllocationRecording(int intervalBytes, bool byClass) {
+    Connection connection(endpoint, timeoutMs);
+    Session session(connection);
+    PacketWriter packet(PACKET_START_SAMPLED_ALLOCATION_RECORDING_REQ);
+    session.send(packet.writeInt(intervalBytes).writeBoolean(byClass));
+    session.expectOk();
+}
+
+void AgentClient::stopAllocationRecording() {
+    command(PACKET_STOP_ALLOCATION_RECORDING_REQ, timeoutMs);
+}
+
 void AgentClient::clear(ProfilingData data) {
     static const struct {
         ProfilingData data;

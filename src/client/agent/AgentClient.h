@@ -46,6 +46,11 @@ public:
     void startCpuProfiling(int64_t mode, const std::optional<std::string>& filters,
                            const std::optional<std::string>& wallTimes);
     void stopCpuProfiling();
+    // Exactly: every `each`-th object, and every one of sizeLimit bytes and more.
+    void startAllocationRecording(int each, int sizeLimit, bool byClass);
+    // By samples of the JVM.
+    void startSampledAllocationRecording(int intervalBytes, bool byClass);
+    void stopAllocationRecording();
     void clear(ProfilingData data);
     // Rewrites the classes that were loaded before an attach; with a filter file, a path in the
     // target's view, all but those that it filters out. Nothing to do is no error.

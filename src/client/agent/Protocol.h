@@ -13,6 +13,9 @@ enum Packet : int32_t {
     PACKET_ERROR_RESP = 0,
     PACKET_OK_RESP = 1,
     PACKET_GET_STATUS_REQ = 100000,
+    PACKET_START_ALLOCATION_RECORDING_REQ = 100102,
+    PACKET_START_SAMPLED_ALLOCATION_RECORDING_REQ = 100150,
+    PACKET_STOP_ALLOCATION_RECORDING_REQ = 100200,
     PACKET_START_CPU_PROFILING_REQ = 100300,
     PACKET_STOP_CPU_PROFILING_REQ = 100400,
     PACKET_FORCE_GC_REQ = 100500,
@@ -53,19 +56,18 @@ struct StatusBit {
     int64_t bit;
     const char* name;
 };
+constexpr int64_t ALLOCATION_RECORDING_BIT = 2;
 constexpr int64_t CPU_TIMES_BIT = 4;
 constexpr int64_t CPU_COUNTS_BIT = 8;
 // Only those of what this release does; the word has more.
 constexpr StatusBit StatusBits[] = {
-    {4, "cpu-times"},
-    {8, "cpu-counts"},
-    {256, "internal-error"},
-    {512, "stack-telemetry"},
+    {2, "allocations"},      {4, "cpu-times"},         {8, "cpu-counts"},
+    {256, "internal-error"}, {512, "stack-telemetry"},
 };
 
 // Bits of the capability word, likewise.
 constexpr int64_t ATTACHED_BIT = 0x400;
-constexpr StatusBit CapabilityBits[] = {{0x40, "tracing"}};
+constexpr StatusBit CapabilityBits[] = {{0x40, "tracing"}, {0x100, "allocations"}};
 
 // Modes of CPU profiling.
 constexpr int64_t CPU_SAMPLING = 4;

@@ -17,6 +17,7 @@ enum class ValueKind {
     Text,
     Number,   // 0 or more
     Duration, // "30s", see parseDurationMs
+    Size,     // "512k", see parseSize
     File,
     Folder,
     Target, // a JVM
@@ -44,6 +45,7 @@ public:
     // The value was checked when the command line was read.
     long number(const std::string& name, long fallback) const;
     long durationMs(const std::string& name, long fallback) const;
+    int size(const std::string& name, int fallback) const;
     const std::vector<std::string>& all(const std::string& name) const;
 
     std::map<std::string, std::vector<std::string>> values;

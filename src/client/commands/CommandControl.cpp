@@ -46,19 +46,6 @@ const char* cpuMode(int64_t status) {
     return status & protocol::CPU_COUNTS_BIT ? "tracing" : "sampling";
 }
 
-// The object {"schema":..., "pid":...} that tells a command without data of its own was done.
-void writeDone(Console& console, const char* schema, const LiveAgent& agent, const char* what) {
-    if (!console.json) {
-        console.note(std::string(what) + " (process " + std::to_string(agent.info.pid) + ", " +
-                     printable(agent.info.sessionName) + ")");
-        return;
-    }
-    JsonWriter json(console.out, true);
-    beginDocument(json, schema).field("pid", agent.info.pid);
-    json.field("session", agent.info.sessionName).field("done", what).endObject();
-    console.out << "\n";
-}
-
 std::optional<std::string> readSpec(const Arguments& arguments, const char* option) {
     if (!arguments.has(option)) {
         return std::nullopt;

@@ -24,7 +24,7 @@ int runExport(Console& console, const Arguments& arguments) {
     }
     DataSource source = openData(arguments.text("SOURCE"), arguments, CpuTables);
     Profile profile = makeProfile(source.database());
-    if (profile.totalNs() == 0) {
+    if (profile.total() == 0) {
         console.note("no CPU data: sampling was off");
     }
     ExportChoices choices;
@@ -51,7 +51,7 @@ int runExport(Console& console, const Arguments& arguments) {
         beginDocument(json, "vdk.export/1").field("source", source.name);
         json.field("session", source.session).field("file", path);
         json.field("form", speedscope ? "speedscope" : "collapsed");
-        json.field("totalNs", profile.totalNs()).field("bytes", int64_t(size)).endObject();
+        json.field("totalNs", profile.total()).field("bytes", int64_t(size)).endObject();
         console.out << "\n";
     }
     if (speedscope && size > SpeedscopeWarnBytes) {

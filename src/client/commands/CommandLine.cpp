@@ -31,6 +31,8 @@ std::string valueName(const OptionSpec& option) {
         return "N";
     case ValueKind::Duration:
         return "TIME";
+    case ValueKind::Size:
+        return "BYTES";
     case ValueKind::File:
         return "FILE";
     case ValueKind::Folder:
@@ -52,6 +54,8 @@ std::string valueForm(const OptionSpec& option) {
     switch (option.kind) {
     case ValueKind::Number:
         return "a whole number from 0 to " + std::to_string(INT_MAX);
+    case ValueKind::Size:
+        return "a whole number of bytes, k for 1024 or m for 1048576 behind it, below 2g";
     case ValueKind::Duration:
         return "a whole number with ms, s, m or h behind it, at most 24 days";
     case ValueKind::Choice:
@@ -67,6 +71,8 @@ void checkValue(const OptionSpec& option, const std::string& value, const std::s
         good = parseNumber(value, 0, INT_MAX).has_value();
     } else if (option.kind == ValueKind::Duration) {
         good = parseDurationMs(value).has_value();
+    } else if (option.kind == ValueKind::Size) {
+        good = parseSize(value).has_value();
     } else if (option.kind == ValueKind::Choice) {
         good =
             std::find(option.choices.begin(), option.choices.end(), value) != option.choices.end();

@@ -40,12 +40,12 @@ Moment look(DB& db, bool filters) {
     moment.profile = makeProfile(db);
     mergeGeneratedNames(moment.profile);
     for (const HotMethod& method : hotMethods(makeCallTree(moment.profile, {filters, -1}))) {
-        moment.methodOwn[method.method] = method.ownNs;
-        moment.methodTotal[method.method] = method.totalNs;
+        moment.methodOwn[method.method] = method.own;
+        moment.methodTotal[method.method] = method.total;
         moment.methodCalls[method.method] = method.count;
     }
     for (const ThreadTime& time : threadTimes(moment.profile)) {
-        moment.threadOwn[moment.profile.threads[size_t(time.thread)].trn] += time.ownNs;
+        moment.threadOwn[moment.profile.threads[size_t(time.thread)].trn] += time.own;
     }
     return moment;
 }

@@ -12,6 +12,7 @@ int runAttach(Console& console, const Arguments& arguments);
 int runStatus(Console& console, const Arguments& arguments);
 int runSample(Console& console, const Arguments& arguments);
 int runTrace(Console& console, const Arguments& arguments);
+int runAlloc(Console& console, const Arguments& arguments);
 int runRetransform(Console& console, const Arguments& arguments);
 int runClear(Console& console, const Arguments& arguments);
 int runTop(Console& console, const Arguments& arguments);

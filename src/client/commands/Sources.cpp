@@ -166,4 +166,16 @@ DataSource openData(const std::string& fileOrTarget, const Arguments& arguments,
     return source;
 }
 
+void writeDone(Console& console, const char* schema, const LiveAgent& agent, const char* what) {
+    if (!console.json) {
+        console.note(std::string(what) + " (process " + std::to_string(agent.info.pid) + ", " +
+                     printable(agent.info.sessionName) + ")");
+        return;
+    }
+    JsonWriter json(console.out, true);
+    beginDocument(json, schema).field("pid", agent.info.pid);
+    json.field("session", agent.info.sessionName).field("done", what).endObject();
+    console.out << "\n";
+}
+
 } // namespace vdk

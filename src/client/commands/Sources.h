@@ -29,6 +29,10 @@ struct LiveAgent {
 LiveAgent connectAgent(const std::string& target, const Arguments& arguments);
 LiveAgent connectAgent(const Machine& machine, const Jvm& jvm, int timeoutMs);
 
+// Tells that a command without data of its own was done: a note, or the object {"schema":...,
+// "pid":..., "session":..., "done":...}.
+void writeDone(Console& console, const char* schema, const LiveAgent& agent, const char* what);
+
 // A database to report on.
 struct DataSource {
     std::string name; // file or target, as given
@@ -56,6 +60,9 @@ DataSource openData(const std::string& fileOrTarget, const Arguments& arguments,
 constexpr int CpuTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |
                           1 << SLOT_ThreadFrame | 1 << SLOT_CPUProfiling | 1 << SLOT_Frame |
                           1 << SLOT_TableGeneration;
+// Tables that reports on allocations read.
+constexpr int AllocationTables =
+    (CpuTables & ~(1 << SLOT_CPUProfiling)) | 1 << SLOT_AllocInfo | 1 << SLOT_Property;
 constexpr int TelemetryTables = 1 << SLOT_String | 1 << SLOT_Property | 1 << SLOT_Telemetry;
 constexpr int ThreadTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |
                              1 << SLOT_Frame | 1 << SLOT_Telemetry | 1 << SLOT_ThreadState;

@@ -73,6 +73,13 @@ std::optional<long> parseDurationMs(std::string_view text) {
     return std::nullopt;
 }
 
+std::optional<int> parseSize(std::string_view text) {
+    const long factor = endsWith(text, "k") ? 1 << 10 : endsWith(text, "m") ? 1 << 20 : 1;
+    const auto value =
+        parseNumber(text.substr(0, text.size() - (factor > 1 ? 1 : 0)), 0, INT32_MAX / factor);
+    return value ? std::optional<int>(int(*value * factor)) : std::nullopt;
+}
+
 std::string formatLimit(int milliseconds) {
     return milliseconds % 1000 != 0 ? std::to_string(milliseconds) + " ms"
                                     : std::to_string(milliseconds / 1000) + " s";

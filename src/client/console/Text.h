@@ -25,6 +25,8 @@ std::optional<long> parseNumber(std::string_view text, long low, long high);
 // "30", "30s", "500ms", "5m", "1h": milliseconds, at most what an int holds; a bare number is
 // seconds.
 std::optional<long> parseDurationMs(std::string_view text);
+// Bytes, with k or m for the units of 1024; below 2 GB.
+std::optional<int> parseSize(std::string_view text);
 
 // A limit as people give it: "15 s", "500 ms".
 std::string formatLimit(int milliseconds);

@@ -39,10 +39,10 @@ public:
                 continue;
             }
             int node = findNode(charge.frame);
-            if (node == 0 && charge.ownNs > 0) {
+            if (node == 0 && charge.own > 0) {
                 node = child(0, CallTree::OnlyFiltered);
             }
-            tree.nodes[size_t(node)].ownNs += charge.ownNs;
+            tree.nodes[size_t(node)].own += charge.own;
             if (node != 0 && isShown(charge.frame)) {
                 tree.nodes[size_t(node)].count += charge.count;
             }
@@ -103,9 +103,9 @@ private:
     void sumUp() {
         auto& nodes = tree.nodes;
         for (size_t i = nodes.size(); i-- > 0;) {
-            nodes[i].totalNs += nodes[i].ownNs;
+            nodes[i].total += nodes[i].own;
             if (i > 0) {
-                nodes[size_t(nodes[i].parent)].totalNs += nodes[i].totalNs;
+                nodes[size_t(nodes[i].parent)].total += nodes[i].total;
             }
         }
         for (size_t i = 1; i < nodes.size(); i++) {
@@ -113,7 +113,7 @@ private:
         }
         for (CallTree::Node& node : nodes) {
             std::stable_sort(node.children.begin(), node.children.end(), [&](int a, int b) {
-                return nodes[size_t(a)].totalNs > nodes[size_t(b)].totalNs;
+                return nodes[size_t(a)].total > nodes[size_t(b)].total;
             });
         }
     }
@@ -140,10 +140,10 @@ std::vector<HotMethod> hotMethods(const CallTree& tree) {
         [&](const CallTree::Node& node, int) {
             HotMethod& method = byMethod[node.method];
             method.method = node.method;
-            method.ownNs += node.ownNs;
+            method.own += node.own;
             method.count += node.count;
             if (onPath[node.method]++ == 0) {
-                method.totalNs += node.totalNs;
+                method.total += node.total;
             }
         },
         [&](const CallTree::Node& node, int) { onPath[node.method]--; });
@@ -152,10 +152,10 @@ std::vector<HotMethod> hotMethods(const CallTree& tree) {
         result.push_back(entry.second);
     }
     std::sort(result.begin(), result.end(), [](const HotMethod& a, const HotMethod& b) {
-        if (a.ownNs != b.ownNs) {
-            return a.ownNs > b.ownNs;
+        if (a.own != b.own) {
+            return a.own > b.own;
         }
-        return a.totalNs != b.totalNs ? a.totalNs > b.totalNs : a.method < b.method;
+        return a.total != b.total ? a.total > b.total : a.method < b.method;
     });
     return result;
 }
@@ -163,14 +163,14 @@ std::vector<HotMethod> hotMethods(const CallTree& tree) {
 std::vector<ThreadTime> threadTimes(const Profile& profile) {
     std::map<int, int64_t> times;
     for (const Charge& charge : profile.charges) {
-        times[charge.thread] += charge.ownNs;
+        times[charge.thread] += charge.own;
     }
     std::vector<ThreadTime> result;
-    for (const auto& [thread, ownNs] : times) {
-        result.push_back({thread, ownNs});
+    for (const auto& [thread, own] : times) {
+        result.push_back({thread, own});
     }
     std::stable_sort(result.begin(), result.end(),
-                     [](const ThreadTime& a, const ThreadTime& b) { return a.ownNs > b.ownNs; });
+                     [](const ThreadTime& a, const ThreadTime& b) { return a.own > b.own; });
     return result;
 }
 

@@ -17,8 +17,8 @@ struct CallTree {
     struct Node {
         int parent = -1;
         int method = 0; // of Profile::methods, or OnlyFiltered
-        int64_t ownNs = 0;
-        int64_t totalNs = 0; // own time and that of all nodes below
+        int64_t own = 0;
+        int64_t total = 0; // own time and that of all nodes below
         int64_t count = 0;
         std::vector<int> children; // by falling total time
     };
@@ -26,7 +26,7 @@ struct CallTree {
     // Node 0 is the root and belongs to no method; parents stand before their children.
     std::vector<Node> nodes;
 
-    int64_t totalNs() const { return nodes[0].totalNs; }
+    int64_t total() const { return nodes[0].total; }
 };
 
 struct CallTreeChoices {
@@ -40,8 +40,8 @@ CallTree makeCallTree(const Profile& profile, const CallTreeChoices& choices);
 // A method over all places of a tree.
 struct HotMethod {
     int method = 0;
-    int64_t ownNs = 0;
-    int64_t totalNs = 0; // a recursive call counts once
+    int64_t own = 0;
+    int64_t total = 0; // a recursive call counts once
     int64_t count = 0;
 };
 
@@ -51,7 +51,7 @@ std::vector<HotMethod> hotMethods(const CallTree& tree);
 // Time by thread, largest first.
 struct ThreadTime {
     int thread = 0;
-    int64_t ownNs = 0;
+    int64_t own = 0;
 };
 std::vector<ThreadTime> threadTimes(const Profile& profile);
 

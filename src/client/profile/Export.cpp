@@ -62,7 +62,7 @@ void collapseTree(std::ostream& out, const CallTree& tree, const std::string& pr
         [&](const CallTree::Node& node, int) {
             ends.push_back(line.size());
             line += (line.empty() ? "" : ";") + collapsedName(names.get(node.method));
-            int64_t units = (node.ownNs + choices.unitNs / 2) / choices.unitNs;
+            int64_t units = (node.own + choices.unitNs / 2) / choices.unitNs;
             if (units > 0) {
                 out << line << ' ' << units << '\n';
             }
@@ -101,8 +101,8 @@ void eachStack(const CallTree& tree, std::map<int, int>& frames, Visitor visitor
         tree, TreeLimits(),
         [&](const CallTree::Node& node, int) {
             stack.push_back(frames.try_emplace(node.method, int(frames.size())).first->second);
-            if (node.ownNs > 0) {
-                visitor(stack, node.ownNs);
+            if (node.own > 0) {
+                visitor(stack, node.own);
             }
         },
         [&](const CallTree::Node&, int) { stack.pop_back(); });
@@ -112,7 +112,7 @@ void writeSpeedscopeThread(JsonWriter& json, const CallTree& tree, const Profile
                            std::map<int, int>& frames) {
     json.beginObject().field("type", "sampled");
     json.field("name", thread.name + " (trn " + std::to_string(thread.trn) + ")");
-    json.field("unit", "nanoseconds").field("startValue", 0).field("endValue", tree.totalNs());
+    json.field("unit", "nanoseconds").field("startValue", 0).field("endValue", tree.total());
     json.key("samples").beginArray();
     eachStack(tree, frames, [&](const std::vector<int>& stack, int64_t) {
         json.beginArray();
@@ -122,7 +122,7 @@ void writeSpeedscopeThread(JsonWriter& json, const CallTree& tree, const Profile
         json.endArray();
     });
     json.endArray().key("weights").beginArray();
-    eachStack(tree, frames, [&](const std::vector<int>&, int64_t ownNs) { json.value(ownNs); });
+    eachStack(tree, frames, [&](const std::vector<int>&, int64_t own) { json.value(own); });
     json.endArray().endObject();
 }
 
@@ -137,7 +137,7 @@ void writeSpeedscope(std::ostream& out, const Profile& profile, const ExportChoi
     std::map<int, int> frames; // index of a method among the shared frames
     json.key("profiles").beginArray();
     for (const ThreadTime& time : threadTimes(profile)) {
-        if (time.ownNs > 0) {
+        if (time.own > 0) {
             writeSpeedscopeThread(json, makeCallTree(profile, {choices.filters, time.thread}),
                                   profile.threads[size_t(time.thread)], frames);
         }

@@ -1,11 +1,17 @@
 #include "client/profile/Profile.h"
 
+#include "client/console/Text.h"
 #include "db/DB.h"
 
 #include <algorithm>
 #include <unordered_map>
 
 namespace vdk {
+
+const Measure CpuTime = {"Hot methods", "OWN",     "CALLS", "calls",
+                         "ownNs",       "totalNs", "calls", formatNs};
+const Measure AllocatedBytes = {"Allocating methods", "BYTES",      "OBJECTS", "objects",
+                                "ownBytes",           "totalBytes", "objects", formatBytes};
 
 bool ProfileMethod::isHidden() const {
     return (flags & METHOD_HIDDEN) != 0;
@@ -20,10 +26,10 @@ std::string ProfileMethod::fullName(bool withParameters) const {
     return withParameters ? full + parameters : full;
 }
 
-int64_t Profile::totalNs() const {
+int64_t Profile::total() const {
     int64_t sum = 0;
     for (const Charge& charge : charges) {
-        sum += charge.ownNs;
+        sum += charge.own;
     }
     return sum;
 }
@@ -51,16 +57,25 @@ SampledCpu Profile::sampledCpu() const {
 
 namespace {
 
+const char SamplingIntervalProperty[] = "vdk.allocation.sampling.interval.bytes";
+
 class ProfileMaker {
 public:
     explicit ProfileMaker(DB& db) : db(db) {}
 
     Profile make() {
-        readMethods();
-        readFrames();
-        readThreads();
+        readStacks();
         readSampledCpu();
         readCharges();
+        return std::move(profile);
+    }
+
+    Profile makeOfAllocations() {
+        readStacks();
+        profile.measure = &AllocatedBytes;
+        profile.hasCounts = true;
+        readSamplingInterval();
+        readAllocations();
         return std::move(profile);
     }
 
@@ -77,6 +92,12 @@ private:
                 visitor(index, record);
             }
         });
+    }
+
+    void readStacks() {
+        readMethods();
+        readFrames();
+        readThreads();
     }
 
     void readMethods() {
@@ -179,10 +200,8 @@ private:
                 {findThread(pair.tfiThreadIndex), pair.frame, record->timeNs, record->count});
             profile.hasCounts = profile.hasCounts || record->count > 0;
         });
+        sortCharges();
         auto& charges = profile.charges;
-        std::sort(charges.begin(), charges.end(), [](const Charge& a, const Charge& b) {
-            return a.thread != b.thread ? a.thread < b.thread : a.frame < b.frame;
-        });
         for (size_t from = 0; from < charges.size();) {
             size_t to = from;
             while (to < charges.size() && charges[to].thread == charges[from].thread) {
@@ -193,19 +212,46 @@ private:
         }
     }
 
+    void readSamplingInterval() {
+        eachLive(db.propertyTable, [&](int, const PropertyRecord& record) {
+            if (text(record.nameStrID) == SamplingIntervalProperty) {
+                profile.samplingInterval = record.value;
+            }
+        });
+    }
+
+    void readAllocations() {
+        eachLive(db.threadFrameTable, [&](int index, const ThreadFrameRecord& pair) {
+            const AllocInfoRecord* record = db.allocInfoTable->getRecord(index, false);
+            if (record && record->stamp > 0 && pair.frame > 0 &&
+                size_t(pair.frame) < profile.frames.size() && record->objectCount > 0) {
+                profile.charges.push_back({findThread(pair.tfiThreadIndex), pair.frame,
+                                           record->objectBytes, record->objectCount});
+            }
+        });
+        sortCharges();
+    }
+
+    void sortCharges() {
+        auto& charges = profile.charges;
+        std::sort(charges.begin(), charges.end(), [](const Charge& a, const Charge& b) {
+            return a.thread != b.thread ? a.thread < b.thread : a.frame < b.frame;
+        });
+    }
+
     // Turns the times with callees of one thread, sorted by frame, into own times.
     void takeChildrenOff(size_t from, size_t to) {
         auto& charges = profile.charges;
         std::unordered_map<int, int64_t> childrenNs;
         for (size_t i = from; i < to; i++) {
-            childrenNs[profile.frames[size_t(charges[i].frame)].parent] += charges[i].ownNs;
+            childrenNs[profile.frames[size_t(charges[i].frame)].parent] += charges[i].own;
         }
         for (size_t i = from; i < to; i++) {
             auto children = childrenNs.find(charges[i].frame);
             if (children != childrenNs.end()) {
-                charges[i].ownNs -= children->second;
+                charges[i].own -= children->second;
             }
-            charges[i].ownNs = std::max<int64_t>(charges[i].ownNs, 0);
+            charges[i].own = std::max<int64_t>(charges[i].own, 0);
         }
     }
 
@@ -218,6 +264,54 @@ private:
 
 Profile makeProfile(DB& db) {
     return ProfileMaker(db).make();
+}
+
+Profile makeAllocationProfile(DB& db) {
+    return ProfileMaker(db).makeOfAllocations();
+}
+
+namespace {
+
+bool isAllocatedClass(const Profile& profile, int frame) {
+    const Profile::Frame& row = profile.frames[size_t(frame)];
+    return profile.methods[size_t(row.method)].name == AllocatedClass;
+}
+
+} // namespace
+
+void foldAllocatedClasses(Profile& profile) {
+    for (Charge& charge : profile.charges) {
+        const int parent = profile.frames[size_t(charge.frame)].parent;
+        if (parent > 0 && isAllocatedClass(profile, charge.frame)) {
+            charge.frame = parent;
+        }
+    }
+}
+
+std::vector<ClassAllocations> allocatedClasses(const Profile& profile,
+                                               const std::vector<int>& threads) {
+    std::unordered_map<std::string, ClassAllocations> byName;
+    for (const Charge& charge : profile.charges) {
+        if (!threads.empty() &&
+            std::find(threads.begin(), threads.end(), charge.thread) == threads.end()) {
+            continue;
+        }
+        const int method = profile.frames[size_t(charge.frame)].method;
+        ClassAllocations& row = byName[isAllocatedClass(profile, charge.frame)
+                                           ? profile.methods[size_t(method)].className
+                                           : "<unknown>"];
+        row.bytes += charge.own;
+        row.objects += charge.count;
+    }
+    std::vector<ClassAllocations> rows;
+    for (auto& [name, row] : byName) {
+        row.name = name;
+        rows.push_back(row);
+    }
+    std::sort(rows.begin(), rows.end(), [](const ClassAllocations& a, const ClassAllocations& b) {
+        return a.bytes != b.bytes ? a.bytes > b.bytes : a.name < b.name;
+    });
+    return rows;
 }
 
 } // namespace vdk

@@ -1,5 +1,5 @@
-// The CPU data of a database in the form that reports need: plain arrays, only live rows, own times
-// computed. Made once from a DB; knows neither tables nor stamps any more.
+// The CPU or allocation data of a database in the form that reports need: plain arrays, only live
+// rows, own times computed. Made once from a DB; knows neither tables nor stamps any more.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +10,20 @@
 class DB;
 
 namespace vdk {
+
+// What a profile adds up, and how reports name it.
+struct Measure {
+    const char* title;      // of the table of methods
+    const char* ownTitle;   // column
+    const char* countTitle; // column
+    const char* countWord;  // in a line of the tree
+    const char* ownField;   // JSON
+    const char* totalField;
+    const char* countField;
+    std::string (*format)(int64_t);
+};
+extern const Measure CpuTime;        // nanoseconds, and calls
+extern const Measure AllocatedBytes; // bytes, and objects
 
 struct ProfileMethod {
     std::string className, name, parameters;
@@ -45,8 +59,8 @@ struct ProfileThread {
 struct Charge {
     int thread = 0; // index into Profile::threads
     int frame = 0;
-    int64_t ownNs = 0;
-    int64_t count = 0; // calls; 0 under sampling
+    int64_t own = 0;   // nanoseconds or bytes
+    int64_t count = 0; // calls, 0 under sampling; objects
 };
 
 struct Profile {
@@ -60,13 +74,32 @@ struct Profile {
     std::vector<ProfileThread> threads;
     std::vector<Charge> charges; // by thread, then frame
     bool hasCounts = false;
+    const Measure* measure = &CpuTime;
+    int64_t samplingInterval = 0; // bytes; of allocations that are estimated from samples
 
-    int64_t totalNs() const;
+    int64_t total() const;
     SampledCpu sampledCpu() const;
 };
 
 // The profile of the live rows. The own time of a frame is its time less that of its children, at
 // least 0. A thread whose row is gone is shown by its key.
 Profile makeProfile(DB& db);
+
+// The recorded allocations. Where the agent knew the class of an object, it stands below the frame
+// that allocated it, as a method of that class named AllocatedClass.
+Profile makeAllocationProfile(DB& db);
+constexpr const char* AllocatedClass = "<<init>>";
+
+// Charges the frame that allocated an object instead of its class's.
+void foldAllocatedClasses(Profile& profile);
+
+struct ClassAllocations {
+    std::string name;
+    int64_t bytes = 0;
+    int64_t objects = 0;
+};
+// By falling bytes, of some threads or, with none named, of all.
+std::vector<ClassAllocations> allocatedClasses(const Profile& profile,
+                                               const std::vector<int>& threads);
 
 } // namespace vdk

@@ -39,19 +39,20 @@ std::string label(const Profile& profile, int method, const ReportChoices& choic
 
 TreeLimits limitsOf(const CallTree& tree, const ReportChoices& choices) {
     TreeLimits limits;
-    limits.minNs = std::max<int64_t>(int64_t(double(tree.totalNs()) * choices.minPercent / 100), 1);
+    limits.least = std::max<int64_t>(int64_t(double(tree.total()) * choices.minPercent / 100), 1);
     limits.maxDepth = choices.depth;
     return limits;
 }
 
 void printMethods(Console& console, const Profile& profile, const CallTree& tree,
                   const ReportChoices& choices) {
-    std::vector<TextTable::Column> columns = {{"OWN", TextTable::Right},
+    const Measure& measure = *profile.measure;
+    std::vector<TextTable::Column> columns = {{measure.ownTitle, TextTable::Right},
                                               {"OWN%", TextTable::Right},
                                               {"TOTAL", TextTable::Right},
                                               {"TOTAL%", TextTable::Right}};
     if (profile.hasCounts) {
-        columns.push_back({"CALLS", TextTable::Right});
+        columns.push_back({measure.countTitle, TextTable::Right});
     }
     columns.push_back({"METHOD"});
     TextTable table(columns);
@@ -59,8 +60,8 @@ void printMethods(Console& console, const Profile& profile, const CallTree& tree
     for (size_t i = 0; i < std::min(methods.size(), choices.top); i++) {
         const HotMethod& method = methods[i];
         std::vector<std::string> cells = {
-            formatNs(method.ownNs), formatPercent(percentOf(method.ownNs, tree.totalNs())),
-            formatNs(method.totalNs), formatPercent(percentOf(method.totalNs, tree.totalNs()))};
+            measure.format(method.own), formatPercent(percentOf(method.own, tree.total())),
+            measure.format(method.total), formatPercent(percentOf(method.total, tree.total()))};
         if (profile.hasCounts) {
             cells.push_back(std::to_string(method.count));
         }
@@ -76,35 +77,87 @@ void printMethods(Console& console, const Profile& profile, const CallTree& tree
 
 void printTree(Console& console, const Profile& profile, const CallTree& tree,
                const ReportChoices& choices) {
+    const Measure& measure = *profile.measure;
     walkTree(
         tree, limitsOf(tree, choices),
         [&](const CallTree::Node& node, int depth) {
-            std::string percent = formatPercent(percentOf(node.totalNs, tree.totalNs()));
+            std::string percent = formatPercent(percentOf(node.total, tree.total()));
             console.out << std::string(6 - std::min<size_t>(6, percent.size()), ' ') << percent
                         << "%  " << std::string(size_t(depth) * 2, ' ')
-                        << label(profile, node.method, choices) << "  " << formatNs(node.totalNs);
-            if (node.ownNs > 0) {
-                console.out << ", own " << formatNs(node.ownNs);
+                        << label(profile, node.method, choices) << "  "
+                        << measure.format(node.total);
+            if (node.own > 0) {
+                console.out << ", own " << measure.format(node.own);
             }
             if (node.count > 0) {
-                console.out << ", calls " << node.count;
+                console.out << ", " << measure.countWord << " " << node.count;
             }
             console.out << "\n";
         },
         [](const CallTree::Node&, int) {});
 }
 
+bool isOfAllocations(const Profile& profile) {
+    return profile.measure == &AllocatedBytes;
+}
+
+void printClasses(Console& console, const Profile& profile, const std::vector<int>& threads,
+                  const ReportChoices& choices) {
+    const int64_t whole = profile.total();
+    TextTable table({{"BYTES", TextTable::Right},
+                     {"BYTES%", TextTable::Right},
+                     {"OBJECTS", TextTable::Right},
+                     {"CLASS"}});
+    const std::vector<ClassAllocations> classes = allocatedClasses(profile, threads);
+    for (size_t i = 0; i < std::min(classes.size(), choices.top); i++) {
+        const ClassAllocations& row = classes[i];
+        table.add({formatBytes(row.bytes), formatPercent(percentOf(row.bytes, whole)),
+                   std::to_string(row.objects), printable(row.name)});
+    }
+    console.out << console.styled("Allocated classes", "1") << " (" << formatBytes(whole) << ")\n";
+    table.print(console);
+    if (classes.size() > choices.top) {
+        console.note("... and " + std::to_string(classes.size() - choices.top) +
+                     " more; --top shows them");
+    }
+}
+
+// The tree in which a method is charged with what it allocated.
+CallTree makeMethodTree(const Profile& profile, const CallTreeChoices& choices) {
+    if (!isOfAllocations(profile)) {
+        return makeCallTree(profile, choices);
+    }
+    Profile folded = profile;
+    foldAllocatedClasses(folded);
+    return makeCallTree(folded, choices);
+}
+
 void printSections(Console& console, const Profile& profile, const std::vector<int>& threads,
                    const ReportChoices& choices) {
-    CallTree tree = makeCallTree(profile, {choices.filters, -1, threads});
-    if (choices.methods) {
-        console.out << console.styled("Hot methods", "1") << " (" << formatNs(tree.totalNs())
+    const CallTreeChoices which = {choices.filters, -1, threads};
+    const auto heading = [&](const char* title, const CallTree& tree) {
+        console.out << console.styled(title, "1") << " (" << profile.measure->format(tree.total())
                     << (choices.filters ? ", filters on)\n" : ")\n");
+    };
+    bool isFirst = true;
+    const auto separate = [&] {
+        console.out << (isFirst ? "" : "\n");
+        isFirst = false;
+    };
+    if (choices.classes && isOfAllocations(profile)) {
+        separate();
+        printClasses(console, profile, threads, choices);
+    }
+    if (choices.methods) {
+        separate();
+        const CallTree tree = makeMethodTree(profile, which);
+        heading(profile.measure->title, tree);
         printMethods(console, profile, tree, choices);
     }
     if (choices.tree) {
-        console.out << (choices.methods ? "\n" : "") << console.styled("Call tree", "1") << " ("
-                    << formatNs(tree.totalNs()) << (choices.filters ? ", filters on)\n" : ")\n");
+        separate();
+        const CallTree tree = makeCallTree(profile, which);
+        heading("Call tree", tree);
         printTree(console, profile, tree, choices);
     }
 }
@@ -121,28 +174,45 @@ void writeMethodFields(JsonWriter& json, const Profile& profile, int method) {
     }
 }
 
-void writeTimes(JsonWriter& json, const Profile& profile, int64_t ownNs, int64_t totalNs,
-                int64_t count, int64_t whole) {
-    json.field("ownNs", ownNs).field("totalNs", totalNs);
-    json.field("ownPercent", percentOf(ownNs, whole));
-    json.field("totalPercent", percentOf(totalNs, whole));
+void writeTimes(JsonWriter& json, const Profile& profile, int64_t own, int64_t total, int64_t count,
+                int64_t whole) {
+    const Measure& measure = *profile.measure;
+    json.field(measure.ownField, own).field(measure.totalField, total);
+    json.field("ownPercent", percentOf(own, whole));
+    json.field("totalPercent", percentOf(total, whole));
     if (profile.hasCounts) {
-        json.field("calls", count);
+        json.field(measure.countField, count);
     }
+}
+
+void writeClasses(JsonWriter& json, const Profile& profile, int thread,
+                  const ReportChoices& choices) {
+    json.key("classes").beginArray();
+    const std::vector<int> threads = thread < 0 ? std::vector<int>() : std::vector<int>{thread};
+    const std::vector<ClassAllocations> classes = allocatedClasses(profile, threads);
+    for (size_t i = 0; i < std::min(classes.size(), choices.top); i++) {
+        json.beginObject().field("class", classes[i].name).field("bytes", classes[i].bytes);
+        json.field("objects", classes[i].objects).endObject();
+    }
+    json.endArray();
 }
 
 void writeSections(JsonWriter& json, const Profile& profile, int thread,
                    const ReportChoices& choices) {
-    CallTree tree = makeCallTree(profile, {choices.filters, thread});
-    json.field("totalNs", tree.totalNs());
+    const CallTreeChoices which = {choices.filters, thread};
+    const CallTree tree = makeCallTree(profile, which);
+    json.field(profile.measure->totalField, tree.total());
+    if (choices.classes && isOfAllocations(profile)) {
+        writeClasses(json, profile, thread, choices);
+    }
     if (choices.methods) {
         json.key("methods").beginArray();
-        std::vector<HotMethod> methods = hotMethods(tree);
+        std::vector<HotMethod> methods = hotMethods(makeMethodTree(profile, which));
         for (size_t i = 0; i < std::min(methods.size(), choices.top); i++) {
             const HotMethod& method = methods[i];
             json.beginObject();
             writeMethodFields(json, profile, method.method);
-            writeTimes(json, profile, method.ownNs, method.totalNs, method.count, tree.totalNs());
+            writeTimes(json, profile, method.own, method.total, method.count, tree.total());
             json.endObject();
         }
         json.endArray();
@@ -154,7 +224,7 @@ void writeSections(JsonWriter& json, const Profile& profile, int thread,
             [&](const CallTree::Node& node, int) {
                 json.beginObject();
                 writeMethodFields(json, profile, node.method);
-                writeTimes(json, profile, node.ownNs, node.totalNs, node.count, tree.totalNs());
+                writeTimes(json, profile, node.own, node.total, node.count, tree.total());
                 json.key("children").beginArray();
             },
             [&](const CallTree::Node&, int) { json.endArray().endObject(); });
@@ -178,10 +248,10 @@ std::vector<ThreadPool> threadPools(const Profile& profile) {
             pools[entry->second].name = key;
         }
         pools[entry->second].threads.push_back(time.thread);
-        pools[entry->second].ownNs += time.ownNs;
+        pools[entry->second].own += time.own;
     }
     std::stable_sort(pools.begin(), pools.end(),
-                     [](const ThreadPool& a, const ThreadPool& b) { return a.ownNs > b.ownNs; });
+                     [](const ThreadPool& a, const ThreadPool& b) { return a.own > b.own; });
     return pools;
 }
 
@@ -189,6 +259,10 @@ void printReport(Console& console, const Profile& profile, const ReportChoices& 
     const std::string sampled = sampledText(profile.sampledCpu());
     if (!sampled.empty()) {
         console.out << "In all " << sampled << "\n\n";
+    }
+    if (profile.samplingInterval > 0) {
+        console.out << "Estimates: one object in " << formatBytes(profile.samplingInterval)
+                    << " allocated bytes was seen\n\n";
     }
     if (!choices.byThread) {
         printSections(console, profile, {}, choices);
@@ -202,8 +276,8 @@ void printReport(Console& console, const Profile& profile, const ReportChoices& 
                     << console.styled((single ? "Thread " : "Threads ") + printable(pool.name),
                                       "1;36")
                     << " (" << (single ? "" : std::to_string(pool.threads.size()) + ", ")
-                    << formatNs(pool.ownNs) << ", "
-                    << formatPercent(percentOf(pool.ownNs, profile.totalNs())) << "%)";
+                    << profile.measure->format(pool.own) << ", "
+                    << formatPercent(percentOf(pool.own, profile.total())) << "%)";
         const std::string ofThread =
             single ? sampledText(profile.threads[size_t(pool.threads[0])].sampled) : "";
         console.out << (ofThread.empty() ? "" : ", " + ofThread) << "\n";
@@ -217,17 +291,24 @@ void printReport(Console& console, const Profile& profile, const ReportChoices& 
 
 void writeReport(JsonWriter& json, const Profile& profile, const ReportChoices& choices) {
     json.field("filters", choices.filters);
-    writeSampled(json, profile.sampledCpu());
+    if (isOfAllocations(profile)) {
+        json.field("estimated", profile.samplingInterval > 0);
+        json.field("samplingIntervalBytes", profile.samplingInterval);
+    } else {
+        writeSampled(json, profile.sampledCpu());
+    }
     if (!choices.byThread) {
         writeSections(json, profile, -1, choices);
         return;
     }
-    json.field("totalNs", profile.totalNs()).key("threads").beginArray();
+    json.field(profile.measure->totalField, profile.total()).key("threads").beginArray();
     for (const ThreadTime& time : threadTimes(profile)) {
         const ProfileThread& thread = profile.threads[size_t(time.thread)];
         json.beginObject().field("thread", thread.name).field("group", thread.group);
         json.field("trn", thread.trn);
-        writeSampled(json, thread.sampled);
+        if (!isOfAllocations(profile)) {
+            writeSampled(json, thread.sampled);
+        }
         writeSections(json, profile, time.thread, choices);
         json.endObject();
     }

@@ -1,4 +1,5 @@
-// Reports on a profile: hot methods and call tree, as text for people or as JSON.
+// Reports on a profile: hot methods and call tree, of allocations also the classes, as text for
+// people or as JSON.
 #pragma once
 
 #include "client/console/Console.h"
@@ -9,6 +10,7 @@
 namespace vdk {
 
 struct ReportChoices {
+    bool classes = true; // of allocations
     bool methods = true;
     bool tree = true;
     bool byThread = false;
@@ -24,13 +26,13 @@ struct ReportChoices {
 struct ThreadPool {
     std::string name;         // with * for the number; of a single thread its own
     std::vector<int> threads; // of Profile::threads
-    int64_t ownNs = 0;
+    int64_t own = 0;
 };
 std::vector<ThreadPool> threadPools(const Profile& profile);
 
 void printReport(Console& console, const Profile& profile, const ReportChoices& choices);
 
-// The fields of the report in an object that the caller has begun and ends: totalNs, filters, and
+// The fields of the report in an object that the caller has begun and ends: total, filters, and
 // either methods and tree, or threads that each have these. Times are nanoseconds.
 void writeReport(JsonWriter& json, const Profile& profile, const ReportChoices& choices);
 

@@ -6,7 +6,7 @@
 namespace vdk {
 
 struct TreeLimits {
-    int64_t minNs = 0; // nodes of less total time are left out
+    int64_t least = 0; // nodes of less total time are left out
     int maxDepth = INT32_MAX;
 };
 
@@ -24,7 +24,7 @@ void walkTree(const CallTree& tree, const TreeLimits& limits, Enter enter, Leave
         const CallTree::Node& node = tree.nodes[size_t(step.node)];
         int depth = int(stack.size()) - 1;
         bool more = step.nextChild < node.children.size() && depth < limits.maxDepth &&
-                    tree.nodes[size_t(node.children[step.nextChild])].totalNs >= limits.minNs;
+                    tree.nodes[size_t(node.children[step.nextChild])].total >= limits.least;
         if (more) {
             int child = node.children[step.nextChild++];
             enter(tree.nodes[size_t(child)], depth);

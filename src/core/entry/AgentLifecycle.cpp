@@ -22,6 +22,7 @@
 #include "profiling/events/Monitors.h"
 #include "profiling/memory/AllocationRecorder.h"
 #include "profiling/memory/Generations.h"
+#include "profiling/threads/CarrierThread.h"
 #include "profiling/threads/ThreadInfo.h"
 #include "runtime/ControlSocketNatives.h"
 #include "runtime/DiagnosticNatives.h"
@@ -294,6 +295,7 @@ void threadEndImpl(JNIEnv* env, jthread thread) {
     // It may have been renamed since it started.
     info->ensureThreadHasName(env, thread);
     CHECK_JVMTI(ourJVMTI->SetThreadLocalStorage(thread, nullptr));
+    setNativeThreadInfo(nullptr);
     if (info->threadObject != nullptr) {
         env->DeleteGlobalRef(info->threadObject);
         info->threadObject = nullptr;
@@ -366,6 +368,12 @@ void startProfiling(JNIEnv* env) {
                                              ourOptions->allocSizeLimit, ourOptions->perClassGC};
         startMode(env, [&] { return startAllocationRecording(env, settings); });
     }
+    if (ourOptions->allocSampled != 0) {
+        startMode(env, [&] {
+            return startSampledAllocationRecording(env, ourOptions->allocSampled,
+                                                   ourOptions->perClassGC);
+        });
+    }
     if (ourOptions->monitors) {
         startMode(env, [&] { return Monitors::startMonitorProfiling(env); });
     }
@@ -396,6 +404,7 @@ void threadStartImpl(JNIEnv* env, jthread thread, long nativeID) {
         return;
     }
     if (nativeID != 0) {
+        setNativeThreadInfo(info);
         SampledTimes::threadStarts(info);
     }
 }

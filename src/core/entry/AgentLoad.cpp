@@ -15,6 +15,7 @@
 #include "instrument/Retransformation.h"
 #include "platform/Platform.h"
 #include "probes/Probes.h"
+#include "profiling/memory/AllocationRecorder.h"
 #include "profiling/memory/Generations.h"
 #include "profiling/threads/MethodLookup.h"
 #include "profiling/threads/ThreadInfo.h"
@@ -328,6 +329,7 @@ int agentLoadImpl(JavaVM* vm, const char* options) {
         return LOAD_OK;
     }
     installInstrumentation(ourCallbackBytecode, ourCallbackBytecodeSize);
+    installAllocationRecording();
     result = prepareAgent(arguments, description);
     if (result == LOAD_OK && isAttached()) {
         result = startAttached();

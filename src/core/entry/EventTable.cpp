@@ -104,6 +104,7 @@ void registerEventHandlers(jvmtiEnv* environment) {
     callbacks.ThreadEnd = threadEnd;
     callbacks.ThreadStart = threadStart;
     callbacks.VMObjectAlloc = ourConsumedEvents.vmObjectAlloc;
+    callbacks.SampledObjectAlloc = ourConsumedEvents.sampledObjectAlloc;
     callbacks.MonitorWait = ourConsumedEvents.monitorWait;
     callbacks.MonitorWaited = ourConsumedEvents.monitorWaited;
     callbacks.MonitorContendedEnter = ourConsumedEvents.monitorContendedEnter;

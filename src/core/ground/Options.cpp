@@ -356,6 +356,21 @@ bool Options::allocationSizeLimit(const ZString& value) {
     return true;
 }
 
+bool Options::allocationSampled(const ZString& value) {
+    char* unit = nullptr;
+    const long number = strtol(value.c_str(), &unit, 10);
+    const long factor = *unit == '\0'            ? 1
+                        : strcmp(unit, "k") == 0 ? 1 << 10
+                        : strcmp(unit, "m") == 0 ? 1 << 20
+                                                 : 0;
+    if (factor == 0 || number < 1 || number > INT_MAX / factor) {
+        reportInvalidOption("'allocsampled' value is invalid (should be bytes, such as 512k)");
+        return false;
+    }
+    allocSampled = static_cast<int>(number * factor);
+    return true;
+}
+
 bool Options::exitOnException(const ZString&) {
     Logger::ourExitOnException = true;
     return true;

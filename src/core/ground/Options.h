@@ -20,6 +20,7 @@ public:
     int allocEach = 10;
     bool allocSizeLimitSet = false;
     int allocSizeLimit = 1048576; // bytes
+    int allocSampled = 0;         // bytes between two sampled objects, 0 means none are sampled
     bool perClassGC = true;
     bool monitors = false;
     bool withDebugger;
@@ -133,6 +134,7 @@ private:
     bool telemetryHours(const ZString& value);
     bool allocationEach(const ZString& value);
     bool allocationSizeLimit(const ZString& value);
+    bool allocationSampled(const ZString& value);
     bool exitOnException(const ZString& value);
     bool optionsFile(const ZString& value);
 };

@@ -44,11 +44,11 @@
     BUILT(enableStackTelemetry, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(findPropertyRecordIndex, "(I)I", jint, (JNIEnv* env, jclass clazz, jint nameStrID)) \
     BUILT(findSnapshot, "(Ljava/lang/String;)Z", jboolean, (JNIEnv* env, jclass clazz, jstring path)) \
-    MISSING(getAllocationRecordingSettingsPerClassGarbage, "()Z", jboolean, (JNIEnv* env, jclass), "allocation recording") \
-    MISSING(getAllocationRecordingSettingsRecordEach, "()I", jint, (JNIEnv* env, jclass), "allocation recording") \
-    MISSING(getAllocationRecordingSettingsRecordEachEnabled, "()Z", jboolean, (JNIEnv* env, jclass), "allocation recording") \
-    MISSING(getAllocationRecordingSettingsSizeLimit, "()I", jint, (JNIEnv* env, jclass), "allocation recording") \
-    MISSING(getAllocationRecordingSettingsSizeLimitEnabled, "()Z", jboolean, (JNIEnv* env, jclass), "allocation recording") \
+    BUILT(getAllocationRecordingSettingsPerClassGarbage, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
+    BUILT(getAllocationRecordingSettingsRecordEach, "()I", jint, (JNIEnv* env, jclass clazz)) \
+    BUILT(getAllocationRecordingSettingsRecordEachEnabled, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
+    BUILT(getAllocationRecordingSettingsSizeLimit, "()I", jint, (JNIEnv* env, jclass clazz)) \
+    BUILT(getAllocationRecordingSettingsSizeLimitEnabled, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
     BUILT(getCalibrationResult, "()J", jlong, (JNIEnv* env, jclass clazz)) \
     BUILT(getCapabilities, "()J", jlong, (JNIEnv* env, jclass clazz)) \
     BUILT(getCurrentThreadCPUTimeNs, "()J", jlong, (JNIEnv* env, jclass clazz)) \
@@ -97,7 +97,8 @@
     BUILT(startCalibrating, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(startCPUProfiling, "(JLjava/lang/String;Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jlong mode, jstring filters, jstring wallTimeSpec)) \
     BUILT(startMonitorProfiling, "()Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz)) \
-    MISSING(stopAllocationRecording, "()V", void, (JNIEnv* env, jclass), "allocation recording") \
+    BUILT(startSampledAllocationRecording, "(IZ)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jint intervalBytes, jboolean perClassGarbage)) \
+    BUILT(stopAllocationRecording, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(stopCPUProfiling, "(Z)V", void, (JNIEnv* env, jclass clazz, jboolean log)) \
     MISSING(stopMonitorProfiling, "()V", void, (JNIEnv* env, jclass), "monitor profiling") \
     BUILT(storeTelemetryRecord, "([I[I[I[I)V", void, (JNIEnv* env, jclass clazz, jintArray telec, jintArray tele, jintArray extNames, jintArray extValues)) \

@@ -11,6 +11,7 @@ struct ConsumedEvents {
     jvmtiEventExceptionCatch exceptionCatch = nullptr;
     jvmtiEventObjectFree objectFree = nullptr;
     jvmtiEventVMObjectAlloc vmObjectAlloc = nullptr;
+    jvmtiEventSampledObjectAlloc sampledObjectAlloc = nullptr;
     jvmtiEventMonitorWait monitorWait = nullptr;
     jvmtiEventMonitorWaited monitorWaited = nullptr;
     jvmtiEventMonitorContendedEnter monitorContendedEnter = nullptr;

@@ -14,6 +14,19 @@ jstring JNICALL VDK_CALLBACK_NATIVE(startAllocationRecording)(
     });
 }
 
+jstring JNICALL VDK_CALLBACK_NATIVE(startSampledAllocationRecording)(JNIEnv* env, jclass,
+                                                                     jint intervalBytes,
+                                                                     jboolean perClassGarbage) {
+    return nativeResult<jstring>(env, VDK_HERE, nullptr, [&] {
+        return toJavaRefusal(
+            env, startSampledAllocationRecording(env, intervalBytes, perClassGarbage == JNI_TRUE));
+    });
+}
+
+void JNICALL VDK_CALLBACK_NATIVE(stopAllocationRecording)(JNIEnv* env, jclass) {
+    runNative(env, VDK_HERE, [&] { stopAllocationRecording(env); });
+}
+
 void JNICALL VDK_CALLBACK_NATIVE(clearAllocationData)(JNIEnv* env, jclass) {
     runNative(env, VDK_HERE, [&] { clearAllocationData(env); });
 }
@@ -23,4 +36,27 @@ jint JNICALL VDK_CALLBACK_NATIVE(vdkInit0)(JNIEnv* env, jclass, jobject object, 
     jint next = frameHint;
     runGuarded(VDK_HERE, [&] { next = vdkInitImpl(env, object, frameHint); });
     return next;
+}
+
+jboolean JNICALL VDK_CALLBACK_NATIVE(getAllocationRecordingSettingsRecordEachEnabled)(JNIEnv*,
+                                                                                      jclass) {
+    return ourAllocationRecordingSettings.recordEachEnabled ? JNI_TRUE : JNI_FALSE;
+}
+
+jint JNICALL VDK_CALLBACK_NATIVE(getAllocationRecordingSettingsRecordEach)(JNIEnv*, jclass) {
+    return ourAllocationRecordingSettings.recordEach;
+}
+
+jboolean JNICALL VDK_CALLBACK_NATIVE(getAllocationRecordingSettingsSizeLimitEnabled)(JNIEnv*,
+                                                                                     jclass) {
+    return ourAllocationRecordingSettings.sizeLimitEnabled ? JNI_TRUE : JNI_FALSE;
+}
+
+jint JNICALL VDK_CALLBACK_NATIVE(getAllocationRecordingSettingsSizeLimit)(JNIEnv*, jclass) {
+    return ourAllocationRecordingSettings.sizeLimit;
+}
+
+jboolean JNICALL VDK_CALLBACK_NATIVE(getAllocationRecordingSettingsPerClassGarbage)(JNIEnv*,
+                                                                                    jclass) {
+    return ourAllocationRecordingSettings.perClassGarbage ? JNI_TRUE : JNI_FALSE;
 }

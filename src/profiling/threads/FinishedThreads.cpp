@@ -5,6 +5,7 @@
 #include "core/ground/ZVector.h"
 #include "db/DB.h"
 #include "db/ThreadReferences.h"
+#include "profiling/memory/ObjectEnumerator.h"
 #include "profiling/threads/ThreadInfo.h"
 
 namespace {
@@ -105,7 +106,11 @@ void FinishedThreads::freeUnnamedRows() {
     for (int i = 0; i < merged; i++) {
         unnamed.add(ourMergedThreads[i].trn);
     }
-    ourRowsOfLastSearch = removeNamedThreads(ourDB, &unnamed);
+    {
+        // Objects that end change the table allocator under its own lock alone.
+        LockHolder objects(ourObjectEnumerator);
+        ourRowsOfLastSearch = removeNamedThreads(ourDB, &unnamed);
+    }
     ourNamedThreads = 0;
     for (int i = 0; i < merged; i++) {
         const FinishedThread thread = ourMergedThreads[i];

@@ -7,7 +7,6 @@
 
 namespace {
 
-const char FUNCTION_ID[] = "com.sun.hotspot.functions.GetVirtualThread";
 const int TRIES = 3;
 // can_support_virtual_threads, which headers before 21 do not name: bit 44 of the structure.
 const size_t CAPABILITY_BYTE = 5;
@@ -42,7 +41,9 @@ void freeDescription(const jvmtiExtensionFunctionInfo& function) {
     deallocateQuietly(function.id);
 }
 
-jvmtiExtensionFunction findFunction() {
+} // namespace
+
+jvmtiExtensionFunction findVirtualThreadFunction(const char* id) {
     jint count = 0;
     JvmtiMemory<jvmtiExtensionFunctionInfo> functions;
     if (ourJVMTI->GetExtensionFunctions(&count, functions.receive()) != JVMTI_ERROR_NONE) {
@@ -51,7 +52,7 @@ jvmtiExtensionFunction findFunction() {
     jvmtiExtensionFunction found = nullptr;
     for (jint i = 0; i < count; i++) {
         const jvmtiExtensionFunctionInfo& function = functions.get()[i];
-        if (strcmp(function.id, FUNCTION_ID) == 0) {
+        if (strcmp(function.id, id) == 0) {
             found = function.func;
         }
         freeDescription(function);
@@ -59,8 +60,11 @@ jvmtiExtensionFunction findFunction() {
     return found != nullptr && takeCapability() ? found : nullptr;
 }
 
+namespace {
+
 jvmtiExtensionFunction getFunction() {
-    static const jvmtiExtensionFunction function = findFunction();
+    static const jvmtiExtensionFunction function =
+        findVirtualThreadFunction("com.sun.hotspot.functions.GetVirtualThread");
     return function;
 }
 

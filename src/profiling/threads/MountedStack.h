@@ -9,6 +9,9 @@
 // False on a JVM without virtual threads, or without a function that tells which one is mounted.
 bool canSeeMountedThreads();
 
+// The JVM's own function about virtual threads, with what it needs to be called; null without it.
+jvmtiExtensionFunction findVirtualThreadFunction(const char* id);
+
 // Null if none is mounted, or if they change too quickly for a stack to be had. The caller frees it
 // as JVMTI memory. Not to be called with ourLock held: it waits until no virtual thread is being
 // mounted or unmounted.

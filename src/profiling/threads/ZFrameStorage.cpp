@@ -137,6 +137,14 @@ int ZFrameStorage::fillCurrentFrameJVMTIFromStackInfo(JNIEnv* env, const jvmtiSt
     return frame;
 }
 
+int ZFrameStorage::getVMStartFrame() {
+    if (vmStartFrame == -1) {
+        vmStartFrame =
+            getChild(0, ZMethod::getByName("", "<Objects allocated during JVM startup>", "()"));
+    }
+    return vmStartFrame;
+}
+
 int ZFrameStorage::skipHidden(int frame) {
     while (frame > 0 && (getMethodFlags(getMethodIndex(frame)) & METHOD_HIDDEN) != 0) {
         frame = getParent(frame);

@@ -40,10 +40,12 @@ public:
     // The frame or the nearest one above it whose method is not hidden; 0 if there is none.
     int skipHidden(int frame);
 
-    // Stands for objects allocated while the JVM starts; -1 until needed.
-    int vmStartFrame;
+    // Stands for objects allocated while the JVM starts; made when first needed.
+    int getVMStartFrame();
 
 private:
+    int vmStartFrame; // -1 until needed
+
     FrameRecord* record(int frame) { return ourDB->frameTable->getRecord(frame, true); }
     int createFrame(int parent, int method);
 };

@@ -378,14 +378,14 @@ TEST(TableFetcher, laterFetchesBringChangesDeletionsAndClears) {
     AgentClient client(server.agent.endpoint, LongTimeoutMs);
     TableFetcher fetcher(client);
     fetcher.fetch(Mask);
-    EXPECT_EQ(makeProfile(fetcher.database()).totalNs(), 100);
+    EXPECT_EQ(makeProfile(fetcher.database()).total(), 100);
 
     b.time(t, f1, 150); // changed
     int f3 = b.frame(f2, b.method("A", "more"));
     b.time(t, f3, 20); // new
     fetcher.fetch(Mask);
     Profile profile = makeProfile(fetcher.database());
-    EXPECT_EQ(profile.totalNs(), 150);
+    EXPECT_EQ(profile.total(), 150);
     EXPECT_EQ(profile.charges.size(), 3u);
 
     b.db.cpuProfilingTable->setRecordModificationStamp(row, -b.db.currentStamp);
@@ -397,7 +397,7 @@ TEST(TableFetcher, laterFetchesBringChangesDeletionsAndClears) {
 
     b.db.clearTableAndTellReaders(SLOT_CPUProfiling);
     fetcher.fetch(Mask);
-    EXPECT_EQ(makeProfile(fetcher.database()).totalNs(), 0);
+    EXPECT_EQ(makeProfile(fetcher.database()).total(), 0);
 }
 
 TEST(TableFetcher, streamWithoutEndIsCut) {

@@ -114,7 +114,7 @@ TEST(Export, speedscopeHasOneSampledProfileAThread) {
             }
         }
     }
-    EXPECT_EQ(sum, sample.profile.totalNs());
+    EXPECT_EQ(sum, sample.profile.total());
     // Root first.
     EXPECT_EQ(frames[main["samples"][1][0].get<size_t>()]["name"], "com.a.Main.main");
     EXPECT_EQ(frames[main["samples"][1][1].get<size_t>()]["name"], "com.a.Main$$Lambda.work");

@@ -26,7 +26,7 @@ std::map<std::string, Times> hot(DB& db, bool filters = false) {
     Profile profile = makeProfile(db);
     std::map<std::string, Times> result;
     for (const HotMethod& method : hotMethods(makeCallTree(profile, {filters, -1}))) {
-        result[methodName(profile, method.method, false)] = {method.ownNs, method.totalNs};
+        result[methodName(profile, method.method, false)] = {method.own, method.total};
     }
     return result;
 }
@@ -215,7 +215,7 @@ TEST(Report, generatedClassesOfOneNameAreOneMethod) {
     std::vector<HotMethod> methods = hotMethods(tree);
     ASSERT_EQ(methods.size(), 2u);
     EXPECT_EQ(methodName(profile, methods[0].method, false), "A$$Lambda.run");
-    EXPECT_EQ(methods[0].ownNs, 50);
+    EXPECT_EQ(methods[0].own, 50);
 }
 
 TEST(Report, threadsOfAPoolAreShownTogether) {
@@ -229,7 +229,7 @@ TEST(Report, threadsOfAPoolAreShownTogether) {
     std::vector<ThreadPool> pools = threadPools(profile);
     ASSERT_EQ(pools.size(), 3u);
     EXPECT_EQ(pools[0].name, "exec-*");
-    EXPECT_EQ(pools[0].ownNs, 70);
+    EXPECT_EQ(pools[0].own, 70);
     EXPECT_EQ(pools[1].name, "batch-1");
     EXPECT_EQ(pools[2].name, "7");
     std::ostringstream out, err;

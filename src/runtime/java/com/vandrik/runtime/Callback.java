@@ -220,6 +220,9 @@ public class Callback {
 
     public static native String startMonitorProfiling();
 
+    public static native String startSampledAllocationRecording(int intervalBytes,
+                                                                boolean perClassGarbage);
+
     public static native void stopAllocationRecording();
 
     public static native void stopCPUProfiling(boolean log);

@@ -18,6 +18,7 @@ public final class Protocol {
 
     public static final int PACKET_GET_STATUS_REQ = 100000;
     public static final int PACKET_START_ALLOCATION_RECORDING_REQ = 100102;
+    public static final int PACKET_START_SAMPLED_ALLOCATION_RECORDING_REQ = 100150;
     public static final int PACKET_STOP_ALLOCATION_RECORDING_REQ = 100200;
     public static final int PACKET_START_CPU_PROFILING_REQ = 100300;
     public static final int PACKET_STOP_CPU_PROFILING_REQ = 100400;

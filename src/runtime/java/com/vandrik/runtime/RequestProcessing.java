@@ -85,6 +85,9 @@ public final class RequestProcessing {
         case Protocol.PACKET_START_ALLOCATION_RECORDING_REQ:
             startAllocationRecording();
             return true;
+        case Protocol.PACKET_START_SAMPLED_ALLOCATION_RECORDING_REQ:
+            startSampledAllocationRecording();
+            return true;
         case Protocol.PACKET_STOP_ALLOCATION_RECORDING_REQ:
             Callback.stopAllocationRecording();
             break;
@@ -231,6 +234,12 @@ public final class RequestProcessing {
         boolean perClassGarbage = Packet.readBoolean(myIn);
         okOrError(Callback.startAllocationRecording(eachEnabled, each, sizeLimitEnabled, sizeLimit,
                                                     perClassGarbage));
+    }
+
+    private void startSampledAllocationRecording() throws IOException {
+        int intervalBytes = Packet.readInt(myIn);
+        boolean perClassGarbage = Packet.readBoolean(myIn);
+        okOrError(Callback.startSampledAllocationRecording(intervalBytes, perClassGarbage));
     }
 
     private void getAllocationRecordingSettings() throws IOException {

@@ -1,6 +1,6 @@
-#include "profiling/ObjectEnumerator.h"
+#include "profiling/memory/ObjectEnumerator.h"
 
-#include "profiling/ThreadInfo.h"
+#include "profiling/threads/ThreadInfo.h"
 
 // Never destroyed: the JVM tells of ended objects to the very end of the process.
 ObjectEnumerator& ourObjectEnumerator = *new ObjectEnumerator();

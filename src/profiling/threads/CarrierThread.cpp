@@ -1,0 +1,38 @@
+#include "profiling/threads/CarrierThread.h"
+
+#include "core/ground/Globals.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JvmGlobals.h"
+#include "profiling/threads/MountedStack.h"
+#include "profiling/threads/ThreadInfo.h"
+
+namespace {
+
+thread_local ThreadInfo* ourNativeThreadInfo = nullptr;
+
+// For a thread that began before the agent.
+ThreadInfo* askForCarrier() {
+    static const jvmtiExtensionFunction function =
+        findVirtualThreadFunction("com.sun.hotspot.functions.GetCarrierThread");
+    jthread current = nullptr;
+    jthread carrier = nullptr;
+    if (function == nullptr || ourJVMTI->GetCurrentThread(&current) != JVMTI_ERROR_NONE) {
+        return nullptr;
+    }
+    // The references go with the native call that this is part of.
+    const jvmtiError error = function(ourJVMTI, current, &carrier);
+    return error != JVMTI_ERROR_NONE || carrier == nullptr ? nullptr : getStoredThreadInfo(carrier);
+}
+
+} // namespace
+
+ThreadInfo* getCarrierThreadInfo() {
+    if (ourNativeThreadInfo == nullptr && getJVMTIPhase() == JVMTI_PHASE_LIVE) {
+        ourNativeThreadInfo = askForCarrier();
+    }
+    return ourNativeThreadInfo;
+}
+
+void setNativeThreadInfo(ThreadInfo* info) {
+    ourNativeThreadInfo = info;
+}
