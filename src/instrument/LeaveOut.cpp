@@ -45,6 +45,10 @@ const AnnotationRow ANNOTATIONS[] = {
 };
 constexpr int ANNOTATION_COUNT = sizeof(ANNOTATIONS) / sizeof(ANNOTATIONS[0]);
 
+const char* const BOXES[] = {"java/lang/Byte",    "java/lang/Character", "java/lang/Short",
+                             "java/lang/Integer", "java/lang/Long",      "java/lang/Float",
+                             "java/lang/Double"};
+
 const char* const OUTCOME_TEXTS[METHOD_OUTCOME_COUNT] = {
     "instrumented",
     "instrumented without allocation calls",
@@ -96,6 +100,18 @@ const char* reasonToLeaveClass(const Utf8View& className, const Utf8View& superN
         }
     }
     return nullptr;
+}
+
+bool isBoxing(const Utf8View& className, const Utf8View& methodName) {
+    if (!(methodName == "valueOf")) {
+        return false;
+    }
+    for (const char* const box : BOXES) {
+        if (className == box) {
+            return true;
+        }
+    }
+    return false;
 }
 
 AnnotatedMethods::AnnotatedMethods(ClassFile* owner)

@@ -36,6 +36,10 @@ struct InstrumentationCounts {
 // The reason why no method of this class gets calls, or null. Names are in internal form.
 const char* reasonToLeaveClass(const Utf8View& className, const Utf8View& superName);
 
+// Whether this is the method that boxes a primitive. Its annotation keeps calls at entry and exit
+// out; where it allocates, compiled callers run its own body.
+bool isBoxing(const Utf8View& className, const Utf8View& methodName);
+
 // Tells methods of one class that are left out by annotation. Costs a few pool look-ups for a class
 // that has none.
 class AnnotatedMethods {

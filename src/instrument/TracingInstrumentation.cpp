@@ -88,6 +88,7 @@ bool TracingInstrumentation::run(bool allocations, bool tracing) {
     const bool classLeftOut =
         reasonToLeaveClass(className, classFile->getSuperClassSignature()) != nullptr;
     const Calls wanted = {tracing, tracing, allocations && !isTranslet(classFile)};
+    const Calls onlyAllocations = {false, false, true};
     bool any = false;
     const int methodCount = classFile->getMethods().getSize();
     for (int i = 0; i < methodCount; i++) {
@@ -98,13 +99,18 @@ bool TracingInstrumentation::run(bool allocations, bool tracing) {
             if (!wanted.allocations && !tracing) {
                 continue;
             }
+            const bool isAnnotated = annotated.reasonToLeave(method) != nullptr;
+            const bool isOnlyAllocating =
+                isAnnotated && wanted.allocations && isBoxing(className, method->getName());
             outcome = shouldSkipInstrumentation(method) ? METHOD_OUTCOME_TRIVIAL
                       : classLeftOut                    ? METHOD_OUTCOME_CLASS_LEFT_OUT
-                      : annotated.reasonToLeave(method) != nullptr
+                      : isAnnotated && !isOnlyAllocating
                           ? METHOD_OUTCOME_ANNOTATED
-                          : instrumentMethod(id, method, wanted);
+                          : instrumentMethod(id, method, isAnnotated ? onlyAllocations : wanted);
             if (outcome <= METHOD_OUTCOME_WITHOUT_HANDLERS) {
-                ids->methodInstrumented(id);
+                if (!isAnnotated) {
+                    ids->methodInstrumented(id);
+                }
                 any = true;
             }
         }
