@@ -7,6 +7,7 @@
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -214,31 +215,38 @@ int runRetransform(Console& console, const Arguments& arguments) {
 int runClear(Console& console, const Arguments& arguments) {
     static const struct {
         const char* option;
+        const char* name;
         ProfilingData data;
-    } unrecorded[] = {
-        {"--monitors", ProfilingData::Monitors},
-        {"--allocations", ProfilingData::Allocations},
-        {"--exceptions", ProfilingData::Exceptions},
+        bool isRecorded;
+    } kinds[] = {
+        {"--cpu", "CPU", ProfilingData::Cpu, true},
+        {"--allocations", "allocation", ProfilingData::Allocations, true},
+        {"--monitors", "monitor", ProfilingData::Monitors, false},
+        {"--exceptions", "exception", ProfilingData::Exceptions, false},
     };
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
-    bool onlyOthers = !arguments.has("--all") && !arguments.has("--cpu");
-    for (const auto& kind : unrecorded) {
-        if (arguments.has(kind.option)) {
-            console.warn(std::string(kind.option) +
-                         ": this release records no such data, there is nothing to clear");
-        } else if (!arguments.has("--all")) {
+    const bool all = arguments.has("--all");
+    const bool isNamed = std::any_of(std::begin(kinds), std::end(kinds),
+                                     [&](const auto& kind) { return arguments.has(kind.option); });
+    std::vector<std::string> cleared;
+    for (const auto& kind : kinds) {
+        const bool isWanted =
+            all || arguments.has(kind.option) || (!isNamed && kind.data == ProfilingData::Cpu);
+        if (!isWanted) {
             continue;
         }
+        if (!kind.isRecorded && !all) {
+            console.warn(std::string(kind.option) +
+                         ": this release records no such data, there is nothing to clear");
+        }
         agent.client.clear(kind.data);
+        if (kind.isRecorded) {
+            cleared.push_back(kind.name);
+        }
     }
-    bool others = arguments.has("--monitors") || arguments.has("--allocations") ||
-                  arguments.has("--exceptions");
-    if (others && onlyOthers) {
-        writeDone(console, "vdk.clear/1", agent, "nothing cleared");
-        return 0;
-    }
-    agent.client.clear(ProfilingData::Cpu);
-    writeDone(console, "vdk.clear/1", agent, "CPU data cleared");
+    const std::string done =
+        cleared.empty() ? "nothing cleared" : join(cleared, " and ") + " data cleared";
+    writeDone(console, "vdk.clear/1", agent, done.c_str());
     return 0;
 }
 

@@ -195,9 +195,10 @@ const std::vector<Command> Table = {
      runRetransform},
     {"clear",
      "drop what was recorded",
-     "Without an option the CPU data. This release records no monitors, allocations and "
-     "exceptions\n"
-     "yet, so there is nothing of them to clear.",
+     "Without an option the CPU data. This release records no monitors and exceptions yet, so "
+     "there "
+     "is\n"
+     "nothing of them to clear.",
      "vdk clear app.jar\nvdk clear app.jar --all",
      {Target,
       {"--cpu", ValueKind::None, "CPU data"},

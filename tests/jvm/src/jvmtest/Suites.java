@@ -1,6 +1,7 @@
 package jvmtest;
 
 import cases.AccessCases;
+import cases.AllocationCases;
 import cases.ClientTracingCases;
 import cases.DebuggerCases;
 import cases.HeapDumpCases;
@@ -28,6 +29,7 @@ final class Suites {
             VerificationCases.class, RewriteOnRequestCases.class, RealProgramCases.class,
             ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
             ThrowCases.class,        MemoryCases.class,           AccessCases.class,
+            AllocationCases.class,
     };
 
     private Suites() {
