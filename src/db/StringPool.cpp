@@ -186,6 +186,14 @@ void StringPool::collectGarbageStrings() {
         UserTable* table = db->getUserTable(slot);
         visited += table == nullptr ? 0 : markUserTable(used, table);
     }
+    for (int i = 0; i < keptRows.getSize(); i++) {
+        const ZSet<int>* kept = keptRows[i];
+        for (int slot = 0; slot < kept->getCapacity(); slot++) {
+            if (kept->isFull(slot)) {
+                used.mark(kept->keyAt(slot));
+            }
+        }
+    }
     db->stringTable->eachRecord([&](int index, StringRecord& record) {
         if (record.text != nullptr && record.stamp > 0 && !used.contains(index)) {
             if (indices.get(record.text) == index) {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "core/ground/ZMap.h"
+#include "core/ground/ZSet.h"
+#include "core/ground/ZVector.h"
 
 class DB;
 
@@ -35,6 +37,9 @@ public:
     // Collects, unless so little happened since the last time that the walk would be too dear:
     // `events` more threads, or other events that may leave texts behind, have ended.
     void collectIfEarned(int events);
+    // From here on collections spare the rows in this set, whatever it holds then: for indices that
+    // are kept outside the tables. The set outlives the pool.
+    void keepNamed(const ZSet<int>* rows) { keptRows.push(rows); }
     // Forgets all texts; for the table, which is about to free them.
     void forgetAll() { indices.clear(); }
 
@@ -42,6 +47,7 @@ private:
     static constexpr int INITIAL_CAPACITY = 1000;
 
     ZMap<const char*, int> indices;
+    ZVector<const ZSet<int>*> keptRows;
     DB* db;
     // Since the last collection, and of it.
     long newTexts;

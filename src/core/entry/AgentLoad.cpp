@@ -15,6 +15,8 @@
 #include "instrument/Retransformation.h"
 #include "platform/Platform.h"
 #include "probes/Probes.h"
+#include "profiling/events/Exceptions.h"
+#include "profiling/events/Monitors.h"
 #include "profiling/memory/AllocationRecorder.h"
 #include "profiling/memory/Generations.h"
 #include "profiling/threads/MethodLookup.h"
@@ -330,6 +332,8 @@ int agentLoadImpl(JavaVM* vm, const char* options) {
     }
     installInstrumentation(ourCallbackBytecode, ourCallbackBytecodeSize);
     installAllocationRecording();
+    Monitors::install();
+    Exceptions::install();
     result = prepareAgent(arguments, description);
     if (result == LOAD_OK && isAttached()) {
         result = startAttached();

@@ -5,12 +5,12 @@
 #include "core/ground/Guard.h"
 #include "core/ground/Options.h"
 #include "core/jvm/CommonUtils.h"
-#include "core/jvm/ConsumedEvents.h"
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "core/jvm/NativeEntry.h"
 #include "platform/Platform.h"
 #include "probes/SignatureUtil.h"
+#include "profiling/events/Exceptions.h"
 #include "profiling/threads/ThreadInfo.h"
 
 namespace {
@@ -45,18 +45,6 @@ void writeLogMessage(JNIEnv* env, jstring text, jstring detail) {
     }
     Logger::message(line);
     storeMessage(env, text, detail);
-}
-
-void setExceptionTelemetry(JNIEnv* env, bool isOn, const char* file, int line) {
-    runNative(env, file, line, [&] {
-        LockHolder lock(ourLock);
-        if (isOn) {
-            ourStatus |= EXCEPTION_TELEMETRY;
-        } else {
-            ourStatus &= ~EXCEPTION_TELEMETRY;
-        }
-        updateExceptionEvents();
-    });
 }
 
 void print(JNIEnv* env, FILE* stream, jstring text, const char* file, int line) {
@@ -120,11 +108,11 @@ void JNICALL VDK_CALLBACK_NATIVE(messageToStdout)(JNIEnv* env, jclass, jstring t
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(enableExceptionTelemetry)(JNIEnv* env, jclass) {
-    setExceptionTelemetry(env, true, VDK_HERE);
+    runNative(env, VDK_HERE, [] { Exceptions::enable(true); });
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(disableExceptionTelemetry)(JNIEnv* env, jclass) {
-    setExceptionTelemetry(env, false, VDK_HERE);
+    runNative(env, VDK_HERE, [] { Exceptions::enable(false); });
 }
 
 jstring JNICALL VDK_CALLBACK_NATIVE(validateMethodPattern)(JNIEnv* env, jclass, jstring pattern) {

@@ -110,6 +110,7 @@ void registerEventHandlers(jvmtiEnv* environment) {
     callbacks.MonitorContendedEnter = ourConsumedEvents.monitorContendedEnter;
     callbacks.MonitorContendedEntered = ourConsumedEvents.monitorContendedEntered;
     CHECK_JVMTI(environment->SetEventCallbacks(&callbacks, sizeof callbacks));
+    forgetConsumedEvents();
     for (const EnabledEvent& row : ENABLED) {
         const bool isWanted = row.when == ALWAYS || (row.when == ON_LOAD_ONLY && !isAttached) ||
                               (row.when == IF_CONSUMED && callbacks.ObjectFree != nullptr);

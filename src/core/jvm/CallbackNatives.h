@@ -100,7 +100,7 @@
     BUILT(startSampledAllocationRecording, "(IZ)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jint intervalBytes, jboolean perClassGarbage)) \
     BUILT(stopAllocationRecording, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(stopCPUProfiling, "(Z)V", void, (JNIEnv* env, jclass clazz, jboolean log)) \
-    MISSING(stopMonitorProfiling, "()V", void, (JNIEnv* env, jclass), "monitor profiling") \
+    BUILT(stopMonitorProfiling, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(storeTelemetryRecord, "([I[I[I[I)V", void, (JNIEnv* env, jclass clazz, jintArray telec, jintArray tele, jintArray extNames, jintArray extValues)) \
     MISSING(unregisterProbes, "([Ljava/lang/String;)V", void, (JNIEnv* env, jclass, jobjectArray), "registration of probes") \
     BUILT(validateMethodPattern, "(Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jstring pattern)) \

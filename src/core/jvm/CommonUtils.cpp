@@ -71,3 +71,11 @@ ZString toHexadecimal(unsigned long value, int digits) {
     snprintf(text, sizeof text, "%0*lX", digits, value);
     return ZString(text);
 }
+
+void clearAllTags(jvmtiEnv* jvmti) {
+    const auto clearTag = [](jlong, jlong, jlong* tag, void*) {
+        *tag = 0;
+        return JVMTI_ITERATION_CONTINUE;
+    };
+    CHECK_JVMTI(jvmti->IterateOverHeap(JVMTI_HEAP_OBJECT_TAGGED, clearTag, nullptr));
+}

@@ -43,6 +43,10 @@ int getJVMTIPhase();
 // calls. A JVMTI failure is an internal error.
 void iterateOverHeapEither(jvmtiEnv* jvmti, jvmtiHeapObjectCallback callback, void* data);
 
+// Takes the tags of an environment off all objects, in one walk over the heap. The caller may hold
+// ourLock: no handler of freed objects, which the JVM may call meanwhile, takes it.
+void clearAllTags(jvmtiEnv* jvmti);
+
 // The number as `digits` upper-case hexadecimal digits.
 ZString toHexadecimal(unsigned long value, int digits);
 

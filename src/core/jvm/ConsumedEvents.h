@@ -20,6 +20,13 @@ struct ConsumedEvents {
 
 extern ConsumedEvents ourConsumedEvents;
 
-// Enables or disables the exception events as the present state asks: a handler is there, the JVM
-// can send them, and tracing runs. To be called when one of these changes.
+// Each enables or disables its events as the present state asks: a handler is there, the JVM can
+// send them, and what is on consumes them. To be called when one of these changes, without ourLock:
+// the JVM may have to wait until no virtual thread is being mounted.
+//
+// Both exception events serve exception telemetry, that of the catch tracing too.
 void updateExceptionEvents();
+void updateMonitorEvents();
+
+// For a new environment, in which no event is enabled.
+void forgetConsumedEvents();

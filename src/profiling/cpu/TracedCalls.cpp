@@ -4,9 +4,11 @@
 #include "core/ground/Guard.h"
 #include "core/ground/UptimeProvider.h"
 #include "core/jvm/CallbackNatives.h"
+#include "core/jvm/EventGate.h"
 #include "db/DB.h"
 #include "profiling/cpu/TracedStack.h"
 #include "profiling/cpu/Tracing.h"
+#include "profiling/events/Exceptions.h"
 #include "profiling/threads/MethodLookup.h"
 #include "profiling/threads/ThreadInfo.h"
 #include "profiling/threads/ZFrameStorage.h"
@@ -181,8 +183,11 @@ bool canEnter(ThreadInfo* info) {
 }
 
 void JNICALL exception_catch(jvmtiEnv*, JNIEnv* env, jthread, jmethodID method, jlocation,
-                             jobject) {
-    runGuarded(VDK_HERE, [&] { caughtElsewhere(env, method); });
+                             jobject exception) {
+    handleEvent(env, VDK_HERE, [&] {
+        caughtElsewhere(env, method);
+        Exceptions::onCatch(env, exception);
+    });
 }
 
 // The place of the native frame: callees of a method come to lie below it.

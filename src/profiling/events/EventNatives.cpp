@@ -10,6 +10,10 @@ jstring JNICALL VDK_CALLBACK_NATIVE(startMonitorProfiling)(JNIEnv* env, jclass) 
     });
 }
 
+void JNICALL VDK_CALLBACK_NATIVE(stopMonitorProfiling)(JNIEnv* env, jclass) {
+    runNative(env, VDK_HERE, [&] { Monitors::stopMonitorProfiling(env); });
+}
+
 void JNICALL VDK_CALLBACK_NATIVE(clearMonitorData)(JNIEnv* env, jclass) {
     runNative(env, VDK_HERE, [] {
         LockHolder lock(ourLock);

@@ -1,8 +1,40 @@
 #pragma once
 
-// Exceptions: the table of exceptions by thread, class, throwing and catching frame.
+#include "core/ground/ZSet.h"
+
+#include <jvmti.h>
+
+class ThreadInfo;
+
+// Exceptions: how often exceptions were thrown, one row of exception for each thread, class,
+// throwing and catching frame. A caught one counts when it is caught. An object that is thrown
+// again moves its count to the new row, and keeps the frame that threw it first: its tag in
+// ourJVMTI7 remembers where it counts.
+//
+// Platform threads of the application only.
 class Exceptions {
 public:
-    // Empties the table and tells readers. Caller holds ourLock.
+    // Enters the handler of the event Exception; before the agent is loaded. That of ExceptionCatch
+    // belongs to the traced calls, which hand on what they get.
+    static void install();
+    // Back to the state after the load of the library, for a new database.
+    static void reset();
+
+    // Sets or clears the bit of the status. Takes ourLock, which the caller does not hold.
+    static void enable(bool isOn);
+
+    // A handler of the current thread has caught it. Takes ourLock if telemetry is on.
+    static void onCatch(JNIEnv* env, jobject exception);
+
+    // The rest with ourLock held.
+
+    static void handleException(JNIEnv* env, const ThreadInfo* info, jobject exception,
+                                bool willBeCaught);
+    static void handleExceptionCatch(JNIEnv* env, const ThreadInfo* info, jobject exception);
+    // A thread has ended: what it threw and nobody has caught yet is forgotten.
+    static void threadEnds(int trn);
+    // Adds the rows of these threads to ourOldestFinishedThreads, and deletes them.
+    static void mergeExceptionUsage(ZSet<int>* trns);
+    // Empties the table, forgets what is thrown and the tags, and tells readers.
     static void clearExceptions();
 };

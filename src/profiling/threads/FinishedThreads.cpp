@@ -5,6 +5,8 @@
 #include "core/ground/ZVector.h"
 #include "db/DB.h"
 #include "db/ThreadReferences.h"
+#include "profiling/events/Exceptions.h"
+#include "profiling/events/Monitors.h"
 #include "profiling/memory/ObjectEnumerator.h"
 #include "profiling/threads/ThreadInfo.h"
 
@@ -63,6 +65,8 @@ void mergeOldest() {
     for (int i = ourFinishedMarker; i < end; i++) {
         trns.add(ourFinishedThreadTRNs[i].trn);
     }
+    Exceptions::mergeExceptionUsage(&trns);
+    Monitors::mergeMonitorUsage(&trns);
     ourDB->j2eeIndex->mergeJ2EEIndex(&trns);
     for (int i = ourFinishedMarker; i < end; i++) {
         mergeThread(ourFinishedThreadTRNs[i]);

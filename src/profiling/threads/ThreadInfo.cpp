@@ -8,6 +8,8 @@
 #include "profiling/cpu/SampledTimes.h"
 #include "profiling/cpu/TracedStack.h"
 #include "profiling/cpu/WallTimeCorrector.h"
+#include "profiling/events/Exceptions.h"
+#include "profiling/events/Monitors.h"
 #include "profiling/threads/FinishedThreads.h"
 #include "profiling/threads/MethodLookup.h"
 #include "profiling/threads/ZFrameStorage.h"
@@ -101,6 +103,8 @@ void ThreadInfo::onThreadEnd() {
     ourAllThreadInfos.remove(this);
     ourAllThreadInfos.compact();
     WallTimeCorrector::threadEnds(this);
+    Exceptions::threadEnds(trn);
+    Monitors::threadEnds(trn);
     FinishedThreads::add(trn, threadRecordIndex);
 }
 
@@ -146,6 +150,8 @@ void createStandInThreads() {
     FinishedThreads::reset();
     ClassLoadingProbe::reset();
     SampledTimes::reset();
+    Exceptions::reset();
+    Monitors::reset();
     ZMethod::reset();
     ourFrameStorage.reset();
     ourOldestFinishedThreads = new ThreadInfo("<Oldest finished threads>", "", 0, nullptr);

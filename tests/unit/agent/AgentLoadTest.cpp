@@ -84,6 +84,7 @@ TEST_F(AgentLoad, callsComeInOrder) {
               "GetEnv 30010000\nAddCapabilities\nSetEventCallbacks 6\nEnable 83 in 6\n"
               "SetEventCallbacks 0\nEnable 50 in 0\nEnable 57 in 0\nEnable 51 in 0\n"
               "Enable 55 in 0\nEnable 56 in 0\nEnable 53 in 0\nEnable 52 in 0\n"
+              "Enable 58 in 0\nEnable 59 in 0\n"
               "SetNativeMethodPrefix $$VDK$$\n" +
                   boot + "CreateRawMonitor vdk_jvmti_sampler_lock\n",
               outcome.output);
@@ -308,20 +309,18 @@ TEST_F(AgentLoad, exceptionHandlersAreRegisteredOnlyWhereEventsExist) {
         FakeJvm* jvm = new FakeJvm();
         setCommandLine({"java", "Main"});
         ourStatus |= status;
-        ourConsumedEvents.exception = [](jvmtiEnv*, JNIEnv*, jthread, jmethodID, jlocation, jobject,
-                                         jmethodID, jlocation) {};
-        ourConsumedEvents.exceptionCatch = [](jvmtiEnv*, JNIEnv*, jthread, jmethodID, jlocation,
-                                              jobject) {};
         agentLoadImpl(jvm->vm(), withDirectory(options).c_str());
         return (jvm->callbacks.Exception != nullptr ? 1 : 0) +
                (jvm->wasCalled("Enable 58 in 0") ? 2 : 0) +
                (jvm->wasCalled("Enable 59 in 0") ? 4 : 0);
     };
     const long tracing = CPU_COUNTS_BIT;
-    EXPECT_EQ(7, runInChild([&] { return start("", tracing); }).exitCode);
+    EXPECT_EQ(7, runInChild([&] { return start("", 0); }).exitCode);
     EXPECT_EQ(0, runInChild([&] { return start("noexceptionevents", tracing); }).exitCode);
-    // Registered, so that tracing can be switched on later, but not enabled: each throw would cost.
-    EXPECT_EQ(1, runInChild([&] { return start("", 0); }).exitCode);
+    // Registered, so that both can be switched on later. What nobody consumes costs no throw.
+    const char telemetryOff[] = "disableexceptiontelemetry";
+    EXPECT_EQ(1, runInChild([&] { return start(telemetryOff, 0); }).exitCode);
+    EXPECT_EQ(5, runInChild([&] { return start(telemetryOff, tracing); }).exitCode);
 }
 
 TEST_F(AgentLoad, suspensionIsTakenWhenItIsNeededAndGivenBack) {
