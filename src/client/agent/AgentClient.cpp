@@ -146,6 +146,14 @@ void AgentClient::stopAllocationRecording() {
     command(PACKET_STOP_ALLOCATION_RECORDING_REQ, timeoutMs);
 }
 
+void AgentClient::switchMonitorProfiling(bool on) {
+    command(on ? PACKET_START_MONITOR_PROFILING : PACKET_STOP_MONITOR_PROFILING, timeoutMs);
+}
+
+void AgentClient::switchExceptionTelemetry(bool on) {
+    command(on ? PACKET_ENABLE_EXCEPTION_TELEMETRY : PACKET_DISABLE_EXCEPTION_TELEMETRY, timeoutMs);
+}
+
 void AgentClient::clear(ProfilingData data) {
     static const struct {
         ProfilingData data;
@@ -158,7 +166,7 @@ void AgentClient::clear(ProfilingData data) {
     };
     for (const auto& entry : packets) {
         if (entry.data == data) {
-            command(entry.packet, timeoutMs);
+            command(entry.packet, LongTimeoutMs); // may walk the heap for tags
         }
     }
 }

@@ -51,6 +51,9 @@ public:
     // By samples of the JVM.
     void startSampledAllocationRecording(int intervalBytes, bool byClass);
     void stopAllocationRecording();
+    // The start is refused where it runs already.
+    void switchMonitorProfiling(bool on);
+    void switchExceptionTelemetry(bool on);
     void clear(ProfilingData data);
     // Rewrites the classes that were loaded before an attach; with a filter file, a path in the
     // target's view, all but those that it filters out. Nothing to do is no error.

@@ -24,6 +24,8 @@ enum Packet : int32_t {
     PACKET_TRANSFER_SNAPSHOT_COMPRESSED_REQ = 101001,
     PACKET_GET_JVM_THREAD_DUMP_REQ = 101300,
     PACKET_GET_AGENT_INFO_REQ = 102400,
+    PACKET_START_MONITOR_PROFILING = 102600,
+    PACKET_STOP_MONITOR_PROFILING = 102700,
     PACKET_PACKET_SEQUENCE_START = 103300,
     PACKET_PACKET_SEQUENCE_END = 103400,
     PACKET_UPDATE_DATABASE_TABLES = 103500,
@@ -33,6 +35,8 @@ enum Packet : int32_t {
     PACKET_CLEAR_ALLOCATION_DATA = 103900,
     PACKET_CAPTURE_SNAPSHOT_REQ = 104006,
     PACKET_CLEAR_EXCEPTIONS = 104200,
+    PACKET_ENABLE_EXCEPTION_TELEMETRY = 104500,
+    PACKET_DISABLE_EXCEPTION_TELEMETRY = 104600,
     PACKET_UPDATE_CUSTOM_TABLE_INFO = 104700,
     PACKET_RETRANSFORM_CLASSES_LOADED_BEFORE_AGENT_WAS_ATTACHED = 105201,
 };
@@ -59,14 +63,22 @@ struct StatusBit {
 constexpr int64_t ALLOCATION_RECORDING_BIT = 2;
 constexpr int64_t CPU_TIMES_BIT = 4;
 constexpr int64_t CPU_COUNTS_BIT = 8;
+constexpr int64_t MONITORS_BIT = 128;
+constexpr int64_t EXCEPTION_TELEMETRY_BIT = 1024;
 // Only those of what this release does; the word has more.
 constexpr StatusBit StatusBits[] = {
-    {2, "allocations"},      {4, "cpu-times"},         {8, "cpu-counts"},
-    {256, "internal-error"}, {512, "stack-telemetry"},
+    {2, "allocations"},
+    {4, "cpu-times"},
+    {8, "cpu-counts"},
+    {128, "monitors"},
+    {256, "internal-error"},
+    {512, "stack-telemetry"},
+    {1024, "exception-telemetry"},
 };
 
 // Bits of the capability word, likewise.
 constexpr int64_t ATTACHED_BIT = 0x400;
+constexpr int64_t NO_EXCEPTION_EVENTS_BIT = 0x4000;
 constexpr StatusBit CapabilityBits[] = {{0x40, "tracing"}, {0x100, "allocations"}};
 
 // Modes of CPU profiling.

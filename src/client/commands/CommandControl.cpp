@@ -1,5 +1,5 @@
-// Commands that are one request to an agent: status, sample, trace, clear, dump, gc,
-// stats.
+// Commands that are one request to an agent: status, sample, trace, monitors, exceptions, clear,
+// dump, gc, stats.
 #include "client/agent/Protocol.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Sources.h"
@@ -45,6 +45,11 @@ const char* cpuMode(int64_t status) {
         return "off";
     }
     return status & protocol::CPU_COUNTS_BIT ? "tracing" : "sampling";
+}
+
+// Whether this process can record exceptions at all.
+bool recordsExceptions(const AgentInfo& info) {
+    return (info.capabilities & protocol::NO_EXCEPTION_EVENTS_BIT) == 0;
 }
 
 std::optional<std::string> readSpec(const Arguments& arguments, const char* option) {
@@ -139,9 +144,15 @@ int switchCpuProfiling(Console& console, const Arguments& arguments, const CpuMo
 int runStatus(Console& console, const Arguments& arguments) {
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
     const AgentInfo& info = agent.info;
-    std::vector<std::string> active = bitNames(protocol::StatusBits, agent.status);
+    // The bit is set from the start on; without events nothing comes of it.
+    const int64_t idle = recordsExceptions(info) ? 0 : protocol::EXCEPTION_TELEMETRY_BIT;
+    std::vector<std::string> active = bitNames(protocol::StatusBits, agent.status & ~idle);
     std::vector<std::string> able = bitNames(protocol::CapabilityBits, info.capabilities);
     able.insert(able.begin(), "sampling");
+    able.push_back("monitors");
+    if (recordsExceptions(info)) {
+        able.push_back("exceptions");
+    }
     const bool attached = (info.capabilities & protocol::ATTACHED_BIT) != 0;
     if (console.json) {
         JsonWriter json(console.out, true);
@@ -212,41 +223,64 @@ int runRetransform(Console& console, const Arguments& arguments) {
     return 0;
 }
 
+int runMonitors(Console& console, const Arguments& arguments) {
+    const std::string target = arguments.text("TARGET");
+    const bool on = arguments.text("ACTION") == "start";
+    LiveAgent agent = connectAgent(target, arguments);
+    const bool wasOn = (agent.status & protocol::MONITORS_BIT) != 0;
+    if (on && wasOn) {
+        throw ClientError(ExitCode::Refused, "monitors.on", "monitor profiling is on",
+                          "`vdk monitors stop " + target + "` ends it");
+    }
+    agent.client.switchMonitorProfiling(on);
+    writeDone(console, "vdk.monitors/1", agent,
+              on      ? "monitor profiling started"
+              : wasOn ? "monitor profiling stopped"
+                      : "monitor profiling was off");
+    return 0;
+}
+
+int runExceptions(Console& console, const Arguments& arguments) {
+    const bool on = arguments.text("ACTION") == "on";
+    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
+    if (on && !recordsExceptions(agent.info)) {
+        throw ClientError(ExitCode::Refused, "exceptions.missing",
+                          "this JVM sends no exception events: they must be asked for at its start",
+                          "`vdk run --exceptions -- java ...` starts a program with them; throwing "
+                          "is some 33 times slower then");
+    }
+    agent.client.switchExceptionTelemetry(on);
+    writeDone(console, "vdk.exceptions/1", agent,
+              on ? "exception telemetry is on" : "exception telemetry is off");
+    return 0;
+}
+
 int runClear(Console& console, const Arguments& arguments) {
     static const struct {
         const char* option;
         const char* name;
         ProfilingData data;
-        bool isRecorded;
+        const char* name;
     } kinds[] = {
-        {"--cpu", "CPU", ProfilingData::Cpu, true},
-        {"--allocations", "allocation", ProfilingData::Allocations, true},
-        {"--monitors", "monitor", ProfilingData::Monitors, false},
-        {"--exceptions", "exception", ProfilingData::Exceptions, false},
+        {"--cpu", ProfilingData::Cpu, "CPU"},
+        {"--monitors", ProfilingData::Monitors, "monitor"},
+        {"--allocations", ProfilingData::Allocations, "allocation"},
+        {"--exceptions", ProfilingData::Exceptions, "exception"},
     };
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
-    const bool all = arguments.has("--all");
-    const bool isNamed = std::any_of(std::begin(kinds), std::end(kinds),
-                                     [&](const auto& kind) { return arguments.has(kind.option); });
+    bool any = arguments.has("--all");
+    for (const auto& kind : kinds) {
+        any = any || arguments.has(kind.option);
+    }
     std::vector<std::string> cleared;
     for (const auto& kind : kinds) {
-        const bool isWanted =
-            all || arguments.has(kind.option) || (!isNamed && kind.data == ProfilingData::Cpu);
-        if (!isWanted) {
-            continue;
-        }
-        if (!kind.isRecorded && !all) {
-            console.warn(std::string(kind.option) +
-                         ": this release records no such data, there is nothing to clear");
-        }
-        agent.client.clear(kind.data);
-        if (kind.isRecorded) {
+        const bool isDefault = !any && kind.data == ProfilingData::Cpu;
+        if (arguments.has("--all") || arguments.has(kind.option) || isDefault) {
+            agent.client.clear(kind.data);
             cleared.push_back(kind.name);
         }
     }
-    const std::string done =
-        cleared.empty() ? "nothing cleared" : join(cleared, " and ") + " data cleared";
-    writeDone(console, "vdk.clear/1", agent, done.c_str());
+    writeDone(console, "vdk.clear/1", agent, (join(cleared, ", ") + " data cleared").c_str());
     return 0;
 }
 

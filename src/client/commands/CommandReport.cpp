@@ -2,13 +2,16 @@
 #include "client/commands/Commands.h"
 #include "client/commands/Sources.h"
 #include "client/console/Text.h"
+#include "client/profile/ExceptionReport.h"
 #include "client/profile/GeneratedNames.h"
-#include "client/profile/Report.h"
+#include "client/profile/MonitorReport.h"
 
 namespace vdk {
 
+namespace {
+
 // Why a report is empty, as what is on explains it.
-static std::string withoutCpuData(const DataSource& source) {
+std::string withoutCpuData(const DataSource& source) {
     if (!source.live) {
         return "the snapshot has no CPU data: sampling was off";
     }
@@ -21,7 +24,7 @@ static std::string withoutCpuData(const DataSource& source) {
                : "no CPU data yet: `vdk sample start " + source.name + "`";
 }
 
-static std::string withoutAllocations(const DataSource& source) {
+std::string withoutAllocations(const DataSource& source) {
     if (!source.live) {
         return "the snapshot has no allocations: they were not recorded";
     }
@@ -30,44 +33,134 @@ static std::string withoutAllocations(const DataSource& source) {
                : "no allocations yet: `vdk alloc start " + source.name + "`";
 }
 
-int runReport(Console& console, const Arguments& arguments) {
-    const bool ofAllocations = arguments.text("--of") == "allocations";
-    DataSource source =
-        openData(arguments.text("SOURCE"), arguments, ofAllocations ? AllocationTables : CpuTables);
-    Profile profile =
-        ofAllocations ? makeAllocationProfile(source.database()) : makeProfile(source.database());
-    if (!arguments.has("--raw-names")) {
-        mergeGeneratedNames(profile);
+std::string withoutMonitors(const DataSource& source) {
+    if (!source.live) {
+        return "the snapshot has no waits for monitors";
     }
+    return source.status & protocol::MONITORS_BIT
+               ? "no thread has waited for a monitor yet; those on virtual threads are not seen"
+               : "no waits recorded yet: `vdk monitors start " + source.name + "`";
+}
+
+std::string withoutExceptions(const DataSource& source) {
+    return source.live ? "no exceptions counted yet; only a program started with `vdk run "
+                         "--exceptions` has its exceptions counted"
+                       : "the snapshot has no exceptions";
+}
+
+ReportChoices choicesOf(const Arguments& arguments) {
     ReportChoices choices;
+    const std::string show = arguments.text("--show", "all");
+    const bool all = show == "all";
+    choices.methods = all || show == "methods";
+    choices.tree = all || show == "tree";
+    choices.allocations = all || show == "allocations";
+    choices.monitors = all || show == "monitors";
+    choices.exceptions = all || show == "exceptions";
     choices.threads = size_t(arguments.number("--threads", 10));
-    std::string show = arguments.text("--show", "all");
-    choices.classes = show == "all" || show == "classes";
-    choices.methods = show == "all" || show == "methods";
-    choices.tree = show == "all" || show == "tree";
     choices.byThread = arguments.has("--by-thread");
     choices.filters = arguments.text("--filters") == "on";
     choices.signatures = arguments.has("--signatures");
     choices.top = size_t(arguments.number("--top", 30));
     choices.minPercent = double(arguments.number("--min-percent", 1));
     choices.depth = int(arguments.number("--depth", 60));
-    if (profile.total() == 0) {
-        console.note(ofAllocations ? withoutAllocations(source) : withoutCpuData(source));
+    return choices;
+}
+
+// All sections of the allocations, whatever is shown of CPU times.
+ReportChoices ofAllocations(const ReportChoices& choices) {
+    ReportChoices all = choices;
+    all.methods = true;
+    all.tree = true;
+    return all;
+}
+
+struct ReportData {
+    Profile profile;
+    Profile allocations;
+    MonitorUses monitors;
+    std::vector<ThrownRow> exceptions;
+};
+
+void writeJson(Console& console, const DataSource& source, const ReportData& data,
+               const ReportChoices& choices) {
+    JsonWriter json(console.out, true);
+    beginDocument(json, "vdk.report/1").field("source", source.name);
+    json.field("session", source.session).field("live", source.live).key("captureTimeMs");
+    source.live ? json.nullValue() : json.value(source.captureTimeMs);
+    if (choices.methods || choices.tree) {
+        writeReport(json, data.profile, choices);
+    }
+    if (choices.allocations) {
+        json.key("allocations").beginObject();
+        writeReport(json, data.allocations, ofAllocations(choices));
+        json.endObject();
+    }
+    if (choices.monitors) {
+        writeMonitors(json, data.profile, data.monitors, choices);
+    }
+    if (choices.exceptions) {
+        writeExceptions(json, data.profile, data.exceptions, choices);
+    }
+    json.endObject();
+    console.out << "\n";
+}
+
+// Without --show only what there is, so that a report on CPU times stays one.
+void printText(Console& console, const ReportData& data, const ReportChoices& choices) {
+    const bool hasCpu = choices.methods || choices.tree;
+    if (hasCpu) {
+        printReport(console, data.profile, choices);
+    }
+    if (choices.allocations && !data.allocations.charges.empty()) {
+        console.out << (hasCpu ? "\n" : "");
+        printReport(console, data.allocations, ofAllocations(choices));
+    }
+    if (choices.monitors && !data.monitors.uses.empty()) {
+        console.out << (hasCpu ? "\n" : "");
+        printMonitors(console, data.profile, data.monitors, choices);
+    }
+    if (choices.exceptions && !data.exceptions.empty()) {
+        console.out << (hasCpu ? "\n" : "");
+        printExceptions(console, data.profile, data.exceptions, choices);
+    }
+}
+
+} // namespace
+
+int runReport(Console& console, const Arguments& arguments) {
+    const ReportChoices choices = choicesOf(arguments);
+    DataSource source = openData(arguments.text("SOURCE"), arguments,
+                                 CpuTables | AllocationTables | MonitorTables | ExceptionTables);
+    ReportData data;
+    data.profile = makeProfile(source.database());
+    data.allocations = makeAllocationProfile(source.database());
+    data.monitors = readMonitors(source.database(), data.profile);
+    data.exceptions = readExceptions(source.database(), data.profile);
+    if (!arguments.has("--raw-names")) {
+        mergeGeneratedNames(data.profile);
+        mergeGeneratedNames(data.allocations);
+    }
+    const bool hasCpu = choices.methods || choices.tree;
+    if (hasCpu && data.profile.total() == 0) {
+        console.note(withoutCpuData(source));
+    }
+    if (!hasCpu && choices.allocations && data.allocations.charges.empty()) {
+        console.note(withoutAllocations(source));
+    }
+    if (!hasCpu && choices.monitors && data.monitors.uses.empty()) {
+        console.note(withoutMonitors(source));
+    }
+    if (!hasCpu && choices.exceptions && data.exceptions.empty()) {
+        console.note(withoutExceptions(source));
     }
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.report/1").field("source", source.name);
-        json.field("of", ofAllocations ? "allocations" : "cpu");
-        json.field("session", source.session).field("live", source.live).key("captureTimeMs");
-        source.live ? json.nullValue() : json.value(source.captureTimeMs);
-        writeReport(json, profile, choices);
-        json.endObject();
-        console.out << "\n";
+        writeJson(console, source, data, choices);
         return 0;
     }
     console.note(std::string(source.live ? "Live: " : "Snapshot: ") + source.name + ", session " +
                  printable(source.session));
-    printReport(console, profile, choices);
+    printText(console, data, choices);
     return 0;
 }
 

@@ -138,8 +138,7 @@ void print(Console& console, const Launch& launch, const std::string& option) {
 
 int runRun(Console& console, const Arguments& arguments) {
     if (arguments.has("--exceptions")) {
-        console.warn("--exceptions makes throwing some 33 times slower, and this release records "
-                     "no exceptions yet");
+        console.warn("--exceptions makes throwing some 33 times slower");
     }
     std::optional<std::string> option = agentOption(console, arguments);
     Launch launch{arguments.command, ""};

@@ -93,8 +93,8 @@ const std::vector<Command> Table = {
       Banner,
       OomDump,
       {"--exceptions", ValueKind::None,
-       "ask the JVM for exception events: throwing becomes some 33 times slower, and this release "
-       "records none yet"},
+       "ask the JVM for exception events and count exceptions: throwing becomes some 33 times "
+       "slower"},
       {"--print", ValueKind::None, "print the command line instead of running it"},
       {"--print-option", ValueKind::None, "print the JVM option alone"}},
      true,
@@ -193,13 +193,35 @@ const std::vector<Command> Table = {
      false,
      true,
      runRetransform},
+    {"monitors",
+     "start or stop the recording of waits for monitors",
+     "Who waited for whose monitor, where and for how long: contended synchronized methods and "
+     "blocks,\n"
+     "and Object.wait(). Virtual threads and locks of java.util.concurrent are not seen. Data of\n"
+     "earlier recordings stays until `vdk clear --monitors`. `vdk report --show monitors` shows "
+     "it.",
+     "vdk monitors start app.jar\nvdk report app.jar --show monitors",
+     {{"ACTION", ValueKind::Choice, "what to do", {"start", "stop"}, true}, Target},
+     false,
+     true,
+     runMonitors},
+    {"exceptions",
+     "switch the counting of exceptions on or off",
+     "By class, thread, and the stacks that threw and caught them. Needs the JVM's exception "
+     "events,\n"
+     "which must be asked for at its start (`vdk run --exceptions`) and make throwing some 33 "
+     "times\n"
+     "slower, even while the counting is off. `vdk report --show exceptions` shows what was "
+     "counted.",
+     "vdk exceptions off app.jar\nvdk report app.jar --show exceptions",
+     {{"ACTION", ValueKind::Choice, "what to do", {"on", "off"}, true}, Target},
+     false,
+     true,
+     runExceptions},
     {"clear",
      "drop what was recorded",
-     "Without an option the CPU data. This release records no monitors and exceptions yet, so "
-     "there "
-     "is\n"
-     "nothing of them to clear.",
-     "vdk clear app.jar\nvdk clear app.jar --all",
+     "Without an option the CPU data.",
+     "vdk clear app.jar\nvdk clear app.jar --monitors\nvdk clear app.jar --all",
      {Target,
       {"--cpu", ValueKind::None, "CPU data"},
       {"--monitors", ValueKind::None, "monitor data"},
@@ -274,23 +296,22 @@ const std::vector<Command> Table = {
      true,
      runSnapshot},
     {"report",
-     "show hot methods, allocations and the call tree",
+     "show hot methods, the call tree, allocations, waits for monitors and exceptions",
      "Own time is a method's own, total time has its callees in it; percentages are of the sum of\n"
-     "all own times. Methods marked w are measured in wall time, the others in CPU time. With "
-     "--of\n"
-     "allocations it is bytes and objects instead, by class, by the methods that allocated them "
-     "and\n"
-     "as a tree with the classes below those.",
+     "all own times. Methods marked w are measured in wall time, the others in CPU time. Without "
+     "--show\n"
+     "allocations, monitors and exceptions appear where any were recorded. Allocations are told "
+     "by\n"
+     "class, by the methods that allocated and as a tree with the classes below those.",
      "vdk report app.snapshot\nvdk report app.jar --by-thread --filters on\n"
-     "vdk report app.jar --of allocations --show classes\n"
-     "vdk report app.snapshot --show tree --min-percent 5",
+     "vdk report app.snapshot --show tree --min-percent 5\n"
+     "vdk report app.jar --show monitors --json",
      {FileOrTarget,
-      {"--of", ValueKind::Choice, "what to report on (default cpu)", {"cpu", "allocations"}},
       {"--show",
        ValueKind::Choice,
-       "sections (default all); classes are those of allocated objects",
-       {"all", "classes", "methods", "tree"}},
-      {"--top", ValueKind::Number, "methods to show (default 30)"},
+       "sections (default all)",
+       {"all", "methods", "tree", "allocations", "monitors", "exceptions"}},
+      {"--top", ValueKind::Number, "lines of a list to show (default 30)"},
       {"--by-thread", ValueKind::None, "each thread by itself; those of a pool together"},
       {"--threads", ValueKind::Number, "threads or pools to show, by CPU time (default 10)"},
       Filters,

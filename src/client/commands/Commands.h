@@ -14,6 +14,8 @@ int runSample(Console& console, const Arguments& arguments);
 int runTrace(Console& console, const Arguments& arguments);
 int runAlloc(Console& console, const Arguments& arguments);
 int runRetransform(Console& console, const Arguments& arguments);
+int runMonitors(Console& console, const Arguments& arguments);
+int runExceptions(Console& console, const Arguments& arguments);
 int runClear(Console& console, const Arguments& arguments);
 int runTop(Console& console, const Arguments& arguments);
 int runThreads(Console& console, const Arguments& arguments);

@@ -60,9 +60,10 @@ DataSource openData(const std::string& fileOrTarget, const Arguments& arguments,
 constexpr int CpuTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |
                           1 << SLOT_ThreadFrame | 1 << SLOT_CPUProfiling | 1 << SLOT_Frame |
                           1 << SLOT_TableGeneration;
-// Tables that reports on allocations read.
-constexpr int AllocationTables =
-    (CpuTables & ~(1 << SLOT_CPUProfiling)) | 1 << SLOT_AllocInfo | 1 << SLOT_Property;
+// Beside those of CPU reports, for their stacks and threads.
+constexpr int AllocationTables = 1 << SLOT_AllocInfo | 1 << SLOT_Property;
+constexpr int MonitorTables = 1 << SLOT_Monitor | 1 << SLOT_Property;
+constexpr int ExceptionTables = 1 << SLOT_Exception;
 constexpr int TelemetryTables = 1 << SLOT_String | 1 << SLOT_Property | 1 << SLOT_Telemetry;
 constexpr int ThreadTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |
                              1 << SLOT_Frame | 1 << SLOT_Telemetry | 1 << SLOT_ThreadState;

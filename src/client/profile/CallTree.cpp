@@ -25,13 +25,15 @@ struct NodeKeyHash {
 
 class TreeMaker {
 public:
-    TreeMaker(const Profile& profile, const CallTreeChoices& choices)
-        : profile(profile), choices(choices), nodeOfFrame(profile.frames.size(), Unknown) {}
+    TreeMaker(const Profile& profile, const std::vector<Charge>& charges,
+              const CallTreeChoices& choices)
+        : profile(profile), charges(charges), choices(choices),
+          nodeOfFrame(profile.frames.size(), Unknown) {}
 
     CallTree make() {
         tree.nodes.resize(1);
         nodeOfFrame[0] = 0;
-        for (const Charge& charge : profile.charges) {
+        for (const Charge& charge : charges) {
             if (!isChosen(charge.thread)) {
                 continue;
             }
@@ -119,6 +121,7 @@ private:
     }
 
     const Profile& profile;
+    const std::vector<Charge>& charges;
     const CallTreeChoices& choices;
     CallTree tree;
     std::unordered_map<NodeKey, int, NodeKeyHash> children;
@@ -129,7 +132,12 @@ private:
 } // namespace
 
 CallTree makeCallTree(const Profile& profile, const CallTreeChoices& choices) {
-    return TreeMaker(profile, choices).make();
+    return TreeMaker(profile, profile.charges, choices).make();
+}
+
+CallTree makeCallTree(const Profile& profile, const std::vector<Charge>& charges,
+                      const CallTreeChoices& choices) {
+    return TreeMaker(profile, charges, choices).make();
 }
 
 std::vector<HotMethod> hotMethods(const CallTree& tree) {

@@ -36,6 +36,9 @@ struct CallTreeChoices {
 };
 
 CallTree makeCallTree(const Profile& profile, const CallTreeChoices& choices);
+// The tree of these charges in place of the profile's own: of waits, or of throws.
+CallTree makeCallTree(const Profile& profile, const std::vector<Charge>& charges,
+                      const CallTreeChoices& choices);
 
 // A method over all places of a tree.
 struct HotMethod {

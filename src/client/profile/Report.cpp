@@ -144,7 +144,7 @@ void printSections(Console& console, const Profile& profile, const std::vector<i
         console.out << (isFirst ? "" : "\n");
         isFirst = false;
     };
-    if (choices.classes && isOfAllocations(profile)) {
+    if (isOfAllocations(profile)) {
         separate();
         printClasses(console, profile, threads, choices);
     }
@@ -202,7 +202,7 @@ void writeSections(JsonWriter& json, const Profile& profile, int thread,
     const CallTreeChoices which = {choices.filters, thread};
     const CallTree tree = makeCallTree(profile, which);
     json.field(profile.measure->totalField, tree.total());
-    if (choices.classes && isOfAllocations(profile)) {
+    if (isOfAllocations(profile)) {
         writeClasses(json, profile, thread, choices);
     }
     if (choices.methods) {

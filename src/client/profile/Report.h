@@ -10,9 +10,11 @@
 namespace vdk {
 
 struct ReportChoices {
-    bool classes = true; // of allocations
+    bool allocations = true;
     bool methods = true;
     bool tree = true;
+    bool monitors = false;   // where any were recorded, or if nothing else is shown
+    bool exceptions = false; // likewise
     bool byThread = false;
     bool filters = false;
     bool signatures = false;
@@ -35,6 +37,9 @@ void printReport(Console& console, const Profile& profile, const ReportChoices& 
 // The fields of the report in an object that the caller has begun and ends: total, filters, and
 // either methods and tree, or threads that each have these. Times are nanoseconds.
 void writeReport(JsonWriter& json, const Profile& profile, const ReportChoices& choices);
+
+// The first frame from this one outwards whose method is shown, 0 without one.
+int shownFrame(const Profile& profile, int frame);
 
 // "sampled 2.00 s of 6.90 s CPU"; empty where it is not known.
 std::string sampledText(const SampledCpu& cpu);

@@ -100,7 +100,7 @@ TEST(CommandLine, jsonErrorsHaveCodeAndWord) {
     EXPECT_EQ(nlohmann::json::parse(client({"--version", "--json"}).out)["version"], VDK_VERSION);
     // What is told ahead of an error stands in it: there is one object.
     Outcome warned =
-        client({"run", "monitors", "--agent", "/nonexistent.so", "--json", "--", "java"});
+        client({"run", "alloceach=10", "--agent", "/nonexistent.so", "--json", "--", "java"});
     auto error = nlohmann::json::parse(warned.err);
     EXPECT_EQ(error["word"], "agent.missing");
     EXPECT_EQ(error["warnings"].size(), 1u);

@@ -111,6 +111,19 @@ TEST(StringPool, everyFieldThatHoldsAStringKeepsIt) {
     }
 }
 
+TEST(StringPool, rowsKeptOutsideTheTablesStayUntilTheyAreNot) {
+    ZSet<int> named(8);
+    DB db(-1, -1);
+    db.stringPool->keepNamed(&named);
+    const int kept = db.stringPool->getDBIndex("in a tag", true);
+    named.add(kept);
+    db.stringPool->collectGarbageStrings();
+    EXPECT_STREQ("in a tag", db.stringPool->getText(kept));
+    named.clear();
+    db.stringPool->collectGarbageStrings();
+    EXPECT_EQ(nullptr, db.stringPool->getText(kept));
+}
+
 TEST(StringPool, numberBesideAStringIsNoRow) {
     DB db(-1, -1);
     db.setProperty("huge", 0x7fffffff);

@@ -1,0 +1,28 @@
+// Reports on exceptions: by class, by throwing and by catching method, and the tree of throws.
+#pragma once
+
+#include "client/profile/Report.h"
+
+#include <string>
+#include <vector>
+
+class DB;
+
+namespace vdk {
+
+// One row of exception.
+struct ThrownRow {
+    std::string className, thread;
+    int throwFrame = 0;
+    int catchFrame = 0; // 0 where nobody caught it
+    int64_t count = 0;
+};
+
+std::vector<ThrownRow> readExceptions(DB& db, const Profile& profile);
+void printExceptions(Console& console, const Profile& profile, const std::vector<ThrownRow>& rows,
+                     const ReportChoices& choices);
+// The object "exceptions" of a report.
+void writeExceptions(JsonWriter& json, const Profile& profile, const std::vector<ThrownRow>& rows,
+                     const ReportChoices& choices);
+
+} // namespace vdk
