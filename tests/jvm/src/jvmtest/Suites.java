@@ -4,9 +4,11 @@ import cases.AccessCases;
 import cases.AllocationCases;
 import cases.ClientTracingCases;
 import cases.DebuggerCases;
+import cases.ExceptionCases;
 import cases.HeapDumpCases;
 import cases.MemoryCases;
 import cases.ModernJvmCases;
+import cases.MonitorCases;
 import cases.ProtocolCases;
 import cases.RealProgramCases;
 import cases.RewriteOnRequestCases;
@@ -29,7 +31,7 @@ final class Suites {
             VerificationCases.class, RewriteOnRequestCases.class, RealProgramCases.class,
             ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
             ThrowCases.class,        MemoryCases.class,           AccessCases.class,
-            AllocationCases.class,
+            AllocationCases.class,   MonitorCases.class,          ExceptionCases.class,
     };
 
     private Suites() {

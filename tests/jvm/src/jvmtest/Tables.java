@@ -21,6 +21,7 @@ public final class Tables {
     public static final int THREAD = 1;
     public static final int METHOD = 2;
     public static final int THREADFRAME = 3;
+    public static final int MONITOR = 5;
     public static final int CPU = 6;
     public static final int INSTANCES = 7;
     public static final int FRAME = 8;
@@ -30,6 +31,7 @@ public final class Tables {
     public static final int PROPERTIES = 14;
     public static final int TELE = 15;
     public static final int THREADSTATE = 16;
+    public static final int EXCEPTION = 17;
     public static final int TELE_EXT = 18;
 
     /** Live rows by index; element 0 of a row is its stamp. */
@@ -231,9 +233,18 @@ public final class Tables {
     }
 
     private Map<Integer, String> threadNames() {
+        return threadNames(3);
+    }
+
+    /** Names of the threads by their running numbers. */
+    public Map<Integer, String> namesByNumber() {
+        return threadNames(4);
+    }
+
+    private Map<Integer, String> threadNames(int keyField) {
         Map<Integer, String> names = new HashMap<>();
         for (Object[] row : rows.get(THREAD).values()) {
-            names.put((Integer) row[3], text((Integer) row[1]));
+            names.put((Integer) row[keyField], text((Integer) row[1]));
         }
         return names;
     }

@@ -1,0 +1,142 @@
+package cases;
+
+import fixtures.Thrown;
+import java.util.Map;
+import java.util.TreeMap;
+import jvmtest.AgentClient;
+import jvmtest.Case;
+import jvmtest.Check;
+import jvmtest.Tables;
+import jvmtest.Target;
+import jvmtest.Tool;
+
+/** Exceptions, counted by class and by the methods that threw and caught them. */
+public final class ExceptionCases {
+    private static final String THROWN = "fixtures.Thrown";
+    private static final int TABLES = 1 | 1 << Tables.THREAD | 1 << Tables.METHOD |
+                                      1 << Tables.FRAME | 1 << Tables.GENERATIONS_OF_TABLES |
+                                      1 << Tables.EXCEPTION;
+
+    private ExceptionCases() {
+    }
+
+    private static Tables fetch(Target target) throws Exception {
+        Tables tables = new Tables();
+        try (AgentClient client = target.client()) {
+            client.updateTables(TABLES, tables);
+        }
+        return tables;
+    }
+
+    private static String method(Tables tables, Object frame) {
+        return (Integer) frame == 0 ? "nobody" : tables.frameMethod((Integer) frame);
+    }
+
+    /** Throws by "class < thrower < catcher", of the fixture's threads. */
+    private static Map<String, Long> counts(Target target) throws Exception {
+        Tables tables = fetch(target);
+        Map<String, Long> counts = new TreeMap<>();
+        for (Object[] row : tables.rows.get(Tables.EXCEPTION).values()) {
+            if ((Long) row[5] != 0 && tables.stack((Integer) row[2]).contains(THROWN + ".body")) {
+                String key = tables.text((Integer) row[4]) + " < " + method(tables, row[2]) +
+                             " < " + method(tables, row[3]);
+                counts.merge(key.replace(THROWN, "T"), (Long) row[5], Long::sum);
+            }
+        }
+        return counts;
+    }
+
+    private static void run(Target target, String line) throws Exception {
+        String name = "done " + line.split(" ")[0] + "\n";
+        int before = target.output().split(name, -1).length;
+        target.send(line);
+        Check.await(() -> target.output().split(name, -1).length > before, name);
+    }
+
+    private static void checkKinds(Target target) throws Exception {
+        run(target, "own 8 500");
+        run(target, "caller 2 100");
+        run(target, "twice 1 50");
+        run(target, "dies 3 1");
+        run(target, "jdk 1 5");
+        // Fewer than make the JVM replace the native method behind reflection.
+        run(target, "native 1 5");
+        Map<String, Long> expected = new TreeMap<>();
+        expected.put("T$Plain < T.inItsOwnFrame < T.inItsOwnFrame", 4000L);
+        expected.put("T$Plain < T.thrower < T.inTheCaller", 200L);
+        // Caught, thrown on and caught again is one exception, of the first throw.
+        expected.put("T$Again < T.thrower < T.twice", 50L);
+        expected.put("T$Deadly < T.thrower < nobody", 3L);
+        expected.put("java.lang.NumberFormatException < java.lang.Integer.parseInt < T.byTheJdk",
+                     5L);
+        expected.put("java.lang.ClassNotFoundException < "
+                             + "jdk.internal.loader.BuiltinClassLoader.loadClass < T.byTheJdk",
+                     5L);
+        expected.put("java.lang.ArrayStoreException < T.byNativeCode < T.byNativeCode", 5L);
+        String reflection = target.jdk.release < 18
+                                    ? "jdk.internal.reflect.NativeMethodAccessorImpl.invoke0"
+                                    : "jdk.internal.reflect.DirectMethodHandleAccessor.invoke";
+        expected.put("java.lang.reflect.InvocationTargetException < " + reflection +
+                             " < T.byNativeCode",
+                     5L);
+        // A native method catches without a handler that the JVM's event could name.
+        expected.put("T$Plain < T.thrower < " + (target.jdk.release < 18 ? "nobody" : reflection),
+                     5L);
+        Check.equal(counts(target), expected, "exceptions");
+    }
+
+    @Case(fixture = Thrown.class, attach = false)
+    static void countsThrowsByClassAndSite(Target target) throws Exception {
+        String pid = Long.toString(target.pid());
+        checkKinds(target);
+        String text = Tool.vdk("report", pid, "--show", "exceptions");
+        for (String part : new String[] {"THROWN IN", "T$Again", "own-*", "twice"}) {
+            Check.contains(text.replace(THROWN, "T"), part, "report");
+        }
+        Tool.vdk("exceptions", "off", pid);
+        Map<String, Long> before = counts(target);
+        run(target, "own 1 10");
+        Check.equal(counts(target), before, "exceptions while nobody counts");
+        Tool.vdk("clear", "--exceptions", pid);
+        Tool.vdk("exceptions", "on", pid);
+        Tables cleared = fetch(target);
+        Check.isTrue(cleared.rows.get(Tables.GENERATIONS_OF_TABLES).containsKey(Tables.EXCEPTION),
+                     "the clear is told by the generation of the table");
+        Check.equal(counts(target), Map.of(), "after clearing");
+        run(target, "own 1 10");
+        Check.equal(counts(target), Map.of("T$Plain < T.inItsOwnFrame < T.inItsOwnFrame", 10L),
+                    "after clearing and a start");
+        target.finish();
+    }
+
+    /** An exception that outlives its thread's rows takes nothing from whoever has them now. */
+    @Case(fixture = Thrown.class, attach = false, agent = "deadthreadlimit=1")
+    static void threadsThatEndedAreMerged(Target target) throws Exception {
+        run(target, "first 1 2");
+        run(target, "own 40 10");
+        run(target, "later 1 2");
+        Check.equal(counts(target),
+                    Map.of("T$Plain < T.first < T.first", 1L,
+                           "T$Plain < T.inItsOwnFrame < T.inItsOwnFrame", 400L,
+                           "T$Plain < T.later < T.later", 1L),
+                    "exceptions of all threads");
+        Tables tables = fetch(target);
+        Map<Integer, String> names = tables.namesByNumber();
+        long merged = 0;
+        for (Object[] row : tables.rows.get(Tables.EXCEPTION).values()) {
+            boolean isOurs = tables.stack((Integer) row[2]).contains(THROWN + ".body");
+            if (isOurs && "<Oldest finished threads>".equals(names.get((Integer) row[1]))) {
+                merged += (Long) row[5];
+            }
+        }
+        Check.isTrue(merged >= 250, "exceptions of merged threads: " + merged);
+        target.finish();
+    }
+
+    @Case(fixture = Thrown.class, attach = false, agent = "disableexceptiontelemetry")
+    static void isOffWhereTheOptionSaysSo(Target target) throws Exception {
+        run(target, "own 1 10");
+        Check.isTrue(fetch(target).rows.get(Tables.EXCEPTION).isEmpty(), "rows");
+        target.finish();
+    }
+}
