@@ -61,39 +61,43 @@ void AbstractWriter::writeWString(int length, const wchar_t* text) {
     }
 }
 
-bool AbstractWriter::writePrimitives(const void* values, int typeChar, int count) {
+namespace {
+
+// Bytes of an element, 0 for an unknown letter.
+int elementBytes(int typeChar) {
     switch (typeChar) {
     case 'B':
     case 'Z':
-        writeBytes(values, count);
-        return true;
+        return 1;
     case 'C':
     case 'S':
-        for (int i = 0; i < count; i++) {
-            writeShort(static_cast<const unsigned short*>(values)[i]);
-        }
-        return true;
-    case 'D':
-        for (int i = 0; i < count; i++) {
-            writeDouble(static_cast<const double*>(values)[i]);
-        }
-        return true;
+        return 2;
     case 'F':
-        for (int i = 0; i < count; i++) {
-            writeFloat(static_cast<const float*>(values)[i]);
-        }
-        return true;
     case 'I':
-        for (int i = 0; i < count; i++) {
-            writeInt(static_cast<const int*>(values)[i]);
-        }
-        return true;
+        return 4;
+    case 'D':
     case 'J':
-        for (int i = 0; i < count; i++) {
-            writeLong(static_cast<const long*>(values)[i]);
-        }
-        return true;
+        return 8;
     default:
-        return false;
+        return 0;
     }
+}
+
+constexpr bool IS_LITTLE_ENDIAN = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
+
+} // namespace
+
+bool AbstractWriter::writePrimitives(const void* values, int typeChar, int count) {
+    const int size = elementBytes(typeChar);
+    if (IS_LITTLE_ENDIAN) {
+        writeBytes(values, static_cast<long>(count) * size);
+        return size != 0;
+    }
+    const unsigned char* element = static_cast<const unsigned char*>(values);
+    for (int i = 0; i < count; i++, element += size) {
+        for (int at = size - 1; at >= 0; at--) {
+            writeByte(element[at]);
+        }
+    }
+    return size != 0;
 }

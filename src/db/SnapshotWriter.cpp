@@ -1,5 +1,6 @@
 #include "db/SnapshotWriter.h"
 
+#include "core/ground/Logger.h"
 #include "platform/Platform.h"
 
 #include <cerrno>
@@ -20,7 +21,7 @@ int openFileForWrite(const ZString& path) {
 }
 
 SnapshotWriter::SnapshotWriter(int file)
-    : AbstractWriter(BUFFER_SIZE, true, file), errorMessage(nullptr) {}
+    : AbstractWriter(BUFFER_SIZE, true, file), bufferStart(0), errorMessage(nullptr) {}
 
 SnapshotWriter::~SnapshotWriter() {
     flush();
@@ -30,7 +31,32 @@ SnapshotWriter::~SnapshotWriter() {
 void SnapshotWriter::flush() {
     const int length = used;
     used = 0;
+    bufferStart += length;
     writeOut(buffer, length);
+}
+
+void SnapshotWriter::patch(long position, unsigned long bits, int bytes) {
+    Logger::assertTrue(position >= 0 && position <= getPosition() - bytes, VDK_HERE);
+    for (int i = 0; i < bytes; i++, position++) {
+        const unsigned char value = static_cast<unsigned char>(bits >> (8 * i));
+        if (position >= bufferStart) {
+            buffer[position - bufferStart] = value;
+        } else {
+            patchFlushed(position, value);
+        }
+    }
+}
+
+void SnapshotWriter::patchFlushed(long position, unsigned char value) {
+    ssize_t written = -1;
+    do {
+        errno = 0;
+        written = pwrite(fileDescriptor, &value, 1, position);
+    } while (written < 0 && errno == EINTR);
+    if (written != 1) {
+        noteError(errno);
+    }
+    errno = 0;
 }
 
 void SnapshotWriter::writeOut(const unsigned char* from, int left) {
@@ -72,8 +98,21 @@ bool HeldSnapshotWriter::keep() {
     }
     pieces[count++] = Piece{buffer, used};
     buffer = next;
+    bufferStart += used;
     used = 0;
     return true;
+}
+
+void HeldSnapshotWriter::patchFlushed(long position, unsigned char value) {
+    long start = 0;
+    for (int i = 0; i < count; i++) {
+        if (position < start + pieces[i].length) {
+            pieces[i].bytes[position - start] = value;
+            return;
+        }
+        start += pieces[i].length;
+    }
+    SnapshotWriter::patchFlushed(position, value);
 }
 
 void HeldSnapshotWriter::flush() {

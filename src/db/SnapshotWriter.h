@@ -21,10 +21,25 @@ public:
     // Text of the first write error, null if none; lives as long as the writer.
     const char* getErrorMessage() const { return errorMessage; }
 
+    // Bytes written so far, also where an error kept them from the file: what is written next
+    // stands there, for the file was empty at the beginning.
+    long getPosition() const { return bufferStart + used; }
+    // Replace what was written before at such a position, in the buffer or in the file.
+    void patchByte(long position, int value) { patch(position, static_cast<unsigned>(value), 1); }
+    void patchInt(long position, int value) { patch(position, static_cast<unsigned>(value), 4); }
+    void patchLong(long position, long value) {
+        patch(position, static_cast<unsigned long>(value), 8);
+    }
+
 protected:
     void writeOut(const unsigned char* bytes, int length);
+    // A byte that left the buffer.
+    virtual void patchFlushed(long position, unsigned char value);
+
+    long bufferStart; // position of the first byte in the buffer
 
 private:
+    void patch(long position, unsigned long bits, int bytes);
     void noteError(int error);
 
     char* errorMessage;
@@ -42,6 +57,9 @@ public:
     void flush() override;
     // Writes everything to the file; from here on it is an ordinary writer.
     void release();
+
+protected:
+    void patchFlushed(long position, unsigned char value) override;
 
 private:
     bool keep();

@@ -11,6 +11,7 @@
 #include "profiling/LiveTables.h"
 #include "profiling/TelemetryHelper.h"
 #include "profiling/memory/InstanceCounting.h"
+#include "snapshot/HeapWalk.h"
 #include "snapshot/SnapshotFile.h"
 #include "snapshot/SuspendedThreads.h"
 
@@ -19,17 +20,12 @@
 namespace {
 
 const int PROGRESS_TABLES_START = 10;
+const int PROGRESS_HEAP_TABLES_START = 65;
 const int PROGRESS_TABLES_END = 90;
 const int PROGRESS_HEADER = 5;
 const int PROGRESS_END = 99;
 const jlong DETECTOR_PERIOD_MS = 3000;
 const long DETECTED_DUMP_FLAGS = SNAPSHOT_WITH_HEAP | SNAPSHOT_HPROF | SNAPSHOT_CAUSE_ON_EVENT;
-
-// Why this build can't write such a snapshot; empty if it can.
-ZString refuseSnapshot(long flags) {
-    return (flags & SNAPSHOT_WITH_HEAP) != 0 ? ZString(VDK_MISSING_TEXT("memory snapshot"))
-                                             : ZString();
-}
 
 // Empty or the first error. The application runs again, and the disk may take its time.
 ZString finishFile(HeldSnapshotWriter& writer, SnapshotFile& file) {
@@ -43,10 +39,6 @@ ZString finishFile(HeldSnapshotWriter& writer, SnapshotFile& file) {
 // Empty or the error.
 ZString capture(JNIEnv* env, const ZString& path, int progressSocket, long flags) {
     Logger::assertNotNULL(ourJVMTI, VDK_HERE);
-    const ZString refusal = refuseSnapshot(flags);
-    if (!refusal.isEmpty()) {
-        return refusal;
-    }
     SnapshotFile file(path);
     HeldSnapshotWriter writer(file.getDescriptor());
     {
@@ -60,7 +52,7 @@ ZString capture(JNIEnv* env, const ZString& path, int progressSocket, long flags
         // Asks the JVM about threads, so it comes before they are stopped.
         LiveTables(env, &counting).bringUpToDate(ALL_TABLES);
         SuspendedThreads suspended(env);
-        writeSnapshot(ourDB, writer, progressSocket, flags);
+        writeSnapshot(env, ourDB, writer, progressSocket, path, flags);
     }
     return finishFile(writer, file);
 }
@@ -75,12 +67,21 @@ long sizeOf(const ZString& path) {
 
 } // namespace
 
-void writeSnapshot(DB* db, SnapshotWriter& writer, int progressSocket, long flags) {
+void writeSnapshot(JNIEnv* env, DB* db, SnapshotWriter& writer, int progressSocket,
+                   const ZString& path, long flags) {
     Progress progress((flags & SNAPSHOT_SUPPRESS_PROGRESS) != 0 ? 0 : progressSocket);
     writeSnapshotHeader(db->startTime, db->sessionName, writer, flags, SNAPSHOT_FORMAT_VALUE);
     writeUserTableDescriptions(db, writer);
     progress.updateProgress(PROGRESS_HEADER);
-    writeAllTables(db, writer, PROGRESS_TABLES_START, PROGRESS_TABLES_END, &progress, nullptr);
+    if ((flags & SNAPSHOT_WITH_HEAP) != 0 && db == ourDB) {
+        HeapWalk walk(env, writer, progress);
+        walk.write(path);
+        writeAllTables(db, writer, PROGRESS_HEAP_TABLES_START, PROGRESS_TABLES_END, &progress,
+                       nullptr);
+        walk.patchHeader();
+    } else {
+        writeAllTables(db, writer, PROGRESS_TABLES_START, PROGRESS_TABLES_END, &progress, nullptr);
+    }
     if (db == ourDB) {
         db->stringPool->collectGarbageStrings();
     }

@@ -3,6 +3,7 @@
 #include "client/commands/Sources.h"
 #include "client/console/OutputFile.h"
 #include "client/console/Text.h"
+#include "db/SnapshotCommon.h"
 
 #include <optional>
 #include <sys/stat.h>
@@ -44,10 +45,12 @@ int runSnapshot(Console& console, const Arguments& arguments) {
     if (!out.empty()) {
         file.emplace(out); // first: what cannot be written need not be captured
     }
+    const bool withHeap = arguments.has("--heap");
     std::string path;
     {
         ProgressBar bar(console, "capturing");
-        path = agent.client.captureSnapshot(0, arguments.text("--dir"), arguments.text("--pattern"),
+        path = agent.client.captureSnapshot(withHeap ? SNAPSHOT_WITH_HEAP : 0,
+                                            arguments.text("--dir"), arguments.text("--pattern"),
                                             [&](int percent) { bar.update(percent); });
     }
     int64_t size = -1;
@@ -67,6 +70,7 @@ int runSnapshot(Console& console, const Arguments& arguments) {
         beginDocument(json, "vdk.snapshot/1").field("pid", agent.info.pid);
         json.field("session", agent.info.sessionName)
             .field("path", path)
+            .field("heap", withHeap)
             .field("kept", kept)
             .key("file");
         out.empty() ? json.nullValue() : json.value(out);

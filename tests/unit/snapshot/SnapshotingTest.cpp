@@ -47,7 +47,7 @@ TEST_F(SnapshotingTest, snapshotReadsBackWithFlagsAndRows) {
         SnapshotFile file(pathOf("a.snapshot"));
         ASSERT_TRUE(file.isOpen());
         HeldSnapshotWriter writer(file.getDescriptor());
-        writeSnapshot(ourDB, writer, 0, SNAPSHOT_CAUSE_SHUTDOWN);
+        writeSnapshot(nullptr, ourDB, writer, 0, "", SNAPSHOT_CAUSE_SHUTDOWN);
         writer.release();
         EXPECT_EQ(nullptr, writer.getErrorMessage());
         EXPECT_TRUE(file.close().isEmpty());
@@ -69,7 +69,7 @@ TEST_F(SnapshotingTest, unusedStringsGoAfterTheSnapshotOfOurDatabase) {
     ourDB->stringPool->getDBIndex("unused", true);
     SnapshotFile file(pathOf("a.snapshot"));
     SnapshotWriter writer(file.getDescriptor());
-    writeSnapshot(ourDB, writer, 0, 0);
+    writeSnapshot(nullptr, ourDB, writer, 0, "", 0);
     EXPECT_EQ(0, ourDB->stringPool->getDBIndex("unused", false));
 }
 

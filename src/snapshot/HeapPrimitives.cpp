@@ -1,0 +1,99 @@
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JvmGlobals.h"
+#include "db/Progress.h"
+#include "snapshot/HeapWalk.h"
+#include "snapshot/PrimitiveBlock.h"
+
+namespace {
+
+constexpr int PROGRESS_BLOCK = 46;
+constexpr int PROGRESS_FIELDS = 50;
+constexpr int PROGRESS_ARRAYS = 54;
+constexpr int PROGRESS_OFFSETS = 55;
+constexpr int PROGRESS_END = 65;
+
+jint JNICALL write_primitive_field_values(jvmtiHeapReferenceKind kind,
+                                          const jvmtiHeapReferenceInfo* info, jlong classTag,
+                                          jlong* tag, jvalue value, jvmtiPrimitiveType type,
+                                          void* userData) {
+    HeapWalk* const walk = static_cast<HeapWalk*>(userData);
+    return walk->guarded(
+               [&] { walk->putField(kind, info->field.index, classTag, *tag, value, type); })
+               ? 0
+               : JVMTI_VISIT_ABORT;
+}
+
+jint JNICALL write_primitive_arrays(jlong, jlong, jlong* tag, jint count, jvmtiPrimitiveType type,
+                                    const void* elements, void* userData) {
+    HeapWalk* const walk = static_cast<HeapWalk*>(userData);
+    return walk->guarded([&] { walk->putArray(*tag, count, type, elements); }) ? 0
+                                                                               : JVMTI_VISIT_ABORT;
+}
+
+} // namespace
+
+void HeapWalk::writePrimitives() {
+    PrimitiveBlock block(writer, objectCount);
+    primitives = &block;
+    progress.updateProgress(PROGRESS_BLOCK);
+    jvmtiHeapCallbacks callbacks = {};
+    callbacks.primitive_field_callback = write_primitive_field_values;
+    CHECK_JVMTI(
+        ourJVMTI->IterateThroughHeap(JVMTI_HEAP_FILTER_UNTAGGED, nullptr, &callbacks, this));
+    rethrow();
+    block.flushRegion();
+    progress.updateProgress(PROGRESS_FIELDS);
+    callbacks = {};
+    callbacks.array_primitive_value_callback = write_primitive_arrays;
+    CHECK_JVMTI(
+        ourJVMTI->IterateThroughHeap(JVMTI_HEAP_FILTER_UNTAGGED, nullptr, &callbacks, this));
+    rethrow();
+    progress.updateProgress(PROGRESS_ARRAYS);
+    block.end(progress, PROGRESS_OFFSETS, PROGRESS_END);
+    primitives = nullptr;
+}
+
+void HeapWalk::putField(jvmtiHeapReferenceKind kind, jint index, jlong classTag, jlong tag,
+                        const jvalue& value, jvmtiPrimitiveType type) {
+    const bool isStatic = kind == JVMTI_HEAP_REFERENCE_STATIC_FIELD;
+    const int object = recordedIndex(tag);
+    if (object == 0 || (!isStatic && kind != JVMTI_HEAP_REFERENCE_FIELD)) {
+        return;
+    }
+    const _ClassInfo* const own = classes.get(object);
+    const _ClassInfo* const info = isStatic ? own : classOf(classTag);
+    const bool isWrongKind = (own != nullptr) != isStatic;
+    if (info == nullptr || isWrongKind || index < 0 || index >= info->fields.getSize()) {
+        return;
+    }
+    const _FieldInfo& field = *info->fields[index];
+    if (field.primitiveType == 0 || field.isStatic() != isStatic) {
+        return;
+    }
+    if (field.primitiveType != static_cast<char>(type)) {
+        const char expected[] = {field.primitiveType, 0};
+        const char actual[] = {static_cast<char>(type), 0};
+        noteOdd(ODD_FIELD_TYPE, ZString("warning: field type mismatch: ") +
+                                    (isStatic ? "STATIC" : "") + " expected=" + expected +
+                                    " actual=" + actual);
+        return;
+    }
+    const int bytes = isStatic ? info->staticPrimitiveSize : info->instancePrimitiveSize;
+    primitives->putField(object, bytes, field.offset, value, type);
+}
+
+void HeapWalk::putArray(jlong tag, jint count, jvmtiPrimitiveType type, const void* elements) {
+    const int object = recordedIndex(tag);
+    if (object == 0 || count <= 0) {
+        return;
+    }
+    if (getPrimitiveSize(static_cast<char>(type)) == 0) {
+        noteOdd(ODD_ARRAY_TYPE,
+                ZString("JVM passed improper primitive type: ") + longToString(type));
+        return;
+    }
+    // The record told the length, which is what a reader goes by.
+    if (static_cast<uintptr_t>(count) == infoOrLength[object]) {
+        primitives->putArray(object, count, type, elements);
+    }
+}
