@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <map>
+#include <set>
 
 std::string SnapshotHeapSections::frameText(DB& db, int frame) const {
     const FrameRecord* record = frame > 0 ? db.frameTable->getRecord(frame, false) : nullptr;
@@ -21,13 +22,15 @@ std::string SnapshotHeapSections::frameText(DB& db, int frame) const {
 }
 
 void SnapshotHeapSections::addRoots(DB& db) {
-    std::map<int, int> threadByNumber;
+    // Threads that the agent does not number, virtual ones among them, are told by their objects.
+    std::map<std::pair<int, int>, int> threadByNumber;
     std::map<std::pair<int, int>, int> lineOfFrame;
     std::map<int, uint32_t> textOfFrame;
     for (const RootNote& note : rootNotes) {
         HeapRoot root{note.row, note.kind == 0 ? HEAP_ROOT_OTHER : note.kind, -1, -1};
         if (note.trn != 0 || note.threadRow != 0) {
-            auto added = threadByNumber.emplace(note.trn, static_cast<int>(model.threads.size()));
+            auto added = threadByNumber.emplace(std::make_pair(note.trn, note.threadRow),
+                                                static_cast<int>(model.threads.size()));
             root.thread = added.first->second;
             if (added.second) {
                 model.threads.push_back({static_cast<uint32_t>(note.trn), note.threadRow, {}});
@@ -54,6 +57,59 @@ void SnapshotHeapSections::addRoots(DB& db) {
     }
 }
 
+// Bytes of static primitives that a class inherits: they stand ahead of its own in its region.
+uint64_t SnapshotHeapSections::inheritedStatics(size_t index) const {
+    std::set<int> visited;
+    std::vector<int> open;
+    const auto push = [&](const ClassNote& note) {
+        open.push_back(noteOfRow.get(note.superRow));
+        for (int row : note.interfaces) {
+            open.push_back(noteOfRow.get(row));
+        }
+    };
+    uint64_t bytes = 0;
+    for (push(notes[index]); !open.empty();) {
+        const int next = open.back();
+        open.pop_back();
+        if (next < 0 || !visited.insert(next).second) {
+            continue;
+        }
+        const ClassNote& note = notes[static_cast<size_t>(next)];
+        for (const ClassNote::Field& field : note.fields) {
+            bytes += field.isStatic ? primitiveTypeSize(field.type) : 0;
+        }
+        push(note);
+    }
+    return bytes;
+}
+
+void SnapshotHeapSections::readStatics(size_t index) {
+    HeapClass& type = model.classes[index];
+    const auto region = static_cast<uint64_t>(model.storage->getPrimitiveDataPosition(type.row));
+    uint64_t at = region == 0 ? 0 : region + inheritedStatics(index);
+    for (HeapStaticField& field : type.statics) {
+        const uint32_t bytes = primitiveTypeSize(field.type);
+        if (at == 0 || bytes == 0 || at > file.size() || file.size() - at < bytes) {
+            continue;
+        }
+        field.bits = model.element(file.data() + at, 0, field.type);
+        at += bytes;
+    }
+}
+
+// The file numbers static references among all fields of the class and does not tell which is
+// which: the order does, where none of them is null.
+void SnapshotHeapSections::nameStaticReferences(const ClassNote& note, HeapClass& type,
+                                                const std::vector<std::string>& names) {
+    if (note.staticIndices.size() != names.size()) {
+        return;
+    }
+    size_t at = 0;
+    for (const auto& entry : note.staticIndices) {
+        type.referenceNames[static_cast<size_t>(entry.second)] = names[at++];
+    }
+}
+
 void SnapshotHeapSections::resolveNames(DB& db) {
     auto text = [&](int id) {
         const char* chars = db.stringPool->getText(id);
@@ -66,6 +122,11 @@ void SnapshotHeapSections::resolveNames(DB& db) {
         type.name = sourceClassName(text(note.nameId));
         type.superClass = noteOfRow.get(note.superRow);
         type.elementType = arrayElementType(type.name);
+        std::vector<std::string> references;
+        for (int id : note.staticReferenceNames) {
+            references.push_back(text(id));
+        }
+        nameStaticReferences(note, type, references);
         for (const ClassNote::Field& field : note.fields) {
             if (field.isStatic) {
                 type.statics.push_back({text(field.nameId), field.type, 0});
@@ -73,6 +134,7 @@ void SnapshotHeapSections::resolveNames(DB& db) {
                 type.fields.push_back({text(field.nameId), field.type});
             }
         }
+        readStatics(i);
     }
     model.indexClasses();
     addRoots(db);

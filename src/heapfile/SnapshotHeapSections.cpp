@@ -379,6 +379,9 @@ void SnapshotHeapSections::storeReference(Cursor& in, uint8_t tag) {
         storage.setRef(from, to, CLASS_DOMAIN);
     } else {
         HeapClass& type = model.classes[static_cast<size_t>(noteOfRow.get(from))];
+        if (tag == HEAP_RECORD_STATIC_FIELD) {
+            note->staticIndices.emplace(slot, note->nextLink);
+        }
         storage.setRef(from, to, note->nextLink++);
         type.referenceNames.push_back(
             (tag == HEAP_RECORD_STATIC_FIELD ? "<static field " : "<constant ") +

@@ -4,6 +4,7 @@
 #include "heapfile/HeapModel.h"
 #include "offline/AnalysisProgress.h"
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -49,6 +50,7 @@ private:
         bool hasLoader = false;
         std::vector<int> interfaces;
         std::vector<int> staticReferenceNames;
+        std::map<int, int> staticIndices; // of records 14, to positions of the list
         struct Field {
             int nameId;
             char type;
@@ -75,6 +77,10 @@ private:
     void createClasses(Cursor& in);
     int readRow(Cursor& in, const char* what, bool mayBeNull) const;
     ClassNote* noteOfClass(int row);
+    uint64_t inheritedStatics(size_t index) const;
+    void readStatics(size_t index);
+    static void nameStaticReferences(const ClassNote& note, HeapClass& type,
+                                     const std::vector<std::string>& names);
     void addRoots(DB& db);
     std::string frameText(DB& db, int frame) const;
     void readPagedArray(ByteReader& input, int kind);

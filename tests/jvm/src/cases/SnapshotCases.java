@@ -25,8 +25,15 @@ public final class SnapshotCases {
     private SnapshotCases() {
     }
 
+    private static final long WITH_HEAP = 1;
+
     private static void ask(AgentClient client, String directory, String pattern) throws Exception {
-        client.request(AgentClient.CAPTURE_SNAPSHOT).out.writeLong(0);
+        ask(client, 0, directory, pattern);
+    }
+
+    private static void ask(AgentClient client, long flags, String directory, String pattern)
+            throws Exception {
+        client.request(AgentClient.CAPTURE_SNAPSHOT).out.writeLong(flags);
         client.string(directory);
         client.string(pattern);
     }
@@ -159,21 +166,26 @@ public final class SnapshotCases {
         try (Target limited = limitedFileSize(target)) {
             limited.awaitOutput("ready");
             limited.awaitPort();
-            try (AgentClient client = limited.client()) {
-                ask(client, "", "full");
-                String error = null;
-                int type = client.header();
-                while (type == AgentClient.PROGRESS) {
-                    client.in.readInt();
-                    type = client.header();
-                }
-                Check.equal(type, 0, "packet type");
-                error = client.readString();
-                Check.isTrue(error.startsWith("Cannot capture snapshot ") &&
-                                     error.endsWith("File too large"),
-                             "error " + error);
+            for (long flags = 0; flags <= WITH_HEAP; flags++) {
+                expectNoRoom(limited, flags);
             }
             limited.finish();
+        }
+    }
+
+    private static void expectNoRoom(Target limited, long flags) throws Exception {
+        try (AgentClient client = limited.client()) {
+            ask(client, flags, "", "full");
+            int type = client.header();
+            while (type == AgentClient.PROGRESS) {
+                client.in.readInt();
+                type = client.header();
+            }
+            Check.equal(type, 0, "packet type");
+            String error = client.readString();
+            Check.isTrue(error.startsWith("Cannot capture snapshot ") &&
+                                 error.endsWith("File too large"),
+                         "error " + error);
         }
     }
 

@@ -6,6 +6,7 @@ import cases.ClientTracingCases;
 import cases.DebuggerCases;
 import cases.ExceptionCases;
 import cases.HeapDumpCases;
+import cases.HeapSnapshotCases;
 import cases.MemoryCases;
 import cases.ModernJvmCases;
 import cases.MonitorCases;
@@ -32,6 +33,7 @@ final class Suites {
             ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
             ThrowCases.class,        MemoryCases.class,           AccessCases.class,
             AllocationCases.class,   MonitorCases.class,          ExceptionCases.class,
+            HeapSnapshotCases.class,
     };
 
     private Suites() {

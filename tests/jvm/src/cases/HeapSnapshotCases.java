@@ -1,0 +1,114 @@
+package cases;
+
+import fixtures.KnownHeap;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+import jvmtest.Case;
+import jvmtest.Check;
+import jvmtest.Target;
+import jvmtest.Tool;
+
+/** Snapshots of a live heap, beside the JVM's own dump of it and under load. */
+public final class HeapSnapshotCases {
+    private static final String KNOWN = KnownHeap.class.getName();
+
+    private HeapSnapshotCases() {
+    }
+
+    private static Path capture(Target target, String name) throws Exception {
+        Path file = target.folder.resolve(name);
+        Tool.vdk("snapshot", Long.toString(target.pid()), "--heap", "--pattern", name + "-made",
+                 "--out", file.toString());
+        return file;
+    }
+
+    private static String retained(Path file) throws Exception {
+        String all = Tool.vdk("heap", file.toString(), "retained", KNOWN + "$Leaf", "--json");
+        return all.substring(all.indexOf("\"retained\""));
+    }
+
+    /** Objects, fields, elements and statics one by one. */
+    private static void compareWithTheDumpOfTheJvm(Target target) throws Exception {
+        Path dump = target.folder.resolve("known.hprof");
+        // Collects first: what it leaves is what the snapshot finds.
+        Tool.run(List.of(target.jdk.home + "/bin/jcmd",
+                         "-J-Dsun.tools.attach.attachTimeout=" + Check.LIMIT_SECONDS * 1000,
+                         Long.toString(target.pid()), "GC.heap_dump", dump.toString()));
+        Path snapshot = capture(target, "known.snapshot");
+        String result = Tool.run(List.of(System.getProperty("vdk.build") + "/compare_heaps",
+                                         dump.toString(), snapshot.toString(), "fixtures."));
+        Check.isTrue(result.endsWith(" pairs, 0 differences\n") && result.length() < 40 &&
+                             Integer.parseInt(result.split(" ")[0]) > 2000,
+                     "comparison: " + result);
+        Check.equal(retained(snapshot), retained(dump), "retained by the chain");
+        target.finish();
+    }
+
+    @Case(fixture = KnownHeap.class)
+    static void holdsWhatTheJvmDumps(Target target) throws Exception {
+        compareWithTheDumpOfTheJvm(target);
+    }
+
+    @Case(fixture = KnownHeap.class, jvm = "-XX:+UseZGC", attach = false)
+    static void holdsWhatTheJvmDumpsWithZgc(Target target) throws Exception {
+        compareWithTheDumpOfTheJvm(target);
+    }
+
+    @Case(fixture = KnownHeap.class, jvm = {"-XX:+UseSerialGC", "-XX:-UseCompressedOops"},
+          attach = false)
+    static void
+    holdsWhatTheJvmDumpsWithFullReferences(Target target) throws Exception {
+        compareWithTheDumpOfTheJvm(target);
+    }
+
+    @Case(fixture = KnownHeap.class, attach = false, since = 25,
+          jvm = {"-XX:+UseCompactObjectHeaders", "-XX:+UseParallelGC"})
+    static void
+    holdsWhatTheJvmDumpsWithCompactHeaders(Target target) throws Exception {
+        compareWithTheDumpOfTheJvm(target);
+    }
+
+    @Case(fixture = KnownHeap.class, agent = "onexit=memory", attach = false)
+    static void isCapturedOnExit(Target target) throws Exception {
+        target.finish();
+        String[] names =
+                target.folder.toFile().list((dir, name) -> name.endsWith("-shutdown.snapshot"));
+        Check.equal(names.length, 1, "snapshots on exit");
+        Path file = target.folder.resolve(names[0]);
+        String histogram = Tool.vdk("heap", file.toString(), "histogram", KNOWN + "$Leaf");
+        Check.contains(histogram, "1,000", "objects");
+    }
+
+    @Case(fixture = KnownHeap.class, args = "churn", agent = "tracing", attach = false)
+    static void isCapturedTwiceAtATimeWhileTheProgramRuns(Target target) throws Exception {
+        List<Throwable> failures = new ArrayList<>();
+        List<Thread> threads = new ArrayList<>();
+        for (int t = 0; t < 2; t++) {
+            String name = "loaded" + t;
+            Thread thread = new Thread(() -> {
+                try {
+                    for (int i = 0; i < 3; i++) {
+                        Path file = capture(target, name + i);
+                        Check.contains(Tool.vdk("heap", file.toString(), "histogram",
+                                                "java.lang.String", "--no-retained"),
+                                       "java.lang.String", "classes");
+                        Files.delete(file);
+                    }
+                } catch (Throwable e) {
+                    synchronized (failures) {
+                        failures.add(e);
+                    }
+                }
+            });
+            thread.start();
+            threads.add(thread);
+        }
+        for (Thread thread : threads) {
+            thread.join();
+        }
+        Check.equal(failures.toString(), "[]", "failures");
+        target.finish();
+    }
+}
