@@ -51,8 +51,7 @@ ZString capture(JNIEnv* env, const ZString& path, int progressSocket, long flags
         }
         // Asks the JVM about threads, so it comes before they are stopped.
         LiveTables(env, &counting).bringUpToDate(ALL_TABLES);
-        SuspendedThreads suspended(env);
-        writeSnapshot(env, ourDB, writer, progressSocket, path, flags);
+        captureTables(env, writer, progressSocket, path, flags);
     }
     return finishFile(writer, file);
 }
@@ -67,24 +66,28 @@ long sizeOf(const ZString& path) {
 
 } // namespace
 
-void writeSnapshot(JNIEnv* env, DB* db, SnapshotWriter& writer, int progressSocket,
-                   const ZString& path, long flags) {
+void captureTables(JNIEnv* env, SnapshotWriter& writer, int progressSocket, const ZString& path,
+                   long flags) {
     Progress progress((flags & SNAPSHOT_SUPPRESS_PROGRESS) != 0 ? 0 : progressSocket);
-    writeSnapshotHeader(db->startTime, db->sessionName, writer, flags, SNAPSHOT_FORMAT_VALUE);
-    writeUserTableDescriptions(db, writer);
-    progress.updateProgress(PROGRESS_HEADER);
-    if ((flags & SNAPSHOT_WITH_HEAP) != 0 && db == ourDB) {
-        HeapWalk walk(env, writer, progress);
-        walk.write(path);
-        writeAllTables(db, writer, PROGRESS_HEAP_TABLES_START, PROGRESS_TABLES_END, &progress,
-                       nullptr);
-        walk.patchHeader();
-    } else {
-        writeAllTables(db, writer, PROGRESS_TABLES_START, PROGRESS_TABLES_END, &progress, nullptr);
+    {
+        SuspendedThreads suspended(env);
+        writeSnapshotHeader(ourDB->startTime, ourDB->sessionName, writer, flags,
+                            SNAPSHOT_FORMAT_VALUE);
+        writeUserTableDescriptions(ourDB, writer);
+        progress.updateProgress(PROGRESS_HEADER);
+        if ((flags & SNAPSHOT_WITH_HEAP) != 0) {
+            HeapWalk walk(env, writer, progress);
+            walk.write(path);
+            writeAllTables(ourDB, writer, PROGRESS_HEAP_TABLES_START, PROGRESS_TABLES_END,
+                           &progress, nullptr);
+            walk.patchHeader();
+        } else {
+            writeAllTables(ourDB, writer, PROGRESS_TABLES_START, PROGRESS_TABLES_END, &progress,
+                           nullptr);
+        }
     }
-    if (db == ourDB) {
-        db->stringPool->collectGarbageStrings();
-    }
+    // Nobody need stand still for it.
+    ourDB->stringPool->collectGarbageStrings();
     progress.updateProgress(PROGRESS_END);
 }
 

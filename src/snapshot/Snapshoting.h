@@ -15,12 +15,12 @@
 // written whole stays as far as it came. Takes ourLock. progressSocket 0 means no client.
 jstring captureSnapshotJVMTI(JNIEnv* env, jstring path, int progressSocket, long flags);
 
-// Writes header, user tables, the heap if the flags want it and db is ourDB, and all tables to the
-// writer, then collects unused strings if db is ourDB. Caller holds ourLock, and has brought ourDB
-// up to date; for a heap the application stands still. The path is what the generation that begins
-// with a heap is called after. env may be null without a heap.
-void writeSnapshot(JNIEnv* env, DB* db, SnapshotWriter& writer, int progressSocket,
-                   const ZString& path, long flags);
+// Writes header, user tables, the heap if the flags want it, and all tables of ourDB to the writer
+// while the application stands still, and collects unused strings when it runs again. Caller holds
+// ourLock, and has brought ourDB up to date. The path is what the generation that begins with a
+// heap is called after.
+void captureTables(JNIEnv* env, SnapshotWriter& writer, int progressSocket, const ZString& path,
+                   long flags);
 
 // Watches for the heap dump that the JVM writes when memory runs out, and notes it as a snapshot of
 // this process. Ends after the first one: only the first dump of a process counts.

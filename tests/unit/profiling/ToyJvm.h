@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <jvmti.h>
 #include <map>
 #include <string>
@@ -63,6 +64,7 @@ public:
     jvmtiError addCapabilitiesError = JVMTI_ERROR_NONE;
     bool throwsNothing = true;
     std::vector<std::string> calls;
+    std::function<void()> onResume = [] {};
     std::map<jthread, std::string> names;
     jint phase = JVMTI_PHASE_LIVE;
     ThreadInfo* storedInfo = nullptr; // of the current thread
@@ -154,6 +156,7 @@ private:
     }
     static jvmtiError JNICALL resumeList(jvmtiEnv*, jint count, const jthread* threads,
                                          jvmtiError*) {
+        current()->onResume();
         for (jint i = 0; i < count; i++) {
             note("resume", threads[i]);
         }

@@ -47,7 +47,7 @@ TEST_F(SnapshotingTest, snapshotReadsBackWithFlagsAndRows) {
         SnapshotFile file(pathOf("a.snapshot"));
         ASSERT_TRUE(file.isOpen());
         HeldSnapshotWriter writer(file.getDescriptor());
-        writeSnapshot(nullptr, ourDB, writer, 0, "", SNAPSHOT_CAUSE_SHUTDOWN);
+        captureTables(jvm.env(), writer, 0, "", SNAPSHOT_CAUSE_SHUTDOWN);
         writer.release();
         EXPECT_EQ(nullptr, writer.getErrorMessage());
         EXPECT_TRUE(file.close().isEmpty());
@@ -65,11 +65,16 @@ TEST_F(SnapshotingTest, snapshotReadsBackWithFlagsAndRows) {
     EXPECT_NE(nullptr, read.getUserTable(FIRST_USER_TABLE));
 }
 
-TEST_F(SnapshotingTest, unusedStringsGoAfterTheSnapshotOfOurDatabase) {
-    ourDB->stringPool->getDBIndex("unused", true);
+TEST_F(SnapshotingTest, unusedStringsGoWhenTheApplicationRunsAgain) {
+    jvm.threads = {ToyJvm::threadOf(0), ToyJvm::threadOf(1)};
+    jvm.currentThread = ToyJvm::threadOf(1);
+    int whenResumed = -1;
+    jvm.onResume = [&] { whenResumed = ourDB->stringPool->getDBIndex("unused", false); };
+    const int unused = ourDB->stringPool->getDBIndex("unused", true);
     SnapshotFile file(pathOf("a.snapshot"));
     SnapshotWriter writer(file.getDescriptor());
-    writeSnapshot(nullptr, ourDB, writer, 0, "", 0);
+    captureTables(jvm.env(), writer, 0, "", 0);
+    EXPECT_EQ(unused, whenResumed);
     EXPECT_EQ(0, ourDB->stringPool->getDBIndex("unused", false));
 }
 
