@@ -2,6 +2,7 @@
 
 #include "classfile/ByteCodeGenerator.h"
 #include "classfile/OpCodes.h"
+#include "core/ground/Options.h"
 
 namespace {
 
@@ -76,7 +77,9 @@ void logSkippedNative(MethodInfo* method, InstrumentationCounts* counts) {
     if (counts != nullptr) {
         counts->leftNatives++;
     }
-    Logger::detail(ZString("-n ") + method->getName().toString());
+    if (Options::isDebug("classes")) {
+        Logger::detail(ZString("-n ") + method->getName().toString());
+    }
 }
 
 // Names the rest of a descriptor from the character that is no type.
@@ -291,7 +294,9 @@ bool wrapNativeMethods(ClassFile* classFile, const char* prefix, const NativeSel
             logSkippedNative(method, counts);
             continue;
         }
-        Logger::detail(ZString("N ") + method->getName().toString());
+        if (Options::isDebug("classes")) {
+            Logger::detail(ZString("N ") + method->getName().toString());
+        }
         changed = true;
         if (counts != nullptr) {
             counts->wrappedNatives++;

@@ -2,6 +2,7 @@
 
 #include "core/ground/ConfigFile.h"
 #include "core/ground/Globals.h"
+#include "core/ground/LogFile.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "core/ground/Version.h"
@@ -9,7 +10,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <unistd.h>
 
 bool Logger::ourExitOnException = false;
@@ -17,7 +17,6 @@ bool Logger::ourExitOnException = false;
 namespace {
 
 const char LOG_DIRECTORY[] = "/.vdk/log";
-const mode_t LOG_MODE = 0600;
 
 std::atomic<bool> ourOpenAttempted{false};
 std::atomic<FILE*> ourLogStream{nullptr};
@@ -25,26 +24,6 @@ std::atomic<void (*)(const char*)> ourSink{nullptr};
 
 bool isQuiet() {
     return ourOptions != nullptr && ourOptions->quiet;
-}
-
-ZString logName() {
-    return ZString("/") + longToString(getpid()) + ".log";
-}
-
-// Null if it cannot be had. A link in the file's place is not followed.
-FILE* openLog(const ZString& directory, const ZString& path) {
-    if (!directory.startsWith("/")) {
-        return nullptr;
-    }
-    mkdirs(directory);
-    const int descriptor =
-        open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
-             LOG_MODE);
-    FILE* const stream = descriptor < 0 ? nullptr : fdopen(descriptor, "a");
-    if (descriptor >= 0 && stream == nullptr) {
-        close(descriptor);
-    }
-    return stream;
 }
 
 double uptimeSeconds() {
@@ -76,15 +55,14 @@ FILE* Logger::logStream() {
     if (ourOpenAttempted.exchange(true)) {
         return ourLogStream.load();
     }
-    const ZString wanted = getUserHome() + LOG_DIRECTORY;
-    ZString path = wanted + logName();
-    FILE* stream = openLog(wanted, path);
+    ZString path;
+    FILE* stream = LogFile::open(getUserHome() + LOG_DIRECTORY, &path);
     if (stream == nullptr) {
         // No home, or one that cannot be written to, as services and containers have it.
-        const ZString privateDirectory = makePrivateDirectory();
-        const ZString directory = privateDirectory + "/log";
-        stream = privateDirectory.isEmpty() ? nullptr : openLog(directory, directory + logName());
-        path = stream == nullptr ? path : directory + logName();
+        const ZString directory = makePrivateDirectory();
+        ZString second;
+        stream = directory.isEmpty() ? nullptr : LogFile::open(directory + "/log", &second);
+        path = stream == nullptr ? path : second;
     }
     if (!isQuiet()) {
         fprintf(stderr, "[%s] Loaded. Log file: %s%s\n", VDK_FULL_NAME, path.c_str(),
@@ -96,14 +74,15 @@ FILE* Logger::logStream() {
 }
 
 void Logger::writeLine(FILE* stream, double uptimeSeconds, const char* text) {
-    fprintf(stream, "%s - %.3f: ", VDK_VERSION, uptimeSeconds);
     if (stream == stdout || stream == stderr) {
-        printToConsole(stream, text);
-    } else {
-        fputs(text, stream);
+        fprintf(stream, "%s - %.3f: ", VDK_VERSION, uptimeSeconds);
+        printToConsole(stream, ZString(text) + "\n");
+        fflush(stream);
+        return;
     }
-    fputc('\n', stream);
+    const int bytes = fprintf(stream, "%s - %.3f: %s\n", VDK_VERSION, uptimeSeconds, text);
     fflush(stream);
+    LogFile::wrote(stream, bytes);
 }
 
 bool Logger::writeToLog(const ZString& text, double uptimeSeconds) {
@@ -168,9 +147,10 @@ void Logger::exceptionCaught(const char* file, int line) noexcept {
         const long uptimeMs = ourUptimeProvider.getUptimeMs();
         FILE* const stream = log != nullptr ? log : isQuiet() ? nullptr : stderr;
         if (stream != nullptr) {
-            fprintf(stream, "%s - %.3f: %s\n", VDK_VERSION, static_cast<double>(uptimeMs) / 1000.0,
-                    text);
+            const int bytes = fprintf(stream, "%s - %.3f: %s\n", VDK_VERSION,
+                                      static_cast<double>(uptimeMs) / 1000.0, text);
             fflush(stream);
+            LogFile::wrote(log, log == nullptr ? 0 : bytes);
         }
     }
     if (ourExitOnException) {

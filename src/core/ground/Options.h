@@ -60,6 +60,7 @@ public:
     ZString exitSnapshot;           // file of the snapshot at the end; empty means the usual place
     bool noExitSnapshot = false;    // none at the end, whatever is measured then
     bool tellSnapshot = false;      // standard error tells where the one at the end lies
+    int logLimit = 10;              // MB of the log file; 0 means no limit
 
     // Reads the command line of this process and the defaults that depend on it. Runs when the
     // library is loaded, so before the attach flag is set: the default delay of an attached JBoss

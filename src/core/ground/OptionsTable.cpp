@@ -157,6 +157,7 @@ const Options::Row Options::ourRows[] = {
     Row::textRow("exitsnapshot=", &Options::exitSnapshot),
     Row::flagRow("noexitsnapshot", &Options::noExitSnapshot),
     Row::flagRow("tellsnapshot", &Options::tellSnapshot),
+    Row::numberRow("loglimit=", &Options::logLimit, 0, INT_MAX, "'loglimit' value is invalid (should not be negative)"),
     Row::actionRow("optionsfile=", &Options::optionsFile),
 };
 // clang-format on

@@ -73,6 +73,8 @@ const UsageEntry USAGE[] = {
     {"exitsnapshot=<file>", "capture a performance snapshot on exit and write it to this file"},
     {"noexitsnapshot", "never capture a snapshot on exit, not even while CPU times are measured"},
     {"tellsnapshot", "tell on standard error where the snapshot captured on exit lies"},
+    {"loglimit=<megabytes>", "begin a new log file beyond this size, and keep one older one; "
+                             "default is 10, 0 means no limit"},
 };
 
 void appendBlanks(ZString& text, int count) {

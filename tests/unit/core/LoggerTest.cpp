@@ -2,6 +2,7 @@
 // test.
 #include "core/ground/Logger.h"
 
+#include "core/ground/ConfigFile.h"
 #include "core/ground/Options.h"
 #include "core/ground/Version.h"
 
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -118,4 +120,40 @@ TEST_F(LoggerTest, theFirstFaultEndsTheProcessWhereThatIsAsked) {
     EXPECT_EQ(255, exitCode);
     EXPECT_NE(std::string::npos, log.find("exception caught at Place:7\n")) << log;
     EXPECT_NE(std::string::npos, log.find("exiting (exitonexception mode)\n")) << log;
+}
+
+TEST_F(LoggerTest, aFullLogBeginsAnewBesideOneOlderAndThoseOfLongEndedProcessesGo) {
+    if (!run([] {
+            const std::string folder = std::string(getenv("HOME")) + "/.vdk/log/";
+            mkdirs(folder.c_str());
+            const timeval longAgo[2] = {};
+            for (const char* name :
+                 {"99999997.log", "99999998.log.1", "99999999.log", "1.log", "notes.log"}) {
+                std::ofstream(folder + name) << "old";
+                if (std::string(name) != "99999999.log") {
+                    utimes((folder + name).c_str(), longAgo);
+                }
+            }
+            ourOptions->logLimit = 1;
+            for (int i = 0; i < 40000; i++) {
+                Logger::message(ZString("line ") + longToString(i) + ZString(" 0123456789") +
+                                " 0123456789 0123456789 0123456789 0123456789");
+            }
+        })) {
+        GTEST_SKIP() << "this user may not act for another one";
+    }
+    const std::string older = read(logFile + ".1");
+    EXPECT_NEAR(1 << 20, static_cast<double>(older.size()), 200);
+    EXPECT_LT(log.size(), (1u << 20) + 200);
+    EXPECT_NE(std::string::npos, log.find(" line 39999 ")) << log.size();
+    const std::string lastOfOlder = older.substr(older.rfind(" line ") + 6);
+    EXPECT_NE(std::string::npos, log.find(" line " + std::to_string(stoi(lastOfOlder) + 1) + " "))
+        << "nothing lost in between";
+    const std::string folder = home + "/.vdk/log/";
+    for (const char* name : {"99999999.log", "1.log", "notes.log"}) {
+        EXPECT_EQ(0, access((folder + name).c_str(), F_OK)) << name;
+    }
+    for (const char* name : {"99999997.log", "99999998.log.1"}) {
+        EXPECT_NE(0, access((folder + name).c_str(), F_OK)) << name;
+    }
 }

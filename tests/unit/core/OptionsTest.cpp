@@ -227,6 +227,7 @@ TEST_F(OptionsTest, everyKeyHasItsEffect) {
          [](const Options& o) { return o.exitSnapshot == "/x.snapshot"; }},
         {"noexitsnapshot", [](const Options& o) { return o.noExitSnapshot; }},
         {"tellsnapshot", [](const Options& o) { return o.tellSnapshot; }},
+        {"loglimit=3", [](const Options& o) { return o.logLimit == 3; }},
         {",,quiet,,", [](const Options& o) { return o.quiet; }},
     };
     for (const Effect& effect : effects) {
@@ -257,6 +258,7 @@ TEST_F(OptionsTest, everyRefusalHasItsTextAndTheUsage) {
         {"probetablelengthlimit=0",
          "'probetablelengthlimit' value is invalid (should be positive)"},
         {"deadthreadlimit=-2", "'deadthreadlimit' value is invalid (should be positive)"},
+        {"loglimit=-1", "'loglimit' value is invalid (should not be negative)"},
         {"periodicmem=0", "'periodicmem' value is invalid (should be positive)"},
         {"periodichprof=0", "'periodichprof' value is invalid (should be positive)"},
         {"periodicperf=x", "'periodicperf' value is invalid (should be positive)"},
