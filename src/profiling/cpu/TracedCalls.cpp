@@ -29,7 +29,7 @@ ThreadInfo* getTracedThread() {
     if (info == nullptr) {
         return nullptr;
     }
-    const bool traced = getCalibration() == -1 ? info->calibrationThread
+    const bool traced = getCalibration() == -1 ? info->calibrationThread.load()
                                                : !info->agentThread && !info->carrierThread;
     return traced ? info : nullptr;
 }

@@ -64,8 +64,10 @@ public:
     long nativeThreadID;   // the operating system's id, 0 if unknown
     jobject threadObject;  // global reference, null if none
     int threadRecordIndex; // row of thread
-    bool agentThread;
-    bool calibrationThread;
+    // What the thread's name tells of it; the thread asks without a lock whenever a traced call
+    // begins.
+    std::atomic<bool> agentThread;
+    std::atomic<bool> calibrationThread;
     // Runs virtual threads. Its calls aren't traced: while it mounts one the JVM holds back whoever
     // asks about threads, which must not wait for ourLock.
     bool carrierThread;
