@@ -24,6 +24,8 @@ public:
     int peekNextIndex() const {
         return released.isEmpty() ? next : released.get(released.getSize() - 1);
     }
+    // Above every index that was handed out.
+    int getEnd() const { return next; }
     // Gives an index back. Does not look at the row.
     void releaseIndex(int index) { released.push(index); }
     // Back to the state after construction.

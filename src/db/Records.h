@@ -195,6 +195,7 @@ enum MethodFlag {
 // Rows 0 to 5 of properties, made with the database. Keep in sync with the TELEC_*_PROP_INDEX
 // constants of com.vandrik.api.TelemetryRecord.
 constexpr int TELEC_FIELD_COUNT = 6;
+constexpr int TELEC_UNLOADED_CLASSES = 2;
 
 // A telemetry row's 17 values.
 struct TelemetryValues {

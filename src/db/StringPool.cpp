@@ -2,6 +2,7 @@
 
 #include "core/ground/Options.h"
 #include "db/DB.h"
+#include "db/RowSet.h"
 #include "db/StringTable.h"
 
 #include <cstdlib>
@@ -23,24 +24,6 @@ constexpr long SLOTS_PER_EVENT = 1024;
 // Fewer new texts than these are no growth.
 constexpr int LEAST_GROWTH = 1000;
 
-// The rows of string that some row names.
-class UsedStrings {
-public:
-    explicit UsedStrings(int capacity) : rows(capacity < 1 ? 1 : capacity) {
-        memset(rows.extend(capacity), 0, static_cast<size_t>(capacity));
-    }
-    // Any number: what may be a plain one need not be a row.
-    void mark(int row) {
-        if (row > 0 && row < rows.getSize()) {
-            rows[row] = 1;
-        }
-    }
-    bool contains(int row) const { return rows[row] != 0; }
-
-private:
-    ZVector<unsigned char> rows;
-};
-
 constexpr bool isString(FieldMeaning meaning) {
     // A number that happens to be that of a row keeps its text for one collection.
     return meaning == STRING_ROW || meaning == STRING_OR_NUMBER;
@@ -59,7 +42,7 @@ constexpr bool holdsStrings() {
 // Adds the strings of all rows of a table and gives the number of slots looked at. A row without a
 // stamp counts too: properties has some whose name is there before the first value.
 template <typename T>
-long markTable(UsedStrings& used, DBTable<T>* table) {
+long markTable(RowSet& used, DBTable<T>* table) {
     if constexpr (holdsStrings<T>()) {
         return table->eachSlot([&](const T& record) {
             RecordTraits<T>::eachField(record, [&](int number, const auto& value) {
@@ -74,7 +57,7 @@ long markTable(UsedStrings& used, DBTable<T>* table) {
     return 0;
 }
 
-long markUserTable(UsedStrings& used, UserTable* table) {
+long markUserTable(RowSet& used, UserTable* table) {
     long visited = 0;
     table->getRows().eachRow([&](int, const int* row) {
         visited += table->getRowLength();
@@ -176,7 +159,7 @@ void StringPool::collectGarbageStrings() {
     if (debug) {
         Logger::message("string_gc: start");
     }
-    UsedStrings used(db->stringTable->getCapacity());
+    RowSet used(db->stringTable->getCapacity());
     long visited = db->stringTable->getCapacity();
 #define VDK_MARK_TABLE(slot, base, member, tableName, firstIndex, capacity, size)                  \
     visited += markTable(used, db->member);

@@ -2,6 +2,18 @@
 
 #include "db/DB.h"
 
+#include <cstdlib>
+
+namespace {
+
+int highestFirst(const void* left, const void* right) {
+    const int a = *static_cast<const int*>(left);
+    const int b = *static_cast<const int*>(right);
+    return a < b ? 1 : a > b ? -1 : 0;
+}
+
+} // namespace
+
 ZIntChunkMap<int>* ThreadFrameIndex::mapOf(int threadIndex) {
     while (maps.getSize() <= threadIndex) {
         maps.push(nullptr);
@@ -65,38 +77,70 @@ void ThreadFrameIndex::deleteTimes(int threadIndex) {
     });
 }
 
-void ThreadFrameIndex::changeFrame(int tfi, int frame) {
-    const int stamp = db->currentStamp;
+void ThreadFrameIndex::deletePair(int tfi) {
     ThreadFrameRecord* pair = db->threadFrameTable->getRecord(tfi, true);
     pair->tfiThreadIndex = 0;
     pair->frame = 0;
-    pair->stamp = -stamp;
+    pair->stamp = -db->currentStamp;
+}
 
-    const int oldest = db->oldestFinishedThreads->tfiThreadIndex;
-    int merged = NO_TFI;
-    if (tfi < db->cpuProfilingTable->getCapacity()) {
-        merged = getTFI(oldest, frame, true);
-        CPUProfilingRecord* from = db->cpuProfilingTable->getRecord(tfi, true);
-        CPUProfilingRecord* to = db->cpuProfilingTable->getRecord(merged, true);
-        to->timeNs += from->timeNs;
-        to->count += from->count;
-        to->stamp = stamp;
-        from->timeNs = 0;
-        from->count = 0;
-        from->stamp = -stamp;
-    }
-    if (tfi < db->allocInfoTable->getCapacity()) {
-        if (merged == NO_TFI) {
-            merged = getTFI(oldest, frame, true);
+bool ThreadFrameIndex::isUsed(int tfi) {
+    return db->cpuProfilingTable->getRecordModificationStamp(tfi) > 0 ||
+           db->allocInfoTable->getRecordModificationStamp(tfi) > 0;
+}
+
+void ThreadFrameIndex::freeUnused() {
+    ZVector<int> unused;
+    for (int thread = 0; thread < maps.getSize(); thread++) {
+        if (maps[thread] == nullptr) {
+            continue;
         }
-        AllocInfoRecord* from = db->allocInfoTable->getRecord(tfi, true);
-        AllocInfoRecord* to = db->allocInfoTable->getRecord(merged, true);
-        to->objectCount += from->objectCount;
-        to->objectBytes += from->objectBytes;
+        int used = 0;
+        eachPair(thread, [&](int tfi, int frame) {
+            if (isUsed(tfi)) {
+                used++;
+                return;
+            }
+            deletePair(tfi);
+            maps[thread]->put(frame, NO_TFI);
+            unused.push(tfi);
+        });
+        if (used == 0) {
+            delete maps[thread];
+            maps[thread] = nullptr;
+        }
+    }
+    // The last released comes back first: low numbers keep the tables dense.
+    qsort(unused.data(), static_cast<size_t>(unused.getSize()), sizeof(int), highestFirst);
+    for (int i = 0; i < unused.getSize(); i++) {
+        db->threadFrameTable->releaseIndex(unused[i]);
+    }
+}
+
+void ThreadFrameIndex::changeFrame(int tfi, int frame) {
+    const int stamp = db->currentStamp;
+    deletePair(tfi);
+    const int oldest = db->oldestFinishedThreads->tfiThreadIndex;
+    // A row that was never stored, or deleted since, has nothing to add.
+    CPUProfilingRecord* time = db->cpuProfilingTable->getRecord(tfi, false);
+    if (time != nullptr && time->stamp > 0) {
+        const int merged = getTFI(oldest, frame, true);
+        CPUProfilingRecord* to = db->cpuProfilingTable->getRecord(merged, true);
+        to->timeNs += time->timeNs;
+        to->count += time->count;
         to->stamp = stamp;
-        from->objectCount = 0;
-        from->objectBytes = 0;
-        from->stamp = -stamp;
+        *time = CPUProfilingRecord();
+        time->stamp = -stamp;
+    }
+    AllocInfoRecord* objects = db->allocInfoTable->getRecord(tfi, false);
+    if (objects != nullptr && objects->stamp > 0) {
+        const int merged = getTFI(oldest, frame, true);
+        AllocInfoRecord* to = db->allocInfoTable->getRecord(merged, true);
+        to->objectCount += objects->objectCount;
+        to->objectBytes += objects->objectBytes;
+        to->stamp = stamp;
+        *objects = AllocInfoRecord();
+        objects->stamp = -stamp;
     }
     // Not before the row of the merged pair was made, or that pair would get this very row.
     db->threadFrameTable->releaseIndex(tfi);

@@ -36,6 +36,9 @@ public:
     void changeThread(int threadIndex);
     // Deletes the rows of cpuprofiling of a thread. Its TFIs stay: allocinfo shares them.
     void deleteTimes(int threadIndex);
+    // Frees the pairs without data: those whose rows of cpuprofiling and allocinfo were cleared, or
+    // never stored.
+    void freeUnused();
     // Rebuilds the index from threadframe, and sets the index pool of that table to its capacity.
     void fillIndexFromTable();
     void clearThreadFrameIndex();
@@ -49,6 +52,8 @@ private:
     ZIntChunkMap<int>* mapOf(int threadIndex);
     int createTFI(int threadIndex, int frame);
     void changeFrame(int tfi, int frame);
+    bool isUsed(int tfi);
+    void deletePair(int tfi);
     // Calls visit(tfi, frame) for every pair of a thread.
     template <typename Visitor>
     void eachPair(int threadIndex, Visitor&& visit);

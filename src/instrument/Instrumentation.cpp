@@ -19,6 +19,7 @@
 #include "profiling/cpu/TracedCalls.h"
 #include "profiling/cpu/Tracing.h"
 #include "profiling/threads/MethodLookup.h"
+#include "profiling/threads/UnloadedClasses.h"
 
 #include <atomic>
 #include <cstdio>
@@ -67,6 +68,22 @@ ZVector<char>& ourParameters = *new ZVector<char>(1024);
 ZVector<unsigned char>& ourNewBytes = *new ZVector<unsigned char>(LARGEST_KEPT);
 ZVector<int>& ourInstrumentedIds = *new ZVector<int>(256);
 
+// Where on the stack of the current thread the JVM has offered the class at work, LOADED for one
+// that is being redefined. A hook may run within another. ourLock.
+constexpr uintptr_t LOADED = 0;
+uintptr_t ourOfferedPlace = LOADED;
+
+class OfferedPlace {
+public:
+    explicit OfferedPlace(uintptr_t place) : outer(ourOfferedPlace) { ourOfferedPlace = place; }
+    ~OfferedPlace() { ourOfferedPlace = outer; }
+    OfferedPlace(const OfferedPlace&) = delete;
+    OfferedPlace& operator=(const OfferedPlace&) = delete;
+
+private:
+    uintptr_t outer;
+};
+
 // The class's methods in the method table. A class without a package may be called like a primitive
 // type is in short, so its name stands in the long form.
 class DatabaseMethodIds : public MethodIds {
@@ -80,6 +97,9 @@ public:
                     const Utf8View& descriptor) override {
         if (fullNameStrID == 0) {
             fullNameStrID = ourDB->stringPool->getDBIndex(fullName.c_str(), true);
+            if (ourOfferedPlace != LOADED) {
+                UnloadedClasses::definitionBegins(fullNameStrID, ourOfferedPlace);
+            }
         }
         ourMethodName.clear();
         const int length = methodName.getLength();
@@ -112,6 +132,11 @@ private:
     int fullNameStrID = 0;
 };
 
+// The log tells of every class, not only of those that are left alone although they were meant.
+bool logsEachClass() {
+    return Options::isDebug("classes");
+}
+
 bool isClassFile(int length, const unsigned char* data) {
     return length >= 4 && data[0] == 0xca && data[1] == 0xfe && data[2] == 0xba && data[3] == 0xbe;
 }
@@ -132,14 +157,16 @@ void forgetInstrumentation(ClassFile& classFile, DatabaseMethodIds& ids) {
 }
 
 void logResult(const ZString& dotted, bool changed, long elapsedNs) {
-    ZString line = phasePrefix() + dotted;
-    if (elapsedNs >= 1000000) {
-        line = line + " " + longToString(elapsedNs / 1000000) + " ms";
+    if (logsEachClass()) {
+        ZString line = phasePrefix() + dotted;
+        if (elapsedNs >= 1000000) {
+            line = line + " " + longToString(elapsedNs / 1000000) + " ms";
+        }
+        if (!changed) {
+            line.append(" SAME");
+        }
+        Logger::detail(line);
     }
-    if (!changed) {
-        line.append(" SAME");
-    }
-    Logger::detail(line);
     ourProcessingNs += elapsedNs;
     ourProcessedClasses++;
     if (ourProcessedClasses % STATISTICS_INTERVAL == 0 || Options::isDebug("times")) {
@@ -246,7 +273,9 @@ void handOver(ClassFile& classFile, const ZString& name, int length, jint* newLe
 
 // The name of a class that was defined without one; empty if it can't be told.
 ZString nameFromBytes(int length, const unsigned char* data) {
-    Logger::detail("warning: NULL class name");
+    if (logsEachClass()) {
+        Logger::detail("warning: NULL class name");
+    }
     DataInput input(data, length);
     ClassFile classFile(input);
     if (classFile.isInvalid()) {
@@ -264,10 +293,12 @@ struct OfferedClass {
     const char* name;
     int length;
     const unsigned char* data;
+    uintptr_t place; // on the stack
 };
 
 void rewriteOffered(const OfferedClass& offered, const ZString& name, jint* newLength,
                     unsigned char** newData) {
+    const OfferedPlace place(offered.redefined == nullptr ? offered.place : LOADED);
     if (offered.redefined != nullptr) {
         if (!ourOptions->disableNatives && listsWrappedNatives(name)) {
             const Redefinition redefinition(offered.redefined, name);
@@ -382,7 +413,9 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
     ZString dotted = name;
     dotted.replaceAll('/', '.');
     if (!isClassFile(length, data)) {
-        logClass(dotted, "skipping non-CAFEBABE");
+        if (logsEachClass()) {
+            logClass(dotted, "skipping non-CAFEBABE");
+        }
         return;
     }
     if ((ourCapabilities & INSTRUMENTING) == 0 && natives == nullptr) {
@@ -392,7 +425,9 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
         return;
     }
     if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 && !ourVMInitCalled) {
-        logClass(dotted, "no init yet");
+        if (logsEachClass()) {
+            logClass(dotted, "no init yet");
+        }
         return;
     }
     DataInput input(data, length);
@@ -431,8 +466,9 @@ void JNICALL class_file_load_hook_handler(jvmtiEnv*, JNIEnv* env, jclass classBe
                                           jint* newClassDataLength, unsigned char** newClassData) {
     *newClassDataLength = 0;
     *newClassData = nullptr;
+    const uintptr_t place = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
     const bool done = runGuarded(VDK_HERE, [&] {
-        handleOffer({env, classBeingRedefined, loader, name, classDataLength, classData},
+        handleOffer({env, classBeingRedefined, loader, name, classDataLength, classData, place},
                     newClassDataLength, newClassData);
     });
     if (!done) {

@@ -181,7 +181,11 @@ void Filter::reloadFilters(const ZString& generalText, const ZString& wallTimeTe
     for (int i = 0; i < ourFilters.getSize() && !ourWithInclusiveFilters; i++) {
         ourWithInclusiveFilters = ourFilters.get(i)->type == FILTER_TYPE_INCLUDE;
     }
-    ourDB->methodTable->eachRecord([](int, MethodRecord& record) { applyFilters(&record); });
+    ourDB->methodTable->eachRecord([](int, MethodRecord& record) {
+        if (record.stamp > 0) {
+            applyFilters(&record);
+        }
+    });
 }
 
 ZString getDefaultGeneralFilterText() {

@@ -7,6 +7,7 @@
 #include "db/PieceWriter.h"
 #include "db/Progress.h"
 #include "db/SocketWriter.h"
+#include "profiling/ClassLoadingProbe.h"
 #include "profiling/FrequentSampling.h"
 #include "profiling/LiveTables.h"
 #include "profiling/PooledStrings.h"
@@ -15,7 +16,9 @@
 #include "profiling/memory/Generations.h"
 #include "profiling/memory/InstanceCounting.h"
 #include "profiling/memory/ObjectEnumerator.h"
+#include "profiling/threads/FinishedThreads.h"
 #include "profiling/threads/ThreadInfo.h"
+#include "profiling/threads/UnloadedClasses.h"
 
 namespace {
 
@@ -100,6 +103,16 @@ void advanceGeneration(JNIEnv* env, jstring description) {
         Generations::advanceGeneration(env, text);
     }
     userMessage(env, "Object generation advanced", text);
+}
+
+// Each step frees what the next one needs no longer name.
+void freeUnusedRows(JNIEnv* env) {
+    LockHolder lock(ourLock);
+    ClassLoadingProbe::flushUnloadedClassesToDB();
+    ourDB->threadFrameIndex->freeUnused();
+    FinishedThreads::freeUnnamedRows();
+    UnloadedClasses::freeMethods(env);
+    ourDB->stringPool->collectGarbageStrings();
 }
 
 } // namespace
@@ -193,6 +206,10 @@ void JNICALL VDK_CALLBACK_NATIVE(setThreadTemporaryEnabled)(JNIEnv* env, jclass,
 
 void JNICALL VDK_CALLBACK_NATIVE(advanceGeneration)(JNIEnv* env, jclass, jstring description) {
     runNative(env, VDK_HERE, [&] { advanceGeneration(env, description); });
+}
+
+void JNICALL VDK_CALLBACK_NATIVE(freeUnusedRows)(JNIEnv* env, jclass) {
+    runNative(env, VDK_HERE, [&] { freeUnusedRows(env); });
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(addSnapshotInfo)(JNIEnv* env, jclass, jstring path, jlong flags) {

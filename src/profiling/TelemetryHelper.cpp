@@ -8,6 +8,7 @@
 #include "profiling/TelemetryRows.h"
 #include "profiling/cpu/Sampling.h"
 #include "profiling/threads/AllStacks.h"
+#include "profiling/threads/UnloadedClasses.h"
 
 #include <cstdlib>
 
@@ -57,6 +58,9 @@ void storeTelemetryRecord(JNIEnv* env, const ZVector<int>& telec, const ZVector<
     ourDB->stringPool->collectIfGrown();
     ClassLoadingProbe::flushUnloadedClassesToDB();
     storeProperties(telec);
+    if (telec.getSize() > TELEC_UNLOADED_CLASSES) {
+        UnloadedClasses::freeMethodsIfEarned(env, telec[TELEC_UNLOADED_CLASSES]);
+    }
     const int index = ourDB->telemetryTable->nextIndex();
     evictTelemetry(index);
     limitThreadStates(MOST_THREAD_STATES);

@@ -171,6 +171,10 @@ void AgentClient::clear(ProfilingData data) {
     }
 }
 
+void AgentClient::freeUnusedRows() {
+    command(PACKET_FREE_UNUSED_ROWS, timeoutMs);
+}
+
 void AgentClient::retransformLoadedClasses(const std::optional<std::string>& filterFile) {
     PacketWriter packet(PACKET_RETRANSFORM_CLASSES_LOADED_BEFORE_AGENT_WAS_ATTACHED);
     packet.writeBoolean(filterFile.has_value()).writeString(filterFile);

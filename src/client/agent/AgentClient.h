@@ -55,6 +55,8 @@ public:
     void switchMonitorProfiling(bool on);
     void switchExceptionTelemetry(bool on);
     void clear(ProfilingData data);
+    // Has the agent free what nothing that was recorded names any more.
+    void freeUnusedRows();
     // Rewrites the classes that were loaded before an attach; with a filter file, a path in the
     // target's view, all but those that it filters out. Nothing to do is no error.
     void retransformLoadedClasses(const std::optional<std::string>& filterFile);

@@ -39,6 +39,7 @@ enum Packet : int32_t {
     PACKET_DISABLE_EXCEPTION_TELEMETRY = 104600,
     PACKET_UPDATE_CUSTOM_TABLE_INFO = 104700,
     PACKET_RETRANSFORM_CLASSES_LOADED_BEFORE_AGENT_WAS_ATTACHED = 105201,
+    PACKET_FREE_UNUSED_ROWS = 105700,
 };
 
 // Sizes of the compressed transfer: a chunk of the file, and the largest block on the wire.

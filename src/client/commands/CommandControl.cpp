@@ -258,7 +258,6 @@ int runExceptions(Console& console, const Arguments& arguments) {
 int runClear(Console& console, const Arguments& arguments) {
     static const struct {
         const char* option;
-        const char* name;
         ProfilingData data;
         const char* name;
     } kinds[] = {
@@ -279,6 +278,9 @@ int runClear(Console& console, const Arguments& arguments) {
             agent.client.clear(kind.data);
             cleared.push_back(kind.name);
         }
+    }
+    if (arguments.has("--all")) {
+        agent.client.freeUnusedRows();
     }
     writeDone(console, "vdk.clear/1", agent, (join(cleared, ", ") + " data cleared").c_str());
     return 0;

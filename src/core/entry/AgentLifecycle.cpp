@@ -24,6 +24,7 @@
 #include "profiling/memory/Generations.h"
 #include "profiling/threads/CarrierThread.h"
 #include "profiling/threads/ThreadInfo.h"
+#include "profiling/threads/UnloadedClasses.h"
 #include "runtime/ControlSocketNatives.h"
 #include "runtime/DiagnosticNatives.h"
 #include "runtime/RuntimeClasses.h"
@@ -287,6 +288,7 @@ bool hasThreadInfo(jthread thread) {
 
 void threadEndImpl(JNIEnv* env, jthread thread) {
     LockHolder lock(ourLock, "JVMTI_Agent:292");
+    UnloadedClasses::threadEnds();
     void* stored = nullptr;
     if (ourJVMTI->GetThreadLocalStorage(thread, &stored) != JVMTI_ERROR_NONE || stored == nullptr) {
         return;

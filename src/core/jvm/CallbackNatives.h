@@ -44,6 +44,7 @@
     BUILT(enableStackTelemetry, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(findPropertyRecordIndex, "(I)I", jint, (JNIEnv* env, jclass clazz, jint nameStrID)) \
     BUILT(findSnapshot, "(Ljava/lang/String;)Z", jboolean, (JNIEnv* env, jclass clazz, jstring path)) \
+    BUILT(freeUnusedRows, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(getAllocationRecordingSettingsPerClassGarbage, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
     BUILT(getAllocationRecordingSettingsRecordEach, "()I", jint, (JNIEnv* env, jclass clazz)) \
     BUILT(getAllocationRecordingSettingsRecordEachEnabled, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \

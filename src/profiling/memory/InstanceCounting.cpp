@@ -38,11 +38,11 @@ void InstanceCounting::beginCounting(int highestClassNumber) {
     countCapacity = highestClassNumber + 1;
 }
 
-void InstanceCounting::tagClass(jclass type) {
+int InstanceCounting::tagClass(jclass type) {
     jlong tag = 0;
     CHECK_JVMTI(ourJVMTI4->GetTag(type, &tag));
     if (tag != 0) {
-        return;
+        return static_cast<int>(tag);
     }
     JvmtiMemory<char> signature;
     CHECK_JVMTI(ourJVMTI4->GetClassSignature(type, signature.receive(), nullptr));
@@ -50,20 +50,34 @@ void InstanceCounting::tagClass(jclass type) {
     const int index = ourDB->instanceCountsTable->nextIndex();
     CHECK_JVMTI(ourJVMTI4->SetTag(type, index));
     addClass(index, name);
+    return index;
+}
+
+void InstanceCounting::deleteUnloadedClasses(const RowSet& loaded) {
+    ourDB->instanceCountsTable->eachRecord([&](int index, InstanceCountsRecord& row) {
+        if (row.stamp > 0 && !loaded.contains(index)) {
+            row = InstanceCountsRecord();
+            row.stamp = -ourDB->currentStamp;
+            ourDB->instanceCountsTable->releaseIndex(index);
+        }
+    });
 }
 
 void InstanceCounting::tagClasses(JNIEnv* env) {
+    // Two counts at once must not give a class two numbers, nor take the number of a class that the
+    // other has found.
+    LockHolder lock(ourLock);
     jint count = 0;
     JvmtiMemory<jclass> classes;
     CHECK_JVMTI(ourJVMTI4->GetLoadedClasses(&count, classes.receive()));
     announceLocalReferences(env, count);
-    // Two counts at once must not give a class two numbers.
-    LockHolder lock(ourLock);
+    RowSet loaded(ourDB->instanceCountsTable->getIndexPool().getEnd() + count);
     for (jint i = 0; i < count; i++) {
-        tagClass(classes.get()[i]);
+        loaded.mark(tagClass(classes.get()[i]));
         env->DeleteLocalRef(classes.get()[i]);
     }
-    beginCounting(ourDB->instanceCountsTable->peekNextIndex());
+    deleteUnloadedClasses(loaded);
+    beginCounting(ourDB->instanceCountsTable->getIndexPool().getEnd());
 }
 
 void InstanceCounting::gatherClassInstanceStatistics(JNIEnv* env) {
@@ -88,6 +102,11 @@ void InstanceCounting::updateDatabase() {
     table->eachRecord([&](int index, InstanceCountsRecord& row) {
         const SizeAndCount none = {};
         const SizeAndCount& now = index < countCapacity ? counts[index] : none;
+        // The number of a deleted row may be that of a class that another count is about to tell
+        // of.
+        if (row.stamp < 0) {
+            return;
+        }
         if (row.instanceCount != now.count || row.shallowSize != now.size) {
             row.instanceCount = now.count;
             row.shallowSize = now.size;

@@ -3,6 +3,7 @@
 #include "core/ground/ZString.h"
 #include "core/ground/ZVector.h"
 #include "db/DB.h"
+#include "db/RowSet.h"
 
 #include <jni.h>
 
@@ -30,6 +31,9 @@ public:
 
     // The parts of gathering. A class that was not counted before:
     void addClass(int classNumber, const ZString& name);
+    // Deletes the rows of classes that are not among these: the JVM has unloaded them. Caller holds
+    // ourLock, and has asked for the loaded classes under it.
+    static void deleteUnloadedClasses(const RowSet& loaded);
     // Makes room for classes up to this number; objects of classes above it are not counted.
     void beginCounting(int highestClassNumber);
     // Adds an object of a class. Runs on the VM thread at a safepoint: it allocates nothing and
@@ -44,7 +48,8 @@ public:
 private:
     void gatherClassInstanceStatistics(JNIEnv* env);
     void tagClasses(JNIEnv* env);
-    void tagClass(jclass type);
+    // The number of the class, which may be a new one.
+    int tagClass(jclass type);
 
     SizeAndCount* counts; // by class number, null until gathered
     int countCapacity;

@@ -92,12 +92,28 @@ int ZMethod::getByName(int classNameStrID, const char* className, const char* me
     row->methodNameStrID = key.a;
     row->parametersStrID = key.b;
     row->classNameStrID = key.c;
-    row->flags = 0;
+    row->flags = 0; // nobody reads it yet
     Filter::applyFilters(row);
     row->flags |= flagsByName(className, methodName);
     row->stamp = ourDB->currentStamp;
     ourMethodsByName.put(key, index);
     return index;
+}
+
+void ZMethod::free(int index) {
+    MethodRecord* const row = ourDB->methodTable->getRecord(index, true);
+    ourMethodsByName.remove({row->methodNameStrID, row->parametersStrID, row->classNameStrID});
+    row->methodNameStrID = 0;
+    row->parametersStrID = 0;
+    row->classNameStrID = 0;
+    __atomic_store_n(&row->flags, 0, __ATOMIC_RELAXED);
+    row->stamp = -ourDB->currentStamp;
+    ourDB->methodTable->releaseIndex(index);
+}
+
+void ZMethod::forgetHandles() {
+    ourMethodID2MethodIndex.clear();
+    ourMethodsByName.compact();
 }
 
 void ZMethod::reset() {

@@ -30,4 +30,9 @@ public:
     // lock: for all methods of a class one after the other.
     static int getByName(int classNameStrID, const char* className, const char* methodName,
                          const char* parameters);
+
+    // Frees a row that nothing names: no frame, and no code of a class that is or will be loaded.
+    static void free(int index);
+    // Forgets which handle belongs to which row; handles that are met again are looked up anew.
+    static void forgetHandles();
 };

@@ -12,6 +12,7 @@
 #include "profiling/events/Monitors.h"
 #include "profiling/threads/FinishedThreads.h"
 #include "profiling/threads/MethodLookup.h"
+#include "profiling/threads/UnloadedClasses.h"
 #include "profiling/threads/ZFrameStorage.h"
 
 #include <cstring>
@@ -153,6 +154,7 @@ void createStandInThreads() {
     Exceptions::reset();
     Monitors::reset();
     ZMethod::reset();
+    UnloadedClasses::reset();
     ourFrameStorage.reset();
     ourOldestFinishedThreads = new ThreadInfo("<Oldest finished threads>", "", 0, nullptr);
     ourDB->oldestFinishedThreads = ourOldestFinishedThreads;

@@ -105,6 +105,23 @@ TEST_F(ThreadFrameIndexTest, twoDeadThreadsAddUp) {
     const int merged = index.getTFI(OLDEST, 10, false);
     EXPECT_EQ(750, db.cpuProfilingTable->getRecord(merged, false)->timeNs);
     EXPECT_EQ(3, db.cpuProfilingTable->getRecord(merged, false)->count);
+    EXPECT_EQ(0, db.allocInfoTable->eachSlot([](const AllocInfoRecord&) {})) << "none recorded";
+}
+
+TEST_F(ThreadFrameIndexTest, pairsWithoutDataAreFreedAndTheLowestNumbersUsedFirst) {
+    index.getTFI(2, 10, true);
+    addTime(2, 11, 700, 1);
+    const int unstored = index.getTFI(3, 10, true);
+    db.cpuProfilingTable->getRecord(unstored, true);
+    db.currentStamp = 8;
+    index.freeUnused();
+    EXPECT_EQ(-1, index.getTFI(2, 10, false));
+    EXPECT_EQ(-1, index.getTFI(3, 10, false));
+    EXPECT_EQ(1, index.getTFI(2, 11, false)) << "it has time";
+    EXPECT_EQ(-8, db.threadFrameTable->getRecordModificationStamp(0));
+    EXPECT_EQ(0, db.threadFrameTable->getRecord(unstored, false)->frame);
+    EXPECT_EQ(0, index.getTFI(4, 20, true));
+    EXPECT_EQ(2, index.getTFI(4, 21, true));
 }
 
 TEST_F(ThreadFrameIndexTest, rebuildFindsTheSamePairs) {

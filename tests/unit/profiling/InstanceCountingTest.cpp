@@ -55,3 +55,33 @@ TEST(InstanceCounting, unknownClassNumbersAndOddSizesAreHarmless) {
     EXPECT_EQ(1, row(1)->instanceCount);
     EXPECT_EQ(0, row(1)->shallowSize);
 }
+
+TEST(InstanceCounting, rowsOfUnloadedClassesAreUsedAgain) {
+    ToyJvm jvm;
+    InstanceCounting first(jvm.env(), ourDB, 0);
+    for (int i = 1; i <= 3; i++) {
+        EXPECT_EQ(i, ourDB->instanceCountsTable->nextIndex());
+        first.addClass(i, "a.B");
+    }
+    first.beginCounting(3);
+    first.updateDatabase();
+    ourDB->currentStamp = 7;
+    RowSet loaded(4);
+    loaded.mark(1);
+    loaded.mark(3);
+    InstanceCounting::deleteUnloadedClasses(loaded);
+    EXPECT_EQ(-7, row(2)->stamp);
+    EXPECT_EQ(0, row(2)->classNameStrID);
+    EXPECT_EQ(1, row(3)->stamp);
+    // Another count has given the number to a new class and met objects of it.
+    EXPECT_EQ(2, ourDB->instanceCountsTable->nextIndex());
+    InstanceCounting late(jvm.env(), ourDB, 0);
+    late.beginCounting(3);
+    late.addObject(2, 16);
+    late.updateDatabase();
+    EXPECT_EQ(-7, row(2)->stamp) << "nameless as yet";
+    late.addClass(2, "a.New");
+    late.updateDatabase();
+    EXPECT_EQ(7, row(2)->stamp);
+    EXPECT_EQ(1, row(2)->instanceCount);
+}

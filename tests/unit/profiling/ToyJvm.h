@@ -142,6 +142,17 @@ private:
         }
         return JVMTI_ERROR_NONE;
     }
+    static jvmtiError JNICALL getLoadedClasses(jvmtiEnv*, jint* count, jclass** classes) {
+        const std::vector<Method>& all = current()->methods;
+        *classes = static_cast<jclass*>(malloc(sizeof(jclass) * (all.size() + 1)));
+        *count = 0;
+        for (size_t i = 0; i < all.size(); i++) {
+            if (!all[i].unloaded) {
+                (*classes)[(*count)++] = reinterpret_cast<jclass>(idOf(i));
+            }
+        }
+        return JVMTI_ERROR_NONE;
+    }
     static jvmtiError JNICALL getCurrentThread(jvmtiEnv*, jthread* thread) {
         *thread = current()->currentThread;
         return JVMTI_ERROR_NONE;
@@ -193,6 +204,7 @@ private:
         functions.GetStackTrace = getStackTrace;
         functions.GetAllThreads = getAllThreads;
         functions.GetCurrentThread = getCurrentThread;
+        functions.GetLoadedClasses = getLoadedClasses;
         functions.SuspendThreadList = suspendList;
         functions.ResumeThreadList = resumeList;
         functions.AddCapabilities = addCapabilities;

@@ -107,6 +107,8 @@ public class Callback {
 
     public static native boolean findSnapshot(String path);
 
+    public static native void freeUnusedRows();
+
     public static native boolean getAllocationRecordingSettingsPerClassGarbage();
 
     public static native int getAllocationRecordingSettingsRecordEach();

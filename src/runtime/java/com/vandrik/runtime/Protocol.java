@@ -56,6 +56,7 @@ public final class Protocol {
     public static final int PACKET_GET_TRIGGERS = 105400;
     public static final int PACKET_SET_TRIGGERS = 105500;
     public static final int PACKET_GET_TRANSFERRABLE_SNAPSHOTS = 105600;
+    public static final int PACKET_FREE_UNUSED_ROWS = 105700;
 
     /** Bytes of a file that are compressed as one chunk. */
     public static final int TRANSFER_UNCOMPRESSED_CHUNK_SIZE = 131072;

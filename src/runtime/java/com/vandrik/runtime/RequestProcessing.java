@@ -163,6 +163,9 @@ public final class RequestProcessing {
         case Protocol.PACKET_CLEAR_EXCEPTIONS:
             Callback.clearExceptions();
             break;
+        case Protocol.PACKET_FREE_UNUSED_ROWS:
+            Callback.freeUnusedRows();
+            break;
         case Protocol.PACKET_ADVANCE_GENERATION_REQ:
             Callback.advanceGeneration(Packet.readStringNotNull(myIn));
             break;
