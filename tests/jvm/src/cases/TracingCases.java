@@ -1,5 +1,6 @@
 package cases;
 
+import fixtures.ComesAndGoes;
 import fixtures.EarlyLoader;
 import fixtures.KnownCalls;
 import fixtures.NativeCalls;
@@ -100,6 +101,41 @@ public final class TracingCases {
         target.awaitOutput("done 4");
         Tracing.stop(target);
         checkCounts(Tracing.fetch(target), 2);
+        target.finish();
+    }
+
+    private static long guests(Tables tables) {
+        return tables.rows.get(Tables.METHOD)
+                .keySet()
+                .stream()
+                .filter(m -> tables.methodName(m).contains("$Guest"))
+                .count();
+    }
+
+    /** Row numbers of methods of unloaded classes are free again: those who get them are right. */
+    @Case(fixture = ComesAndGoes.class, attach = false, agent = "disablestacktelemetry")
+    static void methodsOfUnloadedClassesGoUnlessTheyWereRecorded(Target target) throws Exception {
+        target.send("go 40");
+        target.awaitOutput("done 40\n");
+        Check.isTrue(guests(Tracing.fetch(target)) >= 80, "rows of the classes that were loaded");
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.FREE_UNUSED).ok();
+        }
+        // A thread may still be at work on the last class that it was seen to define.
+        Check.isTrue(guests(Tracing.fetch(target)) <= 3, "rows of classes that are gone");
+        Tracing.start(target, "java.*\njdk.*\nsun.*");
+        target.send("go 40");
+        target.awaitOutput("done 80\n");
+        Tracing.stop(target);
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.FREE_UNUSED).ok();
+        }
+        Map<String, Long> counts = Tracing.fetch(target).callCounts();
+        for (int n = 41; n <= 80; n++) {
+            String name = String.format("fixtures.ComesAndGoes$Guest%04d.", n);
+            Check.equal(counts.getOrDefault(name + "run", 0L), 1L, "calls of " + name + "run");
+            Check.equal(counts.getOrDefault(name + "work", 0L), 2L, "calls of " + name + "work");
+        }
         target.finish();
     }
 

@@ -29,6 +29,7 @@ public final class AgentClient implements AutoCloseable {
     public static final int CAPTURE_SNAPSHOT = 104006;
     public static final int MESSAGE = 104800;
     public static final int RETRANSFORM = 105201;
+    public static final int FREE_UNUSED = 105700;
     public static final int PROGRESS = 100600;
 
     public final Socket socket;
