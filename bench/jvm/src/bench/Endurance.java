@@ -86,9 +86,15 @@ public final class Endurance {
 
     /** What the classes that come and go are made of. */
     public static class Guest00000000 implements Runnable {
+        private int sink;
+
+        private void work() {
+            sink++;
+        }
+
         @Override
         public void run() {
-            ourSink++;
+            work();
         }
     }
 
