@@ -70,6 +70,14 @@ int ZFrameStorage::createFrame(int parent, int method) {
     return frame;
 }
 
+int ZFrameStorage::appendChild(int frame, int last, int method) {
+    const int created = createFrame(frame, method);
+    FrameRecord* sibling = record(last);
+    sibling->nextSibling = created;
+    sibling->stamp = ourDB->currentStamp;
+    return created;
+}
+
 int ZFrameStorage::getChild(int frame, int method) {
     FrameRecord* parent = record(frame);
     if (parent->firstChild == -1) {
@@ -79,19 +87,33 @@ int ZFrameStorage::getChild(int frame, int method) {
         return created;
     }
     int child = parent->firstChild;
-    for (;;) {
-        FrameRecord* row = record(child);
+    for (int walked = 0; walked < LONGEST_WALK; walked++) {
+        const FrameRecord* row = record(child);
         if (row->method == method) {
             return child;
         }
         if (row->nextSibling == -1) {
-            const int created = createFrame(frame, method);
-            row->nextSibling = created;
-            row->stamp = ourDB->currentStamp;
-            return created;
+            return appendChild(frame, child, method);
         }
         child = row->nextSibling;
     }
+    return getChildOfMany(frame, child, method);
+}
+
+int ZFrameStorage::getChildOfMany(int frame, int from, int method) {
+    int last = lastOfMany.get(frame);
+    if (last == 0) {
+        childOfMany.put(keyOf(frame, getMethodIndex(from)), from);
+        last = from;
+    }
+    // What was appended since.
+    while (getNextSibling(last) != -1) {
+        last = getNextSibling(last);
+        childOfMany.put(keyOf(frame, getMethodIndex(last)), last);
+    }
+    lastOfMany.put(frame, last);
+    const int known = childOfMany.get(keyOf(frame, method));
+    return known != 0 ? known : appendChild(frame, last, method);
 }
 
 int ZFrameStorage::fillCurrentFrameJVMTI(JNIEnv* env, ZVector<OpenCall>* markers, bool* cut) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/ground/ZMap.h"
 #include "core/ground/ZVector.h"
 #include "db/DB.h"
 #include "profiling/cpu/OpenCall.h"
@@ -12,10 +13,15 @@
 // distinct stacks, and a stack seen again costs no memory. Caller holds ourLock in every operation.
 class ZFrameStorage {
 public:
-    ZFrameStorage() : vmStartFrame(-1) {}
+    ZFrameStorage()
+        : vmStartFrame(-1), childOfMany(INITIAL_CAPACITY), lastOfMany(INITIAL_CAPACITY) {}
 
     // Back to the state after construction, for a new database.
-    void reset() { vmStartFrame = -1; }
+    void reset() {
+        vmStartFrame = -1;
+        childOfMany.clear();
+        lastOfMany.clear();
+    }
 
     int getParent(int frame) { return record(frame)->parent; }
     int getMethodIndex(int frame) { return record(frame)->method; }
@@ -23,7 +29,7 @@ public:
     int getNextSibling(int frame) { return record(frame)->nextSibling; }
 
     // The child of frame for the method, made if need be. New children go to the end of the list,
-    // which is searched linearly: it is short, and the order is what readers see.
+    // which is searched linearly as long as it is short; the order is what readers see.
     int getChild(int frame, int method);
 
     // Frame of the current thread's stack, of which only the 1024 innermost frames are seen. Hidden
@@ -44,6 +50,19 @@ public:
     int getVMStartFrame();
 
 private:
+    static constexpr int INITIAL_CAPACITY = 10;
+    // Children that are looked at one by one. A method whose callees come and go with their classes
+    // may get any number of them.
+    static constexpr int LONGEST_WALK = 64;
+
+    static long keyOf(int parent, int method) { return static_cast<long>(parent) << 32 | method; }
+    int getChildOfMany(int frame, int from, int method);
+    int appendChild(int frame, int last, int method);
+
+    // Of frames with more children than that: the others by frame and method, and the last one that
+    // stands there.
+    ZMap<long, int> childOfMany;
+    ZMap<int, int> lastOfMany;
     int vmStartFrame; // -1 until needed
 
     FrameRecord* record(int frame) { return ourDB->frameTable->getRecord(frame, true); }

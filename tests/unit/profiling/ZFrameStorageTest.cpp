@@ -35,6 +35,29 @@ TEST(ZFrameStorage, newChildrenGoToTheEndAndKnownOnesAreFound) {
     EXPECT_EQ(11, ourFrameStorage.getMethodIndex(b));
 }
 
+TEST(ZFrameStorage, anyNumberOfChildrenAreFoundAndStandInTheOrderOfTheirMaking) {
+    ToyJvm jvm;
+    const int parents[] = {0, ourFrameStorage.getChild(0, 1)};
+    std::vector<int> children[2];
+    for (int i = 0; i < 300; i++) {
+        for (int p = 0; p < 2; p++) {
+            children[p].push_back(ourFrameStorage.getChild(parents[p], 1000 + i));
+            EXPECT_EQ(children[p][static_cast<size_t>(i / 2)],
+                      ourFrameStorage.getChild(parents[p], 1000 + i / 2));
+        }
+    }
+    for (int p = 0; p < 2; p++) {
+        int child = p == 0 ? ourFrameStorage.getNextSibling(parents[1])
+                           : ourFrameStorage.getFirstChild(parents[1]);
+        for (int known : children[p]) {
+            ASSERT_EQ(known, child);
+            EXPECT_EQ(parents[p], ourFrameStorage.getParent(child));
+            child = ourFrameStorage.getNextSibling(child);
+        }
+        EXPECT_EQ(-1, child);
+    }
+}
+
 TEST(ZFrameStorage, newChildStampsParentAndOlderSibling) {
     ToyJvm jvm;
     const int a = ourFrameStorage.getChild(0, 10);
