@@ -14,7 +14,7 @@
 class ZFrameStorage {
 public:
     ZFrameStorage()
-        : vmStartFrame(-1), childOfMany(INITIAL_CAPACITY), lastOfMany(INITIAL_CAPACITY) {}
+        : childOfMany(INITIAL_CAPACITY), lastOfMany(INITIAL_CAPACITY), vmStartFrame(-1) {}
 
     // Back to the state after construction, for a new database.
     void reset() {
