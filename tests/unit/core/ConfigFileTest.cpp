@@ -1,61 +1,32 @@
 // Configuration files: named, default and missing ones.
 #include "core/ground/ConfigFile.h"
 
-#include <cstdlib>
-#include <fstream>
+#include "TempDir.h"
+
 #include <gtest/gtest.h>
-#include <string>
-#include <sys/stat.h>
 
-namespace {
-
-class ConfigFile : public testing::Test {
-protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/vdk-config-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(pattern));
-        directory = pattern;
+TEST(ConfigFile, namedFileGivesItsWholeContentAndAMissingOneTheFallback) {
+    TempDir dir;
+    const std::string content = std::string(100000, 'c') + "\nend";
+    dir.write("file", content);
+    dir.write("empty", "");
+    const struct {
+        std::string path;
+        std::string expected;
+    } cases[] = {
+        {dir.file("file"), content}, {dir.file("empty"), ""}, {dir.file("missing"), "fallback"},
+        {dir.path, "fallback"},      {"", "fallback"}, // the default file, in the user's home
+    };
+    for (const auto& c : cases) {
+        const ZString found = readConfigFromFile(c.path.c_str(), ".no-such-vdk-config", "fallback");
+        EXPECT_EQ(c.expected, found.c_str()) << c.path;
     }
-    void TearDown() override { ASSERT_EQ(0, system(("rm -rf " + directory).c_str())); }
-    std::string write(const std::string& content) {
-        const std::string path = directory + "/file";
-        std::ofstream(path, std::ios::binary) << content;
-        return path;
-    }
-    std::string directory;
-};
-
-} // namespace
-
-TEST_F(ConfigFile, namedFileGivesItsWholeContent) {
-    const std::string content(100000, 'c');
-    const std::string path = write(content + "\nend");
-    EXPECT_STREQ((content + "\nend").c_str(),
-                 readConfigFromFile(path.c_str(), ".none", "fallback").c_str());
 }
 
-TEST_F(ConfigFile, emptyFileIsNotAMissingOne) {
-    EXPECT_STREQ("", readConfigFromFile(write("").c_str(), ".none", "fallback").c_str());
-}
-
-TEST_F(ConfigFile, missingNamedFileGivesTheFallback) {
-    const ZString path((directory + "/missing").c_str());
-    EXPECT_STREQ("fallback", readConfigFromFile(path, ".none", "fallback").c_str());
-}
-
-TEST_F(ConfigFile, directoryInPlaceOfTheFileGivesTheFallback) {
-    EXPECT_STREQ("fallback", readConfigFromFile(directory.c_str(), ".none", "fallback").c_str());
-}
-
-TEST_F(ConfigFile, withoutANameTheDefaultFileIsLookedForInTheHome) {
-    EXPECT_STREQ("fallback", readConfigFromFile("", ".no-such-vdk-config", "fallback").c_str());
-}
-
-TEST_F(ConfigFile, mkdirsMakesEveryPartAndIgnoresWhatIsThere) {
-    const ZString path((directory + "/a/b/c").c_str());
+TEST(ConfigFile, mkdirsMakesEveryPartAndIgnoresWhatIsThere) {
+    TempDir dir;
+    const ZString path(dir.file("a/b/c").c_str());
     mkdirs(path);
     mkdirs(path);
-    struct stat status;
-    ASSERT_EQ(0, stat(path.c_str(), &status));
-    EXPECT_TRUE(S_ISDIR(status.st_mode));
+    EXPECT_TRUE(std::filesystem::is_directory(path.c_str()));
 }

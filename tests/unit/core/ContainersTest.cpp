@@ -7,50 +7,23 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
-#include <set>
 #include <type_traits>
 
 namespace {
 
-// Counts copies by assignment, as a ZVectorSafe must make them.
-struct Counted {
-    static int assignments;
-    int value = 0;
-    Counted() = default;
-    Counted(const Counted& other) = default;
-    Counted& operator=(const Counted& other) {
-        value = other.value;
-        assignments++;
-        return *this;
-    }
-};
-int Counted::assignments = 0;
-
 template <typename K>
-K keyOf(int n);
-template <>
-int keyOf<int>(int n) {
-    return n + 1;
-}
-template <>
-long keyOf<long>(int n) {
-    return (static_cast<long>(n) << 32) - n;
-}
-template <>
-_jmethodID* keyOf<_jmethodID*>(int n) {
-    return reinterpret_cast<_jmethodID*>(static_cast<long>(n) * 8 + 0x7f0000000000L);
-}
-template <>
-IntTriple keyOf<IntTriple>(int n) {
-    return {n % 7, n / 7, -n};
-}
-template <>
-ExceptionKey keyOf<ExceptionKey>(int n) {
-    return {n, n % 3, n % 5, n % 7};
-}
-template <>
-MonitorKey keyOf<MonitorKey>(int n) {
-    return {n % 3, n, n % 5, n % 7};
+K keyOf(int n) {
+    if constexpr (std::is_same<K, IntTriple>::value) {
+        return {n % 7, n / 7, -n};
+    } else if constexpr (std::is_same<K, ExceptionKey>::value) {
+        return {n, n % 3, n % 5, n % 7};
+    } else if constexpr (std::is_same<K, MonitorKey>::value) {
+        return {n % 3, n, n % 5, n % 7};
+    } else if constexpr (std::is_pointer<K>::value) {
+        return reinterpret_cast<K>(static_cast<long>(n) * 8 + 0x7f0000000000L);
+    } else {
+        return sizeof(K) == sizeof(int) ? n + 1 : static_cast<K>((static_cast<long>(n) << 32) - n);
+    }
 }
 
 template <typename K>
@@ -83,12 +56,17 @@ TYPED_TEST(ZMapOfEveryKey, behavesLikeTheStandardMapUnderRandomUse) {
         ASSERT_EQ(map.getSize(), static_cast<int>(model.size()));
         ASSERT_LE(map.getSize(), map.getMaxSize());
         ASSERT_GT(map.getFree(), 0);
+        ASSERT_LE(map.getCapacity(), 2000) << "removed slots are used again";
     }
     int walked = 0;
     for (int slot = 0; slot < map.getCapacity(); slot++) {
         walked += map.isFull(slot);
     }
     EXPECT_EQ(walked, static_cast<int>(model.size()));
+    map.clear();
+    EXPECT_EQ(map.getCapacity(), 3) << "as at first";
+    EXPECT_EQ(map.getSize(), 0);
+    EXPECT_EQ(map.getPtr(keyOf<TypeParam>(1)), nullptr);
 }
 
 TEST(ZMap, comparesTextKeysByContent) {
@@ -97,55 +75,7 @@ TEST(ZMap, comparesTextKeysByContent) {
     map.put(key, 7);
     EXPECT_EQ(map.get("name"), 7);
     EXPECT_EQ(map.get("nam"), 0);
-    EXPECT_EQ(zmap_hashCode("\xff"), -1) << "bytes are sign-extended";
-    EXPECT_EQ(zmap_hashCode(""), 0);
-    EXPECT_EQ(zmap_hashCode(static_cast<const char*>(nullptr)), 0);
-}
-
-TEST(ZMap, hashesFourFieldKeysInDifferentOrder) {
-    EXPECT_EQ(zmap_hashCode(ExceptionKey{1, 2, 3, 4}), ((1 * 29 + 2) * 29 + 3) * 29 + 4);
-    EXPECT_EQ(zmap_hashCode(MonitorKey{1, 2, 3, 4}), ((1 * 29 + 4) * 29 + 2) * 29 + 3);
-    EXPECT_EQ(zmap_hashCode(0x1234567800000001L), 0x12345679);
-}
-
-TEST(ZMap, overwritingKeepsSizeAndClearGoesBackToTheFirstCapacity) {
-    ZMap<int, int> map(1);
-    EXPECT_EQ(map.getCapacity(), 3);
-    for (int i = 1; i <= 100; i++) {
-        map.put(i, i);
-    }
-    map.put(50, -50);
-    EXPECT_EQ(map.getSize(), 100);
-    EXPECT_EQ(map.get(50), -50);
-    map.clear();
-    EXPECT_EQ(map.getCapacity(), 3);
-    EXPECT_EQ(map.getSize(), 0);
-    EXPECT_EQ(map.getPtr(50), nullptr);
-}
-
-TEST(ZMap, putAfterRemoveReusesTheSlotAndLeavesFreeAlone) {
-    ZMap<int, int> map(10);
-    map.put(5, 1);
-    const int free = map.getFree();
-    map.remove(5);
-    EXPECT_EQ(map.getFree(), free);
-    map.put(5, 2);
-    EXPECT_EQ(map.getFree(), free);
-    EXPECT_EQ(map.getSize(), 1);
-}
-
-// Under the address sanitizer: growing frees what the reference leads to.
-TEST(ZVector, takesItsOwnElementWhileItGrows) {
-    ZVector<int> vector(1);
-    ZVectorSafe<ZString> texts(1);
-    vector.push(7);
-    texts.push(ZString("a text that has memory of its own"));
-    for (int i = 0; i < 20; i++) {
-        vector.push(vector[0]);
-        texts.push(texts[0]);
-    }
-    EXPECT_EQ(7, vector[20]);
-    EXPECT_STREQ("a text that has memory of its own", texts[20].c_str());
+    EXPECT_EQ(map.get(nullptr), 0);
 }
 
 TEST(ZMap, compactedTableOfPassingKeysStaysSmallAndQuickToSearch) {
@@ -170,17 +100,6 @@ TEST(ZMap, compactedTableOfPassingKeysStaysSmallAndQuickToSearch) {
     EXPECT_TRUE(set.contains(100000));
 }
 
-TEST(ZMap, doublesWhenRemovalsHaveUsedUpAllFreeSlots) {
-    ZMap<int, int> map(3);
-    const int before = map.getCapacity();
-    for (int i = 1; i < 1000 && map.getCapacity() == before; i++) {
-        map.put(i, i);
-        map.remove(i);
-    }
-    EXPECT_GT(map.getCapacity(), before);
-    EXPECT_EQ(map.getSize(), 0);
-}
-
 TEST(ZSet, actsAsASetAndClearsInPlace) {
     ZSet<int> set(1);
     for (int i = 1; i <= 500; i++) {
@@ -200,24 +119,17 @@ TEST(ZSet, actsAsASetAndClearsInPlace) {
     EXPECT_THROW(ZSet<int>(0), VDKRuntimeException);
 }
 
-TEST(PrimeFinder, holdsSortedPrimesWithTheFixedEnds) {
+// A table whose capacity is no prime may search for ever.
+TEST(PrimeFinder, holdsSortedPrimes) {
     const int* primes = PrimeFinder::PRIME_CAPACITIES;
-    EXPECT_EQ(primes[0], 3);
-    EXPECT_EQ(primes[19], 311);
-    EXPECT_EQ(primes[PrimeFinder::PRIME_CAPACITIES_COUNT - 6], 1518310967);
-    EXPECT_EQ(primes[PrimeFinder::PRIME_CAPACITIES_COUNT - 1], PrimeFinder::LARGEST_PRIME);
     for (int i = 0; i < PrimeFinder::PRIME_CAPACITIES_COUNT; i++) {
         for (long d = 2; d * d <= primes[i]; d++) {
             ASSERT_NE(primes[i] % d, 0) << primes[i];
         }
-        if (i > 0) {
-            ASSERT_GT(primes[i], primes[i - 1]);
-        }
+        ASSERT_GT(primes[i], i == 0 ? 2 : primes[i - 1]);
+        ASSERT_EQ(PrimeFinder::nextPrime(primes[i]), primes[i]);
+        ASSERT_EQ(PrimeFinder::nextPrime(primes[i] - 1), primes[i]);
     }
-    EXPECT_EQ(PrimeFinder::nextPrime(1), 3);
-    EXPECT_EQ(PrimeFinder::nextPrime(312), primes[20]);
-    EXPECT_EQ(PrimeFinder::binary_search(4), ~1);
-    EXPECT_EQ(PrimeFinder::nextPrime(PrimeFinder::LARGEST_PRIME), PrimeFinder::LARGEST_PRIME);
 }
 
 TEST(ZVector, growsByDoublingAndChecksEveryIndex) {
@@ -230,10 +142,11 @@ TEST(ZVector, growsByDoublingAndChecksEveryIndex) {
     EXPECT_EQ(vector.pop(), 4);
     vector.set(0, 9);
     EXPECT_EQ(vector[0], 9);
-    EXPECT_THROW(vector.get(-1), VDKRuntimeException);
-    EXPECT_THROW(vector.get(4), VDKRuntimeException);
-    EXPECT_THROW(vector[4], VDKRuntimeException);
-    EXPECT_THROW(vector.set(4, 1), VDKRuntimeException);
+    for (int bad : {-1, 4}) {
+        EXPECT_THROW(vector.get(bad), VDKRuntimeException);
+        EXPECT_THROW(vector[bad], VDKRuntimeException);
+        EXPECT_THROW(vector.set(bad, 1), VDKRuntimeException);
+    }
     vector.clear();
     EXPECT_THROW(vector.pop(), VDKRuntimeException);
     EXPECT_THROW(vector.peek(), VDKRuntimeException);
@@ -248,30 +161,27 @@ TEST(ZVector, removesRangesAndRefusesBadOnes) {
                  {0, 5, ""},      {2, 6, nullptr},  {-1, 2, nullptr},
                  {3, 2, nullptr}, {0, -1, nullptr}, {4, 5, "0123"}};
     for (const auto& each : cases) {
-        ZVector<int> vector;
-        for (int i = 0; i < 5; i++) {
-            vector.push(i);
+        ZVector<char> vector;
+        for (char c : {'0', '1', '2', '3', '4'}) {
+            vector.push(c);
         }
         if (each.left == nullptr) {
             EXPECT_THROW(vector.removeRange(each.from, each.to), VDKRuntimeException);
             continue;
         }
         vector.removeRange(each.from, each.to);
-        std::string left;
-        for (int i = 0; i < vector.getSize(); i++) {
-            left += static_cast<char>('0' + vector[i]);
-        }
-        EXPECT_EQ(left, each.left);
+        EXPECT_EQ(std::string(vector.data(), static_cast<size_t>(vector.getSize())), each.left);
     }
 }
 
 TEST(ZVectorSafe, copiesElementsByAssignment) {
-    ZVectorSafe<Counted> vector(2);
-    vector.push({});
-    vector.push({});
-    Counted::assignments = 0;
-    vector.push({});
-    EXPECT_EQ(Counted::assignments, 3) << "two moved and one stored";
+    // Under the address sanitizer: growing frees what the reference leads to.
+    ZVectorSafe<ZString> texts(1);
+    texts.push(ZString("a text that has memory of its own"));
+    for (int i = 0; i < 20; i++) {
+        texts.push(texts[0]);
+    }
+    EXPECT_STREQ("a text that has memory of its own", texts[20].c_str());
 
     ZVectorSafe<ZString> names(1);
     for (const char* name : {"pear", "", "apple", "fig"}) {

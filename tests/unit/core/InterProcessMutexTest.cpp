@@ -1,17 +1,13 @@
 // The lock between processes, with real processes and keys of the test's own.
 #include "machine/InterProcessMutex.h"
 
+#include "DeadProcess.h"
 #include "SharedMemoryKeys.h"
 #include "core/ground/Exceptions.h"
 #include "platform/Platform.h"
 
 #include <climits>
-#include <csignal>
 #include <gtest/gtest.h>
-#include <sys/ipc.h>
-#include <sys/shm.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -27,31 +23,12 @@ protected:
         segment = outcome.segment;
     }
     void TearDown() override { shmctl(segment, IPC_RMID, nullptr); }
-
-    // The id of a process that has ended and was waited for.
-    int deadPid() {
-        const int pid = fork();
-        if (pid == 0) {
-            _exit(0);
-        }
-        waitpid(pid, nullptr, 0);
-        return pid;
-    }
     int key = 0;
     int segment = -1;
     int* word = nullptr;
 };
 
 } // namespace
-
-TEST_F(InterProcessMutexTest, ownerStandsInTheWordWhileItHoldsTheLock) {
-    InterProcessMutex mutex(key);
-    ASSERT_TRUE(mutex.isValid());
-    EXPECT_TRUE(mutex.lock());
-    EXPECT_EQ(getpid(), *word);
-    mutex.unlock();
-    EXPECT_EQ(0, *word);
-}
 
 TEST_F(InterProcessMutexTest, deadOwnerIsReplacedWithinOnePoll) {
     InterProcessMutex mutex(key);
@@ -81,15 +58,16 @@ TEST_F(InterProcessMutexTest, livingOwnerIsWaitedForAndThenGivenUp) {
     mutex.unlock();
 }
 
-TEST_F(InterProcessMutexTest, isNotRecursive) {
+TEST_F(InterProcessMutexTest, ownerStandsInTheWordWhileItHoldsTheLock) {
     InterProcessMutex mutex(key);
-    ASSERT_TRUE(mutex.lock());
-    EXPECT_FALSE(mutex.lock(150));
-    mutex.unlock();
-}
-
-TEST_F(InterProcessMutexTest, unlockLeavesTheWordToWhoeverOverwroteIt) {
-    InterProcessMutex mutex(key);
+    {
+        InterProcessLock lock(mutex);
+        EXPECT_TRUE(lock.isHeld());
+        EXPECT_EQ(getpid(), *word);
+        EXPECT_FALSE(mutex.lock(150)) << "not recursive";
+    }
+    EXPECT_EQ(0, *word);
+    // Somebody else's word is left alone.
     ASSERT_TRUE(mutex.lock());
     *word = getppid();
     mutex.unlock();
@@ -127,27 +105,6 @@ TEST_F(InterProcessMutexTest, excludesProcessesFromEachOther) {
     }
     EXPECT_EQ(processes * rounds, *counter);
     shmctl(counterSegment, IPC_RMID, nullptr);
-}
-
-TEST_F(InterProcessMutexTest, lockHolderGivesUpQuietlyAndNeverUnlocksWhatItDoesNotHold) {
-    InterProcessMutex mutex(key);
-    {
-        InterProcessLock lock(mutex);
-        EXPECT_TRUE(lock.isHeld());
-    }
-    EXPECT_EQ(0, *word);
-}
-
-TEST_F(InterProcessMutexTest, locksThatSomebodyKeepsDelayAProcessOnce) {
-    InterProcessMutex mutex(key);
-    *word = getppid();
-    const long start = Platform::monotonicTimeNs();
-    for (int i = 0; i < 20; i++) {
-        InterProcessLock lock(mutex);
-        EXPECT_FALSE(lock.isHeld());
-    }
-    // Twenty whole waits would be 40 s.
-    EXPECT_LT(Platform::monotonicTimeNs() - start, 20000 * MS);
 }
 
 TEST_F(InterProcessMutexTest, withoutASegmentItIsInvalidAndLockingFailsItsAssertion) {

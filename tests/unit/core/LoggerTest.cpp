@@ -2,15 +2,14 @@
 // test.
 #include "core/ground/Logger.h"
 
+#include "TempDir.h"
 #include "core/ground/ConfigFile.h"
 #include "core/ground/Options.h"
 #include "core/ground/Version.h"
 
-#include <cstdlib>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <string>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,47 +18,22 @@ namespace {
 
 const uid_t USER = 1234567;
 
-std::string read(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-
-// A process opens its log once: another test of this one may have done so.
-bool isLogOpen() {
-    return system(
-               ("ls -l /proc/" + std::to_string(getpid()) + "/fd | grep -q /.vdk/log/").c_str()) ==
-           0;
-}
-
 class LoggerTest : public testing::Test {
 protected:
-    void SetUp() override {
-        if (isLogOpen()) {
-            GTEST_SKIP() << "the log is open already; ctest runs each test by itself";
-        }
-        char pattern[] = "/tmp/vdk-logger-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(pattern));
-        home = pattern;
-        ASSERT_EQ(0, system(("chmod 777 " + home).c_str()));
-    }
-    void TearDown() override {
-        if (!home.empty()) {
-            ASSERT_EQ(0, system(("rm -rf " + home).c_str()));
-        }
-    }
+    void SetUp() override { ASSERT_EQ(0, chmod(home.path.c_str(), 0777)); }
 
     // Runs the body as that user; what it logs and prints is in the fields. False if this user may
     // not become another one.
     bool run(void (*body)()) {
         const int child = fork();
         if (child == 0) {
-            const std::string file = home + "/errors";
+            const std::string file = home.file("errors");
             if (setgid(USER) != 0 || setuid(USER) != 0 ||
                 freopen(file.c_str(), "w", stderr) == nullptr) {
                 _exit(99);
             }
-            setenv("HOME", home.c_str(), 1);
+            Logger::setSink(nullptr);
+            setenv("HOME", home.path.c_str(), 1);
             body();
             fflush(nullptr);
             _exit(0);
@@ -67,12 +41,12 @@ protected:
         int status = 0;
         waitpid(child, &status, 0);
         exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        errors = read(home + "/errors");
-        logFile = home + "/.vdk/log/" + std::to_string(child) + ".log";
-        log = read(logFile);
+        errors = TempDir::read(home.file("errors"));
+        logFile = home.file(".vdk/log/" + std::to_string(child) + ".log");
+        log = TempDir::read(logFile);
         return exitCode != 99;
     }
-    std::string home;
+    TempDir home;
     std::string logFile;
     std::string log;
     std::string errors;

@@ -1,6 +1,7 @@
 // The marker area on keys of the test's own: layout, cut names, dead processes, hostile records.
 #include "machine/MarkersOnSharedMemory.h"
 
+#include "DeadProcess.h"
 #include "SharedMemoryKeys.h"
 #include "core/ground/Exceptions.h"
 #include "platform/Platform.h"
@@ -10,10 +11,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
-#include <sys/ipc.h>
-#include <sys/shm.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -37,13 +34,16 @@ protected:
         slot(index).port = port;
         slot(index).state = state;
     }
-    int deadPid() {
-        const int pid = fork();
-        if (pid == 0) {
-            _exit(0);
+    // What is shown of the area, as "pid:port:state ".
+    std::string marked(int state) {
+        ZVector<Marker> found;
+        EXPECT_TRUE(markers->fillMarked(state, &found));
+        std::string text;
+        for (int i = 0; i < found.getSize(); i++) {
+            text += std::to_string(found[i].pid) + ":" + std::to_string(found[i].port) + ":" +
+                    std::to_string(found[i].state) + " ";
         }
-        waitpid(pid, nullptr, 0);
-        return pid;
+        return text;
     }
     int areaKey = 0;
     int mutexKey = 0;
@@ -52,42 +52,36 @@ protected:
 
 } // namespace
 
-TEST_F(MarkersOnSharedMemoryTest, recordLiesInTheSegmentByteByByte) {
+TEST_F(MarkersOnSharedMemoryTest, recordLiesInTheSegmentByteByByteAndKeepsItsPlace) {
+    // The second name is the shorter one: nothing of the first may be left.
+    markers->createMarker(10002, 2, "a-long-name");
     markers->createMarker(10001, 1, "shop");
-    const MarkerRecord& record = slot(getpid() % SLOTS);
     unsigned char expected[60] = {0x11, 0x27, 0, 0, 1, 0, 0, 0, 's', 'h', 'o', 'p'};
     const int pid = getpid();
     memcpy(expected + 56, &pid, 4);
-    EXPECT_EQ(0, memcmp(expected, &record, sizeof expected));
+    EXPECT_EQ(0, memcmp(expected, &slot(pid % SLOTS), sizeof expected));
+    EXPECT_EQ(std::to_string(pid) + ":10001:1 ", marked(1));
 }
 
-TEST_F(MarkersOnSharedMemoryTest, namesAreCutAtFortySevenBytes) {
-    const std::string fits(46, 'a');
-    const std::string tooLong(47, 'b');
-    markers->createMarker(1, 1, fits.c_str());
-    EXPECT_EQ(fits, markers->getSessionName(getpid()).c_str());
-    markers->createMarker(1, 1, tooLong.c_str());
-    EXPECT_EQ(std::string(44, 'b') + "...", markers->getSessionName(getpid()).c_str());
-}
-
-TEST_F(MarkersOnSharedMemoryTest, quotedNamesAreDecodedBeforeTheyAreCut) {
-    markers->createMarker(1, 1, "VDKQUOTED612c62");
-    EXPECT_STREQ("a,b", markers->getSessionName(getpid()).c_str());
-}
-
-TEST_F(MarkersOnSharedMemoryTest, shorterNameLeavesNothingOfTheLongerOne) {
-    markers->createMarker(1, 1, "a-long-name");
-    markers->createMarker(1, 1, "ab");
-    EXPECT_EQ(0, memcmp("ab\0\0\0\0\0\0\0\0\0", slot(getpid() % SLOTS).sessionName, 11));
-}
-
-TEST_F(MarkersOnSharedMemoryTest, processKeepsItsRecord) {
-    markers->createMarker(10001, 1, "one");
-    markers->createMarker(10002, 1, "two");
-    ZVector<Marker> found;
-    ASSERT_TRUE(markers->fillMarked(1, &found));
-    ASSERT_EQ(1, found.getSize());
-    EXPECT_EQ(10002, found[0].port);
+TEST_F(MarkersOnSharedMemoryTest, namesAreDecodedAndCutAtTheirField) {
+    const std::string cases[][2] = {
+        {std::string(46, 'a'), std::string(46, 'a')},
+        {std::string(47, 'b'), std::string(44, 'b') + "..."},
+        {"VDKQUOTED612c62", "a,b"},
+    };
+    for (const auto& c : cases) {
+        markers->createMarker(1, 1, c[0].c_str());
+        EXPECT_EQ(c[1], markers->getSessionName(getpid()).c_str());
+    }
+    // Without an end in the segment.
+    MarkerRecord& record = slot(getpid() % SLOTS);
+    memset(record.sessionName, 'n', sizeof record.sessionName);
+    record.zero = 'z';
+    EXPECT_EQ(std::string(47, 'n'), markers->getSessionName(getpid()).c_str());
+    EXPECT_STREQ("", markers->getSessionName(getppid()).c_str());
+    // 0 marks free slots and is nobody's id.
+    strcpy(slot(0).sessionName, "free");
+    EXPECT_STREQ("", markers->getSessionName(0).c_str());
 }
 
 TEST_F(MarkersOnSharedMemoryTest, equalRemaindersTakeAdjacentSlotsAndWrapAround) {
@@ -98,13 +92,10 @@ TEST_F(MarkersOnSharedMemoryTest, equalRemaindersTakeAdjacentSlotsAndWrapAround)
     EXPECT_EQ(&slot(0), findMarkerByPID(area, 2 * SLOTS - 1, true));
     EXPECT_EQ(&slot(6), findMarkerByPID(area, 5 + SLOTS, false));
     EXPECT_EQ(nullptr, findMarkerByPID(area, 5 + 2 * SLOTS, false));
-}
-
-TEST_F(MarkersOnSharedMemoryTest, fullAreaIsAnInternalError) {
     for (int i = 0; i < SLOTS; i++) {
         slot(i).pid = 1;
     }
-    EXPECT_THROW(findMarkerByPID(markers->getArea(), 77, true), VDKRuntimeException);
+    EXPECT_THROW(findMarkerByPID(area, 77, true), VDKRuntimeException);
     EXPECT_THROW(markers->createMarker(1, 1, "x"), VDKRuntimeException);
 }
 
@@ -123,41 +114,18 @@ TEST_F(MarkersOnSharedMemoryTest, deadProcessesAreClearedAndTheirNamesStay) {
     EXPECT_EQ(10003, slot(5).port);
 }
 
-TEST_F(MarkersOnSharedMemoryTest, fillShowsEachProcessOnceAndOnlyWantedStates) {
+TEST_F(MarkersOnSharedMemoryTest, eachProcessIsShownOnceAndOnlyInWantedStates) {
     fill(10, getpid(), 10001, 1);
     fill(11, getpid(), 10002, 1);
     fill(12, getppid(), 10003, 2);
     fill(13, 1, 10004, 3);
-    ZVector<Marker> found;
-    ASSERT_TRUE(markers->fillMarked(1, &found));
-    ASSERT_EQ(2, found.getSize());
-    EXPECT_EQ(10001, found[0].port);
-    EXPECT_EQ(1, found[1].pid);
-    EXPECT_EQ(3, found[1].state);
-}
-
-TEST_F(MarkersOnSharedMemoryTest, recordsThatNoAgentWritesAreNotShown) {
-    const int ports[] = {0, -1, 65536, INT_MIN, INT_MAX};
-    for (int i = 0; i < 5; i++) {
-        fill(20 + i, getpid(), ports[i], -1);
+    EXPECT_EQ(std::to_string(getpid()) + ":10001:1 1:10004:3 ", marked(1));
+    // What no agent writes is not shown.
+    int index = 10;
+    for (int port : {0, -1, 65536, INT_MIN, INT_MAX}) {
+        fill(index++, getpid(), port, -1);
     }
-    ZVector<Marker> found;
-    ASSERT_TRUE(markers->fillMarked(-1, &found));
-    EXPECT_EQ(0, found.getSize());
-}
-
-TEST_F(MarkersOnSharedMemoryTest, nameWithoutAnEndIsBoundedByItsField) {
-    fill(30, getpid(), 1, 1);
-    memset(slot(30).sessionName, 'n', sizeof slot(30).sessionName);
-    slot(30).zero = 'z';
-    EXPECT_EQ(std::string(47, 'n'), markers->getSessionName(getpid()).c_str());
-}
-
-TEST_F(MarkersOnSharedMemoryTest, unknownProcessHasNoName) {
-    EXPECT_STREQ("", markers->getSessionName(getppid()).c_str());
-    // 0 marks free slots and is nobody's id.
-    strcpy(slot(0).sessionName, "free");
-    EXPECT_STREQ("", markers->getSessionName(0).c_str());
+    EXPECT_EQ("", marked(-1));
 }
 
 TEST_F(MarkersOnSharedMemoryTest, areaThatCannotBeHadLeavesTheProcessUnmarked) {

@@ -1,11 +1,10 @@
 #include "core/ground/UptimeProvider.h"
 
-#include "core/ground/Logger.h"
+#include "LogLines.h"
 
 #include <atomic>
 #include <chrono>
 #include <gtest/gtest.h>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -13,8 +12,6 @@ namespace {
 
 constexpr long SECOND = 1000000000L;
 constexpr long MS = 1000000L;
-
-std::string lastLine;
 
 long nanoseconds(std::chrono::steady_clock::duration time) {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(time).count();
@@ -81,19 +78,18 @@ TEST(TimeNs, risesForEveryCallerOnManyThreads) {
 }
 
 TEST(UptimeProvider, isCorrectedForwardOnly) {
-    Logger::setSink([](const char* line) { lastLine = line; });
+    takeLog();
     UptimeProvider uptime;
     const long start = getTimeNs();
     uptime.correctUptimeMs(5000);
     EXPECT_GE(uptime.getUptimeMs(), 5000);
     const long corrected = uptime.getUptimeNs();
     EXPECT_LE(corrected, 5001 * MS + getTimeNs() - start);
-    EXPECT_EQ(lastLine.rfind("Correcting uptime: etalon=5000ms diff=", 0), 0u) << lastLine;
+    EXPECT_EQ(takeLog().rfind("Correcting uptime: etalon=5000ms diff=", 0), 0u);
     const long before = uptime.getUptimeMs();
     uptime.correctUptimeMs(10);
-    EXPECT_NE(lastLine.find("diff=-"), std::string::npos);
+    EXPECT_NE(takeLog().find("diff=-"), std::string::npos);
     EXPECT_GE(uptime.getUptimeMs(), before);
-    Logger::setSink(nullptr);
 }
 
 } // namespace
