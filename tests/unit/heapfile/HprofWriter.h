@@ -47,39 +47,38 @@ public:
         u4(0);
         u4(1234);
     }
-    void u1(uint8_t v) { out += static_cast<char>(v); }
-    void u2(uint32_t v) {
-        u1(static_cast<uint8_t>(v >> 8));
-        u1(static_cast<uint8_t>(v));
-    }
-    void u4(uint32_t v) {
-        u2(v >> 16);
-        u2(v & 0xffff);
-    }
+    void u1(uint8_t v) { value(v, 1); }
+    void u2(uint32_t v) { value(v, 2); }
+    void u4(uint32_t v) { value(v, 4); }
     void value(uint64_t v, uint32_t size) {
         for (uint32_t i = size; i > 0; i--) {
-            u1(static_cast<uint8_t>(v >> (8 * (i - 1))));
+            out += static_cast<char>(v >> (8 * (i - 1)));
         }
     }
     void id(uint64_t v) { value(v, idSize); }
-    void head(uint8_t tag, uint32_t length) {
-        u1(tag);
-        u4(0);
-        u4(length);
+    // Numbers one after the other, each with its size in bytes.
+    void put(const std::vector<std::pair<uint64_t, uint32_t>>& numbers) {
+        for (const auto& number : numbers) {
+            value(number.first, number.second);
+        }
     }
+    void head(uint8_t tag, uint32_t length) { put({{tag, 1}, {0, 4}, {length, 4}}); }
     void string(uint64_t stringId, const std::string& text) {
         head(HPROF_STRING, idSize + static_cast<uint32_t>(text.size()));
         id(stringId);
         out += text;
     }
+    // With one identifier after the other.
+    void strings(uint64_t firstId, const std::vector<const char*>& texts) {
+        for (const char* text : texts) {
+            string(firstId++, text);
+        }
+    }
     // A class's name has the class's identifier plus 1 as its own.
     void loadClass(uint64_t classId, const std::string& name) {
         string(classId + 1, name);
         head(HPROF_LOAD_CLASS, 8 + 2 * idSize);
-        u4(++serial);
-        id(classId);
-        u4(0);
-        id(classId + 1);
+        put({{++serial, 4}, {classId, idSize}, {0, 4}, {classId + 1, idSize}});
     }
     void beginDump(uint8_t tag = HPROF_HEAP_DUMP_SEGMENT) {
         head(tag, 0);
@@ -94,82 +93,58 @@ public:
     void dumpEnd() { head(HPROF_HEAP_DUMP_END, 0); }
     void classDump(uint64_t classId, uint64_t super, uint64_t loader,
                    const std::vector<Field>& statics, const std::vector<Field>& fields) {
-        u1(HPROF_CLASS_DUMP);
-        id(classId);
-        u4(0);
-        id(super);
-        id(loader);
-        for (int i = 0; i < 4; i++) {
-            id(0);
-        }
-        u4(0);
-        u2(0);
+        put({{HPROF_CLASS_DUMP, 1}, {classId, idSize}, {0, 4}, {super, idSize}, {loader, idSize}});
+        out += std::string(4 * idSize + 4 + 2, '\0');
         u2(static_cast<uint32_t>(statics.size()));
         for (const Field& field : statics) {
-            id(field.name);
-            u1(field.type);
-            value(field.value, hprofTypeSize(field.type, idSize));
+            put({{field.name, idSize},
+                 {field.type, 1},
+                 {field.value, hprofTypeSize(field.type, idSize)}});
         }
         u2(static_cast<uint32_t>(fields.size()));
         for (const Field& field : fields) {
-            id(field.name);
-            u1(field.type);
+            put({{field.name, idSize}, {field.type, 1}});
         }
     }
     // Field values in the order of the dump: own ones first. Sizes in bytes beside the values.
     void instance(uint64_t objectId, uint64_t classId,
                   const std::vector<std::pair<uint64_t, uint32_t>>& values) {
-        u1(HPROF_INSTANCE_DUMP);
-        id(objectId);
-        u4(0);
-        id(classId);
         uint32_t length = 0;
         for (const auto& v : values) {
             length += v.second;
         }
-        u4(length);
-        for (const auto& v : values) {
-            value(v.first, v.second);
-        }
+        put({{HPROF_INSTANCE_DUMP, 1}, {objectId, idSize}, {0, 4}, {classId, idSize}, {length, 4}});
+        put(values);
     }
     void objectArray(uint64_t arrayId, uint64_t classId, const std::vector<uint64_t>& elements) {
-        u1(HPROF_OBJECT_ARRAY_DUMP);
-        id(arrayId);
-        u4(0);
-        u4(static_cast<uint32_t>(elements.size()));
+        put({{HPROF_OBJECT_ARRAY_DUMP, 1}, {arrayId, idSize}, {0, 4}, {elements.size(), 4}});
         id(classId);
         for (uint64_t element : elements) {
             id(element);
         }
     }
     void byteArray(uint64_t arrayId, const std::string& bytes) {
-        u1(HPROF_PRIMITIVE_ARRAY_DUMP);
-        id(arrayId);
-        u4(0);
-        u4(static_cast<uint32_t>(bytes.size()));
-        u1(8);
+        put({{HPROF_PRIMITIVE_ARRAY_DUMP, 1},
+             {arrayId, idSize},
+             {0, 4},
+             {bytes.size(), 4},
+             {8, 1}});
         out += bytes;
     }
     void rootSystemClass(uint64_t objectId) {
-        u1(HPROF_ROOT_STICKY_CLASS);
-        id(objectId);
+        put({{HPROF_ROOT_STICKY_CLASS, 1}, {objectId, idSize}});
     }
     void rootGlobal(uint64_t objectId) {
-        u1(HPROF_ROOT_JNI_GLOBAL);
-        id(objectId);
-        id(0);
+        put({{HPROF_ROOT_JNI_GLOBAL, 1}, {objectId, idSize}, {0, idSize}});
     }
     void rootThread(uint64_t objectId, uint32_t threadSerial, uint32_t traceSerial) {
-        u1(HPROF_ROOT_THREAD_OBJECT);
-        id(objectId);
-        u4(threadSerial);
-        u4(traceSerial);
+        put({{HPROF_ROOT_THREAD_OBJECT, 1},
+             {objectId, idSize},
+             {threadSerial, 4},
+             {traceSerial, 4}});
     }
     void rootFrame(uint64_t objectId, uint32_t threadSerial, uint32_t frame) {
-        u1(HPROF_ROOT_JAVA_FRAME);
-        id(objectId);
-        u4(threadSerial);
-        u4(frame);
+        put({{HPROF_ROOT_JAVA_FRAME, 1}, {objectId, idSize}, {threadSerial, 4}, {frame, 4}});
     }
 
     uint32_t idSize;
@@ -203,12 +178,7 @@ inline HprofWriter sampleHeap(uint32_t idSize, const char* version = "1.0.2", bo
                               uint8_t dumpTag = HPROF_HEAP_DUMP_SEGMENT) {
     enum { VALUE = 0x10, CODER = 0x11, NEXT = 0x12, NUMBER = 0x13, LABEL = 0x14, HEAD = 0x15 };
     HprofWriter w(idSize, version);
-    w.string(VALUE, "value");
-    w.string(CODER, "coder");
-    w.string(NEXT, "next");
-    w.string(NUMBER, "number");
-    w.string(LABEL, "label");
-    w.string(HEAD, "head");
+    w.strings(VALUE, {"value", "coder", "next", "number", "label", "head"});
     w.loadClass(OBJECT_CLASS, "java/lang/Object");
     w.loadClass(CLASS_CLASS, "java/lang/Class");
     w.loadClass(STRING_CLASS, "java/lang/String");

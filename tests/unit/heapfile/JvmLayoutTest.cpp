@@ -17,16 +17,15 @@ std::vector<JvmLayout::ArrayGap> packedArrays(uint64_t header, uint64_t referenc
 } // namespace
 
 TEST(JvmLayout, detectsHeadersAndReferences) {
-    struct Case {
+    const struct {
         uint64_t arrayHeader;
         uint64_t reference;
         int64_t header;
-    };
-    for (Case c :
-         {Case{16, 4, 12}, Case{16, 8, 12}, Case{24, 8, 16}, Case{20, 8, 16}, Case{12, 4, 8}}) {
+    } cases[] = {{16, 4, 12}, {16, 8, 12}, {24, 8, 16}, {20, 8, 16}, {12, 4, 8}};
+    for (const auto& c : cases) {
         JvmLayout layout;
         std::vector<JvmLayout::ArrayGap> gaps = packedArrays(c.arrayHeader, c.reference);
-        // With a header of 20 references in full begin at 24, as the next test says.
+        // With a header of 20 references in full begin at 24.
         if (c.arrayHeader == 20) {
             for (JvmLayout::ArrayGap& gap : gaps) {
                 gap.gap = gap.elementSize == 0 ? 24 + 8 * gap.length : gap.gap;
@@ -38,33 +37,22 @@ TEST(JvmLayout, detectsHeadersAndReferences) {
     }
 }
 
-TEST(JvmLayout, eightByteElementsBeginAtAMultipleOfEight) {
+TEST(JvmLayout, assumesTheUsualWithoutArraysAndFillsGapsWithFieldsAsTheJvmDoes) {
     JvmLayout layout;
-    layout.detect(packedArrays(12, 4), 8, 8);
-    EXPECT_EQ(16 + 8 * 3, layout.arraySize(8, 3));
-    EXPECT_EQ(16, layout.arraySize(1, 4));
-    EXPECT_EQ(24, layout.arraySize(1, 5));
-}
-
-TEST(JvmLayout, assumesTheUsualWithoutArrays) {
-    JvmLayout layout;
+    layout.detect({}, 4, 8);
+    EXPECT_EQ(8, layout.headerSize());
+    layout.detect({}, 8, 32);
+    EXPECT_EQ(32, layout.arraySize(1, 1));
+    EXPECT_EQ(32, layout.instanceSize({"I"}, JvmLayout::Style::Packed));
     layout.detect({}, 8, 8);
     EXPECT_EQ(12, layout.headerSize());
     EXPECT_EQ(4, layout.referenceSize());
     EXPECT_NE(std::string::npos, layout.describe().find("assumed"));
-    layout.detect({}, 4, 8);
-    EXPECT_EQ(8, layout.headerSize());
-}
-
-TEST(JvmLayout, fieldsFillGapsAsTheJvmDoes) {
-    JvmLayout layout;
-    layout.detect({}, 8, 8);
-    struct Case {
+    const struct {
         std::vector<std::string> fields;
         int64_t packed;
         int64_t legacy;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {{"", "I"}, 16, 16},           // java.lang.Integer
         {{"", "J"}, 24, 24},           // java.lang.Long: a gap of 4 ahead of the value
         {{"", "JI"}, 24, 24},          // the int fills the gap
@@ -73,18 +61,11 @@ TEST(JvmLayout, fieldsFillGapsAsTheJvmDoes) {
         {{"", "J", "I"}, 24, 32},      // only newer JVMs put a subclass's field into the gap
         {{"", "B", "B", "B"}, 16, 24}, // each class's byte by itself
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(c.packed, layout.instanceSize(c.fields, JvmLayout::Style::Packed))
             << c.fields.back();
         EXPECT_EQ(c.legacy, layout.instanceSize(c.fields, JvmLayout::Style::Legacy))
             << c.fields.back();
         EXPECT_LE(layout.lowerBound(c.fields), c.packed);
     }
-}
-
-TEST(JvmLayout, alignmentOfObjectsIsRespected) {
-    JvmLayout layout;
-    layout.detect({}, 8, 32);
-    EXPECT_EQ(32, layout.arraySize(1, 1));
-    EXPECT_EQ(32, layout.instanceSize({"I"}, JvmLayout::Style::Packed));
 }

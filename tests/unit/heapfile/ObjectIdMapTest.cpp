@@ -35,44 +35,32 @@ std::set<uint64_t> randomIds(int count, uint64_t mask, uint64_t base) {
 
 } // namespace
 
-TEST(ObjectIdMap, numbersAddressesInAscendingOrder) {
-    std::set<uint64_t> ids = randomIds(20000, 0x7fffff8, 0x680000000);
-    ObjectIdMap::Builder builder(BUDGET);
-    for (uint64_t id : ids) {
-        builder.add(id);
-        builder.add(id);
+TEST(ObjectIdMap, numbersIdentifiersInAscendingOrder) {
+    const struct {
+        std::set<uint64_t> ids;
+        uint64_t budget;
+        uint64_t alignment;
+        uint64_t memory; // most that it may take
+    } cases[] = {
+        {randomIds(20000, 0x7fffff8, 0x680000000), BUDGET, 8, BUDGET},
+        {randomIds(3000, 0xffff, 1), BUDGET, 1, BUDGET},
+        {randomIds(3000, ~7ULL >> 8 & ~7ULL, 8), 1 << 20, 8, 2u << 20}, // too far apart for bitmaps
+        {{0x10020, 0x10040, 0x50000060}, BUDGET, 32, BUDGET},
+        {{}, BUDGET, 8, BUDGET},
+    };
+    for (const auto& c : cases) {
+        ObjectIdMap::Builder builder(c.budget);
+        for (uint64_t id : c.ids) {
+            builder.add(id);
+            builder.add(id);
+        }
+        ObjectIdMap map;
+        map.build(builder);
+        expectNumbered(c.ids, map);
+        EXPECT_EQ(0u, c.ids.empty() ? map.rowOf(8) + map.next(8) : 0);
+        EXPECT_EQ(c.alignment, c.ids.empty() ? 8 : map.alignment());
+        EXPECT_LE(map.memory(), c.memory);
     }
-    ObjectIdMap map;
-    map.build(builder);
-    expectNumbered(ids, map);
-    EXPECT_EQ(8u, map.alignment());
-}
-
-TEST(ObjectIdMap, numbersOddIdentifiersToo) {
-    std::set<uint64_t> ids = randomIds(3000, 0xffff, 1);
-    ObjectIdMap::Builder builder(BUDGET);
-    for (uint64_t id : ids) {
-        builder.add(id);
-    }
-    ObjectIdMap map;
-    map.build(builder);
-    expectNumbered(ids, map);
-}
-
-TEST(ObjectIdMap, givesUpBitmapsThatAreTooFarApart) {
-    std::set<uint64_t> ids = randomIds(3000, ~7ULL >> 8, 8);
-    ObjectIdMap::Builder builder(1 << 20);
-    for (uint64_t id : ids) {
-        builder.add(id & ~7ULL);
-    }
-    std::set<uint64_t> aligned;
-    for (uint64_t id : ids) {
-        aligned.insert(id & ~7ULL);
-    }
-    ObjectIdMap map;
-    map.build(builder);
-    expectNumbered(aligned, map);
-    EXPECT_LT(map.memory(), 2u << 20);
 }
 
 TEST(ObjectIdMap, mergesBuildersOfAllForms) {
@@ -94,23 +82,4 @@ TEST(ObjectIdMap, mergesBuildersOfAllForms) {
             expectNumbered(ids, map);
         }
     }
-}
-
-TEST(ObjectIdMap, findsTheAlignmentOfAllIdentifiers) {
-    ObjectIdMap::Builder builder(BUDGET);
-    builder.add(0x10020);
-    builder.add(0x10040);
-    builder.add(0x50000060);
-    ObjectIdMap map;
-    map.build(builder);
-    EXPECT_EQ(32u, map.alignment());
-}
-
-TEST(ObjectIdMap, holdsNothingAtFirst) {
-    ObjectIdMap::Builder builder(BUDGET);
-    ObjectIdMap map;
-    map.build(builder);
-    EXPECT_EQ(0u, map.size());
-    EXPECT_EQ(0u, map.rowOf(8));
-    EXPECT_EQ(0u, map.next(8));
 }
