@@ -22,32 +22,12 @@ void markFrom(const ObjectStorage& storage, ZVector<int>& stack, int* bits, int 
     }
 }
 
-bool isBadObject(RowErrors* rowErrors, const int* bits, int object) {
-    const char* condition = object == 0              ? "object != 0"
-                            : isMarked(bits, object) ? "!isMarked(bitField, object)"
-                                                     : nullptr;
-    if (condition != nullptr && rowErrors != nullptr) {
-        rowErrors->violated(condition, 0, 0);
-    }
-    return condition != nullptr;
-}
-
 void assertRow(const ObjectStorage& storage, int object) {
     const bool isRow = object >= 0 && object < storage.getObjectCount();
     Logger::assertTrue(isRow, VDK_HERE);
 }
 
 } // namespace
-
-bool markAsVisited(RowErrors* rowErrors, const ObjectStorage& storage, int object, int* bits) {
-    assertRow(storage, object);
-    if (isBadObject(rowErrors, bits, object)) {
-        return false;
-    }
-    ZVector<int> stack;
-    markFrom(storage, stack, bits, object);
-    return true;
-}
 
 bool markReachable(RowErrors* rowErrors, const ObjectStorage& storage, const int* objects,
                    int objectCount, int* bits) {
@@ -57,7 +37,10 @@ bool markReachable(RowErrors* rowErrors, const ObjectStorage& storage, const int
         if (isMarked(bits, objects[i])) {
             continue;
         }
-        if (isBadObject(rowErrors, bits, objects[i])) {
+        if (objects[i] == 0) {
+            if (rowErrors != nullptr) {
+                rowErrors->violated("object != 0", 0, 0);
+            }
             return false;
         }
         markFrom(storage, stack, bits, objects[i]);

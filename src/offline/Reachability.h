@@ -17,11 +17,8 @@ inline void setMark(int* bits, int row) {
 // In all of these `bits` has bitFieldWords(object count) words, and an object or reference that is
 // no row is an internal error.
 
-// Marks an object and all that it reaches through unmarked rows. False, reported and nothing
-// changed, for object 0 or one that is marked already.
-bool markAsVisited(RowErrors* rowErrors, const ObjectStorage& storage, int object, int* bits);
-
-// markAsVisited for each object that isn't marked yet.
+// Marks each object that isn't marked yet and all that it reaches through unmarked rows. False, and
+// reported, at object 0.
 bool markReachable(RowErrors* rowErrors, const ObjectStorage& storage, const int* objects,
                    int objectCount, int* bits);
 

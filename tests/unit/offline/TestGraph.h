@@ -9,12 +9,19 @@
 #include <cstdint>
 #include <memory>
 #include <random>
+#include <utility>
 #include <vector>
 
 // A graph as plain lists, with its dominators by the definition: d dominates w if w can't be
 // reached from the virtual root (0) without d. Nodes run from 1 below count.
 struct TestGraph {
-    explicit TestGraph(int nodeCount) : count(nodeCount), references(nodeCount) {}
+    explicit TestGraph(int nodeCount, std::vector<int> rootNodes = {},
+                       const std::vector<std::pair<int, int>>& edges = {})
+        : count(nodeCount), references(nodeCount), roots(std::move(rootNodes)) {
+        for (const auto& edge : edges) {
+            add(edge.first, edge.second);
+        }
+    }
 
     void add(int from, int to) { references[from].push_back(to); }
 
@@ -146,17 +153,5 @@ inline TestGraph randomGraph(unsigned seed) {
             graph.allowed[below(graph.count)] = false;
         }
     }
-    return graph;
-}
-
-// The graph of Lengauer and Tarjan's paper: R=1, A..L = 2..13.
-inline TestGraph paperGraph() {
-    TestGraph graph(14);
-    const char* edges = "RA RB RC AD BA BD BE CF CG DL EH FI GI GJ HE HK IK JI KI KR LH";
-    const auto node = [](char letter) { return letter == 'R' ? 1 : letter - 'A' + 2; };
-    for (const char* edge = edges; *edge != 0; edge += edge[2] == 0 ? 2 : 3) {
-        graph.add(node(edge[0]), node(edge[1]));
-    }
-    graph.roots = {1};
     return graph;
 }

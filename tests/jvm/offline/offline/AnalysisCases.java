@@ -209,7 +209,7 @@ final class AnalysisCases {
         osNdelete(again);
     }
 
-    /** The same graph and digest as in the native unit test: keep in sync with DigestTest.cpp. */
+    /** The digest of dominators and sizes that the engine gave when it was proved right. */
     public static void aLargeGraphGivesTheDigestOfTheEngine() {
         int count = 300001;
         long storage = osNcreate(count, (byte) 1, "");
