@@ -35,11 +35,10 @@ private:
 };
 
 // A descriptor read from its current position: a file, a pipe or a socket. The descriptor stays the
-// caller's. A regular file has a known size; a socket on which nothing arrives for timeoutMs (-1
-// for no limit) counts as ended with an error.
+// caller's. A regular file has a known size.
 class DescriptorSource : public ByteSource {
 public:
-    explicit DescriptorSource(int descriptor, int timeoutMs = -1);
+    explicit DescriptorSource(int descriptor);
     ~DescriptorSource() override;
     DescriptorSource(const DescriptorSource&) = delete;
     DescriptorSource& operator=(const DescriptorSource&) = delete;
@@ -51,31 +50,7 @@ private:
     static constexpr int BUFFER_SIZE = 1 << 18;
 
     int file;
-    int timeout;
     long total;
     unsigned char* buffer;
-    ZString error;
-};
-
-// A whole file, mapped. For files that nobody shortens meanwhile: touching a page behind a new end
-// kills the process. DescriptorSource has no such condition.
-class MappedFileSource : public ByteSource {
-public:
-    explicit MappedFileSource(const char* path);
-    ~MappedFileSource() override;
-    MappedFileSource(const MappedFileSource&) = delete;
-    MappedFileSource& operator=(const MappedFileSource&) = delete;
-    // False if the file could not be opened and mapped; getErrorMessage tells why.
-    bool isOpen() const { return error.isEmpty(); }
-    bool nextPiece(const unsigned char** bytes, long* count) override;
-    long getTotalSize() const override { return total; }
-    const ZString& getErrorMessage() const override { return error; }
-    // All bytes; null for an empty file.
-    const unsigned char* data() const { return bytes; }
-
-private:
-    unsigned char* bytes;
-    long total;
-    bool given;
     ZString error;
 };

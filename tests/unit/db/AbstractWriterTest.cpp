@@ -2,65 +2,45 @@
 
 #include "DBTestSupport.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 
-namespace {
-template <typename Write>
-std::string written(Write&& write) {
-    MemoryWriter writer;
-    write(writer);
-    return hex(writer.take());
-}
-} // namespace
-
-TEST(AbstractWriter, primitivesAreLittleEndian) {
-    EXPECT_EQ("34", written([](AbstractWriter& w) { w.writeByte(0x1234); }));
-    EXPECT_EQ("34 12", written([](AbstractWriter& w) { w.writeShort(0x551234); }));
-    EXPECT_EQ("04 03 02 01", written([](AbstractWriter& w) { w.writeInt(0x01020304); }));
-    EXPECT_EQ("FE FF FF FF", written([](AbstractWriter& w) { w.writeInt(-2); }));
-    EXPECT_EQ("08 07 06 05 04 03 02 01",
-              written([](AbstractWriter& w) { w.writeLong(0x0102030405060708L); }));
-    EXPECT_EQ("FF FF FF FF FF FF FF FF", written([](AbstractWriter& w) { w.writeLong(-1); }));
-    EXPECT_EQ("00 00 80 3F", written([](AbstractWriter& w) { w.writeFloat(1.0f); }));
-    EXPECT_EQ("00 00 00 00 00 00 F0 3F", written([](AbstractWriter& w) { w.writeDouble(1.0); }));
-}
-
-TEST(AbstractWriter, objectIdsHaveTheWidthOfTheWriter) {
-    MemoryWriter narrow(64, true);
-    narrow.writeOID(0x1122334455667788L);
-    EXPECT_EQ("88 77 66 55", hex(narrow.take()));
-    MemoryWriter wide(64, false);
-    wide.writeOID(0x1122334455667788L);
-    EXPECT_EQ("88 77 66 55 44 33 22 11", hex(wide.take()));
-}
-
-TEST(AbstractWriter, stringsTellNullFromEmpty) {
-    EXPECT_EQ("FF FF FF FF", written([](AbstractWriter& w) { w.writeString(nullptr); }));
-    EXPECT_EQ("00 00 00 00", written([](AbstractWriter& w) { w.writeString(""); }));
-    EXPECT_EQ("02 00 00 00 68 69", written([](AbstractWriter& w) { w.writeString("hi"); }));
-    EXPECT_EQ("02 00 00 00 41 00 E4 20",
-              written([](AbstractWriter& w) { w.writeWString(2, L"A\u20E4"); }));
-}
-
-TEST(AbstractWriter, primitiveArraysFollowTheirLetter) {
+TEST(AbstractWriter, everyKindOfValueHasItsBytes) {
     const long longs[] = {1, -1};
     const short shorts[] = {-2, 3};
     const double doubles[] = {1.0};
     const unsigned char bytes[] = {1, 255};
-    EXPECT_EQ("01 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF",
-              written([&](AbstractWriter& w) { EXPECT_TRUE(w.writePrimitives(longs, 'J', 2)); }));
-    EXPECT_EQ("FE FF 03 00",
-              written([&](AbstractWriter& w) { EXPECT_TRUE(w.writePrimitives(shorts, 'S', 2)); }));
-    EXPECT_EQ("FE FF",
-              written([&](AbstractWriter& w) { EXPECT_TRUE(w.writePrimitives(shorts, 'C', 1)); }));
-    EXPECT_EQ("00 00 00 00 00 00 F0 3F",
-              written([&](AbstractWriter& w) { EXPECT_TRUE(w.writePrimitives(doubles, 'D', 1)); }));
-    EXPECT_EQ("01 FF",
-              written([&](AbstractWriter& w) { EXPECT_TRUE(w.writePrimitives(bytes, 'B', 2)); }));
-    EXPECT_EQ("01",
-              written([&](AbstractWriter& w) { EXPECT_TRUE(w.writePrimitives(bytes, 'Z', 1)); }));
-    EXPECT_EQ("",
-              written([&](AbstractWriter& w) { EXPECT_FALSE(w.writePrimitives(bytes, 'X', 2)); }));
+    const struct {
+        std::function<void(AbstractWriter&)> write;
+        const char* expected;
+    } cases[] = {
+        {[](AbstractWriter& w) { w.writeByte(0x1234); }, "34"},
+        {[](AbstractWriter& w) { w.writeShort(0x551234); }, "34 12"},
+        {[](AbstractWriter& w) { w.writeLong(0x0102030405060708L); }, "08 07 06 05 04 03 02 01"},
+        {[](AbstractWriter& w) { w.writeFloat(1.0f); }, "00 00 80 3F"},
+        {[](AbstractWriter& w) { w.writeDouble(1.0); }, "00 00 00 00 00 00 F0 3F"},
+        {[](AbstractWriter& w) { w.writeOID(0x1122334455667788L); }, "88 77 66 55"},
+        {[](AbstractWriter& w) { w.writeString(nullptr); }, "FF FF FF FF"},
+        {[](AbstractWriter& w) { w.writeString("hi"); }, "02 00 00 00 68 69"},
+        {[](AbstractWriter& w) { w.writeWString(2, L"A\u20E4"); }, "02 00 00 00 41 00 E4 20"},
+        {[&](AbstractWriter& w) { EXPECT_TRUE(w.writePrimitives(longs, 'J', 2)); },
+         "01 00 00 00 00 00 00 00 FF FF FF FF FF FF FF FF"},
+        {[&](AbstractWriter& w) { EXPECT_TRUE(w.writePrimitives(shorts, 'S', 2)); }, "FE FF 03 00"},
+        {[&](AbstractWriter& w) { EXPECT_TRUE(w.writePrimitives(shorts, 'C', 1)); }, "FE FF"},
+        {[&](AbstractWriter& w) { EXPECT_TRUE(w.writePrimitives(doubles, 'D', 1)); },
+         "00 00 00 00 00 00 F0 3F"},
+        {[&](AbstractWriter& w) { EXPECT_TRUE(w.writePrimitives(bytes, 'B', 2)); }, "01 FF"},
+        {[&](AbstractWriter& w) { EXPECT_TRUE(w.writePrimitives(bytes, 'Z', 1)); }, "01"},
+        {[&](AbstractWriter& w) { EXPECT_FALSE(w.writePrimitives(bytes, 'X', 2)); }, ""},
+    };
+    for (const auto& c : cases) {
+        MemoryWriter writer;
+        c.write(writer);
+        EXPECT_EQ(c.expected, hex(writer.take()));
+    }
+    MemoryWriter wide(64, false);
+    wide.writeOID(0x1122334455667788L);
+    EXPECT_EQ("88 77 66 55 44 33 22 11", hex(wide.take()));
 }
 
 // However values lie across the end of the buffer, the bytes are those of single writes, and every
@@ -97,5 +77,4 @@ TEST(AbstractWriter, aFlushThatKeepsItsBytesIsAnInternalError) {
     StuckWriter writer;
     writer.writeInt(1);
     EXPECT_THROW(writer.writeByte(1), VDKRuntimeException);
-    takeLog();
 }

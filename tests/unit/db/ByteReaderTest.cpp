@@ -65,30 +65,45 @@ TEST(ByteReader, readsWhatTheWriterWroteWhateverThePieces) {
     }
 }
 
-TEST(ByteReader, endOfInputNamesPlaceAndOffset) {
-    const std::string bytes = bytesOf("01 02 03 04 05");
-    MemorySource source(bytes.data(), 5);
-    ByteReader reader(source);
-    reader.setTable("thread");
-    reader.setRow(7);
-    reader.setField("trn");
-    reader.readInt();
-    EXPECT_EQ("the input ends too early, in thread, row 7, trn, at offset 5",
-              messageOf([&] { reader.readInt(); }));
-}
-
-TEST(ByteReader, textLengthsAreCheckedBeforeMemoryIsTaken) {
-    const char* const hostile[][2] = {
-        {"FE FF FF FF", "negative text length -2, at offset 4"},
-        {"00 00 00 80", "negative text length -2147483648, at offset 4"},
-        {"FF FF FF 7F 61", "2147483647 bytes of text, but only 1 bytes are left, at offset 4"},
-        {"02 00 00 00 61 00", "a text holds a zero byte, at offset 6"},
+TEST(ByteReader, badInputIsToldWithItsPlace) {
+    const struct {
+        const char* bytes;
+        void (*read)(ByteReader& reader);
+        const char* message;
+    } cases[] = {
+        {"01 02 03 04 05",
+         [](ByteReader& reader) {
+             reader.setTable("thread");
+             reader.setRow(7);
+             reader.setField("trn");
+             reader.readInt();
+             reader.readInt();
+         },
+         "the input ends too early, in thread, row 7, trn, at offset 5"},
+        // Lengths are checked before memory is taken.
+        {"FE FF FF FF", [](ByteReader& r) { textOf(r); }, "negative text length -2, at offset 4"},
+        {"00 00 00 80", [](ByteReader& r) { textOf(r); },
+         "negative text length -2147483648, at offset 4"},
+        {"FF FF FF 7F 61", [](ByteReader& r) { textOf(r); },
+         "2147483647 bytes of text, but only 1 bytes are left, at offset 4"},
+        {"02 00 00 00 61 00", [](ByteReader& r) { textOf(r); },
+         "a text holds a zero byte, at offset 6"},
+        {"FF FF FF FF", [](ByteReader& r) { r.readText(); }, "a text is missing, at offset 4"},
+        {"05 00 00 00", [](ByteReader& r) { r.readIntInRange("slot", 32, 127); },
+         "slot 5 is not from 32 to 127, at offset 4"},
+        {"00 00", [](ByteReader& r) { r.expect("rows", -1, 4); },
+         "-1 rows make no sense, at offset 0"},
+        {"00 00", [](ByteReader& r) { r.expect("rows", 1, 4); },
+         "1 rows, but only 2 bytes are left, at offset 0"},
+        {"00 00", [](ByteReader& r) { r.expect("rows", 2, 1); }, ""},
+        {"00 00", [](ByteReader& r) { r.skip(3); },
+         "3 bytes, but only 2 bytes are left, at offset 0"},
     };
-    for (const auto& row : hostile) {
-        const std::string bytes = bytesOf(row[0]);
+    for (const auto& c : cases) {
+        const std::string bytes = bytesOf(c.bytes);
         MemorySource source(bytes.data(), static_cast<long>(bytes.size()));
         ByteReader reader(source);
-        EXPECT_EQ(row[1], messageOf([&] { textOf(reader); }));
+        EXPECT_EQ(c.message, messageOf([&] { c.read(reader); }));
     }
 }
 
@@ -104,31 +119,7 @@ TEST(ByteReader, hugeTextOfUnknownInputTakesMemoryAsItArrives) {
     EXPECT_EQ(std::string(200000, 'y'), textOf(wholeReader));
 }
 
-TEST(ByteReader, missingTextIsRefusedWhereOneMustStand) {
-    const std::string bytes = bytesOf("FF FF FF FF");
-    MemorySource source(bytes.data(), 4);
-    ByteReader reader(source);
-    EXPECT_EQ("a text is missing, at offset 4", messageOf([&] { reader.readText(); }));
-}
-
-TEST(ByteReader, rangesAndCountsAreChecked) {
-    const std::string bytes = bytesOf("05 00 00 00 00 00");
-    MemorySource source(bytes.data(), 6);
-    ByteReader reader(source);
-    EXPECT_EQ("slot 5 is not from 32 to 127, at offset 4",
-              messageOf([&] { reader.readIntInRange("slot", 32, 127); }));
-    EXPECT_EQ("-1 rows make no sense, at offset 4",
-              messageOf([&] { reader.expect("rows", -1, 4); }));
-    EXPECT_EQ("1 rows, but only 2 bytes are left, at offset 4",
-              messageOf([&] { reader.expect("rows", 1, 4); }));
-    EXPECT_EQ("", messageOf([&] { reader.expect("rows", 2, 1); }));
-    EXPECT_EQ("3 bytes, but only 2 bytes are left, at offset 4",
-              messageOf([&] { reader.skip(3); }));
-    reader.skip(2);
-    EXPECT_TRUE(reader.isAtEnd());
-}
-
-TEST(DescriptorSource, readsAPipeAndAFile) {
+TEST(DescriptorSource, readsAPipeAndTellsWhatCannotBeRead) {
     int ends[2];
     ASSERT_EQ(0, pipe(ends));
     std::thread feeder([&] {
@@ -147,45 +138,9 @@ TEST(DescriptorSource, readsAPipeAndAFile) {
     EXPECT_TRUE(reader.isAtEnd());
     feeder.join();
     close(ends[0]);
-}
-
-TEST(DescriptorSource, silenceEndsTheInputWithAnError) {
-    int ends[2];
-    ASSERT_EQ(0, pipe(ends));
-    DescriptorSource source(ends[0], 20);
-    ByteReader reader(source);
-    EXPECT_EQ("the input cannot be read: no data for 20 ms, at offset 0",
-              messageOf([&] { reader.readInt(); }));
-    close(ends[0]);
-    close(ends[1]);
-}
-
-TEST(DescriptorSource, unreadableDescriptorIsAnError) {
     const int directory = open("/tmp", O_RDONLY);
-    DescriptorSource source(directory);
-    ByteReader reader(source);
+    DescriptorSource unreadable(directory);
     EXPECT_EQ("the input cannot be read: Is a directory, at offset 0",
-              messageOf([&] { reader.peekByte(); }));
+              messageOf([&] { ByteReader(unreadable).peekByte(); }));
     close(directory);
-}
-
-TEST(MappedFileSource, mapsAFileAndTellsWhyItCannot) {
-    char path[] = "/tmp/vdk-mapped-XXXXXX";
-    const int file = mkstemp(path);
-    {
-        MappedFileSource empty(path);
-        EXPECT_TRUE(empty.isOpen());
-        ByteReader reader(empty);
-        EXPECT_TRUE(reader.isAtEnd());
-    }
-    ASSERT_EQ(4, write(file, "\x01\x02\x03\x04", 4));
-    MappedFileSource source(path);
-    EXPECT_EQ(4, source.getTotalSize());
-    ByteReader reader(source);
-    EXPECT_EQ(0x04030201, reader.readInt());
-    EXPECT_TRUE(reader.isAtEnd());
-    unlink(path);
-    close(file);
-    EXPECT_STREQ("No such file or directory", MappedFileSource(path).getErrorMessage().c_str());
-    EXPECT_STREQ("not a regular file", MappedFileSource("/tmp").getErrorMessage().c_str());
 }

@@ -1,26 +1,8 @@
 #include "DBTestSupport.h"
 
-#include "db/Progress.h"
 #include "db/SnapshotCommon.h"
 
 #include <cstdio>
-
-namespace {
-std::string& logLines() {
-    static std::string lines;
-    return lines;
-}
-const bool logIsCollected = [] {
-    Logger::setSink([](const char* line) { logLines().append(line).append("\n"); });
-    return true;
-}();
-} // namespace
-
-std::string takeLog() {
-    std::string lines;
-    lines.swap(logLines());
-    return logIsCollected ? lines : std::string();
-}
 
 std::string hex(const std::string& bytes) {
     std::string text;
@@ -103,6 +85,13 @@ void fillSample(DB& db) {
         events->setStringColumn(row, 1, names[i % 3]);
         row[0] = i == 3 ? -1 : 1;
     }
+}
+
+std::string tableOf(AbstractTable& table, int stamp) {
+    MemoryWriter writer;
+    Progress progress;
+    table.writeTable(writer, stamp, 0, 0, &progress);
+    return writer.take();
 }
 
 std::string streamOf(DB& db) {

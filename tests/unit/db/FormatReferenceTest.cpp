@@ -1,48 +1,37 @@
 // The reference of tables and fields in docs/format-tables.md is made from the record catalogue.
 
 #include "SourceFolder.h"
+#include "TempDir.h"
 #include "db/Records.h"
 #include "db/SnapshotCommon.h"
 
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <map>
 #include <sstream>
 #include <string>
 
 namespace {
 const char* typeName(FieldType type) {
-    switch (type) {
-    case FIELD_LONG:
-        return "long";
-    case FIELD_TEXT:
-        return "string";
-    case FIELD_TELE:
-        return "17 ints";
-    default:
-        return "int";
-    }
+    return type == FIELD_LONG   ? "long"
+           : type == FIELD_TEXT ? "string"
+           : type == FIELD_TELE ? "17 ints"
+                                : "int";
 }
 
-const char* meaningName(FieldMeaning meaning) {
-    switch (meaning) {
-    case STRING_ROW:
-        return "row of `string`, 0 for none: ";
-    case STRING_OR_NUMBER:
-        return "row of `string`, or a plain number: ";
-    case FRAME_ROW:
-        return "row of `frame`: ";
-    case FRAME_LINK:
-        return "row of `frame`, -1 for none: ";
-    case METHOD_ROW:
-        return "row of `method`: ";
-    case THREAD_NUMBER:
-        return "thread number: ";
-    case THREAD_INDEX:
-        return "thread key: ";
-    default:
-        return "";
-    }
+std::string meaningName(FieldMeaning meaning) {
+    const std::map<FieldMeaning, const char*> names = {
+        {STRING_ROW, "row of `string`, 0 for none: "},
+        {STRING_OR_NUMBER, "row of `string`, or a plain number: "},
+        {FRAME_ROW, "row of `frame`: "},
+        {FRAME_LINK, "row of `frame`, -1 for none: "},
+        {METHOD_ROW, "row of `method`: "},
+        {THREAD_NUMBER, "thread number: "},
+        {THREAD_INDEX, "thread key: "},
+    };
+    const auto found = names.find(meaning);
+    return found == names.end() ? "" : found->second;
 }
 
 template <typename T>
@@ -89,31 +78,20 @@ std::string reference() {
 #undef VDK_DESCRIBE_FLAG
     return out.str();
 }
-
-std::string documentPath() {
-    return sourceFolder() + "/docs/format-tables.md";
-}
 } // namespace
 
-TEST(FormatReference, documentFollowsTheCatalogue) {
-    std::ifstream file(documentPath());
-    ASSERT_TRUE(file.is_open()) << documentPath();
-    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+TEST(FormatReference, documentFollowsTheCatalogueAndNamesTheMagicAndTags) {
+    const std::string path = sourceFolder() + "/docs/format-tables.md";
+    std::string text = TempDir::read(path);
     const size_t start = text.find("-->\n", text.find("<!-- generated")) + 4;
     const size_t end = text.find("<!-- end -->");
-    ASSERT_NE(std::string::npos, end);
+    ASSERT_NE(std::string::npos, end) << path;
     if (getenv("VDK_UPDATE_DOCS") != nullptr) {
         text.replace(start, end - start, reference());
-        std::ofstream(documentPath()) << text;
+        std::ofstream(path) << text;
         return;
     }
     EXPECT_EQ(reference(), text.substr(start, end - start));
-}
-
-TEST(FormatReference, documentNamesTheMagicAndTags) {
-    std::ifstream file(documentPath());
-    const std::string text((std::istreambuf_iterator<char>(file)),
-                           std::istreambuf_iterator<char>());
     const std::string magic(SNAPSHOT_MAGIC, SNAPSHOT_MAGIC_SIZE - 2);
     EXPECT_NE(std::string::npos, text.find('"' + magic + "\", byte 0A, byte 1A"));
     for (int tag : {SNAPSHOT_FORMAT_BYTE, SNAPSHOT_USER_TABLE_TAG, SNAPSHOT_HEAP_TAG,

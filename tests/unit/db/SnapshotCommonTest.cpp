@@ -1,39 +1,26 @@
 #include "db/SnapshotCommon.h"
 
 #include "DBTestSupport.h"
+#include "TempDir.h"
 #include "core/ground/Version.h"
-#include "db/Progress.h"
 #include "db/SnapshotWriter.h"
 
 #include <ctime>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 namespace {
 std::string headerBytes(long flags) {
-    char path[] = "/tmp/vdk-snapshot-header-XXXXXX";
-    const int file = mkstemp(path);
-    EXPECT_GE(file, 0);
-    unlink(path);
+    TempDir dir;
+    const int file = open(dir.file("header").c_str(), O_RDWR | O_CREAT, 0600);
     {
         SnapshotWriter writer(file);
         writeSnapshotHeader(0x11223344, "app", writer, flags, SNAPSHOT_FORMAT_VALUE);
     }
-    std::string bytes(1000, 0);
-    const ssize_t count = pread(file, &bytes[0], bytes.size(), 0);
-    bytes.resize(static_cast<size_t>(count));
     close(file);
-    return bytes;
+    return TempDir::read(dir.file("header"));
 }
-
-struct RecordingRefresh : TableRefresh {
-    void bringUpToDate(const TableSet& set) override {
-        calls++;
-        mask = set.mask;
-    }
-    int calls = 0;
-    int mask = 0;
-};
 } // namespace
 
 TEST(SnapshotCommon, headerByteByByte) {
@@ -62,23 +49,6 @@ TEST(SnapshotCommon, headerByteByByte) {
                           "03 00 00 00") +
                   "app"),
               hex(header));
-}
-
-TEST(SnapshotCommon, headersAreNumberedAndTellOfCallCounts) {
-    ourSnapshotCount = 5;
-    ourContainsInvocations = true;
-    const std::string header = headerBytes(SNAPSHOT_CAUSE_SHUTDOWN);
-    ourContainsInvocations = false;
-    EXPECT_EQ(6, ourSnapshotCount);
-    const size_t number = 56 + 1 + 4 + 39 + 8;
-    EXPECT_EQ("05 00 00 00", hex(header.substr(number, 4)));
-    EXPECT_EQ("28 02 00 00 00 00 00 00", hex(header.substr(number + 16, 8)));
-}
-
-TEST(SnapshotCommon, nothingNewIsSlotsAndZeroes) {
-    DB db(-1, -1);
-    EXPECT_EQ(hex(intBytes(1) + intBytes(0) + intBytes(15) + intBytes(0) + intBytes(-1)),
-              hex(socketStreamOf(db, 1 << SLOT_Thread | 1 << SLOT_Telemetry, nullptr)));
 }
 
 TEST(SnapshotCommon, oneEncodedStreamByteByByte) {
@@ -122,6 +92,9 @@ TEST(SnapshotCommon, allTablesAreAllButAllocatorWithMarkers) {
     EXPECT_EQ(0x7efff, ALL_TABLES_MASK);
     DB db(-1, -1);
     db.createUserTableByDescription("T\n0\n");
+    MemoryWriter descriptions;
+    writeUserTableDescriptions(&db, descriptions);
+    EXPECT_EQ(hex("5" + intBytes(32) + intBytes(4) + "T\n0\n"), hex(descriptions.take()));
     db.allocatorTable->setRecordModificationStamp(1, 1);
     std::string expected;
     for (int slot = 0; slot < CORE_TABLE_COUNT; slot++) {
@@ -141,10 +114,7 @@ TEST(SnapshotCommon, selectionOfNothingWritesNothing) {
     EXPECT_EQ(0, (TableSet{0, 1000000}.count(db)));
     EXPECT_FALSE((TableSet{-1, 1000000}.contains(db, 128)));
     EXPECT_FALSE((TableSet{-1, 1000000}.contains(db, -1)));
-}
-
-TEST(SnapshotCommon, limitSelectsUserTablesBelowIt) {
-    DB db(-1, -1);
+    // The limit selects the user tables below it.
     for (int i = 0; i < 3; i++) {
         db.createUserTableByDescription("T\n0\n");
     }
@@ -153,43 +123,21 @@ TEST(SnapshotCommon, limitSelectsUserTablesBelowIt) {
     EXPECT_EQ(4, (TableSet{1, 128}.count(db)));
 }
 
-TEST(SnapshotCommon, onlyTheDatabaseOfTheProcessIsBroughtUpToDate) {
-    DB db(-1, -1);
-    MemoryWriter writer;
-    Progress progress;
-    RecordingRefresh refresh;
-    DB* previous = ourDB;
-    ourDB = nullptr;
-    writeTables(&db, writer, TableSet{2, 0}, 0, 0, &progress, nullptr, false, &refresh);
-    EXPECT_EQ(0, refresh.calls);
-    ourDB = &db;
-    writeTables(&db, writer, TableSet{2, 0}, 0, 0, &progress, nullptr, false, &refresh);
-    EXPECT_EQ(1, refresh.calls);
-    EXPECT_EQ(2, refresh.mask);
-    writeTables(&db, writer, TableSet{2, 0}, 0, 0, &progress, nullptr, false, nullptr);
-    ourDB = previous;
-    EXPECT_THROW(writeTables(&db, writer, TableSet{2, 0}, 0, 0, nullptr, nullptr, false, nullptr),
-                 VDKRuntimeException);
-    takeLog();
-}
-
-TEST(SnapshotCommon, progressIsSharedOutAmongTheTables) {
+TEST(SnapshotCommon, progressIsSharedOutAmongTablesAndRows) {
     DB db(-1, -1);
     for (int slot : {SLOT_Thread, SLOT_Method, SLOT_Monitor, SLOT_Frame}) {
         db.tables[slot]->setRecordModificationStamp(1, 1);
     }
-    MemoryWriter writer;
-    Progress progress;
-    writeTables(&db, writer, TableSet{2 | 4 | 32 | 256, 0}, 10, 90, &progress, nullptr, false,
-                nullptr);
+    const auto lastPercent = [&] {
+        MemoryWriter writer;
+        Progress progress;
+        writeTables(&db, writer, {2 | 4 | 32 | 256, 0}, 10, 90, &progress, nullptr, false, nullptr);
+        return progress.getLastPercent();
+    };
     // The last table has the steps 70 to 90, and its first row reports their start.
-    EXPECT_EQ(70, progress.getLastPercent());
-}
-
-TEST(SnapshotCommon, userTableDescriptionsStandAheadOfTheTables) {
-    DB db(-1, -1);
-    db.createUserTableByDescription("T\n0\n");
-    MemoryWriter writer;
-    writeUserTableDescriptions(&db, writer);
-    EXPECT_EQ(hex("5" + intBytes(32) + intBytes(4) + "T\n0\n"), hex(writer.take()));
+    EXPECT_EQ(70, lastPercent());
+    for (int row = 2; row <= 4; row++) {
+        db.frameTable->setRecordModificationStamp(row, 1);
+    }
+    EXPECT_EQ(85, lastPercent());
 }

@@ -1,4 +1,5 @@
 #include "DBTestSupport.h"
+#include "TempDir.h"
 #include "db/PieceWriter.h"
 #include "db/Progress.h"
 #include "db/SnapshotWriter.h"
@@ -8,7 +9,6 @@
 #include <chrono>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -32,48 +32,34 @@ struct SocketPair {
     }
     int ends[2];
 };
-} // namespace
 
-TEST(SocketWriter, sendsEverythingToASlowReader) {
-    SocketPair pair;
-    std::string received;
-    std::thread reader([&] { received = pair.readAll(1); });
-    {
-        SocketWriter writer(pair.ends[0], 120000);
-        for (int i = 0; i < 1000000; i++) {
-            writer.writeInt(i);
-        }
+// The file holds the ints from 0; closes it.
+void expectInts(int file, int count) {
+    ASSERT_EQ(count * 4L, lseek(file, 0, SEEK_END));
+    std::vector<int> read(static_cast<size_t>(count));
+    ASSERT_EQ(count * 4L, pread(file, read.data(), static_cast<size_t>(count) * 4, 0));
+    for (int i = 0; i < count; i++) {
+        ASSERT_EQ(i, read[static_cast<size_t>(i)]);
     }
-    shutdown(pair.ends[0], SHUT_WR);
-    reader.join();
-    ASSERT_EQ(4000000u, received.size());
-    EXPECT_EQ(intBytes(999999), received.substr(3999996));
+    close(file);
 }
+
+int anonymousFile() {
+    TempDir dir;
+    return open(dir.file("x").c_str(), O_RDWR | O_CREAT, 0600);
+}
+} // namespace
 
 TEST(SocketWriter, aVanishedReaderStopsNothing) {
     SocketPair pair;
     shutdown(pair.ends[1], SHUT_RDWR);
-    SocketWriter writer(pair.ends[0]);
-    for (int i = 0; i < 100000; i++) {
-        writer.writeInt(i);
-    }
-    writer.flush();
-    EXPECT_EQ(0, writer.getUsed());
-}
-
-TEST(SocketWriter, aReaderThatTakesNothingIsCutOff) {
-    SocketPair pair;
-    {
-        SocketWriter writer(pair.ends[0], 50);
-        for (int i = 0; i < 1000000; i++) {
+    for (int descriptor : {pair.ends[0], -1}) {
+        SocketWriter writer(descriptor);
+        for (int i = 0; i < 100000; i++) {
             writer.writeInt(i);
         }
-    }
-    // What was sent arrives without a hole, and then the connection ends.
-    const std::string received = pair.readAll(1);
-    EXPECT_LT(received.size(), 4000000u);
-    for (size_t at = 0; at + 4 <= received.size(); at += 4) {
-        ASSERT_EQ(intBytes(static_cast<int>(at / 4)), received.substr(at, 4));
+        writer.flush();
+        EXPECT_EQ(0, writer.getUsed());
     }
 }
 
@@ -101,17 +87,11 @@ TEST(SocketWriter, aReaderThatTakesAlmostNothingIsCutOff) {
     pauseMs = 0;
     shutdown(pair.ends[0], SHUT_WR);
     reader.join();
+    // What was sent arrives without a hole.
     EXPECT_LT(received.size(), 200000u);
     for (size_t at = 0; at + 4 <= received.size(); at += 4) {
         ASSERT_EQ(intBytes(static_cast<int>(at / 4)), received.substr(at, 4));
     }
-}
-
-TEST(SocketWriter, aBadDescriptorIsNoError) {
-    SocketWriter writer(-1);
-    writer.writeInt(1);
-    writer.flush();
-    EXPECT_EQ(0, writer.getUsed());
 }
 
 TEST(SnapshotWriter, firstErrorIsKeptAndWritingGoesOn) {
@@ -137,10 +117,7 @@ namespace {
 // Writes so many ints and compares what is in the file then; true if all were there before the end.
 template <typename Writer>
 void expectWritten(int count, long bytesBeforeTheEnd) {
-    char path[] = "/tmp/vdk-snapshot-writer-XXXXXX";
-    const int file = mkstemp(path);
-    ASSERT_GE(file, 0);
-    unlink(path);
+    const int file = anonymousFile();
     {
         Writer writer(file);
         for (int i = 0; i < count; i++) {
@@ -149,14 +126,7 @@ void expectWritten(int count, long bytesBeforeTheEnd) {
         EXPECT_EQ(bytesBeforeTheEnd, lseek(file, 0, SEEK_END));
         EXPECT_EQ(nullptr, writer.getErrorMessage());
     }
-    const long size = count * 4L;
-    ASSERT_EQ(size, lseek(file, 0, SEEK_END));
-    std::vector<int> read(static_cast<size_t>(count));
-    ASSERT_EQ(size, pread(file, read.data(), static_cast<size_t>(size), 0));
-    for (int i = 0; i < count; i++) {
-        ASSERT_EQ(i, read[static_cast<size_t>(i)]);
-    }
-    close(file);
+    expectInts(file, count);
 }
 
 } // namespace
@@ -170,10 +140,7 @@ TEST(SnapshotWriter, largeContentReachesTheFileAndWhatIsHeldReachesItAtTheEnd) {
 }
 
 TEST(PieceWriter, handsOverWhatItKeptInItsOrder) {
-    char path[] = "/tmp/vdk-memory-writer-XXXXXX";
-    const int file = mkstemp(path);
-    ASSERT_GE(file, 0);
-    unlink(path);
+    const int file = anonymousFile();
     const int count = PieceWriter::LAST_PIECE_BYTES;
     PieceWriter kept;
     for (int i = 0; i < count; i++) {
@@ -182,12 +149,7 @@ TEST(PieceWriter, handsOverWhatItKeptInItsOrder) {
     SnapshotWriter writer(file);
     kept.moveTo(writer);
     writer.flush();
-    std::vector<int> read(count);
-    ASSERT_EQ(count * 4L, pread(file, read.data(), count * 4L, 0));
-    for (int i = 0; i < count; i++) {
-        ASSERT_EQ(i, read[static_cast<size_t>(i)]);
-    }
-    close(file);
+    expectInts(file, count);
 }
 
 TEST(Progress, packetIsBigEndianMagicIdAndPercent) {
@@ -198,12 +160,6 @@ TEST(Progress, packetIsBigEndianMagicIdAndPercent) {
     progress.updateProgress(3);
     shutdown(pair.ends[0], SHUT_WR);
     EXPECT_EQ("00 00 00 00 07 5B CD 15 00 01 88 F8 00 00 00 07", hex(pair.readAll(1)));
-}
-
-TEST(Progress, refusesPercentOutsideItsScale) {
-    Progress progress;
     EXPECT_THROW(progress.updateProgressImpl(100), VDKRuntimeException);
     EXPECT_THROW(progress.updateProgressImpl(-1), VDKRuntimeException);
-    progress.updateProgressImpl(99);
-    takeLog();
 }
