@@ -4,6 +4,7 @@
 #include "TempDir.h"
 #include "client/attach/AgentLibraryFile.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,125 +12,97 @@
 using namespace vdk;
 
 TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
-    AgentOptionChoices run;
-    run.tmpDir = "/run/vdk-1";
-    AgentOptionChoices attach = run;
-    attach.attach = true;
-    attach.workingDir = "/home/me";
-    AgentOptionChoices all = run;
-    all.remote = all.exceptions = all.verbose = all.requireAgent = all.oomDump = true;
-    AgentOptionChoices allUsers = run;
-    allUsers.allUsers = true;
-    AgentOptionChoices generations = attach;
-    generations.generations = true;
-    AgentOptionChoices silent = run;
-    silent.noSnapshot = true;
-    AgentOptionChoices named = run;
-    named.exitSnapshot = "/w/a b.snapshot";
-#define RUN_TAIL "disableoomedumper,optional,tellsnapshot,"
-    static const struct {
-        const AgentOptionChoices& choices;
+    typedef std::function<void(AgentOptionChoices&)> Choose;
+    const Choose run = [](AgentOptionChoices&) {};
+    const Choose attach = [](AgentOptionChoices& c) {
+        c.attach = true;
+        c.workingDir = "/home/me";
+    };
+    const std::string runHead = "onlylocal,onlyuser,quiet,noexceptionevents,";
+    const std::string tail = "disableoomedumper,optional,tellsnapshot,";
+    const std::string tmp = "tmpdir=/run/vdk-1";
+    const std::string attachHead = "onlylocal,onlyuser,quiet,nostartgeneration,disableoomedumper,";
+    const struct {
+        Choose choose;
         std::vector<std::string> arguments;
-        const char* expected;
+        std::string expected;
     } cases[] = {
-        {run, {}, "onlylocal,onlyuser,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1"},
-        {run,
-         {"sampling", "port=5"},
-         "onlylocal,onlyuser,quiet,noexceptionevents," RUN_TAIL
-         "tmpdir=/run/vdk-1,sampling,port=5"},
+        {run, {}, runHead + tail + tmp},
+        {run, {"sampling", "port=5"}, runHead + tail + tmp + ",sampling,port=5"},
+        {run, {",,sampling,"}, runHead + tail + tmp + ",sampling"},
         {run,
          {"tmpdir=/t,quiet"},
-         "onlylocal,onlyuser,noexceptionevents," RUN_TAIL "tmpdir=/t,quiet"},
+         "onlylocal,onlyuser,noexceptionevents," + tail + "tmpdir=/t,quiet"},
         {run,
          {"listen=10.0.0.1:5"},
-         "onlyuser,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,listen=10.0.0.1:5"},
+         "onlyuser,quiet,noexceptionevents," + tail + tmp + ",listen=10.0.0.1:5"},
         {run,
          {"onlylocal", "noexceptionevents"},
-         "onlyuser,quiet," RUN_TAIL "tmpdir=/run/vdk-1,onlylocal,noexceptionevents"},
-        {all, {"sampling"}, "tellsnapshot,tmpdir=/run/vdk-1,sampling"},
-        {silent,
+         "onlyuser,quiet," + tail + tmp + ",onlylocal,noexceptionevents"},
+        {[](AgentOptionChoices& c) {
+             c.remote = c.exceptions = c.verbose = c.requireAgent = c.oomDump = true;
+         },
+         {"sampling"},
+         "tellsnapshot," + tmp + ",sampling"},
+        {[](AgentOptionChoices& c) { c.noSnapshot = true; },
          {},
-         "onlylocal,onlyuser,quiet,noexceptionevents,disableoomedumper,optional,noexitsnapshot,"
-         "tmpdir=/run/vdk-1"},
-        {named,
+         runHead + "disableoomedumper,optional,noexitsnapshot," + tmp},
+        {[](AgentOptionChoices& c) { c.exitSnapshot = "/w/a b.snapshot"; },
          {},
-         "onlylocal,onlyuser,quiet,noexceptionevents," RUN_TAIL
-         "exitsnapshot=VDKQUOTED2f772f6120622e736e617073686f74,tmpdir=/run/vdk-1"},
-        {attach,
+         runHead + tail + "exitsnapshot=VDKQUOTED2f772f6120622e736e617073686f74," + tmp},
+        {[](AgentOptionChoices& c) { c.allUsers = true; },
          {},
-         "onlylocal,onlyuser,quiet,nostartgeneration,disableoomedumper,tmpdir=/run/vdk-1"},
-        {attach,
-         {"dir=snaps,filters=/abs"},
-         "onlylocal,onlyuser,quiet,nostartgeneration,disableoomedumper,tmpdir=/run/vdk-1,"
-         "dir=/home/me/snaps,filters=/abs"},
-        {generations, {}, "onlylocal,onlyuser,quiet,disableoomedumper,tmpdir=/run/vdk-1"},
-        {run,
-         {",,sampling,"},
-         "onlylocal,onlyuser,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1,sampling"},
-        {allUsers, {}, "onlylocal,quiet,noexceptionevents," RUN_TAIL "tmpdir=/run/vdk-1"},
+         "onlylocal,quiet,noexceptionevents," + tail + tmp},
+        {attach, {}, attachHead + tmp},
+        {attach, {"dir=snaps,filters=/abs"}, attachHead + tmp + ",dir=/home/me/snaps,filters=/abs"},
+        {[](AgentOptionChoices& c) { c.attach = c.generations = true; },
+         {},
+         "onlylocal,onlyuser,quiet,disableoomedumper," + tmp},
     };
     for (const auto& c : cases) {
-        std::string options = composeAgentOptions(c.arguments, c.choices);
+        AgentOptionChoices choices;
+        choices.tmpDir = "/run/vdk-1";
+        c.choose(choices);
+        std::string options = composeAgentOptions(c.arguments, choices);
         EXPECT_EQ(options, c.expected);
         if (options.find("filters=") == std::string::npos) {
             EXPECT_EQ(wordOf([&] { checkAgentOptions({options}, false); }), "") << options;
         }
     }
-    EXPECT_EQ(wordOf([&] { composeAgentOptions({"--port=5"}, run); }), "usage");
-}
-
-TEST(AgentOptions, whatTheAgentWouldRefuseOrIgnoreIsKnownAhead) {
-    static const struct {
-        const char* options;
-        const char* word;
-    } cases[] = {
-        {"sampling,port=10005", ""},
-        {"samplin", "agent.options"},
-        {"help", "agent.options"},
-        {"sampling,tracing", "agent.options"},
-        {"tracing,filters=/nonexistent/f", "input.open"},
-        {"triggers=/nonexistent/t", "input.open"},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(wordOf([&] { checkAgentOptions({c.options}, false); }), c.word) << c.options;
-    }
-    EXPECT_EQ(uselessAgentOptions("sampling,monitors,alloceach=10,builtinprobes=none"),
-              (std::vector<std::string>{"alloceach=10"}));
-}
-
-TEST(AgentOptions, valuesWithSeparatorsAreQuoted) {
-    EXPECT_EQ(quoteOptionValue("/plain/path"), "/plain/path");
-    EXPECT_EQ(quoteOptionValue("a,b c"), "VDKQUOTED612c622063");
+    EXPECT_EQ(wordOf([] { composeAgentOptions({"--port=5"}, {}); }), "usage");
     EXPECT_EQ(quoteOptionValue("VDKQUOTEDx"), "VDKQUOTED56444b51554f54454478");
 }
 
-TEST(AgentOptions, everyResultOfTheAgentHasAnExplanation) {
-    for (int code = 1; code <= 11; code++) {
-        EXPECT_FALSE(explainAgentResult(code).message.empty()) << code;
-    }
-    EXPECT_NE(explainAgentResult(77).message.find("77"), std::string::npos);
-}
-
-TEST(AgentOptions, whatTheAgentWouldRefuseIsRefusedBeforeTheJvmIsTouched) {
-    static const struct {
+TEST(AgentOptions, whatTheAgentWouldRefuseOrIgnoreIsKnownAhead) {
+    const struct {
         const char* options;
-        const char* reason; // nullptr: accepted
+        bool elsewhere; // files are those of the target, which may not be seen from here
+        const char* word;
+        const char* reason;
     } cases[] = {
-        {"sampling,port=10005", nullptr},
-        {"filters=/only/in/the/target,tracing", nullptr},
-        {"optionsfile=/only/in/the/target", nullptr},
-        {"smapling", "smapling"},
-        {"port=0", "'port' value is invalid"},
-        {"sampling,tracing", "cannot be used in combination"},
-        {"help", "help"},
+        {"sampling,port=10005", false, "", ""},
+        {"samplin", false, "agent.options", "samplin"},
+        {"help", false, "agent.options", "help"},
+        {"sampling,tracing", false, "agent.options", "cannot be used in combination"},
+        {"tracing,filters=/nonexistent/f", false, "input.open", ""},
+        {"triggers=/nonexistent/t", false, "input.open", ""},
+        {"sampling,port=10005", true, "", ""},
+        {"filters=/only/in/the/target,tracing", true, "", ""},
+        {"optionsfile=/only/in/the/target", true, "", ""},
+        {"port=0", true, "agent.options", "'port' value is invalid"},
+        {"sampling,tracing", true, "agent.options", "cannot be used in combination"},
+        {"help", true, "agent.options", "help"},
     };
     for (const auto& c : cases) {
         std::string message;
-        std::string word = wordOf([&] { checkAgentOptions({c.options}, true); }, &message);
-        EXPECT_EQ(word, c.reason ? "agent.options" : "") << c.options;
-        EXPECT_NE(message.find(c.reason ? c.reason : ""), std::string::npos) << message;
+        EXPECT_EQ(wordOf([&] { checkAgentOptions({c.options}, c.elsewhere); }, &message), c.word)
+            << c.options;
+        EXPECT_NE(message.find(c.reason), std::string::npos) << message;
     }
+    EXPECT_EQ(uselessAgentOptions("sampling,monitors,alloceach=10,builtinprobes=none"),
+              (std::vector<std::string>{"monitors", "alloceach=10"}));
     EXPECT_EQ(givenOption({"sampling", "tmpdir=/a,tmpdir=VDKQUOTED2f62"}, "tmpdir="), "/b");
+    EXPECT_NE(explainAgentResult(77).message.find("77"), std::string::npos);
 }
 
 TEST(PrivateDirectory, isTheUsersOwnWhateverStandsInItsPlace) {

