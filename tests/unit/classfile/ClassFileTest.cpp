@@ -1,6 +1,5 @@
-#include "classfile/ClassFile.h"
-
 #include "support/ClassBuilder.h"
+#include "support/ParsedClass.h"
 #include "support/ReferenceClass.h"
 
 #include <gtest/gtest.h>
@@ -9,30 +8,7 @@ namespace {
 
 using B = ClassBuilder;
 
-struct Parsed {
-    explicit Parsed(const std::string& bytes, bool strip = false)
-        : text(bytes),
-          input(reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size())),
-          classFile(input, strip) {}
-    std::string write() {
-        ZVector<unsigned char> bytes(64);
-        DataOutput output(bytes);
-        classFile.writeClass(output);
-        return std::string(reinterpret_cast<const char*>(bytes.data()),
-                           static_cast<size_t>(bytes.getSize()));
-    }
-    std::string text;
-    DataInput input;
-    ClassFile classFile;
-};
-
-class ClassFileTest : public testing::Test {
-protected:
-    void SetUp() override {
-        Logger::setSink([](const char*) {});
-    }
-    void TearDown() override { Logger::setSink(nullptr); }
-};
+using ClassFileTest = QuietTest;
 
 std::string sample() {
     B builder(52);
@@ -51,7 +27,7 @@ std::string sample() {
 } // namespace
 
 TEST_F(ClassFileTest, unchangedClassIsTheSameBytes) {
-    Parsed parsed(sample());
+    ParsedClass parsed(sample());
     EXPECT_EQ(parsed.write(), parsed.text);
     parsed.classFile.encodeEverything();
     EXPECT_EQ(parsed.write(), parsed.text);
@@ -60,7 +36,7 @@ TEST_F(ClassFileTest, unchangedClassIsTheSameBytes) {
 TEST_F(ClassFileTest, unknownConstantLeavesAnInvalidClass) {
     B builder(52);
     builder.raw(B::u1(2));
-    Parsed parsed(builder.build());
+    ParsedClass parsed(builder.build());
     EXPECT_TRUE(parsed.classFile.isInvalid());
     EXPECT_EQ(parsed.classFile.getMethods().getSize(), 0);
     EXPECT_THROW(parsed.write(), VDKRuntimeException);
@@ -69,9 +45,9 @@ TEST_F(ClassFileTest, unknownConstantLeavesAnInvalidClass) {
 TEST_F(ClassFileTest, everyTruncationIsAnInternalError) {
     const std::string bytes = sample();
     for (size_t length = 0; length < bytes.size(); length++) {
-        EXPECT_THROW(Parsed(bytes.substr(0, length)), VDKRuntimeException) << length;
+        EXPECT_THROW(ParsedClass(bytes.substr(0, length)), VDKRuntimeException) << length;
     }
-    EXPECT_THROW(Parsed(bytes + "x"), VDKRuntimeException);
+    EXPECT_THROW(ParsedClass(bytes + "x"), VDKRuntimeException);
 }
 
 // Entries are appended to the pool, and such an index would mean one of them.
@@ -91,7 +67,8 @@ TEST_F(ClassFileTest, indexPastThePoolIsAnInternalError) {
         builder.utf8("one more");
         builder.raw(entry);
         ASSERT_EQ(builder.getPoolCount(), past);
-        EXPECT_THROW(Parsed(builder.build()), VDKRuntimeException) << static_cast<int>(entry[0]);
+        EXPECT_THROW(ParsedClass(builder.build()), VDKRuntimeException)
+            << static_cast<int>(entry[0]);
     }
     B builder(52);
     const int text = builder.utf8("x");
@@ -113,9 +90,9 @@ TEST_F(ClassFileTest, indexPastThePoolIsAnInternalError) {
         head + none + none + one + none + B::u2(text) + B::u2(text) + one + end + B::u4(0) + none,
         head + none + none + none + one + end + B::u4(0),
     };
-    EXPECT_NO_THROW(Parsed(start + head + none + none + none + none));
+    EXPECT_NO_THROW(ParsedClass(start + head + none + none + none + none));
     for (const std::string& tail : tails) {
-        EXPECT_THROW(Parsed(start + tail), VDKRuntimeException) << &tail - tails;
+        EXPECT_THROW(ParsedClass(start + tail), VDKRuntimeException) << &tail - tails;
     }
 }
 
@@ -141,22 +118,14 @@ TEST_F(ClassFileTest, attributeOfTheClassThatNamesAnEntryPastThePoolIsAnInternal
         const int past = builder.getPoolCount();
         const std::string good = row.before + B::u2(past - 1) + row.after;
         const std::string bad = row.before + B::u2(past) + row.after;
-        EXPECT_THROW(Parsed(builder.build(0x21, {{row.name, bad}})), VDKRuntimeException)
+        EXPECT_THROW(ParsedClass(builder.build(0x21, {{row.name, bad}})), VDKRuntimeException)
             << row.name;
-        EXPECT_NO_THROW(Parsed(builder.build(0x21, {{row.name, good}}))) << row.name;
+        EXPECT_NO_THROW(ParsedClass(builder.build(0x21, {{row.name, good}}))) << row.name;
     }
 }
 
-TEST_F(ClassFileTest, namesAreThoseOfTheFile) {
-    Parsed parsed(sample());
-    EXPECT_EQ(parsed.classFile.getSignature(), "Built");
-    EXPECT_EQ(parsed.classFile.getSuperClassSignature(), "java/lang/Object");
-    EXPECT_FALSE(parsed.classFile.hasInterfaces());
-    EXPECT_FALSE(parsed.classFile.hasDirectInterface("java/lang/Runnable"));
-}
-
 TEST_F(ClassFileTest, overloadedNameIsAmbiguous) {
-    Parsed parsed(sample());
+    ParsedClass parsed(sample());
     bool ambiguous = false;
     EXPECT_EQ(parsed.classFile.findFirstMethod("over", &ambiguous)->getDescriptor(), "()V");
     EXPECT_TRUE(ambiguous);
@@ -167,14 +136,14 @@ TEST_F(ClassFileTest, overloadedNameIsAmbiguous) {
 }
 
 TEST_F(ClassFileTest, existingMethodIsFoundWhateverItsFlags) {
-    Parsed parsed(sample());
+    ParsedClass parsed(sample());
     EXPECT_EQ(parsed.classFile.findOrCreateMethod("over", "(I)V", 9), 1);
     EXPECT_EQ(parsed.classFile.getMethods()[1]->getAccessFlags(), 0x401);
     EXPECT_EQ(parsed.classFile.findOrCreateMethod("over", "(J)V", 9), 6);
 }
 
 TEST_F(ClassFileTest, descriptorsAreTakenApart) {
-    Parsed parsed(sample());
+    ParsedClass parsed(sample());
     ZVectorSafe<ZString> types;
     MethodInfo* const method = parsed.classFile.getMethods()[2];
     method->getParameterTypes(types);
@@ -194,7 +163,7 @@ TEST_F(ClassFileTest, descriptorsAreTakenApart) {
 }
 
 TEST_F(ClassFileTest, declaredExceptionsAreListed) {
-    Parsed parsed(sample());
+    ParsedClass parsed(sample());
     ZVectorSafe<ZString> names;
     parsed.classFile.getMethods()[2]->fillExceptions(names);
     ASSERT_EQ(names.getSize(), 1);
@@ -202,7 +171,7 @@ TEST_F(ClassFileTest, declaredExceptionsAreListed) {
 }
 
 TEST_F(ClassFileTest, macroMethodsVanishAndTheirNamesWithThem) {
-    Parsed parsed(sample());
+    ParsedClass parsed(sample());
     parsed.classFile.removeUnusedMacroMethods();
     const std::string written = parsed.write();
     const ReferenceClass result(written.data(), written.size());
@@ -213,22 +182,13 @@ TEST_F(ClassFileTest, macroMethodsVanishAndTheirNamesWithThem) {
 }
 
 TEST_F(ClassFileTest, replacementIsNotScannedAgain) {
-    Parsed parsed(sample());
+    ParsedClass parsed(sample());
     ZVectorSafe<ZString> from;
     ZVectorSafe<ZString> to;
     from.push(ZString("over"));
     to.push(ZString("overover"));
     parsed.classFile.patchConstantPool(from, to);
     EXPECT_EQ(parsed.classFile.getMethods()[0]->getName(), "overover");
-}
-
-TEST_F(ClassFileTest, createdBodyNeedsTheNameInThePool) {
-    B builder(52);
-    builder.addMethod(0x101, "nativeOne", "()V");
-    Parsed parsed(builder.build());
-    EXPECT_THROW(parsed.classFile.getMethods()[0]->createCodeAttribute(), VDKRuntimeException);
-    parsed.classFile.findOrCreateUtf8("Code");
-    EXPECT_NE(parsed.classFile.getMethods()[0]->createCodeAttribute(), nullptr);
 }
 
 TEST_F(ClassFileTest, annotationsAreFoundByType) {
@@ -241,7 +201,7 @@ TEST_F(ClassFileTest, annotationsAreFoundByType) {
                              B::u2(1) + "I" + B::u2(1) + B::u2(type) + B::u2(0);
     builder.addMethod(0x401, "marked", "()V", {{"RuntimeVisibleAnnotations", body}});
     builder.addMethod(0x401, "plain", "()V");
-    Parsed parsed(builder.build());
+    ParsedClass parsed(builder.build());
     EXPECT_TRUE(parsed.classFile.getMethods()[0]->hasAnnotation("Lp/Mark;"));
     EXPECT_FALSE(parsed.classFile.getMethods()[0]->hasAnnotation("Lp/None;"));
     EXPECT_FALSE(parsed.classFile.getMethods()[1]->hasAnnotation("Lp/Mark;"));
@@ -250,7 +210,7 @@ TEST_F(ClassFileTest, annotationsAreFoundByType) {
 TEST_F(ClassFileTest, strippingNotesModernConstants) {
     B builder(52);
     builder.raw(B::u1(16) + B::u2(1));
-    EXPECT_TRUE(Parsed(builder.build(), true).classFile.hasJava7Constants());
-    EXPECT_FALSE(Parsed(builder.build()).classFile.hasJava7Constants());
-    EXPECT_EQ(Parsed(builder.build(), true).classFile.getMajorVersion(), 49);
+    EXPECT_TRUE(ParsedClass(builder.build(), true).classFile.hasJava7Constants());
+    EXPECT_FALSE(ParsedClass(builder.build()).classFile.hasJava7Constants());
+    EXPECT_EQ(ParsedClass(builder.build(), true).classFile.getMajorVersion(), 49);
 }

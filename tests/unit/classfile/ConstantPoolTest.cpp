@@ -46,22 +46,6 @@ protected:
 
 } // namespace
 
-TEST_F(ConstantPoolTest, countOfOneIsOneEmptySlot) {
-    ParsedPool parsed("", 1);
-    EXPECT_TRUE(parsed.valid);
-    EXPECT_EQ(parsed.pool.getSize(), 1);
-    EXPECT_EQ(parsed.pool[0], nullptr);
-}
-
-TEST_F(ConstantPoolTest, longAtTheEndLeavesATrailingGap) {
-    const std::string entry = ClassBuilder::u1(5) + "\1\2\3\4\5\6\7\10";
-    ParsedPool parsed(entry, 3);
-    EXPECT_EQ(parsed.pool.getSize(), 3);
-    EXPECT_NE(parsed.pool[1], nullptr);
-    EXPECT_EQ(parsed.pool[2], nullptr);
-    EXPECT_EQ(written(parsed.pool), ClassBuilder::u2(3) + entry);
-}
-
 TEST_F(ConstantPoolTest, everyKindOfEntryIsWrittenAsItWasRead) {
     using B = ClassBuilder;
     const std::string entries =
@@ -70,14 +54,15 @@ TEST_F(ConstantPoolTest, everyKindOfEntryIsWrittenAsItWasRead) {
         B::u4(7) + B::u1(7) + B::u2(1) + B::u1(8) + B::u2(1) + B::u1(9) + B::u2(9) + B::u2(14) +
         B::u1(10) + B::u2(9) + B::u2(14) + B::u1(11) + B::u2(9) + B::u2(14) + B::u1(12) + B::u2(1) +
         B::u2(1) + B::u1(15) + B::u1(9) + B::u2(1) + B::u1(16) + B::u2(1) + B::u1(17) + B::u2(0) +
-        B::u2(14) + B::u1(18) + B::u2(0) + B::u2(14) + B::u1(19) + B::u2(1) + B::u1(20) + B::u2(1);
-    ParsedPool parsed(entries, 22);
+        B::u2(14) + B::u1(18) + B::u2(0) + B::u2(14) + B::u1(19) + B::u2(1) + B::u1(20) + B::u2(1) +
+        B::u1(5) + B::u4(3) + B::u4(4); // leaves a gap at the end
+    ParsedPool parsed(entries, 24);
     ASSERT_TRUE(parsed.valid);
     EXPECT_EQ(parsed.input.getRemaining(), 0);
-    EXPECT_EQ(written(parsed.pool), B::u2(22) + entries);
+    EXPECT_EQ(written(parsed.pool), B::u2(24) + entries);
     // Once an entry has changed, all are encoded one by one.
     parsed.pool.entryChanged();
-    EXPECT_EQ(written(parsed.pool), B::u2(22) + entries);
+    EXPECT_EQ(written(parsed.pool), B::u2(24) + entries);
 }
 
 TEST_F(ConstantPoolTest, unknownTagIsLoggedAndEndsReading) {
@@ -100,6 +85,9 @@ TEST_F(ConstantPoolTest, lookUpsFindEntriesThatWereRead) {
     EXPECT_EQ(parsed.pool.findOrCreateStringInfo("run"), 7);
     EXPECT_EQ(parsed.pool.findOrCreateInt(77), 8);
     EXPECT_EQ(parsed.pool.getSize(), 9);
+    EXPECT_EQ(parsed.pool.findOrCreateMethodRef(2, 4, 4), 10) << "with its name and type before it";
+    EXPECT_EQ(parsed.pool.findOrCreateMethodRef(2, 4, 4), 10);
+    EXPECT_EQ(parsed.pool.getSize(), 11);
 }
 
 TEST_F(ConstantPoolTest, entriesAreFoundByEveryLengthAndValueWhereverTheyStand) {
@@ -151,51 +139,11 @@ TEST_F(ConstantPoolTest, contentIsTheSameBeforeAndAfterAnEntryBecomesAnObject) {
     }
 }
 
-TEST_F(ConstantPoolTest, newMethodRefGrowsThePoolByTwo) {
-    using B = ClassBuilder;
-    ParsedPool parsed(utf8("a/B") + B::u1(7) + B::u2(1) + utf8("run") + utf8("()V"), 5);
-    EXPECT_EQ(parsed.pool.findOrCreateMethodRef(2, 3, 4), 6);
-    EXPECT_EQ(parsed.pool.getSize(), 7);
-    EXPECT_EQ(parsed.pool.findOrCreateMethodRef(2, 3, 4), 6);
-}
-
-TEST_F(ConstantPoolTest, firstOfEqualEntriesWins) {
-    ParsedPool parsed(utf8("same") + utf8("same"), 3);
-    EXPECT_EQ(parsed.pool.findOrCreateUtf8("same"), 1);
-}
-
-TEST_F(ConstantPoolTest, manyEntriesKeepTheirIndices) {
-    ClassArena arena;
-    ConstantPool pool(arena);
-    for (int i = 1; i <= 60000; i++) {
-        ASSERT_EQ(pool.findOrCreateUtf8(("text" + std::to_string(i)).c_str()), i);
-    }
-    for (int i = 1; i <= 60000; i += 977) {
-        EXPECT_EQ(pool.findOrCreateUtf8(("text" + std::to_string(i)).c_str()), i);
-    }
-}
-
-TEST_F(ConstantPoolTest, setValueWithItsOwnTextChangesNothing) {
-    ParsedPool parsed(utf8("text"), 2);
-    auto* const entry = static_cast<ConstantUtf8Info*>(parsed.pool[1]);
-    entry->setValue(parsed.pool, entry->getValue());
-    EXPECT_EQ(entry->getValue().toString(), ZString("text"));
-    EXPECT_EQ(parsed.pool.findUtf8("text"), 1);
-}
-
 TEST_F(ConstantPoolTest, wrongTagBehindAReferenceIsAnInternalError) {
     using B = ClassBuilder;
     ParsedPool parsed(utf8("a/B") + B::u1(10) + B::u2(1) + B::u2(1), 3);
     const auto* const ref = static_cast<const ConstantMethodRefInfo*>(parsed.pool[2]);
     EXPECT_THROW(ref->getMethodName(parsed.pool), VDKRuntimeException);
-}
-
-TEST_F(ConstantPoolTest, truncatedEntriesAreInternalErrors) {
-    using B = ClassBuilder;
-    const std::string entries = utf8("text") + B::u1(5) + B::u4(1) + B::u4(2);
-    for (size_t length = 0; length < entries.size(); length++) {
-        EXPECT_THROW(ParsedPool(entries.substr(0, length), 4), VDKRuntimeException) << length;
-    }
 }
 
 TEST_F(ConstantPoolTest, indexOfZeroIsAnInternalError) {
@@ -207,20 +155,4 @@ TEST_F(ConstantPoolTest, indexOfZeroIsAnInternalError) {
         EXPECT_THROW(ParsedPool(B::u1(tag) + B::u2(1) + B::u2(0), 2), VDKRuntimeException) << tag;
     }
     EXPECT_THROW(ParsedPool(B::u1(15) + B::u1(10) + B::u2(1), 2), VDKRuntimeException);
-}
-
-TEST_F(ConstantPoolTest, writerCutsWideValuesSilently) {
-    ZVector<unsigned char> bytes(1);
-    DataOutput output(bytes);
-    output.writeUnsignedShort(0x12345);
-    ASSERT_EQ(bytes.getSize(), 2);
-    EXPECT_EQ(bytes[0], 0x23);
-    EXPECT_EQ(bytes[1], 0x45);
-}
-
-TEST_F(ConstantPoolTest, readStringEndsAtAZeroButConsumesAll) {
-    const unsigned char bytes[] = {'a', 'b', 0, 'c', 9};
-    DataInput input(bytes, 5);
-    EXPECT_EQ(input.readString(4), ZString("ab"));
-    EXPECT_EQ(input.readUnsignedByte(), 9);
 }

@@ -2,6 +2,7 @@
 
 #include "classfile/ByteCodeGenerator.h"
 #include "support/ClassBuilder.h"
+#include "support/ParsedClass.h"
 
 #include <gtest/gtest.h>
 
@@ -27,13 +28,7 @@ std::string bytesOf(const ByteCodeGenerator& generator) {
                        static_cast<size_t>(generator.getSize()));
 }
 
-class OpCodes : public testing::Test {
-protected:
-    void SetUp() override {
-        Logger::setSink([](const char*) {});
-    }
-    void TearDown() override { Logger::setSink(nullptr); }
-};
+using OpCodes = QuietTest;
 
 } // namespace
 
@@ -47,32 +42,19 @@ TEST_F(OpCodes, lengthsOfSpecialOpcodes) {
     }
 }
 
-TEST_F(OpCodes, switchPaddingFollowsThePosition) {
-    EXPECT_EQ(switchOperands(3), 4);
-    EXPECT_EQ(switchOperands(4), 8);
-    EXPECT_EQ(switchOperands(0), 4);
-}
-
-TEST_F(OpCodes, tableswitchWithHighBelowLowIsItsHeader) {
-    const std::string code = B::u1(170) + B::code({0, 0, 0}) + B::u4(20) + B::u4(5) + B::u4(4);
-    EXPECT_EQ(next(code, 0), 16);
-}
-
-TEST_F(OpCodes, tableswitchSpansItsTable) {
-    const std::string code =
-        B::u1(170) + B::code({0, 0, 0}) + B::u4(20) + B::u4(1) + B::u4(3) + std::string(12, '\0');
-    EXPECT_EQ(next(code, 0), 28);
-}
-
-TEST_F(OpCodes, lookupswitchWithoutPairsIsItsHeader) {
-    EXPECT_EQ(next(B::u1(171) + B::code({0, 0, 0}) + B::u4(12) + B::u4(0), 0), 12);
-    EXPECT_EQ(next(B::u1(171) + B::code({0, 0, 0}) + B::u4(12) + B::u4(1) + B::u4(7) + B::u4(9), 0),
-              20);
-}
-
-TEST_F(OpCodes, wideStepsOverSixForIincAndFourOtherwise) {
-    EXPECT_EQ(next(B::code({196, 132, 0, 1, 0, 2}), 0), 6);
-    EXPECT_EQ(next(B::code({196, 21, 1, 0}), 0), 4);
+TEST_F(OpCodes, lengthsThatTheCodeItselfTells) {
+    const std::string pad = B::code({0, 0, 0});
+    const std::pair<std::string, int> rows[] = {
+        {B::u1(170) + pad + B::u4(20) + B::u4(5) + B::u4(4), 16}, // high below low
+        {B::u1(170) + pad + B::u4(20) + B::u4(1) + B::u4(3) + std::string(12, '\0'), 28},
+        {B::u1(171) + pad + B::u4(12) + B::u4(0), 12},
+        {B::u1(171) + pad + B::u4(12) + B::u4(1) + B::u4(7) + B::u4(9), 20},
+        {B::code({196, 132, 0, 1, 0, 2}), 6},
+        {B::code({196, 21, 1, 0}), 4},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(next(row.first, 0), row.second) << &row - rows;
+    }
 }
 
 TEST_F(OpCodes, instructionsCutOffAreInternalErrors) {
@@ -94,6 +76,7 @@ TEST_F(OpCodes, detectorsFindWhatTheyLookFor) {
     }
     EXPECT_FALSE(containsNew(""));
     EXPECT_FALSE(containsSwitch(""));
+    EXPECT_THROW(containsSwitch(B::code({203, 170})), VDKRuntimeException) << "undefined opcode";
 }
 
 TEST_F(OpCodes, scanMarksBranchesSwitchesAndReturns) {
@@ -117,73 +100,26 @@ TEST_F(OpCodes, scanMarksBranchesSwitchesAndReturns) {
     }
 }
 
-TEST_F(OpCodes, undefinedOpcodeInFrontOfASwitchIsAnInternalError) {
-    EXPECT_THROW(containsSwitch(B::code({203, 170})), VDKRuntimeException);
-}
-
-TEST_F(OpCodes, stackEffectsOfTheTableAreConsistent) {
-    for (int i = 0; i < 202; i++) {
-        EXPECT_NE(ourOpCodes[i].kind, OPK_UNDEFINED) << i;
-        EXPECT_LE(ourOpCodes[i].pops, 4) << i;
-        EXPECT_LE(ourOpCodes[i].pushes, 6) << i;
+TEST_F(OpCodes, generatedLoadsAreShortAndJumpsCloseInnerFirst) {
+    ByteCodeGenerator loads;
+    for (int slot : {3, 4, 255, 256}) {
+        loads.aload(slot);
     }
-    // One of each family, worked out by hand: pops, pushes.
-    const int rows[][3] = {{20, 0, 2},  {47, 2, 2},  {50, 2, 1},  {79, 3, 0},  {80, 4, 0},
-                           {90, 2, 3},  {94, 4, 6},  {97, 4, 2},  {121, 3, 2}, {133, 1, 2},
-                           {136, 2, 1}, {144, 2, 1}, {148, 4, 1}, {151, 4, 1}, {150, 2, 1},
-                           {165, 2, 0}, {173, 2, 0}, {191, 1, 0}, {194, 1, 0}, {193, 1, 1}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(ourOpCodes[row[0]].pops, row[1]) << row[0];
-        EXPECT_EQ(ourOpCodes[row[0]].pushes, row[2]) << row[0];
+    loads.iload(1);
+    loads.iload(2); // has no form of its own
+    EXPECT_EQ(bytesOf(loads), B::code({45, 25, 4, 25, 255, 196, 25, 1, 0, 27, 21, 2}));
+    ByteCodeGenerator jumps;
+    jumps.openJump(153);
+    jumps.openJump(154);
+    for (int i = 0; i < 300; i++) {
+        jumps.push(0);
     }
-}
-
-TEST_F(OpCodes, loadsTakeTheShortestForm) {
-    ByteCodeGenerator generator;
-    generator.aload(3);
-    generator.aload(4);
-    generator.aload(255);
-    generator.aload(256);
-    EXPECT_EQ(bytesOf(generator), B::code({45, 25, 4, 25, 255, 196, 25, 1, 0}));
-}
-
-TEST_F(OpCodes, iloadHasNoFormOfItsOwnForSlotTwo) {
-    ByteCodeGenerator generator;
-    generator.iload(0);
-    generator.iload(1);
-    generator.iload(2);
-    EXPECT_EQ(bytesOf(generator), B::code({26, 27, 21, 2}));
-}
-
-TEST_F(OpCodes, nestedJumpsCloseInnerFirst) {
-    ByteCodeGenerator generator;
-    generator.openJump(153);
-    generator.openJump(154);
-    generator.push(0);
-    generator.closeJump();
-    generator.closeJump();
-    EXPECT_EQ(bytesOf(generator), B::code({153, 0, 7, 154, 0, 4, 0}));
-    ASSERT_EQ(generator.getJumpTargets().getSize(), 2);
-    EXPECT_EQ(generator.getJumpTargets()[0], 7);
-    EXPECT_EQ(generator.getJumpTargets()[1], 7);
-}
-
-TEST_F(OpCodes, jumpOver300BytesStoresBothOperandBytes) {
-    ByteCodeGenerator generator;
-    generator.openJump(153);
-    for (int i = 0; i < 297; i++) {
-        generator.push(0);
-    }
-    generator.closeJump();
-    EXPECT_EQ(generator.getCode()[1], 1);
-    EXPECT_EQ(generator.getCode()[2], 44);
-}
-
-TEST_F(OpCodes, openJumpMayNotBeHandedOver) {
-    ByteCodeGenerator generator;
-    generator.openJump(153);
-    unsigned char room[8];
-    EXPECT_THROW(generator.copyTo(room, 0), VDKRuntimeException);
-    ByteCodeGenerator empty;
-    EXPECT_THROW(empty.closeJump(), VDKRuntimeException);
+    jumps.closeJump();
+    unsigned char room[512];
+    EXPECT_THROW(jumps.copyTo(room, 0), VDKRuntimeException) << "one is open";
+    jumps.closeJump();
+    EXPECT_EQ(bytesOf(jumps).substr(0, 6), B::code({153, 1, 50, 154, 1, 47}));
+    EXPECT_EQ(jumps.getJumpTargets()[0], 306);
+    EXPECT_EQ(jumps.getJumpTargets()[1], 306);
+    EXPECT_THROW(jumps.closeJump(), VDKRuntimeException);
 }

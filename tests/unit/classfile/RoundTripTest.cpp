@@ -1,7 +1,8 @@
-#include "classfile/ClassFile.h"
 #include "support/ClassBundle.h"
+#include "support/ParsedClass.h"
 #include "support/ReferenceClass.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <gtest/gtest.h>
 
@@ -9,36 +10,18 @@
 
 namespace {
 
-std::string write(ClassFile& classFile) {
-    ZVector<unsigned char> bytes(4096);
-    DataOutput output(bytes);
-    classFile.writeClass(output);
-    return std::string(reinterpret_cast<const char*>(bytes.data()),
-                       static_cast<size_t>(bytes.getSize()));
-}
-
-bool sameAttributes(const std::vector<ReferenceAttribute>& a,
-                    const std::vector<ReferenceAttribute>& b, bool exceptFrames) {
-    std::vector<ReferenceAttribute> left;
-    std::vector<ReferenceAttribute> right;
-    for (const ReferenceAttribute& attribute : a) {
-        if (!exceptFrames || attribute.first != "StackMapTable") {
-            left.push_back(attribute);
-        }
-    }
-    for (const ReferenceAttribute& attribute : b) {
-        if (!exceptFrames || attribute.first != "StackMapTable") {
-            right.push_back(attribute);
-        }
-    }
-    return left == right;
+std::vector<ReferenceAttribute> withoutFrames(std::vector<ReferenceAttribute> list) {
+    list.erase(std::remove_if(list.begin(), list.end(),
+                              [](const auto& each) { return each.first == "StackMapTable"; }),
+               list.end());
+    return list;
 }
 
 // Empty if the classes mean the same, else the first difference.
 std::string difference(const ReferenceClass& a, const ReferenceClass& b, int* frames) {
     if (a.major != b.major || a.minor != b.minor || a.flags != b.flags ||
         a.thisClass != b.thisClass || a.superClass != b.superClass ||
-        a.interfaces != b.interfaces || !sameAttributes(a.attributes, b.attributes, false)) {
+        a.interfaces != b.interfaces || a.attributes != b.attributes) {
         return "class";
     }
     if (a.pool.size() > b.pool.size() ||
@@ -50,7 +33,7 @@ std::string difference(const ReferenceClass& a, const ReferenceClass& b, int* fr
     }
     for (size_t i = 0; i < a.fields.size(); i++) {
         if (a.fields[i].flags != b.fields[i].flags || a.fields[i].name != b.fields[i].name ||
-            !sameAttributes(a.fields[i].attributes, b.fields[i].attributes, false)) {
+            a.fields[i].attributes != b.fields[i].attributes) {
             return "field " + a.fields[i].name;
         }
     }
@@ -58,9 +41,9 @@ std::string difference(const ReferenceClass& a, const ReferenceClass& b, int* fr
         const ReferenceMethod& m = a.methods[i];
         const ReferenceMethod& n = b.methods[i];
         if (m.flags != n.flags || m.name != n.name || m.descriptor != n.descriptor ||
-            !sameAttributes(m.attributes, n.attributes, false) || m.maxStack != n.maxStack ||
+            m.attributes != n.attributes || m.maxStack != n.maxStack ||
             m.maxLocals != n.maxLocals || m.code != n.code || !(m.handlers == n.handlers) ||
-            !sameAttributes(m.codeAttributes, n.codeAttributes, true)) {
+            withoutFrames(m.codeAttributes) != withoutFrames(n.codeAttributes)) {
             return "method " + m.name + m.descriptor;
         }
         const std::vector<ReferenceFrame> expected = a.frames(m);
@@ -89,13 +72,13 @@ void roundTrip(const char* label, const std::string& path) {
             }
             const std::string original(reinterpret_cast<const char*>(entry.bytes),
                                        static_cast<size_t>(entry.length));
-            const std::string same = write(untouched);
+            const std::string same = writtenClass(untouched);
             ASSERT_EQ(same == original, true) << entry.name;
             identical++;
             DataInput again(entry.bytes, entry.length);
             ClassFile classFile(again);
             classFile.encodeEverything();
-            const std::string anew = write(classFile);
+            const std::string anew = writtenClass(classFile);
             const ReferenceClass before(entry.bytes, static_cast<size_t>(entry.length));
             const ReferenceClass after(anew.data(), anew.size());
             ASSERT_EQ(difference(before, after, &frames), "") << entry.name;
