@@ -1,11 +1,8 @@
 // Binds the natives of the runtime classes in a plain JVM: the real ones of the control socket,
-// made-up ones of Callback that hand over to the Java class FakeNatives or write to the socket.
+// made-up ones of Callback that hand over to the Java class FakeNatives.
 #include "core/jvm/CallbackNatives.h"
 #include "runtime/ControlSocketNatives.h"
 #include "runtime/DiagnosticNatives.h"
-
-#include <cstring>
-#include <sys/socket.h>
 
 #define ROW(name, signature)                                                                       \
     {const_cast<char*>(#name), const_cast<char*>(signature),                                       \
@@ -27,32 +24,6 @@ extern "C" {
 
 void JNICALL Java_com_vandrik_runtime_Callback_messageToLogFile(JNIEnv* env, jclass, jstring text) {
     env->CallStaticVoidMethod(ourFakes, fake(env, "log", "(Ljava/lang/String;)V"), text);
-}
-
-jboolean JNICALL Java_com_vandrik_runtime_Callback_findSnapshot(JNIEnv* env, jclass, jstring path) {
-    return env->CallStaticBooleanMethod(ourFakes,
-                                        fake(env, "findSnapshot", "(Ljava/lang/String;)Z"), path);
-}
-
-jstring JNICALL Java_com_vandrik_runtime_Callback_captureSnapshot(JNIEnv* env, jclass, jstring path,
-                                                                  jint progressSocket,
-                                                                  jlong flags) {
-    // a progress packet of 42 percent, as native code writes it
-    const unsigned char packet[] = {0, 0, 0,    0,    0x07, 0x5b, 0xcd, 0x15,
-                                    0, 1, 0x88, 0xf8, 0,    0,    0,    42};
-    if (progressSocket != 0) {
-        send(progressSocket, packet, sizeof packet, MSG_NOSIGNAL);
-    }
-    return static_cast<jstring>(env->CallStaticObjectMethod(
-        ourFakes, fake(env, "captureSnapshot", "(Ljava/lang/String;J)Ljava/lang/String;"), path,
-        flags));
-}
-
-void JNICALL Java_com_vandrik_runtime_Callback_writeTables(JNIEnv*, jclass, jint socket, jint mask,
-                                                           jint limit, jintArray) {
-    // mask and limit as they arrived and the end mark, little-endian
-    int words[] = {mask, limit, -1};
-    send(socket, words, sizeof words, MSG_NOSIGNAL);
 }
 
 void JNICALL Java_com_vandrik_runtime_Callback_startCalibrating(JNIEnv* env, jclass) {
@@ -80,14 +51,6 @@ jlong JNICALL Java_com_vandrik_runtime_Callback_getStatus(JNIEnv*, jclass) {
 
 jint JNICALL Java_com_vandrik_runtime_Callback_getTelemetryPeriodMs(JNIEnv*, jclass) {
     return 1000;
-}
-
-jint JNICALL Java_com_vandrik_runtime_Callback_getPID(JNIEnv*, jclass) {
-    return 4711;
-}
-
-jlong JNICALL Java_com_vandrik_runtime_Callback_getCurrentThreadCPUTimeNs(JNIEnv*, jclass) {
-    return 0;
 }
 
 JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* vm, void*) {

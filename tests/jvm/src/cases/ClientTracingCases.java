@@ -27,13 +27,8 @@ public final class ClientTracingCases {
     private ClientTracingCases() {
     }
 
-    private static String pid(Target target) {
-        return Long.toString(target.pid());
-    }
-
     private static void go(Target target, int number) throws Exception {
-        target.send("go");
-        target.awaitOutput("done " + number + "\n");
+        target.ask("go", "done " + number);
     }
 
     private static Path write(Target target, String name, String text) throws Exception {
@@ -77,7 +72,7 @@ public final class ClientTracingCases {
     /** A run while top watches: its intervals add up to the calls of the run. */
     private static void checkTop(Target target, int number) throws Exception {
         Process top =
-                new ProcessBuilder(Tool.vdkCommand("top", pid(target), "--json", "--top", "100000",
+                new ProcessBuilder(Tool.vdkCommand("top", target.id(), "--json", "--top", "100000",
                                                    "--interval", "300ms", "--count", "1000"))
                         .redirectError(ProcessBuilder.Redirect.DISCARD)
                         .start();
@@ -115,16 +110,13 @@ public final class ClientTracingCases {
     @Case(fixture = KnownCalls.class, noAgent = true, attach = false)
     static void tracesFromTheStartAsItsFilesSay(Target target) throws Exception {
         target.finish();
-        try (Target traced = Target.like(target)) {
-            String options = traced.agentOptions("tracing,filters=" + writeFilters(traced) +
-                                                 ",walltimespec=" + writeWallTimes(traced));
-            traced.startProcess(List.of(
-                    traced.jdk.java(), "-agentpath:" + traced.library + "=" + options, "-cp",
-                    System.getProperty("java.class.path"), KnownCalls.class.getName()));
+        String options = target.agentOptions("tracing,filters=" + writeFilters(target) +
+                                             ",walltimespec=" + writeWallTimes(target));
+        try (Target traced = Target.run(target, List.of(target.agentPath(options)))) {
             traced.awaitOutput("ready");
             go(traced, 1);
-            checkReport(pid(traced), 1);
-            checkFiles(pid(traced));
+            checkReport(traced.id(), 1);
+            checkFiles(traced.id());
             traced.finish();
         }
     }
@@ -134,17 +126,17 @@ public final class ClientTracingCases {
         Path filters = writeFilters(target);
         Path wallTimes = writeWallTimes(target);
         go(target, 1);
-        Tool.vdk("trace", "start", pid(target), "--filter-file", filters.toString(),
+        Tool.vdk("trace", "start", target.id(), "--filter-file", filters.toString(),
                  "--wall-time-file", wallTimes.toString());
         go(target, 2);
-        checkReport(pid(target), 1);
+        checkReport(target.id(), 1);
         checkTop(target, 3);
         Path snapshot = target.folder.resolve("traced.snapshot");
-        Tool.vdk("snapshot", pid(target), "--out", snapshot.toString());
+        Tool.vdk("snapshot", target.id(), "--out", snapshot.toString());
         checkReport(snapshot.toString(), 2);
-        Tool.vdk("trace", "stop", pid(target));
+        Tool.vdk("trace", "stop", target.id());
         go(target, 4);
-        checkReport(pid(target), 2);
+        checkReport(target.id(), 2);
         String text =
                 Tool.vdk("report", snapshot.toString(), "--show", "methods", "--top", "100000");
         Check.contains(text, "CALLS", "the head of the report");
@@ -158,27 +150,27 @@ public final class ClientTracingCases {
     static void
     countsInARunningProgramOnceItIsRetransformed(Target target) throws Exception {
         go(target, 1);
-        Tool.vdk("attach", pid(target), "port=" + target.port);
+        Tool.vdk("attach", target.id(), "port=" + target.port);
         String log = target.log();
         Path both = write(target, "both", "java.*\njdk.*\nsun.*\nfixtures.*\n");
-        Tool.vdk("retransform", pid(target), "--filter-file", both.toString());
+        Tool.vdk("retransform", target.id(), "--filter-file", both.toString());
         log = target.log().substring(log.length());
         Check.contains(log, "Classes to retransform: ", "log");
         Check.isTrue(!log.contains("\n  fixtures.KnownCalls\n"), log);
         Path some = write(target, "some", "java.*\njdk.*\nsun.*\n");
-        Tool.vdk("trace", "start", pid(target), "--filter-file", some.toString());
+        Tool.vdk("trace", "start", target.id(), "--filter-file", some.toString());
         log = target.log();
         Check.contains(log, "\n  fixtures.KnownCalls\n", "log");
         Check.isTrue(!log.contains("\n  java.lang.String\n"), "what is filtered is left alone");
         go(target, 2);
-        checkReport(pid(target), 1);
-        Tool.vdk("retransform", pid(target));
+        checkReport(target.id(), 1);
+        Tool.vdk("retransform", target.id());
         Check.contains(target.log(), "\n  java.lang.String\n", "all the rest");
         go(target, 3);
-        checkReport(pid(target), 2);
-        Tool.vdk("trace", "stop", pid(target));
+        checkReport(target.id(), 2);
+        Tool.vdk("trace", "stop", target.id());
         go(target, 4);
-        checkReport(pid(target), 2);
+        checkReport(target.id(), 2);
         target.finish();
     }
 }

@@ -11,6 +11,7 @@ import java.util.List;
 import jvmtest.Case;
 import jvmtest.Check;
 import jvmtest.Debugger;
+import jvmtest.Sampling;
 import jvmtest.Target;
 import jvmtest.Tracing;
 
@@ -82,7 +83,7 @@ public final class DebuggerCases {
             debug(target, debugger, 1);
             Tracing.start(target, "java.*");
             debug(target, debugger, 2);
-            Tracing.checkTimes(Tracing.fetch(target));
+            Tracing.fetch(target).checkTimes();
             // Two calls: the program's and the evaluated one.
             Check.equal(Tracing.fetch(target).callCounts().get(CLASS + ".work"), 2L, "calls");
             target.send("3");
@@ -96,6 +97,8 @@ public final class DebuggerCases {
             stepInto(target, debugger, 4);
             Tracing.stop(target);
             stepInto(target, debugger, 5);
+            Sampling.start(target);
+            Sampling.capture(target); // all threads halt, but for what the debugger holds
             target.finish();
         }
         Check.equal(Debugger.outputOf(target),

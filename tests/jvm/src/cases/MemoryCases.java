@@ -3,8 +3,6 @@ package cases;
 import com.sun.tools.attach.AgentInitializationException;
 import fixtures.Idle;
 import java.nio.file.Files;
-import java.nio.file.Path;
-import java.util.ArrayList;
 import java.util.List;
 import jvmtest.Case;
 import jvmtest.Check;
@@ -56,7 +54,7 @@ public final class MemoryCases {
     /** The number of allocations that the agent asked for. */
     private static long runToEnd(Target like, String mode, long from, boolean once)
             throws Exception {
-        String options = "-agentpath:" + like.library + "=" + like.agentOptions(mode);
+        String options = like.agentPath(like.agentOptions(mode));
         try (Target target = start(like, from, once, List.of(options))) {
             return finish(target, "at call " + from + (once ? " only " : " on ") + mode);
         }
@@ -78,20 +76,12 @@ public final class MemoryCases {
 
     private static Target start(Target like, long from, boolean once, List<String> jvm)
             throws Exception {
-        Target target = Target.like(like);
         String classes = System.getProperty("java.class.path");
-        List<String> command =
-                new ArrayList<>(List.of("env", "LD_PRELOAD=" + classes + "/libfailingmalloc.so",
-                                        "VDK_FAIL_FROM=" + from, "VDK_FAIL_ONCE=" + (once ? 1 : 0),
-                                        "VDK_FAIL_COUNT=" + countOf(target), like.jdk.java()));
-        command.addAll(jvm);
-        command.addAll(List.of("-cp", classes, Idle.class.getName()));
-        target.startProcess(command);
-        return target;
-    }
-
-    private static Path countOf(Target target) {
-        return target.folder.resolve("calls");
+        return Target.run(like,
+                          List.of("env", "LD_PRELOAD=" + classes + "/libfailingmalloc.so",
+                                  "VDK_FAIL_FROM=" + from, "VDK_FAIL_ONCE=" + (once ? 1 : 0),
+                                  "VDK_FAIL_COUNT=calls"),
+                          jvm);
     }
 
     private static long finish(Target target, String point) throws Exception {
@@ -102,6 +92,6 @@ public final class MemoryCases {
         }
         Check.equal(target.output(), "ready\nbye\n", "standard output, " + point);
         Check.equal(target.errors(), "", "standard error, " + point);
-        return Long.parseLong(Files.readString(countOf(target)).trim());
+        return Long.parseLong(Files.readString(target.folder.resolve("calls")).trim());
     }
 }

@@ -3,6 +3,7 @@ package cases;
 import fixtures.Burn;
 import fixtures.Idle;
 import fixtures.ThreadStarts;
+import java.io.IOException;
 import java.net.Socket;
 import java.net.SocketTimeoutException;
 import java.util.ArrayList;
@@ -44,6 +45,7 @@ public final class ProtocolCases {
             Check.equal(client.readString(), target.folder.toString(), "snapshot directory");
             Check.equal((long) client.in.readInt(), target.pid(), "process id");
             Check.equal(client.in.readInt(), 3600, "telemetry limit");
+            Check.equal(client.in.read(), -1, "bytes behind");
         }
         Check.equal(heapDumpStatus(target), 2, "heap dumps are switched on");
         target.finish();
@@ -55,16 +57,10 @@ public final class ProtocolCases {
         }
     }
 
-    @Case(fixture = Idle.class, jvm = "-XX:-HeapDumpOnOutOfMemoryError")
-    static void leavesAnOptionOfTheJvmToWhoGaveIt(Target target) throws Exception {
-        Check.equal(heapDumpStatus(target), 1, "heap dumps are left off");
-        target.finish();
-    }
-
     @Case(fixture = Idle.class)
     static void survivesGarbageHalfPacketsAndHugeLengths(Target target) throws Exception {
         Random random = new Random(7);
-        for (int i = 0; i < 60; i++) {
+        for (int i = 0; i < 100; i++) {
             byte[] garbage = new byte[random.nextInt(3000)];
             random.nextBytes(garbage);
             try (AgentClient client = target.client()) {
@@ -72,37 +68,54 @@ public final class ProtocolCases {
                     client.out.writeLong(AgentClient.MAGIC);
                 }
                 if (i % 3 > 1) {
-                    int[] types = {100300, 103500, 101000, 104006, 104800, 105300, 105400, 105500};
+                    int[] types = {100102, 100300, 101000, 101001, 102301, 103500,
+                                   104006, 104700, 104800, 105000, 105101, 105201,
+                                   105300, 105400, 105500, 99,     0,      1};
                     client.out.writeInt(types[random.nextInt(types.length)]);
                 }
                 client.out.write(garbage);
                 client.out.flush();
+                if (i % 5 == 0) {
+                    client.socket.setSoLinger(true, 0);
+                }
+            } catch (IOException closedMeanwhile) {
+                continue; // the agent has hung up already, which it may
             }
         }
         checkServes(target, "garbage");
-        try (AgentClient client = target.client()) {
-            client.request(AgentClient.TRANSFER).out.writeInt(0x7fffffff);
-            client.out.flush();
-            Check.isTrue(client.in.read() >= -1, "an answer or the end of the connection");
+        for (int length : new int[] {0x7fffffff, -2, 0x1000001}) {
+            try (AgentClient client = target.client()) {
+                client.request(AgentClient.TRANSFER).out.writeInt(length);
+                client.out.flush();
+                Check.isTrue(client.isHungUp(), "no bytes for the length " + length);
+            }
         }
         checkServes(target, "a huge length");
         try (AgentClient client = target.client()) {
             client.out.writeBytes("GET / HTTP/1.1\r\nHost: x\r\n\r\n");
             client.out.flush();
-            Check.equal(client.in.read(), -1, "bytes for a wrong magic number");
+            Check.isTrue(client.isHungUp(), "no bytes for a wrong magic number");
         }
         try (AgentClient client = target.client()) {
-            client.request(99);
+            client.request(99).out.write(new byte[20000]);
             Check.equal(
                     client.error(),
                     "Unknown packet type: 99. Reason: profiler agent and client version mismatch",
                     "unknown packet");
         }
-        for (int index : new int[] {128, 31, -2}) {
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.UPDATE_TABLES);
+            for (int word : new int[] {2, 0, 40, 1, 127, 2, -1}) { // one core table, two of probes
+                client.out.writeInt(word);
+            }
+            client.ok();
+        }
+        for (int[] request : new int[][] {{0, 128}, {0, 31}, {0, 0}, {0, -2}, {1 << 12, 12}}) {
             try (AgentClient client = target.client()) {
-                client.request(AgentClient.UPDATE_TABLES).out.writeInt(0);
-                client.out.writeInt(index);
-                Check.equal(client.error(), "Invalid table index: " + index, "table index");
+                client.request(AgentClient.UPDATE_TABLES).out.writeInt(request[0]);
+                client.out.writeInt(request[0] == 0 ? request[1] : 0);
+                client.out.writeInt(-1);
+                Check.equal(client.error(), "Invalid table index: " + request[1], "table index");
             }
         }
         target.finish();
@@ -172,8 +185,7 @@ public final class ProtocolCases {
             stopped.in.mark(1);
             stopped.in.read(); // the tables are on their way
             stopped.in.reset();
-            target.send("start");
-            target.awaitOutput("heard start");
+            target.ask("start", "heard start");
             String took = target.output().replaceAll("(?s).*start took (\\d+)\n.*", "$1");
             Check.isTrue(Long.parseLong(took) < 5000, "a thread started in " + took + " ms");
             Tables tables = new Tables();
@@ -194,33 +206,40 @@ public final class ProtocolCases {
                 client.string(null);
                 client.ok();
             }
+            client.request(AgentClient.SEQUENCE_END).out.flush();
+            Check.equal(client.in.read(), -1, "bytes behind the sequence");
         }
     }
 
-    @Case(fixture = Idle.class)
-    static void answersForAbilitiesThatAreNotThere(Target target) throws Exception {
-        for (int packet : new int[] {105400}) {
-            try (AgentClient client = target.client()) {
-                client.request(packet);
-                int type = client.header();
-                Check.isTrue(type == 0 || type == 1, "answer " + type);
-                client.readString();
-            }
-        }
-        checkServes(target, "asking for triggers");
-        target.finish();
-    }
-
-    @Case(fixture = Idle.class)
-    static void dumpsThreadsAndCollectsGarbage(Target target) throws Exception {
+    /** What the JVM was told about heap dumps is left to who told it. */
+    @Case(fixture = Burn.class, jvm = "-XX:-HeapDumpOnOutOfMemoryError")
+    static void dumpsThreadsCollectsGarbageAndHasNoTriggers(Target target) throws Exception {
+        Check.equal(heapDumpStatus(target), 1, "heap dumps are left off");
         try (AgentClient client = target.client()) {
-            client.request(AgentClient.THREAD_DUMP).ok();
+            String dump = client.request(AgentClient.THREAD_DUMP).ok().readString();
+            for (String part : new String[] {"\"waiter\" daemon prio=5 id=", " WAITING\n",
+                                             "\t- waiting on <0x", "fixtures.Burn.await"}) {
+                Check.contains(dump, part, "thread dump");
+            }
         }
         try (AgentClient client = target.client()) {
             client.request(AgentClient.FORCE_GC).ok();
             long before = client.in.readLong();
             long after = client.in.readLong();
             Check.isTrue(before > 0 && after > 0, before + " " + after);
+        }
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.SET_TRIGGERS).string("TimerListener delay=10s\n  ForceGC\n");
+            client.out.writeBoolean(false);
+            Check.contains(client.error(), "triggers are not available", "triggers");
+        }
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.SET_TRIGGERS).string("# a comment\n\n  ForceGC\n");
+            client.out.writeBoolean(false);
+            client.ok();
+        }
+        try (AgentClient client = target.client()) {
+            Check.equal(client.request(AgentClient.GET_TRIGGERS).ok().readString(), "", "triggers");
         }
         target.finish();
     }

@@ -23,19 +23,19 @@ public final class RealProgramCases {
 
     private static void tell(Target target, String line) throws Exception {
         int next = answers(target) + 1;
-        target.send(line);
-        target.awaitOutput("done " + next + "\n");
+        target.ask(line, "done " + next);
     }
 
     /** A round of the program ends on each side of every switch. */
     static void staysTheSame(Target target, String filters, String method) throws Exception {
-        String plain = target.plainOutput("run\nawait\nawait\nawait\nawait\nhalt\ngo\nstop\n");
+        String plain =
+                target.plainOutput("run\nawait\nawait\nawait\nawait\nhalt\ngo\nshow\nstop\n");
         Tracing.calibrate(target);
         tell(target, "run");
         tell(target, "await");
         Tracing.start(target, filters);
         tell(target, "await");
-        Tracing.checkTimes(Tracing.fetch(target));
+        Tracing.fetch(target).checkTimes();
         Tracing.stop(target);
         tell(target, "await");
         Tracing.start(target, filters);
@@ -47,34 +47,19 @@ public final class RealProgramCases {
         tell(target, "go");
         Tables tables = Tracing.fetch(target);
         Check.equal(tables.callCounts().get(method), 300L, "calls of " + method);
-        Tracing.checkTimes(tables);
+        tables.checkTimes();
         Tracing.stop(target);
-        target.send("stop");
-        Check.equal(target.awaitExit(), 0, "exit code; " + target.state());
+        target.send("show");
+        target.finish();
         Check.equal(target.output(), plain, "output");
         Tracing.checkQuiet(target);
     }
 
-    private static void database(Target target) throws Exception {
-        staysTheSame(target, JDK, "programs.DatabaseRounds.leaf");
-    }
-
-    private static void groovy(Target target) throws Exception {
-        staysTheSame(target, JDK + "\ngroovy*\norg.codehaus.*", "Counted.leaf");
-    }
-
     @Case(fixture = Programs.class, args = "programs.GroovyScript", jars = "groovy-all",
-          agent = "handlebadtimes", attach = false)
+          agent = "handlebadtimes")
     static void
     groovyStaysTheSame(Target target) throws Exception {
-        groovy(target);
-    }
-
-    @Case(fixture = Programs.class, args = "programs.GroovyScript", jars = "groovy-all",
-          agent = "handlebadtimes", load = false, since = 25)
-    static void
-    groovyStaysTheSameAfterAnAttach(Target target) throws Exception {
-        groovy(target);
+        staysTheSame(target, JDK + "\ngroovy*\norg.codehaus.*", "Counted.leaf");
     }
 
     @Case(fixture = Programs.class, args = "programs.ClojureScript",
@@ -94,24 +79,12 @@ public final class RealProgramCases {
     }
 
     @Case(fixture = Programs.class, args = "programs.DatabaseRounds", jars = "h2",
-          agent = "handlebadtimes", jvm = {"-XX:+UseShenandoahGC", "-Xmx512m"}, attach = false)
+          agent = "handlebadtimes", attach = false,
+          variants = {"-XX:+UseShenandoahGC -Xmx512m", "25:-Xcheck:jni -XX:+UseParallelGC",
+                      "25:-Xint -XX:+UseSerialGC"})
     static void
     aDatabaseStaysTheSame(Target target) throws Exception {
-        database(target);
-    }
-
-    @Case(fixture = Programs.class, args = "programs.DatabaseRounds", jars = "h2",
-          agent = "handlebadtimes", jvm = {"-Xcheck:jni", "-XX:+UseParallelGC"}, attach = false,
-          since = 25)
-    static void
-    aDatabaseStaysTheSameUnderTheJniChecks(Target target) throws Exception {
-        database(target);
-    }
-
-    @Case(fixture = Programs.class, args = "programs.DatabaseRounds", jars = "h2",
-          agent = "handlebadtimes", jvm = {"-Xint", "-XX:+UseSerialGC"}, attach = false, since = 25)
-    static void
-    aDatabaseStaysTheSameInterpreted(Target target) throws Exception {
-        staysTheSame(target, JDK + "\norg.h2.*", "programs.DatabaseRounds.leaf");
+        String more = target.variant.contains("-Xint") ? "\norg.h2.*" : "";
+        staysTheSame(target, JDK + more, "programs.DatabaseRounds.leaf");
     }
 }

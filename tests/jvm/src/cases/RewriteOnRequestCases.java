@@ -30,10 +30,7 @@ public final class RewriteOnRequestCases {
         String mark = "\n" + ++asked + ": ";
         target.awaitOutput(mark);
         int at = target.output().indexOf(mark) + mark.length();
-        while (target.output().indexOf('\n', at) < 0) {
-            Check.isTrue(target.process().isAlive(), target.state());
-            Thread.sleep(1);
-        }
+        Check.await(1, () -> target.output().indexOf('\n', at) > 0, target::state);
         return target.output().substring(at, target.output().indexOf('\n', at));
     }
 
@@ -112,20 +109,14 @@ public final class RewriteOnRequestCases {
         Check.equal(test.rewrite("made/Future", future), "written", "version to come");
         Check.equal(Arrays.equals(Arrays.copyOf(test.out(), 8), Arrays.copyOf(future, 8)), true,
                     "its version");
-        jvm.finish();
-    }
-
-    @Case(fixture = Rewrites.class, attach = false)
-    static void theNativeThrowsForAClassThatIsCutOff(Target jvm) throws Exception {
         jvm.allowFaultsInLog();
-        RewriteOnRequestCases test = new RewriteOnRequestCases(jvm);
         String text = "java.lang.RuntimeException: assertion failed in native code; see agent "
                       + "log for detail";
         byte[] whole = fortyTwo("made/Cut").bytes();
-        Path cut = test.write("cut", Arrays.copyOf(whole, whole.length - 3));
-        Check.equal(test.rewrite("made/Cut", cut), text, "cut off");
-        Check.equal(test.rewrite("null", test.write("whole", whole)), text, "no name");
-        Check.equal(test.rewrite("made/Cut", test.write("whole", whole)), "written", "whole");
+        Check.equal(test.rewrite("made/Cut", Arrays.copyOf(whole, whole.length - 3)), text,
+                    "cut off");
+        Check.equal(test.rewrite("null", whole), text, "no name");
+        Check.equal(test.rewrite("made/Cut", whole), "written", "whole");
         jvm.finish();
     }
 
@@ -153,32 +144,7 @@ public final class RewriteOnRequestCases {
         jvm.finish();
     }
 
-    /** A dynamic constant of one slot and one of two, which no compiler makes yet. */
-    @Case(fixture = Rewrites.class, attach = false, jvm = "-Xverify:all")
-    static void dynamicConstantsStayWhatTheyAre(Target jvm) throws Exception {
-        RewriteOnRequestCases test = new RewriteOnRequestCases(jvm);
-        HandClass made = new HandClass("made/Dynamic", 55);
-        int bootstrap = made.handle(
-                6, made.member(10, "java/lang/invoke/ConstantBootstraps", "getStaticFinal",
-                               "(Ljava/lang/invoke/MethodHandles$Lookup;Ljava/lang/String;"
-                                       + "Ljava/lang/Class;Ljava/lang/Class;)Ljava/lang/Object;"));
-        int name = made.utf8("MAX_VALUE");
-        int ofInt = made.indexed(17, 0, made.indexed(12, name, made.utf8("I")));
-        int ofLong = made.indexed(17, 1, made.indexed(12, name, made.utf8("J")));
-        made.attribute("BootstrapMethods", 2, bootstrap, 1,
-                       made.indexed(7, made.utf8("java/lang/Integer")), bootstrap, 1,
-                       made.indexed(7, made.utf8("java/lang/Long")));
-        // ldc_w int, ldc2_w long, l2i, iadd: the greatest int and -1
-        made.method(9, "m", "()I", 3, 0, 19, ofInt >> 8, ofInt, 20, ofLong >> 8, ofLong, 136, 96,
-                    172);
-        Path in = test.write("in", made.bytes());
-        Check.equal(test.rewrite("made/Dynamic", in), "written", "dynamic constants");
-        Check.isTrue(holds(test.out(), "vdkMethodEntry"), "calls are in it");
-        Check.equal(test.ask("run made/Dynamic " + in), "result 2147483646", "sum");
-        jvm.finish();
-    }
-
-    @Case(fixture = Rewrites.class, agent = "debug=dumpclasses")
+    @Case(fixture = Rewrites.class, agent = "debug=dumpclasses", attach = false)
     static void rewrittenClassesAreDumped(Target jvm) throws Exception {
         RewriteOnRequestCases test = new RewriteOnRequestCases(jvm);
         // Without the folder nothing is written, and nothing is said.

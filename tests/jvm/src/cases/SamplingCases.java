@@ -4,9 +4,7 @@ import fixtures.Burn;
 import fixtures.Bursts;
 import fixtures.ShortThreads;
 import fixtures.Threads;
-import fixtures.VirtualBurn;
-import java.io.IOException;
-import java.io.UncheckedIOException;
+import fixtures.VirtualThreads;
 import java.nio.file.Path;
 import java.util.List;
 import java.util.Map;
@@ -28,12 +26,11 @@ public final class SamplingCases {
     private SamplingCases() {
     }
 
-    @Case(fixture = Burn.class, args = "once", alone = true)
+    @Case(fixture = Burn.class, args = "once", alone = true, attach = false)
     static void chargesMethodsInProportionAndIdleThreadsNothing(Target target) throws Exception {
         Sampling.start(target);
-        target.send("burn");
-        target.awaitOutput("burnt\n");
-        Sampling.stop(target);
+        target.ask("burn", "burnt");
+        Tracing.stop(target);
         double used = target.cpuTimeOfThreads("burner");
         Tables tables = Tracing.fetch(target);
         Map<String, Long> times = tables.totalTimes();
@@ -58,8 +55,8 @@ public final class SamplingCases {
         target.finish();
     }
 
-    @Case(fixture = Threads.class, args = {"200", "64", "0"}, alone = true)
-    static void sees64BusyThreads200FramesDeep(Target target) throws Exception {
+    @Case(fixture = Threads.class, args = {"200", "64", "1000"}, alone = true, attach = false)
+    static void sees64BusyThreads200FramesDeepAmong1000IdleOnes(Target target) throws Exception {
         Tables tables = Sampling.charge(target, "busy-", 6000, 0.3);
         long deepest = 0;
         for (int frame : tables.rows.get(Tables.FRAME).keySet()) {
@@ -68,12 +65,6 @@ public final class SamplingCases {
             }
         }
         Check.isTrue(deepest >= 200, "deepest stack " + deepest);
-        target.finish();
-    }
-
-    @Case(fixture = Threads.class, args = {"5", "1", "1000"}, alone = true, attach = false)
-    static void keepsUpWith1000IdleThreads(Target target) throws Exception {
-        Tables tables = Sampling.charge(target, "busy-", 3000, 0.2);
         Check.equal(Sampling.charged(tables, "idle-"), 0L, "time of idle threads");
         target.finish();
     }
@@ -97,8 +88,7 @@ public final class SamplingCases {
                 client.in.readLong();
             }
             client.request(AgentClient.STOP_CPU).ok();
-            target.send("go 2");
-            target.awaitOutput("done 42\n");
+            target.ask("go 2", "done 42");
             client.updateTables(ALL, early);
             client.request(AgentClient.SEQUENCE_END);
             client.out.flush();
@@ -121,10 +111,10 @@ public final class SamplingCases {
         Check.equal(target.awaitExit(), 0, "exit code");
     }
 
-    @Case(fixture = Burn.class)
+    @Case(fixture = Burn.class, attach = false)
     static void startsOnceStopsAndClears(Target target) throws Exception {
         Sampling.start(target);
-        Sampling.stop(target);
+        Tracing.stop(target);
         Sampling.start(target);
         Sampling.awaitTimes(target);
         try (AgentClient client = target.client()) {
@@ -134,7 +124,7 @@ public final class SamplingCases {
             Check.contains(client.error(), "CPU sampling or CPU tracing already started",
                            "second start");
         }
-        Sampling.stop(target);
+        Tracing.stop(target);
         Check.isTrue(!Tracing.fetch(target).ownTimes().isEmpty(), "times before clearing");
         Tracing.clear(target);
         Tables cleared = Tracing.fetch(target);
@@ -161,12 +151,12 @@ public final class SamplingCases {
      */
     @Case(fixture = Bursts.class, alone = true)
     static void tellsTheTimeThatNoSampleSees(Target target) throws Exception {
-        String pid = Long.toString(target.pid());
+        String pid = target.id();
         Sampling.start(target);
         Sampling.awaitTimes(target);
         Tracing.clear(target);
         long before = target.cpuTimeOfThreads("burst-");
-        Check.await(() -> used(target, "burst-") - before > 600_000_000, "bursts");
+        Check.await(() -> target.cpuTimeOfThreads("burst-") - before > 600_000_000, "bursts");
         String report = reportByThread(pid);
         long used = 0;
         long charged = 0;
@@ -175,13 +165,13 @@ public final class SamplingCases {
             used += reported(report, thread, "usedCpuNs");
             charged += reported(report, thread, "sampledCpuNs");
         }
-        double truth = used(target, "burst-") - before;
+        double truth = target.cpuTimeOfThreads("burst-") - before;
         Check.near(used / truth, 1, 0.3, "time of the bursts to the system's count");
         Check.isTrue(charged < 0.8 * used, "of " + used + " ns were charged " + charged);
         Check.near(reported(report, "\"thread\": \"batch", "sampledCpuNs"),
                    reported(report, "\"thread\": \"batch", "usedCpuNs"), 1e8, "who never waits");
         Check.contains(Tool.vdk("report", pid), " CPU\n", "report");
-        Sampling.stop(target);
+        Tracing.stop(target);
         Tracing.clear(target);
         Check.equal(reported(reportByThread(pid), "", "usedCpuNs"), 0L, "after clearing");
         countsThreadsThatNoSampleMeets(target, pid);
@@ -190,9 +180,8 @@ public final class SamplingCases {
 
     private static void countsThreadsThatNoSampleMeets(Target target, String pid) throws Exception {
         Sampling.start(target);
-        target.send("go");
-        target.awaitOutput(".\n");
-        Sampling.stop(target);
+        target.ask("go", ".");
+        Tracing.stop(target);
         String told = target.output().substring(target.output().indexOf("brief ns ") + 9);
         double truth = Long.parseLong(told.substring(0, told.indexOf('.')));
         Path snapshot = target.folder.resolve("brief.snapshot");
@@ -206,22 +195,14 @@ public final class SamplingCases {
         Check.near(inAll / truth, 1, 0.35, "time of brief threads, " + inAll + " of " + truth);
     }
 
-    private static long used(Target target, String threads) {
-        try {
-            return target.cpuTimeOfThreads(threads);
-        } catch (IOException e) {
-            throw new UncheckedIOException(e);
-        }
-    }
-
     /** Carriers are charged with the stacks of what they run, not with the frames that run it. */
-    @Case(fixture = VirtualBurn.class, since = 21)
+    @Case(fixture = VirtualThreads.class, args = "burn", since = 21)
     static void seesTheFramesOfVirtualThreads(Target target) throws Exception {
-        String name = VirtualBurn.class.getName() + ".";
+        String name = VirtualThreads.class.getName() + ".";
         Sampling.start(target);
         Check.await(() -> totalTime(target, name + "steady") > 300_000_000, "steady is charged");
         Check.await(() -> totalTime(target, name + "changing") > 300_000_000, "changing, too");
-        Sampling.stop(target);
+        Tracing.stop(target);
         Map<String, Long> own = Tracing.fetch(target).ownTimes();
         long all = own.values().stream().mapToLong(Long::longValue).sum();
         Check.isTrue(own.getOrDefault("jdk.internal.vm.Continuation.run", 0L) < all / 3,
@@ -230,12 +211,8 @@ public final class SamplingCases {
         target.finish();
     }
 
-    private static long totalTime(Target target, String method) {
-        try {
-            return Tracing.fetch(target).totalTimes().getOrDefault(method, 0L);
-        } catch (Exception e) {
-            throw new IllegalStateException(e);
-        }
+    private static long totalTime(Target target, String method) throws Exception {
+        return Tracing.fetch(target).totalTimes().getOrDefault(method, 0L);
     }
 
     private static long status(Target target) throws Exception {
@@ -264,7 +241,7 @@ public final class SamplingCases {
                     "Cannot start CPU tracing: CPU sampling or CPU tracing already started",
                     "first tracing while sampling");
         Check.equal(status(target), status, "status after the refusal");
-        Sampling.stop(target);
+        Tracing.stop(target);
         refusalOf(target, 8);
         Check.isTrue(!target.log().contains("Calibration: starting"), "measured for nothing");
         Map<String, Long> sampled = Tracing.fetch(target).timeByThread();
@@ -280,9 +257,9 @@ public final class SamplingCases {
         target.finish();
     }
 
-    @Case(fixture = Burn.class)
+    @Case(fixture = Burn.class, attach = false)
     static void theClientSwitchesOnlyWhatItsCommandNames(Target target) throws Exception {
-        String pid = Long.toString(target.pid());
+        String pid = target.id();
         Check.contains(Tool.vdkEndsWith(0, "trace", "stop", pid), "tracing was off", "stop");
         Process interrupted = new ProcessBuilder(Tool.vdkCommand("trace", "start", pid))
                                       .redirectErrorStream(true)
@@ -303,9 +280,11 @@ public final class SamplingCases {
         target.finish();
     }
 
-    @Case(fixture = Burn.class, agent = "sampling", attach = true)
-    static void startsWithTheOptionSampling(Target target) throws Exception {
+    /** Whoever samples from the start wants to see it at the end. */
+    @Case(fixture = Burn.class, agent = "sampling")
+    static void startsWithTheOptionSamplingAndKeepsASnapshotOnExit(Target target) throws Exception {
         Sampling.awaitTimes(target);
         target.finish();
+        Check.equal(SnapshotCases.count(target, "-shutdown.snapshot"), 1, "snapshots on exit");
     }
 }

@@ -26,6 +26,8 @@ public final class ServerCases {
     private static final String[] PATHS = {
             "load/text?n=50", "load/session?n=1", "load/later?n=7", "load/large?n=20",
             "load/fail?n=3",  "load/missing?n=0", "nothing",        "load/text?n=none"};
+    static final String JARS = "tomcat10-{catalina,servlet-api,coyote,juli,util,util-scan,api,"
+                               + "jaspic-api,annotations-api,jni,el-api}";
     private static final int CLIENTS = 4;
 
     private ServerCases() {
@@ -100,11 +102,11 @@ public final class ServerCases {
 
         /** Waits for as many rounds of answers as there are clients. */
         void pass() throws Exception {
-            long end = System.nanoTime() + Check.LIMIT_SECONDS * 1_000_000_000L;
-            for (int wanted = answered.get() + CLIENTS; answered.get() < wanted; Thread.sleep(5)) {
+            int wanted = answered.get() + CLIENTS;
+            Check.await(5, () -> {
                 Check.isTrue(faults.isEmpty(), "the server under load: " + faults);
-                Check.isTrue(System.nanoTime() < end, "the server does not answer");
-            }
+                return answered.get() >= wanted;
+            }, () -> "the server answers");
         }
 
         void halt() throws Exception {
@@ -149,7 +151,7 @@ public final class ServerCases {
             load.pass();
             Tracing.start(target, FILTERS);
             load.pass();
-            Tracing.checkTimes(Tracing.fetch(target));
+            Tracing.fetch(target).checkTimes();
             Tracing.stop(target);
             load.pass();
             Tracing.start(target, FILTERS);
@@ -167,27 +169,21 @@ public final class ServerCases {
         Check.equal(tables.callCounts().get("programs.LoadServlet.doGet"), 10L * 7, "doGet");
         Check.equal(tables.callCounts().get("programs.LoadServlet.doPost"), 10L, "doPost");
         Check.equal(tables.callCounts().get("programs.LoadServlet.complete"), 10L, "complete");
-        Tracing.checkTimes(tables);
+        tables.checkTimes();
         Tracing.stop(target);
         target.finish();
         Check.equal(target.output(), "ready\nbye\n", "output");
         Tracing.checkQuiet(target);
     }
 
-    @Case(fixture = Started.class, args = "programs.TomcatServer",
-          jars = {"tomcat10-catalina", "tomcat10-servlet-api", "tomcat10-coyote", "tomcat10-juli",
-                  "tomcat10-util", "tomcat10-util-scan", "tomcat10-api", "tomcat10-jaspic-api",
-                  "tomcat10-annotations-api", "tomcat10-jni", "tomcat10-el-api"},
+    @Case(fixture = Started.class, args = "programs.TomcatServer", jars = JARS,
           agent = "handlebadtimes", jvm = {"-XX:+UseSerialGC", "-Xshare:off"}, attach = false)
     static void
     aServerAnswersTheSame(Target target) throws Exception {
         servesTheSame(target);
     }
 
-    @Case(fixture = Started.class, args = "programs.TomcatServer",
-          jars = {"tomcat10-catalina", "tomcat10-servlet-api", "tomcat10-coyote", "tomcat10-juli",
-                  "tomcat10-util", "tomcat10-util-scan", "tomcat10-api", "tomcat10-jaspic-api",
-                  "tomcat10-annotations-api", "tomcat10-jni", "tomcat10-el-api"},
+    @Case(fixture = Started.class, args = "programs.TomcatServer", jars = JARS,
           agent = "handlebadtimes", load = false, since = 25)
     static void
     aServerAnswersTheSameAfterAnAttach(Target target) throws Exception {

@@ -28,8 +28,7 @@ public final class ThrowCases {
 
     private static void run(Target target, String line) throws Exception {
         int number = target.output().split("done ", -1).length;
-        target.send(line);
-        target.awaitOutput("done " + number + " " + line.split(" ")[0] + "\n");
+        target.ask(line, "done " + number + " " + line.split(" ")[0]);
     }
 
     /** Calls by the method's path through the fixture, where it is not too deep. */
@@ -46,7 +45,7 @@ public final class ThrowCases {
             }
             List<String> path = new ArrayList<>();
             for (String method : tables.stack(frame)) {
-                if (method.startsWith(CLASS) && !method.contains("lambda$main")) {
+                if (method.startsWith(CLASS) && !method.contains("lambda$")) {
                     path.add(method.substring(CLASS.length()));
                 }
             }
@@ -167,11 +166,9 @@ public final class ThrowCases {
 
     @Case(fixture = Throws.class, attach = false, agent = "noexceptionevents")
     static void aStackTooDeepToBeReadIsReadAgainFurtherUp(Target target) throws Exception {
-        target.send("dive 3000 0");
-        target.awaitOutput("at the bottom");
+        target.ask("dive 3000 0", "at the bottom");
         Tracing.start(target, FILTERS);
-        target.send("up");
-        target.awaitOutput("done 1 dive\n");
+        target.ask("up", "done 1 dive");
         Tables tables = Tracing.fetch(target);
         Check.equal(tables.callCounts().get(CLASS + "onTheWayUp"), 3001L, "calls on the way up");
         for (Map.Entry<Integer, Object[]> entry : tables.rows.get(Tables.CPU).entrySet()) {

@@ -1,21 +1,21 @@
 package cases;
 
 import fixtures.Compiles;
+import fixtures.Fragile;
 import fixtures.LeavingCalls;
 import fixtures.MixedRounds;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Map;
-import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
+import jvmtest.Sampling;
 import jvmtest.Tables;
 import jvmtest.Target;
 import jvmtest.Tracing;
 
 /** Programs under CPU tracing: they do what they did without, and no call is lost. */
 public final class TracedProgramCases {
-    private static final int RETRANSFORM = 105201;
     private static final String JDK = "java.*\njdk.*\nsun.*";
     private static final String CALLS = "fixtures.LeavingCalls.";
 
@@ -24,18 +24,12 @@ public final class TracedProgramCases {
             {"LeavingCalls$Failing.<init>", 60L}, {"LeavingCalls.nested", 80L},
             {"LeavingCalls.thrower", 80L},        {"LeavingCalls.cleaner", 200L},
             {"LeavingCalls.fromNative", 25L},     {"LeavingCalls.cause", 25L},
-            {"LeavingCalls.index", 90L},          {"LeavingCalls.lockAndThrow", 20L},
-            {"LeavingCalls.afterOverflow", 10L},  {"LeavingCalls.dies", 16L},
+            {"LeavingCalls.index", 90L},          {"LeavingCalls.dies", 16L},
             {"LeavingCalls.deeper", 16L},         {"LeavingCalls.parallel", 16L},
             {"LeavingCalls.leaf", 8000L},
     };
 
     private TracedProgramCases() {
-    }
-
-    private static void round(Target target, String line, String answer) throws Exception {
-        target.send(line);
-        target.awaitOutput(answer + "\n");
     }
 
     private static void checkLeft(Tables tables, int rounds) {
@@ -52,10 +46,10 @@ public final class TracedProgramCases {
 
     @Case(fixture = LeavingCalls.class, agent = "deadthreadlimit=500", attach = false)
     static void countsCallsThatAreLeftInUnusualWays(Target target) throws Exception {
-        round(target, "go", "done 1");
-        Tracing.start(target, "", "");
-        round(target, "go", "done 2");
-        round(target, "go", "done 3");
+        target.ask("go", "done 1");
+        Tracing.start(target, "");
+        target.ask("go", "done 2");
+        target.ask("go", "done 3");
         Tables tables = Tracing.fetch(target);
         checkLeft(tables, 2);
         tables.checkTimes();
@@ -65,59 +59,45 @@ public final class TracedProgramCases {
         target.finish();
     }
 
-    @Case(fixture = LeavingCalls.class, jvm = "-Xint", attach = false, since = 25)
-    static void countsTheSameInterpreted(Target target) throws Exception {
-        Tracing.start(target, JDK, "");
-        round(target, "go", "done 1");
-        Tables tables = Tracing.fetch(target);
-        checkLeft(tables, 1);
-        tables.checkTimes();
-        target.finish();
-    }
-
-    @Case(fixture = LeavingCalls.class,
-          jvm = {"-Xcomp", "-XX:CompileCommand=quiet",
-                 "-XX:CompileCommand=compileonly,fixtures.*::*"},
-          attach = false)
+    /** Without wall times, and with wall time for all that begins with fixtures. */
+    @Case(fixture = LeavingCalls.class, attach = false,
+          variants =
+                  {"", "25:-Xint",
+                   "-Xcomp -XX:CompileCommand=quiet -XX:CompileCommand=compileonly,fixtures.*::*"})
     static void
-    countsTheSameCompiled(Target target) throws Exception {
-        Tracing.start(target, JDK, "");
-        round(target, "go", "done 1");
-        checkLeft(Tracing.fetch(target), 1);
-        target.finish();
-    }
-
-    /** Wall time for all that begins with fixtures., CPU time for the rest. */
-    @Case(fixture = LeavingCalls.class, attach = false)
-    static void countsTheSameUnderWallTime(Target target) throws Exception {
-        Tracing.start(target, JDK, "fixtures.*");
-        round(target, "go", "done 1");
-        Tables tables = Tracing.fetch(target);
-        checkLeft(tables, 1);
-        tables.checkTimes();
+    countsTheSameInterpretedCompiledAndUnderWallTime(Target target) throws Exception {
+        for (int i = 1; i <= 2; i++) {
+            Tracing.start(target, JDK, i == 1 ? "" : "fixtures.*");
+            target.ask("go", "done " + i);
+            Tables tables = Tracing.fetch(target);
+            checkLeft(tables, 1);
+            if (!target.variant.contains("comp")) {
+                tables.checkTimes();
+            }
+            Tracing.stop(target);
+            Tracing.clear(target);
+        }
         target.finish();
     }
 
     @Case(fixture = LeavingCalls.class, attach = false)
     static void callsBegunBeforeTheStartAreNotCounted(Target target) throws Exception {
-        round(target, "inside", "made 1");
-        Tracing.start(target, "", "");
-        round(target, "inside", "made 2");
-        round(target, "inside", "made 3");
+        target.ask("inside", "made 1");
+        Tracing.start(target, "");
+        target.ask("inside", "made 2");
+        target.ask("inside", "made 3");
         Tables tables = Tracing.fetch(target);
         Map<String, Long> counts = tables.callCounts("early");
         Check.equal(counts.get(CALLS + "inside"), 2L, "calls of inside");
         Check.equal(counts.getOrDefault(CALLS + "early", 0L), 0L, "calls of early");
         tables.checkTimes();
         Tracing.stop(target);
-        round(target, "inside", "made 4");
+        target.ask("inside", "made 4");
         Check.equal(Tracing.fetch(target).callCounts("early").get(CALLS + "inside"), 2L,
                     "after the stop");
-        try (AgentClient client = target.client()) {
-            client.request(AgentClient.CLEAR_CPU).ok();
-        }
-        Tracing.start(target, "", "");
-        round(target, "inside", "made 5");
+        Tracing.clear(target);
+        Tracing.start(target, "");
+        target.ask("inside", "made 5");
         Check.equal(Tracing.fetch(target).callCounts("early").get(CALLS + "inside"), 1L, "anew");
         target.finish();
     }
@@ -125,21 +105,16 @@ public final class TracedProgramCases {
     @Case(fixture = LeavingCalls.class, agent = "handlebadtimes", load = false)
     static void classesLoadedBeforeAnAttachAreCountedOnceRetransformed(Target target)
             throws Exception {
-        round(target, "go", "done 1");
-        try (AgentClient client = target.client()) {
-            client.request(RETRANSFORM);
-            client.out.writeByte(0);
-            client.string("");
-            client.ok();
-        }
+        target.ask("go", "done 1");
+        Tracing.retransform(target);
         Check.contains(target.log(), "Class retransform completed", "log");
         Check.contains(target.log(), "Retransforming failed: fixtures.Isolated: ", "log");
         Check.equal(target.log().split("Retransforming failed").length, 2, "parts around failures");
-        Tracing.start(target, JDK, "");
-        round(target, "go", "done 2");
+        Tracing.start(target, JDK);
+        target.ask("go", "done 2");
         checkLeft(Tracing.fetch(target), 1);
         Tracing.stop(target);
-        round(target, "go", "done 3");
+        target.ask("go", "done 3");
         target.finish();
     }
 
@@ -150,8 +125,7 @@ public final class TracedProgramCases {
             target.send("go");
         }
         for (int i = 0; i < 12; i++) {
-            Tracing.start(target, i % 2 == 0 ? "" : "java.*", "");
-            Thread.sleep(40);
+            Tracing.start(target, i % 2 == 0 ? "" : "java.*");
             Tracing.fetch(target).checkTimes();
             Tracing.stop(target);
         }
@@ -160,29 +134,33 @@ public final class TracedProgramCases {
         target.finish();
     }
 
-    /** Off, on, off, on: the program prints what it prints without the agent. */
-    private static void staysTheSame(Target target) throws Exception {
-        compare(target, "java.*");
-    }
-
+    /** Off, traced, sampled, traced: the program prints what it prints without the agent. */
     private static void compare(Target target, String filters) throws Exception {
         String plain = target.plainOutput("go\ngo\ngo\ngo\nstop\n");
-        round(target, "go", "done 1");
-        Tracing.start(target, filters, "");
-        round(target, "go", "done 2");
+        target.ask("go", "done 1");
+        Tracing.start(target, filters);
+        target.ask("go", "done 2");
         Tracing.fetch(target).checkTimes();
         Tracing.stop(target);
-        round(target, "go", "done 3");
-        Tracing.start(target, filters, "");
-        round(target, "go", "done 4");
+        Tracing.clear(target);
+        Sampling.start(target);
+        target.ask("go", "done 3");
+        Sampling.awaitTimes(target);
+        Sampling.capture(target);
+        Tracing.stop(target);
+        Tracing.start(target, filters);
+        target.ask("go", "done 4");
         target.finish();
         Check.equal(target.output(), plain, "output");
         Tracing.checkQuiet(target);
     }
 
-    @Case(fixture = MixedRounds.class)
-    static void aMixedProgramStaysTheSame(Target target) throws Exception {
-        staysTheSame(target);
+    @Case(fixture = MixedRounds.class,
+          jvm = {"-XX:+UnlockDiagnosticVMOptions", "-XX:+BytecodeVerificationLocal"},
+          variants = "-Xcheck:jni")
+    static void
+    aMixedProgramStaysTheSame(Target target) throws Exception {
+        compare(target, "java.*");
     }
 
     @Case(fixture = MixedRounds.class, attach = false)
@@ -190,58 +168,53 @@ public final class TracedProgramCases {
         compare(target, "");
     }
 
-    @Case(fixture = MixedRounds.class, jvm = {"-XX:+UseSerialGC", "-Xshare:off"}, attach = false)
-    static void staysTheSameWithSerialAndNoArchive(Target target) throws Exception {
-        staysTheSame(target);
-    }
-
-    @Case(fixture = MixedRounds.class, jvm = "-XX:+UseParallelGC", attach = false, since = 25)
-    static void staysTheSameWithParallel(Target target) throws Exception {
-        staysTheSame(target);
-    }
-
-    @Case(fixture = MixedRounds.class, jvm = {"-XX:+UseZGC", "-Xmx256m"}, attach = false)
-    static void staysTheSameWithZ(Target target) throws Exception {
-        staysTheSame(target);
-    }
-
-    @Case(fixture = MixedRounds.class, jvm = {"-XX:+UseShenandoahGC", "-Xmx256m"}, attach = false,
-          since = 25)
+    @Case(fixture = MixedRounds.class, attach = false,
+          variants = {"-XX:+UseSerialGC -Xshare:off", "-XX:+UseParallelGC", "-XX:+UseZGC -Xmx256m",
+                      "-XX:+UseShenandoahGC -Xmx256m", "25:-Xint"})
     static void
-    staysTheSameWithShenandoah(Target target) throws Exception {
-        staysTheSame(target);
+    aMixedProgramStaysTheSameInJvmsOfAllKinds(Target target) throws Exception {
+        compare(target, "java.*");
     }
 
-    @Case(fixture = MixedRounds.class, jvm = "-Xint", attach = false, since = 25)
-    static void staysTheSameInterpreted(Target target) throws Exception {
-        staysTheSame(target);
-    }
-
-    @Case(fixture = MixedRounds.class, jvm = "-Xcheck:jni", attach = false)
-    static void staysTheSameUnderTheJniChecks(Target target) throws Exception {
-        round(target, "go", "done 1");
-        Tracing.start(target, "java.*", "");
-        round(target, "go", "done 2");
+    /** Loaders of many kinds, versions that serialization computes. */
+    @Case(fixture = Fragile.class)
+    static void whatInsertedCodeCouldDisturbStaysTheSame(Target target) throws Exception {
+        String plain = target.plainOutput("go\ngo\nstop\n");
+        target.ask("go", "done 1");
+        Tracing.start(target, "java.*");
+        target.ask("go", "done 2");
+        Tables tables = Tracing.fetch(target);
+        Check.isTrue(tables.callCounts().keySet().stream().noneMatch(n -> n.contains("$$VDK$$")),
+                     "renamed natives stay out of sight");
+        Check.isTrue(tables.rows.get(Tables.FRAME)
+                             .keySet()
+                             .stream()
+                             .map(tables::stack)
+                             .anyMatch(s
+                                       -> String.join(" ", s).matches(
+                                               ".*Fragile.early .*Isolated.answer")),
+                     "the class of the early loader calls the agent");
         Tracing.stop(target);
         target.finish();
-        Tracing.checkQuiet(target);
+        Check.equal(target.output(), plain, "output");
+        Check.contains(target.log(), "skipping: its class loader does not find the agent", "log");
     }
 
-    @Case(fixture = MixedRounds.class, attach = false, since = 25,
-          jvm = "-agentlib:jdwp=transport=dt_socket,server=y,suspend=n,address=127.0.0.1:0")
+    /** Sampling needs no rewriting. */
+    @Case(fixture = Fragile.class, agent = "disabletracing,disablealloc,disablenatives",
+          attach = false, since = 25)
     static void
-    runsTracedBesideADebugger(Target target) throws Exception {
-        round(target, "go", "done 1");
-        Tracing.start(target, "java.*", "");
-        round(target, "go", "done 2");
-        Tracing.stop(target);
-        round(target, "go", "done 3");
+    nothingIsRewrittenWhereNothingCouldBeRecorded(Target target) throws Exception {
+        String plain = target.plainOutput("go\nstop\n");
+        target.ask("go", "done 1");
         target.finish();
+        Check.equal(target.output(), plain, "output");
+        Check.contains(target.log(), "rewritten: 0 of 0 classes", "log");
     }
 
     @Case(fixture = MixedRounds.class, attach = false)
     static void endsWithItsOwnExitCodeFromInsideCalls(Target target) throws Exception {
-        Tracing.start(target, "", "");
+        Tracing.start(target, "");
         target.send("exit 37");
         Check.equal(target.awaitExit(), 37, "exit code; " + target.state());
         Check.equal(target.output(), "ready\nbye\n", "output");
@@ -249,7 +222,7 @@ public final class TracedProgramCases {
 
     @Case(fixture = MixedRounds.class, attach = false)
     static void endsByAnUncaughtExceptionAsWithout(Target target) throws Exception {
-        Tracing.start(target, "", "");
+        Tracing.start(target, "");
         target.send("throw");
         Check.equal(target.awaitExit(), 1, "exit code; " + target.state());
         Check.contains(target.errors(), "java.lang.IllegalStateException: uncaught", "errors");

@@ -1,12 +1,10 @@
 package cases;
 
 import fixtures.ComesAndGoes;
-import fixtures.EarlyLoader;
 import fixtures.KnownCalls;
 import fixtures.NativeCalls;
 import fixtures.TimedCalls;
 import java.util.Map;
-import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
 import jvmtest.Tables;
@@ -80,27 +78,27 @@ public final class TracingCases {
         }
     }
 
-    @Case(fixture = KnownCalls.class, attach = false,
+    @Case(fixture = KnownCalls.class,
           jvm = {"-XX:+UnlockDiagnosticVMOptions", "-XX:+BytecodeVerificationLocal"})
     static void
     countsAreExactOnOffAndOnAgain(Target target) throws Exception {
-        target.send("go");
-        target.awaitOutput("done 1");
-        Tracing.start(target, "");
-        target.send("go");
-        target.awaitOutput("done 2");
-        Tables tables = Tracing.fetch(target);
-        checkCounts(tables, 1);
-        tables.checkTimes();
-        Tracing.stop(target);
-        target.send("go");
-        target.awaitOutput("done 3");
-        checkCounts(Tracing.fetch(target), 1);
-        Tracing.start(target, "");
-        target.send("go");
-        target.awaitOutput("done 4");
-        Tracing.stop(target);
-        checkCounts(Tracing.fetch(target), 2);
+        for (int i = 1; i <= 4; i++) { // the second and the last are traced
+            if (i % 2 == 0) {
+                Tracing.start(target, "");
+            }
+            target.ask("go", "done " + i);
+            if (i == 2) {
+                checkCounts(Tracing.fetch(target), 1);
+            }
+            if (i % 2 == 0) {
+                Tracing.stop(target);
+            }
+            Tables tables = Tracing.fetch(target);
+            checkCounts(tables, i / 2);
+            tables.checkTimes();
+        }
+        // Classes loaded before an attach are rewritten as tracing starts.
+        Check.equal(target.log().contains("Class retransform completed"), target.attached, "log");
         target.finish();
     }
 
@@ -201,34 +199,6 @@ public final class TracingCases {
         target.finish();
     }
 
-    @Case(fixture = KnownCalls.class, load = false)
-    static void classesLoadedBeforeAnAttachAreCounted(Target target) throws Exception {
-        Tracing.start(target, "");
-        target.send("go");
-        target.awaitOutput("done 1");
-        checkCounts(Tracing.fetch(target), 1);
-        Check.isTrue(target.log().contains("Class retransform completed"), target.log());
-        Tracing.stop(target);
-        target.finish();
-    }
-
-    /** A loader that was there first finds what rewritten classes call; wrapped natives count. */
-    @Case(fixture = EarlyLoader.class)
-    static void isolatedClassesRunAndNativesAreCounted(Target target) throws Exception {
-        Tracing.start(target, "");
-        target.send("go");
-        target.awaitOutput("isolated 42, deflated ");
-        Map<String, Long> counts = Tracing.fetch(target).callCounts();
-        for (String name : new String[] {"init", "deflateBytesBytes"}) {
-            Check.equal(counts.getOrDefault("java.util.zip.Deflater." + name, 0L), 40L, name);
-        }
-        Check.equal(counts.getOrDefault("fixtures.Isolated.answer", 0L), 1L, "answer");
-        Check.isTrue(counts.keySet().stream().noneMatch(n -> n.contains("$$VDK$$")),
-                     "renamed natives stay out of sight");
-        Tracing.stop(target);
-        target.finish();
-    }
-
     /** Of a class that is loaded once the agent is there, whichever way it came. */
     @Case(fixture = NativeCalls.class, jvm = "-Xcheck:jni")
     static void nativesOfAnApplicationAreCounted(Target target) throws Exception {
@@ -237,8 +207,7 @@ public final class TracingCases {
             if (i % 2 == 0) {
                 Tracing.start(target, "java.*");
             }
-            target.send("go");
-            target.awaitOutput("done " + i + "\n");
+            target.ask("go", "done " + i);
             if (i % 2 == 0) {
                 Tracing.stop(target);
             }
@@ -254,17 +223,13 @@ public final class TracingCases {
     @Case(fixture = KnownCalls.class, attach = false)
     static void methodsOfTheJdkAreCountedAndFilteredOnesCollapse(Target target) throws Exception {
         Tracing.start(target, "");
-        target.send("go");
-        target.awaitOutput("done 1");
+        target.ask("go", "done 1");
         checkCounts(Tracing.fetch(target), "", JDK_CALLS, 1);
         checkCounts(Tracing.fetch(target), "", NATIVE_CALLS, 1);
         Tracing.stop(target);
-        try (AgentClient client = target.client()) {
-            client.request(AgentClient.CLEAR_CPU).ok();
-        }
+        Tracing.clear(target);
         Tracing.start(target, "java.*");
-        target.send("go");
-        target.awaitOutput("done 2");
+        target.ask("go", "done 2");
         Tables tables = Tracing.fetch(target);
         checkCounts(tables, 1);
         // A filtered method that a filtered one calls directly has no frame of its own.

@@ -43,39 +43,25 @@ public final class VerificationCases {
                            List<String> args, boolean faultsInLog) throws Exception {
         List<String> command = new ArrayList<>(List.of(target.jdk.java()));
         if (agent) {
-            command.add("-agentpath:" + target.library +
-                        "=quiet,onlylocal,port=" + Target.freePort() + ",tmpdir=" + target.folder);
+            command.add(target.agentPath("quiet,onlylocal,port=" + Target.freePort() +
+                                         ",tmpdir=" + target.folder));
         }
         command.addAll(VERIFYING);
         command.addAll(jvm);
         command.addAll(List.of("-cp", System.getProperty("java.class.path"), fixture));
         command.addAll(args);
-        Path output = target.folder.resolve("output");
-        Process process = new ProcessBuilder(Target.withFreshLog(command))
-                                  .directory(target.folder.toFile())
-                                  .redirectErrorStream(true)
-                                  .redirectOutput(output.toFile())
-                                  .start();
-        try {
-            Check.isTrue(process.waitFor(MINUTES, TimeUnit.MINUTES), fixture + " ends");
-        } finally {
-            process.destroyForcibly();
-        }
-        String text = Files.readString(output);
-        Check.equal(process.exitValue(), 0, "exit code of " + command + ": " + text);
-        String log = "";
-        if (agent) {
-            Path file = Target.logOf(process);
-            log = Files.readString(file);
-            Files.delete(file);
+        try (Target run = Target.like(target)) {
+            run.startProcess(command);
+            Check.isTrue(run.process().waitFor(MINUTES, TimeUnit.MINUTES), fixture + " ends");
+            Check.equal(run.awaitExit(), 0, "exit code; " + run.state());
+            String log = agent ? run.log() : "";
             for (String fault : faultsInLog ? new String[] {"Retransforming"}
                                             : new String[] {"exception caught", "assertion failed",
                                                             "Retransforming"}) {
-                Check.isTrue(!log.contains(fault),
-                             "the log tells of a fault: " + logAround(log, fault));
+                Check.isTrue(!log.contains(fault), () -> "a fault: " + logAround(log, fault));
             }
+            return new Run(run.output() + run.errors(), log);
         }
-        return new Run(text, log);
     }
 
     private static String logAround(String log, String text) {

@@ -7,6 +7,7 @@ import java.io.DataOutputStream;
 import java.io.IOException;
 import java.net.InetAddress;
 import java.net.Socket;
+import java.net.SocketException;
 import java.nio.charset.StandardCharsets;
 
 /** One connection to an agent, framed by hand and apart from the product's own code. */
@@ -29,6 +30,9 @@ public final class AgentClient implements AutoCloseable {
     public static final int CAPTURE_SNAPSHOT = 104006;
     public static final int MESSAGE = 104800;
     public static final int RETRANSFORM = 105201;
+    public static final int GET_TRIGGERS = 105400;
+    public static final int SET_TRIGGERS = 105500;
+    public static final int LIST_SNAPSHOTS = 105600;
     public static final int FREE_UNUSED = 105700;
     public static final int PROGRESS = 100600;
 
@@ -49,14 +53,15 @@ public final class AgentClient implements AutoCloseable {
         return this;
     }
 
-    public void string(String text) throws IOException {
+    public AgentClient string(String text) throws IOException {
         if (text == null) {
             out.writeInt(-1);
-            return;
+            return this;
         }
         byte[] bytes = text.getBytes(StandardCharsets.UTF_8);
         out.writeInt(bytes.length);
         out.write(bytes);
+        return this;
     }
 
     public String readString() throws IOException {
@@ -76,13 +81,19 @@ public final class AgentClient implements AutoCloseable {
         return in.readInt();
     }
 
-    /** Reads a header that must say OK; fails with the agent's words otherwise. */
-    public AgentClient ok() throws IOException {
+    /** Type of the next packet that tells no progress. */
+    public int headerBehindProgress() throws IOException {
         int type = header();
         while (type == PROGRESS) {
             in.readInt();
             type = header();
         }
+        return type;
+    }
+
+    /** Reads a header that must say OK; fails with the agent's words otherwise. */
+    public AgentClient ok() throws IOException {
+        int type = headerBehindProgress();
         if (type == 0) {
             throw new AssertionError("the agent answers: " + readString());
         }
@@ -90,9 +101,18 @@ public final class AgentClient implements AutoCloseable {
         return this;
     }
 
+    /** The agent hangs up without an answer; what it had not read yet makes that a reset. */
+    public boolean isHungUp() throws IOException {
+        try {
+            return in.read() == -1;
+        } catch (SocketException reset) {
+            return true;
+        }
+    }
+
     /** Reads a header that must say error; gives its text. */
     public String error() throws IOException {
-        Check.equal(header(), 0, "packet type of an error");
+        Check.equal(headerBehindProgress(), 0, "packet type of an error");
         return readString();
     }
 
@@ -110,6 +130,14 @@ public final class AgentClient implements AutoCloseable {
         string(filters);
         string(wallTime);
         ok();
+    }
+
+    /** Asks for a snapshot; its answer is the path. */
+    public AgentClient capture(long flags, String directory, String pattern) throws IOException {
+        request(CAPTURE_SNAPSHOT).out.writeLong(flags);
+        string(directory);
+        string(pattern);
+        return this;
     }
 
     /** Asks for the core tables of mask, each from its stamp, and applies what comes to tables. */

@@ -17,10 +17,19 @@ public @interface Case {
 
     String[] jvm() default {};
 
+    /**
+     * The case runs once for each of these rows of JVM options, which blanks separate. "25:" in
+     * front is the lowest release that the row makes sense on.
+     */
+    String[] variants() default "";
+
     /** JVM options that stand before the agent's. */
     String[] jvmFirst() default {};
 
-    /** Jars of the system that the fixture needs, by their names in /usr/share/java. */
+    /**
+     * Jars of the system that the fixture needs, by their names in /usr/share/java, where * is any
+     * text.
+     */
     String[] jars() default {};
 
     String[] args() default {};

@@ -1,7 +1,8 @@
 package jvmtest;
 
+import java.util.concurrent.Callable;
 import java.util.concurrent.TimeUnit;
-import java.util.function.BooleanSupplier;
+import java.util.function.Supplier;
 
 /** Assertions whose failure names what was seen and what was expected. */
 public final class Check {
@@ -14,6 +15,12 @@ public final class Check {
     public static void isTrue(boolean condition, String what) {
         if (!condition) {
             throw new AssertionError(what);
+        }
+    }
+
+    public static void isTrue(boolean condition, Supplier<String> what) {
+        if (!condition) {
+            throw new AssertionError(what.get());
         }
     }
 
@@ -31,11 +38,19 @@ public final class Check {
     }
 
     /** Waits until it is so. */
-    public static void await(BooleanSupplier condition, String what) throws InterruptedException {
+    public static void await(Callable<Boolean> condition, String what) throws Exception {
+        await(20, condition, () -> what);
+    }
+
+    /** The same, asking at this interval; what is only called for when it never was so. */
+    public static void await(long everyMs, Callable<Boolean> condition, Supplier<String> what)
+            throws Exception {
         long limit = System.nanoTime() + TimeUnit.SECONDS.toNanos(LIMIT_SECONDS);
-        while (!condition.getAsBoolean()) {
-            isTrue(System.nanoTime() < limit, "it never was so: " + what);
-            Thread.sleep(5);
+        while (!condition.call()) {
+            if (System.nanoTime() > limit) {
+                throw new AssertionError("it never was so: " + what.get());
+            }
+            Thread.sleep(everyMs);
         }
     }
 

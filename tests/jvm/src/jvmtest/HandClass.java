@@ -10,17 +10,14 @@ import java.util.Map;
 public final class HandClass {
     private final ByteArrayOutputStream poolBytes = new ByteArrayOutputStream();
     private final ByteArrayOutputStream methodBytes = new ByteArrayOutputStream();
-    private final ByteArrayOutputStream attributeBytes = new ByteArrayOutputStream();
     private final DataOutputStream pool = new DataOutputStream(poolBytes);
     private final DataOutputStream methods = new DataOutputStream(methodBytes);
-    private final DataOutputStream attributes = new DataOutputStream(attributeBytes);
     private final Map<String, Integer> utf8s = new HashMap<>();
     private final int major;
     private final int thisClass;
     private final int superClass;
     private int poolCount = 1;
     private int methodCount;
-    private int attributeCount;
 
     public HandClass(String name, int majorVersion) throws IOException {
         major = majorVersion;
@@ -49,14 +46,6 @@ public final class HandClass {
         for (int index : indices) {
             pool.writeShort(index);
         }
-        return poolCount++;
-    }
-
-    /** A method handle: a kind of one byte and an index. */
-    public int handle(int kind, int reference) throws IOException {
-        pool.writeByte(15);
-        pool.writeByte(kind);
-        pool.writeShort(reference);
         return poolCount++;
     }
 
@@ -102,16 +91,6 @@ public final class HandClass {
         methodCount++;
     }
 
-    /** An attribute of the class, of shorts. */
-    public void attribute(String name, int... shorts) throws IOException {
-        attributes.writeShort(utf8(name));
-        attributes.writeInt(2 * shorts.length);
-        for (int value : shorts) {
-            attributes.writeShort(value);
-        }
-        attributeCount++;
-    }
-
     public byte[] bytes() throws IOException {
         ByteArrayOutputStream bytes = new ByteArrayOutputStream();
         DataOutputStream out = new DataOutputStream(bytes);
@@ -125,8 +104,7 @@ public final class HandClass {
         out.writeInt(0);
         out.writeShort(methodCount);
         methodBytes.writeTo(out);
-        out.writeShort(attributeCount);
-        attributeBytes.writeTo(out);
+        out.writeShort(0);
         return bytes.toByteArray();
     }
 }

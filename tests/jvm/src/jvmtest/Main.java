@@ -51,15 +51,9 @@ public final class Main {
                     continue;
                 }
                 for (Jdk jdk : jdks) {
-                    for (boolean attach : new boolean[] {false, true}) {
-                        String name = suite.getSimpleName() + "." + method.getName() + "[" +
-                                      (attach ? "attach" : "load") + " " + jdk + "]";
-                        if (jdk.release < test.since() ||
-                            (attach ? !test.attach() : !test.load()) || !wanted(name, filters)) {
-                            continue;
-                        }
-                        (test.alone() ? alone : together)
-                                .add(() -> runCase(name, method, test, jdk, attach));
+                    for (String variant : test.variants()) {
+                        addCases(method, test, jdk, variant, filters,
+                                 test.alone() ? alone : together);
                     }
                 }
             }
@@ -73,14 +67,31 @@ public final class Main {
         return failed.get() == 0 && passed.get() > 0;
     }
 
+    private void addCases(Method method, Case test, Jdk jdk, String variant, List<String> filters,
+                          List<Runnable> list) {
+        int sign = variant.indexOf(':') == 2 ? 2 : -1;
+        int since = sign < 0 ? test.since() : Integer.parseInt(variant.substring(0, sign));
+        String options = variant.substring(sign + 1);
+        for (boolean attach : new boolean[] {false, true}) {
+            String name = method.getDeclaringClass().getSimpleName() + "." + method.getName() +
+                          "[" + (attach ? "attach" : "load") + " " + jdk +
+                          (options.isEmpty() ? "" : " " + options) + "]";
+            if (jdk.release >= since && (attach ? test.attach() : test.load()) &&
+                wanted(name, filters)) {
+                list.add(() -> runCase(name, method, test, jdk, attach, options));
+            }
+        }
+    }
+
     private static boolean wanted(String name, List<String> filters) {
         return filters.isEmpty() || filters.stream().anyMatch(name::contains);
     }
 
-    private void runCase(String name, Method method, Case test, Jdk jdk, boolean attach) {
+    private void runCase(String name, Method method, Case test, Jdk jdk, boolean attach,
+                         String variant) {
         long start = System.nanoTime();
         Throwable fault = null;
-        try (Target target = new Target(test, jdk, attach, library)) {
+        try (Target target = new Target(test, jdk, attach, variant, library)) {
             target.start();
             method.setAccessible(true);
             method.invoke(null, target);

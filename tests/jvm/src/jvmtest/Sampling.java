@@ -1,7 +1,6 @@
 package jvmtest;
 
 import java.util.Map;
-import java.util.concurrent.TimeUnit;
 
 /** CPU sampling as the cases drive it. */
 public final class Sampling {
@@ -12,10 +11,6 @@ public final class Sampling {
         try (AgentClient client = target.client()) {
             client.startSampling("", "");
         }
-    }
-
-    public static void stop(Target target) throws Exception {
-        Tracing.stop(target);
     }
 
     /** CPU time charged to the threads whose name begins so, in nanoseconds. */
@@ -36,20 +31,16 @@ public final class Sampling {
      */
     public static Tables charge(Target target, String threads, long cpuMs, double share)
             throws Exception {
-        long limit = System.nanoTime() + TimeUnit.SECONDS.toNanos(Check.LIMIT_SECONDS);
         long before = target.cpuTimeOfThreads(threads);
         start(target);
         long first = target.cpuTimeOfThreads(threads);
-        long used = 0;
-        while (used < cpuMs * 1_000_000 ||
-               charged(Tracing.fetch(target), threads) < used * (1 - share)) {
-            Check.isTrue(System.nanoTime() < limit,
-                         "of " + used + " ns were charged " +
-                                 charged(Tracing.fetch(target), threads));
-            Thread.sleep(200);
-            used = target.cpuTimeOfThreads(threads) - first;
-        }
-        stop(target);
+        long[] seen = new long[2];
+        Check.await(200, () -> {
+            seen[0] = target.cpuTimeOfThreads(threads) - first;
+            seen[1] = charged(Tracing.fetch(target), threads);
+            return seen[0] >= cpuMs * 1_000_000 && seen[1] >= seen[0] * (1 - share);
+        }, () -> "of " + seen[0] + " ns were charged " + seen[1]);
+        Tracing.stop(target);
         Tables tables = Tracing.fetch(target);
         long most = target.cpuTimeOfThreads(threads) - before;
         Check.isTrue(charged(tables, threads) <= most * (1 + share),
@@ -57,16 +48,27 @@ public final class Sampling {
         return tables;
     }
 
+    /** Samples until somebody is charged, and takes a snapshot. */
+    public static void sampleAndCapture(Target target) throws Exception {
+        start(target);
+        awaitTimes(target);
+        capture(target);
+        Tracing.stop(target);
+    }
+
+    public static void capture(Target target) throws Exception {
+        try (AgentClient client = target.client()) {
+            client.capture(0, "", "").ok();
+        }
+    }
+
     /** Waits until sampling, which is on, has charged somebody. */
     public static Tables awaitTimes(Target target) throws Exception {
-        long limit = System.nanoTime() + TimeUnit.SECONDS.toNanos(Check.LIMIT_SECONDS);
-        while (true) {
-            Tables tables = Tracing.fetch(target);
-            if (!tables.ownTimes().isEmpty()) {
-                return tables;
-            }
-            Check.isTrue(System.nanoTime() < limit, "nobody is charged; " + target.state());
-            Thread.sleep(50);
-        }
+        Tables[] tables = {null};
+        Check.await(50, () -> {
+            tables[0] = Tracing.fetch(target);
+            return !tables[0].ownTimes().isEmpty();
+        }, () -> "somebody is charged; " + target.state());
+        return tables[0];
     }
 }

@@ -10,10 +10,10 @@ import cases.HeapSnapshotCases;
 import cases.MemoryCases;
 import cases.ModernJvmCases;
 import cases.MonitorCases;
+import cases.OfflineCases;
 import cases.ProtocolCases;
 import cases.RealProgramCases;
 import cases.RewriteOnRequestCases;
-import cases.RewritingCases;
 import cases.SamplingCases;
 import cases.ServerCases;
 import cases.SnapshotCases;
@@ -28,8 +28,8 @@ final class Suites {
     static final Class<?>[] ALL = {
             StartCases.class,        ProtocolCases.class,         SamplingCases.class,
             SnapshotCases.class,     ModernJvmCases.class,        HeapDumpCases.class,
-            TracingCases.class,      TracedProgramCases.class,    RewritingCases.class,
-            VerificationCases.class, RewriteOnRequestCases.class, RealProgramCases.class,
+            TracingCases.class,      TracedProgramCases.class,    VerificationCases.class,
+            OfflineCases.class,      RewriteOnRequestCases.class, RealProgramCases.class,
             ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
             ThrowCases.class,        MemoryCases.class,           AccessCases.class,
             AllocationCases.class,   MonitorCases.class,          ExceptionCases.class,

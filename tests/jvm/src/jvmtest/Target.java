@@ -10,6 +10,7 @@ import java.net.InetAddress;
 import java.net.ServerSocket;
 import java.net.Socket;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.DirectoryStream;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
@@ -35,6 +36,10 @@ public final class Target implements AutoCloseable {
 
     public final Jdk jdk;
     public final boolean attached;
+
+    /** The row of JVM options of this run. */
+    public final String variant;
+
     public final String library;
     public final Path folder;
     public final int port;
@@ -47,10 +52,12 @@ public final class Target implements AutoCloseable {
     private boolean logMayHoldFaults;
     private final Case test;
 
-    Target(Case test, Jdk jdk, boolean attached, String library) throws IOException {
+    Target(Case test, Jdk jdk, boolean attached, String variant, String library)
+            throws IOException {
         this.test = test;
         this.jdk = jdk;
         this.attached = attached;
+        this.variant = variant;
         this.library = library;
         this.folder = Files.createTempDirectory("vdk-jvm-test-");
         this.port = freePort();
@@ -58,7 +65,32 @@ public final class Target implements AutoCloseable {
 
     /** Another one of that kind; whoever asks for it starts its process. */
     public static Target like(Target other) throws IOException {
-        return new Target(other.test, other.jdk, false, other.library);
+        return new Target(other.test, other.jdk, false, other.variant, other.library);
+    }
+
+    /** Starts the fixture once more, in a folder of its own, with these words behind "java". */
+    public static Target run(Target like, List<String> jvm) throws IOException {
+        return run(like, List.of(), jvm);
+    }
+
+    /** The same, started by the words before "java". */
+    public static Target run(Target like, List<String> before, List<String> jvm)
+            throws IOException {
+        Target target = like(like);
+        List<String> command = new ArrayList<>(before);
+        command.add(like.jdk.java());
+        command.addAll(jvm);
+        if (!jvm.contains("-cp")) {
+            command.addAll(List.of("-cp", System.getProperty("java.class.path")));
+        }
+        command.add(like.test.fixture().getName());
+        target.startProcess(command);
+        return target;
+    }
+
+    /** The option that loads the agent. */
+    public String agentPath(String options) {
+        return "-agentpath:" + library + "=" + options;
     }
 
     /** A port that nobody listens on, and that no other case of this run is given. */
@@ -78,23 +110,30 @@ public final class Target implements AutoCloseable {
         return more.isEmpty() ? options : options + "," + more;
     }
 
-    private List<String> command(boolean withAgent) {
+    private List<String> command(boolean withAgent) throws IOException {
         List<String> command = new ArrayList<>();
         command.add(jdk.java());
         command.addAll(Arrays.asList(test.jvmFirst()));
         if (withAgent && !attached) {
-            command.add("-agentpath:" + library + "=" + agentOptions(test.agent()));
+            command.add(agentPath(agentOptions(test.agent())));
         }
         if (withAgent && attached && jdk.release >= 21) {
             command.add("-XX:+EnableDynamicAgentLoading");
         }
         command.addAll(Arrays.asList(test.jvm()));
+        if (!variant.isEmpty()) {
+            command.addAll(Arrays.asList(variant.split(" ")));
+        }
         command.add("-cp");
         StringBuilder path = new StringBuilder(System.getProperty("java.class.path"));
         for (String jar : test.jars()) {
-            Path file = Path.of("/usr/share/java", jar + ".jar");
-            Check.isTrue(Files.exists(file), file + " is missing: ./dev test installs its package");
-            path.append(File.pathSeparator).append(file);
+            int before = path.length();
+            try (DirectoryStream<Path> files =
+                         Files.newDirectoryStream(Path.of("/usr/share/java"), jar + ".jar")) {
+                files.forEach(file -> path.append(File.pathSeparator).append(file));
+            }
+            Check.isTrue(path.length() > before,
+                         jar + ".jar is missing: ./dev test installs its package");
         }
         command.add(path.toString());
         command.add(test.fixture().getName());
@@ -141,7 +180,7 @@ public final class Target implements AutoCloseable {
     /**
      * The command, run so that no log is there which an ended process of the same id left behind.
      */
-    public static List<String> withFreshLog(List<String> command) {
+    private static List<String> withFreshLog(List<String> command) {
         List<String> words = new ArrayList<>(
                 List.of("sh", "-c", "rm -f \"$0/$$.log\"; exec \"$@\"", LOGS.toString()));
         words.addAll(command);
@@ -159,7 +198,7 @@ public final class Target implements AutoCloseable {
     /** Loads the agent into the running JVM; fails with the JVM's words when it refuses. */
     public void attach(String options) throws Exception {
         com.sun.tools.attach.VirtualMachine machine =
-                com.sun.tools.attach.VirtualMachine.attach(Long.toString(pid()));
+                com.sun.tools.attach.VirtualMachine.attach(id());
         try {
             machine.loadAgentPath(library, options);
         } finally {
@@ -187,6 +226,11 @@ public final class Target implements AutoCloseable {
         return process.pid();
     }
 
+    /** The same as a word of a command. */
+    public String id() {
+        return Long.toString(process.pid());
+    }
+
     public Process process() {
         return process;
     }
@@ -210,33 +254,35 @@ public final class Target implements AutoCloseable {
         in.flush();
     }
 
+    /** Sends one line and waits for the answer, a line as well. */
+    public void ask(String line, String answer) throws Exception {
+        send(line);
+        awaitOutput(answer + "\n");
+    }
+
     public void awaitOutput(String text) throws Exception {
-        long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(Check.LIMIT_SECONDS);
-        while (true) {
+        Check.await(5, () -> {
             boolean complete = !outputReader.isAlive(); // asked first: then nothing can follow
-            if (output.toString().contains(text)) {
-                return;
-            }
-            if (complete || System.nanoTime() > end) {
-                throw new AssertionError("no \"" + text + "\" from the program; " + state());
-            }
-            Thread.sleep(5);
-        }
+            boolean there = output.toString().contains(text);
+            Check.isTrue(there || !complete, () -> missing(text));
+            return there;
+        }, () -> missing(text));
+    }
+
+    private String missing(String text) {
+        return "no \"" + text + "\" from the program; " + state();
     }
 
     /** Waits until the agent listens. */
     public void awaitPort() throws Exception {
-        long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(Check.LIMIT_SECONDS);
-        while (true) {
+        Check.await(20, () -> {
             try (Socket socket = new Socket(InetAddress.getLoopbackAddress(), port)) {
-                return;
+                return true;
             } catch (IOException e) {
-                if (System.nanoTime() > end || !process.isAlive()) {
-                    throw new AssertionError("the agent does not listen; " + state());
-                }
-                Thread.sleep(20);
+                Check.isTrue(process.isAlive(), () -> "the agent does not listen; " + state());
+                return false;
             }
-        }
+        }, () -> "the agent listens; " + state());
     }
 
     public String state() {
@@ -264,12 +310,8 @@ public final class Target implements AutoCloseable {
         return sum;
     }
 
-    public static Path logOf(Process process) {
-        return LOGS.resolve(process.pid() + ".log");
-    }
-
     public Path logFile() {
-        return logOf(process);
+        return LOGS.resolve(process.pid() + ".log");
     }
 
     public String log() {

@@ -53,10 +53,6 @@ public final class Tracing {
         return tables;
     }
 
-    public static void checkTimes(Tables tables) {
-        tables.checkTimes();
-    }
-
     /** Nothing that a JVM says of its own about the agent stands in the program's output. */
     public static void checkQuiet(Target target) {
         for (String word : new String[] {"WARNING in native method", "FATAL ERROR", "hs_err"}) {

@@ -1,7 +1,7 @@
 package offline;
 
 import static com.vandrik.Natives.*;
-import static offline.NativesTest.*;
+import static offline.Expect.*;
 
 import java.util.ArrayDeque;
 import java.util.ArrayList;

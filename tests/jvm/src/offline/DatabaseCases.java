@@ -1,7 +1,7 @@
 package offline;
 
 import static com.vandrik.Natives.*;
-import static offline.NativesTest.*;
+import static offline.Expect.*;
 
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;

@@ -1,7 +1,7 @@
 package offline;
 
 import static com.vandrik.Natives.*;
-import static offline.NativesTest.check;
+import static offline.Expect.check;
 
 import com.vandrik.Natives;
 import java.lang.reflect.InvocationTargetException;

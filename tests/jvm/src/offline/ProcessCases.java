@@ -1,7 +1,7 @@
 package offline;
 
 import static com.vandrik.Natives.*;
-import static offline.NativesTest.*;
+import static offline.Expect.*;
 
 import java.util.Arrays;
 
@@ -19,8 +19,8 @@ final class ProcessCases {
         check(!isLivePID(NO_PROCESS) && !isLivePID(0) && !isLivePID(-1), "no process");
         check(getProcessPathByPID(pid).endsWith("java"), getProcessPathByPID(pid));
         String line = getCommandLineByPID(pid);
-        check(line.contains(" offline.NativesTest /"), line);
-        check("NativesTest".equals(getSessionNameByCommandLine(pid)), "session");
+        check(line.contains(" jvmtest.InProcess /"), line);
+        check("InProcess".equals(getSessionNameByCommandLine(pid)), "session");
         check("unknown".equals(getSessionNameByCommandLine(NO_PROCESS)), "session of nobody");
         check(getCommandLineByPID(NO_PROCESS).isEmpty(), "line of nobody");
         check(getHostID().matches("-?[0-9]+"), getHostID());

@@ -106,18 +106,6 @@ final class NamesTest {
                     "a long file configures nothing");
     }
 
-    static void testPublicDirectoriesGoByTheirName() {
-        String[] yes = {"/a/Public", "/a/public", "Public"};
-        String[] no = {"/a/PUBLIC", "/Public/a", "/a/Publicx"};
-        for (String name : yes) {
-            Check.isTrue(Core.isPublicDirectory(new File(name)), name);
-        }
-        for (String name : no) {
-            Check.isTrue(!Core.isPublicDirectory(new File(name)), name);
-        }
-        Check.isTrue(!Core.isPublicDirectory(null), "null");
-    }
-
     static void testRefusedJvms() {
         Check.equal(JvmRequirements.getRefusal("25", "Oracle Corporation", "25.0.3+9"), null, "25");
         Check.equal(JvmRequirements.getRefusal("1.6", "Sun", "20.1"), null, "6");
