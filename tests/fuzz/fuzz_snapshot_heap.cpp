@@ -1,17 +1,14 @@
 // A snapshot file with a heap. The header is put in front of the input, so that the fuzzer starts
 // at the sections of the heap.
 
+#include "FuzzedHeap.h"
 #include "core/ground/Exceptions.h"
-#include "core/ground/Logger.h"
 #include "heapfile/HeapReadError.h"
 #include "heapfile/SnapshotHeapReader.h"
 #include "heapfile/SnapshotHeapSections.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <unistd.h>
 
 namespace {
 
@@ -35,45 +32,15 @@ std::string header() {
     return text;
 }
 
-void useHeap(const HeapModel& model) {
-    std::string text;
-    uint64_t bits = 0;
-    for (int row = 1; row <= model.rowCount(); row++) {
-        // A long list without values takes no memory and costs time only.
-        for (int i = 0; i < model.storage->getRefCount(row) && i < 1000; i++) {
-            if (model.storage->getRef(row, i) < 0 ||
-                model.storage->getRef(row, i) > model.rowCount()) {
-                abort();
-            }
-            model.referenceName(row, i);
-        }
-        model.stringValue(row, text, 100);
-        model.primitiveField(row, "value", bits);
-        model.classNameOf(row);
-    }
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count) {
-    static const bool quiet = [] {
-        Logger::setSink([](const char*) {});
-        return true;
-    }();
-    std::string contents = header();
-    contents.append(reinterpret_cast<const char*>(bytes), quiet ? count : 0);
-    char name[] = "/tmp/vdk-fuzz-XXXXXX";
-    const int file = mkstemp(name);
-    if (file < 0 || write(file, contents.data(), contents.size()) < 0) {
-        abort();
-    }
-    close(file);
+    const std::string input(reinterpret_cast<const char*>(bytes), count);
     try {
         HeapReadOptions options;
-        useHeap(*SnapshotHeapReader::read(std::make_shared<MappedFile>(name, ""), options));
+        useHeap(*SnapshotHeapReader::read(mappedInput(header() + input), options));
     } catch (const HeapReadError&) {
     } catch (const BadInputException&) {
     }
-    unlink(name);
     return 0;
 }
