@@ -1,9 +1,11 @@
 // The load against a JVM that answers as the test wants: order, refusals, vendors, missing
 // capabilities. Each start runs in a process of its own, since it fills the agent's globals.
+#include "DirectoryTest.h"
 #include "agent/FakeJvm.h"
 #include "core/entry/JVMTI_Agent.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Options.h"
+#include "core/jvm/CallbackNatives.h"
 #include "core/jvm/ConsumedEvents.h"
 #include "core/jvm/EventGate.h"
 #include "core/jvm/JvmGlobals.h"
@@ -11,7 +13,6 @@
 #include "profiling/threads/ThreadInfo.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <gmock/gmock.h>
@@ -26,22 +27,6 @@ namespace {
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
-
-class AgentLoad : public testing::Test {
-protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/vdk-load-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(pattern));
-        directory = pattern;
-    }
-    void TearDown() override { ASSERT_EQ(0, system(("rm -rf " + directory).c_str())); }
-
-    // Options with a temporary directory of this test's own.
-    std::string withDirectory(const std::string& options = "") const {
-        return "tmpdir=" + directory + (options.empty() ? "" : "," + options);
-    }
-    std::string directory;
-};
 
 void setCommandLine(std::initializer_list<const char*> arguments) {
     ZVectorSafe<ZString> line;
@@ -58,46 +43,42 @@ void become(FakeJvm& jvm, const char* vendor, const char* version, const char* i
     jvm.properties["java.vm.info"] = info;
 }
 
-// Prints the calls that the fake JVM saw, for comparison in the parent.
-int printCalls(const FakeJvm& jvm, int result) {
+void printCalls(const FakeJvm& jvm) {
     for (const std::string& call : jvm.calls) {
         printf("%s\n", call.c_str());
     }
-    return result;
 }
+
+using Body = std::function<int(FakeJvm&)>;
+
+// Runs the body in a process of its own, beside a JVM that was started plainly.
+ProcessOutcome onJvm(const Body& body) {
+    return runInChild([&] {
+        FakeJvm jvm;
+        setCommandLine({"java", "Main"});
+        return body(jvm);
+    });
+}
+
+class AgentLoad : public DirectoryTest {
+protected:
+    // Options with a temporary directory of this test's own.
+    std::string withDirectory(const std::string& options = "") const {
+        return "tmpdir=" + directory + (options.empty() ? "" : "," + options);
+    }
+    int load(FakeJvm& jvm, const std::string& options = "") const {
+        return agentLoadImpl(jvm.vm(), withDirectory(options).c_str());
+    }
+};
 
 } // namespace
 
-TEST_F(AgentLoad, callsComeInOrder) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
-        return printCalls(jvm, agentLoadImpl(jvm.vm(), withDirectory().c_str()));
-    });
-    EXPECT_EQ(LOAD_OK, outcome.exitCode);
-    const std::string boot =
-        "AddToBootstrapClassLoaderSearch " + directory + "/vdk201201261731.jar\n";
-    EXPECT_EQ("GetEnv 30010100\nGetVersionNumber\nGetPotentialCapabilities\nAddCapabilities\n"
-              "GetEnv 30010000\nAddCapabilities\nGetEnv 30010000\nAddCapabilities\n"
-              "GetEnv 30010000\nAddCapabilities\nGetEnv 30010000\nAddCapabilities\n"
-              "GetEnv 30010000\nAddCapabilities\nSetEventCallbacks 5\nEnable 83 in 5\n"
-              "GetEnv 30010000\nAddCapabilities\nSetEventCallbacks 6\nEnable 83 in 6\n"
-              "SetEventCallbacks 0\nEnable 50 in 0\nEnable 57 in 0\nEnable 51 in 0\n"
-              "Enable 55 in 0\nEnable 56 in 0\nEnable 53 in 0\nEnable 52 in 0\n"
-              "Enable 58 in 0\nEnable 59 in 0\n"
-              "SetNativeMethodPrefix $$VDK$$\n" +
-                  boot + "CreateRawMonitor vdk_jvmti_sampler_lock\n",
-              outcome.output);
-    EXPECT_EQ("", outcome.errors);
-}
-
 TEST_F(AgentLoad, logTellsWhatJvmItIs) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
+    const ProcessOutcome outcome = onJvm([&](FakeJvm& jvm) {
         return agentOnLoad(jvm.vm(), withDirectory("sessionname=x").c_str());
     });
     EXPECT_EQ(0, outcome.exitCode);
+    EXPECT_EQ("", outcome.errors);
     EXPECT_EQ(0u, outcome.log.find("Agent_OnLoad: options=tmpdir=" + directory +
                                    ",sessionname=x\nphase: 1\njvmtiVersion: 30110000\n"
                                    "vendor: Eclipse Adoptium\nversion: 17.0.15+6\n"
@@ -109,131 +90,76 @@ TEST_F(AgentLoad, logTellsWhatJvmItIs) {
                           "Linux; 64-bit JVM; JR=0; I=0\n"));
 }
 
-TEST_F(AgentLoad, nullOptionsAreShownAsNull) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        jvm.getEnvResult = JNI_ERR;
-        return agentOnAttach(jvm.vm(), nullptr);
-    });
-    EXPECT_EQ(LOAD_NO_ENVIRONMENT, outcome.exitCode);
-    EXPECT_EQ("Agent_OnAttach: options=<NULL>\n"
-              "Cannot start: unable to create JVMTI environment, error=-1\n",
-              outcome.log);
-}
-
 TEST_F(AgentLoad, everyRefusalHasItsCodeAndItsText) {
     const std::string java5 = "Cannot start: Java 6 or newer is required. To profile on Java 5, "
                               "use Vandrik Java Profiler 8.0.x\n";
+    const std::string oldIbm = "Cannot start: unsupported version of IBM Java (20081104). Use IBM "
+                               "Java 6 SR3 or newer, or Sun Java\n";
     const struct {
-        const char* name;
         std::function<void(FakeJvm&)> prepare;
-        std::string options;
         int result;
         std::string errors;
     } refusals[] = {
-        {"no environment", [](FakeJvm& jvm) { jvm.getEnvResult = -3; }, "", 1,
+        {[](FakeJvm& jvm) { jvm.getEnvResult = -3; }, 1,
          "Cannot start: unable to create JVMTI environment, error=-3\n"},
-        {"JVMTI of Java 5", [](FakeJvm& jvm) { jvm.jvmtiVersion = 0x30010154; }, "", 2, java5},
-        {"unknown option", [](FakeJvm&) {}, "nosuch", 3, ""},
-        {"help", [](FakeJvm&) {}, "help", 3, ""},
-        {"JRockit 5", [](FakeJvm& jvm) { become(jvm, "BEA Systems, Inc.", "R27-1.5.0_11", ""); },
-         "", 4, java5},
-        {"old IBM", [](FakeJvm& jvm) { become(jvm, "IBM Corporation", "2.4", "20081104"); }, "", 5,
-         "Cannot start: unsupported version of IBM Java (20081104). Use IBM Java 6 SR3 or newer, "
-         "or Sun Java\n"},
-        {"old IBM under WebSphere",
-         [](FakeJvm& jvm) { become(jvm, "IBM Corporation", "2.4", "20080815"); },
-         "sessionname=WebSphere", 5,
-         "Cannot start: unsupported version of IBM Java (20080815). Use IBM Java 6 SR3 or newer, "
-         "or Sun Java\n"},
-        {"no tags", [](FakeJvm& jvm) { jvm.potential.can_tag_objects = 0; }, "", 6,
+        {[](FakeJvm& jvm) { jvm.jvmtiVersion = 0x30010154; }, 2, java5},
+        {[](FakeJvm& jvm) { become(jvm, "BEA Systems, Inc.", "R27-1.5.0_11", ""); }, 4, java5},
+        {[](FakeJvm& jvm) { become(jvm, "IBM Corporation", "2.4", "20081104"); }, 5, oldIbm},
+        {[](FakeJvm& jvm) { jvm.potential.can_tag_objects = 0; }, 6,
          "Cannot start: the JVM does not provide required profiling capabilities (error "
          "code=98).\n\nMost likely, you have configured JVM to use a garbage collector that does "
          "not support heap profiling.\nPlease examine specified JVM options. Using default garbage "
          "collector will solve the problem.\n"},
-        {"unwritable directory", [](FakeJvm&) {}, "tmpdir=/proc/nowhere", 8,
-         "Cannot start: failed to create jar file: /proc/nowhere/vdk201201261731.jar; to set "
-         "alternate location for the file, use startup option 'tmpdir=<directory>'. To learn how "
-         "to specify a startup option, read docs/options.md\n"},
     };
     for (const auto& refusal : refusals) {
-        const auto start = [&](bool onLoad) {
-            FakeJvm* jvm = new FakeJvm();
-            setCommandLine({"java", "Main"});
-            refusal.prepare(*jvm);
-            const std::string options = withDirectory(refusal.options);
-            return onLoad ? agentOnLoad(jvm->vm(), options.c_str()) + 50
-                          : agentLoadImpl(jvm->vm(), options.c_str());
-        };
-        const ProcessOutcome result = runInChild([&] { return start(false); });
-        EXPECT_EQ(refusal.result, result.exitCode) << refusal.name;
-        EXPECT_EQ(refusal.errors, result.errors) << refusal.name;
-        // At load every refusal ends the process with 1.
-        EXPECT_EQ(1, runInChild([&] { return start(true); }).exitCode) << refusal.name;
-    }
-}
-
-TEST_F(AgentLoad, acceptableBuildsOfIbmStart) {
-    const struct {
-        const char* info;
-        const char* options;
-    } builds[] = {{"20081105", ""}, {"20080816", "sessionname=WebSphere"}, {"JRE 1.8.0 x", ""}};
-    for (const auto& build : builds) {
-        const ProcessOutcome outcome = runInChild([&] {
-            FakeJvm jvm;
-            setCommandLine({"java", "Main"});
-            become(jvm, "IBM Corporation", "2.4", build.info);
-            const int result =
-                agentLoadImpl(jvm.vm(), withDirectory(std::string(build.options)).c_str());
-            return result * 10 + (ourIsIBM ? 1 : 0);
+        const ProcessOutcome result = onJvm([&](FakeJvm& jvm) {
+            refusal.prepare(jvm);
+            return load(jvm);
         });
-        EXPECT_EQ(1, outcome.exitCode) << build.info;
+        EXPECT_EQ(refusal.result, result.exitCode);
+        EXPECT_EQ(refusal.errors, result.errors);
+        // At load every refusal ends the process with 1.
+        const ProcessOutcome atLoad = onJvm([&](FakeJvm& jvm) {
+            refusal.prepare(jvm);
+            return agentOnLoad(jvm.vm(), withDirectory().c_str()) + 50;
+        });
+        EXPECT_EQ(1, atLoad.exitCode) << refusal.result;
     }
 }
 
-TEST_F(AgentLoad, vendorsAreToldApart) {
+TEST_F(AgentLoad, vendorsAndTheirBuildsAreToldApart) {
     const struct {
         const char* vendor;
         const char* version;
-        int flags; // 1 IBM, 2 JRockit, 4 R28
-    } vendors[] = {
-        {"Oracle Corporation", "R28.1.0-123-1.6.0_20", 6},
-        {"Oracle Corporation", "17.0.1+12", 0},
-        {"Oracle Corporation", "x-R2-y", 6},
-        {"BEA Systems, Inc.", "R27.6-1.6.0", 2},
-        {"Sun Microsystems Inc.", "R28.1", 0},
-        {"IBM Corporation", "R28", 1},
+        const char* info;
+        const char* options;
+        int code; // 1 IBM, 2 JRockit, 4 R28; 10 times the result
+    } rows[] = {
+        {"Oracle Corporation", "R28.1.0-123-1.6.0_20", "J", "", 6},
+        {"Oracle Corporation", "17.0.1+12", "J", "", 0},
+        {"Oracle Corporation", "x-R2-y", "J", "", 6},
+        {"BEA Systems, Inc.", "R27.6-1.6.0", "J", "", 2},
+        {"Sun Microsystems Inc.", "R28.1", "J", "", 0},
+        {"IBM Corporation", "R28", "JRE 1.8.0 x", "", 1},
+        {"IBM Corporation", "2.4", "20081105", "", 1},
+        {"IBM Corporation", "2.4", "20080816", "sessionname=WebSphere", 1},
+        {"IBM Corporation", "2.4", "20080815", "sessionname=WebSphere", 51},
     };
-    for (const auto& row : vendors) {
-        const ProcessOutcome outcome = runInChild([&] {
-            FakeJvm jvm;
-            setCommandLine({"java", "Main"});
-            become(jvm, row.vendor, row.version, "J");
-            agentLoadImpl(jvm.vm(), withDirectory().c_str());
-            return (ourIsIBM ? 1 : 0) + (ourIsJRockit ? 2 : 0) + (ourIsJRockitR28 ? 4 : 0);
+    for (const auto& row : rows) {
+        const ProcessOutcome outcome = onJvm([&](FakeJvm& jvm) {
+            become(jvm, row.vendor, row.version, row.info);
+            jvm.jvmtiVersion = 0x30010155; // the oldest that is taken
+            return load(jvm, row.options) * 10 + (ourIsIBM ? 1 : 0) + (ourIsJRockit ? 2 : 0) +
+                   (ourIsJRockitR28 ? 4 : 0);
         });
-        EXPECT_EQ(row.flags, outcome.exitCode) << row.vendor << " " << row.version;
-    }
-}
-
-TEST_F(AgentLoad, modernVersionsAreNotTakenForOldOnes) {
-    for (jint version : {0x30010155, 0x30020000, 0x30090000, 0x30110000, 0x30190000}) {
-        const ProcessOutcome outcome = runInChild([&] {
-            FakeJvm jvm;
-            setCommandLine({"java", "Main"});
-            jvm.jvmtiVersion = version;
-            return agentLoadImpl(jvm.vm(), withDirectory().c_str());
-        });
-        EXPECT_EQ(0, outcome.exitCode) << version;
+        EXPECT_EQ(row.code, outcome.exitCode) << row.vendor << row.version << row.info;
     }
 }
 
 TEST_F(AgentLoad, missingRequiredCapabilitiesAreAllLoggedBeforeTheRefusal) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
+    const ProcessOutcome outcome = onJvm([&](FakeJvm& jvm) {
         memset(&jvm.potential, 0, sizeof jvm.potential);
-        return agentLoadImpl(jvm.vm(), withDirectory().c_str());
+        return load(jvm);
     });
     EXPECT_EQ(LOAD_NO_CAPABILITIES, outcome.exitCode);
     const char* const lines[] = {"can_tag_objects: required",
@@ -260,113 +186,92 @@ TEST_F(AgentLoad, missingRequiredCapabilitiesAreAllLoggedBeforeTheRefusal) {
 }
 
 TEST_F(AgentLoad, optionalCapabilitiesAreLeftOutWithTheirBits) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
+    const ProcessOutcome missing = onJvm([&](FakeJvm& jvm) {
         jvm.potential.can_generate_exception_events = 0;
         jvm.potential.can_suspend = 0;
         jvm.potential.can_access_local_variables = 0;
         jvm.potential.can_generate_all_class_hook_events = 0;
-        const int result = agentLoadImpl(jvm.vm(), withDirectory().c_str());
+        const int result = load(jvm);
         printf("%lx", ourCapabilities.load());
         return result;
     });
-    EXPECT_EQ(0, outcome.exitCode);
-    EXPECT_EQ("d140", outcome.output);
+    EXPECT_EQ(0, missing.exitCode);
+    EXPECT_EQ("d140", missing.output);
+    const ProcessOutcome unwanted = onJvm([&](FakeJvm& jvm) {
+        const int result = load(jvm, "noexceptionevents");
+        printf("%lx %d", ourCapabilities.load(), jvm.requests[0].can_generate_exception_events);
+        return result;
+    });
+    EXPECT_EQ(0, unwanted.exitCode);
+    EXPECT_EQ("5140 0", unwanted.output);
+    EXPECT_THAT(unwanted.log, HasSubstr("can_generate_exception_events: optional capability is not "
+                                        "available\n"));
 }
 
 TEST_F(AgentLoad, threadClockIsRequiredOnAttachAlone) {
     const auto start = [&](bool attached) {
-        FakeJvm* jvm = new FakeJvm();
-        setCommandLine({"java", "Main"});
-        jvm->potential.can_get_thread_cpu_time = 0;
-        return attached ? agentOnAttach(jvm->vm(), withDirectory().c_str())
-                        : agentOnLoad(jvm->vm(), withDirectory().c_str());
+        return onJvm([&](FakeJvm& jvm) {
+            jvm.potential.can_get_thread_cpu_time = 0;
+            return attached ? agentOnAttach(jvm.vm(), withDirectory().c_str())
+                            : agentOnLoad(jvm.vm(), withDirectory().c_str());
+        });
     };
-    EXPECT_EQ(0, runInChild([&] { return start(false); }).exitCode);
-    const ProcessOutcome attached = runInChild([&] { return start(true); });
+    EXPECT_EQ(0, start(false).exitCode);
+    const ProcessOutcome attached = start(true);
     EXPECT_EQ(LOAD_NO_CAPABILITIES, attached.exitCode);
     EXPECT_THAT(attached.log,
                 HasSubstr("can_get_thread_cpu_time: required capability is not available\n"));
 }
 
-TEST_F(AgentLoad, exceptionEventsAreLeftOutOnRequest) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
-        const int result = agentLoadImpl(jvm.vm(), withDirectory("noexceptionevents").c_str());
-        printf("%lx %d", ourCapabilities.load(), jvm.requests[0].can_generate_exception_events);
-        return result;
-    });
-    EXPECT_EQ(0, outcome.exitCode);
-    EXPECT_EQ("5140 0", outcome.output);
-    EXPECT_THAT(outcome.log, HasSubstr("can_generate_exception_events: optional capability is not "
-                                       "available\n"));
-}
-
 TEST_F(AgentLoad, exceptionHandlersAreRegisteredOnlyWhereEventsExist) {
     const auto start = [&](const char* options, long status) {
-        FakeJvm* jvm = new FakeJvm();
-        setCommandLine({"java", "Main"});
-        ourStatus |= status;
-        agentLoadImpl(jvm->vm(), withDirectory(options).c_str());
-        return (jvm->callbacks.Exception != nullptr ? 1 : 0) +
-               (jvm->wasCalled("Enable 58 in 0") ? 2 : 0) +
-               (jvm->wasCalled("Enable 59 in 0") ? 4 : 0);
+        const Body body = [&](FakeJvm& jvm) {
+            ourStatus |= status;
+            load(jvm, options);
+            return (jvm.callbacks.Exception != nullptr ? 1 : 0) +
+                   (jvm.wasCalled("Enable 58 in 0") ? 2 : 0) +
+                   (jvm.wasCalled("Enable 59 in 0") ? 4 : 0);
+        };
+        return onJvm(body).exitCode;
     };
     const long tracing = CPU_COUNTS_BIT;
-    EXPECT_EQ(7, runInChild([&] { return start("", 0); }).exitCode);
-    EXPECT_EQ(0, runInChild([&] { return start("noexceptionevents", tracing); }).exitCode);
+    EXPECT_EQ(7, start("", 0));
+    EXPECT_EQ(0, start("noexceptionevents", tracing));
     // Registered, so that both can be switched on later. What nobody consumes costs no throw.
-    const char telemetryOff[] = "disableexceptiontelemetry";
-    EXPECT_EQ(1, runInChild([&] { return start(telemetryOff, 0); }).exitCode);
-    EXPECT_EQ(5, runInChild([&] { return start(telemetryOff, tracing); }).exitCode);
+    EXPECT_EQ(1, start("disableexceptiontelemetry", 0));
+    EXPECT_EQ(5, start("disableexceptiontelemetry", tracing));
 }
 
 TEST_F(AgentLoad, suspensionIsTakenWhenItIsNeededAndGivenBack) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
-        agentLoadImpl(jvm.vm(), withDirectory().c_str());
-        const bool atLoad = jvm.requests[0].can_suspend != 0;
-        const size_t before = jvm.requests.size();
-        const bool taken = SuspendCapability::acquire();
-        const bool asked = jvm.requests.size() == before + 1 && jvm.requests.back().can_suspend;
-        SuspendCapability::release();
-        const bool given = jvm.wasCalled("RelinquishCapabilities");
-        return (atLoad ? 8 : 0) + (taken ? 4 : 0) + (asked ? 2 : 0) + (given ? 1 : 0);
-    });
-    EXPECT_EQ(7, outcome.exitCode);
-}
-
-TEST_F(AgentLoad, suspensionHeldByADebuggerIsNotTaken) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
-        agentLoadImpl(jvm.vm(), withDirectory().c_str());
-        jvm.potential.can_suspend = 0;
-        const bool taken = SuspendCapability::acquire();
-        SuspendCapability::release();
-        return (taken ? 1 : 0) + (jvm.wasCalled("RelinquishCapabilities") ? 2 : 0) +
-               ((ourCapabilities & CAPABILITY_CANNOT_SUSPEND) != 0 ? 4 : 0);
-    });
-    EXPECT_EQ(4, outcome.exitCode);
+    for (const bool debugger : {false, true}) {
+        const ProcessOutcome outcome = onJvm([&](FakeJvm& jvm) {
+            load(jvm);
+            const bool atLoad = jvm.requests[0].can_suspend != 0;
+            jvm.potential.can_suspend = debugger ? 0 : 1;
+            const bool taken = SuspendCapability::acquire();
+            const bool asked = jvm.requests.back().can_suspend != 0;
+            SuspendCapability::release();
+            return (atLoad ? 16 : 0) + (taken ? 8 : 0) + (asked ? 4 : 0) +
+                   (jvm.wasCalled("RelinquishCapabilities") ? 2 : 0) +
+                   ((ourCapabilities & CAPABILITY_CANNOT_SUSPEND) != 0 ? 1 : 0);
+        });
+        EXPECT_EQ(debugger ? 4 + 1 : 8 + 4 + 2, outcome.exitCode);
+    }
 }
 
 TEST_F(AgentLoad, suspensionIsAskedForAtLoadWhereOnlyThatIsPossible) {
     const auto start = [&](std::initializer_list<const char*> line) {
-        FakeJvm* jvm = new FakeJvm();
-        setCommandLine(line);
-        become(*jvm, "BEA Systems, Inc.", "R27.6-1.6.0", "");
-        agentLoadImpl(jvm->vm(), withDirectory().c_str());
-        return (jvm->requests[0].can_suspend ? 1 : 0) +
-               (jvm->requests[0].can_access_local_variables ? 2 : 0);
+        return onJvm([&](FakeJvm& jvm) {
+            setCommandLine(line);
+            become(jvm, "BEA Systems, Inc.", "R27.6-1.6.0", "");
+            load(jvm);
+            return (jvm.requests[0].can_suspend ? 1 : 0) +
+                   (jvm.requests[0].can_access_local_variables ? 2 : 0);
+        });
     };
-    EXPECT_EQ(3, runInChild([&] { return start({"java", "Main"}); }).exitCode);
+    EXPECT_EQ(3, start({"java", "Main"}).exitCode);
     // Under a debugger this family gives neither.
-    const ProcessOutcome debugged = runInChild([&] {
-        return start({"java", "-agentlib:jdwp=x", "Main"});
-    });
+    const ProcessOutcome debugged = start({"java", "-agentlib:jdwp=x", "Main"});
     EXPECT_EQ(0, debugged.exitCode);
     EXPECT_THAT(debugged.log, HasSubstr("can_suspend: optional capability is not available; "
                                         "is_debugger=1\n"));
@@ -388,12 +293,10 @@ TEST_F(AgentLoad, tagEnvironmentThatCannotBeHadEndsTheProcess) {
          "can_generate_object_free_events capabilities\n"},
     };
     for (const auto& failure : failures) {
-        const ProcessOutcome outcome = runInChild([&] {
-            FakeJvm jvm;
-            setCommandLine({"java", "Main"});
+        const ProcessOutcome outcome = onJvm([&](FakeJvm& jvm) {
             jvm.failGetEnvFrom = failure.failGetEnvFrom;
             jvm.failAddCapabilitiesFrom = failure.failAddCapabilitiesFrom;
-            agentLoadImpl(jvm.vm(), withDirectory().c_str());
+            load(jvm);
             return 99;
         });
         EXPECT_EQ(1, outcome.exitCode);
@@ -405,9 +308,7 @@ TEST_F(AgentLoad, failingCallIsLoggedAndLeavesTheApplicationWithoutTheAgent) {
     for (const char* function :
          {"GetVersionNumber", "GetPotentialCapabilities", "Enable", "SetNativeMethodPrefix",
           "AddToBootstrapClassLoaderSearch", "CreateRawMonitor"}) {
-        const ProcessOutcome outcome = runInChild([&] {
-            FakeJvm jvm;
-            setCommandLine({"java", "Main"});
+        const ProcessOutcome outcome = onJvm([&](FakeJvm& jvm) {
             jvm.failingFunction = function;
             const int result = agentOnLoad(jvm.vm(), withDirectory().c_str());
             for (const auto& environment : jvm.environments) {
@@ -427,12 +328,10 @@ TEST_F(AgentLoad, failingCallIsLoggedAndLeavesTheApplicationWithoutTheAgent) {
 }
 
 TEST_F(AgentLoad, failedAttachDisposesEverythingAndMayBeTriedAgain) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
+    const ProcessOutcome outcome = onJvm([&](FakeJvm& jvm) {
         const jint first = agentOnAttach(jvm.vm(), "tmpdir=/proc/nowhere,sampling,tracing");
         const jint second = agentOnAttach(jvm.vm(), "tmpdir=/proc/nowhere,sampling");
-        printCalls(jvm, 0);
+        printCalls(jvm);
         return first * 16 + second;
     });
     // Options of the first try do not stay: the second gets as far as the archive.
@@ -444,9 +343,7 @@ TEST_F(AgentLoad, failedAttachDisposesEverythingAndMayBeTriedAgain) {
 }
 
 TEST_F(AgentLoad, failedAttachTakesItsEnvironmentsFromNoHandlerAtWork) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
+    const ProcessOutcome outcome = onJvm([&](FakeJvm& jvm) {
         auto atWork = std::make_unique<EventGate>();
         std::atomic<int> result{-1};
         std::thread attaching([&] { result = agentOnAttach(jvm.vm(), "tmpdir=/proc/nowhere"); });
@@ -468,9 +365,7 @@ TEST_F(AgentLoad, failedAttachTakesItsEnvironmentsFromNoHandlerAtWork) {
 }
 
 TEST_F(AgentLoad, secondLoadTouchesNothing) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
+    const ProcessOutcome outcome = onJvm([&](FakeJvm& jvm) {
         agentOnLoad(jvm.vm(), withDirectory().c_str());
         const size_t calls = jvm.calls.size();
         const long capabilities = ourCapabilities;
@@ -487,44 +382,11 @@ TEST_F(AgentLoad, secondLoadTouchesNothing) {
         testing::EndsWith("Agent_OnAttach: options=nosuch,quiet,optional\nAgent already loaded\n"));
 }
 
-TEST_F(AgentLoad, archiveDumpLeavesTheAgentInert) {
-    for (const char* option : {"-XX:ArchiveClassesAtExit=a.jsa", "-XX:AOTCacheOutput=a.aot",
-                               "-XX:AOTMode=record", "-Xshare:dump"}) {
-        const ProcessOutcome outcome = runInChild([&] {
-            FakeJvm jvm;
-            setCommandLine({"java", option, "Main"});
-            const jint result = agentOnLoad(jvm.vm(), withDirectory().c_str());
-            return printCalls(jvm, result);
-        });
-        EXPECT_EQ(0, outcome.exitCode);
-        EXPECT_EQ("GetEnv 30010100\nGetVersionNumber\nDisposeEnvironment 0\n", outcome.output)
-            << option;
-        EXPECT_THAT(outcome.log, HasSubstr("The JVM writes a class archive; the agent does nothing "
-                                           "in this process\n"));
-    }
-}
-
-TEST_F(AgentLoad, bootPathStaysAloneWhereAnApplicationArchiveMayBeInUse) {
-    for (const char* option : {"-XX:SharedArchiveFile=a.jsa", "-XX:AOTCache=a.aot"}) {
-        const ProcessOutcome outcome = runInChild([&] {
-            FakeJvm jvm;
-            setCommandLine({"java", option, "Main"});
-            const jint result = agentOnLoad(jvm.vm(), withDirectory().c_str());
-            return printCalls(jvm, result);
-        });
-        EXPECT_EQ(0, outcome.exitCode);
-        EXPECT_THAT(outcome.output, Not(HasSubstr("AddToBootstrapClassLoaderSearch"))) << option;
-        EXPECT_THAT(outcome.log, HasSubstr("Runtime classes are defined from memory\n"));
-    }
-}
-
 TEST_F(AgentLoad, optionClassPathsFollowTheArchive) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
-        const jint result = agentOnLoad(
-            jvm.vm(), withDirectory("probeclasspath=/s1:/s2,probebootclasspath=/b").c_str());
-        return printCalls(jvm, result);
+    const ProcessOutcome outcome = onJvm([&](FakeJvm& jvm) {
+        const int result = load(jvm, "probeclasspath=/s1:/s2,probebootclasspath=/b");
+        printCalls(jvm);
+        return result;
     });
     EXPECT_EQ(0, outcome.exitCode);
     EXPECT_THAT(outcome.output, HasSubstr(".jar\nAddToBootstrapClassLoaderSearch /b\n"
@@ -533,11 +395,8 @@ TEST_F(AgentLoad, optionClassPathsFollowTheArchive) {
 }
 
 TEST_F(AgentLoad, probesThatTheUserNamedAreNotTakenInSilence) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
-        return agentLoadImpl(jvm.vm(), withDirectory("probe=org.example.Mine").c_str());
-    });
+    const ProcessOutcome outcome =
+        onJvm([&](FakeJvm& jvm) { return load(jvm, "probe=org.example.Mine"); });
     EXPECT_EQ(LOAD_OK, outcome.exitCode);
     const std::string text = "Probe not registered, this version of the agent has no registration "
                              "of probes: ";
@@ -546,11 +405,9 @@ TEST_F(AgentLoad, probesThatTheUserNamedAreNotTakenInSilence) {
 }
 
 TEST_F(AgentLoad, attachThatFailsBesideRunningThreadsKeepsTheEnvironments) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
+    const ProcessOutcome outcome = onJvm([&](FakeJvm& jvm) {
         jvm.phase = JVMTI_PHASE_LIVE;
         jvm.failingFunction = "SetNativeMethodPrefix";
-        setCommandLine({"java", "Main"});
         // What the threads of the agent were started under.
         ourVMInitCalled = true;
         const int result = agentOnAttach(jvm.vm(), withDirectory().c_str());
@@ -561,10 +418,8 @@ TEST_F(AgentLoad, attachThatFailsBesideRunningThreadsKeepsTheEnvironments) {
 }
 
 TEST_F(AgentLoad, threadThatEndsWhileItIsRegisteredLeavesNothingBehind) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
-        if (agentLoadImpl(jvm.vm(), withDirectory().c_str()) != LOAD_OK) {
+    const ProcessOutcome outcome = onJvm([&](FakeJvm& jvm) {
+        if (load(jvm) != LOAD_OK) {
             return 100;
         }
         jvm.phase = JVMTI_PHASE_LIVE;
@@ -576,21 +431,22 @@ TEST_F(AgentLoad, threadThatEndsWhileItIsRegisteredLeavesNothingBehind) {
     EXPECT_EQ(0, outcome.exitCode);
 }
 
-TEST_F(AgentLoad, jvmWithoutJvmtiIsRefused) {
-    const ProcessOutcome outcome = runInChild([] { return jvmOnLoad(); });
-    EXPECT_EQ(1, outcome.exitCode);
+TEST_F(AgentLoad, oldEntryRefusesAJvmWithoutJvmtiAndIsSilentBesideALoadedAgent) {
+    const ProcessOutcome alone = runInChild([] { return jvmOnLoad(); });
+    EXPECT_EQ(1, alone.exitCode);
     EXPECT_EQ("Cannot start: Java 6 or newer is required. To profile on Java 1.4, use Vandrik Java "
               "Profiler 7.5.x\n",
-              outcome.errors);
-}
-
-TEST_F(AgentLoad, oldEntryIsSilentBesideALoadedAgent) {
-    const ProcessOutcome outcome = runInChild([&] {
-        FakeJvm jvm;
-        setCommandLine({"java", "Main"});
+              alone.errors);
+    const ProcessOutcome beside = onJvm([&](FakeJvm& jvm) {
         agentOnLoad(jvm.vm(), withDirectory().c_str());
         return jvmOnLoad();
     });
-    EXPECT_EQ(0, outcome.exitCode);
-    EXPECT_EQ("", outcome.errors);
+    EXPECT_EQ(0, beside.exitCode);
+    EXPECT_EQ("", beside.errors);
+}
+
+// Inserted code must not meet an exception here, whatever is switched on or off meanwhile.
+TEST(AgentNatives, anAllocationCallGivesItsHintBackWhileRecordingIsOff) {
+    EXPECT_EQ(-1, Java_com_vandrik_runtime_Callback_vdkInit0(nullptr, nullptr, nullptr, -1));
+    EXPECT_EQ(77, Java_com_vandrik_runtime_Callback_vdkInit0(nullptr, nullptr, nullptr, 77));
 }

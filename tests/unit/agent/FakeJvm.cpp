@@ -26,6 +26,25 @@ char* copyOf(const std::string& text) {
     return strdup(text.c_str());
 }
 
+FakeJvm::Environment& environmentOf(jvmtiEnv* env) {
+    return *reinterpret_cast<FakeJvm::Environment*>(env);
+}
+
+std::string numberOf(jvmtiEnv* env) {
+    return std::to_string(environmentOf(env).number);
+}
+
+bool isSubset(const jvmtiCapabilities& wanted, const jvmtiCapabilities& offered) {
+    const auto* left = reinterpret_cast<const unsigned char*>(&wanted);
+    const auto* right = reinterpret_cast<const unsigned char*>(&offered);
+    for (size_t i = 0; i < sizeof wanted; i++) {
+        if ((left[i] & ~right[i]) != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
 jint JNICALL getEnv(JavaVM*, void** out, jint version) {
     fake().calls.push_back("GetEnv " + hex(version));
     if (version == 0x00010004) {
@@ -45,55 +64,6 @@ jint JNICALL getEnv(JavaVM*, void** out, jint version) {
     return JNI_OK;
 }
 
-FakeJvm::Environment& environmentOf(jvmtiEnv* env) {
-    return *reinterpret_cast<FakeJvm::Environment*>(env);
-}
-
-jvmtiError JNICALL getVersionNumber(jvmtiEnv*, jint* out) {
-    *out = fake().jvmtiVersion;
-    return fake().answer("GetVersionNumber");
-}
-
-jvmtiError JNICALL getPhase(jvmtiEnv*, jvmtiPhase* out) {
-    *out = fake().phase;
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL getSystemProperty(jvmtiEnv*, const char* key, char** out) {
-    const auto found = fake().properties.find(key);
-    if (found == fake().properties.end()) {
-        return JVMTI_ERROR_NOT_AVAILABLE;
-    }
-    *out = copyOf(found->second);
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL deallocateMemory(jvmtiEnv*, unsigned char* memory) {
-    free(memory);
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL getErrorName(jvmtiEnv*, jvmtiError error, char** out) {
-    *out = copyOf("JVMTI_ERROR_" + std::to_string(error));
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL getPotentialCapabilities(jvmtiEnv*, jvmtiCapabilities* out) {
-    *out = fake().potential;
-    return fake().answer("GetPotentialCapabilities");
-}
-
-bool isSubset(const jvmtiCapabilities& wanted, const jvmtiCapabilities& offered) {
-    const auto* left = reinterpret_cast<const unsigned char*>(&wanted);
-    const auto* right = reinterpret_cast<const unsigned char*>(&offered);
-    for (size_t i = 0; i < sizeof wanted; i++) {
-        if ((left[i] & ~right[i]) != 0) {
-            return false;
-        }
-    }
-    return true;
-}
-
 jvmtiError JNICALL addCapabilities(jvmtiEnv*, const jvmtiCapabilities* wanted) {
     const int number = static_cast<int>(fake().requests.size());
     fake().requests.push_back(*wanted);
@@ -103,79 +73,95 @@ jvmtiError JNICALL addCapabilities(jvmtiEnv*, const jvmtiCapabilities* wanted) {
                : JVMTI_ERROR_NOT_AVAILABLE;
 }
 
-jvmtiError JNICALL relinquishCapabilities(jvmtiEnv*, const jvmtiCapabilities*) {
-    return fake().answer("RelinquishCapabilities");
-}
-
-jvmtiError JNICALL setEventCallbacks(jvmtiEnv* env, const jvmtiEventCallbacks* callbacks, jint) {
-    if (environmentOf(env).number == 0) {
-        fake().callbacks = *callbacks;
-    }
-    return fake().answer("SetEventCallbacks", std::to_string(environmentOf(env).number));
-}
-
 jvmtiError JNICALL setEventNotificationMode(jvmtiEnv* env, jvmtiEventMode mode, jvmtiEvent event,
                                             jthread, ...) {
-    const std::string text =
-        std::to_string(event) + " in " + std::to_string(environmentOf(env).number);
-    return fake().answer(mode == JVMTI_ENABLE ? "Enable" : "Disable", text);
+    return fake().answer(mode == JVMTI_ENABLE ? "Enable" : "Disable",
+                         std::to_string(event) + " in " + numberOf(env));
 }
 
-jvmtiError JNICALL setNativeMethodPrefix(jvmtiEnv*, const char* prefix) {
-    return fake().answer("SetNativeMethodPrefix", prefix);
+void fillWhatTheJvmSaysOfItself(jvmtiInterface_1_* table) {
+    table->GetVersionNumber = [](jvmtiEnv*, jint* out) {
+        *out = fake().jvmtiVersion;
+        return fake().answer("GetVersionNumber");
+    };
+    table->GetPhase = [](jvmtiEnv*, jvmtiPhase* out) {
+        *out = fake().phase;
+        return JVMTI_ERROR_NONE;
+    };
+    table->GetSystemProperty = [](jvmtiEnv*, const char* key, char** out) {
+        const auto found = fake().properties.find(key);
+        *out = found == fake().properties.end() ? nullptr : copyOf(found->second);
+        return *out == nullptr ? JVMTI_ERROR_NOT_AVAILABLE : JVMTI_ERROR_NONE;
+    };
+    table->Deallocate = [](jvmtiEnv*, unsigned char* memory) {
+        free(memory);
+        return JVMTI_ERROR_NONE;
+    };
+    table->GetErrorName = [](jvmtiEnv*, jvmtiError error, char** out) {
+        *out = copyOf("JVMTI_ERROR_" + std::to_string(error));
+        return JVMTI_ERROR_NONE;
+    };
+    table->GetPotentialCapabilities = [](jvmtiEnv*, jvmtiCapabilities* out) {
+        *out = fake().potential;
+        return fake().answer("GetPotentialCapabilities");
+    };
 }
 
-jvmtiError JNICALL addToBoot(jvmtiEnv*, const char* path) {
-    return fake().answer("AddToBootstrapClassLoaderSearch", path);
+void fillWhatIsAskedOfTheJvm(jvmtiInterface_1_* table) {
+    table->AddCapabilities = addCapabilities;
+    table->RelinquishCapabilities = [](jvmtiEnv*, const jvmtiCapabilities*) {
+        return fake().answer("RelinquishCapabilities");
+    };
+    table->SetEventCallbacks = [](jvmtiEnv* env, const jvmtiEventCallbacks* callbacks, jint) {
+        if (environmentOf(env).number == 0) {
+            fake().callbacks = *callbacks;
+        }
+        return fake().answer("SetEventCallbacks", numberOf(env));
+    };
+    table->SetEventNotificationMode = setEventNotificationMode;
+    table->SetNativeMethodPrefix = [](jvmtiEnv*, const char* prefix) {
+        return fake().answer("SetNativeMethodPrefix", prefix);
+    };
+    table->AddToBootstrapClassLoaderSearch = [](jvmtiEnv*, const char* path) {
+        return fake().answer("AddToBootstrapClassLoaderSearch", path);
+    };
+    table->AddToSystemClassLoaderSearch = [](jvmtiEnv*, const char* path) {
+        return fake().answer("AddToSystemClassLoaderSearch", path);
+    };
+    table->CreateRawMonitor = [](jvmtiEnv*, const char* name, jrawMonitorID* out) {
+        *out = reinterpret_cast<jrawMonitorID>(&fake());
+        return fake().answer("CreateRawMonitor", name);
+    };
+    table->DisposeEnvironment = [](jvmtiEnv* env) {
+        environmentOf(env).isDisposed = true;
+        return fake().answer("DisposeEnvironment", numberOf(env));
+    };
 }
 
-jvmtiError JNICALL addToSystem(jvmtiEnv*, const char* path) {
-    return fake().answer("AddToSystemClassLoaderSearch", path);
-}
-
-jvmtiError JNICALL createRawMonitor(jvmtiEnv*, const char* name, jrawMonitorID* out) {
-    *out = reinterpret_cast<jrawMonitorID>(&fake());
-    return fake().answer("CreateRawMonitor", name);
-}
-
-jvmtiError JNICALL disposeEnvironment(jvmtiEnv* env) {
-    environmentOf(env).isDisposed = true;
-    return fake().answer("DisposeEnvironment", std::to_string(environmentOf(env).number));
-}
-
-jvmtiError JNICALL getTag(jvmtiEnv*, jobject object, jlong* out) {
-    const auto found = fake().tags.find(reinterpret_cast<jlong>(object));
-    *out = found == fake().tags.end() ? 0 : found->second;
-    return fake().answer("GetTag");
-}
-
-jvmtiError JNICALL setTag(jvmtiEnv*, jobject object, jlong tag) {
-    fake().tags[reinterpret_cast<jlong>(object)] = tag;
-    return fake().answer("SetTag");
-}
-
-jvmtiError JNICALL getThreadInfo(jvmtiEnv*, jthread, jvmtiThreadInfo*) {
-    return JVMTI_ERROR_THREAD_NOT_ALIVE;
-}
-
-jvmtiError JNICALL getThreadLocalStorage(jvmtiEnv*, jthread, void** out) {
-    *out = nullptr;
-    return fake().answer("GetThreadLocalStorage");
-}
-
-jvmtiError JNICALL setThreadLocalStorage(jvmtiEnv*, jthread, const void*) {
-    return fake().answer("SetThreadLocalStorage");
-}
-
-jclass JNICALL getObjectClass(JNIEnv*, jobject object) {
-    return static_cast<jclass>(object);
-}
-
-void JNICALL deleteLocalRef(JNIEnv*, jobject) {}
-
-jvmtiError JNICALL getClassSignature(jvmtiEnv*, jclass, char** out, char**) {
-    *out = nullptr;
-    return fake().answer("GetClassSignature");
+void fillObjectsAndThreads(jvmtiInterface_1_* table) {
+    table->GetTag = [](jvmtiEnv*, jobject object, jlong* out) {
+        const auto found = fake().tags.find(reinterpret_cast<jlong>(object));
+        *out = found == fake().tags.end() ? 0 : found->second;
+        return fake().answer("GetTag");
+    };
+    table->SetTag = [](jvmtiEnv*, jobject object, jlong tag) {
+        fake().tags[reinterpret_cast<jlong>(object)] = tag;
+        return fake().answer("SetTag");
+    };
+    table->GetThreadInfo = [](jvmtiEnv*, jthread, jvmtiThreadInfo*) {
+        return JVMTI_ERROR_THREAD_NOT_ALIVE;
+    };
+    table->GetThreadLocalStorage = [](jvmtiEnv*, jthread, void** out) {
+        *out = nullptr;
+        return fake().answer("GetThreadLocalStorage");
+    };
+    table->SetThreadLocalStorage = [](jvmtiEnv*, jthread, const void*) {
+        return fake().answer("SetThreadLocalStorage");
+    };
+    table->GetClassSignature = [](jvmtiEnv*, jclass, char** out, char**) {
+        *out = nullptr;
+        return fake().answer("GetClassSignature");
+    };
 }
 
 // A file whose content is read back as text.
@@ -216,29 +202,13 @@ FakeJvm::FakeJvm() : jvmtiFunctions(), javaVM(), jniEnv(), invokeFunctions(), jn
     javaVM.functions = &invokeFunctions;
     jniEnv.functions = &jniFunctions;
     invokeFunctions.GetEnv = getEnv;
-    jvmtiFunctions.GetVersionNumber = getVersionNumber;
-    jvmtiFunctions.GetPhase = getPhase;
-    jvmtiFunctions.GetSystemProperty = getSystemProperty;
-    jvmtiFunctions.Deallocate = deallocateMemory;
-    jvmtiFunctions.GetErrorName = getErrorName;
-    jvmtiFunctions.GetPotentialCapabilities = getPotentialCapabilities;
-    jvmtiFunctions.AddCapabilities = addCapabilities;
-    jvmtiFunctions.RelinquishCapabilities = relinquishCapabilities;
-    jvmtiFunctions.SetEventCallbacks = setEventCallbacks;
-    jvmtiFunctions.SetEventNotificationMode = setEventNotificationMode;
-    jvmtiFunctions.SetNativeMethodPrefix = setNativeMethodPrefix;
-    jvmtiFunctions.AddToBootstrapClassLoaderSearch = addToBoot;
-    jvmtiFunctions.AddToSystemClassLoaderSearch = addToSystem;
-    jvmtiFunctions.CreateRawMonitor = createRawMonitor;
-    jvmtiFunctions.DisposeEnvironment = disposeEnvironment;
-    jvmtiFunctions.GetTag = getTag;
-    jvmtiFunctions.SetTag = setTag;
-    jvmtiFunctions.GetThreadInfo = getThreadInfo;
-    jvmtiFunctions.GetThreadLocalStorage = getThreadLocalStorage;
-    jvmtiFunctions.SetThreadLocalStorage = setThreadLocalStorage;
-    jvmtiFunctions.GetClassSignature = getClassSignature;
-    jniFunctions.GetObjectClass = getObjectClass;
-    jniFunctions.DeleteLocalRef = deleteLocalRef;
+    fillWhatTheJvmSaysOfItself(&jvmtiFunctions);
+    fillWhatIsAskedOfTheJvm(&jvmtiFunctions);
+    fillObjectsAndThreads(&jvmtiFunctions);
+    jniFunctions.GetObjectClass = [](JNIEnv*, jobject object) {
+        return static_cast<jclass>(object);
+    };
+    jniFunctions.DeleteLocalRef = [](JNIEnv*, jobject) {};
 }
 
 jvmtiError FakeJvm::answer(const std::string& function, const std::string& argument) {
@@ -252,15 +222,6 @@ int FakeJvm::countCalls(const std::string& call) const {
         count += made == call ? 1 : 0;
     }
     return count;
-}
-
-int FakeJvm::indexOf(const std::string& call) const {
-    for (size_t i = 0; i < calls.size(); i++) {
-        if (calls[i] == call) {
-            return static_cast<int>(i);
-        }
-    }
-    return -1;
 }
 
 ProcessOutcome runInChild(const std::function<int()>& body) {

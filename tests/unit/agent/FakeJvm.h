@@ -35,8 +35,6 @@ public:
 
     bool wasCalled(const std::string& call) const { return countCalls(call) > 0; }
     int countCalls(const std::string& call) const;
-    // Position of the first such call; -1 if there was none.
-    int indexOf(const std::string& call) const;
 
     jvmtiError answer(const std::string& function, const std::string& argument = "");
 

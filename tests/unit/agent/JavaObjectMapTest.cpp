@@ -29,6 +29,10 @@ protected:
 } // namespace
 
 TEST_F(JavaObjectMapTest, putValuesAreGotAndRemoved) {
+    EXPECT_EQ(7, JavaObjectMap::get(map, object(3), 7));
+    EXPECT_FALSE(JavaObjectMap::contains(map, object(3)));
+    EXPECT_EQ(7, JavaObjectMap::remove(map, object(3), 7));
+    EXPECT_TRUE(jvm.tags.empty()) << "asking assigns no tag";
     JavaObjectMap::put(map, object(1), 10);
     JavaObjectMap::put(map, object(2), 20);
     JavaObjectMap::put(map, object(1), 11);
@@ -39,34 +43,20 @@ TEST_F(JavaObjectMapTest, putValuesAreGotAndRemoved) {
     EXPECT_EQ(-1, JavaObjectMap::remove(map, object(2), -1));
 }
 
-TEST_F(JavaObjectMapTest, askingForAnUnknownObjectAssignsNoTag) {
-    EXPECT_EQ(7, JavaObjectMap::get(map, object(3), 7));
-    EXPECT_FALSE(JavaObjectMap::contains(map, object(3)));
-    EXPECT_EQ(7, JavaObjectMap::remove(map, object(3), 7));
-    EXPECT_TRUE(jvm.tags.empty());
-}
-
-TEST_F(JavaObjectMapTest, mapsAreSeparateAndShareTheTag) {
+TEST_F(JavaObjectMapTest, mapsShareTheTagAndACollectedObjectLeavesThemAll) {
     const long other = JavaObjectMap::create();
     JavaObjectMap::put(map, object(1), 10);
     JavaObjectMap::put(other, object(1), 20);
     EXPECT_EQ(1, jvm.countCalls("SetTag"));
     EXPECT_EQ(10, JavaObjectMap::get(map, object(1), -1));
     EXPECT_EQ(20, JavaObjectMap::get(other, object(1), -1));
-    JavaObjectMap::destroy(other);
-}
-
-TEST_F(JavaObjectMapTest, collectedObjectLeavesEveryMap) {
-    const long other = JavaObjectMap::create();
-    JavaObjectMap::put(map, object(1), 10);
-    JavaObjectMap::put(other, object(1), 20);
     JavaObjectMap::onObjectFree(jvm.tags[1]);
     EXPECT_EQ(-1, JavaObjectMap::get(map, object(1), -1));
     EXPECT_EQ(-1, JavaObjectMap::get(other, object(1), -1));
     JavaObjectMap::destroy(other);
 }
 
-TEST_F(JavaObjectMapTest, handlesOfNoMapAreHarmless) {
+TEST_F(JavaObjectMapTest, handlesOfNoMapAndNoObjectAreHarmless) {
     const long gone = JavaObjectMap::create();
     JavaObjectMap::put(gone, object(1), 10);
     JavaObjectMap::destroy(gone);
@@ -77,9 +67,6 @@ TEST_F(JavaObjectMapTest, handlesOfNoMapAreHarmless) {
         EXPECT_EQ(-1, JavaObjectMap::remove(handle, object(1), -1));
         JavaObjectMap::destroy(handle);
     }
-}
-
-TEST_F(JavaObjectMapTest, nullObjectIsInNoMap) {
     JavaObjectMap::put(map, nullptr, 1);
     EXPECT_EQ(-1, JavaObjectMap::get(map, nullptr, -1));
 }

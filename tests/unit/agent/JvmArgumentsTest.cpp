@@ -1,6 +1,8 @@
 // Where the options of a JVM hide, and what they mean for the agent.
 #include "core/entry/JvmArguments.h"
 
+#include "DirectoryTest.h"
+
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -9,25 +11,18 @@
 
 namespace {
 
-class JvmArgumentsTest : public testing::Test {
+class JvmArgumentsTest : public DirectoryTest {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/vdk-arguments-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(pattern));
-        directory = pattern;
-    }
-    void TearDown() override {
+    ~JvmArgumentsTest() override {
         for (const char* name : {"JAVA_TOOL_OPTIONS", "JDK_JAVA_OPTIONS", "_JAVA_OPTIONS"}) {
             unsetenv(name);
         }
-        ASSERT_EQ(0, system(("rm -rf " + directory).c_str()));
     }
     std::string write(const std::string& name, const std::string& content) {
         const std::string path = directory + "/" + name;
         std::ofstream(path) << content;
         return path;
     }
-    std::string directory;
 };
 
 JvmArguments collect(const std::vector<std::string>& arguments) {

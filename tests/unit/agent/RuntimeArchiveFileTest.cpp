@@ -1,10 +1,10 @@
 // The shared archive file: reuse, replacement, and files that another user could change.
 #include "runtime/RuntimeArchiveFile.h"
 
+#include "DirectoryTest.h"
 #include "agent/FakeJvm.h"
 #include "core/ground/Logger.h"
 
-#include <cstdlib>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -39,25 +39,18 @@ void appendLine(const char* line) {
     log().append(line).append("\n");
 }
 
-class RuntimeArchiveFileTest : public testing::Test {
+class RuntimeArchiveFileTest : public DirectoryTest {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/vdk-archive-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(pattern));
-        directory = pattern;
+    RuntimeArchiveFileTest() : path(directory + "/archive.jar") {
         // The other users of these tests must get in.
-        ASSERT_EQ(0, chmod(pattern, 0755));
-        path = directory + "/archive.jar";
+        EXPECT_EQ(0, chmod(directory.c_str(), 0755));
         for (int i = 0; i < 30000; i++) {
             content.push(static_cast<unsigned char>(i * 7));
         }
         log().clear();
         Logger::setSink(appendLine);
     }
-    void TearDown() override {
-        Logger::setSink(nullptr);
-        ASSERT_EQ(0, system(("rm -rf " + directory).c_str()));
-    }
+    ~RuntimeArchiveFileTest() override { Logger::setSink(nullptr); }
     std::string contentText() const {
         return std::string(reinterpret_cast<const char*>(content.data()),
                            static_cast<size_t>(content.getSize()));
@@ -110,7 +103,6 @@ protected:
     }
     static constexpr const char* WRONG = "has wrong size or content";
     static constexpr const char* OTHERS = "another user may change it";
-    std::string directory;
     std::string path;
     ZVector<unsigned char> content;
 };
@@ -125,7 +117,7 @@ TEST_F(RuntimeArchiveFileTest, isCreatedReadableForAllWhateverTheMask) {
     ASSERT_EQ(0, stat(path.c_str(), &status));
     EXPECT_EQ(0644u, status.st_mode & 07777);
     // No temporary file is left beside it.
-    EXPECT_EQ(0, system(("test $(ls -A " + directory + " | wc -l) = 1").c_str()));
+    EXPECT_EQ(1, countOfFiles(directory));
 }
 
 TEST_F(RuntimeArchiveFileTest, equalFileIsReused) {
@@ -138,7 +130,7 @@ TEST_F(RuntimeArchiveFileTest, equalFileIsReused) {
     }
 }
 
-TEST_F(RuntimeArchiveFileTest, wrongContentIsReplaced) {
+TEST_F(RuntimeArchiveFileTest, whatIsWrongOrOthersMayChangeIsReplaced) {
     std::string changed = contentText();
     changed[29999] ^= 1;
     const std::vector<std::string> wrong = {changed, contentText().substr(0, 29999),
@@ -147,41 +139,25 @@ TEST_F(RuntimeArchiveFileTest, wrongContentIsReplaced) {
         plant(text);
         expectReplaced(WRONG);
     }
-}
-
-TEST_F(RuntimeArchiveFileTest, fileThatOthersMayWriteIsReplaced) {
     for (mode_t mode : {0666, 0664}) {
         plant(contentText(), mode);
         expectReplaced(OTHERS);
     }
-}
-
-TEST_F(RuntimeArchiveFileTest, fileOfAnotherUserIsReplaced) {
-    plant(contentText());
+    const std::string second = directory + "/second";
+    ASSERT_EQ(0, link(path.c_str(), second.c_str()));
+    expectReplaced(OTHERS);
+    EXPECT_TRUE(contentText() == read(second));
+    ASSERT_EQ(0, unlink(path.c_str()));
+    ASSERT_EQ(0, symlink(second.c_str(), path.c_str()));
+    expectReplaced(WRONG);
+    EXPECT_TRUE(contentText() == read(second)) << "the target of a link is left alone";
+    ASSERT_EQ(0, unlink(path.c_str()));
+    ASSERT_EQ(0, mkfifo(path.c_str(), 0644)); // which must not block
+    expectReplaced(WRONG);
     if (!giveToOtherUser()) {
         GTEST_SKIP() << NOT_ALLOWED;
     }
     expectReplaced(OTHERS);
-}
-
-TEST_F(RuntimeArchiveFileTest, fileWithASecondNameIsReplaced) {
-    plant(contentText());
-    ASSERT_EQ(0, link(path.c_str(), (directory + "/second").c_str()));
-    expectReplaced(OTHERS);
-    EXPECT_TRUE(contentText() == read(directory + "/second"));
-}
-
-TEST_F(RuntimeArchiveFileTest, symbolicLinkIsReplacedAndItsTargetLeftAlone) {
-    const std::string target = directory + "/target";
-    std::ofstream(target) << contentText();
-    ASSERT_EQ(0, symlink(target.c_str(), path.c_str()));
-    expectReplaced(WRONG);
-    EXPECT_TRUE(contentText() == read(target));
-}
-
-TEST_F(RuntimeArchiveFileTest, pipeInItsPlaceDoesNotBlock) {
-    ASSERT_EQ(0, mkfifo(path.c_str(), 0644));
-    expectReplaced(WRONG);
 }
 
 TEST_F(RuntimeArchiveFileTest, directoryInItsPlaceIsARefusal) {
@@ -255,7 +231,7 @@ TEST_F(RuntimeArchiveFileTest, fullDiskLeavesNoFileAndLetsTheStartGoOn) {
     }
     path = disk + "/archive.jar";
     const RuntimeArchiveFile file = writeArchiveFile(content, path.c_str(), true);
-    const int left = system(("test $(ls -A " + disk + " | wc -l) = 0").c_str());
+    const int left = countOfFiles(disk);
     EXPECT_EQ(0, system(("umount " + disk).c_str()));
     EXPECT_EQ(0, left);
     EXPECT_EQ(path, file.path.c_str());

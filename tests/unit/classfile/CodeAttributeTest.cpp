@@ -28,34 +28,10 @@ std::string branching(int major) {
 
 using CodeAttributeTest = QuietTest;
 
-std::string frameText(const StackMapFrame& frame, const StackMapFrame& previous) {
-    std::string bytes(static_cast<size_t>(frame.getLargestSize()), '\0');
-    auto* const start = reinterpret_cast<unsigned char*>(&bytes[0]);
-    bytes.resize(static_cast<size_t>(frame.writeTo(&previous, start) - start));
-    return bytes;
-}
-
 const VerificationType TOP(VERIFICATION_TOP, -1);
 const VerificationType INT(VERIFICATION_INT, -1);
-const VerificationType LONG(VERIFICATION_LONG, -1);
 
 } // namespace
-
-TEST_F(CodeAttributeTest, bodyWithoutATableHasTheInitialFrameAlone) {
-    B builder(50);
-    builder.addMethod(1, "m", "(J[I)V", 0, 4, B::code({177}));
-    ParsedClass parsed(builder.build());
-    ASSERT_EQ(parsed.code("m")->getFrames().getSize(), 1);
-    const StackMapFrame& initial = *parsed.code("m")->getFrames()[0];
-    EXPECT_EQ(initial.getOffset(), -1);
-    ASSERT_EQ(initial.getLocals().getSize(), 3);
-    EXPECT_EQ(initial.getLocals()[0].getTag(), VERIFICATION_OBJECT);
-    EXPECT_EQ(initial.getLocals()[1].getTag(), VERIFICATION_LONG);
-    EXPECT_EQ(parsed.classFile.getConstantPool().getClassName(initial.getLocals()[2].getValue()),
-              "[I");
-    parsed.code("m")->setModified();
-    EXPECT_TRUE(rewritten(parsed).method("m")->codeAttributes.empty());
-}
 
 TEST_F(CodeAttributeTest, addStackMapFramesKeepsAnExistingFrame) {
     ParsedClass parsed(branching(52));
@@ -85,45 +61,6 @@ TEST_F(CodeAttributeTest, shiftMovesFromTheThresholdOnButAllLines) {
     unmoved.code("m")->shiftExceptionTableAndLineNumbers(7, 6);
     const ReferenceClass second = rewritten(unmoved);
     EXPECT_EQ(second.frames(*second.method("m"))[1].offset, 5);
-}
-
-TEST_F(CodeAttributeTest, framesMovedAsBytesAndAsObjectsAreEqual) {
-    // Frames of every form, 100 positions apart after the move; a new object is named by its
-    // instruction, which ends where the next position lies.
-    const std::string table = B::u2(6) + B::u1(0) + B::u1(64) + B::u1(1) + B::u1(252) + B::u2(0) +
-                              B::u1(8) + B::u2(2) + B::u1(250) + B::u2(0) + B::u1(247) + B::u2(0) +
-                              B::u1(8) + B::u2(1) + B::u1(255) + B::u2(1) + B::u2(1) + B::u1(4) +
-                              B::u2(2) + B::u1(8) + B::u2(0) + B::u1(1);
-    std::string results[2];
-    for (int decoded = 0; decoded < 2; decoded++) {
-        B builder(52);
-        builder.addMethod(9, "m", "(I)V", 9, 9, std::string(9, '\0') + B::u1(177), {},
-                          {{"StackMapTable", table}});
-        ParsedClass parsed(builder.build());
-        if (decoded == 1) {
-            parsed.code("m")->getFrames();
-        }
-        int map[11];
-        for (int i = 0; i < 11; i++) {
-            map[i] = i * 100;
-        }
-        parsed.code("m")->shiftTables(CodeOffsets(map, 10));
-        const ReferenceClass result = rewritten(parsed);
-        for (const ReferenceFrame& frame : result.frames(*result.method("m"))) {
-            results[decoded] += std::to_string(frame.offset) + ":";
-            for (const std::string& type : frame.locals) {
-                results[decoded] += type + ",";
-            }
-            results[decoded] += "|";
-            for (const std::string& type : frame.stack) {
-                results[decoded] += type + ",";
-            }
-            results[decoded] += "\n";
-        }
-    }
-    EXPECT_EQ(results[0], results[1]);
-    EXPECT_NE(results[0].find("200:int,new 299,|"), std::string::npos) << results[0];
-    EXPECT_NE(results[0].find("600:long,|new 99,int,"), std::string::npos) << results[0];
 }
 
 TEST_F(CodeAttributeTest, handlersAreAddedInsideOutAndMoveWithTheirFrames) {
@@ -178,45 +115,6 @@ TEST_F(CodeAttributeTest, malformedTypeAnnotationsAreDroppedWhenCodeMoves) {
         parsed.code("m")->shiftTables(CodeOffsets(map, 2));
         EXPECT_TRUE(rewritten(parsed).method("m")->codeAttributes.empty());
     }
-}
-
-TEST_F(CodeAttributeTest, framesTakeTheirMostCompactForm) {
-    B builder(52);
-    builder.addMethod(9, "m", "(II)V", 9, 9, B::code({177}));
-    ParsedClass parsed(builder.build());
-    const StackMapFrame& initial = *parsed.code("m")->getFrames()[0];
-    StackMapFrame frame(&initial, 0, TOP, -1);
-    EXPECT_EQ(frameText(frame, initial), B::u1(0));
-    frame.setOffset(63);
-    EXPECT_EQ(frameText(frame, initial), B::u1(63));
-    frame.setOffset(64);
-    EXPECT_EQ(frameText(frame, initial), B::u1(251) + B::u2(64));
-    StackMapFrame item(&initial, 5, INT, -1);
-    EXPECT_EQ(frameText(item, initial), B::code({69, 1}));
-    item.setOffset(64);
-    EXPECT_EQ(frameText(item, initial), B::u1(247) + B::u2(64) + B::u1(1));
-    StackMapFrame grown(&initial, 0, TOP, -1);
-    for (int added = 1; added <= 3; added++) {
-        grown.getLocals().push(INT);
-        EXPECT_EQ(frameText(grown, initial),
-                  B::u1(251 + added) + B::u2(0) + std::string(static_cast<size_t>(added), 1));
-    }
-    // Four more locals are a full frame.
-    grown.getLocals().push(INT);
-    EXPECT_EQ(frameText(grown, initial),
-              B::u1(255) + B::u2(0) + B::u2(6) + std::string(6, 1) + B::u2(0));
-    StackMapFrame chopped(&initial, 0, TOP, -1);
-    chopped.getLocals().pop();
-    EXPECT_EQ(frameText(chopped, initial), B::u1(250) + B::u2(0));
-    // An empty list is not compared.
-    chopped.getLocals().pop();
-    EXPECT_EQ(frameText(chopped, initial), B::u1(249) + B::u2(0));
-    StackMapFrame changed(&initial, 0, TOP, -1);
-    changed.getLocals()[1] = LONG;
-    EXPECT_EQ(VerificationType::compare(changed.getLocals(), initial.getLocals()), 104);
-    EXPECT_EQ(frameText(changed, initial),
-              B::u1(255) + B::u2(0) + B::u2(2) + B::code({1, 4}) + B::u2(0));
-    EXPECT_THROW(frameText(initial, initial), VDKRuntimeException);
 }
 
 TEST_F(CodeAttributeTest, constructorFrameKnowsWhenThisIsInitialized) {

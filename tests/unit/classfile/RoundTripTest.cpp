@@ -57,24 +57,17 @@ std::string difference(const ReferenceClass& a, const ReferenceClass& b, int* fr
 
 void roundTrip(const char* label, const std::string& path) {
     const ClassBundle bundle(path);
-    int identical = 0;
-    int encoded = 0;
-    int identicalWhenEncoded = 0;
+    size_t compared = 0;
+    size_t same = 0;
     int frames = 0;
-    int unknown = 0;
     for (const NamedClass& entry : bundle.classes()) {
         try {
             DataInput input(entry.bytes, entry.length);
             ClassFile untouched(input);
-            if (untouched.isInvalid()) {
-                unknown++;
-                continue;
-            }
+            ASSERT_FALSE(untouched.isInvalid()) << entry.name;
             const std::string original(reinterpret_cast<const char*>(entry.bytes),
                                        static_cast<size_t>(entry.length));
-            const std::string same = writtenClass(untouched);
-            ASSERT_EQ(same == original, true) << entry.name;
-            identical++;
+            ASSERT_TRUE(writtenClass(untouched) == original) << entry.name;
             DataInput again(entry.bytes, entry.length);
             ClassFile classFile(again);
             classFile.encodeEverything();
@@ -82,18 +75,16 @@ void roundTrip(const char* label, const std::string& path) {
             const ReferenceClass before(entry.bytes, static_cast<size_t>(entry.length));
             const ReferenceClass after(anew.data(), anew.size());
             ASSERT_EQ(difference(before, after, &frames), "") << entry.name;
-            encoded++;
-            identicalWhenEncoded += anew == original ? 1 : 0;
+            compared++;
+            same += anew == original ? 1 : 0;
         } catch (const VDKRuntimeException&) {
             FAIL() << "cannot parse " << entry.name;
         }
     }
-    printf("%s: %zu classes, %d identical untouched, %d equal when all is encoded anew (%d of them "
-           "byte for byte, %d frames), %d with unknown constants\n",
-           label, bundle.classes().size(), identical, encoded, identicalWhenEncoded, frames,
-           unknown);
-    EXPECT_EQ(unknown, 0);
-    EXPECT_GT(identical, 0);
+    printf("%s: %zu classes, %zu the same when all is encoded anew, %d frames\n", label, compared,
+           same, frames);
+    EXPECT_GT(compared, 0u);
+    EXPECT_GT(same, compared / 2) << "compilers write the shortest form of frames; so do we";
 }
 
 } // namespace

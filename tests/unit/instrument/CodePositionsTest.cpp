@@ -1,5 +1,6 @@
 #include "classfile/OpCodes.h"
 #include "support/ClassBundle.h"
+#include "support/ParsedClass.h"
 #include "support/ReferenceClass.h"
 #include "support/RewriteClasses.h"
 
@@ -427,12 +428,8 @@ std::string newestJdk() {
     return jdk.empty() ? findJdks().front() : jdk;
 }
 
-class CodePositions : public testing::Test {
+class CodePositions : public QuietTest {
 protected:
-    void SetUp() override {
-        Logger::setSink([](const char*) {});
-    }
-    void TearDown() override { Logger::setSink(nullptr); }
     void print(const char* label) const {
         printf("%s: %ld methods, %ld frames, %ld lines, %ld variables, %ld type annotations, %ld "
                "handlers, %ld with calls\n",

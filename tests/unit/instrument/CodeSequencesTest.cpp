@@ -2,6 +2,7 @@
 #include "instrument/CodeRewrite.h"
 #include "instrument/TracingInstrumentation.h"
 #include "support/ClassBuilder.h"
+#include "support/ParsedClass.h"
 #include "support/ReferenceClass.h"
 #include "support/RewriteClasses.h"
 
@@ -30,13 +31,7 @@ struct Rewritten {
     ReferenceClass parsed;
 };
 
-class CodeSequences : public testing::Test {
-protected:
-    void SetUp() override {
-        Logger::setSink([](const char*) {});
-    }
-    void TearDown() override { Logger::setSink(nullptr); }
-};
+using CodeSequences = QuietTest;
 
 // A static method without frames.
 std::string oneMethod(const std::string& code, int major = 49,
@@ -79,23 +74,6 @@ TEST_F(CodeSequences, bytesAreExact) {
     EXPECT_EQ(code[0], 0);
 }
 
-TEST_F(CodeSequences, wrongKindsAreInternalErrors) {
-    unsigned char code[32];
-    EXPECT_THROW(insertNewCodeStart(code, 0, INSERT_EXIT), VDKRuntimeException);
-    EXPECT_THROW(insertNewCodeEnd(1, code, 0, INSERT_NEW_DUP, 0), VDKRuntimeException);
-    EXPECT_THROW(insertCodeBefore(0, 1, 1, code, 0, false), VDKRuntimeException);
-    EXPECT_THROW(insertCodeAfter(INSERT_CATCH + 1, 1, code, 0, 0), VDKRuntimeException);
-}
-
-TEST_F(CodeSequences, everyInsertionInASwitchMethodIsAMultipleOfFour) {
-    for (int kind = INSERT_EXIT; kind <= INSERT_CATCH; kind++) {
-        EXPECT_EQ(insertionLength(kind, true) % 4, 0) << kind;
-    }
-    EXPECT_EQ(ENTRY_CODE_LENGTH(true, true) % 4, 0);
-    EXPECT_EQ(ENTRY_CODE_LENGTH(true, false) % 4, 0);
-    EXPECT_EQ(ALLOC_ONLY_ENTRY_CODE_LENGTH(true) % 4, 0);
-}
-
 TEST_F(CodeSequences, jumpsConvertInPairs) {
     const int pairs[][2] = {{153, 154}, {155, 156}, {157, 158}, {159, 160},
                             {161, 162}, {163, 164}, {165, 166}, {198, 199}};
@@ -128,54 +106,10 @@ TEST_F(CodeSequences, trivialAccessorsAreLeftAlone) {
         {B::code({42, 27, 0, 181, 0, 1, 177}), false},
     };
     for (const Row& row : rows) {
-        const std::string bytes = oneMethod(row.code);
-        DataInput input(reinterpret_cast<const unsigned char*>(bytes.data()),
-                        static_cast<int>(bytes.size()));
-        ClassFile classFile(input);
-        EXPECT_EQ(shouldSkipInstrumentation(classFile.getMethods()[0]), row.skipped)
+        ParsedClass parsed(oneMethod(row.code));
+        EXPECT_EQ(shouldSkipInstrumentation(parsed.classFile.getMethods()[0]), row.skipped)
             << row.code.size();
     }
-}
-
-TEST_F(CodeSequences, branchToAReturnArrivesAtTheExitCode) {
-    // goto 4; nop; return
-    Rewritten rewritten(oneMethod(B::code({167, 0, 4, 0, 177})), false, true);
-    const std::string& code = rewritten.method("m").code;
-    ASSERT_EQ(code.size(), 9u + 4 + 9 + 1);
-    EXPECT_EQ(code.substr(9, 3), B::code({167, 0, 4}));
-    EXPECT_EQ(static_cast<unsigned char>(code[13]), 0x11);
-    EXPECT_EQ(static_cast<unsigned char>(code.back()), 177);
-}
-
-TEST_F(CodeSequences, switchKeepsItsPaddingAndAlignment) {
-    // Two returns in front of a tableswitch at 11.
-    const std::string code = B::code({26, 153, 0, 4, 177, 26, 153, 0, 4, 177, 26, 170}) +
-                             B::u4(17) + B::u4(0) + B::u4(0) + B::u4(17) + B::u1(177);
-    Rewritten rewritten(oneMethod(code, 49, "(I)V"), false, true);
-    const std::string& result = rewritten.method("m").code;
-    const size_t at = 11 + 16 + 2 * 12;
-    ASSERT_EQ(result.size(), code.size() + 16 + 3 * 12);
-    EXPECT_EQ(at % 4, 11u % 4);
-    EXPECT_EQ(result.substr(at, 17), B::u1(170) + B::u4(17) + B::u4(0) + B::u4(0) + B::u4(17));
-}
-
-TEST_F(CodeSequences, tablesFollowTheCode) {
-    const B::Attributes attributes = {
-        {"LineNumberTable", B::u2(2) + B::u2(0) + B::u2(1) + B::u2(3) + B::u2(2)},
-        {"LocalVariableTable", B::u2(2) + B::u2(0) + B::u2(4) + B::u2(1) + B::u2(1) + B::u2(0) +
-                                   B::u2(1) + B::u2(2) + B::u2(1) + B::u2(1) + B::u2(1)}};
-    Rewritten rewritten(oneMethod(B::code({0, 0, 0, 177}), 49, "()V", attributes, {{0, 3, 3, 0}}),
-                        false, true);
-    const ReferenceMethod& m = rewritten.method("m");
-    ASSERT_EQ(m.code.size(), 31u);
-    EXPECT_EQ(m.codeAttributes[0].second, B::u2(2) + B::u2(9) + B::u2(1) + B::u2(12) + B::u2(2));
-    // A parameter stays visible from 0 on, another variable moves.
-    EXPECT_EQ(m.codeAttributes[1].second.substr(2, 4), B::u2(0) + B::u2(31));
-    EXPECT_EQ(m.codeAttributes[1].second.substr(12, 4), B::u2(10) + B::u2(2));
-    EXPECT_EQ(m.handlers[0].start, 9);
-    EXPECT_EQ(m.handlers[0].end, 12);
-    EXPECT_EQ(m.handlers[0].handler, 12);
-    EXPECT_EQ(m.maxStack, 6);
 }
 
 TEST_F(CodeSequences, asksForNoMoreStackThanTheCallsNeed) {
@@ -251,32 +185,13 @@ TEST_F(CodeSequences, handlersGetACallWhereSomethingMayRun) {
     }
 }
 
-// A handler may begin with anything; what holds positions is the instruction's, not the call's.
-TEST_F(CodeSequences, handlerMayBeginWithABranchOrAReturn) {
-    // return; handler at 1: goto 5; nop; pop; return
-    Rewritten branch(
-        oneMethod(B::code({177, 167, 0, 4, 0, 87, 177}), 49, "()V", {}, {{0, 1, 1, 0}}), false,
-        true);
-    // entry 9, exit 9, return, call 9, goto
-    EXPECT_EQ(branch.method("m").handlers[0].handler, 19);
-    EXPECT_EQ(branch.method("m").code.substr(28, 3), B::code({167, 0, 4}));
+TEST_F(CodeSequences, handlerMayBeginWithAReturn) {
     // areturn with the exception: call, then exit call
     Rewritten result(
         oneMethod(B::code({1, 176, 176}), 49, "()Ljava/lang/Object;", {}, {{0, 1, 2, 0}}), false,
         true);
     EXPECT_EQ(result.method("m").code.size(), 3u + 4 * 9);
     EXPECT_EQ(result.method("m").handlers[0].handler, 9 + 1 + 9 + 1);
-}
-
-TEST_F(CodeSequences, throwingMethodHasAnEntryCallAlone) {
-    Rewritten rewritten(oneMethod(B::code({1, 0, 191})), false, true);
-    EXPECT_EQ(rewritten.method("m").code.size(), 9u + 3);
-}
-
-TEST_F(CodeSequences, methodWithoutAllocationsIsUntouchedWithoutTracing) {
-    Rewritten rewritten(oneMethod(B::code({0, 0, 177})), true, false);
-    EXPECT_EQ(rewritten.method("m").code, B::code({0, 0, 177}));
-    EXPECT_EQ(rewritten.ids.instrumented, 1);
 }
 
 TEST_F(CodeSequences, opaqueCodeAttributeLeavesTheMethodAlone) {
@@ -318,20 +233,7 @@ TEST_F(CodeSequences, localsThatDoNotHoldTheParametersLeaveTheMethodAlone) {
     }
 }
 
-TEST_F(CodeSequences, codeOfTheGreatestLengthIsTheLimit) {
-    // 9 bytes of entry and 9 of exit.
-    Rewritten fits(oneMethod(std::string(65535 - 19, '\0') + B::u1(177)), false, true);
-    EXPECT_EQ(fits.method("m").code.size(), 65535u);
-    Rewritten tooLong(oneMethod(std::string(65535 - 18, '\0') + B::u1(177)), false, true);
-    EXPECT_TRUE(tooLong.holds(METHOD_OUTCOME_TOO_LONG));
-    EXPECT_EQ(tooLong.method("m").code.size(), 65535u - 17);
-}
-
 TEST_F(CodeSequences, methodsStayBelowTheSizeThatTheJvmCompiles) {
-    Rewritten fits(oneMethod(std::string(8000 - 19, '\0') + B::u1(177)), false, true);
-    EXPECT_TRUE(fits.holds(METHOD_OUTCOME_INSTRUMENTED));
-    Rewritten tooLong(oneMethod(std::string(8000 - 18, '\0') + B::u1(177)), false, true);
-    EXPECT_TRUE(tooLong.holds(METHOD_OUTCOME_NEVER_COMPILED));
     // Above the line already: nothing is lost.
     Rewritten above(oneMethod(std::string(8001, '\0') + B::u1(177)), false, true);
     EXPECT_TRUE(above.holds(METHOD_OUTCOME_INSTRUMENTED));
@@ -348,37 +250,6 @@ TEST_F(CodeSequences, methodsStayBelowTheSizeThatTheJvmCompiles) {
     Rewritten shortest(oneMethod(caught, 49, "()V", {}, {{0, 1, 7971, 0}}), true, true);
     EXPECT_TRUE(shortest.holds(METHOD_OUTCOME_WITHOUT_HANDLERS));
     EXPECT_EQ(shortest.method("m").code.size(), caught.size() + 27);
-}
-
-TEST_F(CodeSequences, offsetsOverflowAtTheirExactBoundary) {
-    struct Row {
-        int distance;
-        bool overflows;
-    };
-    const Row rows[] = {{32767, false}, {32768, true}, {-32768, false}, {-32769, true}};
-    ClassArena arena;
-    for (const Row& row : rows) {
-        // A goto at 40000 to a target one byte nearer than wanted; the map moves it.
-        const int sign = row.distance > 0 ? 1 : -1;
-        std::vector<int> map(80001);
-        const int target = 40000 + row.distance - sign;
-        for (int i = 0; i <= 80000; i++) {
-            const bool beyond = sign > 0 ? i >= target : i <= target;
-            map[static_cast<size_t>(i)] = i + (beyond ? sign : 0);
-        }
-        std::string code(80000, '\0');
-        code[40000] = static_cast<char>(167);
-        code.replace(40001, 2, B::u2(row.distance - sign));
-        OffsetTable table(arena);
-        table.addOffsetToTable(40000, 40001, true);
-        ZSet<int> longJumps(1);
-        std::string copy = code;
-        const bool fits = updateAllOffsets(&longJumps, table, code.data(), map.data(), 80000);
-        EXPECT_EQ(fits, !row.overflows) << row.distance;
-        EXPECT_EQ(longJumps.getSize(), row.overflows ? 1 : 0);
-        EXPECT_EQ(code.substr(40001, 2), B::u2(row.distance - (row.overflows ? sign : 0)));
-        EXPECT_EQ(updateAllOffsets(nullptr, table, copy.data(), map.data(), 80000), fits);
-    }
 }
 
 // What can't be followed costs a log line and the call for one object, not the method.

@@ -1,5 +1,6 @@
 #include "support/ClassBuilder.h"
 #include "support/ClassBundle.h"
+#include "support/ParsedClass.h"
 #include "support/ReferenceClass.h"
 #include "support/RewriteClasses.h"
 
@@ -91,13 +92,19 @@ std::string rewrite(const std::string& bytes, InstrumentationCounts* counts) {
     return result.empty() ? bytes : result;
 }
 
-class Widening : public testing::Test {
-protected:
-    void SetUp() override {
-        Logger::setSink([](const char*) {});
+// Every JDK prints these lines.
+void expectLines(const std::map<std::string, std::string>& classes,
+                 const std::vector<std::string>& lines) {
+    for (const std::string& jdk : findJdks()) {
+        const std::string output = run(jdk, classes);
+        for (const std::string& line : lines) {
+            EXPECT_NE(output.find(line), std::string::npos) << line << "\n"
+                                                            << output.substr(0, 2500);
+        }
     }
-    void TearDown() override { Logger::setSink(nullptr); }
-};
+}
+
+using Widening = QuietTest;
 
 // iload_0; ifeq END; <fill>; iconst_5; ireturn; END: iconst_3; ireturn, with the branch exactly
 // `distance` long. kind: 0 conditional, 1 goto (nop; nop; goto), 2 jsr, 3 conditional backwards.
@@ -168,13 +175,7 @@ TEST_F(Widening, farBranchesOfOldClassesAreWidenedAndRun) {
             lines.push_back(original + value + ":0,0,0");
         }
     }
-    for (const std::string& jdk : findJdks()) {
-        const std::string output = run(jdk, classes);
-        for (const std::string& line : lines) {
-            EXPECT_NE(output.find(line), std::string::npos) << line << "\n"
-                                                            << output.substr(0, 2000);
-        }
-    }
+    expectLines(classes, lines);
 }
 
 TEST_F(Widening, farBranchesOfClassesWithFramesAreLeftAlone) {
@@ -184,9 +185,7 @@ TEST_F(Widening, farBranchesOfClassesWithFramesAreLeftAlone) {
     const std::string plain = farBranch("Far", 52, 0, 32767 - 8);
     EXPECT_EQ(rewrite(plain, &counts), plain);
     EXPECT_EQ(counts.methods[METHOD_OUTCOME_BRANCH_OVERFLOW], 1);
-    for (const std::string& jdk : findJdks()) {
-        EXPECT_NE(run(jdk, {{"Far", fits}}).find("Far 3:1,1,0 5:1,1,0"), std::string::npos);
-    }
+    expectLines({{"Far", fits}}, {"Far 3:1,1,0 5:1,1,0"});
 }
 
 TEST_F(Widening, methodsAtTheLimitsOfTheirLengthRun) {
@@ -219,13 +218,7 @@ TEST_F(Widening, methodsAtTheLimitsOfTheirLengthRun) {
         classes[name] = rewrite(builder.build(), &counts);
         lines.push_back(name + " 0" + row.expected + " 1" + row.expected);
     }
-    for (const std::string& jdk : findJdks()) {
-        const std::string output = run(jdk, classes);
-        for (const std::string& line : lines) {
-            EXPECT_NE(output.find(line), std::string::npos) << line << "\n"
-                                                            << output.substr(0, 2000);
-        }
-    }
+    expectLines(classes, lines);
 }
 
 TEST_F(Widening, oddAllocationPatternsStayValidAndCounted) {
@@ -311,21 +304,15 @@ TEST_F(Widening, oddAllocationPatternsStayValidAndCounted) {
     };
     for (int major : {48, 52}) {
         std::map<std::string, std::string> classes;
+        std::vector<std::string> lines;
         InstrumentationCounts counts = {};
         for (const Row& row : rows) {
             const std::string plain =
                 build(row.name, major, row.code, major > 49 ? row.frames : B::Attributes());
             classes[row.name] = rewrite(plain, &counts);
+            lines.push_back(std::string(row.name) + " 0" + row.expected + " 1" + row.expected);
         }
-        for (const std::string& jdk : findJdks()) {
-            const std::string output = run(jdk, classes);
-            for (const Row& row : rows) {
-                const std::string line =
-                    std::string(row.name) + " 0" + row.expected + " 1" + row.expected;
-                EXPECT_NE(output.find(line), std::string::npos) << major << " " << row.name << "\n"
-                                                                << output.substr(0, 2500);
-            }
-        }
+        expectLines(classes, lines);
     }
 }
 
@@ -374,6 +361,7 @@ TEST_F(Widening, handlersOfAnyShapeRun) {
     };
     for (int major : {48, 52}) {
         std::map<std::string, std::string> classes;
+        std::vector<std::string> lines;
         for (const Row& row : rows) {
             B builder(major, row.name);
             builder.classRef("java/lang/Throwable");
@@ -384,15 +372,9 @@ TEST_F(Widening, handlersOfAnyShapeRun) {
                                          : B::Attributes());
             InstrumentationCounts counts = {};
             classes[row.name] = rewrite(builder.build(), &counts);
+            lines.push_back(row.name + std::string(row.expected));
         }
-        for (const std::string& jdk : findJdks()) {
-            const std::string output = run(jdk, classes);
-            for (const Row& row : rows) {
-                EXPECT_NE(output.find(row.name + std::string(row.expected)), std::string::npos)
-                    << major << " " << row.name << "\n"
-                    << output.substr(0, 2500);
-            }
-        }
+        expectLines(classes, lines);
     }
 }
 

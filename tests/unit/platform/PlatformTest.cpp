@@ -108,32 +108,19 @@ TEST(Platform, listHoldsThisProcessAndItsParent) {
     EXPECT_TRUE(contains(pids, getpid()));
     EXPECT_TRUE(contains(pids, getppid()));
     EXPECT_FALSE(contains(pids, 0));
-}
-
-TEST(Platform, listEndsWhenTheVisitorSaysSo) {
     int visits = 0;
     EXPECT_TRUE(Platform::listProcesses(stopAtFirst, &visits));
-    EXPECT_EQ(1, visits);
+    EXPECT_EQ(1, visits) << "the visitor ends it";
 }
 
-TEST(Platform, argumentsComeOutOneByOneEmptyOnesIncluded) {
-    Child child({"", "with blank"});
-    std::vector<std::string> arguments;
-    ASSERT_TRUE(Platform::processArguments(child.pid, collectArgument, &arguments));
-    EXPECT_EQ((std::vector<std::string>{"sh", "-c", SCRIPT, "", "with blank"}), arguments);
-}
-
-TEST(Platform, argumentsLongerThanOneBufferArriveWhole) {
+TEST(Platform, argumentsComeOutOneByOneEmptyAndLongOnesIncluded) {
     const std::string longArgument(100000, 'x');
-    Child child({longArgument.c_str()});
+    Child child({"", "with blank", longArgument.c_str()});
     std::vector<std::string> arguments;
     ASSERT_TRUE(Platform::processArguments(child.pid, collectArgument, &arguments));
-    ASSERT_EQ(4u, arguments.size());
-    EXPECT_EQ(longArgument, arguments[3]);
-}
-
-TEST(Platform, argumentsOfNoProcessVisitNothing) {
-    std::vector<std::string> arguments;
+    EXPECT_EQ((std::vector<std::string>{"sh", "-c", SCRIPT, "", "with blank", longArgument}),
+              arguments);
+    arguments.clear();
     EXPECT_FALSE(Platform::processArguments(INT_MAX, collectArgument, &arguments));
     EXPECT_TRUE(arguments.empty());
 }
@@ -197,6 +184,8 @@ TEST(Platform, threadClockReadsTheThreadThatIsNamed) {
     long after = 0;
     pthread_barrier_t barrier;
     pthread_barrier_init(&barrier, nullptr, 2);
+    const long monotonicBefore = Platform::monotonicTimeNs();
+    const long processBefore = Platform::processCPUTimeNs();
     std::thread busy([&] {
         nativeID = Platform::getCurrentThreadNativeID();
         burn(50 * MS);
@@ -213,6 +202,8 @@ TEST(Platform, threadClockReadsTheThreadThatIsNamed) {
     EXPECT_GE(before, 50 * MS);
     EXPECT_GE(other, before);
     EXPECT_LE(other, after);
+    EXPECT_GE(Platform::processCPUTimeNs() - processBefore, 45 * MS);
+    EXPECT_GE(Platform::monotonicTimeNs() - monotonicBefore, 45 * MS);
 }
 
 TEST(Platform, threadClockOfADeadThreadOrNoThreadIsMinusOne) {
@@ -228,29 +219,6 @@ TEST(Platform, threadClockOfADeadThreadOrNoThreadIsMinusOne) {
     for (long id : {0L, -1L, 1L, static_cast<long>(INT_MAX), LONG_MAX, LONG_MIN}) {
         EXPECT_EQ(-1, Platform::threadCPUTimeNs(id)) << id;
     }
-}
-
-TEST(Platform, ownClockAgreesWithTheNamedOne) {
-    burn(5 * MS);
-    const long before = Platform::currentThreadCPUTimeNs();
-    const long named = Platform::threadCPUTimeNs(Platform::getCurrentThreadNativeID());
-    const long after = Platform::currentThreadCPUTimeNs();
-    EXPECT_GE(before, 5 * MS);
-    EXPECT_GE(named, before);
-    EXPECT_LE(named, after);
-}
-
-TEST(Platform, processClockHoldsAllThreads) {
-    const long before = Platform::processCPUTimeNs();
-    std::thread busy([] { burn(30 * MS); });
-    busy.join();
-    EXPECT_GE(Platform::processCPUTimeNs() - before, 25 * MS);
-}
-
-TEST(Platform, monotonicClockRisesOverASleep) {
-    const long before = Platform::monotonicTimeNs();
-    Platform::sleepMicroseconds(2000);
-    EXPECT_GE(Platform::monotonicTimeNs() - before, 2 * MS);
 }
 
 TEST(Platform, segmentIsSharedBetweenTwoAttachments) {
@@ -281,13 +249,4 @@ TEST(Platform, segmentThatIsTooSmallIsRefusedWithTheReason) {
     EXPECT_EQ(-1, outcome.segment);
     shmctl(segment, IPC_RMID, nullptr);
     shmdt(small);
-}
-
-TEST(Platform, hostIDIsADecimalNumber) {
-    char text[32];
-    Platform::hostID(text, sizeof text);
-    char* end = nullptr;
-    strtol(text, &end, 10);
-    EXPECT_NE(text, end);
-    EXPECT_EQ(0, *end);
 }

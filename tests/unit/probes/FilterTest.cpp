@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <set>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -71,23 +70,6 @@ std::string temporaryFile(const char* content) {
 }
 } // namespace
 
-TEST_F(FilterTest, emptyTextsLeaveTheWaitFilters) {
-    const std::vector<std::string> filters = list();
-    ASSERT_EQ(static_cast<size_t>(waitFilters()), filters.size());
-    const char* const first[] = {"4 java.lang.Object wait -",
-                                 "4 java.lang.Thread sleep -",
-                                 "4 java.lang.Thread yield -",
-                                 "4 java.net.PlainSocketImpl socketAccept -",
-                                 "4 java.net.PlainSocketImpl accept -",
-                                 "4 sun.nio.ch.ServerSocketChannelImpl accept0 -",
-                                 "4 sun.misc.Unsafe park -",
-                                 "4 sun.nio.ch.EPollArrayWrapper epollWait -"};
-    for (size_t i = 0; i < 8; i++) {
-        EXPECT_EQ(first[i], filters[i]);
-    }
-    EXPECT_FALSE(Filter::ourWithInclusiveFilters);
-}
-
 TEST_F(FilterTest, linesGoIntoTheListInTheirOrder) {
     Filter::reloadFilters("java.*\n#x\n+foo.*:bar*(int)\n\n+\nc:d()", "w:x(*)\r\n#c\r\r\ny.*");
     const std::vector<std::string> filters = list();
@@ -114,19 +96,8 @@ TEST_F(FilterTest, badLineIsLoggedAndDropped) {
                               "invalid: also bad"));
 }
 
-TEST_F(FilterTest, starsAreStoredAsAnything) {
-    const Filter any(FILTER_TYPE_EXCLUDE, "**", "*", nullptr);
-    EXPECT_EQ(nullptr, any.getClassPattern());
-    EXPECT_EQ(nullptr, any.getMethodPattern());
-    EXPECT_EQ(nullptr, any.getParametersPattern());
-    const Filter some(FILTER_TYPE_EXCLUDE, "***", "a", "(*)");
-    EXPECT_STREQ("***", some.getClassPattern());
-    EXPECT_STREQ("(*)", some.getParametersPattern());
-    EXPECT_THROW(Filter(FILTER_TYPE_EXCLUDE, nullptr, "*", "*"), VDKRuntimeException);
-}
-
 TEST_F(FilterTest, flagsOfMethods) {
-    Filter::reloadFilters("java.*\n+java.keep.*\nacme.Util:get*(int)",
+    Filter::reloadFilters("java.*\n+java.keep.*\nacme.Util:get*(int)\n+a.b.*\na.*",
                           "java.io.File:read(byte[])\nfree.Wall:*(*)\njava.lang.Object:wait(*)");
     const struct {
         const char* className;
@@ -141,6 +112,9 @@ TEST_F(FilterTest, flagsOfMethods) {
         {"acme.Util", "getIt", "(int)", 0, METHOD_FILTERED},
         {"acme.Util", "getIt", "(long)", 0, 0},
         {"acme.Util", "set", "(int)", 0, 0},
+        // The order of lines decides nothing.
+        {"a.b.C", "x", "()", 0, 0},
+        {"a.c.D", "x", "()", 0, METHOD_FILTERED},
         // Wall time wins over exclusion, and over waiting.
         {"java.io.File", "read", "(byte[])", 0, METHOD_WALL_TIME},
         {"free.Wall", "x", "()", 0, METHOD_WALL_TIME},
@@ -160,14 +134,6 @@ TEST_F(FilterTest, flagsOfMethods) {
         EXPECT_EQ(row.after, method(row.className, row.name, row.parameters, row.before)->flags)
             << row.className << "." << row.name << row.parameters;
     }
-}
-
-TEST_F(FilterTest, includeBehindTheExcludeStillCounts) {
-    Filter::reloadFilters("+a.b.*\na.*", "");
-    EXPECT_EQ(0, method("a.b.C", "x", "()")->flags);
-    Filter::reloadFilters("a.*\n+a.b.*", "");
-    EXPECT_EQ(0, method("a.b.D", "x", "()")->flags);
-    EXPECT_EQ(METHOD_FILTERED, method("a.c.D", "x", "()")->flags);
 }
 
 TEST_F(FilterTest, reloadChangesOnlyWhatItMust) {
@@ -211,18 +177,6 @@ TEST_F(FilterTest, defaultGeneralText) {
     EXPECT_EQ(METHOD_FILTERED, method("$Proxy12", "run", "()")->flags);
 }
 
-TEST_F(FilterTest, defaultWallTimeText) {
-    EXPECT_STREQ("java.io.RandomAccessFile : readBytes(byte[], int, int)\n"
-                 "java.io.RandomAccessFile : read()\n"
-                 "java.io.RandomAccessFile : write(int)\n"
-                 "java.io.RandomAccessFile : writeBytes(byte[], int, int)\n"
-                 "java.net.SocketInputStream : socketRead0(java.io.FileDescriptor, byte[], int, "
-                 "int, int)\n"
-                 "java.net.SocketOutputStream : socketWrite0(java.io.FileDescriptor, byte[], int, "
-                 "int)\n",
-                 getDefaultWallTimeText().c_str());
-}
-
 TEST_F(FilterTest, textsComeFromTheNamedFileOrTheDefaults) {
     const std::string path = temporaryFile("only.this.*\n");
     EXPECT_STREQ("only.this.*\n", Filter::readFilterSpecFromFile(path.c_str()).c_str());
@@ -242,30 +196,24 @@ TEST_F(FilterTest, textsComeFromTheNamedFileOrTheDefaults) {
 TEST_F(FilterTest, additionsForNewerJVMs) {
     Filter::reloadFilters(Filter::readFilterSpecFromFile("/nonexistent"),
                           Filter::readWallTimeSpecFromFile("/nonexistent"));
-    EXPECT_EQ(METHOD_FILTERED | METHOD_WAIT,
-              method("jdk.internal.misc.Unsafe", "park", "(boolean, long)")->flags);
-    EXPECT_EQ(METHOD_FILTERED | METHOD_WAIT, method("java.lang.Object", "wait0", "(long)")->flags);
-    EXPECT_EQ(METHOD_FILTERED | METHOD_WAIT,
-              method("java.lang.Thread", "sleepNanos0", "(long)")->flags);
-    EXPECT_EQ(METHOD_FILTERED | METHOD_WAIT,
-              method("sun.nio.ch.EPoll", "wait", "(int, long, int, int)")->flags);
-    EXPECT_EQ(METHOD_WALL_TIME,
-              method("sun.nio.ch.NioSocketImpl", "implRead", "(byte[], int, int)")->flags);
-    EXPECT_EQ(METHOD_WALL_TIME,
-              method("sun.nio.ch.NioSocketImpl", "implRead", "(byte[], int, int, long)")->flags);
-    EXPECT_EQ(METHOD_WALL_TIME,
-              method("sun.nio.ch.NioSocketImpl", "implWrite", "(byte[], int, int)")->flags);
-    EXPECT_EQ(METHOD_FILTERED,
-              method("sun.nio.ch.Net", "poll", "(java.io.FileDescriptor, int, long)")->flags);
-}
-
-TEST_F(FilterTest, everyAdditionHasItsReasonOnce) {
-    std::set<std::string> names;
-    for (int i = 0; i < ourWaitMethodAdditionCount; i++) {
-        EXPECT_NE(nullptr, ourWaitMethodAdditions[i].reason);
-        EXPECT_TRUE(names
-                        .insert(std::string(ourWaitMethodAdditions[i].className) + "." +
-                                ourWaitMethodAdditions[i].methodName)
-                        .second);
+    const struct {
+        const char* className;
+        const char* name;
+        const char* parameters;
+        int flags;
+    } rows[] = {
+        {"jdk.internal.misc.Unsafe", "park", "(boolean, long)", METHOD_FILTERED | METHOD_WAIT},
+        {"java.lang.Object", "wait0", "(long)", METHOD_FILTERED | METHOD_WAIT},
+        {"java.lang.Thread", "sleepNanos0", "(long)", METHOD_FILTERED | METHOD_WAIT},
+        {"sun.nio.ch.EPoll", "wait", "(int, long, int, int)", METHOD_FILTERED | METHOD_WAIT},
+        {"sun.nio.ch.NioSocketImpl", "implRead", "(byte[], int, int)", METHOD_WALL_TIME},
+        {"sun.nio.ch.NioSocketImpl", "implRead", "(byte[], int, int, long)", METHOD_WALL_TIME},
+        {"sun.nio.ch.NioSocketImpl", "implWrite", "(byte[], int, int)", METHOD_WALL_TIME},
+        {"java.io.RandomAccessFile", "readBytes", "(byte[], int, int)", METHOD_WALL_TIME},
+        {"sun.nio.ch.Net", "poll", "(java.io.FileDescriptor, int, long)", METHOD_FILTERED},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.flags, method(row.className, row.name, row.parameters)->flags)
+            << row.className << "." << row.name << row.parameters;
     }
 }

@@ -100,32 +100,6 @@ TEST(SignatureUtil, firstFailureDecidesTheMessage) {
     }
 }
 
-TEST(SignatureUtil, identifiersAndTypeNames) {
-    EXPECT_TRUE(isValidJavaIdentifier("a1_$", false));
-    EXPECT_FALSE(isValidJavaIdentifier("1a", false));
-    EXPECT_FALSE(isValidJavaIdentifier("", true));
-    EXPECT_FALSE(isValidJavaIdentifier("a*", false));
-    EXPECT_TRUE(isValidJavaIdentifier("*a*", true));
-    EXPECT_FALSE(isValidJavaIdentifier("a.b", true));
-    EXPECT_FALSE(isValidJavaIdentifier("a-b", true));
-    EXPECT_TRUE(isValidJavaIdentifier("\xC3\xA9", false));
-    EXPECT_TRUE(isValidTypeName("a.b.C", false));
-    EXPECT_FALSE(isValidTypeName("a.*", false));
-    EXPECT_TRUE(isValidTypeName("a.*", true));
-    EXPECT_FALSE(isValidTypeName("a.", true));
-    EXPECT_FALSE(isValidTypeName("a.1", true));
-}
-
-TEST(SignatureUtil, arraySuffixes) {
-    for (const char* valid : {"int", "int[]", "int[][]", "foo.*[]", "int[*]", "*", "int[]*"}) {
-        EXPECT_TRUE(isValidParameterTypePattern(valid)) << valid;
-    }
-    for (const char* invalid :
-         {"", "[]", "int[", "int]", "int[[]]", "int[]a", "int[1]", "int[]["}) {
-        EXPECT_FALSE(isValidParameterTypePattern(invalid)) << invalid;
-    }
-}
-
 TEST(SignatureUtil, methodDescriptorsBecomeParameters) {
     const char* const rows[][2] = {
         {"([BII)V", "(byte[], int, int)"},
@@ -165,24 +139,4 @@ TEST(SignatureUtil, classSignaturesBecomeNames) {
         EXPECT_STREQ(row[1], SignatureUtil::convertClassSignatureToFullName(row[0]).c_str())
             << row[0];
     }
-}
-
-TEST(SignatureUtil, classNamesBecomeSignatures) {
-    EXPECT_STREQ("Ljava/lang/Object;", className2signature("java.lang.Object").c_str());
-    EXPECT_STREQ("Ljava/lang/Object;", className2signature("java/lang/Object").c_str());
-    EXPECT_STREQ("", className2signature("").c_str());
-}
-
-TEST(SignatureUtil, descriptorsComeApart) {
-    ZVectorSafe<ZString> types;
-    ZString returnType;
-    getSignatureTypes("(I[[JLjava/lang/String;)[Lfoo/Bar;", types, returnType);
-    ASSERT_EQ(3, types.getSize());
-    EXPECT_STREQ("I", types.get(0).c_str());
-    EXPECT_STREQ("[[J", types.get(1).c_str());
-    EXPECT_STREQ("Ljava/lang/String;", types.get(2).c_str());
-    EXPECT_STREQ("[Lfoo/Bar;", returnType.c_str());
-    getSignatureTypes("()V", types, returnType);
-    EXPECT_EQ(3, types.getSize());
-    EXPECT_STREQ("V", returnType.c_str());
 }

@@ -38,14 +38,10 @@ protected:
 
 } // namespace
 
-TEST_F(SamplingTest, firstSampleChargesNothing) {
+TEST_F(SamplingTest, everyFrameOfTheStackIsChargedFromTheSecondSampleOn) {
     sample(5000);
     EXPECT_EQ(0, timeOf(2));
     EXPECT_EQ(5000, info.sampled.lastCpuTimeNs);
-}
-
-TEST_F(SamplingTest, everyFrameOfTheStackIsCharged) {
-    sample(5000);
     sample(5700);
     EXPECT_EQ(700, timeOf(0));
     EXPECT_EQ(700, timeOf(1));
@@ -106,43 +102,17 @@ TEST_F(SamplingTest, idleThreadInWallTimeGoesOnBeingCharged) {
     EXPECT_EQ(40, timeOf(0));
 }
 
-TEST_F(SamplingTest, idleThreadIsChargedAgainOnceItRuns) {
-    sample(1000);
-    sample(1000);
-    sample(1000);
-    EXPECT_EQ(0, timeOf(2));
-    sample(1200);
-    EXPECT_EQ(200, timeOf(2));
-}
-
-TEST_F(SamplingTest, timeChangesStampTheRowOtherwiseItKeepsItsStamp) {
+TEST_F(SamplingTest, idleThreadIsChargedAgainOnceItRunsAndItsRowStampedThen) {
     sample(1000);
     sample(1010);
     ourDB->currentStamp = 4;
     sample(1010);
+    sample(1010);
+    EXPECT_EQ(10, timeOf(2));
     EXPECT_EQ(1, info.getCPUProfilingRecord(frames[2], false)->stamp);
-    sample(1020);
+    sample(1200);
+    EXPECT_EQ(200, timeOf(2));
     EXPECT_EQ(4, info.getCPUProfilingRecord(frames[2], false)->stamp);
-}
-
-TEST_F(SamplingTest, threadStateRowHoldsThreadFrameAndState) {
-    doThreadStateSample(&info, -1, 5);
-    doThreadStateSample(&info, frames[1], 7);
-    const ThreadStateRecord* row = ourDB->threadStateTable->getRecord(0, false);
-    EXPECT_EQ(0, row->frame);
-    row = ourDB->threadStateTable->getRecord(1, false);
-    EXPECT_EQ(info.trn, row->trn);
-    EXPECT_EQ(frames[1], row->frame);
-    EXPECT_EQ(7, row->jvmtiThreadState);
-}
-
-TEST_F(SamplingTest, withoutStacksTheCountIsMinusOneAndTheStartStillTold) {
-    doThreadStateSample(&info, 0, 5);
-    int start = -5;
-    int count = -5;
-    sampleThreadStatesJVMTI(jvm.env(), nullptr, &start, &count);
-    EXPECT_EQ(1, start);
-    EXPECT_EQ(-1, count);
 }
 
 TEST_F(SamplingTest, telemetryThatOutlivesAFailedAttachFindsNoStacks) {

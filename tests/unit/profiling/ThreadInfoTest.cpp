@@ -34,17 +34,6 @@ int mergedThreadCount() {
 
 } // namespace
 
-TEST(ThreadInfo, firstRealThreadHasRunningNumberThree) {
-    ToyJvm jvm;
-    ThreadInfo info("main", "system", 77, nullptr);
-    EXPECT_EQ(1, ourOldestFinishedThreads->trn);
-    EXPECT_EQ(2, ourVMStartThread->trn);
-    EXPECT_EQ(3, info.trn);
-    EXPECT_EQ(77, rowOf(info)->nativeThreadID);
-    EXPECT_STREQ("system", ourDB->stringPool->getText(rowOf(info)->groupStrID));
-    EXPECT_EQ(info.tfiThreadIndex, rowOf(info)->tfiThreadIndex);
-}
-
 TEST(ThreadInfo, kindFollowsFromTheName) {
     ToyJvm jvm;
     const struct {
@@ -85,16 +74,6 @@ TEST(ThreadInfo, renameChangesRowStampAndKind) {
     EXPECT_EQ(5, rowOf(info)->stamp) << "an equal name is no change";
 }
 
-TEST(ThreadInfo, unknownPairIsNotMadeByAsking) {
-    ToyJvm jvm;
-    ThreadInfo info("main", nullptr, 0, nullptr);
-    const long before = ourDB->threadFrameIndex->getAllocatedBytes();
-    EXPECT_EQ(nullptr, info.getCPUProfilingRecord(4, false));
-    EXPECT_EQ(before, ourDB->threadFrameIndex->getAllocatedBytes());
-    CPUProfilingRecord* row = info.getCPUProfilingRecord(4, true);
-    EXPECT_EQ(row, info.getCPUProfilingRecord(4, false));
-}
-
 TEST(ThreadInfo, startPhaseHasOneThreadForAll) {
     ToyJvm jvm;
     ThreadInfo info("main", nullptr, 0, nullptr);
@@ -106,7 +85,7 @@ TEST(ThreadInfo, startPhaseHasOneThreadForAll) {
     EXPECT_EQ(nullptr, getThreadInfo());
 }
 
-TEST(FinishedThreads, sixtyFirstEndMergesTheElevenOldest) {
+TEST(FinishedThreads, sixtyFirstEndMergesTheElevenOldestAndTheirKeysAreGivenAnew) {
     ToyJvm jvm;
     ourStatus = STACK_TELEMETRY;
     ASSERT_EQ(50, ourOptions->deadThreadLimit);
@@ -120,14 +99,6 @@ TEST(FinishedThreads, sixtyFirstEndMergesTheElevenOldest) {
     EXPECT_EQ(50, FinishedThreads::count());
     EXPECT_EQ(11000, ourOldestFinishedThreads->getCPUProfilingRecord(7, false)->timeNs);
     EXPECT_TRUE(ourOldestFinishedThreads->needsWallTimeCorrection);
-}
-
-TEST(FinishedThreads, mergedKeyGoesToTheNextThreadAndStartsAtZero) {
-    ToyJvm jvm;
-    ourStatus = STACK_TELEMETRY;
-    for (int i = 0; i < 61; i++) {
-        endThread(7, 1000);
-    }
     ThreadInfo next("next", nullptr, 0, nullptr);
     EXPECT_LE(next.tfiThreadIndex, 13) << "one of the eleven released keys";
     EXPECT_EQ(nullptr, next.getCPUProfilingRecord(7, false));

@@ -29,7 +29,9 @@ public:
         current() = this;
         memset(&functions, 0, sizeof functions);
         memset(&jniFunctions, 0, sizeof jniFunctions);
-        fillFunctions();
+        fillNames();
+        fillThreads();
+        fillReferences();
         jvmti.functions = &functions;
         jni.functions = &jniFunctions;
         ourJVMTI = &jvmti;
@@ -62,7 +64,6 @@ public:
     jthread currentThread = nullptr;
     std::map<jthread, jvmtiError> suspendErrors;
     jvmtiError addCapabilitiesError = JVMTI_ERROR_NONE;
-    bool throwsNothing = true;
     std::vector<std::string> calls;
     std::function<void()> onResume = [] {};
     std::map<jthread, std::string> names;
@@ -85,136 +86,116 @@ private:
                                    std::to_string(reinterpret_cast<size_t>(thread) - 1));
     }
 
-    static jvmtiError JNICALL getMethodName(jvmtiEnv*, jmethodID id, char** name, char** signature,
-                                            char**) {
-        current()->nameLookups++;
-        const Method& method = current()->method(id);
-        if (method.unloaded) {
-            return JVMTI_ERROR_INVALID_METHODID;
-        }
-        *name = copyOf(method.name);
-        *signature = copyOf(method.signature);
-        return JVMTI_ERROR_NONE;
-    }
-    static jvmtiError JNICALL getDeclaringClass(jvmtiEnv*, jmethodID id, jclass* type) {
-        *type = reinterpret_cast<jclass>(id);
-        return JVMTI_ERROR_NONE;
-    }
-    static jvmtiError JNICALL getClassSignature(jvmtiEnv*, jclass type, char** signature, char**) {
-        *signature = copyOf(current()->method(reinterpret_cast<jmethodID>(type)).classSignature);
-        return JVMTI_ERROR_NONE;
-    }
-    static jvmtiError JNICALL deallocateMemory(jvmtiEnv*, unsigned char* memory) {
-        free(memory);
-        return JVMTI_ERROR_NONE;
-    }
-    static jvmtiError JNICALL getPhase(jvmtiEnv*, jvmtiPhase* phase) {
-        *phase = static_cast<jvmtiPhase>(current()->phase);
-        return JVMTI_ERROR_NONE;
-    }
-    static jvmtiError JNICALL getStorage(jvmtiEnv*, jthread thread, void** data) {
-        *data = thread == nullptr ? current()->storedInfo : nullptr;
-        return JVMTI_ERROR_NONE;
-    }
-    static jvmtiError JNICALL getStackTrace(jvmtiEnv*, jthread, jint, jint most,
-                                            jvmtiFrameInfo* frames, jint* count) {
-        const std::vector<jmethodID>& stack = current()->stack;
-        *count = std::min(most, static_cast<jint>(stack.size()));
-        for (size_t i = 0; i < static_cast<size_t>(*count); i++) {
-            frames[i] = {stack[stack.size() - 1 - i], 0};
-        }
-        return JVMTI_ERROR_NONE;
-    }
-    static jvmtiError JNICALL getThreadInfo(jvmtiEnv*, jthread thread, jvmtiThreadInfo* info) {
-        memset(info, 0, sizeof *info);
-        if (current()->names.count(thread) == 0) {
-            return JVMTI_ERROR_THREAD_NOT_ALIVE;
-        }
-        info->name = copyOf(current()->names[thread]);
-        return JVMTI_ERROR_NONE;
-    }
-    static jvmtiError JNICALL getAllThreads(jvmtiEnv*, jint* count, jthread** threads) {
-        const std::vector<jthread>& all = current()->threads;
-        *count = static_cast<jint>(all.size());
-        *threads = static_cast<jthread*>(malloc(sizeof(jthread) * (all.size() + 1)));
-        for (size_t i = 0; i < all.size(); i++) {
-            (*threads)[i] = all[i];
-        }
-        return JVMTI_ERROR_NONE;
-    }
-    static jvmtiError JNICALL getLoadedClasses(jvmtiEnv*, jint* count, jclass** classes) {
-        const std::vector<Method>& all = current()->methods;
-        *classes = static_cast<jclass*>(malloc(sizeof(jclass) * (all.size() + 1)));
-        *count = 0;
-        for (size_t i = 0; i < all.size(); i++) {
-            if (!all[i].unloaded) {
-                (*classes)[(*count)++] = reinterpret_cast<jclass>(idOf(i));
+    void fillNames() {
+        functions.GetMethodName = [](jvmtiEnv*, jmethodID id, char** name, char** signature,
+                                     char**) {
+            current()->nameLookups++;
+            const Method& method = current()->method(id);
+            if (method.unloaded) {
+                return JVMTI_ERROR_INVALID_METHODID;
             }
-        }
-        return JVMTI_ERROR_NONE;
+            *name = copyOf(method.name);
+            *signature = copyOf(method.signature);
+            return JVMTI_ERROR_NONE;
+        };
+        functions.GetMethodDeclaringClass = [](jvmtiEnv*, jmethodID id, jclass* type) {
+            *type = reinterpret_cast<jclass>(id);
+            return JVMTI_ERROR_NONE;
+        };
+        functions.GetClassSignature = [](jvmtiEnv*, jclass type, char** signature, char**) {
+            const Method& method = current()->method(reinterpret_cast<jmethodID>(type));
+            *signature = copyOf(method.classSignature);
+            return JVMTI_ERROR_NONE;
+        };
+        functions.GetThreadInfo = [](jvmtiEnv*, jthread thread, jvmtiThreadInfo* info) {
+            memset(info, 0, sizeof *info);
+            if (current()->names.count(thread) == 0) {
+                return JVMTI_ERROR_THREAD_NOT_ALIVE;
+            }
+            info->name = copyOf(current()->names[thread]);
+            return JVMTI_ERROR_NONE;
+        };
+        functions.GetErrorName = [](jvmtiEnv*, jvmtiError, char** name) {
+            *name = copyOf("toy error");
+            return JVMTI_ERROR_NONE;
+        };
+        functions.Deallocate = [](jvmtiEnv*, unsigned char* memory) {
+            free(memory);
+            return JVMTI_ERROR_NONE;
+        };
+        functions.GetPhase = [](jvmtiEnv*, jvmtiPhase* phase) {
+            *phase = static_cast<jvmtiPhase>(current()->phase);
+            return JVMTI_ERROR_NONE;
+        };
     }
-    static jvmtiError JNICALL getCurrentThread(jvmtiEnv*, jthread* thread) {
-        *thread = current()->currentThread;
-        return JVMTI_ERROR_NONE;
+    void fillThreads() {
+        functions.GetThreadLocalStorage = [](jvmtiEnv*, jthread thread, void** data) {
+            *data = thread == nullptr ? current()->storedInfo : nullptr;
+            return JVMTI_ERROR_NONE;
+        };
+        functions.GetStackTrace = [](jvmtiEnv*, jthread, jint, jint most, jvmtiFrameInfo* frames,
+                                     jint* count) {
+            const std::vector<jmethodID>& stack = current()->stack;
+            *count = std::min(most, static_cast<jint>(stack.size()));
+            for (size_t i = 0; i < static_cast<size_t>(*count); i++) {
+                frames[i] = {stack[stack.size() - 1 - i], 0};
+            }
+            return JVMTI_ERROR_NONE;
+        };
+        functions.GetAllThreads = [](jvmtiEnv*, jint* count, jthread** threads) {
+            const std::vector<jthread>& all = current()->threads;
+            *count = static_cast<jint>(all.size());
+            *threads = static_cast<jthread*>(malloc(sizeof(jthread) * (all.size() + 1)));
+            std::copy(all.begin(), all.end(), *threads);
+            return JVMTI_ERROR_NONE;
+        };
+        functions.GetLoadedClasses = [](jvmtiEnv*, jint* count, jclass** classes) {
+            const std::vector<Method>& all = current()->methods;
+            *classes = static_cast<jclass*>(malloc(sizeof(jclass) * (all.size() + 1)));
+            *count = 0;
+            for (size_t i = 0; i < all.size(); i++) {
+                if (!all[i].unloaded) {
+                    (*classes)[(*count)++] = reinterpret_cast<jclass>(idOf(i));
+                }
+            }
+            return JVMTI_ERROR_NONE;
+        };
+        functions.GetCurrentThread = [](jvmtiEnv*, jthread* thread) {
+            *thread = current()->currentThread;
+            return JVMTI_ERROR_NONE;
+        };
+        functions.SuspendThreadList = [](jvmtiEnv*, jint count, const jthread* threads,
+                                         jvmtiError* results) {
+            for (jint i = 0; i < count; i++) {
+                note("suspend", threads[i]);
+                results[i] = current()->suspendErrors[threads[i]];
+            }
+            return JVMTI_ERROR_NONE;
+        };
+        functions.ResumeThreadList = [](jvmtiEnv*, jint count, const jthread* threads,
+                                        jvmtiError*) {
+            for (jint i = 0; i < count; i++) {
+                note("resume", threads[i]);
+            }
+            return JVMTI_ERROR_NONE;
+        };
+        functions.AddCapabilities = [](jvmtiEnv*, const jvmtiCapabilities*) {
+            current()->calls.push_back("add");
+            return current()->addCapabilitiesError;
+        };
+        functions.RelinquishCapabilities = [](jvmtiEnv*, const jvmtiCapabilities*) {
+            current()->calls.push_back("give back");
+            return JVMTI_ERROR_NONE;
+        };
     }
-    static jvmtiError JNICALL suspendList(jvmtiEnv*, jint count, const jthread* threads,
-                                          jvmtiError* results) {
-        for (jint i = 0; i < count; i++) {
-            note("suspend", threads[i]);
-            results[i] = current()->suspendErrors[threads[i]];
-        }
-        return JVMTI_ERROR_NONE;
-    }
-    static jvmtiError JNICALL resumeList(jvmtiEnv*, jint count, const jthread* threads,
-                                         jvmtiError*) {
-        current()->onResume();
-        for (jint i = 0; i < count; i++) {
-            note("resume", threads[i]);
-        }
-        return JVMTI_ERROR_NONE;
-    }
-    static jvmtiError JNICALL addCapabilities(jvmtiEnv*, const jvmtiCapabilities*) {
-        current()->calls.push_back("add");
-        return current()->addCapabilitiesError;
-    }
-    static jvmtiError JNICALL giveBack(jvmtiEnv*, const jvmtiCapabilities*) {
-        current()->calls.push_back("give back");
-        return JVMTI_ERROR_NONE;
-    }
-    static jvmtiError JNICALL getErrorName(jvmtiEnv*, jvmtiError, char** name) {
-        *name = copyOf("toy error");
-        return JVMTI_ERROR_NONE;
-    }
-    static void JNICALL deleteLocalRef(JNIEnv*, jobject) {}
-    static jboolean JNICALL isSameObject(JNIEnv*, jobject left, jobject right) {
-        return left == right;
-    }
-    static jint JNICALL ensureLocalCapacity(JNIEnv*, jint) { return 0; }
-    static jint JNICALL pushLocalFrame(JNIEnv*, jint) { return 0; }
-    static jobject JNICALL popLocalFrame(JNIEnv*, jobject result) { return result; }
-
-    void fillFunctions() {
-        functions.GetMethodName = getMethodName;
-        functions.GetMethodDeclaringClass = getDeclaringClass;
-        functions.GetClassSignature = getClassSignature;
-        functions.Deallocate = deallocateMemory;
-        functions.GetPhase = getPhase;
-        functions.GetThreadLocalStorage = getStorage;
-        functions.GetThreadInfo = getThreadInfo;
-        functions.GetStackTrace = getStackTrace;
-        functions.GetAllThreads = getAllThreads;
-        functions.GetCurrentThread = getCurrentThread;
-        functions.GetLoadedClasses = getLoadedClasses;
-        functions.SuspendThreadList = suspendList;
-        functions.ResumeThreadList = resumeList;
-        functions.AddCapabilities = addCapabilities;
-        functions.RelinquishCapabilities = giveBack;
-        functions.GetErrorName = getErrorName;
-        jniFunctions.DeleteLocalRef = deleteLocalRef;
-        jniFunctions.IsSameObject = isSameObject;
-        jniFunctions.EnsureLocalCapacity = ensureLocalCapacity;
-        jniFunctions.PushLocalFrame = pushLocalFrame;
-        jniFunctions.PopLocalFrame = popLocalFrame;
+    void fillReferences() {
+        jniFunctions.DeleteLocalRef = [](JNIEnv*, jobject) {};
+        jniFunctions.IsSameObject = [](JNIEnv*, jobject left, jobject right) {
+            return static_cast<jboolean>(left == right);
+        };
+        jniFunctions.EnsureLocalCapacity = [](JNIEnv*, jint) { return 0; };
+        jniFunctions.PushLocalFrame = [](JNIEnv*, jint) { return 0; };
+        jniFunctions.PopLocalFrame = [](JNIEnv*, jobject result) { return result; };
     }
 
     std::vector<Method> methods;

@@ -101,94 +101,6 @@ const int C = 2;
 
 } // namespace
 
-TEST_F(TracedCallsTest, callsAreCountedByStackAndCallersHaveTheTimeOfTheirCallees) {
-    enter(A);
-    for (int i = 0; i < 3; i++) {
-        enter(B);
-        burn(MS);
-        leave(B);
-    }
-    leave(A);
-    EXPECT_EQ(0, info.traced.currentFrame);
-    EXPECT_EQ(1, countOf({A}));
-    EXPECT_EQ(3, countOf({A, B}));
-    EXPECT_LE(3 * MS, timeOf({A, B}));
-    EXPECT_LE(timeOf({A, B}), timeOf({A}));
-    EXPECT_FALSE(info.needsWallTimeCorrection);
-}
-
-TEST_F(TracedCallsTest, filteredCalleesOfFilteredCallersCollapse) {
-    setFlag(B, METHOD_FILTERED);
-    setFlag(C, METHOD_FILTERED);
-    enter(A);
-    enter(B);
-    enter(C);
-    enter(C);
-    leave(C);
-    leave(C);
-    enter(A);
-    leave(A);
-    leave(B);
-    leave(A);
-    EXPECT_EQ(1, countOf({A}));
-    EXPECT_EQ(1, countOf({A, B}));
-    EXPECT_EQ(1, countOf({A, B, A}));
-    EXPECT_EQ(-1, ourFrameStorage.getFirstChild(frameOf({A, B, A})));
-    EXPECT_EQ(frameOf({A, B, A}), ourFrameStorage.getFirstChild(frameOf({A, B})));
-    EXPECT_EQ(-1, ourFrameStorage.getNextSibling(frameOf({A, B, A})));
-    EXPECT_TRUE(info.traced.markers.isEmpty());
-}
-
-TEST_F(TracedCallsTest, exitOfACallNeverSeenIsIgnored) {
-    leave(A);
-    EXPECT_EQ(0, info.traced.currentFrame);
-    info.traced.currentFrame = TracedStack::NO_FRAME;
-    leave(A);
-    EXPECT_EQ(TracedStack::NO_FRAME, info.traced.currentFrame);
-    EXPECT_EQ(-1, ourFrameStorage.getFirstChild(0));
-}
-
-TEST_F(TracedCallsTest, unknownStackIsBuiltByTheFirstEntryWhichCounts) {
-    info.traced.currentFrame = TracedStack::NO_FRAME;
-    jvm.stack = {ids[A]};
-    enter(C);
-    EXPECT_EQ(frameOf({A, C}), info.traced.currentFrame);
-    EXPECT_EQ(0, countOf({A}));
-    EXPECT_EQ(1, countOf({A, C}));
-    leave(C);
-    leave(A);
-    EXPECT_EQ(0, info.traced.currentFrame);
-    EXPECT_EQ(1, countOf({A, C}));
-}
-
-// Whoever goes on, by a handler or by an exit, ends what lies above; what a call spends later is
-// not the thrower's.
-TEST_F(TracedCallsTest, callsThatAnExceptionLeftEndWhereTheirCallerGoesOn) {
-    for (const bool caught : {true, false}) {
-        enter(A);
-        enter(B);
-        enter(C);
-        unwind(caught ? 2 : 1);
-        if (caught) {
-            handle(A);
-            EXPECT_EQ(frameOf({A}), info.traced.currentFrame);
-            const long soFar = timeOf({A, B, C});
-            burn(MS);
-            handle(A);
-            leave(A);
-            EXPECT_EQ(soFar, timeOf({A, B, C}));
-            EXPECT_LE(soFar + MS, timeOf({A}));
-        } else {
-            leave(B);
-            EXPECT_EQ(frameOf({A}), info.traced.currentFrame);
-            leave(A);
-        }
-        EXPECT_EQ(0, info.traced.currentFrame);
-        EXPECT_TRUE(info.traced.markers.isEmpty() && info.traced.startTimes.isEmpty());
-    }
-    EXPECT_EQ(2, countOf({A, B, C}));
-}
-
 // The JVM's stack tells which activation of a recursion goes on, and what nobody saw begin.
 TEST_F(TracedCallsTest, recursionIsFoundOnTheStackOfTheJvm) {
     for (const int method : {A, B, B, B, C}) {
@@ -206,18 +118,6 @@ TEST_F(TracedCallsTest, recursionIsFoundOnTheStackOfTheJvm) {
     handle(C);
     EXPECT_EQ(frameOf({A, B, C, B}), info.traced.currentFrame);
     EXPECT_EQ(0, countOf({A, B, C}));
-}
-
-// Nobody tells that a handler elsewhere has caught: the stack is looked at now and then.
-TEST_F(TracedCallsTest, callsThatNobodyEndsDoNotPileUp) {
-    enter(A);
-    for (int i = 0; i < 10000; i++) {
-        enter(i % 2 == 0 ? B : C);
-        unwind(1);
-    }
-    EXPECT_LE(info.traced.markers.getSize(), StackWatch::LEAST_LOOK);
-    leave(A);
-    EXPECT_EQ(0, info.traced.currentFrame);
 }
 
 TEST_F(TracedCallsTest, stackTooDeepToBeReadIsReadAgainWhereItEnds) {
@@ -266,16 +166,6 @@ TEST_F(TracedCallsTest, callsOpenAtAFetchAreChargedOnceAndCheckedAsWell) {
     leave(A);
     EXPECT_EQ(1, countOf({A, B}));
     EXPECT_EQ(0, info.traced.currentFrame);
-}
-
-TEST_F(TracedCallsTest, endOfTheThreadClosesItsOpenCalls) {
-    info.onThreadStart();
-    enter(A);
-    enter(B);
-    burn(MS);
-    leave(B);
-    info.onThreadEnd();
-    EXPECT_LE(timeOf({A, B}), timeOf({A}));
 }
 
 TEST_F(TracedCallsTest, onlyTheCalibratingThreadIsTracedDuringCalibration) {

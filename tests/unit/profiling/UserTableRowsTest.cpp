@@ -22,15 +22,6 @@ protected:
 
 } // namespace
 
-TEST_F(UserTableRowsTest, rowWithAMinimumIsInvisibleUntilItIsClosed) {
-    const int row = createUserTableRow(nullptr, slot, -1, 1);
-    EXPECT_EQ(-1, stampOf(row));
-    table->setLongColumn(table->getRecord(row, true), 0, -10000000000);
-    EXPECT_TRUE(closeUserTableRow(nullptr, slot, row, 1));
-    EXPECT_EQ(1, stampOf(row));
-    EXPECT_TRUE(isUserTableRowClosed(slot, row));
-}
-
 TEST_F(UserTableRowsTest, shortEventIsDeletedAndItsIndexComesBack) {
     const int row = createUserTableRow(nullptr, slot, -1, 60000);
     EXPECT_FALSE(closeUserTableRow(nullptr, slot, row, 60000));
@@ -42,9 +33,13 @@ TEST_F(UserTableRowsTest, shortEventIsDeletedAndItsIndexComesBack) {
     EXPECT_FALSE(isUserTableRowClosed(slot, row)) << "the new row is open";
 }
 
-TEST_F(UserTableRowsTest, secondCloseMeasuresNothingAgain) {
-    const int row = createUserTableRow(nullptr, slot, -1, 0);
-    EXPECT_TRUE(closeUserTableRow(nullptr, slot, row, 0));
+TEST_F(UserTableRowsTest, longEventIsVisibleOnceItIsClosedAndMeasuredOnce) {
+    const int row = createUserTableRow(nullptr, slot, -1, 1);
+    EXPECT_EQ(-1, stampOf(row));
+    table->setLongColumn(table->getRecord(row, true), 0, -10000000000);
+    EXPECT_TRUE(closeUserTableRow(nullptr, slot, row, 1));
+    EXPECT_EQ(1, stampOf(row));
+    EXPECT_TRUE(isUserTableRowClosed(slot, row));
     const long end = table->getLongColumn(table->getRecord(row, false), 1);
     const long cpu = table->getLongColumn(table->getRecord(row, false), 2);
     closeUserTableRow(nullptr, slot, row, 0);
@@ -72,16 +67,6 @@ TEST_F(UserTableRowsTest, slotsWithoutATableAndForeignRowsAreIgnored) {
     }
 }
 
-TEST_F(UserTableRowsTest, threadIsToldWhereItIsKnown) {
-    ThreadInfo info("main", nullptr, 0, nullptr);
-    jvm.storedInfo = &info;
-    int row = createUserTableRow(jvm.env(), slot, -1, 0);
-    EXPECT_EQ(info.trn, table->getIntColumn(table->getRecord(row, false), 3));
-    jvm.storedInfo = nullptr; // a virtual thread
-    row = createUserTableRow(jvm.env(), slot, -1, 0);
-    EXPECT_EQ(0, table->getIntColumn(table->getRecord(row, false), 3));
-}
-
 TEST_F(UserTableRowsTest, timeIsSpentOnOneThreadOrUnknown) {
     ThreadInfo first("first", nullptr, 0, nullptr);
     ThreadInfo second("second", nullptr, 0, nullptr);
@@ -96,6 +81,8 @@ TEST_F(UserTableRowsTest, timeIsSpentOnOneThreadOrUnknown) {
     for (const auto& c : rows) {
         jvm.storedInfo = c.maker;
         const int row = createUserTableRow(jvm.env(), slot, -1, 0);
+        EXPECT_EQ(c.maker == nullptr ? 0 : c.maker->trn,
+                  table->getIntColumn(table->getRecord(row, false), 3));
         jvm.storedInfo = c.closer;
         EXPECT_TRUE(closeUserTableRow(jvm.env(), slot, row, 0));
         const long spent = table->getLongColumn(table->getRecord(row, false), 2);

@@ -37,32 +37,17 @@ TEST(WallTimeCorrector, parentBelowItsChildrenIsRaisedUpToTheRoot) {
     setTime(info, parent, 5);
     setTime(info, left, 3);
     setTime(info, right, 4);
+    correct(info);
+    EXPECT_EQ(5, timeOf(info, parent)) << "it is not flagged";
     info.needsWallTimeCorrection = true;
+    ThreadInfo other("other", nullptr, 0, nullptr);
+    other.needsWallTimeCorrection = true;
+    correct(other);
+    EXPECT_EQ(-1, timeOf(other, parent)) << "a row for nothing";
     correct(info);
     EXPECT_EQ(7, timeOf(info, parent));
     EXPECT_EQ(7, timeOf(info, outer));
     EXPECT_FALSE(info.needsWallTimeCorrection);
-}
-
-TEST(WallTimeCorrector, unflaggedThreadIsLeftAlone) {
-    ToyJvm jvm;
-    ThreadInfo info("main", nullptr, 0, nullptr);
-    const int parent = ourFrameStorage.getChild(0, 2);
-    setTime(info, parent, 5);
-    setTime(info, ourFrameStorage.getChild(parent, 3), 9);
-    correct(info);
-    EXPECT_EQ(5, timeOf(info, parent));
-}
-
-TEST(WallTimeCorrector, frameWhoseChildrenHaveNoRowsGetsNone) {
-    ToyJvm jvm;
-    ThreadInfo info("main", nullptr, 0, nullptr);
-    ThreadInfo other("other", nullptr, 0, nullptr);
-    const int parent = ourFrameStorage.getChild(0, 2);
-    setTime(other, ourFrameStorage.getChild(parent, 3), 9);
-    info.needsWallTimeCorrection = true;
-    correct(info);
-    EXPECT_EQ(-1, timeOf(info, parent));
 }
 
 TEST(WallTimeCorrector, deepTreesNeedNoDeepNativeStack) {

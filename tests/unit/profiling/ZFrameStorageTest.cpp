@@ -33,6 +33,14 @@ TEST(ZFrameStorage, newChildrenGoToTheEndAndKnownOnesAreFound) {
     EXPECT_EQ(-1, ourFrameStorage.getNextSibling(c));
     EXPECT_EQ(0, ourFrameStorage.getParent(b));
     EXPECT_EQ(11, ourFrameStorage.getMethodIndex(b));
+    ourDB->currentStamp = 9;
+    EXPECT_EQ(c, ourFrameStorage.getChild(0, 12));
+    EXPECT_EQ(1, ourDB->frameTable->getRecordModificationStamp(c));
+    const int d = ourFrameStorage.getChild(0, 13);
+    for (const int changed : {0, c, d}) {
+        EXPECT_EQ(9, ourDB->frameTable->getRecordModificationStamp(changed));
+    }
+    EXPECT_EQ(1, ourDB->frameTable->getRecordModificationStamp(a));
 }
 
 TEST(ZFrameStorage, anyNumberOfChildrenAreFoundAndStandInTheOrderOfTheirMaking) {
@@ -56,25 +64,6 @@ TEST(ZFrameStorage, anyNumberOfChildrenAreFoundAndStandInTheOrderOfTheirMaking) 
         }
         EXPECT_EQ(-1, child);
     }
-}
-
-TEST(ZFrameStorage, newChildStampsParentAndOlderSibling) {
-    ToyJvm jvm;
-    const int a = ourFrameStorage.getChild(0, 10);
-    ourDB->currentStamp = 9;
-    EXPECT_EQ(a, ourFrameStorage.getChild(0, 10));
-    EXPECT_EQ(1, ourDB->frameTable->getRecordModificationStamp(a));
-    const int b = ourFrameStorage.getChild(0, 11);
-    EXPECT_EQ(9, ourDB->frameTable->getRecordModificationStamp(0));
-    EXPECT_EQ(9, ourDB->frameTable->getRecordModificationStamp(a));
-    EXPECT_EQ(9, ourDB->frameTable->getRecordModificationStamp(b));
-}
-
-TEST(ZFrameStorage, emptyStackIsTheRoot) {
-    ToyJvm jvm;
-    StackMemory memory;
-    EXPECT_EQ(0, frameOf(jvm, {}, nullptr));
-    EXPECT_EQ(0, frameOf(jvm, {}, &memory));
 }
 
 TEST(ZFrameStorage, rememberedStackGivesTheFramesOfAFreshWalk) {

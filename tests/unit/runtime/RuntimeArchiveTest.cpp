@@ -57,17 +57,6 @@ std::string walk(const Bytes& archive) {
 
 } // namespace
 
-TEST(RuntimeArchive, partsLieOneBehindTheOther) {
-    ASSERT_GT(ourCallbackJarPartCount, 1);
-    for (int i = 0; i < ourCallbackJarPartCount - 1; i++) {
-        EXPECT_EQ(10240, ourCallbackJarPartSizes[i]);
-        EXPECT_EQ(ourCallbackJarParts[i] + 10240, ourCallbackJarParts[i + 1]);
-    }
-    const int last = ourCallbackJarPartSizes[ourCallbackJarPartCount - 1];
-    EXPECT_GT(last, 0);
-    EXPECT_LE(last, 10240);
-}
-
 TEST(RuntimeArchive, holdsCallbackFirstAndEveryClassOnce) {
     RuntimeArchiveIterator classes;
     std::set<std::string> names;
