@@ -174,6 +174,7 @@ private:
         };
         functions.ResumeThreadList = [](jvmtiEnv*, jint count, const jthread* threads,
                                         jvmtiError*) {
+            current()->onResume();
             for (jint i = 0; i < count; i++) {
                 note("resume", threads[i]);
             }
