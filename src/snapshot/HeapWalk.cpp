@@ -79,10 +79,7 @@ void HeapWalk::rethrow() {
 }
 
 void HeapWalk::write(const ZString& path) {
-    if (ourFrameStorage.vmStartFrame == -1) {
-        const int method = ZMethod::getByName("", "<Objects allocated during JVM startup>", "()");
-        ourFrameStorage.vmStartFrame = ourFrameStorage.getChild(0, method);
-    }
+    ourFrameStorage.getVMStartFrame(); // objects of the start may name it
     writeHeapHeader();
     // The objects that have no generation yet get it with their index.
     Generations::advanceGeneration(env, ZString("Captured snapshot ") + path, false);

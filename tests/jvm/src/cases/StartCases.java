@@ -203,7 +203,7 @@ public final class StartCases {
             two.finish();
             Check.equal(one.errors(), "", "standard error under quiet");
             Check.equal(two.errors().split("\n")[0],
-                        "[Vandrik Java Profiler 10.0.6] Loaded. Log file: " + two.logFile(),
+                        "[" + Tool.PRODUCT + "] Loaded. Log file: " + two.logFile(),
                         "banner");
         }
         try (Target third = run(target, options)) {
