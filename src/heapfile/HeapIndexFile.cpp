@@ -10,7 +10,7 @@ namespace {
 
 constexpr char MAGIC[] = "VDK heap index\n\x1a";
 constexpr size_t MAGIC_SIZE = 16;
-constexpr uint32_t VERSION = 2;
+constexpr uint32_t VERSION = 3;
 constexpr uint32_t BYTE_ORDER_MARK = 0x01020304; // written as this machine stores it
 // Arrays that the heap commands read, beside the references. Others hold fill values only.
 constexpr int STORED_KINDS[] = {READ_DOMINATORS,         READ_SIZES,
@@ -88,6 +88,29 @@ HeapClass readClass(IndexInput& in, int objectCount, uint32_t classCount) {
     return type;
 }
 
+void writeSizing(IndexOutput& out, const HeapSizing& sizing) {
+    out.u32(sizing.fromJvm ? 1 : 0);
+    for (uint32_t bytes : {sizing.reference, sizing.header, sizing.arrayHeader, sizing.alignment}) {
+        out.u32(bytes);
+    }
+    for (uint64_t count :
+         {sizing.arrays, sizing.exactArrays, sizing.classes, sizing.agreeingClasses}) {
+        out.u64(count);
+    }
+}
+
+void readSizing(IndexInput& in, HeapSizing& sizing) {
+    sizing.fromJvm = in.u32AtMost(1, "origin of sizes") == 1;
+    for (uint32_t* bytes :
+         {&sizing.reference, &sizing.header, &sizing.arrayHeader, &sizing.alignment}) {
+        *bytes = in.u32();
+    }
+    for (uint64_t* count :
+         {&sizing.arrays, &sizing.exactArrays, &sizing.classes, &sizing.agreeingClasses}) {
+        *count = in.u64();
+    }
+}
+
 void writeModel(IndexOutput& out, const HeapModel& model) {
     out.u32(model.format == HeapModel::Format::Snapshot ? 1 : 0);
     out.text(model.formatName);
@@ -95,7 +118,7 @@ void writeModel(IndexOutput& out, const HeapModel& model) {
     out.u64(model.captureTimeMs);
     out.u32(static_cast<uint32_t>(model.objectCount));
     out.u32(static_cast<uint32_t>(model.lastRowWithId));
-    out.text(model.sizeReport);
+    writeSizing(out, model.sizing);
     for (const std::vector<std::string>* texts :
          {&model.remarks, &model.notes, &model.frameTexts}) {
         out.u32(static_cast<uint32_t>(texts->size()));
@@ -191,7 +214,7 @@ void readModel(IndexInput& in, HeapModel& model) {
     }
     model.lastRowWithId = static_cast<int>(
         in.u32AtMost(static_cast<uint64_t>(model.objectCount) - 1, "last row with an identifier"));
-    model.sizeReport = in.text();
+    readSizing(in, model.sizing);
     for (std::vector<std::string>* texts : {&model.remarks, &model.notes, &model.frameTexts}) {
         for (uint32_t n = readCount(in, 4, "texts"); n > 0; n--) {
             texts->push_back(in.text());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "heapfile/HeapSizing.h"
 #include "heapfile/MappedFile.h"
 #include "offline/ObjectStorage.h"
 
@@ -163,7 +164,7 @@ public:
     std::vector<LargeObject> largeObjects; // ascending rows
     int classClass = -1;                   // java.lang.Class
     int stringClass = -1;                  // java.lang.String
-    std::string sizeReport;                // how the sizes of objects were found
+    HeapSizing sizing;
     // The file holds what an analysis found (sizes, dominators, retained sizes) and not the heap
     // that it was found from: there are no classes, roots and references.
     bool resultsOnly = false;

@@ -24,6 +24,12 @@ private:
     bool known;
 };
 
+// The file is in order, and there is no heap in it.
+class NoHeapError : public HeapReadError {
+public:
+    using HeapReadError::HeapReadError;
+};
+
 // The file may be in order, but a temporary file for it can't be made or filled.
 class HeapTemporaryFileError : public HeapReadError {
 public:

@@ -392,11 +392,9 @@ void HprofClasses::measureInstances() {
         }
         plan.instanceSize = static_cast<int32_t>(std::min<int64_t>(type.instanceSize, INT32_MAX));
     }
-    model.sizeReport = jvmLayout.describe() + "; instance sizes of " +
-                       std::to_string(sizing.agreeing) + " of " +
-                       std::to_string(sizing.gaps.size()) +
-                       " classes with instances agree with the distances between objects, the "
-                       "others are computed from their fields";
+    jvmLayout.describe(model.sizing);
+    model.sizing.classes = sizing.gaps.size();
+    model.sizing.agreeingClasses = sizing.agreeing;
 }
 
 void HprofClasses::planStackChunks(HprofClassPlan& plan, HeapClass& type, int classIndex,

@@ -148,18 +148,11 @@ int64_t JvmLayout::legacySize(const std::vector<std::string>& fieldTypes) const 
     return end;
 }
 
-std::string JvmLayout::describe() const {
-    std::string text = reference == 4 ? "references of 4 bytes" : "references of 8 bytes";
-    text += ", object header " + std::to_string(header) + ", array header " +
-            std::to_string(arrayHeader) + ", alignment " + std::to_string(alignment);
-    if (judgedGaps == 0) {
-        return text + " (assumed, the dump has nothing to judge by)";
-    }
-    if (exactGaps * 2 < judgedGaps) {
-        return text + " (assumed: " + std::to_string(exactGaps) + " of " +
-               std::to_string(judgedGaps) +
-               " sampled arrays end where the next object begins, so sizes are estimates)";
-    }
-    return text + " (" + std::to_string(exactGaps) + " of " + std::to_string(judgedGaps) +
-           " sampled arrays end exactly where the next object begins)";
+void JvmLayout::describe(HeapSizing& sizing) const {
+    sizing.reference = static_cast<uint32_t>(reference);
+    sizing.header = static_cast<uint32_t>(header);
+    sizing.arrayHeader = static_cast<uint32_t>(arrayHeader);
+    sizing.alignment = static_cast<uint32_t>(alignment);
+    sizing.arrays = judgedGaps;
+    sizing.exactArrays = exactGaps;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "heapfile/HeapSizing.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -37,8 +39,8 @@ public:
     int64_t lowerBound(const std::vector<std::string>& fieldTypes) const;
     // Bytes of a field of that type letter.
     int64_t fieldSize(char type) const;
-    // "compressed references (4 bytes), ...": the layout and what it rests on.
-    std::string describe() const;
+    // Writes down the layout and what it rests on.
+    void describe(HeapSizing& sizing) const;
 
 private:
     struct Candidate {

@@ -28,12 +28,11 @@ std::unique_ptr<HeapModel> SnapshotHeapReader::read(std::shared_ptr<MappedFile> 
     const SnapshotHeader& header = reader.read();
     model->captureTimeMs = static_cast<uint64_t>(header.captureTimeMs);
     if (!model->storage) {
-        throw HeapReadError("the snapshot holds no heap: it was taken without one",
-                            static_cast<uint64_t>(reader.getInput().getOffset()));
+        throw NoHeapError("the snapshot holds no heap: it was taken without one");
     }
     if (!sections.hasObjects()) {
         if (!sections.hasClosingSections()) {
-            throw HeapReadError("the snapshot's heap is empty");
+            throw NoHeapError("the snapshot's heap is empty");
         }
         model->resultsOnly = true;
         model->remarks.push_back(
@@ -41,6 +40,6 @@ std::unique_ptr<HeapModel> SnapshotHeapReader::read(std::shared_ptr<MappedFile> 
             "and references");
     }
     sections.resolveNames(db);
-    model->sizeReport = "as the JVM reported them when the snapshot was taken";
+    model->sizing.fromJvm = true;
     return model;
 }

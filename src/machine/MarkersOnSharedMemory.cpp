@@ -25,11 +25,13 @@ struct OldMarkerRecord {
 static_assert(sizeof(OldMarkerRecord) * OLD_RECORD_COUNT == 0x80000, "layout of earlier versions");
 
 // Other processes write at any time: each word is read and written whole.
-int load(const int& word) {
+template <typename Word>
+Word load(const Word& word) {
     return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
 }
 
-void store(int& word, int value) {
+template <typename Word>
+void store(Word& word, Word value) {
     __atomic_store_n(&word, value, __ATOMIC_RELEASE);
 }
 
@@ -72,28 +74,48 @@ bool isPlausible(const Marker& marker) {
 
 } // namespace
 
-MarkerRecord* findMarkerByPID(MarkerArea* area, int pid, bool create) {
-    for (MarkerRecord& record : area->records) {
-        if (load(record.pid) == pid) {
+unsigned MarkerView::namespaceOf(const MarkerRecord& record) const {
+    if (notes == nullptr) {
+        return 0;
+    }
+    const MarkerNote& note = notes->notes[&record - area->records];
+    return load(note.pid) == load(record.pid) ? load(note.pidNamespace) : 0;
+}
+
+bool MarkerView::mayBeOwn(const MarkerRecord& record) const {
+    const unsigned known = namespaceOf(record);
+    return known == 0 || pidNamespace == 0 || known == pidNamespace;
+}
+
+MarkerRecord* findMarkerByPID(const MarkerView& view, int pid, bool create) {
+    for (MarkerRecord& record : view.area->records) {
+        if (load(record.pid) == pid && view.mayBeOwn(record)) {
             return &record;
         }
     }
     if (!create) {
         return nullptr;
     }
-    const int first = (pid & 0x7fffffff) % MarkerArea::RECORD_COUNT;
-    for (int i = 0; i < MarkerArea::RECORD_COUNT; i++) {
-        MarkerRecord& record = area->records[(first + i) % MarkerArea::RECORD_COUNT];
-        if (load(record.pid) == 0) {
-            store(record.pid, pid);
-            return &record;
+    for (int isFull = 0; isFull < 2; isFull++) {
+        for (int i = 0; i < MarkerArea::RECORD_COUNT; i++) {
+            const int first = (pid & 0x7fffffff) % MarkerArea::RECORD_COUNT;
+            MarkerRecord& record = view.area->records[(first + i) % MarkerArea::RECORD_COUNT];
+            if (isFull != 0 ? !view.mayBeOwn(record) : load(record.pid) == 0) {
+                store(record.pid, pid);
+                return &record;
+            }
         }
     }
     Logger::error("No free marker slots available", VDK_HERE);
 }
 
-MarkersOnSharedMemory::MarkersOnSharedMemory(int areaKey, int mutexKey)
-    : area(attachArea(areaKey)), mutex(mutexKey) {}
+MarkersOnSharedMemory::MarkersOnSharedMemory(int areaKey, int mutexKey, int notesKey)
+    : view{attachArea(areaKey)}, mutex(mutexKey) {
+    Platform::SharedMemoryOutcome outcome;
+    view.notes = static_cast<MarkerNotes*>(
+        Platform::attachSharedMemory(notesKey, sizeof(MarkerNotes), &outcome));
+    view.pidNamespace = Platform::pidNamespace();
+}
 
 MarkersOnSharedMemory& MarkersOnSharedMemory::ofThisMachine() {
     // Never destroyed: threads of the JVM outlive static destructors.
@@ -102,32 +124,45 @@ MarkersOnSharedMemory& MarkersOnSharedMemory::ofThisMachine() {
 }
 
 void MarkersOnSharedMemory::clearDeadRecords() {
-    if (area == nullptr) {
+    if (view.area == nullptr) {
         return;
     }
     ProcessList processes;
     if (!processes.isKnown()) {
         return;
     }
+    const bool seesAll =
+        view.pidNamespace == 0 || view.pidNamespace == Platform::INITIAL_PID_NAMESPACE;
     InterProcessLock lock(mutex);
-    for (MarkerRecord& record : area->records) {
+    for (MarkerRecord& record : view.area->records) {
         const int pid = load(record.pid);
-        if (pid != 0 && !processes.isAlive(pid)) {
+        const bool canTell =
+            seesAll ? view.mayBeOwn(record) : view.namespaceOf(record) == view.pidNamespace;
+        if (pid != 0 && canTell && !processes.isAlive(pid)) {
             store(record.port, 0);
             store(record.state, 0);
             store(record.pid, 0);
+            if (view.notes != nullptr) {
+                store(view.notes->notes[&record - view.area->records].pid, 0);
+            }
         }
     }
 }
 
 void MarkersOnSharedMemory::createMarker(int port, int state, const ZString& sessionName) {
-    if (area == nullptr) {
+    if (view.area == nullptr) {
         return;
     }
     clearDeadRecords();
     const ZString name = cutName(unquote(sessionName));
     InterProcessLock lock(mutex);
-    MarkerRecord* record = findMarkerByPID(area, Platform::vdk_getpid(), true);
+    const int pid = Platform::vdk_getpid();
+    MarkerRecord* record = findMarkerByPID(view, pid, true);
+    if (view.notes != nullptr) {
+        MarkerNote& note = view.notes->notes[record - view.area->records];
+        store(note.pidNamespace, view.pidNamespace);
+        store(note.pid, pid);
+    }
     store(record->port, port);
     memset(record->sessionName, 0, sizeof record->sessionName);
     memcpy(record->sessionName, name.c_str(), static_cast<size_t>(name.getLength()));
@@ -136,15 +171,17 @@ void MarkersOnSharedMemory::createMarker(int port, int state, const ZString& ses
 }
 
 bool MarkersOnSharedMemory::fillMarked(int stateMask, ZVector<Marker>* out) {
-    if (area == nullptr) {
+    if (view.area == nullptr) {
         return false;
     }
     clearDeadRecords();
     ZSet<int> seen(ZVECTOR_DEFAULT_CAPACITY);
     InterProcessLock lock(mutex);
-    for (const MarkerRecord& record : area->records) {
-        const Marker marker = {load(record.pid), load(record.port), load(record.state)};
-        if ((marker.state & stateMask) != 0 && isPlausible(marker) && !seen.contains(marker.pid)) {
+    for (const MarkerRecord& record : view.area->records) {
+        const Marker marker = {load(record.pid), load(record.port), load(record.state),
+                               view.namespaceOf(record)};
+        if ((marker.state & stateMask) != 0 && isPlausible(marker) && view.mayBeOwn(record) &&
+            !seen.contains(marker.pid)) {
             seen.add(marker.pid);
             out->push(marker);
         }
@@ -153,34 +190,63 @@ bool MarkersOnSharedMemory::fillMarked(int stateMask, ZVector<Marker>* out) {
 }
 
 ZString MarkersOnSharedMemory::getSessionName(int pid) {
-    if (area == nullptr || pid == 0) {
+    if (view.area == nullptr || pid == 0) {
         return ZString();
     }
     InterProcessLock lock(mutex);
-    const MarkerRecord* record = findMarkerByPID(area, pid, false);
+    const MarkerRecord* record = findMarkerByPID(view, pid, false);
     return record == nullptr ? ZString() : boundedName(*record);
 }
 
 void createMarker(int port, int state, const ZString& sessionName) {
-    MarkersOnSharedMemory::ofThisMachine().createMarker(port, state, sessionName);
+    try {
+        MarkersOnSharedMemory::ofThisMachine().createMarker(port, state, sessionName);
+    } catch (const VDKRuntimeException&) {
+        Logger::refusal("No marker of this JVM: the area that markers are in is full; clients find "
+                        "it by its port");
+        throw;
+    }
 }
 
-bool readMarkers(int stateMask, ZVector<MarkerRecord>* out, int areaKey) {
-    MarkerRecord* const records = static_cast<MarkerRecord*>(malloc(sizeof(MarkerArea)));
-    if (records == nullptr || !Platform::readSharedMemory(areaKey, records, sizeof(MarkerArea))) {
-        free(records);
+namespace {
+
+// A copy of a segment as it is now; null if there is none.
+template <typename Segment>
+Segment* copySegment(int key) {
+    Segment* const copy = static_cast<Segment*>(malloc(sizeof(Segment)));
+    if (copy != nullptr && !Platform::readSharedMemory(key, copy, sizeof(Segment))) {
+        free(copy);
+        return nullptr;
+    }
+    return copy;
+}
+
+} // namespace
+
+bool readMarkers(int stateMask, ZVector<NamedMarker>* out, int areaKey, int notesKey) {
+    MarkerArea* const area = copySegment<MarkerArea>(areaKey);
+    if (area == nullptr) {
         return false;
     }
-    ZSet<int> seen(ZVECTOR_DEFAULT_CAPACITY);
+    MarkerNotes* const notes = copySegment<MarkerNotes>(notesKey);
+    ZSet<long> seen(ZVECTOR_DEFAULT_CAPACITY);
     for (int i = 0; i < MarkerArea::RECORD_COUNT; i++) {
-        const MarkerRecord& record = records[i];
-        const Marker marker = {record.pid, record.port, record.state};
-        if ((marker.state & stateMask) != 0 && isPlausible(marker) && !seen.contains(marker.pid)) {
-            seen.add(marker.pid);
-            out->push(record);
+        const MarkerRecord& record = area->records[i];
+        const bool noted = notes != nullptr && notes->notes[i].pid == record.pid;
+        NamedMarker found = {
+            {record.pid, record.port, record.state, noted ? notes->notes[i].pidNamespace : 0}, ""};
+        const long key =
+            static_cast<long>(static_cast<unsigned long>(found.marker.pidNamespace) << 32 |
+                              static_cast<unsigned>(found.marker.pid));
+        if ((found.marker.state & stateMask) != 0 && isPlausible(found.marker) &&
+            !seen.contains(key)) {
+            seen.add(key);
+            memcpy(found.sessionName, record.sessionName, MarkerRecord::NAME_BYTES);
+            out->push(found);
         }
     }
-    free(records);
+    free(notes);
+    free(area);
     return true;
 }
 

@@ -33,15 +33,42 @@ struct MarkerArea {
 
 static_assert(sizeof(MarkerArea) == 0x106a1c, "layout shared between processes");
 
-// The record of the process. Without one: null, or with `create` a free record that is now the
-// process's. A full area is an internal error. Caller holds the marker mutex.
-MarkerRecord* findMarkerByPID(MarkerArea* area, int pid, bool create);
+// Beside the area, in a segment of its own: which pid namespace the id in a record is of.
+// Containers may share one area, and their ids say nothing to each other. Agents of earlier
+// versions write no note, so one counts only while it names the record's process.
+struct MarkerNote {
+    int pid;
+    unsigned pidNamespace; // see Platform::pidNamespace
+};
+
+struct MarkerNotes {
+    MarkerNote notes[MarkerArea::RECORD_COUNT];
+};
+
+static_assert(sizeof(MarkerNotes) == 0x23048, "layout shared between processes");
+
+// Both segments as one process of a pid namespace sees them.
+struct MarkerView {
+    MarkerArea* area;
+    MarkerNotes* notes = nullptr; // null: all ids count as of this process's namespace
+    unsigned pidNamespace = 0;
+
+    unsigned namespaceOf(const MarkerRecord& record) const; // 0 where nothing tells
+    bool mayBeOwn(const MarkerRecord& record) const;
+};
+
+// The record of the process, which is of the view's namespace. Without one: null, or with `create`
+// a free record that is now the process's; in a full area one of another namespace, as nobody
+// clears those of a container that has ended but who could see into it. An area that is full of
+// others is an internal error. Caller holds the marker mutex.
+MarkerRecord* findMarkerByPID(const MarkerView& view, int pid, bool create);
 
 // What a client may be shown of one record.
 struct Marker {
     int pid;
     int port;
     int state;
+    unsigned pidNamespace; // 0 if it is not known
 };
 
 // MarkersOnSharedMemory: a marker area, attached at construction. Every operation takes
@@ -50,18 +77,21 @@ struct Marker {
 class MarkersOnSharedMemory {
 public:
     static const int AREA_KEY = 0x42341490;
+    static const int NOTES_KEY = 0x42341493;
 
     explicit MarkersOnSharedMemory(int areaKey = AREA_KEY,
-                                   int mutexKey = InterProcessMutex::MARKER_KEY);
+                                   int mutexKey = InterProcessMutex::MARKER_KEY,
+                                   int notesKey = NOTES_KEY);
     MarkersOnSharedMemory(const MarkersOnSharedMemory&) = delete;
     MarkersOnSharedMemory& operator=(const MarkersOnSharedMemory&) = delete;
 
     // The area of this machine, attached at the first use and never detached.
     static MarkersOnSharedMemory& ofThisMachine();
 
-    bool isAttached() const { return area != nullptr; }
+    bool isAttached() const { return view.area != nullptr; }
 
-    // Clears the records of processes that are gone.
+    // Clears the records of processes that are gone. What lives in another pid namespace cannot be
+    // told from here, and is left alone.
     void clearDeadRecords();
 
     // Writes the record of this process. sessionName may be quoted (see unquote); a long one is cut
@@ -69,17 +99,17 @@ public:
     void createMarker(int port, int state, const ZString& sessionName);
 
     // Clears dead records, then gives the records whose state has a bit of stateMask, each process
-    // once. False if the area is not attached.
+    // once and none of another pid namespace. False if the area is not attached.
     bool fillMarked(int stateMask, ZVector<Marker>* out);
 
     // The session name of the record; empty if the process has none.
     ZString getSessionName(int pid);
 
-    // For tests that fill the area by hand.
-    MarkerArea* getArea() { return area; }
+    // For tests that fill the segments by hand.
+    const MarkerView& getView() { return view; }
 
 private:
-    MarkerArea* area;
+    MarkerView view;
     InterProcessMutex mutex;
 };
 
@@ -87,11 +117,18 @@ private:
 // unmarked.
 void createMarker(int port, int state, const ZString& sessionName);
 
-// Copies of the records whose state has a bit of stateMask, each process once, as a client reads
-// them: no lock is waited for, which any user could hold, and nothing is made or cleared, as the
-// process ids may be those of another namespace. False if there is no area.
-bool readMarkers(int stateMask, ZVector<MarkerRecord>* out,
-                 int areaKey = MarkersOnSharedMemory::AREA_KEY);
+// A marker with the name that the process gave itself.
+struct NamedMarker {
+    Marker marker;
+    char sessionName[MarkerRecord::NAME_BYTES + 1];
+};
+
+// The records whose state has a bit of stateMask, each process of a pid namespace once, as a client
+// reads them: no lock is waited for, which any user could hold, and nothing is made or cleared, as
+// the process ids may be those of another namespace. False if there is no area.
+bool readMarkers(int stateMask, ZVector<NamedMarker>* out,
+                 int areaKey = MarkersOnSharedMemory::AREA_KEY,
+                 int notesKey = MarkersOnSharedMemory::NOTES_KEY);
 
 // Agents of earlier versions: the process ids whose marker has state bit 0 in the older area. The
 // records of dead processes are cleared. False when no such area exists.

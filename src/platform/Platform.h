@@ -68,6 +68,12 @@ public:
     // The same for the calling thread, without the cost of naming it.
     static long currentThreadCPUTimeNs();
 
+    // The namespace that this process's id belongs to, as a number that no other of the machine
+    // has; 0 where the system has no such namespaces or does not tell. In the initial one a process
+    // sees all others.
+    static unsigned pidNamespace();
+    static const unsigned INITIAL_PID_NAMESPACE = 0xeffffffcu;
+
     // Monotonic clock, nanoseconds from an arbitrary start; falls back to the wall clock where
     // the system has none.
     static long monotonicTimeNs();

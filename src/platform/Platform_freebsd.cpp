@@ -176,6 +176,10 @@ bool Platform::listProcesses(ProcessVisitor visitor, void* context) {
     return processes.count > 0;
 }
 
+unsigned Platform::pidNamespace() {
+    return 0;
+}
+
 bool Platform::isRunning(int pid) {
     KernelProcesses processes(KERN_PROC_PID, pid);
     const kinfo_proc* process = processes.find(pid);

@@ -271,6 +271,11 @@ long Platform::processStartTime(int pid) {
     return field == nullptr ? 0 : strtol(field, nullptr, 10);
 }
 
+unsigned Platform::pidNamespace() {
+    struct stat info;
+    return stat("/proc/self/ns/pid", &info) == 0 ? static_cast<unsigned>(info.st_ino) : 0;
+}
+
 long Platform::processUser(int pid) {
     char path[32];
     snprintf(path, sizeof(path), "/proc/%d", pid);

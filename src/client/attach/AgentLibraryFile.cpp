@@ -19,7 +19,7 @@
 
 namespace vdk {
 
-static const char LibraryName[] = "libvdkagent.so";
+static const std::string LibraryName = std::string(AgentLibraryName) + ".so";
 
 static std::string absolutePath(const std::string& path) {
     char resolved[PATH_MAX];
@@ -50,8 +50,8 @@ std::string findAgentLibrary(const std::string& given, ExitCode code) {
             return path;
         }
     }
-    throw ClientError(code, "agent.missing",
-                      std::string("there is no ") + LibraryName + " beside " + program, hint);
+    throw ClientError(code, "agent.missing", "there is no " + LibraryName + " beside " + program,
+                      hint);
 }
 
 static std::string randomSuffix() {
@@ -245,7 +245,7 @@ std::string AttachFiles::provideLibrary(const std::string& path) {
                           "put the library into the target's own files and name it, as the target "
                           "sees it, with --agent");
     }
-    return create(place, std::string("agent-") + std::to_string(getpid()) + ".so", *bytes);
+    return create(place, AgentLibraryName + ("-" + std::to_string(getpid())) + ".so", *bytes);
 }
 
 std::string AttachFiles::provideText(const std::string& name, const std::string& text) {

@@ -8,7 +8,6 @@
 #include "machine/MarkersOnSharedMemory.h"
 
 #include <algorithm>
-#include <cstring>
 #include <fcntl.h>
 #include <map>
 #include <pwd.h>
@@ -18,12 +17,12 @@ namespace vdk {
 
 std::vector<ProfiledMarker> MarkerSource::read() {
     std::vector<ProfiledMarker> result;
-    ZVector<MarkerRecord> records;
-    readMarkers(1, &records);
-    for (int i = 0; i < records.getSize(); i++) {
-        const MarkerRecord& record = records[i];
-        size_t length = strnlen(record.sessionName, MarkerRecord::NAME_BYTES);
-        result.push_back({record.pid, record.port, std::string(record.sessionName, length)});
+    ZVector<NamedMarker> found;
+    readMarkers(1, &found);
+    for (int i = 0; i < found.getSize(); i++) {
+        const Marker& marker = found[i].marker;
+        result.push_back(
+            {marker.pid, marker.port, std::string(found[i].sessionName), marker.pidNamespace});
     }
     return result;
 }
@@ -123,6 +122,15 @@ bool JvmFinder::describe(int pid, Jvm& jvm, bool usePerformanceData) {
     return true;
 }
 
+// The marker has the process's id, in its pid namespace if the marker says which one that is.
+static bool isOf(const ProcFs& processes, const ProfiledMarker& marker, const Jvm& jvm) {
+    if (jvm.namespacePid != marker.pid) {
+        return false;
+    }
+    unsigned long own = marker.pidNamespace != 0 ? processes.namespaceId(jvm.pid, "pid") : 0;
+    return own == 0 || own == marker.pidNamespace;
+}
+
 // An agent writes the process id of its own pid namespace, where ids such as 1 are common, and
 // anybody may write anything: a marker counts only for a process that listens on its port.
 void JvmFinder::assignMarkers(const std::vector<Jvm*>& jvms,
@@ -130,8 +138,8 @@ void JvmFinder::assignMarkers(const std::vector<Jvm*>& jvms,
     for (const ProfiledMarker& marker : found) {
         std::vector<Jvm*> owners;
         for (Jvm* jvm : jvms) {
-            auto status = jvm->namespacePid == marker.pid ? processes.status(jvm->pid)
-                                                          : std::optional<ProcessStatus>();
+            auto status = isOf(processes, marker, *jvm) ? processes.status(jvm->pid)
+                                                        : std::optional<ProcessStatus>();
             Listening listening = status ? processes.listening(*status, marker.port) : Listening();
             if (listening) {
                 jvm->port = marker.port;
@@ -140,7 +148,7 @@ void JvmFinder::assignMarkers(const std::vector<Jvm*>& jvms,
                 owners.push_back(jvm);
             }
         }
-        // Agents with one id share one record, and its name is that of the last.
+        // Agents of other versions with one id share one record, and its name is that of the last.
         if (owners.size() == 1) {
             owners.front()->session = marker.session;
         }
@@ -168,6 +176,54 @@ void JvmFinder::assignMarkers(std::vector<Jvm>& jvms) {
     }
 }
 
+// The ports where agents listen that were not told otherwise.
+static constexpr int FirstAgentPort = 10001, LastAgentPort = 10010;
+
+// Only agents' usual ports are asked, and one that stands on the command line: whatever else the
+// application listens on is none of ours to talk to.
+void JvmFinder::askPorts(Jvm& jvm) {
+    auto status = processes.status(jvm.pid);
+    std::vector<int> ports;
+    std::string arguments = join(processes.commandLine(jvm.pid), ",");
+    size_t at = arguments.find(AgentLibraryName);
+    size_t option = at == std::string::npos ? at : arguments.find("port=", at);
+    if (option != std::string::npos) {
+        size_t end = arguments.find(',', option);
+        auto port = parseNumber(arguments.substr(option + 5, end - option - 5), 1, 65535);
+        ports.push_back(int(port.value_or(FirstAgentPort)));
+    }
+    for (int port = FirstAgentPort; port <= LastAgentPort; port++) {
+        ports.push_back(port);
+    }
+    for (size_t i = 0; status && i < ports.size() && !jvm.isProfiled(); i++) {
+        Listening listening = processes.listening(*status, ports[i]);
+        if (!listening) {
+            continue;
+        }
+        Jvm asked = jvm;
+        asked.port = ports[i];
+        asked.host = listening.host;
+        asked.ownNetwork = listening.ownNetwork;
+        auto [answer, isNew] = answers.try_emplace({jvm.pid, asked.port});
+        if (isNew) {
+            answer->second = asker(asked);
+        }
+        if (answer->second) {
+            asked.session = *answer->second;
+            jvm = asked;
+        }
+    }
+}
+
+void JvmFinder::findUnmarked(std::vector<Jvm>& jvms) {
+    for (Jvm& jvm : jvms) {
+        bool mayAsk = geteuid() == 0 || long(geteuid()) == jvm.uid;
+        if (asker && mayAsk && !jvm.isProfiled() && processes.mapsAgent(jvm.pid)) {
+            askPorts(jvm);
+        }
+    }
+}
+
 std::vector<Jvm> JvmFinder::findAll() {
     std::vector<Jvm> result;
     for (int pid : processes.pids()) {
@@ -188,6 +244,7 @@ std::vector<Jvm> JvmFinder::findAll() {
         }
     }
     assignMarkers(result);
+    findUnmarked(result);
     return result;
 }
 
@@ -197,6 +254,7 @@ std::optional<Jvm> JvmFinder::look(int pid) {
         return std::nullopt;
     }
     assignMarkers(one);
+    findUnmarked(one);
     return one.front();
 }
 
@@ -216,6 +274,26 @@ static std::string listOf(const std::vector<Jvm>& jvms) {
                 printable(jvm.mainName + (jvm.arguments.empty() ? "" : " ") + jvm.arguments, 100);
     }
     return text;
+}
+
+// Why a process that is there counts as no JVM.
+static ClientError noJvm(const ProcFs& processes, const ProcessStatus& status) {
+    std::string process = "process " + std::to_string(status.pid);
+    if (status.state == "Z") {
+        return ClientError(ExitCode::NoTarget, "target.none", process + " has ended");
+    }
+    std::vector<std::string> commandLine = processes.commandLine(status.pid);
+    process += " (" + (commandLine.empty() ? "" : printable(commandLine[0], 100) + ", ") + "user " +
+               userName(status.euid) + ")";
+    if (processes.canInspect(status.pid)) {
+        return ClientError(ExitCode::NoTarget, "target.none",
+                           process + " is no JVM: it has loaded no JVM's library",
+                           "`vdk list` shows the JVMs of this machine");
+    }
+    bool mayHelp = geteuid() != 0 && geteuid() != status.euid;
+    return ClientError(ExitCode::NoTarget, "target.none",
+                       process + " may not be looked into from here, and its command is not java",
+                       mayHelp ? "run vdk as that user or as root" : "");
 }
 
 Jvm JvmFinder::find(const std::string& target) {
@@ -238,10 +316,11 @@ Jvm JvmFinder::find(const std::string& target) {
                           "several JVMs match '" + target + "':" + listOf(matching),
                           "name one by its process id");
     }
+    if (auto status = pid ? processes.status(int(*pid)) : std::nullopt) {
+        throw noJvm(processes, *status);
+    }
     std::string message = "no JVM matches '" + target + "'";
-    if (pid && processes.status(static_cast<int>(*pid))) {
-        message = "process " + target + " is no JVM that this user can see";
-    } else if (!all.empty()) {
+    if (!all.empty()) {
         message += "; there are:" + listOf(all);
     }
     throw ClientError(ExitCode::NoTarget, "target.none", message,

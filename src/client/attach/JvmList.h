@@ -6,8 +6,11 @@
 #include "client/attach/ProcFs.h"
 #include "client/console/Descriptor.h"
 
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vdk {
@@ -18,6 +21,7 @@ struct ProfiledMarker {
     int pid = 0;
     int port = 0;
     std::string session;
+    unsigned long pidNamespace = 0; // that the id is of; 0 if it is not known
 };
 
 // The markers of profiled processes. The seam to the shared memory segment; tests replace it.
@@ -58,8 +62,12 @@ std::string fromInside(const ProcFs& processes, const Jvm& jvm);
 
 class JvmFinder {
 public:
-    JvmFinder(const ProcFs& processes, MarkerSource& markers)
-        : processes(processes), markers(markers) {}
+    // Asks what listens on the port of a JVM for the session name of its agent; nothing if it is
+    // none. By this an agent without a marker is found, where the area was full for one.
+    using Asker = std::function<std::optional<std::string>(const Jvm&)>;
+
+    JvmFinder(const ProcFs& processes, MarkerSource& markers, Asker asker = {})
+        : processes(processes), markers(markers), asker(std::move(asker)) {}
 
     // All JVMs, by process id.
     std::vector<Jvm> findAll();
@@ -77,9 +85,13 @@ private:
     void assignMarkers(std::vector<Jvm>& jvms);
     // The JVMs of one IPC namespace, with its markers.
     void assignMarkers(const std::vector<Jvm*>& jvms, const std::vector<ProfiledMarker>& found);
+    void findUnmarked(std::vector<Jvm>& jvms);
+    void askPorts(Jvm& jvm);
 
     const ProcFs& processes;
     MarkerSource& markers;
+    Asker asker;
+    std::map<std::pair<int, int>, std::optional<std::string>> answers; // by process id and port
 };
 
 // The main class or JAR file in the arguments of a java launcher, and the index behind it in

@@ -181,6 +181,12 @@ bool ProcFs::canInspect(int pid) const {
     return text && !text->empty();
 }
 
+bool ProcFs::mapsAgent(int pid) const {
+    static const std::string part = std::string("/") + AgentLibraryName;
+    const char* const names[] = {part.c_str()};
+    return mapsFile(pid, names, 1);
+}
+
 bool ProcFs::usesMusl(int pid) const {
     static const char* const musl[] = {"/ld-musl-", "/libc.musl-"};
     return mapsFile(pid, musl, 2);

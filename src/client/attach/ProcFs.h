@@ -28,6 +28,9 @@ struct Listening {
     explicit operator bool() const { return !host.empty(); }
 };
 
+// How the names of the agent's library and of its copies begin.
+constexpr char AgentLibraryName[] = "libvdkagent";
+
 enum class JvmKind { None, HotSpot, OpenJ9 };
 
 // A row of the kernel's table of TCP sockets.
@@ -49,6 +52,8 @@ public:
     JvmKind jvmKind(int pid) const;
     // The map may be read, so that "no JVM" is certain.
     bool canInspect(int pid) const;
+    // The process maps the agent's library, or a copy of it that an attach has made.
+    bool mapsAgent(int pid) const;
     // The process maps musl's loader: a library built for glibc cannot be loaded there.
     bool usesMusl(int pid) const;
 

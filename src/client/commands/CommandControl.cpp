@@ -1,6 +1,7 @@
 // Commands that are one request to an agent: status, sample, trace, monitors, exceptions, clear,
 // dump, gc, stats.
 #include "client/agent/Protocol.h"
+#include "client/agent/ThreadDumpText.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Sources.h"
 #include "client/console/OutputFile.h"
@@ -286,6 +287,29 @@ int runClear(Console& console, const Arguments& arguments) {
     return 0;
 }
 
+static void writeDump(JsonWriter& json, const ThreadDump& dump) {
+    json.field("jvm", dump.jvm).key("threads").beginArray();
+    for (const DumpedThread& thread : dump.threads) {
+        json.beginObject().field("name", thread.name).field("id", thread.id);
+        json.field("state", thread.state).field("daemon", thread.daemon).key("priority");
+        thread.priority != 0 ? json.value(thread.priority) : json.nullValue();
+        json.key("frames").beginArray();
+        for (const DumpedFrame& frame : thread.frames) {
+            json.beginObject().field("method", frame.method).field("source", frame.source);
+            writeNames(json, "locks", frame.locks);
+            json.endObject();
+        }
+        json.endArray();
+        writeNames(json, "ownedLocks", thread.ownedLocks);
+        json.endObject();
+    }
+    json.endArray().key("deadlocked").beginArray();
+    for (int64_t id : dump.deadlocked) {
+        json.value(id);
+    }
+    json.endArray();
+}
+
 int runDump(Console& console, const Arguments& arguments) {
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
     std::string text = agent.client.threadDump();
@@ -294,7 +318,9 @@ int runDump(Console& console, const Arguments& arguments) {
         std::ostringstream document;
         JsonWriter json(document, true);
         beginDocument(json, "vdk.dump/1").field("pid", agent.info.pid);
-        json.field("session", agent.info.sessionName).field("text", text).endObject();
+        json.field("session", agent.info.sessionName);
+        writeDump(json, parseThreadDump(text));
+        json.field("text", text).endObject();
         text = document.str();
     }
     if (!endsWith(text, "\n")) {

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <map>
+#include <optional>
 #include <set>
 
 namespace vdk {
@@ -109,10 +110,24 @@ std::set<int> unknownValues(DB& db) {
     return places;
 }
 
+// The wall clock of the JVM's machine at a record, in milliseconds since 1970; nothing where the
+// agent sent none.
+std::optional<int64_t> clockOf(DB& db, const TelemetryRecord& record) {
+    int first = record.values[TELE_EXT_START_INDEX], count = record.values[TELE_EXT_COUNT];
+    for (int i = 0; i < count && first >= 0 && first <= INT32_MAX - count; i++) {
+        const TelemetryExtRecord* extra = db.telemetryExtTable->getRecord(first + i, false);
+        if (extra && extra->stamp > 0 && poolText(db, extra->nameStrID) == "tele.clock_sec") {
+            return int64_t(uint32_t(extra->value)) * 1000;
+        }
+    }
+    return std::nullopt;
+}
+
 struct TelemetryLine {
     double uptimeSeconds;
     double cpuPercent; // of one processor, since the line before; negative if unknown
     const TelemetryRecord* record;
+    std::optional<int64_t> timeMs = {};
 };
 
 std::vector<TelemetryLine> readTelemetry(DB& db, size_t last) {
@@ -134,6 +149,9 @@ std::vector<TelemetryLine> readTelemetry(DB& db, size_t last) {
     }
     if (lines.size() > last) {
         lines.erase(lines.begin(), lines.end() - long(last));
+    }
+    for (TelemetryLine& line : lines) {
+        line.timeMs = clockOf(db, *line.record);
     }
     return lines;
 }
@@ -201,11 +219,6 @@ int runTelemetry(Console& console, const Arguments& arguments) {
     std::vector<TelemetryLine> lines =
         readTelemetry(source.database(), size_t(arguments.number("--last", 20)));
     const std::set<int> unknown = unknownValues(source.database());
-    // The last record was made at the capture, or just now, give or take a period of telemetry.
-    int64_t lastMs = source.live ? int64_t(time(nullptr)) * 1000 : source.captureTimeMs;
-    auto timeOf = [&](const TelemetryLine& line) {
-        return lastMs - int64_t((lines.back().uptimeSeconds - line.uptimeSeconds) * 1000);
-    };
     if (lines.empty()) {
         console.note("no telemetry yet");
     }
@@ -243,7 +256,8 @@ int runTelemetry(Console& console, const Arguments& arguments) {
                                                : json.value(int64_t(values[field.index]) * 1024);
                 }
             }
-            json.field("timeMs", timeOf(line));
+            json.key("timeMs");
+            line.timeMs ? json.value(*line.timeMs) : json.nullValue();
             json.key("cpuPercent");
             line.cpuPercent < 0 ? json.nullValue() : json.value(line.cpuPercent);
             json.endObject();
@@ -270,14 +284,14 @@ int runTelemetry(Console& console, const Arguments& arguments) {
         auto size = [&](int index) {
             return known(index, formatBytes(int64_t(values[index]) * 1024));
         };
-        table.add({clockTime(timeOf(line)), formatNs(int64_t(line.uptimeSeconds * 1e9)),
-                   size(TELE_HEAP_MEMORY_USED_KB), size(TELE_HEAP_MEMORY_COMMITTED_KB),
-                   size(TELE_NON_HEAP_MEMORY_USED_KB),
-                   known(TELE_LOADED_CLASS_COUNT, std::to_string(values[TELE_LOADED_CLASS_COUNT])),
-                   std::to_string(values[TELE_LIVE_THREAD_COUNT]),
+        table.add({line.timeMs ? clockTime(*line.timeMs) : "-",
+                   formatNs(int64_t(line.uptimeSeconds * 1e9)), size(TELE_HEAP_MEMORY_USED_KB),
+                   size(TELE_HEAP_MEMORY_COMMITTED_KB), size(TELE_NON_HEAP_MEMORY_USED_KB),
+                   known(TELE_LOADED_CLASS_COUNT, formatCount(values[TELE_LOADED_CLASS_COUNT])),
+                   formatCount(values[TELE_LIVE_THREAD_COUNT]),
                    known(TELE_GC_COLLECTION1_COUNT,
-                         std::to_string(int64_t(values[TELE_GC_COLLECTION1_COUNT]) +
-                                        values[TELE_GC_COLLECTION2_COUNT])),
+                         formatCount(int64_t(values[TELE_GC_COLLECTION1_COUNT]) +
+                                     values[TELE_GC_COLLECTION2_COUNT])),
                    known(TELE_GC_TOTAL_COLLECTION_TIME_MS,
                          formatNs(int64_t(values[TELE_GC_TOTAL_COLLECTION_TIME_MS]) * 1000000)),
                    line.cpuPercent < 0 ? "-" : formatPercent(line.cpuPercent)});

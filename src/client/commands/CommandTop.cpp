@@ -152,7 +152,7 @@ private:
             std::vector<std::string> cells = {formatPercent(percentOf(ns, whole)), formatNs(ns),
                                               formatPercent(percentOf(totals[method], whole))};
             if (profile.hasCounts) {
-                cells.push_back(std::to_string(calls[method]));
+                cells.push_back(formatCount(calls[method]));
             }
             cells.push_back(printable(methodName(profile, method, false), nameWidth));
             table.add(cells);

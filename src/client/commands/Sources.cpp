@@ -69,6 +69,18 @@ LiveAgent connectAgent(const Machine& machine, const Jvm& jvm, int timeoutMs) {
     return agent;
 }
 
+std::optional<std::string> Machine::askForAgent(const Jvm& jvm) const {
+    constexpr int PatienceMs = 2000;
+    try {
+        return connectAgent(*this, jvm, PatienceMs).info.sessionName;
+    } catch (const ClientError& e) {
+        if (e.code == ExitCode::Aborted) {
+            throw;
+        }
+        return std::nullopt; // not an agent, or none that answers
+    }
+}
+
 // True for "host:99999": an address, but for its number.
 static bool namesPort(const std::string& target) {
     size_t colon = target.rfind(':');

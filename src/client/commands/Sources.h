@@ -6,15 +6,24 @@
 #include "client/commands/Command.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace vdk {
 
 // Everything that this machine's JVMs are found by.
-struct Machine {
+class Machine {
+public:
+    Machine() = default;
+    Machine(const Machine&) = delete;
+    Machine& operator=(const Machine&) = delete;
+
     ProcFs processes;
     MarkerSource markers;
-    JvmFinder finder{processes, markers};
+    JvmFinder finder{processes, markers, [this](const Jvm& jvm) { return askForAgent(jvm); }};
+
+private:
+    std::optional<std::string> askForAgent(const Jvm& jvm) const;
 };
 
 // The agent of a JVM or address, checked to be the one that was meant. Throws ClientError NoTarget
@@ -64,7 +73,8 @@ constexpr int CpuTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method
 constexpr int AllocationTables = 1 << SLOT_AllocInfo | 1 << SLOT_Property;
 constexpr int MonitorTables = 1 << SLOT_Monitor | 1 << SLOT_Property;
 constexpr int ExceptionTables = 1 << SLOT_Exception;
-constexpr int TelemetryTables = 1 << SLOT_String | 1 << SLOT_Property | 1 << SLOT_Telemetry;
+constexpr int TelemetryTables =
+    1 << SLOT_String | 1 << SLOT_Property | 1 << SLOT_Telemetry | 1 << SLOT_TelemetryExt;
 constexpr int ThreadTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |
                              1 << SLOT_Frame | 1 << SLOT_Telemetry | 1 << SLOT_ThreadState;
 

@@ -2,33 +2,104 @@
 
 #include "client/console/Signals.h"
 
+#include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <poll.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace vdk {
+
+// What signal handlers need to give the terminal back; the calls they make are those that may be
+// made there.
+static termios ourFormer = {}, ourSingle = {};
+static volatile sig_atomic_t ourKeys = 0;
+
+static void writeAll(const char* text, size_t length) {
+    while (length > 0) {
+        ssize_t count = write(STDOUT_FILENO, text, length);
+        if (count <= 0 && errno != EINTR) {
+            return; // the terminal is gone
+        }
+        text += count > 0 ? count : 0;
+        length -= count > 0 ? size_t(count) : 0;
+    }
+}
+
+static void takeTerminal() {
+    static const char text[] = "\033[?1049h\033[?25l";
+    writeAll(text, sizeof(text) - 1);
+    if (ourKeys) {
+        tcsetattr(STDIN_FILENO, TCSANOW, &ourSingle);
+    }
+}
+
+static void giveTerminalBack() {
+    static const char text[] = "\033[?25h\033[?1049l";
+    if (ourKeys) {
+        tcsetattr(STDIN_FILENO, TCSANOW, &ourFormer);
+    }
+    writeAll(text, sizeof(text) - 1);
+}
+
+static void handle(int number, void (*handler)(int), struct sigaction* former) {
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    sigaction(number, &action, former);
+}
+
+// The signal then does what it does by default: with this handler it has to be sent once more.
+static void onSignal(int number) {
+    int error = errno;
+    giveTerminalBack();
+    handle(number, SIG_DFL, nullptr);
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, number);
+    sigprocmask(SIG_UNBLOCK, &one, nullptr);
+    raise(number);
+    // Here only after a stop, when somebody has let the program go on.
+    handle(number, onSignal, nullptr);
+    takeTerminal();
+    errno = error;
+}
+
+// Those that stop or end the program and that are not waited for in an orderly way.
+static const int ourSignals[] = {SIGTSTP, SIGQUIT, SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
+static const size_t ourSignalCount = sizeof(ourSignals) / sizeof(ourSignals[0]);
+static struct sigaction ourFormerActions[ourSignalCount];
 
 Screen::Screen(Console& console, bool wanted)
     : console(console), on(wanted && console.outIsTerminal) {
     if (!on) {
         return;
     }
-    console.out << "\033[?1049h\033[?25l" << std::flush;
+    console.out << std::flush;
     // Only the terminal's foreground process may read its keys.
-    keys = tcgetattr(STDIN_FILENO, &former) == 0 && tcgetpgrp(STDIN_FILENO) == getpgrp();
-    if (keys) {
-        termios single = former;
-        single.c_lflag &= ~tcflag_t(ICANON | ECHO);
-        tcsetattr(STDIN_FILENO, TCSANOW, &single);
+    keys = tcgetattr(STDIN_FILENO, &ourFormer) == 0 && tcgetpgrp(STDIN_FILENO) == getpgrp();
+    ourKeys = keys;
+    ourSingle = ourFormer;
+    ourSingle.c_lflag &= ~tcflag_t(ICANON | ECHO);
+    atSecondSignal(giveTerminalBack);
+    for (size_t i = 0; i < ourSignalCount; i++) {
+        handle(ourSignals[i], onSignal, &ourFormerActions[i]);
+        if (ourFormerActions[i].sa_handler == SIG_IGN) {
+            sigaction(ourSignals[i], &ourFormerActions[i], nullptr);
+        }
     }
+    takeTerminal();
 }
 
 Screen::~Screen() {
-    if (keys) {
-        tcsetattr(STDIN_FILENO, TCSANOW, &former);
+    if (!on) {
+        return;
     }
-    if (on) {
-        console.out << "\033[?25h\033[?1049l" << std::flush;
+    console.out << std::flush;
+    giveTerminalBack();
+    atSecondSignal(nullptr);
+    for (size_t i = 0; i < ourSignalCount; i++) {
+        sigaction(ourSignals[i], &ourFormerActions[i], nullptr);
     }
 }
 
@@ -51,6 +122,7 @@ bool Screen::waitForNext(long milliseconds) {
         char key = 0;
         if (read(STDIN_FILENO, &key, 1) <= 0) {
             keys = false; // the terminal is gone; what was set there is, too
+            ourKeys = 0;
             return sleepUnlessInterrupted(left);
         }
         if (key == 'q' || key == 'Q') {

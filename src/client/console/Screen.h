@@ -3,13 +3,12 @@
 
 #include "client/console/Console.h"
 
-#include <termios.h>
-
 namespace vdk {
 
 // While it lives, the terminal shows another screen without a cursor, and keys come at once; what
-// was there before is back afterwards. Without `wanted`, or where standard output is no terminal,
-// it only waits.
+// was there before is back afterwards, also when a signal ends the program, and while one stops it
+// (Ctrl-Z). One at a time. Without `wanted`, or where standard output is no terminal, it only
+// waits.
 class Screen {
 public:
     Screen(Console& console, bool wanted);
@@ -29,7 +28,6 @@ private:
     Console& console;
     bool on;
     bool keys = false; // standard input gives single keys
-    termios former = {};
 };
 
 } // namespace vdk

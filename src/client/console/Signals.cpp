@@ -10,6 +10,7 @@ namespace vdk {
 
 static volatile sig_atomic_t signalCount = 0;
 static sig_atomic_t forgotten = 0;
+static void (*volatile lastAction)() = nullptr;
 
 static const int handledSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ};
 static const int handledCount = sizeof(handledSignals) / sizeof(handledSignals[0]);
@@ -19,6 +20,9 @@ static bool installed = false;
 static void onSignal(int) {
     signalCount = signalCount + 1;
     if (signalCount > 1) {
+        if (lastAction) {
+            lastAction();
+        }
         _exit(static_cast<int>(ExitCode::Aborted));
     }
 }
@@ -46,6 +50,10 @@ void restoreSignalHandlers() {
     installed = false;
 }
 
+void atSecondSignal(void (*action)()) {
+    lastAction = action;
+}
+
 bool isInterrupted() {
     return signalCount > forgotten;
 }
@@ -61,8 +69,13 @@ void throwIfInterrupted() {
 }
 
 bool sleepUnlessInterrupted(long milliseconds) {
-    timespec time = {milliseconds / 1000, (milliseconds % 1000) * 1000000};
-    return !isInterrupted() && nanosleep(&time, nullptr) == 0;
+    timespec left = {milliseconds / 1000, (milliseconds % 1000) * 1000000};
+    while (!isInterrupted()) {
+        if (nanosleep(&left, &left) == 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace vdk

@@ -11,6 +11,10 @@ void installSignalHandlers();
 // inherits ignored signals.
 void restoreSignalHandlers();
 
+// What the second signal does ahead of ending the program, from within its handler; null for
+// nothing.
+void atSecondSignal(void (*action)());
+
 bool isInterrupted();
 
 // Forgets a signal that has come, so that the work of ending can wait for answers again. A second

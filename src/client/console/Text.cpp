@@ -160,6 +160,9 @@ std::string formatNs(int64_t ns) {
 }
 
 std::string formatBytes(int64_t bytes) {
+    if (bytes < 0 && bytes != INT64_MIN) {
+        return "-" + formatBytes(-bytes);
+    }
     if (bytes >= 1 << 30) {
         return format("%.2f GB", double(bytes) / (1 << 30));
     }
@@ -170,6 +173,15 @@ std::string formatBytes(int64_t bytes) {
         return format("%.1f KB", double(bytes) / (1 << 10));
     }
     return format("%.0f B", double(bytes));
+}
+
+std::string formatCount(int64_t count) {
+    std::string digits = std::to_string(count);
+    size_t first = count < 0 ? 1 : 0;
+    for (size_t at = digits.size(); at > first + 3; at -= 3) {
+        digits.insert(at - 3, ",");
+    }
+    return digits;
 }
 
 std::string formatPercent(double percent) {

@@ -44,8 +44,11 @@ std::string didYouMean(const std::string& word, const std::vector<std::string>& 
 // Nanoseconds as people read them: "12.3 s", "45.6 ms", "7 us".
 std::string formatNs(int64_t ns);
 
-// Bytes as people read them: "12.3 MB".
+// Bytes as people read them: "12.3 MB", "-1.5 KB".
 std::string formatBytes(int64_t bytes);
+
+// A number of things with thousands apart: "12,345,678".
+std::string formatCount(int64_t count);
 
 // "12.3", one digit behind the point.
 std::string formatPercent(double percent);

@@ -182,7 +182,7 @@ int reportHeapArrays(Console& console, const Arguments& arguments) {
                      {"class"},
                      {"held by"}});
     for (const auto& row : rows) {
-        table.add({groupedNumber(row.second.bytes), groupedNumber(row.second.count),
+        table.add({formatBytes(row.second.bytes), formatCount(row.second.count),
                    wasteName(std::get<0>(row.first)), printable(className(row.first)),
                    printable(ownerName(model, session.storage(), row.first, row.second.example))});
     }

@@ -51,20 +51,19 @@ void printSums(Console& console, const std::vector<HeapClassSum>& sums, size_t t
             rest.shallow += sums[i].shallow;
             continue;
         }
-        std::vector<std::string> cells = {groupedNumber(sums[i].count),
-                                          groupedNumber(sums[i].shallow)};
+        std::vector<std::string> cells = {formatCount(sums[i].count), formatBytes(sums[i].shallow)};
         if (retained) {
-            cells.push_back(groupedNumber(sums[i].retained));
+            cells.push_back(formatBytes(sums[i].retained));
         }
         cells.push_back(printable(sums[i].name));
         table.add(std::move(cells));
     }
     if (sums.size() > top) {
-        std::vector<std::string> cells = {groupedNumber(rest.count), groupedNumber(rest.shallow)};
+        std::vector<std::string> cells = {formatCount(rest.count), formatBytes(rest.shallow)};
         if (retained) {
             cells.push_back("");
         }
-        cells.push_back("(" + groupedNumber(int64_t(sums.size() - top)) + " more classes)");
+        cells.push_back("(" + formatCount(int64_t(sums.size() - top)) + " more classes)");
         table.add(std::move(cells));
     }
     table.print(console);
@@ -126,8 +125,8 @@ void addTo(HeapClassSum& sum, const HeapClassSum& other) {
     sum.retained += other.retained;
 }
 
-std::string signedNumber(int64_t value) {
-    return (value > 0 ? "+" : "") + groupedNumber(value);
+std::string withSign(int64_t value, std::string (*format)(int64_t)) {
+    return (value > 0 ? "+" : "") + format(value);
 }
 
 } // namespace
@@ -157,18 +156,17 @@ int reportHeapSummary(Console& console, const Arguments& arguments) {
     }
     console.out << model.file->path() << ": " << model.formatName << ", identifiers of "
                 << model.idSize << " bytes\n"
-                << groupedNumber(totals.count) << " objects of " << groupedNumber(sums.size())
-                << " classes, " << groupedNumber(totals.shallow) << " bytes ("
-                << formatBytes(totals.shallow) << ")\n"
-                << groupedNumber(totals.unreachable) << " of them, "
-                << groupedNumber(totals.unreachableBytes) << " bytes, are not reached by any root\n"
+                << formatCount(totals.count) << " objects of " << formatCount(int64_t(sums.size()))
+                << " classes, " << formatBytes(totals.shallow) << "\n"
+                << formatCount(totals.unreachable) << " of them, "
+                << formatBytes(totals.unreachableBytes) << ", are not reached by any root\n"
                 << "roots:" << (model.roots.empty() ? " none" : "");
     const char* separator = " ";
     for (const auto& kind : rootsByKind(model)) {
-        console.out << separator << groupedNumber(kind.second) << " " << kind.first;
+        console.out << separator << formatCount(kind.second) << " " << kind.first;
         separator = ", ";
     }
-    console.out << "\nsizes: " << model.sizeReport << "\n";
+    console.out << "\nsizes: " << model.sizing.text() << "\n";
     for (const std::string& note : model.notes) {
         console.out << "note: " << note << "\n";
     }
@@ -212,11 +210,11 @@ int reportHeapHistogram(Console& console, const Arguments& arguments) {
         for (const HeapClassSum& sum : sums) {
             addTo(shown, sum);
         }
-        console.out << groupedNumber(shown.count) << " objects, " << groupedNumber(shown.shallow)
-                    << " bytes of ";
+        console.out << formatCount(shown.count) << " objects, " << formatBytes(shown.shallow)
+                    << " of ";
     }
-    console.out << groupedNumber(totals.count) << " objects, " << groupedNumber(totals.shallow)
-                << " bytes in all\n";
+    console.out << formatCount(totals.count) << " objects, " << formatBytes(totals.shallow)
+                << " in all\n";
     return 0;
 }
 
@@ -286,9 +284,10 @@ int reportHeapDiff(Console& console, const Arguments& arguments) {
                      {"class"}});
     for (const auto& row : rows) {
         const Difference& d = row.second;
-        table.add({signedNumber(d.after.count - d.before.count),
-                   signedNumber(d.after.shallow - d.before.shallow),
-                   signedNumber(d.after.retained - d.before.retained), printable(row.first)});
+        table.add({withSign(d.after.count - d.before.count, formatCount),
+                   withSign(d.after.shallow - d.before.shallow, formatBytes),
+                   withSign(d.after.retained - d.before.retained, formatBytes),
+                   printable(row.first)});
     }
     table.print(console);
     return 0;

@@ -47,7 +47,7 @@ std::vector<int> biggestRows(const HeapSession& session, size_t top, Include inc
 void printObjects(Console& console, const HeapSession& session, const std::vector<int>& rows) {
     TextTable table({{"retained", TextTable::Right}, {"shallow", TextTable::Right}, {"object"}});
     for (int row : rows) {
-        table.add({groupedNumber(session.retainedOf(row)), groupedNumber(session.sizeOf(row)),
+        table.add({formatBytes(session.retainedOf(row)), formatBytes(session.sizeOf(row)),
                    heapLabel(session.model(), row)});
     }
     table.print(console);
@@ -91,8 +91,8 @@ int reportChildrenByClass(Console& console, const HeapSession& session, int pare
                      {"shallow", TextTable::Right},
                      {"class"}});
     for (size_t i = 0; i < sums.size() && i < top; i++) {
-        table.add({groupedNumber(sums[i].count), groupedNumber(sums[i].retained),
-                   groupedNumber(sums[i].shallow), printable(sums[i].name)});
+        table.add({formatCount(sums[i].count), formatBytes(sums[i].retained),
+                   formatBytes(sums[i].shallow), printable(sums[i].name)});
     }
     table.print(console);
     return 0;
@@ -129,9 +129,9 @@ int printLinks(Console& console, const HeapSession& session, const char* schema,
     columns.push_back({"object"});
     TextTable table(columns);
     for (const Link& link : links) {
-        std::vector<std::string> cells = {groupedNumber(session.sizeOf(link.row))};
+        std::vector<std::string> cells = {formatBytes(session.sizeOf(link.row))};
         if (analyzed) {
-            cells.push_back(groupedNumber(session.retainedOf(link.row)));
+            cells.push_back(formatBytes(session.retainedOf(link.row)));
         }
         cells.push_back(printable(link.name));
         cells.push_back(heapLabel(session.model(), link.row));
@@ -139,7 +139,7 @@ int printLinks(Console& console, const HeapSession& session, const char* schema,
     }
     table.print(console);
     if (count > int64_t(links.size())) {
-        console.out << "(" << groupedNumber(count - int64_t(links.size())) << " more)\n";
+        console.out << "(" << formatCount(count - int64_t(links.size())) << " more)\n";
     }
     return 0;
 }
@@ -171,7 +171,7 @@ int reportHeapDominators(Console& console, const Arguments& arguments) {
     size_t top = heapTop(arguments, ShownObjects);
     if (!console.json && parent != 0) {
         console.out << heapLabel(session.model(), parent) << " retains "
-                    << groupedNumber(session.retainedOf(parent)) << " bytes";
+                    << formatBytes(session.retainedOf(parent));
         int above = session.storage().getDominator(parent);
         console.out << (above == 0 ? std::string(", dominated by no object")
                                    : ", dominated by " + heapLabel(session.model(), above))
@@ -202,7 +202,7 @@ int reportHeapDominators(Console& console, const Arguments& arguments) {
     }
     printObjects(console, session, rows);
     if (count > int64_t(rows.size())) {
-        console.out << "(" << groupedNumber(count - int64_t(rows.size())) << " more)\n";
+        console.out << "(" << formatCount(count - int64_t(rows.size())) << " more)\n";
     }
     return 0;
 }

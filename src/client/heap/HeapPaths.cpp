@@ -233,13 +233,13 @@ int reportHeapRetained(Console& console, const Arguments& arguments) {
         json.endArray().endObject();
         return 0;
     }
-    console.out << groupedNumber(groupCount)
-                << (groupCount == 1 ? " object retains " : " objects retain ")
-                << groupedNumber(bytes) << " bytes in " << groupedNumber(int64_t(retained.size()))
+    console.out << formatCount(groupCount)
+                << (groupCount == 1 ? " object retains " : " objects retain ") << formatBytes(bytes)
+                << " in " << formatCount(int64_t(retained.size()))
                 << (retained.size() == 1 ? " object\n" : " objects\n");
     TextTable table({{"objects", TextTable::Right}, {"shallow", TextTable::Right}, {"class"}});
     for (const HeapClassSum& sum : sums) {
-        table.add({groupedNumber(sum.count), groupedNumber(sum.shallow), printable(sum.name)});
+        table.add({formatCount(sum.count), formatBytes(sum.shallow), printable(sum.name)});
     }
     table.print(console);
     return 0;

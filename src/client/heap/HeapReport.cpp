@@ -97,12 +97,30 @@ std::string heapRootPlace(const HeapModel& model, const HeapRoot& root) {
     return place;
 }
 
+// How sizes were found: the numbers that the text tells.
+static void writeSizing(JsonWriter& json, const HeapSizing& sizing) {
+    json.key("sizing").beginObject().field("fromJvm", sizing.fromJvm);
+    json.field("assumed", sizing.isAssumed());
+    const std::pair<const char*, uint64_t> numbers[] = {
+        {"referenceBytes", sizing.reference},     {"headerBytes", sizing.header},
+        {"arrayHeaderBytes", sizing.arrayHeader}, {"alignmentBytes", sizing.alignment},
+        {"sampledArrays", sizing.arrays},         {"agreeingArrays", sizing.exactArrays},
+        {"judgedClasses", sizing.classes},        {"agreeingClasses", sizing.agreeingClasses},
+    };
+    for (const auto& [name, number] : numbers) {
+        json.key(name);
+        sizing.fromJvm ? json.nullValue() : json.value(int64_t(number));
+    }
+    json.endObject();
+}
+
 void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& session,
                        const std::vector<std::string>& otherRemarks) {
     const HeapModel& model = session.model();
     beginDocument(json, schema);
     json.field("file", model.file->path()).field("format", model.formatName);
-    json.field("objectCount", int64_t(model.rowCount())).field("sizes", model.sizeReport);
+    json.field("objectCount", int64_t(model.rowCount())).field("sizes", model.sizing.text());
+    writeSizing(json, model.sizing);
     json.key("remarks").beginArray();
     for (const std::string& remark : otherRemarks) {
         json.value(remark);
@@ -113,15 +131,6 @@ void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& 
         }
     }
     json.endArray();
-}
-
-std::string groupedNumber(int64_t value) {
-    std::string digits = std::to_string(value);
-    size_t first = value < 0 ? 1 : 0;
-    for (size_t at = digits.size(); at > first + 3; at -= 3) {
-        digits.insert(at - 3, ",");
-    }
-    return digits;
 }
 
 HeapOptions heapOptions(const Arguments& arguments) {

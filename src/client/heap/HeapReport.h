@@ -39,9 +39,6 @@ std::string heapRootPlace(const HeapModel& model, const HeapRoot& root);
 void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& session,
                        const std::vector<std::string>& otherRemarks = {});
 
-// A count with thousands apart: "12,345,678".
-std::string groupedNumber(int64_t value);
-
 // Reports; `arguments` are those of `vdk heap`. Each returns an exit code and throws ClientError.
 int reportHeapSummary(Console& console, const Arguments& arguments);
 int reportHeapHistogram(Console& console, const Arguments& arguments);

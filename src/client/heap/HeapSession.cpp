@@ -30,6 +30,9 @@ void translated(const std::string& file, Code code) {
     } catch (const HeapTemporaryFileError& e) {
         throw ClientError(ExitCode::CannotWrite, "heap.temporary", e.what(),
                           "--tmp names another folder");
+    } catch (const NoHeapError& e) {
+        throw ClientError(ExitCode::BadInput, "heap.none", file + ": " + e.what(),
+                          "`vdk report " + shellWord(file) + "` tells what is in it");
     } catch (const HeapReadError& e) {
         throw ClientError(ExitCode::BadInput, "heap.read", e.what());
     } catch (const BadInputException& e) {

@@ -191,16 +191,16 @@ int reportHeapStrings(Console& console, const Arguments& arguments) {
         json.endArray().endObject();
         return 0;
     }
-    console.out << groupedNumber(sums.count) << " strings of " << groupedNumber(sums.distinct)
-                << " texts, " << groupedNumber(sums.bytes) << " bytes with their arrays; "
-                << groupedNumber(sums.wasted) << " bytes for texts that are there already\n";
+    console.out << formatCount(sums.count) << " strings of " << formatCount(sums.distinct)
+                << " texts, " << formatBytes(sums.bytes) << " with their arrays; "
+                << formatBytes(sums.wasted) << " for texts that are there already\n";
     TextTable table({{"wasted", TextTable::Right},
                      {"strings", TextTable::Right},
                      {"arrays", TextTable::Right},
                      {"text"}});
     for (size_t i = 0; i < top; i++) {
         const Duplicate& d = sums.duplicates[i];
-        table.add({groupedNumber(d.wasted), groupedNumber(d.count), groupedNumber(d.arrays),
+        table.add({formatBytes(d.wasted), formatCount(d.count), formatCount(d.arrays),
                    "\"" + printable(heapDetail(session.model(), d.row, ShownCharacters)) + "\""});
     }
     table.print(console);

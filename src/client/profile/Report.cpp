@@ -5,7 +5,9 @@
 #include "db/Records.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <map>
+#include <unistd.h>
 
 namespace vdk {
 
@@ -63,7 +65,7 @@ void printMethods(Console& console, const Profile& profile, const CallTree& tree
             measure.format(method.own), formatPercent(percentOf(method.own, tree.total())),
             measure.format(method.total), formatPercent(percentOf(method.total, tree.total()))};
         if (profile.hasCounts) {
-            cells.push_back(std::to_string(method.count));
+            cells.push_back(formatCount(method.count));
         }
         cells.push_back(label(profile, method.method, choices));
         table.add(cells);
@@ -75,24 +77,39 @@ void printMethods(Console& console, const Profile& profile, const CallTree& tree
     }
 }
 
+// The indentation of a level. Where it would leave a method's name no room it stops growing, and a
+// number tells the level instead.
+std::string indentation(int depth, size_t columns) {
+    size_t wanted = size_t(depth) * 2, most = columns / 3;
+    if (wanted <= most) {
+        return std::string(wanted, ' ');
+    }
+    std::string level = "[" + std::to_string(depth) + "] ";
+    return std::string(most - std::min(most, level.size()), ' ') + level;
+}
+
 void printTree(Console& console, const Profile& profile, const CallTree& tree,
                const ReportChoices& choices) {
     const Measure& measure = *profile.measure;
+    const size_t columns =
+        console.outIsTerminal ? size_t(screenSize(STDOUT_FILENO).columns) : SIZE_MAX;
     walkTree(
         tree, limitsOf(tree, choices),
         [&](const CallTree::Node& node, int depth) {
             std::string percent = formatPercent(percentOf(node.total, tree.total()));
-            console.out << std::string(6 - std::min<size_t>(6, percent.size()), ' ') << percent
-                        << "%  " << std::string(size_t(depth) * 2, ' ')
-                        << label(profile, node.method, choices) << "  "
-                        << measure.format(node.total);
+            std::string head = std::string(6 - std::min<size_t>(6, percent.size()), ' ') + percent +
+                               "%  " + indentation(depth, columns);
+            std::string times = "  " + measure.format(node.total);
             if (node.own > 0) {
-                console.out << ", own " << measure.format(node.own);
+                times += ", own " + measure.format(node.own);
             }
             if (node.count > 0) {
-                console.out << ", " << measure.countWord << " " << node.count;
+                times += std::string(", ") + measure.countWord + " " + formatCount(node.count);
             }
-            console.out << "\n";
+            // The end of a line may wrap on a narrow terminal, a name always tells something.
+            size_t room = columns - std::min(columns, head.size() + times.size());
+            std::string name = label(profile, node.method, choices);
+            console.out << head << fitted(name, std::max<size_t>(room, 12)) << times << "\n";
         },
         [](const CallTree::Node&, int) {});
 }

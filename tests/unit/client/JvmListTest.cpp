@@ -132,7 +132,8 @@ TEST(JvmList, targetIsAPidOrPartOfANameAndAmbiguityIsRefused) {
     EXPECT_NE(message.find("102"), std::string::npos);
     EXPECT_EQ(message.find("103"), std::string::npos);
     EXPECT_EQ(wordOf([&] { machine.finder.find("nothing"); }), "target.none");
-    EXPECT_EQ(wordOf([&] { machine.finder.find("104"); }), "target.none");
+    EXPECT_EQ(wordOf([&] { machine.finder.find("104"); }, &message), "target.none");
+    EXPECT_NE(message.find("104 (/bin/sh, "), std::string::npos) << message;
     EXPECT_EQ(wordOf([&] { machine.finder.find(""); }), "target.none");
     machine.add(105, "java com.foo.Main", "/opt/j9/lib/default/libj9vm29.so");
     EXPECT_EQ(machine.finder.find("105").kind, JvmKind::OpenJ9);
@@ -193,6 +194,40 @@ TEST(JvmList, equalIdsOfContainersAreToldApartByWhoListens) {
     EXPECT_EQ(machine.finder.find("101").port, 10003);
     EXPECT_FALSE(machine.finder.find("101").ownNetwork);
     EXPECT_EQ(machine.finder.find("102").session, "");
+    // Those that say which namespace their ids are of have a record each.
+    auto namespaceOf = [&](int pid) {
+        machine.dir.write(std::to_string(pid) + "/ns/pid", "");
+        return machine.processes.namespaceId(pid, "pid");
+    };
+    machine.markers.markers = {{1, 10003, "one", namespaceOf(101)},
+                               {1, 10003, "two", namespaceOf(102)}};
+    EXPECT_EQ(machine.finder.find("101").session, "one");
+    EXPECT_EQ(machine.finder.find("102").session, "two");
+}
+
+TEST(JvmList, agentWithoutAMarkerIsAskedForAtAgentsPorts) {
+    FakeMachine machine;
+    machine.add(101, "java -agentpath:/opt/libvdkagent.so=quiet,port=9999 com.foo.Main", Jvm17);
+    machine.dir.append("101/maps", "7f02-7f03 r-xp 0 08:01 2 /opt/libvdkagent-77.so (deleted)\n");
+    machine.add(102, "java com.foo.Other", Jvm17);
+    std::vector<int> asked;
+    JvmFinder finder(machine.processes, machine.markers, [&](const Jvm& jvm) {
+        asked.push_back(jvm.port);
+        return jvm.port == 10004 ? std::optional<std::string>("shop") : std::nullopt;
+    });
+    int inode = 4711;
+    for (int pid : {101, 102}) {
+        for (int port : {8080, 9999, 10004}) {
+            machine.listens(pid, "0100007F", port, inode++, true);
+        }
+    }
+    for (int round = 0; round < 2; round++) {
+        Jvm jvm = finder.find("101");
+        EXPECT_EQ(jvm.port, 10004);
+        EXPECT_EQ(jvm.session, "shop");
+    }
+    EXPECT_FALSE(finder.find("102").isProfiled());
+    EXPECT_EQ(asked, std::vector<int>({9999, 10004})) << "each once, and no other";
 }
 
 TEST(JvmList, performanceDataIsBelievedFromTheProcessesUserOnly) {

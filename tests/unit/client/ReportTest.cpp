@@ -1,6 +1,7 @@
 #include "client/profile/Report.h"
 
 #include "DbBuilder.h"
+#include "client/console/Text.h"
 #include "client/profile/CallTree.h"
 #include "client/profile/GeneratedNames.h"
 #include "client/profile/Profile.h"
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <sstream>
+#include <unistd.h>
 
 using namespace vdk;
 
@@ -187,4 +189,27 @@ TEST(Report, threadsOfAPoolAreShownTogether) {
     EXPECT_NE(report.find("Threads exec-* (2, "), std::string::npos) << report;
     EXPECT_EQ(report.find("batch"), std::string::npos);
     EXPECT_NE(told.find("2 more; --threads"), std::string::npos) << told;
+}
+
+TEST(Report, treeFitsTheTerminalAtEachDepth) {
+    DbBuilder b;
+    int t = b.thread("main"), frame = 0;
+    for (int depth = 0; depth < 50; depth++) {
+        std::string name = "methodOfAVeryLongNameThatTakesMostOfALine" + std::to_string(depth);
+        frame = b.frame(frame, b.method("com.example.some.package.Class", name.c_str()));
+        b.time(t, frame, 5000000000);
+    }
+    std::ostringstream out;
+    Console console(out, out, true, true);
+    ReportChoices choices;
+    choices.methods = false;
+    choices.depth = 60;
+    printReport(console, makeProfile(b.db), choices);
+    size_t lines = 0;
+    for (const std::string& line : split(out.str(), '\n')) {
+        EXPECT_LE(displayWidth(line), size_t(screenSize(STDOUT_FILENO).columns)) << line;
+        lines += line.find("com.example") != std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(lines, 50u) << "each has the beginning of its name";
+    EXPECT_NE(out.str().find("[49] com.example"), std::string::npos);
 }

@@ -21,14 +21,18 @@ protected:
     void SetUp() override {
         areaKey = ownSharedMemoryKey(0);
         mutexKey = ownSharedMemoryKey(1);
-        markers = std::make_unique<MarkersOnSharedMemory>(areaKey, mutexKey);
+        notesKey = ownSharedMemoryKey(3);
+        markers = std::make_unique<MarkersOnSharedMemory>(areaKey, mutexKey, notesKey);
         ASSERT_TRUE(markers->isAttached());
     }
     void TearDown() override {
         shmctl(shmget(areaKey, 1, 0), IPC_RMID, nullptr);
         shmctl(shmget(mutexKey, 1, 0), IPC_RMID, nullptr);
+        shmctl(shmget(notesKey, 1, 0), IPC_RMID, nullptr);
     }
-    MarkerRecord& slot(int index) { return markers->getArea()->records[index]; }
+    MarkerRecord& slot(int index) { return markers->getView().area->records[index]; }
+    // The record in the slot is of a process in another pid namespace.
+    void noteForeign(int index) { markers->getView().notes->notes[index] = {slot(index).pid, 77}; }
     void fill(int index, int pid, int port, int state) {
         slot(index).pid = pid;
         slot(index).port = port;
@@ -47,6 +51,7 @@ protected:
     }
     int areaKey = 0;
     int mutexKey = 0;
+    int notesKey = 0;
     std::unique_ptr<MarkersOnSharedMemory> markers;
 };
 
@@ -85,7 +90,7 @@ TEST_F(MarkersOnSharedMemoryTest, namesAreDecodedAndCutAtTheirField) {
 }
 
 TEST_F(MarkersOnSharedMemoryTest, equalRemaindersTakeAdjacentSlotsAndWrapAround) {
-    MarkerArea* area = markers->getArea();
+    const MarkerView area = {markers->getView().area};
     EXPECT_EQ(&slot(5), findMarkerByPID(area, 5, true));
     EXPECT_EQ(&slot(6), findMarkerByPID(area, 5 + SLOTS, true));
     EXPECT_EQ(&slot(SLOTS - 1), findMarkerByPID(area, SLOTS - 1, true));
@@ -95,7 +100,7 @@ TEST_F(MarkersOnSharedMemoryTest, equalRemaindersTakeAdjacentSlotsAndWrapAround)
     for (int i = 0; i < SLOTS; i++) {
         slot(i).pid = 1;
     }
-    EXPECT_THROW(findMarkerByPID(area, 77, true), VDKRuntimeException);
+    EXPECT_THROW(findMarkerByPID(markers->getView(), 77, true), VDKRuntimeException);
     EXPECT_THROW(markers->createMarker(1, 1, "x"), VDKRuntimeException);
 }
 
@@ -112,6 +117,39 @@ TEST_F(MarkersOnSharedMemoryTest, deadProcessesAreClearedAndTheirNamesStay) {
     EXPECT_EQ(0, slot(4).pid);
     EXPECT_EQ(getppid(), slot(5).pid);
     EXPECT_EQ(10003, slot(5).port);
+}
+
+// Containers may share the area: their ids say nothing here.
+TEST_F(MarkersOnSharedMemoryTest, recordsOfOtherPidNamespacesAreNeitherClearedNorShared) {
+    const int dead = deadPid(), own = getpid() % SLOTS;
+    fill(3, dead, 10001, 1);
+    noteForeign(3);
+    fill(own, getpid(), 10002, 1);
+    noteForeign(own);
+    markers->createMarker(10003, 1, "mine");
+    EXPECT_EQ(dead, slot(3).pid);
+    EXPECT_EQ(10002, slot(own).port);
+    EXPECT_EQ(10003, slot((own + 1) % SLOTS).port);
+    EXPECT_STREQ("mine", markers->getSessionName(getpid()).c_str());
+    ZVector<Marker> found;
+    ASSERT_TRUE(markers->fillMarked(1, &found));
+    ASSERT_EQ(1, found.getSize());
+    EXPECT_EQ(10003, found[0].port);
+
+    // A note of a process that has gone says nothing of the next one in its slot.
+    fill(3, deadPid(), 10001, 1);
+    markers->clearDeadRecords();
+    EXPECT_EQ(0, slot(3).pid);
+}
+
+TEST_F(MarkersOnSharedMemoryTest, fullAreaGivesUpARecordOfAnotherPidNamespaceFirst) {
+    for (int i = 0; i < SLOTS; i++) {
+        fill(i, 1, 10001, 1);
+    }
+    noteForeign(500);
+    markers->createMarker(10002, 1, "mine");
+    EXPECT_EQ(getpid(), slot(500).pid);
+    EXPECT_EQ(10002, slot(500).port);
 }
 
 TEST_F(MarkersOnSharedMemoryTest, eachProcessIsShownOnceAndOnlyInWantedStates) {
@@ -131,7 +169,7 @@ TEST_F(MarkersOnSharedMemoryTest, eachProcessIsShownOnceAndOnlyInWantedStates) {
 TEST_F(MarkersOnSharedMemoryTest, areaThatCannotBeHadLeavesTheProcessUnmarked) {
     const int key = ownSharedMemoryKey(2);
     const int tooSmall = shmget(key, 16, IPC_CREAT | 0666);
-    MarkersOnSharedMemory none(key, mutexKey);
+    MarkersOnSharedMemory none(key, mutexKey, notesKey);
     EXPECT_FALSE(none.isAttached());
     none.createMarker(1, 1, "x");
     none.clearDeadRecords();
@@ -152,12 +190,18 @@ TEST_F(MarkersOnSharedMemoryTest, clientReadsWithoutLockAndLeavesAllAsItIs) {
     int* word = static_cast<int*>(Platform::attachExistingSharedMemory(mutexKey, sizeof(int)));
     ASSERT_NE(nullptr, word);
     *word = getppid(); // kept by a living process
-    ZVector<MarkerRecord> found;
-    ASSERT_TRUE(readMarkers(1, &found, areaKey));
-    ASSERT_EQ(2, found.getSize());
-    EXPECT_EQ(dead, found[0].pid);
-    EXPECT_EQ(10003, found[1].port);
+    fill(8, getpid(), 10005, 1);
+    noteForeign(8);
+    ZVector<NamedMarker> found;
+    ASSERT_TRUE(readMarkers(1, &found, areaKey, notesKey));
+    ASSERT_EQ(3, found.getSize());
+    EXPECT_EQ(dead, found[0].marker.pid);
+    EXPECT_EQ(std::string(MarkerRecord::NAME_BYTES, 'x'), found[0].sessionName);
+    EXPECT_EQ(10003, found[1].marker.port);
+    EXPECT_EQ(0u, found[1].marker.pidNamespace);
+    EXPECT_EQ(10005, found[2].marker.port);
+    EXPECT_EQ(77u, found[2].marker.pidNamespace);
     EXPECT_EQ(dead, slot(3).pid);
     EXPECT_EQ(getppid(), *word);
-    EXPECT_FALSE(readMarkers(1, &found, ownSharedMemoryKey(2)));
+    EXPECT_FALSE(readMarkers(1, &found, ownSharedMemoryKey(2), notesKey));
 }
