@@ -248,6 +248,21 @@ std::string AttachFiles::provideLibrary(const std::string& path) {
     return create(place, AgentLibraryName + ("-" + std::to_string(getpid())) + ".so", *bytes);
 }
 
+std::string AttachFiles::reserve(const std::string& name) {
+    TargetCredentials credentials(target.euid, target.egid);
+    const Place& place = places.front();
+    unlinkat(place.folder.get(), name.c_str(), 0);
+    created.push_back({&place, name});
+    return place.path + "/" + name;
+}
+
+Descriptor AttachFiles::openReserved(const std::string& path) const {
+    TargetCredentials credentials(target.euid, target.egid);
+    std::string name = path.substr(path.rfind('/') + 1);
+    return Descriptor(openat(places.front().folder.get(), name.c_str(),
+                             O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+}
+
 std::string AttachFiles::provideText(const std::string& name, const std::string& text) {
     return create(places.front(), name + "-" + std::to_string(getpid()), text);
 }

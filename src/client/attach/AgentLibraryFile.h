@@ -50,6 +50,12 @@ public:
     // "agent.noexec" if the target has no folder that is writable and allows programs.
     std::string provideLibrary(const std::string& path);
 
+    // A name in the private folder for a file that the target makes itself.
+    std::string reserve(const std::string& name);
+
+    // What the target has made there, for reading; invalid if that is nothing.
+    Descriptor openReserved(const std::string& path) const;
+
     // A file of mode 0600 with this text.
     std::string provideText(const std::string& name, const std::string& text);
 

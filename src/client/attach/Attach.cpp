@@ -278,9 +278,9 @@ Descriptor Attacher::connectToSocket() const {
     return connected;
 }
 
-std::string Attacher::exchange(const std::string& request) {
+std::string Attacher::exchange(const std::string& request, int limitMs) {
     TargetCredentials credentials(status.euid, status.egid);
-    int limitMs = std::max(timeoutMs, 30000);
+    limitMs = limitMs > 0 ? limitMs : std::max(timeoutMs, 30000);
     Connection connection(connectToSocket().release(), limitMs);
     std::string answer;
     try {
@@ -308,13 +308,14 @@ std::string Attacher::exchange(const std::string& request) {
 
 int Attacher::version() {
     if (knownVersion == 0) {
-        knownVersion = attachVersion(parseAttachReply(exchange(attachRequestV1("getversion", {}))));
+        knownVersion =
+            attachVersion(parseAttachReply(exchange(attachRequestV1("getversion", {}), 0)));
     }
     return knownVersion;
 }
 
-AttachReply Attacher::execute(const std::string& command,
-                              const std::vector<std::string>& arguments) {
+AttachReply Attacher::execute(const std::string& command, const std::vector<std::string>& arguments,
+                              int limitMs) {
     bool tooLong = arguments.size() > 3;
     for (const std::string& argument : arguments) {
         tooLong = tooLong || argument.size() > AttachV1MaxArgument;
@@ -324,7 +325,8 @@ AttachReply Attacher::execute(const std::string& command,
                                   std::to_string(AttachV1MaxArgument) + " bytes)");
     }
     return parseAttachReply(exchange(tooLong ? attachRequestV2(command, arguments)
-                                             : attachRequestV1(command, arguments)));
+                                             : attachRequestV1(command, arguments),
+                                     limitMs));
 }
 
 } // namespace vdk

@@ -30,8 +30,9 @@ public:
     void open();
 
     // One request; the answer up to its end. Uses version 2 where the JVM speaks it and an argument
-    // is too long for version 1.
-    AttachReply execute(const std::string& command, const std::vector<std::string>& arguments);
+    // is too long for version 1. `limitMs` is for the JVM's work; 0 is for what takes a moment.
+    AttachReply execute(const std::string& command, const std::vector<std::string>& arguments,
+                        int limitMs = 0);
 
     // 1 or 2; asks the JVM at the first call.
     int version();
@@ -49,7 +50,7 @@ private:
     void waitForSocket();
     void waitUntilQuitIsCaught();
     Descriptor connectToSocket() const;
-    std::string exchange(const std::string& request);
+    std::string exchange(const std::string& request, int limitMs);
 
     const ProcFs& processes;
     Jvm jvm;

@@ -30,7 +30,7 @@ struct OptionSpec {
     ValueKind kind = ValueKind::None;
     std::string help;
     std::vector<std::string> choices = {};
-    bool required = false;      // positionals only
+    bool required = false;
     bool repeated = false;      // takes all that follow; positionals only
     std::string shortName = {}; // "-o"
 
@@ -64,9 +64,13 @@ struct Command {
     int (*run)(Console& console, const Arguments& arguments);
 };
 
-// The table of all commands, in the order of the help.
+// The table of all commands, in the order of the help. A name may have two words, "heap live", the
+// first of which is a command as well.
 const std::vector<Command>& commands();
 const Command* findCommand(const std::string& name);
+
+// Second words of such names.
+std::vector<std::string> wordsBehind(const Command& command);
 
 // Options that every command has.
 const std::vector<OptionSpec>& commonOptions();

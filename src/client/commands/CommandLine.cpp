@@ -227,8 +227,14 @@ void checkSeparator(const Command& command, const std::vector<std::string>& word
                           " sampling -- java -jar app.jar`");
 }
 
-const Command& namedCommand(const std::string& name) {
-    const Command* command = findCommand(name);
+// The command that the words begin with, and as many of them as name it.
+const Command& namedCommand(const std::vector<std::string>& words, size_t* count = nullptr) {
+    const std::string& name = words[0];
+    const Command* command = words.size() > 1 ? findCommand(name + " " + words[1]) : nullptr;
+    if (count) {
+        *count = command ? 2 : 1;
+    }
+    command = command ? command : findCommand(name);
     if (!command) {
         std::vector<std::string> names;
         for (const Command& known : commands()) {
@@ -257,7 +263,9 @@ int dispatch(const std::vector<std::string>& words, Console& console) {
         } else if (named && words[1] == "options") {
             Options::printUsage();
         } else {
-            console.out << (named ? commandHelp(namedCommand(words[1]), true) : programHelp());
+            console.out << (named
+                                ? commandHelp(namedCommand({words.begin() + 1, words.end()}), true)
+                                : programHelp());
         }
         return 0;
     }
@@ -273,8 +281,9 @@ int dispatch(const std::vector<std::string>& words, Console& console) {
         failUsage("'" + printable(words[0]) + "' comes before the command: options stand behind it",
                   "");
     }
-    const Command* command = &namedCommand(words[0]);
-    std::vector<std::string> rest(words.begin() + 1, words.end());
+    size_t named = 0;
+    const Command* command = &namedCommand(words, &named);
+    std::vector<std::string> rest(words.begin() + long(named), words.end());
     if (wantsHelp(*command, rest, console)) {
         return 0;
     }
@@ -297,6 +306,7 @@ std::string usageLine(const Command& command) {
     std::string line = "vdk " + command.name;
     for (const OptionSpec& option : command.options) {
         if (!option.isPositional()) {
+            line += option.required ? " " + option.name + " " + valueName(option) : "";
             continue;
         }
         std::string name =

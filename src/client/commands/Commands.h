@@ -27,6 +27,8 @@ int runSnapshot(Console& console, const Arguments& arguments);
 int runReport(Console& console, const Arguments& arguments);
 int runExport(Console& console, const Arguments& arguments);
 int runHeap(Console& console, const Arguments& arguments);
+int runHeapLive(Console& console, const Arguments& arguments);
+int runHeapCapture(Console& console, const Arguments& arguments);
 int runCompletions(Console& console, const Arguments& arguments);
 
 } // namespace vdk

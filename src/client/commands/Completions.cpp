@@ -34,12 +34,29 @@ std::vector<std::string> namesOf(const OptionSpec& option) {
     return names;
 }
 
+bool hasTwoWords(const Command& command) {
+    return command.name.find(' ') != std::string::npos;
+}
+
 std::vector<std::string> commandNames() {
     std::vector<std::string> names;
     for (const Command& command : commands()) {
-        names.push_back(command.name);
+        if (!hasTwoWords(command)) {
+            names.push_back(command.name);
+        }
     }
     return names;
+}
+
+// The names of two words in single quotes.
+std::string pairedNames(const char* separator) {
+    std::vector<std::string> names;
+    for (const Command& command : commands()) {
+        if (hasTwoWords(command)) {
+            names.push_back(shellQuoted(command.name));
+        }
+    }
+    return join(names, separator);
 }
 
 // Names of all options that take a value, whatever the command.
@@ -61,6 +78,7 @@ const char BashHead[] = R"sh(# bash completion for vdk
 _vdk_offer() { # kind of word, what is there of it
     local IFS=$'\n'
     case $1 in
+    file+*) mapfile -t COMPREPLY < <(W=${1#file+}; compgen -f -W "${W//|/$'\n'}" -- "$2") ;;
     file) mapfile -t COMPREPLY < <(compgen -f -- "$2") ;;
     folder) mapfile -t COMPREPLY < <(compgen -d -- "$2") ;;
     target) mapfile -t COMPREPLY < <(compgen -W "$(_vdk_jvms)" -- "$2") ;;
@@ -77,7 +95,7 @@ _vdk_jvms() {
 }
 _vdk() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
-    local command=${COMP_WORDS[1]} options= word i index=0
+    local command=${COMP_WORDS[1]} options= word i index=0 start=2
     local -a places=()
     COMPREPLY=()
     # The shell cuts "--option=value" into three words.
@@ -88,7 +106,7 @@ _vdk() {
     fi
 )sh";
 
-const char BashTail[] = R"sh(    for ((i = 2; i < COMP_CWORD; i++)); do
+const char BashTail[] = R"sh(    for ((i = start; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         if [[ $word == -- ]]; then
             [[ $i == $((COMP_CWORD - 1)) ]] && _vdk_offer program "$current" || _vdk_offer file "$current"
@@ -116,7 +134,10 @@ void writeBash(std::ostream& out) {
     out << BashHead << "    local rest= valued=" << shellQuoted(valuedNames(" "))
         << "\n    if ((COMP_CWORD == 1)); then\n        _vdk_offer "
         << shellQuoted(join(commandNames(), "|") + "|help|--help|--version")
-        << " \"$current\"\n        return\n    fi\n    case \"$command $previous\" in\n";
+        << " \"$current\"\n        return\n    fi\n    case \"$command ${COMP_WORDS[2]}\" in\n    "
+        << pairedNames("|")
+        << ") ((COMP_CWORD > 2)) && command=\"$command ${COMP_WORDS[2]}\" start=3 ;;\n    esac\n"
+        << "    case \"$command $previous\" in\n";
     for (const Command& command : commands()) {
         for (const OptionSpec& option : allOptions(command)) {
             if (option.isPositional() || option.kind == ValueKind::None) {
@@ -143,11 +164,17 @@ void writeBash(std::ostream& out) {
             } else if (option.repeated) {
                 rest = kindWord(option);
             } else {
-                places += (places.empty() ? "" : " ") + shellQuoted(kindWord(option));
+                std::string kind = kindWord(option);
+                std::vector<std::string> words = wordsBehind(command);
+                if (places.empty() && kind == "file" && !words.empty()) {
+                    kind += "+" + join(words, "|");
+                }
+                places += (places.empty() ? "" : " ") + shellQuoted(kind);
             }
         }
-        out << "    " << command.name << ") options=" << shellQuoted(join(options, "|"))
-            << " places=(" << places << ") rest=" << shellQuoted(rest) << " ;;\n";
+        out << "    " << shellQuoted(command.name)
+            << ") options=" << shellQuoted(join(options, "|")) << " places=(" << places
+            << ") rest=" << shellQuoted(rest) << " ;;\n";
     }
     out << "    esac\n" << BashTail;
 }
@@ -207,6 +234,14 @@ const char ZshMiddle[] = R"sh(    if (( CURRENT == 2 )); then
         _normal
         return
     fi
+    if (( CURRENT > 3 )) && (( ${pairs[(Ie)$words[2] $words[3]]} )); then
+        command="$words[2] $words[3]"
+        shift words
+        (( CURRENT-- ))
+    elif (( CURRENT == 3 )); then
+        local -a seconds=(${${(M)pairs:#$command *}#* })
+        (( $#seconds )) && compadd -a seconds
+    fi
     shift words
     (( CURRENT-- ))
     case $command in
@@ -216,11 +251,15 @@ const char ZshMiddle[] = R"sh(    if (( CURRENT == 2 )); then
 void writeZsh(std::ostream& out) {
     out << ZshHead << "    commands=(\n";
     for (const Command& command : commands()) {
-        out << "        " << shellQuoted(zshText(command.name) + ":" + command.summary) << "\n";
+        if (!hasTwoWords(command)) {
+            out << "        " << shellQuoted(zshText(command.name) + ":" + command.summary) << "\n";
+        }
     }
-    out << "        'help:tell more about a command'\n    )\n" << ZshMiddle;
+    out << "        'help:tell more about a command'\n    )\n    local -a pairs=("
+        << pairedNames(" ") << ")\n"
+        << ZshMiddle;
     for (const Command& command : commands()) {
-        out << "    " << command.name << ") _arguments";
+        out << "    " << shellQuoted(command.name) << ") _arguments";
         int place = 1;
         for (const OptionSpec& option : allOptions(command)) {
             std::string spec;
@@ -244,10 +283,20 @@ void writeZsh(std::ostream& out) {
 }
 
 const char FishHead[] = R"sh(# fish completion for vdk
-function __vdk_at --argument-names command place # true where that place of the command is typed
+function __vdk_in --argument-names command # true behind that command
     set -l words (commandline -opc)
-    test (count $words) -ge 2; and test "$words[2]" = $command; or return 1
-    set -e words[1 2]
+    set -l count (count (string split ' ' $command))
+    test (count $words) -gt $count; or return 1
+    set -l last (math $count + 1)
+    test "$words[2..$last]" = "$command"; or return 1
+    # "heap" is no longer meant behind "heap live".
+    test $count -gt 1; or test (count $words) -lt 3; or not contains -- "$words[2..3]" $__vdk_pairs
+end
+function __vdk_at --argument-names command place # true where that place of the command is typed
+    __vdk_in $command; or return 1
+    set -l words (commandline -opc)
+    set -l last (math 1 + (count (string split ' ' $command)))
+    set -e words[1..$last]
     set -l count 0
     set -l skip no
     for word in $words
@@ -277,8 +326,8 @@ complete -c vdk -n 'contains -- -- (commandline -opc)' -a '(__fish_complete_subc
 )sh";
 
 void writeFishOption(std::ostream& out, const Command& command, const OptionSpec& option) {
-    out << "complete -c vdk -n " << shellQuoted("__fish_seen_subcommand_from " + command.name)
-        << " -l " << option.name.substr(2)
+    out << "complete -c vdk -n " << shellQuoted("__vdk_in " + shellWord(command.name)) << " -l "
+        << option.name.substr(2)
         << (option.shortName.empty() ? "" : " -s " + option.shortName.substr(1)) << " -d "
         << shellQuoted(option.help);
     if (!option.choices.empty()) {
@@ -294,11 +343,18 @@ void writeFishOption(std::ostream& out, const Command& command, const OptionSpec
 }
 
 void writeFish(std::ostream& out) {
-    out << "set -g __vdk_valued " << valuedNames(" ") << "\n" << FishHead;
+    out << "set -g __vdk_valued " << valuedNames(" ") << "\nset -g __vdk_pairs " << pairedNames(" ")
+        << "\n"
+        << FishHead;
     out << "complete -c vdk -n '__vdk_at help 0' -a "
         << shellQuoted(join(commandNames(), " ") + " options --man") << "\n";
     for (const Command& command : commands()) {
-        out << "complete -c vdk -n __fish_use_subcommand -a " << command.name << " -d "
+        size_t blank = command.name.find(' ');
+        out << "complete -c vdk -n "
+            << (blank == std::string::npos
+                    ? "__fish_use_subcommand"
+                    : shellQuoted("__vdk_at " + command.name.substr(0, blank) + " 0"))
+            << " -a " << command.name.substr(blank == std::string::npos ? 0 : blank + 1) << " -d "
             << shellQuoted(command.summary) << "\n";
         int place = 0;
         for (const OptionSpec& option : allOptions(command)) {
@@ -307,7 +363,7 @@ void writeFish(std::ostream& out) {
                 continue;
             }
             std::string at =
-                "__vdk_at " + command.name + " " +
+                "__vdk_at " + shellWord(command.name) + " " +
                 (option.repeated ? "rest " + std::to_string(place) : std::to_string(place));
             place++;
             out << "complete -c vdk -n " << shellQuoted(at);

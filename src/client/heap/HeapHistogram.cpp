@@ -1,5 +1,5 @@
 #include "client/console/Text.h"
-#include "client/heap/HeapClasses.h"
+#include "client/heap/HeapClassTable.h"
 #include "client/heap/HeapReport.h"
 
 #include <algorithm>
@@ -12,75 +12,6 @@ namespace {
 
 const size_t SummaryClasses = 10;
 const size_t HistogramClasses = 50;
-
-enum class SortKey { Retained, Shallow, Count, Name };
-
-SortKey sortKey(const Arguments& arguments, bool analyzed) {
-    std::string name = arguments.text("--sort", analyzed ? "retained" : "shallow");
-    return name == "count"     ? SortKey::Count
-           : name == "shallow" ? SortKey::Shallow
-           : name == "name"    ? SortKey::Name
-                               : SortKey::Retained;
-}
-
-int64_t sortValue(const HeapClassSum& sum, SortKey key) {
-    return key == SortKey::Count ? sum.count : key == SortKey::Shallow ? sum.shallow : sum.retained;
-}
-
-void sortSums(std::vector<HeapClassSum>& sums, SortKey key) {
-    std::sort(sums.begin(), sums.end(), [key](const HeapClassSum& a, const HeapClassSum& b) {
-        if (key != SortKey::Name && sortValue(a, key) != sortValue(b, key)) {
-            return sortValue(a, key) > sortValue(b, key);
-        }
-        return a.name != b.name ? a.name < b.name : a.classIndex < b.classIndex;
-    });
-}
-
-void printSums(Console& console, const std::vector<HeapClassSum>& sums, size_t top, bool retained) {
-    std::vector<TextTable::Column> columns = {{"objects", TextTable::Right},
-                                              {"shallow", TextTable::Right}};
-    if (retained) {
-        columns.push_back({"retained", TextTable::Right});
-    }
-    columns.push_back({"class"});
-    TextTable table(columns);
-    HeapClassSum rest;
-    for (size_t i = 0; i < sums.size(); i++) {
-        if (i >= top) {
-            rest.count += sums[i].count;
-            rest.shallow += sums[i].shallow;
-            continue;
-        }
-        std::vector<std::string> cells = {formatCount(sums[i].count), formatBytes(sums[i].shallow)};
-        if (retained) {
-            cells.push_back(formatBytes(sums[i].retained));
-        }
-        cells.push_back(printable(sums[i].name));
-        table.add(std::move(cells));
-    }
-    if (sums.size() > top) {
-        std::vector<std::string> cells = {formatCount(rest.count), formatBytes(rest.shallow)};
-        if (retained) {
-            cells.push_back("");
-        }
-        cells.push_back("(" + formatCount(int64_t(sums.size() - top)) + " more classes)");
-        table.add(std::move(cells));
-    }
-    table.print(console);
-}
-
-void writeSums(JsonWriter& json, const std::vector<HeapClassSum>& sums, size_t top, bool retained) {
-    json.key("classes").beginArray();
-    for (size_t i = 0; i < sums.size() && i < top; i++) {
-        json.beginObject().field("class", sums[i].name).field("count", sums[i].count);
-        json.field("shallow", sums[i].shallow);
-        if (retained) {
-            json.field("retained", sums[i].retained);
-        }
-        json.endObject();
-    }
-    json.endArray();
-}
 
 struct Totals {
     int64_t count = 0;
@@ -118,12 +49,6 @@ struct Difference {
     HeapClassSum before;
     HeapClassSum after;
 };
-
-void addTo(HeapClassSum& sum, const HeapClassSum& other) {
-    sum.count += other.count;
-    sum.shallow += other.shallow;
-    sum.retained += other.retained;
-}
 
 std::string withSign(int64_t value, std::string (*format)(int64_t)) {
     return (value > 0 ? "+" : "") + format(value);
@@ -205,16 +130,10 @@ int reportHeapHistogram(Console& console, const Arguments& arguments) {
         return 0;
     }
     printSums(console, sums, top, analyze);
-    if (!patterns.empty()) {
-        HeapClassSum shown;
-        for (const HeapClassSum& sum : sums) {
-            addTo(shown, sum);
-        }
-        console.out << formatCount(shown.count) << " objects, " << formatBytes(shown.shallow)
-                    << " of ";
-    }
-    console.out << formatCount(totals.count) << " objects, " << formatBytes(totals.shallow)
-                << " in all\n";
+    HeapClassSum all;
+    all.count = totals.count;
+    all.shallow = totals.shallow;
+    printTotals(console, sums, all, !patterns.empty());
     return 0;
 }
 

@@ -1,6 +1,7 @@
 #include "client/heap/HeapSession.h"
 
 #include "client/console/Text.h"
+#include "client/heap/HeapClassTable.h"
 #include "client/heap/HeapProgress.h"
 #include "core/ground/Exceptions.h"
 #include "db/ByteReader.h"
@@ -31,8 +32,10 @@ void translated(const std::string& file, Code code) {
         throw ClientError(ExitCode::CannotWrite, "heap.temporary", e.what(),
                           "--tmp names another folder");
     } catch (const NoHeapError& e) {
-        throw ClientError(ExitCode::BadInput, "heap.none", file + ": " + e.what(),
-                          "`vdk report " + shellWord(file) + "` tells what is in it");
+        throw ClientError(
+            ExitCode::BadInput, "heap.none", file + ": " + e.what(),
+            "`vdk report " + shellWord(file) +
+                "` tells what is in it; `vdk heap capture` writes a running JVM's heap");
     } catch (const HeapReadError& e) {
         throw ClientError(ExitCode::BadInput, "heap.read", e.what());
     } catch (const BadInputException& e) {
@@ -48,26 +51,6 @@ void translated(const std::string& file, Code code) {
         throw ClientError(ExitCode::BadInput, "heap.inconsistent",
                           file + ": the heap contradicts itself");
     }
-}
-
-// "*" is any run of characters. Goes back to the last star only, which is enough.
-bool matches(const std::string& pattern, const std::string& text) {
-    size_t p = 0, t = 0, star = std::string::npos, starText = 0;
-    while (t < text.size()) {
-        if (p < pattern.size() && pattern[p] == '*') {
-            star = p++;
-            starText = t;
-        } else if (p < pattern.size() && pattern[p] == text[t]) {
-            p++;
-            t++;
-        } else if (star != std::string::npos) {
-            p = star + 1;
-            t = ++starText;
-        } else {
-            return false;
-        }
-    }
-    return pattern.find_first_not_of('*', p) == std::string::npos;
 }
 
 } // namespace
@@ -232,7 +215,7 @@ int HeapSession::rowOf(const std::string& text) const {
 std::vector<int> HeapSession::classesByPattern(const std::string& pattern) const {
     std::vector<int> result;
     for (size_t i = 0; i < model().classes.size(); i++) {
-        if (matches(pattern, model().classes[i].name)) {
+        if (classNameMatches(pattern, model().classes[i].name)) {
             result.push_back(int(i));
         }
     }

@@ -230,6 +230,11 @@ TEST(CommandLine, bashOffersWhatFitsThePlace) {
         {"vdk top --interval 5s M", "Main\n"},
         {"vdk attach 42 samp", "sampling\n"},
         {"vdk gc my", ""},
+        {"vdk heap li", "live\n"},
+        {"vdk heap my", "my app.snapshot\n"},
+        {"vdk heap live ''", "42\nMain\n"},
+        {"vdk heap live M --sort ''", "shallow\ncount\nname\n"},
+        {"vdk heap capture 42 --ov", "--overwrite\n"},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(bashOffers(dir, c.words), c.offered) << c.words;
@@ -256,6 +261,16 @@ TEST(CommandLine, everyWordOfAnErrorIsDocumented) {
         }
     }
     EXPECT_GT(found, 40u);
+}
+
+TEST(CommandLine, completionsOfEveryShellNameEveryCommand) {
+    for (const char* shell : {"bash", "zsh", "fish"}) {
+        std::string script = client({"completions", shell}).out;
+        for (const Command& command : commands()) {
+            std::string last = command.name.substr(command.name.rfind(' ') + 1);
+            EXPECT_NE(script.find(last), std::string::npos) << shell << command.name;
+        }
+    }
 }
 
 TEST(CommandLine, programTellsItsExitCode) {

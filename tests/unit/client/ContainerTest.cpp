@@ -72,6 +72,18 @@ protected:
         return nlohmann::json::parse(result.out, nullptr, false);
     }
 
+    // What `vdk list` has of the JVM: the name of its session, "" without an agent.
+    std::string sessionOf(const std::string& pid, int port = 0) {
+        const nlohmann::json list = json("list"); // which the loop does not keep alive
+        for (const auto& jvm : list["jvms"]) {
+            if (jvm["pid"] == std::stoi(pid)) {
+                EXPECT_TRUE(port == 0 || jvm["port"] == port) << jvm;
+                return jvm["profiled"] == true ? jvm["session"].get<std::string>() : "";
+            }
+        }
+        return "not listed";
+    }
+
     TempDir dir{"/var/tmp"}; // seen by programs that replace /tmp
     std::string client, java;
 };
@@ -94,12 +106,8 @@ TEST_F(Container, jvmsOfOneIdAndOnePortAreEachServedAsThemselves) {
     }
     EXPECT_EQ(json("attach " + a + " sessionname=inside,port=" + port)["port"], std::stoi(port));
     EXPECT_EQ(json("attach " + b + " sessionname=outside,sampling,port=" + port)["already"], false);
-    for (const auto& jvm : json("list")["jvms"]) {
-        if (jvm["pid"] == std::stoi(a) || jvm["pid"] == std::stoi(b)) {
-            EXPECT_EQ(jvm["port"], std::stoi(port)) << jvm;
-            EXPECT_EQ(jvm["session"], jvm["pid"] == std::stoi(a) ? "inside" : "outside") << jvm;
-        }
-    }
+    EXPECT_EQ(sessionOf(a, std::stoi(port)), "inside");
+    EXPECT_EQ(sessionOf(b, std::stoi(port)), "outside");
     EXPECT_EQ(json("status " + a)["session"], "inside");
     EXPECT_EQ(json("status " + a)["cpu"], "off");
     EXPECT_EQ(json("sample start " + a)["pid"], std::stoi(a));
@@ -111,15 +119,15 @@ TEST_F(Container, jvmsOfOneIdAndOnePortAreEachServedAsThemselves) {
     EXPECT_EQ(snapshot.code, 0) << snapshot.out;
     EXPECT_TRUE(std::filesystem::exists(file));
 
-    // A marker that outlives its container says nothing of the next JVM with that id.
-    outside.reset();
-    auto fresh = start(options, OwnTmp);
+    // One more of that id, on that port of its own network, and with the same area of markers.
+    auto fresh = start(options + " -n", OwnTmp);
     std::string c = jvmOf(*fresh);
-    for (const auto& jvm : json("list")["jvms"]) {
-        EXPECT_TRUE(jvm["pid"] != std::stoi(c) || jvm["profiled"] == false) << jvm;
-    }
-    EXPECT_EQ(json("attach " + c + " sessionname=fresh")["already"], false);
+    bringLoopbackUp(c);
+    EXPECT_EQ(sessionOf(c), "") << "the marker is another's";
+    EXPECT_EQ(json("attach " + c + " sessionname=fresh,port=" + port)["already"], false);
     EXPECT_EQ(json("status " + c)["session"], "fresh");
+    EXPECT_EQ(sessionOf(c), "fresh");
+    EXPECT_EQ(sessionOf(b), "outside") << "its marker was taken";
 }
 
 TEST_F(Container, foldersThatAreReadOnlyOrWithoutProgramsAreToldOrPassedOver) {
@@ -133,6 +141,20 @@ TEST_F(Container, foldersThatAreReadOnlyOrWithoutProgramsAreToldOrPassedOver) {
     auto error = nlohmann::json::parse(refused.out, nullptr, false);
     EXPECT_EQ(error["word"], "attach.file") << refused.out;
     EXPECT_NE(refused.out.find("read-only"), std::string::npos) << refused.out;
+}
+
+TEST_F(Container, heapIsWrittenWhereTheContainerHasRoom) {
+    auto program = start("-p --mount-proc -m", "mount -t tmpfs -o size=300k tmpfs /tmp; "
+                                               "mount -t tmpfs tmpfs /mnt; ");
+    const std::string pid = jvmOf(*program), file = dir.file("c.hprof");
+    Result full = vdk("heap capture " + pid + Patient + "--json --out " + file);
+    EXPECT_EQ(full.code, 8) << full.out;
+    EXPECT_NE(full.out.find("\"output.space\""), std::string::npos) << full.out;
+    EXPECT_FALSE(std::filesystem::exists(file));
+    Result roomy = vdk("heap capture " + pid + Patient + "--dir /mnt --out " + file);
+    EXPECT_EQ(roomy.code, 0) << roomy.out;
+    EXPECT_EQ(vdk("heap " + file).code, 0);
+    EXPECT_TRUE(std::filesystem::is_empty("/proc/" + pid + "/root/mnt/vdk-0"));
 }
 
 TEST_F(Container, libraryThatTheContainerHasItselfIsUsedAsItIs) {

@@ -274,6 +274,61 @@ TEST_P(RealJvm, scriptUnderRunKeepsWhatItsJvmsMeasured) {
     EXPECT_EQ(silent.out.find("vdk"), std::string::npos) << silent.out;
 }
 
+TEST_P(RealJvm, heapIsCountedAndWrittenWithoutTheAgent) {
+    std::string client = builtFile("vdk");
+    if (client.empty()) {
+        GTEST_SKIP() << "vdk was not built";
+    }
+    JavaProcess program(java(), dir.file("err"));
+    ASSERT_TRUE(program.waitFor("ready"));
+    std::string pid = std::to_string(program.pid), file = dir.file("app.hprof");
+    auto json = [&](const std::string& arguments) {
+        Result result = run(client + " heap " + arguments + " --json");
+        EXPECT_EQ(result.code, 0) << arguments << result.out;
+        return nlohmann::json::parse(result.out, nullptr, false);
+    };
+    auto live = json("live " + pid + Patient + "'java.lang.St*ng'");
+    ASSERT_EQ(live["classes"].size(), 1u) << live;
+    EXPECT_EQ(live["classes"][0]["class"], "java.lang.String");
+    EXPECT_GT(live["count"], live["classes"][0]["count"]);
+    EXPECT_GT(json("live " + pid + Patient + "--all")["count"], 0);
+
+    const std::string capture = "capture " + pid + Patient + "--out ";
+    auto captured = json(capture + file);
+    EXPECT_EQ(captured["bytes"], std::filesystem::file_size(file));
+    EXPECT_EQ(std::filesystem::status(file).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    double counted = live["classes"][0]["count"];
+    EXPECT_NEAR(double(json(file + " histogram java.lang.String")["classes"][0]["count"]), counted,
+                counted / 10);
+    EXPECT_EQ(json(capture + file + " --all --overwrite")["liveOnly"], false);
+    EXPECT_GT(json(file)["objectCount"], 0);
+    // By way of a folder of the JVM's.
+    EXPECT_EQ(json(capture + dir.file("copy.hprof") + " --dir " + dir.path)["liveOnly"], true);
+    EXPECT_GT(json(dir.file("copy.hprof"))["objectCount"], 0);
+
+    static const struct {
+        const char* out;
+        int code;
+        const char* word;
+    } refused[] = {{"app.hprof", 8, "output.exists"},
+                   {"missing/app.hprof", 8, "output.open"},
+                   {"full", 8, "output.write"}};
+    std::filesystem::create_symlink("/dev/full", dir.file("full"));
+    for (const auto& c : refused) {
+        Result result = run(client + " heap " + capture + dir.file(c.out) + " --json 2>&1");
+        EXPECT_EQ(result.code, c.code) << c.out << result.out;
+        EXPECT_NE(result.out.find(std::string("\"") + c.word + "\""), std::string::npos)
+            << result.out;
+    }
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir.path)) {
+        EXPECT_EQ(entry.path().string().find(".tmp"), std::string::npos) << entry.path();
+        EXPECT_EQ(entry.path().string().find("heap-"), std::string::npos) << entry.path();
+    }
+    EXPECT_EQ(program.finish(), 7);
+    EXPECT_EQ(program.output, "ready\ndone\n");
+}
+
 INSTANTIATE_TEST_SUITE_P(Releases, RealJvm, testing::Values(Release{"17", 1}, Release{"25", 2}),
                          [](const auto& info) { return std::string("Java") + info.param.name; });
 
