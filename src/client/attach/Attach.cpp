@@ -51,8 +51,7 @@ Attacher::Attacher(const ProcFs& processes, const Jvm& jvm, int timeoutMs)
     status = *found;
     if (geteuid() != 0 && geteuid() != status.euid) {
         refuse("attach.uid", name + " belongs to the user " + jvm.user,
-               "run vdk as that user or as root, for example `sudo -u " + jvm.user +
-                   " vdk attach " + std::to_string(jvm.pid) + "`");
+               "run vdk as that user or as root, for example `sudo -u " + jvm.user + " vdk ...`");
     }
     if (status.state == "T") {
         refuse("attach.stopped", name + " is stopped",

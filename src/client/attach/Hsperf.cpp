@@ -65,7 +65,8 @@ static PerformanceData readFolder(const Descriptor& temporary, const std::string
     if (!values || fstatat(folder.get(), file.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
         return {};
     }
-    return {*values, info.st_ino};
+    // Folders of containers have numbers of their own, and the same ones.
+    return {*values, info.st_ino ^ info.st_dev << 40};
 }
 
 PerformanceData readHsperf(const ProcFs& processes, const ProcessStatus& process,
