@@ -289,7 +289,7 @@ const std::vector<Command> Table = {
      "file\n"
      "is fetched, appears under that name when it is complete, and leaves the snapshot folder.\n"
      "With --heap the file also holds every object, for `vdk heap`. The application stands still\n"
-     "meanwhile: some seconds for ten million objects.",
+     "meanwhile: half a minute and more for ten million objects.",
      "vdk snapshot app.jar\nvdk snapshot app.jar --out app.snapshot --compressed\n"
      "vdk snapshot app.jar --heap --out app.snapshot && vdk heap app.snapshot",
      {Target,
