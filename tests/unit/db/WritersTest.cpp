@@ -114,15 +114,28 @@ TEST(SnapshotWriter, firstErrorIsKeptAndWritingGoesOn) {
 
 namespace {
 
-// Writes so many ints and compares what is in the file then; true if all were there before the end.
+// Left open at first, to be patched: also two ints on both sides of a buffer's end.
+const int PATCHED_EACH = 100003;
+const int BUFFER_INTS = SnapshotWriter::BUFFER_SIZE / 4;
+bool isPatched(int i) {
+    return i % PATCHED_EACH == 0 || i == BUFFER_INTS - 1 || i == BUFFER_INTS;
+}
+
+// Writes so many ints, patches some of them and compares what is in the file then.
 template <typename Writer>
 void expectWritten(int count, long bytesBeforeTheEnd) {
     const int file = anonymousFile();
     {
         Writer writer(file);
         for (int i = 0; i < count; i++) {
-            writer.writeInt(i);
+            writer.writeInt(isPatched(i) ? -1 : i);
         }
+        EXPECT_EQ(count * 4L, writer.getPosition());
+        for (int i = 0; i < count; i += PATCHED_EACH) {
+            writer.patchInt(i * 4L, i);
+        }
+        writer.patchLong((BUFFER_INTS - 1) * 4L,
+                         static_cast<long>(BUFFER_INTS) << 32 | (BUFFER_INTS - 1));
         EXPECT_EQ(bytesBeforeTheEnd, lseek(file, 0, SEEK_END));
         EXPECT_EQ(nullptr, writer.getErrorMessage());
     }
@@ -132,7 +145,7 @@ void expectWritten(int count, long bytesBeforeTheEnd) {
 } // namespace
 
 TEST(SnapshotWriter, largeContentReachesTheFileAndWhatIsHeldReachesItAtTheEnd) {
-    const int bufferInts = SnapshotWriter::BUFFER_SIZE / 4;
+    const int bufferInts = BUFFER_INTS;
     const int heldInts = HeldSnapshotWriter::MAX_PIECES * bufferInts;
     expectWritten<SnapshotWriter>(700000, 2L * SnapshotWriter::BUFFER_SIZE);
     expectWritten<HeldSnapshotWriter>(heldInts + bufferInts, 0);
