@@ -4,7 +4,9 @@
 #include "client/console/Screen.h"
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
+#include "client/profile/ExceptionReport.h"
 #include "client/profile/GeneratedNames.h"
+#include "client/profile/MonitorReport.h"
 #include "client/profile/Report.h"
 #include "platform/Platform.h"
 
@@ -17,7 +19,7 @@ namespace vdk {
 
 namespace {
 
-constexpr int TopTables = CpuTables | 1 << SLOT_Telemetry;
+constexpr int TopTables = CpuTables | MonitorTables | ExceptionTables | 1 << SLOT_Telemetry;
 constexpr size_t ThreadsShown = 5;
 constexpr size_t MethodsShown = 20;
 // Lines of a screen beside the methods: the head, titles, blank lines, threads and the cursor's
@@ -30,14 +32,23 @@ constexpr size_t WidthOfTimes = 26, WidthOfCalls = 10;
 // difference.
 using Sums = std::map<int, int64_t>;
 
+// Keys of Moment::events.
+enum Event { BlockedNs, Exceptions };
+
 struct Moment {
     Profile profile;
-    Sums methodOwn, methodTotal, methodCalls, threadOwn;
+    Sums methodOwn, methodTotal, methodCalls, threadOwn, events;
 };
 
 Moment look(DB& db, bool filters) {
     Moment moment;
     moment.profile = makeProfile(db);
+    for (const MonitorUse& use : readMonitors(db, moment.profile).uses) {
+        moment.events[BlockedNs] += use.inWait ? 0 : use.timeNs;
+    }
+    for (const ThrownRow& row : readExceptions(db, moment.profile)) {
+        moment.events[Exceptions] += row.count;
+    }
     mergeGeneratedNames(moment.profile);
     for (const HotMethod& method : hotMethods(makeCallTree(moment.profile, {filters, -1}))) {
         moment.methodOwn[method.method] = method.own;
@@ -106,6 +117,8 @@ public:
         auto spentInAll = spent(before.methodTotal, now.methodTotal);
         totals = Sums(spentInAll.begin(), spentInAll.end());
         threads = spent(before.threadOwn, now.threadOwn);
+        auto happened = spent(before.events, now.events);
+        events = Sums(happened.begin(), happened.end());
         sampled = now.profile.sampledCpu().since(before.profile.sampledCpu());
         whole = 0;
         for (const auto& entry : methods) {
@@ -138,6 +151,12 @@ private:
             console.out << "  heap "
                         << formatBytes(int64_t(telemetry->values[TELE_HEAP_MEMORY_USED_KB]) * 1024)
                         << "  threads " << telemetry->values[TELE_LIVE_THREAD_COUNT];
+        }
+        if (events.count(BlockedNs)) {
+            console.out << "  blocked " << formatNs(events[BlockedNs]);
+        }
+        if (events.count(Exceptions)) {
+            console.out << "  exceptions " << events[Exceptions];
         }
         console.out << "\n\n";
         std::vector<TextTable::Column> columns = {
@@ -178,6 +197,7 @@ private:
             json.field("heapUsedBytes", int64_t(telemetry->values[TELE_HEAP_MEMORY_USED_KB]) * 1024)
                 .field("liveThreads", telemetry->values[TELE_LIVE_THREAD_COUNT]);
         }
+        json.field("blockedNs", events[BlockedNs]).field("exceptions", events[Exceptions]);
         json.key("methods").beginArray();
         for (size_t i = 0; i < std::min(top, methods.size()); i++) {
             const auto& [method, ns] = methods[i];
@@ -206,7 +226,7 @@ private:
     size_t top;
     bool topIsGiven;
     std::vector<std::pair<int, int64_t>> methods, threads;
-    Sums totals, calls;
+    Sums totals, calls, events;
     int64_t whole = 0;
     SampledCpu sampled;
 };

@@ -238,7 +238,9 @@ const std::vector<Command> Table = {
      "show hot methods and threads, refreshing",
      "On a terminal until q or Ctrl-C; elsewhere once, or --count times. The numbers are those of "
      "the\n"
-     "last interval; tracing adds the calls made in it. With --json one object a line.",
+     "last interval; tracing adds the calls made in it. The head tells the time that threads were "
+     "blocked\n"
+     "by monitors, and the exceptions, where these are recorded. With --json one object a line.",
      "vdk top app.jar\nvdk top app.jar --sample --interval 5s\nvdk top app.jar --count 3 --json",
      {Target,
       {"--interval", ValueKind::Duration, "time between refreshes, at least 100ms (default 2s)"},

@@ -149,7 +149,7 @@ public final class ThrowCases {
         checkAll(target, 30_000);
     }
 
-    @Case(fixture = Throws.class, attach = false, alone = true)
+    @Case(fixture = Throws.class, attach = false, agent = "disableexceptiontelemetry", alone = true)
     static void callsEndTheSameWithExceptionEvents(Target target) throws Exception {
         checkTimes(target, "handled");
         checkAll(target, 1000);
