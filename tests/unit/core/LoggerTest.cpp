@@ -116,14 +116,14 @@ TEST_F(LoggerTest, aFullLogBeginsAnewBesideOneOlderAndThoseOfLongEndedProcessesG
         })) {
         GTEST_SKIP() << "this user may not act for another one";
     }
-    const std::string older = read(logFile + ".1");
+    const std::string older = TempDir::read(logFile + ".1");
     EXPECT_NEAR(1 << 20, static_cast<double>(older.size()), 200);
     EXPECT_LT(log.size(), (1u << 20) + 200);
     EXPECT_NE(std::string::npos, log.find(" line 39999 ")) << log.size();
     const std::string lastOfOlder = older.substr(older.rfind(" line ") + 6);
     EXPECT_NE(std::string::npos, log.find(" line " + std::to_string(stoi(lastOfOlder) + 1) + " "))
         << "nothing lost in between";
-    const std::string folder = home + "/.vdk/log/";
+    const std::string folder = home.file(".vdk/log/");
     for (const char* name : {"99999999.log", "1.log", "notes.log"}) {
         EXPECT_EQ(0, access((folder + name).c_str(), F_OK)) << name;
     }

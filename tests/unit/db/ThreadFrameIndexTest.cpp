@@ -66,7 +66,12 @@ TEST_F(ThreadFrameIndexTest, changeThreadMovesTimesAndDeletesTheOldRows) {
     index.changeThread(3);
     EXPECT_EQ(750, db.cpuProfilingTable->getRecord(merged, false)->timeNs);
     EXPECT_EQ(5, db.cpuProfilingTable->getRecord(merged, false)->count);
-    EXPECT_EQ(0, db.allocInfoTable->eachSlot([](const AllocInfoRecord&) {})) << "none recorded";
+}
+
+TEST_F(ThreadFrameIndexTest, mergingMakesNoRowsOfWhatWasNeverRecorded) {
+    addTime(2, 10, 700, 1);
+    index.changeThread(2);
+    EXPECT_EQ(0, db.allocInfoTable->eachSlot([](const AllocInfoRecord&) {}));
 }
 
 TEST_F(ThreadFrameIndexTest, pairsWithoutDataAreFreedAndTheLowestNumbersUsedFirst) {

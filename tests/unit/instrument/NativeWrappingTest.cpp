@@ -1,5 +1,6 @@
 #include "instrument/NativeWrapping.h"
 
+#include "core/ground/Options.h"
 #include "instrument/Patchers.h"
 #include "support/ClassBuilder.h"
 #include "support/ParsedClass.h"
@@ -31,9 +32,13 @@ class NativeWrapping : public testing::Test {
 protected:
     void SetUp() override {
         ourLines.clear();
+        ourOptions->debugAll = true;
         Logger::setSink([](const char* line) { ourLines.push_back(line); });
     }
-    void TearDown() override { Logger::setSink(nullptr); }
+    void TearDown() override {
+        Logger::setSink(nullptr);
+        ourOptions->debugAll = false;
+    }
     static bool logged(const std::string& text) {
         for (const std::string& line : ourLines) {
             if (line.find(text) != std::string::npos) {

@@ -203,8 +203,7 @@ public final class StartCases {
             two.finish();
             Check.equal(one.errors(), "", "standard error under quiet");
             Check.equal(two.errors().split("\n")[0],
-                        "[" + Tool.PRODUCT + "] Loaded. Log file: " + two.logFile(),
-                        "banner");
+                        "[" + Tool.PRODUCT + "] Loaded. Log file: " + two.logFile(), "banner");
         }
         try (Target third = run(target, options)) {
             third.awaitOutput("ready");

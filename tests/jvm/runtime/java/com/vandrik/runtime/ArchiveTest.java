@@ -122,7 +122,7 @@ final class ArchiveTest {
                 natives++;
             }
         }
-        Check.equal(natives, 89, "natives");
+        Check.equal(natives, 91, "natives");
     }
 
     static void testSwitchedOffCallbacksDoNothing() {
