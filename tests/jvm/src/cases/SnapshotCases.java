@@ -222,14 +222,14 @@ public final class SnapshotCases {
         try (Target limited = Target.run(target, limit, List.of("-XX:-UsePerfData", options))) {
             limited.awaitOutput("ready");
             for (long flags = 0; flags <= WITH_HEAP; flags++) {
-                expectNoRoom(limited, flags);
+                expectNoRoom(target, flags);
             }
             limited.finish();
         }
     }
 
-    private static void expectNoRoom(Target limited, long flags) throws Exception {
-        try (AgentClient client = limited.client()) {
+    private static void expectNoRoom(Target target, long flags) throws Exception {
+        try (AgentClient client = target.client()) {
             client.capture(flags, "", "full");
             Check.equal(client.headerBehindProgress(), 0, "packet type");
             String error = client.readString();

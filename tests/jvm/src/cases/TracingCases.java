@@ -5,6 +5,7 @@ import fixtures.KnownCalls;
 import fixtures.NativeCalls;
 import fixtures.TimedCalls;
 import java.util.Map;
+import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
 import jvmtest.Tables;

@@ -98,9 +98,14 @@ final class TelemetryThreadJVMTI implements Runnable {
 
     /** The heap, or the native side's memory, may be out; that can pass. */
     private void tellFirstFailure(Throwable full) {
-        if (!myFailureIsTold) {
-            myFailureIsTold = true;
+        if (myFailureIsTold) {
+            return;
+        }
+        try {
             Core.logIfMemoryAllows("Telemetry is incomplete: ", full);
+            myFailureIsTold = true;
+        } catch (Throwable stillFull) {
+            // The JVM makes even a constant text when it is first used: another time, then.
         }
     }
 
