@@ -81,8 +81,12 @@ long rewrite(const Entry& entry, Work work, MethodIds* ids) {
     if (work == ENCODE) {
         classFile.encodeEverything();
     } else if (work >= INSERT_CALLS && (classFile.getAccessFlags() & ACC_INTERFACE) == 0) {
-        instrumentForTracingAndAllocation(&classFile, work == INSERT_ALL, true, ids, false,
-                                          nullptr);
+        const CallSet wanted =
+            work == INSERT_ALL ? TRACING_CALLS.with(ALLOCATION_CALLS) : TRACING_CALLS;
+        instrumentForTracingAndAllocation(
+            &classFile,
+            callsOfClass(wanted, classFile.getSignature(), classFile.getSuperClassSignature()), ids,
+            false, nullptr);
     }
     static ZVector<unsigned char> bytes(1 << 17);
     bytes.clear();

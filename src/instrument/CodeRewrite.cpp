@@ -126,7 +126,10 @@ unsigned char* CodeRewrite::assemble(ClassArena& target, const References& refer
         memcpy(newCode + to, corrected + from, static_cast<size_t>(end - from));
         to += end - from;
         from = end;
-        const int call = insertion.kind == INSERT_CATCH ? references.caught : references.exit;
+        const int call = insertion.kind == INSERT_CATCH     ? references.handler
+                         : insertion.kind == INSERT_CREATED ? references.created
+                         : insertion.kind == INSERT_CAUGHT  ? references.caught
+                                                            : references.exit;
         to += insertCodeBefore(insertion.kind, call, methodId, newCode, to, hasSwitch);
         to += insertCodeAfter(insertion.kind, references.alloc, newCode, to, variable);
     }

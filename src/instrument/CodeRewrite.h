@@ -25,8 +25,11 @@ public:
     struct References {
         int entry;
         int exit;
-        int caught; // 0 until a method needs it
         int alloc;
+        // Few classes need these: 0 until a method does.
+        int handler;
+        int created;
+        int caught;
     };
 
     // scratch: an arena that outlives this object. With a switch in the code what is inserted keeps

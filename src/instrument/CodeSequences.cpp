@@ -93,6 +93,13 @@ int insertCatchCode(int catchRef, int methodId, unsigned char* code, int positio
     return insertExitCode(catchRef, methodId, code, position, hasSwitch);
 }
 
+int insertExceptionCode(int kind, int callRef, unsigned char* code, int position) {
+    SequenceWriter writer(code, position);
+    writer.byte(kind == INSERT_CREATED ? OPC_ALOAD_0 : OPC_DUP);
+    writer.instruction(OPC_INVOKESTATIC, callRef);
+    return writer.finish(EXCEPTION_CALL_LENGTH);
+}
+
 int insertNewArrayCode(int allocRef, unsigned char* code, int position, int variable) {
     Logger::assertTrue(allocRef >= 0, VDK_HERE);
     SequenceWriter writer(code, position);
@@ -129,6 +136,9 @@ int insertCodeBefore(int kind, int callRef, int methodId, unsigned char* code, i
         return insertExitCode(callRef, methodId, code, position, hasSwitch);
     case INSERT_CATCH:
         return insertCatchCode(callRef, methodId, code, position, hasSwitch);
+    case INSERT_CREATED:
+    case INSERT_CAUGHT:
+        return insertExceptionCode(kind, callRef, code, position);
     default:
         break;
     }
@@ -142,6 +152,8 @@ int insertCodeAfter(int kind, int allocRef, unsigned char* code, int position, i
     switch (kind) {
     case INSERT_EXIT:
     case INSERT_CATCH:
+    case INSERT_CREATED:
+    case INSERT_CAUGHT:
         return 0;
     case INSERT_NEW_DUP:
     case INSERT_NEW_CANCELLED:
@@ -169,6 +181,9 @@ int insertionLength(int kind, bool hasSwitch) {
     case INSERT_NEW_DUP:
     case INSERT_NEW_CANCELLED:
         return NEW_DUP_LENGTH;
+    case INSERT_CREATED:
+    case INSERT_CAUGHT:
+        return EXCEPTION_CALL_LENGTH;
     default:
         return ALLOCATION_CALL_LENGTH;
     }
@@ -181,6 +196,8 @@ int insertionStack(int kind) {
     case INSERT_CALL_CANCELLED:
         return 0;
     case INSERT_OBJECT_CALL_OWN:
+    case INSERT_CREATED:
+    case INSERT_CAUGHT:
         return 1;
     default:
         return 2;

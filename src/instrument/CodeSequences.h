@@ -15,11 +15,14 @@ enum InsertionKind : int {
     INSERT_OBJECT_CALL = 5,     // allocation call behind a constructor, the program's dup
     INSERT_OBJECT_CALL_OWN = 6, // allocation call behind a constructor, the dup of kind 2
     INSERT_CALL_CANCELLED = 7,  // the same, cancelled after its place was reserved: nops
-    INSERT_CATCH = 8            // catch call in front of the first instruction of a handler
+    INSERT_CATCH = 8,           // catch call in front of the first instruction of a handler
+    INSERT_CREATED = 9,         // in front of a return of a constructor, with its object
+    INSERT_CAUGHT = 10 // in front of the first instruction of a `catch`, with its exception
 };
 
 constexpr int NEW_DUP_LENGTH = 4;
 constexpr int ALLOCATION_CALL_LENGTH = 12;
+constexpr int EXCEPTION_CALL_LENGTH = 4;
 constexpr int ENTRY_CODE_STACK = 2;
 
 // The variable is the slot of the allocation variable, -1 if the method has none.
@@ -39,6 +42,8 @@ int insertAllocOnlyEntryCode(unsigned char* code, int position, int variable);
 int insertExitCode(int exitRef, int methodId, unsigned char* code, int position, bool hasSwitch);
 // Entered with the exception on the stack, which stays there.
 int insertCatchCode(int catchRef, int methodId, unsigned char* code, int position, bool hasSwitch);
+// Pushes the object with one instruction and calls: INSERT_CREATED, INSERT_CAUGHT.
+int insertExceptionCode(int kind, int callRef, unsigned char* code, int position);
 int insertNewArrayCode(int allocRef, unsigned char* code, int position, int variable);
 int insertNewCodeStart(unsigned char* code, int position, int kind);
 int insertNewCodeEnd(int allocRef, unsigned char* code, int position, int kind, int variable);
@@ -46,7 +51,7 @@ int insertNewCodeEnd(int allocRef, unsigned char* code, int position, int kind, 
 // Whether an insertion of this kind stands in front of its instruction: branches to the instruction
 // arrive at it.
 inline bool isInsertedBefore(int kind) {
-    return kind == INSERT_EXIT || kind == INSERT_CATCH;
+    return kind == INSERT_EXIT || kind >= INSERT_CATCH;
 }
 // What belongs in front of and behind an instruction with an insertion of this kind. callRef: the
 // method that the call in front names.

@@ -4,7 +4,7 @@
 
 namespace {
 
-enum HeadMark : unsigned char { NO_HEAD, HEAD, HEAD_INSIDE_ITS_OWN_RANGE };
+enum HeadMark : unsigned char { NO_HEAD, HEAD = 1, CATCHING = 2, HEAD_INSIDE_ITS_OWN_RANGE = 4 };
 
 // Runs no other code of the program, and goes on to the next instruction. Constants of the pool and
 // types may have to be loaded, so their instructions are not among these.
@@ -48,9 +48,9 @@ HandlerHeads::HandlerHeads(CodeAttribute* body, ClassArena& scratch)
         Logger::assertTrue(
             handler >= 0 && handler < length && row.startPc >= 0 && row.endPc <= length, VDK_HERE);
         if (row.startPc < handler && handler < row.endPc) {
-            marks[handler] = HEAD_INSIDE_ITS_OWN_RANGE;
-        } else if (marks[handler] == NO_HEAD) {
-            marks[handler] = HEAD;
+            marks[handler] |= HEAD_INSIDE_ITS_OWN_RANGE;
+        } else {
+            marks[handler] |= row.catchType != 0 ? HEAD | CATCHING : HEAD;
         }
         const int behind = row.startPc > handler ? row.startPc : handler + 1;
         if (behind < row.endPc) {
@@ -64,19 +64,31 @@ HandlerHeads::HandlerHeads(CodeAttribute* body, ClassArena& scratch)
         for (; counted <= position; counted++) {
             backwards += changes[counted];
         }
-        const bool isHead =
-            marks[position] == HEAD && backwards == 0 && !throwsOnQuietly(code, length, position);
-        marks[position] = isHead ? HEAD : NO_HEAD;
+        const int mark = marks[position];
+        const bool isHead = (mark & HEAD) != 0 && (mark & HEAD_INSIDE_ITS_OWN_RANGE) == 0 &&
+                            backwards == 0 && !throwsOnQuietly(code, length, position);
         if (isHead) {
-            heads.push(position);
+            heads.push({position, (mark & CATCHING) != 0});
+        } else {
+            marks[position] = NO_HEAD;
         }
         const int next = nextInstruction(code, length, position);
         memset(marks + position + 1, NO_HEAD, static_cast<size_t>(next - position - 1));
         position = next;
     }
     for (int i = 0; i < table.getSize(); i++) {
-        if (table[i].startPc == table[i].handlerPc && marks[table[i].handlerPc] == HEAD) {
-            own.push(i);
+        const int mark = marks[table[i].handlerPc];
+        if (table[i].startPc == table[i].handlerPc && mark != NO_HEAD) {
+            own.push({i, (mark & CATCHING) != 0});
         }
     }
+}
+
+bool HandlerHeads::anyCatches() const {
+    for (int i = 0; i < heads.getSize(); i++) {
+        if (heads[i].catches) {
+            return true;
+        }
+    }
+    return false;
 }

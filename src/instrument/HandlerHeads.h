@@ -15,15 +15,26 @@
 //   - where no instruction begins.
 class HandlerHeads {
 public:
+    struct Head {
+        int position;
+        bool catches; // a class of exceptions, as `catch` does; not all, as `finally`
+    };
+    // A row of the exception table whose range begins with its own handler, which is one of the
+    // heads.
+    struct OwnRange {
+        int row;
+        bool catches;
+    };
+
     // Nothing but the scratch arena holds what is found.
     HandlerHeads(CodeAttribute* body, ClassArena& scratch);
 
     // Ascending.
-    const ArenaVector<int>& positions() const { return heads; }
-    // Rows of the exception table whose range begins with its own handler, one of the heads.
-    const ArenaVector<int>& ownRanges() const { return own; }
+    const ArenaVector<Head>& getHeads() const { return heads; }
+    const ArenaVector<OwnRange>& ownRanges() const { return own; }
+    bool anyCatches() const;
 
 private:
-    ArenaVector<int> heads;
-    ArenaVector<int> own;
+    ArenaVector<Head> heads;
+    ArenaVector<OwnRange> own;
 };

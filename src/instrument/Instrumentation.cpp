@@ -15,6 +15,7 @@
 #include "instrument/Patchers.h"
 #include "instrument/Retransformation.h"
 #include "instrument/TracingInstrumentation.h"
+#include "instrument/WantedCalls.h"
 #include "probes/SignatureUtil.h"
 #include "profiling/cpu/TracedCalls.h"
 #include "profiling/cpu/Tracing.h"
@@ -26,8 +27,6 @@
 
 namespace {
 
-// What inserts calls. J2EE support joins them with its pass.
-constexpr long INSTRUMENTING = CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS;
 // Interfaces of older class files have no methods with bodies.
 constexpr int FIRST_VERSION_OF_INTERFACE_BODIES = 52;
 constexpr int STATISTICS_INTERVAL = 2000;
@@ -72,16 +71,26 @@ ZVector<int>& ourInstrumentedIds = *new ZVector<int>(256);
 // that is being redefined. A hook may run within another. ourLock.
 constexpr uintptr_t LOADED = 0;
 uintptr_t ourOfferedPlace = LOADED;
+// The class at work was there before the agent, and nobody asked for it to be rewritten.
+bool ourOfferedUnasked = false;
 
 class OfferedPlace {
 public:
-    explicit OfferedPlace(uintptr_t place) : outer(ourOfferedPlace) { ourOfferedPlace = place; }
-    ~OfferedPlace() { ourOfferedPlace = outer; }
+    OfferedPlace(uintptr_t place, bool unasked)
+        : outerPlace(ourOfferedPlace), outerUnasked(ourOfferedUnasked) {
+        ourOfferedPlace = place;
+        ourOfferedUnasked = unasked;
+    }
+    ~OfferedPlace() {
+        ourOfferedPlace = outerPlace;
+        ourOfferedUnasked = outerUnasked;
+    }
     OfferedPlace(const OfferedPlace&) = delete;
     OfferedPlace& operator=(const OfferedPlace&) = delete;
 
 private:
-    uintptr_t outer;
+    uintptr_t outerPlace;
+    bool outerUnasked;
 };
 
 // The class's methods in the method table. A class without a package may be called like a primitive
@@ -176,9 +185,6 @@ void logResult(const ZString& dotted, bool changed, long elapsedNs) {
 }
 
 bool patchLoader(ClassFile& classFile, const ZString& name) {
-    if ((ourCapabilities & INSTRUMENTING) == 0) {
-        return false;
-    }
     const Delegation delegation = patchLoaderDelegation(&classFile);
     if (delegation == Delegation::IMPOSSIBLE) {
         distrustLoaderClass(name);
@@ -197,15 +203,18 @@ bool rewrite(ClassFile& classFile, const ZString& name, const NativeSelection* n
             ourNamesOfClassesWithWrappedNatives.push(name);
         }
     }
-    changed = patchLoader(classFile, name) || changed;
+    const ClassCalls wanted = WantedCalls::ofClass(classFile, ourOfferedUnasked);
+    if (wanted.calls.has(CALLS_LOADERS)) {
+        changed = patchLoader(classFile, name) || changed;
+    }
     // Probes stand here, those of J2EE support behind the next pass, so that their calls lie
     // outside the tracing calls.
-    const bool tracing = (ourCapabilities & CAPABILITY_CAN_TRACE) != 0;
-    const bool allocations = (ourCapabilities & CAPABILITY_CAN_RECORD_ALLOCATIONS) != 0;
-    if (tracing || allocations) {
-        changed = instrumentForTracingAndAllocation(&classFile, allocations, tracing, &ids,
-                                                    ourIsIBM, &ourCounts) ||
+    if (wanted.calls.has(BODY_CALLS) || wanted.leftOut != nullptr) {
+        bool hasCatches = false;
+        changed = instrumentForTracingAndAllocation(&classFile, wanted, &ids, ourIsIBM, &ourCounts,
+                                                    &hasCatches) ||
                   changed;
+        WantedCalls::onRewritten(name, wanted.calls, hasCatches);
     }
     return changed;
 }
@@ -298,9 +307,10 @@ struct OfferedClass {
 
 void rewriteOffered(const OfferedClass& offered, const ZString& name, jint* newLength,
                     unsigned char** newData) {
-    const OfferedPlace place(offered.redefined == nullptr ? offered.place : LOADED);
+    const OfferedPlace place(offered.redefined == nullptr ? offered.place : LOADED,
+                             offered.redefined != nullptr && waitsForRewriting(offered.redefined));
     if (offered.redefined != nullptr) {
-        if (!ourOptions->disableNatives && listsWrappedNatives(name)) {
+        if (WantedCalls::now().has(CALLS_NATIVES) && listsWrappedNatives(name)) {
             const Redefinition redefinition(offered.redefined, name);
             if (redefinition.hasWrapped()) {
                 classFileLoadHookHandlerImpl(name, offered.length, offered.data, newLength, newData,
@@ -314,12 +324,12 @@ void rewriteOffered(const OfferedClass& offered, const ZString& name, jint* newL
     }
     const FirstLoad firstLoad(offered.env, offered.loader);
     classFileLoadHookHandlerImpl(name, offered.length, offered.data, newLength, newData,
-                                 ourOptions->disableNatives ? nullptr : &firstLoad);
+                                 WantedCalls::now().has(CALLS_NATIVES) ? &firstLoad : nullptr);
 }
 
 // Whether inserted calls would find their target.
 bool mayCallAgent(const OfferedClass& offered, const ZString& name) {
-    if ((ourCapabilities & INSTRUMENTING) == 0) {
+    if (!WantedCalls::now().has(CALLS_LOADERS)) {
         return true;
     }
     if (offered.redefined == nullptr) {
@@ -418,7 +428,7 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
         }
         return;
     }
-    if ((ourCapabilities & INSTRUMENTING) == 0 && natives == nullptr) {
+    if (!WantedCalls::now().has(BODY_CALLS) && natives == nullptr) {
         return;
     }
     if (isAgentClass(name)) {
@@ -500,4 +510,5 @@ void installInstrumentation(const unsigned char* callback, int callbackSize) {
     ourConsumedEvents.exceptionCatch = exception_catch;
     ourTracingSwitch.redefineCallback = redefineCallback;
     ourTracingSwitch.retransformLoadedClasses = retransformClassesLoadedBeforeAgentWasAttached;
+    ourTracingSwitch.switchExceptionCalls = switchExceptionCalls;
 }

@@ -2,6 +2,7 @@
 
 #include "core/ground/Globals.h"
 #include "core/ground/Options.h"
+#include "core/ground/UptimeProvider.h"
 #include "core/ground/ZVector.h"
 #include "core/jvm/CallbackNatives.h"
 #include "core/jvm/CommonUtils.h"
@@ -12,11 +13,18 @@
 #include "instrument/Instrumentation.h"
 #include "instrument/LoaderDelegation.h"
 #include "instrument/LoaderReach.h"
+#include "instrument/WantedCalls.h"
 #include "probes/Filter.h"
 
 namespace {
 
 constexpr long WAITING_TAG = 1;
+// Classes that are rewritten at once for a switch. The JVM walks over all its classes in each
+// batch, and stands still for as long.
+constexpr int SWITCH_BATCH = 200;
+
+// A switch of calls is rewriting classes.
+std::atomic<bool> ourIsSwitching{false};
 
 // The dotted name of a class; empty for arrays and when the JVM does not tell.
 ZString dottedNameOf(jclass type) {
@@ -173,10 +181,80 @@ jbyteArray retransformClassImpl(JNIEnv* env, jstring className, jbyteArray class
     return result;
 }
 
+// Rewrites the loaded classes that a switch of these kinds concerns. Gives their number.
+int retransformAffected(JNIEnv* env, CallSet kinds) {
+    jclass eventClass = findEventClass(env);
+    ZVector<jclass> classes(64);
+    eachLoadedClass(env, [&](jclass type) {
+        const ZString name = internalNameOf(type);
+        bool affected = false;
+        {
+            LockHolder lock(ourLock);
+            affected = !name.isEmpty() && WantedCalls::isAffected(name, kinds);
+        }
+        if (affected && mayRewrite(env, type, eventClass)) {
+            classes.push(type);
+            return true;
+        }
+        return false;
+    });
+    env->DeleteLocalRef(eventClass);
+    ourIsSwitching = true;
+    int done = 0;
+    for (int from = 0; from < classes.getSize(); from += SWITCH_BATCH) {
+        const int left = classes.getSize() - from;
+        done += retransform(classes.data() + from, left < SWITCH_BATCH ? left : SWITCH_BATCH);
+    }
+    ourIsSwitching = false;
+    release(env, classes);
+    return done;
+}
+
+int switchCalls(JNIEnv* env, CallSet kinds, bool isOn) {
+    {
+        LockHolder lock(ourLock);
+        WantedCalls::switchKinds(kinds, isOn);
+    }
+    return retransformAffected(env, kinds);
+}
+
 } // namespace
 
+bool waitsForRewriting(jclass type) {
+    jlong tag = 0;
+    return ourIsSwitching && ourJVMTI2 != nullptr &&
+           ourJVMTI2->GetTag(type, &tag) == JVMTI_ERROR_NONE && tag == WAITING_TAG;
+}
+
+// Who catches is heard of before anything is counted that could be caught.
+void switchExceptionCalls(JNIEnv* env, bool isOn) {
+    const long start = getTimeNs();
+    int done = 0;
+    if (isOn) {
+        auto* const filter =
+            new ClassNameFilter(Filter::readFilterSpecFromFile(ourOptions->filters));
+        const bool hadNoCalls = !WantedCalls::now().has(CALLS_LOADERS);
+        {
+            LockHolder lock(ourLock);
+            WantedCalls::setCatchFilter(filter);
+            WantedCalls::switchKinds(CALLS_CAUGHT, true);
+        }
+        if (hadNoCalls) {
+            retransformLoadersLoadedBeforeAttach(env);
+        }
+        done = retransformAffected(env, CALLS_CAUGHT) + switchCalls(env, CALLS_CREATED, true);
+    } else {
+        done = switchCalls(env, CALLS_CREATED, false) + switchCalls(env, CALLS_CAUGHT, false);
+        LockHolder lock(ourLock);
+        WantedCalls::forgetCarriers();
+    }
+    Logger::message(ZString("Calls that count exceptions ") +
+                    (isOn ? "put into " : "taken out of ") + longToString(done) + " classes, " +
+                    longToString((getTimeNs() - start) / 1000000) + " ms");
+}
+
 void retransformPrimordialClasses(JNIEnv* env) {
-    if ((ourCapabilities & (CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS)) == 0) {
+    if (!WantedCalls::now().has(BODY_CALLS)) {
         return;
     }
     jclass eventClass = findEventClass(env);

@@ -18,6 +18,15 @@ void tagClassesLoadedBeforeAttach(JNIEnv* env);
 // they load from now on can reach the agent.
 void retransformLoadersLoadedBeforeAttach(JNIEnv* env);
 
+// Whether a class is so marked while a switch of calls rewrites classes: it gets back what it had,
+// and those calls alone.
+bool waitsForRewriting(jclass type);
+
+// Puts the calls that count exceptions into the loaded classes and into those to come, or takes
+// them out, a batch of classes at a time: the JVM stands still for each. Not to be called by two
+// threads at once.
+void switchExceptionCalls(JNIEnv* env, bool isOn);
+
 // Rewrites the classes so marked, except those that the filter excludes, which stay marked. A null
 // filter passes all.
 void retransformClassesLoadedBeforeAgentWasAttached(JNIEnv* env, ClassNameFilter* filter);

@@ -17,12 +17,6 @@ int findOrCreateCall(ClassFile* classFile, int classIndex, const char* name,
                                             classFile->findOrCreateUtf8(descriptor));
 }
 
-// Recording the allocations of generated XSLT translets breaks their frames.
-bool isTranslet(const ClassFile* classFile) {
-    const Utf8View super = classFile->getSuperClassSignature();
-    return super.contains("xalan") && super.contains("AbstractTranslet");
-}
-
 int argumentSlots(const MethodInfo* method) {
     return DescriptorTypes::parameterSlots(method->getDescriptor()) + (method->isStatic() ? 0 : 1);
 }
@@ -34,12 +28,43 @@ bool framesFitMemory(const CodeAttribute* attribute) {
            static_cast<long>(raw->getCount()) * attribute->getMaxLocals() <= MOST_FRAME_VARIABLES;
 }
 
-// Ranges that begin with their own handler begin behind its call now: an error in the call must not
+// The next shorter form of a method that is too long: what was added last goes first, so that the
+// rest is what was there before. Exceptions are all or nothing, then go allocation calls, then
+// those at handlers; entry and exit stay. False if there is none.
+bool dropACall(CallSet* calls) {
+    const CallSet order[] = {EXCEPTION_CALLS, CallSet(CALLS_ALLOCATIONS), CallSet(CALLS_HANDLERS)};
+    for (const CallSet& some : order) {
+        if (calls->has(some)) {
+            *calls = calls->without(some);
+            return calls->has(TRACING_CALLS) || calls->has(CALLS_ALLOCATIONS);
+        }
+    }
+    return false;
+}
+
+// The object of a constructor is whole here.
+void placeReturnCalls(int position, CallSet calls, CodeRewrite& rewrite) {
+    if (calls.has(CALLS_CREATED)) {
+        rewrite.addInsertion(INSERT_CREATED, position, 1);
+    }
+    if (calls.has(CALLS_TRACING)) {
+        rewrite.addInsertion(INSERT_EXIT, position, 1);
+    }
+}
+
+// Ranges that begin with their own handler begin behind its calls now: an error in a call must not
 // lead back to it.
-void cutOwnRanges(CodeAttribute* attribute, const HandlerHeads& handlers, bool hasSwitch) {
+void cutOwnRanges(CodeAttribute* attribute, const HandlerHeads& handlers, CallSet calls,
+                  bool hasSwitch) {
     for (int i = 0; i < handlers.ownRanges().getSize(); i++) {
-        attribute->getExceptionTable()[handlers.ownRanges()[i]].startPc +=
-            insertionLength(INSERT_CATCH, hasSwitch);
+        const HandlerHeads::OwnRange& own = handlers.ownRanges()[i];
+        int& start = attribute->getExceptionTable()[own.row].startPc;
+        if (calls.has(CALLS_HANDLERS)) {
+            start += insertionLength(INSERT_CATCH, hasSwitch);
+        }
+        if (calls.has(CALLS_CAUGHT) && own.catches) {
+            start += insertionLength(INSERT_CAUGHT, hasSwitch);
+        }
     }
 }
 
@@ -73,6 +98,7 @@ TracingInstrumentation::TracingInstrumentation(ClassFile* owner, MethodIds* meth
                                                bool flagVariants,
                                                InstrumentationCounts* outcomeCounts)
     : classFile(owner), ids(methodIds), counts(outcomeCounts), flagged(flagVariants),
+      anyCatches(false), anyChange(false),
       callbackClass(owner->findOrCreateConstantClass(owner->findOrCreateUtf8(CALLBACK_CLASS))),
       references(), effects(owner->getConstantPool()), annotated(owner), longJumps(1) {
     references.entry = findOrCreateCall(classFile, callbackClass,
@@ -83,65 +109,89 @@ TracingInstrumentation::TracingInstrumentation(ClassFile* owner, MethodIds* meth
                                         "(Ljava/lang/Object;I)I");
 }
 
-bool TracingInstrumentation::run(bool allocations, bool tracing) {
+// What a method may carry; its code has not been looked at.
+CallSet TracingInstrumentation::callsOfMethod(MethodInfo* method, const ClassCalls& wanted) const {
+    if (annotated.reasonToLeave(method) == nullptr) {
+        return wanted.calls.only(BODY_CALLS).without(CALLS_BOXING);
+    }
+    const bool boxes =
+        wanted.calls.has(CALLS_BOXING) && isBoxing(classFile->getSignature(), method->getName());
+    return boxes ? CallSet(CALLS_ALLOCATIONS) : CallSet();
+}
+
+bool TracingInstrumentation::run(const ClassCalls& wanted) {
     const Utf8View className = classFile->getSignature();
-    const bool classLeftOut =
-        reasonToLeaveClass(className, classFile->getSuperClassSignature()) != nullptr;
-    const Calls wanted = {tracing, tracing, allocations && !isTranslet(classFile)};
-    const Calls onlyAllocations = {false, false, true};
-    bool any = false;
+    const bool nothingWanted = !wanted.calls.has(BODY_CALLS) && wanted.leftOut == nullptr;
     const int methodCount = classFile->getMethods().getSize();
     for (int i = 0; i < methodCount; i++) {
         MethodInfo* const method = classFile->getMethods()[i];
         MethodOutcome outcome = METHOD_OUTCOME_NO_CODE;
         if (method->getCodeAttribute() != nullptr && !isRootClassException(className, method)) {
             const int id = ids->getMethodId(className, method->getName(), method->getDescriptor());
-            if (!wanted.allocations && !tracing) {
+            if (nothingWanted) {
                 continue;
             }
-            const bool isAnnotated = annotated.reasonToLeave(method) != nullptr;
-            const bool isOnlyAllocating =
-                isAnnotated && wanted.allocations && isBoxing(className, method->getName());
+            const CallSet calls = callsOfMethod(method, wanted);
             outcome = shouldSkipInstrumentation(method) ? METHOD_OUTCOME_TRIVIAL
-                      : classLeftOut                    ? METHOD_OUTCOME_CLASS_LEFT_OUT
-                      : isAnnotated && !isOnlyAllocating
-                          ? METHOD_OUTCOME_ANNOTATED
-                          : instrumentMethod(id, method, isAnnotated ? onlyAllocations : wanted);
-            if (outcome <= METHOD_OUTCOME_WITHOUT_HANDLERS) {
-                if (!isAnnotated) {
-                    ids->methodInstrumented(id);
-                }
-                any = true;
+                      : wanted.leftOut != nullptr       ? METHOD_OUTCOME_CLASS_LEFT_OUT
+                      : calls.isEmpty()                 ? METHOD_OUTCOME_ANNOTATED
+                                                        : instrumentMethod(id, method, calls);
+            // A method with nothing but the allocation of a box is none of the traced ones.
+            if (outcome <= METHOD_OUTCOME_WITHOUT_HANDLERS &&
+                wanted.calls.has(TRACING_CALLS.with(ALLOCATION_CALLS)) &&
+                annotated.reasonToLeave(method) == nullptr) {
+                ids->methodInstrumented(id);
             }
         }
         if (counts != nullptr) {
             counts->methods[outcome]++;
         }
     }
-    return any;
+    return anyChange;
+}
+
+// Of what the method may carry, what its code has a place for.
+CallSet TracingInstrumentation::callsThatApply(MethodInfo* method, CallSet wanted,
+                                               const Scan& scan) const {
+    CallSet calls = wanted;
+    if (!scan.traits.createsObjects) {
+        calls = calls.without(CALLS_ALLOCATIONS);
+    }
+    if (scan.handlers.getHeads().isEmpty()) {
+        calls = calls.without(CALLS_HANDLERS);
+    }
+    if (!scan.handlers.anyCatches()) {
+        calls = calls.without(CALLS_CAUGHT);
+    }
+    if (!(method->getName() == "<init>")) {
+        calls = calls.without(CALLS_CREATED);
+    }
+    return calls;
 }
 
 MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo* method,
-                                                       const Calls& wanted) {
+                                                       CallSet wanted) {
     CodeAttribute* const attribute = method->getCodeAttribute();
     if (attribute->findOpaqueAttribute() != nullptr) {
         return methodNotInstrumented(method, METHOD_OUTCOME_OPAQUE_ATTRIBUTE);
     }
     scratch.reset();
     Scan scan = scanMethod(attribute);
-    const bool hasAllocations = wanted.allocations && scan.traits.createsObjects;
-    const bool mayRecord = hasAllocations && framesFitMemory(attribute) &&
-                           attribute->getMaxLocals() < CodeAttribute::MAX_LIMIT;
-    if (mayRecord && attribute->getMaxLocals() < argumentSlots(method)) {
+    anyCatches = anyCatches || scan.handlers.anyCatches();
+    const CallSet applicable = callsThatApply(method, wanted, scan);
+    CallSet calls = applicable;
+    if (!framesFitMemory(attribute) || attribute->getMaxLocals() >= CodeAttribute::MAX_LIMIT) {
+        calls = calls.without(CALLS_ALLOCATIONS);
+    }
+    if (calls.has(CALLS_ALLOCATIONS) && attribute->getMaxLocals() < argumentSlots(method)) {
         // The JVM refuses it, and would no longer with a local more.
         return methodNotInstrumented(method, METHOD_OUTCOME_LIMITS);
     }
-    const bool hasHandlers = wanted.handlers && !scan.handlers.positions().isEmpty();
-    if (hasHandlers) {
-        references.caught = catchReference();
+    if (calls.isEmpty() && !wanted.has(TRACING_CALLS.with(ALLOCATION_CALLS))) {
+        return METHOD_OUTCOME_INSTRUMENTED;
     }
+    findReferences(calls);
     MethodOutcome outcome = METHOD_OUTCOME_TOO_LONG;
-    Calls calls = {wanted.tracing, hasHandlers, mayRecord};
     do {
         longJumps.clear();
         outcome = instrumentForTracingAndAllocationImpl(methodId, method, scan, calls, &longJumps);
@@ -151,32 +201,34 @@ MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo*
             outcome = instrumentForTracingAndAllocationImpl(methodId, method, scan, calls, nullptr);
         }
         if (outcome == METHOD_OUTCOME_INSTRUMENTED) {
-            return calls.handlers != hasHandlers         ? METHOD_OUTCOME_WITHOUT_HANDLERS
-                   : calls.allocations != hasAllocations ? METHOD_OUTCOME_WITHOUT_ALLOCATIONS
-                                                         : METHOD_OUTCOME_INSTRUMENTED;
+            anyChange = true;
+            const CallSet dropped = applicable.without(calls);
+            if (dropped.has(EXCEPTION_CALLS)) {
+                logMethod("warning: exceptions are not counted because the code is too long: ",
+                          method);
+            }
+            return dropped.has(CALLS_HANDLERS)      ? METHOD_OUTCOME_WITHOUT_HANDLERS
+                   : dropped.has(CALLS_ALLOCATIONS) ? METHOD_OUTCOME_WITHOUT_ALLOCATIONS
+                                                    : METHOD_OUTCOME_INSTRUMENTED;
         }
     } while (dropACall(&calls));
     return methodNotInstrumented(method, outcome);
 }
 
-// The next shorter form of a method that is too long: allocation calls go first, those at handlers
-// next; entry and exit are all or nothing. False if there is none.
-bool TracingInstrumentation::dropACall(Calls* calls) {
-    bool& dropped = calls->allocations ? calls->allocations : calls->handlers;
-    if (!calls->tracing || !dropped) {
-        return false;
-    }
-    dropped = false;
-    return true;
-}
-
-// Few classes need it, so the others don't carry it.
-int TracingInstrumentation::catchReference() {
-    if (references.caught == 0) {
-        references.caught = findOrCreateCall(
+// Few classes need these, so the others don't carry them.
+void TracingInstrumentation::findReferences(CallSet calls) {
+    if (calls.has(CALLS_HANDLERS) && references.handler == 0) {
+        references.handler = findOrCreateCall(
             classFile, callbackClass, flagged ? "vdkMethodCatchF" : "vdkMethodCatch", "(SS)V");
     }
-    return references.caught;
+    if (calls.has(CALLS_CREATED) && references.created == 0) {
+        references.created = findOrCreateCall(classFile, callbackClass, "vdkExceptionCreated0",
+                                              "(Ljava/lang/Object;)V");
+    }
+    if (calls.has(CALLS_CAUGHT) && references.caught == 0) {
+        references.caught = findOrCreateCall(classFile, callbackClass, "vdkExceptionCaught0",
+                                             "(Ljava/lang/Object;)V");
+    }
 }
 
 TracingInstrumentation::Scan TracingInstrumentation::scanMethod(CodeAttribute* attribute) {
@@ -188,36 +240,49 @@ TracingInstrumentation::Scan TracingInstrumentation::scanMethod(CodeAttribute* a
     return {traits, marks, markCount, HandlerHeads(attribute, scratch)};
 }
 
+// Those of tracing come first: an error in the other call leaves the traced stack right.
+void TracingInstrumentation::placeHandlerCalls(const HandlerHeads::Head& head, CallSet calls,
+                                               CodeRewrite& rewrite) {
+    if (calls.has(CALLS_HANDLERS)) {
+        rewrite.addInsertion(INSERT_CATCH, head.position, 1);
+    }
+    if (calls.has(CALLS_CAUGHT) && head.catches) {
+        rewrite.addInsertion(INSERT_CAUGHT, head.position, 1);
+    }
+}
+
 // Tells the rewrite every branch and every insertion, in the order of the code.
-void TracingInstrumentation::placeCalls(const Scan& scan, const Calls& calls, CodeRewrite& rewrite,
+void TracingInstrumentation::placeCalls(const Scan& scan, CallSet calls, CodeRewrite& rewrite,
                                         AllocationSites& sites) {
     const unsigned char* const code = rewrite.getCode();
     const int length = rewrite.getLength();
-    const ArenaVector<int>& heads = scan.handlers.positions();
-    const int headCount = calls.handlers ? heads.getSize() : 0;
+    const ArenaVector<HandlerHeads::Head>& heads = scan.handlers.getHeads();
+    const int headCount =
+        calls.has(CallSet(CALLS_HANDLERS).with(CALLS_CAUGHT)) ? heads.getSize() : 0;
     int mark = 0;
     int head = 0;
     int visited = 0;
     for (;;) {
         const int nextMark = mark < scan.markCount ? scan.marks[mark] : length;
-        const bool atHead = head < headCount && heads[head] <= nextMark;
-        const int position = atHead ? heads[head] : nextMark;
+        const bool atHead = head < headCount && heads[head].position <= nextMark;
+        const int position = atHead ? heads[head].position : nextMark;
         // Only allocations need every instruction, this one behind the call in front of it.
-        while (calls.allocations && visited < length && visited + (atHead ? 1 : 0) <= position) {
+        while (calls.has(CALLS_ALLOCATIONS) && visited < length &&
+               visited + (atHead ? 1 : 0) <= position) {
             const int next = nextInstruction(code, length, visited);
             sites.visit(visited, next);
             visited = next;
         }
         if (atHead) {
-            rewrite.addInsertion(INSERT_CATCH, position, 1);
+            placeHandlerCalls(heads[head], calls, rewrite);
             head++;
         } else if (position == length) {
             return;
         } else {
             if (!isReturnOpcode(code[position])) {
                 rewrite.addBranchOperands(position);
-            } else if (calls.tracing) {
-                rewrite.addInsertion(INSERT_EXIT, position, 1);
+            } else {
+                placeReturnCalls(position, calls, rewrite);
             }
             mark++;
         }
@@ -227,18 +292,20 @@ void TracingInstrumentation::placeCalls(const Scan& scan, const Calls& calls, Co
 // One attempt; only one that ends well changes the method. Overflows is null once the branches were
 // widened, or gets those that would not reach.
 MethodOutcome TracingInstrumentation::instrumentForTracingAndAllocationImpl(
-    int methodId, MethodInfo* method, const Scan& scan, const Calls& calls, ZSet<int>* overflows) {
+    int methodId, MethodInfo* method, const Scan& scan, CallSet calls, ZSet<int>* overflows) {
     CodeAttribute* const attribute = method->getCodeAttribute();
     const bool hasSwitch = scan.traits.hasSwitch;
+    const bool traces = calls.has(CALLS_TRACING);
+    const bool records = calls.has(CALLS_ALLOCATIONS);
     CodeRewrite rewrite(attribute, scratch, hasSwitch);
-    AllocationSites sites(classFile, attribute, rewrite, effects, calls.allocations);
+    AllocationSites sites(classFile, attribute, rewrite, effects, records);
     placeCalls(scan, calls, rewrite, sites);
-    if (calls.allocations) {
+    if (records) {
         sites.finish();
     }
-    const int variable = calls.allocations ? attribute->getMaxLocals() : -1;
-    const int prefix = calls.tracing ? ENTRY_CODE_LENGTH(hasSwitch, variable >= 0)
-                                     : ALLOC_ONLY_ENTRY_CODE_LENGTH(variable >= 0);
+    const int variable = records ? attribute->getMaxLocals() : -1;
+    const int prefix = traces ? ENTRY_CODE_LENGTH(hasSwitch, variable >= 0)
+                              : ALLOC_ONLY_ENTRY_CODE_LENGTH(variable >= 0);
     const bool branchesReach = rewrite.updateOffsets(prefix, overflows);
     const int newLength = prefix + rewrite.getNewLength();
     if (newLength > 0xffff) {
@@ -257,16 +324,14 @@ MethodOutcome TracingInstrumentation::instrumentForTracingAndAllocationImpl(
     }
     unsigned char* const newCode =
         rewrite.assemble(classFile->getArena(), references, methodId, variable);
-    if (calls.tracing) {
+    if (traces) {
         insertEntryCode(references.entry, methodId, newCode, 0, variable, hasSwitch);
     } else {
         insertAllocOnlyEntryCode(newCode, 0, variable);
     }
     attribute->ensureStackCapacity(stack);
     commit(rewrite, attribute, &sites, newCode, newLength, prefix, variable);
-    if (calls.handlers) {
-        cutOwnRanges(attribute, scan.handlers, hasSwitch);
-    }
+    cutOwnRanges(attribute, scan.handlers, calls, hasSwitch);
     reportSkipped(method, sites.getSkipped());
     return METHOD_OUTCOME_INSTRUMENTED;
 }
@@ -294,12 +359,16 @@ MethodOutcome TracingInstrumentation::methodNotInstrumented(MethodInfo* method,
                 : outcome == METHOD_OUTCOME_LIMITS ? "its stack or locals are at their limit: "
                 : outcome == METHOD_OUTCOME_NEVER_COMPILED ? "the JVM would no longer compile it: "
                                                            : "resulting bytecode is too long: ");
+    logMethod(text, method);
+    return outcome;
+}
+
+void TracingInstrumentation::logMethod(ZString text, const MethodInfo* method) const {
     text.append(classFile->getSignature().toString());
     text.append(".");
     text.append(method->getName().toString());
     text.append(method->getDescriptor().toString());
     Logger::detail(text);
-    return outcome;
 }
 
 void TracingInstrumentation::reportSkipped(MethodInfo* method, int skipped) {
@@ -317,10 +386,14 @@ void TracingInstrumentation::reportSkipped(MethodInfo* method, int skipped) {
     Logger::detail(text);
 }
 
-bool instrumentForTracingAndAllocation(ClassFile* classFile, bool allocations, bool tracing,
+bool instrumentForTracingAndAllocation(ClassFile* classFile, const ClassCalls& wanted,
                                        MethodIds* ids, bool flagVariants,
-                                       InstrumentationCounts* counts) {
+                                       InstrumentationCounts* counts, bool* hasCatches) {
     Logger::assertNotNULL(classFile, VDK_HERE);
     TracingInstrumentation pass(classFile, ids, flagVariants, counts);
-    return pass.run(allocations, tracing);
+    const bool changed = pass.run(wanted);
+    if (hasCatches != nullptr) {
+        *hasCatches = pass.hasCatches();
+    }
+    return changed;
 }

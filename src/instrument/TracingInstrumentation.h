@@ -2,11 +2,13 @@
 
 #include "classfile/OpCodes.h"
 #include "instrument/AllocationSites.h"
+#include "instrument/CallSet.h"
 #include "instrument/HandlerHeads.h"
 #include "instrument/LeaveOut.h"
 
-// Inserts the tracing and allocation recording calls into a class. The calls go to static methods
-// of the class Callback, whose bodies are switched elsewhere; what is inserted never changes again.
+// Inserts calls into a class. Those of tracing and allocation recording go to static methods of the
+// class Callback, whose bodies are switched elsewhere; those of exceptions, which are there only
+// while they are wanted, go to its natives.
 
 // Gives methods their ids. The agent's implementation is the method table of its database.
 class MethodIds {
@@ -28,16 +30,10 @@ public:
     TracingInstrumentation(ClassFile* classFile, MethodIds* ids, bool flagVariants,
                            InstrumentationCounts* counts);
     // Whether any method was instrumented.
-    bool run(bool allocations, bool tracing);
+    bool run(const ClassCalls& wanted);
+    bool hasCatches() const { return anyCatches; }
 
 private:
-    // Which calls a method gets.
-    struct Calls {
-        bool tracing;     // at entry and exit
-        bool handlers;    // at the head of exception handlers; only with tracing
-        bool allocations; // at allocations
-    };
-
     // What walks over the code of a method found; it lies in the scratch arena.
     struct Scan {
         CodeTraits traits;
@@ -47,23 +43,27 @@ private:
     };
 
     Scan scanMethod(CodeAttribute* attribute);
-    static bool dropACall(Calls* calls);
-    MethodOutcome instrumentMethod(int methodId, MethodInfo* method, const Calls& wanted);
+    CallSet callsOfMethod(MethodInfo* method, const ClassCalls& wanted) const;
+    CallSet callsThatApply(MethodInfo* method, CallSet wanted, const Scan& scan) const;
+    MethodOutcome instrumentMethod(int methodId, MethodInfo* method, CallSet wanted);
     MethodOutcome instrumentForTracingAndAllocationImpl(int methodId, MethodInfo* method,
-                                                        const Scan& scan, const Calls& calls,
+                                                        const Scan& scan, CallSet calls,
                                                         ZSet<int>* overflows);
-    void placeCalls(const Scan& scan, const Calls& calls, CodeRewrite& rewrite,
-                    AllocationSites& sites);
-    int catchReference();
+    void placeCalls(const Scan& scan, CallSet calls, CodeRewrite& rewrite, AllocationSites& sites);
+    void placeHandlerCalls(const HandlerHeads::Head& head, CallSet calls, CodeRewrite& rewrite);
+    void findReferences(CallSet calls);
     void commit(CodeRewrite& rewrite, CodeAttribute* attribute, AllocationSites* sites,
                 unsigned char* newCode, int newLength, int prefix, int variable);
     MethodOutcome methodNotInstrumented(MethodInfo* method, MethodOutcome outcome) const;
+    void logMethod(ZString text, const MethodInfo* method) const;
     void reportSkipped(MethodInfo* method, int skipped);
 
     ClassFile* classFile;
     MethodIds* ids;
     InstrumentationCounts* counts;
     bool flagged;
+    bool anyCatches; // a method has the head of a `catch`
+    bool anyChange;
     int callbackClass; // in the pool
     CodeRewrite::References references;
     StackEffects effects;
@@ -73,10 +73,11 @@ private:
 };
 
 // The class pass: makes sure that the pool has the call references, then works through the methods.
-// Gives whether any method was instrumented.
-bool instrumentForTracingAndAllocation(ClassFile* classFile, bool allocations, bool tracing,
+// Gives whether any method was instrumented. hasCatches, if not null: whether a method that may
+// carry calls has a `catch`.
+bool instrumentForTracingAndAllocation(ClassFile* classFile, const ClassCalls& wanted,
                                        MethodIds* ids, bool flagVariants,
-                                       InstrumentationCounts* counts);
+                                       InstrumentationCounts* counts, bool* hasCatches = nullptr);
 
 // Trivial accessors, whose calls would cost far more than they tell.
 bool shouldSkipInstrumentation(MethodInfo* method);

@@ -28,8 +28,11 @@ void rewrite(const unsigned char* bytes, int length, ZVector<unsigned char>& out
     CountingIds ids;
     bool changed = wrapNativeMethods(&classFile, "$$VDK$$", NativeSelection(), nullptr);
     changed = patchLoaderDelegation(&classFile) == Delegation::PATCHED || changed;
-    changed =
-        instrumentForTracingAndAllocation(&classFile, true, true, &ids, false, nullptr) || changed;
+    changed = instrumentForTracingAndAllocation(&classFile,
+                                                callsOfClass(BODY_CALLS, classFile.getSignature(),
+                                                             classFile.getSuperClassSignature()),
+                                                &ids, false, nullptr) ||
+              changed;
     DataOutput out(output);
     if (changed && classFile.getConstantPool().getSize() < 0x10000) {
         classFile.writeClass(out);
