@@ -151,7 +151,9 @@ void AgentClient::switchMonitorProfiling(bool on) {
 }
 
 void AgentClient::switchExceptionTelemetry(bool on) {
-    command(on ? PACKET_ENABLE_EXCEPTION_TELEMETRY : PACKET_DISABLE_EXCEPTION_TELEMETRY, timeoutMs);
+    // Where the JVM sends no events of them, classes are rewritten.
+    command(on ? PACKET_ENABLE_EXCEPTION_TELEMETRY : PACKET_DISABLE_EXCEPTION_TELEMETRY,
+            LongTimeoutMs);
 }
 
 void AgentClient::clear(ProfilingData data) {

@@ -48,9 +48,14 @@ const char* cpuMode(int64_t status) {
     return status & protocol::CPU_COUNTS_BIT ? "tracing" : "sampling";
 }
 
-// Whether this process can record exceptions at all.
-bool recordsExceptions(const AgentInfo& info) {
-    return (info.capabilities & protocol::NO_EXCEPTION_EVENTS_BIT) == 0;
+// How this process counts exceptions, once it is asked to.
+const char* exceptionRoad(const AgentInfo& info) {
+    return info.capabilities & protocol::NO_EXCEPTION_EVENTS_BIT ? "calls" : "events";
+}
+
+std::string exceptionRoadText(const AgentInfo& info) {
+    return info.capabilities & protocol::NO_EXCEPTION_EVENTS_BIT ? "by inserted calls"
+                                                                 : "by the JVM's events";
 }
 
 std::optional<std::string> readSpec(const Arguments& arguments, const char* option) {
@@ -145,15 +150,11 @@ int switchCpuProfiling(Console& console, const Arguments& arguments, const CpuMo
 int runStatus(Console& console, const Arguments& arguments) {
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
     const AgentInfo& info = agent.info;
-    // The bit is set from the start on; without events nothing comes of it.
-    const int64_t idle = recordsExceptions(info) ? 0 : protocol::EXCEPTION_TELEMETRY_BIT;
-    std::vector<std::string> active = bitNames(protocol::StatusBits, agent.status & ~idle);
+    std::vector<std::string> active = bitNames(protocol::StatusBits, agent.status);
     std::vector<std::string> able = bitNames(protocol::CapabilityBits, info.capabilities);
     able.insert(able.begin(), "sampling");
     able.push_back("monitors");
-    if (recordsExceptions(info)) {
-        able.push_back("exceptions");
-    }
+    able.push_back("exceptions");
     const bool attached = (info.capabilities & protocol::ATTACHED_BIT) != 0;
     if (console.json) {
         JsonWriter json(console.out, true);
@@ -165,7 +166,7 @@ int runStatus(Console& console, const Arguments& arguments) {
         writeNames(json, "active", active);
         json.field("capabilities", info.capabilities);
         writeNames(json, "capabilityNames", able);
-        json.field("attached", attached);
+        json.field("attached", attached).field("exceptionRoad", exceptionRoad(info));
         json.field("sessionId", info.sessionId).field("hostId", info.hostId);
         json.field("snapshotDirectory", info.snapshotDirectory);
         json.field("telemetryLimit", info.telemetryLimit).endObject();
@@ -180,6 +181,7 @@ int runStatus(Console& console, const Arguments& arguments) {
                 << "cpu        " << cpuMode(agent.status) << "\n"
                 << "active     " << (active.empty() ? "-" : join(active, ", ")) << "\n"
                 << "able to    " << (able.empty() ? "-" : join(able, ", ")) << "\n"
+                << "exceptions counted " << exceptionRoadText(info) << "\n"
                 << "snapshots  " << printable(info.snapshotDirectory) << "\n";
     return 0;
 }
@@ -244,15 +246,9 @@ int runMonitors(Console& console, const Arguments& arguments) {
 int runExceptions(Console& console, const Arguments& arguments) {
     const bool on = arguments.text("ACTION") == "on";
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
-    if (on && !recordsExceptions(agent.info)) {
-        throw ClientError(ExitCode::Refused, "exceptions.missing",
-                          "this JVM sends no exception events: they must be asked for at its start",
-                          "`vdk run --exceptions -- java ...` starts a program with them; throwing "
-                          "is some 33 times slower then");
-    }
     agent.client.switchExceptionTelemetry(on);
-    writeDone(console, "vdk.exceptions/1", agent,
-              on ? "exception telemetry is on" : "exception telemetry is off");
+    const std::string done = "exception telemetry is on, " + exceptionRoadText(agent.info);
+    writeDone(console, "vdk.exceptions/1", agent, on ? done.c_str() : "exception telemetry is off");
     return 0;
 }
 

@@ -43,9 +43,12 @@ std::string withoutMonitors(const DataSource& source) {
 }
 
 std::string withoutExceptions(const DataSource& source) {
-    return source.live ? "no exceptions counted yet; only a program started with `vdk run "
-                         "--exceptions` has its exceptions counted"
-                       : "the snapshot has no exceptions";
+    if (!source.live) {
+        return "the snapshot has no exceptions";
+    }
+    return source.status & protocol::EXCEPTION_TELEMETRY_BIT
+               ? "no exceptions counted yet"
+               : "no exceptions counted yet: `vdk exceptions on " + source.name + "`";
 }
 
 ReportChoices choicesOf(const Arguments& arguments) {
@@ -80,6 +83,7 @@ struct ReportData {
     Profile allocations;
     MonitorUses monitors;
     std::vector<ThrownRow> exceptions;
+    bool exceptionsByCalls = false;
 };
 
 void writeJson(Console& console, const DataSource& source, const ReportData& data,
@@ -100,7 +104,7 @@ void writeJson(Console& console, const DataSource& source, const ReportData& dat
         writeMonitors(json, data.profile, data.monitors, choices);
     }
     if (choices.exceptions) {
-        writeExceptions(json, data.profile, data.exceptions, choices);
+        writeExceptions(json, data.profile, data.exceptions, data.exceptionsByCalls, choices);
     }
     json.endObject();
     console.out << "\n";
@@ -122,7 +126,7 @@ void printText(Console& console, const ReportData& data, const ReportChoices& ch
     }
     if (choices.exceptions && !data.exceptions.empty()) {
         console.out << (hasCpu ? "\n" : "");
-        printExceptions(console, data.profile, data.exceptions, choices);
+        printExceptions(console, data.profile, data.exceptions, data.exceptionsByCalls, choices);
     }
 }
 
@@ -137,6 +141,7 @@ int runReport(Console& console, const Arguments& arguments) {
     data.allocations = makeAllocationProfile(source.database());
     data.monitors = readMonitors(source.database(), data.profile);
     data.exceptions = readExceptions(source.database(), data.profile);
+    data.exceptionsByCalls = areCountedByCalls(source.database());
     if (!arguments.has("--raw-names")) {
         mergeGeneratedNames(data.profile);
         mergeGeneratedNames(data.allocations);

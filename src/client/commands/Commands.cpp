@@ -209,13 +209,17 @@ const std::vector<Command> Table = {
      runMonitors},
     {"exceptions",
      "switch the counting of exceptions on or off",
-     "By class, thread, and the stacks that threw and caught them. Needs the JVM's exception "
-     "events,\n"
-     "which must be asked for at its start (`vdk run --exceptions`) and make throwing some 33 "
-     "times\n"
-     "slower, even while the counting is off. `vdk report --show exceptions` shows what was "
+     "By class, thread, and the stacks that threw and caught them. `on` puts calls into the "
+     "constructors\n"
+     "of Throwable and the catch blocks of classes that the filters let through, `off` takes them "
+     "out\n"
+     "again: each exception counts where it was created. Only where the JVM's own events were "
+     "asked\n"
+     "for at its start (`vdk run --exceptions`) do these count each throw; they make throwing some "
+     "33\n"
+     "times slower, even while the counting is off. `vdk report --show exceptions` shows what was\n"
      "counted.",
-     "vdk exceptions off app.jar\nvdk report app.jar --show exceptions",
+     "vdk exceptions on app.jar\nvdk report app.jar --show exceptions",
      {{"ACTION", ValueKind::Choice, "what to do", {"on", "off"}, true}, Target},
      false,
      true,

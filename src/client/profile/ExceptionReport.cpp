@@ -5,6 +5,8 @@
 #include "client/profile/GeneratedNames.h"
 #include "db/DB.h"
 
+#include <cstring>
+
 namespace vdk {
 
 namespace {
@@ -12,6 +14,8 @@ namespace {
 std::string formatCount(int64_t count) {
     return std::to_string(count);
 }
+
+const char RoadProperty[] = "vdk.exceptions.counted.by.calls";
 
 const TreeUnit Throws = {formatCount, "count", false};
 
@@ -99,6 +103,16 @@ void writeSites(JsonWriter& json, const char* key, const std::map<Site, ThrowSum
 
 } // namespace
 
+bool areCountedByCalls(DB& db) {
+    bool result = false;
+    db.propertyTable->eachRecord([&](int, const PropertyRecord& record) {
+        const char* name = db.stringPool->getText(record.nameStrID);
+        result = result ||
+                 (record.stamp > 0 && record.value != 0 && name && strcmp(name, RoadProperty) == 0);
+    });
+    return result;
+}
+
 std::vector<ThrownRow> readExceptions(DB& db, const Profile& profile) {
     std::map<int, std::string> names;
     for (const ProfileThread& thread : profile.threads) {
@@ -121,25 +135,29 @@ std::vector<ThrownRow> readExceptions(DB& db, const Profile& profile) {
 }
 
 void printExceptions(Console& console, const Profile& profile, const std::vector<ThrownRow>& rows,
-                     const ReportChoices& choices) {
+                     bool byCalls, const ReportChoices& choices) {
     const AllSums sums(profile, rows, choices);
-    console.out << console.styled("Exceptions", "1") << " (" << sums.all.count << " thrown, "
-                << sums.all.uncaught << " not caught)\n";
+    console.out << console.styled("Exceptions", "1") << " (" << sums.all.count
+                << (byCalls ? " created, " : " thrown, ") << sums.all.uncaught
+                << (byCalls ? " not caught by rewritten classes; by inserted calls" : " not caught")
+                << ")\n";
     printNames(console, "EXCEPTION", sums.classes, choices);
     printNames(console, "THREAD", sums.pools, choices);
-    printSites(console, "THROWN IN", sums.throwers, choices);
+    printSites(console, byCalls ? "CREATED IN" : "THROWN IN", sums.throwers, choices);
     printSites(console, "CAUGHT IN", sums.catchers, choices);
     const CallTree tree = makeCallTree(profile, sums.charges, {choices.filters});
-    console.out << console.styled("Where exceptions were thrown", "1") << " (" << tree.total()
-                << ")\n";
+    console.out << console.styled(byCalls ? "Where exceptions were created"
+                                          : "Where exceptions were thrown",
+                                  "1")
+                << " (" << tree.total() << ")\n";
     printEventTree(console, profile, tree, choices, Throws);
 }
 
 void writeExceptions(JsonWriter& json, const Profile& profile, const std::vector<ThrownRow>& rows,
-                     const ReportChoices& choices) {
+                     bool byCalls, const ReportChoices& choices) {
     const AllSums sums(profile, rows, choices);
-    json.key("exceptions").beginObject().field("count", sums.all.count);
-    json.field("uncaught", sums.all.uncaught);
+    json.key("exceptions").beginObject().field("road", byCalls ? "calls" : "events");
+    json.field("count", sums.all.count).field("uncaught", sums.all.uncaught);
     writeNames(json, "classes", "class", sums.classes, choices);
     writeNames(json, "threads", "thread", sums.threads, choices);
     writeSites(json, "thrownIn", sums.throwers, choices);

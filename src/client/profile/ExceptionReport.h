@@ -18,11 +18,13 @@ struct ThrownRow {
     int64_t count = 0;
 };
 
+// Whether inserted calls counted, which see exceptions where they are created.
+bool areCountedByCalls(DB& db);
 std::vector<ThrownRow> readExceptions(DB& db, const Profile& profile);
 void printExceptions(Console& console, const Profile& profile, const std::vector<ThrownRow>& rows,
-                     const ReportChoices& choices);
+                     bool byCalls, const ReportChoices& choices);
 // The object "exceptions" of a report.
 void writeExceptions(JsonWriter& json, const Profile& profile, const std::vector<ThrownRow>& rows,
-                     const ReportChoices& choices);
+                     bool byCalls, const ReportChoices& choices);
 
 } // namespace vdk

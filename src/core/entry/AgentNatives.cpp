@@ -108,11 +108,11 @@ void JNICALL VDK_CALLBACK_NATIVE(messageToStdout)(JNIEnv* env, jclass, jstring t
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(enableExceptionTelemetry)(JNIEnv* env, jclass) {
-    runNative(env, VDK_HERE, [] { Exceptions::enable(true); });
+    runNative(env, VDK_HERE, [&] { Exceptions::enable(env, true); });
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(disableExceptionTelemetry)(JNIEnv* env, jclass) {
-    runNative(env, VDK_HERE, [] { Exceptions::enable(false); });
+    runNative(env, VDK_HERE, [&] { Exceptions::enable(env, false); });
 }
 
 jstring JNICALL VDK_CALLBACK_NATIVE(validateMethodPattern)(JNIEnv* env, jclass, jstring pattern) {

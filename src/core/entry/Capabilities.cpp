@@ -98,5 +98,9 @@ jvmtiError requestCapabilities(jvmtiEnv* environment) {
             row.set(request);
         }
     }
+    if ((ourCapabilities & CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE) != 0) {
+        // Nothing counts exceptions before somebody asks for it.
+        ourStatus &= ~EXCEPTION_TELEMETRY;
+    }
     return environment->AddCapabilities(&request);
 }

@@ -17,10 +17,18 @@ ZLock::~ZLock() {
 
 void ZLock::enterLock() {
     Logger::assertEquals(pthread_mutex_lock(&mutex), 0, VDK_HERE);
+    if (depth++ == 0) {
+        owner.store(pthread_self(), std::memory_order_relaxed);
+        held.store(true, std::memory_order_relaxed);
+    }
 }
 
 void ZLock::exitLock() {
     // A failure is a lock left by a thread that does not hold it. LockHolder's destructor calls
     // this, so it must not throw; the result says nothing that could still be repaired.
+    if (isHeldByCurrentThread() && --depth == 0) {
+        held.store(false, std::memory_order_relaxed);
+        owner.store(pthread_t(), std::memory_order_relaxed);
+    }
     pthread_mutex_unlock(&mutex);
 }

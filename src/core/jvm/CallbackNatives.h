@@ -106,6 +106,8 @@
     MISSING(unregisterProbes, "([Ljava/lang/String;)V", void, (JNIEnv* env, jclass, jobjectArray), "registration of probes") \
     BUILT(validateMethodPattern, "(Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jstring pattern)) \
     BUILT(writeTables, "(III[I)V", void, (JNIEnv* env, jclass clazz, jint socket, jint mask, jint limit, jintArray stamps)) \
+    BUILT(vdkExceptionCaught0, "(Ljava/lang/Object;)V", void, (JNIEnv* env, jclass clazz, jobject exception)) \
+    BUILT(vdkExceptionCreated0, "(Ljava/lang/Object;)V", void, (JNIEnv* env, jclass clazz, jobject exception)) \
     BUILT(vdkInit0, "(Ljava/lang/Object;I)I", jint, (JNIEnv* env, jclass clazz, jobject object, jint frameHint)) \
     MISSING(vdkJ2eeEntry1, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass, jobject, jint), "J2EE profiling") \
     MISSING(vdkJ2eeEntry2, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass, jobject, jint), "J2EE profiling") \

@@ -2,11 +2,13 @@
 
 #include "core/ground/Globals.h"
 #include "core/ground/ZMap.h"
+#include "core/jvm/CallbackNatives.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/ConsumedEvents.h"
 #include "core/jvm/EventGate.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
+#include "profiling/cpu/Tracing.h"
 #include "profiling/events/ClassNameTags.h"
 #include "profiling/events/RowsByThread.h"
 #include "profiling/threads/ThreadInfo.h"
@@ -17,6 +19,11 @@ namespace {
 const int INITIAL_CAPACITY = 1024;
 const int THREAD_SHIFT = 32;
 const char UNKNOWN_CLASS[] = "<unknown>";
+// Set where exceptions are counted by inserted calls, from the first time on.
+const char ROAD_PROPERTY[] = "vdk.exceptions.counted.by.calls";
+
+// Serialises the switching of inserted calls.
+ZLock& ourSwitchLock = *new ZLock("ExceptionSwitchLock");
 
 // Thrown, and expected to be caught.
 struct ExceptionData {
@@ -90,6 +97,36 @@ void updateRecord(const ThreadInfo* info, int throwFrame, int catchFrame, int cl
     record->stamp = ourDB->currentStamp;
 }
 
+bool comesByEvents() {
+    return (ourCapabilities & CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE) == 0;
+}
+
+void setStatus(bool isOn) {
+    LockHolder lock(ourLock);
+    if (isOn) {
+        ourStatus |= EXCEPTION_TELEMETRY;
+    } else {
+        ourStatus &= ~EXCEPTION_TELEMETRY;
+        // Their handlers are not heard of any more.
+        ourPending.clear();
+    }
+}
+
+// The calls are in the classes only while they are wanted.
+void switchCalls(JNIEnv* env, bool isOn) {
+    LockHolder lock(ourSwitchLock);
+    if (isOn == ((ourStatus & EXCEPTION_TELEMETRY) != 0) ||
+        ourTracingSwitch.switchExceptionCalls == nullptr) {
+        return;
+    }
+    if (isOn) {
+        LockHolder data(ourLock);
+        ourDB->setProperty(ROAD_PROPERTY, 1);
+    }
+    setStatus(isOn);
+    ourTracingSwitch.switchExceptionCalls(env, isOn);
+}
+
 // The current thread if its exceptions are recorded.
 ThreadInfo* getThrower() {
     if ((ourStatus & EXCEPTION_TELEMETRY) == 0) {
@@ -97,6 +134,46 @@ ThreadInfo* getThrower() {
     }
     ThreadInfo* info = getThreadInfo();
     return info == nullptr || info->agentThread ? nullptr : info;
+}
+
+// The same for inserted calls, which stand in all code: not in what the agent itself is doing on
+// the thread, nor in what a carrier does between two virtual threads, where nothing may be waited
+// for.
+ThreadInfo* getCallingThread() {
+    ThreadInfo* info = getThrower();
+    return info == nullptr || info->carrierThread || ourLock.isHeldByCurrentThread() ? nullptr
+                                                                                     : info;
+}
+
+bool isCounting() {
+    return isRecording() && (ourStatus & EXCEPTION_TELEMETRY) != 0;
+}
+
+// The end of a constructor of Throwable.
+void onCreated(JNIEnv* env, jobject exception) {
+    const ThreadInfo* info = getCallingThread();
+    if (info == nullptr) {
+        return;
+    }
+    LockHolder lock(ourLock);
+    if (isCounting()) {
+        const int frame = ourFrameStorage.fillCreatorsFrame(env, exception);
+        updateRecord(info, frame, 0, getExceptionClassNameStrID(env, exception), exception);
+    }
+}
+
+// The head of a `catch`. What was not seen when it was created is not counted.
+void onCaught(JNIEnv* env, jobject exception) {
+    const ThreadInfo* info = getCallingThread();
+    if (info == nullptr || ourTags.getTag(exception) == 0) {
+        return;
+    }
+    LockHolder lock(ourLock);
+    const int name = isCounting() ? getExceptionClassNameStrID(env, exception) : 0;
+    if (name != 0 && getCountingRow(exception, name) != nullptr) {
+        const int frame = ourFrameStorage.fillCurrentFrameJVMTI(env, nullptr);
+        updateRecord(info, 0, frame, name, exception);
+    }
 }
 
 void JNICALL exception_handler(jvmtiEnv*, JNIEnv* env, jthread, jmethodID, jlocation,
@@ -122,17 +199,12 @@ void Exceptions::reset() {
     ourTags.reset();
 }
 
-void Exceptions::enable(bool isOn) {
-    {
-        LockHolder lock(ourLock);
-        if (isOn) {
-            ourStatus |= EXCEPTION_TELEMETRY;
-        } else {
-            ourStatus &= ~EXCEPTION_TELEMETRY;
-            // Their handlers are not heard of any more.
-            ourPending.clear();
-        }
+void Exceptions::enable(JNIEnv* env, bool isOn) {
+    if (!comesByEvents()) {
+        switchCalls(env, isOn);
+        return;
     }
+    setStatus(isOn);
     updateExceptionEvents();
 }
 
@@ -193,4 +265,12 @@ void Exceptions::clearExceptions() {
     ourPending.clear();
     ourTags.clear();
     ourDB->clearTableAndTellReaders(SLOT_Exception);
+}
+
+void JNICALL VDK_CALLBACK_NATIVE(vdkExceptionCreated0)(JNIEnv* env, jclass, jobject exception) {
+    runGuarded(VDK_HERE, [&] { onCreated(env, exception); });
+}
+
+void JNICALL VDK_CALLBACK_NATIVE(vdkExceptionCaught0)(JNIEnv* env, jclass, jobject exception) {
+    runGuarded(VDK_HERE, [&] { onCaught(env, exception); });
 }

@@ -11,6 +11,10 @@ class ThreadInfo;
 // again moves its count to the new row, and keeps the frame that threw it first: its tag in
 // ourJVMTI7 remembers where it counts.
 //
+// Where the JVM sends no exception events, calls that are put into classes on request tell instead:
+// one when an exception is created, which stands for the throw, with the stack of the creator; and
+// one at each `catch`, which moves the count as a second throw of the object would.
+//
 // Platform threads of the application only.
 class Exceptions {
 public:
@@ -20,8 +24,9 @@ public:
     // Back to the state after the load of the library, for a new database.
     static void reset();
 
-    // Sets or clears the bit of the status. Takes ourLock, which the caller does not hold.
-    static void enable(bool isOn);
+    // Sets or clears the bit of the status, and brings events or inserted calls in step with it.
+    // Takes ourLock, which the caller does not hold.
+    static void enable(JNIEnv* env, bool isOn);
 
     // A handler of the current thread has caught it. Takes ourLock if telemetry is on.
     static void onCatch(JNIEnv* env, jobject exception);

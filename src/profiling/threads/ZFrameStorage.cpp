@@ -39,6 +39,23 @@ const jvmtiFrameInfo* readStack(jint most, jint* count) {
     }
 }
 
+// A constructor that works on objects of this class, or the agent's own call in one.
+bool isConstruction(JNIEnv* env, jmethodID id, jclass type) {
+    const MethodRecord* const row = ourDB->methodTable->getRecord(getMethodByID(env, id), true);
+    if ((row->flags & METHOD_HIDDEN) != 0) {
+        return true;
+    }
+    const char* const name = ourDB->stringPool->getText(row->methodNameStrID);
+    jclass owner = nullptr;
+    if (name == nullptr || strcmp(name, "<init>") != 0 ||
+        ourJVMTI->GetMethodDeclaringClass(id, &owner) != JVMTI_ERROR_NONE) {
+        return false;
+    }
+    const bool isSuper = env->IsAssignableFrom(type, owner) == JNI_TRUE;
+    env->DeleteLocalRef(owner);
+    return isSuper;
+}
+
 } // namespace
 
 int getMethodFlags(int method) {
@@ -129,13 +146,30 @@ int ZFrameStorage::fillCurrentFrameJVMTI(JNIEnv* env, ZVector<OpenCall>* markers
     }
     jint count = 0;
     const jvmtiFrameInfo* const frames = readStack(MAX_CURRENT_FRAMES, &count);
-    for (jint i = count - 1; i >= 0; i--) {
+    return fillFrames(env, frames, 0, count);
+}
+
+int ZFrameStorage::fillFrames(JNIEnv* env, const jvmtiFrameInfo* frames, jint from, jint count) {
+    int frame = 0;
+    for (jint i = count - 1; i >= from; i--) {
         const int method = getMethodByID(env, frames[i].method);
         if ((getMethodFlags(method) & METHOD_HIDDEN) == 0) {
             frame = getChild(frame, method);
         }
     }
     return frame;
+}
+
+int ZFrameStorage::fillCreatorsFrame(JNIEnv* env, jobject object) {
+    jint count = 0;
+    const jvmtiFrameInfo* const frames = readStack(MAX_CURRENT_FRAMES, &count);
+    jclass type = env->GetObjectClass(object);
+    jint from = 0;
+    while (from < count && isConstruction(env, frames[from].method, type)) {
+        from++;
+    }
+    env->DeleteLocalRef(type);
+    return fillFrames(env, frames, from, count);
 }
 
 int ZFrameStorage::fillCurrentFrameJVMTIFromStackInfo(JNIEnv* env, const jvmtiStackInfo& stackInfo,

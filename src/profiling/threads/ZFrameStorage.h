@@ -37,6 +37,9 @@ public:
     // and the first of a run of filtered ones stands for the run; cut, then not null, tells whether
     // the stack is deeper. 0 if nothing is left.
     int fillCurrentFrameJVMTI(JNIEnv* env, ZVector<OpenCall>* markers, bool* cut = nullptr);
+    // Frame of the current thread's stack without the constructors of this object at its top: where
+    // the object comes from.
+    int fillCreatorsFrame(JNIEnv* env, jobject object);
     // Frame of a stack from GetAllStackTraces, hidden methods included: readers skip them. With the
     // memory of the thread's last stack only the part that differs from it is looked up; the memory
     // then holds this stack.
@@ -56,6 +59,7 @@ private:
     static constexpr int LONGEST_WALK = 64;
 
     static long keyOf(int parent, int method) { return static_cast<long>(parent) << 32 | method; }
+    int fillFrames(JNIEnv* env, const jvmtiFrameInfo* frames, jint from, jint count);
     int getChildOfMany(int frame, int from, int method);
     int appendChild(int frame, int last, int method);
 

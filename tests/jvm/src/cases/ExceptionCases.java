@@ -37,7 +37,10 @@ public final class ExceptionCases {
         Tables tables = fetch(target);
         Map<String, Long> counts = new TreeMap<>();
         for (Object[] row : tables.rows.get(Tables.EXCEPTION).values()) {
-            if ((Long) row[5] != 0 && tables.stack((Integer) row[2]).contains(THROWN + ".body")) {
+            // The JVM makes some for itself, which nobody throws, as it looks for methods.
+            boolean isLookUp = method(tables, row[2]).startsWith("java.lang.invoke.");
+            if ((Long) row[5] != 0 && !isLookUp &&
+                tables.stack((Integer) row[2]).contains(THROWN + ".body")) {
                 String key = tables.text((Integer) row[4]) + " < " + method(tables, row[2]) +
                              " < " + method(tables, row[3]);
                 counts.merge(key.replace(THROWN, "T"), (Long) row[5], Long::sum);
@@ -53,7 +56,43 @@ public final class ExceptionCases {
         Check.await(() -> target.output().split(name, -1).length > before, name);
     }
 
-    private static void checkKinds(Target target) throws Exception {
+    /**
+     * What is thrown, at which site it counts by events and by inserted calls, where it is caught,
+     * and how often. An inserted call sees who creates an exception and not who throws it, and
+     * catches only in classes that the filters let through.
+     */
+    private static Map<String, Long> expected(Target target, boolean byCalls) {
+        String reflection = target.jdk.release < 18
+                                    ? "jdk.internal.reflect.NativeMethodAccessorImpl.invoke0"
+                                    : "jdk.internal.reflect.DirectMethodHandleAccessor.invoke";
+        // A native method catches without a handler that the JVM's event could name.
+        boolean isCaught = target.jdk.release >= 18 && !byCalls;
+        Object[][] rows = {
+                {"T$Plain", "T.inItsOwnFrame", "T.inItsOwnFrame", "T.inItsOwnFrame", 4000},
+                {"T$Plain", "T.thrower", "T.inTheCaller", "T.inTheCaller", 200},
+                // Caught, thrown on and caught again is one exception, of the first throw.
+                {"T$Again", "T.thrower", "T.thrownOn", "T.twice", 50},
+                {"T$Deadly", "T.thrower", "T.dies", "nobody", 3},
+                {"java.lang.NumberFormatException", "java.lang.Integer.parseInt",
+                 "java.lang.NumberFormatException.forInputString", "T.byTheJdk", 5},
+                {"java.lang.ClassNotFoundException",
+                 "jdk.internal.loader.BuiltinClassLoader.loadClass",
+                 "jdk.internal.loader.BuiltinClassLoader.loadClass", "T.byTheJdk", 5},
+                {"java.lang.ArrayStoreException", "T.byNativeCode", "java.lang.System.arraycopy",
+                 "T.byNativeCode", 5},
+                {"java.lang.reflect.InvocationTargetException", reflection, reflection,
+                 "T.byNativeCode", 5},
+                {"T$Plain", "T.thrower", "T.inner", isCaught ? reflection : "nobody", 5},
+        };
+        Map<String, Long> expected = new TreeMap<>();
+        for (Object[] row : rows) {
+            expected.put(row[0] + " < " + row[byCalls ? 2 : 1] + " < " + row[3],
+                         ((Integer) row[4]).longValue());
+        }
+        return expected;
+    }
+
+    private static void checkKinds(Target target, boolean byCalls) throws Exception {
         run(target, "own 8 500");
         run(target, "caller 2 100");
         run(target, "twice 1 50");
@@ -61,38 +100,44 @@ public final class ExceptionCases {
         run(target, "jdk 1 5");
         // Fewer than make the JVM replace the native method behind reflection.
         run(target, "native 1 5");
-        Map<String, Long> expected = new TreeMap<>();
-        expected.put("T$Plain < T.inItsOwnFrame < T.inItsOwnFrame", 4000L);
-        expected.put("T$Plain < T.thrower < T.inTheCaller", 200L);
-        // Caught, thrown on and caught again is one exception, of the first throw.
-        expected.put("T$Again < T.thrower < T.twice", 50L);
-        expected.put("T$Deadly < T.thrower < nobody", 3L);
-        expected.put("java.lang.NumberFormatException < java.lang.Integer.parseInt < T.byTheJdk",
-                     5L);
-        expected.put("java.lang.ClassNotFoundException < "
-                             + "jdk.internal.loader.BuiltinClassLoader.loadClass < T.byTheJdk",
-                     5L);
-        expected.put("java.lang.ArrayStoreException < T.byNativeCode < T.byNativeCode", 5L);
-        String reflection = target.jdk.release < 18
-                                    ? "jdk.internal.reflect.NativeMethodAccessorImpl.invoke0"
-                                    : "jdk.internal.reflect.DirectMethodHandleAccessor.invoke";
-        expected.put("java.lang.reflect.InvocationTargetException < " + reflection +
-                             " < T.byNativeCode",
-                     5L);
-        // A native method catches without a handler that the JVM's event could name.
-        expected.put("T$Plain < T.thrower < " + (target.jdk.release < 18 ? "nobody" : reflection),
-                     5L);
-        Check.equal(counts(target), expected, "exceptions");
+        if (target.jdk.release >= 21) {
+            run(target, "virtual 1 1");
+        }
+        Check.equal(counts(target), expected(target, byCalls), "exceptions");
     }
 
     @Case(fixture = Thrown.class, attach = false)
     static void countsThrowsByClassAndSite(Target target) throws Exception {
         String pid = Long.toString(target.pid());
-        checkKinds(target);
-        String text = Tool.vdk("report", pid, "--show", "exceptions");
-        for (String part : new String[] {"THROWN IN", "T$Again", "own-*", "twice"}) {
+        checkKinds(target, false);
+        checkReport(pid, "THROWN IN");
+        checkSwitching(target);
+        target.finish();
+    }
+
+    /** The same counts where the JVM sends no events, and nothing before somebody asks. */
+    @Case(fixture = Thrown.class, agent = "noexceptionevents")
+    static void countsWithoutEventsByInsertedCalls(Target target) throws Exception {
+        String pid = Long.toString(target.pid());
+        run(target, "own 2 10");
+        Check.isTrue(fetch(target).rows.get(Tables.EXCEPTION).isEmpty(), "rows before the start");
+        Tool.vdk("exceptions", "on", pid);
+        Check.contains(Tool.vdk("status", pid), "by inserted calls", "the road");
+        checkKinds(target, true);
+        checkReport(pid, "CREATED IN");
+        checkSwitching(target);
+        target.finish();
+    }
+
+    private static void checkReport(String source, String title) throws Exception {
+        String text = Tool.vdk("report", source, "--show", "exceptions");
+        for (String part : new String[] {title, "T$Again", "own-*", "twice"}) {
             Check.contains(text.replace(THROWN, "T"), part, "report");
         }
+    }
+
+    private static void checkSwitching(Target target) throws Exception {
+        String pid = Long.toString(target.pid());
         Tool.vdk("exceptions", "off", pid);
         Map<String, Long> before = counts(target);
         run(target, "own 1 10");
@@ -106,7 +151,6 @@ public final class ExceptionCases {
         run(target, "own 1 10");
         Check.equal(counts(target), Map.of("T$Plain < T.inItsOwnFrame < T.inItsOwnFrame", 10L),
                     "after clearing and a start");
-        target.finish();
     }
 
     /** An exception that outlives its thread's rows takes nothing from whoever has them now. */

@@ -9,6 +9,7 @@ import jvmtest.Case;
 import jvmtest.Check;
 import jvmtest.Tables;
 import jvmtest.Target;
+import jvmtest.Tool;
 import jvmtest.Tracing;
 
 /**
@@ -161,6 +162,32 @@ public final class ThrowCases {
     callsEndTheSameInterpreted(Target target) throws Exception {
         checkTree(target, 1000);
         checkOverflow(target);
+        target.finish();
+    }
+
+    /** The calls that count exceptions come and go while the program throws and is traced. */
+    @Case(fixture = Throws.class, agent = "noexceptionevents")
+    static void countingExceptionsLeavesTheTreeAsItIs(Target target) throws Exception {
+        String pid = Long.toString(target.pid());
+        Tool.vdk("exceptions", "on", pid);
+        checkTree(target, 1000);
+        Tracing.clear(target);
+        Tracing.start(target, FILTERS);
+        int number = target.output().split("done ", -1).length;
+        target.send("catching 60000 0");
+        for (String way : new String[] {"off", "on", "off", "on"}) {
+            Tool.vdk("exceptions", way, pid);
+        }
+        Check.await(() -> target.output().contains("done " + number + " catching"), "the end");
+        run(target, "unwinding 100 0");
+        Map<String, Long> counts = countsByPath(Tracing.fetch(target));
+        Check.equal(counts.get("obey catching leaf"), 60_000L, "behind the catch " + counts);
+        Check.equal(counts.get("obey catching thrower thrower thrower thrower"), 60_000L,
+                    "the thrower " + counts);
+        Tracing.stop(target);
+        checkOverflow(target);
+        Check.contains(Tool.vdk("report", pid, "--show", "exceptions"), "Throws$Expected",
+                       "exceptions");
         target.finish();
     }
 

@@ -240,6 +240,12 @@ public class Callback {
 
     public static native void writeTables(int socket, int mask, int limit, int[] stamps);
 
+    /** At the head of a {@code catch}, where exceptions are counted by inserted calls. */
+    public static native void vdkExceptionCaught0(Object exception);
+
+    /** At the end of a constructor of Throwable, likewise. */
+    public static native void vdkExceptionCreated0(Object exception);
+
     public static native int vdkInit0(Object object, int frameHint);
 
     public static native void vdkJ2eeEntry1(Object text, int type);

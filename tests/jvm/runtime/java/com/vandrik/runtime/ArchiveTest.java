@@ -122,7 +122,7 @@ final class ArchiveTest {
                 natives++;
             }
         }
-        Check.equal(natives, 91, "natives");
+        Check.equal(natives, 93, "natives");
     }
 
     static void testSwitchedOffCallbacksDoNothing() {
