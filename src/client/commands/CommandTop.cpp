@@ -44,7 +44,7 @@ Moment look(DB& db, bool filters) {
     Moment moment;
     moment.profile = makeProfile(db);
     for (const MonitorUse& use : readMonitors(db, moment.profile).uses) {
-        moment.events[BlockedNs] += use.inWait ? 0 : use.timeNs;
+        moment.events[BlockedNs] += use.kind == WaitKind::Blocked ? use.timeNs : 0;
     }
     for (const ThrownRow& row : readExceptions(db, moment.profile)) {
         moment.events[Exceptions] += row.count;

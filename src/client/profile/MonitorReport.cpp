@@ -4,6 +4,7 @@
 #include "client/profile/EventTree.h"
 #include "client/profile/GeneratedNames.h"
 #include "db/DB.h"
+#include "db/WaitKinds.h"
 
 #include <array>
 #include <tuple>
@@ -14,19 +15,44 @@ namespace {
 
 const TreeUnit Time = {formatNs, "timeNs", true};
 
-struct WaitSums {
-    int64_t blockedNs = 0, blocks = 0; // for a monitor that another thread held
-    int64_t waitNs = 0, waits = 0;     // in Object.wait()
-
-    void add(const MonitorUse& use) {
-        (use.inWait ? waitNs : blockedNs) += use.timeNs;
-        (use.inWait ? waits : blocks) += use.count;
-    }
+struct KindNames {
+    const char* title; // column
+    const char* where; // title of a tree
+    const char* ns;    // fields in JSON
+    const char* count;
+    const char* tree;
 };
 
-// Blocked time is what a user looks for; waiting for work is no trouble.
+// By WaitKind.
+const std::array<KindNames, 4> Kinds = {{
+    {"BLOCKED", "Where threads were blocked", "blockedNs", "blocks", "blockedTree"},
+    {"IN WAIT()", "Where threads were in Object.wait()", "waitNs", "waits", "waitTree"},
+    {"FOR OTHERS", "Where threads were parked for others", "forOthersNs", "forOthers",
+     "forOthersTree"},
+    {"FOR WORK", "Where threads were parked for work", "forWorkNs", "forWork", "forWorkTree"},
+}};
+constexpr size_t MonitorKinds = 2; // the others come from locks
+
+struct WaitSums {
+    std::array<int64_t, Kinds.size()> ns = {}, count = {};
+
+    void add(const MonitorUse& use) {
+        ns[size_t(use.kind)] += use.timeNs;
+        count[size_t(use.kind)] += use.count;
+    }
+    int64_t blockedNs() const { return ns[size_t(WaitKind::Blocked)]; }
+    int64_t blocks() const { return count[size_t(WaitKind::Blocked)]; }
+};
+
+// Blocked time is what a user looks for, then what others keep threads waiting; waiting for work is
+// no trouble.
 bool operator>(const WaitSums& a, const WaitSums& b) {
-    return std::tie(a.blockedNs, a.waitNs) > std::tie(b.blockedNs, b.waitNs);
+    auto rank = [](const WaitSums& sums) {
+        return std::make_tuple(sums.blockedNs(), sums.ns[size_t(WaitKind::ForOthers)],
+                               sums.ns[size_t(WaitKind::InWait)],
+                               sums.ns[size_t(WaitKind::ForWork)]);
+    };
+    return rank(a) > rank(b);
 }
 
 using Thread = std::pair<int, std::string>; // number and name
@@ -47,9 +73,8 @@ struct AllSums {
             classes[use.className].add(use);
             waiters[waiter].add(use);
             waiterPools[pool(use.waiter)].add(use);
-            (use.inWait ? waitCharges : blockedCharges)
-                .push_back({0, use.frame, use.timeNs, use.count});
-            if (!use.inWait) {
+            charges[size_t(use.kind)].push_back({0, use.frame, use.timeNs, use.count});
+            if (use.kind == WaitKind::Blocked) {
                 owners[owner].add(use);
                 pairs[{waiter, owner, use.className}].add(use);
                 poolPairs[{pool(use.waiter), pool(use.owner), use.className}].add(use);
@@ -64,27 +89,72 @@ struct AllSums {
     // For people: threads of a pool together.
     std::map<std::string, WaitSums> waiterPools;
     std::map<std::array<std::string, 3>, WaitSums> poolPairs; // waiter, owner, class
-    std::vector<Charge> blockedCharges, waitCharges;
+    std::array<std::vector<Charge>, Kinds.size()> charges;
 };
 
 const auto sameSums = [](const WaitSums& sums) -> const WaitSums& { return sums; };
 
+// The JVM does not name a virtual thread that holds a monitor.
+const char UnknownOwner[] = "<unknown, maybe virtual>";
+
 std::string threadName(DB& db, int trn, const std::map<int, int>& rowOfTrn) {
+    if (trn == 0) {
+        return UnknownOwner;
+    }
     auto found = rowOfTrn.find(trn);
     const char* name = found == rowOfTrn.end() ? nullptr : db.stringPool->getText(found->second);
     return name ? name : "<thread " + std::to_string(trn) + ">";
 }
 
-// The oldest threads that ended are one waiter; who held the monitor is kept, so that only the
-// stack tells of them whether they were in Object.wait().
-bool isInWait(const MonitorUse& use, const Profile& profile) {
-    if (use.ownerTrn == use.waiterTrn) {
-        return true;
+const ProfileMethod& methodOf(const Profile& profile, int frame) {
+    return profile.methods[size_t(profile.frames[size_t(frame)].method)];
+}
+
+bool isPark(const ProfileMethod& method) {
+    return method.className == "jdk.internal.misc.Unsafe";
+}
+
+// What locks and queues have in common below their own methods.
+bool isLockMachinery(const ProfileMethod& method) {
+    static const char* const begins[] = {"java.util.concurrent.locks.LockSupport",
+                                         "java.util.concurrent.locks.Abstract"};
+    for (const char* text : begins) {
+        if (startsWith(method.className, text)) {
+            return true;
+        }
     }
-    const int frame = shownFrame(profile, use.frame);
-    const ProfileMethod& method = profile.methods[size_t(profile.frames[size_t(frame)].method)];
-    return startsWith(use.waiter, "<Oldest finished") && method.className == "java.lang.Object" &&
-           startsWith(method.name, "wait");
+    const bool isSync =
+        startsWith(method.className, "java.util.concurrent.") && endsWith(method.className, "Sync");
+    return isPark(method) || isSync || endsWith(method.name, "managedBlock");
+}
+
+// The frame that uses the lock: ReentrantLock.lock, LinkedBlockingQueue.take. The program's own
+// calls of what is below that stay as well.
+int frameOfLock(const Profile& profile, int frame) {
+    int last = frame;
+    while (frame > 0 && isLockMachinery(methodOf(profile, frame))) {
+        last = frame;
+        frame = profile.frames[size_t(frame)].parent;
+    }
+    return frame > 0 && startsWith(methodOf(profile, frame).className, "java.util.concurrent.")
+               ? frame
+               : last;
+}
+
+// The oldest threads that ended are one waiter; who held the monitor is kept, so that of them only
+// the stack and the class tell what they did.
+WaitKind kindOf(const MonitorUse& use, const ProfileMethod& innermost) {
+    const bool isMerged = startsWith(use.waiter, "<Oldest finished");
+    if (isPark(innermost)) {
+        if (use.ownerTrn == use.waiterTrn ||
+            (isMerged && isBlockerOfIdleThreads(use.className.c_str()))) {
+            return WaitKind::ForWork;
+        }
+        return use.ownerTrn == 0 ? WaitKind::ForOthers : WaitKind::Blocked;
+    }
+    const bool isWait =
+        isMerged && innermost.className == "java.lang.Object" && startsWith(innermost.name, "wait");
+    return isWait || use.ownerTrn == use.waiterTrn ? WaitKind::InWait : WaitKind::Blocked;
 }
 
 // The two halves are stored as properties.
@@ -102,16 +172,33 @@ int64_t readDuration(DB& db) {
     return knowsLow && knowsHigh ? int64_t(uint64_t(high) << 32 | low) : -1;
 }
 
+// The kinds that a list has columns for: those of locks only where there are any.
+size_t shownKinds(const WaitSums& all) {
+    for (size_t kind = MonitorKinds; kind < Kinds.size(); kind++) {
+        if (all.count[kind] != 0) {
+            return Kinds.size();
+        }
+    }
+    return MonitorKinds;
+}
+
 void printList(Console& console, const char* title, const std::map<std::string, WaitSums>& sums,
-               const ReportChoices& choices) {
-    TextTable table({{"BLOCKED", TextTable::Right},
-                     {"TIMES", TextTable::Right},
-                     {"IN WAIT()", TextTable::Right},
-                     {"TIMES", TextTable::Right},
-                     {title}});
+               size_t kinds, const ReportChoices& choices) {
+    std::vector<TextTable::Column> columns;
+    for (size_t kind = 0; kind < kinds; kind++) {
+        columns.push_back({Kinds[kind].title, TextTable::Right});
+        columns.push_back({"TIMES", TextTable::Right});
+    }
+    columns.push_back({title});
+    TextTable table(columns);
     for (const auto& [name, sum] : heaviest(sums, choices.top, sameSums)) {
-        table.add({formatNs(sum.blockedNs), std::to_string(sum.blocks), formatNs(sum.waitNs),
-                   std::to_string(sum.waits), printable(name)});
+        std::vector<std::string> row;
+        for (size_t kind = 0; kind < kinds; kind++) {
+            row.push_back(formatNs(sum.ns[kind]));
+            row.push_back(std::to_string(sum.count[kind]));
+        }
+        row.push_back(printable(name));
+        table.add(row);
     }
     table.print(console);
     noteRest(console, sums.size(), choices.top);
@@ -128,7 +215,7 @@ void printPairs(Console& console, const AllSums& sums, const ReportChoices& choi
                      {"OWNER"},
                      {"MONITOR"}});
     for (const auto& [pair, sum] : heaviest(sums.poolPairs, choices.top, sameSums)) {
-        table.add({formatNs(sum.blockedNs), std::to_string(sum.blocks), printable(pair[0]),
+        table.add({formatNs(sum.blockedNs()), std::to_string(sum.blocks()), printable(pair[0]),
                    printable(pair[1]), printable(pair[2])});
     }
     table.print(console);
@@ -148,8 +235,9 @@ void printWhere(Console& console, const char* title, const Profile& profile,
 }
 
 void writeSums(JsonWriter& json, const WaitSums& sums) {
-    json.field("blockedNs", sums.blockedNs).field("blocks", sums.blocks);
-    json.field("waitNs", sums.waitNs).field("waits", sums.waits);
+    for (size_t kind = 0; kind < Kinds.size(); kind++) {
+        json.field(Kinds[kind].ns, sums.ns[kind]).field(Kinds[kind].count, sums.count[kind]);
+    }
 }
 
 void writeThreads(JsonWriter& json, const char* key, const std::map<Thread, WaitSums>& sums,
@@ -194,7 +282,11 @@ MonitorUses readMonitors(DB& db, const Profile& profile) {
         use.frame = size_t(record.frame) < profile.frames.size() ? record.frame : 0;
         use.timeNs = record.timeNs;
         use.count = record.count;
-        use.inWait = isInWait(use, profile);
+        const ProfileMethod& innermost = methodOf(profile, shownFrame(profile, use.frame));
+        use.kind = kindOf(use, innermost);
+        if (isPark(innermost)) {
+            use.frame = frameOfLock(profile, use.frame);
+        }
         monitors.uses.push_back(use);
     });
     monitors.recordedNs = readDuration(db);
@@ -204,17 +296,23 @@ MonitorUses readMonitors(DB& db, const Profile& profile) {
 void printMonitors(Console& console, const Profile& profile, const MonitorUses& monitors,
                    const ReportChoices& choices) {
     const AllSums sums(monitors);
-    console.out << console.styled("Monitors", "1") << " (blocked " << formatNs(sums.all.blockedNs)
-                << ", in Object.wait() " << formatNs(sums.all.waitNs);
+    const size_t kinds = shownKinds(sums.all);
+    console.out << console.styled("Monitors", "1") << " (blocked " << formatNs(sums.all.blockedNs())
+                << ", in Object.wait() " << formatNs(sums.all.ns[size_t(WaitKind::InWait)]);
+    if (kinds > MonitorKinds) {
+        console.out << ", parked for others " << formatNs(sums.all.ns[size_t(WaitKind::ForOthers)])
+                    << ", parked for work " << formatNs(sums.all.ns[size_t(WaitKind::ForWork)]);
+    }
     if (monitors.recordedNs >= 0) {
         console.out << ", recorded for " << formatNs(monitors.recordedNs);
     }
     console.out << ")\n";
-    printList(console, "MONITOR", sums.classes, choices);
-    printList(console, "WAITING THREAD", sums.waiterPools, choices);
+    printList(console, "MONITOR", sums.classes, kinds, choices);
+    printList(console, "WAITING THREAD", sums.waiterPools, kinds, choices);
     printPairs(console, sums, choices);
-    printWhere(console, "Where threads were blocked", profile, sums.blockedCharges, choices);
-    printWhere(console, "Where threads were in Object.wait()", profile, sums.waitCharges, choices);
+    for (size_t kind = 0; kind < Kinds.size(); kind++) {
+        printWhere(console, Kinds[kind].where, profile, sums.charges[kind], choices);
+    }
 }
 
 void writeMonitors(JsonWriter& json, const Profile& profile, const MonitorUses& monitors,
@@ -238,11 +336,12 @@ void writeMonitors(JsonWriter& json, const Profile& profile, const MonitorUses& 
         json.field("waiter", std::get<0>(pair).second).field("waiterTrn", std::get<0>(pair).first);
         json.field("owner", std::get<1>(pair).second).field("ownerTrn", std::get<1>(pair).first);
         json.field("class", std::get<2>(pair));
-        json.field("blockedNs", sum.blockedNs).field("blocks", sum.blocks).endObject();
+        json.field("blockedNs", sum.blockedNs()).field("blocks", sum.blocks()).endObject();
     }
     json.endArray();
-    writeTree(json, "blockedTree", profile, sums.blockedCharges, choices);
-    writeTree(json, "waitTree", profile, sums.waitCharges, choices);
+    for (size_t kind = 0; kind < Kinds.size(); kind++) {
+        writeTree(json, Kinds[kind].tree, profile, sums.charges[kind], choices);
+    }
     json.endObject();
 }
 

@@ -1,4 +1,5 @@
-// Reports on waits for monitors: by class, by waiting thread, by owner, and where threads waited.
+// Reports on waits for monitors and locks: by class, by waiting thread, by owner, and where threads
+// waited.
 #pragma once
 
 #include "client/profile/Report.h"
@@ -10,16 +11,23 @@ class DB;
 
 namespace vdk {
 
-// One row of monitor: a thread that waited for another one's monitor, or in Object.wait().
+enum class WaitKind {
+    Blocked,   // for a monitor or a lock that another thread held
+    InWait,    // in Object.wait(), of a monitor that it held itself
+    ForOthers, // parked until others do something: semaphores, latches, futures
+    ForWork,   // parked for a signal, or as a pool's thread with nothing to do
+};
+
+// One row of monitor: a thread that waited.
 struct MonitorUse {
     std::string className;
     int waiterTrn = 0;
     int ownerTrn = 0;
     std::string waiter, owner; // names
-    int frame = 0;             // of Profile::frames
+    int frame = 0;             // of Profile::frames; of a lock, where it is used
     int64_t timeNs = 0;
     int64_t count = 0;
-    bool inWait = false; // in Object.wait(), of a monitor that it held itself
+    WaitKind kind = WaitKind::Blocked;
 };
 
 struct MonitorUses {

@@ -25,6 +25,7 @@
 #include "profiling/threads/CarrierThread.h"
 #include "profiling/threads/ThreadInfo.h"
 #include "profiling/threads/UnloadedClasses.h"
+#include "profiling/threads/VirtualThreads.h"
 #include "runtime/ControlSocketNatives.h"
 #include "runtime/DiagnosticNatives.h"
 #include "runtime/RuntimeClasses.h"
@@ -394,6 +395,9 @@ void threadStartImpl(JNIEnv* env, jthread thread, long nativeID) {
     ThreadInfo* info = new ThreadInfo(
         names.name.c_str(), names.hasGroup ? names.group.c_str() : nullptr, nativeID, reference);
     info->carrierThread = isCarrier(env, thread);
+    if (info->carrierThread) {
+        noteCarrierThread();
+    }
     const jvmtiError error = ourJVMTI->SetThreadLocalStorage(thread, info);
     info->onThreadStart();
     if (error != JVMTI_ERROR_NONE) {

@@ -23,6 +23,7 @@ public:
     int allocSampled = 0;         // bytes between two sampled objects, 0 means none are sampled
     bool perClassGC = true;
     bool monitors = false;
+    bool noParks = false;
     bool withDebugger;
     int telemetryLimit = 3600; // seconds; records once parse has returned
     int probeTableLengthLimit = 20000;

@@ -118,6 +118,7 @@ const Options::Row Options::ourRows[] = {
     Row::flagRow("handlebadtimes", &Options::handleBadTimes),
     Row::actionRow("disableall", &Options::disableAll),
     Row::flagRow("monitors", &Options::monitors),
+    Row::flagRow("noparks", &Options::noParks),
     Row::flagRow("sampling", &Options::sampling),
     Row::actionRow("alloceach=", &Options::allocationEach),
     Row::actionRow("allocsizelimit=", &Options::allocationSizeLimit),

@@ -26,6 +26,7 @@
     MISSING(addProbePaths, "([Ljava/lang/String;)V", void, (JNIEnv* env, jclass, jobjectArray), "registration of probes") \
     BUILT(addSnapshotInfo, "(Ljava/lang/String;J)V", void, (JNIEnv* env, jclass clazz, jstring path, jlong flags)) \
     BUILT(advanceGeneration, "(Ljava/lang/String;)V", void, (JNIEnv* env, jclass clazz, jstring description)) \
+    BUILT(bindPark, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(captureSnapshot, "(Ljava/lang/String;IJ)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jstring path, jint progressSocket, jlong flags)) \
     BUILT(clearAllocationData, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(clearCPUData, "(Z)V", void, (JNIEnv* env, jclass clazz, jboolean log)) \

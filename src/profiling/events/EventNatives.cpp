@@ -3,6 +3,11 @@
 #include "core/jvm/NativeEntry.h"
 #include "profiling/events/Exceptions.h"
 #include "profiling/events/Monitors.h"
+#include "profiling/events/Parks.h"
+
+void JNICALL VDK_CALLBACK_NATIVE(bindPark)(JNIEnv* env, jclass) {
+    runNative(env, VDK_HERE, [&] { Parks::bind(env); });
+}
 
 jstring JNICALL VDK_CALLBACK_NATIVE(startMonitorProfiling)(JNIEnv* env, jclass) {
     return nativeResult<jstring>(env, VDK_HERE, nullptr, [&] {

@@ -1,7 +1,6 @@
 #include "profiling/events/Monitors.h"
 
 #include "core/ground/Globals.h"
-#include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "core/ground/ZMap.h"
 #include "core/jvm/CommonUtils.h"
@@ -11,10 +10,10 @@
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "profiling/UserMessage.h"
-#include "profiling/events/ClassNameTags.h"
-#include "profiling/events/RowsByThread.h"
+#include "profiling/events/MonitorRows.h"
+#include "profiling/events/Parks.h"
 #include "profiling/threads/ThreadInfo.h"
-#include "profiling/threads/ZFrameStorage.h"
+#include "profiling/threads/VirtualThreads.h"
 
 long Monitors::ourMonitorRecordingStartNs = 0;
 long Monitors::ourMonitorRecordingLastNs = 0;
@@ -23,8 +22,6 @@ namespace {
 
 const int HALF_BITS = 32;
 const int INITIAL_CAPACITY = 1024;
-// Where stacks are not walked.
-const int FRAME_WITHOUT_STACK = 1;
 const jlong NAME_BITS = 0xFFFFFFFF;
 
 // A wait that has begun; without a start it has ended.
@@ -33,14 +30,9 @@ struct OwnerTRNAndTime {
     long startNs = 0;
 };
 
-ZMap<MonitorKey, int>& ourRows = *new ZMap<MonitorKey, int>(INITIAL_CAPACITY);
 ZMap<int, OwnerTRNAndTime>& ourOpenWaits = *new ZMap<int, OwnerTRNAndTime>(INITIAL_CAPACITY);
-ClassNameTags& ourTags = *new ClassNameTags(ourJVMTI5);
-
-// Measurements of what the parts of a handler cost.
-bool ourEmptyCallbackTest = false;
-bool ourLockOnlyTest = false;
-bool ourNoStack = false;
+// Of virtual threads, by their own numbers: a wait may end on another carrier.
+ZMap<long, OwnerTRNAndTime>& ourVirtualWaits = *new ZMap<long, OwnerTRNAndTime>(INITIAL_CAPACITY);
 
 // Who holds a monitor. The JVM may stop all threads for the answer.
 class MonitorOwner {
@@ -62,12 +54,11 @@ public:
     MonitorOwner& operator=(const MonitorOwner&) = delete;
 
     // Whether the owner is a thread that has a number. Not to be asked with ourLock held.
-    bool isKnown() const { return owner != nullptr && getStoredThreadInfo(owner) != nullptr; }
+    bool isKnown() const { return MonitorRows::isKnownThread(owner); }
+    // The JVM does not name virtual threads: one of them may hold the monitor, or nobody.
+    bool mayBeVirtual() const { return owner == nullptr && areVirtualThreadsInUse(); }
     // Of a known owner, with ourLock held; 0 if it has ended meanwhile.
-    int getTRN() const {
-        const ThreadInfo* info = getStoredThreadInfo(owner);
-        return info == nullptr ? 0 : info->trn;
-    }
+    int getTRN() const { return MonitorRows::getTRN(owner); }
 
 private:
     void free(jthread* threads, jint count) {
@@ -81,105 +72,110 @@ private:
     jthread owner;
 };
 
-// The current thread if its waits are recorded. What the event calls the thread is not asked: on a
+// The current thread, if its waits are recorded. What the event calls the thread is not asked: on a
 // virtual thread it might be the carrier.
-ThreadInfo* getWaiter() {
-    if (getJVMTIPhase() != JVMTI_PHASE_LIVE || (ourStatus & MONITORS_BIT) == 0) {
-        return nullptr;
+class Waiter {
+public:
+    explicit Waiter(JNIEnv* env) : info(nullptr), virtualID(0) {
+        if (getJVMTIPhase() != JVMTI_PHASE_LIVE || !MonitorRows::isRecording()) {
+            return;
+        }
+        info = getStoredThreadInfo(nullptr);
+        if (info == nullptr) {
+            virtualID = getCurrentVirtualThreadID(env);
+        }
     }
-    ThreadInfo* info = getStoredThreadInfo(nullptr);
-    return info == nullptr || info->agentThread ? nullptr : info;
-}
+
+    bool isRecorded() const { return info == nullptr ? virtualID != 0 : !info->agentThread; }
+
+    // The rest with ourLock held.
+
+    int getTRN() const { return info == nullptr ? getVirtualThreadsInfo()->trn : info->trn; }
+    void open(const OwnerTRNAndTime& wait) const {
+        if (info == nullptr) {
+            ourVirtualWaits.put(virtualID, wait);
+        } else {
+            ourOpenWaits.put(info->trn, wait);
+        }
+    }
+    OwnerTRNAndTime close() const {
+        if (info == nullptr) {
+            const OwnerTRNAndTime wait = ourVirtualWaits.remove(virtualID);
+            ourVirtualWaits.compact();
+            return wait;
+        }
+        const OwnerTRNAndTime wait = ourOpenWaits.get(info->trn);
+        if (wait.startNs != 0) {
+            ourOpenWaits.put(info->trn, OwnerTRNAndTime());
+        }
+        return wait;
+    }
+
+private:
+    const ThreadInfo* info; // null for a virtual thread
+    jlong virtualID;
+};
 
 // The name of the monitor's class; 0 while the JVM ends.
 int getMonitorClassNameStrID(JNIEnv* env, jobject object) {
-    int name = static_cast<int>(ourTags.getTag(object) & NAME_BITS);
+    const ClassNameTags& tags = MonitorRows::names();
+    int name = static_cast<int>(tags.getTag(object) & NAME_BITS);
     if (name == 0) {
-        name = ourTags.getClassNameStrID(env, object);
+        name = MonitorRows::names().getClassNameStrID(env, object);
         // Its own class may have tagged it just now.
-        ourTags.setTag(object, ourTags.getTag(object) | name);
+        tags.setTag(object, tags.getTag(object) | name);
     }
     return name;
 }
 
-MonitorRecord* getRecord(int row) {
-    return ourDB->monitorTable->getRecord(row, true);
+// The key for the stack of the waiter, which is the current thread; no frame in it if none.
+MonitorKey getKey(JNIEnv* env, const Waiter& waiter, int ownerTRN, jobject object) {
+    MonitorKey key = {0, 0, 0, 0};
+    const int frame = MonitorRows::isRecording() ? MonitorRows::getCurrentFrame(env) : 0;
+    const int name = frame == 0 ? 0 : getMonitorClassNameStrID(env, object);
+    if (name != 0) {
+        key = {waiter.getTRN(), ownerTRN, name, frame};
+    }
+    return key;
 }
 
-int getRow(const MonitorKey& key) {
-    const int known = ourRows.get(key);
-    if (known != 0) {
-        return known;
-    }
-    const int row = ourDB->monitorTable->nextIndex();
-    ourRows.put(key, row);
-    MonitorRecord* record = getRecord(row);
-    record->waiterTRN = key.a;
-    record->ownerTRN = key.b;
-    record->classNameStrID = key.c;
-    record->frame = key.d;
-    record->stamp = ourDB->currentStamp;
-    return row;
-}
-
-// The row for the stack of the waiter, which is the current thread; 0 if none.
-int getRecordIndex(JNIEnv* env, const ThreadInfo* waiter, int ownerTRN, jobject object) {
-    if ((ourStatus & MONITORS_BIT) == 0) {
-        return 0;
-    }
-    const int frame =
-        ourNoStack ? FRAME_WITHOUT_STACK : ourFrameStorage.fillCurrentFrameJVMTI(env, nullptr);
-    if (frame == 0) {
-        return 0;
-    }
-    const int name = getMonitorClassNameStrID(env, object);
-    return name == 0 ? 0 : getRow({waiter->trn, ownerTRN, name, frame});
-}
-
-void beginWait(JNIEnv* env, const ThreadInfo* waiter, int ownerTRN, jobject object) {
-    if (ownerTRN != 0 && getRecordIndex(env, waiter, ownerTRN, object) != 0) {
-        ourOpenWaits.put(waiter->trn, {ownerTRN, getTimeNs()});
+// All of the wait counts, what the handlers take included: the thread waits meanwhile.
+void beginWait(JNIEnv* env, const Waiter& waiter, int ownerTRN, jobject object, long nowNs) {
+    const MonitorKey key = getKey(env, waiter, ownerTRN, object);
+    if (key.d != 0) {
+        MonitorRows::getRow(key);
+        waiter.open({ownerTRN, nowNs});
     }
 }
 
-void endWait(JNIEnv* env, const ThreadInfo* waiter, jobject object) {
-    const OwnerTRNAndTime wait = ourOpenWaits.get(waiter->trn);
+void endWait(JNIEnv* env, const Waiter& waiter, jobject object, long nowNs) {
+    const OwnerTRNAndTime wait = waiter.close();
     if (wait.startNs == 0) {
         return;
     }
-    ourOpenWaits.put(waiter->trn, OwnerTRNAndTime());
     // The stack of now: another one than at the start gives a row of its own.
-    const int row = getRecordIndex(env, waiter, wait.ownerTRN, object);
-    if (row == 0) {
-        return;
+    const MonitorKey key = getKey(env, waiter, wait.ownerTRN, object);
+    if (key.d != 0) {
+        MonitorRows::add(key, nowNs - wait.startNs);
     }
-    MonitorRecord* record = getRecord(row);
-    record->timeNs += getTimeNs() - wait.startNs;
-    record->count++;
-    record->stamp = ourDB->currentStamp;
-}
-
-// The first thing that every handler does; true if there is nothing more to do.
-bool isTestOnly() {
-    if (ourEmptyCallbackTest) {
-        return true;
-    }
-    if (ourLockOnlyTest) {
-        LockHolder lock(ourLock);
-    }
-    return ourLockOnlyTest;
 }
 
 void JNICALL monitorContendedEnter(jvmtiEnv*, JNIEnv* env, jthread, jobject object) {
     handleEvent(env, VDK_HERE, [&] {
-        const ThreadInfo* waiter = isTestOnly() ? nullptr : getWaiter();
-        if (waiter == nullptr) {
+        const long nowNs = getTimeNs();
+        const Waiter waiter(env);
+        if (MonitorRows::isTestOnly() || !waiter.isRecorded()) {
             return;
         }
         const MonitorOwner owner(env, object);
-        if (owner.isKnown()) {
-            LockHolder lock(ourLock, "Monitors:179");
-            beginWait(env, waiter, owner.getTRN(), object);
+        const bool isKnown = owner.isKnown();
+        if (!isKnown && !owner.mayBeVirtual()) {
+            return;
+        }
+        LockHolder lock(ourLock, "Monitors:179");
+        const int ownerTRN = isKnown ? owner.getTRN() : 0;
+        if (ownerTRN != 0 || !isKnown) {
+            beginWait(env, waiter, ownerTRN, object, nowNs);
         }
     });
 }
@@ -187,20 +183,22 @@ void JNICALL monitorContendedEnter(jvmtiEnv*, JNIEnv* env, jthread, jobject obje
 // Who waits owns the monitor until then: the JVM need not be asked.
 void JNICALL monitorWait(jvmtiEnv*, JNIEnv* env, jthread, jobject object, jlong) {
     handleEvent(env, VDK_HERE, [&] {
-        const ThreadInfo* waiter = isTestOnly() ? nullptr : getWaiter();
-        if (waiter != nullptr) {
+        const long nowNs = getTimeNs();
+        const Waiter waiter(env);
+        if (!MonitorRows::isTestOnly() && waiter.isRecorded()) {
             LockHolder lock(ourLock, "Monitors:179");
-            beginWait(env, waiter, waiter->trn, object);
+            beginWait(env, waiter, waiter.getTRN(), object, nowNs);
         }
     });
 }
 
 void JNICALL monitorContendedEntered(jvmtiEnv*, JNIEnv* env, jthread, jobject object) {
     handleEvent(env, VDK_HERE, [&] {
-        const ThreadInfo* waiter = isTestOnly() ? nullptr : getWaiter();
-        if (waiter != nullptr) {
+        const long nowNs = getTimeNs();
+        const Waiter waiter(env);
+        if (!MonitorRows::isTestOnly() && waiter.isRecorded()) {
             LockHolder lock(ourLock, "Monitors:208");
-            endWait(env, waiter, object);
+            endWait(env, waiter, object, nowNs);
         }
     });
 }
@@ -220,30 +218,33 @@ void Monitors::install() {
 }
 
 void Monitors::reset() {
-    ourRows.clear();
+    MonitorRows::reset();
     ourOpenWaits.clear();
-    ourTags.reset();
+    ourVirtualWaits.clear();
     ourMonitorRecordingStartNs = 0;
     ourMonitorRecordingLastNs = 0;
 }
 
-bool Monitors::start() {
+bool Monitors::start(JNIEnv* env) {
+    findVirtualThreads(env);
     {
         LockHolder lock(ourLock, "CoreNatives:680");
         if ((ourStatus & MONITORS_BIT) != 0) {
             return false;
         }
-        ourEmptyCallbackTest = Options::isDebug("monitors0");
-        ourLockOnlyTest = Options::isDebug("monitors1");
-        ourNoStack = Options::isDebug("monitors2");
+        MonitorRows::readDebugOptions();
+        // Of threads that may have ended since; a wait of an earlier recording does not count.
+        MonitorRows::beginEpoch();
+        ourVirtualWaits.clear();
         ourStatus |= MONITORS_BIT;
         ourMonitorRecordingStartNs = getTimeNs();
     }
     updateMonitorEvents();
+    Parks::update(env);
     return true;
 }
 
-bool Monitors::stop() {
+bool Monitors::stop(JNIEnv* env) {
     {
         LockHolder lock(ourLock, "CoreNatives:717");
         if ((ourStatus & MONITORS_BIT) == 0) {
@@ -253,11 +254,12 @@ bool Monitors::stop() {
         ourMonitorRecordingLastNs = getTimeNs();
     }
     updateMonitorEvents();
+    Parks::update(env);
     return true;
 }
 
 ZString Monitors::startMonitorProfiling(JNIEnv* env) {
-    if (start()) {
+    if (start(env)) {
         userMessage(env, "Monitor profiling started");
         return ZString();
     }
@@ -268,7 +270,7 @@ ZString Monitors::startMonitorProfiling(JNIEnv* env) {
 }
 
 void Monitors::stopMonitorProfiling(JNIEnv* env) {
-    if (stop()) {
+    if (stop(env)) {
         userMessage(env, "Monitor profiling stopped");
     }
 }
@@ -285,10 +287,9 @@ void Monitors::storeDuration() {
 }
 
 void Monitors::clearMonitorData() {
-    ourRows.clear();
     ourOpenWaits.clear();
-    ourTags.clear();
-    ourDB->clearTableAndTellReaders(SLOT_Monitor);
+    ourVirtualWaits.clear();
+    MonitorRows::clear();
 }
 
 void Monitors::threadEnds(int trn) {
@@ -297,16 +298,5 @@ void Monitors::threadEnds(int trn) {
 }
 
 void Monitors::mergeMonitorUsage(ZSet<int>* trns) {
-    takeRowsOfThreads(ourRows, trns, [](const MonitorKey& key, int row) {
-        // An owner that is gone stays what it was.
-        MonitorRecord* to = getRecord(getRow({ourOldestFinishedThreads->trn, key.b, key.c, key.d}));
-        MonitorRecord* from = getRecord(row);
-        to->timeNs += from->timeNs;
-        to->count += from->count;
-        to->stamp = ourDB->currentStamp;
-        from->timeNs = 0;
-        from->count = 0;
-        from->stamp = -ourDB->currentStamp;
-        ourDB->monitorTable->releaseIndex(row);
-    });
+    MonitorRows::merge(trns);
 }

@@ -7,11 +7,12 @@
 
 // Monitors: how long threads waited for Java monitors, one row of monitor for each waiter, owner,
 // class and stack. A wait lasts from the event that begins it to the event that ends it; time in
-// Object.wait() stands in a row whose owner is the waiter.
+// Object.wait() stands in a row whose owner is the waiter. Beside monitors, while they are
+// recorded, parked threads.
 //
-// Platform threads of the application only: virtual threads have no ThreadInfo, and those of the
-// agent are not profiled. Questions that the JVM answers by stopping threads, or by waiting until
-// none is being mounted, are asked without a lock.
+// Virtual threads are one waiter; as owners the JVM does not name them, and the row has none. The
+// agent's own threads are not profiled. Questions that the JVM answers by stopping threads, or by
+// waiting until none is being mounted, are asked without a lock.
 class Monitors {
 public:
     // getTimeNs() at the start of the last recording, 0 before the first, and at its end.
@@ -26,8 +27,8 @@ public:
 
     // Both take ourLock, which the caller does not hold. start is false if recording runs already,
     // stop if it does not.
-    static bool start();
-    static bool stop();
+    static bool start(JNIEnv* env);
+    static bool stop(JNIEnv* env);
     // The same, telling the user; empty or why it can't be started.
     static ZString startMonitorProfiling(JNIEnv* env);
     static void stopMonitorProfiling(JNIEnv* env);

@@ -13,6 +13,7 @@
 #include "profiling/threads/FinishedThreads.h"
 #include "profiling/threads/MethodLookup.h"
 #include "profiling/threads/UnloadedClasses.h"
+#include "profiling/threads/VirtualThreads.h"
 #include "profiling/threads/ZFrameStorage.h"
 
 #include <cstring>
@@ -153,6 +154,7 @@ void createStandInThreads() {
     SampledTimes::reset();
     Exceptions::reset();
     Monitors::reset();
+    resetVirtualThreads();
     ZMethod::reset();
     UnloadedClasses::reset();
     ourFrameStorage.reset();

@@ -71,6 +71,8 @@ public class Callback {
 
     public static native void advanceGeneration(String description);
 
+    static native void bindPark();
+
     public static native String captureSnapshot(String path, int progressSocket, long flags);
 
     public static native void clearAllocationData();

@@ -443,6 +443,14 @@ public final class Core {
         return path[0];
     }
 
+    /**
+     * Called by native code, to be between it and the native: the JVM warns of its own natives
+     * being bound anew if nobody of its own loader is seen to ask for it.
+     */
+    public static void bindPark() {
+        Callback.bindPark();
+    }
+
     public static TransferrableSnapshotInfo[] getTransferrableSnapshots() {
         return SnapshotCapture.getTransferrableSnapshots();
     }
