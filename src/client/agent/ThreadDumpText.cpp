@@ -49,9 +49,9 @@ DumpedFrame parseFrame(const std::string& text) {
     return {text.substr(0, open), text.substr(open + 1, text.size() - open - 2), {}};
 }
 
-// "\t\"name\" id=17"
+// "\t\"name\" id=17"; what it waits for stands below, further in.
 void addDeadlocked(const std::string& line, ThreadDump& dump) {
-    size_t at = line.rfind(" id=");
+    size_t at = startsWith(line, "\t\t") ? std::string::npos : line.rfind(" id=");
     auto id =
         at == std::string::npos ? std::nullopt : parseNumber(line.substr(at + 4), 0, LONG_MAX);
     if (id) {

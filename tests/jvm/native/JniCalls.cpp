@@ -53,6 +53,12 @@ JNIEXPORT jint JNICALL Java_fixtures_JniCalls_callsBack(JNIEnv* env, jclass call
     return env->ExceptionCheck() ? 0 : result + 1;
 }
 
+JNIEXPORT void JNICALL Java_fixtures_JniCalls_enters(JNIEnv* env, jclass, jobject monitor) {
+    if (env->MonitorEnter(monitor) == JNI_OK) {
+        env->MonitorExit(monitor);
+    }
+}
+
 JNIEXPORT void JNICALL Java_fixtures_JniCalls_fails(JNIEnv* env, jclass) {
     jclass exception = env->FindClass("java/lang/IllegalStateException");
     if (exception != nullptr) {

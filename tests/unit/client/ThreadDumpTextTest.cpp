@@ -14,7 +14,8 @@ TEST(ThreadDumpText, threadsFramesLocksAndDeadlocksAreRead) {
         "\t- locked <0x2a> (a java.lang.Object)\n"
         "\n\tLocked synchronizers:\n\t- <0x3b> (a java.util.concurrent.locks.ReentrantLock)\n\n"
         "\"two\nlines\" id=18 NEW\n\n"
-        "Found a deadlock of 2 threads:\n\t\"main\" id=1\n\t\"http\" id=17\n");
+        "Found a deadlock of 2 threads:\n\t\"main\" id=1\n\t\t"
+        "waiting to lock <0x1f> (a com.shop.Cart) owned by \"http\" id=17\n\t\"http\" id=17\n");
     EXPECT_EQ(dump.jvm, "OpenJDK 64-Bit Server VM (17.0.15+6: x)");
     ASSERT_EQ(dump.threads.size(), 2u);
     const DumpedThread& first = dump.threads[0];

@@ -23,6 +23,7 @@ public final class AgentClient implements AutoCloseable {
     public static final int HEAP_DUMP_STATUS = 101700;
     public static final int AGENT_INFO = 102400;
     public static final int START_MONITORS = 102600;
+    public static final int STOP_MONITORS = 102700;
     public static final int SEQUENCE_START = 103300;
     public static final int SEQUENCE_END = 103400;
     public static final int UPDATE_TABLES = 103500;

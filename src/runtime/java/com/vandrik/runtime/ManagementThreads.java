@@ -42,6 +42,7 @@ final class ManagementThreads {
                 note += " owned by \"" + info.getLockOwnerName() + "\" id=" + info.getLockOwnerId();
             }
             result.myStack[0].addNote(note);
+            result.myWait = note;
         }
         for (MonitorInfo monitor : info.getLockedMonitors()) {
             int depth = monitor.getLockedStackDepth();

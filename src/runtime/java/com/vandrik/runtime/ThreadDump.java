@@ -45,6 +45,9 @@ final class ThreadDump {
                 if (threads[i].myID == ids[k]) {
                     text.append("\t\"").append(threads[i].myName).append("\" id=");
                     text.append(ids[k]).append('\n');
+                    if (threads[i].myWait != null) {
+                        text.append("\t\t").append(threads[i].myWait).append('\n');
+                    }
                 }
             }
         }

@@ -11,6 +11,10 @@ public final class ThreadInfoRes {
 
     public boolean myDaemon;
     public StackTraceElementRes[] myStack = {};
+
+    /** What the thread waits for, and who holds it; null if it waits for nothing. */
+    public String myWait;
+
     private String myOwnedLocks = "";
 
     ThreadInfoRes(String name, long id, Thread.State state) {
