@@ -39,17 +39,25 @@ bool isRecording() {
     return (ourStatus.load(std::memory_order_acquire) & ALLOCATION_RECORDING_BIT) != 0;
 }
 
-// Tells this object from those that are not recorded.
-bool isRecorded(JNIEnv*, jobject object, jlong* size) {
+// The phase of the JVM, which is asked only around its start and end.
+int currentPhase() {
+    return ourVMInitCalled && !ourVMDeathCalled ? static_cast<int>(JVMTI_PHASE_LIVE)
+                                                : getJVMTIPhase();
+}
+
+// Counts this object, and tells it from those that are not recorded. Most are not, so the JVM is
+// asked for the size only where it decides something.
+bool isRecorded(jobject object, jlong* size) {
     const AllocationSettings& settings = ourAllocationRecordingSettings;
     const int arrived = static_cast<int>(++ourArrivedObjects);
-    CHECK_JVMTI(ourJVMTI->GetObjectSize(object, size));
-    if (settings.sizeLimitEnabled && settings.sizeLimit <= *size) {
-        return true;
-    }
     // Settings change while late calls of an earlier recording are under way.
     const int each = settings.recordEach;
-    return settings.recordEachEnabled && each > 0 && arrived % each == 0;
+    const bool isNth = settings.recordEachEnabled && each > 0 && arrived % each == 0;
+    if (!isNth && !settings.sizeLimitEnabled) {
+        return false;
+    }
+    CHECK_JVMTI(ourJVMTI->GetObjectSize(object, size));
+    return isNth || settings.sizeLimit <= *size;
 }
 
 // The frame below the given one that stands for the class of the object.
@@ -64,8 +72,8 @@ int classFrame(JNIEnv* env, jobject object, int frame) {
                                     ZMethod::getByName(name.c_str(), INIT_METHOD, NO_PARAMETERS));
 }
 
-int findFrame(JNIEnv* env, int frameHint) {
-    if (getJVMTIPhase() == JVMTI_PHASE_START) {
+int findFrame(JNIEnv* env, int phase, int frameHint) {
+    if (phase == JVMTI_PHASE_START) {
         return ourFrameStorage.getVMStartFrame();
     }
     if (frameHint != -1) {
@@ -105,15 +113,27 @@ bool hasRow(jlong tag) {
     return static_cast<int>(tag & LOW_WORD) > 0;
 }
 
-// Null for threads whose objects aren't recorded.
-ThreadInfo* getRecordedThread() {
-    ThreadInfo* info = getThreadInfo();
+// The current thread's, or that of the thread that carries it. Null if the agent knows neither.
+ThreadInfo* askForThread() {
+    ThreadInfo* const info = getStoredThreadInfo(nullptr);
     if (info == nullptr) {
-        info = getCarrierThreadInfo();
-    } else if (info->carrierThread) {
+        return getCarrierThreadInfo();
+    }
+    if (info->carrierThread) {
         // What it allocates itself is the JVM's work for virtual threads, in the midst of which no
         // lock may be waited for.
         return nullptr;
+    }
+    setNativeThreadInfo(info); // it began before the agent
+    return info;
+}
+
+// Null for threads whose objects aren't recorded.
+ThreadInfo* getRecordedThread(int phase) {
+    ThreadInfo* info = phase == JVMTI_PHASE_START ? ourVMStartThread : getNativeThreadInfo();
+    // A thread that carries others may be one of them now.
+    if (info == nullptr || info->carrierThread) {
+        info = askForThread();
     }
     return info == nullptr || info->agentThread ? nullptr : info;
 }
@@ -131,10 +151,10 @@ long roundByChance(double value) {
 
 void recordSampled(JNIEnv* env, jobject object, jlong size) {
     const int interval = ourSamplingInterval;
-    if (!isRecording() || interval <= 0 || getJVMTIPhase() != JVMTI_PHASE_LIVE) {
+    if (!isRecording() || interval <= 0 || currentPhase() != JVMTI_PHASE_LIVE) {
         return;
     }
-    ThreadInfo* const info = getRecordedThread();
+    ThreadInfo* const info = getRecordedThread(JVMTI_PHASE_LIVE);
     if (info == nullptr) {
         return;
     }
@@ -186,6 +206,19 @@ jvmtiCapabilities samplingCapability() {
     return capabilities;
 }
 
+// One environment has the capability at a time: it is kept only while it is used.
+bool takeSampling(int interval) {
+    const jvmtiCapabilities wanted = samplingCapability();
+    if (ourJVMTI->AddCapabilities(&wanted) != JVMTI_ERROR_NONE) {
+        return false;
+    }
+    if (ourJVMTI->SetHeapSamplingInterval(interval) != JVMTI_ERROR_NONE) {
+        CHECK_JVMTI(ourJVMTI->RelinquishCapabilities(&wanted));
+        return false;
+    }
+    return true;
+}
+
 void storeIntervalProperty(int interval) {
     const int name = ourDB->stringPool->getDBIndex(INTERVAL_PROPERTY, true);
     if (interval != 0 || ourDB->findPropertyRecordIndex(name) != -1) {
@@ -200,9 +233,7 @@ ZString enterRecording(const AllocationSettings& settings, int interval) {
         return ALREADY_STARTED;
     }
     if (interval != 0) {
-        const jvmtiCapabilities wanted = samplingCapability();
-        if (ourJVMTI->AddCapabilities(&wanted) != JVMTI_ERROR_NONE ||
-            ourJVMTI->SetHeapSamplingInterval(interval) != JVMTI_ERROR_NONE) {
+        if (!takeSampling(interval)) {
             return "The JVM samples no allocations, or does so for another agent";
         }
         storeIntervalProperty(interval);
@@ -250,16 +281,19 @@ int vdkInitImpl(JNIEnv* env, jobject object, int frameHint) {
     if (!isRecording() || ourSamplingInterval.load(std::memory_order_relaxed) != 0) {
         return frameHint;
     }
-    ThreadInfo* const info = getRecordedThread();
-    const int phase = info == nullptr ? -1 : getJVMTIPhase();
+    const int phase = currentPhase();
     if (phase != JVMTI_PHASE_LIVE && phase != JVMTI_PHASE_START) {
+        return frameHint;
+    }
+    ThreadInfo* const info = getRecordedThread(phase);
+    if (info == nullptr) {
         return frameHint;
     }
     Logger::assertNotNULL(env, VDK_HERE);
     Logger::assertNotNULL(object, VDK_HERE);
     // Most objects are only counted, and wait for nobody.
     jlong size = 0;
-    if (ourVMDeathCalled || !isRecorded(env, object, &size)) {
+    if (ourVMDeathCalled || !isRecorded(object, &size)) {
         return frameHint;
     }
     jlong oldTag = 0;
@@ -274,7 +308,7 @@ int vdkInitImpl(JNIEnv* env, jobject object, int frameHint) {
         if (ourVMDeathCalled) {
             return frameHint;
         }
-        frame = findFrame(env, frameHint);
+        frame = findFrame(env, phase, frameHint);
         if (frame == 0) {
             return 0;
         }

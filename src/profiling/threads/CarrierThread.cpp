@@ -26,11 +26,18 @@ ThreadInfo* askForCarrier() {
 
 } // namespace
 
+ThreadInfo* getNativeThreadInfo() {
+    ThreadInfo* const info = ourNativeThreadInfo;
+    return info != nullptr && info->registry == ThreadInfo::ourRegistry ? info : nullptr;
+}
+
 ThreadInfo* getCarrierThreadInfo() {
-    if (ourNativeThreadInfo == nullptr && getJVMTIPhase() == JVMTI_PHASE_LIVE) {
+    ThreadInfo* const known = getNativeThreadInfo();
+    if (known == nullptr && getJVMTIPhase() == JVMTI_PHASE_LIVE) {
         ourNativeThreadInfo = askForCarrier();
+        return ourNativeThreadInfo;
     }
-    return ourNativeThreadInfo;
+    return known;
 }
 
 void setNativeThreadInfo(ThreadInfo* info) {

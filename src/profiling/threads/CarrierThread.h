@@ -10,5 +10,8 @@ class ThreadInfo;
 // virtual thread is being mounted or unmounted.
 ThreadInfo* getCarrierThreadInfo();
 
+// The same if it was found before, null otherwise. Asks nobody.
+ThreadInfo* getNativeThreadInfo();
+
 // On the thread itself: it begins to be this one, or ends.
 void setNativeThreadInfo(ThreadInfo* info);

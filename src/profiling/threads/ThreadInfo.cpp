@@ -34,6 +34,7 @@ ThreadRecord* recordOf(const ThreadInfo& info) {
 
 IndexPool& ThreadInfo::ourIndexForTFIPool = *new IndexPool(FIRST_TFI_INDEX);
 int ThreadInfo::ourRunningNumber = 0;
+int ThreadInfo::ourRegistry = 0;
 
 ZSet<ThreadInfo*>& ourAllThreadInfos = *new ZSet<ThreadInfo*>(USUAL_THREAD_COUNT);
 ThreadInfo* ourOldestFinishedThreads = nullptr;
@@ -42,7 +43,8 @@ ThreadInfo* ourVMStartThread = nullptr;
 ThreadInfo::ThreadInfo(const char* name, const char* group, long nativeID, jobject thread)
     : nativeThreadID(nativeID), threadObject(thread),
       threadRecordIndex(ourDB->threadTable->nextIndex()), agentThread(false),
-      calibrationThread(false), carrierThread(false), temporaryEnabled(false) {
+      calibrationThread(false), carrierThread(false), temporaryEnabled(false),
+      registry(ourRegistry) {
     tfiThreadIndex = ourIndexForTFIPool.nextIndex();
     trn = ++ourRunningNumber;
     deriveKind(name);
@@ -146,6 +148,7 @@ void ThreadInfo::clearCPUAndJ2EEInfo() {
 }
 
 void createStandInThreads() {
+    ThreadInfo::ourRegistry++;
     ThreadInfo::ourIndexForTFIPool.clearIndexPool();
     ThreadInfo::ourRunningNumber = 0;
     ourAllThreadInfos.clear();

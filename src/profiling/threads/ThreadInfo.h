@@ -72,6 +72,7 @@ public:
     // asks about threads, which must not wait for ourLock.
     bool carrierThread;
     bool temporaryEnabled; // an agent thread may write rows of probe tables
+    const int registry;    // ourRegistry when it was made
 
     TracedStack traced;   // of tracing
     SampleMemory sampled; // of sampling
@@ -79,6 +80,9 @@ public:
 
     static IndexPool& ourIndexForTFIPool; // 0 in a row means merged away, so keys begin at 1
     static int ourRunningNumber;          // of the last thread made
+    // Number of the registry that createStandInThreads began: a thread may outlive one in which an
+    // attach failed.
+    static int ourRegistry;
 
 private:
     void deriveKind(const char* name);
