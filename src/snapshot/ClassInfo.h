@@ -48,6 +48,8 @@ public:
     int instancePrimitiveSize;
     int staticPrimitiveSize; // with that of superclasses and interfaces, whose part stays zero
 
+    bool wasFollowed; // by the walk over references, into one of its objects
+
     // No class info lies below; tells lengths of arrays from pointers where either may stand.
     static const _ClassInfo* ourMinAddress;
 

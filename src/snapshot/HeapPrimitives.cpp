@@ -7,7 +7,6 @@
 namespace {
 
 constexpr int PROGRESS_BLOCK = 46;
-constexpr int PROGRESS_FIELDS = 50;
 constexpr int PROGRESS_ARRAYS = 54;
 constexpr int PROGRESS_OFFSETS = 55;
 constexpr int PROGRESS_END = 65;
@@ -38,12 +37,6 @@ void HeapWalk::writePrimitives() {
     progress.updateProgress(PROGRESS_BLOCK);
     jvmtiHeapCallbacks callbacks = {};
     callbacks.primitive_field_callback = write_primitive_field_values;
-    CHECK_JVMTI(
-        ourJVMTI->IterateThroughHeap(JVMTI_HEAP_FILTER_UNTAGGED, nullptr, &callbacks, this));
-    rethrow();
-    block.flushRegion();
-    progress.updateProgress(PROGRESS_FIELDS);
-    callbacks = {};
     callbacks.array_primitive_value_callback = write_primitive_arrays;
     CHECK_JVMTI(
         ourJVMTI->IterateThroughHeap(JVMTI_HEAP_FILTER_UNTAGGED, nullptr, &callbacks, this));
@@ -60,10 +53,16 @@ void HeapWalk::putField(jvmtiHeapReferenceKind kind, jint index, jlong classTag,
     if (object == 0 || (!isStatic && kind != JVMTI_HEAP_REFERENCE_FIELD)) {
         return;
     }
-    const _ClassInfo* const own = classes.get(object);
-    const _ClassInfo* const info = isStatic ? own : classOf(classTag);
-    const bool isWrongKind = (own != nullptr) != isStatic;
-    if (info == nullptr || isWrongKind || index < 0 || index >= info->fields.getSize()) {
+    if (object != fieldOwner) {
+        // Fields of an object come one right after the other.
+        const _ClassInfo* const own = classes.get(object);
+        fieldOwner = object;
+        ownerIsClass = own != nullptr;
+        ownerInfo = ownerIsClass ? own : classOf(classTag);
+    }
+    const _ClassInfo* const info = ownerInfo;
+    if (info == nullptr || ownerIsClass != isStatic || index < 0 ||
+        index >= info->fields.getSize()) {
         return;
     }
     const _FieldInfo& field = *info->fields[index];

@@ -1,5 +1,6 @@
 #include "db/HeapRecords.h"
 
+#include "core/ground/Globals.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/Progress.h"
@@ -8,23 +9,14 @@
 
 namespace {
 
-constexpr int PROGRESS_OBJECTS = 22;
-constexpr int PROGRESS_ARRAYS = 23;
+constexpr int PROGRESS_OBJECTS = 10;
 constexpr int PROGRESS_OTHER_CLASSES = 25;
 constexpr int PROGRESS_CLASS_RECORDS = 30;
 
-jvmtiIterationControl JNICALL write_tagged_objects_callback(jlong classTag, jlong size, jlong* tag,
-                                                            void* userData) {
+jint JNICALL write_objects_callback(jlong classTag, jlong size, jlong* tag, jint length,
+                                    void* userData) {
     HeapWalk* const walk = static_cast<HeapWalk*>(userData);
-    return walk->guarded([&] { walk->writeObject(classTag, size, *tag); })
-               ? JVMTI_ITERATION_CONTINUE
-               : JVMTI_ITERATION_ABORT;
-}
-
-jint JNICALL write_tagged_arrays_callback(jlong classTag, jlong size, jlong* tag, jint length,
-                                          void* userData) {
-    HeapWalk* const walk = static_cast<HeapWalk*>(userData);
-    return walk->guarded([&] { walk->writeArray(classTag, size, *tag, length); })
+    return walk->guarded([&] { walk->writeObject(classTag, size, tag, length); })
                ? 0
                : JVMTI_VISIT_ABORT;
 }
@@ -32,28 +24,47 @@ jint JNICALL write_tagged_arrays_callback(jlong classTag, jlong size, jlong* tag
 } // namespace
 
 void HeapWalk::writeObjects() {
-    CHECK_JVMTI(
-        ourJVMTI->IterateOverHeap(JVMTI_HEAP_OBJECT_TAGGED, write_tagged_objects_callback, this));
-    rethrow();
-    progress.updateProgress(PROGRESS_OBJECTS);
     jvmtiHeapCallbacks callbacks = {};
-    callbacks.heap_iteration_callback = write_tagged_arrays_callback;
-    CHECK_JVMTI(
-        ourJVMTI->IterateThroughHeap(JVMTI_HEAP_FILTER_UNTAGGED, nullptr, &callbacks, this));
+    callbacks.heap_iteration_callback = write_objects_callback;
+    CHECK_JVMTI(ourJVMTI->IterateThroughHeap(0, nullptr, &callbacks, this));
     rethrow();
-    progress.updateProgress(PROGRESS_ARRAYS);
+    if (ourIsOldIBM) {
+        tagClassObjects(); // the pass took them for ordinary objects
+    }
+    progress.updateProgress(PROGRESS_OBJECTS);
 }
 
-// False if the object has a record already, or an index that this walk did not give: a tag of an
-// earlier snapshot on an object that the first pass did not show.
-bool HeapWalk::writeObjectRecord(int record, jlong classTag, jlong size, jlong tag, int length) {
-    const int index = ObjectTags::indexOf(tag);
-    if (index <= 0 || index > objectCount || isRecorded(index)) {
-        if (index != 0) {
-            noteOdd(ODD_TWICE, ZString("warning: skipping object with tag ") + longToString(tag));
-        }
-        return false;
+// Gives the object its index and writes its record.
+void HeapWalk::writeObject(jlong classTag, jlong size, jlong* tag, jint length) {
+    if (classTag == classClassTag) {
+        return; // class objects have records of their own
     }
+    if (counter <= lastCounter) {
+        // It was made since the objects were counted.
+        *tag = ObjectTags::forgetIndex(*tag);
+        return;
+    }
+    *tag = ObjectTags::updateTag(*tag, &counter);
+    const _ClassInfo* const info = classOf(classTag);
+    if (info == nullptr) {
+        noteOdd(ODD_CLASS, ZString("info=NULL at ") + Logger::place(VDK_HERE) + ": class tag " +
+                               longToString(classTag));
+        return;
+    }
+    const int index = -counter - 1;
+    if (!info->isArray()) {
+        writeObjectRecord(HEAP_RECORD_OBJECT, classTag, size, *tag, info->referenceSlots);
+        infoOrLength[index] = reinterpret_cast<uintptr_t>(info);
+    } else if (length >= 0) {
+        const int record =
+            info->isPrimitiveArray ? HEAP_RECORD_PRIMITIVE_ARRAY : HEAP_RECORD_REFERENCE_ARRAY;
+        writeObjectRecord(record, classTag, size, *tag, length);
+        infoOrLength[index] = static_cast<uintptr_t>(length);
+    }
+}
+
+void HeapWalk::writeObjectRecord(int record, jlong classTag, jlong size, jlong tag, int length) {
+    const int index = -counter - 1;
     markRecorded(index);
     writer.writeByte(record);
     writer.writeOID(index);
@@ -62,38 +73,6 @@ bool HeapWalk::writeObjectRecord(int record, jlong classTag, jlong size, jlong t
     writer.writeInt(ObjectTags::generationOf(tag));
     writer.writeInt(length);
     writeAllocator(tag);
-    return true;
-}
-
-void HeapWalk::writeObject(jlong classTag, jlong size, jlong tag) {
-    if (classTag == 0 || tag == 0 || classTag == classClassTag) {
-        return; // class objects have records of their own
-    }
-    _ClassInfo* const info = classOf(classTag);
-    if (info == nullptr) {
-        noteOdd(ODD_CLASS, ZString("info=NULL at ") + Logger::place(VDK_HERE) + ": class tag " +
-                               longToString(classTag));
-        return;
-    }
-    if (!info->isArray() &&
-        writeObjectRecord(HEAP_RECORD_OBJECT, classTag, size, tag, info->referenceSlots)) {
-        infoOrLength[ObjectTags::indexOf(tag)] = reinterpret_cast<uintptr_t>(info);
-    }
-}
-
-void HeapWalk::writeArray(jlong classTag, jlong size, jlong tag, jint length) {
-    if (length < 0 || classTag == 0 || tag == 0) {
-        return;
-    }
-    const _ClassInfo* const info = classOf(classTag);
-    if (info == nullptr || !info->isArray()) {
-        return;
-    }
-    const int record =
-        info->isPrimitiveArray ? HEAP_RECORD_PRIMITIVE_ARRAY : HEAP_RECORD_REFERENCE_ARRAY;
-    if (writeObjectRecord(record, classTag, size, tag, length)) {
-        infoOrLength[ObjectTags::indexOf(tag)] = static_cast<uintptr_t>(length);
-    }
 }
 
 void HeapWalk::writeAllocator(jlong tag) {

@@ -1,3 +1,4 @@
+#include "core/ground/Globals.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/HeapRecords.h"
@@ -21,15 +22,23 @@ enum RootType {
     ROOT_MONITOR = 64
 };
 
+// The body tells whether the walk goes on into the object.
 template <typename Body>
 jvmtiIterationControl guardedStep(void* userData, Body&& body) {
     HeapWalk* const walk = static_cast<HeapWalk*>(userData);
-    return walk->guarded([&] { body(walk); }) ? JVMTI_ITERATION_CONTINUE : JVMTI_ITERATION_ABORT;
+    bool follows = false;
+    if (!walk->guarded([&] { follows = body(walk); })) {
+        return JVMTI_ITERATION_ABORT;
+    }
+    return follows ? JVMTI_ITERATION_CONTINUE : JVMTI_ITERATION_IGNORE;
 }
 
 jvmtiIterationControl JNICALL heap_root_callback(jvmtiHeapRootKind kind, jlong, jlong, jlong* tag,
                                                  void* userData) {
-    return guardedStep(userData, [&](HeapWalk* walk) { walk->writeHeapRoot(kind, *tag); });
+    return guardedStep(userData, [&](HeapWalk* walk) {
+        walk->writeHeapRoot(kind, *tag);
+        return walk->isFollowedForClasses(*tag);
+    });
 }
 
 jvmtiIterationControl JNICALL stack_reference_callback(jvmtiHeapRootKind kind, jlong, jlong,
@@ -38,6 +47,7 @@ jvmtiIterationControl JNICALL stack_reference_callback(jvmtiHeapRootKind kind, j
                                                        void* userData) {
     return guardedStep(userData, [&](HeapWalk* walk) {
         walk->writeStackReference(kind, *tag, threadTag, depth, method, slot);
+        return walk->isFollowedForClasses(*tag);
     });
 }
 
@@ -45,12 +55,14 @@ jvmtiIterationControl JNICALL object_reference_callback(jvmtiObjectReferenceKind
                                                         jlong classTag, jlong, jlong* tag,
                                                         jlong referrerTag, jint index,
                                                         void* userData) {
-    if (kind == JVMTI_REFERENCE_FIELD || kind == JVMTI_REFERENCE_ARRAY_ELEMENT ||
-        kind == JVMTI_REFERENCE_CLASS || kind == JVMTI_REFERENCE_INTERFACE || classTag == 0) {
-        return JVMTI_ITERATION_CONTINUE;
-    }
+    const bool isTold = kind != JVMTI_REFERENCE_FIELD && kind != JVMTI_REFERENCE_ARRAY_ELEMENT &&
+                        kind != JVMTI_REFERENCE_CLASS && kind != JVMTI_REFERENCE_INTERFACE &&
+                        classTag != 0;
     return guardedStep(userData, [&](HeapWalk* walk) {
-        walk->writeClassReference(kind, *tag, referrerTag, index);
+        if (isTold) {
+            walk->writeClassReference(kind, *tag, referrerTag, index);
+        }
+        return walk->isFollowedForClasses(*tag);
     });
 }
 
@@ -67,11 +79,13 @@ jvmtiIterationControl JNICALL write_fields_and_array_refs_callback(jvmtiObjectRe
                                                                    jlong classTag, jlong,
                                                                    jlong* tag, jlong referrerTag,
                                                                    jint index, void* userData) {
-    if ((kind != JVMTI_REFERENCE_FIELD && kind != JVMTI_REFERENCE_ARRAY_ELEMENT) || classTag == 0) {
-        return JVMTI_ITERATION_CONTINUE;
-    }
+    const bool isTold =
+        (kind == JVMTI_REFERENCE_FIELD || kind == JVMTI_REFERENCE_ARRAY_ELEMENT) && classTag != 0;
     return guardedStep(userData, [&](HeapWalk* walk) {
-        walk->writeFieldOrElement(kind, *tag, referrerTag, index);
+        if (isTold) {
+            walk->writeFieldOrElement(kind, *tag, referrerTag, index);
+        }
+        return walk->isFollowedForReferences(classTag);
     });
 }
 
@@ -81,11 +95,29 @@ void HeapWalk::writeReferences() {
     CHECK_JVMTI(ourJVMTI->IterateOverReachableObjects(heap_root_callback, stack_reference_callback,
                                                       object_reference_callback, this));
     rethrow();
+    releaseClassObjects();
     progress.updateProgress(PROGRESS_ROOTS);
     CHECK_JVMTI(ourJVMTI->IterateOverReachableObjects(passHeapRoot, passStackReference,
                                                       write_fields_and_array_refs_callback, this));
     rethrow();
     progress.updateProgress(PROGRESS_REFERENCES);
+}
+
+// The listed classes are roots of this walk by the references that it holds to them, so nothing but
+// class objects need be followed to find all that belongs to classes.
+bool HeapWalk::isFollowedForClasses(jlong tag) const {
+    return ourIsIBM || ourIsJRockit || classOf(tag) != nullptr;
+}
+
+bool HeapWalk::isFollowedForReferences(jlong classTag) {
+    _ClassInfo* const info = classOf(classTag);
+    if (info == nullptr || info->isObjectArray || info->referenceSlots != 0 || !info->wasFollowed) {
+        if (info != nullptr) {
+            info->wasFollowed = true;
+        }
+        return true;
+    }
+    return false;
 }
 
 void HeapWalk::writeRoot(int type, jlong tag, ThreadAndFrame thread, int threadIndex,
@@ -151,6 +183,9 @@ void HeapWalk::writeStackReference(jvmtiHeapRootKind kind, jlong tag, jlong thre
                 ZString("stack_reference_callback: JVM passed improper root kind: ") +
                     longToString(kind));
         return;
+    }
+    if (kind == JVMTI_HEAP_ROOT_JNI_LOCAL && threadTag == ownThreadTag && classOf(tag) != nullptr) {
+        return; // a reference of this walk
     }
     const ThreadAndFrame thread = threads.get(threadTag);
     const int frame = frameAt(threadTag, thread, depth);

@@ -15,6 +15,8 @@
 #include "snapshot/PrimitiveBlock.h"
 #include "snapshot/TagEnvironment.h"
 
+#include <climits>
+
 namespace {
 
 constexpr jint MAX_FRAMES = 10000;
@@ -22,22 +24,7 @@ constexpr int MOST_ODD_LINES = 10;
 constexpr int PROGRESS_HEAP_HEADER = 7;
 constexpr int PROGRESS_TAGGED = 10;
 constexpr int PROGRESS_THREADS = 15;
-constexpr int PROGRESS_CLASSES = 20;
 constexpr int COUNT_BYTES = 4;
-
-jvmtiIterationControl JNICALL updateObjectsPureTags(jlong classTag, jlong, jlong* tag,
-                                                    void* userData) {
-    HeapWalk* const walk = static_cast<HeapWalk*>(userData);
-    return walk->guarded([&] { walk->tagObject(classTag, tag); }) ? JVMTI_ITERATION_CONTINUE
-                                                                  : JVMTI_ITERATION_ABORT;
-}
-
-jvmtiIterationControl JNICALL updateClassesPureTags(jlong classTag, jlong, jlong* tag,
-                                                    void* userData) {
-    HeapWalk* const walk = static_cast<HeapWalk*>(userData);
-    return walk->guarded([&] { walk->tagClassObject(classTag, tag); }) ? JVMTI_ITERATION_CONTINUE
-                                                                       : JVMTI_ITERATION_ABORT;
-}
 
 void debugLine(const ZString& text) {
     if (Options::isDebug("memsnapshot")) {
@@ -49,11 +36,12 @@ void debugLine(const ZString& text) {
 
 HeapWalk::HeapWalk(JNIEnv* jniEnv, SnapshotWriter& snapshotWriter, Progress& progressOfCapture)
     : env(jniEnv), writer(snapshotWriter), progress(progressOfCapture), oddCounts(),
-      headerPosition(0), allocatorCount(0), counter(-1),
+      headerPosition(0), allocatorCount(0), counter(-2), lastCounter(0),
       classClass(jniEnv->GetObjectClass(ourClassCallbackGlobalRef)), classClassTag(-1),
-      classObjectTags(1024), hasLocals(true), threads(16), locals(512), lastThreadTag(0),
-      lastDepth(0), lastFrame(0), objectCount(0), infoOrLength(nullptr), recorded(nullptr),
-      primitives(nullptr) {}
+      classObjects(1024), listedClasses(0), hasLocals(true), threads(16), locals(512),
+      lastThreadTag(0), lastDepth(0), lastFrame(0), ownThreadTag(0), objectCount(0),
+      infoOrLength(nullptr), recorded(nullptr), primitives(nullptr), fieldOwner(0),
+      ownerIsClass(false), ownerInfo(nullptr) {}
 
 HeapWalk::~HeapWalk() {
     for (int slot = 0; slot < locals.getCapacity(); slot++) {
@@ -63,6 +51,7 @@ HeapWalk::~HeapWalk() {
     }
     delete[] infoOrLength;
     delete[] recorded;
+    releaseClassObjects();
     env->DeleteLocalRef(classClass);
 }
 
@@ -83,13 +72,10 @@ void HeapWalk::write(const ZString& path) {
     writeHeapHeader();
     // The objects that have no generation yet get it with their index.
     Generations::advanceGeneration(env, ZString("Captured snapshot ") + path, false);
-    tagAllObjects();
-    collectThreads();
     collectClasses();
-    collectUnlistedClasses();
-    classes.complete();
     allocateTables();
     writeObjects();
+    collectThreads();
     writeClasses();
     writeReferences();
     if (ourIsIBM || ourIsJRockit || ourIs6u4OrNewer) {
@@ -116,44 +102,6 @@ void HeapWalk::writeHeapHeader() {
 void HeapWalk::patchHeader() {
     writer.patchInt(headerPosition, objectCount);
     writer.patchInt(headerPosition + 2 * COUNT_BYTES, allocatorCount);
-}
-
-void HeapWalk::tagObject(jlong classTag, jlong* tag) {
-    if (classTag != classClassTag) {
-        *tag = ObjectTags::updateTag(*tag, &counter);
-    }
-}
-
-void HeapWalk::tagClassObject(jlong classTag, jlong* tag) {
-    if (classTag == classClassTag && *tag != classClassTag) {
-        *tag = ObjectTags::updateTag(*tag, &counter);
-        classObjectTags.push(*tag);
-    }
-}
-
-void HeapWalk::tagAllObjects() {
-    if (!ourIsOldIBM) {
-        jlong tag = 0;
-        CHECK_JVMTI(ourJVMTI->GetTag(classClass, &tag));
-        classClassTag = ObjectTags::updateTag(tag, &counter);
-        CHECK_JVMTI(ourJVMTI->SetTag(classClass, classClassTag));
-    }
-    iterateOverHeapEither(ourJVMTI, updateObjectsPureTags, this);
-    rethrow();
-    classes.begin(-counter);
-    tagClassObjects();
-    rethrow();
-    progress.updateProgress(PROGRESS_TAGGED);
-}
-
-void HeapWalk::tagClassObjects() {
-    if (ourIsJRockit || ourIsIBM) {
-        iterateOverHeapEither(ourJVMTI, updateClassesPureTags, this);
-        return;
-    }
-    // The same objects, without a look at the tags of all the others.
-    CHECK_JVMTI(ourJVMTI->IterateOverInstancesOfClass(classClass, JVMTI_HEAP_OBJECT_EITHER,
-                                                      updateClassesPureTags, this));
 }
 
 void HeapWalk::collectLocals(const jvmtiStackInfo& stack) {
@@ -189,6 +137,10 @@ void HeapWalk::collectThreads() {
         return;
     }
     announceLocalReferences(env, count);
+    jthread current = nullptr;
+    CHECK_JVMTI(ourJVMTI->GetCurrentThread(&current));
+    CHECK_JVMTI(ourJVMTI->GetTag(current, &ownThreadTag));
+    env->DeleteLocalRef(current);
     for (jint i = 0; i < count; i++) {
         const jvmtiStackInfo& stack = stacks.get()[i];
         const ThreadInfo* info = getStoredThreadInfo(stack.thread);
@@ -215,64 +167,76 @@ void HeapWalk::addClass(jclass type) {
 }
 
 void HeapWalk::collectClasses() {
+    findClassObjects();
+    tagClassObjects();
+    for (int i = 0; i < classObjects.getSize(); i++) {
+        addClass(static_cast<jclass>(classObjects[i]));
+    }
+    classes.complete();
+}
+
+// All class objects, and how many objects there are beside them. The heap holds some that
+// GetLoadedClasses does not give: those of primitive types, of archived classes that are not
+// loaded.
+void HeapWalk::findClassObjects() {
+    TagEnvironment search;
+    ZVector<jobject> found;
+    const long others = search.findInstances(classClass, found) - found.getSize() - 1;
+    announceLocalReferences(env, 2 * found.getSize());
+    classObjects.push(env->NewLocalRef(classClass));
     jint count = 0;
     JvmtiMemory<jclass> loaded;
     CHECK_JVMTI(ourJVMTI->GetLoadedClasses(&count, loaded.receive()));
-    announceLocalReferences(env, count);
     for (jint i = 0; i < count; i++) {
-        jlong tag = 0;
-        CHECK_JVMTI(ourJVMTI->GetTag(loaded.get()[i], &tag));
-        // An index beyond the last one stems from an earlier snapshot.
-        const int index = ObjectTags::indexOf(tag);
-        if (index <= 0 || index >= -counter || ourIsOldIBM) {
-            const jlong updated = ObjectTags::updateTag(tag, &counter);
-            CHECK_JVMTI(ourJVMTI->SetTag(loaded.get()[i], updated));
-            CHECK_JVMTI(ourJVMTI->GetTag(loaded.get()[i], &tag));
-            Logger::assertEquals(tag, updated, VDK_HERE);
+        if (env->IsSameObject(loaded.get()[i], classClass)) {
+            env->DeleteLocalRef(loaded.get()[i]);
+        } else {
+            search.take(loaded.get()[i]);
+            classObjects.push(loaded.get()[i]);
         }
     }
-    for (jint i = 0; i < count; i++) {
-        addClass(loaded.get()[i]);
-        env->DeleteLocalRef(loaded.get()[i]);
+    listedClasses = classObjects.getSize();
+    for (int i = 0; i < found.getSize(); i++) {
+        if (search.take(found[i])) {
+            classObjects.push(found[i]);
+        } else {
+            env->DeleteLocalRef(found[i]);
+        }
+    }
+    debugLine(longToString(classObjects.getSize() - listedClasses) +
+              " class objects are not listed");
+    const long highest = others + classObjects.getSize();
+    Logger::assertTrue(highest < INT_MAX, VDK_HERE);
+    objectCount = static_cast<int>(highest);
+    lastCounter = static_cast<int>(-others - 2);
+}
+
+// java.lang.Class gets the first index, the others the highest ones.
+void HeapWalk::tagClassObjects() {
+    classes.begin(firstClassIndex());
+    int firstCounter = -1;
+    int classCounter = lastCounter;
+    for (int i = 0; i < classObjects.getSize(); i++) {
+        jlong tag = 0;
+        CHECK_JVMTI(ourJVMTI->GetTag(classObjects[i], &tag));
+        tag = ObjectTags::updateTag(tag, i == 0 ? &firstCounter : &classCounter);
+        CHECK_JVMTI(ourJVMTI->SetTag(classObjects[i], tag));
+        if (i == 0 && !ourIsOldIBM) {
+            classClassTag = tag;
+        }
+        if (i >= listedClasses) {
+            debugLine(ZString("  i=") + longToString(i) + " tag=" + longToString(tag));
+        }
     }
 }
 
-// Class objects that the heap holds and GetLoadedClasses did not give: those of primitive types, of
-// archived classes that are not loaded. The JVM finds an object by its tag in time proportional to
-// all tagged objects, so an environment that tags class objects alone serves for it.
-void HeapWalk::collectUnlistedClasses() {
-    int missing = 0;
-    for (int i = 0; i < classObjectTags.getSize(); i++) {
-        missing += classOf(classObjectTags[i]) == nullptr;
-    }
-    debugLine(longToString(missing) + " class objects are not listed");
-    if (missing == 0) {
-        return;
-    }
-    TagEnvironment search;
-    ZVector<jobject> found;
-    search.findInstances(classClass, found);
-    announceLocalReferences(env, found.getSize());
-    for (int i = 0; i < found.getSize(); i++) {
-        jlong tag = 0;
-        CHECK_JVMTI(ourJVMTI->GetTag(found[i], &tag));
-        if (tag != 0 && classOf(tag) == nullptr) {
-            debugLine(ZString("  i=") + longToString(i) + " tag=" + longToString(tag));
-            addClass(static_cast<jclass>(found[i]));
-        }
-        env->DeleteLocalRef(found[i]);
-    }
-    for (int i = 0; i < classObjectTags.getSize(); i++) {
-        if (classOf(classObjectTags[i]) == nullptr) {
-            noteOdd(ODD_CLASS_OBJECT, ZString("warning: GetObjectsWithTags for ") +
-                                          longToString(classObjectTags[i]) + " count = 0");
-        }
+void HeapWalk::releaseClassObjects() {
+    while (!classObjects.isEmpty()) {
+        env->DeleteLocalRef(classObjects.pop());
     }
 }
 
 void HeapWalk::allocateTables() {
-    objectCount = -counter - 1;
     infoOrLength = new uintptr_t[static_cast<size_t>(objectCount) + 1]();
     recorded = new uint64_t[static_cast<size_t>(objectCount) / 64 + 1]();
-    progress.updateProgress(PROGRESS_CLASSES);
 }

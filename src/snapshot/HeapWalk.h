@@ -28,12 +28,17 @@ struct StackLocal {
 // HeapWalk writes the heap sections of a snapshot, from the heap header to the primitive block.
 //
 // DESCRIPTION
-//   The JVM gives objects no identity that could go into a file. So a first pass tags every object
-//   with a dense index, and the passes after it name objects by their tags. Everything that the
-//   walk knows goes with this object; tags stay, for their generations (see Generations).
+//   The JVM gives objects no identity that could go into a file. So every object is tagged with a
+//   dense index, and later passes name objects by their tags. Everything that the walk knows goes
+//   with this object; tags stay, for their generations (see Generations).
 //   Caller holds ourLock, and the application stands still as far as it can be suspended. What the
 //   JVM reports oddly is logged and left out, and the walk goes on.
 // IMPLEMENTATION
+//   What a capture costs is the JVM's search for the tag of each object that it shows, and of its
+//   class, so there are few passes, and none shows an object that has nothing to tell. A pass that
+//   tags nothing counts the objects and finds the class objects, which get the highest indices;
+//   with the classes known, the pass that tags the objects writes their records as well. Then a
+//   walk over roots and class objects alone, one over all references, one over all values.
 //   Callbacks run on the VM thread at a safepoint: they write, read the maps and take no lock but
 //   that of the ObjectEnumerator, which nobody holds over a call into the JVM. An exception in one
 //   ends the pass and goes on in the caller of it.
@@ -54,10 +59,7 @@ public:
     // Runs the body of a callback; false after an exception, then or before.
     template <typename Body>
     bool guarded(Body&& body) noexcept;
-    void tagObject(jlong classTag, jlong* tag);
-    void tagClassObject(jlong classTag, jlong* tag);
-    void writeObject(jlong classTag, jlong size, jlong tag);
-    void writeArray(jlong classTag, jlong size, jlong tag, jint length);
+    void writeObject(jlong classTag, jlong size, jlong* tag, jint length);
     void writeHeapRoot(jvmtiHeapRootKind kind, jlong tag);
     void writeStackReference(jvmtiHeapRootKind kind, jlong tag, jlong threadTag, jint depth,
                              jmethodID method, jint slot);
@@ -65,6 +67,11 @@ public:
                              jint index);
     void writeFieldOrElement(jvmtiObjectReferenceKind kind, jlong tag, jlong referrerTag,
                              jint index);
+    // Whether the pass over roots and class objects goes on into the object.
+    bool isFollowedForClasses(jlong tag) const;
+    // Whether the pass over references goes on into an object of the class: one without references
+    // has nothing to tell but its class, which the first of its class tells.
+    bool isFollowedForReferences(jlong classTag);
     void putField(jvmtiHeapReferenceKind kind, jint index, jlong classTag, jlong tag,
                   const jvalue& value, jvmtiPrimitiveType type);
     void putArray(jlong tag, jint count, jvmtiPrimitiveType type, const void* elements);
@@ -72,7 +79,6 @@ public:
 private:
     // Odd things that a JVM may report; of each kind a few are logged.
     enum OddKind {
-        ODD_CLASS_OBJECT,
         ODD_CLASS,
         ODD_TWICE,
         ODD_ROOT,
@@ -90,18 +96,18 @@ private:
 
     // Ahead of the records: HeapWalk.cpp.
     void writeHeapHeader();
-    void tagAllObjects();
+    void collectClasses();
+    void findClassObjects();
     void tagClassObjects();
     void collectThreads();
     void collectLocals(const jvmtiStackInfo& stack);
-    void collectClasses();
-    void collectUnlistedClasses();
     void addClass(jclass type);
     void allocateTables();
+    void releaseClassObjects();
 
     // The records: HeapRecords.cpp.
     void writeObjects();
-    bool writeObjectRecord(int record, jlong classTag, jlong size, jlong tag, int length);
+    void writeObjectRecord(int record, jlong classTag, jlong size, jlong tag, int length);
     void writeAllocator(jlong tag);
     void writeClasses();
     void writeClass(int index, const _ClassInfo& info);
@@ -118,6 +124,7 @@ private:
     void writePrimitives();
 
     void markRecorded(int index) { recorded[index >> 6] |= uint64_t(1) << (index & 63); }
+    int firstClassIndex() const { return -lastCounter; }
     bool isRecorded(int index) const {
         return index > 0 && index <= objectCount && (recorded[index >> 6] >> (index & 63) & 1) != 0;
     }
@@ -137,22 +144,28 @@ private:
 
     long headerPosition; // of the object count
     int allocatorCount;
-    int counter;         // of updateTag
+    int counter;         // of updateTag for all but class objects; java.lang.Class has 1
+    int lastCounter;     // what it may come down to
     jclass classClass;   // local reference to java.lang.Class
     jlong classClassTag; // -1 where it is no tag
     ClassInfos classes;
-    ZVector<jlong> classObjectTags;     // of all class objects that the heap holds
+    ZVector<jobject> classObjects;      // local references, java.lang.Class the first
+    int listedClasses;                  // the first ones are those of GetLoadedClasses
     bool hasLocals;                     // the JVM tells local variables
     ZMap<long, ThreadAndFrame> threads; // by tag
     ZMap<_jmethodID*, ZVector<StackLocal>*> locals;
     jlong lastThreadTag; // of frameAt
     jint lastDepth;
     int lastFrame;
+    jlong ownThreadTag;
 
     int objectCount;         // highest index
     uintptr_t* infoOrLength; // by index: the _ClassInfo of an instance, the length of an array
     uint64_t* recorded;      // by index, one bit: the object has a record
     PrimitiveBlock* primitives;
+    int fieldOwner; // the object whose values came last
+    bool ownerIsClass;
+    const _ClassInfo* ownerInfo; // tells its fields; null if nothing does
 };
 
 // Implementation

@@ -4,13 +4,8 @@
 #include "profiling/memory/Generations.h"
 #include "profiling/memory/ObjectEnumerator.h"
 
-#include <climits>
-
-int ObjectTags::getObjectIndex(int lowTag) {
-    if (lowTag > 0) {
-        return ourObjectEnumerator.getAllocator(lowTag)->objectIndex;
-    }
-    return lowTag == INT_MIN ? 0 : -lowTag;
+int ObjectTags::getRecordedObjectIndex(int lowTag) {
+    return ourObjectEnumerator.getAllocator(lowTag)->objectIndex;
 }
 
 jlong ObjectTags::updateTag(jlong tag, int* counter) {
@@ -27,4 +22,12 @@ jlong ObjectTags::updateTag(jlong tag, int* counter) {
         high = static_cast<unsigned>(Generations::getCurrentGenerationID());
     }
     return static_cast<jlong>(static_cast<unsigned long>(high) << 32 | low);
+}
+
+jlong ObjectTags::forgetIndex(jlong tag) {
+    if (lowWord(tag) > 0) {
+        ourObjectEnumerator.setObjectIndex(lowWord(tag), 0);
+        return tag;
+    }
+    return static_cast<jlong>(static_cast<unsigned long>(tag) >> 32 << 32);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <climits>
 #include <jni.h>
 
 // The tag of an object in ourJVMTI during a heap walk. Its high word is the object's generation.
@@ -19,7 +20,13 @@ inline int generationOf(jlong tag) {
 }
 
 // Snapshot index by the low word; 0 for none.
-int getObjectIndex(int lowTag);
+int getRecordedObjectIndex(int lowTag);
+inline int getObjectIndex(int lowTag) {
+    if (lowTag > 0) {
+        return getRecordedObjectIndex(lowTag);
+    }
+    return lowTag == INT_MIN ? 0 : -lowTag;
+}
 inline int indexOf(jlong tag) {
     return getObjectIndex(lowWord(tag));
 }
@@ -27,5 +34,7 @@ inline int indexOf(jlong tag) {
 // The tag with the next index in it, and with the current generation if it had none. The counter
 // runs down from -1.
 jlong updateTag(jlong tag, int* counter);
+// The tag without an index of an earlier snapshot.
+jlong forgetIndex(jlong tag);
 
 } // namespace ObjectTags

@@ -13,6 +13,7 @@ namespace {
 constexpr int SIZE_BYTES = 8;
 constexpr int LARGEST_VALUE = 8;
 constexpr int ALIGNMENT = 8;
+constexpr long PIECE = 0x10000;
 
 int putLittleEndian(unsigned char* to, unsigned long bits, int count) {
     for (int i = 0; i < count; i++) {
@@ -108,6 +109,7 @@ void PrimitiveBlock::putArray(int index, jint count, jvmtiPrimitiveType type,
     if (primitiveOffsets[index] != 0) {
         return;
     }
+    flushRegion();
     primitiveOffsets[index] = writer.getPosition();
     expectedSize += static_cast<long>(count) * getPrimitiveSize(static_cast<char>(type));
     writer.writePrimitives(elements, type, count);
@@ -127,12 +129,11 @@ void PrimitiveBlock::end(Progress& progress, int progressFrom, int progressTo) {
         writer.writeByte(0);
     }
     const long steps = progressTo - progressFrom;
-    for (int i = 0; i <= highestIndex; i++) {
-        writer.writeLong(primitiveOffsets[i]);
-        if ((i & 0xffff) == 0) {
-            progress.updateProgress(progressFrom +
-                                    static_cast<int>(i * steps / (highestIndex + 1L)));
-        }
+    for (long i = 0; i <= highestIndex; i += PIECE) {
+        const long left = highestIndex + 1L - i;
+        writer.writePrimitives(primitiveOffsets + i, 'J',
+                               static_cast<int>(left < PIECE ? left : PIECE));
+        progress.updateProgress(progressFrom + static_cast<int>(i * steps / (highestIndex + 1L)));
     }
     progress.updateProgress(progressTo);
 }

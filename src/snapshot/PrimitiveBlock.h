@@ -26,12 +26,11 @@ public:
                   jvmtiPrimitiveType type);
     // The elements of an array. The first call for an object counts.
     void putArray(int index, jint count, jvmtiPrimitiveType type, const void* elements);
-    // Ends the data of fields.
-    void flushRegion();
     // Ends the block. Progress goes from one value to the other.
     void end(Progress& progress, int progressFrom, int progressTo);
 
 private:
+    void flushRegion();
     void beginRegion(int index, int regionBytes);
     void patchRegion(int index, int offset, const unsigned char* bytes, int count);
 

@@ -7,9 +7,14 @@
 namespace {
 
 constexpr jlong FOUND = 1;
+constexpr jlong TAKEN = 2;
+constexpr jlong SOUGHT = 3; // the class itself
 
-jvmtiIterationControl JNICALL tagFound(jlong, jlong, jlong* tag, void*) {
-    *tag = FOUND;
+jvmtiIterationControl JNICALL tagFound(jlong classTag, jlong, jlong* tag, void* objectCount) {
+    ++*static_cast<long*>(objectCount);
+    if (classTag == SOUGHT && *tag != SOUGHT) {
+        *tag = FOUND;
+    }
     return JVMTI_ITERATION_CONTINUE;
 }
 
@@ -31,13 +36,24 @@ TagEnvironment::~TagEnvironment() {
     jvmti->DisposeEnvironment();
 }
 
-void TagEnvironment::findInstances(jclass type, ZVector<jobject>& found) {
-    CHECK_JVMTI(
-        jvmti->IterateOverInstancesOfClass(type, JVMTI_HEAP_OBJECT_EITHER, tagFound, nullptr));
+long TagEnvironment::findInstances(jclass type, ZVector<jobject>& found) {
+    CHECK_JVMTI(jvmti->SetTag(type, SOUGHT));
+    long objectCount = 0;
+    iterateOverHeapEither(jvmti, tagFound, &objectCount);
     jint count = 0;
     JvmtiMemory<jobject> objects;
     CHECK_JVMTI(jvmti->GetObjectsWithTags(1, &FOUND, &count, objects.receive(), nullptr));
     for (jint i = 0; i < count; i++) {
         found.push(objects.get()[i]);
     }
+    return objectCount;
+}
+
+bool TagEnvironment::take(jobject object) {
+    jlong tag = 0;
+    CHECK_JVMTI(jvmti->GetTag(object, &tag));
+    if (tag == FOUND) {
+        CHECK_JVMTI(jvmti->SetTag(object, TAKEN));
+    }
+    return tag == FOUND;
 }
