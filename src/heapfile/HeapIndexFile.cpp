@@ -10,7 +10,7 @@ namespace {
 
 constexpr char MAGIC[] = "VDK heap index\n\x1a";
 constexpr size_t MAGIC_SIZE = 16;
-constexpr uint32_t VERSION = 3;
+constexpr uint32_t VERSION = 4;
 constexpr uint32_t BYTE_ORDER_MARK = 0x01020304; // written as this machine stores it
 // Arrays that the heap commands read, beside the references. Others hold fill values only.
 constexpr int STORED_KINDS[] = {READ_DOMINATORS,         READ_SIZES,
@@ -111,6 +111,22 @@ void readSizing(IndexInput& in, HeapSizing& sizing) {
     }
 }
 
+void writeOrigins(IndexOutput& out, const HeapModel& model) {
+    out.u32(static_cast<uint32_t>(model.generations.size()));
+    for (const HeapGeneration& generation : model.generations) {
+        out.u32(static_cast<uint32_t>(generation.number));
+        out.text(generation.name);
+        out.u64(static_cast<uint64_t>(generation.uptimeMs));
+    }
+    out.u32(static_cast<uint32_t>(model.siteFrames.size()));
+    for (const HeapSiteFrame& site : model.siteFrames) {
+        out.u32(static_cast<uint32_t>(site.frame));
+        out.u32(static_cast<uint32_t>(site.parent));
+        out.u32(site.text);
+        out.u32(site.hidden ? 1 : 0);
+    }
+}
+
 void writeModel(IndexOutput& out, const HeapModel& model) {
     out.u32(model.format == HeapModel::Format::Snapshot ? 1 : 0);
     out.text(model.formatName);
@@ -131,6 +147,7 @@ void writeModel(IndexOutput& out, const HeapModel& model) {
         out.u32(static_cast<uint32_t>(object.row));
         out.u64(static_cast<uint64_t>(object.size));
     }
+    writeOrigins(out, model);
     out.u32(static_cast<uint32_t>(model.classes.size()));
     for (const HeapClass& type : model.classes) {
         writeClass(out, type);
@@ -197,6 +214,36 @@ void readLargeObjects(IndexInput& in, HeapModel& model) {
     }
 }
 
+void readOrigins(IndexInput& in, HeapModel& model) {
+    int before = 0;
+    for (uint32_t n = readCount(in, 16, "generations"); n > 0; n--) {
+        HeapGeneration generation;
+        generation.number = static_cast<int>(in.u32AtMost(0x7fffffff, "generation"));
+        generation.name = in.text();
+        generation.uptimeMs = static_cast<int64_t>(in.u64());
+        if (generation.number <= before) {
+            in.fail("generations are not in order");
+        }
+        before = generation.number;
+        model.generations.push_back(std::move(generation));
+    }
+    const uint64_t lastText = model.frameTexts.empty() ? 0 : model.frameTexts.size() - 1;
+    before = 0;
+    for (uint32_t n = readCount(in, 16, "frames of allocations"); n > 0; n--) {
+        HeapSiteFrame site;
+        site.frame = static_cast<int>(in.u32AtMost(0x7fffffff, "frame of an allocation"));
+        if (site.frame <= before || model.frameTexts.empty()) {
+            in.fail("frames of allocations are not in order");
+        }
+        before = site.frame;
+        site.parent = static_cast<int>(
+            in.u32AtMost(static_cast<uint64_t>(site.frame) - 1, "caller of an allocation"));
+        site.text = in.u32AtMost(lastText, "text of a frame");
+        site.hidden = in.u32AtMost(1, "mark of a frame") == 1;
+        model.siteFrames.push_back(site);
+    }
+}
+
 void readModel(IndexInput& in, HeapModel& model) {
     model.format =
         in.u32AtMost(1, "format") == 1 ? HeapModel::Format::Snapshot : HeapModel::Format::Hprof;
@@ -221,6 +268,7 @@ void readModel(IndexInput& in, HeapModel& model) {
         }
     }
     readLargeObjects(in, model);
+    readOrigins(in, model);
     uint32_t classes = readCount(in, 36, "classes");
     for (uint32_t i = 0; i < classes; i++) {
         model.classes.push_back(readClass(in, model.objectCount, classes));

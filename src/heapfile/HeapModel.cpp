@@ -324,3 +324,10 @@ std::string HeapModel::threadName(int threadIndex) const {
     }
     return text;
 }
+
+const HeapSiteFrame* HeapModel::siteFrame(int frame) const {
+    const auto found =
+        std::lower_bound(siteFrames.begin(), siteFrames.end(), frame,
+                         [](const HeapSiteFrame& site, int wanted) { return site.frame < wanted; });
+    return found == siteFrames.end() || found->frame != frame ? nullptr : &*found;
+}

@@ -35,6 +35,21 @@ struct HeapThread {
     std::vector<uint32_t> stack; // top first; indices in HeapModel::frameTexts
 };
 
+// A mark in the life of a heap. An object belongs to the first one behind its birth.
+struct HeapGeneration {
+    int number;       // as the storage's column of generations has it
+    std::string name; // what opened it
+    int64_t uptimeMs; // of the JVM
+};
+
+// A frame of the stacks that the storage's column of allocator frames names, or of a caller.
+struct HeapSiteFrame {
+    int frame;     // as the column has it
+    int parent;    // the caller's frame, 0 for none; less than `frame`
+    uint32_t text; // of "class.method", in HeapModel::frameTexts
+    bool hidden;   // stands in no report: the agent's own, or the class behind an allocation
+};
+
 // An object whose size the storage's 32-bit column cannot hold.
 struct LargeObject {
     int row;
@@ -143,6 +158,8 @@ public:
     }
     // What the storage's column holds for an object that is larger.
     static constexpr int LARGEST_STORED = INT32_MAX;
+    // The frame of that number, null if it is not known.
+    const HeapSiteFrame* siteFrame(int frame) const;
     // The name of a java.lang.Thread, empty if not known.
     std::string threadName(int threadIndex) const;
 
@@ -161,9 +178,11 @@ public:
     std::vector<HeapRoot> roots;
     std::vector<HeapThread> threads;
     std::vector<std::string> frameTexts; // "class.method(file:line)", each once: threads share them
-    std::vector<LargeObject> largeObjects; // ascending rows
-    int classClass = -1;                   // java.lang.Class
-    int stringClass = -1;                  // java.lang.String
+    std::vector<LargeObject> largeObjects;   // ascending rows
+    std::vector<HeapGeneration> generations; // ascending numbers; empty where the file tells none
+    std::vector<HeapSiteFrame> siteFrames;   // ascending frames
+    int classClass = -1;                     // java.lang.Class
+    int stringClass = -1;                    // java.lang.String
     HeapSizing sizing;
     // The file holds what an analysis found (sizes, dominators, retained sizes) and not the heap
     // that it was found from: there are no classes, roots and references.

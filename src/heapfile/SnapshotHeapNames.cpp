@@ -6,26 +6,79 @@
 #include <map>
 #include <set>
 
-std::string SnapshotHeapSections::frameText(DB& db, int frame) const {
+namespace {
+
+// Stands for the class below the frame that allocated an object.
+constexpr char ALLOCATED_CLASS[] = "<<init>>";
+
+std::string textOf(DB& db, int id, const char* unknown) {
+    const char* chars = db.stringPool->getText(id);
+    return chars ? cleanUtf8(reinterpret_cast<const uint8_t*>(chars), strlen(chars), 1024)
+                 : std::string(unknown);
+}
+
+const FrameRecord* frameRecord(DB& db, int frame) {
     const FrameRecord* record = frame > 0 ? db.frameTable->getRecord(frame, false) : nullptr;
-    const MethodRecord* method =
-        record && record->method > 0 ? db.methodTable->getRecord(record->method, false) : nullptr;
-    if (!method) {
-        return "";
+    return record && record->stamp > 0 ? record : nullptr;
+}
+
+const MethodRecord* methodOf(DB& db, const FrameRecord* frame) {
+    return frame && frame->method > 0 ? db.methodTable->getRecord(frame->method, false) : nullptr;
+}
+
+bool isHidden(DB& db, const MethodRecord* method) {
+    const char* name = method ? db.stringPool->getText(method->methodNameStrID) : nullptr;
+    return !name || (method->flags & METHOD_HIDDEN) != 0 || strcmp(name, ALLOCATED_CLASS) == 0;
+}
+
+} // namespace
+
+uint32_t SnapshotHeapSections::textOfFrame(DB& db, int frame) {
+    const FrameRecord* record = frameRecord(db, frame);
+    const MethodRecord* method = methodOf(db, record);
+    auto known = textOfMethod.try_emplace(method ? record->method : 0,
+                                          static_cast<uint32_t>(model.frameTexts.size()));
+    if (known.second) {
+        model.frameTexts.push_back(method ? textOf(db, method->classNameStrID, "?") + "." +
+                                                textOf(db, method->methodNameStrID, "?")
+                                          : "");
     }
-    auto text = [&](int id) {
-        const char* chars = db.stringPool->getText(id);
-        return chars ? cleanUtf8(reinterpret_cast<const uint8_t*>(chars), strlen(chars), 1024)
-                     : std::string("?");
-    };
-    return text(method->classNameStrID) + "." + text(method->methodNameStrID);
+    return known.first->second;
+}
+
+void SnapshotHeapSections::addGenerations(DB& db) {
+    db.generationTable->eachRecord([&](int number, const GenerationRecord& record) {
+        if (record.stamp > 0 && number > 0) {
+            model.generations.push_back({number, textOf(db, record.descriptionStrID, "?"),
+                                         static_cast<int64_t>(record.uptimeMs)});
+        }
+    });
+}
+
+// The frames that allocated recorded objects, and their callers. A parent always has a lower number
+// than its children; a row that breaks this has none.
+void SnapshotHeapSections::addSiteFrames(DB& db) {
+    std::set<int>& frames = allocatorFrames;
+    for (auto next = frames.rbegin(); next != frames.rend(); ++next) {
+        const FrameRecord* record = frameRecord(db, *next);
+        if (record && record->parent > 0 && record->parent < *next) {
+            frames.insert(record->parent); // behind the iterator's way
+        }
+    }
+    for (int frame : frames) {
+        const FrameRecord* record = frameRecord(db, frame);
+        if (record) {
+            const int parent = record->parent > 0 && record->parent < frame ? record->parent : 0;
+            model.siteFrames.push_back(
+                {frame, parent, textOfFrame(db, frame), isHidden(db, methodOf(db, record))});
+        }
+    }
 }
 
 void SnapshotHeapSections::addRoots(DB& db) {
     // Threads that the agent does not number, virtual ones among them, are told by their objects.
     std::map<std::pair<int, int>, int> threadByNumber;
     std::map<std::pair<int, int>, int> lineOfFrame;
-    std::map<int, uint32_t> textOfFrame;
     for (const RootNote& note : rootNotes) {
         HeapRoot root{note.row, note.kind == 0 ? HEAP_ROOT_OTHER : note.kind, -1, -1};
         if (note.trn != 0 || note.threadRow != 0) {
@@ -39,12 +92,7 @@ void SnapshotHeapSections::addRoots(DB& db) {
             auto line = lineOfFrame.emplace(std::make_pair(root.thread, note.frame),
                                             static_cast<int>(thread.stack.size()));
             if (line.second && note.frame > 0) {
-                auto known = textOfFrame.try_emplace(
-                    note.frame, static_cast<uint32_t>(model.frameTexts.size()));
-                if (known.second) {
-                    model.frameTexts.push_back(frameText(db, note.frame));
-                }
-                thread.stack.push_back(known.first->second);
+                thread.stack.push_back(textOfFrame(db, note.frame));
             }
             root.frame = note.frame > 0 ? line.first->second : -1;
         }
@@ -138,4 +186,6 @@ void SnapshotHeapSections::resolveNames(DB& db) {
     }
     model.indexClasses();
     addRoots(db);
+    addGenerations(db);
+    addSiteFrames(db);
 }

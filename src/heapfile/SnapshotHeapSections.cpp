@@ -150,7 +150,9 @@ uint64_t SnapshotHeapSections::firstPass(uint64_t from) {
         case HEAP_RECORD_ALLOCATOR: {
             const int row = readRow(in, "allocated object", false);
             const int trn = in.readInt();
-            model.storage->setAllocator(row, in.readInt(), trn);
+            const int frame = in.readInt();
+            model.storage->setAllocator(row, frame, trn);
+            allocatorFrames.insert(frame);
             break;
         }
         case HEAP_RECORD_STATIC_FIELD:

@@ -6,6 +6,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -82,7 +83,10 @@ private:
     static void nameStaticReferences(const ClassNote& note, HeapClass& type,
                                      const std::vector<std::string>& names);
     void addRoots(DB& db);
-    std::string frameText(DB& db, int frame) const;
+    void addGenerations(DB& db);
+    void addSiteFrames(DB& db);
+    // Index in frameTexts of what a frame's method is called.
+    uint32_t textOfFrame(DB& db, int frame);
     void readPagedArray(ByteReader& input, int kind);
 
     const MappedFile& file;
@@ -96,6 +100,8 @@ private:
     std::vector<ClassNote> notes;
     RowTable noteOfRow;
     std::vector<RootNote> rootNotes;
+    std::set<int> allocatorFrames;
+    std::map<int, uint32_t> textOfMethod;
     uint64_t offsetTable = 0; // of the primitive block, 0 if there is none
     bool closingRead = false;
     std::vector<int> closingClasses;

@@ -156,6 +156,11 @@ void AgentClient::switchExceptionTelemetry(bool on) {
             LongTimeoutMs);
 }
 
+void AgentClient::advanceGeneration(const std::string& description) {
+    PacketWriter packet(PACKET_ADVANCE_GENERATION_REQ);
+    Request(endpoint, timeoutMs, LongTimeoutMs, packet.writeString(description));
+}
+
 void AgentClient::clear(ProfilingData data) {
     static const struct {
         ProfilingData data;

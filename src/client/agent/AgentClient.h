@@ -54,6 +54,8 @@ public:
     // The start is refused where it runs already.
     void switchMonitorProfiling(bool on);
     void switchExceptionTelemetry(bool on);
+    // Opens a generation; walks over the whole heap.
+    void advanceGeneration(const std::string& description);
     void clear(ProfilingData data);
     // Has the agent free what nothing that was recorded names any more.
     void freeUnusedRows();

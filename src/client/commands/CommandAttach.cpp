@@ -52,23 +52,6 @@ std::string passOptions(Attacher& attacher, AttachFiles& files, const std::strin
            quoteOptionValue(files.provideText("options", options + "\n"));
 }
 
-// Waits for the agent's marker, which is there when the JVM answered, unless the agent was told to
-// wait. The JVM with its port then; without, if none comes.
-Jvm waitForMarker(JvmFinder& finder, const Jvm& jvm) {
-    Jvm last = jvm;
-    for (int round = 0; round < 20; round++) {
-        last = finder.look(jvm.pid).value_or(jvm);
-        last.mainName = jvm.mainName;
-        if (last.isProfiled() || last.markersHidden) {
-            return last;
-        }
-        if (!sleepUnlessInterrupted(150)) {
-            throwIfInterrupted();
-        }
-    }
-    return last;
-}
-
 [[noreturn]] void failStart(const ProcFs& processes, const ProcessStatus& target, int code) {
     AgentStartFailure failure = explainAgentResult(code);
     std::string reason = refusalInLog(processes, target);
@@ -194,6 +177,17 @@ void applyToPresent(const Jvm& jvm, const Arguments& arguments) {
 
 } // namespace
 
+LiveAgent attachedAgent(Machine& machine, const std::string& target, const Arguments& arguments) {
+    Jvm jvm = machine.finder.find(target);
+    const int timeoutMs = int(arguments.durationMs("--timeout", 15000));
+    if (!hasAgent(machine, jvm, timeoutMs)) {
+        load(machine, jvm, arguments);
+        jvm = awaitMarker(machine.finder, jvm);
+        checkPort(machine.processes, jvm, {});
+    }
+    return connectAgent(machine, jvm, timeoutMs);
+}
+
 int runAttach(Console& console, const Arguments& arguments) {
     Machine machine;
     Jvm jvm = machine.finder.find(arguments.text("TARGET"));
@@ -203,7 +197,7 @@ int runAttach(Console& console, const Arguments& arguments) {
         console.note("the agent is in process " + std::to_string(jvm.pid) + " already");
     } else {
         load(machine, jvm, arguments);
-        jvm = waitForMarker(machine.finder, jvm);
+        jvm = awaitMarker(machine.finder, jvm);
         checkPort(machine.processes, jvm, arguments.all("OPTION"));
         if (arguments.has("--remote")) {
             console.warn("the agent accepts connections from every machine that reaches this one, "

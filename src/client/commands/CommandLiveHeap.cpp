@@ -248,6 +248,9 @@ int runHeapLive(Console& console, const Arguments& arguments) {
 }
 
 int runHeapCapture(Console& console, const Arguments& arguments) {
+    if (arguments.has("--sites")) {
+        return captureWithSites(console, arguments);
+    }
     Machine machine;
     Jvm jvm = machine.finder.find(arguments.text("TARGET"));
     Attacher attacher(machine.processes, jvm, int(arguments.durationMs("--timeout", 10000)));

@@ -1,8 +1,12 @@
-// Commands that switch recordings besides CPU profiling: alloc.
+// Commands about objects and where they come from: alloc, generation.
 #include "client/agent/Protocol.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Sources.h"
 #include "client/console/Errors.h"
+#include "client/console/Text.h"
+
+#include <algorithm>
+#include <string>
 
 namespace vdk {
 
@@ -34,6 +38,21 @@ void checkAllocationOptions(const Arguments& arguments) {
     }
 }
 
+// The last generation of that name. Its packet is answered without a number.
+int lastGeneration(AgentClient& client, const std::string& name) {
+    TableFetcher fetcher(client);
+    fetcher.fetch(1 << SLOT_String | 1 << SLOT_Generation);
+    DB& db = fetcher.database();
+    int last = 0;
+    db.generationTable->eachRecord([&](int number, const GenerationRecord& record) {
+        const char* description = db.stringPool->getText(record.descriptionStrID);
+        if (record.stamp > 0 && description && name == description) {
+            last = std::max(last, number);
+        }
+    });
+    return last;
+}
+
 } // namespace
 
 int runAlloc(Console& console, const Arguments& arguments) {
@@ -49,6 +68,23 @@ int runAlloc(Console& console, const Arguments& arguments) {
         done = "allocation recording stopped";
     }
     writeDone(console, "vdk.alloc/1", agent, done);
+    return 0;
+}
+
+int runGeneration(Console& console, const Arguments& arguments) {
+    const std::string name = arguments.text("NAME", "mark");
+    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
+    agent.client.advanceGeneration(name);
+    const int number = lastGeneration(agent.client, name);
+    if (console.json) {
+        JsonWriter json(console.out, true);
+        beginDocument(json, "vdk.generation/1").field("pid", agent.info.pid);
+        json.field("session", agent.info.sessionName).field("generation", number);
+        json.field("name", name).endObject();
+        console.out << "\n";
+        return 0;
+    }
+    console.out << "generation " << number << " (" << printable(name) << ")\n";
     return 0;
 }
 

@@ -35,6 +35,73 @@ static bool removeOriginal(const LiveAgent& agent, const std::string& path, int6
            unlink(visible.c_str()) == 0;
 }
 
+namespace {
+
+struct Capture {
+    std::string path;  // the JVM's own
+    int64_t size = -1; // of what was fetched
+    bool kept = true;  // the JVM's own is still there
+};
+
+// Captures, and fetches where a file is given. `out` is its name.
+Capture capture(Console& console, LiveAgent& agent, const Arguments& arguments, int64_t flags,
+                std::optional<OutputFile>& file, const std::string& out) {
+    Capture result;
+    {
+        ProgressBar bar(console, "capturing");
+        result.path = agent.client.captureSnapshot(flags, arguments.text("--dir"),
+                                                   arguments.text("--pattern"),
+                                                   [&](int percent) { bar.update(percent); });
+    }
+    if (!file || isSameFile(result.path, out)) {
+        return result;
+    }
+    ProgressBar bar(console, "fetching");
+    result.size = agent.client.downloadSnapshot(result.path, arguments.has("--compressed"), *file,
+                                                [&](int percent) { bar.update(percent); });
+    file->commit();
+    result.kept = arguments.has("--keep") || !removeOriginal(agent, result.path, result.size);
+    if (result.kept && !arguments.has("--keep")) {
+        console.note("the JVM's own copy stays: " + printable(result.path));
+    }
+    return result;
+}
+
+void noteFile(Console& console, const std::string& out, const Capture& captured) {
+    console.note(out + (captured.size < 0 ? std::string() : ": " + formatBytes(captured.size)));
+}
+
+} // namespace
+
+int captureWithSites(Console& console, const Arguments& arguments) {
+    const std::string out = arguments.text("--out");
+    struct stat info;
+    if (out != "-" && lstat(out.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
+        !arguments.has("--overwrite")) {
+        throw ClientError(ExitCode::CannotWrite, "output.exists", out + " exists",
+                          "name another file, or give --overwrite");
+    }
+    std::optional<OutputFile> file(out);
+    Machine machine;
+    LiveAgent agent = attachedAgent(machine, arguments.text("TARGET"), arguments);
+    if (!arguments.has("--all")) {
+        agent.client.forceGc();
+    }
+    console.note("process " + std::to_string(agent.info.pid) +
+                 " stands still while it writes its heap");
+    const Capture captured = capture(console, agent, arguments, SNAPSHOT_WITH_HEAP, file, out);
+    if (console.json) {
+        JsonWriter json(console.out, true);
+        beginDocument(json, "vdk.heap.capture/1").field("pid", agent.info.pid);
+        json.field("name", agent.info.sessionName).field("liveOnly", !arguments.has("--all"));
+        json.field("sites", true).field("file", out).field("bytes", captured.size).endObject();
+        console.out << "\n";
+        return 0;
+    }
+    noteFile(console, out, captured);
+    return 0;
+}
+
 int runSnapshot(Console& console, const Arguments& arguments) {
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
     std::string out = arguments.text("--out");
@@ -46,42 +113,25 @@ int runSnapshot(Console& console, const Arguments& arguments) {
         file.emplace(out); // first: what cannot be written need not be captured
     }
     const bool withHeap = arguments.has("--heap");
-    std::string path;
-    {
-        ProgressBar bar(console, "capturing");
-        path = agent.client.captureSnapshot(withHeap ? SNAPSHOT_WITH_HEAP : 0,
-                                            arguments.text("--dir"), arguments.text("--pattern"),
-                                            [&](int percent) { bar.update(percent); });
-    }
-    int64_t size = -1;
-    bool kept = true;
-    if (file && !isSameFile(path, out)) {
-        ProgressBar bar(console, "fetching");
-        size = agent.client.downloadSnapshot(path, arguments.has("--compressed"), *file,
-                                             [&](int percent) { bar.update(percent); });
-        file->commit();
-        kept = arguments.has("--keep") || !removeOriginal(agent, path, size);
-        if (kept && !arguments.has("--keep")) {
-            console.note("the JVM's own copy stays: " + printable(path));
-        }
-    }
+    const Capture captured =
+        capture(console, agent, arguments, withHeap ? SNAPSHOT_WITH_HEAP : 0, file, out);
     if (console.json) {
         JsonWriter json(console.out, true);
         beginDocument(json, "vdk.snapshot/1").field("pid", agent.info.pid);
         json.field("session", agent.info.sessionName)
-            .field("path", path)
+            .field("path", captured.path)
             .field("heap", withHeap)
-            .field("kept", kept)
+            .field("kept", captured.kept)
             .key("file");
         out.empty() ? json.nullValue() : json.value(out);
         json.key("bytes");
-        size < 0 ? json.nullValue() : json.value(size);
+        captured.size < 0 ? json.nullValue() : json.value(captured.size);
         json.endObject();
         console.out << "\n";
     } else if (out.empty()) {
-        console.out << path << "\n";
+        console.out << captured.path << "\n";
     } else if (out != "-") {
-        console.note(out + (size < 0 ? std::string() : ": " + formatBytes(size)));
+        noteFile(console, out, captured);
     }
     return 0;
 }

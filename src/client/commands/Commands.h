@@ -16,6 +16,7 @@ int runAlloc(Console& console, const Arguments& arguments);
 int runRetransform(Console& console, const Arguments& arguments);
 int runMonitors(Console& console, const Arguments& arguments);
 int runExceptions(Console& console, const Arguments& arguments);
+int runGeneration(Console& console, const Arguments& arguments);
 int runClear(Console& console, const Arguments& arguments);
 int runTop(Console& console, const Arguments& arguments);
 int runThreads(Console& console, const Arguments& arguments);
@@ -28,6 +29,8 @@ int runReport(Console& console, const Arguments& arguments);
 int runExport(Console& console, const Arguments& arguments);
 int runHeap(Console& console, const Arguments& arguments);
 int runHeapLive(Console& console, const Arguments& arguments);
+// The part of runHeapCapture that asks the agent.
+int captureWithSites(Console& console, const Arguments& arguments);
 int runHeapCapture(Console& console, const Arguments& arguments);
 int runCompletions(Console& console, const Arguments& arguments);
 

@@ -2,6 +2,7 @@
 
 #include "client/agent/Protocol.h"
 #include "client/console/Errors.h"
+#include "client/console/Signals.h"
 #include "client/console/Text.h"
 #include "client/profile/Profile.h"
 #include "db/SnapshotReader.h"
@@ -70,15 +71,29 @@ LiveAgent connectAgent(const Machine& machine, const Jvm& jvm, int timeoutMs) {
 }
 
 std::optional<std::string> Machine::askForAgent(const Jvm& jvm) const {
-    constexpr int PatienceMs = 2000;
     try {
-        return connectAgent(*this, jvm, PatienceMs).info.sessionName;
+        return connectAgent(*this, jvm, patienceMs).info.sessionName;
     } catch (const ClientError& e) {
         if (e.code == ExitCode::Aborted) {
             throw;
         }
         return std::nullopt; // not an agent, or none that answers
     }
+}
+
+Jvm awaitMarker(JvmFinder& finder, const Jvm& jvm) {
+    Jvm last = jvm;
+    for (int round = 0; round < 20; round++) {
+        last = finder.look(jvm.pid).value_or(jvm);
+        last.mainName = jvm.mainName;
+        if (last.isProfiled() || last.markersHidden) {
+            return last;
+        }
+        if (!sleepUnlessInterrupted(150)) {
+            throwIfInterrupted();
+        }
+    }
+    return last;
 }
 
 // True for "host:99999": an address, but for its number.
@@ -97,7 +112,12 @@ LiveAgent connectAgent(const std::string& target, const Arguments& arguments) {
                               "'" + printable(target) + "' has no port from 1 to 65535");
         }
         Machine machine;
-        return connectAgent(machine, machine.finder.find(target), timeoutMs);
+        machine.patienceMs = timeoutMs;
+        Jvm jvm = machine.finder.find(target);
+        if (!jvm.isProfiled() && !jvm.markersHidden && machine.processes.mapsAgent(jvm.pid)) {
+            jvm = awaitMarker(machine.finder, jvm);
+        }
+        return connectAgent(machine, jvm, timeoutMs);
     }
     LiveAgent agent{AgentClient(endpoint, timeoutMs), {}, 0};
     agent.info = agent.client.info(&agent.status);

@@ -22,9 +22,17 @@ public:
     MarkerSource markers;
     JvmFinder finder{processes, markers, [this](const Jvm& jvm) { return askForAgent(jvm); }};
 
+    // How long a port is given to answer as an agent. Short where many JVMs are looked at.
+    int patienceMs = 2000;
+
 private:
     std::optional<std::string> askForAgent(const Jvm& jvm) const;
 };
+
+// Looks at the JVM until its agent is seen, for some seconds: the agent may just be starting, and
+// what the system tells of sockets is not of one moment. The JVM with its port then; without, if
+// none comes.
+Jvm awaitMarker(JvmFinder& finder, const Jvm& jvm);
 
 // The agent of a JVM or address, checked to be the one that was meant. Throws ClientError NoTarget
 // "target.unprofiled" for a JVM without agent, "target.hidden" and "target.network" for one that
@@ -37,6 +45,8 @@ struct LiveAgent {
 };
 LiveAgent connectAgent(const std::string& target, const Arguments& arguments);
 LiveAgent connectAgent(const Machine& machine, const Jvm& jvm, int timeoutMs);
+// The same for a JVM that need not have an agent yet: it gets one, as `vdk attach` loads it.
+LiveAgent attachedAgent(Machine& machine, const std::string& target, const Arguments& arguments);
 
 // Tells that a command without data of its own was done: a note, or the object {"schema":...,
 // "pid":..., "session":..., "done":...}.

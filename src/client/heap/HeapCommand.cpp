@@ -20,7 +20,8 @@ const HeapReportRow Reports[] = {
     {"refs", reportHeapReferences, true},  {"referrers", reportHeapReferrers, true},
     {"path", reportHeapPath, true},        {"retained", reportHeapRetained, true},
     {"strings", reportHeapStrings, true},  {"arrays", reportHeapArrays, true},
-    {"diff", reportHeapDiff, true},
+    {"diff", reportHeapDiff, true},        {"generations", reportHeapGenerations, true},
+    {"sites", reportHeapSites, true},
 };
 
 const HeapReportRow& reportRow(const Arguments& arguments) {

@@ -51,6 +51,8 @@ int reportHeapRetained(Console& console, const Arguments& arguments);
 int reportHeapStrings(Console& console, const Arguments& arguments);
 int reportHeapArrays(Console& console, const Arguments& arguments);
 int reportHeapDiff(Console& console, const Arguments& arguments);
+int reportHeapGenerations(Console& console, const Arguments& arguments);
+int reportHeapSites(Console& console, const Arguments& arguments);
 
 // The report that the command line asks for shows classes, roots or references.
 bool heapReportNeedsGraph(const Arguments& arguments);

@@ -20,6 +20,9 @@ public:
         unlink(index.path.c_str());
         HeapReadOptions options;
         heap.model = HprofReader::read(mapped(), options);
+        heap.model->frameTexts = {"A.main"};
+        heap.model->generations = {{1, "start", 5}, {4, "mark", 70}};
+        heap.model->siteFrames = {{3, 0, 0, false}, {8, 3, 0, true}};
         std::vector<int> roots;
         for (const HeapRoot& root : heap.model->roots) {
             roots.push_back(root.row);
@@ -102,6 +105,11 @@ TEST(HeapIndexFile, forgedContentsAreRejected) {
         {"thread of a root is", [](AnalyzedHeap& h) { h.model->roots[0].thread = 5; }},
         {"row of a thread is", [](AnalyzedHeap& h) { h.model->threads[0].row = -1; }},
         {"last row with an identifier", [](AnalyzedHeap& h) { h.model->lastRowWithId = 50; }},
+        {"generations are not in order",
+         [](AnalyzedHeap& h) { h.model->generations[1].number = 1; }},
+        {"allocations are not in order", [](AnalyzedHeap& h) { h.model->siteFrames[1].frame = 3; }},
+        {"caller of an allocation", [](AnalyzedHeap& h) { h.model->siteFrames[1].parent = 8; }},
+        {"text of a frame", [](AnalyzedHeap& h) { h.model->siteFrames[0].text = 1; }},
         {"size of identifiers", [](AnalyzedHeap& h) { h.model->idSize = 7; }},
     };
     for (const auto& c : cases) {

@@ -1,6 +1,7 @@
 package cases;
 
 import fixtures.KnownHeap;
+import fixtures.Leaks;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -107,5 +108,43 @@ public final class HeapSnapshotCases {
         Check.equal(failures.toString(), "[]", "failures");
         capture(target, "after");
         target.finish();
+    }
+
+    private static String sites(Path file, String... more) throws Exception {
+        List<String> words = new ArrayList<>(
+                List.of("heap", file.toString(), "sites", "fixtures.*", "--json", "--by", "path"));
+        words.addAll(List.of(more));
+        String all = Tool.vdk(words.toArray(new String[0]));
+        return all.substring(all.indexOf("\"since\"")).replaceAll("\\s+", " ");
+    }
+
+    /** Where a leak comes from and what holds it. */
+    @Case(fixture = Leaks.class)
+    static void tellsWhatWasMadeSinceAMarkAndWhatHoldsIt(Target target) throws Exception {
+        Tool.vdk("alloc", "start", target.id(), "--each", "1");
+        Check.contains(Tool.vdk("generation", target.id(), "baseline"), "(baseline)", "mark");
+        target.ask("leak 1000", "leaked");
+        Path file = target.folder.resolve("leak.snapshot");
+        Tool.vdk("heap", "capture", target.id(), "--sites", "--out", file.toString());
+        target.finish();
+
+        String entries = "{ \"class\": \"fixtures.Leaks$Entry\", \"count\": 1000, "
+                         + "\"shallow\": 24000, \"method\": \"fixtures.Leaks.make\", \"stack\": "
+                         + "[ \"fixtures.Leaks.make\", \"fixtures.Leaks.leak\", "
+                         + "\"fixtures.Leaks.main\" ] }";
+        String index = target.folder.resolve("leak.index").toString();
+        String held = sites(file, "--since", "baseline", "--held-by", "--index", index);
+        Check.contains(held, "\"sites\": [ " + entries + " ]", "made since the mark");
+        Check.contains(held,
+                       "\"class\": \"fixtures.Leaks$Registry\", \"field\": \"newest\", "
+                               + "\"holders\": 1, \"count\": 1000",
+                       "holder");
+        Check.contains(held, "\"text\": \"fixtures.Leaks\"", "path to the holder");
+        Check.equal(sites(file, "--since", "baseline", "--held-by", "--index", index), held,
+                    "the same from the index");
+        Check.contains(sites(file, "--by", "class"), "\"count\": 1100", "all entries");
+        Check.contains(Tool.vdk("heap", file.toString(), "generations"), "baseline", "marks");
+        Check.contains(Tool.vdkEndsWith(1, "heap", file.toString(), "sites", "--since", "other"),
+                       "no generation other", "unknown mark");
     }
 }

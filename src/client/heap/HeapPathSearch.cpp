@@ -1,0 +1,147 @@
+#include "client/heap/HeapPathSearch.h"
+
+#include "client/console/Text.h"
+#include "client/heap/HeapReport.h"
+
+#include <algorithm>
+#include <set>
+
+namespace vdk {
+
+namespace {
+
+// Rows whose field "referent" does not hold its object: instances of the classes below
+// java.lang.ref.Reference that the collector clears.
+class WeakReferences {
+public:
+    explicit WeakReferences(const HeapModel& model) : model(model) {
+        for (size_t i = 0; i < model.classes.size(); i++) {
+            if (isWeak(int(i))) {
+                weak.insert(int(i));
+            }
+        }
+    }
+    // True if all that `from` has of `to` is the referent.
+    bool holdsWeakly(int from, int to) const {
+        if (model.isClass(from) || weak.count(model.classOf(from)) == 0) {
+            return false;
+        }
+        for (int i = 0; i < model.storage->getRefCount(from); i++) {
+            if (model.storage->getRef(from, i) == to &&
+                model.referenceName(from, i) != "referent") {
+                return false;
+            }
+        }
+        return true;
+    }
+
+private:
+    bool isWeak(int type) const {
+        for (int depth = 0; type >= 0 && depth < 100; depth++) {
+            const HeapClass& c = model.classes[size_t(type)];
+            if (c.name == "java.lang.ref.WeakReference" ||
+                c.name == "java.lang.ref.SoftReference" ||
+                c.name == "java.lang.ref.PhantomReference" ||
+                c.name == "java.lang.ref.FinalReference") {
+                return true;
+            }
+            type = c.superClass;
+        }
+        return false;
+    }
+
+    const HeapModel& model;
+    std::set<int> weak;
+};
+
+} // namespace
+
+std::vector<int> shortestPath(const HeapSession& session, int target, bool alsoWeak) {
+    const RefTable& referrers = *session.storage().getBackwardReferences();
+    const std::vector<int>& roots = session.rootRows();
+    WeakReferences weak(session.model());
+    // The next row on the way to the target, plus 1; 0 for a row not met.
+    BigIntArray64 toward("path");
+    BigIntArray64 queue("path queue");
+    int head = 0, tail = 0;
+    queue.set(tail++, target);
+    toward.set(target, target + 1);
+    while (head < tail) {
+        int row = queue.get(head++);
+        if (std::binary_search(roots.begin(), roots.end(), row)) {
+            std::vector<int> path(1, row);
+            while (path.back() != target) {
+                path.push_back(toward.get(path.back()) - 1);
+            }
+            return path;
+        }
+        BigIntArrayIterator64 list = referrers.initReferenceIterator(row);
+        while (list.hasNext()) {
+            int source = list.next();
+            if (toward.get(source) != 0 || (!alsoWeak && weak.holdsWeakly(source, row))) {
+                continue;
+            }
+            toward.set(source, row + 1);
+            queue.set(tail++, source);
+        }
+    }
+    return {};
+}
+
+std::string nameOfReference(const HeapModel& model, int from, int to) {
+    for (int i = 0; i < model.storage->getRefCount(from); i++) {
+        if (model.storage->getRef(from, i) == to) {
+            return model.referenceName(from, i);
+        }
+    }
+    return "?";
+}
+
+std::vector<const HeapRoot*> rootsOf(const HeapModel& model, int row) {
+    std::vector<const HeapRoot*> result;
+    for (const HeapRoot& root : model.roots) {
+        if (root.row == row) {
+            result.push_back(&root);
+        }
+    }
+    return result;
+}
+
+void printPath(Console& console, const HeapModel& model, const std::vector<int>& path,
+               const std::string& indentation) {
+    for (const HeapRoot* root : rootsOf(model, path[0])) {
+        const std::string place = heapRootPlace(model, *root);
+        console.out << indentation << "root: " << heapRootName(root->kind)
+                    << (place.empty() ? "" : " ") << place << "\n";
+    }
+    console.out << indentation << heapLabel(model, path[0]) << "\n";
+    for (size_t i = 1; i < path.size(); i++) {
+        console.out << indentation << "  "
+                    << printable(nameOfReference(model, path[i - 1], path[i])) << " -> "
+                    << heapLabel(model, path[i]) << "\n";
+    }
+}
+
+void writePath(JsonWriter& json, const HeapSession& session, const std::vector<int>& path) {
+    const HeapModel& model = session.model();
+    json.key("roots").beginArray();
+    for (const HeapRoot* root :
+         path.empty() ? std::vector<const HeapRoot*>() : rootsOf(model, path[0])) {
+        json.beginObject()
+            .field("kind", heapRootName(root->kind))
+            .field("place", heapRootPlace(model, *root))
+            .endObject();
+    }
+    json.endArray().key("path").beginArray();
+    for (size_t i = 0; i < path.size(); i++) {
+        json.beginObject();
+        if (i > 0) {
+            json.field("name", nameOfReference(model, path[i - 1], path[i]));
+        }
+        writeHeapObject(json, session, path[i]);
+        json.endObject();
+    }
+    json.endArray();
+}
+
+} // namespace vdk
