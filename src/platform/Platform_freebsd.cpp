@@ -262,6 +262,9 @@ void Platform::releasePages(void* start, size_t bytes) {
     madvise(start, bytes, MADV_FREE);
 }
 
+// jemalloc gives back what lies idle.
+void Platform::releaseFreeMemory() {}
+
 const char* Platform::errorText(int error, char* buffer, size_t size) {
     return error != 0 && strerror_r(error, buffer, size) == 0 ? buffer : nullptr;
 }

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <locale.h>
+#include <malloc.h>
 #include <netinet/in.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -387,6 +388,12 @@ bool Platform::enterNamespace(int descriptor) {
 
 void Platform::releasePages(void* start, size_t bytes) {
     madvise(start, bytes, MADV_DONTNEED);
+}
+
+void Platform::releaseFreeMemory() {
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
 }
 
 const char* Platform::errorText(int error, char*, size_t) {

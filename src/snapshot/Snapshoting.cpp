@@ -53,7 +53,12 @@ ZString capture(JNIEnv* env, const ZString& path, int progressSocket, long flags
         LiveTables(env, &counting).bringUpToDate(ALL_TABLES);
         captureTables(env, writer, progressSocket, path, flags);
     }
-    return finishFile(writer, file);
+    const ZString error = finishFile(writer, file);
+    if ((flags & SNAPSHOT_WITH_HEAP) != 0) {
+        // Some 50 bytes an object, for a moment, of the agent and of the JVM's tags.
+        Platform::releaseFreeMemory();
+    }
+    return error;
 }
 
 // Size of a file, -1 if there is none.

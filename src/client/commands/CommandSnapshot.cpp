@@ -113,6 +113,9 @@ int runSnapshot(Console& console, const Arguments& arguments) {
         file.emplace(out); // first: what cannot be written need not be captured
     }
     const bool withHeap = arguments.has("--heap");
+    if (arguments.has("--gc")) {
+        agent.client.forceGc();
+    }
     const Capture captured =
         capture(console, agent, arguments, withHeap ? SNAPSHOT_WITH_HEAP : 0, file, out);
     if (console.json) {

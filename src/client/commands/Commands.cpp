@@ -311,12 +311,15 @@ const std::vector<Command> Table = {
      "file\n"
      "is fetched, appears under that name when it is complete, and leaves the snapshot folder.\n"
      "With --heap the file also holds every object, for `vdk heap`. The application stands still\n"
-     "meanwhile: half a minute and more for ten million objects.",
+     "meanwhile: half a minute and more for ten million objects. Garbage that was not collected "
+     "yet\n"
+     "is in the file too, and costs as much as the rest; --gc collects it first.",
      "vdk snapshot app.jar\nvdk snapshot app.jar --out app.snapshot --compressed\n"
      "vdk snapshot app.jar --heap --out app.snapshot && vdk heap app.snapshot",
      {Target,
       Out,
       {"--heap", ValueKind::None, "with all objects of the heap"},
+      {"--gc", ValueKind::None, "run the garbage collector first"},
       {"--keep", ValueKind::None, "with --out: leave the JVM's own copy where it is"},
       {"--compressed", ValueKind::None, "fetch compressed"},
       {"--dir", ValueKind::Folder, "folder in the JVM's view, or \"public\""},
