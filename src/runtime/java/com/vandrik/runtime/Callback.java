@@ -71,7 +71,7 @@ public class Callback {
 
     public static native void advanceGeneration(String description);
 
-    static native void bindPark();
+    public static native void bindPark();
 
     public static native String captureSnapshot(String path, int progressSocket, long flags);
 
