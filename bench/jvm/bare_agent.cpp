@@ -1,6 +1,7 @@
 // An agent that asks for all stacks at a period and does nothing with them: the cost below which no
 // sampler of this kind can get. Options: the period in milliseconds, then, behind a comma, a file
-// without which it only waits. Its thread is named "bare-sampler".
+// without which it only waits. Its thread is named "bare-sampler". With the option "monitors" it
+// does nothing but receive the four events of monitors.
 #include <cstdlib>
 #include <cstring>
 #include <jvmti.h>
@@ -36,10 +37,41 @@ static void JNICALL vmInit(jvmtiEnv* jvmti, JNIEnv* env, jthread) {
     jvmti->RunAgentThread(thread, sample, nullptr, JVMTI_THREAD_MAX_PRIORITY);
 }
 
+static void JNICALL onEnter(jvmtiEnv*, JNIEnv*, jthread, jobject) {}
+static void JNICALL onEntered(jvmtiEnv*, JNIEnv*, jthread, jobject) {}
+static void JNICALL onWait(jvmtiEnv*, JNIEnv*, jthread, jobject, jlong) {}
+static void JNICALL onWaited(jvmtiEnv*, JNIEnv*, jthread, jobject, jboolean) {}
+
+static jint receiveMonitorEvents(jvmtiEnv* jvmti) {
+    jvmtiCapabilities capabilities = {};
+    capabilities.can_generate_monitor_events = 1;
+    jvmtiEventCallbacks callbacks = {};
+    callbacks.MonitorContendedEnter = onEnter;
+    callbacks.MonitorContendedEntered = onEntered;
+    callbacks.MonitorWait = onWait;
+    callbacks.MonitorWaited = onWaited;
+    jvmtiError error = jvmti->AddCapabilities(&capabilities);
+    if (error == JVMTI_ERROR_NONE) {
+        error = jvmti->SetEventCallbacks(&callbacks, sizeof callbacks);
+    }
+    const jvmtiEvent events[] = {JVMTI_EVENT_MONITOR_CONTENDED_ENTER,
+                                 JVMTI_EVENT_MONITOR_CONTENDED_ENTERED, JVMTI_EVENT_MONITOR_WAIT,
+                                 JVMTI_EVENT_MONITOR_WAITED};
+    for (jvmtiEvent event : events) {
+        if (error == JVMTI_ERROR_NONE) {
+            error = jvmti->SetEventNotificationMode(JVMTI_ENABLE, event, nullptr);
+        }
+    }
+    return error;
+}
+
 JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void*) {
     jvmtiEnv* jvmti = nullptr;
     if (vm->GetEnv(reinterpret_cast<void**>(&jvmti), JVMTI_VERSION_1_2) != JNI_OK) {
         return 1;
+    }
+    if (options != nullptr && strcmp(options, "monitors") == 0) {
+        return receiveMonitorEvents(jvmti);
     }
     if (options != nullptr && *options != 0) {
         ourPeriodMs = atoi(options);

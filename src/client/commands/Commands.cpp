@@ -196,10 +196,12 @@ const std::vector<Command> Table = {
      true,
      runRetransform},
     {"monitors",
-     "start or stop the recording of waits for monitors",
-     "Who waited for whose monitor, where and for how long: contended synchronized methods and "
-     "blocks,\n"
-     "and Object.wait(). Virtual threads and locks of java.util.concurrent are not seen. Data of\n"
+     "start or stop the recording of waits for monitors and locks",
+     "Who waited for whose monitor or lock, where and for how long: contended synchronized "
+     "methods\n"
+     "and blocks, Object.wait(), and java.util.concurrent, where threads that wait for an owner, "
+     "for\n"
+     "others and for work are told apart. Of virtual threads waits for monitors alone. Data of\n"
      "earlier recordings stays until `vdk clear --monitors`. `vdk report --show monitors` shows "
      "it.",
      "vdk monitors start app.jar\nvdk report app.jar --show monitors",
@@ -290,7 +292,9 @@ const std::vector<Command> Table = {
      runTelemetry},
     {"dump",
      "show a thread dump",
-     "",
+     "A deadlock, of monitors or locks, stands at its end, with what each thread waits for and "
+     "who\n"
+     "holds that.",
      "vdk dump app.jar\nvdk dump app.jar --out threads.txt",
      {Target, Out},
      false,
@@ -328,7 +332,7 @@ const std::vector<Command> Table = {
      true,
      runSnapshot},
     {"report",
-     "show hot methods, the call tree, allocations, waits for monitors and exceptions",
+     "show hot methods, the call tree, allocations, waits for monitors and locks, exceptions",
      "Own time is a method's own, total time has its callees in it; percentages are of the sum of\n"
      "all own times. Methods marked w are measured in wall time, the others in CPU time. Without "
      "--show\n"

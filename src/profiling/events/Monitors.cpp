@@ -233,9 +233,8 @@ bool Monitors::start(JNIEnv* env) {
             return false;
         }
         MonitorRows::readDebugOptions();
-        // Of threads that may have ended since; a wait of an earlier recording does not count.
+        // What began in an earlier recording does not count.
         MonitorRows::beginEpoch();
-        ourVirtualWaits.clear();
         ourStatus |= MONITORS_BIT;
         ourMonitorRecordingStartNs = getTimeNs();
     }
@@ -251,6 +250,8 @@ bool Monitors::stop(JNIEnv* env) {
             return false;
         }
         ourStatus &= ~MONITORS_BIT;
+        // Those that never go on would stay.
+        ourVirtualWaits.clear();
         ourMonitorRecordingLastNs = getTimeNs();
     }
     updateMonitorEvents();

@@ -36,6 +36,12 @@ public final class MonitorCases {
             {"take 1 300", "idle", "itself", CONDITION, PARK},
     };
 
+    /** Where virtual threads give up their carriers at monitors. */
+    private static final String[][] WAITS_BEHIND_VIRTUAL = {
+            {"behind 1 300", "behind", "nobody", DOOR, "fixtures.Waits$Door.pass"},
+            {"behindlock 1 300", "behind", "<Virtual threads>", LOCK, PARK},
+    };
+
     private static final String MERGED = "<Oldest finished threads>";
     private static final int TABLES = 1 | 1 << Tables.THREAD | 1 << Tables.METHOD |
                                       1 << Tables.MONITOR | 1 << Tables.FRAME |
@@ -122,6 +128,15 @@ public final class MonitorCases {
                      sum[0] + " ns of " + bounds[0] + " to " + bounds[1] + " in " + sums);
     }
 
+    private static void checkWaits(Target target, String[][] rows) throws Exception {
+        for (String[] row : rows) {
+            long[] bounds = run(target, row[0]);
+            Sums sums = new Sums(target);
+            checkTime(sums.of(Arrays.copyOfRange(row, 1, row.length)),
+                      Integer.parseInt(row[0].split(" ")[1]), bounds, sums);
+        }
+    }
+
     private static String pid(Target target) {
         return Long.toString(target.pid());
     }
@@ -164,12 +179,7 @@ public final class MonitorCases {
             Check.equal(client.request(AgentClient.START_MONITORS).error(),
                         "Cannot start monitor profiling: Already started", "a second start");
         }
-        for (String[] row : WAITS) {
-            long[] bounds = run(target, row[0]);
-            Sums sums = new Sums(target);
-            checkTime(sums.of(Arrays.copyOfRange(row, 1, row.length)),
-                      Integer.parseInt(row[0].split(" ")[1]), bounds, sums);
-        }
+        checkWaits(target, WAITS);
         long[] bounds = run(target, "crowd 50 2");
         Sums crowd = new Sums(target);
         checkCrowd(crowd, "crowd", GATE, "fixtures.Waits.lambda$crowdAtGate$*", bounds);
@@ -177,6 +187,7 @@ public final class MonitorCases {
         checkCrowd(new Sums(target), "lockcrowd", LOCK, PARK, bounds);
         if (target.jdk.release >= 25) {
             checkVirtual(target, crowd);
+            checkWaits(target, WAITS_BEHIND_VIRTUAL);
         }
         checkClient(target);
         checkStopAndClear(target);
