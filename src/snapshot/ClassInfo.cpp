@@ -74,8 +74,8 @@ bool isGoodClassInfoPtr(const _ClassInfo* info) {
 _ClassInfo::_ClassInfo(JNIEnv* env, jclass type)
     : tag(getTag(type)), nameStrID(0), superTag(0), isPrimitiveArray(false), isObjectArray(false),
       isClassClass(false), elementSize(0), size(0), interfaces(1), fields(8), firstOwnField(0),
-      referenceSlots(0), instancePrimitiveSize(0), staticPrimitiveSize(0), wasFollowed(false),
-      isPrepared(false), isInterface(false), ownFields(1) {
+      referenceSlots(0), instancePrimitiveSize(0), staticPrimitiveSize(0), countedAs(0),
+      wasFollowed(false), isPrepared(false), isInterface(false), ownFields(1) {
     readSignature(type);
     readSuperclass(env, type);
     if (!isArray() && isPreparedClass(type)) {

@@ -48,6 +48,7 @@ public:
     int instancePrimitiveSize;
     int staticPrimitiveSize; // with that of superclasses and interfaces, whose part stays zero
 
+    long countedAs;   // number of its objects' count, 0 if they are not counted
     bool wasFollowed; // by the walk over references, into one of its objects
 
     // No class info lies below; tells lengths of arrays from pointers where either may stand.

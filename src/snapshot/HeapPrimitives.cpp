@@ -92,7 +92,7 @@ void HeapWalk::putArray(jlong tag, jint count, jvmtiPrimitiveType type, const vo
         return;
     }
     // The record told the length, which is what a reader goes by.
-    if (static_cast<uintptr_t>(count) == infoOrLength[object]) {
+    if (static_cast<uintptr_t>(count) == objects.get(object)) {
         primitives->putArray(object, count, type, elements);
     }
 }

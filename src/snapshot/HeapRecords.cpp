@@ -4,6 +4,7 @@
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/Progress.h"
+#include "profiling/memory/InstanceCounting.h"
 #include "profiling/memory/ObjectEnumerator.h"
 #include "snapshot/HeapWalk.h"
 
@@ -31,6 +32,7 @@ void HeapWalk::writeObjects() {
     if (ourIsOldIBM) {
         tagClassObjects(); // the pass took them for ordinary objects
     }
+    objectCount = -counter - 1;
     progress.updateProgress(PROGRESS_OBJECTS);
 }
 
@@ -39,11 +41,6 @@ void HeapWalk::writeObject(jlong classTag, jlong size, jlong* tag, jint length) 
     if (classTag == classClassTag) {
         return; // class objects have records of their own
     }
-    if (counter <= lastCounter) {
-        // It was made since the objects were counted.
-        *tag = ObjectTags::forgetIndex(*tag);
-        return;
-    }
     *tag = ObjectTags::updateTag(*tag, &counter);
     const _ClassInfo* const info = classOf(classTag);
     if (info == nullptr) {
@@ -51,21 +48,23 @@ void HeapWalk::writeObject(jlong classTag, jlong size, jlong* tag, jint length) 
                                longToString(classTag));
         return;
     }
+    if (counting != nullptr) {
+        counting->addObject(info->countedAs, size);
+    }
     const int index = -counter - 1;
     if (!info->isArray()) {
         writeObjectRecord(HEAP_RECORD_OBJECT, classTag, size, *tag, info->referenceSlots);
-        infoOrLength[index] = reinterpret_cast<uintptr_t>(info);
+        objects.add(index, reinterpret_cast<uintptr_t>(info));
     } else if (length >= 0) {
         const int record =
             info->isPrimitiveArray ? HEAP_RECORD_PRIMITIVE_ARRAY : HEAP_RECORD_REFERENCE_ARRAY;
         writeObjectRecord(record, classTag, size, *tag, length);
-        infoOrLength[index] = static_cast<uintptr_t>(length);
+        objects.add(index, static_cast<uintptr_t>(length));
     }
 }
 
 void HeapWalk::writeObjectRecord(int record, jlong classTag, jlong size, jlong tag, int length) {
     const int index = -counter - 1;
-    markRecorded(index);
     writer.writeByte(record);
     writer.writeOID(index);
     writer.writeOID(ObjectTags::indexOf(classTag));
@@ -97,11 +96,15 @@ void HeapWalk::writeClasses() {
 }
 
 void HeapWalk::writeClass(int index, const _ClassInfo& info) {
-    if (index > objectCount || isRecorded(index)) {
+    if (objects.contains(index)) {
         noteOdd(ODD_TWICE, ZString("warning: skipping class with tag ") + longToString(info.tag));
         return;
     }
-    markRecorded(index);
+    objects.add(index, 0);
+    const _ClassInfo* const type = classOf(classClassTag);
+    if (counting != nullptr && type != nullptr) {
+        counting->addObject(type->countedAs, info.size);
+    }
     const _ClassInfo* const superclass = classOf(info.superTag);
     writer.writeByte(HEAP_RECORD_CLASS);
     writer.writeInt(info.nameStrID);

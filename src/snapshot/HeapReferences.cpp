@@ -262,10 +262,10 @@ int HeapWalk::slotOfField(int from, jint index) {
     if (classes.get(from) != nullptr) {
         return -1;
     }
-    const _ClassInfo* const info = reinterpret_cast<const _ClassInfo*>(infoOrLength[from]);
+    const _ClassInfo* const info = reinterpret_cast<const _ClassInfo*>(objects.get(from));
     if (!isGoodClassInfoPtr(info)) {
         noteOdd(ODD_CLASS_INFO, ZString("warning: classInfoPtr: ") +
-                                    toHexadecimal(infoOrLength[from], POINTER_DIGITS));
+                                    toHexadecimal(objects.get(from), POINTER_DIGITS));
         return -1;
     }
     if (index < 0 || index >= info->fields.getSize()) {
@@ -284,7 +284,7 @@ void HeapWalk::writeFieldOrElement(jvmtiObjectReferenceKind kind, jlong tag, jlo
     }
     const bool isField = kind == JVMTI_REFERENCE_FIELD;
     const int slot = isField ? slotOfField(from, index) : index;
-    if (slot < 0 || (!isField && static_cast<uintptr_t>(slot) >= infoOrLength[from])) {
+    if (slot < 0 || (!isField && static_cast<uintptr_t>(slot) >= objects.get(from))) {
         return;
     }
     writer.writeByte(isField ? HEAP_RECORD_FIELD : HEAP_RECORD_ELEMENT);

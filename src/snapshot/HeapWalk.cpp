@@ -9,13 +9,12 @@
 #include "db/Progress.h"
 #include "db/SnapshotCommon.h"
 #include "profiling/memory/Generations.h"
+#include "profiling/memory/InstanceCounting.h"
 #include "profiling/threads/MethodLookup.h"
 #include "profiling/threads/ThreadInfo.h"
 #include "profiling/threads/ZFrameStorage.h"
 #include "snapshot/PrimitiveBlock.h"
 #include "snapshot/TagEnvironment.h"
-
-#include <climits>
 
 namespace {
 
@@ -25,6 +24,7 @@ constexpr int PROGRESS_HEAP_HEADER = 7;
 constexpr int PROGRESS_TAGGED = 10;
 constexpr int PROGRESS_THREADS = 15;
 constexpr int COUNT_BYTES = 4;
+constexpr int FIRST_OTHER_CLASS = 2; // behind java.lang.Class
 
 void debugLine(const ZString& text) {
     if (Options::isDebug("memsnapshot")) {
@@ -34,14 +34,14 @@ void debugLine(const ZString& text) {
 
 } // namespace
 
-HeapWalk::HeapWalk(JNIEnv* jniEnv, SnapshotWriter& snapshotWriter, Progress& progressOfCapture)
-    : env(jniEnv), writer(snapshotWriter), progress(progressOfCapture), oddCounts(),
-      headerPosition(0), allocatorCount(0), counter(-2), lastCounter(0),
+HeapWalk::HeapWalk(JNIEnv* jniEnv, SnapshotWriter& snapshotWriter, Progress& progressOfCapture,
+                   InstanceCounting* countingOfObjects)
+    : env(jniEnv), writer(snapshotWriter), progress(progressOfCapture), counting(countingOfObjects),
+      oddCounts(), headerPosition(0), allocatorCount(0), counter(-1),
       classClass(jniEnv->GetObjectClass(ourClassCallbackGlobalRef)), classClassTag(-1),
       classObjects(1024), listedClasses(0), hasLocals(true), threads(16), locals(512),
       lastThreadTag(0), lastDepth(0), lastFrame(0), ownThreadTag(0), objectCount(0),
-      infoOrLength(nullptr), recorded(nullptr), primitives(nullptr), fieldOwner(0),
-      ownerIsClass(false), ownerInfo(nullptr) {}
+      primitives(nullptr), fieldOwner(0), ownerIsClass(false), ownerInfo(nullptr) {}
 
 HeapWalk::~HeapWalk() {
     for (int slot = 0; slot < locals.getCapacity(); slot++) {
@@ -49,8 +49,6 @@ HeapWalk::~HeapWalk() {
             delete locals.valueAt(slot);
         }
     }
-    delete[] infoOrLength;
-    delete[] recorded;
     releaseClassObjects();
     env->DeleteLocalRef(classClass);
 }
@@ -73,7 +71,6 @@ void HeapWalk::write(const ZString& path) {
     // The objects that have no generation yet get it with their index.
     Generations::advanceGeneration(env, ZString("Captured snapshot ") + path, false);
     collectClasses();
-    allocateTables();
     writeObjects();
     collectThreads();
     writeClasses();
@@ -160,6 +157,7 @@ void HeapWalk::collectThreads() {
 
 void HeapWalk::addClass(jclass type) {
     _ClassInfo* const info = new _ClassInfo(env, type);
+    info->countedAs = counting == nullptr ? 0 : InstanceCounting::numberOf(type);
     if (!classes.add(ObjectTags::indexOf(info->tag), info)) {
         noteOdd(ODD_CLASS, ZString("warning: skipping class with tag ") + longToString(info->tag));
         delete info;
@@ -169,20 +167,21 @@ void HeapWalk::addClass(jclass type) {
 void HeapWalk::collectClasses() {
     findClassObjects();
     tagClassObjects();
+    classes.begin(FIRST_OTHER_CLASS);
     for (int i = 0; i < classObjects.getSize(); i++) {
         addClass(static_cast<jclass>(classObjects[i]));
     }
     classes.complete();
 }
 
-// All class objects, and how many objects there are beside them. The heap holds some that
-// GetLoadedClasses does not give: those of primitive types, of archived classes that are not
-// loaded.
+// The heap holds class objects that GetLoadedClasses does not give: those of primitive types, of
+// archived classes that are not loaded.
 void HeapWalk::findClassObjects() {
     TagEnvironment search;
     ZVector<jobject> found;
-    const long others = search.findInstances(classClass, found) - found.getSize() - 1;
+    search.findInstances(classClass, found);
     announceLocalReferences(env, 2 * found.getSize());
+    search.take(classClass);
     classObjects.push(env->NewLocalRef(classClass));
     jint count = 0;
     JvmtiMemory<jclass> loaded;
@@ -205,21 +204,15 @@ void HeapWalk::findClassObjects() {
     }
     debugLine(longToString(classObjects.getSize() - listedClasses) +
               " class objects are not listed");
-    const long highest = others + classObjects.getSize();
-    Logger::assertTrue(highest < INT_MAX, VDK_HERE);
-    objectCount = static_cast<int>(highest);
-    lastCounter = static_cast<int>(-others - 2);
 }
 
-// java.lang.Class gets the first index, the others the highest ones.
+// They get the first indices, java.lang.Class the very first; the same ones if it is done again.
 void HeapWalk::tagClassObjects() {
-    classes.begin(firstClassIndex());
-    int firstCounter = -1;
-    int classCounter = lastCounter;
+    int classCounter = -1;
     for (int i = 0; i < classObjects.getSize(); i++) {
         jlong tag = 0;
         CHECK_JVMTI(ourJVMTI->GetTag(classObjects[i], &tag));
-        tag = ObjectTags::updateTag(tag, i == 0 ? &firstCounter : &classCounter);
+        tag = ObjectTags::updateTag(tag, &classCounter);
         CHECK_JVMTI(ourJVMTI->SetTag(classObjects[i], tag));
         if (i == 0 && !ourIsOldIBM) {
             classClassTag = tag;
@@ -228,15 +221,11 @@ void HeapWalk::tagClassObjects() {
             debugLine(ZString("  i=") + longToString(i) + " tag=" + longToString(tag));
         }
     }
+    counter = classCounter < counter ? classCounter : counter;
 }
 
 void HeapWalk::releaseClassObjects() {
     while (!classObjects.isEmpty()) {
         env->DeleteLocalRef(classObjects.pop());
     }
-}
-
-void HeapWalk::allocateTables() {
-    infoOrLength = new uintptr_t[static_cast<size_t>(objectCount) + 1]();
-    recorded = new uint64_t[static_cast<size_t>(objectCount) / 64 + 1]();
 }

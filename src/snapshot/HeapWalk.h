@@ -4,12 +4,13 @@
 #include "core/ground/ZString.h"
 #include "db/SnapshotWriter.h"
 #include "snapshot/ClassInfo.h"
+#include "snapshot/ObjectTable.h"
 #include "snapshot/ObjectTags.h"
 
-#include <cstdint>
 #include <exception>
 #include <jvmti.h>
 
+class InstanceCounting;
 class PrimitiveBlock;
 class Progress;
 
@@ -35,16 +36,18 @@ struct StackLocal {
 //   JVM reports oddly is logged and left out, and the walk goes on.
 // IMPLEMENTATION
 //   What a capture costs is the JVM's search for the tag of each object that it shows, and of its
-//   class, so there are few passes, and none shows an object that has nothing to tell. A pass that
-//   tags nothing counts the objects and finds the class objects, which get the highest indices;
-//   with the classes known, the pass that tags the objects writes their records as well. Then a
-//   walk over roots and class objects alone, one over all references, one over all values.
+//   class, so there are few passes, and none shows an object that has nothing to tell. The class
+//   objects are found and tagged ahead; with the classes known, the pass that tags the objects
+//   writes their records as well. Then a walk over roots and class objects alone, one over all
+//   references, one over all values.
 //   Callbacks run on the VM thread at a safepoint: they write, read the maps and take no lock but
 //   that of the ObjectEnumerator, which nobody holds over a call into the JVM. An exception in one
 //   ends the pass and goes on in the caller of it.
 class HeapWalk {
 public:
-    HeapWalk(JNIEnv* jniEnv, SnapshotWriter& snapshotWriter, Progress& progressOfCapture);
+    // Tells the counting, if there is one, of all objects.
+    HeapWalk(JNIEnv* jniEnv, SnapshotWriter& snapshotWriter, Progress& progressOfCapture,
+             InstanceCounting* countingOfObjects);
     ~HeapWalk();
     HeapWalk(const HeapWalk&) = delete;
     HeapWalk& operator=(const HeapWalk&) = delete;
@@ -102,7 +105,6 @@ private:
     void collectThreads();
     void collectLocals(const jvmtiStackInfo& stack);
     void addClass(jclass type);
-    void allocateTables();
     void releaseClassObjects();
 
     // The records: HeapRecords.cpp.
@@ -123,15 +125,10 @@ private:
     // Primitive values: HeapPrimitives.cpp.
     void writePrimitives();
 
-    void markRecorded(int index) { recorded[index >> 6] |= uint64_t(1) << (index & 63); }
-    int firstClassIndex() const { return -lastCounter; }
-    bool isRecorded(int index) const {
-        return index > 0 && index <= objectCount && (recorded[index >> 6] >> (index & 63) & 1) != 0;
-    }
     // Index of an object that has a record; 0 for any other.
     int recordedIndex(jlong tag) const {
         const int index = ObjectTags::indexOf(tag);
-        return isRecorded(index) ? index : 0;
+        return objects.contains(index) ? index : 0;
     }
     // The class of an object by its class's tag; null for none.
     _ClassInfo* classOf(jlong classTag) const { return classes.get(ObjectTags::indexOf(classTag)); }
@@ -139,13 +136,13 @@ private:
     JNIEnv* env;
     SnapshotWriter& writer;
     Progress& progress;
+    InstanceCounting* counting;
     std::exception_ptr failure; // of a callback
     int oddCounts[ODD_KINDS];
 
     long headerPosition; // of the object count
     int allocatorCount;
-    int counter;         // of updateTag for all but class objects; java.lang.Class has 1
-    int lastCounter;     // what it may come down to
+    int counter;         // of updateTag
     jclass classClass;   // local reference to java.lang.Class
     jlong classClassTag; // -1 where it is no tag
     ClassInfos classes;
@@ -159,9 +156,8 @@ private:
     int lastFrame;
     jlong ownThreadTag;
 
-    int objectCount;         // highest index
-    uintptr_t* infoOrLength; // by index: the _ClassInfo of an instance, the length of an array
-    uint64_t* recorded;      // by index, one bit: the object has a record
+    int objectCount;     // highest index
+    ObjectTable objects; // the _ClassInfo of an instance, the length of an array
     PrimitiveBlock* primitives;
     int fieldOwner; // the object whose values came last
     bool ownerIsClass;

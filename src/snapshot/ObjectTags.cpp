@@ -23,11 +23,3 @@ jlong ObjectTags::updateTag(jlong tag, int* counter) {
     }
     return static_cast<jlong>(static_cast<unsigned long>(high) << 32 | low);
 }
-
-jlong ObjectTags::forgetIndex(jlong tag) {
-    if (lowWord(tag) > 0) {
-        ourObjectEnumerator.setObjectIndex(lowWord(tag), 0);
-        return tag;
-    }
-    return static_cast<jlong>(static_cast<unsigned long>(tag) >> 32 << 32);
-}

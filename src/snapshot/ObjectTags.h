@@ -34,7 +34,5 @@ inline int indexOf(jlong tag) {
 // The tag with the next index in it, and with the current generation if it had none. The counter
 // runs down from -1.
 jlong updateTag(jlong tag, int* counter);
-// The tag without an index of an earlier snapshot.
-jlong forgetIndex(jlong tag);
 
 } // namespace ObjectTags

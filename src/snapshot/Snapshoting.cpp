@@ -41,17 +41,21 @@ ZString capture(JNIEnv* env, const ZString& path, int progressSocket, long flags
     Logger::assertNotNULL(ourJVMTI, VDK_HERE);
     SnapshotFile file(path);
     HeldSnapshotWriter writer(file.getDescriptor());
+    const bool withHeap = (flags & SNAPSHOT_WITH_HEAP) != 0;
     {
-        InstanceCounting counting(env, ourDB, 1 << SLOT_InstanceCounts);
+        InstanceCounting counting(env, ourDB, 1 << SLOT_InstanceCounts,
+                                  withHeap ? InstanceCounting::ARE_TOLD
+                                           : InstanceCounting::WALKS_ITSELF);
         LockHolder lock(ourLock, "Snapshoting:25");
         if (!file.isOpen()) {
             // New classes were told by this count and by no other.
-            counting.updateDatabase();
+            counting.storeNewClasses();
             return "Cannot open file to write snapshot";
         }
         // Asks the JVM about threads, so it comes before they are stopped.
-        LiveTables(env, &counting).bringUpToDate(ALL_TABLES);
-        captureTables(env, writer, progressSocket, path, flags);
+        LiveTables(env, withHeap ? nullptr : &counting).bringUpToDate(ALL_TABLES);
+        counting.storeNewClasses();
+        captureTables(env, writer, progressSocket, path, flags, withHeap ? &counting : nullptr);
     }
     const ZString error = finishFile(writer, file);
     if ((flags & SNAPSHOT_WITH_HEAP) != 0) {
@@ -72,7 +76,7 @@ long sizeOf(const ZString& path) {
 } // namespace
 
 void captureTables(JNIEnv* env, SnapshotWriter& writer, int progressSocket, const ZString& path,
-                   long flags) {
+                   long flags, InstanceCounting* counting) {
     Progress progress((flags & SNAPSHOT_SUPPRESS_PROGRESS) != 0 ? 0 : progressSocket);
     {
         SuspendedThreads suspended(env);
@@ -81,8 +85,11 @@ void captureTables(JNIEnv* env, SnapshotWriter& writer, int progressSocket, cons
         writeUserTableDescriptions(ourDB, writer);
         progress.updateProgress(PROGRESS_HEADER);
         if ((flags & SNAPSHOT_WITH_HEAP) != 0) {
-            HeapWalk walk(env, writer, progress);
+            HeapWalk walk(env, writer, progress, counting);
             walk.write(path);
+            if (counting != nullptr) {
+                counting->updateDatabase();
+            }
             writeAllTables(ourDB, writer, PROGRESS_HEAP_TABLES_START, PROGRESS_TABLES_END,
                            &progress, nullptr);
             walk.patchHeader();

@@ -7,6 +7,8 @@
 
 #include <jni.h>
 
+class InstanceCounting;
+
 // Capture of snapshots, from the request to the closed file, and the watcher of heap dumps that the
 // JVM makes by itself. Naming and permissions of files are the Java side's.
 
@@ -18,9 +20,9 @@ jstring captureSnapshotJVMTI(JNIEnv* env, jstring path, int progressSocket, long
 // Writes header, user tables, the heap if the flags want it, and all tables of ourDB to the writer
 // while the application stands still, and collects unused strings when it runs again. Caller holds
 // ourLock, and has brought ourDB up to date. The path is what the generation that begins with a
-// heap is called after.
+// heap is called after; the counting is told of the heap's objects and brings its table up to date.
 void captureTables(JNIEnv* env, SnapshotWriter& writer, int progressSocket, const ZString& path,
-                   long flags);
+                   long flags, InstanceCounting* counting = nullptr);
 
 // Watches for the heap dump that the JVM writes when memory runs out, and notes it as a snapshot of
 // this process. Ends after the first one: only the first dump of a process counts.

@@ -8,13 +8,9 @@ namespace {
 
 constexpr jlong FOUND = 1;
 constexpr jlong TAKEN = 2;
-constexpr jlong SOUGHT = 3; // the class itself
 
-jvmtiIterationControl JNICALL tagFound(jlong classTag, jlong, jlong* tag, void* objectCount) {
-    ++*static_cast<long*>(objectCount);
-    if (classTag == SOUGHT && *tag != SOUGHT) {
-        *tag = FOUND;
-    }
+jvmtiIterationControl JNICALL tagFound(jlong, jlong, jlong* tag, void*) {
+    *tag = FOUND;
     return JVMTI_ITERATION_CONTINUE;
 }
 
@@ -36,17 +32,15 @@ TagEnvironment::~TagEnvironment() {
     jvmti->DisposeEnvironment();
 }
 
-long TagEnvironment::findInstances(jclass type, ZVector<jobject>& found) {
-    CHECK_JVMTI(jvmti->SetTag(type, SOUGHT));
-    long objectCount = 0;
-    iterateOverHeapEither(jvmti, tagFound, &objectCount);
+void TagEnvironment::findInstances(jclass type, ZVector<jobject>& found) {
+    CHECK_JVMTI(
+        jvmti->IterateOverInstancesOfClass(type, JVMTI_HEAP_OBJECT_EITHER, tagFound, nullptr));
     jint count = 0;
     JvmtiMemory<jobject> objects;
     CHECK_JVMTI(jvmti->GetObjectsWithTags(1, &FOUND, &count, objects.receive(), nullptr));
     for (jint i = 0; i < count; i++) {
         found.push(objects.get()[i]);
     }
-    return objectCount;
 }
 
 bool TagEnvironment::take(jobject object) {

@@ -13,9 +13,8 @@ public:
     TagEnvironment(const TagEnvironment&) = delete;
     TagEnvironment& operator=(const TagEnvironment&) = delete;
 
-    // Walks over the heap once: gives the number of all objects, and local references to those
-    // whose class it is, but the class itself.
-    long findInstances(jclass type, ZVector<jobject>& found);
+    // Local references to all objects of the class.
+    void findInstances(jclass type, ZVector<jobject>& found);
     // Whether findInstances found it and it was not taken before.
     bool take(jobject object);
 

@@ -15,10 +15,10 @@ jvmtiIterationControl JNICALL countObject(jlong classTag, jlong size, jlong*, vo
 
 } // namespace
 
-InstanceCounting::InstanceCounting(JNIEnv* env, DB* db, int tableMask)
+InstanceCounting::InstanceCounting(JNIEnv* env, DB* db, int tableMask, Objects objects)
     : counts(nullptr), countCapacity(0) {
     if ((tableMask >> SLOT_InstanceCounts & 1) != 0 && db == ourDB) {
-        gatherClassInstanceStatistics(env);
+        gatherClassInstanceStatistics(env, objects);
     }
 }
 
@@ -80,25 +80,39 @@ void InstanceCounting::tagClasses(JNIEnv* env) {
     beginCounting(ourDB->instanceCountsTable->getIndexPool().getEnd());
 }
 
-void InstanceCounting::gatherClassInstanceStatistics(JNIEnv* env) {
+long InstanceCounting::numberOf(jclass type) {
+    jlong tag = 0;
+    if (ourJVMTI4 != nullptr) {
+        CHECK_JVMTI(ourJVMTI4->GetTag(type, &tag));
+    }
+    return tag;
+}
+
+void InstanceCounting::gatherClassInstanceStatistics(JNIEnv* env, Objects objects) {
     if (ourJVMTI4 == nullptr || (ourIsJRockit && ourVMDeathCalled)) {
         return;
     }
     tagClasses(env);
-    iterateOverHeapEither(ourJVMTI4, countObject, this);
+    if (objects == WALKS_ITSELF) {
+        iterateOverHeapEither(ourJVMTI4, countObject, this);
+    }
+}
+
+void InstanceCounting::storeNewClasses() {
+    for (int i = 0; counts != nullptr && i < newClasses.getSize(); i++) {
+        InstanceCountsRecord* row = ourDB->instanceCountsTable->getRecord(newClasses[i], true);
+        row->classNameStrID = ourDB->stringPool->getDBIndex(newNames[i].c_str(), true);
+        row->stamp = ourDB->currentStamp;
+    }
 }
 
 void InstanceCounting::updateDatabase() {
     if (counts == nullptr) {
         return;
     }
+    storeNewClasses();
     DBTable<InstanceCountsRecord>* table = ourDB->instanceCountsTable;
     const int stamp = ourDB->currentStamp;
-    for (int i = 0; i < newClasses.getSize(); i++) {
-        InstanceCountsRecord* row = table->getRecord(newClasses[i], true);
-        row->classNameStrID = ourDB->stringPool->getDBIndex(newNames[i].c_str(), true);
-        row->stamp = stamp;
-    }
     table->eachRecord([&](int index, InstanceCountsRecord& row) {
         const SizeAndCount none = {};
         const SizeAndCount& now = index < countCapacity ? counts[index] : none;

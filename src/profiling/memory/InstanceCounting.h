@@ -19,8 +19,11 @@ struct SizeAndCount {
 // updateDatabase then runs under the lock.
 class InstanceCounting {
 public:
-    // Gathers only if the mask selects `instancecounts` and db is ourDB.
-    InstanceCounting(JNIEnv* env, DB* db, int tableMask);
+    enum Objects { WALKS_ITSELF, ARE_TOLD };
+
+    // Gathers only if the mask selects `instancecounts` and db is ourDB. The objects may be told by
+    // somebody who walks over the heap anyway: each walk makes a JVM give identity hashes.
+    InstanceCounting(JNIEnv* env, DB* db, int tableMask, Objects objects = WALKS_ITSELF);
     ~InstanceCounting();
     InstanceCounting(const InstanceCounting&) = delete;
     InstanceCounting& operator=(const InstanceCounting&) = delete;
@@ -28,6 +31,10 @@ public:
     // Brings `instancecounts` up to date with what was gathered: names of new classes, and the
     // counts that have changed, down to 0. Nothing if nothing was gathered. Caller holds ourLock.
     void updateDatabase();
+    // The names alone: no other count tells them.
+    void storeNewClasses();
+    // For addObject; 0 for a class that is not counted.
+    static long numberOf(jclass type);
 
     // The parts of gathering. A class that was not counted before:
     void addClass(int classNumber, const ZString& name);
@@ -46,7 +53,7 @@ public:
     }
 
 private:
-    void gatherClassInstanceStatistics(JNIEnv* env);
+    void gatherClassInstanceStatistics(JNIEnv* env, Objects objects);
     void tagClasses(JNIEnv* env);
     // The number of the class, which may be a new one.
     int tagClass(jclass type);
