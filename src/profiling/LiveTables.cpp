@@ -9,6 +9,7 @@
 #include "profiling/cpu/WallTimeCorrector.h"
 #include "profiling/events/Monitors.h"
 #include "profiling/memory/InstanceCounting.h"
+#include "profiling/memory/LiveAllocations.h"
 #include "profiling/threads/ThreadInfo.h"
 
 namespace {
@@ -53,6 +54,9 @@ void LiveTables::bringUpToDate(const TableSet& set) {
         resetStackTraceForAllThreads();
         restoreStackTraceForAllThreads();
         correctAllWallTimes();
+    }
+    if (set.contains(*ourDB, SLOT_AllocInfo)) {
+        LiveAllocations::bringUpToDate();
     }
     if (set.contains(*ourDB, SLOT_Monitor)) {
         Monitors::storeDuration();

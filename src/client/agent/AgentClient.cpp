@@ -305,27 +305,35 @@ int64_t AgentClient::downloadSnapshot(const std::string& path, bool compressed, 
 TableFetcher::TableFetcher(AgentClient& client, long mostBytes)
     : client(client), mostBytes(mostBytes), db(std::make_unique<DB>(-1, -1)), reader(db.get()) {}
 
-int TableFetcher::findFollowed() {
+bool TableFetcher::isFollowed(int slot) const {
+    return std::any_of(followed.begin(), followed.end(),
+                       [slot](const auto& table) { return table.second == slot; });
+}
+
+void TableFetcher::findFollowed() {
     PacketWriter packet(PACKET_UPDATE_CUSTOM_TABLE_INFO);
     packet.writeInt(FIRST_USER_TABLE);
     Request request(client.address(), client.timeout(), client.timeout(), packet);
     Session& session = request.session;
-    int found = -1;
     for (int slot = session.readInt(); slot != -1; slot = session.readInt()) {
         std::string description = session.readStringNotNull();
         if (!db->getUserTable(slot) && !db->createUserTableInSlot(slot, description.c_str())) {
             failTransfer("User table " + std::to_string(slot) + " has no readable description");
         }
-        if (followed == db->getUserTable(slot)->getName().c_str()) {
-            found = slot;
+        auto found = followed.find(db->getUserTable(slot)->getName().c_str());
+        if (found != followed.end()) {
+            found->second = slot;
         }
     }
-    return found;
 }
 
 void TableFetcher::fetch(int mask) {
-    if (followedSlot < 0 && !followed.empty()) {
-        followedSlot = findFollowed();
+    if (isFollowed(-1)) {
+        findFollowed();
+    }
+    int last = -1;
+    for (const auto& table : followed) {
+        last = std::max(last, table.second);
     }
     PacketWriter packet(PACKET_UPDATE_DATABASE_TABLES);
     packet.writeInt(mask);
@@ -336,8 +344,8 @@ void TableFetcher::fetch(int mask) {
     }
     // The agent sends every user table up to the last that is named: of those that are not
     // wanted nothing is new enough.
-    for (int slot = FIRST_USER_TABLE; slot <= followedSlot; slot++) {
-        packet.writeInt(slot).writeInt(slot == followedSlot ? reader.getStamps()[slot] : INT32_MAX);
+    for (int slot = FIRST_USER_TABLE; slot <= last; slot++) {
+        packet.writeInt(slot).writeInt(isFollowed(slot) ? reader.getStamps()[slot] : INT32_MAX);
     }
     packet.writeInt(-1);
     Request request(client.address(), client.timeout(), std::max(client.timeout(), 60000), packet);

@@ -9,6 +9,7 @@
 #include "db/TableStreamReader.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -108,7 +109,7 @@ public:
     // does not hold up; the copy is then of no more use.
     void fetch(int mask);
     // From here on fetches bring the user table of this name as well, once the agent has one.
-    void follow(const std::string& userTable) { followed = userTable; }
+    void follow(const std::string& userTable) { followed[userTable] = -1; }
 
     DB& database() { return *db; }
 
@@ -118,11 +119,11 @@ private:
     std::unique_ptr<DB> db;
     TableStreamReader reader;
 
-    // Makes the user tables that the agent has made; the slot of the followed one, -1 if none.
-    int findFollowed();
+    // Makes the user tables that the agent has made, and notes the slots of the followed ones.
+    void findFollowed();
+    bool isFollowed(int slot) const;
 
-    std::string followed;
-    int followedSlot = -1;
+    std::map<std::string, int> followed; // slots, -1 where there is none yet
 };
 
 } // namespace vdk

@@ -338,15 +338,24 @@ const std::vector<Command> Table = {
      "--show\n"
      "allocations, monitors and exceptions appear where any were recorded. Allocations are told "
      "by\n"
-     "class, by the methods that allocated and as a tree with the classes below those.",
-     "vdk report app.snapshot\nvdk report app.jar --by-thread --filters on\n"
+     "class, by the methods that allocated and as a tree with the classes below those. `--show "
+     "live`\n"
+     "tells the same of the recorded objects that live, `--show garbage` of those that were "
+     "collected.\n"
+     "--by takes one list in place of all these: of lines it knows the method alone.",
+     "vdk report app.jar --show live --by class\nvdk report app.snapshot\nvdk report app.jar "
+     "--by-thread --filters on\n"
      "vdk report app.snapshot --show tree --min-percent 5\n"
      "vdk report app.jar --show monitors --json",
      {FileOrTarget,
       {"--show",
        ValueKind::Choice,
        "sections (default all)",
-       {"all", "methods", "tree", "allocations", "monitors", "exceptions"}},
+       {"all", "methods", "tree", "allocations", "live", "garbage", "monitors", "exceptions"}},
+      {"--by",
+       ValueKind::Choice,
+       "one list of allocations, live objects, garbage, monitors or exceptions, grouped so",
+       {"method", "tree", "class", "thread", "line"}},
       {"--top", ValueKind::Number, "lines of a list to show (default 30)"},
       {"--by-thread", ValueKind::None, "each thread by itself; those of a pool together"},
       {"--threads", ValueKind::Number, "threads or pools to show, by CPU time (default 10)"},

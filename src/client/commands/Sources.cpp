@@ -194,6 +194,9 @@ DataSource openData(const std::string& fileOrTarget, const Arguments& arguments,
     if (mask >> SLOT_CPUProfiling & 1) {
         source.fetcher->follow(SampledCpuTable);
     }
+    if (mask >> SLOT_AllocInfo & 1) {
+        source.fetcher->follow(LiveAllocationsTable);
+    }
     source.fetcher->fetch(mask);
     return source;
 }

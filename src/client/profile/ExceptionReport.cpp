@@ -11,12 +11,7 @@ namespace vdk {
 
 namespace {
 
-std::string formatCount(int64_t count) {
-    return std::to_string(count);
-}
-
 const char RoadProperty[] = "vdk.exceptions.counted.by.calls";
-
 const TreeUnit Throws = {formatCount, "count", false};
 
 struct ThrowSums {
@@ -132,6 +127,15 @@ std::vector<ThrownRow> readExceptions(DB& db, const Profile& profile) {
              known(record.throwFrame), known(record.catchFrame), record.count});
     });
     return rows;
+}
+
+std::vector<EventRow> eventRows(const std::vector<ThrownRow>& rows) {
+    std::vector<EventRow> events;
+    for (const ThrownRow& row : rows) {
+        events.push_back(
+            {"", row.className, row.thread, row.throwFrame, row.throwFrame, row.count, 0});
+    }
+    return events;
 }
 
 void printExceptions(Console& console, const Profile& profile, const std::vector<ThrownRow>& rows,

@@ -1,7 +1,8 @@
 // Reports on exceptions: by class, by throwing and by catching method, and the tree of throws.
 #pragma once
 
-#include "client/profile/Report.h"
+#include "client/console/Text.h"
+#include "client/profile/EventGroups.h"
 
 #include <string>
 #include <vector>
@@ -17,6 +18,9 @@ struct ThrownRow {
     int catchFrame = 0; // 0 where nobody caught it
     int64_t count = 0;
 };
+
+std::vector<EventRow> eventRows(const std::vector<ThrownRow>& rows);
+constexpr EventUnit ThrowUnit = {"Exceptions", "COUNT", "count", formatCount, nullptr, nullptr};
 
 // Whether inserted calls counted, which see exceptions where they are created.
 bool areCountedByCalls(DB& db);

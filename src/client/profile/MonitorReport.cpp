@@ -293,6 +293,15 @@ MonitorUses readMonitors(DB& db, const Profile& profile) {
     return monitors;
 }
 
+std::vector<EventRow> eventRows(const MonitorUses& monitors) {
+    std::vector<EventRow> rows;
+    for (const MonitorUse& use : monitors.uses) {
+        rows.push_back({use.inWait ? "in Object.wait()" : "blocked", use.className, use.waiter,
+                        use.frame, use.frame, use.timeNs, use.count});
+    }
+    return rows;
+}
+
 void printMonitors(Console& console, const Profile& profile, const MonitorUses& monitors,
                    const ReportChoices& choices) {
     const AllSums sums(monitors);

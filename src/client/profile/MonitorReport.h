@@ -2,7 +2,8 @@
 // waited.
 #pragma once
 
-#include "client/profile/Report.h"
+#include "client/console/Text.h"
+#include "client/profile/EventGroups.h"
 
 #include <string>
 #include <vector>
@@ -34,6 +35,9 @@ struct MonitorUses {
     std::vector<MonitorUse> uses;
     int64_t recordedNs = -1; // length of the last recording; -1 if there was none
 };
+
+std::vector<EventRow> eventRows(const MonitorUses& monitors);
+constexpr EventUnit WaitUnit = {"Waits", "TIME", "timeNs", formatNs, "TIMES", "count"};
 
 MonitorUses readMonitors(DB& db, const Profile& profile);
 void printMonitors(Console& console, const Profile& profile, const MonitorUses& monitors,

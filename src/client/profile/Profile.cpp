@@ -8,10 +8,29 @@
 
 namespace vdk {
 
-const Measure CpuTime = {"Hot methods", "OWN",     "CALLS", "calls",
-                         "ownNs",       "totalNs", "calls", formatNs};
+const Measure CpuTime = {"Hot methods", "OWN",   "CALLS",  "calls", "ownNs",
+                         "totalNs",     "calls", formatNs, nullptr};
 const Measure AllocatedBytes = {"Allocating methods", "BYTES",      "OBJECTS", "objects",
-                                "ownBytes",           "totalBytes", "objects", formatBytes};
+                                "ownBytes",           "totalBytes", "objects", formatBytes,
+                                "Allocated classes"};
+const Measure LiveBytes = {"Methods that allocated live objects",
+                           "BYTES",
+                           "OBJECTS",
+                           "objects",
+                           "ownBytes",
+                           "totalBytes",
+                           "objects",
+                           formatBytes,
+                           "Classes of live objects"};
+const Measure GarbageBytes = {"Methods that allocated garbage",
+                              "BYTES",
+                              "OBJECTS",
+                              "objects",
+                              "ownBytes",
+                              "totalBytes",
+                              "objects",
+                              formatBytes,
+                              "Classes of garbage"};
 
 bool ProfileMethod::isHidden() const {
     return (flags & METHOD_HIDDEN) != 0;
@@ -59,6 +78,16 @@ namespace {
 
 const char SamplingIntervalProperty[] = "vdk.allocation.sampling.interval.bytes";
 
+UserTable* findUserTable(DB& db, const char* name) {
+    for (int slot = FIRST_USER_TABLE; slot < MAX_TABLE_COUNT; slot++) {
+        UserTable* table = db.getUserTable(slot);
+        if (table && table->getName() == name) {
+            return table;
+        }
+    }
+    return nullptr;
+}
+
 class ProfileMaker {
 public:
     explicit ProfileMaker(DB& db) : db(db) {}
@@ -70,12 +99,21 @@ public:
         return std::move(profile);
     }
 
-    Profile makeOfAllocations() {
+    Profile makeOfAllocations(Recorded which) {
         readStacks();
-        profile.measure = &AllocatedBytes;
+        profile.measure = which == Recorded::All    ? &AllocatedBytes
+                          : which == Recorded::Live ? &LiveBytes
+                                                    : &GarbageBytes;
         profile.hasCounts = true;
         readSamplingInterval();
-        readAllocations();
+        UserTable* live = findUserTable(db, LiveAllocationsTable);
+        if (which == Recorded::All || (which == Recorded::Garbage && live)) {
+            readAllocations();
+        }
+        if (which != Recorded::All && live) {
+            readLiveObjects(*live, which == Recorded::Live ? 1 : -1);
+        }
+        sumUpCharges();
         return std::move(profile);
     }
 
@@ -151,11 +189,8 @@ private:
         for (ProfileThread& thread : profile.threads) {
             threads[thread.trn] = &thread;
         }
-        for (int slot = FIRST_USER_TABLE; slot < MAX_TABLE_COUNT; slot++) {
-            UserTable* table = db.getUserTable(slot);
-            if (table && table->getName() == SampledCpuTable) {
-                readSampledCpu(*table, threads);
-            }
+        if (UserTable* table = findUserTable(db, SampledCpuTable)) {
+            readSampledCpu(*table, threads);
         }
     }
 
@@ -229,7 +264,60 @@ private:
                                            record->objectBytes, record->objectCount});
             }
         });
+    }
+
+    // The thread of a number. Rows of threads that ended long ago are one thread's in `allocinfo`.
+    int threadOfNumber(int trn) {
+        if (indexOfTrn.empty()) {
+            for (size_t i = 0; i < profile.threads.size(); i++) {
+                indexOfTrn.emplace(profile.threads[i].trn, int(i));
+            }
+        }
+        auto found = indexOfTrn.find(trn);
+        found = found == indexOfTrn.end() ? indexOfTrn.find(OldestFinishedTrn) : found;
+        if (found != indexOfTrn.end()) {
+            return found->second;
+        }
+        profile.threads.push_back({trn, "<thread " + std::to_string(trn) + ">", "", 0, {}});
+        return indexOfTrn[trn] = int(profile.threads.size()) - 1;
+    }
+
+    // Adds the objects that live, or takes them off.
+    void readLiveObjects(UserTable& table, int sign) {
+        const int thread = table.findColumn("thread"), frame = table.findColumn("frame"),
+                  objects = table.findColumn("live_objects"),
+                  bytes = table.findColumn("live_bytes");
+        if (thread < 0 || frame < 0 || objects < 0 || bytes < 0) {
+            return;
+        }
+        for (int i = 0; i < table.getCapacity(); i++) {
+            const int* row = table.getRecord(i, false);
+            const int at = row && row[0] > 0 ? table.getColumn(row, frame) : 0;
+            if (at > 0 && size_t(at) < profile.frames.size()) {
+                profile.charges.push_back({threadOfNumber(table.getColumn(row, thread)), at,
+                                           sign * table.getLongColumn(row, bytes),
+                                           sign * table.getLongColumn(row, objects)});
+            }
+        }
+    }
+
+    // One charge for each thread and frame. Nothing is left of objects that all live.
+    void sumUpCharges() {
         sortCharges();
+        std::vector<Charge> sums;
+        for (const Charge& charge : profile.charges) {
+            if (!sums.empty() && sums.back().thread == charge.thread &&
+                sums.back().frame == charge.frame) {
+                sums.back().own += charge.own;
+                sums.back().count += charge.count;
+            } else {
+                sums.push_back(charge);
+            }
+        }
+        sums.erase(std::remove_if(sums.begin(), sums.end(),
+                                  [](const Charge& sum) { return sum.count <= 0; }),
+                   sums.end());
+        profile.charges = std::move(sums);
     }
 
     void sortCharges() {
@@ -255,9 +343,12 @@ private:
         }
     }
 
+    static constexpr int OldestFinishedTrn = 1;
+
     DB& db;
     Profile profile;
     std::unordered_map<int, int> threadOfKey;
+    std::unordered_map<int, int> indexOfTrn;
 };
 
 } // namespace
@@ -266,8 +357,12 @@ Profile makeProfile(DB& db) {
     return ProfileMaker(db).make();
 }
 
-Profile makeAllocationProfile(DB& db) {
-    return ProfileMaker(db).makeOfAllocations();
+Profile makeAllocationProfile(DB& db, Recorded which) {
+    return ProfileMaker(db).makeOfAllocations(which);
+}
+
+bool knowsLiveObjects(DB& db) {
+    return findUserTable(db, LiveAllocationsTable) != nullptr;
 }
 
 namespace {
@@ -279,12 +374,20 @@ bool isAllocatedClass(const Profile& profile, int frame) {
 
 } // namespace
 
+std::string allocatedClass(const Profile& profile, int frame) {
+    const int method = profile.frames[size_t(frame)].method;
+    return isAllocatedClass(profile, frame) ? profile.methods[size_t(method)].className
+                                            : "<unknown>";
+}
+
+int allocatingFrame(const Profile& profile, int frame) {
+    const int parent = profile.frames[size_t(frame)].parent;
+    return parent > 0 && isAllocatedClass(profile, frame) ? parent : frame;
+}
+
 void foldAllocatedClasses(Profile& profile) {
     for (Charge& charge : profile.charges) {
-        const int parent = profile.frames[size_t(charge.frame)].parent;
-        if (parent > 0 && isAllocatedClass(profile, charge.frame)) {
-            charge.frame = parent;
-        }
+        charge.frame = allocatingFrame(profile, charge.frame);
     }
 }
 
@@ -296,10 +399,7 @@ std::vector<ClassAllocations> allocatedClasses(const Profile& profile,
             std::find(threads.begin(), threads.end(), charge.thread) == threads.end()) {
             continue;
         }
-        const int method = profile.frames[size_t(charge.frame)].method;
-        ClassAllocations& row = byName[isAllocatedClass(profile, charge.frame)
-                                           ? profile.methods[size_t(method)].className
-                                           : "<unknown>"];
+        ClassAllocations& row = byName[allocatedClass(profile, charge.frame)];
         row.bytes += charge.own;
         row.objects += charge.count;
     }

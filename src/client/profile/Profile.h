@@ -21,9 +21,14 @@ struct Measure {
     const char* totalField;
     const char* countField;
     std::string (*format)(int64_t);
+    const char* classTitle; // of the table of classes; null where there is none
+
+    bool isOfObjects() const { return classTitle != nullptr; }
 };
 extern const Measure CpuTime;        // nanoseconds, and calls
 extern const Measure AllocatedBytes; // bytes, and objects
+extern const Measure LiveBytes;
+extern const Measure GarbageBytes;
 
 struct ProfileMethod {
     std::string className, name, parameters;
@@ -85,10 +90,23 @@ struct Profile {
 // least 0. A thread whose row is gone is shown by its key.
 Profile makeProfile(DB& db);
 
+// Of the recorded objects all, those that live, or those that have ended.
+enum class Recorded { All, Live, Garbage };
+
+// The user table that tells which recorded objects live.
+constexpr const char* LiveAllocationsTable = "Live Allocations";
+// Whether the database has it: agents of other releases do not tell.
+bool knowsLiveObjects(DB& db);
+
 // The recorded allocations. Where the agent knew the class of an object, it stands below the frame
 // that allocated it, as a method of that class named AllocatedClass.
-Profile makeAllocationProfile(DB& db);
+Profile makeAllocationProfile(DB& db, Recorded which = Recorded::All);
 constexpr const char* AllocatedClass = "<<init>>";
+
+// The class that a frame of such a profile stands for, "<unknown>" for a method's.
+std::string allocatedClass(const Profile& profile, int frame);
+// The frame that allocated: the one above a class's, any other itself.
+int allocatingFrame(const Profile& profile, int frame);
 
 // Charges the frame that allocated an object instead of its class's.
 void foldAllocatedClasses(Profile& profile);

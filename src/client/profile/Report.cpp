@@ -115,7 +115,7 @@ void printTree(Console& console, const Profile& profile, const CallTree& tree,
 }
 
 bool isOfAllocations(const Profile& profile) {
-    return profile.measure == &AllocatedBytes;
+    return profile.measure->isOfObjects();
 }
 
 void printClasses(Console& console, const Profile& profile, const std::vector<int>& threads,
@@ -129,9 +129,10 @@ void printClasses(Console& console, const Profile& profile, const std::vector<in
     for (size_t i = 0; i < std::min(classes.size(), choices.top); i++) {
         const ClassAllocations& row = classes[i];
         table.add({formatBytes(row.bytes), formatPercent(percentOf(row.bytes, whole)),
-                   std::to_string(row.objects), printable(row.name)});
+                   formatCount(row.objects), printable(row.name)});
     }
-    console.out << console.styled("Allocated classes", "1") << " (" << formatBytes(whole) << ")\n";
+    console.out << console.styled(profile.measure->classTitle, "1") << " (" << formatBytes(whole)
+                << ")\n";
     table.print(console);
     if (classes.size() > choices.top) {
         console.note("... and " + std::to_string(classes.size() - choices.top) +
@@ -272,15 +273,24 @@ std::vector<ThreadPool> threadPools(const Profile& profile) {
     return pools;
 }
 
+void printEstimate(Console& console, const Profile& profile) {
+    if (profile.samplingInterval > 0) {
+        console.out << "Estimates: one object in " << formatBytes(profile.samplingInterval)
+                    << " allocated bytes was seen\n\n";
+    }
+}
+
+void writeEstimate(JsonWriter& json, const Profile& profile) {
+    json.field("estimated", profile.samplingInterval > 0);
+    json.field("samplingIntervalBytes", profile.samplingInterval);
+}
+
 void printReport(Console& console, const Profile& profile, const ReportChoices& choices) {
     const std::string sampled = sampledText(profile.sampledCpu());
     if (!sampled.empty()) {
         console.out << "In all " << sampled << "\n\n";
     }
-    if (profile.samplingInterval > 0) {
-        console.out << "Estimates: one object in " << formatBytes(profile.samplingInterval)
-                    << " allocated bytes was seen\n\n";
-    }
+    printEstimate(console, profile);
     if (!choices.byThread) {
         printSections(console, profile, {}, choices);
         return;
@@ -309,8 +319,7 @@ void printReport(Console& console, const Profile& profile, const ReportChoices& 
 void writeReport(JsonWriter& json, const Profile& profile, const ReportChoices& choices) {
     json.field("filters", choices.filters);
     if (isOfAllocations(profile)) {
-        json.field("estimated", profile.samplingInterval > 0);
-        json.field("samplingIntervalBytes", profile.samplingInterval);
+        writeEstimate(json, profile);
     } else {
         writeSampled(json, profile.sampledCpu());
     }

@@ -9,8 +9,14 @@
 
 namespace vdk {
 
+// How a section other than CPU times is grouped; None shows all its lists.
+enum class Grouping { None, Method, Tree, Class, Thread, Line };
+
 struct ReportChoices {
     bool allocations = true;
+    bool live = false;
+    bool garbage = false;
+    Grouping by = Grouping::None;
     bool methods = true;
     bool tree = true;
     bool monitors = false;   // where any were recorded, or if nothing else is shown
@@ -31,6 +37,11 @@ struct ThreadPool {
     int64_t own = 0;
 };
 std::vector<ThreadPool> threadPools(const Profile& profile);
+
+// Tells that the figures are estimates, where they are.
+void printEstimate(Console& console, const Profile& profile);
+// The fields that tell it of a profile of allocations.
+void writeEstimate(JsonWriter& json, const Profile& profile);
 
 void printReport(Console& console, const Profile& profile, const ReportChoices& choices);
 

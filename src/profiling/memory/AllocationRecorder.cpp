@@ -10,6 +10,7 @@
 #include "probes/SignatureUtil.h"
 #include "profiling/UserMessage.h"
 #include "profiling/cpu/Tracing.h"
+#include "profiling/memory/LiveAllocations.h"
 #include "profiling/memory/ObjectEnumerator.h"
 #include "profiling/threads/CarrierThread.h"
 #include "profiling/threads/MethodLookup.h"
@@ -90,7 +91,7 @@ int store(JNIEnv* env, ThreadInfo* info, jobject object, int frame, long objects
     if (ourAllocationRecordingSettings.perClassGarbage) {
         frame = classFrame(env, object, frame);
     }
-    const int tag = ourObjectEnumerator.store_allocation_info(info, frame);
+    const int tag = ourObjectEnumerator.store_allocation_info(info, frame, objects, bytes);
     AllocInfoRecord* row = info->getAllocInfo(frame);
     row->objectCount += objects;
     row->objectBytes += bytes;
@@ -238,6 +239,7 @@ ZString enterRecording(const AllocationSettings& settings, int interval) {
         }
         storeIntervalProperty(interval);
     }
+    LiveAllocations::start();
     ourAllocationRecordingSettings = settings;
     ourSamplingInterval = interval;
     ourStatus |= ALLOCATION_RECORDING_BIT;
@@ -380,6 +382,7 @@ void clearAllocationData(JNIEnv* env) {
     {
         LockHolder lock(ourLock);
         ourObjectEnumerator.clearAllocators();
+        LiveAllocations::clear();
         ourDB->clearTableAndTellReaders(SLOT_AllocInfo);
         storeIntervalProperty(isRecording() ? ourSamplingInterval.load() : 0);
     }

@@ -27,6 +27,15 @@ int ObjectEnumerator::store_allocation_info(const ThreadInfo* thread, int frame)
     return tag;
 }
 
+int ObjectEnumerator::store_allocation_info(const ThreadInfo* thread, int frame, long objects,
+                                            long bytes) {
+    const int tag = store_allocation_info(thread, frame);
+    LockHolder lock(*this);
+    *worths.getPtr(tag, true) = {static_cast<int>(objects), static_cast<int>(bytes),
+                                 static_cast<int>(bytes >> 32)};
+    return tag;
+}
+
 void ObjectEnumerator::setObjectIndex(int tag, int objectIndex) {
     AllocatorRecord* row = getAllocator(tag);
     LockHolder lock(*this);

@@ -2,8 +2,21 @@
 
 #include "core/ground/ZLock.h"
 #include "db/DB.h"
+#include "db/ZIntChunkMap.h"
 
 class ThreadInfo;
+
+// What a recorded object added to its row of `allocinfo`: itself or, sampled, what it stands for.
+struct AllocationWorth {
+    int objects;
+    int bytesLow, bytesHigh; // not one long, which would take 16 bytes an object in all
+
+    long bytes() const {
+        return static_cast<long>(static_cast<unsigned long>(static_cast<unsigned>(bytesHigh))
+                                     << 32 |
+                                 static_cast<unsigned>(bytesLow));
+    }
+};
 
 // ObjectEnumerator numbers the objects whose allocation was recorded and that are still alive: the
 // low word of such an object's tag in ourJVMTI is its row of `allocator`. Rows are born when an
@@ -14,10 +27,12 @@ class ThreadInfo;
 // JVM while it is held.
 class ObjectEnumerator : public ZLock {
 public:
-    ObjectEnumerator() : ZLock("ObjectEnumeratorLock") {}
+    ObjectEnumerator() : ZLock("ObjectEnumeratorLock"), worths(1024, AllocationWorth{0, 0, 0}) {}
 
     // A row for an object that the thread allocated in the frame; gives its tag.
     int store_allocation_info(const ThreadInfo* thread, int frame);
+    // The same, and notes what the object counts for.
+    int store_allocation_info(const ThreadInfo* thread, int frame, long objects, long bytes);
     // Stores the index of an object in a heap snapshot. The tag is 1 or more.
     void setObjectIndex(int tag, int objectIndex);
     // The record of a tag, made if absent. The tag is 1 or more; the record stays until the object
@@ -29,8 +44,20 @@ public:
     void clearAllocators();
     // Objects that were recorded and live.
     int countObjects();
+    // Calls visitor(record, worth) for each of them. The lock is held meanwhile.
+    template <typename Visitor>
+    void eachLive(Visitor visitor) {
+        LockHolder lock(*this);
+        ourDB->allocatorTable->eachRecord([&](int tag, const AllocatorRecord& row) {
+            const AllocationWorth* worth = row.stamp > 0 ? worths.getPtr(tag, false) : nullptr;
+            if (worth != nullptr) {
+                visitor(row, *worth);
+            }
+        });
+    }
 
 private:
+    ZIntChunkMap<AllocationWorth> worths; // by tag; of ended objects too
     int liveObjects = 0;
 };
 

@@ -10,6 +10,7 @@
 #include "profiling/cpu/WallTimeCorrector.h"
 #include "profiling/events/Exceptions.h"
 #include "profiling/events/Monitors.h"
+#include "profiling/memory/LiveAllocations.h"
 #include "profiling/threads/FinishedThreads.h"
 #include "profiling/threads/MethodLookup.h"
 #include "profiling/threads/UnloadedClasses.h"
@@ -155,6 +156,7 @@ void createStandInThreads() {
     FinishedThreads::reset();
     ClassLoadingProbe::reset();
     SampledTimes::reset();
+    LiveAllocations::reset();
     Exceptions::reset();
     Monitors::reset();
     resetVirtualThreads();

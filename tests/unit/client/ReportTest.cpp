@@ -3,11 +3,14 @@
 #include "DbBuilder.h"
 #include "client/console/Text.h"
 #include "client/profile/CallTree.h"
+#include "client/profile/EventGroups.h"
 #include "client/profile/GeneratedNames.h"
+#include "client/profile/MonitorReport.h"
 #include "client/profile/Profile.h"
 
 #include <gtest/gtest.h>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <unistd.h>
 
@@ -189,6 +192,93 @@ TEST(Report, threadsOfAPoolAreShownTogether) {
     EXPECT_NE(report.find("Threads exec-* (2, "), std::string::npos) << report;
     EXPECT_EQ(report.find("batch"), std::string::npos);
     EXPECT_NE(told.find("2 more; --threads"), std::string::npos) << told;
+}
+
+TEST(Report, everyRecordingIsGroupedInEachWay) {
+    DbBuilder builder;
+    DB& db = builder.db;
+    UserTable* live = db.getUserTable(db.createUserTableByDescription(
+        "Live Allocations\n4\nthread\n0\nframe\n0\nlive_objects\n1\nlive_bytes\n1\n"));
+    ASSERT_NE(nullptr, live);
+    const struct {
+        const char *thread, *stack;
+        long objects, bytes, liveObjects, liveBytes;
+    } rows[] = {
+        {"pool-1", "A.main;A.make;B.<<init>>", 10, 240, 4, 96},
+        {"pool-2", "A.main;A.make;B.<<init>>", 5, 120, 5, 120},
+        {"pool-2", "A.main;A.copy;C.<<init>>", 1, 1000, 0, 0},
+    };
+    int liveRow = 0;
+    for (const auto& row : rows) {
+        const int tfi = builder.sample(row.thread, row.stack, 0);
+        AllocInfoRecord* record = db.allocInfoTable->getRecord(tfi, true);
+        record->objectCount = row.objects;
+        record->objectBytes = row.bytes;
+        record->stamp = db.currentStamp;
+        if (row.liveObjects > 0) {
+            int* words = live->getRecord(liveRow++, true);
+            words[0] = db.currentStamp;
+            const int key = db.threadFrameTable->getRecord(tfi, true)->tfiThreadIndex;
+            live->setIntColumn(words, 0, db.threadTable->getRecord(key, true)->trn);
+            live->setIntColumn(words, 1, builder.stack(row.stack));
+            live->setLongColumn(words, 2, row.liveObjects);
+            live->setLongColumn(words, 3, row.liveBytes);
+        }
+    }
+    // A thread that ended long ago, of which the table of allocations knows no more.
+    int* lost = live->getRecord(liveRow, true);
+    lost[0] = db.currentStamp;
+    live->setIntColumn(lost, 0, 77);
+    live->setIntColumn(lost, 1, builder.stack("A.main;A.make;B.<<init>>"));
+    live->setLongColumn(lost, 2, 1);
+    live->setLongColumn(lost, 3, 24);
+    const struct {
+        Recorded which;
+        Grouping by;
+        const char* expected; // names of groups, bytes and objects
+    } cases[] = {
+        {Recorded::All, Grouping::Class, "C 1000 1, B 360 15"},
+        {Recorded::All, Grouping::Method, "A.copy() 1000 1, A.make() 360 15"},
+        {Recorded::All, Grouping::Line, "A.copy():unknown 1000 1, A.make():unknown 360 15"},
+        {Recorded::All, Grouping::Thread, "pool-2 1120 6, pool-1 240 10"},
+        {Recorded::Live, Grouping::Class, "B 240 10"},
+        {Recorded::Live, Grouping::Thread, "pool-2 120 5, pool-1 96 4, <thread 77> 24 1"},
+        {Recorded::Garbage, Grouping::Class, "C 1000 1, B 144 6"},
+        {Recorded::Garbage, Grouping::Thread, "pool-2 1000 1, pool-1 144 6"},
+    };
+    for (const auto& c : cases) {
+        const Profile profile = makeAllocationProfile(db, c.which);
+        ReportChoices choices;
+        choices.by = c.by;
+        choices.signatures = true;
+        std::ostringstream out;
+        {
+            JsonWriter json(out, false);
+            json.beginObject();
+            writeGroups(json, profile, eventRows(profile), eventUnit(profile), choices);
+            json.endObject();
+        }
+        std::string groups;
+        const auto document = nlohmann::json::parse(out.str());
+        for (const auto& group : document["kinds"][0]["groups"]) {
+            groups += (groups.empty() ? "" : ", ") + group[groupingName(c.by)].get<std::string>() +
+                      " " + group["bytes"].dump() + " " + group["objects"].dump();
+        }
+        EXPECT_EQ(c.expected, groups) << eventUnit(profile).title << " by " << groupingName(c.by);
+    }
+    std::ostringstream out, err;
+    Console console(out, err, false, false);
+    ReportChoices choices;
+    choices.by = Grouping::Thread;
+    printGroups(console, makeProfile(db),
+                eventRows(MonitorUses{{{"M", 1, 2, "pool-1", "main", 0, 3000, 2, false},
+                                       {"M", 3, 2, "pool-2", "main", 0, 4000, 1, false},
+                                       {"M", 3, 3, "pool-2", "pool-2", 0, 9000, 1, true}}}),
+                WaitUnit, choices);
+    EXPECT_NE(std::string::npos, out.str().find("Waits by thread, blocked (7 us)\n"
+                                                "TIME  TIME%  TIMES  THREAD\n"
+                                                "7 us  100.0      3  pool-*\n"))
+        << out.str();
 }
 
 TEST(Report, treeFitsTheTerminalAtEachDepth) {

@@ -110,6 +110,11 @@ public final class HeapSnapshotCases {
         target.finish();
     }
 
+    private static String report(Target target, String what) throws Exception {
+        return Tool.vdk("report", target.id(), "--show", what, "--by", "class", "--json")
+                .replaceAll("\\s+", " ");
+    }
+
     private static String sites(Path file, String... more) throws Exception {
         List<String> words = new ArrayList<>(
                 List.of("heap", file.toString(), "sites", "fixtures.*", "--json", "--by", "path"));
@@ -126,6 +131,16 @@ public final class HeapSnapshotCases {
         target.ask("leak 1000", "leaked");
         Path file = target.folder.resolve("leak.snapshot");
         Tool.vdk("heap", "capture", target.id(), "--sites", "--out", file.toString());
+        // The JVM tells of the dead later, on a thread of its own.
+        Check.await(()
+                            -> report(target, "garbage")
+                                       .contains("{ \"class\": \"fixtures.Leaks$Temporary\", "
+                                                 + "\"bytes\": 24000, \"objects\": 1000 }"),
+                    "garbage");
+        Check.contains(
+                report(target, "live"),
+                "{ \"class\": \"fixtures.Leaks$Entry\", \"bytes\": 24000, \"objects\": 1000 }",
+                "live objects");
         target.finish();
 
         String entries = "{ \"class\": \"fixtures.Leaks$Entry\", \"count\": 1000, "

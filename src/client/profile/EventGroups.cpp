@@ -1,0 +1,190 @@
+#include "client/profile/EventGroups.h"
+
+#include "client/console/Text.h"
+#include "client/profile/EventTree.h"
+#include "client/profile/TreeWalk.h"
+
+#include <map>
+
+namespace vdk {
+
+namespace {
+
+const std::pair<const char*, Grouping> Groupings[] = {
+    {"method", Grouping::Method}, {"tree", Grouping::Tree}, {"class", Grouping::Class},
+    {"thread", Grouping::Thread}, {"line", Grouping::Line},
+};
+
+struct GroupSum {
+    int64_t amount = 0, count = 0;
+};
+
+struct Kind {
+    GroupSum all;
+    std::map<std::string, GroupSum> groups;
+    std::vector<Charge> charges;
+};
+
+// Frames are methods: the JVM tells their lines apart no more once they are recorded.
+std::string groupName(const Profile& profile, const EventRow& row, const ReportChoices& choices) {
+    switch (choices.by) {
+    case Grouping::Class:
+        return row.className;
+    case Grouping::Thread:
+        return row.thread;
+    case Grouping::Line:
+        return frameName(profile, row.frame, choices) + ":unknown";
+    default:
+        return frameName(profile, row.frame, choices);
+    }
+}
+
+std::map<std::string, Kind> kindsOf(const Profile& profile, const std::vector<EventRow>& rows,
+                                    const ReportChoices& choices, bool pools) {
+    std::vector<std::string> threads;
+    for (const EventRow& row : rows) {
+        threads.push_back(row.thread);
+    }
+    const PoolNames pool(threads);
+    std::map<std::string, Kind> kinds;
+    for (const EventRow& row : rows) {
+        const std::string name = groupName(profile, row, choices);
+        Kind& kind = kinds[row.kind];
+        for (GroupSum* sum :
+             {&kind.all,
+              &kind.groups[pools && choices.by == Grouping::Thread ? pool(name) : name]}) {
+            sum->amount += row.amount;
+            sum->count += row.count;
+        }
+        kind.charges.push_back({0, row.leaf, row.amount, row.count});
+    }
+    return kinds;
+}
+
+const auto amountOf = [](const GroupSum& sum) { return sum.amount; };
+
+TreeUnit treeUnit(const EventUnit& unit) {
+    return {unit.format, unit.field, unit.countTitle != nullptr};
+}
+
+void printList(Console& console, const Kind& kind, const EventUnit& unit,
+               const ReportChoices& choices) {
+    std::vector<TextTable::Column> columns = {
+        {unit.amountTitle, TextTable::Right},
+        {std::string(unit.amountTitle) + "%", TextTable::Right}};
+    if (unit.countTitle) {
+        columns.push_back({unit.countTitle, TextTable::Right});
+    }
+    std::string title = groupingName(choices.by);
+    for (char& letter : title) {
+        letter = char(toupper(static_cast<unsigned char>(letter)));
+    }
+    columns.push_back({title});
+    TextTable table(columns);
+    for (const auto& [name, sum] : heaviest(kind.groups, choices.top, amountOf)) {
+        std::vector<std::string> cells = {unit.format(sum.amount),
+                                          formatPercent(percentOf(sum.amount, kind.all.amount))};
+        if (unit.countTitle) {
+            cells.push_back(formatCount(sum.count));
+        }
+        cells.push_back(printable(name));
+        table.add(cells);
+    }
+    table.print(console);
+    noteRest(console, kind.groups.size(), choices.top);
+}
+
+} // namespace
+
+Grouping groupingOf(const std::string& name) {
+    for (const auto& [known, grouping] : Groupings) {
+        if (name == known) {
+            return grouping;
+        }
+    }
+    return Grouping::None;
+}
+
+const char* groupingName(Grouping grouping) {
+    for (const auto& [name, known] : Groupings) {
+        if (grouping == known) {
+            return name;
+        }
+    }
+    return "";
+}
+
+std::vector<EventRow> eventRows(const Profile& allocations) {
+    std::vector<EventRow> rows;
+    for (const Charge& charge : allocations.charges) {
+        EventRow row;
+        row.className = allocatedClass(allocations, charge.frame);
+        row.thread = allocations.threads[size_t(charge.thread)].name;
+        row.frame = allocatingFrame(allocations, charge.frame);
+        row.leaf = charge.frame;
+        row.amount = charge.own;
+        row.count = charge.count;
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+EventUnit eventUnit(const Profile& allocations) {
+    const char* title = allocations.measure == &LiveBytes      ? "Live objects"
+                        : allocations.measure == &GarbageBytes ? "Garbage"
+                                                               : "Allocations";
+    return {title, "BYTES", "bytes", formatBytes, "OBJECTS", "objects"};
+}
+
+void printGroups(Console& console, const Profile& profile, const std::vector<EventRow>& rows,
+                 const EventUnit& unit, const ReportChoices& choices) {
+    bool isFirst = true;
+    for (const auto& [name, kind] : kindsOf(profile, rows, choices, true)) {
+        console.out << (isFirst ? "" : "\n")
+                    << console.styled(std::string(unit.title) + " by " + groupingName(choices.by) +
+                                          (name.empty() ? "" : ", " + name),
+                                      "1")
+                    << " (" << unit.format(kind.all.amount) << ")\n";
+        isFirst = false;
+        if (choices.by == Grouping::Tree) {
+            printEventTree(console, profile, makeCallTree(profile, kind.charges, {choices.filters}),
+                           choices, treeUnit(unit));
+        } else {
+            printList(console, kind, unit, choices);
+        }
+    }
+    if (choices.by == Grouping::Line && !rows.empty()) {
+        console.note("lines are not recorded: a frame is a method");
+    }
+}
+
+void writeGroups(JsonWriter& json, const Profile& profile, const std::vector<EventRow>& rows,
+                 const EventUnit& unit, const ReportChoices& choices) {
+    const auto writeSum = [&](const GroupSum& sum) {
+        json.field(unit.field, sum.amount);
+        if (unit.countField) {
+            json.field(unit.countField, sum.count);
+        }
+    };
+    json.field("by", groupingName(choices.by)).key("kinds").beginArray();
+    for (const auto& [name, kind] : kindsOf(profile, rows, choices, false)) {
+        json.beginObject().key("kind");
+        name.empty() ? json.nullValue() : json.value(name);
+        writeSum(kind.all);
+        json.key(choices.by == Grouping::Tree ? "tree" : "groups").beginArray();
+        if (choices.by == Grouping::Tree) {
+            writeEventTree(json, profile, makeCallTree(profile, kind.charges, {choices.filters}),
+                           choices, treeUnit(unit));
+        } else {
+            for (const auto& [group, sum] : heaviest(kind.groups, choices.top, amountOf)) {
+                json.beginObject().field(groupingName(choices.by), group);
+                writeSum(sum);
+                json.endObject();
+            }
+        }
+        json.endArray().endObject();
+    }
+    json.endArray();
+}
+
+} // namespace vdk
