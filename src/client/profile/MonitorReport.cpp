@@ -17,6 +17,7 @@ const TreeUnit Time = {formatNs, "timeNs", true};
 
 struct KindNames {
     const char* title; // column
+    const char* phrase;
     const char* where; // title of a tree
     const char* ns;    // fields in JSON
     const char* count;
@@ -25,11 +26,13 @@ struct KindNames {
 
 // By WaitKind.
 const std::array<KindNames, 4> Kinds = {{
-    {"BLOCKED", "Where threads were blocked", "blockedNs", "blocks", "blockedTree"},
-    {"IN WAIT()", "Where threads were in Object.wait()", "waitNs", "waits", "waitTree"},
-    {"FOR OTHERS", "Where threads were parked for others", "forOthersNs", "forOthers",
-     "forOthersTree"},
-    {"FOR WORK", "Where threads were parked for work", "forWorkNs", "forWork", "forWorkTree"},
+    {"BLOCKED", "blocked", "Where threads were blocked", "blockedNs", "blocks", "blockedTree"},
+    {"IN WAIT()", "in Object.wait()", "Where threads were in Object.wait()", "waitNs", "waits",
+     "waitTree"},
+    {"FOR OTHERS", "parked for others", "Where threads were parked for others", "forOthersNs",
+     "forOthers", "forOthersTree"},
+    {"FOR WORK", "parked for work", "Where threads were parked for work", "forWorkNs", "forWork",
+     "forWorkTree"},
 }};
 constexpr size_t MonitorKinds = 2; // the others come from locks
 
@@ -296,8 +299,8 @@ MonitorUses readMonitors(DB& db, const Profile& profile) {
 std::vector<EventRow> eventRows(const MonitorUses& monitors) {
     std::vector<EventRow> rows;
     for (const MonitorUse& use : monitors.uses) {
-        rows.push_back({use.inWait ? "in Object.wait()" : "blocked", use.className, use.waiter,
-                        use.frame, use.frame, use.timeNs, use.count});
+        rows.push_back({Kinds[size_t(use.kind)].phrase, use.className, use.waiter, use.frame,
+                        use.frame, use.timeNs, use.count});
     }
     return rows;
 }
