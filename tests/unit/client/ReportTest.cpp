@@ -270,11 +270,12 @@ TEST(Report, everyRecordingIsGroupedInEachWay) {
     Console console(out, err, false, false);
     ReportChoices choices;
     choices.by = Grouping::Thread;
-    printGroups(console, makeProfile(db),
-                eventRows(MonitorUses{{{"M", 1, 2, "pool-1", "main", 0, 3000, 2, false},
-                                       {"M", 3, 2, "pool-2", "main", 0, 4000, 1, false},
-                                       {"M", 3, 3, "pool-2", "pool-2", 0, 9000, 1, true}}}),
-                WaitUnit, choices);
+    printGroups(
+        console, makeProfile(db),
+        eventRows(MonitorUses{{{"M", 1, 2, "pool-1", "main", 0, 3000, 2, WaitKind::Blocked},
+                               {"M", 3, 2, "pool-2", "main", 0, 4000, 1, WaitKind::Blocked},
+                               {"M", 3, 3, "pool-2", "pool-2", 0, 9000, 1, WaitKind::InWait}}}),
+        WaitUnit, choices);
     EXPECT_NE(std::string::npos, out.str().find("Waits by thread, blocked (7 us)\n"
                                                 "TIME  TIME%  TIMES  THREAD\n"
                                                 "7 us  100.0      3  pool-*\n"))
