@@ -18,3 +18,6 @@ public:
 // The class with all calls inserted; empty if no pass changed it. Throws VDKRuntimeException.
 std::string rewriteClass(const void* bytes, int length, bool allocations, bool tracing,
                          MethodIds* ids, InstrumentationCounts* counts);
+// The same with calls of these kinds.
+std::string rewriteClass(const void* bytes, int length, CallSet wanted, MethodIds* ids,
+                         InstrumentationCounts* counts);

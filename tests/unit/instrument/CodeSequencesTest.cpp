@@ -185,6 +185,73 @@ TEST_F(CodeSequences, handlersGetACallWhereSomethingMayRun) {
     }
 }
 
+// They come behind those of tracing, into handlers of a class of exceptions and the constructors of
+// Throwable; without such a place the class stays as it is.
+TEST_F(CodeSequences, exceptionsAreToldByCallsOfTheirOwn) {
+    const CallSet both = TRACING_CALLS.with(EXCEPTION_CALLS);
+    const std::string body = B::code({0, 0, 177, 87, 177});
+    const B::Handler all = {0, 2, 3, 0};
+    const B::Handler some = {0, 2, 3, 1};
+    const struct {
+        const char* what;
+        const char* className;
+        const char* method;
+        std::vector<B::Handler> handlers;
+        CallSet wanted;
+        int start; // of the last range
+        std::string code;
+    } rows[] = {
+        {"catch", "Built", "m", {some}, EXCEPTION_CALLS, 0, B::code({0, 0, 177, 89, 184, 87, 177})},
+        {"finally", "Built", "m", {all}, EXCEPTION_CALLS, 0, ""},
+        {"both in one place",
+         "Built",
+         "m",
+         {all, some},
+         both,
+         9,
+         B::code(
+             {17, 17, 184, 0, 0, 17, 17, 184, 177, 17, 17, 184, 89, 184, 87, 17, 17, 184, 177})},
+        {"covers its own store",
+         "Built",
+         "m",
+         {some, {3, 4, 3, 1}},
+         EXCEPTION_CALLS,
+         7,
+         B::code({0, 0, 177, 89, 184, 87, 177})},
+        {"a constructor", "Built", "<init>", {}, EXCEPTION_CALLS, 0, ""},
+        {"one of all exceptions",
+         "java/lang/Throwable",
+         "<init>",
+         {all},
+         EXCEPTION_CALLS,
+         0,
+         B::code({0, 0, 42, 184, 177, 87, 42, 184, 177})},
+        {"a class that is left out", "java/lang/invoke/X", "m", {some}, both, 0, ""},
+    };
+    for (const auto& row : rows) {
+        B builder(49, row.className);
+        builder.addMethod(9, row.method, "()V", 4, 4, body, row.handlers);
+        const std::string bytes = builder.build();
+        CountingIds ids;
+        const std::string result =
+            rewriteClass(bytes.data(), static_cast<int>(bytes.size()), row.wanted, &ids, nullptr);
+        EXPECT_EQ(result.empty(), row.code.empty()) << row.what;
+        if (result.empty()) {
+            continue;
+        }
+        const ReferenceClass parsed(result.data(), result.size());
+        const ReferenceMethod& m = *parsed.method(row.method);
+        const auto* const code = reinterpret_cast<const unsigned char*>(m.code.data());
+        const int length = static_cast<int>(m.code.size());
+        std::string opcodes;
+        for (int i = 0; i < length; i = nextInstruction(code, length, i)) {
+            opcodes += B::u1(code[i]);
+        }
+        EXPECT_EQ(opcodes, row.code) << row.what;
+        EXPECT_EQ(m.handlers.empty() ? 0 : m.handlers.back().start, row.start) << row.what;
+    }
+}
+
 TEST_F(CodeSequences, handlerMayBeginWithAReturn) {
     // areturn with the exception: call, then exit call
     Rewritten result(

@@ -185,7 +185,6 @@ public final class ThrowCases {
         Check.equal(counts.get("obey catching thrower thrower thrower thrower"), 60_000L,
                     "the thrower " + counts);
         Tracing.stop(target);
-        checkOverflow(target);
         Check.contains(Tool.vdk("report", pid, "--show", "exceptions"), "Throws$Expected",
                        "exceptions");
         target.finish();
