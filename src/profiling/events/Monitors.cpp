@@ -53,12 +53,17 @@ public:
     MonitorOwner(const MonitorOwner&) = delete;
     MonitorOwner& operator=(const MonitorOwner&) = delete;
 
-    // Whether the owner is a thread that has a number. Not to be asked with ourLock held.
-    bool isKnown() const { return MonitorRows::isKnownThread(owner); }
-    // The JVM does not name virtual threads: one of them may hold the monitor, or nobody.
-    bool mayBeVirtual() const { return owner == nullptr && areVirtualThreadsInUse(); }
-    // Of a known owner, with ourLock held; 0 if it has ended meanwhile.
-    int getTRN() const { return MonitorRows::getTRN(owner); }
+    // Whether a wait for it may be recorded. Not to be asked with ourLock held.
+    bool mayBeKnown() const {
+        return owner == nullptr ? areVirtualThreadsInUse() : MonitorRows::isKnownThread(owner);
+    }
+    // The number for a row, with ourLock held; false if the owner has ended meanwhile. The JVM does
+    // not name virtual threads: one of them, or nobody, gives 0. Now and then it tells the carrier.
+    bool getTRN(int* trn) const {
+        const ThreadInfo* info = owner == nullptr ? nullptr : getStoredThreadInfo(owner);
+        *trn = info == nullptr || info->carrierThread ? 0 : info->trn;
+        return owner == nullptr || info != nullptr;
+    }
 
 private:
     void free(jthread* threads, jint count) {
@@ -168,13 +173,12 @@ void JNICALL monitorContendedEnter(jvmtiEnv*, JNIEnv* env, jthread, jobject obje
             return;
         }
         const MonitorOwner owner(env, object);
-        const bool isKnown = owner.isKnown();
-        if (!isKnown && !owner.mayBeVirtual()) {
+        if (!owner.mayBeKnown()) {
             return;
         }
         LockHolder lock(ourLock, "Monitors:179");
-        const int ownerTRN = isKnown ? owner.getTRN() : 0;
-        if (ownerTRN != 0 || !isKnown) {
+        int ownerTRN = 0;
+        if (owner.getTRN(&ownerTRN)) {
             beginWait(env, waiter, ownerTRN, object, nowNs);
         }
     });
