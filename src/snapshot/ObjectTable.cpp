@@ -9,7 +9,7 @@ namespace {
 
 constexpr int WORD_BITS = 64;
 constexpr long FIRST_CAPACITY = 0x10000;
-constexpr long LARGEST_CAPACITY = INT_MAX - (WORD_BITS - 1);
+constexpr long LARGEST_CAPACITY = INT_MAX / WORD_BITS * WORD_BITS;
 
 template <typename T>
 T* resized(T* block, long count) {
@@ -30,9 +30,9 @@ ObjectTable::~ObjectTable() {
 void ObjectTable::grow(int index) {
     long wanted = FIRST_CAPACITY;
     while (wanted <= index) {
-        wanted += wanted / 2;
+        wanted = wanted * 3 / 2 / WORD_BITS * WORD_BITS;
     }
-    wanted = (wanted < LARGEST_CAPACITY ? wanted : LARGEST_CAPACITY) / WORD_BITS * WORD_BITS;
+    wanted = wanted < LARGEST_CAPACITY ? wanted : LARGEST_CAPACITY;
     if (wanted <= index) {
         throw std::bad_alloc();
     }
