@@ -55,7 +55,9 @@ void LiveTables::bringUpToDate(const TableSet& set) {
         restoreStackTraceForAllThreads();
         correctAllWallTimes();
     }
-    if (set.contains(*ourDB, SLOT_AllocInfo)) {
+    // A pass over all recorded objects: only for who asks for both.
+    if (set.contains(*ourDB, SLOT_AllocInfo) && LiveAllocations::getTable() > 0 &&
+        set.contains(*ourDB, LiveAllocations::getTable())) {
         LiveAllocations::bringUpToDate();
     }
     if (set.contains(*ourDB, SLOT_Monitor)) {

@@ -262,15 +262,22 @@ const std::vector<Command> Table = {
      "the\n"
      "last interval; tracing adds the calls made in it. The head tells the time that threads were "
      "blocked\n"
-     "by monitors, and the exceptions, where these are recorded. With --json one object a line.",
-     "vdk top app.jar\nvdk top app.jar --sample --interval 5s\nvdk top app.jar --count 3 --json",
+     "by monitors, and the exceptions, where these are recorded. While allocations are recorded a "
+     "list\n"
+     "tells what was allocated in the interval, a second. With --json one object a line.",
+     "vdk top app.jar\nvdk alloc start app.jar --sampled && vdk top app.jar --allocations "
+     "method\nvdk top app.jar --sample --interval 5s\nvdk top app.jar --count 3 --json",
      {Target,
       {"--interval", ValueKind::Duration, "time between refreshes, at least 100ms (default 2s)"},
       {"--count", ValueKind::Number, "end after so many refreshes"},
       {"--top", ValueKind::Number,
        "methods to show (default 20, or what the terminal has lines for)"},
       Filters,
-      {"--sample", ValueKind::None, "start sampling if it is off, and stop it at the end"}},
+      {"--sample", ValueKind::None, "start sampling if it is off, and stop it at the end"},
+      {"--allocations",
+       ValueKind::Choice,
+       "how to group allocations, while they are recorded (default class)",
+       {"class", "method"}}},
      false,
      true,
      runTop},

@@ -106,6 +106,10 @@ void LiveAllocations::start() {
     }
 }
 
+int LiveAllocations::getTable() {
+    return ourTable;
+}
+
 void LiveAllocations::bringUpToDate() {
     UserTable* const table = ourTable > 0 ? ourDB->getUserTable(ourTable) : nullptr;
     if (table == nullptr) {

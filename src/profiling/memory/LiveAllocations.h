@@ -8,6 +8,8 @@ namespace LiveAllocations {
 
 // Makes the table; called when recording starts.
 void start();
+// Slot of the table, 0 or less while there is none.
+int getTable();
 // Counts the rows of `allocator` anew.
 void bringUpToDate();
 // Deletes all sums; called with the data that they belong to.
