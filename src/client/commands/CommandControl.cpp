@@ -181,7 +181,7 @@ int runStatus(Console& console, const Arguments& arguments) {
                 << "cpu        " << cpuMode(agent.status) << "\n"
                 << "active     " << (active.empty() ? "-" : join(active, ", ")) << "\n"
                 << "able to    " << (able.empty() ? "-" : join(able, ", ")) << "\n"
-                << "exceptions counted " << exceptionRoadText(info) << "\n"
+                << "exceptions " << exceptionRoadText(info) << "\n"
                 << "snapshots  " << printable(info.snapshotDirectory) << "\n";
     return 0;
 }
