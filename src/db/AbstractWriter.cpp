@@ -61,11 +61,8 @@ void AbstractWriter::writeWString(int length, const wchar_t* text) {
     }
 }
 
-namespace {
-
-// Bytes of an element, 0 for an unknown letter.
-int elementBytes(int typeChar) {
-    switch (typeChar) {
+int primitiveBytes(int typeLetter) {
+    switch (typeLetter) {
     case 'B':
     case 'Z':
         return 1;
@@ -83,12 +80,14 @@ int elementBytes(int typeChar) {
     }
 }
 
+namespace {
+
 constexpr bool IS_LITTLE_ENDIAN = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
 
 } // namespace
 
 bool AbstractWriter::writePrimitives(const void* values, int typeChar, int count) {
-    const int size = elementBytes(typeChar);
+    const int size = primitiveBytes(typeChar);
     if (IS_LITTLE_ENDIAN) {
         writeBytes(values, static_cast<long>(count) * size);
         return size != 0;

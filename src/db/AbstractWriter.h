@@ -2,6 +2,9 @@
 
 #include <cstring>
 
+// Bytes of a primitive by its type letter; 0 for any other letter.
+int primitiveBytes(int typeLetter);
+
 // AbstractWriter: buffered little-endian output of tables, snapshots and heap sections.
 //
 // DESCRIPTION

@@ -44,7 +44,6 @@ public:
     const SnapshotHeader& read();
 
     const SnapshotHeader& getHeader() const { return header; }
-    TableStreamReader& getTables() { return tables; }
     ByteReader& getInput() { return input; }
 
 private:

@@ -27,7 +27,6 @@ public:
     uint32_t idSize() const { return identifierSize; }
     const std::string& formatName() const { return format; }
     uint64_t captureTimeMs() const { return timeMs; }
-    int dumpCount() const { return dumps; }
     // Stretches of the chosen dump that hold heap records, in ascending order.
     const std::vector<Segment>& segments() const { return heapSegments; }
     // Text of a string record, empty if there is none.

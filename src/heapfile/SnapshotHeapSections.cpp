@@ -404,7 +404,6 @@ void SnapshotHeapSections::readClosingSections(ByteReader& input, const Snapshot
     }
     for (int i = 0; i < classes; i++) {
         const int row = input.readIntInRange("class row", 1, model.objectCount - 1);
-        closingClasses.push_back(row);
         if (!hasObjects()) {
             model.storage->getClassRows().push(row);
         }

@@ -35,7 +35,6 @@ public:
     // The file held the results of an analysis.
     bool hasClosingSections() const { return closingRead; }
     // Class rows as the closing sections list them.
-    const std::vector<int>& closingClassRows() const { return closingClasses; }
 
 private:
     class Cursor;
@@ -104,5 +103,4 @@ private:
     std::map<int, uint32_t> textOfMethod;
     uint64_t offsetTable = 0; // of the primitive block, 0 if there is none
     bool closingRead = false;
-    std::vector<int> closingClasses;
 };

@@ -86,7 +86,6 @@ public:
     long getRetainedSize(int row) const { return retainedSizes.getLong(row); }
     void setRetainedSize(int row, long value) { retainedSizes.setLong(row, value); }
     int getGeneration(int row) const { return generations.get(row); }
-    void setGeneration(int row, int value) { generations.setSparsely(row, value); }
     int getAllocatorFrame(int row) const { return allocatorFrames.get(row); }
     int getAllocatorThread(int row) const { return allocatorThreads.get(row); }
     void setAllocator(int row, int frame, int thread) {

@@ -5,6 +5,7 @@
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
+#include "db/AbstractWriter.h"
 #include "db/DB.h"
 #include "probes/SignatureUtil.h"
 #include "snapshot/ObjectTags.h"
@@ -47,25 +48,6 @@ bool _FieldInfo::isStatic() const {
     return (modifiers & MODIFIER_STATIC) != 0;
 }
 
-int getPrimitiveSize(char typeLetter) {
-    switch (typeLetter) {
-    case 'B':
-    case 'Z':
-        return 1;
-    case 'C':
-    case 'S':
-        return 2;
-    case 'F':
-    case 'I':
-        return 4;
-    case 'D':
-    case 'J':
-        return 8;
-    default:
-        return 0;
-    }
-}
-
 bool isGoodClassInfoPtr(const _ClassInfo* info) {
     return reinterpret_cast<uintptr_t>(info) > HIGHEST_BAD_ADDRESS &&
            info >= _ClassInfo::ourMinAddress;
@@ -97,7 +79,7 @@ void _ClassInfo::readSignature(jclass type) {
     CHECK_JVMTI(ourJVMTI->GetClassSignature(type, signature.receive(), nullptr));
     const char* const text = signature.get();
     if (text[0] == '[') {
-        elementSize = getPrimitiveSize(text[1]);
+        elementSize = primitiveBytes(text[1]);
         isPrimitiveArray = elementSize != 0;
         isObjectArray = !isPrimitiveArray;
     }
@@ -140,7 +122,7 @@ void _ClassInfo::readOwnFields(jclass type) {
         jint modifiers = 0;
         CHECK_JVMTI(ourJVMTI->GetFieldModifiers(type, ids.get()[i], &modifiers));
         const char letter = signature.get()[0];
-        ownFields.push({-1, getPrimitiveSize(letter) != 0 ? letter : '\0', 0,
+        ownFields.push({-1, primitiveBytes(letter) != 0 ? letter : '\0', 0,
                         ourDB->stringPool->getDBIndex(name.get(), true), modifiers});
     }
 }
@@ -158,7 +140,7 @@ void _ClassInfo::addFields(_ClassInfo* declarer) {
             const bool hasSlot = !field->isStatic() && field->primitiveType == 0;
             field->slot = hasSlot ? referenceSlots : -1;
         }
-        region += getPrimitiveSize(field->primitiveType);
+        region += primitiveBytes(field->primitiveType);
         referenceSlots += !field->isStatic() && field->primitiveType == 0;
         fields.push(field);
     }

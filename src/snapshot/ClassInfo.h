@@ -18,9 +18,6 @@ struct _FieldInfo {
     bool isStatic() const;
 };
 
-// Bytes of a primitive by its type letter; 0 for any other letter.
-int getPrimitiveSize(char typeLetter);
-
 class _ClassInfo {
 public:
     // Asks the JVM about the class itself; inherited fields come with addInheritedFields. Runs no

@@ -86,7 +86,7 @@ void HeapWalk::putArray(jlong tag, jint count, jvmtiPrimitiveType type, const vo
     if (object == 0 || count <= 0) {
         return;
     }
-    if (getPrimitiveSize(static_cast<char>(type)) == 0) {
+    if (primitiveBytes(type) == 0) {
         noteOdd(ODD_ARRAY_TYPE,
                 ZString("JVM passed improper primitive type: ") + longToString(type));
         return;

@@ -111,7 +111,7 @@ void PrimitiveBlock::putArray(int index, jint count, jvmtiPrimitiveType type,
     }
     flushRegion();
     primitiveOffsets[index] = writer.getPosition();
-    expectedSize += static_cast<long>(count) * getPrimitiveSize(static_cast<char>(type));
+    expectedSize += static_cast<long>(count) * primitiveBytes(type);
     writer.writePrimitives(elements, type, count);
 }
 

@@ -30,8 +30,6 @@ public:
     // Bytes written so far.
     long size() const;
 
-    bool isStandardOutput() const { return path == "-"; }
-
 private:
     class Buffer;
     [[noreturn]] void fail(const std::string& what, int error);

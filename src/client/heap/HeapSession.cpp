@@ -94,9 +94,7 @@ void HeapSession::open(bool analyze) {
     auto file = std::make_shared<MappedFile>(options.file, options.temporaryDir);
     if (!options.index.empty() && analyze) {
         std::string why;
-        fromIndex =
-            HeapIndexFile::read(options.index, file, options.dumpNumber, heap, why, &progress);
-        if (fromIndex) {
+        if (HeapIndexFile::read(options.index, file, options.dumpNumber, heap, why, &progress)) {
             return;
         }
         if (!why.empty()) {

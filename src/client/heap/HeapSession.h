@@ -37,7 +37,6 @@ public:
     const std::vector<int>& reachedBits() const { return heap.reachedBits; }
     // Rows of all roots, each once, ascending.
     const std::vector<int>& rootRows() const { return roots; }
-    bool loadedFromIndex() const { return fromIndex; }
     // Bytes of an object itself, -1 for a row never made.
     int64_t sizeOf(int row) const { return model().sizeOf(row); }
     // Bytes of all that goes when the object goes.
@@ -67,7 +66,6 @@ private:
     std::vector<int> roots;
     // Bytes that the stored retained sizes lack for objects larger than their column can hold.
     std::unordered_map<int, int64_t> beyondStored;
-    bool fromIndex = false;
 };
 
 } // namespace vdk
