@@ -32,6 +32,7 @@ public:
         fillNames();
         fillThreads();
         fillReferences();
+        fillAllocations();
         jvmti.functions = &functions;
         jni.functions = &jniFunctions;
         ourJVMTI = &jvmti;
@@ -71,6 +72,9 @@ public:
     ThreadInfo* storedInfo = nullptr; // of the current thread
     std::vector<jmethodID> stack;     // of the current thread, outermost first
     int nameLookups = 0;
+    jvmtiError samplingIntervalError = JVMTI_ERROR_NONE;
+    int sizesAsked = 0; // of objects, whose addresses are their sizes
+    std::map<jobject, jlong> tags;
 
     jvmtiEnv jvmti;
     JNIEnv jni;
@@ -197,6 +201,25 @@ private:
         jniFunctions.EnsureLocalCapacity = [](JNIEnv*, jint) { return 0; };
         jniFunctions.PushLocalFrame = [](JNIEnv*, jint) { return 0; };
         jniFunctions.PopLocalFrame = [](JNIEnv*, jobject result) { return result; };
+    }
+
+    void fillAllocations() {
+        functions.SetHeapSamplingInterval = [](jvmtiEnv*, jint) {
+            return current()->samplingIntervalError;
+        };
+        functions.GetObjectSize = [](jvmtiEnv*, jobject object, jlong* size) {
+            current()->sizesAsked++;
+            *size = static_cast<jlong>(reinterpret_cast<size_t>(object));
+            return JVMTI_ERROR_NONE;
+        };
+        functions.GetTag = [](jvmtiEnv*, jobject object, jlong* tag) {
+            *tag = current()->tags[object];
+            return JVMTI_ERROR_NONE;
+        };
+        functions.SetTag = [](jvmtiEnv*, jobject object, jlong tag) {
+            current()->tags[object] = tag;
+            return JVMTI_ERROR_NONE;
+        };
     }
 
     std::vector<Method> methods;
