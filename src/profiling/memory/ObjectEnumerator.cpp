@@ -15,24 +15,18 @@ int currentStamp() {
 
 } // namespace
 
-int ObjectEnumerator::store_allocation_info(const ThreadInfo* thread, int frame) {
+int ObjectEnumerator::store_allocation_info(const ThreadInfo* thread, int frame, long objects,
+                                            long bytes) {
     LockHolder lock(*this);
     const int tag = ourDB->allocatorTable->nextIndex();
+    *worths.getPtr(tag, true) = {static_cast<int>(objects), static_cast<int>(bytes),
+                                 static_cast<int>(bytes >> 32)};
     AllocatorRecord* row = ourDB->allocatorTable->getRecord(tag, true);
     row->trn = thread->trn;
     row->frame = frame;
     row->objectIndex = 0;
     row->stamp = currentStamp();
     liveObjects++;
-    return tag;
-}
-
-int ObjectEnumerator::store_allocation_info(const ThreadInfo* thread, int frame, long objects,
-                                            long bytes) {
-    const int tag = store_allocation_info(thread, frame);
-    LockHolder lock(*this);
-    *worths.getPtr(tag, true) = {static_cast<int>(objects), static_cast<int>(bytes),
-                                 static_cast<int>(bytes >> 32)};
     return tag;
 }
 

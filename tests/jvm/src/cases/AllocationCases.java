@@ -1,6 +1,8 @@
 package cases;
 
 import fixtures.Allocates;
+import java.io.BufferedReader;
+import java.io.InputStreamReader;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import jvmtest.Case;
@@ -74,6 +76,28 @@ public final class AllocationCases {
                      method + " allocated " + what);
     }
 
+    /** What top shows of its intervals adds up to what was allocated. */
+    private static void checkTop(Target target) throws Exception {
+        Process top = new ProcessBuilder(Tool.vdkCommand("top", ":" + target.port, "--json",
+                                                         "--top", "1000", "--interval", "200ms",
+                                                         "--count", "100000"))
+                              .redirectError(ProcessBuilder.Redirect.DISCARD)
+                              .start();
+        try {
+            BufferedReader lines = new BufferedReader(new InputStreamReader(top.getInputStream()));
+            String line = lines.readLine(); // it looks by now
+            allocate(target, "created", FEW);
+            long seen = 0;
+            for (int i = 0; i < 1000 && line != null && seen < FEW; i++) {
+                line = lines.readLine();
+                seen += number(line, "\"class\":\"" + FIXTURE + "$Known", "objects");
+            }
+            Check.equal(seen, (long) FEW, "objects in top");
+        } finally {
+            top.destroyForcibly();
+        }
+    }
+
     @Case(fixture = Allocates.class, jvm = {"-XX:+UseSerialGC", "-Xint"})
     static void countsEveryObjectByClassAndMethod(Target target) throws Exception {
         vdk(target, "alloc", "start", "TARGET", "--each", "1");
@@ -97,6 +121,7 @@ public final class AllocationCases {
         // Later ones come by generated code, which is left alone on some JVMs.
         allocate(target, "reflected", 10);
         Check.equal(objects(report(target), FIXTURE + "$Made"), 10L, "objects made by reflection");
+        checkTop(target);
         vdk(target, "alloc", "stop", "TARGET");
         vdk(target, "clear", "TARGET", "--allocations");
         allocate(target, "created", FEW);
