@@ -322,9 +322,8 @@ const std::vector<Command> Table = {
      "file\n"
      "is fetched, appears under that name when it is complete, and leaves the snapshot folder.\n"
      "With --heap the file also holds every object, for `vdk heap`. The application stands still\n"
-     "meanwhile: half a minute and more for ten million objects. Garbage that was not collected "
-     "yet\n"
-     "is in the file too, and costs as much as the rest; --gc collects it first.",
+     "meanwhile: a quarter to half a minute for ten million objects. Garbage that was not\n"
+     "collected yet is in the file too, and costs as much as the rest; --gc collects it first.",
      "vdk snapshot app.jar\nvdk snapshot app.jar --out app.snapshot --compressed\n"
      "vdk snapshot app.jar --heap --out app.snapshot && vdk heap app.snapshot",
      {Target,

@@ -21,6 +21,14 @@ long keyOf(int trn, int frame) {
                              static_cast<unsigned>(frame));
 }
 
+void deleteRow(UserTable* table, int* row, int index) {
+    for (int word = 1; word < table->getRowLength(); word++) {
+        row[word] = 0;
+    }
+    row[0] = -ourDB->currentStamp;
+    table->releaseIndex(index);
+}
+
 class Counting {
 public:
     explicit Counting(UserTable* userTable) : table(userTable) {}
@@ -82,16 +90,6 @@ private:
         }
     }
 
-public:
-    static void deleteRow(UserTable* table, int* row, int index) {
-        for (int word = 1; word < table->getRowLength(); word++) {
-            row[word] = 0;
-        }
-        row[0] = -ourDB->currentStamp;
-        table->releaseIndex(index);
-    }
-
-private:
     UserTable* table;
     ZVector<Sum> sums;
     long lastKey = -1;
@@ -130,7 +128,7 @@ void LiveAllocations::clear() {
     UserTable* const table = ourTable > 0 ? ourDB->getUserTable(ourTable) : nullptr;
     for (int i = 0; table != nullptr && i < table->getCapacity(); i++) {
         if (table->getRecordModificationStamp(i) > 0) {
-            Counting::deleteRow(table, table->getRecord(i, true), i);
+            deleteRow(table, table->getRecord(i, true), i);
         }
     }
 }
