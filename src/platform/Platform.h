@@ -107,8 +107,8 @@ public:
     // them back. They stay mapped; what is in them from now on is undefined until written.
     static void releasePages(void* start, size_t bytes);
 
-    // What was freed and is kept for later goes back to the system, where the allocator does not see
-    // to that by itself. Takes milliseconds, in which other threads may wait for memory.
+    // What was freed and is kept for later goes back to the system, where the allocator does not
+    // see to that by itself. Takes milliseconds, in which other threads may wait for memory.
     static void releaseFreeMemory();
 
     // Text of an errno value, in English where the system can say it so; in the buffer or constant.

@@ -29,8 +29,8 @@ class ObjectEnumerator : public ZLock {
 public:
     ObjectEnumerator() : ZLock("ObjectEnumeratorLock"), worths(1024, AllocationWorth{0, 0, 0}) {}
 
-    // A row for an object that the thread allocated in the frame, with what it counts for; gives its
-    // tag.
+    // A row for an object that the thread allocated in the frame, with what it counts for; gives
+    // its tag.
     int store_allocation_info(const ThreadInfo* thread, int frame, long objects, long bytes);
     // Stores the index of an object in a heap snapshot. The tag is 1 or more.
     void setObjectIndex(int tag, int objectIndex);
