@@ -185,7 +185,8 @@ private:
             }
         }
         console.out << printable(agent.info.sessionName) << " (" << agent.info.pid << ")  "
-                    << formatNs(whole) << " CPU in " << formatNs(int64_t(seconds * 1e9));
+                    << (choices.cpu ? formatNs(whole) + " CPU" : "CPU not sampled") << " in "
+                    << formatNs(int64_t(seconds * 1e9));
         if (sampled.isKnown()) {
             console.out << "  " << sampledText(sampled);
         }
