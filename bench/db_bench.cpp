@@ -1,12 +1,12 @@
 // The database's hot paths beside the plainest code that could do the same: look-up of (thread,
 // frame) pairs, the walk to a child frame, the table stream into memory and back, pattern matching.
 
+#include "core/ground/WildcardMatch.h"
 #include "db/AbstractWriter.h"
 #include "db/DB.h"
 #include "db/Progress.h"
 #include "db/SnapshotCommon.h"
 #include "db/TableStreamReader.h"
-#include "probes/WildcardMatch.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>

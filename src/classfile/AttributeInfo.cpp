@@ -2,6 +2,7 @@
 
 #include "classfile/CodeAttribute.h"
 #include "core/ground/Logger.h"
+#include "core/ground/WildcardMatch.h"
 
 namespace {
 
@@ -111,6 +112,19 @@ void skipElements(DataInput& input, int depth) {
     }
 }
 
+template <typename Test>
+bool anyAnnotations(const AttributeList& attributes, Test test) {
+    for (int i = 0; i < attributes.getSize(); i++) {
+        const AttributeKind kind = attributes[i]->getKind();
+        if ((kind == ATTRIBUTE_RUNTIME_VISIBLE_ANNOTATIONS ||
+             kind == ATTRIBUTE_RUNTIME_INVISIBLE_ANNOTATIONS) &&
+            test(*static_cast<const AnnotationsAttribute*>(attributes[i]))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 AttributeInfo::AttributeInfo(AttributeKind attributeKind, int name, int bytes)
@@ -146,17 +160,59 @@ int ExceptionsAttribute::getClassIndex(int i) const {
     return body.readUnsignedShort();
 }
 
-bool AnnotationsAttribute::hasAnnotation(const ConstantPool& pool,
-                                         const Utf8View& typeDescriptor) const {
+template <typename Test>
+bool AnnotationsAttribute::anyType(const ConstantPool& pool, Test test) const {
     DataInput body = openBody();
     const int count = body.readUnsignedShort();
     for (int i = 0; i < count; i++) {
-        if (pool.getUtf8(body.readUnsignedShort()) == typeDescriptor) {
+        if (test(pool.getUtf8(body.readUnsignedShort()))) {
             return true;
         }
         skipAnnotationElements(body);
     }
     return false;
+}
+
+bool AnnotationsAttribute::hasAnnotation(const ConstantPool& pool,
+                                         const Utf8View& typeDescriptor) const {
+    return anyType(pool, [&](const Utf8View& type) { return type == typeDescriptor; });
+}
+
+bool AnnotationsAttribute::hasMatchingAnnotation(const ConstantPool& pool,
+                                                 const ZString& pattern) const {
+    return anyType(pool, [&](const Utf8View& type) {
+        return wildcardMatch(pattern.c_str(), type.toString().c_str());
+    });
+}
+
+bool hasAnnotation(const AttributeList& attributes, const ConstantPool& pool,
+                   const Utf8View& typeDescriptor) {
+    return anyAnnotations(attributes, [&](const AnnotationsAttribute& annotations) {
+        return annotations.hasAnnotation(pool, typeDescriptor);
+    });
+}
+
+bool hasMatchingAnnotation(const AttributeList& attributes, const ConstantPool& pool,
+                           const ZString& pattern) {
+    return pattern.isEmpty() ||
+           anyAnnotations(attributes, [&](const AnnotationsAttribute& annotations) {
+               return annotations.hasMatchingAnnotation(pool, pattern);
+           });
+}
+
+bool ParameterAnnotationsAttribute::findParameter(int parameter, DataInput& body) const {
+    body = openBody();
+    if (parameter >= body.readUnsignedByte()) {
+        return false;
+    }
+    for (int i = 0; i < parameter; i++) {
+        const int count = body.readUnsignedShort();
+        for (int k = 0; k < count; k++) {
+            body.readUnsignedShort();
+            skipAnnotationElements(body);
+        }
+    }
+    return true;
 }
 
 void skipAnnotationElements(DataInput& input) {

@@ -142,6 +142,12 @@ public:
         : RawAttribute(kind, name, count, body) {}
     // Whether an annotation of this type is there, by its descriptor ("Lp/Name;").
     bool hasAnnotation(const ConstantPool& pool, const Utf8View& typeDescriptor) const;
+    // The same for a pattern that "*" may stand in.
+    bool hasMatchingAnnotation(const ConstantPool& pool, const ZString& pattern) const;
+
+private:
+    template <typename Test>
+    bool anyType(const ConstantPool& pool, Test test) const;
 };
 
 class ParameterAnnotationsAttribute final : public RawAttribute {
@@ -149,6 +155,9 @@ public:
     static constexpr const char* NAME = "RuntimeInvisibleParameterAnnotations";
     ParameterAnnotationsAttribute(int name, int count, const unsigned char* body)
         : RawAttribute(ATTRIBUTE_RUNTIME_INVISIBLE_PARAMETER_ANNOTATIONS, name, count, body) {}
+    // Puts the input in front of the annotations of a parameter, counted from 0: u2 count and the
+    // annotations. False if the attribute ends before it.
+    bool findParameter(int parameter, DataInput& body) const;
 };
 
 // Steps over the element pairs of an annotation: u2 count, then name index and value each.
@@ -158,6 +167,13 @@ void skipAnnotationElementByTag(int tag, DataInput& input);
 
 // A list of attributes as it stands in a class file: u2 count and the attributes.
 using AttributeList = ArenaVector<AttributeInfo*>;
+
+// Whether an annotation among the attributes, visible or not, is of the type ("Lp/Name;"), or of
+// one that matches the pattern. The empty pattern matches everything.
+bool hasAnnotation(const AttributeList& attributes, const ConstantPool& pool,
+                   const Utf8View& typeDescriptor);
+bool hasMatchingAnnotation(const AttributeList& attributes, const ConstantPool& pool,
+                           const ZString& pattern);
 
 class AttributeInfoReader {
 public:

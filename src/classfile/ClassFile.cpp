@@ -160,16 +160,11 @@ bool ClassFile::hasDirectInterface(const Utf8View& name) const {
 }
 
 bool ClassFile::hasAnnotation(const Utf8View& typeDescriptor) {
-    AttributeList& list = getAttributes();
-    for (int i = 0; i < list.getSize(); i++) {
-        const AttributeKind kind = list[i]->getKind();
-        if ((kind == ATTRIBUTE_RUNTIME_VISIBLE_ANNOTATIONS ||
-             kind == ATTRIBUTE_RUNTIME_INVISIBLE_ANNOTATIONS) &&
-            static_cast<AnnotationsAttribute*>(list[i])->hasAnnotation(pool, typeDescriptor)) {
-            return true;
-        }
-    }
-    return false;
+    return ::hasAnnotation(getAttributes(), pool, typeDescriptor);
+}
+
+bool ClassFile::hasMatchingAnnotation(const ZString& pattern) {
+    return pattern.isEmpty() || ::hasMatchingAnnotation(getAttributes(), pool, pattern);
 }
 
 MethodInfo* ClassFile::findMethod(const Utf8View& name, const Utf8View& descriptor) {

@@ -55,6 +55,8 @@ public:
     bool hasDirectInterface(const Utf8View& name) const;
     // Whether the class carries this annotation, visible or not ("Lp/Name;").
     bool hasAnnotation(const Utf8View& typeDescriptor);
+    // The same for a pattern that "*" may stand in; the empty one matches without an annotation.
+    bool hasMatchingAnnotation(const ZString& pattern);
 
     // First method with this name and descriptor, or null.
     MethodInfo* findMethod(const Utf8View& name, const Utf8View& descriptor);

@@ -95,17 +95,12 @@ void MethodInfo::moveAttributesTo(MethodInfo* other) {
 }
 
 bool MethodInfo::hasAnnotation(const Utf8View& typeDescriptor) {
-    parseAttributes();
-    for (int i = 0; i < attributes.getSize(); i++) {
-        const AttributeKind kind = attributes[i]->getKind();
-        if ((kind == ATTRIBUTE_RUNTIME_VISIBLE_ANNOTATIONS ||
-             kind == ATTRIBUTE_RUNTIME_INVISIBLE_ANNOTATIONS) &&
-            static_cast<AnnotationsAttribute*>(attributes[i])
-                ->hasAnnotation(classFile->getConstantPool(), typeDescriptor)) {
-            return true;
-        }
-    }
-    return false;
+    return ::hasAnnotation(getAttributes(), classFile->getConstantPool(), typeDescriptor);
+}
+
+bool MethodInfo::hasMatchingAnnotation(const ZString& pattern) {
+    return pattern.isEmpty() ||
+           ::hasMatchingAnnotation(getAttributes(), classFile->getConstantPool(), pattern);
 }
 
 void MethodInfo::getParameterTypes(ZVectorSafe<ZString>& out) const {

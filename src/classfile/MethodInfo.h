@@ -52,6 +52,8 @@ public:
     void moveAttributesTo(MethodInfo* other);
     // Whether the method carries this annotation, visible or not ("Lp/Name;").
     bool hasAnnotation(const Utf8View& typeDescriptor);
+    // The same for a pattern that "*" may stand in; the empty one matches without an annotation.
+    bool hasMatchingAnnotation(const ZString& pattern);
 
     void getParameterTypes(ZVectorSafe<ZString>& out) const;
     ZString getReturnType() const;

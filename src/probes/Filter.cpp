@@ -2,10 +2,10 @@
 
 #include "core/ground/ConfigFile.h"
 #include "core/ground/Options.h"
+#include "core/ground/WildcardMatch.h"
 #include "db/DB.h"
 #include "probes/FilterDefaults.h"
 #include "probes/SignatureUtil.h"
-#include "probes/WildcardMatch.h"
 
 #include <cstdlib>
 #include <cstring>

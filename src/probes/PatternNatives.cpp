@@ -1,5 +1,5 @@
+#include "core/ground/WildcardMatch.h"
 #include "core/jvm/NativeEntry.h"
-#include "probes/WildcardMatch.h"
 
 #include <jni.h>
 

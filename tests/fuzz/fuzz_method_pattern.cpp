@@ -2,9 +2,9 @@
 // pattern, the rest the text that it is matched with.
 
 #include "core/ground/Logger.h"
+#include "core/ground/WildcardMatch.h"
 #include "probes/Filter.h"
 #include "probes/SignatureUtil.h"
-#include "probes/WildcardMatch.h"
 
 #include <cstddef>
 #include <cstdint>

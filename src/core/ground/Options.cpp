@@ -13,13 +13,18 @@
 #include <unistd.h>
 
 const char* const ourBuiltInProbes[] = {
-    "com.vandrik.probes.builtin.AWTEvents",         "com.vandrik.probes.builtin.Databases",
-    "com.vandrik.probes.builtin.FileStreams",       "com.vandrik.probes.builtin.FileChannels",
-    "com.vandrik.probes.builtin.JUnitTests",        "com.vandrik.probes.builtin.Processes",
-    "com.vandrik.probes.builtin.RandomAccessFiles", "com.vandrik.probes.builtin.Servlets",
-    "com.vandrik.probes.builtin.Sockets",           "com.vandrik.probes.builtin.Threads",
+    "com.vandrik.probes.builtin.AWTEvents",
+    "com.vandrik.probes.builtin.Databases",
+    "com.vandrik.probes.builtin.FileStreams",
+    "com.vandrik.probes.builtin.FileChannels",
+    "com.vandrik.probes.builtin.JUnitTests",
+    "com.vandrik.probes.builtin.Processes",
+    "com.vandrik.probes.builtin.RandomAccessFiles",
+    "com.vandrik.probes.builtin.Servlets",
+    "com.vandrik.probes.builtin.Sockets",
+    "com.vandrik.probes.builtin.Threads",
+    nullptr,
 };
-const int ourBuiltInProbeCount = sizeof ourBuiltInProbes / sizeof ourBuiltInProbes[0];
 
 // Made at load and never destroyed: the JVM's own threads may read it to the very end.
 Options* ourOptions = new Options();
@@ -175,14 +180,14 @@ void Options::addProbe(const ZString& name) {
 }
 
 void Options::addBuiltInProbes() {
-    for (const char* name : ourBuiltInProbes) {
-        addProbe(name);
+    for (const char* const* name = ourBuiltInProbes; *name != nullptr; name++) {
+        addProbe(*name);
     }
 }
 
 void Options::removeBuildInProbes() {
-    for (const char* name : ourBuiltInProbes) {
-        removeProbe(name);
+    for (const char* const* name = ourBuiltInProbes; *name != nullptr; name++) {
+        removeProbe(*name);
     }
 }
 
@@ -239,10 +244,10 @@ bool Options::disableAll(const ZString& value) {
 
 bool Options::probe(const ZString& value) {
     if (value.startsWith(".")) {
-        for (const char* name : ourBuiltInProbes) {
-            if (ZString(name).endsWith(value.c_str())) {
-                addProbe(name);
-                namedProbes.push(name);
+        for (const char* const* name = ourBuiltInProbes; *name != nullptr; name++) {
+            if (ZString(*name).endsWith(value.c_str())) {
+                addProbe(*name);
+                namedProbes.push(*name);
                 return true;
             }
         }

@@ -141,9 +141,8 @@ private:
     bool optionsFile(const ZString& value);
 };
 
-// The probes that are registered unless an option says otherwise, in table order.
+// The probes that are registered unless an option says otherwise, in table order; a null ends them.
 extern const char* const ourBuiltInProbes[];
-extern const int ourBuiltInProbeCount;
 
 // The options of this process. Made when the library is loaded, never destroyed.
 extern Options* ourOptions;

@@ -191,7 +191,7 @@ TEST_F(ClassFileTest, replacementIsNotScannedAgain) {
     EXPECT_EQ(parsed.classFile.getMethods()[0]->getName(), "overover");
 }
 
-TEST_F(ClassFileTest, annotationsAreFoundByType) {
+TEST_F(ClassFileTest, annotationsAreFoundByTypeAndPattern) {
     B builder(52);
     const int type = builder.utf8("Lp/Mark;");
     const int other = builder.utf8("Lp/Other;");
@@ -201,10 +201,20 @@ TEST_F(ClassFileTest, annotationsAreFoundByType) {
                              B::u2(1) + "I" + B::u2(1) + B::u2(type) + B::u2(0);
     builder.addMethod(0x401, "marked", "()V", {{"RuntimeVisibleAnnotations", body}});
     builder.addMethod(0x401, "plain", "()V");
-    ParsedClass parsed(builder.build());
-    EXPECT_TRUE(parsed.classFile.getMethods()[0]->hasAnnotation("Lp/Mark;"));
-    EXPECT_FALSE(parsed.classFile.getMethods()[0]->hasAnnotation("Lp/None;"));
-    EXPECT_FALSE(parsed.classFile.getMethods()[1]->hasAnnotation("Lp/Mark;"));
+    ParsedClass parsed(builder.build(0x21, {{"RuntimeInvisibleAnnotations", body}}));
+    MethodInfo* const marked = parsed.classFile.getMethods()[0];
+    MethodInfo* const plain = parsed.classFile.getMethods()[1];
+    EXPECT_TRUE(marked->hasAnnotation("Lp/Mark;"));
+    EXPECT_FALSE(marked->hasAnnotation("Lp/None;"));
+    EXPECT_FALSE(plain->hasAnnotation("Lp/Mark;"));
+    EXPECT_TRUE(parsed.classFile.hasAnnotation("Lp/Mark;"));
+    for (const char* const pattern : {"Lp/Mark;", "Lp/*ark;", "*", ""}) {
+        EXPECT_TRUE(marked->hasMatchingAnnotation(pattern)) << pattern;
+        EXPECT_TRUE(parsed.classFile.hasMatchingAnnotation(pattern)) << pattern;
+        EXPECT_EQ(pattern == std::string(), plain->hasMatchingAnnotation(pattern)) << pattern;
+    }
+    EXPECT_FALSE(marked->hasMatchingAnnotation("Lp/*x;"));
+    EXPECT_FALSE(parsed.classFile.hasMatchingAnnotation("p/Mark"));
 }
 
 TEST_F(ClassFileTest, strippingNotesModernConstants) {

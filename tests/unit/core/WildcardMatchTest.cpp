@@ -1,4 +1,4 @@
-#include "probes/WildcardMatch.h"
+#include "core/ground/WildcardMatch.h"
 
 #include <chrono>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "probes/WildcardMatch.h"
+#include "core/ground/WildcardMatch.h"
 
 // Greedy matching with one point to go back to: when a piece behind a star does not fit, the star
 // takes one byte more. An earlier star never has to be tried again, since whatever it could take,
