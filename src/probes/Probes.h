@@ -1,10 +1,37 @@
 #pragma once
 
 #include "core/ground/ZString.h"
+#include "probes/ProbeCreationResult.h"
+#include "probes/ProbeDescriptor.h"
 
-// Probes: where the classes of probes are looked up.
+// Probes: the list of probes, and the ways into and out of it. Everything that touches the list
+// wants ourLock: classes that load are compared with it. Making descriptors touches the result
+// alone.
 class Probes {
 public:
+    // Makes the descriptor of one class file, unless the class is no probe; what is wrong with it
+    // stands in the result. The slashed name goes to className if that is not null.
+    static void createProbeDescriptor(const ZVector<unsigned char>* bytes, PROBE_STATUS status,
+                                      ProbeCreationResult* result, ZString* className = nullptr);
+    // The same for the classes of these slashed names, and those nested in them, wherever on the
+    // class path they are. A name that leads to no probe is an error.
+    static void createProbeDescriptors(const ZVectorSafe<ZString>& classNames, PROBE_STATUS status,
+                                       ProbeCreationResult* result);
+
+    // Moves the descriptors of a result that is OK to the list, in the place of those of the same
+    // classes. Replacing is a warning; where that counts as an error, nothing is added.
+    static void addProbes(ProbeCreationResult* result);
+    // Takes the probe of a slashed name and those nested in it out of the list, or marks them where
+    // classes have them; their names are pushed on removed. True if classes must be woven anew.
+    static bool removeProbes(const ZString& className, ZVectorSafe<ZString>& removed);
+    // Pushes the dotted names of the top classes of all probes in force, each once, behind the
+    // built-in ones if those are wanted.
+    static void getTopProbeClasses(ZVectorSafe<ZString>& list, bool withBuiltIn);
+
+    // Dotted names, ended by null.
+    static const char* const* const ourBuiltInProbes;
+    // The live list; it owns its descriptors.
+    static ZVector<ProbeDescriptor*>& ourProbeDescriptors;
     // The runtime archive first, then the elements of the class path options in their order. Filled
     // during the load, extended under ourLock, never destroyed.
     static ZVectorSafe<ZString>& ourProbeClassPathElements;

@@ -1,7 +1,8 @@
 // Class files as any program may hand them to the JVM: parser, frame decoder and writer. What was
-// encoded anew must parse again.
+// encoded anew must parse again. A class that is named as a probe gives errors, never an exception.
 
 #include "classfile/ClassFile.h"
+#include "probes/Probes.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -21,10 +22,18 @@ void encode(const unsigned char* bytes, int length, ZVector<unsigned char>& outp
     }
 }
 
+void readAsProbe(const unsigned char* bytes, int length) {
+    ZVector<unsigned char> input(length + 1);
+    memcpy(input.extend(length), bytes, static_cast<size_t>(length));
+    ProbeCreationResult result;
+    Probes::createProbeDescriptor(&input, PROBE_ADDED, &result);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count) {
     Logger::setSink([](const char*) {});
+    readAsProbe(bytes, static_cast<int>(count));
     ZVector<unsigned char> first(64);
     try {
         encode(bytes, static_cast<int>(count), first);

@@ -1,0 +1,155 @@
+// From the names of probe classes to their class files.
+
+#include "core/ground/ConfigFile.h"
+#include "core/ground/Logger.h"
+#include "probes/FileSearch.h"
+#include "probes/Probes.h"
+#include "probes/ZipArchive.h"
+
+#include <cstring>
+
+namespace {
+
+bool isClassOrNested(const Utf8View& entry, const ZString& className) {
+    if (entry == className + ".class") {
+        return true;
+    }
+    const ZString prefix = className + "$";
+    return entry.startsWith(prefix.c_str()) && entry.endsWith(".class");
+}
+
+// Looks for classes in one element of the class path after the other.
+class ProbeSearch {
+public:
+    ProbeSearch(const ZVectorSafe<ZString>& classNames, PROBE_STATUS newStatus,
+                ProbeCreationResult* target)
+        : status(newStatus), result(target) {
+        for (int i = 0; i < classNames.getSize(); i++) {
+            pending.push(classNames[i]);
+        }
+    }
+
+    bool isDone() const { return pending.isEmpty(); }
+
+    void searchDirectory(const ZString& directory) {
+        for (int i = 0; i < pending.getSize();) {
+            ZVectorSafe<ZString> files;
+            FileSearch::findClasses(directory, pending[i], &files);
+            for (int k = 0; k < files.getSize(); k++) {
+                readClass(files[k]);
+            }
+            if (files.isEmpty()) {
+                i++;
+            } else {
+                pending.removeRange(i, i + 1);
+            }
+        }
+    }
+
+    void searchArchive(const ZString& path) {
+        const ZipArchive zip(path);
+        if (!zip.isOpen()) {
+            Logger::message(ZString("No folder and no archive for probes: ") + path);
+            return;
+        }
+        ZVector<bool> matched;
+        for (int i = 0; i < pending.getSize(); i++) {
+            matched.push(false);
+        }
+        for (int entry = 0; entry < zip.getEntryCount(); entry++) {
+            if (noteMatches(zip.getName(entry), matched)) {
+                readEntry(zip, entry, path);
+            }
+        }
+        for (int i = pending.getSize() - 1; i >= 0; i--) {
+            if (matched[i]) {
+                pending.removeRange(i, i + 1);
+            }
+        }
+    }
+
+    void reportMissing() const {
+        for (int i = 0; i < pending.getSize(); i++) {
+            result->addError(pending[i], "class not found");
+        }
+    }
+
+private:
+    bool noteMatches(const Utf8View& entry, ZVector<bool>& matched) const {
+        bool any = false;
+        for (int i = 0; i < pending.getSize(); i++) {
+            if (isClassOrNested(entry, pending[i])) {
+                matched.set(i, true);
+                any = true;
+            }
+        }
+        return any;
+    }
+
+    void readClass(const ZString& path) {
+        ZString content;
+        if (!readFile(path, &content)) {
+            result->addError(ZString("failed to read ") + path);
+            return;
+        }
+        ZVector<unsigned char> bytes(content.getLength() + 1);
+        memcpy(bytes.extend(content.getLength()), content.c_str(),
+               static_cast<size_t>(content.getLength()));
+        Probes::createProbeDescriptor(&bytes, status, result);
+    }
+
+    void readEntry(const ZipArchive& zip, int entry, const ZString& path) {
+        ZVector<unsigned char> bytes;
+        if (unzipEntryToVector(zip, zip.getSize(entry), entry, bytes)) {
+            Probes::createProbeDescriptor(&bytes, status, result);
+        } else {
+            result->addError(ZString("unzip failed: ") + zip.getName(entry).toString() + " in " +
+                             path);
+        }
+    }
+
+    const PROBE_STATUS status;
+    ProbeCreationResult* const result;
+    ZVectorSafe<ZString> pending;
+};
+
+bool isProbeAmong(const ZVector<ProbeDescriptor*>& descriptors, const ZString& className) {
+    const ZString nestedPrefix = className + "$";
+    for (int i = 0; i < descriptors.getSize(); i++) {
+        const ZString& probeClass = descriptors[i]->probeClass;
+        if (probeClass == className || probeClass.startsWith(nestedPrefix.c_str())) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+void Probes::createProbeDescriptors(const ZVectorSafe<ZString>& classNames, PROBE_STATUS status,
+                                    ProbeCreationResult* result) {
+    Logger::assertNotNULL(result, VDK_HERE);
+    ProbeSearch search(classNames, status, result);
+    for (int i = 0; i < ourProbeClassPathElements.getSize() && !search.isDone(); i++) {
+        const ZString& element = ourProbeClassPathElements[i];
+        if (FileSearch::isDirectory(element)) {
+            search.searchDirectory(element);
+        } else {
+            search.searchArchive(element);
+        }
+    }
+    search.reportMissing();
+    if (!result->isOK()) {
+        return;
+    }
+    ZString withoutProbe;
+    for (int i = 0; i < classNames.getSize(); i++) {
+        if (!isProbeAmong(result->descriptors, classNames[i])) {
+            withoutProbe.append(withoutProbe.isEmpty() ? "" : ", ");
+            withoutProbe.append(classNames[i]);
+        }
+    }
+    if (!withoutProbe.isEmpty()) {
+        result->addError(ZString("no probes found among these classes: ") + withoutProbe);
+    }
+}
