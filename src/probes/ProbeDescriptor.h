@@ -24,6 +24,7 @@ struct CallbackParameter {
 };
 
 // How far the classes have followed a change in the list of probes.
+// NOLINTNEXTLINE(readability-identifier-naming): the name that the statuses go by
 enum PROBE_STATUS : int {
     PROBE_IN_FORCE = 0, // woven into every class it applies to
     PROBE_ADDED = 1,    // loaded classes may still need weaving
