@@ -10,6 +10,9 @@
 
 namespace {
 
+const unsigned char* ourArchiveBytes = nullptr;
+long ourArchiveByteCount = 0;
+
 bool isClassOrNested(const Utf8View& entry, const ZString& className) {
     if (entry == className + ".class") {
         return true;
@@ -46,8 +49,8 @@ public:
         }
     }
 
-    void searchArchive(const ZString& path) {
-        const ZipArchive zip(path);
+    // path: for messages.
+    void searchArchive(const ZipArchive& zip, const ZString& path) {
         if (!zip.isOpen()) {
             Logger::message(ZString("No folder and no archive for probes: ") + path);
             return;
@@ -126,16 +129,25 @@ bool isProbeAmong(const ZVector<ProbeDescriptor*>& descriptors, const ZString& c
 
 } // namespace
 
+void Probes::setRuntimeArchive(const unsigned char* bytes, long count) {
+    ourArchiveBytes = bytes;
+    ourArchiveByteCount = count;
+}
+
 void Probes::createProbeDescriptors(const ZVectorSafe<ZString>& classNames, PROBE_STATUS status,
                                     ProbeCreationResult* result) {
     Logger::assertNotNULL(result, VDK_HERE);
     ProbeSearch search(classNames, status, result);
+    if (ourArchiveBytes != nullptr) {
+        search.searchArchive(ZipArchive(ourArchiveBytes, ourArchiveByteCount),
+                             "the agent's library");
+    }
     for (int i = 0; i < ourProbeClassPathElements.getSize() && !search.isDone(); i++) {
         const ZString& element = ourProbeClassPathElements[i];
         if (FileSearch::isDirectory(element)) {
             search.searchDirectory(element);
         } else {
-            search.searchArchive(element);
+            search.searchArchive(ZipArchive(element), element);
         }
     }
     search.reportMissing();

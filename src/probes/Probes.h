@@ -18,6 +18,10 @@ public:
     static void createProbeDescriptors(const ZVectorSafe<ZString>& classNames, PROBE_STATUS status,
                                        ProbeCreationResult* result);
 
+    // Where the runtime archive cannot be had as a file that nobody else may change: its bytes,
+    // which are searched before the class path. They stay as they are for the life of the process.
+    static void setRuntimeArchive(const unsigned char* bytes, long count);
+
     // Moves the descriptors of a result that is OK to the list, in the place of those of the same
     // classes. Replacing is a warning; where that counts as an error, nothing is added.
     static void addProbes(ProbeCreationResult* result);
@@ -32,7 +36,7 @@ public:
     static const char* const* const ourBuiltInProbes;
     // The live list; it owns its descriptors.
     static ZVector<ProbeDescriptor*>& ourProbeDescriptors;
-    // The runtime archive first, then the elements of the class path options in their order. Filled
-    // during the load, extended under ourLock, never destroyed.
+    // The runtime archive first, if it is a file, then the elements of the class path options in
+    // their order. Filled during the load, extended under ourLock, never destroyed.
     static ZVectorSafe<ZString>& ourProbeClassPathElements;
 };

@@ -47,13 +47,21 @@ long number8(const unsigned char* at) {
 
 ZipArchive::ZipArchive(const ZString& path)
     // Not blocking: a named pipe may stand in the place of the file.
-    : fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)), fileSize(0),
-      opened(false) {
+    : fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)), memory(nullptr),
+      fileSize(0), opened(false) {
     struct stat status;
-    if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-        return;
+    if (fd >= 0 && fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
+        fileSize = status.st_size;
+        open();
     }
-    fileSize = status.st_size;
+}
+
+ZipArchive::ZipArchive(const unsigned char* bytes, long count)
+    : fd(-1), memory(bytes), fileSize(count), opened(false) {
+    open();
+}
+
+void ZipArchive::open() {
     Place place;
     opened = findDirectory(&place) && readDirectory(place);
 }
@@ -70,8 +78,14 @@ Utf8View ZipArchive::getName(int entryIndex) const {
 }
 
 bool ZipArchive::readAt(long offset, void* buffer, int count) const {
-    return offset >= 0 && offset <= fileSize - count &&
-           pread(fd, buffer, static_cast<size_t>(count), offset) == count;
+    if (offset < 0 || offset > fileSize - count) {
+        return false;
+    }
+    if (memory != nullptr) {
+        memcpy(buffer, memory + offset, static_cast<size_t>(count));
+        return true;
+    }
+    return pread(fd, buffer, static_cast<size_t>(count), offset) == count;
 }
 
 // The end record is the last thing of the file, but for a comment of up to 64 KB.

@@ -9,6 +9,8 @@
 class ZipArchive {
 public:
     explicit ZipArchive(const ZString& path);
+    // An archive in memory that stays as it is.
+    ZipArchive(const unsigned char* bytes, long count);
     ~ZipArchive();
     ZipArchive(const ZipArchive&) = delete;
     ZipArchive& operator=(const ZipArchive&) = delete;
@@ -39,6 +41,7 @@ private:
         long base; // of the archive: something may stand before it
     };
 
+    void open();
     bool readAt(long offset, void* buffer, int count) const;
     bool findDirectory(Place* place) const;
     bool findLargeDirectory(long endRecord, Place* place) const;
@@ -48,6 +51,7 @@ private:
     bool inflateTo(const Entry& entry, long offset, ZVector<unsigned char>& out) const;
 
     int fd;
+    const unsigned char* memory; // null for a file
     long fileSize;
     bool opened;
     ZVector<unsigned char> directory;

@@ -134,6 +134,15 @@ bool mustDefineClasses(const RuntimeArchiveFile& file, const JvmArguments& argum
     return !file.isUsable || isAttached() || arguments.mayUseApplicationArchive();
 }
 
+// The file may be missing, or another user's.
+void searchProbesInMemory() {
+    long count = 0;
+    for (int part = 0; part < ourCallbackJarPartCount; part++) {
+        count += ourCallbackJarPartSizes[part];
+    }
+    Probes::setRuntimeArchive(ourCallbackJarParts[0], count);
+}
+
 bool bringRuntimeClasses(const JvmArguments& arguments) {
     const bool isNamed = !ourOptions->tmpDir.isEmpty();
     const RuntimeArchiveFile file =
@@ -147,7 +156,11 @@ bool bringRuntimeClasses(const JvmArguments& arguments) {
     } else {
         CHECK_JVMTI(ourJVMTI->AddToBootstrapClassLoaderSearch(file.path.c_str()));
     }
-    Probes::ourProbeClassPathElements.push(file.path);
+    if (file.isUsable) {
+        Probes::ourProbeClassPathElements.push(file.path);
+    } else {
+        searchProbesInMemory();
+    }
     return true;
 }
 

@@ -300,6 +300,13 @@ TEST_F(ProbeRegistration, findsClassesAndThoseNestedInThemInFoldersAndArchives) 
     ProbeCreationResult stored;
     search(VDK_RUNTIME_ARCHIVE, {"com/vandrik/probes/Table"}, &stored);
     EXPECT_STREQ("com.vandrik.probes.Table", stored.getScannedClasses().c_str());
+    const std::string archive = readBinaryFile(VDK_RUNTIME_ARCHIVE);
+    Probes::setRuntimeArchive(reinterpret_cast<const unsigned char*>(archive.data()),
+                              static_cast<long>(archive.size()));
+    ProbeCreationResult inMemory;
+    search("/no/such/folder", {"com/vandrik/probes/Table"}, &inMemory);
+    Probes::setRuntimeArchive(nullptr, 0);
+    EXPECT_STREQ("com.vandrik.probes.Table", inMemory.getScannedClasses().c_str());
     std::filesystem::create_directory(folder + "/Faults$Folder.class");
     ProbeCreationResult unreadable;
     search(folder, {"Faults"}, &unreadable);
