@@ -40,6 +40,10 @@ public:
     ArenaVector<FieldInfo*>& getFields();
     AttributeList& getAttributes();
     int getMajorVersion() const { return majorVersion; }
+    // Raises the version to this one if it is below.
+    void ensureMajorVersion(int version) {
+        majorVersion = majorVersion < version ? version : majorVersion;
+    }
     int getMinorVersion() const { return minorVersion; }
     int getAccessFlags() const { return accessFlags; }
     int getThisClass() const { return thisClass; }

@@ -140,8 +140,10 @@ void CodeAttribute::removeAttribute(int i) {
 int CodeAttribute::getCorrectExceptionHandlerIndex(int pc) const {
     int end = codeLength;
     for (int i = 0; i < exceptionTable.getSize(); i++) {
-        if (exceptionTable[i].startPc < pc && exceptionTable[i].endPc < end) {
-            end = exceptionTable[i].endPc;
+        const ExceptionTableElement& row = exceptionTable[i];
+        // A constructor may have whole ranges ahead of its super call.
+        if (row.startPc < pc && row.endPc > pc && row.endPc < end) {
+            end = row.endPc;
         }
     }
     return end;

@@ -5,7 +5,7 @@
 CodeRewrite::CodeRewrite(CodeAttribute* attribute, ClassArena& scratch, bool containsSwitch)
     : arena(scratch), oldCode(attribute->getCode()), oldLength(attribute->getCodeLength()),
       hasSwitch(containsSwitch), corrected(nullptr), map(nullptr), prefixLength(0), added(0),
-      offsets(scratch), insertions(scratch) {}
+      offsets(scratch), insertions(scratch), inFront{nullptr, 0}, behind{nullptr, 0} {}
 
 void CodeRewrite::fillMap(int from, int to, int shift) {
     for (int i = from; i < to; i++) {
@@ -43,9 +43,18 @@ void collectBranchOperands(const unsigned char* code, int length, int position,
     }
 }
 
+void CodeRewrite::setBlock(int kind, const unsigned char* bytes, int length) {
+    Logger::assertTrue(isBlock(kind) && length >= 0 && (!hasSwitch || length % 4 == 0), VDK_HERE);
+    (kind == INSERT_BLOCK ? inFront : behind) = {bytes, length};
+}
+
+int CodeRewrite::lengthOf(int kind) const {
+    return isBlock(kind) ? blockOf(kind).length : insertionLength(kind, hasSwitch);
+}
+
 int CodeRewrite::addInsertion(int kind, int position, int instructionLength) {
     insertions.push({kind, position, instructionLength});
-    added += insertionLength(kind, hasSwitch);
+    added += lengthOf(kind);
     return insertions.getSize() - 1;
 }
 
@@ -100,7 +109,7 @@ bool CodeRewrite::updateOffsets(int prefix, ZSet<int>* longJumps) {
         const int behind = insertion.position + insertion.length;
         fillMap(from, behind, shift);
         from = behind;
-        shift += insertionLength(insertion.kind, hasSwitch);
+        shift += lengthOf(insertion.kind);
     }
     fillMap(from, oldLength + 1, shift);
     if (offsets.getSize() == 0) {
@@ -113,10 +122,10 @@ bool CodeRewrite::updateOffsets(int prefix, ZSet<int>* longJumps) {
 }
 
 unsigned char* CodeRewrite::assemble(ClassArena& target, const References& references, int methodId,
-                                     int variable) {
+                                     int variable, int suffix) {
     Logger::assertNotNULL(corrected, VDK_HERE);
     const int newLength = prefixLength + getNewLength();
-    unsigned char* const newCode = target.allocateArray<unsigned char>(newLength);
+    unsigned char* const newCode = target.allocateArray<unsigned char>(newLength + suffix);
     int from = 0;
     int to = prefixLength;
     for (int i = 0; i < insertions.getSize(); i++) {
@@ -126,6 +135,12 @@ unsigned char* CodeRewrite::assemble(ClassArena& target, const References& refer
         memcpy(newCode + to, corrected + from, static_cast<size_t>(end - from));
         to += end - from;
         from = end;
+        if (isBlock(insertion.kind)) {
+            const Block& block = blockOf(insertion.kind);
+            memcpy(newCode + to, block.bytes, static_cast<size_t>(block.length));
+            to += block.length;
+            continue;
+        }
         const int call = insertion.kind == INSERT_CATCH     ? references.handler
                          : insertion.kind == INSERT_CREATED ? references.created
                          : insertion.kind == INSERT_CAUGHT  ? references.caught

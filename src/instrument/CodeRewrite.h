@@ -47,6 +47,9 @@ public:
             collectBranchOperands(oldCode, oldLength, position, offsets);
         }
     }
+    // The code of the insertions of one of the two kinds of blocks; it must outlive this object.
+    // With a switch in the code its length is a multiple of 4.
+    void setBlock(int kind, const unsigned char* bytes, int length);
     // Notes an insertion at the instruction at `position`; gives its number. Of those in front of
     // an instruction only the first byte of it matters: instructionLength is 1.
     int addInsertion(int kind, int position, int instructionLength);
@@ -68,14 +71,21 @@ public:
     // Fills the map, with `prefix` bytes in front of everything, and corrects all operands. False
     // if a 16-bit one overflows; their instructions are in longJumps then, unless that is null.
     bool updateOffsets(int prefix, ZSet<int>* longJumps);
-    // The new code with the prefix left free at its start; it lies in `target`. Call once, after
-    // updateOffsets.
+    // The new code with the prefix left free at its start and `suffix` bytes behind its end; it
+    // lies in `target`. Call once, after updateOffsets.
     unsigned char* assemble(ClassArena& target, const References& references, int methodId,
-                            int variable);
+                            int variable, int suffix = 0);
     // Where old positions lie in the new code.
     CodeOffsets getOffsets() const { return CodeOffsets(map, oldLength); }
 
 private:
+    struct Block {
+        const unsigned char* bytes;
+        int length;
+    };
+    static bool isBlock(int kind) { return kind == INSERT_BLOCK || kind == INSERT_BLOCK_BEHIND; }
+    const Block& blockOf(int kind) const { return kind == INSERT_BLOCK ? inFront : behind; }
+    int lengthOf(int kind) const;
     void fillMap(int from, int to, int shift);
 
     ClassArena& arena;
@@ -88,6 +98,8 @@ private:
     int added; // bytes inserted so far, without the prefix
     OffsetTable offsets;
     ArenaVector<Insertion> insertions;
+    Block inFront;
+    Block behind;
 };
 
 // Corrects every operand of the table in `code` for the map's new positions. A 16-bit operand that

@@ -17,7 +17,10 @@ enum InsertionKind : int {
     INSERT_CALL_CANCELLED = 7,  // the same, cancelled after its place was reserved: nops
     INSERT_CATCH = 8,           // catch call in front of the first instruction of a handler
     INSERT_CREATED = 9,         // in front of a return of a constructor, with its object
-    INSERT_CAUGHT = 10 // in front of the first instruction of a `catch`, with its exception
+    INSERT_CAUGHT = 10, // in front of the first instruction of a `catch`, with its exception
+    // Code that the caller of CodeRewrite brings along.
+    INSERT_BLOCK_BEHIND = 0,
+    INSERT_BLOCK = 11 // in front
 };
 
 constexpr int NEW_DUP_LENGTH = 4;

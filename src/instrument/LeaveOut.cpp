@@ -62,6 +62,7 @@ const char* const OUTCOME_TEXTS[METHOD_OUTCOME_COUNT] = {
     "branch out of reach",
     "stack or locals at their limit",
     "unknown code attribute",
+    "types not known",
 };
 
 } // namespace

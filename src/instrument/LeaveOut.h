@@ -19,6 +19,7 @@ enum MethodOutcome : int {
     METHOD_OUTCOME_BRANCH_OVERFLOW,  // a branch would not reach, and widening it is not possible
     METHOD_OUTCOME_LIMITS,           // no room in max_stack or max_locals
     METHOD_OUTCOME_OPAQUE_ATTRIBUTE, // an attribute of its code may hold positions we don't know
+    METHOD_OUTCOME_UNKNOWN_TYPES, // of locals or the stack where inserted code branches or returns
     METHOD_OUTCOME_COUNT
 };
 const char* methodOutcomeText(MethodOutcome outcome);

@@ -3,29 +3,16 @@
 #include "classfile/OpCodes.h"
 #include "core/ground/JavaNames.h"
 #include "instrument/BranchWidening.h"
+#include "instrument/MethodLimits.h"
 #include "instrument/StackDepths.h"
 
 namespace {
-
-// Local variables of all frames of a method together, above which its frames stay as they are.
-constexpr long MOST_FRAME_VARIABLES = 1 << 22;
 
 int findOrCreateCall(ClassFile* classFile, int classIndex, const char* name,
                      const char* descriptor) {
     const int nameIndex = classFile->findOrCreateUtf8(name);
     return classFile->findOrCreateMethodRef(classIndex, nameIndex,
                                             classFile->findOrCreateUtf8(descriptor));
-}
-
-int argumentSlots(const MethodInfo* method) {
-    return DescriptorTypes::parameterSlots(method->getDescriptor()) + (method->isStatic() ? 0 : 1);
-}
-
-// Allocation calls add a local variable to every frame, which is decoded and filled up to there.
-bool framesFitMemory(const CodeAttribute* attribute) {
-    const StackMapTableAttribute* const raw = attribute->getRawFrames();
-    return raw == nullptr ||
-           static_cast<long>(raw->getCount()) * attribute->getMaxLocals() <= MOST_FRAME_VARIABLES;
 }
 
 // The next shorter form of a method that is too long: what was added last goes first, so that the

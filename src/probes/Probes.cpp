@@ -2,12 +2,32 @@
 
 #include "core/ground/Logger.h"
 #include "core/ground/Options.h"
+#include "core/ground/WildcardMatch.h"
 
 const char* const* const Probes::ourBuiltInProbes = ::ourBuiltInProbes;
 ZVector<ProbeDescriptor*>& Probes::ourProbeDescriptors = *new ZVector<ProbeDescriptor*>();
 ZVectorSafe<ZString>& Probes::ourProbeClassPathElements = *new ZVectorSafe<ZString>();
 
 namespace {
+
+const char* const PROTECTED_PREFIXES[] = {"java.security.AccessController",
+                                          "java.util.ResourceBundle",
+                                          "sun.misc.",
+                                          "sun.util.",
+                                          "sun.nio.cs.",
+                                          "java.lang.",
+                                          "sun.reflect.",
+                                          "java.util.",
+                                          "java.security.",
+                                          "com.ibm.",
+                                          "com.vandrik.Constants",
+                                          "com.vandrik.probes.",
+                                          "com.vandrik.runtime.",
+                                          "com.vandrik.util.Asserts",
+                                          "com.vandrik.util.Strings",
+                                          "com.vandrik.util.ThreadUtil",
+                                          "org.apache.tools.ant.taskdefs",
+                                          "org.netbeans.TopSecurityManager"};
 
 ZString dotted(const ZString& className) {
     ZString name = className;
@@ -101,4 +121,16 @@ void Probes::getTopProbeClasses(ZVectorSafe<ZString>& list, bool withBuiltIn) {
             pushOnce(list, nested < 0 ? name : name.substring(0, nested));
         }
     }
+}
+
+bool Probes::isProbeApplicable(const ZString& className, const ZString& classPattern) {
+    if (!wildcardMatch(classPattern.c_str(), className.c_str())) {
+        return false;
+    }
+    for (const char* const prefix : PROTECTED_PREFIXES) {
+        if (className.startsWith(prefix) && !classPattern.startsWith(prefix)) {
+            return false;
+        }
+    }
+    return true;
 }

@@ -28,6 +28,10 @@ public:
     // Takes the probe of a slashed name and those nested in it out of the list, or marks them where
     // classes have them; their names are pushed on removed. True if classes must be woven anew.
     static bool removeProbes(const ZString& className, ZVectorSafe<ZString>& removed);
+    // Whether a pattern of classes accepts this one; both dotted. A class of a protected package is
+    // accepted only by a pattern that spells the package out.
+    static bool isProbeApplicable(const ZString& className, const ZString& classPattern);
+
     // Pushes the dotted names of the top classes of all probes in force, each once, behind the
     // built-in ones if those are wanted.
     static void getTopProbeClasses(ZVectorSafe<ZString>& list, bool withBuiltIn);

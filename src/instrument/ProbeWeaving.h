@@ -1,0 +1,54 @@
+#pragma once
+
+#include "instrument/AllocationSites.h"
+#include "instrument/LeaveOut.h"
+#include "probes/ProbeDescriptor.h"
+
+// Weaves the calls of a probe's callbacks into the methods that its patterns name.
+//
+// DESCRIPTION
+//   What a callback asks for is loaded in the method itself, so a callback is an ordinary call of a
+//   static method. onEnter stands at the start, onReturn in front of each return, the exception
+//   callback in a catch-all handler behind the code. Probes are woven one after the other; each
+//   sees the code as the one before left it.
+//   A method that can't take the calls stays as it was: classes and annotated methods of LeaveOut,
+//   code that would be too long, and code whose frames don't tell the types that inserted code
+//   needs.
+// IMPLEMENTATION
+//   The blocks are generated first, with the slots that new variables will have; then CodeRewrite
+//   places them. The method is touched only when the whole result is known to work out.
+
+// What the weaver asks of its surroundings.
+class WeavingHost {
+public:
+    virtual ~WeavingHost() = default;
+    // Whether an annotation of the method matches the pattern; an empty one matches every method.
+    virtual bool hasMatchingAnnotation(MethodInfo* method, const ZString& pattern) = 0;
+    // A method carries calls of a probe whose methods are marked (isJ2EESupport). Slashed class
+    // name, parameters as in "(int, java.lang.String)".
+    virtual void methodHasProbe(const ZString& className, const ZString& methodName,
+                                const ZString& parameters) = 0;
+};
+
+// patternIndices: the rows of the descriptor whose class patterns and class annotations accept this
+// class. Counts may be null; they get the methods that a row accepted. Gives whether any method
+// was changed.
+bool instrumentClassByProbeDescriptor(const ProbeDescriptor& descriptor,
+                                      const ZVector<int>& patternIndices, ClassFile* classFile,
+                                      WeavingHost* host, InstrumentationCounts* counts);
+
+// References into the class's pool: -1 where there is no such callback; instanceOfClass: -1 where
+// no test is needed at run time.
+struct ProbeReferences {
+    int onEnter;
+    int onReturn;
+    int onException;
+    int instanceOfClass;
+};
+MethodOutcome instrumentMethodByProbeDescriptor(ClassFile* classFile, MethodInfo* method,
+                                                const ProbeDescriptor& descriptor,
+                                                const ProbeReferences& references,
+                                                StackEffects& effects, ClassArena& scratch);
+
+// Behind the call of super(...) or this(...) in the code of a constructor, or -1.
+int getConstructorSuperOrThisCallOffset(ClassFile* classFile, const CodeAttribute* code);
