@@ -56,11 +56,11 @@ inline std::unique_ptr<ProbeDescriptor> makeProbe(const ProbeOutline& outline) {
     }
     const bool replaces =
         !outline.exit.descriptor.empty() && outline.exit.descriptor.find(")V") == std::string::npos;
-    std::unique_ptr<ProbeDescriptor> probe(new ProbeDescriptor(
-        outline.probeClass.c_str(), outline.enter.descriptor.c_str(),
-        outline.exit.descriptor.c_str(), outline.thrown.descriptor.c_str(), enter, exit, thrown,
-        usesResult, replaces, outline.swallows, outline.replaced.c_str(),
-        outline.instanceOf.c_str(), exceptions));
+    std::unique_ptr<ProbeDescriptor> probe(
+        new ProbeDescriptor(outline.probeClass.c_str(), outline.enter.descriptor.c_str(),
+                            outline.exit.descriptor.c_str(), outline.thrown.descriptor.c_str(),
+                            enter, exit, thrown, usesResult, replaces, outline.swallows,
+                            outline.replaced.c_str(), outline.instanceOf.c_str(), exceptions));
     probe->addMethodPattern("*", outline.methods.c_str(), "*", "*", "", "");
     return probe;
 }
@@ -77,14 +77,14 @@ public:
 };
 
 // Weaves all probes into the class, one after the other. Whether any changed it.
-inline bool weaveClass(ClassFile& classFile,
-                       const std::vector<const ProbeDescriptor*>& probes,
+inline bool weaveClass(ClassFile& classFile, const std::vector<const ProbeDescriptor*>& probes,
                        InstrumentationCounts* counts, WeavingHost* host) {
     ZVector<int> rows;
     rows.push(0);
     bool changed = false;
     for (const ProbeDescriptor* probe : probes) {
-        changed = instrumentClassByProbeDescriptor(*probe, rows, &classFile, host, counts) || changed;
+        changed =
+            instrumentClassByProbeDescriptor(*probe, rows, &classFile, host, counts) || changed;
     }
     return changed;
 }

@@ -107,7 +107,8 @@ void writeClass(const std::string& folder, const std::string& path, const std::s
     std::string output;
     const size_t slash = path.rfind('/');
     static std::set<std::string> made;
-    const std::string parent = folder + "/" + (slash == std::string::npos ? "" : path.substr(0, slash));
+    const std::string parent =
+        folder + "/" + (slash == std::string::npos ? "" : path.substr(0, slash));
     if (made.insert(parent).second) {
         ASSERT_EQ(runCommand("mkdir -p '" + parent + "'", &output), 0) << output;
     }
@@ -178,20 +179,27 @@ TEST_F(Weaving, everyMethodWovenWithEveryKindIsVerified) {
             }
         }
         writeBinaryFile(folder + "/names", names);
-        const auto run = [&](const std::string& options, const std::string& results) {
+        std::string some; // enough for all that linking makes run
+        int line = 0;
+        for (const std::string& name : linesOf(names)) {
+            some += line++ % 8 == 0 ? name + "\n" : "";
+        }
+        writeBinaryFile(folder + "/some", some);
+        const auto run = [&](const std::string& options, const std::string& which) {
             std::string printed;
-            EXPECT_EQ(runCommand(jdk + "/bin/java -Xmx1g -XX:+UnlockDiagnosticVMOptions "
-                                       "-XX:-PrintWarnings -XX:+BytecodeVerificationLocal "
-                                       "-XX:+BytecodeVerificationRemote --patch-module java.base=" +
+            EXPECT_EQ(runCommand(jdk +
+                                     "/bin/java -Xmx1g -XX:+UnlockDiagnosticVMOptions "
+                                     "-XX:-PrintWarnings -XX:+BytecodeVerificationLocal "
+                                     "-XX:+BytecodeVerificationRemote --patch-module java.base=" +
                                      folder + "/base " + options + " -cp " + linker + " Linker " +
-                                     folder + "/jars/ " + folder + "/names " + results,
+                                     folder + "/jars/ " + folder + "/" + which + " " + folder +
+                                     "/results",
                                  &printed),
                       0)
                 << printed.substr(0, 3000);
             return printed;
         };
-        const std::set<std::string> running =
-            initialized(run("-Xlog:class+init=info", folder + "/plain"));
+        const std::set<std::string> running = initialized(run("-Xlog:class+init=info", "some"));
         ASSERT_GT(running.size(), 300u);
         InstrumentationCounts counts = {};
         RecordingHost host;
@@ -213,10 +221,10 @@ TEST_F(Weaving, everyMethodWovenWithEveryKindIsVerified) {
                                              static_cast<size_t>(one.length)));
             }
         }
-        run("", folder + "/woven");
+        run("", "names");
         int faults = 0;
         int linked = 0;
-        for (const std::string& line : linesOf(readBinaryFile(folder + "/woven"))) {
+        for (const std::string& line : linesOf(readBinaryFile(folder + "/results"))) {
             const bool isFault = line.find("Error", line.find(' ')) != std::string::npos;
             linked += line.size() > 3 && line.compare(line.size() - 3, 3, " ok") == 0 ? 1 : 0;
             if (isFault && ++faults < 10) {
@@ -228,5 +236,361 @@ TEST_F(Weaving, everyMethodWovenWithEveryKindIsVerified) {
         EXPECT_GT(counts.methods[METHOD_OUTCOME_INSTRUMENTED], 100000);
         printf("%s: %d classes woven, %d linked; %s\n", jdk.c_str(), classes, linked,
                counts.toString().c_str());
+    }
+}
+
+namespace {
+
+const char WOVEN_SOURCE[] = R"(
+import java.util.function.*;
+public class Woven {
+    static class Base {
+        final String text;
+        Base(Object other) { text = other == null ? "none" : "one"; }
+    }
+    static class Nested extends Base implements Runnable {
+        Nested(Nested other, int count) {
+            super(count > 0 ? new Nested(other, count - 1) : other);
+            count += 10;
+            p.Probe.log(text + count);
+        }
+        public void run() {}
+        public String testedNever(int i) { String s = "n" + i; if (i > 0) { return s; } return "z"; }
+    }
+    static class Sub extends Nested {
+        Sub() { super(null, 0); }
+        String caughtThrows() { throw new Error("sub"); }
+        String testedReturns(Object o) {
+            for (Object text = o; text != null;) { o = text + "!"; break; }
+            int number = o.hashCode();
+            try { if (number == 7) { return null; } return "" + o; } finally { number++; }
+        }
+    }
+    static class Other extends java.util.ArrayList<String> {
+        String caughtThrows() { throw new Error("other"); }
+        String testedReturns(Object o) { return "other" + o; }
+    }
+    interface Shape { default int replacedArea(int a) { return privately(a); }
+        private int privately(int a) { return a * a; } static long replacedNot(int a) { return a; } }
+    record Point(int x, int y) implements Shape {}
+    enum Color { RED { int replacedValue() { return 1; } }; abstract int replacedValue(); }
+    static int reassigned(int a, long b) { a = a + 1; b = b * 2; if (a > 100) throw new IllegalStateException("a" + a); return (int) (a + b); }
+    static double wide(double a, long b, float c, boolean d, byte e, char f, short g, int[] h) { d = !d; return a + b + c + h.length; }
+    static String switches(int i) {
+        switch (i) { case 1: return "one"; case 2: i = 5; break; case 1000: return "many"; default: throw new RuntimeException("x"); }
+        switch (i) { case 5: return "five"; case 50000: return "?"; }
+        return "end";
+    }
+    static int replacedThrows(int i) { if (i < 0) throw new Error("minus"); return i; }
+    static int loops() { int i = 0; do { i++; } while (i < 3); return i; }
+    static synchronized int nested(Object lock) {
+        try { synchronized (lock) { try { return lock.hashCode(); } catch (IllegalStateException e) { return 1; } } }
+        catch (NullPointerException e) { return 2; } finally { lock = null; }
+    }
+    static <T extends Throwable> void sneak() throws T { throw (T) new Exception("sneaky"); }
+    static void run(Runnable r) { try { r.run(); } catch (Throwable t) { p.Probe.log("caught " + t.getMessage()); } }
+    static void early() {
+        try {
+            Class<?> type = Class.forName("Early");
+            for (int i = 3; i >= -1; i -= 4) {
+                int count = i;
+                run(() -> {
+                    try { type.getConstructor(int.class).newInstance(count); }
+                    catch (ReflectiveOperationException e) { p.Probe.log("" + e.getCause()); }
+                });
+            }
+        } catch (ClassNotFoundException e) { }
+    }
+    public static void main(String[] args) {
+        run(() -> new Sub());
+        run(() -> new Nested(null, 1));
+        run(() -> reassigned(1, 2));
+        run(() -> reassigned(100, 2));
+        run(() -> wide(1, 2, 3, true, (byte) 4, 'f', (short) 5, new int[6]));
+        for (int i : new int[] {1, 2, 3}) run(() -> switches(i));
+        run(() -> p.Probe.log(replacedThrows(-1) + " " + replacedThrows(1)));
+        run(() -> p.Probe.log("" + loops() + nested(null)));
+        run(() -> p.Probe.log(new Sub().testedReturns("a") + new Other().testedReturns("b") + new Nested(null, 0).testedNever(1)));
+        run(() -> p.Probe.log("" + new Point(3, 4).replacedArea(3) + Shape.replacedNot(4) + Color.RED.replacedValue()));
+        run(() -> Woven.<RuntimeException>sneak());
+        run(() -> p.Probe.log(new Sub().caughtThrows()));
+        run(() -> new Other().caughtThrows());
+        run(() -> early());
+        System.out.print(p.Probe.all);
+    }
+}
+)";
+
+const char PROBE_SOURCE[] = R"(
+package p;
+import java.util.Arrays;
+public class Probe {
+    public static StringBuilder all = new StringBuilder();
+    static long calls;
+    public static void log(String text) { all.append(text).append(System.lineSeparator()); }
+    static String arguments(Object[] all) {
+        Object[] shown = all.clone();
+        for (int i = 0; i < shown.length; i++) {
+            Object one = shown[i];
+            boolean plain = one == null || one instanceof Number || one instanceof Boolean ||
+                one instanceof Character || one instanceof String;
+            shown[i] = plain ? one : one.getClass().getSimpleName();
+        }
+        return Arrays.toString(shown);
+    }
+    static String what(Object self, Object[] all, Object first, long second, int none, String name,
+                       String signature, String types, Class<?> owner) {
+        if (all.length > 0 && first != all[0] && !first.equals(all[0]) || none != 0 ||
+            !(owner.getName() + signature).contains("(")) throw new AssertionError();
+        return owner.getSimpleName() + "." + name + types + " " + (self == null ? "static " : "") +
+            second + arguments(all);
+    }
+    public static long onEnter(Object self, Object[] all, Object first, long second, int none,
+                               String name, String signature, String types, Class<?> owner) {
+        log("> " + what(self, all, first, second, none, name, signature, types, owner));
+        return ++calls;
+    }
+    public static void onReturn(long call, Object value, Object self, Object[] all, Object first,
+                                long second, int none, String name, String signature, String types,
+                                Class<?> owner) {
+        log("< " + call + " " + arguments(new Object[] {value}) + " " +
+            what(self, all, first, second, none, name, signature, types, owner));
+    }
+    public static void onUncaughtException(long call, Throwable t, Object self, Object[] all,
+                                           Object first, long second, int none, String name,
+                                           String signature, String types, Class<?> owner) {
+        log("! " + call + " " + t.getMessage() + " " +
+            what(self, all, first, second, none, name, signature, types, owner));
+    }
+    public static class Replacing {
+        public static int onReturn(Object value) { return (Integer) value + 100; }
+        public static int onUncaughtExceptionExt(Throwable t) {
+            log("swallowed " + t.getMessage());
+            return 1000;
+        }
+    }
+    public static class Caught {
+        public static String onUncaughtExceptionExt(Throwable t) { return "saved from " + t.getMessage(); }
+    }
+    public static class Tested {
+        public static String onEnter(Runnable self, Object first) {
+            log("tested > " + first);
+            return "T" + first;
+        }
+        public static void onReturn(String result, Runnable self, Object value, Object first) {
+            log("tested < " + result + " " + value + " " + first);
+        }
+        public static void onUncaughtException(Runnable self, String result) {}
+    }
+}
+)";
+
+} // namespace
+
+namespace {
+
+// Code of a constructor ahead of its super call; of class files from 25 on.
+const char EARLY_SOURCE[] = R"(
+public class Early extends Woven.Base {
+    final int x;
+    public Early(int n) {
+        if (n < 0) throw new IllegalArgumentException("negative");
+        int y = n * 2;
+        String text = "early" + y;
+        try { y = Integer.parseInt("" + text); } catch (NumberFormatException e) { y++; }
+        x = y;
+        super(new Early(text).text);
+        while (n > 0) { n--; }
+        p.Probe.log(text + y + this.text + n);
+    }
+    private Early(String s) { x = 0; super(s); }
+}
+)";
+
+ProbeOutline ofAllKinds(const char* methods) {
+    ProbeOutline outline;
+    outline.methods = methods;
+    outline.enter = everything("", {}, OBJECT, "J");
+    outline.exit = atExit(CALLBACK_RETURN_VALUE, OBJECT, OBJECT, "V");
+    outline.thrown = atExit(CALLBACK_THROWN_EXCEPTION, "Ljava/lang/Throwable;", OBJECT, "V");
+    return outline;
+}
+
+// The probes of PROBE_SOURCE; those of all kinds first.
+std::vector<std::unique_ptr<ProbeDescriptor>> probesOfTheProgram() {
+    std::vector<std::unique_ptr<ProbeDescriptor>> probes;
+    for (const char* const methods :
+         {"<init>", "reassigned", "wide", "switches", "nested", "loops", "sneak", "replaced*"}) {
+        probes.push_back(makeProbe(ofAllKinds(methods)));
+    }
+    ProbeOutline replacing;
+    replacing.probeClass = "p/Probe$Replacing";
+    replacing.methods = "replaced*";
+    replacing.replaced = "I";
+    replacing.swallows = true;
+    replacing.exit = {std::string("(") + OBJECT + ")I", {kind(CALLBACK_RETURN_VALUE)}};
+    replacing.thrown = {"(Ljava/lang/Throwable;)I", {kind(CALLBACK_THROWN_EXCEPTION)}};
+    probes.push_back(makeProbe(replacing));
+    const std::string self = "Ljava/lang/Runnable;";
+    ProbeOutline tested;
+    tested.probeClass = "p/Probe$Tested";
+    tested.methods = "tested*";
+    tested.instanceOf = "java/lang/Runnable";
+    tested.enter = {"(" + self + OBJECT + ")" + STRING, {kind(CALLBACK_THIS), parameter(1)}};
+    tested.exit = {"(" + std::string(STRING) + self + OBJECT + OBJECT + ")V",
+                   {kind(CALLBACK_ON_ENTER_RESULT), kind(CALLBACK_THIS),
+                    kind(CALLBACK_RETURN_VALUE), parameter(1)}};
+    tested.thrown = {"(" + self + STRING + ")V",
+                     {kind(CALLBACK_THIS), kind(CALLBACK_ON_ENTER_RESULT)}};
+    probes.push_back(makeProbe(tested));
+    ProbeOutline caught;
+    caught.probeClass = "p/Probe$Caught";
+    caught.methods = "caught*";
+    caught.instanceOf = "java/lang/Runnable";
+    caught.replaced = STRING;
+    caught.swallows = true;
+    caught.thrown = {std::string("(Ljava/lang/Throwable;)") + STRING,
+                     {kind(CALLBACK_THROWN_EXCEPTION)}};
+    probes.push_back(makeProbe(caught));
+    return probes;
+}
+
+const char EXPECTED[] = R"(> Base.<init>(java.lang.Object) 0[null]
+< 1 [null] Base.<init>(java.lang.Object) 0[null]
+> Nested.<init>(Woven$Nested, int) 0[null, 0]
+none10
+< 2 [null] Nested.<init>(Woven$Nested, int) 0[null, 0]
+> Sub.<init>() 0[]
+< 3 [null] Sub.<init>() 0[]
+> Base.<init>(java.lang.Object) 0[null]
+< 4 [null] Base.<init>(java.lang.Object) 0[null]
+> Nested.<init>(Woven$Nested, int) 0[null, 0]
+none10
+< 5 [null] Nested.<init>(Woven$Nested, int) 0[null, 0]
+> Base.<init>(java.lang.Object) 0[Nested]
+< 6 [null] Base.<init>(java.lang.Object) 0[Nested]
+> Nested.<init>(Woven$Nested, int) 0[null, 1]
+one11
+< 7 [null] Nested.<init>(Woven$Nested, int) 0[null, 1]
+> Woven.reassigned(int, long) static 2[1, 2]
+< 8 [6] Woven.reassigned(int, long) static 2[1, 2]
+> Woven.reassigned(int, long) static 2[100, 2]
+! 9 a101 Woven.reassigned(int, long) static 2[100, 2]
+caught a101
+> Woven.wide(double, long, float, boolean, byte, char, short, int[]) static 2[1.0, 2, 3.0, true, 4, f, 5, int[]]
+< 10 [12.0] Woven.wide(double, long, float, boolean, byte, char, short, int[]) static 2[1.0, 2, 3.0, true, 4, f, 5, int[]]
+> Woven.switches(int) static 0[1]
+< 11 [one] Woven.switches(int) static 0[1]
+> Woven.switches(int) static 0[2]
+< 12 [five] Woven.switches(int) static 0[2]
+> Woven.switches(int) static 0[3]
+! 13 x Woven.switches(int) static 0[3]
+caught x
+> Woven.replacedThrows(int) static 0[-1]
+! 14 minus Woven.replacedThrows(int) static 0[-1]
+swallowed minus
+> Woven.replacedThrows(int) static 0[1]
+< 15 [1] Woven.replacedThrows(int) static 0[1]
+1000 101
+> Woven.loops() static 0[]
+< 16 [3] Woven.loops() static 0[]
+> Woven.nested(java.lang.Object) static 0[null]
+< 17 [2] Woven.nested(java.lang.Object) static 0[null]
+32
+> Base.<init>(java.lang.Object) 0[null]
+< 18 [null] Base.<init>(java.lang.Object) 0[null]
+> Nested.<init>(Woven$Nested, int) 0[null, 0]
+none10
+< 19 [null] Nested.<init>(Woven$Nested, int) 0[null, 0]
+> Sub.<init>() 0[]
+< 20 [null] Sub.<init>() 0[]
+tested > a
+tested < Ta a! a
+> Other.<init>() 0[]
+< 21 [null] Other.<init>() 0[]
+> Base.<init>(java.lang.Object) 0[null]
+< 22 [null] Base.<init>(java.lang.Object) 0[null]
+> Nested.<init>(Woven$Nested, int) 0[null, 0]
+none10
+< 23 [null] Nested.<init>(Woven$Nested, int) 0[null, 0]
+tested > 1
+tested < T1 n1 1
+a!otherbn1
+> Point.<init>(int, int) 0[3, 4]
+< 24 [null] Point.<init>(int, int) 0[3, 4]
+> Shape.replacedArea(int) 0[3]
+< 25 [9] Shape.replacedArea(int) 0[3]
+> Shape.replacedNot(int) static 0[4]
+< 26 [4] Shape.replacedNot(int) static 0[4]
+> Color.<init>(java.lang.String, int) 0[RED, 0]
+< 27 [null] Color.<init>(java.lang.String, int) 0[RED, 0]
+> .<init>(java.lang.String, int) 0[RED, 0]
+< 28 [null] .<init>(java.lang.String, int) 0[RED, 0]
+> .replacedValue() 0[]
+< 29 [1] .replacedValue() 0[]
+1094101
+> Woven.sneak() static 0[]
+! 30 sneaky Woven.sneak() static 0[]
+caught sneaky
+> Base.<init>(java.lang.Object) 0[null]
+< 31 [null] Base.<init>(java.lang.Object) 0[null]
+> Nested.<init>(Woven$Nested, int) 0[null, 0]
+none10
+< 32 [null] Nested.<init>(Woven$Nested, int) 0[null, 0]
+> Sub.<init>() 0[]
+< 33 [null] Sub.<init>() 0[]
+saved from sub
+> Other.<init>() 0[]
+< 34 [null] Other.<init>() 0[]
+caught other
+)";
+
+const char EXPECTED_EARLY[] = R"(> Base.<init>(java.lang.Object) 0[early6]
+< 35 [null] Base.<init>(java.lang.Object) 0[early6]
+> Early.<init>(java.lang.String) 0[early6]
+< 36 [null] Early.<init>(java.lang.String) 0[early6]
+> Base.<init>(java.lang.Object) 0[one]
+< 37 [null] Base.<init>(java.lang.Object) 0[one]
+> Early.<init>(int) 0[3]
+early67one0
+< 38 [null] Early.<init>(int) 0[3]
+java.lang.IllegalArgumentException: negative
+)";
+
+} // namespace
+
+// What callbacks see and change: constructors, reassigned parameters, switches, values of all
+// types, tests at run time, interfaces, records and enums. The program is compiled by each JDK.
+TEST_F(Weaving, callbacksSeeWhatTheMethodsDo) {
+    const auto probes = probesOfTheProgram();
+    std::vector<const ProbeDescriptor*> list;
+    for (const auto& probe : probes) {
+        list.push_back(probe.get());
+    }
+    for (const std::string& jdk : findJdks()) {
+        const bool hasEarly = jdk == findJdk("25");
+        const std::string probe = compileJava(jdk, "Probe", PROBE_SOURCE);
+        const std::string folder = compileJava(jdk, "Woven", WOVEN_SOURCE, "-g -cp " + probe);
+        std::string output;
+        if (hasEarly) {
+            const std::string early =
+                compileJava(jdk, "Early", EARLY_SOURCE, "-g -cp " + probe + ":" + folder);
+            writeBinaryFile(folder + "/Early.class", readBinaryFile(early + "/Early.class"));
+        }
+        ASSERT_EQ(runCommand("cd " + folder + " && ls *.class", &output), 0);
+        for (const std::string& name : linesOf(output)) {
+            ParsedClass parsed(readBinaryFile(folder + "/" + name));
+            RecordingHost host;
+            InstrumentationCounts counts = {};
+            weaveClass(parsed.classFile, list, &counts, &host);
+            EXPECT_EQ(counts.methods[METHOD_OUTCOME_UNKNOWN_TYPES], 0) << name;
+            writeBinaryFile(folder + "/" + name, parsed.write());
+        }
+        output.clear();
+        EXPECT_EQ(runCommand(jdk + "/bin/java -Xverify:all -XX:-PrintWarnings -cp " + folder + ":" +
+                                 probe + " Woven",
+                             &output),
+                  0);
+        EXPECT_EQ(output, std::string(EXPECTED) + (hasEarly ? EXPECTED_EARLY : "")) << jdk;
     }
 }
