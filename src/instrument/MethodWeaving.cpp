@@ -2,10 +2,8 @@
 #include "instrument/CodeRewrite.h"
 #include "instrument/LocalTypes.h"
 #include "instrument/MethodLimits.h"
-#include "instrument/ProbeCode.h"
-#include "instrument/ProbeWeaving.h"
+#include "instrument/ProbeBlocks.h"
 #include "instrument/StackDepths.h"
-#include "probes/SignatureUtil.h"
 
 namespace {
 
@@ -15,15 +13,6 @@ const VerificationType NO_ITEM(VERIFICATION_TOP, -1);
 bool containsThisCallbackParameter(const ZVector<CallbackParameter>* parameters) {
     for (int i = 0; parameters != nullptr && i < parameters->getSize(); i++) {
         if ((*parameters)[i].kind == CALLBACK_THIS) {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool containsKind(const ZVector<CallbackParameter>* parameters, CallbackParameterKind kind) {
-    for (int i = 0; parameters != nullptr && i < parameters->getSize(); i++) {
-        if ((*parameters)[i].kind == kind) {
             return true;
         }
     }
@@ -42,9 +31,9 @@ public:
                   ClassArena& arena)
         : classFile(owner), method(target), code(target->getCodeAttribute()), descriptor(probe),
           references(poolReferences), effects(stackEffects), scratch(arena), hasSwitch(false),
-          isTested(poolReferences.instanceOfClass >= 0), nextSlot(code->getMaxLocals()),
-          resultSlot(-1), superCall(-1), marks(nullptr), markCount(0), touched(nullptr), needed(0),
-          entry(owner), exit(owner), handler(owner) {}
+          isTested(poolReferences.instanceOfClass >= 0), superCall(-1), marks(nullptr),
+          markCount(0), touched(nullptr), needed(0), blocks(owner, target, probe, poolReferences),
+          entry(blocks.entry), exit(blocks.exit), handler(blocks.handler) {}
 
     MethodOutcome run() {
         MethodOutcome outcome = checkMethod();
@@ -55,12 +44,12 @@ public:
         if (isThisLost()) {
             return METHOD_OUTCOME_UNKNOWN_TYPES;
         }
-        generateBlocks();
+        blocks.generate(hasSwitch, touched, code->getMaxLocals());
         if (static_cast<long>(entry.getSize()) + handler.getSize() + code->getCodeLength() >
             MOST_CODE) {
             return METHOD_OUTCOME_TOO_LONG;
         }
-        if (nextSlot > CodeAttribute::MAX_LIMIT) {
+        if (blocks.getNextSlot() > CodeAttribute::MAX_LIMIT) {
             return METHOD_OUTCOME_LIMITS;
         }
         if (superCall >= 0 && !isSuperCallPlain()) {
@@ -70,11 +59,6 @@ public:
     }
 
 private:
-    struct NewLocal {
-        VerificationType type;
-        bool inFrames;
-        int slot;
-    };
     // Types in front of an instruction that a block with a branch is inserted at.
     struct Known {
         int position;
@@ -97,7 +81,6 @@ private:
         hasSwitch = scanCode(code->getCode(), length, found, &markCount).hasSwitch;
         scratch.trim(found + markCount);
         marks = found;
-        getSignatureTypes(method->getDescriptor(), types, returnType);
         if (method->getName() == "<init>") {
             superCall = getConstructorSuperOrThisCallOffset(classFile, code);
             if (superCall < 0) {
@@ -110,8 +93,6 @@ private:
         }
         fillModifiedVariableIndices();
     }
-
-    bool hasExitCallback() const { return references.onReturn >= 0 || references.onException >= 0; }
 
     // Notes every variable that the method writes, or that a frame does not hold as it was on
     // entry: a handler of the whole method can't rely on it.
@@ -164,232 +145,6 @@ private:
                (isTested || containsThisCallbackParameter(descriptor.onEnterParameters) ||
                 containsThisCallbackParameter(descriptor.onReturnParameters) ||
                 containsThisCallbackParameter(descriptor.onExceptionParameters));
-    }
-
-    int newLocal(const ZString& type, bool inFrames) {
-        const NewLocal local = {VerificationType(viewOf(type), classFile), inFrames, nextSlot};
-        newLocals.push(local);
-        nextSlot += local.type.getSlots();
-        return local.slot;
-    }
-
-    // The parameters' slots, and for the callbacks at the exits -1 for what has to be saved.
-    void fillParamIndices() {
-        int slot = method->isStatic() ? 0 : 1;
-        for (int i = 0; i < types.getSize(); i++) {
-            paramLocals.push(slot);
-            exitLocals.push(slot);
-            slot += isLongOrDouble(types[i]) ? 2 : 1;
-        }
-        if (!hasExitCallback()) {
-            return;
-        }
-        noteSaved(descriptor.onReturnParameters);
-        noteSaved(descriptor.onExceptionParameters);
-    }
-
-    void noteSaved(const ZVector<CallbackParameter>* parameters) {
-        for (int i = 0; parameters != nullptr && i < parameters->getSize(); i++) {
-            const CallbackParameter& parameter = (*parameters)[i];
-            if (parameter.kind != CALLBACK_PARAM && parameter.kind != CALLBACK_PARAMS) {
-                continue;
-            }
-            const bool isOne = parameter.kind == CALLBACK_PARAM;
-            for (int k = 0; k < types.getSize(); k++) {
-                const int slot = paramLocals[k];
-                if ((!isOne || parameter.index == k + 1) &&
-                    (touched[slot] || (isLongOrDouble(types[k]) && touched[slot + 1]))) {
-                    exitLocals.set(k, -1);
-                }
-            }
-        }
-    }
-
-    void generateBlocks() {
-        const ZString enterType =
-            descriptor.onEnterDescriptor.isEmpty()
-                ? ZString("V")
-                : MethodInfo::getReturnTypeBySignature(viewOf(descriptor.onEnterDescriptor));
-        if (descriptor.usesOnEnterResult && enterType != "V") {
-            resultSlot = newLocal(enterType, true);
-        }
-        fillParamIndices();
-        if (references.onEnter >= 0) {
-            insertEntryCode(enterType);
-        }
-        insertSaveOnExitParamsCode();
-        entryCodeSize = entry.getSize();
-        if (hasSwitch) {
-            entry.pad();
-        }
-        if (references.onException >= 0) {
-            insertOnExceptionCode();
-        }
-        if (references.onReturn >= 0) {
-            insertOnReturnCode();
-        }
-    }
-
-    void insertSaveOnExitParamsCode() {
-        for (int i = 0; i < exitLocals.getSize(); i++) {
-            if (exitLocals[i] == -1) {
-                exitLocals.set(i, newLocal(types[i], true));
-                entry.generateVariableLoad(types[i], paramLocals[i]);
-                entry.generateVariableStore(types[i], exitLocals[i]);
-            }
-        }
-    }
-
-    void insertEntryCode(const ZString& enterType) {
-        if (isTested) {
-            Logger::assertTrue(!method->isStatic(), VDK_HERE);
-            if (resultSlot >= 0) {
-                entry.generateZeroLoad(enterType);
-                entry.generateVariableStore(enterType, resultSlot);
-            }
-            entry.testReceiver(references.instanceOfClass);
-        }
-        loadCallbackParameters(entry, descriptor.onEnterParameters, descriptor.onEnterDescriptor,
-                               paramLocals, -1);
-        entry.invokeStatic(references.onEnter, descriptor.onEnterDescriptor);
-        if (resultSlot >= 0) {
-            entry.generateVariableStore(enterType, resultSlot);
-        } else {
-            entry.drop(enterType);
-        }
-        if (isTested) {
-            entry.endOfTest();
-        }
-    }
-
-    void insertOnReturnCode() {
-        const ZVector<CallbackParameter>* const parameters = descriptor.onReturnParameters;
-        const bool isVoid = returnType == "V";
-        // The return value, which stands below all that the block pushes.
-        exit.beginWith(DescriptorTypes::slotsOf(returnType.charAt(0)));
-        if (isTested) {
-            exit.testReceiver(references.instanceOfClass);
-        }
-        int valueSlot = -1;
-        if (!isVoid && containsKind(parameters, CALLBACK_RETURN_VALUE)) {
-            if (!descriptor.replacesValue) {
-                exit.duplicate(returnType);
-            }
-            valueSlot = newLocal(returnType, false);
-            exit.generateVariableStore(returnType, valueSlot);
-        } else if (!isVoid && descriptor.replacesValue) {
-            exit.drop(returnType);
-        }
-        loadCallbackParameters(exit, parameters, descriptor.onReturnDescriptor, exitLocals,
-                               valueSlot);
-        exit.invokeStatic(references.onReturn, descriptor.onReturnDescriptor);
-        if (isTested) {
-            exit.endOfTest();
-        }
-        if (hasSwitch) {
-            exit.pad();
-        }
-    }
-
-    // The exception is on the stack. Where the test fails it is thrown on, whichever callback it
-    // is.
-    void insertOnExceptionCode() {
-        const ZVector<CallbackParameter>* const parameters = descriptor.onExceptionParameters;
-        const ZString throwable("Ljava/lang/Throwable;");
-        const bool isSwallowed = descriptor.isExceptionExt;
-        const bool isThrown = !isSwallowed || isTested;
-        handler.beginWith(1);
-        if (isTested) {
-            handler.testReceiver(references.instanceOfClass);
-        }
-        int exceptionSlot = -1;
-        if (containsKind(parameters, CALLBACK_THROWN_EXCEPTION)) {
-            if (!isSwallowed) {
-                handler.duplicate(throwable);
-            }
-            exceptionSlot = newLocal(throwable, false);
-            handler.generateVariableStore(throwable, exceptionSlot);
-        } else if (isSwallowed) {
-            handler.drop(throwable);
-        }
-        loadCallbackParameters(handler, parameters, descriptor.onExceptionDescriptor, exitLocals,
-                               exceptionSlot);
-        if (hasSwitch) {
-            // The call and what ends the block.
-            handler.pad(3 + (isSwallowed ? 1 : 0) + (isThrown ? 1 : 0));
-        }
-        handler.invokeStatic(references.onException, descriptor.onExceptionDescriptor);
-        if (isSwallowed) {
-            handler.generateReturn(
-                MethodInfo::getReturnTypeBySignature(viewOf(descriptor.onExceptionDescriptor)));
-        }
-        if (isTested) {
-            handler.endOfTest();
-        }
-        if (isThrown) {
-            handler.generateThrow();
-        }
-    }
-
-    // What a callback receives, in its order. valueSlot: of the return value or the exception.
-    void loadCallbackParameters(ProbeCode& block, const ZVector<CallbackParameter>* parameters,
-                                const ZString& callbackDescriptor, const ZVector<int>& locals,
-                                int valueSlot) {
-        ZVectorSafe<ZString> calleeTypes;
-        ZString calleeReturn;
-        getSignatureTypes(callbackDescriptor, calleeTypes, calleeReturn);
-        const int count = parameters == nullptr ? 0 : parameters->getSize();
-        Logger::assertEquals(count, calleeTypes.getSize(), VDK_HERE);
-        for (int i = 0; i < count; i++) {
-            loadCallbackParameter(block, (*parameters)[i], calleeTypes[i], locals, valueSlot);
-        }
-    }
-
-    void loadCallbackParameter(ProbeCode& block, const CallbackParameter& parameter,
-                               const ZString& calleeType, const ZVector<int>& locals,
-                               int valueSlot) {
-        switch (parameter.kind) {
-        case CALLBACK_THIS:
-            block.loadThis(method->isStatic(), references.instanceOfClass);
-            return;
-        case CALLBACK_PARAMS:
-            block.generateLoadAllParamsCode(types, locals);
-            return;
-        case CALLBACK_PARAM:
-            block.generateLoadParamCode(parameter.index - 1, calleeType, types, locals);
-            return;
-        case CALLBACK_RETURN_VALUE:
-            if (&block != &exit) {
-                break;
-            }
-            if (returnType == "V") {
-                block.generateZeroLoad(calleeType);
-            } else {
-                block.generateConvertedLoad(returnType, valueSlot, calleeType);
-            }
-            return;
-        case CALLBACK_THROWN_EXCEPTION:
-            if (&block != &handler) {
-                break;
-            }
-            block.generateVariableLoad("Ljava/lang/Throwable;", valueSlot);
-            return;
-        case CALLBACK_ON_ENTER_RESULT:
-            if (&block == &entry) {
-                break;
-            }
-            Logger::assertTrue(resultSlot >= 0, VDK_HERE);
-            block.generateVariableLoad(calleeType, resultSlot);
-            return;
-        default:
-            if (block.handleMethodNamesCPK(parameter.kind, method)) {
-                return;
-            }
-            break;
-        }
-        Logger::error(ZString("unexpected callback parameter kind: ") +
-                          longToString(parameter.kind),
-                      VDK_HERE);
     }
 
     // Whether the entry block has to wait until `this` is an object.
@@ -445,7 +200,8 @@ private:
     // Notes the stack that a block needs where it stands; with a branch in it also the types there.
     // False if these are not known.
     bool reach(int position, const ProbeCode& block, StackDepths& depths, LocalTypes* locals) {
-        const int own = &block == &exit ? DescriptorTypes::slotsOf(returnType.charAt(0)) : 0;
+        const int own =
+            &block == &exit ? DescriptorTypes::slotsOf(blocks.getReturnType().charAt(0)) : 0;
         const int depth = position == 0 && &block == &entry ? 0 : depths.at(position);
         const int below = depth < own ? code->getMaxStack() : depth - own;
         const int slots = below + block.getMaxStack();
@@ -550,6 +306,7 @@ private:
         code->adoptCode(newCode, newLength);
         code->shiftTables(offsets, prefix > 0);
         code->ensureStackCapacity(needed);
+        const ZVector<ProbeBlocks::NewLocal>& newLocals = blocks.getNewLocals();
         for (int i = 0; i < newLocals.getSize(); i++) {
             const int slot =
                 code->addLocalVariableToTable(newLocals[i].type, newLocals[i].inFrames);
@@ -559,7 +316,7 @@ private:
         if (handler.getSize() > 0) {
             addHandler(start, offsets, offsets.end(end), handlerPosition);
         }
-        code->applyAddedVariables(entryAt + entryCodeSize);
+        code->applyAddedVariables(entryAt + blocks.getEntryCodeSize());
     }
 
     // Frames where the blocks at the entry and the returns go on after a test that failed.
@@ -570,17 +327,18 @@ private:
             Logger::assertTrue(!isEntry || known[i].position == entryPosition, VDK_HERE);
             const int target = (isEntry ? entryAt : offsets.at(known[i].position)) +
                                block.getGenerator().getJumpTargets()[0];
-            const VerificationType item = isEntry || returnType == "V"
-                                              ? NO_ITEM
-                                              : VerificationType(viewOf(returnType), classFile);
+            const VerificationType item =
+                isEntry || blocks.getReturnType() == "V"
+                    ? NO_ITEM
+                    : VerificationType(viewOf(blocks.getReturnType()), classFile);
             StackMapFrame* const frame = addFrame(target, *known[i].locals, item);
             // Code that saves parameters still follows there: those don't count yet.
-            if (isEntry && frame != nullptr && resultSlot >= 0 &&
-                target < entryAt + entryCodeSize) {
-                const NewLocal& result = newLocals[0];
+            const ProbeBlocks::NewLocal* const result = blocks.getResult();
+            if (isEntry && frame != nullptr && result != nullptr &&
+                target < entryAt + blocks.getEntryCodeSize()) {
                 ArenaVector<VerificationType> list(classFile->getArena());
-                list.push(result.type);
-                frame->addLocalVariables(list, result.slot + result.type.getSlots());
+                list.push(result->type);
+                frame->addLocalVariables(list, result->slot + result->type.getSlots());
             }
         }
     }
@@ -647,23 +405,16 @@ private:
     ClassArena& scratch;
     bool hasSwitch;
     const bool isTested;
-    int nextSlot;
-    int resultSlot;
     int superCall; // behind it; -1 outside constructors
     const unsigned short* marks;
     int markCount;
     bool* touched;
-    int needed;            // operand stack
-    int entryCodeSize = 0; // without its padding
-    ZVectorSafe<ZString> types;
-    ZString returnType;
-    ZVector<int> paramLocals;
-    ZVector<int> exitLocals;
-    ZVector<NewLocal> newLocals;
+    int needed; // operand stack
     ZVector<Known> known;
-    ProbeCode entry;
-    ProbeCode exit;
-    ProbeCode handler;
+    ProbeBlocks blocks;
+    const ProbeCode& entry;
+    const ProbeCode& exit;
+    const ProbeCode& handler;
 };
 
 } // namespace
