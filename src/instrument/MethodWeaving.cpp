@@ -264,7 +264,11 @@ private:
         CodeRewrite rewrite(code, scratch, hasSwitch);
         rewrite.setBlock(INSERT_BLOCK, exit.getGenerator().getCode(), exit.getSize());
         rewrite.setBlock(INSERT_BLOCK_BEHIND, entry.getGenerator().getCode(), entry.getSize());
-        if (!placeBlocks(rewrite, entryPosition) || !framesFitMemory(code, known.getSize())) {
+        // A test needs a frame at each return, which are among the marks.
+        if (isTested && !framesFitMemory(code, markCount)) {
+            return METHOD_OUTCOME_LIMITS;
+        }
+        if (!placeBlocks(rewrite, entryPosition)) {
             return METHOD_OUTCOME_UNKNOWN_TYPES;
         }
         const long newLength =

@@ -4,6 +4,7 @@
 #include "instrument/LoaderDelegation.h"
 #include "instrument/NativeWrapping.h"
 #include "instrument/TracingInstrumentation.h"
+#include "support/WeaveClasses.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -19,6 +20,28 @@ private:
     int last = 0;
 };
 
+// One that tests at run time and one that does not, both with every kind of block.
+std::vector<std::unique_ptr<ProbeDescriptor>> probes() {
+    std::vector<std::unique_ptr<ProbeDescriptor>> made;
+    for (const char* const instanceOf : {"", "java/lang/Runnable"}) {
+        ProbeOutline outline;
+        outline.instanceOf = instanceOf;
+        outline.enter = {"([Ljava/lang/Object;)J", {kind(CALLBACK_PARAMS)}};
+        outline.exit = {"(JLjava/lang/Object;)V",
+                        {kind(CALLBACK_ON_ENTER_RESULT), kind(CALLBACK_RETURN_VALUE)}};
+        outline.thrown = {"(Ljava/lang/Throwable;Ljava/lang/Object;)V",
+                          {kind(CALLBACK_THROWN_EXCEPTION), parameter(1)}};
+        made.push_back(makeProbe(outline));
+    }
+    return made;
+}
+
+bool weave(ClassFile& classFile) {
+    static const std::vector<std::unique_ptr<ProbeDescriptor>> all = probes();
+    RecordingHost host;
+    return weaveClass(classFile, {all[0].get(), all[1].get()}, nullptr, &host);
+}
+
 void rewrite(const unsigned char* bytes, int length, ZVector<unsigned char>& output) {
     DataInput input(bytes, length);
     ClassFile classFile(input);
@@ -27,6 +50,7 @@ void rewrite(const unsigned char* bytes, int length, ZVector<unsigned char>& out
     }
     CountingIds ids;
     bool changed = wrapNativeMethods(&classFile, "$$VDK$$", NativeSelection(), nullptr);
+    changed = weave(classFile) || changed;
     changed = patchLoaderDelegation(&classFile) == Delegation::PATCHED || changed;
     changed = instrumentForTracingAndAllocation(&classFile,
                                                 callsOfClass(BODY_CALLS, classFile.getSignature(),

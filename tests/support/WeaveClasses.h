@@ -1,7 +1,6 @@
 #pragma once
 
 #include "instrument/ProbeWeaving.h"
-#include "support/ParsedClass.h"
 
 #include <memory>
 #include <string>

@@ -1,5 +1,6 @@
 #include "support/ClassBuilder.h"
 #include "support/ClassBundle.h"
+#include "support/ParsedClass.h"
 #include "support/ReferenceClass.h"
 #include "support/WeaveClasses.h"
 

@@ -1,6 +1,7 @@
 #include "classfile/OpCodes.h"
 #include "probes/Probes.h"
 #include "support/ClassBuilder.h"
+#include "support/ParsedClass.h"
 #include "support/ReferenceClass.h"
 #include "support/WeaveClasses.h"
 
