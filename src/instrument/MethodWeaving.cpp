@@ -139,9 +139,9 @@ private:
         }
     }
 
-    // An object can't be loaded any more where the method may have taken its variable.
+    // A constructor can't keep a copy of its object from the start.
     bool isThisLost() const {
-        return !method->isStatic() && touched[0] &&
+        return superCall >= 0 && touched[0] &&
                (isTested || containsThisCallbackParameter(descriptor.onEnterParameters) ||
                 containsThisCallbackParameter(descriptor.onReturnParameters) ||
                 containsThisCallbackParameter(descriptor.onExceptionParameters));

@@ -23,7 +23,8 @@ ProbeBlocks::ProbeBlocks(ClassFile* owner, const MethodInfo* target, const Probe
                          const ProbeReferences& poolReferences)
     : entry(owner), exit(owner), handler(owner), classFile(owner), method(target),
       descriptor(probe), references(poolReferences), isTested(references.instanceOfClass >= 0),
-      hasSwitch(false), touched(nullptr), nextSlot(0), resultSlot(-1), entryCodeSize(0) {}
+      hasSwitch(false), touched(nullptr), nextSlot(0), resultSlot(-1), exitThis(0),
+      entryCodeSize(0) {}
 
 int ProbeBlocks::newLocal(const ZString& type, bool inFrames) {
     const NewLocal local = {VerificationType(viewOf(type), classFile), inFrames, nextSlot};
@@ -94,6 +95,17 @@ void ProbeBlocks::generate(bool methodHasSwitch, const bool* touchedLocals, int 
 }
 
 void ProbeBlocks::insertSaveOnExitParamsCode() {
+    const bool isThisRead = isTested ||
+                            containsKind(descriptor.onReturnParameters, CALLBACK_THIS) ||
+                            containsKind(descriptor.onExceptionParameters, CALLBACK_THIS);
+    // Some compilers clear the variable for the garbage collector.
+    if (!method->isStatic() && touched[0] && isThisRead &&
+        (references.onReturn >= 0 || references.onException >= 0)) {
+        const ZString type = ZString("L") + classFile->getSignature().toString() + ";";
+        exitThis = newLocal(type, true);
+        entry.generateVariableLoad(type, 0);
+        entry.generateVariableStore(type, exitThis);
+    }
     for (int i = 0; i < exitLocals.getSize(); i++) {
         if (exitLocals[i] == -1) {
             exitLocals.set(i, newLocal(types[i], true));
@@ -110,7 +122,7 @@ void ProbeBlocks::insertEntryCode(const ZString& enterType) {
             entry.generateZeroLoad(enterType);
             entry.generateVariableStore(enterType, resultSlot);
         }
-        entry.testReceiver(references.instanceOfClass);
+        entry.testReceiver(references.instanceOfClass, 0);
     }
     loadCallbackParameters(entry, descriptor.onEnterParameters, descriptor.onEnterDescriptor,
                            paramLocals, -1);
@@ -131,7 +143,7 @@ void ProbeBlocks::insertOnReturnCode() {
     // The return value, which stands below all that the block pushes.
     exit.beginWith(DescriptorTypes::slotsOf(returnType.charAt(0)));
     if (isTested) {
-        exit.testReceiver(references.instanceOfClass);
+        exit.testReceiver(references.instanceOfClass, exitThis);
     }
     int valueSlot = -1;
     if (!isVoid && containsKind(parameters, CALLBACK_RETURN_VALUE)) {
@@ -162,7 +174,7 @@ void ProbeBlocks::insertOnExceptionCode() {
     const bool isThrown = !isSwallowed || isTested;
     handler.beginWith(1);
     if (isTested) {
-        handler.testReceiver(references.instanceOfClass);
+        handler.testReceiver(references.instanceOfClass, exitThis);
     }
     int exceptionSlot = -1;
     if (containsKind(parameters, CALLBACK_THROWN_EXCEPTION)) {
@@ -213,7 +225,7 @@ void ProbeBlocks::loadCallbackParameter(ProbeCode& block, const CallbackParamete
                                         int valueSlot) {
     switch (parameter.kind) {
     case CALLBACK_THIS:
-        block.loadThis(method->isStatic(), references.instanceOfClass);
+        block.loadThis(method->isStatic(), references.instanceOfClass, thisFor(block));
         return;
     case CALLBACK_PARAMS:
         block.generateLoadAllParamsCode(types, locals);

@@ -36,6 +36,7 @@ public:
 private:
     int newLocal(const ZString& type, bool inFrames);
     void fillParamIndices();
+    int thisFor(const ProbeCode& block) const { return &block == &entry ? 0 : exitThis; }
     void noteSaved(const ZVector<CallbackParameter>* parameters);
     void insertSaveOnExitParamsCode();
     void insertEntryCode(const ZString& enterType);
@@ -57,6 +58,7 @@ private:
     const bool* touched;
     int nextSlot;
     int resultSlot;
+    int exitThis; // the slot of `this` at the exits
     int entryCodeSize;
     ZVectorSafe<ZString> types;
     ZString returnType;

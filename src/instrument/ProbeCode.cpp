@@ -201,11 +201,11 @@ bool ProbeCode::handleMethodNamesCPK(CallbackParameterKind kind, const MethodInf
     }
 }
 
-void ProbeCode::loadThis(bool isStatic, int checkedClass) {
+void ProbeCode::loadThis(bool isStatic, int checkedClass, int slot) {
     if (isStatic) {
         generator.push(OPC_ACONST_NULL);
     } else {
-        generator.aload(0);
+        generator.aload(slot);
         if (checkedClass >= 0) {
             instruction(OPC_CHECKCAST, checkedClass);
         }
@@ -245,8 +245,8 @@ void ProbeCode::generateThrow() {
     generator.push(OPC_ATHROW);
 }
 
-void ProbeCode::testReceiver(int classIndex) {
-    loadThis(false, -1);
+void ProbeCode::testReceiver(int classIndex, int slot) {
+    loadThis(false, -1, slot);
     instruction(OPC_INSTANCEOF, classIndex);
     generator.openJump(OPC_IFEQ);
     grow(-1);

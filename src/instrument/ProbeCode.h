@@ -25,7 +25,8 @@ public:
     void generateLoadAllParamsCode(const ZVectorSafe<ZString>& types, const ZVector<int>& locals);
     // The constants of the four kinds that name the method. False for another kind.
     bool handleMethodNamesCPK(CallbackParameterKind kind, const MethodInfo* method);
-    void loadThis(bool isStatic, int checkedClass);
+    // Null in a static method. slot: of `this`, or of a copy.
+    void loadThis(bool isStatic, int checkedClass, int slot);
     // A second copy of the value on top; takes it away.
     void duplicate(const ZString& type);
     void drop(const ZString& type);
@@ -34,7 +35,7 @@ public:
     void generateReturn(const ZString& type);
     void generateThrow();
     // What follows up to endOfTest runs only for a receiver of this class.
-    void testReceiver(int classIndex);
+    void testReceiver(int classIndex, int slot);
     void endOfTest() { generator.closeJump(); }
     // Fills up with nops until this many more bytes end at a multiple of 4.
     void pad(int more = 0);

@@ -114,6 +114,8 @@ TEST_F(WovenCode, blocksAsTheyStand) {
          "4 87 184# 172 75 42 184# 172"},
         {"an exception passed on", 1, "()V", 1, B::code({177}), outline({}, {}, thrown),
          "177 89 76 43 184# 191"},
+        {"a `this` that the method clears", 1, "()V", 1, B::code({1, 75, 177}),
+         outline({}, enterThis, {}), "42 76 1 75 43 184# 177"},
         {"a test at run time", 1, "()V", 1, B::code({177}), tested,
          "9 64 42 193# 153.0.7 184# 64 42 193# 153.0.7 31 184# 177 42 193# 153.0.6 184# 191"},
         {"a switch", 9, "(I)V", 1, B::code({26, 171, 0, 0, 0, 0, 0, 11, 0, 0, 0, 0, 177}),
