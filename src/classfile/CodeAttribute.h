@@ -58,7 +58,8 @@ public:
     LocalVariableTypeTableAttribute* getLocalVariableTypeTable();
 
     // The smallest of the code length and the end of every range that holds pc and starts below it:
-    // where a catch-all of the code from pc on may end without crossing the end of an earlier range.
+    // where a catch-all of the code from pc on may end without crossing the end of an earlier
+    // range.
     int getCorrectExceptionHandlerIndex(int pc) const;
     // Adds a catch-all handler whose frame has the initial locals and `type` on the stack. With
     // start 0 it comes last, otherwise ahead of the handlers that began at or before start.
