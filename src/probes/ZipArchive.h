@@ -3,9 +3,18 @@
 #include "classfile/Utf8View.h"
 #include "core/ground/ZVector.h"
 
-// ZipArchive: a zip or jar file, as far as class files in it need: entries that are stored or
-// deflated, found through the directory at its end, also the large one of many entries. The file
-// may be anything, and may change while it is read: what contradicts itself is not there.
+#include <minizip/unzip.h>
+
+// ZipSource: the bytes of an archive, with a position.
+struct ZipSource {
+    int fd;
+    const unsigned char* memory; // null for a file
+    long size;
+    long position;
+};
+
+// ZipArchive: the entries of a zip or jar file, read by minizip. The file may be anything, and may
+// change while it is read: what contradicts itself is not there.
 class ZipArchive {
 public:
     explicit ZipArchive(const ZString& path);
@@ -16,7 +25,7 @@ public:
     ZipArchive& operator=(const ZipArchive&) = delete;
 
     // The directory could be read. If not, there are no entries.
-    bool isOpen() const { return opened; }
+    bool isOpen() const { return archive != nullptr; }
     int getEntryCount() const { return entries.getSize(); }
     // Valid as long as the archive.
     Utf8View getName(int entryIndex) const;
@@ -27,34 +36,19 @@ private:
     friend bool unzipEntryToVector(const ZipArchive& zip, long expectedSize, int entryIndex,
                                    ZVector<unsigned char>& out);
     struct Entry {
-        int name; // offset in the directory
+        int name; // offset in the names
         int nameLength;
-        int method;
-        unsigned checksum;
-        long packedSize;
         long size;
-        long header; // offset of the local header in the file
-    };
-    struct Place {
-        long start; // of the directory in the file
-        long bytes;
-        long base; // of the archive: something may stand before it
+        unz64_file_pos place;
     };
 
     void open();
-    bool readAt(long offset, void* buffer, int count) const;
-    bool findDirectory(Place* place) const;
-    bool findLargeDirectory(long endRecord, Place* place) const;
-    bool readDirectory(const Place& place);
-    bool findData(const Entry& entry, long* offset) const;
-    bool copy(const Entry& entry, long offset, ZVector<unsigned char>& out) const;
-    bool inflateTo(const Entry& entry, long offset, ZVector<unsigned char>& out) const;
+    bool readEntries();
+    bool readTo(const Entry& entry, ZVector<unsigned char>& out) const;
 
-    int fd;
-    const unsigned char* memory; // null for a file
-    long fileSize;
-    bool opened;
-    ZVector<unsigned char> directory;
+    ZipSource source;
+    unzFile archive; // null if the file is none
+    ZVector<char> names;
     ZVector<Entry> entries;
 };
 

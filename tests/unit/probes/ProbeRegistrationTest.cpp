@@ -340,7 +340,8 @@ TEST_F(ProbeRegistration, damagedArchiveIsToldOf) {
         std::string bytes = good;
         bytes[at] = static_cast<char>(bytes[at] ^ 0xff);
         broken += errorsOf(bytes) == brokenContents ? 1 : 0;
-        EXPECT_NE("", errorsOf(good.substr(0, at))) << at;
+        // Of the end record the length of the comment is not needed.
+        EXPECT_EQ(at + 3 >= good.size(), errorsOf(good.substr(0, at)).empty()) << at;
     }
     // The checksum finds what the deflated bytes don't tell.
     EXPECT_GT(broken, static_cast<int>(good.size()) / 2);
