@@ -1,4 +1,4 @@
-// What a command is: one row of the table in Commands.cpp. The command line, the help, the shell
+// What a command is: one row of the tables in tables/. The command line, the help, the shell
 // completion and the list in the man page all follow from these rows.
 #pragma once
 

@@ -1,5 +1,5 @@
-// The run functions of the commands; the table that lists them is in Commands.cpp. Each gives an
-// exit code and throws ClientError.
+// The run functions of the commands; the tables that list them are in tables/. Each gives an exit
+// code and throws ClientError.
 #pragma once
 
 #include "client/commands/Command.h"

@@ -1,0 +1,163 @@
+// The commands that show or save what was recorded.
+#include "client/commands/Commands.h"
+#include "client/commands/tables/Tables.h"
+
+namespace vdk {
+
+namespace {
+
+const OptionSpec FileOrTarget = {
+    "SOURCE", ValueKind::Source, "a snapshot file, or a JVM with the agent", {}, true, false, ""};
+const OptionSpec Out = {
+    "--out", ValueKind::File, "write to this file, - is standard output", {}, false, false, "-o"};
+const OptionSpec Filters = {"--filters",
+                            ValueKind::Choice,
+                            "charge filtered methods' time to their callers (default off)",
+                            {"on", "off"}};
+
+const std::vector<Command> Table = {
+    {"top",
+     "show hot methods and threads, refreshing",
+     "On a terminal until q or Ctrl-C; elsewhere once, or --count times. The numbers are those of "
+     "the\n"
+     "last interval; tracing adds the calls made in it. The head tells the time that threads were "
+     "blocked\n"
+     "by monitors, and the exceptions, where these are recorded. While allocations are recorded a "
+     "list\n"
+     "tells what was allocated in the interval, a second. With --json one object a line.",
+     "vdk top app.jar\nvdk alloc start app.jar --sampled && vdk top app.jar --allocations "
+     "method\nvdk top app.jar --sample --interval 5s\nvdk top app.jar --count 3 --json",
+     {Target,
+      {"--interval", ValueKind::Duration, "time between refreshes, at least 100ms (default 2s)"},
+      {"--count", ValueKind::Number, "end after so many refreshes"},
+      {"--top", ValueKind::Number,
+       "methods to show (default 20, or what the terminal has lines for)"},
+      Filters,
+      {"--sample", ValueKind::None, "start sampling if it is off, and stop it at the end"},
+      {"--allocations",
+       ValueKind::Choice,
+       "how to group allocations, while they are recorded (default class)",
+       {"class", "method"}}},
+     false,
+     true,
+     runTop},
+    {"threads",
+     "show the threads of a JVM or snapshot",
+     "",
+     "vdk threads app.jar",
+     {FileOrTarget, {"--all", ValueKind::None, "also threads that have ended"}},
+     false,
+     true,
+     runThreads},
+    {"telemetry",
+     "show memory, threads, classes and CPU over time",
+     "",
+     "vdk telemetry app.jar\nvdk telemetry app.snapshot --last 60 --json",
+     {FileOrTarget, {"--last", ValueKind::Number, "records to show (default 20)"}},
+     false,
+     true,
+     runTelemetry},
+    {"dump",
+     "show a thread dump",
+     "A deadlock, of monitors or locks, stands at its end, with what each thread waits for and "
+     "who\n"
+     "holds that.",
+     "vdk dump app.jar\nvdk dump app.jar --out threads.txt",
+     {Target, Out},
+     false,
+     true,
+     runDump},
+    {"gc", "run the garbage collector", "", "vdk gc app.jar", {Target}, false, true, runGc},
+    {"stats",
+     "show the sizes of an agent's tables",
+     "",
+     "vdk stats app.jar",
+     {Target},
+     false,
+     true,
+     runStats},
+    {"snapshot",
+     "save what was measured to a file",
+     "The JVM writes the file into its snapshot folder and its path is printed. With --out the "
+     "file\n"
+     "is fetched, appears under that name when it is complete, and leaves the snapshot folder.\n"
+     "With --heap the file also holds every object, for `vdk heap`. The application stands still\n"
+     "meanwhile: a quarter to half a minute for ten million objects. Garbage that was not\n"
+     "collected yet is in the file too, and costs as much as the rest; --gc collects it first.",
+     "vdk snapshot app.jar\nvdk snapshot app.jar --out app.snapshot --compressed\n"
+     "vdk snapshot app.jar --heap --out app.snapshot && vdk heap app.snapshot",
+     {Target,
+      Out,
+      {"--heap", ValueKind::None, "with all objects of the heap"},
+      {"--gc", ValueKind::None, "run the garbage collector first"},
+      {"--keep", ValueKind::None, "with --out: leave the JVM's own copy where it is"},
+      {"--compressed", ValueKind::None, "fetch compressed"},
+      {"--dir", ValueKind::Folder, "folder in the JVM's view, or \"public\""},
+      {"--pattern", ValueKind::Text, "file name (default <sessionname>-<date>)"}},
+     false,
+     true,
+     runSnapshot},
+    {"report",
+     "show hot methods, the call tree, allocations, waits for monitors and locks, exceptions",
+     "Own time is a method's own, total time has its callees in it; percentages are of the sum of\n"
+     "all own times. Methods marked w are measured in wall time, the others in CPU time. Without "
+     "--show\n"
+     "allocations, monitors and exceptions appear where any were recorded. Allocations are told "
+     "by\n"
+     "class, by the methods that allocated and as a tree with the classes below those. `--show "
+     "live`\n"
+     "tells the same of the recorded objects that live, `--show garbage` of those that were "
+     "collected.\n"
+     "--by takes one list in place of all these: of lines it knows the method alone.",
+     "vdk report app.jar --show live --by class\nvdk report app.snapshot\nvdk report app.jar "
+     "--by-thread --filters on\n"
+     "vdk report app.snapshot --show tree --min-percent 5\n"
+     "vdk report app.jar --show monitors --json",
+     {FileOrTarget,
+      {"--show",
+       ValueKind::Choice,
+       "sections (default all)",
+       {"all", "methods", "tree", "allocations", "live", "garbage", "monitors", "exceptions"}},
+      {"--by",
+       ValueKind::Choice,
+       "one list of allocations, live objects, garbage, monitors or exceptions, grouped so",
+       {"method", "tree", "class", "thread", "line"}},
+      {"--top", ValueKind::Number, "lines of a list to show (default 30)"},
+      {"--by-thread", ValueKind::None, "each thread by itself; those of a pool together"},
+      {"--threads", ValueKind::Number, "threads or pools to show, by CPU time (default 10)"},
+      Filters,
+      {"--min-percent", ValueKind::Number, "leave out smaller parts of the tree (default 1)"},
+      {"--depth", ValueKind::Number, "levels of the tree to show (default 60)"},
+      {"--signatures", ValueKind::None, "show parameter types"},
+      {"--raw-names", ValueKind::None, "keep the numbers of generated classes"}},
+     false,
+     true,
+     runReport},
+    {"export",
+     "write stacks for other tools",
+     "Collapsed stacks have one line a stack: frames from the outermost on, a blank, and own time\n"
+     "in whole units (microseconds unless --unit says otherwise). The speedscope form has one\n"
+     "profile a thread, weighted in nanoseconds.",
+     "vdk export app.snapshot --collapsed --out app.collapsed\n"
+     "vdk export app.jar --speedscope -o app.speedscope.json",
+     {FileOrTarget,
+      {"--collapsed", ValueKind::None, "collapsed stacks, for flame graph tools"},
+      {"--speedscope", ValueKind::None, "speedscope's JSON"},
+      Out,
+      Filters,
+      {"--unit", ValueKind::Choice, "unit of collapsed counts (default us)", {"ns", "us", "ms"}},
+      {"--by-thread", ValueKind::None, "the thread as outermost frame of collapsed stacks"},
+      {"--signatures", ValueKind::None, "parameter types in frame names"},
+      {"--raw-names", ValueKind::None, "keep the numbers of generated classes"}},
+     false,
+     true,
+     runExport},
+};
+
+} // namespace
+
+const std::vector<Command>& reportCommands() {
+    return Table;
+}
+
+} // namespace vdk
