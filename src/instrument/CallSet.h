@@ -12,6 +12,7 @@ enum CallKind : unsigned {
     CALLS_CAUGHT = 1U << 5,      // at the heads of `catch` blocks
     CALLS_NATIVES = 1U << 6,     // wrappers around natives, for the others to stand in
     CALLS_LOADERS = 1U << 7,     // the beginning of loadClass that lets the others find the agent
+    CALLS_PROBES = 1U << 8,      // callbacks of probes
 };
 
 // A set of them.

@@ -9,13 +9,16 @@
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
+#include "instrument/ClassBatches.h"
 #include "instrument/LoadedClass.h"
 #include "instrument/LoaderDelegation.h"
 #include "instrument/LoaderReach.h"
 #include "instrument/Patchers.h"
+#include "instrument/ProbePasses.h"
 #include "instrument/Retransformation.h"
 #include "instrument/TracingInstrumentation.h"
 #include "instrument/WantedCalls.h"
+#include "probes/Probes.h"
 #include "probes/SignatureUtil.h"
 #include "profiling/cpu/TracedCalls.h"
 #include "profiling/cpu/Tracing.h"
@@ -146,6 +149,12 @@ bool logsEachClass() {
     return Options::isDebug("classes");
 }
 
+ZString dottedName(const ZString& internalName) {
+    ZString dotted = internalName;
+    dotted.replaceAll('/', '.');
+    return dotted;
+}
+
 bool isClassFile(int length, const unsigned char* data) {
     return length >= 4 && data[0] == 0xca && data[1] == 0xfe && data[2] == 0xba && data[3] == 0xbe;
 }
@@ -194,7 +203,7 @@ bool patchLoader(ClassFile& classFile, const ZString& name) {
 
 // Runs the passes. True if any changed the class. natives: null leaves them as they are.
 bool rewrite(ClassFile& classFile, const ZString& name, const NativeSelection* natives,
-             DatabaseMethodIds& ids) {
+             DatabaseMethodIds& ids, ProbePasses& probes) {
     bool changed = false;
     if (natives != nullptr &&
         wrapNativeMethods(&classFile, ourNativeMethodPrefix, *natives, &ourCounts)) {
@@ -207,14 +216,19 @@ bool rewrite(ClassFile& classFile, const ZString& name, const NativeSelection* n
     if (wanted.calls.has(CALLS_LOADERS)) {
         changed = patchLoader(classFile, name) || changed;
     }
-    // Probes stand here, those of J2EE support behind the next pass, so that their calls lie
-    // outside the tracing calls.
+    const bool isProbed = wanted.calls.has(CALLS_PROBES);
+    if (isProbed) {
+        changed = probes.weave(ProbePasses::BEFORE_TRACING) || changed;
+    }
     if (wanted.calls.has(BODY_CALLS) || wanted.leftOut != nullptr) {
         bool hasCatches = false;
         changed = instrumentForTracingAndAllocation(&classFile, wanted, &ids, ourIsIBM, &ourCounts,
                                                     &hasCatches) ||
                   changed;
         WantedCalls::onRewritten(name, wanted.calls, hasCatches);
+    }
+    if (isProbed) {
+        changed = probes.weave(ProbePasses::BEHIND_TRACING) || changed;
     }
     return changed;
 }
@@ -352,14 +366,13 @@ void handleOffer(const OfferedClass& offered, jint* newLength, unsigned char** n
         return;
     }
     if (!mayCallAgent(offered, name)) {
-        ZString dotted = name;
-        dotted.replaceAll('/', '.');
-        logClass(dotted, "skipping: its class loader does not find the agent");
+        logClass(dottedName(name), "skipping: its class loader does not find the agent");
         return;
     }
     const bool done =
         runGuarded(VDK_HERE, [&] { rewriteOffered(offered, name, newLength, newData); });
     if (!done) {
+        logClass(dottedName(name), "left as it was, after an error");
         // It may be the class of a loader.
         distrustLoaderClass(name);
         *newLength = 0;
@@ -420,18 +433,17 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
         return;
     }
     const long start = getTimeNs();
-    ZString dotted = name;
-    dotted.replaceAll('/', '.');
+    const ZString dotted = dottedName(name);
     if (!isClassFile(length, data)) {
         if (logsEachClass()) {
             logClass(dotted, "skipping non-CAFEBABE");
         }
         return;
     }
-    if (!WantedCalls::now().has(BODY_CALLS) && natives == nullptr) {
+    if (isAgentClass(name)) {
         return;
     }
-    if (isAgentClass(name)) {
+    if (!WantedCalls::now().has(BODY_CALLS) && natives == nullptr && !Probes::mayApply(name)) {
         return;
     }
     if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 && !ourVMInitCalled) {
@@ -454,7 +466,8 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
         return;
     }
     DatabaseMethodIds ids(name);
-    const bool changed = rewrite(classFile, name, natives, ids);
+    ProbePasses probes(&classFile, &ourCounts);
+    const bool changed = rewrite(classFile, name, natives, ids, probes);
     if (changed && classFile.getConstantPool().getSize() >= 0x10000) {
         forgetInstrumentation(classFile, ids);
         if (declaresLoadClass(&classFile)) {
@@ -467,6 +480,7 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
     if (changed) {
         handOver(classFile, name, length, newLength, newData);
         ids.confirm();
+        probes.confirm();
     }
 }
 

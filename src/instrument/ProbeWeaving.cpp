@@ -88,14 +88,21 @@ private:
     // Whether a row accepts the method.
     bool isAccepted(MethodInfo* method, const ZString& returnDescriptor) {
         const ZString name = method->getName();
-        const ZString returnType =
-            SignatureUtil::convertClassSignatureToFullName(returnDescriptor.c_str());
-        const ZString parameters =
-            SignatureUtil::convertMethodSignatureToParameters(method->getDescriptor());
+        ZString returnType;
+        ZString parameters;
         for (int i = 0; i < patternIndices.getSize(); i++) {
             const int row = patternIndices[i];
-            if (wildcardMatch(descriptor.methodPatterns[row].c_str(), name.c_str()) &&
-                wildcardMatch(descriptor.parameterPatterns[row].c_str(), parameters.c_str()) &&
+            if (!wildcardMatch(descriptor.methodPatterns[row].c_str(), name.c_str())) {
+                continue;
+            }
+            // Most methods do not get here.
+            if (parameters.isEmpty()) {
+                returnType =
+                    SignatureUtil::convertClassSignatureToFullName(returnDescriptor.c_str());
+                parameters =
+                    SignatureUtil::convertMethodSignatureToParameters(method->getDescriptor());
+            }
+            if (wildcardMatch(descriptor.parameterPatterns[row].c_str(), parameters.c_str()) &&
                 wildcardMatch(descriptor.returnTypePatterns[row].c_str(), returnType.c_str()) &&
                 host->hasMatchingAnnotation(method, descriptor.methodAnnotationPatterns[row])) {
                 return true;

@@ -18,10 +18,6 @@ void tagClassesLoadedBeforeAttach(JNIEnv* env);
 // they load from now on can reach the agent.
 void retransformLoadersLoadedBeforeAttach(JNIEnv* env);
 
-// Whether a class is so marked while a switch of calls rewrites classes: it gets back what it had,
-// and those calls alone.
-bool waitsForRewriting(jclass type);
-
 // Puts the calls that count exceptions into the loaded classes and into those to come, or takes
 // them out, a batch of classes at a time: the JVM stands still for each. Not to be called by two
 // threads at once.

@@ -1,45 +1,19 @@
 #include "instrument/WantedCalls.h"
 
 #include "core/ground/Globals.h"
+#include "core/ground/NameBits.h"
 #include "core/ground/Options.h"
 #include "instrument/Instrumentation.h"
 #include "probes/Filter.h"
+#include "probes/Probes.h"
 
 namespace {
-
-// Names of classes, by one bit each.
-class NameBits {
-public:
-    void add(const ZString& name) {
-        const unsigned hash = hashOf(name);
-        words[hash / WORD_BITS] |= 1UL << hash % WORD_BITS;
-    }
-    bool mayHave(const ZString& name) const {
-        const unsigned hash = hashOf(name);
-        return (words[hash / WORD_BITS] >> hash % WORD_BITS & 1) != 0;
-    }
-    void clear() { memset(words, 0, sizeof words); }
-
-private:
-    static constexpr unsigned BITS = 1U << 17;
-    static constexpr unsigned WORD_BITS = 64;
-
-    static unsigned hashOf(const ZString& name) {
-        unsigned hash = 2166136261U;
-        for (int i = 0; i < name.getLength(); i++) {
-            hash = (hash ^ static_cast<unsigned char>(name.c_str()[i])) * 16777619U;
-        }
-        return (hash ^ hash >> 15) % BITS;
-    }
-
-    unsigned long words[BITS / WORD_BITS] = {};
-};
 
 // Wanted beside what is wanted from the start on. Read without ourLock.
 std::atomic<unsigned> ourSwitchedKinds{0};
 ClassNameFilter* ourCatchFilter = nullptr;
-NameBits ourCatching;
-NameBits ourCarriers;
+NameBits<1U << 17> ourCatching;
+NameBits<1U << 17> ourCarriers;
 
 bool passesCatchFilter(const ZString& name) {
     if (ourCatchFilter == nullptr) {
@@ -67,8 +41,11 @@ CallSet WantedCalls::now() {
     if ((capabilities & CAPABILITY_CAN_RECORD_ALLOCATIONS) != 0) {
         wanted = wanted.with(ALLOCATION_CALLS);
     }
+    if (Probes::areThere()) {
+        wanted = wanted.with(CALLS_PROBES);
+    }
     // Classes outside the JDK have to find what is called.
-    if (wanted.has(BODY_CALLS.without(CALLS_CREATED))) {
+    if (wanted.has(BODY_CALLS.without(CALLS_CREATED).with(CALLS_PROBES))) {
         wanted = wanted.with(CALLS_LOADERS);
     }
     return ourOptions->disableNatives ? wanted : wanted.with(CALLS_NATIVES);
@@ -82,6 +59,9 @@ ClassCalls WantedCalls::ofClass(ClassFile& classFile, bool unasked) {
     CallSet wanted = now();
     if (wanted.has(CALLS_CAUGHT) && !passesCatchFilter(name)) {
         wanted = wanted.without(CALLS_CAUGHT);
+    }
+    if (wanted.has(CALLS_PROBES) && !Probes::mayApply(name)) {
+        wanted = wanted.without(CALLS_PROBES);
     }
     if (unasked) {
         wanted = wanted.without(TRACING_CALLS.with(ALLOCATION_CALLS));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/ground/NameBits.h"
 #include "core/ground/ZString.h"
 #include "core/ground/ZVector.h"
 
@@ -29,6 +30,12 @@ enum PROBE_STATUS : int {
     PROBE_IN_FORCE = 0, // woven into every class it applies to
     PROBE_ADDED = 1,    // loaded classes may still need weaving
     PROBE_REMOVED = 2   // its classes must be woven once more without it
+};
+
+// Where the JVM finds the class of a probe.
+enum ProbeHome {
+    PROBE_HOME_BOOT,  // by the boot loader
+    PROBE_HOME_SYSTEM // by the loader of the application's class path
 };
 
 // ProbeDescriptor: what the agent knows of a probe: a class whose annotations name methods, and
@@ -79,6 +86,10 @@ public:
     ZVector<CallbackParameter>* const onExceptionParameters;
     const ZString onExceptionDescriptor;
     PROBE_STATUS status;
+    ProbeHome home = PROBE_HOME_BOOT;
+    long serial = 0; // of its entry into the list; no other probe ever has it
+    // Internal names of the classes that carry its calls, or did. ourLock, as the status.
+    NameBits<1U << 14> woven;
     const bool replacesValue;  // onReturn returns what the method is to return
     const bool isExceptionExt; // the exception callback is onUncaughtExceptionExt
     const bool usesOnEnterResult;

@@ -1,6 +1,7 @@
 // From the names of probe classes to their class files.
 
 #include "core/ground/ConfigFile.h"
+#include "core/ground/Globals.h"
 #include "core/ground/Logger.h"
 #include "probes/FileSearch.h"
 #include "probes/Probes.h"
@@ -12,6 +13,8 @@ namespace {
 
 const unsigned char* ourArchiveBytes = nullptr;
 long ourArchiveByteCount = 0;
+// Those elements of the class path that the loader of the application has. ourLock.
+ZVectorSafe<ZString>& ourSystemElements = *new ZVectorSafe<ZString>();
 
 bool isClassOrNested(const Utf8View& entry, const ZString& className) {
     if (entry == className + ".class") {
@@ -33,6 +36,18 @@ public:
     }
 
     bool isDone() const { return pending.isEmpty(); }
+
+    void searchElement(const ZString& element, ProbeHome home) {
+        const int before = result->descriptors.getSize();
+        if (FileSearch::isDirectory(element)) {
+            searchDirectory(element);
+        } else {
+            searchArchive(ZipArchive(element), element);
+        }
+        for (int i = before; i < result->descriptors.getSize(); i++) {
+            result->descriptors[i]->home = home;
+        }
+    }
 
     void searchDirectory(const ZString& directory) {
         for (int i = 0; i < pending.getSize();) {
@@ -116,6 +131,31 @@ private:
     ZVectorSafe<ZString> pending;
 };
 
+// The class path as it is now: other threads may extend it while classes are read.
+struct ClassPath {
+    ClassPath() {
+        LockHolder lock(ourLock);
+        for (int i = 0; i < Probes::ourProbeClassPathElements.getSize(); i++) {
+            const ZString& element = Probes::ourProbeClassPathElements[i];
+            elements.push(element);
+            homes.push(isOfSystem(element) ? PROBE_HOME_SYSTEM : PROBE_HOME_BOOT);
+        }
+    }
+
+    ZVectorSafe<ZString> elements;
+    ZVector<ProbeHome> homes;
+
+private:
+    static bool isOfSystem(const ZString& element) {
+        for (int i = 0; i < ourSystemElements.getSize(); i++) {
+            if (ourSystemElements[i] == element) {
+                return true;
+            }
+        }
+        return false;
+    }
+};
+
 bool isProbeAmong(const ZVector<ProbeDescriptor*>& descriptors, const ZString& className) {
     const ZString nestedPrefix = className + "$";
     for (int i = 0; i < descriptors.getSize(); i++) {
@@ -134,6 +174,12 @@ void Probes::setRuntimeArchive(const unsigned char* bytes, long count) {
     ourArchiveByteCount = count;
 }
 
+void Probes::addSystemPathElement(const ZString& path) {
+    LockHolder lock(ourLock);
+    ourSystemElements.push(path);
+    ourProbeClassPathElements.push(path);
+}
+
 void Probes::createProbeDescriptors(const ZVectorSafe<ZString>& classNames, PROBE_STATUS status,
                                     ProbeCreationResult* result) {
     Logger::assertNotNULL(result, VDK_HERE);
@@ -142,13 +188,9 @@ void Probes::createProbeDescriptors(const ZVectorSafe<ZString>& classNames, PROB
         search.searchArchive(ZipArchive(ourArchiveBytes, ourArchiveByteCount),
                              "the agent's library");
     }
-    for (int i = 0; i < ourProbeClassPathElements.getSize() && !search.isDone(); i++) {
-        const ZString& element = ourProbeClassPathElements[i];
-        if (FileSearch::isDirectory(element)) {
-            search.searchDirectory(element);
-        } else {
-            search.searchArchive(ZipArchive(element), element);
-        }
+    const ClassPath path;
+    for (int i = 0; i < path.elements.getSize() && !search.isDone(); i++) {
+        search.searchElement(path.elements[i], path.homes[i]);
     }
     search.reportMissing();
     if (!result->isOK()) {

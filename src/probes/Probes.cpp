@@ -4,6 +4,8 @@
 #include "core/ground/Options.h"
 #include "core/ground/WildcardMatch.h"
 
+#include <atomic>
+
 const char* const* const Probes::ourBuiltInProbes = ::ourBuiltInProbes;
 ZVector<ProbeDescriptor*>& Probes::ourProbeDescriptors = *new ZVector<ProbeDescriptor*>();
 ZVectorSafe<ZString>& Probes::ourProbeClassPathElements = *new ZVectorSafe<ZString>();
@@ -45,10 +47,24 @@ int findDescriptor(const ZString& probeClass, int count) {
     return -1;
 }
 
+// The size of the list, for those who do not hold ourLock.
+std::atomic<int> ourCount{0};
+long ourLastSerial = 0;
+
 void deleteDescriptor(int i) {
     ProbeDescriptor* const descriptor = Probes::ourProbeDescriptors[i];
     Probes::ourProbeDescriptors.removeRange(i, i + 1);
+    ourCount = Probes::ourProbeDescriptors.getSize();
     delete descriptor;
+}
+
+bool contains(const ZVector<long>& list, long value) {
+    for (int i = 0; i < list.getSize(); i++) {
+        if (list[i] == value) {
+            return true;
+        }
+    }
+    return false;
 }
 
 void pushOnce(ZVectorSafe<ZString>& list, const ZString& name) {
@@ -78,11 +94,15 @@ void Probes::addProbes(ProbeCreationResult* result) {
     for (int i = 0; i < added.getSize(); i++) {
         result->registeredClasses.push(dotted(added[i]->probeClass));
         const int old = findDescriptor(added[i]->probeClass, ourProbeDescriptors.getSize());
+        added[i]->serial = ++ourLastSerial;
         ourProbeDescriptors.push(added[i]);
-        added.set(i, nullptr);
+        ourCount = ourProbeDescriptors.getSize();
         if (old >= 0) {
+            // Its patterns may have been others: what it was woven into is woven anew.
+            added[i]->woven.addAll(ourProbeDescriptors[old]->woven);
             deleteDescriptor(old);
         }
+        added.set(i, nullptr);
     }
     added.clear();
 }
@@ -97,7 +117,8 @@ bool Probes::removeProbes(const ZString& className, ZVectorSafe<ZString>& remove
         if (isNamed) {
             removed.push(descriptor->probeClass);
         }
-        if (isNamed && descriptor->status == PROBE_ADDED) {
+        // A class may have been loaded since it was added.
+        if (isNamed && descriptor->status == PROBE_ADDED && descriptor->woven.isEmpty()) {
             deleteDescriptor(i);
             continue;
         }
@@ -108,6 +129,50 @@ bool Probes::removeProbes(const ZString& className, ZVectorSafe<ZString>& remove
         i++;
     }
     return awaitsWeaving;
+}
+
+bool Probes::areThere() {
+    return ourCount != 0;
+}
+
+bool Probes::mayApply(const ZString& className) {
+    const ZString name = dotted(className);
+    for (int i = 0; i < ourProbeDescriptors.getSize(); i++) {
+        const ProbeDescriptor& descriptor = *ourProbeDescriptors[i];
+        if (descriptor.status == PROBE_REMOVED || descriptor.probeClass == className) {
+            continue;
+        }
+        for (int row = 0; row < descriptor.getPatternCount(); row++) {
+            if (isProbeApplicable(name, descriptor.classPatterns[row])) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+void Probes::fillApplicableRows(const ProbeDescriptor& descriptor, const ZString& className,
+                                ZVector<int>& rows) {
+    for (int row = 0; row < descriptor.getPatternCount(); row++) {
+        if (isProbeApplicable(className, descriptor.classPatterns[row])) {
+            rows.push(row);
+        }
+    }
+}
+
+void Probes::settle(const ZVector<long>& serials) {
+    for (int i = 0; i < ourProbeDescriptors.getSize();) {
+        ProbeDescriptor* const descriptor = ourProbeDescriptors[i];
+        const bool isMeant = contains(serials, descriptor->serial);
+        if (isMeant && descriptor->status == PROBE_REMOVED) {
+            deleteDescriptor(i);
+            continue;
+        }
+        if (isMeant) {
+            descriptor->status = PROBE_IN_FORCE;
+        }
+        i++;
+    }
 }
 
 void Probes::getTopProbeClasses(ZVectorSafe<ZString>& list, bool withBuiltIn) {

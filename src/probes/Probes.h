@@ -22,6 +22,9 @@ public:
     // which are searched before the class path. They stay as they are for the life of the process.
     static void setRuntimeArchive(const unsigned char* bytes, long count);
 
+    // Behind the elements that there are; the application's class path has it.
+    static void addSystemPathElement(const ZString& path);
+
     // Moves the descriptors of a result that is OK to the list, in the place of those of the same
     // classes. Replacing is a warning; where that counts as an error, nothing is added.
     static void addProbes(ProbeCreationResult* result);
@@ -31,6 +34,18 @@ public:
     // Whether a pattern of classes accepts this one; both dotted. A class of a protected package is
     // accepted only by a pattern that spells the package out.
     static bool isProbeApplicable(const ZString& className, const ZString& classPattern);
+
+    // Whether there is a probe in the list. Takes no lock.
+    static bool areThere();
+    // Whether the class may have to be woven, or be the class of a probe; internal name.
+    static bool mayApply(const ZString& className);
+    // The rows of a probe whose class patterns accept the class; dotted name.
+    static void fillApplicableRows(const ProbeDescriptor& descriptor, const ZString& className,
+                                   ZVector<int>& rows);
+
+    // Classes have followed the changes that were in the list when the serial number was drawn: the
+    // removed probes go, the added ones are in force.
+    static void settle(const ZVector<long>& serials);
 
     // Pushes the dotted names of the top classes of all probes in force, each once, behind the
     // built-in ones if those are wanted.

@@ -14,6 +14,7 @@
 #include "db/DB.h"
 #include "instrument/Instrumentation.h"
 #include "instrument/JNIRedirect.h"
+#include "instrument/ProbeChanges.h"
 #include "instrument/Retransformation.h"
 #include "platform/Platform.h"
 #include "profiling/cpu/SampledTimes.h"
@@ -226,6 +227,7 @@ bool vmInitImpl(JNIEnv* env) {
     }
     enableClassFileLoadHook(ourJVMTI, env);
     retransformPrimordialClasses(env);
+    retransformClassesForChangedProbes(env, "apply probes after start");
     startProfiling(env);
     return true;
 }

@@ -12,7 +12,9 @@
 #include "db/DB.h"
 #include "instrument/Instrumentation.h"
 #include "instrument/JNIRedirect.h"
+#include "instrument/ProbeChanges.h"
 #include "instrument/Retransformation.h"
+#include "instrument/WantedCalls.h"
 #include "platform/Platform.h"
 #include "probes/Probes.h"
 #include "profiling/events/Exceptions.h"
@@ -173,7 +175,7 @@ void addOptionClassPaths() {
     for (int i = 0; i < ourOptions->probeSystemClassPath.getSize(); i++) {
         const ZString& element = ourOptions->probeSystemClassPath[i];
         CHECK_JVMTI(ourJVMTI->AddToSystemClassLoaderSearch(element.c_str()));
-        Probes::ourProbeClassPathElements.push(element);
+        Probes::addSystemPathElement(element);
     }
 }
 
@@ -208,6 +210,7 @@ int startAttached() {
     }
     enableClassFileLoadHook(ourJVMTI, env);
     retransformLoadersLoadedBeforeAttach(env);
+    retransformClassesForChangedProbes(env, "apply probes after attach");
     registerLiveThreads(env);
     startProfiling(env);
     return LOAD_OK;
@@ -237,12 +240,42 @@ int examineVm(const char* options, VmDescription* vm) {
     return checkVendor(*vm);
 }
 
-// A probe that the user named and that nothing comes of must not go unnoticed.
-void logUnavailableProbes() {
-    for (int i = 0; i < ourOptions->namedProbes.getSize(); i++) {
-        Logger::message(ZString("Probe not registered, this version of the agent has no "
-                                "registration of probes: ") +
-                        ourOptions->namedProbes[i]);
+// Puts the probes of these slashed names into the list. False if anything is wrong with them; the
+// log tells.
+bool registerProbes(const ZVectorSafe<ZString>& names, PROBE_STATUS status) {
+    ProbeCreationResult result;
+    Probes::createProbeDescriptors(names, status, &result);
+    if (result.isOK()) {
+        LockHolder lock(ourLock);
+        Probes::addProbes(&result);
+    }
+    if (!result.messages.isEmpty()) {
+        Logger::message(result.getAllMessages());
+    }
+    if (result.isOK()) {
+        result.logRegisteredProbeClasses();
+    }
+    return result.isOK();
+}
+
+// One that is wrong stops the others as little as the application.
+void registerOptionProbes() {
+    ZVectorSafe<ZString> names;
+    for (int i = 0; i < ourOptions->probes.getSize(); i++) {
+        ZString name = ourOptions->probes[i];
+        name.replaceAll('.', '/');
+        names.push(name);
+    }
+    // What is there before the hook is rewritten in any case where any calls are wanted.
+    const bool isLate = isAttached() || !WantedCalls::now().has(BODY_CALLS);
+    const PROBE_STATUS status = isLate ? PROBE_ADDED : PROBE_IN_FORCE;
+    if (names.isEmpty() || registerProbes(names, status)) {
+        return;
+    }
+    for (int i = 0; i < names.getSize(); i++) {
+        ZVectorSafe<ZString> name;
+        name.push(names[i]);
+        registerProbes(name, status);
     }
 }
 
@@ -266,7 +299,7 @@ int prepareAgent(const JvmArguments& arguments, const VmDescription& vm) {
     addOptionClassPaths();
     logEnvironment(vm);
     CHECK_JVMTI(ourJVMTI->CreateRawMonitor("vdk_jvmti_sampler_lock", &ourJVMTISamplerLock));
-    logUnavailableProbes();
+    registerOptionProbes();
     return LOAD_OK;
 }
 

@@ -247,13 +247,11 @@ bool Options::probe(const ZString& value) {
         for (const char* const* name = ourBuiltInProbes; *name != nullptr; name++) {
             if (ZString(*name).endsWith(value.c_str())) {
                 addProbe(*name);
-                namedProbes.push(*name);
                 return true;
             }
         }
     }
     addProbe(value);
-    namedProbes.push(value);
     return true;
 }
 

@@ -44,7 +44,6 @@ public:
     ZString snapshotDir;
     ZString tmpDir; // empty means /tmp
     ZVectorSafe<ZString> probes;
-    ZVectorSafe<ZString> namedProbes; // those of them that the user asked for by name
     ZVectorSafe<ZString> probeSystemClassPath;
     ZVectorSafe<ZString> probeBootClassPath;
     ZString profilerUIPath;

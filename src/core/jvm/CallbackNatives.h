@@ -23,7 +23,7 @@
 
 // clang-format off
 #define VDK_CALLBACK_NATIVES(BUILT, MISSING, ANSWERING) \
-    MISSING(addProbePaths, "([Ljava/lang/String;)V", void, (JNIEnv* env, jclass, jobjectArray), "registration of probes") \
+    BUILT(addProbePaths, "([Ljava/lang/String;)V", void, (JNIEnv* env, jclass clazz, jobjectArray paths)) \
     BUILT(addSnapshotInfo, "(Ljava/lang/String;J)V", void, (JNIEnv* env, jclass clazz, jstring path, jlong flags)) \
     BUILT(advanceGeneration, "(Ljava/lang/String;)V", void, (JNIEnv* env, jclass clazz, jstring description)) \
     BUILT(bindPark, "()V", void, (JNIEnv* env, jclass clazz)) \
@@ -59,7 +59,7 @@
     BUILT(getHostID, "()Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz)) \
     BUILT(getPhase, "()I", jint, (JNIEnv* env, jclass clazz)) \
     BUILT(getPID, "()I", jint, (JNIEnv* env, jclass clazz)) \
-    MISSING(getProbes, "(I)[Ljava/lang/String;", jobjectArray, (JNIEnv* env, jclass, jint), "registration of probes") \
+    BUILT(getProbes, "(I)[Ljava/lang/String;", jobjectArray, (JNIEnv* env, jclass clazz, jint status)) \
     BUILT(getProcessCPUTimeNs, "()J", jlong, (JNIEnv* env, jclass clazz)) \
     BUILT(getStatus, "()J", jlong, (JNIEnv* env, jclass clazz)) \
     BUILT(getTelemetryPeriodMs, "()I", jint, (JNIEnv* env, jclass clazz)) \
@@ -82,8 +82,8 @@
     BUILT(objectMapPut, "(JLjava/lang/Object;I)V", void, (JNIEnv* env, jclass clazz, jlong map, jobject object, jint value)) \
     BUILT(objectMapRemove, "(JLjava/lang/Object;I)I", jint, (JNIEnv* env, jclass clazz, jlong map, jobject object, jint fallback)) \
     MISSING(patchTemplateClass, "([Ljava/lang/String;)[B", jbyteArray, (JNIEnv* env, jclass, jobjectArray), "method listeners of triggers") \
-    ANSWERING(registerProbesByBytecode, "([[BZZ)Ljava/lang/String;", (JNIEnv* env, jclass, jobjectArray, jboolean, jboolean), "registration of probes") \
-    ANSWERING(registerProbesByName, "([Ljava/lang/String;)Ljava/lang/String;", (JNIEnv* env, jclass, jobjectArray), "registration of probes") \
+    BUILT(registerProbesByBytecode, "([[BZZ)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jobjectArray classes, jboolean dynamic, jboolean flag)) \
+    BUILT(registerProbesByName, "([Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jobjectArray classNames)) \
     BUILT(registerProcessExitListener, "(JI)Z", jboolean, (JNIEnv* env, jclass clazz, jlong process, jint row)) \
     BUILT(retransformClassesLoadedBeforeAgentWasAttached0, "(ZLjava/lang/String;)V", void, (JNIEnv* env, jclass clazz, jboolean useFilter, jstring filterFile)) \
     BUILT(setCalibrationResult, "(J)V", void, (JNIEnv* env, jclass clazz, jlong costNs)) \
@@ -104,7 +104,7 @@
     BUILT(stopCPUProfiling, "(Z)V", void, (JNIEnv* env, jclass clazz, jboolean log)) \
     BUILT(stopMonitorProfiling, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(storeTelemetryRecord, "([I[I[I[I)V", void, (JNIEnv* env, jclass clazz, jintArray telec, jintArray tele, jintArray extNames, jintArray extValues)) \
-    MISSING(unregisterProbes, "([Ljava/lang/String;)V", void, (JNIEnv* env, jclass, jobjectArray), "registration of probes") \
+    BUILT(unregisterProbes, "([Ljava/lang/String;)V", void, (JNIEnv* env, jclass clazz, jobjectArray classNames)) \
     BUILT(validateMethodPattern, "(Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jstring pattern)) \
     BUILT(writeTables, "(III[I)V", void, (JNIEnv* env, jclass clazz, jint socket, jint mask, jint limit, jintArray stamps)) \
     BUILT(vdkExceptionCaught0, "(Ljava/lang/Object;)V", void, (JNIEnv* env, jclass clazz, jobject exception)) \

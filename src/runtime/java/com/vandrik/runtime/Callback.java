@@ -137,7 +137,8 @@ public class Callback {
 
     public static native int getPID();
 
-    public static native String[] getProbes(int withBuiltIn);
+    /** Status 0: all known probes, the built-in ones first; 1: those that are registered. */
+    public static native String[] getProbes(int status);
 
     public static native long getProcessCPUTimeNs();
 

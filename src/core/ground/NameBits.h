@@ -1,0 +1,46 @@
+#pragma once
+
+#include "core/ground/ZString.h"
+
+// NameBits<BITS>: a set of names, by one bit each: memory that does not grow, and a few names too
+// many. BITS: a power of two.
+template <unsigned BITS>
+class NameBits {
+public:
+    void add(const ZString& name) {
+        const unsigned hash = hashOf(name);
+        words[hash / WORD_BITS] |= 1UL << hash % WORD_BITS;
+    }
+    void addAll(const NameBits& other) {
+        for (unsigned i = 0; i < WORDS; i++) {
+            words[i] |= other.words[i];
+        }
+    }
+    bool mayHave(const ZString& name) const {
+        const unsigned hash = hashOf(name);
+        return (words[hash / WORD_BITS] >> hash % WORD_BITS & 1) != 0;
+    }
+    bool isEmpty() const {
+        for (const unsigned long word : words) {
+            if (word != 0) {
+                return false;
+            }
+        }
+        return true;
+    }
+    void clear() { memset(words, 0, sizeof words); }
+
+private:
+    static constexpr unsigned WORD_BITS = 64;
+    static constexpr unsigned WORDS = BITS / WORD_BITS;
+
+    static unsigned hashOf(const ZString& name) {
+        unsigned hash = 2166136261U;
+        for (int i = 0; i < name.getLength(); i++) {
+            hash = (hash ^ static_cast<unsigned char>(name.c_str()[i])) * 16777619U;
+        }
+        return (hash ^ hash >> 15) % BITS;
+    }
+
+    unsigned long words[WORDS] = {};
+};

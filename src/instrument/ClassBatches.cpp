@@ -1,0 +1,140 @@
+#include "instrument/ClassBatches.h"
+
+#include "core/ground/Globals.h"
+#include "instrument/Instrumentation.h"
+#include "instrument/LoaderReach.h"
+
+#include <atomic>
+
+namespace {
+
+// Classes that are rewritten at once for a switch. The JVM walks over all its classes in each
+// batch, and stands still for as long.
+constexpr int SWITCH_BATCH = 200;
+
+// Switches of calls that are rewriting classes.
+std::atomic<int> ourSwitches{0};
+
+class Switching {
+public:
+    Switching() { ourSwitches++; }
+    ~Switching() { ourSwitches--; }
+    Switching(const Switching&) = delete;
+    Switching& operator=(const Switching&) = delete;
+};
+
+// An interface all of whose methods are abstract. One that is not linked does not tell.
+bool hasNoBodies(jclass type) {
+    jboolean isInterface = JNI_FALSE;
+    jint count = 0;
+    JvmtiMemory<jmethodID> methods;
+    if (ourJVMTI->IsInterface(type, &isInterface) != JVMTI_ERROR_NONE || isInterface == JNI_FALSE ||
+        ourJVMTI->GetClassMethods(type, &count, methods.receive()) != JVMTI_ERROR_NONE) {
+        return false;
+    }
+    for (jint i = 0; i < count; i++) {
+        jint modifiers = 0;
+        if (ourJVMTI->GetMethodModifiers(methods.get()[i], &modifiers) != JVMTI_ERROR_NONE ||
+            (modifiers & ACC_ABSTRACT) == 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+int retransform(jclass* classes, int count, jvmtiError* lastError) {
+    if (count == 0) {
+        return 0;
+    }
+    const jvmtiError error = ourJVMTI->RetransformClasses(count, classes);
+    if (error == JVMTI_ERROR_NONE) {
+        return count;
+    }
+    *lastError = error;
+    if (count == 1) {
+        LockHolder lock(ourLock);
+        distrustLoaderClass(internalNameOf(classes[0]));
+        Logger::message(ZString("Retransforming failed: ") + dottedNameOf(classes[0]) + ": " +
+                        longToString(error));
+        return 0;
+    }
+    Logger::message(ZString("Retransforming ") + longToString(count) +
+                    " classes at once failed: " + longToString(error));
+    const int half = count / 2;
+    const int done = retransform(classes, half, lastError);
+    return done + retransform(classes + half, count - half, lastError);
+}
+
+} // namespace
+
+ZString dottedNameOf(jclass type) {
+    ZString name = internalNameOf(type);
+    name.replaceAll('/', '.');
+    return name;
+}
+
+bool isModifiable(jclass type) {
+    jboolean modifiable = JNI_FALSE;
+    jint status = 0;
+    return ourJVMTI->GetClassStatus(type, &status) == JVMTI_ERROR_NONE &&
+           (status & JVMTI_CLASS_STATUS_ERROR) == 0 &&
+           ourJVMTI->IsModifiableClass(type, &modifiable) == JVMTI_ERROR_NONE &&
+           modifiable == JNI_TRUE;
+}
+
+// The JVM hands every redefined subclass of its event class to the flight recorder, which starts
+// parts of it, or prints an error where a small image lacks it.
+RewritableClasses::RewritableClasses(JNIEnv* javaEnv)
+    : env(javaEnv), eventClass(javaEnv->FindClass("jdk/internal/event/Event")) {
+    if (eventClass == nullptr) {
+        env->ExceptionClear();
+    }
+}
+
+RewritableClasses::~RewritableClasses() {
+    env->DeleteLocalRef(eventClass);
+}
+
+bool RewritableClasses::has(jclass type) const {
+    const ZString name = internalNameOf(type);
+    if (name.isEmpty() || name.startsWith("jdk/internal/event/") || isAgentClass(name)) {
+        return false;
+    }
+    return isModifiable(type) && !hasNoBodies(type) &&
+           (eventClass == nullptr || env->IsAssignableFrom(type, eventClass) == JNI_FALSE);
+}
+
+int ClassList::retransformAtOnce() {
+    return retransform(classes.data(), classes.getSize(), &lastError);
+}
+
+int ClassList::retransformInBatches() {
+    const Switching switching;
+    int done = 0;
+    for (int from = 0; from < classes.getSize(); from += SWITCH_BATCH) {
+        const int left = classes.getSize() - from;
+        done += retransform(classes.data() + from, left < SWITCH_BATCH ? left : SWITCH_BATCH,
+                            &lastError);
+    }
+    return done;
+}
+
+ZString ClassList::getFailure() const {
+    if (lastError == JVMTI_ERROR_NONE) {
+        return ZString();
+    }
+    ZString text("error=");
+    text.appendLong(lastError);
+    JvmtiMemory<char> name;
+    if (ourJVMTI->GetErrorName(lastError, name.receive()) == JVMTI_ERROR_NONE) {
+        text.append(":");
+        text.append(name.get());
+    }
+    return text;
+}
+
+bool waitsForRewriting(jclass type) {
+    jlong tag = 0;
+    return ourSwitches != 0 && ourJVMTI2 != nullptr &&
+           ourJVMTI2->GetTag(type, &tag) == JVMTI_ERROR_NONE && tag == WAITING_TAG;
+}

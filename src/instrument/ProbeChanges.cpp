@@ -1,0 +1,246 @@
+#include "instrument/ProbeChanges.h"
+
+#include "core/ground/Exceptions.h"
+#include "core/ground/Globals.h"
+#include "core/ground/Logger.h"
+#include "core/ground/UptimeProvider.h"
+#include "core/jvm/JNIUtils.h"
+#include "instrument/ClassBatches.h"
+#include "instrument/LoaderReach.h"
+#include "instrument/Retransformation.h"
+#include "probes/Probes.h"
+
+namespace {
+
+const char TREE_CLASS[] = "com/vandrik/runtime/ClassTree";
+const char BUILT_IN_PREFIX[] = "com/vandrik/probes/builtin/";
+
+// What has to be known of a probe that was added, replaced or removed, while others may change it
+// further.
+struct ChangedProbe {
+    explicit ChangedProbe(const ProbeDescriptor& descriptor)
+        : serial(descriptor.serial), isAdded(descriptor.status == PROBE_ADDED),
+          probeClass(descriptor.probeClass), instanceOfClass(descriptor.instanceOfClass),
+          woven(descriptor.woven) {
+        for (int i = 0; i < descriptor.getPatternCount(); i++) {
+            classPatterns.push(descriptor.classPatterns[i]);
+        }
+        instanceOfClass.replaceAll('/', '.');
+    }
+
+    bool accepts(const ZString& dotted) const {
+        for (int i = 0; i < classPatterns.getSize(); i++) {
+            if (Probes::isProbeApplicable(dotted, classPatterns[i])) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    const long serial;
+    const bool isAdded;
+    const ZString probeClass;
+    ZString instanceOfClass; // dotted
+    ZVectorSafe<ZString> classPatterns;
+    const NameBits<1U << 14> woven;
+};
+
+// The Java object that knows which classes are below which. A Java exception in it is an internal
+// error.
+class Tree {
+public:
+    explicit Tree(JNIEnv* javaEnv) : env(javaEnv) {
+        type = env->FindClass(TREE_CLASS);
+        check();
+        jmethodID constructor = env->GetMethodID(type, "<init>", "()V");
+        check();
+        addClass = env->GetMethodID(type, "addClass", "(Ljava/lang/Class;)V");
+        check();
+        isInstanceOf =
+            env->GetMethodID(type, "isInstanceOf", "(Ljava/lang/Class;Ljava/lang/String;)Z");
+        check();
+        tree = env->NewObject(type, constructor);
+        check();
+        eachLoadedClass(env, [&](jclass loaded) {
+            jint status = 0;
+            // The JVM does not tell what is above a class that is not prepared.
+            if (ourJVMTI->GetClassStatus(loaded, &status) == JVMTI_ERROR_NONE &&
+                (status & JVMTI_CLASS_STATUS_PREPARED) != 0) {
+                env->CallVoidMethod(tree, addClass, loaded);
+                check();
+            }
+            return false;
+        });
+    }
+    ~Tree() {
+        env->DeleteLocalRef(tree);
+        env->DeleteLocalRef(type);
+    }
+    Tree(const Tree&) = delete;
+    Tree& operator=(const Tree&) = delete;
+
+    bool isInstance(jclass loaded, const ZString& name) {
+        jstring javaName = toJavaString(env, name);
+        check();
+        const jboolean answer = env->CallBooleanMethod(tree, isInstanceOf, loaded, javaName);
+        check();
+        env->DeleteLocalRef(javaName);
+        return answer == JNI_TRUE;
+    }
+
+private:
+    void check() const {
+        if (logPendingException(env, TREE_CLASS)) {
+            throw VDKRuntimeException();
+        }
+    }
+
+    JNIEnv* env;
+    jclass type = nullptr;
+    jobject tree = nullptr;
+    jmethodID addClass = nullptr;
+    jmethodID isInstanceOf = nullptr;
+};
+
+class ProbeChanges {
+public:
+    explicit ProbeChanges(JNIEnv* javaEnv) : env(javaEnv) {
+        LockHolder lock(ourLock);
+        for (int i = 0; i < Probes::ourProbeDescriptors.getSize(); i++) {
+            const ProbeDescriptor& descriptor = *Probes::ourProbeDescriptors[i];
+            if (descriptor.status != PROBE_IN_FORCE) {
+                changed.push(new ChangedProbe(descriptor));
+                serials.push(descriptor.serial);
+            }
+        }
+    }
+    ~ProbeChanges() {
+        delete tree;
+        for (int i = 0; i < changed.getSize(); i++) {
+            delete changed[i];
+        }
+    }
+    ProbeChanges(const ProbeChanges&) = delete;
+    ProbeChanges& operator=(const ProbeChanges&) = delete;
+
+    bool isEmpty() const { return changed.isEmpty(); }
+
+    // A class whose definition was under way while the list changed may show up only when the
+    // others are done.
+    void follow(const char* reason) {
+        const long start = getTimeNs();
+        needTree();
+        ClassList classes(env);
+        const ZString lines = collect(classes);
+        log(classes.getSize(), reason, lines);
+        {
+            LockHolder lock(ourLock);
+            Probes::settle(serials);
+        }
+        retransform(classes);
+        ClassList late(env);
+        const ZString lateLines = collect(late);
+        if (late.getSize() > 0) {
+            log(late.getSize(), reason, lateLines);
+            retransform(late);
+        }
+        Logger::detail(ZString("probes: classes followed in ") +
+                       longToString((getTimeNs() - start) / 1000000) + " ms");
+    }
+
+private:
+    void needTree() {
+        for (int i = 0; i < changed.getSize() && tree == nullptr; i++) {
+            if (changed[i]->isAdded && !changed[i]->instanceOfClass.isEmpty()) {
+                tree = new Tree(env);
+            }
+        }
+    }
+
+    // The probe for whose sake the class is to be retransformed, or null. What carries calls of a
+    // probe follows its change in any case; for an added one all follow that it may apply to.
+    const ChangedProbe* causeFor(jclass type, const ZString& internal, const ZString& dotted) {
+        for (int i = 0; i < changed.getSize(); i++) {
+            const ChangedProbe& probe = *changed[i];
+            if (probe.woven.mayHave(internal)) {
+                return &probe;
+            }
+            if (probe.isAdded && probe.probeClass != internal && probe.accepts(dotted) &&
+                (probe.instanceOfClass.isEmpty() ||
+                 tree->isInstance(type, probe.instanceOfClass))) {
+                return &probe;
+            }
+        }
+        return nullptr;
+    }
+
+    // The classes that were not collected before; gives their lines for the log.
+    ZString collect(ClassList& classes) {
+        ZString lines;
+        const RewritableClasses rewritable(env);
+        eachLoadedClass(env, [&](jclass type) {
+            const ZString internal = internalNameOf(type);
+            if (internal.isEmpty() || collected.mayHave(internal)) {
+                return false;
+            }
+            ZString dotted = internal;
+            dotted.replaceAll('/', '.');
+            const ChangedProbe* const cause = causeFor(type, internal, dotted);
+            if (cause == nullptr || !rewritable.has(type)) {
+                return false;
+            }
+            classes.push(type);
+            newNames.push(internal);
+            addLine(lines, dotted, *cause);
+            return true;
+        });
+        for (int i = 0; i < newNames.getSize(); i++) {
+            collected.add(newNames[i]);
+        }
+        newNames.clear();
+        return lines;
+    }
+
+    static void addLine(ZString& lines, const ZString& dotted, const ChangedProbe& cause) {
+        ZString probe = cause.probeClass;
+        if (probe.startsWith(BUILT_IN_PREFIX)) {
+            probe = probe.substring(static_cast<int>(sizeof BUILT_IN_PREFIX) - 1);
+        }
+        probe.replaceAll('/', '.');
+        lines.append("\n  ");
+        lines.append(dotted);
+        lines.append(" <<< ");
+        lines.append(probe);
+    }
+
+    static void log(int count, const char* reason, const ZString& lines) {
+        Logger::message(ZString("Classes to retransform: ") + longToString(count) + " (" + reason +
+                        ")" + lines);
+    }
+
+    static void retransform(ClassList& classes) {
+        if (classes.getSize() == 0) {
+            return;
+        }
+        classes.retransformInBatches();
+        const ZString failure = classes.getFailure();
+        Logger::message(failure.isEmpty() ? ZString("Class retransform completed")
+                                          : ZString("Class retransform failed: ") + failure);
+    }
+
+    JNIEnv* env;
+    ZVector<ChangedProbe*> changed;
+    ZVector<long> serials;
+    Tree* tree = nullptr;
+    NameBits<1U << 17> collected;
+    ZVectorSafe<ZString> newNames; // of the walk at work: a name may come from several loaders
+};
+
+} // namespace
+
+void retransformClassesForChangedProbes(JNIEnv* env, const char* reason) {
+    ProbeChanges changes(env);
+    if (!changes.isEmpty()) {
+        changes.follow(reason);
+    }
+}

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "core/ground/ZString.h"
+
+#include <jni.h>
+
+// Loaded classes follow the list of probes: those that an added, replaced or removed probe concerns
+// are retransformed, so that the load hook weaves them with the list as it is then. No lock is
+// held over it, and Java code runs: several threads may change probes at once, each sees to the
+// classes of its own changes. Not to be called with ourLock held.
+//
+// reason: for the log.
+void retransformClassesForChangedProbes(JNIEnv* env, const char* reason);

@@ -1,0 +1,256 @@
+// The natives that register and unregister probes while the JVM runs.
+#include "core/ground/Globals.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JvmGlobals.h"
+#include "core/jvm/NativeEntry.h"
+#include "instrument/ProbeChanges.h"
+#include "instrument/Retransformation.h"
+#include "instrument/WantedCalls.h"
+#include "probes/Probes.h"
+
+namespace {
+
+// Asks getProbes for all that are known, the built-in ones among them; any other number for those
+// that are registered.
+constexpr jint KNOWN_PROBES = 0;
+
+// The texts of the array but for nulls.
+void fillTexts(JNIEnv* env, jobjectArray array, ZVectorSafe<ZString>& texts) {
+    const jsize count = array == nullptr ? 0 : env->GetArrayLength(array);
+    for (jsize i = 0; i < count; i++) {
+        auto text = static_cast<jstring>(env->GetObjectArrayElement(array, i));
+        if (text != nullptr) {
+            texts.push(toZString(env, text));
+            env->DeleteLocalRef(text);
+        }
+    }
+}
+
+// Classes by the names that Java code uses, as internal names.
+void fillClassNames(JNIEnv* env, jobjectArray array, ZVectorSafe<ZString>& names) {
+    ZVectorSafe<ZString> dotted;
+    fillTexts(env, array, dotted);
+    for (int i = 0; i < dotted.getSize(); i++) {
+        ZString name = dotted[i];
+        name.replaceAll('.', '/');
+        names.push(name);
+    }
+}
+
+jobjectArray toJavaArray(JNIEnv* env, const ZVectorSafe<ZString>& texts) {
+    jclass stringClass = env->FindClass("java/lang/String");
+    jobjectArray array = stringClass == nullptr
+                             ? nullptr
+                             : env->NewObjectArray(texts.getSize(), stringClass, nullptr);
+    for (int i = 0; array != nullptr && i < texts.getSize(); i++) {
+        jstring text = toJavaString(env, texts[i]);
+        if (text == nullptr) {
+            return nullptr;
+        }
+        env->SetObjectArrayElement(array, i, text);
+        env->DeleteLocalRef(text);
+    }
+    env->DeleteLocalRef(stringClass);
+    return array;
+}
+
+// Puts what is good into the list, and weaves it. Gives the failure text, empty without one.
+ZString complete(JNIEnv* env, ProbeCreationResult& result, const char* reason) {
+    const bool hadNoCalls = !WantedCalls::now().has(CALLS_LOADERS);
+    if (result.isOK()) {
+        LockHolder lock(ourLock);
+        Probes::addProbes(&result);
+    }
+    if (!result.messages.isEmpty()) {
+        Logger::message(result.getAllMessages());
+    }
+    if (!result.isOK()) {
+        return result.getAllErrors();
+    }
+    result.logRegisteredProbeClasses();
+    if (hadNoCalls) {
+        retransformLoadersLoadedBeforeAttach(env);
+    }
+    retransformClassesForChangedProbes(env, reason);
+    return ZString();
+}
+
+ZString registerByName(JNIEnv* env, jobjectArray classNames) {
+    ZVectorSafe<ZString> names;
+    fillClassNames(env, classNames, names);
+    ProbeCreationResult result;
+    if (names.isEmpty()) {
+        result.addError("no probe classes are named");
+    } else {
+        Probes::createProbeDescriptors(names, PROBE_ADDED, &result);
+    }
+    return complete(env, result, "registerByName");
+}
+
+void unregister(JNIEnv* env, jobjectArray classNames) {
+    ZVectorSafe<ZString> names;
+    fillClassNames(env, classNames, names);
+    ZVectorSafe<ZString> removed;
+    bool awaitsWeaving = false;
+    {
+        LockHolder lock(ourLock);
+        for (int i = 0; i < names.getSize(); i++) {
+            awaitsWeaving = Probes::removeProbes(names[i], removed) || awaitsWeaving;
+        }
+    }
+    ZString text("Unregistered probe classes: ");
+    for (int i = 0; i < removed.getSize(); i++) {
+        removed[i].replaceAll('/', '.');
+        text.append("\n  Unregistered: ");
+        text.append(removed[i]);
+    }
+    Logger::message(text);
+    if (awaitsWeaving) {
+        retransformClassesForChangedProbes(env, "unregister");
+    }
+}
+
+// Classes that arrived as bytes, to be defined by the boot loader.
+class ArrivedClasses {
+public:
+    ArrivedClasses() = default;
+    ~ArrivedClasses() {
+        for (int i = 0; i < bytes.getSize(); i++) {
+            delete bytes[i];
+        }
+    }
+    ArrivedClasses(const ArrivedClasses&) = delete;
+    ArrivedClasses& operator=(const ArrivedClasses&) = delete;
+
+    // Reads the arrays but for nulls.
+    void read(JNIEnv* env, jobjectArray classes, ProbeCreationResult& result) {
+        const jsize count = classes == nullptr ? 0 : env->GetArrayLength(classes);
+        for (jsize i = 0; i < count; i++) {
+            auto array = static_cast<jbyteArray>(env->GetObjectArrayElement(classes, i));
+            if (array == nullptr) {
+                continue;
+            }
+            const jsize length = env->GetArrayLength(array);
+            auto* const copy = new ZVector<unsigned char>(length + 1);
+            bytes.push(copy);
+            env->GetByteArrayRegion(array, 0, length,
+                                    reinterpret_cast<jbyte*>(copy->extend(length)));
+            env->DeleteLocalRef(array);
+            ZString name;
+            Probes::createProbeDescriptor(copy, PROBE_ADDED, &result, &name);
+            names.push(name);
+        }
+    }
+
+    // A class may come before the one that it extends: what fails is tried again behind the others.
+    void define(JNIEnv* env, ProbeCreationResult& result) {
+        ZVectorSafe<ZString> failures;
+        int left = bytes.getSize();
+        for (int before = left + 1; left > 0 && left < before;) {
+            before = left;
+            failures.clear();
+            left = defineOnce(env, failures);
+        }
+        for (int i = 0, failed = 0; i < bytes.getSize(); i++) {
+            if (bytes[i] != nullptr) {
+                ZString name = names[i];
+                name.replaceAll('/', '.');
+                result.addError(name, ZString("DefineClass exception: ") + failures[failed++]);
+            }
+        }
+    }
+
+private:
+    // Gives the number of those that are left, each with its failure.
+    int defineOnce(JNIEnv* env, ZVectorSafe<ZString>& failures) {
+        for (int i = 0; i < bytes.getSize(); i++) {
+            if (bytes[i] == nullptr) {
+                continue;
+            }
+            jclass defined = env->DefineClass(names[i].c_str(), nullptr,
+                                              reinterpret_cast<const jbyte*>(bytes[i]->data()),
+                                              bytes[i]->getSize());
+            jthrowable exception = env->ExceptionOccurred();
+            if (exception != nullptr) {
+                env->ExceptionClear();
+                failures.push(getExceptionMessage(env, exception));
+                env->DeleteLocalRef(exception);
+                continue;
+            }
+            env->DeleteLocalRef(defined);
+            delete bytes[i];
+            bytes.set(i, nullptr);
+        }
+        return failures.getSize();
+    }
+
+    ZVector<ZVector<unsigned char>*> bytes; // null once they are defined
+    ZVectorSafe<ZString> names;             // internal
+};
+
+// The classes are defined before they are woven anywhere: calls of a class that is not there would
+// fail in the application.
+ZString registerByBytecode(JNIEnv* env, jobjectArray classes) {
+    ProbeCreationResult result;
+    ArrivedClasses arrived;
+    arrived.read(env, classes, result);
+    if (result.isOK() && result.descriptors.isEmpty()) {
+        result.addError(ZString("no probes found among these classes: ") +
+                        result.getScannedClasses());
+    }
+    if (result.isOK()) {
+        arrived.define(env, result);
+    }
+    return complete(env, result, "registerByBytecode");
+}
+
+void addPaths(JNIEnv* env, jobjectArray paths) {
+    ZVectorSafe<ZString> elements;
+    fillTexts(env, paths, elements);
+    for (int i = 0; i < elements.getSize(); i++) {
+        const jvmtiError error = ourJVMTI->AddToSystemClassLoaderSearch(elements[i].c_str());
+        if (error != JVMTI_ERROR_NONE) {
+            throwException(env, (ZString("the JVM does not take the path element ") + elements[i] +
+                                 ": " + longToString(error))
+                                    .c_str());
+            return;
+        }
+        Probes::addSystemPathElement(elements[i]);
+    }
+}
+
+} // namespace
+
+jstring JNICALL VDK_CALLBACK_NATIVE(registerProbesByName)(JNIEnv* env, jclass,
+                                                          jobjectArray classNames) {
+    return nativeResult<jstring>(env, VDK_HERE, nullptr, [&] {
+        return toJavaRefusal(env, registerByName(env, classNames));
+    });
+}
+
+jstring JNICALL VDK_CALLBACK_NATIVE(registerProbesByBytecode)(JNIEnv* env, jclass,
+                                                              jobjectArray classes, jboolean,
+                                                              jboolean) {
+    return nativeResult<jstring>(env, VDK_HERE, nullptr, [&] {
+        return toJavaRefusal(env, registerByBytecode(env, classes));
+    });
+}
+
+void JNICALL VDK_CALLBACK_NATIVE(unregisterProbes)(JNIEnv* env, jclass, jobjectArray classNames) {
+    runNative(env, VDK_HERE, [&] { unregister(env, classNames); });
+}
+
+jobjectArray JNICALL VDK_CALLBACK_NATIVE(getProbes)(JNIEnv* env, jclass, jint status) {
+    return nativeResult<jobjectArray>(env, VDK_HERE, nullptr, [&] {
+        ZVectorSafe<ZString> names;
+        {
+            LockHolder lock(ourLock);
+            Probes::getTopProbeClasses(names, status == KNOWN_PROBES);
+        }
+        return toJavaArray(env, names);
+    });
+}
+
+void JNICALL VDK_CALLBACK_NATIVE(addProbePaths)(JNIEnv* env, jclass, jobjectArray paths) {
+    runNative(env, VDK_HERE, [&] { addPaths(env, paths); });
+}
