@@ -13,6 +13,7 @@ enum CallKind : unsigned {
     CALLS_NATIVES = 1U << 6,     // wrappers around natives, for the others to stand in
     CALLS_LOADERS = 1U << 7,     // the beginning of loadClass that lets the others find the agent
     CALLS_PROBES = 1U << 8,      // callbacks of probes
+    CALLS_GUARDS = 1U << 9,      // in the callbacks, against callbacks within callbacks
 };
 
 // A set of them.

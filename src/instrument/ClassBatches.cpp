@@ -3,6 +3,7 @@
 #include "core/ground/Globals.h"
 #include "instrument/Instrumentation.h"
 #include "instrument/LoaderReach.h"
+#include "probes/Probes.h"
 
 #include <atomic>
 
@@ -40,6 +41,11 @@ bool hasNoBodies(jclass type) {
         }
     }
     return true;
+}
+
+bool isProbeClass(const ZString& name) {
+    LockHolder lock(ourLock);
+    return Probes::isProbeClass(name);
 }
 
 int retransform(jclass* classes, int count, jvmtiError* lastError) {
@@ -97,7 +103,8 @@ RewritableClasses::~RewritableClasses() {
 
 bool RewritableClasses::has(jclass type) const {
     const ZString name = internalNameOf(type);
-    if (name.isEmpty() || name.startsWith("jdk/internal/event/") || isAgentClass(name)) {
+    if (name.isEmpty() || name.startsWith("jdk/internal/event/") ||
+        (isAgentClass(name) && !isProbeClass(name))) {
         return false;
     }
     return isModifiable(type) && !hasNoBodies(type) &&

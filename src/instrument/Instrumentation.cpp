@@ -14,7 +14,9 @@
 #include "instrument/LoaderDelegation.h"
 #include "instrument/LoaderReach.h"
 #include "instrument/Patchers.h"
+#include "instrument/ProbeChanges.h"
 #include "instrument/ProbePasses.h"
+#include "instrument/ProbeReach.h"
 #include "instrument/Retransformation.h"
 #include "instrument/TracingInstrumentation.h"
 #include "instrument/WantedCalls.h"
@@ -76,17 +78,25 @@ constexpr uintptr_t LOADED = 0;
 uintptr_t ourOfferedPlace = LOADED;
 // The class at work was there before the agent, and nobody asked for it to be rewritten.
 bool ourOfferedUnasked = false;
+// The loader of the class at work. No env where the class was not offered by the JVM.
+JNIEnv* ourOfferedEnv = nullptr;
+jobject ourOfferedLoader = nullptr;
 
 class OfferedPlace {
 public:
-    OfferedPlace(uintptr_t place, bool unasked)
-        : outerPlace(ourOfferedPlace), outerUnasked(ourOfferedUnasked) {
+    OfferedPlace(uintptr_t place, bool unasked, JNIEnv* env, jobject loader)
+        : outerPlace(ourOfferedPlace), outerUnasked(ourOfferedUnasked), outerEnv(ourOfferedEnv),
+          outerLoader(ourOfferedLoader) {
         ourOfferedPlace = place;
         ourOfferedUnasked = unasked;
+        ourOfferedEnv = env;
+        ourOfferedLoader = loader;
     }
     ~OfferedPlace() {
         ourOfferedPlace = outerPlace;
         ourOfferedUnasked = outerUnasked;
+        ourOfferedEnv = outerEnv;
+        ourOfferedLoader = outerLoader;
     }
     OfferedPlace(const OfferedPlace&) = delete;
     OfferedPlace& operator=(const OfferedPlace&) = delete;
@@ -94,6 +104,8 @@ public:
 private:
     uintptr_t outerPlace;
     bool outerUnasked;
+    JNIEnv* outerEnv;
+    jobject outerLoader;
 };
 
 // The class's methods in the method table. A class without a package may be called like a primitive
@@ -230,6 +242,9 @@ bool rewrite(ClassFile& classFile, const ZString& name, const NativeSelection* n
     if (isProbed) {
         changed = probes.weave(ProbePasses::BEHIND_TRACING) || changed;
     }
+    if (wanted.calls.has(CALLS_GUARDS)) {
+        changed = probes.guard() || changed;
+    }
     return changed;
 }
 
@@ -322,7 +337,8 @@ struct OfferedClass {
 void rewriteOffered(const OfferedClass& offered, const ZString& name, jint* newLength,
                     unsigned char** newData) {
     const OfferedPlace place(offered.redefined == nullptr ? offered.place : LOADED,
-                             offered.redefined != nullptr && waitsForRewriting(offered.redefined));
+                             offered.redefined != nullptr && waitsForRewriting(offered.redefined),
+                             offered.env, offered.loader);
     if (offered.redefined != nullptr) {
         if (WantedCalls::now().has(CALLS_NATIVES) && listsWrappedNatives(name)) {
             const Redefinition redefinition(offered.redefined, name);
@@ -364,6 +380,10 @@ void handleOffer(const OfferedClass& offered, jint* newLength, unsigned char** n
         givenName == nullptr ? nameFromBytes(offered.length, offered.data) : ZString(givenName);
     if (name.isEmpty()) {
         return;
+    }
+    if (offered.redefined == nullptr) {
+        rememberLoadedClass(offered.env, name, offered.loader);
+        noteLoadedWhileProbesChange(name);
     }
     if (!mayCallAgent(offered, name)) {
         logClass(dottedName(name), "skipping: its class loader does not find the agent");
@@ -440,10 +460,13 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
         }
         return;
     }
-    if (isAgentClass(name)) {
+    const bool isOwn = isAgentClass(name);
+    const bool isProbe = WantedCalls::now().has(CALLS_GUARDS) && Probes::isProbeClass(name);
+    if (isOwn && !isProbe) {
         return;
     }
-    if (!WantedCalls::now().has(BODY_CALLS) && natives == nullptr && !Probes::mayApply(name)) {
+    if (!WantedCalls::now().has(BODY_CALLS) && natives == nullptr && !isProbe &&
+        !Probes::mayApply(name)) {
         return;
     }
     if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 && !ourVMInitCalled) {
@@ -466,8 +489,8 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
         return;
     }
     DatabaseMethodIds ids(name);
-    ProbePasses probes(&classFile, &ourCounts);
-    const bool changed = rewrite(classFile, name, natives, ids, probes);
+    ProbePasses probes(&classFile, ourOfferedEnv, ourOfferedLoader, &ourCounts);
+    const bool changed = rewrite(classFile, name, isOwn ? nullptr : natives, ids, probes);
     if (changed && classFile.getConstantPool().getSize() >= 0x10000) {
         forgetInstrumentation(classFile, ids);
         if (declaresLoadClass(&classFile)) {

@@ -20,6 +20,7 @@ constexpr int DEEPEST_NESTING = 50;
 // Internal names. ourLock.
 ZVectorSafe<ZString>& ourDistrusted = *new ZVectorSafe<ZString>();
 std::atomic<bool> ourEarlierLoadersDone{false};
+jclass ourRootOfLoaders = nullptr;
 
 // A local reference that ends with the block or is replaced.
 class LocalRef {
@@ -95,12 +96,6 @@ jobject parentOf(JNIEnv* env, jobject loader, jclass root) {
     return env->GetObjectField(loader, field);
 }
 
-bool isLoaderOfJdk(JNIEnv* env, jobject loader) {
-    LocalRef type(env, env->GetObjectClass(loader));
-    const ZString name = internalNameOf(type.type());
-    return !name.isEmpty() && !mayDefineLoader(Utf8View(name.c_str(), name.getLength()));
-}
-
 // A loader that inherits loadClass asks its parent.
 bool findsAgent(JNIEnv* env, jobject loader, int nesting) {
     if (nesting > DEEPEST_NESTING) {
@@ -118,6 +113,21 @@ bool findsAgent(JNIEnv* env, jobject loader, int nesting) {
 }
 
 } // namespace
+
+bool isLoaderOfJdk(JNIEnv* env, jobject loader) {
+    LocalRef type(env, env->GetObjectClass(loader));
+    const ZString name = internalNameOf(type.type());
+    return !name.isEmpty() && !mayDefineLoader(Utf8View(name.c_str(), name.getLength()));
+}
+
+void rememberRootOfLoaders(JNIEnv* env, jclass root) {
+    LockHolder lock(ourLock);
+    ourRootOfLoaders = static_cast<jclass>(env->NewGlobalRef(root));
+}
+
+jobject parentOfLoader(JNIEnv* env, jobject loader) {
+    return ourRootOfLoaders == nullptr ? nullptr : parentOf(env, loader, ourRootOfLoaders);
+}
 
 ZString internalNameOf(jclass type) {
     JvmtiMemory<char> signature;

@@ -22,5 +22,29 @@ void trustEarlierLoaders();
 // code. Caller holds ourLock.
 bool loaderFindsAgent(JNIEnv* env, jobject loader, LoaderUse use);
 
+// Whether the class of the loader is one of the JDK's.
+bool isLoaderOfJdk(JNIEnv* env, jobject loader);
+
+// Keeps the class java.lang.ClassLoader, which must not be looked for while a class is at work.
+void rememberRootOfLoaders(JNIEnv* env, jclass root);
+// The parent of a loader as a local reference; null for the boot loader and where it can't be told.
+jobject parentOfLoader(JNIEnv* env, jobject loader);
+
+// Calls visit(loader) for the loader and its parents, until it gives false.
+template <typename Visitor>
+void eachParent(JNIEnv* env, jobject loader, Visitor&& visit) {
+    // A longer chain is taken for a fault.
+    constexpr int LONGEST_CHAIN = 1000;
+    jobject current = loader == nullptr ? nullptr : env->NewLocalRef(loader);
+    bool goesOn = true;
+    for (int i = 0; current != nullptr && i < LONGEST_CHAIN; i++) {
+        goesOn = goesOn && visit(current);
+        jobject parent = goesOn ? parentOfLoader(env, current) : nullptr;
+        env->DeleteLocalRef(current);
+        current = parent;
+    }
+    env->DeleteLocalRef(current);
+}
+
 // The internal name of a class; empty for an array and when the JVM does not tell.
 ZString internalNameOf(jclass type);

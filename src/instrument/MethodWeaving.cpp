@@ -31,9 +31,10 @@ public:
                   ClassArena& arena)
         : classFile(owner), method(target), code(target->getCodeAttribute()), descriptor(probe),
           references(poolReferences), effects(stackEffects), scratch(arena), hasSwitch(false),
-          isTested(poolReferences.instanceOfClass >= 0), superCall(-1), marks(nullptr),
-          markCount(0), touched(nullptr), needed(0), blocks(owner, target, probe, poolReferences),
-          entry(blocks.entry), exit(blocks.exit), handler(blocks.handler) {}
+          isTested(poolReferences.instanceOfClass >= 0 || poolReferences.isGuard()), superCall(-1),
+          marks(nullptr), markCount(0), touched(nullptr), needed(0),
+          blocks(owner, target, probe, poolReferences), entry(blocks.entry), exit(blocks.exit),
+          handler(blocks.handler) {}
 
     MethodOutcome run() {
         MethodOutcome outcome = checkMethod();
@@ -279,7 +280,7 @@ private:
         if (!rewrite.updateOffsets(prefix, nullptr)) {
             return METHOD_OUTCOME_BRANCH_OVERFLOW;
         }
-        if (references.onException >= 0 && handler.getMaxStack() > needed) {
+        if (handler.getSize() > 0 && handler.getMaxStack() > needed) {
             needed = handler.getMaxStack();
         }
         if (needed > CodeAttribute::MAX_LIMIT && needed > code->getMaxStack()) {
@@ -408,8 +409,8 @@ private:
     StackEffects& effects;
     ClassArena& scratch;
     bool hasSwitch;
-    const bool isTested;
-    int superCall; // behind it; -1 outside constructors
+    const bool isTested; // blocks have a branch
+    int superCall;       // behind it; -1 outside constructors
     const unsigned short* marks;
     int markCount;
     bool* touched;

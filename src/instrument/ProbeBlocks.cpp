@@ -4,13 +4,18 @@
 
 namespace {
 
-bool containsKind(const ZVector<CallbackParameter>* parameters, CallbackParameterKind kind) {
+// Its position, or -1.
+int findKind(const ZVector<CallbackParameter>* parameters, CallbackParameterKind kind) {
     for (int i = 0; parameters != nullptr && i < parameters->getSize(); i++) {
         if ((*parameters)[i].kind == kind) {
-            return true;
+            return i;
         }
     }
-    return false;
+    return -1;
+}
+
+bool containsKind(const ZVector<CallbackParameter>* parameters, CallbackParameterKind kind) {
+    return findKind(parameters, kind) >= 0;
 }
 
 Utf8View viewOf(const ZString& text) {
@@ -70,6 +75,11 @@ void ProbeBlocks::generate(bool methodHasSwitch, const bool* touchedLocals, int 
     touched = touchedLocals;
     nextSlot = firstSlot;
     getSignatureTypes(method->getDescriptor(), types, returnType);
+    if (references.isGuard()) {
+        fillParamIndices();
+        insertGuard();
+        return;
+    }
     const ZString enterType =
         descriptor.onEnterDescriptor.isEmpty()
             ? ZString("V")
@@ -92,6 +102,47 @@ void ProbeBlocks::generate(bool methodHasSwitch, const bool* touchedLocals, int 
     if (references.onReturn >= 0) {
         insertOnReturnCode();
     }
+}
+
+void ProbeBlocks::insertGuardCall(ProbeCode& block, int reference,
+                                  const char* guardDescriptor) const {
+    block.invokeStatic(references.currentThread, "()Ljava/lang/Thread;");
+    block.invokeStatic(reference, guardDescriptor);
+}
+
+void ProbeBlocks::insertGuard() {
+    insertGuardCall(entry, references.guardEnter, "(Ljava/lang/Thread;)Z");
+    entry.testNested();
+    answerWithoutCallback();
+    entry.endOfTest();
+    entryCodeSize = entry.getSize();
+    exit.beginWith(DescriptorTypes::slotsOf(returnType.charAt(0)));
+    insertGuardCall(exit, references.guardExit, "(Ljava/lang/Thread;)V");
+    if (hasSwitch) {
+        entry.pad();
+        exit.pad();
+    }
+    handler.beginWith(1);
+    insertGuardCall(handler, references.guardExit, "(Ljava/lang/Thread;)V");
+    handler.generateThrow();
+}
+
+// Leaves a nested callback so that the woven method goes on as without it.
+void ProbeBlocks::answerWithoutCallback() {
+    const Utf8View name = method->getName();
+    if (name == "onUncaughtExceptionExt") {
+        const int parameter = findKind(descriptor.onExceptionParameters, CALLBACK_THROWN_EXCEPTION);
+        entry.generateVariableLoad("Ljava/lang/Throwable;", paramLocals[parameter]);
+        entry.generateThrow();
+        return;
+    }
+    if (returnType != "V" && name == "onReturn") {
+        const int parameter = findKind(descriptor.onReturnParameters, CALLBACK_RETURN_VALUE);
+        entry.generateVariableLoad(returnType, paramLocals[parameter]);
+    } else if (returnType != "V") {
+        entry.generateZeroLoad(returnType);
+    }
+    entry.generateReturn(returnType);
 }
 
 void ProbeBlocks::insertSaveOnExitParamsCode() {

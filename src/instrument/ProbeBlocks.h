@@ -4,7 +4,8 @@
 #include "instrument/ProbeWeaving.h"
 
 // ProbeBlocks: the code that one probe brings into one method: at the entry, in front of each
-// return, and in a handler behind the end.
+// return, and in a handler behind the end. Or, with the references of a guard, what guards a
+// callback of the probe.
 class ProbeBlocks {
 public:
     // A local variable that the blocks use; in frames where it holds its value from the entry on.
@@ -42,6 +43,9 @@ private:
     void insertEntryCode(const ZString& enterType);
     void insertOnReturnCode();
     void insertOnExceptionCode();
+    void insertGuard();
+    void insertGuardCall(ProbeCode& block, int reference, const char* guardDescriptor) const;
+    void answerWithoutCallback();
     void loadCallbackParameters(ProbeCode& block, const ZVector<CallbackParameter>* parameters,
                                 const ZString& callbackDescriptor, const ZVector<int>& locals,
                                 int valueSlot);

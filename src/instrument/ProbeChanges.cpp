@@ -4,9 +4,12 @@
 #include "core/ground/Globals.h"
 #include "core/ground/Logger.h"
 #include "core/ground/UptimeProvider.h"
+#include "core/ground/WildcardMatch.h"
 #include "core/jvm/JNIUtils.h"
 #include "instrument/ClassBatches.h"
 #include "instrument/LoaderReach.h"
+#include "instrument/ProbeGuard.h"
+#include "instrument/ProbeReach.h"
 #include "instrument/Retransformation.h"
 #include "probes/Probes.h"
 
@@ -14,6 +17,51 @@ namespace {
 
 const char TREE_CLASS[] = "com/vandrik/runtime/ClassTree";
 const char BUILT_IN_PREFIX[] = "com/vandrik/probes/builtin/";
+
+// Changes that classes follow at this moment, and what was loaded since the first of them began:
+// such classes were woven with the list as it is. ourLock.
+int ourChangesUnderWay = 0;
+NameBits<1U << 17>& ourLoadedMeanwhile = *new NameBits<1U << 17>();
+
+// The names of the methods of a loaded class, asked of the JVM when somebody wants to know.
+class MethodNames {
+public:
+    explicit MethodNames(jclass loaded) : type(loaded) {}
+
+    // True if the JVM does not tell.
+    bool hasMatch(const ZString& pattern) {
+        if (!isRead) {
+            read();
+        }
+        for (int i = 0; i < names.getSize() && isKnown; i++) {
+            if (wildcardMatch(pattern.c_str(), names[i].c_str())) {
+                return true;
+            }
+        }
+        return !isKnown;
+    }
+
+private:
+    void read() {
+        isRead = true;
+        jint count = 0;
+        JvmtiMemory<jmethodID> methods;
+        isKnown = ourJVMTI->GetClassMethods(type, &count, methods.receive()) == JVMTI_ERROR_NONE;
+        for (jint i = 0; i < count && isKnown; i++) {
+            JvmtiMemory<char> name;
+            isKnown = ourJVMTI->GetMethodName(methods.get()[i], name.receive(), nullptr, nullptr) ==
+                      JVMTI_ERROR_NONE;
+            if (isKnown) {
+                names.push(name.get());
+            }
+        }
+    }
+
+    jclass type;
+    bool isRead = false;
+    bool isKnown = true;
+    ZVectorSafe<ZString> names;
+};
 
 // What has to be known of a probe that was added, replaced or removed, while others may change it
 // further.
@@ -24,13 +72,15 @@ struct ChangedProbe {
           woven(descriptor.woven) {
         for (int i = 0; i < descriptor.getPatternCount(); i++) {
             classPatterns.push(descriptor.classPatterns[i]);
+            methodPatterns.push(descriptor.methodPatterns[i]);
         }
         instanceOfClass.replaceAll('/', '.');
     }
 
-    bool accepts(const ZString& dotted) const {
+    bool accepts(const ZString& dotted, MethodNames& methods) const {
         for (int i = 0; i < classPatterns.getSize(); i++) {
-            if (Probes::isProbeApplicable(dotted, classPatterns[i])) {
+            if (Probes::isProbeApplicable(dotted, classPatterns[i]) &&
+                methods.hasMatch(methodPatterns[i])) {
                 return true;
             }
         }
@@ -42,6 +92,7 @@ struct ChangedProbe {
     const ZString probeClass;
     ZString instanceOfClass; // dotted
     ZVectorSafe<ZString> classPatterns;
+    ZVectorSafe<ZString> methodPatterns;
     const NameBits<1U << 14> woven;
 };
 
@@ -106,6 +157,10 @@ class ProbeChanges {
 public:
     explicit ProbeChanges(JNIEnv* javaEnv) : env(javaEnv) {
         LockHolder lock(ourLock);
+        if (ourChangesUnderWay == 0) {
+            ourLoadedMeanwhile.clear();
+        }
+        ourChangesUnderWay++;
         for (int i = 0; i < Probes::ourProbeDescriptors.getSize(); i++) {
             const ProbeDescriptor& descriptor = *Probes::ourProbeDescriptors[i];
             if (descriptor.status != PROBE_IN_FORCE) {
@@ -115,6 +170,10 @@ public:
         }
     }
     ~ProbeChanges() {
+        {
+            LockHolder lock(ourLock);
+            ourChangesUnderWay--;
+        }
         delete tree;
         for (int i = 0; i < changed.getSize(); i++) {
             delete changed[i];
@@ -131,7 +190,7 @@ public:
         const long start = getTimeNs();
         needTree();
         ClassList classes(env);
-        const ZString lines = collect(classes);
+        const ZString lines = collect(classes, false);
         log(classes.getSize(), reason, lines);
         {
             LockHolder lock(ourLock);
@@ -139,7 +198,7 @@ public:
         }
         retransform(classes);
         ClassList late(env);
-        const ZString lateLines = collect(late);
+        const ZString lateLines = collect(late, true);
         if (late.getSize() > 0) {
             log(late.getSize(), reason, lateLines);
             retransform(late);
@@ -152,20 +211,24 @@ private:
     void needTree() {
         for (int i = 0; i < changed.getSize() && tree == nullptr; i++) {
             if (changed[i]->isAdded && !changed[i]->instanceOfClass.isEmpty()) {
+                rememberLoadedClasses(env);
                 tree = new Tree(env);
             }
         }
     }
 
     // The probe for whose sake the class is to be retransformed, or null. What carries calls of a
-    // probe follows its change in any case; for an added one all follow that it may apply to.
+    // probe follows its change in any case; for an added one all follow that it may apply to, and
+    // its own class, whose callbacks are guarded.
     const ChangedProbe* causeFor(jclass type, const ZString& internal, const ZString& dotted) {
+        MethodNames methods(type);
         for (int i = 0; i < changed.getSize(); i++) {
             const ChangedProbe& probe = *changed[i];
-            if (probe.woven.mayHave(internal)) {
+            const bool isItself = probe.probeClass == internal;
+            if (probe.woven.mayHave(internal) || (probe.isAdded && isItself)) {
                 return &probe;
             }
-            if (probe.isAdded && probe.probeClass != internal && probe.accepts(dotted) &&
+            if (probe.isAdded && probe.accepts(dotted, methods) &&
                 (probe.instanceOfClass.isEmpty() ||
                  tree->isInstance(type, probe.instanceOfClass))) {
                 return &probe;
@@ -174,13 +237,13 @@ private:
         return nullptr;
     }
 
-    // The classes that were not collected before; gives their lines for the log.
-    ZString collect(ClassList& classes) {
+    // Gives the lines for the log.
+    ZString collect(ClassList& classes, bool isLate) {
         ZString lines;
         const RewritableClasses rewritable(env);
         eachLoadedClass(env, [&](jclass type) {
             const ZString internal = internalNameOf(type);
-            if (internal.isEmpty() || collected.mayHave(internal)) {
+            if (internal.isEmpty() || (isLate && isDone(internal))) {
                 return false;
             }
             ZString dotted = internal;
@@ -190,15 +253,18 @@ private:
                 return false;
             }
             classes.push(type);
-            newNames.push(internal);
+            if (!isLate) {
+                collected.add(internal);
+            }
             addLine(lines, dotted, *cause);
             return true;
         });
-        for (int i = 0; i < newNames.getSize(); i++) {
-            collected.add(newNames[i]);
-        }
-        newNames.clear();
         return lines;
+    }
+
+    bool isDone(const ZString& internal) const {
+        LockHolder lock(ourLock);
+        return collected.mayHave(internal) || ourLoadedMeanwhile.mayHave(internal);
     }
 
     static void addLine(ZString& lines, const ZString& dotted, const ChangedProbe& cause) {
@@ -233,10 +299,23 @@ private:
     ZVector<long> serials;
     Tree* tree = nullptr;
     NameBits<1U << 17> collected;
-    ZVectorSafe<ZString> newNames; // of the walk at work: a name may come from several loaders
 };
 
 } // namespace
+
+void noteLoadedWhileProbesChange(const ZString& name) {
+    if (ourChangesUnderWay > 0) {
+        ourLoadedMeanwhile.add(name);
+    }
+}
+
+void prepareProbes(JNIEnv* env) {
+    prepareProbeGuard(env);
+    rememberSystemLoader(env);
+    if (Probes::areThere()) {
+        rememberLoadedClasses(env);
+    }
+}
 
 void retransformClassesForChangedProbes(JNIEnv* env, const char* reason) {
     ProbeChanges changes(env);

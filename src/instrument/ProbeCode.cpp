@@ -252,6 +252,11 @@ void ProbeCode::testReceiver(int classIndex, int slot) {
     grow(-1);
 }
 
+void ProbeCode::testNested() {
+    generator.openJump(OPC_IFEQ);
+    grow(-1);
+}
+
 void ProbeCode::pad(int more) {
     while ((generator.getSize() + more) % 4 != 0) {
         generator.push(OPC_NOP);

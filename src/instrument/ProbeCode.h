@@ -36,6 +36,8 @@ public:
     void generateThrow();
     // What follows up to endOfTest runs only for a receiver of this class.
     void testReceiver(int classIndex, int slot);
+    // What follows up to endOfTest runs only if the int on the stack is not 0.
+    void testNested();
     void endOfTest() { generator.closeJump(); }
     // Fills up with nops until this many more bytes end at a multiple of 4.
     void pad(int more = 0);

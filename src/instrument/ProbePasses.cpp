@@ -1,14 +1,25 @@
 #include "instrument/ProbePasses.h"
 
 #include "db/DB.h"
+#include "instrument/ClassBatches.h"
+#include "instrument/ProbeReach.h"
 #include "probes/Filter.h"
 #include "probes/Probes.h"
 #include "probes/SignatureUtil.h"
 #include "profiling/threads/MethodLookup.h"
 
-ProbePasses::ProbePasses(ClassFile* owner, InstrumentationCounts* outcomeCounts)
-    : classFile(owner), counts(outcomeCounts), name(owner->getSignature().toString()),
-      dotted(name) {
+namespace {
+
+// What the log was told, so that it is told once. ourLock.
+constexpr int MOST_TOLD = 200;
+ZVectorSafe<ZString>& ourToldTexts = *new ZVectorSafe<ZString>();
+
+} // namespace
+
+ProbePasses::ProbePasses(ClassFile* owner, JNIEnv* javaEnv, jobject definingLoader,
+                         InstrumentationCounts* outcomeCounts)
+    : classFile(owner), env(javaEnv), loader(definingLoader), counts(outcomeCounts),
+      name(owner->getSignature().toString()), dotted(name) {
     dotted.replaceAll('/', '.');
 }
 
@@ -24,6 +35,15 @@ bool ProbePasses::weave(Pass pass) {
     return changed;
 }
 
+bool ProbePasses::guard() {
+    for (int i = 0; i < Probes::ourProbeDescriptors.getSize(); i++) {
+        if (Probes::ourProbeDescriptors[i]->probeClass == name) {
+            return guardCallbacks(*Probes::ourProbeDescriptors[i], classFile);
+        }
+    }
+    return false;
+}
+
 bool ProbePasses::weaveProbe(ProbeDescriptor* descriptor) {
     ZVector<int> applicable;
     Probes::fillApplicableRows(*descriptor, dotted, applicable);
@@ -33,12 +53,51 @@ bool ProbePasses::weaveProbe(ProbeDescriptor* descriptor) {
             rows.push(applicable[i]);
         }
     }
-    if (rows.isEmpty() ||
-        !instrumentClassByProbeDescriptor(*descriptor, rows, classFile, this, counts)) {
+    if (rows.isEmpty()) {
+        return false;
+    }
+    if (!loaderFindsProbe(env, loader, *descriptor)) {
+        tellUnreached(*descriptor);
+        return false;
+    }
+    if (!instrumentClassByProbeDescriptor(*descriptor, rows, classFile, this, counts)) {
         return false;
     }
     descriptor->woven.add(name);
     return true;
+}
+
+// Once for each probe and class of loaders.
+void ProbePasses::tellUnreached(const ProbeDescriptor& descriptor) const {
+    ZString loaderName("the boot loader");
+    if (loader != nullptr) {
+        jclass type = env->GetObjectClass(loader);
+        loaderName = dottedNameOf(type);
+        env->DeleteLocalRef(type);
+    }
+    ZString probe = descriptor.probeClass;
+    probe.replaceAll('/', '.');
+    ZString text("probe ");
+    text.append(probe);
+    text.append(" is not woven into classes of ");
+    text.append(loaderName);
+    text.append(", which does not find the class of the probe");
+    if (descriptor.home == PROBE_HOME_SYSTEM) {
+        text.append(" on the application's class path; probebootclasspath= makes it known to all");
+    }
+    for (int i = 0; i < ourToldTexts.getSize(); i++) {
+        if (ourToldTexts[i] == text) {
+            return;
+        }
+    }
+    if (ourToldTexts.getSize() < MOST_TOLD) {
+        ourToldTexts.push(text);
+        Logger::message(text + " (" + dotted + ")");
+    }
+}
+
+bool ProbePasses::findsInstanceOfClass(const ZString& wanted) {
+    return ::findsInstanceOfClass(env, loader, *classFile, wanted);
 }
 
 bool ProbePasses::hasMatchingAnnotation(MethodInfo* method, const ZString& pattern) {

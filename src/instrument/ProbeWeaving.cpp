@@ -43,12 +43,14 @@ public:
     ClassWeaving(const ProbeDescriptor& probe, const ZVector<int>& rows, ClassFile* owner,
                  WeavingHost* surroundings, InstrumentationCounts* outcomeCounts)
         : descriptor(probe), patternIndices(rows), classFile(owner), host(surroundings),
-          counts(outcomeCounts), references{-1, -1, -1, -1}, haveReferences(false),
+          counts(outcomeCounts), references(), haveReferences(false),
           effects(owner->getConstantPool()), annotated(owner) {}
 
     bool run() {
         const InstanceAnswer answer = answerInstanceOf(descriptor, classFile);
-        if (answer == INSTANCES_NEVER) {
+        if (answer == INSTANCES_NEVER ||
+            (answer == INSTANCES_AT_RUN_TIME &&
+             !host->findsInstanceOfClass(descriptor.instanceOfClass))) {
             return false;
         }
         const bool isLeftOut = reasonToLeaveClass(classFile->getSignature(),

@@ -24,6 +24,9 @@ public:
     virtual ~WeavingHost() = default;
     // Whether an annotation of the method matches the pattern; an empty one matches every method.
     virtual bool hasMatchingAnnotation(MethodInfo* method, const ZString& pattern) = 0;
+    // Whether the class that is woven finds the one whose instances a probe is about. Else there is
+    // nothing to test for.
+    virtual bool findsInstanceOfClass(const ZString&) { return true; }
     // A method carries calls of a probe whose methods are marked (isJ2EESupport). Slashed class
     // name, parameters as in "(int, java.lang.String)".
     virtual void methodHasProbe(const ZString& className, const ZString& methodName,
@@ -40,15 +43,26 @@ bool instrumentClassByProbeDescriptor(const ProbeDescriptor& descriptor,
 // References into the class's pool: -1 where there is no such callback; instanceOfClass: -1 where
 // no test is needed at run time.
 struct ProbeReferences {
-    int onEnter;
-    int onReturn;
-    int onException;
-    int instanceOfClass;
+    int onEnter = -1;
+    int onReturn = -1;
+    int onException = -1;
+    int instanceOfClass = -1;
+    // For the guard of a callback; the others are -1 then.
+    int currentThread = -1;
+    int guardEnter = -1;
+    int guardExit = -1;
+    bool isGuard() const { return guardEnter >= 0; }
 };
 MethodOutcome instrumentMethodByProbeDescriptor(ClassFile* classFile, MethodInfo* method,
                                                 const ProbeDescriptor& descriptor,
                                                 const ProbeReferences& references,
                                                 StackEffects& effects, ClassArena& scratch);
+
+// Gives the callbacks of a probe, whose class this is, a beginning and an end: what one calls may
+// run woven methods, and their callbacks, the same ones among them, are not delivered to a thread
+// that is in a callback already. A callback that calls nothing stays as it is, and so does one that
+// can't tell what the method is to return then. Whether any was changed.
+bool guardCallbacks(const ProbeDescriptor& descriptor, ClassFile* classFile);
 
 // Behind the call of super(...) or this(...) in the code of a constructor, or -1.
 int getConstructorSuperOrThisCallOffset(ClassFile* classFile, const CodeAttribute* code);

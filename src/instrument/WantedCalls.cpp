@@ -42,7 +42,7 @@ CallSet WantedCalls::now() {
         wanted = wanted.with(ALLOCATION_CALLS);
     }
     if (Probes::areThere()) {
-        wanted = wanted.with(CALLS_PROBES);
+        wanted = wanted.with(CALLS_PROBES).with(CALLS_GUARDS);
     }
     // Classes outside the JDK have to find what is called.
     if (wanted.has(BODY_CALLS.without(CALLS_CREATED).with(CALLS_PROBES))) {
@@ -53,10 +53,15 @@ CallSet WantedCalls::now() {
 
 ClassCalls WantedCalls::ofClass(ClassFile& classFile, bool unasked) {
     const ZString name = classFile.getSignature().toString();
-    if (isAgentClass(name)) {
-        return ClassCalls();
-    }
     CallSet wanted = now();
+    if (wanted.has(CALLS_GUARDS) && !Probes::isProbeClass(name)) {
+        wanted = wanted.without(CALLS_GUARDS);
+    }
+    if (isAgentClass(name)) {
+        ClassCalls own;
+        own.calls = wanted.only(CALLS_GUARDS);
+        return own;
+    }
     if (wanted.has(CALLS_CAUGHT) && !passesCatchFilter(name)) {
         wanted = wanted.without(CALLS_CAUGHT);
     }

@@ -151,6 +151,10 @@ bool Probes::mayApply(const ZString& className) {
     return false;
 }
 
+bool Probes::isProbeClass(const ZString& className) {
+    return findDescriptor(className, ourProbeDescriptors.getSize()) >= 0;
+}
+
 void Probes::fillApplicableRows(const ProbeDescriptor& descriptor, const ZString& className,
                                 ZVector<int>& rows) {
     for (int row = 0; row < descriptor.getPatternCount(); row++) {

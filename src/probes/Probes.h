@@ -37,8 +37,10 @@ public:
 
     // Whether there is a probe in the list. Takes no lock.
     static bool areThere();
-    // Whether the class may have to be woven, or be the class of a probe; internal name.
+    // Whether the class may have to be woven; internal name.
     static bool mayApply(const ZString& className);
+    // Whether it is the class of a probe; internal name.
+    static bool isProbeClass(const ZString& className);
     // The rows of a probe whose class patterns accept the class; dotted name.
     static void fillApplicableRows(const ProbeDescriptor& descriptor, const ZString& className,
                                    ZVector<int>& rows);

@@ -225,6 +225,7 @@ bool vmInitImpl(JNIEnv* env) {
         }
         return false; // the application goes on, unprofiled
     }
+    prepareProbes(env);
     enableClassFileLoadHook(ourJVMTI, env);
     retransformPrimordialClasses(env);
     retransformClassesForChangedProbes(env, "apply probes after start");

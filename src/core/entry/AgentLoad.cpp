@@ -208,6 +208,7 @@ int startAttached() {
         ourJVMTI2 = createTaggableJVMTIEnv(false);
         tagClassesLoadedBeforeAttach(env);
     }
+    prepareProbes(env);
     enableClassFileLoadHook(ourJVMTI, env);
     retransformLoadersLoadedBeforeAttach(env);
     retransformClassesForChangedProbes(env, "apply probes after attach");

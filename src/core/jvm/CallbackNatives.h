@@ -116,7 +116,9 @@
     MISSING(vdkJ2eeExit, "(Ljava/lang/Object;Ljava/lang/Object;)V", void, (JNIEnv* env, jclass, jobject, jobject), "J2EE profiling") \
     BUILT(vdkMethodCatch0, "(SS)V", void, (JNIEnv* env, jclass clazz, jshort low, jshort high)) \
     BUILT(vdkMethodEntry0, "(SS)V", void, (JNIEnv* env, jclass clazz, jshort low, jshort high)) \
-    BUILT(vdkMethodExit0, "(SS)V", void, (JNIEnv* env, jclass clazz, jshort low, jshort high))
+    BUILT(vdkMethodExit0, "(SS)V", void, (JNIEnv* env, jclass clazz, jshort low, jshort high)) \
+    BUILT(vdkProbeEnter0, "(Ljava/lang/Thread;)Z", jboolean, (JNIEnv* env, jclass clazz, jobject thread)) \
+    BUILT(vdkProbeExit0, "(Ljava/lang/Thread;)V", void, (JNIEnv* env, jclass clazz, jobject thread))
 // clang-format on
 
 extern "C" {

@@ -264,4 +264,9 @@ public class Callback {
     public static native void vdkMethodEntry0(short low, short high);
 
     public static native void vdkMethodExit0(short low, short high);
+
+    /** Whether the thread is in a callback of a probe already; if not, it is from now on. */
+    public static native boolean vdkProbeEnter0(Thread thread);
+
+    public static native void vdkProbeExit0(Thread thread);
 }
