@@ -37,7 +37,7 @@ const JNINativeMethod ourAgentNativeMethods[] = {
     VDK_CALLBACK_NATIVES(VDK_BUILT_ROW, VDK_MISSING_ROW, VDK_ANSWERING_ROW)};
 
 const int ourAgentNativeMethodCount = sizeof ourAgentNativeMethods / sizeof(JNINativeMethod);
-static_assert(sizeof ourAgentNativeMethods / sizeof(JNINativeMethod) == 96,
+static_assert(sizeof ourAgentNativeMethods / sizeof(JNINativeMethod) == 97,
               "the Java class declares this many natives");
 
 void registerCallbackNatives(JNIEnv* env, jclass callback) {

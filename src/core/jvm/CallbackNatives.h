@@ -110,10 +110,11 @@
     BUILT(vdkExceptionCaught0, "(Ljava/lang/Object;)V", void, (JNIEnv* env, jclass clazz, jobject exception)) \
     BUILT(vdkExceptionCreated0, "(Ljava/lang/Object;)V", void, (JNIEnv* env, jclass clazz, jobject exception)) \
     BUILT(vdkInit0, "(Ljava/lang/Object;I)I", jint, (JNIEnv* env, jclass clazz, jobject object, jint frameHint)) \
-    MISSING(vdkJ2eeEntry1, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass, jobject, jint), "J2EE profiling") \
-    MISSING(vdkJ2eeEntry2, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass, jobject, jint), "J2EE profiling") \
-    MISSING(vdkJ2eeEntry3, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass, jobject, jint), "J2EE profiling") \
-    MISSING(vdkJ2eeExit, "(Ljava/lang/Object;Ljava/lang/Object;)V", void, (JNIEnv* env, jclass, jobject, jobject), "J2EE profiling") \
+    BUILT(vdkJ2eeEntry1, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass clazz, jobject text, jint type)) \
+    BUILT(vdkJ2eeEntry2, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass clazz, jobject key, jint type)) \
+    BUILT(vdkJ2eeEntry3, "(Ljava/lang/Object;I)V", void, (JNIEnv* env, jclass clazz, jobject request, jint type)) \
+    BUILT(vdkJ2eeExit, "(Ljava/lang/Object;Ljava/lang/Object;)V", void, (JNIEnv* env, jclass clazz, jobject key, jobject text)) \
+    BUILT(vdkJ2eeLeave, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(vdkMethodCatch0, "(SS)V", void, (JNIEnv* env, jclass clazz, jshort low, jshort high)) \
     BUILT(vdkMethodEntry0, "(SS)V", void, (JNIEnv* env, jclass clazz, jshort low, jshort high)) \
     BUILT(vdkMethodExit0, "(SS)V", void, (JNIEnv* env, jclass clazz, jshort low, jshort high)) \

@@ -48,7 +48,7 @@ void updateExceptionEvents() {
     LockHolder lock(ourSwitchLock);
     update(ourException, ourConsumedEvents.exception != nullptr && isOn(EXCEPTION_TELEMETRY));
     update(ourExceptionCatch, ourConsumedEvents.exceptionCatch != nullptr &&
-                                  isOn(EXCEPTION_TELEMETRY | CPU_COUNTS_BIT));
+                                  isOn(EXCEPTION_TELEMETRY | CPU_COUNTS_BIT | CPU_J2EE_BIT));
 }
 
 void updateMonitorEvents() {

@@ -24,7 +24,7 @@ extern ConsumedEvents ourConsumedEvents;
 // send them, and what is on consumes them. To be called when one of these changes, without ourLock:
 // the JVM may have to wait until no virtual thread is being mounted.
 //
-// Both exception events serve exception telemetry, that of the catch tracing too.
+// Both exception events serve exception telemetry, that of the catch tracing and J2EE events too.
 void updateExceptionEvents();
 void updateMonitorEvents();
 

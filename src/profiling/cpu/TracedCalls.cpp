@@ -6,6 +6,7 @@
 #include "core/jvm/CallbackNatives.h"
 #include "core/jvm/EventGate.h"
 #include "db/DB.h"
+#include "profiling/cpu/J2EEHelper.h"
 #include "profiling/cpu/TracedStack.h"
 #include "profiling/cpu/Tracing.h"
 #include "profiling/events/Exceptions.h"
@@ -137,6 +138,7 @@ void catchCall(JNIEnv* env, int method, uintptr_t place) {
     if (info == nullptr) {
         return;
     }
+    J2EEHelper::unwind(env, info);
     const ZVector<OpenCall>& markers = info->traced.ownMarkers();
     const int depth = findActivation(info, method, place);
     if (depth > 0 && depth == markers.getSize()) {
@@ -186,6 +188,7 @@ void JNICALL exception_catch(jvmtiEnv*, JNIEnv* env, jthread, jmethodID method, 
                              jobject exception) {
     handleEvent(env, VDK_HERE, [&] {
         caughtElsewhere(env, method);
+        J2EEHelper::unwind(env, getThreadInfo());
         Exceptions::onCatch(env, exception);
     });
 }

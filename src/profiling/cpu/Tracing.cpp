@@ -11,6 +11,7 @@
 #include "db/SnapshotCommon.h"
 #include "probes/Filter.h"
 #include "profiling/UserMessage.h"
+#include "profiling/cpu/J2EEHelper.h"
 #include "profiling/cpu/SampledTimes.h"
 #include "profiling/cpu/TracedStack.h"
 #include "profiling/threads/ThreadInfo.h"
@@ -108,19 +109,32 @@ bool enterCPUMode(long mode, const ZString* filters, const ZString* wallTimeSpec
 bool startCPUProfilingImpl(JNIEnv* env, long mode, const ZString* filters,
                            const ZString* wallTimeSpec, ZString* usedFilters,
                            ZString* usedWallTimeSpec) {
+    if ((mode & CPU_J2EE_BIT) != 0) {
+        J2EEHelper::prepare(env);
+    }
     if (!enterCPUMode(mode, filters, wallTimeSpec, usedFilters, usedWallTimeSpec)) {
         return false;
     }
+    updateExceptionEvents();
     if ((mode & CPU_COUNTS_BIT) != 0) {
         // Redefinition runs inside the JVM for long and comes back through the class load hook, so
         // the lock is not held.
-        updateExceptionEvents();
         ourTracingSwitch.redefineCallback(env);
         ClassNameFilter filter(*usedFilters);
         ourTracingSwitch.retransformLoadedClasses(env, &filter);
     }
     return true;
 }
+
+namespace {
+
+// Nobody hears of their ends any more.
+void forgetOpenEvents() {
+    eachThreadInfo([](ThreadInfo* info) { info->j2ee.forget(); });
+    J2EEHelper::forgetVirtualEvents();
+}
+
+} // namespace
 
 void stopCPUProfilingImpl(JNIEnv* env, bool log) {
     bool tracing;
@@ -133,10 +147,11 @@ void stopCPUProfilingImpl(JNIEnv* env, bool log) {
         if (tracing) {
             eachThreadInfo([](ThreadInfo* info) { dropStackTrace(info, false); });
         }
+        forgetOpenEvents();
         ourStatus &= ~CPU_PROFILING;
     }
+    updateExceptionEvents();
     if (tracing) {
-        updateExceptionEvents();
         ourTracingSwitch.redefineCallback(env);
     }
     if (log) {
@@ -166,6 +181,7 @@ void clearCPUDataImpl(JNIEnv* env, bool log) {
         }
         eachThreadInfo([](ThreadInfo* info) { info->clearCPUAndJ2EEInfo(); });
         ourOldestFinishedThreads->clearCPUAndJ2EEInfo();
+        J2EEHelper::forgetVirtualEvents();
         ourDB->clearTableAndTellReaders(SLOT_CPUProfiling);
         ourDB->clearTableAndTellReaders(SLOT_J2EE);
         SampledTimes::clear();

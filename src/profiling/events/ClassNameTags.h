@@ -19,6 +19,8 @@ public:
 
     // Row of a text that stays as those of the tags do.
     int getNameStrID(const char* text);
+    // Number of texts that stay.
+    int getNameCount() const { return names.getSize(); }
     // The name of the object's class; 0 while the JVM ends.
     int getClassNameStrID(JNIEnv* env, jobject object);
     // The tag of an object, 0 without one or while the JVM ends.

@@ -8,6 +8,7 @@
 #include "core/jvm/EventGate.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
+#include "profiling/cpu/J2EEHelper.h"
 #include "profiling/cpu/Tracing.h"
 #include "profiling/events/ClassNameTags.h"
 #include "profiling/events/RowsByThread.h"
@@ -272,5 +273,8 @@ void JNICALL VDK_CALLBACK_NATIVE(vdkExceptionCreated0)(JNIEnv* env, jclass, jobj
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(vdkExceptionCaught0)(JNIEnv* env, jclass, jobject exception) {
-    runGuarded(VDK_HERE, [&] { onCaught(env, exception); });
+    runGuarded(VDK_HERE, [&] {
+        J2EEHelper::unwind(env, getThreadInfo());
+        onCaught(env, exception);
+    });
 }

@@ -5,6 +5,7 @@
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "profiling/ClassLoadingProbe.h"
+#include "profiling/cpu/J2EEHelper.h"
 #include "profiling/cpu/SampledTimes.h"
 #include "profiling/cpu/TracedStack.h"
 #include "profiling/cpu/WallTimeCorrector.h"
@@ -158,6 +159,7 @@ void createStandInThreads() {
     SampledTimes::reset();
     LiveAllocations::reset();
     Exceptions::reset();
+    J2EEHelper::reset();
     Monitors::reset();
     resetVirtualThreads();
     ZMethod::reset();

@@ -259,6 +259,9 @@ public class Callback {
 
     public static native void vdkJ2eeExit(Object key, Object text);
 
+    /** The innermost event is left by an exception. */
+    public static native void vdkJ2eeLeave();
+
     public static native void vdkMethodCatch0(short low, short high);
 
     public static native void vdkMethodEntry0(short low, short high);
