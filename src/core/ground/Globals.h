@@ -27,6 +27,8 @@ constexpr long CAPABILITY_ATTACHED_AGENT = 0x400;
 constexpr long CAPABILITY_CAN_RECORD_J2EE = 0x1000;
 constexpr long CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE = 0x4000;
 constexpr long CAPABILITY_CANNOT_SUSPEND = 0x8000;
+// Probes mask values in SQL and URLs.
+constexpr long CAPABILITY_REDACTS = 0x10000;
 
 // What a process begins with.
 constexpr long INITIAL_STATUS = STACK_TELEMETRY | EXCEPTION_TELEMETRY;

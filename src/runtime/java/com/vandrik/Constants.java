@@ -51,6 +51,7 @@ public final class Constants {
     public static final long CAPABILITY_CAN_RECORD_J2EE = 0x1000;
     public static final long CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE = 0x4000;
     public static final long CAPABILITY_CANNOT_SUSPEND = 0x8000;
+    public static final long CAPABILITY_REDACTS = 0x10000;
 
     private Constants() {
     }
