@@ -31,7 +31,7 @@ public:
                   ClassArena& arena)
         : classFile(owner), method(target), code(target->getCodeAttribute()), descriptor(probe),
           references(poolReferences), effects(stackEffects), scratch(arena), hasSwitch(false),
-          isTested(poolReferences.instanceOfClass >= 0 || poolReferences.isGuard()), superCall(-1),
+          isTested(poolReferences.areTested() || poolReferences.isGuard()), superCall(-1),
           marks(nullptr), markCount(0), touched(nullptr), needed(0),
           blocks(owner, target, probe, poolReferences), entry(blocks.entry), exit(blocks.exit),
           handler(blocks.handler) {}

@@ -27,7 +27,7 @@ Utf8View viewOf(const ZString& text) {
 ProbeBlocks::ProbeBlocks(ClassFile* owner, const MethodInfo* target, const ProbeDescriptor& probe,
                          const ProbeReferences& poolReferences)
     : entry(owner), exit(owner), handler(owner), classFile(owner), method(target),
-      descriptor(probe), references(poolReferences), isTested(references.instanceOfClass >= 0),
+      descriptor(probe), references(poolReferences), isTested(references.areTested()),
       hasSwitch(false), touched(nullptr), nextSlot(0), resultSlot(-1), exitThis(0),
       entryCodeSize(0) {}
 
@@ -166,6 +166,14 @@ void ProbeBlocks::insertSaveOnExitParamsCode() {
     }
 }
 
+void ProbeBlocks::testReceiver(ProbeCode& block) const {
+    if (references.typeTest >= 0) {
+        block.testReceiverByName(references.typeName, references.typeTest, thisFor(block));
+    } else {
+        block.testReceiver(references.instanceOfClass, thisFor(block));
+    }
+}
+
 void ProbeBlocks::insertEntryCode(const ZString& enterType) {
     if (isTested) {
         Logger::assertTrue(!method->isStatic(), VDK_HERE);
@@ -173,7 +181,7 @@ void ProbeBlocks::insertEntryCode(const ZString& enterType) {
             entry.generateZeroLoad(enterType);
             entry.generateVariableStore(enterType, resultSlot);
         }
-        entry.testReceiver(references.instanceOfClass, 0);
+        testReceiver(entry);
     }
     loadCallbackParameters(entry, descriptor.onEnterParameters, descriptor.onEnterDescriptor,
                            paramLocals, -1);
@@ -194,7 +202,7 @@ void ProbeBlocks::insertOnReturnCode() {
     // The return value, which stands below all that the block pushes.
     exit.beginWith(DescriptorTypes::slotsOf(returnType.charAt(0)));
     if (isTested) {
-        exit.testReceiver(references.instanceOfClass, exitThis);
+        testReceiver(exit);
     }
     int valueSlot = -1;
     if (!isVoid && containsKind(parameters, CALLBACK_RETURN_VALUE)) {
@@ -225,7 +233,7 @@ void ProbeBlocks::insertOnExceptionCode() {
     const bool isThrown = !isSwallowed || isTested;
     handler.beginWith(1);
     if (isTested) {
-        handler.testReceiver(references.instanceOfClass, exitThis);
+        testReceiver(handler);
     }
     int exceptionSlot = -1;
     if (containsKind(parameters, CALLBACK_THROWN_EXCEPTION)) {

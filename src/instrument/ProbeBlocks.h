@@ -38,6 +38,7 @@ private:
     int newLocal(const ZString& type, bool inFrames);
     void fillParamIndices();
     int thisFor(const ProbeCode& block) const { return &block == &entry ? 0 : exitThis; }
+    void testReceiver(ProbeCode& block) const;
     void noteSaved(const ZVector<CallbackParameter>* parameters);
     void insertSaveOnExitParamsCode();
     void insertEntryCode(const ZString& enterType);

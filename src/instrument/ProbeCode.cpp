@@ -252,6 +252,13 @@ void ProbeCode::testReceiver(int classIndex, int slot) {
     grow(-1);
 }
 
+void ProbeCode::testReceiverByName(int nameIndex, int testReference, int slot) {
+    loadThis(false, -1, slot);
+    loadConstant(nameIndex);
+    invokeStatic(testReference, TYPE_TEST_DESCRIPTOR);
+    testNested();
+}
+
 void ProbeCode::testNested() {
     generator.openJump(OPC_IFEQ);
     grow(-1);

@@ -4,6 +4,9 @@
 #include "classfile/ClassFile.h"
 #include "probes/ProbeDescriptor.h"
 
+// Of the method that tests objects for types by name.
+constexpr char TYPE_TEST_DESCRIPTOR[] = "(Ljava/lang/Object;Ljava/lang/String;)Z";
+
 // ProbeCode: writes one block of code that calls a callback of a probe: loads, stores and the call,
 // with the stack that they take.
 class ProbeCode {
@@ -38,6 +41,8 @@ public:
     void testReceiver(int classIndex, int slot);
     // What follows up to endOfTest runs only if the int on the stack is not 0.
     void testNested();
+    // The same by the name of the class, with a method of TYPE_TEST_DESCRIPTOR.
+    void testReceiverByName(int nameIndex, int testReference, int slot);
     void endOfTest() { generator.closeJump(); }
     // Fills up with nops until this many more bytes end at a multiple of 4.
     void pad(int more = 0);

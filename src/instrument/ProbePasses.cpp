@@ -14,6 +14,19 @@ namespace {
 constexpr int MOST_TOLD = 200;
 ZVectorSafe<ZString>& ourToldTexts = *new ZVectorSafe<ZString>();
 
+// Whether the boot loader has the package of a type; also where the JVM knows no modules.
+bool isInBootModule(JNIEnv* env, const ZString& type) {
+    const int end = type.lastIndexOf('/');
+    jobject module = nullptr;
+    if (end < 0 || ourJVMTI->GetNamedModule(nullptr, type.substring(0, end).c_str(), &module) !=
+                       JVMTI_ERROR_NONE) {
+        return true;
+    }
+    const bool isFound = module != nullptr;
+    env->DeleteLocalRef(module);
+    return isFound;
+}
+
 } // namespace
 
 ProbePasses::ProbePasses(ClassFile* owner, JNIEnv* javaEnv, jobject definingLoader,
@@ -98,6 +111,12 @@ void ProbePasses::tellUnreached(const ProbeDescriptor& descriptor) const {
 
 bool ProbePasses::findsInstanceOfClass(const ZString& wanted) {
     return ::findsInstanceOfClass(env, loader, *classFile, wanted);
+}
+
+// Of a class of the boot loader no type is that only other loaders have.
+bool ProbePasses::mayHaveInstances(const ZString& wanted) {
+    return loader != nullptr || env == nullptr || isInBootModule(env, wanted) ||
+           findsInstanceOfClass(wanted);
 }
 
 bool ProbePasses::hasMatchingAnnotation(MethodInfo* method, const ZString& pattern) {

@@ -26,6 +26,7 @@ private:
     bool weaveProbe(ProbeDescriptor* descriptor);
     void tellUnreached(const ProbeDescriptor& descriptor) const;
     bool findsInstanceOfClass(const ZString& wanted) override;
+    bool mayHaveInstances(const ZString& wanted) override;
     bool hasMatchingAnnotation(MethodInfo* method, const ZString& pattern) override;
     void methodHasProbe(const ZString& className, const ZString& methodName,
                         const ZString& parameters) override;

@@ -2,7 +2,10 @@
 
 #include "classfile/OpCodes.h"
 #include "core/ground/WildcardMatch.h"
+#include "instrument/ProbeCode.h"
 #include "probes/SignatureUtil.h"
+
+#include <iterator>
 
 namespace {
 
@@ -24,6 +27,54 @@ InstanceAnswer answerInstanceOf(const ProbeDescriptor& descriptor, const ClassFi
     }
     return super == "java/lang/Object" && !classFile->hasInterfaces() ? INSTANCES_NEVER
                                                                       : INSTANCES_AT_RUN_TIME;
+}
+
+// Packages whose classes every class may link.
+const char* const SEEN_BY_ALL[] = {"java/lang/", "java/io/",   "java/nio/",
+                                   "java/net/",  "java/math/", "java/security/",
+                                   "java/text/", "java/time/", "java/util/"};
+// Of them those of other modules.
+const char* const NOT_SEEN_BY_ALL[] = {"java/lang/instrument/", "java/lang/management/",
+                                       "java/net/http/", "java/util/logging/", "java/util/prefs/"};
+
+bool startsWithAny(const ZString& name, const char* const* begin, const char* const* end) {
+    for (; begin != end; begin++) {
+        if (name.startsWith(*begin)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool isSeenByAll(const ZString& name) {
+    return startsWithAny(name, std::begin(SEEN_BY_ALL), std::end(SEEN_BY_ALL)) &&
+           !startsWithAny(name, std::begin(NOT_SEEN_BY_ALL), std::end(NOT_SEEN_BY_ALL));
+}
+
+// Whether a callback takes the object as what it is, so that the code names the type anyway.
+bool isThisTyped(const ZVector<CallbackParameter>* parameters, const ZString& callbackDescriptor) {
+    ZVectorSafe<ZString> types;
+    ZString returnType;
+    if (parameters != nullptr) {
+        getSignatureTypes(Utf8View(callbackDescriptor.c_str(), callbackDescriptor.getLength()),
+                          types, returnType);
+    }
+    for (int i = 0; i < types.getSize(); i++) {
+        if ((*parameters)[i].kind == CALLBACK_THIS && types[i] != "Ljava/lang/Object;") {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool isThisTyped(const ProbeDescriptor& descriptor) {
+    return isThisTyped(descriptor.onEnterParameters, descriptor.onEnterDescriptor) ||
+           isThisTyped(descriptor.onReturnParameters, descriptor.onReturnDescriptor) ||
+           isThisTyped(descriptor.onExceptionParameters, descriptor.onExceptionDescriptor);
+}
+
+bool isTestedByName(const ProbeDescriptor& descriptor) {
+    return !isSeenByAll(descriptor.instanceOfClass) && !isThisTyped(descriptor);
 }
 
 ZString dotted(const ZString& name) {
@@ -48,9 +99,7 @@ public:
 
     bool run() {
         const InstanceAnswer answer = answerInstanceOf(descriptor, classFile);
-        if (answer == INSTANCES_NEVER ||
-            (answer == INSTANCES_AT_RUN_TIME &&
-             !host->findsInstanceOfClass(descriptor.instanceOfClass))) {
+        if (answer == INSTANCES_NEVER || (answer == INSTANCES_AT_RUN_TIME && !mayBeTested())) {
             return false;
         }
         const bool isLeftOut = reasonToLeaveClass(classFile->getSignature(),
@@ -74,6 +123,12 @@ public:
     }
 
 private:
+    bool mayBeTested() {
+        const ZString& type = descriptor.instanceOfClass;
+        return isTestedByName(descriptor) ? host->mayHaveInstances(type)
+                                          : host->findsInstanceOfClass(type);
+    }
+
     bool isWanted(MethodInfo* method) {
         const Utf8View name = method->getName();
         const ZString returnType = method->getReturnType();
@@ -157,9 +212,21 @@ private:
         references.onException = callbackReference(
             descriptor.isExceptionExt ? "onUncaughtExceptionExt" : "onUncaughtException",
             descriptor.onExceptionDescriptor);
-        if (isTested) {
-            references.instanceOfClass = constantClass(classFile, descriptor.instanceOfClass);
+        if (!isTested) {
+            return;
         }
+        const ZString& type = descriptor.instanceOfClass;
+        if (!isTestedByName(descriptor)) {
+            references.instanceOfClass = constantClass(classFile, type);
+            return;
+        }
+        const ZString name = dotted(type);
+        references.typeName =
+            classFile->findOrCreateStringInfo(Utf8View(name.c_str(), name.getLength()));
+        references.typeTest = classFile->findOrCreateMethodRef(
+            constantClass(classFile, "com/vandrik/runtime/TypeNames"),
+            classFile->findOrCreateUtf8("isInstance"),
+            classFile->findOrCreateUtf8(TYPE_TEST_DESCRIPTOR));
     }
 
     MethodOutcome weave(MethodInfo* method, bool isTested) {

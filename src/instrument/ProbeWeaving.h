@@ -27,6 +27,9 @@ public:
     // Whether the class that is woven finds the one whose instances a probe is about. Else there is
     // nothing to test for.
     virtual bool findsInstanceOfClass(const ZString&) { return true; }
+    // Whether objects of the class, or of one derived from it, may be of a type that is compared by
+    // its name.
+    virtual bool mayHaveInstances(const ZString&) { return true; }
     // A method carries calls of a probe whose methods are marked (isJ2EESupport). Slashed class
     // name, parameters as in "(int, java.lang.String)".
     virtual void methodHasProbe(const ZString& className, const ZString& methodName,
@@ -40,17 +43,22 @@ bool instrumentClassByProbeDescriptor(const ProbeDescriptor& descriptor,
                                       const ZVector<int>& patternIndices, ClassFile* classFile,
                                       WeavingHost* host, InstrumentationCounts* counts);
 
-// References into the class's pool: -1 where there is no such callback; instanceOfClass: -1 where
-// no test is needed at run time.
+// References into the class's pool: -1 where there is no such callback.
 struct ProbeReferences {
     int onEnter = -1;
     int onReturn = -1;
     int onException = -1;
+    // -1 where no test is needed at run time, and where it goes by the name.
     int instanceOfClass = -1;
+    // The type's name and the method that compares it, -1 where no such test is needed: for a type
+    // that not every class sees. To link it might fail in a class that has nothing to do with it.
+    int typeName = -1;
+    int typeTest = -1;
     // For the guard of a callback; the others are -1 then.
     int currentThread = -1;
     int guardEnter = -1;
     int guardExit = -1;
+    bool areTested() const { return instanceOfClass >= 0 || typeTest >= 0; }
     bool isGuard() const { return guardEnter >= 0; }
 };
 MethodOutcome instrumentMethodByProbeDescriptor(ClassFile* classFile, MethodInfo* method,

@@ -212,9 +212,14 @@ TEST_F(WovenCode, whatAProbeIsWovenInto) {
     ProbeOutline marking = instanceOf("");
     marking.probeClass = "com/vandrik/probes/builtin/J2EESupport$X";
     ProbeOutline elsewhere = instanceOf("");
+    // The parameter names the type anyway.
+    ProbeOutline typed = instanceOf("p/Q");
+    typed.enter = {"(Lp/Q;)V", {kind(CALLBACK_THIS)}};
     elsewhere.methods = "other*";
     const std::string woven = "184# 177";
     const std::string tested = "42 193# 153.0.6 184# 177";
+    // A type that the class may not see is not linked.
+    const std::string byName = "42 18# 184# 153.0.6 184# 177";
     struct Row {
         const char* className;
         const char* superName;
@@ -227,10 +232,13 @@ TEST_F(WovenCode, whatAProbeIsWovenInto) {
         {"A", "java/lang/Object", "", 1, instanceOf(""), woven},
         {"A", "java/lang/Object", "", 1, elsewhere, "177"},
         {"A", "java/lang/Object", "", 1, instanceOf("I"), "177"},
-        {"A", "java/lang/Object", "J", 1, instanceOf("I"), tested},
+        {"A", "java/lang/Object", "J", 1, instanceOf("java/io/Flushable"), tested},
+        {"A", "java/lang/Object", "J", 1, instanceOf("java/sql/Driver"), byName},
+        {"A", "java/lang/Object", "J", 1, instanceOf("java/util/logging/Handler"), byName},
+        {"A", "java/lang/Object", "J", 1, typed, "42 193# 153.0.10 42 192# 184# 177"},
         {"A", "java/lang/Object", "I", 1, instanceOf("I"), woven},
         {"A", "I", "", 1, instanceOf("I"), woven},
-        {"A", "B", "", 1, instanceOf("I"), tested},
+        {"A", "B", "", 1, instanceOf("I"), byName},
         {"I", "B", "", 1, instanceOf("I"), woven},
         {"A", "I", "", 9, instanceOf("I"), "177"},
         {"A", "java/lang/Object", "", 1, throwing, "177"},
