@@ -11,6 +11,9 @@ import java.util.Locale;
  */
 final class Redaction {
     private static final String MASK = "?";
+    private static final int SQL = 0;
+    private static final int QUERY = 1;
+    private static final int URI = 2;
     private static final String[] SECRETS = {"user",  "password", "passwd",    "pwd",
                                              "token", "secret",   "credential"};
     private static final boolean IS_ON =
@@ -20,20 +23,33 @@ final class Redaction {
     }
 
     static String sql(String text) {
-        return !IS_ON || text == null ? text : maskSql(text);
+        return mask(text, SQL);
     }
 
     static String query(String text) {
-        return !IS_ON || text == null ? text : maskQuery(text);
+        return mask(text, QUERY);
     }
 
     static String uri(String text) {
-        return !IS_ON || text == null ? text : maskUri(text);
+        return mask(text, URI);
     }
 
     /** The address of a database without what follows user, password and the like. */
     static String database(String url) {
         return url == null ? null : maskCredentials(url);
+    }
+
+    /** What can't be masked is not told. */
+    private static String mask(String text, int kind) {
+        if (!IS_ON || text == null) {
+            return text;
+        }
+        try {
+            return kind == SQL ? maskSql(text) : kind == QUERY ? maskQuery(text) : maskUri(text);
+        } catch (RuntimeException e) {
+            Outermost.failed(e);
+            return MASK;
+        }
     }
 
     /** Literals, and what stands in comments other than hints. */

@@ -1,0 +1,216 @@
+package com.vandrik.probes.builtin;
+
+import com.vandrik.probes.StringColumn;
+import com.vandrik.probes.Table;
+import com.vandrik.runtime.TypeNames;
+import java.lang.reflect.InvocationHandler;
+import java.lang.reflect.Method;
+import java.lang.reflect.Proxy;
+
+/**
+ * The rows of {@link Servlets}. A thread has one open row for each different place that the request
+ * has come to: filters, a servlet and its superclass share it. A request that goes on without its
+ * thread keeps its row open until its container says that it is complete.
+ */
+final class ServletRequests {
+    private static final RequestTable TABLE = new RequestTable();
+    private static final ThreadLocal<Visit> VISITS = new ThreadLocal<Visit>();
+
+    private ServletRequests() {
+    }
+
+    private static final class RequestTable extends Table {
+        final StringColumn myUri = new StringColumn("URI");
+        final StringColumn myQuery = new StringColumn("Query");
+        final StringColumn myInclude = new StringColumn("Include");
+
+        RequestTable() {
+            super("JSP/Servlet Requests", MASK_FOR_SINGLE_METHOD_CALL_LASTING_EVENTS);
+        }
+    }
+
+    /** A call on the way of a request; only the first one at a place has a row. */
+    private static final class Visit {
+        final Visit myOuter;
+        final String myUri;
+        final String myInclude;
+        int myRow = Table.NO_ROW;
+
+        Visit(Visit outer, String uri, String include) {
+            myOuter = outer;
+            myUri = uri;
+            myInclude = include;
+        }
+
+        boolean isAtSamePlace(String uri, String include) {
+            return equal(myUri, uri) && equal(myInclude, include);
+        }
+
+        private static boolean equal(String a, String b) {
+            return a == null ? b == null : a.equals(b);
+        }
+    }
+
+    /** The type of requests with its methods, one for each loader of the servlet API. */
+    private static final class Api {
+        final String myPrefix; // of the packages
+        final Class<?> myRequest;
+
+        Api(String prefix, Class<?> request) {
+            myPrefix = prefix;
+            myRequest = request;
+        }
+
+        static Api of(Object request) {
+            Class<?> type = TypeNames.find(request, "jakarta.servlet.http.HttpServletRequest");
+            if (type != null) {
+                return new Api("jakarta.", type);
+            }
+            type = TypeNames.find(request, "javax.servlet.http.HttpServletRequest");
+            return type == null ? null : new Api("javax.", type);
+        }
+    }
+
+    /** Null if it is no request by HTTP. */
+    static Object enter(Object request) {
+        Api api = Api.of(request);
+        if (api == null) {
+            return null;
+        }
+        Visit outer = VISITS.get();
+        String uri = text(ask(request, api.myRequest, "getRequestURI"));
+        String include = text(askAttribute(request, api));
+        Visit visit = new Visit(outer, uri, include);
+        VISITS.set(visit);
+        boolean isNew = outer == null ? !isDispatchedAgain(request, api)
+                                      : !outer.isAtSamePlace(uri, include);
+        if (isNew) {
+            visit.myRow = open(request, api, uri, include);
+        }
+        return visit;
+    }
+
+    private static int open(Object request, Api api, String uri, String include) {
+        int row = TABLE.createRow();
+        TABLE.myUri.setValue(row, Redaction.uri(uri));
+        TABLE.myQuery.setValue(
+                row, Redaction.query(text(ask(request, api.myRequest, "getQueryString"))));
+        TABLE.myInclude.setValue(row, Redaction.uri(include));
+        return row;
+    }
+
+    static void leave(Object call, Object request) {
+        if (!(call instanceof Visit)) {
+            return;
+        }
+        Visit visit = (Visit) call;
+        if (visit.myOuter == null) {
+            VISITS.remove();
+        } else {
+            VISITS.set(visit.myOuter);
+        }
+        if (visit.myRow != Table.NO_ROW &&
+            !(visit.myOuter == null && staysOpen(request, visit.myRow))) {
+            TABLE.closeRow(visit.myRow);
+        }
+    }
+
+    private static String text(Object value) {
+        return value == null ? null : value.toString();
+    }
+
+    private static Object askAttribute(Object request, Api api) {
+        try {
+            return api.myRequest.getMethod("getAttribute", String.class)
+                    .invoke(request, api.myPrefix + "servlet.include.request_uri");
+        } catch (Exception e) {
+            return null;
+        }
+    }
+
+    /** What the application's object answers; null where it can't. */
+    private static Object ask(Object object, Class<?> type, String name) {
+        try {
+            return type == null ? null : type.getMethod(name).invoke(object);
+        } catch (Exception e) {
+            return null;
+        }
+    }
+
+    /** A request that its container gives to another thread has its row already. */
+    private static boolean isDispatchedAgain(Object request, Api api) {
+        return "ASYNC".equals(text(ask(request, api.myRequest, "getDispatcherType")));
+    }
+
+    private static boolean staysOpen(Object request, int row) {
+        Api api = Api.of(request);
+        if (api == null || !Boolean.TRUE.equals(ask(request, api.myRequest, "isAsyncStarted"))) {
+            return false;
+        }
+        return listen(ask(request, api.myRequest, "getAsyncContext"), api, row);
+    }
+
+    /** Hears of the end; false if it has come already. */
+    private static boolean listen(Object context, Api api, int row) {
+        Class<?> type = TypeNames.find(context, api.myPrefix + "servlet.AsyncContext");
+        if (type == null) {
+            return false;
+        }
+        try {
+            Class<?> listenerType = Class.forName(api.myPrefix + "servlet.AsyncListener", false,
+                                                  type.getClassLoader());
+            Object listener = Proxy.newProxyInstance(listenerType.getClassLoader(),
+                                                     new Class<?>[] {listenerType},
+                                                     new CompletionListener(api, row));
+            type.getMethod("addListener", listenerType).invoke(context, listener);
+            return true;
+        } catch (Exception e) {
+            return false;
+        } catch (LinkageError e) {
+            return false;
+        }
+    }
+
+    /** An AsyncListener of either package. */
+    private static final class CompletionListener implements InvocationHandler {
+        private final Api myApi;
+        private final int myRow;
+
+        CompletionListener(Api api, int row) {
+            myApi = api;
+            myRow = row;
+        }
+
+        @Override
+        public Object invoke(Object proxy, Method method, Object[] arguments) {
+            String name = method.getName();
+            if (name.equals("equals")) {
+                return proxy == arguments[0];
+            }
+            if (name.equals("hashCode")) {
+                return System.identityHashCode(proxy);
+            }
+            if (name.equals("toString")) {
+                return getClass().getName();
+            }
+            try {
+                if (name.equals("onComplete")) {
+                    TABLE.closeRow(myRow);
+                } else if (name.equals("onStartAsync")) {
+                    // Listeners hold for one round.
+                    goOn(arguments[0]);
+                }
+            } catch (Throwable e) {
+                Outermost.failed(e);
+            }
+            return null;
+        }
+
+        private void goOn(Object event) {
+            Class<?> type = TypeNames.find(event, myApi.myPrefix + "servlet.AsyncEvent");
+            if (!listen(ask(event, type, "getAsyncContext"), myApi, myRow)) {
+                TABLE.closeRow(myRow);
+            }
+        }
+    }
+}
