@@ -78,6 +78,7 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
     add(!choices.remote && !given("listen="), "onlylocal");
     add(!choices.remote && !choices.allUsers, "onlyuser");
     add(!choices.verbose, "quiet");
+    add(!choices.noRedact, "redact");
     add(!choices.attach && !choices.exceptions, "noexceptionevents");
     add(choices.attach && !choices.generations, "nostartgeneration");
     add(!choices.oomDump, "disableoomedumper");

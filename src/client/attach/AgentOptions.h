@@ -16,6 +16,7 @@ struct AgentOptionChoices {
     bool verbose = false;      // let the agent write its banner
     bool requireAgent = false; // a program whose agent cannot start ends
     bool oomDump = false;      // let the agent switch on the JVM's heap dumps at OutOfMemoryError
+    bool noRedact = false;     // let probes record values in SQL and URLs
     bool noSnapshot = false;   // leave no snapshot behind at the end
     std::string exitSnapshot;  // file of the snapshot at the end; "" is the usual place
     std::string tmpDir;        // private folder, as the target sees it; "" adds none

@@ -82,6 +82,7 @@ void load(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
     choices.attach = true;
     choices.remote = arguments.has("--remote");
     choices.allUsers = arguments.has("--all-users");
+    choices.noRedact = arguments.has("--no-redact");
     choices.verbose = arguments.has("--banner");
     choices.generations = arguments.has("--generations");
     choices.oomDump = arguments.has("--oom-dump");

@@ -58,6 +58,7 @@ std::optional<std::string> agentOption(Console& console, const Arguments& argume
     choices.verbose = arguments.has("--banner");
     choices.exceptions = arguments.has("--exceptions");
     choices.allUsers = arguments.has("--all-users");
+    choices.noRedact = arguments.has("--no-redact");
     choices.requireAgent = arguments.has("--require-agent");
     choices.oomDump = arguments.has("--oom-dump");
     choices.noSnapshot = arguments.has("--no-snapshot");

@@ -233,6 +233,11 @@ bool Options::disableJ2EE(const ZString&) {
     return true;
 }
 
+bool Options::redact(const ZString&) {
+    ourCapabilities |= CAPABILITY_REDACTS;
+    return true;
+}
+
 bool Options::disableAll(const ZString& value) {
     ourCapabilities &= ~(CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS);
     disableJ2EE(value);

@@ -120,6 +120,7 @@ private:
     // Actions of options that do more than set one field. False after a reported error.
     bool help(const ZString& value);
     bool disableJ2EE(const ZString& value);
+    bool redact(const ZString& value);
     bool disableAll(const ZString& value);
     bool probe(const ZString& value);
     bool noProbe(const ZString& value);

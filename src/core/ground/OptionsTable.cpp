@@ -96,6 +96,7 @@ const Options::Row Options::ourRows[] = {
     Row::clearRow("disabletracing", Row::CAPABILITY, CAPABILITY_CAN_TRACE),
     Row::flagRow("disablenatives", &Options::disableNatives),
     Row::actionRow("disablej2ee", &Options::disableJ2EE),
+    Row::actionRow("redact", &Options::redact),
     Row::flagRow("probewarningsaserrors", &Options::probeWarningsAsErrors),
     Row::actionRow("probe=", &Options::probe),
     Row::actionRow("probeclasspath=", &Options::probeClassPath),

@@ -66,6 +66,7 @@ const UsageEntry USAGE[] = {
     {"disableall", "disable several capabilities at once"},
     {"noexceptionevents", "do not ask the JVM for exception events: having them slows down each "
                           "throw, even while nothing is recorded"},
+    {"redact", "let probes mask literals in SQL and values in the queries of URLs"},
     {"onlyuser", "serve only clients of the user that runs the application, and root"},
     {"optional", "let the application start without the agent where the agent cannot start"},
     {"nostartgeneration", "do not tag the objects of the heap for the generation that is opened "

@@ -18,10 +18,11 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         c.attach = true;
         c.workingDir = "/home/me";
     };
-    const std::string runHead = "onlylocal,onlyuser,quiet,noexceptionevents,";
+    const std::string runHead = "onlylocal,onlyuser,quiet,redact,noexceptionevents,";
     const std::string tail = "disableoomedumper,optional,tellsnapshot,";
     const std::string tmp = "tmpdir=/run/vdk-1";
-    const std::string attachHead = "onlylocal,onlyuser,quiet,nostartgeneration,disableoomedumper,";
+    const std::string attachHead =
+        "onlylocal,onlyuser,quiet,redact,nostartgeneration,disableoomedumper,";
     const struct {
         Choose choose;
         std::vector<std::string> arguments;
@@ -32,15 +33,15 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {run, {",,sampling,"}, runHead + tail + tmp + ",sampling"},
         {run,
          {"tmpdir=/t,quiet"},
-         "onlylocal,onlyuser,noexceptionevents," + tail + "tmpdir=/t,quiet"},
+         "onlylocal,onlyuser,redact,noexceptionevents," + tail + "tmpdir=/t,quiet"},
         {run,
          {"listen=10.0.0.1:5"},
-         "onlyuser,quiet,noexceptionevents," + tail + tmp + ",listen=10.0.0.1:5"},
+         "onlyuser,quiet,redact,noexceptionevents," + tail + tmp + ",listen=10.0.0.1:5"},
         {run,
          {"onlylocal", "noexceptionevents"},
-         "onlyuser,quiet," + tail + tmp + ",onlylocal,noexceptionevents"},
+         "onlyuser,quiet,redact," + tail + tmp + ",onlylocal,noexceptionevents"},
         {[](AgentOptionChoices& c) {
-             c.remote = c.exceptions = c.verbose = c.requireAgent = c.oomDump = true;
+             c.remote = c.exceptions = c.verbose = c.requireAgent = c.oomDump = c.noRedact = true;
          },
          {"sampling"},
          "tellsnapshot," + tmp + ",sampling"},
@@ -52,12 +53,12 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
          runHead + tail + "exitsnapshot=VDKQUOTED2f772f6120622e736e617073686f74," + tmp},
         {[](AgentOptionChoices& c) { c.allUsers = true; },
          {},
-         "onlylocal,quiet,noexceptionevents," + tail + tmp},
+         "onlylocal,quiet,redact,noexceptionevents," + tail + tmp},
         {attach, {}, attachHead + tmp},
         {attach, {"dir=snaps,filters=/abs"}, attachHead + tmp + ",dir=/home/me/snaps,filters=/abs"},
         {[](AgentOptionChoices& c) { c.attach = c.generations = true; },
          {},
-         "onlylocal,onlyuser,quiet,disableoomedumper," + tmp},
+         "onlylocal,onlyuser,quiet,redact,disableoomedumper," + tmp},
     };
     for (const auto& c : cases) {
         AgentOptionChoices choices;

@@ -121,7 +121,8 @@ TEST(CommandLine, everyCommandHasHelpAndStandsInCompletionsAndTheManualPage) {
 TEST(CommandLine, runPutsTheAgentRightBehindTheLauncher) {
     TempDir dir;
     dir.write("agent.so", "");
-    const std::string agent = "-agentpath:" + dir.file("agent.so") + "=onlylocal,onlyuser,quiet,";
+    const std::string agent =
+        "-agentpath:" + dir.file("agent.so") + "=onlylocal,onlyuser,quiet,redact,";
     const struct {
         std::vector<std::string> arguments;
         std::string begin, end;

@@ -21,6 +21,9 @@ const OptionSpec Remote = {
     "accept connections from other machines, of whoever it be (no `onlylocal`, no `onlyuser`)"};
 const OptionSpec AllUsers = {"--all-users", ValueKind::None,
                              "serve every user of this machine (no `onlyuser`)"};
+const OptionSpec NoRedact = {
+    "--no-redact", ValueKind::None,
+    "let probes record values in SQL and in queries of URLs as they are (no `redact`)"};
 const OptionSpec Banner = {"--banner", ValueKind::None,
                            "let the agent write its start messages (no `quiet`)"};
 const OptionSpec OomDump = {
@@ -69,6 +72,7 @@ const std::vector<Command> Table = {
       AgentPath,
       Remote,
       AllUsers,
+      NoRedact,
       Banner,
       OomDump,
       {"--exceptions", ValueKind::None,
@@ -94,6 +98,7 @@ const std::vector<Command> Table = {
       AgentPath,
       Remote,
       AllUsers,
+      NoRedact,
       Banner,
       OomDump,
       {"--generations", ValueKind::None, "tag the objects that exist already"},

@@ -96,7 +96,7 @@ final class TestRuns {
             return Outermost.NESTED;
         }
         Test test = OPEN.get(object);
-        if (test == null || table == RUN && test.myHasRun) {
+        if (test == null || table != TEAR_DOWN && test.myHasRun) {
             test = open(object);
         }
         if (table == RUN) {
@@ -136,6 +136,11 @@ final class TestRuns {
         } else if (step.myTable == RUN) {
             TESTS.myStatus.setValue(test.myRow, "passed");
         }
+        if (thrown != null && step.myTable == SET_UP) {
+            // The test is not run; some frameworks tear it down all the same.
+            test.myHasRun = true;
+            TESTS.closeRow(test.myRow);
+        }
         if (isOver(step)) {
             TESTS.closeRow(test.myRow);
             OPEN.remove(step.myObject);
@@ -147,7 +152,7 @@ final class TestRuns {
             step.myTest.myTearDownsLeft--;
             return step.myTest.myTearDownsLeft <= 0;
         }
-        return step.myTable == RUN && step.myTest.myTearDownsLeft <= 0;
+        return step.myTest.myHasRun && step.myTest.myTearDownsLeft <= 0;
     }
 
     private static String statusOf(Throwable thrown) {
