@@ -19,14 +19,31 @@ public final class JVM {
         return Callback.isIBM();
     }
 
-    /** Asks to hear of a child's exit. False where the process object doesn't tell its handle. */
+    /** Asks to hear of a child's exit. False where the process object doesn't tell what it is. */
     public static boolean registerProcessExitListener(Process process, int row) {
+        Long id = getField(process, "handle");
+        if (id == null) {
+            id = getPid(process);
+        }
+        return id != null && Callback.registerProcessExitListener(id, row);
+    }
+
+    /** JDK 9 and later tell the id of a process; in earlier ones it is a field. */
+    private static Long getPid(Process process) {
         try {
-            Field handle = process.getClass().getDeclaredField("handle");
-            handle.setAccessible(true);
-            return Callback.registerProcessExitListener(handle.getLong(process), row);
+            return (Long) Process.class.getMethod("pid").invoke(process);
         } catch (Exception e) {
-            return false;
+            return getField(process, "pid");
+        }
+    }
+
+    private static Long getField(Process process, String name) {
+        try {
+            Field field = process.getClass().getDeclaredField(name);
+            field.setAccessible(true);
+            return field.getLong(process);
+        } catch (Exception e) {
+            return null;
         }
     }
 
