@@ -2,6 +2,7 @@ package jvmtest;
 
 import cases.AccessCases;
 import cases.AllocationCases;
+import cases.BuiltInProbeCases;
 import cases.ClientTracingCases;
 import cases.DebuggerCases;
 import cases.ExceptionCases;
@@ -33,7 +34,7 @@ final class Suites {
             ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
             ThrowCases.class,        MemoryCases.class,           AccessCases.class,
             AllocationCases.class,   MonitorCases.class,          ExceptionCases.class,
-            HeapSnapshotCases.class,
+            HeapSnapshotCases.class, BuiltInProbeCases.class,
     };
 
     private Suites() {

@@ -37,45 +37,28 @@ public final class Processes {
     private static final Transfers INPUT = new StreamTransfers("Input Operations", PROCESSES);
     private static final Transfers OUTPUT = new StreamTransfers("Output Operations", PROCESSES);
 
-    /** The streams of the pipes that the current thread makes while it starts a process. */
-    private static final ThreadLocal<Object[]> STARTING = new ThreadLocal<Object[]>();
-    private static final int MAX_PIPES = 3;
+    /** What the current thread is about to start. */
+    private static final ThreadLocal<Start> STARTING = new ThreadLocal<Start>();
 
     private Processes() {
     }
 
+    /** The child runs by now, and nobody waits for its end yet: all that it writes will count. */
     static void addPipe(Object stream) {
-        Object[] pipes = STARTING.get();
-        for (int i = 0; pipes != null && i < MAX_PIPES; i++) {
-            if (pipes[i] == null) {
-                pipes[i] = stream;
-                return;
-            }
+        Start start = STARTING.get();
+        if (start != null && Rows.exists(start.getRow())) {
+            STREAMS.put(stream, start.getRow());
         }
     }
 
-    static void started(Process process, String[] command, Map<?, ?> environment,
-                        String directory) {
-        Object[] pipes = STARTING.get();
+    static void started(Process process) {
+        Start start = STARTING.get();
         STARTING.remove();
-        if (pipes == null || process == null) {
+        if (start == null || process == null || !Rows.exists(start.getRow())) {
             return;
         }
-        int row = PROCESSES.createRow();
-        if (!Rows.exists(row)) {
-            return;
-        }
-        PROCESSES.myCommand.setValue(row, CommandLine.join(command));
-        PROCESSES.myDirectory.setValue(row, directory);
-        PROCESSES.myEnvironment.setValue(row, CommandLine.changesOf(environment));
-        PROCESSES.myExitCode.setValue(row, UNKNOWN);
-        for (Object pipe : pipes) {
-            if (pipe != null) {
-                STREAMS.put(pipe, row);
-            }
-        }
-        if (!remember(process, row)) {
-            ExitWatch.watch(process, row);
+        if (!remember(process, start.getRow())) {
+            ExitWatch.watch(process, start.getRow());
         }
     }
 
@@ -120,6 +103,35 @@ public final class Processes {
         }
     }
 
+    /** Makes the row when the child is there: a start that fails has none. */
+    private static final class Start {
+        private final String[] myCommand;
+        private final Map<?, ?> myEnvironment;
+        private final String myDirectory;
+        private boolean myHasRow;
+        private int myRow;
+
+        Start(String[] command, Map<?, ?> environment, String directory) {
+            myCommand = command;
+            myEnvironment = environment;
+            myDirectory = directory;
+        }
+
+        int getRow() {
+            if (!myHasRow) {
+                myHasRow = true;
+                myRow = PROCESSES.createRow();
+                if (Rows.exists(myRow)) {
+                    PROCESSES.myCommand.setValue(myRow, CommandLine.join(myCommand));
+                    PROCESSES.myDirectory.setValue(myRow, myDirectory);
+                    PROCESSES.myEnvironment.setValue(myRow, CommandLine.changesOf(myEnvironment));
+                    PROCESSES.myExitCode.setValue(myRow, UNKNOWN);
+                }
+            }
+            return myRow;
+        }
+    }
+
     static final class ProcessTable extends Table {
         final StringColumn myCommand = new StringColumn("Command");
         final StringColumn myDirectory = new StringColumn("Directory");
@@ -132,24 +144,24 @@ public final class Processes {
     }
 
     @MethodPattern("java.lang.ProcessImpl:start(String[], java.util.Map, String, *)")
-    public static final class Start {
-        private Start() {
+    public static final class Launch {
+        private Launch() {
         }
 
-        public static void onEnter() {
+        public static void onEnter(@Param(1) String[] command, @Param(2) Map<?, ?> environment,
+                                   @Param(3) String directory) {
             try {
                 if (JVM.isLivePhase()) {
-                    STARTING.set(new Object[MAX_PIPES]);
+                    STARTING.set(new Start(command, environment, directory));
                 }
             } catch (Exception | LinkageError | VirtualMachineError e) {
                 Rows.failed(e);
             }
         }
 
-        public static void onReturn(@Param(1) String[] command, @Param(2) Map<?, ?> environment,
-                                    @Param(3) String directory, @ReturnValue Process process) {
+        public static void onReturn(@ReturnValue Process process) {
             try {
-                started(process, command, environment, directory);
+                started(process);
             } catch (Exception | LinkageError | VirtualMachineError e) {
                 Rows.failed(e);
             }
