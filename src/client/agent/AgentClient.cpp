@@ -124,12 +124,13 @@ void AgentClient::stopCpuProfiling() {
     command(PACKET_STOP_CPU_PROFILING_REQ, timeoutMs);
 }
 
-void AgentClient::startAllocationRecording(int each, int sizeLimit, bool byClass) {
+void AgentClient::startAllocationRecording(int each, std::optional<int> sizeLimit, bool byClass) {
     Connection connection(endpoint, timeoutMs);
     connection.setTimeout(LongTimeoutMs); // after an attach the classes are rewritten first
     Session session(connection);
     PacketWriter packet(PACKET_START_ALLOCATION_RECORDING_REQ);
-    packet.writeBoolean(true).writeInt(each).writeBoolean(true).writeInt(sizeLimit);
+    packet.writeBoolean(true).writeInt(each);
+    packet.writeBoolean(sizeLimit.has_value()).writeInt(sizeLimit.value_or(0));
     session.send(packet.writeBoolean(byClass));
     session.expectOk();
 }

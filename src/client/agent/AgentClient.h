@@ -47,8 +47,9 @@ public:
     void startCpuProfiling(int64_t mode, const std::optional<std::string>& filters,
                            const std::optional<std::string>& wallTimes);
     void stopCpuProfiling();
-    // Exactly: every `each`-th object, and every one of sizeLimit bytes and more.
-    void startAllocationRecording(int each, int sizeLimit, bool byClass);
+    // Exactly: every `each`-th object, and every one of sizeLimit bytes and more. With a limit the
+    // agent asks the JVM for the size of each object that it counts.
+    void startAllocationRecording(int each, std::optional<int> sizeLimit, bool byClass);
     // By samples of the JVM.
     void startSampledAllocationRecording(int intervalBytes, bool byClass);
     void stopAllocationRecording();

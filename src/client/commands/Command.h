@@ -33,8 +33,11 @@ struct OptionSpec {
     bool required = false;
     bool repeated = false;      // takes all that follow; positionals only
     std::string shortName = {}; // "-o"
+    // "--sampled" alone will do; a value behind a blank counts only with a unit.
+    bool isValueOptional = false;
 
     bool isPositional() const { return name[0] != '-'; }
+    bool needsValue() const { return kind != ValueKind::None && !isValueOptional; }
 };
 
 // The values of one command line.

@@ -106,6 +106,33 @@ std::string didYouMeanOption(const std::vector<std::string>& words,
     return "";
 }
 
+// Takes an option that may have a value out of the words. Behind a blank it is one only with a
+// unit: a number alone is a process.
+std::optional<std::vector<std::string>> takeOptionalValue(const OptionSpec& option,
+                                                          std::vector<std::string>& words) {
+    std::optional<std::vector<std::string>> values;
+    const auto isValue = [&](size_t i) {
+        return i < words.size() && !words[i].empty() && parseSize(words[i]) &&
+               !parseNumber(words[i], 0, LONG_MAX);
+    };
+    for (size_t i = 0; i < words.size();) {
+        const bool isAlone = words[i] == option.name;
+        if (!isAlone && !startsWith(words[i], option.name + "=")) {
+            i++;
+            continue;
+        }
+        values.emplace();
+        const size_t count = isAlone && isValue(i + 1) ? 2 : 1;
+        if (!isAlone) {
+            values->push_back(words[i].substr(option.name.size() + 1));
+        } else if (count == 2) {
+            values->push_back(words[i + 1]);
+        }
+        words.erase(words.begin() + long(i), words.begin() + long(i + count));
+    }
+    return values;
+}
+
 // Reads one command's arguments with CLI11. Values are checked afterwards, by the table.
 Arguments parseArguments(const Command& command, std::vector<std::string> words) {
     Arguments result;
@@ -123,6 +150,13 @@ Arguments parseArguments(const Command& command, std::vector<std::string> words)
     std::vector<OptionSpec> options = allOptions(command);
     std::map<std::string, std::vector<std::string>> values;
     for (const OptionSpec& option : options) {
+        if (option.isValueOptional) {
+            if (auto given = takeOptionalValue(option, words)) {
+                result.values[option.name] = *given;
+                values[option.name] = *given;
+            }
+            continue;
+        }
         std::string names =
             option.shortName.empty() ? option.name : option.shortName + "," + option.name;
         if (option.kind == ValueKind::None) {
@@ -321,6 +355,9 @@ std::string usageLine(const Command& command) {
 std::string optionHead(const OptionSpec& option) {
     std::string head =
         option.shortName.empty() ? option.name : option.shortName + ", " + option.name;
+    if (option.isValueOptional) {
+        return head + "[=" + valueName(option) + "]";
+    }
     bool hasValue = !option.isPositional() && option.kind != ValueKind::None;
     return hasValue ? head + " " + valueName(option) : head;
 }

@@ -13,28 +13,25 @@ namespace vdk {
 namespace {
 
 constexpr int DefaultEach = 10;
-constexpr int DefaultSizeLimit = 1 << 20;
 constexpr int DefaultInterval = 512 << 10;
 
 void startAllocations(AgentClient& client, const Arguments& arguments) {
     const bool byClass = !arguments.has("--no-classes");
     if (arguments.has("--sampled")) {
-        client.startSampledAllocationRecording(arguments.size("--interval", DefaultInterval),
+        client.startSampledAllocationRecording(arguments.size("--sampled", DefaultInterval),
                                                byClass);
         return;
     }
-    client.startAllocationRecording(int(arguments.number("--each", DefaultEach)),
-                                    arguments.size("--size-limit", DefaultSizeLimit), byClass);
+    const bool hasLimit = arguments.has("--size-limit");
+    client.startAllocationRecording(
+        int(arguments.number("--each", DefaultEach)),
+        hasLimit ? std::optional(arguments.size("--size-limit", 0)) : std::nullopt, byClass);
 }
 
 void checkAllocationOptions(const Arguments& arguments) {
-    const bool sampled = arguments.has("--sampled");
-    if (sampled && (arguments.has("--each") || arguments.has("--size-limit"))) {
+    if (arguments.has("--sampled") && (arguments.has("--each") || arguments.has("--size-limit"))) {
         throw ClientError(ExitCode::Usage, "usage",
                           "--sampled goes without --each and --size-limit");
-    }
-    if (!sampled && arguments.has("--interval")) {
-        throw ClientError(ExitCode::Usage, "usage", "--interval goes with --sampled");
     }
 }
 

@@ -64,7 +64,7 @@ std::string valuedNames(const char* separator) {
     std::set<std::string> names;
     for (const Command& command : commands()) {
         for (const OptionSpec& option : allOptions(command)) {
-            if (!option.isPositional() && option.kind != ValueKind::None) {
+            if (!option.isPositional() && option.needsValue()) {
                 for (const std::string& name : namesOf(option)) {
                     names.insert(name);
                 }
@@ -140,7 +140,7 @@ void writeBash(std::ostream& out) {
         << "    case \"$command $previous\" in\n";
     for (const Command& command : commands()) {
         for (const OptionSpec& option : allOptions(command)) {
-            if (option.isPositional() || option.kind == ValueKind::None) {
+            if (option.isPositional() || !option.needsValue()) {
                 continue;
             }
             std::string patterns;
@@ -268,9 +268,11 @@ void writeZsh(std::ostream& out) {
                 out << " \\\n        " << shellQuoted(spec);
                 continue;
             }
-            std::string help = "[" + zshText(option.help) + "]" + zshValue(option);
+            std::string help = "[" + zshText(option.help) + "]" +
+                               (option.isValueOptional ? ":" : "") + zshValue(option);
             bool valued = option.kind != ValueKind::None;
-            out << " \\\n        " << shellQuoted(option.name + (valued ? "=" : "") + help);
+            const char* sign = option.isValueOptional ? "=-" : valued ? "=" : "";
+            out << " \\\n        " << shellQuoted(option.name + sign + help);
             if (!option.shortName.empty()) {
                 out << " \\\n        "
                     << shellQuoted(option.shortName + (valued ? "+" : "") + help);
@@ -336,7 +338,7 @@ void writeFishOption(std::ostream& out, const Command& command, const OptionSpec
         out << " -r -F";
     } else if (option.kind == ValueKind::Folder) {
         out << " -x -a '(__fish_complete_directories)'";
-    } else if (option.kind != ValueKind::None) {
+    } else if (option.needsValue()) {
         out << " -x";
     }
     out << "\n";

@@ -63,6 +63,12 @@ TEST(CommandLine, exitCodesTellWhatWentWrong) {
         {{"top", "--count", "1", "no-such-jvm-at-all"}, 3, "no JVM matches"},
         {{"export", bad, "--collapsed=x"}, 2, "--collapsed takes no value"},
         {{"export", bad}, 2, "name one form"},
+        {{"alloc", "start", "--sampled", "64k"}, 2, "TARGET is missing"},
+        {{"alloc", "start", "--sampled", "999999999"}, 3, "no JVM matches"},
+        {{"alloc", "start", "--sampled", ":1"}, 5, "cannot connect"},
+        {{"alloc", "start", "--sampled=few", ":1"}, 2, "'few' is no value of --sampled"},
+        {{"alloc", "start", "--sampled=", ":1"}, 2, "'' is no value of --sampled"},
+        {{"alloc", "start", "--sampled=4096", "--each", "2", ":1"}, 2, "goes without --each"},
         {{"export", bad, "--collapsed", "--speedscope"}, 2, "name one form"},
     };
     for (const auto& c : cases) {

@@ -42,20 +42,28 @@ const std::vector<Command> Table = {
      "start or stop the recording of allocations",
      "Where objects come from and how many bytes they take. By default every object is counted, "
      "and\n"
-     "every 10th and each of 1 MB and more is recorded, exactly; --each 1 records all. --sampled "
-     "asks\n"
-     "the JVM for about one object in so many allocated bytes instead: it costs next to nothing, "
-     "needs\n"
-     "no rewritten class, and gives estimates. Data stays until `vdk clear --allocations`.",
-     "vdk alloc start app.jar\nvdk alloc start app.jar --sampled\n"
+     "every 10th recorded, exactly; --each 1 records all. --size-limit records the large ones as\n"
+     "well, and costs more: the JVM is asked for the size of each. --sampled asks the JVM for "
+     "about\n"
+     "one object in so many allocated bytes instead: it costs next to nothing, needs no rewritten\n"
+     "class, and gives estimates. Data stays until `vdk clear --allocations`.",
+     "vdk alloc start app.jar\nvdk alloc start app.jar --sampled\nvdk alloc start app.jar "
+     "--sampled=64k\n"
      "vdk alloc start app.jar --each 1\nvdk report app.jar --show allocations\n"
      "vdk alloc stop app.jar",
      {StartOrStop,
       Target,
       {"--each", ValueKind::Number, "record every so many objects (default 10)"},
-      {"--size-limit", ValueKind::Size, "record every object of so many bytes (default 1m)"},
-      {"--sampled", ValueKind::None, "estimate from samples of the JVM (every 512k)"},
-      {"--interval", ValueKind::Size, "with --sampled: bytes between two samples (default 512k)"},
+      {"--size-limit", ValueKind::Size, "record every object of so many bytes and more as well"},
+      {"--sampled",
+       ValueKind::Size,
+       "estimate from samples of the JVM, one in so many bytes (default 512k); a number without k "
+       "or m behind a blank is a process",
+       {},
+       false,
+       false,
+       "",
+       true},
       {"--no-classes", ValueKind::None, "do not tell allocations by class"}},
      false,
      true,

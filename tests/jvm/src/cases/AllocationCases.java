@@ -160,7 +160,7 @@ public final class AllocationCases {
 
     @Case(fixture = Allocates.class, jvm = "-Xmx256m")
     static void estimatesFromSamples(Target target) throws Exception {
-        vdk(target, "alloc", "start", "TARGET", "--sampled", "--interval", "32k");
+        vdk(target, "alloc", "start", "--sampled", "32k", "TARGET");
         allocate(target, "created", 5_000_000);
         allocate(target, "arrays", 500_000);
         String report = report(target);
