@@ -57,6 +57,7 @@ public:
     const ZString& getName() const { return name; }
     const ZString& getDescription() const { return description; }
     int getColumnCount() const { return columnTypes.getSize(); }
+    const ZString& getColumnName(int column) const { return columnNames.get(column); }
     int getColumnType(int column) const { return columnTypes.get(column); }
     int getRowLength() const { return rows.getRowLength(); }
     // Column number of a predefined column, -1 if the table has none.

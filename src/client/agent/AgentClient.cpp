@@ -303,12 +303,49 @@ int64_t AgentClient::downloadSnapshot(const std::string& path, bool compressed, 
     return length;
 }
 
+AgentClient::KnownProbes AgentClient::probes() {
+    Request request(endpoint, timeoutMs, timeoutMs, PacketWriter(PACKET_GET_PROBES));
+    KnownProbes known;
+    while (const std::optional<std::string> name = request.session.readString()) {
+        const int status = request.session.readInt();
+        (status == 0 ? known.registered : known.available).push_back(*name);
+    }
+    return known;
+}
+
+static PacketWriter probesPacket(const std::vector<std::string>& names, int status) {
+    PacketWriter packet(PACKET_SET_PROBES);
+    packet.writeInt(int32_t(names.size()));
+    for (const std::string& name : names) {
+        packet.writeString(name).writeInt(status);
+    }
+    return packet;
+}
+
+// Both rewrite loaded classes.
+void AgentClient::registerProbes(const std::vector<std::string>& names) {
+    Request(endpoint, timeoutMs, LongTimeoutMs, probesPacket(names, 1));
+}
+
+void AgentClient::unregisterProbes(const std::vector<std::string>& names) {
+    Request(endpoint, timeoutMs, LongTimeoutMs, probesPacket(names, 0));
+}
+
+void AgentClient::registerProbesByBytecode(const std::vector<std::string>& classFiles) {
+    PacketWriter packet(PACKET_REGISTER_AND_LOAD_PROBES_BY_BYTECODE);
+    packet.writeInt(int32_t(classFiles.size()));
+    for (const std::string& bytes : classFiles) {
+        packet.writeInt(int32_t(bytes.size())).writeBytes(bytes);
+    }
+    Request(endpoint, timeoutMs, LongTimeoutMs, packet);
+}
+
 TableFetcher::TableFetcher(AgentClient& client, long mostBytes)
     : client(client), mostBytes(mostBytes), db(std::make_unique<DB>(-1, -1)), reader(db.get()) {}
 
 bool TableFetcher::isFollowed(int slot) const {
-    return std::any_of(followed.begin(), followed.end(),
-                       [slot](const auto& table) { return table.second == slot; });
+    return followsAll || std::any_of(followed.begin(), followed.end(),
+                                     [slot](const auto& table) { return table.second == slot; });
 }
 
 void TableFetcher::findFollowed() {
@@ -321,6 +358,7 @@ void TableFetcher::findFollowed() {
         if (!db->getUserTable(slot) && !db->createUserTableInSlot(slot, description.c_str())) {
             failTransfer("User table " + std::to_string(slot) + " has no readable description");
         }
+        lastKnown = slot;
         auto found = followed.find(db->getUserTable(slot)->getName().c_str());
         if (found != followed.end()) {
             found->second = slot;
@@ -328,14 +366,19 @@ void TableFetcher::findFollowed() {
     }
 }
 
+int TableFetcher::lastFollowed() const {
+    int last = followsAll ? lastKnown : -1;
+    for (const auto& table : followed) {
+        last = std::max(last, table.second);
+    }
+    return last;
+}
+
 void TableFetcher::fetch(int mask) {
     if (isFollowed(-1)) {
         findFollowed();
     }
-    int last = -1;
-    for (const auto& table : followed) {
-        last = std::max(last, table.second);
-    }
+    const int last = lastFollowed();
     PacketWriter packet(PACKET_UPDATE_DATABASE_TABLES);
     packet.writeInt(mask);
     for (int slot = 0; slot < CORE_TABLE_COUNT; slot++) {

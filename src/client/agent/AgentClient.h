@@ -70,6 +70,17 @@ public:
     };
     GcResult forceGc();
     std::string statistics();
+
+    struct KnownProbes {
+        std::vector<std::string> registered; // top classes, dotted
+        std::vector<std::string> available;  // the agent's own and the registered ones
+    };
+    KnownProbes probes();
+    // By names of classes that the agent finds by itself.
+    void registerProbes(const std::vector<std::string>& names);
+    void unregisterProbes(const std::vector<std::string>& names);
+    // Class files; a class stands behind those that it needs.
+    void registerProbesByBytecode(const std::vector<std::string>& classFiles);
     std::string threadDump();
 
     // The path of the file in the target's view.
@@ -111,6 +122,8 @@ public:
     void fetch(int mask);
     // From here on fetches bring the user table of this name as well, once the agent has one.
     void follow(const std::string& userTable) { followed[userTable] = -1; }
+    // The same for all user tables, those to come included.
+    void followAll() { followsAll = true; }
 
     DB& database() { return *db; }
 
@@ -122,9 +135,12 @@ private:
 
     // Makes the user tables that the agent has made, and notes the slots of the followed ones.
     void findFollowed();
+    int lastFollowed() const;
     bool isFollowed(int slot) const;
 
     std::map<std::string, int> followed; // slots, -1 where there is none yet
+    bool followsAll = false;
+    int lastKnown = -1; // slot of the last user table that the agent has made
 };
 
 } // namespace vdk

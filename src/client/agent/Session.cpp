@@ -44,6 +44,11 @@ PacketWriter& PacketWriter::writeBoolean(bool value) {
     return *this;
 }
 
+PacketWriter& PacketWriter::writeBytes(const std::string& bytes) {
+    data += bytes;
+    return *this;
+}
+
 PacketWriter& PacketWriter::writeString(const std::optional<std::string>& text) {
     if (!text) {
         return writeInt(-1);

@@ -21,6 +21,7 @@ public:
     PacketWriter& writeInt(int32_t value);
     PacketWriter& writeLong(int64_t value);
     PacketWriter& writeBoolean(bool value);
+    PacketWriter& writeBytes(const std::string& bytes); // without their number
     // Nothing is the null string.
     PacketWriter& writeString(const std::optional<std::string>& text);
 

@@ -31,7 +31,7 @@ struct OptionSpec {
     std::string help;
     std::vector<std::string> choices = {};
     bool required = false;
-    bool repeated = false;      // takes all that follow; positionals only
+    bool repeated = false;      // a positional takes all that follow, an option may come again
     std::string shortName = {}; // "-o"
     // "--sampled" alone will do; a value behind a blank counts only with a unit.
     bool isValueOptional = false;

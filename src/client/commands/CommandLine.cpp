@@ -173,7 +173,9 @@ Arguments parseArguments(const Command& command, std::vector<std::string> words)
             continue;
         }
         CLI::Option* added = app.add_option(names, values[option.name]);
-        if (option.repeated) {
+        if (option.repeated && !option.isPositional()) {
+            added->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args(false);
+        } else if (option.repeated) {
             added->expected(0, 1 << 20);
         } else if (option.isPositional()) {
             added->expected(1)->allow_extra_args(false);

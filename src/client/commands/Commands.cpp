@@ -9,8 +9,8 @@ namespace vdk {
 
 static std::vector<Command> allCommands() {
     std::vector<Command> all;
-    for (const auto* group :
-         {&jvmCommands(), &recordingCommands(), &reportCommands(), &heapCommands()}) {
+    for (const auto* group : {&jvmCommands(), &recordingCommands(), &reportCommands(),
+                              &probeCommands(), &heapCommands()}) {
         all.insert(all.end(), group->begin(), group->end());
     }
     all.push_back({"completions",

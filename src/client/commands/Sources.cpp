@@ -179,7 +179,8 @@ static DataSource openSnapshot(const std::string& path) {
     return source;
 }
 
-DataSource openData(const std::string& fileOrTarget, const Arguments& arguments, int mask) {
+DataSource openData(const std::string& fileOrTarget, const Arguments& arguments, int mask,
+                    bool withUserTables) {
     if (namesFile(fileOrTarget)) {
         return openSnapshot(fileOrTarget);
     }
@@ -196,6 +197,9 @@ DataSource openData(const std::string& fileOrTarget, const Arguments& arguments,
     }
     if (mask >> SLOT_AllocInfo & 1) {
         source.fetcher->follow(LiveAllocationsTable);
+    }
+    if (withUserTables) {
+        source.fetcher->followAll();
     }
     source.fetcher->fetch(mask);
     return source;

@@ -70,10 +70,12 @@ struct DataSource {
 // True when the text names a file: one that exists, or a path with a slash or an ending of ours.
 bool namesFile(const std::string& text);
 
-// Reads a performance snapshot, or the tables in the mask from a live agent. Throws ClientError
+// Reads a performance snapshot, or the tables in the mask from a live agent, and on demand those
+// that its probes made. Throws ClientError
 // BadInput "snapshot.data" with table, row and field for a damaged file, Usage "input.open" for one
 // that cannot be opened, "snapshot.heapdump" for a heap dump.
-DataSource openData(const std::string& fileOrTarget, const Arguments& arguments, int mask);
+DataSource openData(const std::string& fileOrTarget, const Arguments& arguments, int mask,
+                    bool withUserTables = false);
 
 // Tables that CPU reports read.
 constexpr int CpuTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |
@@ -83,6 +85,9 @@ constexpr int CpuTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method
 constexpr int AllocationTables = 1 << SLOT_AllocInfo | 1 << SLOT_Property;
 constexpr int MonitorTables = 1 << SLOT_Monitor | 1 << SLOT_Property;
 constexpr int ExceptionTables = 1 << SLOT_Exception;
+// Beside the user tables.
+constexpr int ProbeStackTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |
+                                 1 << SLOT_ThreadFrame | 1 << SLOT_Frame;
 constexpr int TelemetryTables =
     1 << SLOT_String | 1 << SLOT_Property | 1 << SLOT_Telemetry | 1 << SLOT_TelemetryExt;
 constexpr int ThreadTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |

@@ -6,8 +6,6 @@ namespace vdk {
 
 namespace {
 
-const OptionSpec FileOrTarget = {
-    "SOURCE", ValueKind::Source, "a snapshot file, or a JVM with the agent", {}, true, false, ""};
 const OptionSpec Out = {
     "--out", ValueKind::File, "write to this file, - is standard output", {}, false, false, "-o"};
 const OptionSpec Filters = {"--filters",
@@ -45,7 +43,7 @@ const std::vector<Command> Table = {
      "show the threads of a JVM or snapshot",
      "",
      "vdk threads app.jar",
-     {FileOrTarget, {"--all", ValueKind::None, "also threads that have ended"}},
+     {Source, {"--all", ValueKind::None, "also threads that have ended"}},
      false,
      true,
      runThreads},
@@ -53,7 +51,7 @@ const std::vector<Command> Table = {
      "show memory, threads, classes and CPU over time",
      "",
      "vdk telemetry app.jar\nvdk telemetry app.snapshot --last 60 --json",
-     {FileOrTarget, {"--last", ValueKind::Number, "records to show (default 20)"}},
+     {Source, {"--last", ValueKind::Number, "records to show (default 20)"}},
      false,
      true,
      runTelemetry},
@@ -113,7 +111,7 @@ const std::vector<Command> Table = {
      "--by-thread --filters on\n"
      "vdk report app.snapshot --show tree --min-percent 5\n"
      "vdk report app.jar --show monitors --json",
-     {FileOrTarget,
+     {Source,
       {"--show",
        ValueKind::Choice,
        "sections (default all)",
@@ -140,7 +138,7 @@ const std::vector<Command> Table = {
      "profile a thread, weighted in nanoseconds.",
      "vdk export app.snapshot --collapsed --out app.collapsed\n"
      "vdk export app.jar --speedscope -o app.speedscope.json",
-     {FileOrTarget,
+     {Source,
       {"--collapsed", ValueKind::None, "collapsed stacks, for flame graph tools"},
       {"--speedscope", ValueKind::None, "speedscope's JSON"},
       Out,

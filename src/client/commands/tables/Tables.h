@@ -10,9 +10,12 @@ namespace vdk {
 const std::vector<Command>& jvmCommands();
 const std::vector<Command>& recordingCommands();
 const std::vector<Command>& reportCommands();
+const std::vector<Command>& probeCommands();
 const std::vector<Command>& heapCommands();
 
-// For all of them.
+// For several of them.
+inline const OptionSpec Source = {
+    "SOURCE", ValueKind::Source, "a snapshot file, or a JVM with the agent", {}, true, false, ""};
 inline const OptionSpec Target = {"TARGET", ValueKind::Target, "the JVM", {}, true, false, ""};
 
 } // namespace vdk
