@@ -13,6 +13,9 @@ enum ColumnType {
     COLUMN_TYPE_CLASS_NAME = 4   // row of string
 };
 
+// Name of the property that tells how many rows a table was refused, with its slot behind.
+constexpr char REFUSED_ROWS_PROPERTY[] = "vdk.table.refused.";
+
 // Columns that the agent itself fills, told by their names. P(constant, name, column type)
 #define VDK_PREDEFINED_COLUMNS(P)                                                                  \
     P(USER_TABLE_PREDEFINED_COLUMN_UPTIME_NS, "uptime_ns", COLUMN_TYPE_LONG)                       \
@@ -82,6 +85,10 @@ public:
 
     ZIntChunkMap2& getRows() { return rows; }
 
+    // Rows that were wanted beyond the limit of their number.
+    void countRefusedRow() { refusedRows++; }
+    long getRefusedRows() const { return refusedRows; }
+
 private:
     static int rowLengthOf(const ZVector<int>* types);
     // Offset of the column's first word, after the checks.
@@ -95,4 +102,5 @@ private:
     ZVector<int> columnOffsets; // words
     ZVector<int> columnTypes;
     int predefined[PREDEFINED_COLUMN_COUNT];
+    long refusedRows = 0;
 };

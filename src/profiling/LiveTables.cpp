@@ -5,6 +5,7 @@
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "profiling/ClassLoadingProbe.h"
+#include "profiling/UserTableRows.h"
 #include "profiling/cpu/TracedStack.h"
 #include "profiling/cpu/WallTimeCorrector.h"
 #include "profiling/events/Monitors.h"
@@ -59,6 +60,9 @@ void LiveTables::bringUpToDate(const TableSet& set) {
     if (set.contains(*ourDB, SLOT_AllocInfo) && LiveAllocations::getTable() > 0 &&
         set.contains(*ourDB, LiveAllocations::getTable())) {
         LiveAllocations::bringUpToDate();
+    }
+    if (set.contains(*ourDB, SLOT_Property)) {
+        storeRefusedUserTableRows();
     }
     if (set.contains(*ourDB, SLOT_Monitor)) {
         Monitors::storeDuration();

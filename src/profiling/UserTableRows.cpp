@@ -5,6 +5,8 @@
 #include "profiling/threads/ThreadInfo.h"
 #include "profiling/threads/ZFrameStorage.h"
 
+#include <climits>
+
 namespace {
 
 constexpr long NS_PER_MS = 1000000;
@@ -93,6 +95,7 @@ int createUserTableRow(JNIEnv* env, int tableIndex, int frequentThresholdMs, int
     const int row = table->nextIndex();
     if (ourDB->probeTableLengthLimit != -1 && row >= ourDB->probeTableLengthLimit) {
         table->releaseIndex(row);
+        table->countRefusedRow();
         return NO_USER_TABLE_ROW;
     }
     int* record = table->getRecord(row, true);
@@ -142,6 +145,17 @@ bool closeUserTableRow(JNIEnv* env, int tableIndex, int row, int minimumMs) {
               USER_TABLE_PREDEFINED_COLUMN_STACKTRACE_END);
     record[0] = ourDB->currentStamp;
     return true;
+}
+
+void storeRefusedUserTableRows() {
+    for (int slot = FIRST_USER_TABLE; slot < MAX_TABLE_COUNT; slot++) {
+        const UserTable* table = ourDB->getUserTable(slot);
+        if (table != nullptr && table->getRefusedRows() > 0) {
+            const long count = table->getRefusedRows();
+            ourDB->setProperty((ZString(REFUSED_ROWS_PROPERTY) + longToString(slot)).c_str(),
+                               static_cast<int>(count < INT_MAX ? count : INT_MAX));
+        }
+    }
 }
 
 bool isUserTableRowClosed(int tableIndex, int row) {

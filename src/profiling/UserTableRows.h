@@ -17,3 +17,7 @@ int createUserTableRow(JNIEnv* env, int table, int frequentThresholdMs, int mini
 bool closeUserTableRow(JNIEnv* env, int table, int row, int minimumMs);
 
 bool isUserTableRowClosed(int table, int row);
+
+// Stores as a property of each table how many rows were refused beyond the limit: the prefix, and
+// the table's slot.
+void storeRefusedUserTableRows();

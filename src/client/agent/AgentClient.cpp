@@ -308,7 +308,7 @@ AgentClient::KnownProbes AgentClient::probes() {
     KnownProbes known;
     while (const std::optional<std::string> name = request.session.readString()) {
         const int status = request.session.readInt();
-        (status == 0 ? known.registered : known.available).push_back(*name);
+        (status == 0 ? known.available : known.registered).push_back(*name);
     }
     return known;
 }

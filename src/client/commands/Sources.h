@@ -87,7 +87,7 @@ constexpr int MonitorTables = 1 << SLOT_Monitor | 1 << SLOT_Property;
 constexpr int ExceptionTables = 1 << SLOT_Exception;
 // Beside the user tables.
 constexpr int ProbeStackTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |
-                                 1 << SLOT_ThreadFrame | 1 << SLOT_Frame;
+                                 1 << SLOT_ThreadFrame | 1 << SLOT_Frame | 1 << SLOT_Property;
 constexpr int TelemetryTables =
     1 << SLOT_String | 1 << SLOT_Property | 1 << SLOT_Telemetry | 1 << SLOT_TelemetryExt;
 constexpr int ThreadTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |

@@ -1,5 +1,6 @@
 #include "client/events/ProbeTables.h"
 
+#include "client/console/Text.h"
 #include "client/profile/EventTree.h"
 #include "db/DB.h"
 
@@ -10,6 +11,9 @@ namespace vdk {
 
 namespace {
 
+constexpr char TablePackage[] = "com.vandrik.probes.";
+// Between a callback and the row that it makes.
+constexpr int MostProbeFrames = 32;
 // Tables that the agent makes for itself.
 const char* const AgentTables[] = {SampledCpuTable, LiveAllocationsTable};
 
@@ -87,6 +91,23 @@ ProbeTables::ProbeTables(DB& db) : db(db), stacks(makeProfile(db)) {
             tables.push_back(readTable(*table, slot));
         }
     }
+    readRefused();
+}
+
+void ProbeTables::readRefused() {
+    db.propertyTable->eachRecord([&](int, const PropertyRecord& record) {
+        const std::string name = record.stamp > 0 ? string(record.nameStrID) : "";
+        if (!startsWith(name, REFUSED_ROWS_PROPERTY)) {
+            return;
+        }
+        const auto slot =
+            parseNumber(name.substr(sizeof REFUSED_ROWS_PROPERTY - 1), 0, MAX_TABLE_COUNT);
+        for (ProbeTable& table : tables) {
+            if (slot && table.slot == *slot) {
+                table.refused = record.value;
+            }
+        }
+    });
 }
 
 std::vector<const ProbeTable*> ProbeTables::named(const std::string& name) const {
@@ -115,6 +136,27 @@ std::string ProbeTables::string(int index) const {
     return text ? text : "";
 }
 
+// The stack of a row begins in the agent's own Table, then come the probe's methods up to the
+// callback, and then those of the application.
+int ProbeTables::calledFrame(int frame) const {
+    const auto methodOf = [&](int at) -> const ProfileMethod& {
+        return stacks.methods[size_t(stacks.frames[size_t(at)].method)];
+    };
+    frame = shownFrame(stacks, frame);
+    if (frame == 0 || !startsWith(methodOf(frame).className, TablePackage)) {
+        return frame;
+    }
+    int at = frame;
+    for (int depth = 0; at > 0 && depth < MostProbeFrames; depth++) {
+        const bool isCallback = (methodOf(at).flags & METHOD_PROBE_CALLBACK) != 0;
+        at = shownFrame(stacks, stacks.frames[size_t(at)].parent);
+        if (isCallback) {
+            return at;
+        }
+    }
+    return frame;
+}
+
 std::string ProbeTables::threadName(const ProbeTable& table, const ProbeRow& row) const {
     const int trn = table.thread(row);
     auto found = threadNames.find(trn);
@@ -124,6 +166,10 @@ std::string ProbeTables::threadName(const ProbeTable& table, const ProbeRow& row
     return trn == 0 ? "<not known>" : "<thread " + std::to_string(trn) + ">";
 }
 
+std::string ProbeTables::methodName(const ProbeTable& table, const ProbeRow& row) const {
+    return frameName(stacks, calledFrame(table.frame(row)), {});
+}
+
 std::string ProbeTables::text(const ProbeTable& table, const ProbeRow& row, int column) const {
     const int64_t cell = row.cells[size_t(column)];
     if (column == table.predefined[USER_TABLE_PREDEFINED_COLUMN_THREAD]) {
@@ -131,7 +177,7 @@ std::string ProbeTables::text(const ProbeTable& table, const ProbeRow& row, int 
     }
     if (column == table.predefined[USER_TABLE_PREDEFINED_COLUMN_STACKTRACE] ||
         column == table.predefined[USER_TABLE_PREDEFINED_COLUMN_STACKTRACE_END]) {
-        return frameName(stacks, int(cell), {});
+        return frameName(stacks, calledFrame(int(cell)), {});
     }
     switch (table.columns[size_t(column)].type) {
     case COLUMN_TYPE_STRING:

@@ -29,6 +29,7 @@ struct ProbeTable {
     int slot = 0;
     std::string name;
     std::vector<ProbeColumn> columns;
+    int64_t refused = 0;                       // rows that found the table full
     std::vector<ProbeRow> rows;                // by the time of their creation
     std::unordered_map<int, size_t> positions; // in rows, by index
     int predefined[PREDEFINED_COLUMN_COUNT];
@@ -77,7 +78,12 @@ public:
 
     // Stacks and threads of the rows.
     const Profile& profile() const { return stacks; }
+    // The frame that a probe saw, below its own callback; 0 without one.
+    int calledFrame(int frame) const;
     std::string threadName(const ProbeTable& table, const ProbeRow& row) const;
+
+    // The method that made the row, "-" without one.
+    std::string methodName(const ProbeTable& table, const ProbeRow& row) const;
 
     // A cell as text: a key as "#" and its row, a frame as its method.
     std::string text(const ProbeTable& table, const ProbeRow& row, int column) const;
@@ -96,6 +102,7 @@ public:
     std::string text(const Path& path, const ProbeRow& row) const;
 
 private:
+    void readRefused();
     const ProbeRow* follow(const Path& path, const ProbeRow& row) const;
     std::string string(int index) const;
 

@@ -123,9 +123,11 @@ bool RowConditions::accept(const ProbeRow& row) const {
                        [&](const Condition& condition) { return accept(condition, row); });
 }
 
-std::vector<std::string> stackOf(const Profile& profile, int frame) {
+std::vector<std::string> stackOf(const ProbeTables& tables, const ProbeTable& table,
+                                 const ProbeRow& row) {
+    const Profile& profile = tables.profile();
     std::vector<std::string> stack;
-    for (int at = shownFrame(profile, frame); at > 0;
+    for (int at = tables.calledFrame(table.frame(row)); at > 0;
          at = shownFrame(profile, profile.frames[size_t(at)].parent)) {
         stack.push_back(frameName(profile, at, {}));
     }
@@ -175,12 +177,12 @@ void printRows(Console& console, const ProbeTables& tables, const ProbeTable& ta
             }
         }
         if (hasStack && !withStacks) {
-            cells.push_back(printable(frameName(tables.profile(), table.frame(*row), {})));
+            cells.push_back(printable(tables.methodName(table, *row)));
         }
         text.add(cells);
         if (withStacks && hasStack) {
             text.print(console);
-            for (const std::string& method : stackOf(tables.profile(), table.frame(*row))) {
+            for (const std::string& method : stackOf(tables, table, *row)) {
                 console.out << "      at " << printable(method) << "\n";
             }
             text = TextTable(columns);
@@ -206,10 +208,10 @@ void writeRow(JsonWriter& json, const ProbeTables& tables, const ProbeTable& tab
         json.field("thread", tables.threadName(table, row));
     }
     if (has(table, USER_TABLE_PREDEFINED_COLUMN_STACKTRACE)) {
-        json.field("calledIn", frameName(tables.profile(), table.frame(row), {}));
+        json.field("calledIn", tables.methodName(table, row));
         if (withStacks) {
             json.key("stack").beginArray();
-            for (const std::string& method : stackOf(tables.profile(), table.frame(row))) {
+            for (const std::string& method : stackOf(tables, table, row)) {
                 json.value(method);
             }
             json.endArray();

@@ -47,6 +47,7 @@ void writeRow(JsonWriter& json, const ProbeTables& tables, const ProbeTable& tab
               const ProbeRow& row, bool withStacks);
 
 // The methods of a stack from the innermost outwards, without those that are hidden.
-std::vector<std::string> stackOf(const Profile& profile, int frame);
+std::vector<std::string> stackOf(const ProbeTables& tables, const ProbeTable& table,
+                                 const ProbeRow& row);
 
 } // namespace vdk

@@ -61,6 +61,44 @@ const std::vector<Command> Table = {
      false,
      true,
      runTable},
+    {"sql",
+     "show the SQL statements that were executed",
+     "What the probe Databases has recorded: statements that differ in their literals only are "
+     "one.\n"
+     "IN A ROW is how often one was executed on a thread with nothing else in between; from 10 on "
+     "it is\n"
+     "marked, since a loop may ask there what one statement could.",
+     "vdk probes app.jar add Databases && vdk sql app.jar\nvdk sql app.snapshot --callers",
+     {Source, Top, {"--callers", ValueKind::None, "with the methods that executed them"}},
+     false,
+     true,
+     runSql},
+    {"requests",
+     "show the requests that servlets answered, by URI",
+     "What the probe Servlets has recorded. SQL is what the probe Databases has seen on the same "
+     "thread\n"
+     "meanwhile.",
+     "vdk probes app.jar add Servlets Databases && vdk requests app.jar",
+     {Source, Top},
+     false,
+     true,
+     runRequests},
+    {"files",
+     "show files that were opened, read and written",
+     "What the probes FileStreams, RandomAccessFiles and FileChannels have recorded.",
+     "vdk probes app.jar add FileStreams && vdk files app.jar",
+     {Source, Top},
+     false,
+     true,
+     runFiles},
+    {"sockets",
+     "show connections, and what went through them",
+     "What the probe Sockets has recorded.",
+     "vdk probes app.jar add Sockets && vdk sockets app.jar",
+     {Source, Top},
+     false,
+     true,
+     runSockets},
 };
 
 } // namespace

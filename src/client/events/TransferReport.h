@@ -1,0 +1,36 @@
+// Files and sockets by name: how often they were opened, and what went through them.
+#pragma once
+
+#include "client/console/Console.h"
+#include "client/events/ProbeTables.h"
+
+namespace vdk {
+
+// The tables whose rows transfers belong to.
+struct TransferOwners {
+    std::vector<const char*> tables;
+    const char* nameColumn;
+    const char* title; // of the names
+    const char* field; // in JSON
+};
+extern const TransferOwners FileOwners;
+extern const TransferOwners SocketOwners;
+
+struct TransferSums {
+    int64_t opened = 0, open = 0, failed = 0;
+    int64_t reads = 0, bytesRead = 0, writes = 0, bytesWritten = 0;
+    int64_t timeNs = 0; // of all transfers
+};
+
+std::map<std::string, TransferSums> transferSums(const ProbeTables& tables,
+                                                 const TransferOwners& owners);
+// Rows of all these tables that were refused.
+int64_t refusedTransfers(const ProbeTables& tables, const TransferOwners& owners);
+
+void printTransfers(Console& console, const ProbeTables& tables, const TransferOwners& owners,
+                    size_t top);
+// The fields of an object that the caller has begun.
+void writeTransfers(JsonWriter& json, const ProbeTables& tables, const TransferOwners& owners,
+                    size_t top);
+
+} // namespace vdk
