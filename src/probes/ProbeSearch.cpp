@@ -15,6 +15,8 @@ const unsigned char* ourArchiveBytes = nullptr;
 long ourArchiveByteCount = 0;
 // Those elements of the class path that the loader of the application has. ourLock.
 ZVectorSafe<ZString>& ourSystemElements = *new ZVectorSafe<ZString>();
+// The class path that the application was started with: searched last. ourLock.
+ZVectorSafe<ZString>& ourApplicationPath = *new ZVectorSafe<ZString>();
 
 bool isClassOrNested(const Utf8View& entry, const ZString& className) {
     if (entry == className + ".class") {
@@ -67,7 +69,7 @@ public:
     // path: for messages.
     void searchArchive(const ZipArchive& zip, const ZString& path) {
         if (!zip.isOpen()) {
-            Logger::message(ZString("No folder and no archive for probes: ") + path);
+            Logger::detail(ZString("No folder and no archive for probes: ") + path);
             return;
         }
         ZVector<bool> matched;
@@ -140,6 +142,10 @@ struct ClassPath {
             elements.push(element);
             homes.push(isOfSystem(element) ? PROBE_HOME_SYSTEM : PROBE_HOME_BOOT);
         }
+        for (int i = 0; i < ourApplicationPath.getSize(); i++) {
+            elements.push(ourApplicationPath[i]);
+            homes.push(PROBE_HOME_SYSTEM);
+        }
     }
 
     ZVectorSafe<ZString> elements;
@@ -178,6 +184,12 @@ void Probes::addSystemPathElement(const ZString& path) {
     LockHolder lock(ourLock);
     ourSystemElements.push(path);
     ourProbeClassPathElements.push(path);
+}
+
+void Probes::setApplicationPath(const ZString& path) {
+    LockHolder lock(ourLock);
+    ourApplicationPath.clear();
+    path.split(":", ourApplicationPath);
 }
 
 void Probes::createProbeDescriptors(const ZVectorSafe<ZString>& classNames, PROBE_STATUS status,

@@ -25,6 +25,9 @@ public:
     // Behind the elements that there are; the application's class path has it.
     static void addSystemPathElement(const ZString& path);
 
+    // The application's class path, as the JVM has it: where probes are looked for in the end.
+    static void setApplicationPath(const ZString& path);
+
     // Moves the descriptors of a result that is OK to the list, in the place of those of the same
     // classes. Replacing is a warning; where that counts as an error, nothing is added.
     static void addProbes(ProbeCreationResult* result);

@@ -177,6 +177,7 @@ void addOptionClassPaths() {
         CHECK_JVMTI(ourJVMTI->AddToSystemClassLoaderSearch(element.c_str()));
         Probes::addSystemPathElement(element);
     }
+    Probes::setApplicationPath(getSystemProperty("java.class.path"));
 }
 
 void logEnvironment(const VmDescription& vm) {

@@ -30,7 +30,9 @@ public final class AgentClient implements AutoCloseable {
     public static final int CLEAR_CPU = 103700;
     public static final int CAPTURE_SNAPSHOT = 104006;
     public static final int MESSAGE = 104800;
+    public static final int SET_PROBES = 105000;
     public static final int RETRANSFORM = 105201;
+    public static final int REGISTER_PROBES = 105300;
     public static final int GET_TRIGGERS = 105400;
     public static final int SET_TRIGGERS = 105500;
     public static final int LIST_SNAPSHOTS = 105600;

@@ -12,6 +12,7 @@ import cases.MemoryCases;
 import cases.ModernJvmCases;
 import cases.MonitorCases;
 import cases.OfflineCases;
+import cases.ProbeCases;
 import cases.ProtocolCases;
 import cases.RealProgramCases;
 import cases.RewriteOnRequestCases;
@@ -35,6 +36,29 @@ final class Suites {
             ThrowCases.class,        MemoryCases.class,           AccessCases.class,
             AllocationCases.class,   MonitorCases.class,          ExceptionCases.class,
             HeapSnapshotCases.class, BuiltInProbeCases.class,
+            StartCases.class,
+            ProtocolCases.class,
+            SamplingCases.class,
+            SnapshotCases.class,
+            ModernJvmCases.class,
+            HeapDumpCases.class,
+            TracingCases.class,
+            TracedProgramCases.class,
+            VerificationCases.class,
+            OfflineCases.class,
+            RewriteOnRequestCases.class,
+            RealProgramCases.class,
+            ServerCases.class,
+            ClientTracingCases.class,
+            DebuggerCases.class,
+            ThrowCases.class,
+            MemoryCases.class,
+            AccessCases.class,
+            AllocationCases.class,
+            MonitorCases.class,
+            ExceptionCases.class,
+            HeapSnapshotCases.class,
+            ProbeCases.class,
     };
 
     private Suites() {
