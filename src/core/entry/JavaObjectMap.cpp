@@ -35,13 +35,22 @@ IntMap* find(long handle) {
     return nullptr;
 }
 
+// False when the JVM ends: probes may still run then, and nothing is remembered any more.
+bool isTagDone(jvmtiError error) {
+    if (error == JVMTI_ERROR_WRONG_PHASE) {
+        return false;
+    }
+    CHECK_JVMTI(error);
+    return true;
+}
+
 // 0 when the object has none.
 int getTag(jobject object) {
     jlong tag = 0;
-    CHECK_JVMTI(ourJVMTI9->GetTag(object, &tag));
-    return static_cast<int>(tag);
+    return isTagDone(ourJVMTI9->GetTag(object, &tag)) ? static_cast<int>(tag) : 0;
 }
 
+// 0 when the JVM ends.
 int getOrMakeTag(jobject object) {
     LockHolder lock(ourTaggingLock);
     const int known = getTag(object);
@@ -49,8 +58,12 @@ int getOrMakeTag(jobject object) {
         return known;
     }
     const int tag = nextTag();
-    CHECK_JVMTI(ourJVMTI9->SetTag(object, tag));
-    Logger::assertEquals(getTag(object), tag, VDK_HERE);
+    jlong kept = 0;
+    if (!isTagDone(ourJVMTI9->SetTag(object, tag)) ||
+        !isTagDone(ourJVMTI9->GetTag(object, &kept))) {
+        return 0;
+    }
+    Logger::assertEquals(static_cast<int>(kept), tag, VDK_HERE);
     return tag;
 }
 
@@ -95,6 +108,9 @@ void JavaObjectMap::put(long handle, jobject object, int value) {
         return;
     }
     const int tag = getOrMakeTag(object);
+    if (tag == 0) {
+        return;
+    }
     LockHolder lock(ourJavaObjectMapLock);
     IntMap* map = find(handle);
     if (map != nullptr) {

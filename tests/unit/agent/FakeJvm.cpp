@@ -213,7 +213,7 @@ FakeJvm::FakeJvm() : jvmtiFunctions(), javaVM(), jniEnv(), invokeFunctions(), jn
 
 jvmtiError FakeJvm::answer(const std::string& function, const std::string& argument) {
     calls.push_back(argument.empty() ? function : function + " " + argument);
-    return function == failingFunction ? JVMTI_ERROR_INTERNAL : JVMTI_ERROR_NONE;
+    return function == failingFunction ? failure : JVMTI_ERROR_NONE;
 }
 
 int FakeJvm::countCalls(const std::string& call) const {

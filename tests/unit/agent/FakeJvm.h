@@ -24,7 +24,8 @@ public:
     jvmtiPhase phase = JVMTI_PHASE_ONLOAD;
     std::map<std::string, std::string> properties;
     jvmtiCapabilities potential;
-    std::string failingFunction; // this function answers JVMTI_ERROR_INTERNAL
+    std::string failingFunction; // this function answers the failure
+    jvmtiError failure = JVMTI_ERROR_INTERNAL;
     int failAddCapabilitiesFrom = 1000;
 
     // What it was asked, in order: "GetEnv 30010100", "AddCapabilities", "Enable 57", ...

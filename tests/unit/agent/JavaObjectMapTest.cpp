@@ -70,3 +70,16 @@ TEST_F(JavaObjectMapTest, handlesOfNoMapAndNoObjectAreHarmless) {
     JavaObjectMap::put(map, nullptr, 1);
     EXPECT_EQ(-1, JavaObjectMap::get(map, nullptr, -1));
 }
+
+TEST_F(JavaObjectMapTest, nothingIsRememberedWhileTheJvmEnds) {
+    JavaObjectMap::put(map, object(1), 10);
+    jvm.failure = JVMTI_ERROR_WRONG_PHASE;
+    for (const char* function : {"GetTag", "SetTag"}) {
+        jvm.failingFunction = function;
+        JavaObjectMap::put(map, object(2), 20);
+    }
+    jvm.failingFunction = "GetTag";
+    EXPECT_EQ(-1, JavaObjectMap::get(map, object(1), -1));
+    EXPECT_EQ(-1, JavaObjectMap::remove(map, object(1), -1));
+    EXPECT_FALSE(JavaObjectMap::contains(map, object(1)));
+}

@@ -48,7 +48,7 @@ public final class AWTEvents {
     }
 
     private static void runs(Object event, Runnable runnable) {
-        if (runnable != null) {
+        if (runnable != null && JVM.isLivePhase()) {
             RUNNABLES.put(event, indexOf(runnable.getClass()));
         }
     }

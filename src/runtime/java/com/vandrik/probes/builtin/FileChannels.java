@@ -60,8 +60,11 @@ public final class FileChannels {
     }
 
     static void belongs(FileChannel channel, int owner, Object file) {
+        if (channel == null || !JVM.isLivePhase()) {
+            return;
+        }
         int row = tablesOf(owner).myRows.get(file);
-        if (channel != null && Rows.exists(row)) {
+        if (Rows.exists(row)) {
             CHANNELS.put(channel, row * OWNERS + owner);
         }
     }
@@ -89,6 +92,9 @@ public final class FileChannels {
 
     /** A channel of a stream has no row of its own: it ends with its stream. */
     static void closed(Object channel) {
+        if (!JVM.isLivePhase()) {
+            return;
+        }
         int owner = CHANNELS.remove(channel);
         if (owner >= 0) {
             tablesOf(owner % OWNERS).closed(channel);

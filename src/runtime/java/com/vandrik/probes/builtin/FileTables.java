@@ -42,6 +42,9 @@ final class FileTables {
     }
 
     void closed(Object file) {
+        if (!JVM.isLivePhase()) {
+            return;
+        }
         int row = myRows.remove(file);
         if (Rows.exists(row)) {
             myOpened.closeRow(row);

@@ -54,7 +54,8 @@ public final class Processes {
     static void started(Process process) {
         Start start = STARTING.get();
         STARTING.remove();
-        if (start == null || process == null || !Rows.exists(start.getRow())) {
+        if (!JVM.isLivePhase() || start == null || process == null ||
+            !Rows.exists(start.getRow())) {
             return;
         }
         if (!remember(process, start.getRow())) {
@@ -75,6 +76,9 @@ public final class Processes {
     }
 
     static void ended(Object process, int exitCode) {
+        if (!JVM.isLivePhase()) {
+            return;
+        }
         int row;
         synchronized (ROWS) {
             row = ROWS.remove(process);
@@ -96,9 +100,12 @@ public final class Processes {
 
     /** For JVMs whose processes give streams of files without buffers. */
     static void belongs(Object stream, Object process) {
+        if (!JVM.isLivePhase() ||
+            !(stream instanceof FileInputStream || stream instanceof FileOutputStream)) {
+            return;
+        }
         int row = ROWS.get(process);
-        if (Rows.exists(row) &&
-            (stream instanceof FileInputStream || stream instanceof FileOutputStream)) {
+        if (Rows.exists(row)) {
             STREAMS.put(stream, row);
         }
     }

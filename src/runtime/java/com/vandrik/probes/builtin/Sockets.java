@@ -76,13 +76,19 @@ public final class Sockets {
     }
 
     static void belongs(Object stream, Object socket) {
+        if (stream == null || !JVM.isLivePhase()) {
+            return;
+        }
         int row = ROWS.get(socket);
-        if (stream != null && Rows.exists(row)) {
+        if (Rows.exists(row)) {
             ROWS.put(stream, row);
         }
     }
 
     static void closed(Object connection) {
+        if (!JVM.isLivePhase()) {
+            return;
+        }
         int row = ROWS.remove(connection);
         if (Rows.exists(row)) {
             CONNECTIONS.closeRow(row);

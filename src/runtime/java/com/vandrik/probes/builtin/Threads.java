@@ -48,16 +48,16 @@ public final class Threads {
     }
 
     static void renamed(Thread thread, String name) {
-        int thisRow = JVM.isLivePhase() ? ROWS.get(thread) : Table.NO_ROW;
-        int row = Rows.exists(thisRow) ? NAME_HISTORY.createRow() : Table.NO_ROW;
+        int threadRow = JVM.isLivePhase() ? ROWS.get(thread) : Table.NO_ROW;
+        int row = Rows.exists(threadRow) ? NAME_HISTORY.createRow() : Table.NO_ROW;
         if (Rows.exists(row)) {
             NAME_HISTORY.myName.setValue(row, name);
-            NAME_HISTORY.myThread.setValue(row, thisRow);
+            NAME_HISTORY.myThread.setValue(row, threadRow);
         }
     }
 
     static void ended(Thread thread) {
-        int row = ROWS.remove(thread);
+        int row = JVM.isLivePhase() ? ROWS.remove(thread) : Table.NO_ROW;
         if (Rows.exists(row)) {
             LIFE_CYCLE.closeRow(row);
         }
