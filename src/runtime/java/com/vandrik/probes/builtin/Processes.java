@@ -34,6 +34,9 @@ public final class Processes {
     /** Rows of processes by their streams. */
     private static final ObjectRowIndexMap STREAMS = new ObjectRowIndexMap();
 
+    /** Most programs start no process, and then reads and writes of files cost little. */
+    private static volatile boolean ourHasStreams;
+
     private static final Transfers INPUT = new StreamTransfers("Input Operations", PROCESSES);
     private static final Transfers OUTPUT = new StreamTransfers("Output Operations", PROCESSES);
 
@@ -47,8 +50,17 @@ public final class Processes {
     static void addPipe(Object stream) {
         Start start = STARTING.get();
         if (start != null && Rows.exists(start.getRow())) {
-            STREAMS.put(stream, start.getRow());
+            remember(stream, start.getRow());
         }
+    }
+
+    private static void remember(Object stream, int row) {
+        STREAMS.put(stream, row);
+        ourHasStreams = true;
+    }
+
+    static int begin(Transfers table, Object stream) {
+        return ourHasStreams ? table.begin(stream, STREAMS) : Table.NO_ROW;
     }
 
     static void started(Process process) {
@@ -58,13 +70,13 @@ public final class Processes {
             !Rows.exists(start.getRow())) {
             return;
         }
-        if (!remember(process, start.getRow())) {
+        if (!hasEnded(process, start.getRow())) {
             ExitWatch.watch(process, start.getRow());
         }
     }
 
-    /** Whether the process has ended already. */
-    private static boolean remember(Object process, int row) {
+    /** Remembers the row; gives whether the process has ended already. */
+    private static boolean hasEnded(Object process, int row) {
         synchronized (ROWS) {
             ROWS.put(process, row);
             if (!EXIT_CODES.containsKey(process)) {
@@ -106,7 +118,7 @@ public final class Processes {
         }
         int row = ROWS.get(process);
         if (Rows.exists(row)) {
-            STREAMS.put(stream, row);
+            remember(stream, row);
         }
     }
 
@@ -279,7 +291,7 @@ public final class Processes {
 
         public static int onEnter(@This FileInputStream object) {
             try {
-                return INPUT.begin(object, STREAMS);
+                return begin(INPUT, object);
             } catch (Exception | LinkageError | VirtualMachineError e) {
                 Rows.failed(e);
                 return Table.NO_ROW;
@@ -306,7 +318,7 @@ public final class Processes {
 
         public static int onEnter(@This FileInputStream object) {
             try {
-                return INPUT.begin(object, STREAMS);
+                return begin(INPUT, object);
             } catch (Exception | LinkageError | VirtualMachineError e) {
                 Rows.failed(e);
                 return Table.NO_ROW;
@@ -331,7 +343,7 @@ public final class Processes {
 
         public static int onEnter(@This FileOutputStream object) {
             try {
-                return OUTPUT.begin(object, STREAMS);
+                return begin(OUTPUT, object);
             } catch (Exception | LinkageError | VirtualMachineError e) {
                 Rows.failed(e);
                 return Table.NO_ROW;
@@ -355,7 +367,7 @@ public final class Processes {
 
         public static int onEnter(@This FileOutputStream object) {
             try {
-                return OUTPUT.begin(object, STREAMS);
+                return begin(OUTPUT, object);
             } catch (Exception | LinkageError | VirtualMachineError e) {
                 Rows.failed(e);
                 return Table.NO_ROW;
@@ -381,7 +393,7 @@ public final class Processes {
 
         public static int onEnter(@This FileOutputStream object) {
             try {
-                return OUTPUT.begin(object, STREAMS);
+                return begin(OUTPUT, object);
             } catch (Exception | LinkageError | VirtualMachineError e) {
                 Rows.failed(e);
                 return Table.NO_ROW;

@@ -1,6 +1,5 @@
 package com.vandrik.probes.builtin;
 
-import com.vandrik.probes.JVM;
 import com.vandrik.probes.ObjectRowIndexMap;
 import com.vandrik.probes.Table;
 
@@ -20,12 +19,9 @@ abstract class Transfers extends Table {
 
     /**
      * The row of a transfer that begins; NO_ROW if the object has no row in the map, or if the
-     * transfer is part of another one of this object.
+     * transfer is part of another one of this object. No object has a row outside the live phase.
      */
     final int begin(Object object, ObjectRowIndexMap masters) {
-        if (!JVM.isLivePhase()) {
-            return NO_ROW;
-        }
         return begin(object, masters.get(object));
     }
 
