@@ -121,8 +121,9 @@ public:
     // does not hold up; the copy is then of no more use.
     void fetch(int mask);
     // From here on fetches bring the user table of this name as well, once the agent has one.
-    void follow(const std::string& userTable) { followed[userTable] = -1; }
-    // The same for all user tables, those to come included.
+    void follow(const std::string& userTable) { followed.try_emplace(userTable, -1); }
+    void unfollow(const std::string& userTable) { followed.erase(userTable); }
+    // All user tables, those to come included.
     void followAll() { followsAll = true; }
 
     DB& database() { return *db; }

@@ -1,8 +1,8 @@
-#include "client/agent/Protocol.h"
 #include "client/commands/Commands.h"
 #include "client/commands/Sources.h"
+#include "client/commands/WhyEmpty.h"
 #include "client/console/Text.h"
-#include "client/profile/EventGroups.h"
+#include "client/profile/EventData.h"
 #include "client/profile/ExceptionReport.h"
 #include "client/profile/GeneratedNames.h"
 #include "client/profile/MonitorReport.h"
@@ -11,56 +11,6 @@ namespace vdk {
 
 namespace {
 
-// Why a report is empty, as what is on explains it.
-std::string withoutCpuData(const DataSource& source) {
-    if (!source.live) {
-        return "the snapshot has no CPU data: sampling was off";
-    }
-    if (source.status & protocol::CPU_COUNTS_BIT) {
-        return "no CPU data yet: tracing is on, and no call was traced; those on virtual threads "
-               "are not";
-    }
-    return source.status & protocol::CPU_TIMES_BIT
-               ? "no CPU data yet: sampling is on, and no thread has run"
-               : "no CPU data yet: `vdk sample start " + source.name + "`";
-}
-
-std::string withoutAllocations(const DataSource& source) {
-    if (!source.live) {
-        return "the snapshot has no allocations: they were not recorded";
-    }
-    return source.status & protocol::ALLOCATION_RECORDING_BIT
-               ? "no allocations yet: they are recorded, and there was none"
-               : "no allocations yet: `vdk alloc start " + source.name + "`";
-}
-
-// Of live objects or garbage.
-std::string withoutObjects(const DataSource& source, bool known, const char* what) {
-    return known ? std::string("no recorded object ") + what
-           : source.live
-               ? "not known which recorded objects live: `vdk alloc start " + source.name + "`"
-               : "the snapshot does not tell which recorded objects lived: allocations were not "
-                 "recorded";
-}
-
-std::string withoutMonitors(const DataSource& source) {
-    if (!source.live) {
-        return "the snapshot has no waits for monitors";
-    }
-    return source.status & protocol::MONITORS_BIT
-               ? "no thread has waited for a monitor yet; those on virtual threads are not seen"
-               : "no waits recorded yet: `vdk monitors start " + source.name + "`";
-}
-
-std::string withoutExceptions(const DataSource& source) {
-    if (!source.live) {
-        return "the snapshot has no exceptions";
-    }
-    return source.status & protocol::EXCEPTION_TELEMETRY_BIT
-               ? "no exceptions counted yet"
-               : "no exceptions counted yet: `vdk exceptions on " + source.name + "`";
-}
-
 ReportChoices choicesOf(const Arguments& arguments) {
     ReportChoices choices;
     const std::string show = arguments.text("--show", "all");
@@ -68,12 +18,13 @@ ReportChoices choicesOf(const Arguments& arguments) {
     choices.by = groupingOf(arguments.text("--by"));
     const bool isGrouped = choices.by != Grouping::None;
     if (isGrouped && (show == "methods" || show == "tree")) {
-        throw ClientError(ExitCode::Usage, "usage",
-                          "--by groups allocations, live objects, garbage, monitors and "
-                          "exceptions; CPU times have --show methods and --show tree");
+        throw ClientError(
+            ExitCode::Usage, "usage",
+            "--show " + show + " is one list already; --by groups those of the others",
+            "`--show cpu --by " + std::string(show == "tree" ? "tree" : "method") + "`");
     }
-    choices.methods = (all && !isGrouped) || show == "methods";
-    choices.tree = (all && !isGrouped) || show == "tree";
+    choices.methods = all || show == "methods" || show == "cpu";
+    choices.tree = all || show == "tree" || show == "cpu";
     choices.live = show == "live";
     choices.garbage = show == "garbage";
     choices.allocations = all || show == "allocations";
@@ -122,60 +73,70 @@ std::vector<std::pair<const char*, const Profile*>> objectProfiles(const ReportD
     return profiles;
 }
 
-void writeGrouped(JsonWriter& json, const ReportData& data, const ReportChoices& choices) {
-    for (const auto& [name, profile] : objectProfiles(data, choices)) {
-        json.key(name).beginObject();
-        writeEstimate(json, *profile);
-        writeGroups(json, *profile, eventRows(*profile), eventUnit(*profile), choices);
-        json.endObject();
-    }
-    if (choices.monitors) {
-        json.key("monitors").beginObject();
-        writeGroups(json, data.profile, eventRows(data.monitors), WaitUnit, choices);
-        json.endObject();
-    }
-    if (choices.exceptions) {
-        json.key("exceptions").beginObject();
-        writeGroups(json, data.profile, eventRows(data.exceptions), ThrowUnit, choices);
-        json.endObject();
-    }
+void writeHead(JsonWriter& json, const DataSource& source) {
+    beginDocument(json, "vdk.report/1").field("source", source.name);
+    json.field("session", source.session).field("live", source.live).key("captureTimeMs");
+    source.live ? json.nullValue() : json.value(source.captureTimeMs);
 }
 
-void printGrouped(Console& console, const ReportData& data, const ReportChoices& choices) {
-    bool isFirst = true;
-    const auto separate = [&] {
-        console.out << (isFirst ? "" : "\n");
-        isFirst = false;
-    };
-    for (const auto& [name, profile] : objectProfiles(data, choices)) {
-        if (!profile->charges.empty()) {
-            separate();
-            printEstimate(console, *profile);
-            printGroups(console, *profile, eventRows(*profile), eventUnit(*profile), choices);
+void noteSource(Console& console, const DataSource& source) {
+    console.note(std::string(source.live ? "Live: " : "Snapshot: ") + source.name + ", session " +
+                 printable(source.session));
+}
+
+// With --by: what --show names, each as one list. CPU times only if they are named.
+std::vector<Shown> shownIn(const std::string& show) {
+    if (show == "all") {
+        return {Shown::Allocations, Shown::Monitors, Shown::Exceptions};
+    }
+    for (const ShownName& name : shownNames()) {
+        if (show == name.option) {
+            return {name.what};
         }
     }
-    if (choices.monitors && !data.monitors.uses.empty()) {
-        separate();
-        printGroups(console, data.profile, eventRows(data.monitors), WaitUnit, choices);
+    return {};
+}
+
+void reportGroups(Console& console, DataSource& source, const Arguments& arguments,
+                  const ReportChoices& choices) {
+    std::vector<EventData> lists;
+    for (Shown what : shownIn(arguments.text("--show", "all"))) {
+        lists.push_back(readEvents(source.database(), what, !arguments.has("--raw-names")));
+        if (lists.back().rows.empty()) {
+            console.note(whyEmpty(what, source, lists.back().isKnown));
+        }
     }
-    if (choices.exceptions && !data.exceptions.empty()) {
-        separate();
-        printGroups(console, data.profile, eventRows(data.exceptions), ThrowUnit, choices);
+    if (console.json) {
+        JsonWriter json(console.out, true);
+        writeHead(json, source);
+        for (const EventData& data : lists) {
+            json.key(nameOf(data.what).field).beginObject();
+            if (data.profile.measure->isOfObjects()) {
+                writeEstimate(json, data.profile);
+            }
+            writeGroups(json, data.profile, data.rows, data.unit, choices);
+            json.endObject();
+        }
+        json.endObject();
+        console.out << "\n";
+        return;
+    }
+    noteSource(console, source);
+    bool isFirst = true;
+    for (const EventData& data : lists) {
+        if (!data.rows.empty()) {
+            console.out << (isFirst ? "" : "\n");
+            isFirst = false;
+            printEstimate(console, data.profile);
+            printGroups(console, data.profile, data.rows, data.unit, choices);
+        }
     }
 }
 
 void writeJson(Console& console, const DataSource& source, const ReportData& data,
                const ReportChoices& choices) {
     JsonWriter json(console.out, true);
-    beginDocument(json, "vdk.report/1").field("source", source.name);
-    json.field("session", source.session).field("live", source.live).key("captureTimeMs");
-    source.live ? json.nullValue() : json.value(source.captureTimeMs);
-    if (choices.by != Grouping::None) {
-        writeGrouped(json, data, choices);
-        json.endObject();
-        console.out << "\n";
-        return;
-    }
+    writeHead(json, source);
     if (choices.methods || choices.tree) {
         writeReport(json, data.profile, choices);
     }
@@ -196,10 +157,6 @@ void writeJson(Console& console, const DataSource& source, const ReportData& dat
 
 // Without --show only what there is, so that a report on CPU times stays one.
 void printText(Console& console, const ReportData& data, const ReportChoices& choices) {
-    if (choices.by != Grouping::None) {
-        printGrouped(console, data, choices);
-        return;
-    }
     const bool hasCpu = choices.methods || choices.tree;
     if (hasCpu) {
         printReport(console, data.profile, choices);
@@ -226,6 +183,10 @@ int runReport(Console& console, const Arguments& arguments) {
     const ReportChoices choices = choicesOf(arguments);
     DataSource source = openData(arguments.text("SOURCE"), arguments,
                                  CpuTables | AllocationTables | MonitorTables | ExceptionTables);
+    if (choices.by != Grouping::None) {
+        reportGroups(console, source, arguments, choices);
+        return 0;
+    }
     ReportData data;
     data.profile = makeProfile(source.database());
     data.allocations = makeAllocationProfile(source.database());
@@ -247,29 +208,28 @@ int runReport(Console& console, const Arguments& arguments) {
     }
     const bool hasCpu = choices.methods || choices.tree;
     if (hasCpu && data.profile.total() == 0) {
-        console.note(withoutCpuData(source));
+        console.note(whyEmpty(Shown::Cpu, source, true));
     }
     if (!hasCpu && choices.allocations && data.allocations.charges.empty()) {
-        console.note(withoutAllocations(source));
+        console.note(whyEmpty(Shown::Allocations, source, true));
     }
     if (choices.live && data.live.charges.empty()) {
-        console.note(withoutObjects(source, data.knowsLive, "lives"));
+        console.note(whyEmpty(Shown::Live, source, data.knowsLive));
     }
     if (choices.garbage && data.garbage.charges.empty()) {
-        console.note(withoutObjects(source, data.knowsLive, "has ended"));
+        console.note(whyEmpty(Shown::Garbage, source, data.knowsLive));
     }
     if (!hasCpu && choices.monitors && data.monitors.uses.empty()) {
-        console.note(withoutMonitors(source));
+        console.note(whyEmpty(Shown::Monitors, source, true));
     }
     if (!hasCpu && choices.exceptions && data.exceptions.empty()) {
-        console.note(withoutExceptions(source));
+        console.note(whyEmpty(Shown::Exceptions, source, true));
     }
     if (console.json) {
         writeJson(console, source, data, choices);
         return 0;
     }
-    console.note(std::string(source.live ? "Live: " : "Snapshot: ") + source.name + ", session " +
-                 printable(source.session));
+    noteSource(console, source);
     printText(console, data, choices);
     return 0;
 }

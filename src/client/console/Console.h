@@ -16,6 +16,11 @@ class Console {
 public:
     Console(std::ostream& out, std::ostream& err, bool outIsTerminal, bool errIsTerminal)
         : out(out), err(err), outIsTerminal(outIsTerminal), errIsTerminal(errIsTerminal) {}
+    // Writes to another stream as this console would to its own.
+    Console(std::ostream& out, const Console& like)
+        : out(out), err(like.err), outIsTerminal(like.outIsTerminal),
+          errIsTerminal(like.errIsTerminal), json(like.json), quiet(like.quiet),
+          verbose(like.verbose), color(like.color) {}
 
     // Sets the options of the command line; colors follow NO_COLOR and TERM=dumb in Auto mode.
     void configure(bool json, bool quiet, bool verbose, ColorMode color);

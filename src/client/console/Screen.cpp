@@ -2,6 +2,7 @@
 
 #include "client/console/Signals.h"
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -103,17 +104,22 @@ Screen::~Screen() {
     }
 }
 
-bool Screen::waitForNext(long milliseconds) {
+// Nothing at a signal.
+static std::optional<char> waitWithoutKeys(long milliseconds) {
+    return sleepUnlessInterrupted(milliseconds) ? std::optional<char>(0) : std::nullopt;
+}
+
+std::optional<char> Screen::waitForKey(long milliseconds) {
     using Clock = std::chrono::steady_clock;
     if (!keys) {
-        return sleepUnlessInterrupted(milliseconds);
+        return waitWithoutKeys(milliseconds);
     }
     Clock::time_point end = Clock::now() + std::chrono::milliseconds(milliseconds);
     while (!isInterrupted()) {
         auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
         if (left <= 0) {
-            return true;
+            return 0;
         }
         pollfd entry = {STDIN_FILENO, POLLIN, 0};
         if (poll(&entry, 1, int(left)) <= 0) {
@@ -123,13 +129,20 @@ bool Screen::waitForNext(long milliseconds) {
         if (read(STDIN_FILENO, &key, 1) <= 0) {
             keys = false; // the terminal is gone; what was set there is, too
             ourKeys = 0;
-            return sleepUnlessInterrupted(left);
+            return waitWithoutKeys(left);
         }
-        if (key == 'q' || key == 'Q') {
-            return false;
+        if (key == '\033') {
+            char rest[32]; // an arrow or a key of its kind sends letters as well
+            if (poll(&entry, 1, 0) > 0 && read(STDIN_FILENO, rest, sizeof(rest)) <= 0) {
+                continue;
+            }
+        }
+        key = char(tolower(static_cast<unsigned char>(key)));
+        if (key >= 'a' && key <= 'z') {
+            return key == 'q' ? std::nullopt : std::optional(key);
         }
     }
-    return false;
+    return std::nullopt;
 }
 
 } // namespace vdk

@@ -3,6 +3,8 @@
 
 #include "client/console/Console.h"
 
+#include <optional>
+
 namespace vdk {
 
 // While it lives, the terminal shows another screen without a cursor, and keys come at once; what
@@ -18,8 +20,9 @@ public:
 
     bool isOn() const { return on; }
 
-    // Waits; false at a signal, and when the user has pressed q.
-    bool waitForNext(long milliseconds);
+    // Waits: the key that was pressed, 0 when the time is over, nothing at a signal and for q. Keys
+    // are lower case letters.
+    std::optional<char> waitForKey(long milliseconds);
 
     // To the upper left corner, and everything cleared.
     static constexpr char Home[] = "\033[H\033[J";

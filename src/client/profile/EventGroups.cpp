@@ -15,15 +15,12 @@ const std::pair<const char*, Grouping> Groupings[] = {
     {"thread", Grouping::Thread}, {"line", Grouping::Line},
 };
 
-struct GroupSum {
-    int64_t amount = 0, count = 0;
-};
-
-struct Kind {
-    GroupSum all;
-    std::map<std::string, GroupSum> groups;
-    std::vector<Charge> charges;
-};
+std::string className(const Profile& profile, int frame) {
+    const int shown = shownFrame(profile, frame);
+    const std::string& name =
+        profile.methods[size_t(profile.frames[size_t(shown)].method)].className;
+    return shown == 0 || name.empty() ? "-" : name;
+}
 
 // Frames are methods: the JVM tells their lines apart no more once they are recorded.
 std::string groupName(const Profile& profile, const EventRow& row, const ReportChoices& choices) {
@@ -39,35 +36,51 @@ std::string groupName(const Profile& profile, const EventRow& row, const ReportC
     }
 }
 
-std::map<std::string, Kind> kindsOf(const Profile& profile, const std::vector<EventRow>& rows,
-                                    const ReportChoices& choices, bool pools) {
+} // namespace
+
+EventSum& EventSum::operator+=(const EventSum& other) {
+    amount += other.amount;
+    count += other.count;
+    return *this;
+}
+
+std::map<std::string, EventKind> eventKinds(const Profile& profile,
+                                            const std::vector<EventRow>& rows,
+                                            const ReportChoices& choices, bool pools) {
     std::vector<std::string> threads;
     for (const EventRow& row : rows) {
         threads.push_back(row.thread);
     }
     const PoolNames pool(threads);
-    std::map<std::string, Kind> kinds;
+    std::map<std::string, EventKind> kinds;
     for (const EventRow& row : rows) {
         const std::string name = groupName(profile, row, choices);
-        Kind& kind = kinds[row.kind];
-        for (GroupSum* sum :
-             {&kind.all,
-              &kind.groups[pools && choices.by == Grouping::Thread ? pool(name) : name]}) {
-            sum->amount += row.amount;
-            sum->count += row.count;
-        }
+        EventKind& kind = kinds[row.kind];
+        const EventSum sum = {row.amount, row.count};
+        kind.all += sum;
+        kind.groups[pools && choices.by == Grouping::Thread ? pool(name) : name] += sum;
         kind.charges.push_back({0, row.leaf, row.amount, row.count});
     }
     return kinds;
 }
 
-const auto amountOf = [](const GroupSum& sum) { return sum.amount; };
-
 TreeUnit treeUnit(const EventUnit& unit) {
     return {unit.format, unit.field, unit.countTitle != nullptr};
 }
 
-void printList(Console& console, const Kind& kind, const EventUnit& unit,
+std::string groupingTitle(Grouping grouping) {
+    std::string title = groupingName(grouping);
+    for (char& letter : title) {
+        letter = char(toupper(static_cast<unsigned char>(letter)));
+    }
+    return title;
+}
+
+namespace {
+
+const auto amountOf = [](const EventSum& sum) { return sum.amount; };
+
+void printList(Console& console, const EventKind& kind, const EventUnit& unit,
                const ReportChoices& choices) {
     std::vector<TextTable::Column> columns = {
         {unit.amountTitle, TextTable::Right},
@@ -75,11 +88,7 @@ void printList(Console& console, const Kind& kind, const EventUnit& unit,
     if (unit.countTitle) {
         columns.push_back({unit.countTitle, TextTable::Right});
     }
-    std::string title = groupingName(choices.by);
-    for (char& letter : title) {
-        letter = char(toupper(static_cast<unsigned char>(letter)));
-    }
-    columns.push_back({title});
+    columns.push_back({groupingTitle(choices.by)});
     TextTable table(columns);
     for (const auto& [name, sum] : heaviest(kind.groups, choices.top, amountOf)) {
         std::vector<std::string> cells = {unit.format(sum.amount),
@@ -114,13 +123,18 @@ const char* groupingName(Grouping grouping) {
     return "";
 }
 
-std::vector<EventRow> eventRows(const Profile& allocations) {
+std::vector<EventRow> eventRows(const Profile& profile) {
+    const bool isOfObjects = profile.measure->isOfObjects();
     std::vector<EventRow> rows;
-    for (const Charge& charge : allocations.charges) {
+    for (const Charge& charge : profile.charges) {
+        if (charge.own == 0 && charge.count == 0) {
+            continue; // all of a frame's time is its callees'
+        }
         EventRow row;
-        row.className = allocatedClass(allocations, charge.frame);
-        row.thread = allocations.threads[size_t(charge.thread)].name;
-        row.frame = allocatingFrame(allocations, charge.frame);
+        row.className =
+            isOfObjects ? allocatedClass(profile, charge.frame) : className(profile, charge.frame);
+        row.thread = profile.threads[size_t(charge.thread)].name;
+        row.frame = isOfObjects ? allocatingFrame(profile, charge.frame) : charge.frame;
         row.leaf = charge.frame;
         row.amount = charge.own;
         row.count = charge.count;
@@ -129,17 +143,26 @@ std::vector<EventRow> eventRows(const Profile& allocations) {
     return rows;
 }
 
-EventUnit eventUnit(const Profile& allocations) {
-    const char* title = allocations.measure == &LiveBytes      ? "Live objects"
-                        : allocations.measure == &GarbageBytes ? "Garbage"
-                                                               : "Allocations";
+EventUnit eventUnit(const Profile& profile) {
+    if (!profile.measure->isOfObjects()) {
+        const bool counts = profile.hasCounts;
+        return {"CPU times",
+                "CPU",
+                "cpuNs",
+                formatNs,
+                counts ? "CALLS" : nullptr,
+                counts ? "calls" : nullptr};
+    }
+    const char* title = profile.measure == &LiveBytes      ? "Live objects"
+                        : profile.measure == &GarbageBytes ? "Garbage"
+                                                           : "Allocations";
     return {title, "BYTES", "bytes", formatBytes, "OBJECTS", "objects"};
 }
 
 void printGroups(Console& console, const Profile& profile, const std::vector<EventRow>& rows,
                  const EventUnit& unit, const ReportChoices& choices) {
     bool isFirst = true;
-    for (const auto& [name, kind] : kindsOf(profile, rows, choices, true)) {
+    for (const auto& [name, kind] : eventKinds(profile, rows, choices, true)) {
         console.out << (isFirst ? "" : "\n")
                     << console.styled(std::string(unit.title) + " by " + groupingName(choices.by) +
                                           (name.empty() ? "" : ", " + name),
@@ -160,14 +183,14 @@ void printGroups(Console& console, const Profile& profile, const std::vector<Eve
 
 void writeGroups(JsonWriter& json, const Profile& profile, const std::vector<EventRow>& rows,
                  const EventUnit& unit, const ReportChoices& choices) {
-    const auto writeSum = [&](const GroupSum& sum) {
+    const auto writeSum = [&](const EventSum& sum) {
         json.field(unit.field, sum.amount);
         if (unit.countField) {
             json.field(unit.countField, sum.count);
         }
     };
     json.field("by", groupingName(choices.by)).key("kinds").beginArray();
-    for (const auto& [name, kind] : kindsOf(profile, rows, choices, false)) {
+    for (const auto& [name, kind] : eventKinds(profile, rows, choices, false)) {
         json.beginObject().key("kind");
         name.empty() ? json.nullValue() : json.value(name);
         writeSum(kind.all);

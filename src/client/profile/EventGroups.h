@@ -1,9 +1,11 @@
-// What was recorded besides CPU times, grouped in one way: allocations, waits and exceptions alike,
-// by method, call tree, class, thread or line.
+// What was recorded, grouped in one way: CPU times, allocations, waits and exceptions alike, by
+// method, call tree, class, thread or line.
 #pragma once
 
+#include "client/profile/EventTree.h"
 #include "client/profile/Report.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -33,8 +35,29 @@ struct EventUnit {
 Grouping groupingOf(const std::string& name);
 const char* groupingName(Grouping grouping);
 
-std::vector<EventRow> eventRows(const Profile& allocations);
-EventUnit eventUnit(const Profile& allocations);
+// Of a profile of CPU times or of allocations.
+std::vector<EventRow> eventRows(const Profile& profile);
+EventUnit eventUnit(const Profile& profile);
+
+struct EventSum {
+    int64_t amount = 0, count = 0;
+
+    EventSum& operator+=(const EventSum& other);
+};
+
+// The rows of a kind.
+struct EventKind {
+    EventSum all;
+    std::map<std::string, EventSum> groups;
+    std::vector<Charge> charges;
+};
+// By kind; with `pools` the threads of a pool are one.
+std::map<std::string, EventKind> eventKinds(const Profile& profile,
+                                            const std::vector<EventRow>& rows,
+                                            const ReportChoices& choices, bool pools);
+TreeUnit treeUnit(const EventUnit& unit);
+// "THREAD", above the column of groups.
+std::string groupingTitle(Grouping grouping);
 
 // All kinds, by falling amount. Threads of a pool are one as text.
 void printGroups(Console& console, const Profile& profile, const std::vector<EventRow>& rows,

@@ -28,6 +28,15 @@ void writeSampled(JsonWriter& json, const SampledCpu& cpu) {
     cpu.isKnown() ? json.value(cpu.usedNs) : json.nullValue();
 }
 
+std::string indentation(int depth, size_t columns) {
+    size_t wanted = size_t(depth) * 2, most = columns / 3;
+    if (wanted <= most) {
+        return std::string(wanted, ' ');
+    }
+    std::string level = "[" + std::to_string(depth) + "] ";
+    return std::string(most - std::min(most, level.size()), ' ') + level;
+}
+
 namespace {
 
 bool isWallTime(const Profile& profile, int method) {
@@ -75,17 +84,6 @@ void printMethods(Console& console, const Profile& profile, const CallTree& tree
         console.note("... and " + std::to_string(methods.size() - choices.top) +
                      " more; --top shows them");
     }
-}
-
-// The indentation of a level. Where it would leave a method's name no room it stops growing, and a
-// number tells the level instead.
-std::string indentation(int depth, size_t columns) {
-    size_t wanted = size_t(depth) * 2, most = columns / 3;
-    if (wanted <= most) {
-        return std::string(wanted, ' ');
-    }
-    std::string level = "[" + std::to_string(depth) + "] ";
-    return std::string(most - std::min(most, level.size()), ' ') + level;
 }
 
 void printTree(Console& console, const Profile& profile, const CallTree& tree,

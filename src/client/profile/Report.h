@@ -57,6 +57,10 @@ std::string sampledText(const SampledCpu& cpu);
 // The fields sampledCpuNs and usedCpuNs, null where they are not known.
 void writeSampled(JsonWriter& json, const SampledCpu& cpu);
 
+// The indentation of a level of a tree. Where it would leave a method's name no room it stops
+// growing, and a number tells the level instead.
+std::string indentation(int depth, size_t columns);
+
 // Percent of a whole; 0 of nothing.
 double percentOf(int64_t part, int64_t whole);
 

@@ -3,11 +3,12 @@
 #include "DbBuilder.h"
 #include "client/console/Text.h"
 #include "client/profile/CallTree.h"
-#include "client/profile/EventGroups.h"
+#include "client/profile/EventRates.h"
 #include "client/profile/GeneratedNames.h"
 #include "client/profile/MonitorReport.h"
 #include "client/profile/Profile.h"
 
+#include <array>
 #include <gtest/gtest.h>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -280,6 +281,113 @@ TEST(Report, everyRecordingIsGroupedInEachWay) {
                                                 "TIME  TIME%  TIMES  THREAD\n"
                                                 "7 us  100.0      3  pool-*\n"))
         << out.str();
+}
+
+// What an interval brought, and the sums that reports show.
+TEST(Report, ratesTellAnIntervalFromSums) {
+    const auto moment = [](Shown what, int clearedStamp, std::vector<std::array<long, 3>> rows) {
+        DbBuilder builder;
+        const int make = builder.stack("A.main;A.make;B.<<init>>");
+        const int copy = builder.stack("A.main;A.copy;C.<<init>>");
+        EventData data = readEvents(builder.db, what, false);
+        data.clearedStamp = clearedStamp;
+        for (const auto& row : rows) {
+            const bool isMade = row[0] == 0;
+            data.rows.push_back(
+                {"", isMade ? "B" : "C", "t", 0, isMade ? make : copy, row[1], row[2]});
+        }
+        return data;
+    };
+    const struct {
+        const char* what;
+        Shown shown;
+        int clearedStamp;
+        std::vector<std::array<long, 3>> before, now; // 0 for B, 1 for C; bytes and objects
+        Grouping by;
+        const char* expected; // names with sums and interval
+    } cases[] = {
+        {"what is hot comes first",
+         Shown::Allocations,
+         1,
+         {{0, 900, 90}},
+         {{0, 910, 91}, {1, 50, 5}},
+         Grouping::Class,
+         "C 50+50 5+5, B 910+10 91+1"},
+        {"a quiet one by its sums",
+         Shown::Allocations,
+         1,
+         {{0, 10, 1}, {1, 50, 5}},
+         {{0, 10, 1}, {1, 50, 5}},
+         Grouping::Class,
+         "C 50+0 5+0, B 10+0 1+0"},
+        {"cleared in between",
+         Shown::Allocations,
+         2,
+         {{0, 10, 1}},
+         {{0, 30, 3}},
+         Grouping::Class,
+         "B 30+30 3+3"},
+        {"a sum that fell by a correction",
+         Shown::Garbage,
+         1,
+         {{0, 30, 3}},
+         {{0, 10, 1}},
+         Grouping::Class,
+         "B 10+0 1+0"},
+        {"live objects that ended",
+         Shown::Live,
+         1,
+         {{0, 30, 3}, {1, 5, 1}},
+         {{0, 10, 1}, {1, 25, 2}},
+         Grouping::Class,
+         "C 25+20 2+1, B 10+-20 1+-2"},
+        {"stacks of the interval",
+         Shown::Allocations,
+         1,
+         {{0, 900, 90}},
+         {{0, 900, 90}, {1, 50, 5}},
+         Grouping::Tree,
+         "A.main 950+50, A.copy 50+50, C.<<init>> 50+50"},
+        {"live stacks",
+         Shown::Live,
+         1,
+         {{0, 900, 90}},
+         {{0, 800, 80}},
+         Grouping::Tree,
+         "A.main 800+-100, A.make 800+-100, B.<<init>> 800+-100"},
+    };
+    for (const auto& c : cases) {
+        const EventData now = moment(c.shown, c.clearedStamp, c.now);
+        ReportChoices choices;
+        choices.by = c.by;
+        const EventRates rates = eventRates(moment(c.shown, 1, c.before), now, 2, choices, false);
+        std::ostringstream out;
+        {
+            JsonWriter json(out, false);
+            json.beginObject();
+            writeRates(json, now, rates, choices);
+            json.endObject();
+        }
+        const auto kind = nlohmann::json::parse(out.str())["kinds"][0];
+        std::string seen;
+        const auto add = [&](const nlohmann::json& row, const char* name, bool counts) {
+            seen += (seen.empty() ? "" : ", ") + row[name].get<std::string>() + " " +
+                    row["bytes"].dump() + "+" + row["intervalBytes"].dump();
+            if (counts) {
+                seen += " " + row["objects"].dump() + "+" + row["intervalObjects"].dump();
+            }
+        };
+        if (c.by == Grouping::Tree) {
+            for (auto nodes = kind["tree"]; !nodes.empty(); nodes = nodes[0]["children"]) {
+                add(nodes[0], "name", false);
+            }
+        } else {
+            for (const auto& group : kind["groups"]) {
+                add(group, groupingName(c.by), true);
+            }
+        }
+        EXPECT_EQ(c.expected, seen) << c.what;
+    }
 }
 
 TEST(Report, treeFitsTheTerminalAtEachDepth) {

@@ -16,15 +16,20 @@ const OptionSpec Filters = {"--filters",
 const std::vector<Command> Table = {
     {"top",
      "show hot methods and threads, refreshing",
-     "On a terminal until q or Ctrl-C; elsewhere once, or --count times. The numbers are those of "
-     "the\n"
-     "last interval; tracing adds the calls made in it. The head tells the time that threads were "
-     "blocked\n"
-     "by monitors, and the exceptions, where these are recorded. While allocations are recorded a "
-     "list\n"
-     "tells what was allocated in the interval, a second. With --json one object a line.",
-     "vdk top app.jar\nvdk alloc start app.jar --sampled && vdk top app.jar --allocations "
-     "method\nvdk top app.jar --sample --interval 5s\nvdk top app.jar --count 3 --json",
+     "On a terminal until q or Ctrl-C; elsewhere once, or --count times. The numbers are those of\n"
+     "the last interval; tracing adds the calls made in it. The head tells the time that threads\n"
+     "were blocked by monitors, and the exceptions, where these are recorded. While allocations "
+     "are\n"
+     "recorded a list tells what was allocated in the interval, a second. With --json one object "
+     "a\n"
+     "line.\n"
+     "--show takes one view instead, of what is recorded: what the interval brought, a second, "
+     "and\n"
+     "beside it the sums that `vdk report` shows; of live objects the sums and how they change. On "
+     "a\n"
+     "terminal the keys o (overview), c, a, g, l, m and e switch the view, b its grouping.",
+     "vdk top app.jar\nvdk top app.jar --sample --interval 5s\nvdk top app.jar --count 3 --json\n"
+     "vdk top app.jar --show allocations --by method\nvdk top app.jar --show monitors --by tree",
      {Target,
       {"--interval", ValueKind::Duration, "time between refreshes, at least 100ms (default 2s)"},
       {"--count", ValueKind::Number, "end after so many refreshes"},
@@ -32,10 +37,14 @@ const std::vector<Command> Table = {
        "methods to show (default 20, or what the terminal has lines for)"},
       Filters,
       {"--sample", ValueKind::None, "start sampling if it is off, and stop it at the end"},
-      {"--allocations",
+      {"--show",
        ValueKind::Choice,
-       "how to group allocations, while they are recorded (default class)",
-       {"class", "method"}}},
+       "one view in place of the overview",
+       {"cpu", "allocations", "garbage", "live", "monitors", "exceptions"}},
+      {"--by",
+       ValueKind::Choice,
+       "how to group the view (default class; CPU times and monitors: method)",
+       {"method", "tree", "class", "thread", "line"}}},
      false,
      true,
      runTop},
@@ -115,10 +124,12 @@ const std::vector<Command> Table = {
       {"--show",
        ValueKind::Choice,
        "sections (default all)",
-       {"all", "methods", "tree", "allocations", "live", "garbage", "monitors", "exceptions"}},
+       {"all", "cpu", "methods", "tree", "allocations", "live", "garbage", "monitors",
+        "exceptions"}},
       {"--by",
        ValueKind::Choice,
-       "one list of allocations, live objects, garbage, monitors or exceptions, grouped so",
+       "one list of CPU times, allocations, live objects, garbage, monitors or exceptions, grouped "
+       "so",
        {"method", "tree", "class", "thread", "line"}},
       {"--top", ValueKind::Number, "lines of a list to show (default 30)"},
       {"--by-thread", ValueKind::None, "each thread by itself; those of a pool together"},

@@ -3,6 +3,8 @@ package cases;
 import fixtures.Allocates;
 import java.io.BufferedReader;
 import java.io.InputStreamReader;
+import java.util.ArrayList;
+import java.util.List;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import jvmtest.Case;
@@ -77,12 +79,13 @@ public final class AllocationCases {
     }
 
     /** What top shows of its intervals adds up to what was allocated. */
-    private static void checkTop(Target target) throws Exception {
-        Process top = new ProcessBuilder(Tool.vdkCommand("top", ":" + target.port, "--json",
-                                                         "--top", "1000", "--interval", "200ms",
-                                                         "--count", "100000"))
-                              .redirectError(ProcessBuilder.Redirect.DISCARD)
-                              .start();
+    private static void checkTop(Target target, String field, String... show) throws Exception {
+        List<String> command =
+                new ArrayList<>(Tool.vdkCommand("top", ":" + target.port, "--json", "--top", "1000",
+                                                "--interval", "200ms", "--count", "100000"));
+        command.addAll(List.of(show));
+        Process top =
+                new ProcessBuilder(command).redirectError(ProcessBuilder.Redirect.DISCARD).start();
         try {
             BufferedReader lines = new BufferedReader(new InputStreamReader(top.getInputStream()));
             String line = lines.readLine(); // it looks by now
@@ -90,7 +93,7 @@ public final class AllocationCases {
             long seen = 0;
             for (int i = 0; i < 1000 && line != null && seen < FEW; i++) {
                 line = lines.readLine();
-                seen += number(line, "\"class\":\"" + FIXTURE + "$Known", "objects");
+                seen += number(line, "\"class\":\"" + FIXTURE + "$Known", field);
             }
             Check.equal(seen, (long) FEW, "objects in top");
         } finally {
@@ -121,7 +124,10 @@ public final class AllocationCases {
         // Later ones come by generated code, which is left alone on some JVMs.
         allocate(target, "reflected", 10);
         Check.equal(objects(report(target), FIXTURE + "$Made"), 10L, "objects made by reflection");
-        checkTop(target);
+        checkTop(target, "objects");
+        checkTop(target, "intervalObjects", "--show", "allocations");
+        Tool.checkTopIsLikeReport(":" + target.port, "allocations", "class");
+        Tool.checkTopIsLikeReport(":" + target.port, "live", "tree");
         vdk(target, "alloc", "stop", "TARGET");
         vdk(target, "clear", "TARGET", "--allocations");
         allocate(target, "created", FEW);
@@ -155,6 +161,7 @@ public final class AllocationCases {
             Thread.sleep(1000); // the JVM tells of the dead later, on a thread of its own
         }
         Check.isTrue(recordedAlive(target) <= limit, "rows of dead objects were given back");
+        Tool.checkTopIsLikeReport(":" + target.port, "garbage", "thread");
         target.finish();
     }
 

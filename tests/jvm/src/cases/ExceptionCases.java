@@ -125,6 +125,7 @@ public final class ExceptionCases {
         Check.contains(Tool.vdk("status", pid), "by inserted calls", "the road");
         checkKinds(target, true);
         checkReport(pid, "CREATED IN");
+        Tool.checkTopIsLikeReport(pid, "exceptions", "class");
         checkSwitching(target);
         target.finish();
     }

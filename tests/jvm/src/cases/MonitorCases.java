@@ -210,6 +210,8 @@ public final class MonitorCases {
             Check.contains(Tool.vdk("report", source, "--show", "monitors", "--json"),
                            "\"ownerTrn\"", "JSON of " + source);
         }
+        Tool.checkTopIsLikeReport(pid(target), "monitors", "method");
+        Tool.checkTopIsLikeReport(pid(target), "monitors", "thread");
     }
 
     private static void checkStopAndClear(Target target) throws Exception {

@@ -50,6 +50,29 @@ public final class Tool {
         return output;
     }
 
+    private static String list(String command, String target, String show, String by,
+                               String... more) throws Exception {
+        List<String> words = new ArrayList<>(
+                List.of(command, target, "--show", show, "--by", by, "--json", "--top", "100000"));
+        words.addAll(List.of(more));
+        String all = vdk(words.toArray(new String[0])).replaceAll("\\s+", "");
+        return all.substring(all.indexOf("\"by\":"));
+    }
+
+    /** The sums in a view of top are those of the report. The program rests, the JVM may not. */
+    public static void checkTopIsLikeReport(String target, String show, String by)
+            throws Exception {
+        String before = list("report", target, show, by);
+        String view = list("top", target, show, by, "--interval", "100ms")
+                              .replaceAll(",\"interval[A-Z]\\w*\":-?\\d+", "");
+        String after = list("report", target, show, by);
+        Check.isTrue(view.equals(before) || view.equals(after),
+                     show + " by " + by + " in top: " + view + " and in reports: " + before +
+                             " and " + after);
+        Check.isTrue(view.contains("\"name\":") || view.contains("\"" + by + "\":"),
+                     "there is something to compare: " + view);
+    }
+
     public static List<String> vdkCommand(String... words) {
         List<String> command = new ArrayList<>(List.of(System.getProperty("vdk.build") + "/vdk"));
         command.addAll(Arrays.asList(words));
