@@ -84,6 +84,12 @@ void SnapshotWriter::noteError(int error) {
     errorMessage = strdup(text == nullptr ? "Write error" : text);
 }
 
+void SnapshotWriter::takeErrorOf(const SnapshotWriter& other) {
+    if (errorMessage == nullptr && other.errorMessage != nullptr) {
+        errorMessage = strdup(other.errorMessage);
+    }
+}
+
 HeldSnapshotWriter::~HeldSnapshotWriter() {
     release();
 }
@@ -129,4 +135,35 @@ void HeldSnapshotWriter::release() {
     }
     count = 0;
     SnapshotWriter::flush();
+}
+
+void HeldSnapshotWriter::moveTo(SnapshotWriter& to) {
+    if (isReleased) {
+        SnapshotWriter::flush();
+        readBackTo(to);
+    } else {
+        for (int i = 0; i < count; i++) {
+            to.writeBytes(pieces[i].bytes, pieces[i].length);
+            delete[] pieces[i].bytes;
+        }
+        count = 0;
+        to.writeBytes(buffer, used);
+        used = 0;
+    }
+    to.takeErrorOf(*this);
+}
+
+// The buffer is empty. What an error kept from the file ends it early.
+void HeldSnapshotWriter::readBackTo(SnapshotWriter& to) {
+    for (long from = 0; from < bufferStart;) {
+        const ssize_t got = pread(fileDescriptor, buffer, BUFFER_SIZE, from);
+        if (got > 0) {
+            to.writeBytes(buffer, got);
+            from += got;
+        } else if (got == 0 || errno != EINTR) {
+            noteError(got == 0 ? EIO : errno);
+            break;
+        }
+    }
+    errno = 0;
 }

@@ -20,6 +20,8 @@ public:
 
     // Text of the first write error, null if none; lives as long as the writer.
     const char* getErrorMessage() const { return errorMessage; }
+    // The other's error, if this one has none.
+    void takeErrorOf(const SnapshotWriter& other);
 
     // Bytes written so far, also where an error kept them from the file: what is written next
     // stands there, for the file was empty at the beginning.
@@ -35,12 +37,12 @@ protected:
     void writeOut(const unsigned char* bytes, int length);
     // A byte that left the buffer.
     virtual void patchFlushed(long position, unsigned char value);
+    void noteError(int error);
 
     long bufferStart; // position of the first byte in the buffer
 
 private:
     void patch(long position, unsigned long bits, int bytes);
-    void noteError(int error);
 
     char* errorMessage;
 };
@@ -57,12 +59,16 @@ public:
     void flush() override;
     // Writes everything to the file; from here on it is an ordinary writer.
     void release();
+    // Writes everything, and the error of it if there was one, to another writer, and ends with
+    // that. The file must be open for reading as well.
+    void moveTo(SnapshotWriter& to);
 
 protected:
     void patchFlushed(long position, unsigned char value) override;
 
 private:
     bool keep();
+    void readBackTo(SnapshotWriter& to);
 
     struct Piece {
         unsigned char* bytes;

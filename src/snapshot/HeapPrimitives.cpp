@@ -1,13 +1,13 @@
+#include "core/ground/Globals.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/Progress.h"
 #include "snapshot/HeapWalk.h"
-#include "snapshot/PrimitiveBlock.h"
 
 namespace {
 
 constexpr int PROGRESS_BLOCK = 46;
-constexpr int PROGRESS_ARRAYS = 54;
+constexpr int PROGRESS_VALUES = 54;
 constexpr int PROGRESS_OFFSETS = 55;
 constexpr int PROGRESS_END = 65;
 
@@ -31,34 +31,42 @@ jint JNICALL write_primitive_arrays(jlong, jlong, jlong* tag, jint count, jvmtiP
 
 } // namespace
 
-void HeapWalk::writePrimitives() {
-    PrimitiveBlock block(writer, objectCount);
-    primitives = &block;
-    progress.updateProgress(PROGRESS_BLOCK);
-    jvmtiHeapCallbacks callbacks = {};
+bool HeapWalk::hasPrimitives() {
+    return ourIsIBM || ourIsJRockit || ourIs6u4OrNewer;
+}
+
+void HeapWalk::collectValuesWith(jvmtiHeapCallbacks& callbacks) {
     callbacks.primitive_field_callback = write_primitive_field_values;
     callbacks.array_primitive_value_callback = write_primitive_arrays;
-    CHECK_JVMTI(
-        ourJVMTI->IterateThroughHeap(JVMTI_HEAP_FILTER_UNTAGGED, nullptr, &callbacks, this));
-    rethrow();
-    progress.updateProgress(PROGRESS_ARRAYS);
-    block.end(progress, PROGRESS_OFFSETS, PROGRESS_END);
-    primitives = nullptr;
+}
+
+void HeapWalk::writePrimitives() {
+    progress.updateProgress(PROGRESS_BLOCK);
+    if (ourIsOldIBM) {
+        // Class objects got their tags after the pass over the objects.
+        jvmtiHeapCallbacks callbacks = {};
+        collectValuesWith(callbacks);
+        CHECK_JVMTI(
+            ourJVMTI->IterateThroughHeap(JVMTI_HEAP_FILTER_UNTAGGED, nullptr, &callbacks, this));
+        rethrow();
+    }
+    progress.updateProgress(PROGRESS_VALUES);
+    primitives.writeTo(writer, objectCount, progress, PROGRESS_OFFSETS, PROGRESS_END);
 }
 
 void HeapWalk::putField(jvmtiHeapReferenceKind kind, jint index, jlong classTag, jlong tag,
                         const jvalue& value, jvmtiPrimitiveType type) {
     const bool isStatic = kind == JVMTI_HEAP_REFERENCE_STATIC_FIELD;
-    const int object = recordedIndex(tag);
-    if (object == 0 || (!isStatic && kind != JVMTI_HEAP_REFERENCE_FIELD)) {
+    const int object = ObjectTags::indexOf(tag);
+    if (!isStatic && kind != JVMTI_HEAP_REFERENCE_FIELD) {
         return;
     }
     if (object != fieldOwner) {
-        // Fields of an object come one right after the other.
+        // Fields of an object come one right after the other. Class objects have no record yet.
         const _ClassInfo* const own = classes.get(object);
         fieldOwner = object;
         ownerIsClass = own != nullptr;
-        ownerInfo = ownerIsClass ? own : classOf(classTag);
+        ownerInfo = ownerIsClass || !objects.contains(object) ? own : classOf(classTag);
     }
     const _ClassInfo* const info = ownerInfo;
     if (info == nullptr || ownerIsClass != isStatic || index < 0 ||
@@ -78,7 +86,7 @@ void HeapWalk::putField(jvmtiHeapReferenceKind kind, jint index, jlong classTag,
         return;
     }
     const int bytes = isStatic ? info->staticPrimitiveSize : info->instancePrimitiveSize;
-    primitives->putField(object, bytes, field.offset, value, type);
+    primitives.putField(object, bytes, field.offset, value, type);
 }
 
 void HeapWalk::putArray(jlong tag, jint count, jvmtiPrimitiveType type, const void* elements) {
@@ -93,6 +101,6 @@ void HeapWalk::putArray(jlong tag, jint count, jvmtiPrimitiveType type, const vo
     }
     // The record told the length, which is what a reader goes by.
     if (static_cast<uintptr_t>(count) == objects.get(object)) {
-        primitives->putArray(object, count, type, elements);
+        primitives.putArray(object, count, type, elements);
     }
 }

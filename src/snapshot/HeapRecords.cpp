@@ -27,6 +27,9 @@ jint JNICALL write_objects_callback(jlong classTag, jlong size, jlong* tag, jint
 void HeapWalk::writeObjects() {
     jvmtiHeapCallbacks callbacks = {};
     callbacks.heap_iteration_callback = write_objects_callback;
+    if (hasPrimitives() && !ourIsOldIBM) {
+        collectValuesWith(callbacks);
+    }
     CHECK_JVMTI(ourJVMTI->IterateThroughHeap(0, nullptr, &callbacks, this));
     rethrow();
     if (ourIsOldIBM) {

@@ -13,7 +13,6 @@
 #include "profiling/threads/MethodLookup.h"
 #include "profiling/threads/ThreadInfo.h"
 #include "profiling/threads/ZFrameStorage.h"
-#include "snapshot/PrimitiveBlock.h"
 #include "snapshot/TagEnvironment.h"
 
 namespace {
@@ -34,14 +33,14 @@ void debugLine(const ZString& text) {
 
 } // namespace
 
-HeapWalk::HeapWalk(JNIEnv* jniEnv, SnapshotWriter& snapshotWriter, Progress& progressOfCapture,
-                   InstanceCounting* countingOfObjects)
+HeapWalk::HeapWalk(JNIEnv* jniEnv, SnapshotWriter& snapshotWriter, int scratch,
+                   Progress& progressOfCapture, InstanceCounting* countingOfObjects)
     : env(jniEnv), writer(snapshotWriter), progress(progressOfCapture), counting(countingOfObjects),
       oddCounts(), headerPosition(0), allocatorCount(0), counter(-1),
       classClass(jniEnv->GetObjectClass(ourClassCallbackGlobalRef)), classClassTag(-1),
       classObjects(1024), listedClasses(0), hasLocals(true), threads(16), locals(512),
       lastThreadTag(0), lastDepth(0), lastFrame(0), ownThreadTag(0), objectCount(0),
-      primitives(nullptr), fieldOwner(0), ownerIsClass(false), ownerInfo(nullptr) {}
+      primitives(scratch), fieldOwner(0), ownerIsClass(false), ownerInfo(nullptr) {}
 
 HeapWalk::~HeapWalk() {
     for (int slot = 0; slot < locals.getCapacity(); slot++) {
@@ -75,7 +74,7 @@ void HeapWalk::write(const ZString& path) {
     collectThreads();
     writeClasses();
     writeReferences();
-    if (ourIsIBM || ourIsJRockit || ourIs6u4OrNewer) {
+    if (hasPrimitives()) {
         writePrimitives();
     }
     for (int kind = 0; kind < ODD_KINDS; kind++) {

@@ -6,12 +6,12 @@
 #include "snapshot/ClassInfo.h"
 #include "snapshot/ObjectTable.h"
 #include "snapshot/ObjectTags.h"
+#include "snapshot/PrimitiveBlock.h"
 
 #include <exception>
 #include <jvmti.h>
 
 class InstanceCounting;
-class PrimitiveBlock;
 class Progress;
 
 // What is known of a thread's stack when it was stored: the frame of its top.
@@ -38,16 +38,17 @@ struct StackLocal {
 //   What a capture costs is the JVM's search for the tag of each object that it shows, and of its
 //   class, so there are few passes, and none shows an object that has nothing to tell. The class
 //   objects are found and tagged ahead; with the classes known, the pass that tags the objects
-//   writes their records as well. Then a walk over roots and class objects alone, one over all
-//   references, one over all values.
+//   writes their records as well, and puts their values aside, which come last in the file. Then a
+//   walk over roots and class objects alone, and one over all references.
 //   Callbacks run on the VM thread at a safepoint: they write, read the maps and take no lock but
 //   that of the ObjectEnumerator, which nobody holds over a call into the JVM. An exception in one
 //   ends the pass and goes on in the caller of it.
 class HeapWalk {
 public:
-    // Tells the counting, if there is one, of all objects.
-    HeapWalk(JNIEnv* jniEnv, SnapshotWriter& snapshotWriter, Progress& progressOfCapture,
-             InstanceCounting* countingOfObjects);
+    // Tells the counting, if there is one, of all objects. The scratch file is empty, open for
+    // reading and writing, and the caller's.
+    HeapWalk(JNIEnv* jniEnv, SnapshotWriter& snapshotWriter, int scratch,
+             Progress& progressOfCapture, InstanceCounting* countingOfObjects);
     ~HeapWalk();
     HeapWalk(const HeapWalk&) = delete;
     HeapWalk& operator=(const HeapWalk&) = delete;
@@ -123,6 +124,8 @@ private:
     int slotOfField(int from, jint index);
 
     // Primitive values: HeapPrimitives.cpp.
+    static bool hasPrimitives();
+    void collectValuesWith(jvmtiHeapCallbacks& callbacks);
     void writePrimitives();
 
     // Index of an object that has a record; 0 for any other.
@@ -158,7 +161,7 @@ private:
 
     int objectCount;     // highest index
     ObjectTable objects; // the _ClassInfo of an instance, the length of an array
-    PrimitiveBlock* primitives;
+    PrimitiveBlock primitives;
     int fieldOwner; // the object whose values came last
     bool ownerIsClass;
     const _ClassInfo* ownerInfo; // tells its fields; null if nothing does

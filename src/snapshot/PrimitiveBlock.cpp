@@ -3,14 +3,12 @@
 #include "core/ground/Logger.h"
 #include "db/HeapRecords.h"
 #include "db/Progress.h"
-#include "db/SnapshotWriter.h"
 #include "snapshot/ClassInfo.h"
 
 #include <cstring>
 
 namespace {
 
-constexpr int SIZE_BYTES = 8;
 constexpr int LARGEST_VALUE = 8;
 constexpr int ALIGNMENT = 8;
 constexpr long PIECE = 0x10000;
@@ -52,29 +50,19 @@ int writeJValue(unsigned char* to, const jvalue& value, jvmtiPrimitiveType type)
     return 0;
 }
 
-PrimitiveBlock::PrimitiveBlock(SnapshotWriter& snapshotWriter, int objectCount)
-    : writer(snapshotWriter), highestIndex(objectCount), sizePosition(0), expectedSize(0),
-      primitiveOffsets(new long[static_cast<size_t>(objectCount) + 1]()), regionIndex(0),
-      region(256) {
-    writer.writeByte(HEAP_RECORD_PRIMITIVES);
-    sizePosition = writer.getPosition();
-    writer.writeLong(0);
-}
-
-PrimitiveBlock::~PrimitiveBlock() {
-    delete[] primitiveOffsets;
-}
+PrimitiveBlock::PrimitiveBlock(int scratch)
+    : collected(scratch), expectedSize(0), regionIndex(0), region(256) {}
 
 void PrimitiveBlock::flushRegion() {
     if (regionIndex != 0) {
-        writer.writeBytes(region.data(), region.getSize());
+        collected.writeBytes(region.data(), region.getSize());
         regionIndex = 0;
     }
 }
 
 void PrimitiveBlock::beginRegion(int index, int regionBytes) {
     flushRegion();
-    primitiveOffsets[index] = writer.getPosition();
+    primitiveOffsets.add(index, static_cast<uintptr_t>(collected.getPosition()));
     expectedSize += regionBytes;
     regionIndex = index;
     region.clear();
@@ -83,7 +71,7 @@ void PrimitiveBlock::beginRegion(int index, int regionBytes) {
 
 void PrimitiveBlock::patchRegion(int index, int offset, const unsigned char* bytes, int count) {
     for (int i = 0; i < count; i++) {
-        writer.patchByte(primitiveOffsets[index] + offset + i, bytes[i]);
+        collected.patchByte(static_cast<long>(primitiveOffsets.get(index)) + offset + i, bytes[i]);
     }
 }
 
@@ -94,7 +82,7 @@ void PrimitiveBlock::putField(int index, int regionBytes, int offset, const jval
     if (offset < 0 || offset > regionBytes - count) {
         return;
     }
-    if (index != regionIndex && primitiveOffsets[index] != 0) {
+    if (index != regionIndex && primitiveOffsets.contains(index)) {
         patchRegion(index, offset, bytes, count);
         return;
     }
@@ -106,24 +94,39 @@ void PrimitiveBlock::putField(int index, int regionBytes, int offset, const jval
 
 void PrimitiveBlock::putArray(int index, jint count, jvmtiPrimitiveType type,
                               const void* elements) {
-    if (primitiveOffsets[index] != 0) {
+    if (primitiveOffsets.contains(index)) {
         return;
     }
     flushRegion();
-    primitiveOffsets[index] = writer.getPosition();
+    primitiveOffsets.add(index, static_cast<uintptr_t>(collected.getPosition()));
     expectedSize += static_cast<long>(count) * primitiveBytes(type);
-    writer.writePrimitives(elements, type, count);
+    collected.writePrimitives(elements, type, count);
 }
 
-void PrimitiveBlock::end(Progress& progress, int progressFrom, int progressTo) {
+void PrimitiveBlock::writeOffsets(SnapshotWriter& writer, long from, int count,
+                                  long dataPosition) const {
+    ZVector<long> piece(count);
+    for (int i = 0; i < count; i++) {
+        const int index = static_cast<int>(from + i);
+        const bool hasData = primitiveOffsets.contains(index);
+        piece.push(hasData ? dataPosition + static_cast<long>(primitiveOffsets.get(index)) : 0);
+    }
+    writer.writePrimitives(piece.data(), 'J', count);
+}
+
+void PrimitiveBlock::writeTo(SnapshotWriter& writer, int highestIndex, Progress& progress,
+                             int progressFrom, int progressTo) {
     flushRegion();
-    const long actual = writer.getPosition() - sizePosition - SIZE_BYTES;
+    const long actual = collected.getPosition();
     if (actual != expectedSize) {
         Logger::message(ZString("warning: primitive block size mismatch: actualCount=") +
                         longToString(actual) + " expected=" + longToString(expectedSize) +
                         " diff=" + longToString(actual - expectedSize));
     }
-    writer.patchLong(sizePosition, expectedSize);
+    writer.writeByte(HEAP_RECORD_PRIMITIVES);
+    writer.writeLong(expectedSize);
+    const long dataPosition = writer.getPosition();
+    collected.moveTo(writer);
     writer.writeInt(highestIndex + 1);
     while (writer.getPosition() % ALIGNMENT != 0) {
         writer.writeByte(0);
@@ -131,8 +134,7 @@ void PrimitiveBlock::end(Progress& progress, int progressFrom, int progressTo) {
     const long steps = progressTo - progressFrom;
     for (long i = 0; i <= highestIndex; i += PIECE) {
         const long left = highestIndex + 1L - i;
-        writer.writePrimitives(primitiveOffsets + i, 'J',
-                               static_cast<int>(left < PIECE ? left : PIECE));
+        writeOffsets(writer, i, static_cast<int>(left < PIECE ? left : PIECE), dataPosition);
         progress.updateProgress(progressFrom + static_cast<int>(i * steps / (highestIndex + 1L)));
     }
     progress.updateProgress(progressTo);

@@ -1,23 +1,22 @@
 #pragma once
 
 #include "core/ground/ZVector.h"
+#include "db/SnapshotWriter.h"
+#include "snapshot/ObjectTable.h"
 
 #include <jvmti.h>
 
 class Progress;
-class SnapshotWriter;
 
-// PrimitiveBlock writes the primitive values of a heap: the regions of the objects one behind the
-// other, and a table that tells where each stands.
+// PrimitiveBlock collects the primitive values of a heap and writes them: the regions of the
+// objects one behind the other, and a table that tells where each stands.
 //
-// The JVM gives the fields of an object one right after the other, so the region of the object at
-// hand waits in memory and is written once it is complete. A value for a region that was written
-// before is put into the file at its place.
+// Collected regions wait in memory, and in the scratch file once they are many. The JVM gives the
+// fields of an object one right after the other, so the region of the object at hand is put there
+// when it is complete. A value for a region that was put there before is stored at its place.
 class PrimitiveBlock {
 public:
-    // Begins the block. Objects have the indices from 1 to objectCount.
-    PrimitiveBlock(SnapshotWriter& snapshotWriter, int objectCount);
-    ~PrimitiveBlock();
+    explicit PrimitiveBlock(int scratch);
     PrimitiveBlock(const PrimitiveBlock&) = delete;
     PrimitiveBlock& operator=(const PrimitiveBlock&) = delete;
 
@@ -26,20 +25,21 @@ public:
                   jvmtiPrimitiveType type);
     // The elements of an array. The first call for an object counts.
     void putArray(int index, jint count, jvmtiPrimitiveType type, const void* elements);
-    // Ends the block. Progress goes from one value to the other.
-    void end(Progress& progress, int progressFrom, int progressTo);
+    // Writes the block, for objects with indices up to the highest, and the error of collecting it
+    // if there was one; ends with that. Progress goes from one value to the other.
+    void writeTo(SnapshotWriter& writer, int highestIndex, Progress& progress, int progressFrom,
+                 int progressTo);
 
 private:
     void flushRegion();
     void beginRegion(int index, int regionBytes);
     void patchRegion(int index, int offset, const unsigned char* bytes, int count);
+    void writeOffsets(SnapshotWriter& writer, long from, int count, long dataPosition) const;
 
-    SnapshotWriter& writer;
-    int highestIndex;
-    long sizePosition; // of the placeholder ahead of the data
+    HeldSnapshotWriter collected;
     long expectedSize;
-    long* primitiveOffsets; // by index, 0 for an object without data
-    int regionIndex;        // object whose region waits, 0 for none
+    ObjectTable primitiveOffsets; // among what was collected, of objects with data
+    int regionIndex;              // object whose region is at hand, 0 for none
     ZVector<unsigned char> region;
 };
 

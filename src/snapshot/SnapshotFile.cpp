@@ -17,6 +17,7 @@ namespace {
 const mode_t FILE_MODE = 0600;
 const char INFIX[] = ".snapshot.";
 const char SUFFIX[] = ".tmp";
+const char SCRATCH_SUFFIX[] = ".2.tmp";
 // A folder that containers share holds files of processes that cannot be seen from here.
 const time_t OLD_SECONDS = 3600;
 
@@ -63,18 +64,21 @@ bool mayStandAt(const ZString& path) {
     return lstat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode);
 }
 
+int makeFile(const ZString& path, int mode) {
+    return open(path.c_str(), mode | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY,
+                FILE_MODE);
+}
+
 } // namespace
 
 SnapshotFile::SnapshotFile(const ZString& path)
     : target(path), temporary(path + "." + longToString(Platform::vdk_getpid()) + SUFFIX),
-      descriptor(-1) {
+      descriptor(-1), scratch(-1) {
     sweep(directoryOf(path));
     if (mayStandAt(target)) {
         // One of this name is of an ended process that had this id.
         unlink(temporary.c_str());
-        descriptor =
-            open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY,
-                 FILE_MODE);
+        descriptor = makeFile(temporary, O_WRONLY);
     }
 }
 
@@ -83,6 +87,17 @@ SnapshotFile::~SnapshotFile() {
         ::close(descriptor);
         unlink(temporary.c_str());
     }
+    if (scratch >= 0) {
+        ::close(scratch);
+    }
+}
+
+int SnapshotFile::openScratch() {
+    const ZString name = target + "." + longToString(Platform::vdk_getpid()) + SCRATCH_SUFFIX;
+    unlink(name.c_str());
+    scratch = makeFile(name, O_RDWR);
+    unlink(name.c_str());
+    return scratch;
 }
 
 ZString SnapshotFile::close() {

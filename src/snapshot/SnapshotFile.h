@@ -16,6 +16,9 @@ public:
 
     bool isOpen() const { return descriptor >= 0; }
     int getDescriptor() const { return descriptor; }
+    // A second file beside it, to write to and to read back, that has no name and goes with this
+    // object; -1 if there can be none.
+    int openScratch();
     // Closes the file and gives it its name, also when it could not be written to the end. Empty,
     // or the text of an error.
     ZString close();
@@ -24,4 +27,5 @@ private:
     ZString target;
     ZString temporary;
     int descriptor;
+    int scratch;
 };

@@ -47,7 +47,8 @@ ZString capture(JNIEnv* env, const ZString& path, int progressSocket, long flags
                                   withHeap ? InstanceCounting::ARE_TOLD
                                            : InstanceCounting::WALKS_ITSELF);
         LockHolder lock(ourLock, "Snapshoting:25");
-        if (!file.isOpen()) {
+        const int scratch = withHeap && file.isOpen() ? file.openScratch() : -1;
+        if (!file.isOpen() || (withHeap && scratch < 0)) {
             // New classes were told by this count and by no other.
             counting.storeNewClasses();
             return "Cannot open file to write snapshot";
@@ -55,7 +56,8 @@ ZString capture(JNIEnv* env, const ZString& path, int progressSocket, long flags
         // Asks the JVM about threads, so it comes before they are stopped.
         LiveTables(env, withHeap ? nullptr : &counting).bringUpToDate(ALL_TABLES);
         counting.storeNewClasses();
-        captureTables(env, writer, progressSocket, path, flags, withHeap ? &counting : nullptr);
+        captureTables(env, writer, progressSocket, path, flags, withHeap ? &counting : nullptr,
+                      scratch);
     }
     const ZString error = finishFile(writer, file);
     if ((flags & SNAPSHOT_WITH_HEAP) != 0) {
@@ -76,7 +78,7 @@ long sizeOf(const ZString& path) {
 } // namespace
 
 void captureTables(JNIEnv* env, SnapshotWriter& writer, int progressSocket, const ZString& path,
-                   long flags, InstanceCounting* counting) {
+                   long flags, InstanceCounting* counting, int scratch) {
     Progress progress((flags & SNAPSHOT_SUPPRESS_PROGRESS) != 0 ? 0 : progressSocket);
     {
         SuspendedThreads suspended(env);
@@ -85,7 +87,7 @@ void captureTables(JNIEnv* env, SnapshotWriter& writer, int progressSocket, cons
         writeUserTableDescriptions(ourDB, writer);
         progress.updateProgress(PROGRESS_HEADER);
         if ((flags & SNAPSHOT_WITH_HEAP) != 0) {
-            HeapWalk walk(env, writer, progress, counting);
+            HeapWalk walk(env, writer, scratch, progress, counting);
             walk.write(path);
             if (counting != nullptr) {
                 counting->updateDatabase();

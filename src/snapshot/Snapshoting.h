@@ -21,8 +21,9 @@ jstring captureSnapshotJVMTI(JNIEnv* env, jstring path, int progressSocket, long
 // while the application stands still, and collects unused strings when it runs again. Caller holds
 // ourLock, and has brought ourDB up to date. The path is what the generation that begins with a
 // heap is called after; the counting is told of the heap's objects and brings its table up to date.
+// The scratch file is for the heap, see HeapWalk.
 void captureTables(JNIEnv* env, SnapshotWriter& writer, int progressSocket, const ZString& path,
-                   long flags, InstanceCounting* counting = nullptr);
+                   long flags, InstanceCounting* counting = nullptr, int scratch = -1);
 
 // Watches for the heap dump that the JVM writes when memory runs out, and notes it as a snapshot of
 // this process. Ends after the first one: only the first dump of a process counts.

@@ -152,6 +152,35 @@ TEST(SnapshotWriter, largeContentReachesTheFileAndWhatIsHeldReachesItAtTheEnd) {
     expectWritten<HeldSnapshotWriter>(heldInts + bufferInts + 1, (heldInts + bufferInts) * 4L);
 }
 
+TEST(SnapshotWriter, whatIsHeldMovesToAnotherWithItsError) {
+    for (const int count :
+         {BUFFER_INTS + 7, (HeldSnapshotWriter::MAX_PIECES + 1) * BUFFER_INTS + 7}) {
+        const int file = anonymousFile();
+        const int scratch = anonymousFile();
+        {
+            SnapshotWriter writer(file);
+            HeldSnapshotWriter held(scratch);
+            for (int i = 0; i < count; i++) {
+                held.writeInt(i == 5 ? -1 : i);
+            }
+            held.patchInt(5 * 4L, 5);
+            held.moveTo(writer);
+            EXPECT_EQ(count * 4L, writer.getPosition());
+            EXPECT_EQ(nullptr, writer.getErrorMessage());
+        }
+        expectInts(file, count);
+        // On a disk that has no room for what no longer fits into memory.
+        HeldSnapshotWriter held(open("/dev/full", O_WRONLY));
+        for (int i = 0; i < count; i++) {
+            held.writeInt(i);
+        }
+        SnapshotWriter other(scratch);
+        held.moveTo(other);
+        EXPECT_EQ(count <= BUFFER_INTS + 7, other.getErrorMessage() == nullptr);
+        close(held.getFileDescriptor());
+    }
+}
+
 TEST(PieceWriter, handsOverWhatItKeptInItsOrder) {
     const int file = anonymousFile();
     const int count = PieceWriter::LAST_PIECE_BYTES;

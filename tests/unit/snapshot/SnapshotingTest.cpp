@@ -81,6 +81,9 @@ TEST_F(SnapshotingTest, fileHasItsNameWhenItIsWholeAndIsForItsUserAlone) {
         EXPECT_TRUE(dropped.isOpen());
     }
     SnapshotFile file(pathOf("a.snapshot"));
+    const int scratch = file.openScratch();
+    EXPECT_EQ(1, write(scratch, "x", 1));
+    EXPECT_NE(0, fcntl(scratch, F_GETFD) & FD_CLOEXEC);
     EXPECT_NE(0, access(pathOf("a.snapshot").c_str(), F_OK));
     EXPECT_TRUE(file.close().isEmpty());
     struct stat status;
