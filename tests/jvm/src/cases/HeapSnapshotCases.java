@@ -1,5 +1,6 @@
 package cases;
 
+import fixtures.CapturesItself;
 import fixtures.KnownHeap;
 import fixtures.Leaks;
 import java.nio.file.Path;
@@ -107,6 +108,25 @@ public final class HeapSnapshotCases {
         }
         Check.equal(failures.toString(), "[]", "failures");
         capture(target, "after");
+        target.finish();
+    }
+
+    /** Requests go one by one, so the captures are the program's own. */
+    @Case(fixture = CapturesItself.class, jvm = "-Xmx64m")
+    static void isCapturedWhileClassesAreRewritten(Target target) throws Exception {
+        Path file = target.folder.resolve("own.snapshot");
+        target.ask("captures " + file, "captured");
+        Tool.vdk("alloc", "start", target.id(), "--each", "10");
+        for (int i = 0; i < 10; i++) {
+            Tool.vdk("exceptions", i % 2 == 0 ? "on" : "off", target.id());
+        }
+        Tool.vdk("alloc", "stop", target.id());
+        target.ask("captures " + file, "captured");
+        for (Path of : List.of(file, capture(target, "requested"))) {
+            Check.contains(Tool.vdk("heap", of.toString(), "histogram",
+                                    CapturesItself.class.getName() + "$Known", "--no-retained"),
+                           "1,000 objects", "known objects");
+        }
         target.finish();
     }
 
