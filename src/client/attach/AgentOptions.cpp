@@ -48,6 +48,49 @@ static std::string withAbsolutePath(const std::string& option, const std::string
     return option;
 }
 
+// The same for the elements of a class path.
+static std::string withAbsolutePaths(const std::string& option, const std::string& workingDir) {
+    for (const char* key : {"probeclasspath=", "probebootclasspath="}) {
+        if (!startsWith(option, key) || workingDir.empty()) {
+            continue;
+        }
+        std::vector<std::string> elements =
+            split(unquote(option.substr(strlen(key)).c_str()).c_str(), ':');
+        for (std::string& element : elements) {
+            if (!element.empty() && element[0] != '/') {
+                element.insert(0, workingDir + "/");
+            }
+        }
+        return key + quoteOptionValue(join(elements, ":"));
+    }
+    return withAbsolutePath(option, workingDir);
+}
+
+// The agent registers all of its own probes unless it is told otherwise; a program that nobody asks
+// about need not carry their calls.
+static void addProbeOptions(std::vector<std::string>& options, const std::string& probes) {
+    if (probes == "all") {
+        return;
+    }
+    options.emplace_back("builtinprobes=none");
+    for (const std::string& name : split(probes, ',')) {
+        const std::string full = BuiltInProbePackage + name;
+        std::vector<std::string> known;
+        bool isKnown = false;
+        for (const char* const* probe = ourBuiltInProbes; *probe; probe++) {
+            known.push_back(std::string(*probe).substr(strlen(BuiltInProbePackage)));
+            isKnown = isKnown || full == *probe;
+        }
+        if (!isKnown) {
+            throw ClientError(ExitCode::Usage, "usage",
+                              "the agent has no probe '" + printable(name) + "'" +
+                                  didYouMean(name, known),
+                              "all, or some of " + join(known, ","));
+        }
+        options.push_back("probe=" + full);
+    }
+}
+
 std::string composeAgentOptions(const std::vector<std::string>& arguments,
                                 const AgentOptionChoices& choices) {
     std::vector<std::string> options;
@@ -61,7 +104,7 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
                                   "'" + printable(option) + "' is no agent option",
                                   "agent options are words such as sampling or port=10005");
             }
-            options.push_back(withAbsolutePath(option, choices.workingDir));
+            options.push_back(withAbsolutePaths(option, choices.workingDir));
         }
     }
     auto given = [&](const std::string& name) {
@@ -79,6 +122,9 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
     add(!choices.remote && !choices.allUsers, "onlyuser");
     add(!choices.verbose, "quiet");
     add(!choices.noRedact, "redact");
+    if (!given("builtinprobes=") && !given("noprobe=")) {
+        addProbeOptions(all, choices.probes);
+    }
     add(!choices.attach && !choices.exceptions, "noexceptionevents");
     add(choices.attach && !choices.generations, "nostartgeneration");
     add(!choices.oomDump, "disableoomedumper");
@@ -142,8 +188,7 @@ void checkAgentOptions(const std::vector<std::string>& arguments, bool attach) {
 
 std::vector<std::string> uselessAgentOptions(const std::string& options) {
     static const char* const useless[] = {
-        "probe=",   "probeclasspath=", "probebootclasspath=", "probewarningsaserrors", "triggers=",
-        "usedmem=", "periodicperf=",   "periodicmem=",        "periodichprof="};
+        "triggers=", "usedmem=", "periodicperf=", "periodicmem=", "periodichprof="};
     std::vector<std::string> found;
     for (const std::string& option : split(options, ',')) {
         for (const char* name : useless) {

@@ -7,6 +7,8 @@
 
 namespace vdk {
 
+constexpr char BuiltInProbePackage[] = "com.vandrik.probes.builtin.";
+
 struct AgentOptionChoices {
     bool attach = false;
     bool remote = false;       // add neither `onlylocal` nor `onlyuser`
@@ -20,6 +22,7 @@ struct AgentOptionChoices {
     bool noSnapshot = false;   // leave no snapshot behind at the end
     std::string exitSnapshot;  // file of the snapshot at the end; "" is the usual place
     std::string tmpDir;        // private folder, as the target sees it; "" adds none
+    std::string probes;        // of the agent's own: "all", or short names with commas; "" is none
     std::string workingDir;    // base of relative paths in the user's options
 };
 

@@ -86,6 +86,7 @@ void load(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
     choices.verbose = arguments.has("--banner");
     choices.generations = arguments.has("--generations");
     choices.oomDump = arguments.has("--oom-dump");
+    choices.probes = arguments.text("--probes");
     choices.tmpDir = files.directory();
     std::string options = composeAgentOptions(given, choices);
     LoadOutcome outcome = parseLoadReply(

@@ -1,20 +1,39 @@
 // The command about probes: which there are, and registering them.
+#include "client/attach/AgentOptions.h"
 #include "client/commands/Commands.h"
 #include "client/commands/ProbeFiles.h"
 #include "client/commands/Sources.h"
 #include "client/console/Text.h"
 
 #include <algorithm>
+#include <cstring>
+#include <iterator>
 
 namespace vdk {
 
 namespace {
 
-const char BuiltInPackage[] = "com.vandrik.probes.builtin.";
+// Probes that serve the agent itself, and are always there.
+const char* const OwnServices[] = {"AgentLoadingSupport", "J2EESupport"};
+
+std::string shortName(const std::string& name) {
+    return startsWith(name, BuiltInProbePackage) ? name.substr(strlen(BuiltInProbePackage)) : name;
+}
+
+std::vector<std::string> withoutServices(const std::vector<std::string>& names) {
+    std::vector<std::string> shown;
+    for (const std::string& name : names) {
+        if (std::none_of(std::begin(OwnServices), std::end(OwnServices),
+                         [&](const char* service) { return shortName(name) == service; })) {
+            shown.push_back(name);
+        }
+    }
+    return shown;
+}
 
 // The agent's own probes may be named by their last word.
 std::string fullProbeName(const std::string& name, const std::vector<std::string>& known) {
-    const std::string builtIn = BuiltInPackage + name;
+    const std::string builtIn = BuiltInProbePackage + name;
     return std::find(known.begin(), known.end(), builtIn) == known.end() ? name : builtIn;
 }
 
@@ -27,16 +46,16 @@ void list(Console& console, const LiveAgent& agent, const AgentClient::KnownProb
         JsonWriter json(console.out, true);
         beginDocument(json, "vdk.probes/1").field("pid", agent.info.pid);
         json.field("session", agent.info.sessionName).key("probes").beginArray();
-        for (const std::string& name : probes.available) {
+        for (const std::string& name : withoutServices(probes.available)) {
             json.beginObject().field("name", name).field("registered", isRegistered(name));
-            json.field("builtIn", startsWith(name, BuiltInPackage)).endObject();
+            json.field("builtIn", startsWith(name, BuiltInProbePackage)).endObject();
         }
         json.endArray().endObject();
         console.out << "\n";
         return;
     }
     TextTable table({{"STATE"}, {"PROBE"}});
-    for (const std::string& name : probes.available) {
+    for (const std::string& name : withoutServices(probes.available)) {
         table.add(
             {isRegistered(name) ? "on" : "off",
              printable(startsWith(name, BuiltInPackage) ? name.substr(sizeof BuiltInPackage - 1)

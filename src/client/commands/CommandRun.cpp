@@ -61,6 +61,7 @@ std::optional<std::string> agentOption(Console& console, const Arguments& argume
     choices.noRedact = arguments.has("--no-redact");
     choices.requireAgent = arguments.has("--require-agent");
     choices.oomDump = arguments.has("--oom-dump");
+    choices.probes = arguments.text("--probes");
     choices.noSnapshot = arguments.has("--no-snapshot");
     if (arguments.has("--out")) {
         choices.exitSnapshot = absoluteName(arguments.text("--out"));

@@ -49,6 +49,7 @@ void writeTables(Console& console, const DataSource& source, const ProbeTables& 
     for (const ProbeTable& table : tables.all()) {
         json.beginObject().field("table", table.slot).field("name", table.name);
         json.field("rows", table.rows.size()).field("open", openRows(table));
+        json.field("refused", table.refused);
         json.key("columns").beginArray();
         for (const ProbeColumn& column : table.columns) {
             json.value(column.name);
@@ -242,13 +243,15 @@ int runTables(Console& console, const Arguments& arguments) {
     TextTable text({{"TABLE", TextTable::Right},
                     {"ROWS", TextTable::Right},
                     {"OPEN", TextTable::Right},
+                    {"REFUSED", TextTable::Right},
                     {"NAME"},
                     {"BELONGS TO"},
                     {"COLUMNS"}});
     for (const ProbeTable& table : tables.all()) {
         text.add({std::to_string(table.slot), formatCount(int64_t(table.rows.size())),
-                  table.hasDuration() ? formatCount(openRows(table)) : "-", printable(table.name),
-                  printable(mastersOf(table)), printable(columnsOf(table))});
+                  table.hasDuration() ? formatCount(openRows(table)) : "-",
+                  formatCount(table.refused), printable(table.name), printable(mastersOf(table)),
+                  printable(columnsOf(table))});
     }
     text.print(console);
     return 0;

@@ -170,6 +170,11 @@ std::string clockTime(int64_t timeMs) {
 } // namespace
 
 int runThreads(Console& console, const Arguments& arguments) {
+    if (arguments.has("--life")) {
+        Arguments ofTable = arguments;
+        ofTable.values["NAME"] = {"Thread Life Cycle"};
+        return runTable(console, ofTable);
+    }
     DataSource source = openData(arguments.text("SOURCE"), arguments, ThreadTables);
     bool hasStates = false;
     std::vector<ThreadRow> threads = readThreads(source.database(), hasStates);

@@ -57,6 +57,19 @@ ProbeTable readTable(UserTable& from, int slot) {
     return table;
 }
 
+bool isOutsideJdk(const std::string& className) {
+    static const char* const packages[] = {"java.", "javax.", "jdk.", "sun.", "com.sun."};
+    return std::none_of(std::begin(packages), std::end(packages),
+                        [&](const char* package) { return startsWith(className, package); });
+}
+
+// "org.h2." of org.h2.jdbc.JdbcStatement; empty for a class without such a package.
+std::string packageRoot(const std::string& className) {
+    const size_t first = className.find('.');
+    const size_t second = first == std::string::npos ? first : className.find('.', first + 1);
+    return second == std::string::npos ? "" : className.substr(0, second + 1);
+}
+
 } // namespace
 
 const ProbeRow* ProbeTable::at(int index) const {
@@ -136,12 +149,23 @@ std::string ProbeTables::string(int index) const {
     return text ? text : "";
 }
 
+const ProfileMethod& ProbeTables::methodOf(int frame) const {
+    return stacks.methods[size_t(stacks.frames[size_t(frame)].method)];
+}
+
+template <typename Accepts>
+int ProbeTables::firstFrame(int frame, Accepts&& accepts) const {
+    for (int at = frame; at > 0; at = shownFrame(stacks, stacks.frames[size_t(at)].parent)) {
+        if (accepts(methodOf(at).className)) {
+            return at;
+        }
+    }
+    return frame;
+}
+
 // The stack of a row begins in the agent's own Table, then come the probe's methods up to the
 // callback, and then those of the application.
 int ProbeTables::calledFrame(int frame) const {
-    const auto methodOf = [&](int at) -> const ProfileMethod& {
-        return stacks.methods[size_t(stacks.frames[size_t(at)].method)];
-    };
     frame = shownFrame(stacks, frame);
     if (frame == 0 || !startsWith(methodOf(frame).className, TablePackage)) {
         return frame;
@@ -167,7 +191,19 @@ std::string ProbeTables::threadName(const ProbeTable& table, const ProbeRow& row
 }
 
 std::string ProbeTables::methodName(const ProbeTable& table, const ProbeRow& row) const {
-    return frameName(stacks, calledFrame(table.frame(row)), {});
+    return frameName(stacks, firstFrame(calledFrame(table.frame(row)), isOutsideJdk), {});
+}
+
+std::string ProbeTables::libraryCaller(const ProbeTable& table, const ProbeRow& row) const {
+    const int frame = firstFrame(calledFrame(table.frame(row)), isOutsideJdk);
+    if (frame == 0) {
+        return "-";
+    }
+    const std::string library = packageRoot(methodOf(frame).className);
+    const int caller = firstFrame(frame, [&](const std::string& className) {
+        return isOutsideJdk(className) && (library.empty() || !startsWith(className, library));
+    });
+    return frameName(stacks, caller, {});
 }
 
 std::string ProbeTables::text(const ProbeTable& table, const ProbeRow& row, int column) const {
@@ -177,7 +213,7 @@ std::string ProbeTables::text(const ProbeTable& table, const ProbeRow& row, int 
     }
     if (column == table.predefined[USER_TABLE_PREDEFINED_COLUMN_STACKTRACE] ||
         column == table.predefined[USER_TABLE_PREDEFINED_COLUMN_STACKTRACE_END]) {
-        return frameName(stacks, calledFrame(int(cell)), {});
+        return frameName(stacks, firstFrame(calledFrame(int(cell)), isOutsideJdk), {});
     }
     switch (table.columns[size_t(column)].type) {
     case COLUMN_TYPE_STRING:

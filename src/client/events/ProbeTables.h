@@ -82,8 +82,12 @@ public:
     int calledFrame(int frame) const;
     std::string threadName(const ProbeTable& table, const ProbeRow& row) const;
 
-    // The method that made the row, "-" without one.
+    // The innermost method of the row's stack that is none of the JDK's, or its innermost at all;
+    // "-" without one.
     std::string methodName(const ProbeTable& table, const ProbeRow& row) const;
+    // The method that called into the library whose method made the row: the innermost of another
+    // package than that one's first two words.
+    std::string libraryCaller(const ProbeTable& table, const ProbeRow& row) const;
 
     // A cell as text: a key as "#" and its row, a frame as its method.
     std::string text(const ProbeTable& table, const ProbeRow& row, int column) const;
@@ -103,6 +107,10 @@ public:
 
 private:
     void readRefused();
+    const ProfileMethod& methodOf(int frame) const;
+    // The innermost frame from this one outwards that is accepted, or this one.
+    template <typename Accepts>
+    int firstFrame(int frame, Accepts&& accepts) const;
     const ProbeRow* follow(const Path& path, const ProbeRow& row) const;
     std::string string(int index) const;
 

@@ -156,7 +156,7 @@ void printRows(Console& console, const ProbeTables& tables, const ProbeTable& ta
     }
     const bool hasStack = has(table, USER_TABLE_PREDEFINED_COLUMN_STACKTRACE);
     if (hasStack && !withStacks) {
-        columns.push_back({"CALLED IN"});
+        columns.push_back({"METHOD"});
     }
     TextTable text(columns);
     for (const ProbeRow* row : rows) {
@@ -208,7 +208,7 @@ void writeRow(JsonWriter& json, const ProbeTables& tables, const ProbeTable& tab
         json.field("thread", tables.threadName(table, row));
     }
     if (has(table, USER_TABLE_PREDEFINED_COLUMN_STACKTRACE)) {
-        json.field("calledIn", tables.methodName(table, row));
+        json.field("method", tables.methodName(table, row));
         if (withStacks) {
             json.key("stack").beginArray();
             for (const std::string& method : stackOf(tables, table, row)) {

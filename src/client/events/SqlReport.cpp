@@ -48,7 +48,7 @@ void readTable(const ProbeTables& tables, const ProbeTable& table, std::vector<S
         call.durationNs = table.durationNs(row);
         call.cpuNs = table.cpuNs(row);
         call.open = table.isOpen(row);
-        call.caller = tables.methodName(table, row);
+        call.caller = tables.libraryCaller(table, row);
         calls.push_back(std::move(call));
     }
 }

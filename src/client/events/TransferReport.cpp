@@ -11,8 +11,9 @@ const TransferOwners FileOwners = {
     {"File Input Streams", "File Output Streams", "Random Access Files"},
     "File Name",
     "FILE",
-    "file"};
-const TransferOwners SocketOwners = {{"Socket Connections"}, "Address", "ADDRESS", "address"};
+    "file",
+    false};
+const TransferOwners SocketOwners = {{"Socket Connections"}, "Address", "ADDRESS", "address", true};
 
 namespace {
 
@@ -57,7 +58,34 @@ heaviestSums(const std::map<std::string, TransferSums>& all, size_t top) {
     });
 }
 
+// Who connects to this JVM has another port each time.
+std::map<std::string, TransferSums> joinPorts(const std::map<std::string, TransferSums>& all) {
+    const auto hostOf = [](const std::string& name) { return name.substr(0, name.rfind(':')); };
+    std::map<std::string, size_t> ports; // that came once, by host
+    for (const auto& [name, sums] : all) {
+        ports[hostOf(name)] += sums.opened <= 1 ? 1 : 0;
+    }
+    std::map<std::string, TransferSums> joined;
+    for (const auto& [name, sums] : all) {
+        const bool isOne = sums.opened <= 1 && ports[hostOf(name)] >= ManyPorts;
+        joined[isOne ? hostOf(name) + ":*" : name] += sums;
+    }
+    return joined;
+}
+
 } // namespace
+
+TransferSums& TransferSums::operator+=(const TransferSums& other) {
+    opened += other.opened;
+    open += other.open;
+    failed += other.failed;
+    reads += other.reads;
+    bytesRead += other.bytesRead;
+    writes += other.writes;
+    bytesWritten += other.bytesWritten;
+    timeNs += other.timeNs;
+    return *this;
+}
 
 std::map<std::string, TransferSums> transferSums(const ProbeTables& tables,
                                                  const TransferOwners& owners) {

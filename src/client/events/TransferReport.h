@@ -12,14 +12,20 @@ struct TransferOwners {
     const char* nameColumn;
     const char* title; // of the names
     const char* field; // in JSON
+    bool havePorts;    // names end in ":port"; many ports of a host that came once are one name
 };
 extern const TransferOwners FileOwners;
 extern const TransferOwners SocketOwners;
+
+// From so many ports of a host that were connected once on, they are one line: "host:*".
+constexpr size_t ManyPorts = 5;
 
 struct TransferSums {
     int64_t opened = 0, open = 0, failed = 0;
     int64_t reads = 0, bytesRead = 0, writes = 0, bytesWritten = 0;
     int64_t timeNs = 0; // of all transfers
+
+    TransferSums& operator+=(const TransferSums& other);
 };
 
 std::map<std::string, TransferSums> transferSums(const ProbeTables& tables,

@@ -21,6 +21,9 @@ const OptionSpec Remote = {
     "accept connections from other machines, of whoever it be (no `onlylocal`, no `onlyuser`)"};
 const OptionSpec AllUsers = {"--all-users", ValueKind::None,
                              "serve every user of this machine (no `onlyuser`)"};
+const OptionSpec OwnProbes = {
+    "--probes", ValueKind::Text,
+    "register these of the agent's own probes, with commas, or all (default none; `vdk probes`)"};
 const OptionSpec NoRedact = {
     "--no-redact", ValueKind::None,
     "let probes record values in SQL and in queries of URLs as they are (no `redact`)"};
@@ -72,6 +75,7 @@ const std::vector<Command> Table = {
       AgentPath,
       Remote,
       AllUsers,
+      OwnProbes,
       NoRedact,
       Banner,
       OomDump,
@@ -98,6 +102,7 @@ const std::vector<Command> Table = {
       AgentPath,
       Remote,
       AllUsers,
+      OwnProbes,
       NoRedact,
       Banner,
       OomDump,
