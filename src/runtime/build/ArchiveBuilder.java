@@ -19,13 +19,16 @@ import java.util.zip.ZipOutputStream;
 
 /**
  * Packs the compiled runtime classes for the library: an archive of stored entries, a list of the
- * parts that it is cut into, and the class Callback by itself. Equal classes give equal bytes:
+ * parts that it is cut into, and the class Callback by itself; and for those who write probes, a
+ * jar of the classes that these name. Equal classes give equal bytes:
  * entries have a fixed date and an order of their own. Superclasses and interfaces come ahead of
  * the classes that need them, so that native code can define the entries one after the other.
  */
 public final class ArchiveBuilder {
     private static final int PART_SIZE = 10240;
     private static final String CALLBACK = "com/vandrik/runtime/Callback";
+    /** What probes are compiled against. */
+    private static final String API = "com/vandrik/probes";
     /** The first day of 1980 counts as "earlier than that" and takes a field with the time zone. */
     private static final LocalDateTime DATE = LocalDateTime.of(1980, 2, 1, 0, 0);
     private static final String MANIFEST = "Manifest-Version: 1.0\r\n\r\n";
@@ -36,17 +39,19 @@ public final class ArchiveBuilder {
     private final List<String> order = new ArrayList<>();
 
     public static void main(String[] args) throws IOException {
-        if (args.length != 4) {
-            System.err.println("usage: ArchiveBuilder <classes> <archive> <parts.h> <Callback>");
+        if (args.length != 5) {
+            System.err.println(
+                    "usage: ArchiveBuilder <classes> <archive> <parts.h> <Callback> <api.jar>");
             System.exit(2);
         }
         ArchiveBuilder builder = new ArchiveBuilder();
         builder.readClasses(Paths.get(args[0]));
         builder.sort();
-        byte[] archive = builder.pack();
+        byte[] archive = builder.pack("");
         Files.write(Paths.get(args[1]), archive);
         Files.write(Paths.get(args[2]), partList(archive.length));
         Files.write(Paths.get(args[3]), builder.classes.get(CALLBACK));
+        Files.write(Paths.get(args[4]), builder.pack(API));
     }
 
     private void readClasses(Path root) throws IOException {
@@ -78,10 +83,15 @@ public final class ArchiveBuilder {
         order.add(name);
     }
 
-    private byte[] pack() throws IOException {
+    /** The classes of one package, or with an empty name all. */
+    private byte[] pack(String packageName) throws IOException {
         ByteArrayOutputStream bytes = new ByteArrayOutputStream();
         try (ZipOutputStream zip = new ZipOutputStream(bytes)) {
             for (String name : order) {
+                if (!packageName.isEmpty() &&
+                    !name.substring(0, name.lastIndexOf('/')).equals(packageName)) {
+                    continue;
+                }
                 put(zip, name + ".class", classes.get(name));
             }
             put(zip, "META-INF/MANIFEST.MF", MANIFEST.getBytes(StandardCharsets.US_ASCII));
