@@ -73,6 +73,9 @@ static void addProbeOptions(std::vector<std::string>& options, const std::string
         return;
     }
     options.emplace_back("builtinprobes=none");
+    if (probes.empty()) {
+        return;
+    }
     for (const std::string& name : split(probes, ',')) {
         const std::string full = BuiltInProbePackage + name;
         std::vector<std::string> known;

@@ -56,10 +56,7 @@ void list(Console& console, const LiveAgent& agent, const AgentClient::KnownProb
     }
     TextTable table({{"STATE"}, {"PROBE"}});
     for (const std::string& name : withoutServices(probes.available)) {
-        table.add(
-            {isRegistered(name) ? "on" : "off",
-             printable(startsWith(name, BuiltInPackage) ? name.substr(sizeof BuiltInPackage - 1)
-                                                        : name)});
+        table.add({isRegistered(name) ? "on" : "off", printable(shortName(name))});
     }
     table.print(console);
 }

@@ -156,7 +156,7 @@ void printRows(Console& console, const ProbeTables& tables, const ProbeTable& ta
     }
     const bool hasStack = has(table, USER_TABLE_PREDEFINED_COLUMN_STACKTRACE);
     if (hasStack && !withStacks) {
-        columns.push_back({"METHOD"});
+        columns.push_back({"IN"});
     }
     TextTable text(columns);
     for (const ProbeRow* row : rows) {

@@ -109,7 +109,7 @@ std::map<std::string, TransferSums> transferSums(const ProbeTables& tables,
     eachTransferTable(tables, owners, [&](const ProbeTable& table, const ProbeTables::Path& name) {
         addTransfers(tables, table, name, all);
     });
-    return all;
+    return owners.havePorts ? joinPorts(all) : all;
 }
 
 int64_t refusedTransfers(const ProbeTables& tables, const TransferOwners& owners) {
