@@ -1,5 +1,6 @@
 // The natives that register and unregister probes while the JVM runs.
 #include "core/ground/Globals.h"
+#include "core/ground/JavaNames.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "core/jvm/NativeEntry.h"
@@ -110,6 +111,11 @@ void unregister(JNIEnv* env, jobjectArray classNames) {
     }
 }
 
+// The two that no user asks for: one lets others be found, one marks events in the call tree.
+bool serves(const ZString& name) {
+    return name == LOADING_PROBE_DOTTED || name == J2EE_PROBE_DOTTED;
+}
+
 // Classes that arrived as bytes, to be defined by the boot loader.
 class ArrivedClasses {
 public:
@@ -173,15 +179,39 @@ private:
             jthrowable exception = env->ExceptionOccurred();
             if (exception != nullptr) {
                 env->ExceptionClear();
-                failures.push(getExceptionMessage(env, exception));
+                const ZString message = getExceptionMessage(env, exception);
                 env->DeleteLocalRef(exception);
-                continue;
+                const ZString failure = redefine(env, i, message);
+                if (!failure.isEmpty()) {
+                    failures.push(failure);
+                    continue;
+                }
             }
             env->DeleteLocalRef(defined);
             delete bytes[i];
             bytes.set(i, nullptr);
         }
         return failures.getSize();
+    }
+
+    // A class that is there from an earlier time takes the new code, if it has the same members.
+    // Gives the failure, empty without one.
+    ZString redefine(JNIEnv* env, int i, const ZString& failure) const {
+        jclass existing = env->FindClass(names[i].c_str());
+        if (existing == nullptr) {
+            env->ExceptionClear();
+            return failure;
+        }
+        jvmtiClassDefinition definition;
+        definition.klass = existing;
+        definition.class_byte_count = bytes[i]->getSize();
+        definition.class_bytes = bytes[i]->data();
+        const jvmtiError error = ourJVMTI->RedefineClasses(1, &definition);
+        env->DeleteLocalRef(existing);
+        return error == JVMTI_ERROR_NONE
+                   ? ZString()
+                   : failure + "; the class that is there cannot be changed into it (error=" +
+                         longToString(error) + "): give the new one another name";
     }
 
     ZVector<ZVector<unsigned char>*> bytes; // null once they are defined
@@ -246,6 +276,11 @@ jobjectArray JNICALL VDK_CALLBACK_NATIVE(getProbes)(JNIEnv* env, jclass, jint st
         {
             LockHolder lock(ourLock);
             Probes::getTopProbeClasses(names, status == KNOWN_PROBES);
+        }
+        for (int i = names.getSize() - 1; i >= 0; i--) {
+            if (serves(names[i])) {
+                names.removeRange(i, i + 1);
+            }
         }
         return toJavaArray(env, names);
     });

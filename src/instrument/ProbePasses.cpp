@@ -27,6 +27,24 @@ bool isInBootModule(JNIEnv* env, const ZString& type) {
     return isFound;
 }
 
+void tellOnce(const ZString& text, const ZString& more) {
+    for (int i = 0; i < ourToldTexts.getSize(); i++) {
+        if (ourToldTexts[i] == text) {
+            return;
+        }
+    }
+    if (ourToldTexts.getSize() < MOST_TOLD) {
+        ourToldTexts.push(text);
+        Logger::message(text + more);
+    }
+}
+
+ZString beginOf(const ProbeDescriptor& descriptor) {
+    ZString text = ZString("probe ") + descriptor.probeClass;
+    text.replaceAll('/', '.');
+    return text;
+}
+
 } // namespace
 
 ProbePasses::ProbePasses(ClassFile* owner, JNIEnv* javaEnv, jobject definingLoader,
@@ -88,25 +106,22 @@ void ProbePasses::tellUnreached(const ProbeDescriptor& descriptor) const {
         loaderName = dottedNameOf(type);
         env->DeleteLocalRef(type);
     }
-    ZString probe = descriptor.probeClass;
-    probe.replaceAll('/', '.');
-    ZString text("probe ");
-    text.append(probe);
+    ZString text = beginOf(descriptor);
     text.append(" is not woven into classes of ");
     text.append(loaderName);
     text.append(", which does not find the class of the probe");
     if (descriptor.home == PROBE_HOME_SYSTEM) {
         text.append(" on the application's class path; probebootclasspath= makes it known to all");
     }
-    for (int i = 0; i < ourToldTexts.getSize(); i++) {
-        if (ourToldTexts[i] == text) {
-            return;
-        }
-    }
-    if (ourToldTexts.getSize() < MOST_TOLD) {
-        ourToldTexts.push(text);
-        Logger::message(text + " (" + dotted + ")");
-    }
+    tellOnce(text, ZString(" (") + dotted + ")");
+}
+
+// The user may well have named the method.
+void ProbePasses::methodLeftOut(const ProbeDescriptor& descriptor, const MethodInfo* method,
+                                const char* reason) {
+    tellOnce(beginOf(descriptor) + " is not woven into " + dotted + "." +
+                 method->getName().toString() + ": " + reason,
+             "");
 }
 
 bool ProbePasses::findsInstanceOfClass(const ZString& wanted) {

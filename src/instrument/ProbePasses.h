@@ -27,6 +27,8 @@ private:
     void tellUnreached(const ProbeDescriptor& descriptor) const;
     bool findsInstanceOfClass(const ZString& wanted) override;
     bool mayHaveInstances(const ZString& wanted) override;
+    void methodLeftOut(const ProbeDescriptor& descriptor, const MethodInfo* method,
+                       const char* reason) override;
     bool hasMatchingAnnotation(MethodInfo* method, const ZString& pattern) override;
     void methodHasProbe(const ZString& className, const ZString& methodName,
                         const ZString& parameters) override;

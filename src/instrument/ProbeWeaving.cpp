@@ -102,16 +102,21 @@ public:
         if (answer == INSTANCES_NEVER || (answer == INSTANCES_AT_RUN_TIME && !mayBeTested())) {
             return false;
         }
-        const bool isLeftOut = reasonToLeaveClass(classFile->getSignature(),
-                                                  classFile->getSuperClassSignature()) != nullptr;
+        const char* const classLeft =
+            reasonToLeaveClass(classFile->getSignature(), classFile->getSuperClassSignature());
         bool anyChange = false;
         for (int i = 0; i < classFile->getMethods().getSize(); i++) {
             MethodInfo* const method = classFile->getMethods()[i];
             if (method->getCodeAttribute() == nullptr || !isWanted(method)) {
                 continue;
             }
-            const MethodOutcome outcome = isLeftOut ? METHOD_OUTCOME_CLASS_LEFT_OUT
-                                          : annotated.reasonToLeave(method) != nullptr
+            const char* const left =
+                classLeft != nullptr ? classLeft : annotated.reasonToLeave(method);
+            if (left != nullptr) {
+                host->methodLeftOut(descriptor, method, left);
+            }
+            const MethodOutcome outcome = classLeft != nullptr ? METHOD_OUTCOME_CLASS_LEFT_OUT
+                                          : left != nullptr
                                               ? METHOD_OUTCOME_ANNOTATED
                                               : weave(method, answer == INSTANCES_AT_RUN_TIME);
             if (counts != nullptr) {

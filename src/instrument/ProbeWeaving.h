@@ -30,6 +30,8 @@ public:
     // Whether objects of the class, or of one derived from it, may be of a type that is compared by
     // its name.
     virtual bool mayHaveInstances(const ZString&) { return true; }
+    // A row names a method that gets no calls, for a reason of LeaveOut.
+    virtual void methodLeftOut(const ProbeDescriptor&, const MethodInfo*, const char*) {}
     // A method carries calls of a probe whose methods are marked (isJ2EESupport). Slashed class
     // name, parameters as in "(int, java.lang.String)".
     virtual void methodHasProbe(const ZString& className, const ZString& methodName,

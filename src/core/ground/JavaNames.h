@@ -4,4 +4,5 @@
 // where it says so, as a user writes them.
 constexpr char CALLBACK_CLASS[] = "com/vandrik/runtime/Callback";
 constexpr char CALLBACK_CLASS_DOTTED[] = "com.vandrik.runtime.Callback";
+constexpr char LOADING_PROBE_DOTTED[] = "com.vandrik.probes.builtin.AgentLoadingSupport";
 constexpr char J2EE_PROBE_DOTTED[] = "com.vandrik.probes.builtin.J2EESupport";

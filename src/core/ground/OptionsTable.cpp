@@ -11,7 +11,6 @@
 
 namespace {
 
-const char LOADING_PROBE[] = "com.vandrik.probes.builtin.AgentLoadingSupport";
 const int MAX_PORT = 65535;
 
 // A limit above the range of int is as good as its largest value.
@@ -302,7 +301,7 @@ void Options::findEarly(const char* options) {
 }
 
 bool Options::parse(const char* options) {
-    addProbe(LOADING_PROBE);
+    addProbe(LOADING_PROBE_DOTTED);
     addProbe(J2EE_PROBE_DOTTED);
     ZVectorSafe<ZString> pieces;
     if (options != nullptr) {

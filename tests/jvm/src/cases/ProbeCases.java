@@ -61,6 +61,18 @@ public final class ProbeCases {
         }
     }
 
+    /** Behind an empty place. */
+    private void registerByBytecode(String name) throws Exception {
+        byte[] bytes = classFile(name);
+        try (AgentClient client = target.client()) {
+            client.request(AgentClient.REGISTER_PROBES).out.writeInt(2);
+            client.out.writeInt(0);
+            client.out.writeInt(bytes.length);
+            client.out.write(bytes);
+            client.ok();
+        }
+    }
+
     private static byte[] classFile(String name) throws Exception {
         try (InputStream in = ProbeCases.class.getResourceAsStream("/" + name.replace('.', '/') +
                                                                    ".class")) {
@@ -122,14 +134,9 @@ public final class ProbeCases {
                        "probe fixtures.EchoingProbe is not woven into classes of the boot loader",
                        "log");
         Check.equal(test.ask("unregister fixtures.EchoingProbe"), "", "unregister");
-        byte[] bytes = classFile("fixtures.EchoingProbe");
-        try (AgentClient client = target.client()) {
-            client.request(AgentClient.REGISTER_PROBES).out.writeInt(2);
-            client.out.writeInt(0);
-            client.out.writeInt(bytes.length);
-            client.out.write(bytes);
-            client.ok();
-        }
+        // The second time the class is there already.
+        test.registerByBytecode("fixtures.EchoingProbe");
+        test.registerByBytecode("fixtures.EchoingProbe");
         test.ask("probes");
         // Each line once: what the callback itself writes is not told.
         Check.await(() -> target.errors().contains("wrote "), "the callback prints");
