@@ -190,8 +190,8 @@ void checkAgentOptions(const std::vector<std::string>& arguments, bool attach) {
 }
 
 std::vector<std::string> uselessAgentOptions(const std::string& options) {
-    static const char* const useless[] = {"triggers=", "usedmem=", "periodicperf=", "periodicmem=",
-                                          "periodichprof="};
+    static const char* const useless[] = {
+        "triggers=", "usedmem=", "periodicperf=", "periodicmem=", "periodichprof="};
     std::vector<std::string> found;
     for (const std::string& option : split(options, ',')) {
         for (const char* name : useless) {
