@@ -7,7 +7,7 @@ import jvmtest.Target;
 
 /** What the built-in probes record of a program that counts what it does by itself. */
 public final class BuiltInProbeCases {
-    private static final String[] THEMES = {"files", "sockets", "processes", "threads"};
+    private static final String[] THEMES = {"files", "sockets", "processes", "threads", "events"};
 
     private BuiltInProbeCases() {
     }
