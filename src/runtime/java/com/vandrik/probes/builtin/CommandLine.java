@@ -29,9 +29,10 @@ final class CommandLine {
         Map<String, String> own = System.getenv();
         StringBuilder text = new StringBuilder();
         for (Map.Entry<?, ?> entry : environment.entrySet()) {
-            Object value = entry.getValue();
+            String value = String.valueOf(entry.getValue());
             if (!value.equals(own.get(entry.getKey()))) {
-                text.append(entry.getKey()).append('=').append(value).append('\n');
+                text.append(entry.getKey()).append('=').append(Redaction.value(value));
+                text.append('\n');
             }
         }
         for (String name : own.keySet()) {

@@ -34,6 +34,11 @@ final class Redaction {
         return mask(text, URI);
     }
 
+    /** A value that stands by itself. */
+    static String value(String text) {
+        return IS_ON && text != null ? MASK : text;
+    }
+
     /** The address of a database without what follows user, password and the like. */
     static String database(String url) {
         return url == null ? null : maskCredentials(url);

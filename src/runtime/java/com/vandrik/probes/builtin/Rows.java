@@ -1,13 +1,9 @@
 package com.vandrik.probes.builtin;
 
-import com.vandrik.runtime.Callback;
-
 /** What the built-in probes share: which rows exist, and what becomes of a probe's own faults. */
 final class Rows {
     /** What the agent gives instead of a row: the table is full, or the thread is the agent's. */
     private static final int REFUSED = Integer.MAX_VALUE;
-
-    private static volatile boolean ourReported;
 
     private Rows() {
     }
@@ -21,15 +17,8 @@ final class Rows {
      * in the log, but for lack of stack or heap, which telling would only make worse.
      */
     static void failed(Throwable failure) {
-        if (ourReported || failure instanceof VirtualMachineError) {
-            return;
-        }
-        ourReported = true;
-        try {
-            Callback.messageToLogFile("A built-in probe failed: " + failure.getClass().getName() +
-                                      ": " + failure.getMessage());
-        } catch (RuntimeException | VirtualMachineError ignored) {
-            // an exception without a text to give, or nothing left to tell it with
+        if (!(failure instanceof VirtualMachineError)) {
+            Outermost.failed(failure);
         }
     }
 }
