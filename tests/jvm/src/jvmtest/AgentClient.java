@@ -127,7 +127,7 @@ public final class AgentClient implements AutoCloseable {
         startCPU(12, filters, wallTime);
     }
 
-    private void startCPU(long mode, String filters, String wallTime) throws IOException {
+    public void startCPU(long mode, String filters, String wallTime) throws IOException {
         request(START_CPU);
         out.writeLong(mode);
         string(filters);

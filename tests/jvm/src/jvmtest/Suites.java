@@ -5,6 +5,7 @@ import cases.AllocationCases;
 import cases.BuiltInProbeCases;
 import cases.ClientTracingCases;
 import cases.DebuggerCases;
+import cases.EventProbeCases;
 import cases.ExceptionCases;
 import cases.HeapDumpCases;
 import cases.HeapSnapshotCases;
@@ -36,6 +37,7 @@ final class Suites {
             ThrowCases.class,        MemoryCases.class,           AccessCases.class,
             AllocationCases.class,   MonitorCases.class,          ExceptionCases.class,
             HeapSnapshotCases.class, BuiltInProbeCases.class,     ProbeCases.class,
+            EventProbeCases.class,
     };
 
     private Suites() {

@@ -21,6 +21,7 @@ public final class Tables {
     public static final int THREAD = 1;
     public static final int METHOD = 2;
     public static final int THREADFRAME = 3;
+    public static final int J2EE = 4;
     public static final int MONITOR = 5;
     public static final int CPU = 6;
     public static final int INSTANCES = 7;

@@ -13,32 +13,62 @@ public final class Databases {
     private Databases() {
     }
 
+    static Object enterSource() {
+        try {
+            return JdbcCalls.enter();
+        } catch (Throwable e) {
+            Outermost.failed(e);
+            return Outermost.NESTED;
+        }
+    }
+
+    static void leaveSource(Object source, Object connection, Object call) {
+        try {
+            if (JdbcCalls.counts(call)) {
+                JdbcCalls.got(source, connection, null);
+            }
+        } catch (Throwable e) {
+            Outermost.failed(e);
+        } finally {
+            JdbcCalls.leave(call);
+        }
+    }
+
     /** A data source hands out a connection. */
     @MethodPattern({"*:getConnection()", "*:getConnection(String, String)"})
+    @InstanceOf("javax.sql.DataSource")
     public static final class DataSourceConnection {
         private DataSourceConnection() {
         }
 
-        public static Object onEnter(@This Object source) {
-            try {
-                return JdbcCalls.isSource(source) ? JdbcCalls.enter() : null;
-            } catch (Throwable e) {
-                Outermost.failed(e);
-                return Outermost.NESTED;
-            }
+        public static Object onEnter() {
+            return enterSource();
         }
 
         public static void onReturn(@This Object source, @ReturnValue Object connection,
                                     @OnEnterResult Object call) {
-            try {
-                if (JdbcCalls.counts(call)) {
-                    JdbcCalls.got(source, connection, null);
-                }
-            } catch (Throwable e) {
-                Outermost.failed(e);
-            } finally {
-                JdbcCalls.leave(call);
-            }
+            leaveSource(source, connection, call);
+        }
+
+        public static void onUncaughtException(@OnEnterResult Object call) {
+            JdbcCalls.leave(call);
+        }
+    }
+
+    /** So does a driver's object for pools. */
+    @MethodPattern("*:getConnection()")
+    @InstanceOf("javax.sql.PooledConnection")
+    public static final class PooledConnection {
+        private PooledConnection() {
+        }
+
+        public static Object onEnter() {
+            return enterSource();
+        }
+
+        public static void onReturn(@This Object source, @ReturnValue Object connection,
+                                    @OnEnterResult Object call) {
+            leaveSource(source, connection, call);
         }
 
         public static void onUncaughtException(@OnEnterResult Object call) {

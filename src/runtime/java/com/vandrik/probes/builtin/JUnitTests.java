@@ -29,11 +29,19 @@ public final class JUnitTests {
     }
 
     /** The test itself. */
-    @MethodPattern({"*Test:test*()", "*Test:@org.junit.Test *()", "*:@org.junit.Test *()",
-                    "*:@org.junit.jupiter.api.Test *(*)",
-                    "*:@org.junit.jupiter.api.RepeatedTest *(*)",
-                    "*:@org.junit.jupiter.params.ParameterizedTest *(*)",
-                    "*:@org.testng.annotations.Test *(*)"})
+    @MethodPattern(
+            {"*Test:test*()", "*Test:@org.junit.Test *()", "*Test*:@org.junit.Test *()",
+             "*IT:@org.junit.Test *()", "*ITCase:@org.junit.Test *()",
+             "*Test*:@org.junit.jupiter.api.Test *(*)", "*IT:@org.junit.jupiter.api.Test *(*)",
+             "*ITCase:@org.junit.jupiter.api.Test *(*)",
+             "*Test*:@org.junit.jupiter.api.RepeatedTest *(*)",
+             "*IT:@org.junit.jupiter.api.RepeatedTest *(*)",
+             "*ITCase:@org.junit.jupiter.api.RepeatedTest *(*)",
+             "*Test*:@org.junit.jupiter.params.ParameterizedTest *(*)",
+             "*IT:@org.junit.jupiter.params.ParameterizedTest *(*)",
+             "*ITCase:@org.junit.jupiter.params.ParameterizedTest *(*)",
+             "*Test*:@org.testng.annotations.Test *(*)", "*IT:@org.testng.annotations.Test *(*)",
+             "*ITCase:@org.testng.annotations.Test *(*)"})
     public static final class Run {
         private Run() {
         }
@@ -53,9 +61,14 @@ public final class JUnitTests {
     }
 
     /** What comes before each test. */
-    @MethodPattern({"*Test:setUp()", "*Test:@org.junit.Before *()", "*:@org.junit.Before *()",
-                    "*:@org.junit.jupiter.api.BeforeEach *(*)",
-                    "*:@org.testng.annotations.BeforeMethod *(*)"})
+    @MethodPattern({"*Test:setUp()", "*Test:@org.junit.Before *()", "*Test*:@org.junit.Before *()",
+                    "*IT:@org.junit.Before *()", "*ITCase:@org.junit.Before *()",
+                    "*Test*:@org.junit.jupiter.api.BeforeEach *(*)",
+                    "*IT:@org.junit.jupiter.api.BeforeEach *(*)",
+                    "*ITCase:@org.junit.jupiter.api.BeforeEach *(*)",
+                    "*Test*:@org.testng.annotations.BeforeMethod *(*)",
+                    "*IT:@org.testng.annotations.BeforeMethod *(*)",
+                    "*ITCase:@org.testng.annotations.BeforeMethod *(*)"})
     public static final class SetUp {
         private SetUp() {
         }
@@ -75,9 +88,14 @@ public final class JUnitTests {
     }
 
     /** What comes behind each test. */
-    @MethodPattern({"*Test:tearDown()", "*Test:@org.junit.After *()", "*:@org.junit.After *()",
-                    "*:@org.junit.jupiter.api.AfterEach *(*)",
-                    "*:@org.testng.annotations.AfterMethod *(*)"})
+    @MethodPattern({"*Test:tearDown()", "*Test:@org.junit.After *()", "*Test*:@org.junit.After *()",
+                    "*IT:@org.junit.After *()", "*ITCase:@org.junit.After *()",
+                    "*Test*:@org.junit.jupiter.api.AfterEach *(*)",
+                    "*IT:@org.junit.jupiter.api.AfterEach *(*)",
+                    "*ITCase:@org.junit.jupiter.api.AfterEach *(*)",
+                    "*Test*:@org.testng.annotations.AfterMethod *(*)",
+                    "*IT:@org.testng.annotations.AfterMethod *(*)",
+                    "*ITCase:@org.testng.annotations.AfterMethod *(*)"})
     public static final class TearDown {
         private TearDown() {
         }

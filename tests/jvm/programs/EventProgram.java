@@ -1,0 +1,38 @@
+package programs;
+
+import java.io.BufferedReader;
+import java.io.InputStreamReader;
+import java.util.logging.LogManager;
+
+/** Obeys lines: what to do, and to compare with what was recorded. */
+public final class EventProgram {
+    private EventProgram() {
+    }
+
+    public static void main(String[] args) throws Exception {
+        LogManager.getLogManager().reset();
+        System.out.println("ready");
+        BufferedReader in = new BufferedReader(new InputStreamReader(System.in));
+        RequestEvents server = null;
+        for (String line = in.readLine(); !line.equals("stop"); line = in.readLine()) {
+            switch (line) {
+            case "queries":
+                new QueryEvents().run();
+                break;
+            case "tests":
+                CountedTest.run();
+                break;
+            case "requests":
+                server = new RequestEvents();
+                server.run();
+                break;
+            default:
+                server.spend();
+            }
+            System.out.println("done " + line);
+        }
+        System.out.println("bye");
+        System.out.flush();
+        System.exit(0);
+    }
+}
