@@ -192,7 +192,7 @@ public:
     // Calls work(events) unless the thread is unknown. Caller holds ourLock.
     template <typename Work>
     void with(Work&& work) const {
-        if (info != nullptr) {
+        if (info != nullptr && !info->carrierThread) {
             PlatformEvents events(info);
             work(events);
         } else if (virtualID != 0) {
@@ -299,8 +299,12 @@ void J2EEHelper::prepare(JNIEnv* env) {
     findVirtualThreads(env);
 }
 
-void J2EEHelper::unwind(JNIEnv* env, ThreadInfo* info) {
-    if (!isOn() || info == nullptr || info->j2ee.j2eeRecords.isEmpty()) {
+// Handlers run in all code: also in what the agent itself does on the thread, and in what a carrier
+// does between two virtual threads, where nothing may be waited for.
+void J2EEHelper::unwind(JNIEnv* env) {
+    ThreadInfo* const info = isOn() ? getThreadInfo() : nullptr;
+    if (info == nullptr || info->carrierThread || info->j2ee.j2eeRecords.isEmpty() ||
+        ourLock.isHeldByCurrentThread()) {
         return;
     }
     LockHolder lock(ourLock, "JVMTI_Agent:428");

@@ -2,8 +2,6 @@
 
 #include <jni.h>
 
-class ThreadInfo;
-
 // J2EE profiling: high-level events of the application, such as SQL statements and requests. A row
 // of j2ee is one name, kind, thread and stack; its time is what the stack's row of cpuprofiling
 // grew by between entry and exit, so it follows whichever way CPU times are taken.
@@ -23,8 +21,9 @@ namespace J2EEHelper {
 
 // Before events come; finds what the JVM has of virtual threads.
 void prepare(JNIEnv* env);
-// Closes what lies above the current frame. Takes ourLock if the thread has open events.
-void unwind(JNIEnv* env, ThreadInfo* info);
+// A handler of the current thread runs: closes what lies above its frame. Takes ourLock if the
+// thread has open events.
+void unwind(JNIEnv* env);
 // All data are forgotten: open events of virtual threads too. Caller holds ourLock.
 void forgetVirtualEvents();
 // For a new database.

@@ -138,7 +138,7 @@ void catchCall(JNIEnv* env, int method, uintptr_t place) {
     if (info == nullptr) {
         return;
     }
-    J2EEHelper::unwind(env, info);
+    J2EEHelper::unwind(env);
     const ZVector<OpenCall>& markers = info->traced.ownMarkers();
     const int depth = findActivation(info, method, place);
     if (depth > 0 && depth == markers.getSize()) {
@@ -188,7 +188,7 @@ void JNICALL exception_catch(jvmtiEnv*, JNIEnv* env, jthread, jmethodID method, 
                              jobject exception) {
     handleEvent(env, VDK_HERE, [&] {
         caughtElsewhere(env, method);
-        J2EEHelper::unwind(env, getThreadInfo());
+        J2EEHelper::unwind(env);
         Exceptions::onCatch(env, exception);
     });
 }

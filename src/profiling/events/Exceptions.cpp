@@ -274,7 +274,7 @@ void JNICALL VDK_CALLBACK_NATIVE(vdkExceptionCreated0)(JNIEnv* env, jclass, jobj
 
 void JNICALL VDK_CALLBACK_NATIVE(vdkExceptionCaught0)(JNIEnv* env, jclass, jobject exception) {
     runGuarded(VDK_HERE, [&] {
-        J2EEHelper::unwind(env, getThreadInfo());
+        J2EEHelper::unwind(env);
         onCaught(env, exception);
     });
 }

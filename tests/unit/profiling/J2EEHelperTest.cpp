@@ -149,7 +149,7 @@ TEST_F(J2EEHelperTest, ClosesWhatAnExceptionLeavesWithoutTime) {
     enter("left too", SQL);
     charge(10);
     stack({0, 1});
-    J2EEHelper::unwind(jvm.env(), &info);
+    J2EEHelper::unwind(jvm.env());
     EXPECT_EQ(openEvents(), 2) << "an event of the frame that catches goes on";
     stack({0, 2});
     enter("next", SQL); // nobody told of the handler in a

@@ -69,6 +69,9 @@ final class JdbcObjects {
         }
 
         synchronized void remove(Statement statement) {
+            if (myIsClosed) {
+                return; // whoever closes it walks over the list
+            }
             if (statement.myPrevious != null) {
                 statement.myPrevious.myNext = statement.myNext;
             } else if (myFirst == statement) {
