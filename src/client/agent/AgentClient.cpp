@@ -70,6 +70,9 @@ public:
     bool nextPiece(const unsigned char** piece, long* count) override {
         *piece = bytes.data();
         *count = long(connection.readSome(bytes.data(), bytes.size()));
+        if (*count == 0) {
+            connection.failClosed(); // the tables end with a mark
+        }
         left -= *count;
         if (left < 0) {
             failTransfer("The tables seem to have no end");

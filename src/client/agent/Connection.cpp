@@ -4,6 +4,7 @@
 #include "client/console/Errors.h"
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
+#include "platform/Platform.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,9 +20,15 @@ namespace vdk {
 
 namespace {
 
+// One that its parent has not waited for has ended all the same; that of another user may be
+// hidden.
+bool hasEnded(int pid) {
+    return kill(pid, 0) == 0 ? !Platform::isRunning(pid) : errno == ESRCH;
+}
+
 // Says so if the process that should answer has ended.
 void throwIfEnded(int pid) {
-    if (pid != 0 && kill(pid, 0) != 0 && errno == ESRCH) {
+    if (pid != 0 && hasEnded(pid)) {
         throw ClientError(ExitCode::AgentFailed, "target.ended",
                           "process " + std::to_string(pid) + " has ended");
     }
@@ -141,6 +148,17 @@ void Connection::failLost(int error) {
                       std::string("connection to the agent lost: ") + strerror(error));
 }
 
+void Connection::failClosed() {
+    // A process that is killed closes its connections a little before it has ended.
+    for (int i = 0; i < 25 && pid != 0; i++) {
+        throwIfEnded(pid);
+        sleepUnlessInterrupted(20);
+    }
+    throw ClientError(ExitCode::BadInput, "agent.closed",
+                      "the agent closed the connection in the middle of an answer",
+                      "the profiled application may have ended");
+}
+
 void Connection::checkExchange(const char* what) {
     throwIfInterrupted();
     if (Clock::now() >= deadline) {
@@ -211,10 +229,7 @@ void Connection::read(void* data, size_t size) {
     while (size > 0) {
         size_t count = readSome(to, size);
         if (count == 0) {
-            throwIfEnded(pid);
-            throw ClientError(ExitCode::BadInput, "agent.closed",
-                              "the agent closed the connection in the middle of an answer",
-                              "the profiled application may have ended");
+            failClosed();
         }
         to += count;
         size -= count;

@@ -55,6 +55,9 @@ public:
 
     void write(const void* data, size_t size);
 
+    // The stream has ended where more must come: because the process has, or "agent.closed".
+    [[noreturn]] void failClosed();
+
 private:
     using Clock = std::chrono::steady_clock;
     static constexpr int SlowestBytesPerMs = 16;

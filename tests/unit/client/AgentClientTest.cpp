@@ -6,6 +6,7 @@
 #include "TempDir.h"
 #include "client/agent/Protocol.h"
 #include "db/SnapshotCommon.h"
+#include "platform/Platform.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -134,8 +135,29 @@ TEST(AgentClient, portWhereNobodyListensIsRefusedAndAProcessThatHasEndedIsNamed)
     if (port.endpoint.pid == 0) {
         _exit(0);
     }
+    while (Platform::isRunning(port.endpoint.pid)) {
+        usleep(1000);
+    }
+    EXPECT_EQ(word(), "target.ended") << "that nobody has waited for yet";
     waitpid(port.endpoint.pid, nullptr, 0);
     EXPECT_EQ(word(), "target.ended");
+    // Killed in the middle of its tables.
+    int killed = fork();
+    if (killed == 0) {
+        pause();
+    }
+    FakeAgent agent([&](int descriptor, int) {
+        FakeAgent::readSome(descriptor);
+        FakeAgent::sendAll(descriptor, Answer().ok().data);
+        kill(killed, SIGKILL);
+    });
+    agent.endpoint.pid = killed;
+    AgentClient client(agent.endpoint, LongTimeoutMs);
+    EXPECT_EQ(wordOf([&] { TableFetcher(client).fetch(1); }), "target.ended");
+    waitpid(killed, nullptr, 0);
+    agent.endpoint.pid = 0;
+    AgentClient remote(agent.endpoint, LongTimeoutMs);
+    EXPECT_EQ(wordOf([&] { TableFetcher(remote).fetch(1); }), "agent.closed");
 }
 
 TEST(AgentClient, silenceAndAnAnswerThatTricklesForEverTimeOut) {
