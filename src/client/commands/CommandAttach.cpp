@@ -208,12 +208,12 @@ int runAttach(Console& console, const Arguments& arguments) {
     }
     bool listening = jvm.isProfiled();
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.attach/1").field("pid", jvm.pid).field("name", jvm.shortName());
+        JsonDocument json(console, "vdk.attach/1");
+        json.field("pid", jvm.pid).field("name", jvm.shortName());
         json.field("already", already).key("port");
         listening ? json.value(jvm.port) : json.nullValue();
-        json.field("session", jvm.session).endObject();
-        console.out << "\n";
+        json.field("session", jvm.session);
+        json.end();
         return 0;
     }
     console.out << "agent in process " << jvm.pid << " (" << printable(jvm.shortName()) << ")";

@@ -157,8 +157,8 @@ int runStatus(Console& console, const Arguments& arguments) {
     able.push_back("exceptions");
     const bool attached = (info.capabilities & protocol::ATTACHED_BIT) != 0;
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.status/1").field("pid", info.pid);
+        JsonDocument json(console, "vdk.status/1");
+        json.field("pid", info.pid);
         json.field("session", info.sessionName).field("product", info.product);
         json.field("protocolVersion", info.protocolVersion);
         json.field("port", agent.client.address().port).field("cpu", cpuMode(agent.status));
@@ -169,8 +169,8 @@ int runStatus(Console& console, const Arguments& arguments) {
         json.field("attached", attached).field("exceptionRoad", exceptionRoad(info));
         json.field("sessionId", info.sessionId).field("hostId", info.hostId);
         json.field("snapshotDirectory", info.snapshotDirectory);
-        json.field("telemetryLimit", info.telemetryLimit).endObject();
-        console.out << "\n";
+        json.field("telemetryLimit", info.telemetryLimit);
+        json.end();
         return 0;
     }
     console.out << "process    " << info.pid << " (" << printable(info.sessionName) << ")\n"
@@ -343,11 +343,11 @@ int runGc(Console& console, const Arguments& arguments) {
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
     AgentClient::GcResult result = agent.client.forceGc();
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.gc/1").field("pid", agent.info.pid);
+        JsonDocument json(console, "vdk.gc/1");
+        json.field("pid", agent.info.pid);
         json.field("usedBytesBefore", result.usedBefore);
-        json.field("usedBytesAfter", result.usedAfter).endObject();
-        console.out << "\n";
+        json.field("usedBytesAfter", result.usedAfter);
+        json.end();
         return 0;
     }
     console.out << "heap used: " << formatBytes(result.usedBefore) << " before, "
@@ -375,11 +375,11 @@ int runStats(Console& console, const Arguments& arguments) {
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
     std::string text = agent.client.statistics();
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.stats/1").field("pid", agent.info.pid);
+        JsonDocument json(console, "vdk.stats/1");
+        json.field("pid", agent.info.pid);
         writeStatistics(json, text);
-        json.field("text", text).endObject();
-        console.out << "\n";
+        json.field("text", text);
+        json.end();
         return 0;
     }
     for (const std::string& line : split(text, '\n')) {

@@ -47,12 +47,12 @@ int runExport(Console& console, const Arguments& arguments) {
     std::streamoff size = file.size();
     file.commit();
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.export/1").field("source", source.name);
+        JsonDocument json(console, "vdk.export/1");
+        json.field("source", source.name);
         json.field("session", source.session).field("file", path);
         json.field("form", speedscope ? "speedscope" : "collapsed");
-        json.field("totalNs", profile.total()).field("bytes", int64_t(size)).endObject();
-        console.out << "\n";
+        json.field("totalNs", profile.total()).field("bytes", int64_t(size));
+        json.end();
     }
     if (speedscope && size > SpeedscopeWarnBytes) {
         console.warn("the file has " + formatBytes(size) +

@@ -13,8 +13,8 @@ int runList(Console& console, const Arguments& arguments) {
         }
     }
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.list/1").key("jvms").beginArray();
+        JsonDocument json(console, "vdk.list/1");
+        json.key("jvms").beginArray();
         for (const Jvm& jvm : jvms) {
             json.beginObject().field("pid", jvm.pid).field("name", jvm.shortName());
             json.field("main", jvm.mainName).field("arguments", jvm.arguments);
@@ -23,8 +23,8 @@ int runList(Console& console, const Arguments& arguments) {
             jvm.isProfiled() ? json.value(jvm.port) : json.nullValue();
             json.field("session", jvm.session).endObject();
         }
-        json.endArray().endObject();
-        console.out << "\n";
+        json.endArray();
+        json.end();
         return 0;
     }
     if (arguments.has("--plain")) {

@@ -230,13 +230,12 @@ int runHeapLive(Console& console, const Arguments& arguments) {
     sortSums(sums, sortKey(arguments, false));
     size_t top = size_t(arguments.number("--top", long(console.json ? sums.size() : ClassesShown)));
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.heap.live/1").field("pid", jvm.pid);
+        JsonDocument json(console, "vdk.heap.live/1");
+        json.field("pid", jvm.pid);
         json.field("name", jvm.shortName()).field("liveOnly", !arguments.has("--all"));
         json.field("count", totals.count).field("shallow", totals.shallow);
         writeSums(json, sums, top, false);
-        json.endObject();
-        console.out << "\n";
+        json.end();
         return 0;
     }
     if (sums.empty()) {
@@ -263,11 +262,11 @@ int runHeapCapture(Console& console, const Arguments& arguments) {
     checkCaptured(reply, place->path());
     int64_t size = place->deliver(console);
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.heap.capture/1").field("pid", jvm.pid);
+        JsonDocument json(console, "vdk.heap.capture/1");
+        json.field("pid", jvm.pid);
         json.field("name", jvm.shortName()).field("liveOnly", !arguments.has("--all"));
-        json.field("file", arguments.text("--out")).field("bytes", size).endObject();
-        console.out << "\n";
+        json.field("file", arguments.text("--out")).field("bytes", size);
+        json.end();
         return 0;
     }
     console.note(arguments.text("--out") + ": " + formatBytes(size));

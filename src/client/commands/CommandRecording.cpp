@@ -74,11 +74,11 @@ int runGeneration(Console& console, const Arguments& arguments) {
     agent.client.advanceGeneration(name);
     const int number = lastGeneration(agent.client, name);
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.generation/1").field("pid", agent.info.pid);
+        JsonDocument json(console, "vdk.generation/1");
+        json.field("pid", agent.info.pid);
         json.field("session", agent.info.sessionName).field("generation", number);
-        json.field("name", name).endObject();
-        console.out << "\n";
+        json.field("name", name);
+        json.end();
         return 0;
     }
     console.out << "generation " << number << " (" << printable(name) << ")\n";

@@ -74,7 +74,7 @@ std::vector<std::pair<const char*, const Profile*>> objectProfiles(const ReportD
 }
 
 void writeHead(JsonWriter& json, const DataSource& source) {
-    beginDocument(json, "vdk.report/1").field("source", source.name);
+    json.field("source", source.name);
     json.field("session", source.session).field("live", source.live).key("captureTimeMs");
     source.live ? json.nullValue() : json.value(source.captureTimeMs);
 }
@@ -107,7 +107,7 @@ void reportGroups(Console& console, DataSource& source, const Arguments& argumen
         }
     }
     if (console.json) {
-        JsonWriter json(console.out, true);
+        JsonDocument json(console, "vdk.report/1");
         writeHead(json, source);
         for (const EventData& data : lists) {
             json.key(nameOf(data.what).field).beginObject();
@@ -117,8 +117,7 @@ void reportGroups(Console& console, DataSource& source, const Arguments& argumen
             writeGroups(json, data.profile, data.rows, data.unit, choices);
             json.endObject();
         }
-        json.endObject();
-        console.out << "\n";
+        json.end();
         return;
     }
     noteSource(console, source);
@@ -135,7 +134,7 @@ void reportGroups(Console& console, DataSource& source, const Arguments& argumen
 
 void writeJson(Console& console, const DataSource& source, const ReportData& data,
                const ReportChoices& choices) {
-    JsonWriter json(console.out, true);
+    JsonDocument json(console, "vdk.report/1");
     writeHead(json, source);
     if (choices.methods || choices.tree) {
         writeReport(json, data.profile, choices);
@@ -151,8 +150,7 @@ void writeJson(Console& console, const DataSource& source, const ReportData& dat
     if (choices.exceptions) {
         writeExceptions(json, data.profile, data.exceptions, data.exceptionsByCalls, choices);
     }
-    json.endObject();
-    console.out << "\n";
+    json.end();
 }
 
 // Without --show only what there is, so that a report on CPU times stays one.

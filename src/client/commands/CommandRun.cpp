@@ -113,8 +113,8 @@ Launch makeLaunch(const std::vector<std::string>& command, const std::string& op
 
 void print(Console& console, const Launch& launch, const std::string& option) {
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.run/1").field("option", option).key("command").beginArray();
+        JsonDocument json(console, "vdk.run/1");
+        json.field("option", option).key("command").beginArray();
         for (const std::string& word : launch.command) {
             json.value(word);
         }
@@ -122,8 +122,8 @@ void print(Console& console, const Launch& launch, const std::string& option) {
         if (!launch.environment.empty()) {
             json.field(ToolOptions, launch.environment);
         }
-        json.endObject().endObject();
-        console.out << "\n";
+        json.endObject();
+        json.end();
         return;
     }
     std::vector<std::string> words;

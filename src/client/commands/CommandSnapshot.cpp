@@ -91,11 +91,11 @@ int captureWithSites(Console& console, const Arguments& arguments) {
                  " stands still while it writes its heap");
     const Capture captured = capture(console, agent, arguments, SNAPSHOT_WITH_HEAP, file, out);
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.heap.capture/1").field("pid", agent.info.pid);
+        JsonDocument json(console, "vdk.heap.capture/1");
+        json.field("pid", agent.info.pid);
         json.field("name", agent.info.sessionName).field("liveOnly", !arguments.has("--all"));
-        json.field("sites", true).field("file", out).field("bytes", captured.size).endObject();
-        console.out << "\n";
+        json.field("sites", true).field("file", out).field("bytes", captured.size);
+        json.end();
         return 0;
     }
     noteFile(console, out, captured);
@@ -119,8 +119,8 @@ int runSnapshot(Console& console, const Arguments& arguments) {
     const Capture captured =
         capture(console, agent, arguments, withHeap ? SNAPSHOT_WITH_HEAP : 0, file, out);
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.snapshot/1").field("pid", agent.info.pid);
+        JsonDocument json(console, "vdk.snapshot/1");
+        json.field("pid", agent.info.pid);
         json.field("session", agent.info.sessionName)
             .field("path", captured.path)
             .field("heap", withHeap)
@@ -129,8 +129,7 @@ int runSnapshot(Console& console, const Arguments& arguments) {
         out.empty() ? json.nullValue() : json.value(out);
         json.key("bytes");
         captured.size < 0 ? json.nullValue() : json.value(captured.size);
-        json.endObject();
-        console.out << "\n";
+        json.end();
     } else if (out.empty()) {
         console.out << captured.path << "\n";
     } else if (out != "-") {

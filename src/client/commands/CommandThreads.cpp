@@ -187,8 +187,8 @@ int runThreads(Console& console, const Arguments& arguments) {
         console.note("no thread states: stack telemetry is off or has not run yet");
     }
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.threads/1").field("source", source.name);
+        JsonDocument json(console, "vdk.threads/1");
+        json.field("source", source.name);
         json.field("session", source.session).key("threads").beginArray();
         for (const ThreadRow& row : threads) {
             json.beginObject().field("trn", row.trn).field("name", row.name);
@@ -200,8 +200,8 @@ int runThreads(Console& console, const Arguments& arguments) {
             row.hasClock() ? json.value(row.cpuNs) : json.nullValue();
             json.field("topFrame", row.topFrame).endObject();
         }
-        json.endArray().endObject();
-        console.out << "\n";
+        json.endArray();
+        json.end();
         return 0;
     }
     TextTable table({{"TRN", TextTable::Right},
@@ -228,8 +228,8 @@ int runTelemetry(Console& console, const Arguments& arguments) {
         console.note("no telemetry yet");
     }
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.telemetry/1").field("source", source.name);
+        JsonDocument json(console, "vdk.telemetry/1");
+        json.field("source", source.name);
         json.field("session", source.session).key("records").beginArray();
         for (const TelemetryLine& line : lines) {
             const TelemetryValues& values = line.record->values;
@@ -267,8 +267,8 @@ int runTelemetry(Console& console, const Arguments& arguments) {
             line.cpuPercent < 0 ? json.nullValue() : json.value(line.cpuPercent);
             json.endObject();
         }
-        json.endArray().endObject();
-        console.out << "\n";
+        json.endArray();
+        json.end();
         return 0;
     }
     TextTable table({{"TIME"},

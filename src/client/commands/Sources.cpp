@@ -211,10 +211,10 @@ void writeDone(Console& console, const char* schema, const LiveAgent& agent, con
                      printable(agent.info.sessionName) + ")");
         return;
     }
-    JsonWriter json(console.out, true);
-    beginDocument(json, schema).field("pid", agent.info.pid);
-    json.field("session", agent.info.sessionName).field("done", what).endObject();
-    console.out << "\n";
+    JsonDocument json(console, schema);
+    json.field("pid", agent.info.pid);
+    json.field("session", agent.info.sessionName).field("done", what);
+    json.end();
 }
 
 } // namespace vdk

@@ -356,8 +356,8 @@ void TopView::writeShown(JsonWriter& json, const Moment& now) {
 }
 
 void TopView::writeJson(const Moment& now) {
-    JsonWriter json(console.out, false);
-    beginDocument(json, "vdk.top/1").field("pid", agent.info.pid);
+    JsonDocument json(console, "vdk.top/1", false);
+    json.field("pid", agent.info.pid);
     json.field("session", agent.info.sessionName);
     json.field("intervalNs", int64_t(seconds * 1e9)).field("totalNs", whole);
     writeSampled(json, sampled);
@@ -374,8 +374,7 @@ void TopView::writeJson(const Moment& now) {
     if (choices.show) {
         writeShown(json, now);
     }
-    json.endObject();
-    console.out << "\n";
+    json.end();
 }
 
 } // namespace vdk

@@ -232,4 +232,14 @@ JsonWriter& beginDocument(JsonWriter& json, const char* schema) {
     return json.beginObject().field("schema", schema);
 }
 
+JsonDocument::JsonDocument(Console& console, const char* schema, bool pretty)
+    : JsonWriter(console.out, pretty), out(console.out) {
+    beginDocument(*this, schema);
+}
+
+void JsonDocument::end() {
+    endObject();
+    out << "\n";
+}
+
 } // namespace vdk

@@ -108,4 +108,14 @@ private:
 // Starts the object that every --json output is: {"schema": "vdk.<name>/<version>", ...
 JsonWriter& beginDocument(JsonWriter& json, const char* schema);
 
+// That object on standard output, with the line's end behind it.
+class JsonDocument : public JsonWriter {
+public:
+    JsonDocument(Console& console, const char* schema, bool pretty = true);
+    void end();
+
+private:
+    std::ostream& out;
+};
+
 } // namespace vdk
