@@ -165,9 +165,13 @@ public final class Allocations {
             units.put("off", run.unit());
             Map<String, String[]> modes = new LinkedHashMap<>();
             modes.put("sampled", new String[] {"--sampled"});
-            modes.put("only 1 MB and more", new String[] {"--each", "2147483647"});
+            modes.put("counted alone", new String[] {"--each", "2147483647"});
             modes.put("each 1000", new String[] {"--each", "1000"});
             modes.put("each 10", new String[] {"--each", "10"});
+            modes.put("only 1 MB and more",
+                      new String[] {"--each", "2147483647", "--size-limit", "1m"});
+            modes.put("each 1000, and 1 MB and more",
+                      new String[] {"--each", "1000", "--size-limit", "1m"});
             for (Map.Entry<String, String[]> mode : modes.entrySet()) {
                 alloc(args[0], "start", run.pid, mode.getValue());
                 units.put(mode.getKey(), run.unit());
@@ -178,7 +182,7 @@ public final class Allocations {
         System.out.println(new File(jdk).getName() + ", " + program);
         units.forEach(
                 (what,
-                 unit) -> System.out.printf("  %-26s %.2f%n", what, unit / units.get("plain")));
+                 unit) -> System.out.printf("  %-28s %.2f%n", what, unit / units.get("plain")));
     }
 
     public static void main(String[] args) throws Exception {
