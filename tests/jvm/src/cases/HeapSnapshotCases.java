@@ -117,7 +117,7 @@ public final class HeapSnapshotCases {
         Path file = target.folder.resolve("own.snapshot");
         target.ask("captures " + file, "captured");
         Tool.vdk("alloc", "start", target.id(), "--each", "10");
-        for (int i = 0; i < 10; i++) {
+        for (int i = 0; i < 6; i++) {
             Tool.vdk("exceptions", i % 2 == 0 ? "on" : "off", target.id());
         }
         Tool.vdk("alloc", "stop", target.id());

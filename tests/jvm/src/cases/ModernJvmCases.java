@@ -10,6 +10,7 @@ import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Map;
+import java.util.stream.Collectors;
 import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
@@ -75,7 +76,7 @@ public final class ModernJvmCases {
         target.finish();
     }
 
-    /** Telemetry is what shows how the heap filled: a full one must not end it. */
+    /** Telemetry shows how the heap filled, the JVM's own dump with what. */
     @Case(fixture = Fills.class, attach = false, jvm = {"-Xmx24m", "-XX:+UseSerialGC"})
     static void goesOnAfterTheHeapWasFull(Target target) throws Exception {
         target.awaitOutput("ready");
@@ -86,7 +87,26 @@ public final class ModernJvmCases {
                             -> lastTelemetryRow(target) >= last + 2,
                     () -> "more telemetry; " + target.state());
         Check.isTrue(!target.errors().contains("VDKAgent"), target.errors());
+        Path dump = target.folder.resolve("java_pid" + target.pid() + ".hprof");
+        Check.await(200,
+                    ()
+                            -> knownSnapshots(target).equals(dump + " " + 0x1011),
+                    () -> "dumps that the agent knows of");
+        Check.contains(Tool.vdk("heap", dump.toString(), "histogram", "--no-retained"),
+                       "java.lang.Object[]", "the dump");
         target.finish();
+    }
+
+    private static String knownSnapshots(Target target) throws Exception {
+        Tables tables = new Tables();
+        try (AgentClient client = target.client()) {
+            client.updateTables(1 << Tables.SNAPSHOT | 1 << Tables.STRING, tables);
+        }
+        return tables.rows.get(Tables.SNAPSHOT)
+                .values()
+                .stream()
+                .map(row -> tables.rows.get(Tables.STRING).get(row[1])[1] + " " + row[2])
+                .collect(Collectors.joining(", "));
     }
 
     private static int lastTelemetryRow(Target target) throws Exception {
