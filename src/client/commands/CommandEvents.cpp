@@ -34,12 +34,11 @@ int run(Console& console, const Arguments& arguments, const EventReport& report)
     const ProbeTables tables(source.database());
     const size_t top = size_t(arguments.number("--top", 30));
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, report.schema).field("source", source.name);
+        JsonDocument json(console, report.schema);
+        json.field("source", source.name);
         json.field("session", source.session).field("live", source.live);
         report.write(json, tables, top);
-        json.endObject();
-        console.out << "\n";
+        json.end();
         return 0;
     }
     if (report.isEmpty(tables)) {

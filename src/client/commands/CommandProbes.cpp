@@ -43,15 +43,15 @@ void list(Console& console, const LiveAgent& agent, const AgentClient::KnownProb
                probes.registered.end();
     };
     if (console.json) {
-        JsonWriter json(console.out, true);
-        beginDocument(json, "vdk.probes/1").field("pid", agent.info.pid);
+        JsonDocument json(console, "vdk.probes/1");
+        json.field("pid", agent.info.pid);
         json.field("session", agent.info.sessionName).key("probes").beginArray();
         for (const std::string& name : withoutServices(probes.available)) {
             json.beginObject().field("name", name).field("registered", isRegistered(name));
             json.field("builtIn", startsWith(name, BuiltInProbePackage)).endObject();
         }
-        json.endArray().endObject();
-        console.out << "\n";
+        json.endArray();
+        json.end();
         return;
     }
     TextTable table({{"STATE"}, {"PROBE"}});

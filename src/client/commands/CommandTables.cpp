@@ -43,8 +43,8 @@ std::string columnsOf(const ProbeTable& table) {
 }
 
 void writeTables(Console& console, const DataSource& source, const ProbeTables& tables) {
-    JsonWriter json(console.out, true);
-    beginDocument(json, "vdk.tables/1").field("source", source.name);
+    JsonDocument json(console, "vdk.tables/1");
+    json.field("source", source.name);
     json.field("session", source.session).field("live", source.live).key("tables").beginArray();
     for (const ProbeTable& table : tables.all()) {
         json.beginObject().field("table", table.slot).field("name", table.name);
@@ -56,8 +56,8 @@ void writeTables(Console& console, const DataSource& source, const ProbeTables& 
         }
         json.endArray().endObject();
     }
-    json.endArray().endObject();
-    console.out << "\n";
+    json.endArray();
+    json.end();
 }
 
 // By name, or by the number that `vdk tables` shows.
@@ -113,9 +113,8 @@ ProbeTables::Path groupingPath(const ProbeTables& tables, const ProbeTable& tabl
     return path;
 }
 
-JsonWriter& beginTable(JsonWriter& json, const char* schema, const DataSource& source,
-                       const ProbeTable& table) {
-    beginDocument(json, schema).field("source", source.name).field("session", source.session);
+JsonWriter& writeTableName(JsonWriter& json, const DataSource& source, const ProbeTable& table) {
+    json.field("source", source.name).field("session", source.session);
     return json.field("live", source.live).field("table", table.slot).field("name", table.name);
 }
 
@@ -129,11 +128,11 @@ void showGroups(Console& console, const DataSource& source, const ProbeTables& t
         groups.print(console, by, top);
         return;
     }
-    JsonWriter json(console.out, true);
-    beginTable(json, "vdk.table/1", source, table).field("by", by).key("groups").beginArray();
+    JsonDocument json(console, "vdk.table/1");
+    writeTableName(json, source, table).field("by", by).key("groups").beginArray();
     groups.write(json, "value", top);
-    json.endArray().endObject();
-    console.out << "\n";
+    json.endArray();
+    json.end();
 }
 
 // The longest rows, or the last ones.
@@ -163,14 +162,14 @@ void showRows(Console& console, const DataSource& source, const ProbeTables& tab
         printRows(console, tables, table, rows, withStacks);
         return;
     }
-    JsonWriter json(console.out, true);
-    beginTable(json, "vdk.table/1", source, table).field("matching", chosen.size());
+    JsonDocument json(console, "vdk.table/1");
+    writeTableName(json, source, table).field("matching", chosen.size());
     json.key("rows").beginArray();
     for (const ProbeRow* row : rows) {
         writeRow(json, tables, table, *row, withStacks);
     }
-    json.endArray().endObject();
-    console.out << "\n";
+    json.endArray();
+    json.end();
 }
 
 // Rows as they come, those with a duration when they end.
