@@ -7,28 +7,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 
 namespace vdk {
 
 namespace {
 
-// Probes that serve the agent itself, and are always there.
-const char* const OwnServices[] = {"AgentLoadingSupport", "J2EESupport"};
-
 std::string shortName(const std::string& name) {
     return startsWith(name, BuiltInProbePackage) ? name.substr(strlen(BuiltInProbePackage)) : name;
-}
-
-std::vector<std::string> withoutServices(const std::vector<std::string>& names) {
-    std::vector<std::string> shown;
-    for (const std::string& name : names) {
-        if (std::none_of(std::begin(OwnServices), std::end(OwnServices),
-                         [&](const char* service) { return shortName(name) == service; })) {
-            shown.push_back(name);
-        }
-    }
-    return shown;
 }
 
 // The agent's own probes may be named by their last word.
@@ -46,7 +31,7 @@ void list(Console& console, const LiveAgent& agent, const AgentClient::KnownProb
         JsonDocument json(console, "vdk.probes/1");
         json.field("pid", agent.info.pid);
         json.field("session", agent.info.sessionName).key("probes").beginArray();
-        for (const std::string& name : withoutServices(probes.available)) {
+        for (const std::string& name : probes.available) {
             json.beginObject().field("name", name).field("registered", isRegistered(name));
             json.field("builtIn", startsWith(name, BuiltInProbePackage)).endObject();
         }
@@ -55,7 +40,7 @@ void list(Console& console, const LiveAgent& agent, const AgentClient::KnownProb
         return;
     }
     TextTable table({{"STATE"}, {"PROBE"}});
-    for (const std::string& name : withoutServices(probes.available)) {
+    for (const std::string& name : probes.available) {
         table.add({isRegistered(name) ? "on" : "off", printable(shortName(name))});
     }
     table.print(console);
