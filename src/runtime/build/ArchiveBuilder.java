@@ -39,9 +39,9 @@ public final class ArchiveBuilder {
     private final List<String> order = new ArrayList<>();
 
     public static void main(String[] args) throws IOException {
-        if (args.length != 5) {
+        if (args.length < 4 || args.length > 5) {
             System.err.println(
-                    "usage: ArchiveBuilder <classes> <archive> <parts.h> <Callback> <api.jar>");
+                    "usage: ArchiveBuilder <classes> <archive> <parts.h> <Callback> [<api.jar>]");
             System.exit(2);
         }
         ArchiveBuilder builder = new ArchiveBuilder();
@@ -51,7 +51,9 @@ public final class ArchiveBuilder {
         Files.write(Paths.get(args[1]), archive);
         Files.write(Paths.get(args[2]), partList(archive.length));
         Files.write(Paths.get(args[3]), builder.classes.get(CALLBACK));
-        Files.write(Paths.get(args[4]), builder.pack(API));
+        if (args.length == 5) {
+            Files.write(Paths.get(args[4]), builder.pack(API));
+        }
     }
 
     private void readClasses(Path root) throws IOException {
