@@ -18,11 +18,12 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         c.attach = true;
         c.workingDir = "/home/me";
     };
-    const std::string runHead = "onlylocal,onlyuser,quiet,redact,noexceptionevents,";
+    const std::string runHead =
+        "onlylocal,onlyuser,quiet,redact,builtinprobes=none,noexceptionevents,";
     const std::string tail = "disableoomedumper,optional,tellsnapshot,";
     const std::string tmp = "tmpdir=/run/vdk-1";
     const std::string attachHead =
-        "onlylocal,onlyuser,quiet,redact,nostartgeneration,disableoomedumper,";
+        "onlylocal,onlyuser,quiet,redact,builtinprobes=none,nostartgeneration,disableoomedumper,";
     const struct {
         Choose choose;
         std::vector<std::string> arguments;
@@ -33,18 +34,35 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {run, {",,sampling,"}, runHead + tail + tmp + ",sampling"},
         {run,
          {"tmpdir=/t,quiet"},
-         "onlylocal,onlyuser,redact,noexceptionevents," + tail + "tmpdir=/t,quiet"},
+         "onlylocal,onlyuser,redact,builtinprobes=none,noexceptionevents," + tail +
+             "tmpdir=/t,quiet"},
         {run,
          {"listen=10.0.0.1:5"},
-         "onlyuser,quiet,redact,noexceptionevents," + tail + tmp + ",listen=10.0.0.1:5"},
+         "onlyuser,quiet,redact,builtinprobes=none,noexceptionevents," + tail + tmp +
+             ",listen=10.0.0.1:5"},
         {run,
          {"onlylocal", "noexceptionevents"},
-         "onlyuser,quiet,redact," + tail + tmp + ",onlylocal,noexceptionevents"},
+         "onlyuser,quiet,redact,builtinprobes=none," + tail + tmp + ",onlylocal,noexceptionevents"},
         {[](AgentOptionChoices& c) {
              c.remote = c.exceptions = c.verbose = c.requireAgent = c.oomDump = c.noRedact = true;
          },
          {"sampling"},
-         "tellsnapshot," + tmp + ",sampling"},
+         "builtinprobes=none,tellsnapshot," + tmp + ",sampling"},
+        {[](AgentOptionChoices& c) {
+             c.probes = "Servlets,Threads";
+             c.workingDir = "/home/me";
+         },
+         {"probeclasspath=a.jar:/b.jar"},
+         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
+         "probe=com.vandrik.probes.builtin.Servlets,probe=com.vandrik.probes.builtin.Threads,"
+         "noexceptionevents," +
+             tail + tmp + ",probeclasspath=/home/me/a.jar:/b.jar"},
+        {[](AgentOptionChoices& c) { c.probes = "all"; },
+         {},
+         "onlylocal,onlyuser,quiet,redact,noexceptionevents," + tail + tmp},
+        {run,
+         {"noprobe=Threads"},
+         "onlylocal,onlyuser,quiet,redact,noexceptionevents," + tail + tmp + ",noprobe=Threads"},
         {[](AgentOptionChoices& c) { c.noSnapshot = true; },
          {},
          runHead + "disableoomedumper,optional,noexitsnapshot," + tmp},
@@ -53,12 +71,12 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
          runHead + tail + "exitsnapshot=VDKQUOTED2f772f6120622e736e617073686f74," + tmp},
         {[](AgentOptionChoices& c) { c.allUsers = true; },
          {},
-         "onlylocal,quiet,redact,noexceptionevents," + tail + tmp},
+         "onlylocal,quiet,redact,builtinprobes=none,noexceptionevents," + tail + tmp},
         {attach, {}, attachHead + tmp},
         {attach, {"dir=snaps,filters=/abs"}, attachHead + tmp + ",dir=/home/me/snaps,filters=/abs"},
         {[](AgentOptionChoices& c) { c.attach = c.generations = true; },
          {},
-         "onlylocal,onlyuser,quiet,redact,disableoomedumper," + tmp},
+         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,disableoomedumper," + tmp},
     };
     for (const auto& c : cases) {
         AgentOptionChoices choices;
@@ -71,6 +89,9 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         }
     }
     EXPECT_EQ(wordOf([] { composeAgentOptions({"--port=5"}, {}); }), "usage");
+    AgentOptionChoices unknown;
+    unknown.probes = "Servlets,Nobody";
+    EXPECT_EQ(wordOf([&] { composeAgentOptions({}, unknown); }), "usage");
     EXPECT_EQ(quoteOptionValue("VDKQUOTEDx"), "VDKQUOTED56444b51554f54454478");
 }
 

@@ -176,7 +176,8 @@ TEST_F(EventReport, transfersAreSummedByTheNameOfTheirOwner) {
 TEST_F(EventReport, conditionsChooseRowsAndRefuseWhatIsNone) {
     UserTable* orders = table("Orders", {"Item:2", "Number:0"});
     for (int i = 0; i < 4; i++) {
-        const int index = row(orders, i * MS, i * MS + i * 10 * MS, "shop.Main.main;java.A.b");
+        const int index =
+            row(orders, (i + 1) * MS, (i + 1) * MS + i * 10 * MS, "shop.Main.main;java.A.b");
         text(orders, index, "Item", i % 2 == 0 ? "Tea" : "Coffee");
         number(orders, index, "Number", i);
     }
@@ -205,7 +206,7 @@ TEST_F(EventReport, conditionsChooseRowsAndRefuseWhatIsNone) {
         {{"time>15ms"}, "23"},
         {{"time=open"}, "4"},
         {{"method=shop.Main.main"}, "01234"},
-        {{"thread~not known"}, "01234"},
+        {{"thread=<thread 2>"}, "01234"},
     };
     for (const auto& entry : cases) {
         EXPECT_EQ(entry.rows, chosen(entry.conditions)) << testing::PrintToString(entry.conditions);
