@@ -30,7 +30,7 @@ public:
                   const ProbeReferences& poolReferences, StackEffects& stackEffects,
                   ClassArena& arena)
         : classFile(owner), method(target), code(target->getCodeAttribute()), descriptor(probe),
-          references(poolReferences), effects(stackEffects), scratch(arena), hasSwitch(false),
+          effects(stackEffects), scratch(arena), hasSwitch(false),
           isTested(poolReferences.areTested() || poolReferences.isGuard()), superCall(-1),
           marks(nullptr), markCount(0), touched(nullptr), needed(0),
           blocks(owner, target, probe, poolReferences), entry(blocks.entry), exit(blocks.exit),
@@ -405,7 +405,6 @@ private:
     MethodInfo* method;
     CodeAttribute* code;
     const ProbeDescriptor& descriptor;
-    const ProbeReferences& references;
     StackEffects& effects;
     ClassArena& scratch;
     bool hasSwitch;

@@ -82,7 +82,8 @@ const ProbeTable& findTable(const ProbeTables& tables, const std::string& name) 
         throw ClientError(ExitCode::Usage, "table.unknown",
                           "there is no table '" + printable(name) + "'" + didYouMean(name, known),
                           tables.all().empty() ? "no probe has recorded anything yet: `vdk probes`"
-                                               : "`vdk tables` shows all");
+                                               : "`vdk tables` shows all; a table is made with "
+                                                 "its first row");
     }
     std::vector<std::string> choices;
     for (const ProbeTable* table : found) {

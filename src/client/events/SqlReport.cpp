@@ -11,6 +11,7 @@ namespace vdk {
 namespace {
 
 const char* const ExecutionTables[] = {"Queries", "Batches"};
+constexpr size_t MostCallers = 5;
 // Two statements that follow each other after a longer time have nothing to do with each other.
 constexpr int64_t LongestPauseNs = 1000000000;
 
@@ -131,14 +132,13 @@ void printSql(Console& console, const ProbeTables& tables, size_t top, bool with
     const std::vector<SqlCall> calls = readSqlCalls(tables);
     const auto statements = sqlStatements(calls);
     console.note(headOf(tables, calls));
-    const std::vector<TextTable::Column> columns = {{"COUNT", TextTable::Right},
-                                                    {"TOTAL", TextTable::Right},
-                                                    {"MEAN", TextTable::Right},
-                                                    {"MAX", TextTable::Right},
-                                                    {"CPU", TextTable::Right},
-                                                    {"IN A ROW", TextTable::Right},
-                                                    {"STATEMENT"}};
-    TextTable text(columns);
+    TextTable text({{"COUNT", TextTable::Right},
+                    {"TOTAL", TextTable::Right},
+                    {"MEAN", TextTable::Right},
+                    {"MAX", TextTable::Right},
+                    {"CPU", TextTable::Right},
+                    {"IN A ROW", TextTable::Right},
+                    {"STATEMENT"}});
     bool isSuspicious = false;
     for (const auto& [shape, statement] : heaviest(statements, top, totalOf)) {
         const bool isRun = statement.longestRun >= SuspiciousRun;
@@ -147,19 +147,14 @@ void printSql(Console& console, const ProbeTables& tables, size_t top, bool with
                   formatNs(statement.meanNs()), formatNs(statement.maxNs),
                   formatNs(statement.cpuNs),
                   formatCount(statement.longestRun) + (isRun ? " !" : ""), printable(shape)});
-        if (withCallers) {
-            text.print(console);
-            text = TextTable(columns);
-            for (const auto& [caller, times] :
-                 heaviest(statement.callers, 5, [](int64_t count) { return count; })) {
-                console.out << "      " << formatCount(times) << " times in " << printable(caller)
-                            << "\n";
-            }
+        const auto callers = heaviest(statement.callers, withCallers ? MostCallers : 0,
+                                      [](int64_t count) { return count; });
+        for (const auto& [caller, times] : callers) {
+            text.add({"", "", "", "", "", "",
+                      "    " + formatCount(times) + " times in " + printable(caller)});
         }
     }
-    if (!text.isEmpty()) {
-        text.print(console);
-    }
+    text.print(console);
     noteRest(console, statements.size(), top);
     if (isSuspicious) {
         console.note("! the same statement again and again, with nothing else in between: one that "

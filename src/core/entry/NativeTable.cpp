@@ -11,12 +11,8 @@
         throwException(env, VDK_MISSING_TEXT(ability));                                            \
         return type();                                                                             \
     }
-#define VDK_ANSWERING_BODY(name, signature, parameters, ability)                                   \
-    jstring JNICALL VDK_CALLBACK_NATIVE(name) parameters {                                         \
-        return env->NewStringUTF(VDK_MISSING_TEXT(ability));                                       \
-    }
 
-VDK_CALLBACK_NATIVES(VDK_NO_BODY, VDK_THROWING_BODY, VDK_ANSWERING_BODY)
+VDK_CALLBACK_NATIVES(VDK_NO_BODY, VDK_THROWING_BODY)
 
 namespace {
 
@@ -31,10 +27,9 @@ char* text(const char* constant) {
     {text(#name), text(signature), reinterpret_cast<void*>(VDK_CALLBACK_NATIVE(name))},
 #define VDK_BUILT_ROW(name, signature, type, parameters) VDK_ROW(name, signature)
 #define VDK_MISSING_ROW(name, signature, type, parameters, ability) VDK_ROW(name, signature)
-#define VDK_ANSWERING_ROW(name, signature, parameters, ability) VDK_ROW(name, signature)
 
 const JNINativeMethod ourAgentNativeMethods[] = {
-    VDK_CALLBACK_NATIVES(VDK_BUILT_ROW, VDK_MISSING_ROW, VDK_ANSWERING_ROW)};
+    VDK_CALLBACK_NATIVES(VDK_BUILT_ROW, VDK_MISSING_ROW)};
 
 const int ourAgentNativeMethodCount = sizeof ourAgentNativeMethods / sizeof(JNINativeMethod);
 static_assert(sizeof ourAgentNativeMethods / sizeof(JNINativeMethod) == 97,

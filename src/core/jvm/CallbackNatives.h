@@ -7,8 +7,6 @@
 //
 //   MISSING(name, signature, return type, types, ability): throws a Java exception naming it.
 //
-//   ANSWERING(name, signature, types, ability): returns the same text as a Java string.
-//
 // The order is alphabetical, the instrumentation's own entry points last. Keep the Java
 // declarations in Callback.java in step; RegisterNatives fails at start-up when they differ.
 #pragma once
@@ -22,7 +20,7 @@
 #define VDK_MISSING_TEXT(ability) ability " is not available in this version of the agent"
 
 // clang-format off
-#define VDK_CALLBACK_NATIVES(BUILT, MISSING, ANSWERING) \
+#define VDK_CALLBACK_NATIVES(BUILT, MISSING) \
     BUILT(addProbePaths, "([Ljava/lang/String;)V", void, (JNIEnv* env, jclass clazz, jobjectArray paths)) \
     BUILT(addSnapshotInfo, "(Ljava/lang/String;J)V", void, (JNIEnv* env, jclass clazz, jstring path, jlong flags)) \
     BUILT(advanceGeneration, "(Ljava/lang/String;)V", void, (JNIEnv* env, jclass clazz, jstring description)) \
@@ -127,12 +125,9 @@ extern "C" {
     type JNICALL VDK_CALLBACK_NATIVE(name) parameters;
 #define VDK_DECLARE_MISSING(name, signature, type, parameters, ability)                            \
     type JNICALL VDK_CALLBACK_NATIVE(name) parameters;
-#define VDK_DECLARE_ANSWERING(name, signature, parameters, ability)                                \
-    jstring JNICALL VDK_CALLBACK_NATIVE(name) parameters;
 
-VDK_CALLBACK_NATIVES(VDK_DECLARE_BUILT, VDK_DECLARE_MISSING, VDK_DECLARE_ANSWERING)
+VDK_CALLBACK_NATIVES(VDK_DECLARE_BUILT, VDK_DECLARE_MISSING)
 
 #undef VDK_DECLARE_BUILT
 #undef VDK_DECLARE_MISSING
-#undef VDK_DECLARE_ANSWERING
 }

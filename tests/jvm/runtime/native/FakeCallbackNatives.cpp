@@ -8,9 +8,7 @@
     }
 #define FAKE_MISSING(name, signature, type, parameters, ability)                                   \
     FAKE_BODY(name, signature, type, parameters)
-#define FAKE_ANSWERING(name, signature, parameters, ability)                                       \
-    FAKE_BODY(name, signature, jstring, parameters)
 
 #pragma GCC diagnostic ignored "-Wunused-parameter"
 
-VDK_CALLBACK_NATIVES(FAKE_BODY, FAKE_MISSING, FAKE_ANSWERING)
+VDK_CALLBACK_NATIVES(FAKE_BODY, FAKE_MISSING)

@@ -9,9 +9,8 @@
      reinterpret_cast<void*>(Java_com_vandrik_runtime_Callback_##name)},
 #define BUILT_ROW(name, signature, type, parameters) ROW(name, signature)
 #define MISSING_ROW(name, signature, type, parameters, ability) ROW(name, signature)
-#define ANSWERING_ROW(name, signature, parameters, ability) ROW(name, signature)
 
-static const JNINativeMethod rows[] = {VDK_CALLBACK_NATIVES(BUILT_ROW, MISSING_ROW, ANSWERING_ROW)};
+static const JNINativeMethod rows[] = {VDK_CALLBACK_NATIVES(BUILT_ROW, MISSING_ROW)};
 
 static jclass ourFakes;
 static jlong ourCalibration;
