@@ -201,7 +201,8 @@ public final class TracedProgramCases {
     }
 
     /** Sampling needs no rewriting. */
-    @Case(fixture = Fragile.class, agent = "disabletracing,disablealloc,disablenatives",
+    @Case(fixture = Fragile.class,
+          agent = "disabletracing,disablealloc,disablenatives,builtinprobes=none,disablej2ee",
           attach = false, since = 25)
     static void
     nothingIsRewrittenWhereNothingCouldBeRecorded(Target target) throws Exception {
