@@ -58,17 +58,26 @@ heaviestSums(const std::map<std::string, TransferSums>& all, size_t top) {
     });
 }
 
+std::string hostOf(const std::string& name) {
+    return name.substr(0, name.rfind(':'));
+}
+
 // Who connects to this JVM has another port each time.
 std::map<std::string, TransferSums> joinPorts(const std::map<std::string, TransferSums>& all) {
-    const auto hostOf = [](const std::string& name) { return name.substr(0, name.rfind(':')); };
-    std::map<std::string, size_t> ports; // that came once, by host
+    std::map<std::string, int64_t> connections, rarePorts; // by host
     for (const auto& [name, sums] : all) {
-        ports[hostOf(name)] += sums.opened <= 1 ? 1 : 0;
+        connections[hostOf(name)] += sums.opened;
+    }
+    const auto isRare = [&](const std::string& name, const TransferSums& sums) {
+        return sums.opened * RareShare < connections[hostOf(name)];
+    };
+    for (const auto& [name, sums] : all) {
+        rarePorts[hostOf(name)] += isRare(name, sums) ? 1 : 0;
     }
     std::map<std::string, TransferSums> joined;
     for (const auto& [name, sums] : all) {
-        const bool isOne = sums.opened <= 1 && ports[hostOf(name)] >= ManyPorts;
-        joined[isOne ? hostOf(name) + ":*" : name] += sums;
+        const bool isJoined = isRare(name, sums) && rarePorts[hostOf(name)] >= ManyPorts;
+        joined[isJoined ? hostOf(name) + ":*" : name] += sums;
     }
     return joined;
 }

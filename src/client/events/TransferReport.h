@@ -12,13 +12,15 @@ struct TransferOwners {
     const char* nameColumn;
     const char* title; // of the names
     const char* field; // in JSON
-    bool havePorts;    // names end in ":port"; many ports of a host that came once are one name
+    bool havePorts;    // names end in ":port"; many rare ports of a host are one name
 };
 extern const TransferOwners FileOwners;
 extern const TransferOwners SocketOwners;
 
-// From so many ports of a host that were connected once on, they are one line: "host:*".
-constexpr size_t ManyPorts = 5;
+// Ports of a host with a smaller share of its connections each than one in so many are one line,
+// "host:*", where there are so many of them.
+constexpr int64_t RareShare = 20;
+constexpr int64_t ManyPorts = 5;
 
 struct TransferSums {
     int64_t opened = 0, open = 0, failed = 0;
