@@ -50,11 +50,12 @@ void add(AgentClient& client, const std::vector<std::string>& names,
          const std::vector<std::string>& known) {
     std::vector<std::string> byName, byBytes;
     for (const std::string& name : names) {
-        if (namesProbeFile(name)) {
+        const std::string full = fullProbeName(name, known);
+        if (full == name && namesProbeFile(name)) {
             const std::vector<std::string> classes = readProbeFile(name);
             byBytes.insert(byBytes.end(), classes.begin(), classes.end());
         } else {
-            byName.push_back(fullProbeName(name, known));
+            byName.push_back(full);
         }
     }
     if (!byBytes.empty()) {

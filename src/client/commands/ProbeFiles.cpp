@@ -11,6 +11,7 @@
 #include <map>
 #include <minizip/unzip.h>
 #include <sstream>
+#include <system_error>
 
 namespace vdk {
 
@@ -98,8 +99,9 @@ std::map<std::string, std::string> classesOfFolder(const std::string& path) {
 } // namespace
 
 bool namesProbeFile(const std::string& name) {
+    std::error_code unknown;
     return name.find('/') != std::string::npos || endsWith(name, ".class") ||
-           endsWith(name, ".jar") || fs::exists(name);
+           endsWith(name, ".jar") || fs::exists(name, unknown);
 }
 
 std::vector<std::string> readProbeFile(const std::string& path) {
