@@ -15,7 +15,7 @@ final class CommandLine {
             text.append(text.length() == 0 ? "" : " ").append(isQuoted ? "\"" : "");
             text.append(argument).append(isQuoted ? "\"" : "");
         }
-        return text.toString();
+        return Texts.cut(text.toString());
     }
 
     /**
@@ -40,6 +40,6 @@ final class CommandLine {
                 text.append(name).append("=\n");
             }
         }
-        return text.toString();
+        return Texts.cut(text.toString());
     }
 }

@@ -111,6 +111,8 @@ final class JdbcObjects {
         final int myRow;
         private boolean myIsClosed;
         private StringBuilder myBatch;
+        /** In characters; of a long batch only the head is kept. */
+        private long myBatchLength;
         /** In the list of the connection, which guards them. */
         private Statement myPrevious;
         private Statement myNext;
@@ -129,17 +131,21 @@ final class JdbcObjects {
             if (sql == null) {
                 return;
             }
+            String separator = myBatch == null ? "" : ";\n";
             if (myBatch == null) {
                 myBatch = new StringBuilder();
-            } else {
-                myBatch.append(";\n");
             }
-            myBatch.append(sql);
+            myBatchLength += separator.length() + sql.length();
+            if (myBatch.length() <= Texts.MAX_LENGTH) {
+                int end = Math.min(sql.length(), Texts.MAX_LENGTH + 1);
+                myBatch.append(separator).append(sql, 0, end);
+            }
         }
 
         synchronized String takeBatch() {
-            String batch = myBatch == null ? "" : myBatch.toString();
+            String batch = myBatch == null ? "" : Texts.cut(myBatch.toString(), myBatchLength);
             myBatch = null;
+            myBatchLength = 0;
             return batch;
         }
 

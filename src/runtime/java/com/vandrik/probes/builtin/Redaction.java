@@ -41,11 +41,12 @@ final class Redaction {
 
     /** The address of a database without what follows user, password and the like. */
     static String database(String url) {
-        return url == null ? null : maskCredentials(url);
+        return url == null ? null : maskCredentials(Texts.cut(url));
     }
 
     /** What can't be masked is not told. */
-    private static String mask(String text, int kind) {
+    private static String mask(String whole, int kind) {
+        String text = Texts.cut(whole);
         if (!IS_ON || text == null) {
             return text;
         }

@@ -72,4 +72,22 @@ public final class RedactionTest {
         check(URIS, Redaction::maskUri);
         check(DATABASES, Redaction::maskCredentials);
     }
+
+    static void testOfLongTextsTheHeadIsKept() {
+        char[] values = new char[100000];
+        java.util.Arrays.fill(values, '7');
+        String head = "insert into t values (";
+        String sql = head + new String(values) + ")";
+        Check.equal(Redaction.sql(sql),
+                    sql.substring(0, Texts.MAX_LENGTH) + "... (100023 characters)", "statement");
+        JdbcObjects.Statement statement = new JdbcObjects.Statement(null, false, 0);
+        statement.addToBatch("delete from t");
+        for (int i = 0; i < 100; i++) {
+            statement.addToBatch(sql);
+        }
+        String batch = statement.takeBatch();
+        Check.equal(batch.substring(Texts.MAX_LENGTH), "... (10002513 characters)", "end of batch");
+        Check.equal(batch.substring(0, 15 + head.length()), "delete from t;\n" + head, "its begin");
+        Check.equal(statement.takeBatch(), "", "the next batch");
+    }
 }
