@@ -6,37 +6,10 @@ import com.vandrik.probes.MethodPattern;
 import com.vandrik.probes.Param;
 import com.vandrik.probes.ReturnValue;
 import com.vandrik.probes.This;
-import com.vandrik.runtime.Callback;
 
 /** Charges CPU time to what it is spent for: statements, requests, look-ups. */
 public final class J2EESupport {
-    static final int SQL_QUERY = 1;
-    static final int SQL_CONNECT = 2;
-    static final int HTTP_SERVLET = 4;
-    static final int HTTP_JSP = 5;
-    static final int HTTP_DISPATCHER = 6;
-    static final int JNDI = 7;
-
     private J2EESupport() {
-    }
-
-    static void enterSql(String text) {
-        Callback.vdkJ2eeEntry1(Redaction.sql(text), SQL_QUERY);
-    }
-
-    static void enterUri(String uri) {
-        Callback.vdkJ2eeEntry1(Redaction.uri(uri), HTTP_DISPATCHER);
-    }
-
-    /** A name that is an object of the application's. */
-    static void enterName(Object name) {
-        String text = null;
-        try {
-            text = name == null ? null : name.toString();
-        } catch (Throwable e) {
-            Outermost.failed(e);
-        }
-        Callback.vdkJ2eeEntry1(text, JNDI);
     }
 
     /** Statements are prepared; they keep the text. */
@@ -47,15 +20,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) String sql) {
-            enterSql(sql);
+            J2EESupportCalls.enterSql(sql);
         }
 
         public static void onReturn(@ReturnValue Object statement, @Param(1) String sql) {
-            Callback.vdkJ2eeExit(statement, Redaction.sql(sql));
+            J2EESupportCalls.leaveSql(statement, sql);
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -67,15 +40,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@MethodName String name) {
-            enterSql(name);
+            J2EESupportCalls.enterSql(name);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -89,15 +62,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) String sql) {
-            enterSql(sql);
+            J2EESupportCalls.enterSql(sql);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -109,15 +82,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@This Object statement) {
-            Callback.vdkJ2eeEntry2(statement, SQL_QUERY);
+            J2EESupportCalls.enterNamed(statement, J2EESupportCalls.SQL_QUERY);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -130,15 +103,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@This Object statement) {
-            Callback.vdkJ2eeEntry2(statement, SQL_QUERY);
+            J2EESupportCalls.enterNamed(statement, J2EESupportCalls.SQL_QUERY);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -150,15 +123,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) String url) {
-            Callback.vdkJ2eeEntry1(Redaction.database(url), SQL_CONNECT);
+            J2EESupportCalls.enterDatabase(url);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -171,15 +144,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) Object request) {
-            Callback.vdkJ2eeEntry3(request, HTTP_SERVLET);
+            J2EESupportCalls.enterRequest(request, J2EESupportCalls.HTTP_SERVLET);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -192,15 +165,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) Object request) {
-            Callback.vdkJ2eeEntry3(request, HTTP_JSP);
+            J2EESupportCalls.enterRequest(request, J2EESupportCalls.HTTP_JSP);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -212,15 +185,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) String uri) {
-            enterUri(uri);
+            J2EESupportCalls.enterUri(uri);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -233,15 +206,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@This Object dispatcher) {
-            Callback.vdkJ2eeEntry2(dispatcher, HTTP_DISPATCHER);
+            J2EESupportCalls.enterNamed(dispatcher, J2EESupportCalls.HTTP_DISPATCHER);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -253,15 +226,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) String uri) {
-            enterUri(uri);
+            J2EESupportCalls.enterUri(uri);
         }
 
         public static void onReturn(@ReturnValue Object dispatcher, @Param(1) String uri) {
-            Callback.vdkJ2eeExit(dispatcher, Redaction.uri(uri));
+            J2EESupportCalls.leaveUri(dispatcher, uri);
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -273,15 +246,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) String uri) {
-            enterUri(uri);
+            J2EESupportCalls.enterUri(uri);
         }
 
         public static void onReturn(@ReturnValue Object dispatcher, @Param(1) String uri) {
-            Callback.vdkJ2eeExit(dispatcher, Redaction.uri(uri));
+            J2EESupportCalls.leaveUri(dispatcher, uri);
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -294,15 +267,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) Object request) {
-            Callback.vdkJ2eeEntry3(request, HTTP_SERVLET);
+            J2EESupportCalls.enterRequest(request, J2EESupportCalls.HTTP_SERVLET);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -315,15 +288,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) Object request) {
-            Callback.vdkJ2eeEntry3(request, HTTP_JSP);
+            J2EESupportCalls.enterRequest(request, J2EESupportCalls.HTTP_JSP);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -335,15 +308,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) String uri) {
-            enterUri(uri);
+            J2EESupportCalls.enterUri(uri);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -356,15 +329,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@This Object dispatcher) {
-            Callback.vdkJ2eeEntry2(dispatcher, HTTP_DISPATCHER);
+            J2EESupportCalls.enterNamed(dispatcher, J2EESupportCalls.HTTP_DISPATCHER);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -376,15 +349,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) String uri) {
-            enterUri(uri);
+            J2EESupportCalls.enterUri(uri);
         }
 
         public static void onReturn(@ReturnValue Object dispatcher, @Param(1) String uri) {
-            Callback.vdkJ2eeExit(dispatcher, Redaction.uri(uri));
+            J2EESupportCalls.leaveUri(dispatcher, uri);
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -396,15 +369,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) String uri) {
-            enterUri(uri);
+            J2EESupportCalls.enterUri(uri);
         }
 
         public static void onReturn(@ReturnValue Object dispatcher, @Param(1) String uri) {
-            Callback.vdkJ2eeExit(dispatcher, Redaction.uri(uri));
+            J2EESupportCalls.leaveUri(dispatcher, uri);
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -419,15 +392,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) String name) {
-            Callback.vdkJ2eeEntry1(name, JNDI);
+            J2EESupportCalls.enterName(name);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -444,15 +417,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) Object name) {
-            enterName(name);
+            J2EESupportCalls.enterName(name);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -468,15 +441,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) String name) {
-            Callback.vdkJ2eeEntry1(name, JNDI);
+            J2EESupportCalls.enterName(name);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 
@@ -495,15 +468,15 @@ public final class J2EESupport {
         }
 
         public static void onEnter(@Param(1) Object name) {
-            enterName(name);
+            J2EESupportCalls.enterName(name);
         }
 
         public static void onReturn() {
-            Callback.vdkJ2eeExit(null, null);
+            J2EESupportCalls.leave();
         }
 
         public static void onUncaughtException() {
-            Callback.vdkJ2eeLeave();
+            J2EESupportCalls.leaveByException();
         }
     }
 }
