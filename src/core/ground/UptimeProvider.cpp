@@ -2,6 +2,7 @@
 
 #include "core/ground/Logger.h"
 #include "platform/Platform.h"
+#include "platform/ThreadClock.h"
 
 #include <atomic>
 #include <sys/time.h>
@@ -78,7 +79,7 @@ long getThreadCPUTimeNs(long nativeThreadID) {
 }
 
 long getCurrentThreadCPUTimeNs() {
-    return Platform::currentThreadCPUTimeNs();
+    return ThreadClock::readNs();
 }
 
 UptimeProvider::UptimeProvider() : startNs(getTimeNs()) {}

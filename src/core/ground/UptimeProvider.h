@@ -18,6 +18,7 @@ long getEverGrowingTimeNs(long raw, bool shared = false);
 long getProcessCPUTimeNs();
 // Time of a thread by its native id; 0 for a thread that has ended.
 long getThreadCPUTimeNs(long nativeThreadID);
+// Of the calling thread, in some ten nanoseconds; see ThreadClock for how true it is.
 long getCurrentThreadCPUTimeNs();
 
 // UptimeProvider: time since the JVM's start, on the scale of getTimeNs(). It counts from the load

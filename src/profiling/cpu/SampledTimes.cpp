@@ -2,8 +2,8 @@
 
 #include "core/ground/Globals.h"
 #include "core/ground/Options.h"
-#include "core/ground/UptimeProvider.h"
 #include "db/DB.h"
+#include "platform/Platform.h"
 #include "profiling/cpu/Sampling.h"
 #include "profiling/threads/ThreadInfo.h"
 
@@ -71,14 +71,14 @@ void SampledTimes::add(ThreadInfo* info, long cpuNs, bool charged) {
 
 void SampledTimes::threadStarts(ThreadInfo* info) {
     if (isSamplingOn() && !info->agentThread) {
-        const long now = getCurrentThreadCPUTimeNs();
+        const long now = Platform::currentThreadCPUTimeNs();
         info->sampled.lastCpuTimeNs = now < 1 ? 1 : now;
     }
 }
 
 void SampledTimes::threadEnds(ThreadInfo* info) {
     if (isSamplingOn() && info->sampled.lastCpuTimeNs != 0) {
-        add(info, getCurrentThreadCPUTimeNs() - info->sampled.lastCpuTimeNs, false);
+        add(info, Platform::currentThreadCPUTimeNs() - info->sampled.lastCpuTimeNs, false);
     }
     if (info->sampled.timesRow == SampleMemory::NO_ROW) {
         return;
