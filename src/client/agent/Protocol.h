@@ -44,6 +44,9 @@ enum Packet : int32_t {
     PACKET_RETRANSFORM_CLASSES_LOADED_BEFORE_AGENT_WAS_ATTACHED = 105201,
     PACKET_REGISTER_AND_LOAD_PROBES_BY_BYTECODE = 105300,
     PACKET_FREE_UNUSED_ROWS = 105700,
+    PACKET_WATCH_START = 105800,
+    PACKET_WATCH_READ = 105810,
+    PACKET_WATCH_STOP = 105820,
 };
 
 // Sizes of the compressed transfer: a chunk of the file, and the largest block on the wire.
@@ -85,6 +88,15 @@ constexpr StatusBit StatusBits[] = {
 constexpr int64_t ATTACHED_BIT = 0x400;
 constexpr int64_t NO_EXCEPTION_EVENTS_BIT = 0x4000;
 constexpr StatusBit CapabilityBits[] = {{0x40, "tracing"}, {0x100, "allocations"}};
+
+// What a watch reports.
+constexpr int32_t WATCH_ARGUMENTS = 1;
+constexpr int32_t WATCH_RESULT = 2;
+constexpr int32_t WATCH_THIS = 4;
+constexpr int32_t WATCH_EXCEPTION = 8;
+constexpr int32_t WATCH_STACK = 16;
+constexpr int32_t WATCH_TO_STRING = 32;
+constexpr int32_t WATCH_SUMS = 64;
 
 // Modes of CPU profiling.
 constexpr int64_t CPU_SAMPLING = 4;

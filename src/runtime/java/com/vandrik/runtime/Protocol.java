@@ -57,6 +57,9 @@ public final class Protocol {
     public static final int PACKET_SET_TRIGGERS = 105500;
     public static final int PACKET_GET_TRANSFERRABLE_SNAPSHOTS = 105600;
     public static final int PACKET_FREE_UNUSED_ROWS = 105700;
+    public static final int PACKET_WATCH_START = 105800;
+    public static final int PACKET_WATCH_READ = 105810;
+    public static final int PACKET_WATCH_STOP = 105820;
 
     /** Bytes of a file that are compressed as one chunk. */
     public static final int TRANSFER_UNCOMPRESSED_CHUNK_SIZE = 131072;
