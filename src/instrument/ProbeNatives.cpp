@@ -111,6 +111,17 @@ void unregister(JNIEnv* env, jobjectArray classNames) {
     }
 }
 
+// Classes that carry calls of a probe; slashed name.
+int countWovenClasses(const ZString& probeClass) {
+    LockHolder lock(ourLock);
+    for (int i = 0; i < Probes::ourProbeDescriptors.getSize(); i++) {
+        if (Probes::ourProbeDescriptors[i]->probeClass == probeClass) {
+            return Probes::ourProbeDescriptors[i]->woven.count();
+        }
+    }
+    return 0;
+}
+
 // The two that no user asks for: one lets others be found, one marks events in the call tree.
 bool serves(const ZString& name) {
     return name == LOADING_PROBE_DOTTED || name == J2EE_PROBE_DOTTED;
@@ -268,6 +279,14 @@ jstring JNICALL VDK_CALLBACK_NATIVE(registerProbesByBytecode)(JNIEnv* env, jclas
 
 void JNICALL VDK_CALLBACK_NATIVE(unregisterProbes)(JNIEnv* env, jclass, jobjectArray classNames) {
     runNative(env, VDK_HERE, [&] { unregister(env, classNames); });
+}
+
+jint JNICALL VDK_CALLBACK_NATIVE(getWovenClassCount)(JNIEnv* env, jclass, jstring probeClass) {
+    return nativeResult<jint>(env, VDK_HERE, 0, [&] {
+        ZString name = toZString(env, probeClass);
+        name.replaceAll('.', '/');
+        return countWovenClasses(name);
+    });
 }
 
 jobjectArray JNICALL VDK_CALLBACK_NATIVE(getProbes)(JNIEnv* env, jclass, jint status) {

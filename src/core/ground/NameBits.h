@@ -28,6 +28,14 @@ public:
         }
         return true;
     }
+    // Names that share a bit count as one.
+    int count() const {
+        int bits = 0;
+        for (const unsigned long word : words) {
+            bits += __builtin_popcountl(word);
+        }
+        return bits;
+    }
     void clear() { memset(words, 0, sizeof words); }
 
 private:

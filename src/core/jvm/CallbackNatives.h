@@ -41,6 +41,7 @@
     BUILT(disableStackTelemetry, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(enableExceptionTelemetry, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(enableStackTelemetry, "()V", void, (JNIEnv* env, jclass clazz)) \
+    BUILT(findField, "(Ljava/lang/Class;Ljava/lang/String;)[J", jlongArray, (JNIEnv* env, jclass clazz, jclass type, jstring name)) \
     BUILT(findPropertyRecordIndex, "(I)I", jint, (JNIEnv* env, jclass clazz, jint nameStrID)) \
     BUILT(findSnapshot, "(Ljava/lang/String;)Z", jboolean, (JNIEnv* env, jclass clazz, jstring path)) \
     BUILT(freeUnusedRows, "()V", void, (JNIEnv* env, jclass clazz)) \
@@ -68,6 +69,7 @@
     BUILT(getUserTableIntColumn, "(III)I", jint, (JNIEnv* env, jclass clazz, jint table, jint row, jint column)) \
     BUILT(getUserTableLongColumn, "(III)J", jlong, (JNIEnv* env, jclass clazz, jint table, jint row, jint column)) \
     BUILT(getUserTableStringColumn, "(III)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jint table, jint row, jint column)) \
+    BUILT(getWovenClassCount, "(Ljava/lang/String;)I", jint, (JNIEnv* env, jclass clazz, jstring probeClass)) \
     BUILT(isFrequentSampling, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
     BUILT(isIBM, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
     BUILT(isUserTableRowClosed, "(II)Z", jboolean, (JNIEnv* env, jclass clazz, jint table, jint row)) \
@@ -80,6 +82,7 @@
     BUILT(objectMapPut, "(JLjava/lang/Object;I)V", void, (JNIEnv* env, jclass clazz, jlong map, jobject object, jint value)) \
     BUILT(objectMapRemove, "(JLjava/lang/Object;I)I", jint, (JNIEnv* env, jclass clazz, jlong map, jobject object, jint fallback)) \
     MISSING(patchTemplateClass, "([Ljava/lang/String;)[B", jbyteArray, (JNIEnv* env, jclass, jobjectArray), "method listeners of triggers") \
+    BUILT(readField, "(Ljava/lang/Object;JI[J)Ljava/lang/Object;", jobject, (JNIEnv* env, jclass clazz, jobject object, jlong field, jint kind, jlongArray bits)) \
     BUILT(registerProbesByBytecode, "([[BZZ)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jobjectArray classes, jboolean dynamic, jboolean flag)) \
     BUILT(registerProbesByName, "([Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jobjectArray classNames)) \
     BUILT(registerProcessExitListener, "(JI)Z", jboolean, (JNIEnv* env, jclass clazz, jlong process, jint row)) \

@@ -105,6 +105,11 @@ public class Callback {
 
     public static native void enableStackTelemetry();
 
+    /**
+     * Id and kind of an instance field; null: the class has none of this name, nor one above it.
+     */
+    public static native long[] findField(Class<?> type, String name);
+
     public static native int findPropertyRecordIndex(int nameStrID);
 
     public static native boolean findSnapshot(String path);
@@ -160,6 +165,9 @@ public class Callback {
 
     public static native String getUserTableStringColumn(int table, int row, int column);
 
+    /** Classes that carry calls of a probe; dotted name. */
+    public static native int getWovenClassCount(String probeClass);
+
     public static native boolean isFrequentSampling();
 
     public static native boolean isIBM();
@@ -183,6 +191,9 @@ public class Callback {
     public static native int objectMapRemove(long map, Object object, int absent);
 
     public static native byte[] patchTemplateClass(String[] macroAndValuePairs);
+
+    /** The value of a reference field; of any other null, and its bits in the array. */
+    public static native Object readField(Object object, long field, int kind, long[] bits);
 
     public static native String registerProbesByBytecode(byte[][] classes, boolean dynamic,
                                                          boolean flag);

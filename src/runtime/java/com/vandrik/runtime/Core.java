@@ -3,6 +3,7 @@ package com.vandrik.runtime;
 import com.vandrik.Constants;
 import com.vandrik.api.ProfilingModesExt;
 import com.vandrik.probes.triggers.EventListener;
+import com.vandrik.probes.watch.Watches;
 import com.vandrik.util.Asserts;
 import com.vandrik.util.Strings;
 import com.vandrik.util.ThreadUtil;
@@ -292,9 +293,11 @@ public final class Core {
             }
             InputStream in = new BufferedInputStream(new ControlInputStream(socket), BUFFER_SIZE);
             AgentProperties.makeSurePropertiesInitialized();
+            Watches.noteServing(true);
             RequestProcessing.dispatchRequest(new DataInputStream(in), new DataOutputStream(out),
                                               socket);
         } finally {
+            Watches.noteServing(false);
             socket.close();
         }
     }

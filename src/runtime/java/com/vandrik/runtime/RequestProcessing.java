@@ -73,7 +73,8 @@ public final class RequestProcessing {
     }
 
     private void dispatch(int type) throws IOException, PresentableException {
-        if (!dispatchRecording(type) && !dispatchData(type) && !dispatchService(type)) {
+        if (!dispatchRecording(type) && !dispatchData(type) && !dispatchService(type) &&
+            !dispatchWatches(type)) {
             refuse(Protocol.UNKNOWN_PACKET_TYPE + " " + type +
                    ". Reason: profiler agent and client version mismatch");
         }
@@ -174,6 +175,22 @@ public final class RequestProcessing {
         }
         Packet.writeHeader(myOut);
         return true;
+    }
+
+    private boolean dispatchWatches(int type) throws IOException, PresentableException {
+        switch (type) {
+        case Protocol.PACKET_WATCH_START:
+            WatchRequests.start(myIn, myOut);
+            return true;
+        case Protocol.PACKET_WATCH_READ:
+            WatchRequests.read(myIn, myOut);
+            return true;
+        case Protocol.PACKET_WATCH_STOP:
+            WatchRequests.stop(myIn, myOut);
+            return true;
+        default:
+            return false;
+        }
     }
 
     /** Questions about agent and JVM, and what changes the agent itself. */

@@ -122,7 +122,7 @@ final class ArchiveTest {
                 natives++;
             }
         }
-        Check.equal(natives, 97, "natives");
+        Check.equal(natives, 100, "natives");
     }
 
     static void testSwitchedOffCallbacksDoNothing() {
