@@ -176,7 +176,8 @@ void Connection::waitFor(short events, const char* what) {
             failTimeout(what, "no ");
         }
         pollfd entry = {descriptor, events, 0};
-        int result = poll(&entry, 1, static_cast<int>(left));
+        // A signal wakes one thread only; this may be another.
+        int result = poll(&entry, 1, static_cast<int>(std::min<int64_t>(left, LongestWaitMs)));
         if (result > 0) {
             return;
         }

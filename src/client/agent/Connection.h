@@ -61,6 +61,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
     static constexpr int SlowestBytesPerMs = 16;
+    static constexpr int LongestWaitMs = 200;
 
     void waitFor(short events, const char* what);
     void checkExchange(const char* what);

@@ -65,4 +65,18 @@ private:
     Connection& connection;
 };
 
+// A request on a connection of its own, which the agent has taken; what it answers is read from the
+// session.
+struct Request {
+    Request(const Endpoint& endpoint, int connectMs, int answerMs, const PacketWriter& packet)
+        : connection(endpoint, connectMs), session(connection) {
+        connection.setTimeout(answerMs);
+        session.send(packet);
+        session.expectOk();
+    }
+
+    Connection connection;
+    Session session;
+};
+
 } // namespace vdk

@@ -9,7 +9,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <climits>
-#include <poll.h>
 #include <sstream>
 #include <unistd.h>
 
@@ -279,12 +278,6 @@ const Command& namedCommand(const std::vector<std::string>& words, size_t* count
         failUsage("there is no command '" + printable(name) + "'" + didYouMean(name, names), "");
     }
     return *command;
-}
-
-// True when standard output is a pipe that nobody reads any more, as behind `| head`.
-bool isReaderGone() {
-    pollfd entry = {STDOUT_FILENO, 0, 0};
-    return poll(&entry, 1, 0) == 1 && (entry.revents & POLLERR) != 0;
 }
 
 int dispatch(const std::vector<std::string>& words, Console& console) {

@@ -1,16 +1,13 @@
 #include "client/commands/ProbeFiles.h"
 
 #include "client/console/Errors.h"
+#include "client/console/InputFile.h"
 #include "client/console/Text.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <minizip/unzip.h>
-#include <sstream>
 #include <system_error>
 
 namespace vdk {
@@ -23,17 +20,6 @@ constexpr uint64_t MostBytes = 64 << 20; // of one class
 
 [[noreturn]] void failJar(const std::string& path, const std::string& what) {
     throw ClientError(ExitCode::BadInput, "probe.jar", path + ": " + what);
-}
-
-std::string readWhole(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << file.rdbuf();
-    if (!file) {
-        throw ClientError(ExitCode::Usage, "input.open",
-                          "cannot read " + path + ": " + strerror(errno));
-    }
-    return bytes.str();
 }
 
 class Jar {
@@ -90,7 +76,7 @@ std::map<std::string, std::string> classesOfFolder(const std::string& path) {
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(path)) {
         const std::string name = entry.path().string();
         if (entry.is_regular_file() && endsWith(name, ".class")) {
-            found[name] = readWhole(name);
+            found[name] = readWholeFile(name);
         }
     }
     return found;
@@ -110,7 +96,7 @@ std::vector<std::string> readProbeFile(const std::string& path) {
         if (fs::is_directory(path)) {
             found = classesOfFolder(path);
         } else if (endsWith(path, ".class") || !fs::exists(path)) {
-            found[path] = readWhole(path);
+            found[path] = readWholeFile(path);
         } else {
             found = Jar(path).classes();
         }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <locale.h>
+#include <poll.h>
 #include <sstream>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -84,6 +85,11 @@ ScreenSize screenSize(int descriptor) {
         size = {};
     }
     return {size.ws_row > 0 ? size.ws_row : 24, size.ws_col > 0 ? size.ws_col : 80};
+}
+
+bool isReaderGone() {
+    pollfd entry = {STDOUT_FILENO, 0, 0};
+    return poll(&entry, 1, 0) == 1 && (entry.revents & POLLERR) != 0;
 }
 
 ProgressBar::ProgressBar(Console& console, std::string label)

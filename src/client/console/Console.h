@@ -59,6 +59,9 @@ struct ScreenSize {
 // Of the terminal on a descriptor; 24 rows of 80 columns where there is none or it does not tell.
 ScreenSize screenSize(int descriptor);
 
+// True when standard output is a pipe that nobody reads any more, as behind `| head`.
+bool isReaderGone();
+
 // Columns that the text takes on a terminal: wide characters take two, combining ones none.
 size_t displayWidth(const std::string& text);
 // The text, cut to end in "..." if it takes more columns.
