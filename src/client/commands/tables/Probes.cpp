@@ -8,7 +8,95 @@ namespace {
 
 const OptionSpec Top = {"--top", ValueKind::Number, "rows or groups to show (default 30)"};
 
+const OptionSpec Pattern = {
+    "PATTERN", ValueKind::Text, "the methods, such as com.shop.Cart:add", {}, true, false, ""};
+const OptionSpec Min = {"--min", ValueKind::Duration, "only calls that took so long, such as 10ms"};
+const OptionSpec Where = {"--where", ValueKind::Text, "only calls that meet this condition",
+                          {},        false,           true};
+const OptionSpec InstanceOf = {"--instance-of", ValueKind::Text,
+                               "only objects of this class or interface"};
+const OptionSpec Depth = {"--depth", ValueKind::Number,
+                          "frames of a stack at most, up to 1024 (default 64)"};
+
 const std::vector<Command> Table = {
+    {"watch",
+     "print the calls of a method as they happen",
+     "One line a call when it ends: time of day, thread, method, arguments, result or exception,\n"
+     "duration. PATTERN is CLASS:METHOD, * stands for any text, (int, String) behind it chooses "
+     "among\n"
+     "methods of one name. The methods are rewritten for the time of the watch; the agent is "
+     "loaded\n"
+     "where it is not there yet. Without --args, --result, --this and --exception it is all but "
+     "--this.\n"
+     "Conditions compare args[0], result, this, exception, ms and thread, with == != < <= > >= "
+     "~ (contains),\n"
+     "joined by && || ! and parentheses; args[0].name reads a field. No code of the application "
+     "runs unless\n"
+     "--to-string is given. A line of a file of masks, `*:login(*) args[1]`, hides what it names. "
+     "Calls that\n"
+     "come faster than they can be read are counted and left out.",
+     "vdk watch app.jar com.shop.Cart:add\n"
+     "vdk watch app.jar 'com.shop.*:find*(*)' --min 10ms --stack\n"
+     "vdk watch app.jar com.shop.Cart:add --where 'args[0] == \"x\" && result == false'\n"
+     "vdk watch app.jar 'com.shop.Login:*' --masks secrets --count 20 --json",
+     {Target,
+      Pattern,
+      {"--args", ValueKind::None, "show the arguments"},
+      {"--result", ValueKind::None, "show the result"},
+      {"--this", ValueKind::None, "show the object"},
+      {"--exception", ValueKind::None, "show messages of exceptions, not their class alone"},
+      Min,
+      Where,
+      InstanceOf,
+      {"--stack", ValueKind::None, "with the stacks of the calls"},
+      Depth,
+      {"--count", ValueKind::Number, "end after so many calls"},
+      {"--masks", ValueKind::File, "file that names the values that must not be shown"},
+      {"--to-string", ValueKind::None, "print objects by their own toString()"}},
+     false,
+     true,
+     runWatch},
+    {"stack",
+     "show who calls a method",
+     "The stacks of the next calls, each with how often it was seen, the most frequent first; "
+     "Ctrl-C\n"
+     "shows what there is by then. PATTERN and conditions are those of `vdk watch`.",
+     "vdk stack app.jar com.shop.Cart:add\n"
+     "vdk stack app.jar java.io.FileInputStream:open --count 1000 --depth 10\n"
+     "vdk stack app.jar com.shop.Cart:add --where 'ms > 50' --each",
+     {Target,
+      Pattern,
+      {"--count", ValueKind::Number,
+       "end after so many calls, 0 for Ctrl-C only (default 100, with --each 0)"},
+      Min,
+      Where,
+      InstanceOf,
+      Depth,
+      {"--each", ValueKind::None, "each call as it comes, not the sum of all"},
+      {"--top", ValueKind::Number, "stacks to show (default 30)"}},
+     false,
+     true,
+     runStack},
+    {"monitor",
+     "count and time the calls of methods, period by period",
+     "For each period a table: calls, how many an exception left, mean, median, 95th and 99th "
+     "percentile,\n"
+     "and the longest; at the end the same of all. The JVM counts, so that no call is lost; "
+     "percentiles\n"
+     "are exact to 7 %. With --json one object a line. Waits for monitors and locks are those of\n"
+     "`vdk monitors`.",
+     "vdk monitor app.jar 'com.shop.Cart:*' --every 5s\n"
+     "vdk monitor app.jar com.shop.Cart:add --where 'thread ~ \"http\"' --count 12 --json",
+     {Target,
+      Pattern,
+      {"--every", ValueKind::Duration, "the period (default 5s)"},
+      {"--count", ValueKind::Number, "end after so many periods"},
+      Min,
+      Where,
+      InstanceOf},
+     false,
+     true,
+     runMonitor},
     {"probes",
      "show, add and remove probes",
      "A probe records calls of the methods that its patterns name. The agent's own ones have "
