@@ -26,11 +26,13 @@ foreach(_shell bash zsh fish)
     list(APPEND _completions ${_dist}/completions.${_shell})
 endforeach()
 add_custom_target(release_files DEPENDS ${_stripped} ${_completions})
+add_dependencies(release_files probes_javadoc)
 
 # The program looks for the library in ../lib/vdk.
 install(PROGRAMS ${_dist}/vdk DESTINATION bin COMPONENT vdk)
 install(FILES ${_dist}/libvdkagent.so DESTINATION lib/vdk COMPONENT vdk)
-install(FILES ${CMAKE_BINARY_DIR}/vdk-probes-api.jar DESTINATION share/java COMPONENT vdk)
+install(FILES ${CMAKE_BINARY_DIR}/vdk-probes-api.jar ${CMAKE_BINARY_DIR}/vdk-probes-api-javadoc.jar
+        DESTINATION share/java COMPONENT vdk)
 install(FILES docs/vdk.1 DESTINATION share/man/man1 COMPONENT vdk)
 install(FILES ${_dist}/completions.bash DESTINATION share/bash-completion/completions RENAME vdk COMPONENT vdk)
 install(FILES ${_dist}/completions.fish DESTINATION share/fish/vendor_completions.d RENAME vdk.fish COMPONENT vdk)

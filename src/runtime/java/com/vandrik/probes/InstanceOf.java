@@ -15,6 +15,10 @@ import java.lang.annotation.Target;
 @Retention(RetentionPolicy.CLASS)
 @Target(ElementType.TYPE)
 public @interface InstanceOf {
-    /** Full name, as in <code>java.sql.Statement</code>. */
+    /**
+     * Names the class or interface.
+     *
+     * @return its full name, as in <code>java.sql.Statement</code>
+     */
     String value();
 }

@@ -10,16 +10,32 @@ public final class JVM {
     private JVM() {
     }
 
-    /** Between the end of the JVM's start and the beginning of its end. */
+    /**
+     * Tells whether the JVM runs the application: its start is over and its end has not begun.
+     * Callbacks may be called before, when much of the JDK is not there yet.
+     *
+     * @return false at the start and at the end of the JVM
+     */
     public static boolean isLivePhase() {
         return Callback.getPhase() == LIVE_PHASE;
     }
 
+    /**
+     * Tells the maker of the JVM.
+     *
+     * @return whether it is one of IBM
+     */
     public static boolean isIBM() {
         return Callback.isIBM();
     }
 
-    /** Asks to hear of a child's exit. False where the process object doesn't tell what it is. */
+    /**
+     * Asks to hear of a child's exit.
+     *
+     * @param process the child
+     * @param row what {@link #getExitedProcesses} gives when it has ended
+     * @return false where the process object doesn't tell what it is, and nobody listens
+     */
     public static boolean registerProcessExitListener(Process process, int row) {
         Long id = getField(process, "handle");
         if (id == null) {
@@ -47,7 +63,11 @@ public final class JVM {
         }
     }
 
-    /** Rows of the children that have ended since the last call. */
+    /**
+     * Tells who has ended; does not wait.
+     *
+     * @return the rows of the children that have ended since the last call
+     */
     public static int[] getExitedProcesses() {
         return Callback.getExitedProcesses();
     }

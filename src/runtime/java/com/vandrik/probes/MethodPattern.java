@@ -36,6 +36,10 @@ import java.lang.annotation.Target;
 @Retention(RetentionPolicy.CLASS)
 @Target(ElementType.TYPE)
 public @interface MethodPattern {
-    /** At least one of them must fit a method. */
+    /**
+     * The patterns, of which at least one must fit a method.
+     *
+     * @return one or more of them
+     */
     String[] value();
 }

@@ -11,16 +11,32 @@ import java.util.WeakHashMap;
 public final class ObjectIntWeakMap {
     private final WeakHashMap<Object, Integer> myMap = new WeakHashMap<Object, Integer>();
 
+    /**
+     * Remembers a number, in the place of the one before.
+     *
+     * @param key the object, whose {@code hashCode} and {@code equals} are called
+     * @param value the number
+     */
     public synchronized void put(Object key, int value) {
         myMap.put(key, value);
     }
 
-    /** -1 if there is none. */
+    /**
+     * Looks a number up.
+     *
+     * @param key the object
+     * @return its number, -1 if there is none
+     */
     public synchronized int get(Object key) {
         return orAbsent(myMap.get(key));
     }
 
-    /** Gives the number that the object had, -1 if none. */
+    /**
+     * Forgets an object.
+     *
+     * @param key the object
+     * @return the number that it had, -1 if none
+     */
     public synchronized int remove(Object key) {
         return orAbsent(myMap.remove(key));
     }

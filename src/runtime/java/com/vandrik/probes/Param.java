@@ -15,6 +15,10 @@ import java.lang.annotation.Target;
 @Retention(RetentionPolicy.CLASS)
 @Target(ElementType.PARAMETER)
 public @interface Param {
-    /** Which one, counted from 1. */
+    /**
+     * Tells which parameter.
+     *
+     * @return its number, counted from 1
+     */
     int value();
 }

@@ -7,11 +7,24 @@ public final class Probes {
     private Probes() {
     }
 
+    /**
+     * Registers probes and puts their calls into the classes that are loaded; returns when that is
+     * done. None is registered if one is at fault.
+     *
+     * @param probes their classes, looked up by their names
+     * @throws RuntimeException with the messages of the registration
+     */
     public static void registerProbes(Class<?>... probes) {
         registerProbes(getNames(probes));
     }
 
-    /** Fails with the messages of the registration. */
+    /**
+     * Registers probes and puts their calls into the classes that are loaded; returns when that is
+     * done. None is registered if one is at fault.
+     *
+     * @param classNames full names; a probe may be nested in the named class
+     * @throws RuntimeException with the messages of the registration
+     */
     public static void registerProbes(String... classNames) {
         String failure = Callback.registerProbesByName(classNames);
         if (failure != null) {
@@ -19,10 +32,22 @@ public final class Probes {
         }
     }
 
+    /**
+     * Takes probes out of the classes again, those nested in the named ones too; returns when that
+     * is done. Names of no probe are passed over.
+     *
+     * @param probes their classes
+     */
     public static void unregisterProbes(Class<?>... probes) {
         unregisterProbes(getNames(probes));
     }
 
+    /**
+     * Takes probes out of the classes again, those nested in the named ones too; returns when that
+     * is done. Names of no probe are passed over.
+     *
+     * @param classNames full names
+     */
     public static void unregisterProbes(String... classNames) {
         Callback.unregisterProbes(classNames);
     }

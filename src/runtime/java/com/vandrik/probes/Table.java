@@ -12,15 +12,29 @@ import java.util.List;
  * first row, so that a probe that never fires leaves nothing behind.
  */
 public abstract class Table {
-    /** A row has a duration: it is opened and closed. */
+    /** A row has a duration: it is opened and closed, and a column "uptime_ns.end" tells when. */
     public static final long LASTING_EVENTS = 1;
 
+    /**
+     * A column "spent_cpu_ns": CPU time of the thread in nanoseconds while the row was open, -1 if
+     * another thread closed it. Wants {@link #LASTING_EVENTS} and
+     * {@link #RECORD_THREAD_ON_ROW_CREATION}.
+     */
     public static final long RECORD_THREAD_CPU_TIME = 8;
+
+    /** A column "thread": the one that made the row. */
     public static final long RECORD_THREAD_ON_ROW_CREATION = 32;
+
+    /** A column "thread.end": the one that closed the row. Wants {@link #LASTING_EVENTS}. */
     public static final long RECORD_THREAD_ON_ROW_CLOSE = 64;
+
+    /** A column "frame": the stack when the row was made. */
     public static final long RECORD_STACKTRACE_ON_ROW_CREATION = 128;
+
+    /** A column "frame.end": the stack when the row was closed. Wants {@link #LASTING_EVENTS}. */
     public static final long RECORD_STACKTRACE_ON_ROW_CLOSE = 256;
 
+    /** Events of a moment: thread and stack. */
     public static final long MASK_FOR_POINT_EVENTS =
             RECORD_THREAD_ON_ROW_CREATION | RECORD_STACKTRACE_ON_ROW_CREATION;
 
@@ -48,6 +62,15 @@ public abstract class Table {
     private volatile int myMinimumRecordedLastingEventWallTimeMs;
     private volatile int myFrequentSamplingThresholdMs = NO_THRESHOLD;
 
+    /**
+     * A table that the agent makes with its first row. Each has a column "uptime_ns", when the row
+     * was made.
+     *
+     * @param name its name, one line of text
+     * @param mask bits of this class: what the agent fills in by itself
+     * @throws RuntimeException if the name is null, empty or of several lines
+     * @throws IllegalArgumentException if a bit wants another one that is not there
+     */
     protected Table(String name, long mask) {
         if (name == null) {
             throw new RuntimeException("table name must not be null");
@@ -89,35 +112,64 @@ public abstract class Table {
         return (mask & bit) != 0;
     }
 
-    /** A new row, which all operations on rows accept, also if the agent did not make one. */
+    /**
+     * Makes a row, and the table with the first one.
+     *
+     * @return the new row, which all operations on rows accept, also if the agent did not make one
+     * @throws RuntimeException if the fields of the subclass are no columns that a table can have,
+     *     or there are 96 tables
+     */
     public int createRow() {
         ensureCreated();
         return Callback.createUserTableRow(myIndex, myFrequentSamplingThresholdMs,
                                            myMinimumRecordedLastingEventWallTimeMs);
     }
 
-    /** Ends the event of a row. False if the row doesn't stay, since the event was too short. */
+    /**
+     * Ends the event of a row. A row that was closed before stays as it is.
+     *
+     * @param row as {@link #createRow} gave it
+     * @return false if there is no such row, or it doesn't stay, since the event was too short
+     */
     public boolean closeRow(int row) {
         ensureCreated();
         return Callback.closeUserTableRow(myIndex, row, myMinimumRecordedLastingEventWallTimeMs);
     }
 
+    /**
+     * Tells whether an event has ended.
+     *
+     * @param row as {@link #createRow} gave it
+     * @return true after {@link #closeRow}; false if there is no such row, or rows don't last
+     */
     public boolean isRowClosed(int row) {
         ensureCreated();
         return Callback.isUserTableRowClosed(myIndex, row);
     }
 
-    /** Lasting events that are shorter than this leave no row. */
+    /**
+     * Lasting events that are shorter than this leave no row.
+     *
+     * @param milliseconds of time, not of CPU time; 0, as at the beginning, keeps all
+     */
     public void setMinimumRecordedLastingEventTime(int milliseconds) {
         myMinimumRecordedLastingEventWallTimeMs = milliseconds;
     }
 
-    /** While an event lasts longer than this, telemetry runs at its finest step. */
+    /**
+     * While an event lasts longer than this, telemetry runs at its finest step.
+     *
+     * @param milliseconds of time; -1, as at the beginning, for never
+     */
     public void setFrequentSamplingThreshold(int milliseconds) {
         myFrequentSamplingThresholdMs = milliseconds;
     }
 
-    /** 0 until the table has its first row. */
+    /**
+     * Tells the table's number.
+     *
+     * @return its number in the agent, 0 until the table has its first row
+     */
     public int getIndex() {
         return myIndex;
     }
