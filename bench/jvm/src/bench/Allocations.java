@@ -159,9 +159,11 @@ public final class Allocations {
         try (Run run = new Run(jdk, args[3], program, "-agentpath:" + args[2] + "=sampled")) {
             units.put("empty handler of samples", run.unit());
         }
-        try (Run run = new Run(jdk, args[3], program,
-                               "-agentpath:" + args[1] +
-                                       "=quiet,onlylocal,noexceptionevents,tmpdir=" + folder)) {
+        try (Run run = new Run(
+                     jdk, args[3], program,
+                     "-agentpath:" + args[1] +
+                             "=quiet,onlylocal,noexceptionevents,builtinprobes=none,tmpdir=" +
+                             folder)) {
             units.put("off", run.unit());
             Map<String, String[]> modes = new LinkedHashMap<>();
             modes.put("sampled", new String[] {"--sampled"});

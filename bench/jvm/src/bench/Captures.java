@@ -138,7 +138,9 @@ public final class Captures {
         Path folder = Files.createTempDirectory("vdk-captures-");
         String file = folder.resolve("file").toString();
         String agent =
-                args[1] + "=quiet,onlylocal,noexceptionevents,telemetryperiod=0,tmpdir=" + folder;
+                args[1] +
+                "=quiet,onlylocal,noexceptionevents,builtinprobes=none,telemetryperiod=0,tmpdir=" +
+                folder;
         Process process = start(jdk, agent, args[3], millions);
         BufferedReader out = new BufferedReader(new InputStreamReader(process.getInputStream()));
         String pid = line(out, "pid ");

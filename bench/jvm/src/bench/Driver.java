@@ -43,7 +43,8 @@ public final class Driver {
     }
 
     private String vdk(String options) {
-        return "-agentpath:" + agent + "=quiet,onlylocal,noexceptionevents,tmpdir=" + folder +
+        return "-agentpath:" + agent +
+                "=quiet,onlylocal,noexceptionevents,builtinprobes=none,tmpdir=" + folder +
                 ",dir=" + folder + options;
     }
 

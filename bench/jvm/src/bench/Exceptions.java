@@ -124,9 +124,8 @@ public final class Exceptions {
     }
 
     public static void main(String[] args) throws Exception {
-        String options = args[1] +
-                         "=quiet,onlylocal,tmpdir=" + Files.createTempDirectory("vdk-bench-") +
-                         ",disableexceptiontelemetry";
+        String options = args[1] + "=quiet,onlylocal,builtinprobes=none,tmpdir=" +
+                         Files.createTempDirectory("vdk-bench-") + ",disableexceptiontelemetry";
         for (int i = 3; i < args.length; i++) {
             for (int depth : new int[] {3, 30}) {
                 double plain = run(args[0], args[2], args[i], "", depth)[0];

@@ -144,8 +144,8 @@ public final class Locks {
             return;
         }
         Path folder = Files.createTempDirectory("vdk-bench-");
-        String agent =
-                "-agentpath:" + args[0] + "=quiet,onlylocal,noexceptionevents,tmpdir=" + folder;
+        String agent = "-agentpath:" + args[0] +
+                       "=quiet,onlylocal,noexceptionevents,builtinprobes=none,tmpdir=" + folder;
         Map<String, String[]> agents = new LinkedHashMap<>();
         agents.put("plain", new String[0]);
         agents.put("four empty events", new String[] {"-agentpath:" + args[1] + "=monitors"});

@@ -147,7 +147,8 @@ public final class Sampled {
             Process process =
                     new ProcessBuilder(
                             args[i] + "/bin/java", "-agentpath:" + args[2] + "=20," + switchFile,
-                            "-agentpath:" + args[1] + "=quiet,onlylocal,noexceptionevents,tmpdir=" +
+                            "-agentpath:" + args[1] +
+                                    "=quiet,onlylocal,noexceptionevents,builtinprobes=none,tmpdir=" +
                                     folder + ",dir=" + folder,
                             "-cp", args[3], Program.class.getName())
                             .redirectError(Redirect.DISCARD)

@@ -50,8 +50,8 @@ public final class Tracing {
 
     private String vdk(String options) {
         return "-agentpath:" + agent +
-                "=quiet,onlylocal,noexceptionevents,telemetryperiod=0,tmpdir=" + folder +
-                ",dir=" + folder + options;
+                "=quiet,onlylocal,noexceptionevents,builtinprobes=none,telemetryperiod=0,tmpdir=" +
+                folder + ",dir=" + folder + options;
     }
 
     /** What a program prints; its last line is the result. */
