@@ -39,6 +39,11 @@ public final class TypeNames {
 
     /** The type of this name that the object is of, null if it isn't. */
     public static Class<?> find(Object object, String typeName) {
-        return object == null ? null : TYPES.get(object.getClass()).get(typeName);
+        return object == null ? null : find(object.getClass(), typeName);
+    }
+
+    /** The type of this name that objects of the class are of, null if they aren't. */
+    public static Class<?> find(Class<?> type, String typeName) {
+        return TYPES.get(type).get(typeName);
     }
 }

@@ -51,35 +51,54 @@ final class ServletRequests {
         }
     }
 
-    /** The type of requests with its methods, one for each loader of the servlet API. */
+    /** What is asked of requests of a class, looked up once: every request is asked. */
     private static final class Api {
-        final String myPrefix; // of the packages
-        final Class<?> myRequest;
+        private static final ClassValue<Api> APIS = new ClassValue<Api>() {
+            @Override
+            protected Api computeValue(Class<?> type) {
+                Class<?> request = TypeNames.find(type, "jakarta.servlet.http.HttpServletRequest");
+                if (request != null) {
+                    return new Api("jakarta.", request);
+                }
+                request = TypeNames.find(type, "javax.servlet.http.HttpServletRequest");
+                return request == null ? null : new Api("javax.", request);
+            }
+        };
 
-        Api(String prefix, Class<?> request) {
+        final String myPrefix; // of the packages
+        // Null where the API is older than the method.
+        final Method myURI;
+        final Method myQuery;
+        final Method myAttribute;
+        final Method myDispatcher;
+        final Method myIsAsync;
+        final Method myContext;
+
+        private Api(String prefix, Class<?> request) {
             myPrefix = prefix;
-            myRequest = request;
+            myURI = find(request, "getRequestURI");
+            myQuery = find(request, "getQueryString");
+            myAttribute = find(request, "getAttribute", String.class);
+            myDispatcher = find(request, "getDispatcherType");
+            myIsAsync = find(request, "isAsyncStarted");
+            myContext = find(request, "getAsyncContext");
         }
 
+        /** Null if it is no request by HTTP. */
         static Api of(Object request) {
-            Class<?> type = TypeNames.find(request, "jakarta.servlet.http.HttpServletRequest");
-            if (type != null) {
-                return new Api("jakarta.", type);
-            }
-            type = TypeNames.find(request, "javax.servlet.http.HttpServletRequest");
-            return type == null ? null : new Api("javax.", type);
+            return request == null ? null : APIS.get(request.getClass());
         }
     }
 
-    /** Null if it is no request by HTTP. */
     static Object enter(Object request) {
         Api api = Api.of(request);
         if (api == null) {
             return null;
         }
         Visit outer = VISITS.get();
-        String uri = text(ask(request, api.myRequest, "getRequestURI"));
-        String include = text(askAttribute(request, api));
+        String uri = text(ask(request, api.myURI));
+        String include =
+                text(ask(request, api.myAttribute, api.myPrefix + "servlet.include.request_uri"));
         Visit visit = new Visit(outer, uri, include);
         VISITS.set(visit);
         boolean isNew = outer == null ? !isDispatchedAgain(request, api)
@@ -92,9 +111,11 @@ final class ServletRequests {
 
     private static int open(Object request, Api api, String uri, String include) {
         int row = TABLE.createRow();
+        if (!Rows.exists(row)) {
+            return row;
+        }
         TABLE.myUri.setValue(row, Redaction.uri(uri));
-        TABLE.myQuery.setValue(
-                row, Redaction.query(text(ask(request, api.myRequest, "getQueryString"))));
+        TABLE.myQuery.setValue(row, Redaction.query(text(ask(request, api.myQuery))));
         TABLE.myInclude.setValue(row, Redaction.uri(include));
         return row;
     }
@@ -119,19 +140,20 @@ final class ServletRequests {
         return value == null ? null : value.toString();
     }
 
-    private static Object askAttribute(Object request, Api api) {
+    private static Method find(Class<?> type, String name, Class<?>... parameters) {
         try {
-            return api.myRequest.getMethod("getAttribute", String.class)
-                    .invoke(request, api.myPrefix + "servlet.include.request_uri");
+            return type == null ? null : type.getMethod(name, parameters);
         } catch (Exception e) {
+            return null;
+        } catch (LinkageError e) {
             return null;
         }
     }
 
     /** What the application's object answers; null where it can't. */
-    private static Object ask(Object object, Class<?> type, String name) {
+    private static Object ask(Object object, Method method, Object... arguments) {
         try {
-            return type == null ? null : type.getMethod(name).invoke(object);
+            return method == null ? null : method.invoke(object, arguments);
         } catch (Exception e) {
             return null;
         }
@@ -139,15 +161,15 @@ final class ServletRequests {
 
     /** A request that its container gives to another thread has its row already. */
     private static boolean isDispatchedAgain(Object request, Api api) {
-        return "ASYNC".equals(text(ask(request, api.myRequest, "getDispatcherType")));
+        return "ASYNC".equals(text(ask(request, api.myDispatcher)));
     }
 
     private static boolean staysOpen(Object request, int row) {
         Api api = Api.of(request);
-        if (api == null || !Boolean.TRUE.equals(ask(request, api.myRequest, "isAsyncStarted"))) {
+        if (api == null || !Boolean.TRUE.equals(ask(request, api.myIsAsync))) {
             return false;
         }
-        return listen(ask(request, api.myRequest, "getAsyncContext"), api, row);
+        return listen(ask(request, api.myContext), api, row);
     }
 
     /** Hears of the end; false if it has come already. */
@@ -208,7 +230,7 @@ final class ServletRequests {
 
         private void goOn(Object event) {
             Class<?> type = TypeNames.find(event, myApi.myPrefix + "servlet.AsyncEvent");
-            if (!listen(ask(event, type, "getAsyncContext"), myApi, myRow)) {
+            if (!listen(ask(event, find(type, "getAsyncContext")), myApi, myRow)) {
                 TABLE.closeRow(myRow);
             }
         }
