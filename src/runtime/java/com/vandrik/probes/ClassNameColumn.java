@@ -27,8 +27,9 @@ public final class ClassNameColumn extends Column {
      * @throws RuntimeException if the column belongs to no table that has had a row
      */
     public void setValue(int row, Class<?> value) {
-        checkTable();
-        Callback.setUserTableClassNameColumn(myTableIndex, row, myIndex,
-                                             value == null ? null : value.getName());
+        if (takes(row)) {
+            Callback.setUserTableClassNameColumn(myTableIndex, row, myIndex,
+                                                 value == null ? null : value.getName());
+        }
     }
 }

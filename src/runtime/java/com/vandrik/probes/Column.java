@@ -46,12 +46,14 @@ public abstract class Column {
         myIndex = NOT_ATTACHED;
     }
 
-    final void checkTable() {
+    /** Whether there is a row to set a value in. Fails if the column has no table yet. */
+    final boolean takes(int row) {
         if (myTableIndex == 0) {
             throw new RuntimeException(
                     "Column " + myName + " is not attached to a table;"
                     + " ensure that (a) column is assigned to a field of Table class"
                     + " and (b) a row of that table was created before the column is used");
         }
+        return row != Table.REFUSED_ROW;
     }
 }

@@ -46,7 +46,8 @@ public final class ForeignKeyColumn extends Column {
      * @throws RuntimeException if the column belongs to no table that has had a row
      */
     public void setValue(int row, int masterRow) {
-        checkTable();
-        Callback.setUserTableForeignKeyColumn(myTableIndex, row, myIndex, masterRow);
+        if (takes(row)) {
+            Callback.setUserTableForeignKeyColumn(myTableIndex, row, myIndex, masterRow);
+        }
     }
 }

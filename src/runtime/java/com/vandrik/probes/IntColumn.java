@@ -27,7 +27,8 @@ public final class IntColumn extends Column {
      * @throws RuntimeException if the column belongs to no table that has had a row
      */
     public void setValue(int row, int value) {
-        checkTable();
-        Callback.setUserTableIntColumn(myTableIndex, row, myIndex, value);
+        if (takes(row)) {
+            Callback.setUserTableIntColumn(myTableIndex, row, myIndex, value);
+        }
     }
 }

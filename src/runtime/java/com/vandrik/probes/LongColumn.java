@@ -27,7 +27,8 @@ public final class LongColumn extends Column {
      * @throws RuntimeException if the column belongs to no table that has had a row
      */
     public void setValue(int row, long value) {
-        checkTable();
-        Callback.setUserTableLongColumn(myTableIndex, row, myIndex, value);
+        if (takes(row)) {
+            Callback.setUserTableLongColumn(myTableIndex, row, myIndex, value);
+        }
     }
 }

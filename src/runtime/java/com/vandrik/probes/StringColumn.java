@@ -27,7 +27,8 @@ public final class StringColumn extends Column {
      * @throws RuntimeException if the column belongs to no table that has had a row
      */
     public void setValue(int row, String value) {
-        checkTable();
-        Callback.setUserTableStringColumn(myTableIndex, row, myIndex, value);
+        if (takes(row)) {
+            Callback.setUserTableStringColumn(myTableIndex, row, myIndex, value);
+        }
     }
 }

@@ -50,6 +50,9 @@ public abstract class Table {
     /** For probes that must store a row where none exists. */
     public static final int NO_ROW = -1;
 
+    /** What the agent gives where it makes no row. Its natives would do nothing with it. */
+    static final int REFUSED_ROW = Integer.MAX_VALUE;
+
     private static final int MAX_COLUMNS = 128;
     private static final int NO_THRESHOLD = -1;
 
@@ -133,7 +136,8 @@ public abstract class Table {
      */
     public boolean closeRow(int row) {
         ensureCreated();
-        return Callback.closeUserTableRow(myIndex, row, myMinimumRecordedLastingEventWallTimeMs);
+        return row != REFUSED_ROW &&
+                Callback.closeUserTableRow(myIndex, row, myMinimumRecordedLastingEventWallTimeMs);
     }
 
     /**

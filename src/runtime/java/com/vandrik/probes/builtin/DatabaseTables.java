@@ -35,7 +35,9 @@ final class DatabaseTables {
 
         int open(String database) {
             int row = createRow();
-            myDatabase.setValue(row, database);
+            if (row != REFUSED_ROW) {
+                myDatabase.setValue(row, Redaction.database(database));
+            }
             return row;
         }
     }
@@ -93,9 +95,11 @@ final class DatabaseTables {
 
         int open(int master, String sql, String operation) {
             int row = createRow();
-            myMaster.setValue(row, master);
-            mySql.setValue(row, sql);
-            myOperation.setValue(row, operation);
+            if (row != REFUSED_ROW) {
+                myMaster.setValue(row, master);
+                mySql.setValue(row, Redaction.sql(sql));
+                myOperation.setValue(row, operation);
+            }
             return row;
         }
     }

@@ -68,7 +68,7 @@ final class JdbcCalls {
             return new OpenRow(table, table.open(known.myRow, operation));
         }
         DatabaseTables.Queries table = DatabaseTables.QUERIES;
-        return new OpenRow(table, table.open(known.myRow, Redaction.sql(sql), operation));
+        return new OpenRow(table, table.open(known.myRow, sql, operation));
     }
 
     static Object enterBatch(Object statement, String operation) {
@@ -83,7 +83,7 @@ final class JdbcCalls {
             return new OpenRow(table, table.open(known.myRow, operation));
         }
         DatabaseTables.Queries table = DatabaseTables.BATCHES;
-        return new OpenRow(table, table.open(known.myRow, Redaction.sql(sql), operation));
+        return new OpenRow(table, table.open(known.myRow, sql, operation));
     }
 
     private static JdbcObjects.Statement begin(Object statement) {

@@ -178,8 +178,7 @@ final class JdbcObjects {
     private static Connection create(Object connection, String database) {
         boolean isAutoCommit = JdbcCalls.isAutoCommit(connection);
         String address = database != null ? database : JdbcCalls.getURL(connection);
-        Connection created = new Connection(
-                DatabaseTables.CONNECTIONS.open(Redaction.database(address)), isAutoCommit);
+        Connection created = new Connection(DatabaseTables.CONNECTIONS.open(address), isAutoCommit);
         CONNECTIONS.put(connection, created);
         return created;
     }
@@ -208,7 +207,7 @@ final class JdbcObjects {
         int master = connection == null ? NO_ROW : connection.myRow;
         Statement created =
                 new Statement(connection, isPrepared, DatabaseTables.of(isPrepared).open(master));
-        if (isPrepared) {
+        if (isPrepared && created.myRow != DatabaseTables.REFUSED_ROW) {
             DatabaseTables.PREPARED_STATEMENTS.mySql.setValue(created.myRow, Redaction.sql(sql));
         }
         // The list stays as short as the table of rows.
