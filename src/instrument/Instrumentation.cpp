@@ -45,6 +45,7 @@ int ourCallbackClassSize = 0;
 
 // Internal names of classes that had natives wrapped at some load; never shrinks. ourLock.
 ZVectorSafe<ZString>& ourNamesOfClassesWithWrappedNatives = *new ZVectorSafe<ZString>();
+WrappedNatives& ourWrappedNatives = *new WrappedNatives();
 // Statistics of the hook. ourLock.
 long ourProcessedClasses = 0;
 long ourRewrittenClasses = 0;
@@ -223,6 +224,9 @@ bool rewrite(ClassFile& classFile, const ZString& name, const NativeSelection* n
         if (!listsWrappedNatives(name)) {
             ourNamesOfClassesWithWrappedNatives.push(name);
         }
+        if (!natives->isRedefinition()) {
+            ourWrappedNatives.add(name, classFile);
+        }
     }
     const ClassCalls wanted = WantedCalls::ofClass(classFile, ourOfferedUnasked);
     if (wanted.calls.has(CALLS_LOADERS)) {
@@ -341,7 +345,7 @@ void rewriteOffered(const OfferedClass& offered, const ZString& name, jint* newL
                              offered.env, offered.loader);
     if (offered.redefined != nullptr) {
         if (WantedCalls::now().has(CALLS_NATIVES) && listsWrappedNatives(name)) {
-            const Redefinition redefinition(offered.redefined, name);
+            const Redefinition redefinition(offered.redefined, name, ourWrappedNatives);
             if (redefinition.hasWrapped()) {
                 classFileLoadHookHandlerImpl(name, offered.length, offered.data, newLength, newData,
                                              &redefinition);

@@ -11,6 +11,8 @@ namespace {
 
 // More nesting of interfaces is taken for a fault.
 constexpr int DEEPEST_INTERFACE = 100;
+constexpr unsigned long FNV_OFFSET = 14695981039346656037UL;
+constexpr unsigned long FNV_PRIME = 1099511628211UL;
 
 // The class of this name that the loader is known to give, as a local reference, or null.
 jclass findLoaded(JNIEnv* env, jobject loader, const ZString& name) {
@@ -30,6 +32,17 @@ jclass findLoaded(JNIEnv* env, jobject loader, const ZString& name) {
         }
     }
     return found;
+}
+
+unsigned long hashOn(unsigned long hash, const ZString& text) {
+    for (int i = 0; i < text.getLength(); i++) {
+        hash = (hash ^ static_cast<unsigned char>(text.c_str()[i])) * FNV_PRIME;
+    }
+    return hash;
+}
+
+long hashOf(const ZString& className, const ZString& method) {
+    return static_cast<long>(hashOn(hashOn(FNV_OFFSET, className), method));
 }
 
 // Whether one of the interfaces of the class is Serializable, or can't be told not to be.
@@ -77,10 +90,29 @@ bool FirstLoad::isNeverSerializable(const Utf8View& name) const {
     return type != nullptr && !maySerialize(env, type);
 }
 
-Redefinition::Redefinition(jclass type, const ZString& name) {
+void WrappedNatives::add(const ZString& className, ClassFile& classFile) {
+    for (int i = 0; i < classFile.getMethods().getSize(); i++) {
+        MethodInfo* const method = classFile.getMethods()[i];
+        if (method->isNative() && method->getName().startsWith(ourNativeMethodPrefix)) {
+            methods.add(hashOf(className,
+                               method->getName().toString() + method->getDescriptor().toString()));
+        }
+    }
+}
+
+bool WrappedNatives::contains(const ZString& className, const ZString& renamed) const {
+    return methods.contains(hashOf(className, renamed));
+}
+
+Redefinition::Redefinition(jclass type, const ZString& name, const WrappedNatives& known)
+    : className(name), atLoad(known) {
     jint count = 0;
     JvmtiMemory<jmethodID> methods;
     const jvmtiError error = ourJVMTI->GetClassMethods(type, &count, methods.receive());
+    if (error == JVMTI_ERROR_CLASS_NOT_PREPARED) {
+        isNotLinked = true;
+        return;
+    }
     if (error != JVMTI_ERROR_NONE) {
         Logger::message(ZString("warning: redefining class: ") + name +
                         ": failed to obtain methods: " + longToString(error));
@@ -103,6 +135,9 @@ Redefinition::Redefinition(jclass type, const ZString& name) {
 bool Redefinition::wasWrapped(const MethodInfo* method) const {
     const ZString renamed = ZString(ourNativeMethodPrefix) + method->getName().toString() +
                             method->getDescriptor().toString();
+    if (isNotLinked) {
+        return atLoad.contains(className, renamed);
+    }
     for (int i = 0; i < wrapped.getSize(); i++) {
         if (wrapped[i] == renamed) {
             return true;

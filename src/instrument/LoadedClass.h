@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/ground/ZSet.h"
 #include "instrument/NativeWrapping.h"
 
 #include <jvmti.h>
@@ -18,15 +19,31 @@ private:
     jobject loader;
 };
 
+// The natives that were wrapped as classes were loaded, by their names, which stand here as hashes.
+class WrappedNatives {
+public:
+    WrappedNatives() : methods(256) {}
+    // The new natives among the methods of a class that has just been rewritten.
+    void add(const ZString& className, ClassFile& classFile);
+    bool contains(const ZString& className, const ZString& renamed) const;
+
+private:
+    ZSet<long> methods;
+};
+
 // A class that is being redefined, with the natives that were wrapped when it was loaded.
 class Redefinition final : public NativeSelection {
 public:
-    // Reads the methods of the loaded class. name: for the log.
-    Redefinition(jclass type, const ZString& name);
-    bool hasWrapped() const { return !wrapped.isEmpty(); }
+    // Reads the methods of the loaded class.
+    Redefinition(jclass type, const ZString& name, const WrappedNatives& known);
+    bool hasWrapped() const { return isNotLinked || !wrapped.isEmpty(); }
     bool isRedefinition() const override { return true; }
     bool wasWrapped(const MethodInfo* method) const override;
 
 private:
+    const ZString& className;
+    const WrappedNatives& atLoad;
+    // The JVM does not tell its methods then.
+    bool isNotLinked = false;
     ZVectorSafe<ZString> wrapped; // renamed methods, with their descriptors
 };
