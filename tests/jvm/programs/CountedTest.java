@@ -70,6 +70,7 @@ public final class CountedTest {
 
     static void run() throws Exception {
         JUnitCore.runClasses(CountedTest.class);
+        NewerTest.run(counts);
         counts.compare("tests", "JUnit Tests", "setUp", "run", "tearDown");
     }
 }

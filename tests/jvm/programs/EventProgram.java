@@ -1,5 +1,6 @@
 package programs;
 
+import fixtures.CountsItself;
 import java.io.BufferedReader;
 import java.io.InputStreamReader;
 import java.util.logging.LogManager;
@@ -9,7 +10,19 @@ public final class EventProgram {
     private EventProgram() {
     }
 
-    public static void main(String[] args) throws Exception {
+    public static void main(String[] args) {
+        try {
+            obeyLines();
+            System.out.println("bye");
+            System.out.flush();
+            System.exit(0);
+        } catch (Throwable e) {
+            e.printStackTrace();
+            System.exit(1); // the server's threads would go on
+        }
+    }
+
+    private static void obeyLines() throws Exception {
         LogManager.getLogManager().reset();
         System.out.println("ready");
         BufferedReader in = new BufferedReader(new InputStreamReader(System.in));
@@ -26,13 +39,20 @@ public final class EventProgram {
                 server = new RequestEvents();
                 server.run();
                 break;
-            default:
+            case "orders":
+                server.sell();
+                break;
+            case "unseen":
+                server.sellUnseen();
+                break;
+            case "sampled":
+            case "traced":
                 server.spend();
+                break;
+            default:
+                CountsItself.obey(line);
             }
             System.out.println("done " + line);
         }
-        System.out.println("bye");
-        System.out.flush();
-        System.exit(0);
     }
 }

@@ -1,5 +1,6 @@
 package programs;
 
+import fixtures.WovenClasses;
 import jakarta.servlet.AsyncContext;
 import jakarta.servlet.Filter;
 import jakarta.servlet.FilterChain;
@@ -17,6 +18,8 @@ import java.nio.file.Path;
 import java.sql.Connection;
 import java.sql.DriverManager;
 import java.sql.Statement;
+import java.util.List;
+import java.util.Map;
 import org.apache.catalina.Context;
 import org.apache.catalina.startup.Tomcat;
 import org.apache.tomcat.util.descriptor.web.FilterDef;
@@ -25,17 +28,26 @@ import org.apache.tomcat.util.descriptor.web.FilterMap;
 /** A server with a filter before all, and servlets that hand requests on in each way. */
 public final class RequestEvents {
     private static final String TABLE = "JSP/Servlet Requests";
+    private static final String[] PROBES = {
+            "AWTEvents", "Databases", "FileStreams",       "FileChannels", "JUnitTests",
+            "Processes", "Servlets",  "RandomAccessFiles", "Sockets",      "Threads"};
+    private static final String[] PAGES = {"plain", "include",    "forward",   "async",    "throw",
+                                           "slow",  "shop/order", "shop/fail", "shop/leak"};
     private static final long BURNT_NS = 300_000_000;
 
     private final EventCounts counts = new EventCounts();
     private final Tomcat tomcat = new Tomcat();
+    private final Orders orders;
 
     /** What each servlet does; their superclass is called for it, and so is a filter. */
     static final class Pages extends HttpServlet {
+        private static final String SHOP = "shop/";
         private final String page;
+        private final transient Orders orders;
 
-        Pages(String path) {
+        Pages(String path, Orders shop) {
             page = path;
+            orders = shop;
         }
 
         @Override
@@ -63,6 +75,10 @@ public final class RequestEvents {
                 query();
                 return;
             default:
+                if (page.startsWith(SHOP)) {
+                    orders.serve(page.substring(SHOP.length()),
+                                 Integer.parseInt(request.getParameter("id")));
+                }
                 response.getWriter().println("plain");
             }
         }
@@ -104,8 +120,11 @@ public final class RequestEvents {
         tomcat.setPort(0);
         tomcat.getConnector().setProperty("address", "127.0.0.1");
         Context context = tomcat.addContext("", folder.toString());
-        for (String page : new String[] {"plain", "include", "forward", "async", "throw", "slow"}) {
-            Tomcat.addServlet(context, page, new Pages(page)).setAsyncSupported(true);
+        tomcat.enableNaming();
+        orders = new Orders(folder);
+        orders.addDatabase(context);
+        for (String page : PAGES) {
+            Tomcat.addServlet(context, page, new Pages(page, orders)).setAsyncSupported(true);
             context.addServletMappingDecoded("/" + page, page);
         }
         FilterDef filter = new FilterDef();
@@ -133,7 +152,7 @@ public final class RequestEvents {
         URL url = new URL("http://127.0.0.1:" + tomcat.getConnector().getLocalPort() + address);
         HttpURLConnection connection = (HttpURLConnection) url.openConnection();
         int code = connection.getResponseCode();
-        if (code != (address.equals("/throw") ? 500 : 200)) {
+        if (code != (address.matches("/throw|/shop/fail.*") ? 500 : 200)) {
             throw new IllegalStateException(address + " " + code);
         }
         if (code == 200) {
@@ -159,6 +178,47 @@ public final class RequestEvents {
             request("/throw", " /throw");
         }
         counts.compare("requests", TABLE);
+    }
+
+    /** Two threads of clients; a connection is never closed, and a request fails. */
+    void sell() throws Exception {
+        get("/shop/leak?id=0");
+        Thread second = new Thread(this::orderSome);
+        second.start();
+        orderSome();
+        second.join();
+        get("/shop/fail?id=1");
+        orders.compare();
+    }
+
+    /** Once more, without probes: what runs is what ran before them, and no row comes. */
+    void sellUnseen() throws Exception {
+        WovenClasses woven = new WovenClasses();
+        Class<?> probes = Class.forName("com.vandrik.probes.Probes");
+        String[] names = PROBES.clone();
+        for (int i = 0; i < names.length; i++) {
+            names[i] = "com.vandrik.probes.builtin." + names[i];
+        }
+        probes.getMethod("unregisterProbes", String[].class).invoke(null, (Object) names);
+        List<String> changed = woven.findChanged();
+        get("/shop/order?id=1"); // calls that were under way end with their rows: accept
+        Map<String, Integer> before = counts.countRows();
+        get("/shop/order?id=1");
+        Map<String, Integer> after = counts.countRows();
+        System.out.println(woven.count() > 50 && changed.isEmpty() && after.equals(before)
+                                   ? "unseen equal"
+                                   : woven.count() + " woven, changed: " + changed + "; " + before +
+                                             " rows became " + after);
+    }
+
+    private void orderSome() {
+        try {
+            for (int id = 0; id < 3; id++) {
+                get("/shop/order?id=" + (id + 10 * (Thread.currentThread().getId() % 7)));
+            }
+        } catch (Exception e) {
+            throw new IllegalStateException(e);
+        }
     }
 
     /** One slow statement in a request, and one request that fails. */

@@ -5,7 +5,6 @@ import cases.AllocationCases;
 import cases.BuiltInProbeCases;
 import cases.ClientTracingCases;
 import cases.DebuggerCases;
-import cases.EventProbeCases;
 import cases.ExceptionCases;
 import cases.HeapDumpCases;
 import cases.HeapSnapshotCases;
@@ -54,7 +53,6 @@ final class Suites {
             HeapSnapshotCases.class,
             BuiltInProbeCases.class,
             ProbeCases.class,
-            EventProbeCases.class,
             WatchCases.class,
     };
 
