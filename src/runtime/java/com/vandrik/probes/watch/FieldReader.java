@@ -13,6 +13,7 @@ final class FieldReader {
     private static final int MOST_KNOWN = 16;
 
     private final String myName;
+    private final Place myOwner;
     private volatile Place[] myPlaces = {};
 
     /** The field in one class. */
@@ -31,6 +32,13 @@ final class FieldReader {
 
     FieldReader(String name) {
         myName = name;
+        myOwner = null;
+    }
+
+    /** Of the objects of one class, for ever; the others keep classes only as long as a watch. */
+    FieldReader(String name, Class<?> owner) {
+        myName = name;
+        myOwner = new Place(owner, Callback.findField(owner, name));
     }
 
     /** Numbers come as Long or Double. */
@@ -59,6 +67,9 @@ final class FieldReader {
     }
 
     private Place placeIn(Class<?> type) {
+        if (myOwner != null) {
+            return myOwner;
+        }
         Place[] places = myPlaces;
         for (Place place : places) {
             if (place.type == type) {

@@ -1,6 +1,8 @@
 package com.vandrik.probes.watch;
 
 import java.lang.reflect.Array;
+import java.math.BigDecimal;
+import java.math.BigInteger;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.concurrent.atomic.AtomicLong;
 
@@ -14,8 +16,9 @@ final class Values {
     private static final int MOST_ELEMENTS = 8;
     private static final int MOST_CHARACTERS = 4096;
     private static final int DEEPEST = 2;
+    private static final int MOST_BITS = 4096;
     private static final String MORE = "...";
-    private static final FieldReader MESSAGE = new FieldReader("detailMessage");
+    private static final FieldReader MESSAGE = new FieldReader("detailMessage", Throwable.class);
 
     private final StringBuilder myText = new StringBuilder();
     private final boolean myMayCall;
@@ -93,9 +96,16 @@ final class Values {
         return type.getClassLoader() == null;
     }
 
-    /** A number of the JDK. */
+    /** A number of the JDK, but for those whose text takes its time. */
     static boolean isNumber(Object value) {
-        return value instanceof Number && isOfJDK(value.getClass());
+        return value instanceof Number && isOfJDK(value.getClass()) && !isHuge(value);
+    }
+
+    private static boolean isHuge(Object number) {
+        if (number instanceof BigDecimal) {
+            return isHuge(((BigDecimal) number).unscaledValue());
+        }
+        return number instanceof BigInteger && ((BigInteger) number).bitLength() > MOST_BITS;
     }
 
     static boolean isWhole(Object number) {
