@@ -4,11 +4,25 @@
 
 namespace {
 
-bool callsAnything(const CodeAttribute* attribute) {
+// What compiled code does by itself, and nobody weaves.
+bool readsTheClock(const ConstantPool& pool, int index) {
+    const auto& method =
+        static_cast<const ConstantMethodRefInfo&>(pool.getEntry(index, CONSTANT_METHOD_REF));
+    return method.getClassSignature(pool) == "java/lang/System" &&
+           method.getMethodName(pool) == "nanoTime";
+}
+
+bool callsAnything(const CodeAttribute* attribute, const ConstantPool& pool) {
     const unsigned char* const code = attribute->getCode();
     const int length = attribute->getCodeLength();
     for (int position = 0; position < length; position = nextInstruction(code, length, position)) {
-        if (code[position] >= OPC_INVOKEVIRTUAL && code[position] <= OPC_INVOKEDYNAMIC) {
+        const unsigned char opcode = code[position];
+        const int index = opcode >= OPC_INVOKEVIRTUAL && opcode <= OPC_INVOKEDYNAMIC
+                              ? readCodeUnsignedShort(code, position + 1)
+                              : 0;
+        if (index > 0 &&
+            (opcode != OPC_INVOKESTATIC || pool[index]->getTag() != CONSTANT_METHOD_REF ||
+             !readsTheClock(pool, index))) {
             return true;
         }
     }
@@ -57,7 +71,8 @@ private:
         MethodInfo* const callback = classFile->findMethod(
             name, Utf8View(callbackDescriptor.c_str(), callbackDescriptor.getLength()));
         if (callback == nullptr || callback->getCodeAttribute() == nullptr ||
-            !callsAnything(callback->getCodeAttribute()) || !mayBeLeftOut(callback)) {
+            !callsAnything(callback->getCodeAttribute(), classFile->getConstantPool()) ||
+            !mayBeLeftOut(callback)) {
             return;
         }
         findReferences();
