@@ -4,6 +4,7 @@ import cases.AccessCases;
 import cases.AllocationCases;
 import cases.BuiltInProbeCases;
 import cases.ClientTracingCases;
+import cases.ClientWatchCases;
 import cases.DebuggerCases;
 import cases.ExceptionCases;
 import cases.HeapDumpCases;
@@ -54,6 +55,7 @@ final class Suites {
             BuiltInProbeCases.class,
             ProbeCases.class,
             WatchCases.class,
+            ClientWatchCases.class,
     };
 
     private Suites() {
