@@ -80,8 +80,14 @@ MethodSums readSums(Session& session) {
 // What the agent found in the user's own texts is a mistake on the command line.
 void failInTexts(const ClientError& e) {
     const std::string text = e.what();
+    if (e.word != "agent.error") {
+        return;
+    }
+    if (text.find("pattern") != std::string::npos && text.find("invalid") != std::string::npos) {
+        throw ClientError(ExitCode::Usage, "watch.pattern", text);
+    }
     for (const std::string option : {"where", "masks"}) {
-        if (e.word == "agent.error" && startsWith(text, option + ", ")) {
+        if (startsWith(text, option + ", ")) {
             throw ClientError(ExitCode::Usage, "watch." + option, "--" + text);
         }
     }

@@ -159,7 +159,7 @@ public final class ClientWatchCases {
     }
 
     /** All in one JVM: the one that was killed is given up meanwhile. */
-    @Case(fixture = Watched.class, agent = "builtinprobes=none")
+    @Case(fixture = Watched.class, agent = "builtinprobes=none", attach = false)
     static void callsAreShownAndLetGo(Target target) throws Exception {
         rounds(target, 1); // loads the classes
         try (Follower killed = new Follower("watch", target.id(), CART, "--json")) {
