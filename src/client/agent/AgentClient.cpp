@@ -106,7 +106,7 @@ void AgentClient::startCpuProfiling(int64_t mode, const std::optional<std::strin
     PacketWriter packet(PACKET_START_CPU_PROFILING_REQ);
     packet.writeLong(mode).writeString(filters).writeString(wallTimes);
     // Ahead of tracing the agent calibrates, if it has not yet.
-    Request(endpoint, timeoutMs, mode == CPU_SAMPLING ? timeoutMs : LongTimeoutMs, packet);
+    Request(endpoint, timeoutMs, mode & CPU_COUNTS_BIT ? LongTimeoutMs : timeoutMs, packet);
 }
 
 void AgentClient::stopCpuProfiling() {

@@ -71,23 +71,22 @@ struct StatusBit {
 constexpr int64_t ALLOCATION_RECORDING_BIT = 2;
 constexpr int64_t CPU_TIMES_BIT = 4;
 constexpr int64_t CPU_COUNTS_BIT = 8;
+constexpr int64_t J2EE_BIT = 32;
 constexpr int64_t MONITORS_BIT = 128;
 constexpr int64_t EXCEPTION_TELEMETRY_BIT = 1024;
 // Only those of what this release does; the word has more.
 constexpr StatusBit StatusBits[] = {
-    {2, "allocations"},
-    {4, "cpu-times"},
-    {8, "cpu-counts"},
-    {128, "monitors"},
-    {256, "internal-error"},
-    {512, "stack-telemetry"},
-    {1024, "exception-telemetry"},
+    {2, "allocations"},       {4, "cpu-times"},
+    {8, "cpu-counts"},        {32, "j2ee"},
+    {128, "monitors"},        {256, "internal-error"},
+    {512, "stack-telemetry"}, {1024, "exception-telemetry"},
 };
 
 // Bits of the capability word, likewise.
 constexpr int64_t ATTACHED_BIT = 0x400;
 constexpr int64_t NO_EXCEPTION_EVENTS_BIT = 0x4000;
-constexpr StatusBit CapabilityBits[] = {{0x40, "tracing"}, {0x100, "allocations"}};
+constexpr StatusBit CapabilityBits[] = {
+    {0x40, "tracing"}, {0x100, "allocations"}, {0x1000, "j2ee"}};
 
 // What a watch reports.
 constexpr int32_t WATCH_ARGUMENTS = 1;
@@ -98,7 +97,7 @@ constexpr int32_t WATCH_STACK = 16;
 constexpr int32_t WATCH_TO_STRING = 32;
 constexpr int32_t WATCH_SUMS = 64;
 
-// Modes of CPU profiling.
+// Modes of CPU profiling; J2EE_BIT may be added.
 constexpr int64_t CPU_SAMPLING = 4;
 constexpr int64_t CPU_TRACING = 12;
 

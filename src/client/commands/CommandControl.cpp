@@ -137,7 +137,9 @@ int switchCpuProfiling(Console& console, const Arguments& arguments, const CpuMo
     LiveAgent agent = connectAgent(target, arguments);
     std::string done = std::string(mode.name) + " started";
     if (arguments.text("ACTION") == "start") {
-        startCpu(agent, target, mode, specs);
+        CpuMode wanted = mode;
+        wanted.mode |= arguments.has("--j2ee") ? protocol::J2EE_BIT : 0;
+        startCpu(agent, target, wanted, specs);
     } else {
         done = stopCpu(agent, target, mode);
     }

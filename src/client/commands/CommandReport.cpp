@@ -5,6 +5,7 @@
 #include "client/profile/EventData.h"
 #include "client/profile/ExceptionReport.h"
 #include "client/profile/GeneratedNames.h"
+#include "client/profile/J2eeReport.h"
 #include "client/profile/MonitorReport.h"
 
 namespace vdk {
@@ -17,11 +18,13 @@ ReportChoices choicesOf(const Arguments& arguments) {
     const bool all = show == "all";
     choices.by = groupingOf(arguments.text("--by"));
     const bool isGrouped = choices.by != Grouping::None;
-    if (isGrouped && (show == "methods" || show == "tree")) {
+    if (isGrouped && (show == "methods" || show == "tree" || show == "j2ee")) {
         throw ClientError(
             ExitCode::Usage, "usage",
             "--show " + show + " is one list already; --by groups those of the others",
-            "`--show cpu --by " + std::string(show == "tree" ? "tree" : "method") + "`");
+            show == "j2ee"
+                ? ""
+                : "`--show cpu --by " + std::string(show == "tree" ? show : "method") + "`");
     }
     choices.methods = all || show == "methods" || show == "cpu";
     choices.tree = all || show == "tree" || show == "cpu";
@@ -30,6 +33,7 @@ ReportChoices choicesOf(const Arguments& arguments) {
     choices.allocations = all || show == "allocations";
     choices.monitors = all || show == "monitors";
     choices.exceptions = all || show == "exceptions";
+    choices.j2ee = all || show == "j2ee";
     choices.threads = size_t(arguments.number("--threads", 10));
     choices.byThread = arguments.has("--by-thread");
     choices.filters = arguments.text("--filters") == "on";
@@ -139,6 +143,9 @@ void writeJson(Console& console, const DataSource& source, const ReportData& dat
     if (choices.methods || choices.tree) {
         writeReport(json, data.profile, choices);
     }
+    if (choices.j2ee) {
+        writeJ2ee(json, data.profile, choices);
+    }
     for (const auto& [name, profile] : objectProfiles(data, choices)) {
         json.key(name).beginObject();
         writeReport(json, *profile, ofAllocations(choices));
@@ -158,6 +165,10 @@ void printText(Console& console, const ReportData& data, const ReportChoices& ch
     const bool hasCpu = choices.methods || choices.tree;
     if (hasCpu) {
         printReport(console, data.profile, choices);
+    }
+    if (choices.j2ee && !data.profile.j2ee.empty()) {
+        console.out << (hasCpu ? "\n" : "");
+        printJ2ee(console, data.profile, choices);
     }
     for (const auto& [name, profile] : objectProfiles(data, choices)) {
         if (!profile->charges.empty()) {
@@ -207,6 +218,9 @@ int runReport(Console& console, const Arguments& arguments) {
     const bool hasCpu = choices.methods || choices.tree;
     if (hasCpu && data.profile.total() == 0) {
         console.note(whyEmpty(Shown::Cpu, source, true));
+    }
+    if (!hasCpu && choices.j2ee && data.profile.j2ee.empty()) {
+        console.note(whyNoJ2ee(source));
     }
     if (!hasCpu && choices.allocations && data.allocations.charges.empty()) {
         console.note(whyEmpty(Shown::Allocations, source, true));

@@ -72,6 +72,16 @@ StartHint startHint(Shown what, const std::string& target) {
     }
 }
 
+std::string whyNoJ2ee(const DataSource& source) {
+    if (source.live && (source.status & protocol::J2EE_BIT) != 0) {
+        return "no requests, statements or look-ups yet: they are recorded, and there was none";
+    }
+    return source.live ? "no requests, statements and look-ups recorded yet: `vdk sample start " +
+                             source.name + " --j2ee`"
+                       : "the snapshot has no requests, statements and look-ups: they were not "
+                         "recorded with CPU times";
+}
+
 std::string whyEmpty(Shown what, const DataSource& source, bool isKnown) {
     const std::string start = "`" + startHint(what, source.name).command + "`";
     if (what == Shown::Live || what == Shown::Garbage) {

@@ -19,6 +19,7 @@ struct StartHint {
 StartHint startHint(Shown what, const std::string& target);
 
 // With isKnown false of live objects and garbage of which the database tells nothing.
+std::string whyNoJ2ee(const DataSource& source);
 std::string whyEmpty(Shown what, const DataSource& source, bool isKnown);
 
 } // namespace vdk

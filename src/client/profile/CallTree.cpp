@@ -49,6 +49,7 @@ public:
                 tree.nodes[size_t(node)].count += charge.count;
             }
         }
+        addJ2ee();
         sumUp();
         return std::move(tree);
     }
@@ -100,6 +101,17 @@ private:
             nodeOfFrame[size_t(*it)] = node;
         }
         return node;
+    }
+
+    void addJ2ee() {
+        for (size_t i = 0; i < profile.j2ee.size(); i++) {
+            const J2eeEvent& event = profile.j2ee[i];
+            const int node =
+                isChosen(event.thread) && isLinked(event.frame) ? findNode(event.frame) : 0;
+            if (node > 0) {
+                tree.nodes[size_t(node)].j2ee.push_back(int(i));
+            }
+        }
     }
 
     void sumUp() {

@@ -21,6 +21,7 @@ struct CallTree {
         int64_t total = 0; // own time and that of all nodes below
         int64_t count = 0;
         std::vector<int> children; // by falling total time
+        std::vector<int> j2ee;     // of Profile::j2ee
     };
 
     // Node 0 is the root and belongs to no method; parents stand before their children.

@@ -96,6 +96,7 @@ public:
         readStacks();
         readSampledCpu();
         readCharges();
+        readJ2ee();
         return std::move(profile);
     }
 
@@ -245,6 +246,15 @@ private:
             takeChildrenOff(from, to);
             from = to;
         }
+    }
+
+    void readJ2ee() {
+        eachLive(db.j2eeTable, [&](int, const J2EERecord& record) {
+            if (record.frame > 0 && size_t(record.frame) < profile.frames.size()) {
+                profile.j2ee.push_back({threadOfNumber(record.trn), record.frame, record.typeID,
+                                        text(record.nameStrID), record.timeNs, record.count});
+            }
+        });
     }
 
     void readSamplingInterval() {

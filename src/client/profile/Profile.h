@@ -68,6 +68,16 @@ struct Charge {
     int64_t count = 0; // calls, 0 under sampling; objects
 };
 
+// Events of one kind and name on one thread in one frame: requests, SQL statements, look-ups.
+struct J2eeEvent {
+    int thread = 0; // index into Profile::threads
+    int frame = 0;
+    int kind = 0; // as the table j2ee has it
+    std::string name;
+    int64_t timeNs = 0; // what the frame, with its callees, was charged while they went on
+    int64_t count = 0;
+};
+
 struct Profile {
     struct Frame {
         int parent = -1; // less than the frame's own index; -1 for the root and absent rows
@@ -78,6 +88,7 @@ struct Profile {
     std::vector<Frame> frames; // index 0 is the root
     std::vector<ProfileThread> threads;
     std::vector<Charge> charges; // by thread, then frame
+    std::vector<J2eeEvent> j2ee;
     bool hasCounts = false;
     const Measure* measure = &CpuTime;
     int64_t samplingInterval = 0; // bytes; of allocations that are estimated from samples

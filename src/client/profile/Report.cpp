@@ -1,6 +1,7 @@
 #include "client/profile/Report.h"
 
 #include "client/console/Text.h"
+#include "client/profile/J2eeReport.h"
 #include "client/profile/TreeWalk.h"
 #include "db/Records.h"
 
@@ -91,8 +92,9 @@ void printTree(Console& console, const Profile& profile, const CallTree& tree,
     const Measure& measure = *profile.measure;
     const size_t columns =
         console.outIsTerminal ? size_t(screenSize(STDOUT_FILENO).columns) : SIZE_MAX;
+    const TreeLimits limits = limitsOf(tree, choices);
     walkTree(
-        tree, limitsOf(tree, choices),
+        tree, limits,
         [&](const CallTree::Node& node, int depth) {
             std::string percent = formatPercent(percentOf(node.total, tree.total()));
             std::string head = std::string(6 - std::min<size_t>(6, percent.size()), ' ') + percent +
@@ -108,6 +110,12 @@ void printTree(Console& console, const Profile& profile, const CallTree& tree,
             size_t room = columns - std::min(columns, head.size() + times.size());
             std::string name = label(profile, node.method, choices);
             console.out << head << fitted(name, std::max<size_t>(room, 12)) << times << "\n";
+            for (const auto& [key, sums] : j2eeOfNode(profile, node, limits.least)) {
+                const std::string margin = "         " + indentation(depth + 1, columns);
+                room = columns - std::min(columns, margin.size());
+                console.out << margin << fitted(j2eeText(key.first, key.second, sums), room)
+                            << "\n";
+            }
         },
         [](const CallTree::Node&, int) {});
 }
@@ -235,12 +243,14 @@ void writeSections(JsonWriter& json, const Profile& profile, int thread,
     }
     if (choices.tree) {
         json.key("tree").beginArray();
+        const TreeLimits limits = limitsOf(tree, choices);
         walkTree(
-            tree, limitsOf(tree, choices),
+            tree, limits,
             [&](const CallTree::Node& node, int) {
                 json.beginObject();
                 writeMethodFields(json, profile, node.method);
                 writeTimes(json, profile, node.own, node.total, node.count, tree.total());
+                writeJ2eeOfNode(json, profile, node, limits.least);
                 json.key("children").beginArray();
             },
             [&](const CallTree::Node&, int) { json.endArray().endObject(); });

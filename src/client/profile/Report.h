@@ -21,6 +21,7 @@ struct ReportChoices {
     bool tree = true;
     bool monitors = false;   // where any were recorded, or if nothing else is shown
     bool exceptions = false; // likewise
+    bool j2ee = false;       // likewise
     bool byThread = false;
     bool filters = false;
     bool signatures = false;

@@ -221,8 +221,9 @@ public final class RequestEvents {
         }
     }
 
-    /** One slow statement in a request, and one request that fails. */
+    /** One slow statement in a request, a look-up in another, and one request that fails. */
     void spend() throws Exception {
+        get("/shop/order?id=2");
         get("/slow");
         get("/throw");
     }

@@ -137,6 +137,7 @@ const std::vector<Command> Table = {
      "vdk table app.jar Queries\n"
      "vdk table app.jar Queries --by SQL\n"
      "vdk table app.snapshot Queries --where 'time>100ms' --longest --stack\n"
+     "vdk table app.jar Connections --where time=open --stack\n"
      "vdk table app.jar \"Socket Connections\" --follow",
      {Source,
       {"NAME", ValueKind::Text, "name or number of the table", {}, true, false, ""},

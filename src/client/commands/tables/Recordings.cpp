@@ -12,6 +12,9 @@ const OptionSpec FilterFile = {"--filter-file", ValueKind::File,
 const OptionSpec WallTimeFile = {"--wall-time-file", ValueKind::File,
                                  "methods measured in wall time, in place of the agent's"};
 
+const OptionSpec J2ee = {"--j2ee", ValueKind::None,
+                         "charge the times to requests, SQL statements and JNDI look-ups as well"};
+
 #define FILTER_FILES                                                                               \
     "A filter file has one pattern a line, * being any text: `java.*` leaves these classes out,\n" \
     "`+java.util.*` leaves some of them in all the same, whatever the order; # begins a remark."
@@ -20,8 +23,9 @@ const std::vector<Command> Table = {
     {"sample",
      "start or stop CPU sampling",
      "Data of earlier sampling stays until `vdk clear`. " FILTER_FILES,
-     "vdk sample start app.jar\nvdk sample stop app.jar",
-     {StartOrStop, Target, FilterFile, WallTimeFile},
+     "vdk sample start app.jar\nvdk sample start app.jar --j2ee\n"
+     "vdk report app.jar --show j2ee\nvdk sample stop app.jar",
+     {StartOrStop, Target, FilterFile, WallTimeFile, J2ee},
      false,
      true,
      runSample},
@@ -34,7 +38,7 @@ const std::vector<Command> Table = {
      "class is counted, which can slow a busy server down a hundred times; with one only what it "
      "leaves in.\n" FILTER_FILES,
      "vdk trace start app.jar\nvdk trace stop app.jar",
-     {StartOrStop, Target, FilterFile, WallTimeFile},
+     {StartOrStop, Target, FilterFile, WallTimeFile, J2ee},
      false,
      true,
      runTrace},

@@ -120,16 +120,20 @@ const std::vector<Command> Table = {
      "live`\n"
      "tells the same of the recorded objects that live, `--show garbage` of those that were "
      "collected.\n"
+     "`--show j2ee` lists requests, SQL statements and JNDI look-ups by the time that was spent "
+     "in\n"
+     "them; the tree has them below the methods that they went through, marked <servlet>, <SQL>, "
+     "...\n"
      "--by takes one list in place of all these: of lines it knows the method alone.",
      "vdk report app.jar --show live --by class\nvdk report app.snapshot\nvdk report app.jar "
      "--by-thread --filters on\n"
-     "vdk report app.snapshot --show tree --min-percent 5\n"
+     "vdk report app.snapshot --show tree --min-percent 5\nvdk report app.jar --show j2ee\n"
      "vdk report app.jar --show monitors --json",
      {Source,
       {"--show",
        ValueKind::Choice,
        "sections (default all)",
-       {"all", "cpu", "methods", "tree", "allocations", "live", "garbage", "monitors",
+       {"all", "cpu", "methods", "tree", "j2ee", "allocations", "live", "garbage", "monitors",
         "exceptions"}},
       {"--by",
        ValueKind::Choice,

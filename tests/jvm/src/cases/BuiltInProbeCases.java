@@ -10,10 +10,10 @@ import java.util.TreeMap;
 import java.util.jar.Attributes;
 import java.util.jar.JarOutputStream;
 import java.util.jar.Manifest;
-import jvmtest.AgentClient;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 import jvmtest.Case;
 import jvmtest.Check;
-import jvmtest.Tables;
 import jvmtest.Target;
 import jvmtest.Tool;
 import jvmtest.Tracing;
@@ -25,10 +25,9 @@ import jvmtest.Tracing;
 public final class BuiltInProbeCases {
     private static final String JARS = "tomcat10-{catalina,servlet-api,coyote,juli,util,util-scan,"
                                        + "api,jaspic-api,annotations-api,jni,el-api,dbcp,jdbc}";
-    private static final int SAMPLING = 4;
-    private static final int TRACING = 12;
-    private static final int J2EE = 32;
-    private static final String SLOW = "1 call burn(?)";
+    private static final String SLOW = "sql call burn(?)";
+    private static final Pattern EVENT = Pattern.compile(
+            "\"kind\": \"(\\w+)\",\\s+\"name\": \"(.*)\",\\s+\"count\": (\\d+),\\s+\"timeNs\": (\\d+)");
 
     private static final String[] THEMES = {"files",   "sockets", "processes", "threads", "events",
                                             "queries", "tests",   "requests",  "orders"};
@@ -41,41 +40,39 @@ public final class BuiltInProbeCases {
         Check.isTrue(target.output().contains(what + " equal\n"), () -> target.state());
     }
 
-    /** "type name" with its calls and its time, of the row with the most time. */
+    /** Kind and name of each event, with its calls and its time. */
     private static Map<String, long[]> events(Target target) throws Exception {
-        Tables tables = new Tables();
-        try (AgentClient client = target.client()) {
-            client.updateTables(1 | 1 << Tables.J2EE, tables);
-        }
+        String report = Tool.vdk("report", target.id(), "--show", "j2ee", "--json");
         Map<String, long[]> events = new TreeMap<>();
-        for (Object[] row : tables.rows.get(Tables.J2EE).values()) {
-            long[] event = events.computeIfAbsent(row[4] + " " + tables.text((Integer) row[3]),
-                                                  key -> new long[2]);
-            event[0] = Math.max(event[0], (Long) row[6]);
-            event[1] = Math.max(event[1], (Long) row[5]);
+        for (Matcher event = EVENT.matcher(report); event.find();) {
+            events.put(event.group(1) + " " + event.group(2),
+                       new long[] {Long.parseLong(event.group(3)), Long.parseLong(event.group(4))});
         }
         return events;
     }
 
     /** A statement in a request; the request has its time too. What fails has none. */
-    private static void chargesEvents(Target target, String how, int mode) throws Exception {
+    private static void chargesEvents(Target target, String command, String how) throws Exception {
         Tracing.clear(target);
-        try (AgentClient client = target.client()) {
-            client.startCPU(mode | J2EE, "java.*\njdk.*\nsun.*\norg.apache.*\norg.h2.*", "");
-        }
+        Path filters = target.folder.resolve("filters");
+        Files.writeString(filters, "java.*\njdk.*\nsun.*\norg.apache.*\norg.h2.*\n");
+        Tool.vdk(command, "start", target.id(), "--j2ee", "--filter-file", filters.toString());
         target.ask(how, "done " + how);
-        Tracing.stop(target);
+        Tool.vdk(command, "stop", target.id());
         Map<String, long[]> events = events(target);
-        long[] query = events.get(SLOW);
-        long[] request = events.get("4 /slow");
-        long[] failed = events.get("4 /throw");
-        Check.isTrue(query != null && request != null && failed != null,
-                     () -> events.keySet() + "");
-        Check.equal(query[0] + " " + request[0] + " " + failed[0], "1 1 1", "events");
-        Check.isTrue(query[1] > 0 && query[1] <= request[1],
-                     query[1] + " ns of " + request[1] + " ns, " + how);
-        Check.equal(failed[1], 0L, "time of what an exception has left");
-        Check.isTrue(events.containsKey("2 jdbc:h2:mem:"), () -> events.keySet() + "");
+        for (String name : new String[] {SLOW, "servlet /slow", "servlet /throw",
+                                         "connect jdbc:h2:mem:", "jndi java:comp/env/jdbc/shop"}) {
+            Check.isTrue(events.containsKey(name) && events.get(name)[0] == 1,
+                         () -> name + " once of " + events.keySet());
+        }
+        long query = events.get(SLOW)[1];
+        long request = events.get("servlet /slow")[1];
+        Check.isTrue(query > 0 && query <= request, query + " ns of " + request + " ns, " + how);
+        Check.equal(events.get("servlet /throw")[1], 0L, "time of what an exception has left");
+        String tree = Tool.vdk("report", target.id(), "--show", "tree");
+        Check.isTrue(tree.matches("(?s).*\\$Pages.service .*\\n *<servlet> /slow  .*"
+                                  + "executeQuery .*\\n *<SQL> call burn\\(\\?\\)  .*"),
+                     tree);
     }
 
     /** By the client: requests with the statements in them, and the connection that leaks. */
@@ -114,8 +111,8 @@ public final class BuiltInProbeCases {
             compares(target, theme);
         }
         tellsOfOrders(target);
-        chargesEvents(target, "sampled", SAMPLING);
-        chargesEvents(target, "traced", TRACING);
+        chargesEvents(target, "sample", "sampled");
+        chargesEvents(target, "trace", "traced");
         giveInstrumentation(target);
         compares(target, "unseen");
         target.finish();
