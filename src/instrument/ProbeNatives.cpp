@@ -69,6 +69,10 @@ ZString complete(JNIEnv* env, ProbeCreationResult& result, const char* reason) {
         return result.getAllErrors();
     }
     result.logRegisteredProbeClasses();
+    // The start itself goes over the classes that are there.
+    if (!ourVMInitCalled) {
+        return ZString();
+    }
     if (hadNoCalls) {
         retransformLoadersLoadedBeforeAttach(env);
     }
@@ -122,9 +126,11 @@ int countWovenClasses(const ZString& probeClass) {
     return 0;
 }
 
-// The two that no user asks for: one lets others be found, one marks events in the call tree.
+// Those that no user asks for: one lets others be found, one marks events in the call tree, and
+// those of triggers.
 bool serves(const ZString& name) {
-    return name == LOADING_PROBE_DOTTED || name == J2EE_PROBE_DOTTED;
+    return name == LOADING_PROBE_DOTTED || name == J2EE_PROBE_DOTTED ||
+           name.startsWith(TRIGGER_PROBE_DOTTED);
 }
 
 // Classes that arrived as bytes, to be defined by the boot loader.

@@ -58,6 +58,9 @@ public:
     // User plus system time of this process, nanoseconds; -1 on failure.
     static long processCPUTimeNs();
 
+    // Memory of the machine that this process occupies, in bytes; -1 if unknown.
+    static long processMemory();
+
     // The kernel's id of the calling thread: the one that thread clocks are named by.
     static long getCurrentThreadNativeID();
 

@@ -19,6 +19,7 @@
 #include <sys/un.h>
 #include <sys/user.h>
 #include <time.h>
+#include <unistd.h>
 // These need the ones above.
 #include <netinet/in_pcb.h>
 #include <netinet/tcp.h>
@@ -208,6 +209,12 @@ long Platform::processStartTime(int pid) {
     return process == nullptr
                ? 0
                : process->ki_start.tv_sec * US_PER_SECOND + process->ki_start.tv_usec;
+}
+
+long Platform::processMemory() {
+    KernelProcesses processes(KERN_PROC_PID, getpid());
+    const kinfo_proc* process = processes.find(getpid());
+    return process == nullptr ? -1 : static_cast<long>(process->ki_rssize) * getpagesize();
 }
 
 long Platform::processUser(int pid) {

@@ -277,6 +277,18 @@ unsigned Platform::pidNamespace() {
     return stat("/proc/self/ns/pid", &info) == 0 ? static_cast<unsigned>(info.st_ino) : 0;
 }
 
+long Platform::processMemory() {
+    char text[128];
+    const int file = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
+    const ssize_t length = file < 0 ? -1 : read(file, text, sizeof(text) - 1);
+    if (file >= 0) {
+        close(file);
+    }
+    text[length < 0 ? 0 : length] = 0;
+    const char* const resident = strchr(text, ' ');
+    return resident == nullptr ? -1 : strtol(resident, nullptr, 10) * sysconf(_SC_PAGESIZE);
+}
+
 long Platform::processUser(int pid) {
     char path[32];
     snprintf(path, sizeof(path), "/proc/%d", pid);

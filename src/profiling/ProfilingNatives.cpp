@@ -7,6 +7,7 @@
 #include "db/PieceWriter.h"
 #include "db/Progress.h"
 #include "db/SocketWriter.h"
+#include "platform/Platform.h"
 #include "profiling/ClassLoadingProbe.h"
 #include "profiling/FrequentSampling.h"
 #include "profiling/LiveTables.h"
@@ -190,6 +191,10 @@ jlong JNICALL VDK_CALLBACK_NATIVE(getCurrentThreadCPUTimeNs)(JNIEnv*, jclass) {
 
 jlong JNICALL VDK_CALLBACK_NATIVE(getProcessCPUTimeNs)(JNIEnv*, jclass) {
     return getProcessCPUTimeNs();
+}
+
+jlong JNICALL VDK_CALLBACK_NATIVE(getProcessMemory)(JNIEnv*, jclass) {
+    return Platform::processMemory();
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(enableStackTelemetry)(JNIEnv* env, jclass) {

@@ -1,5 +1,23 @@
-// The archive of the runtime classes, and Callback by itself with a zero behind it, as read-only
-// data of the library. The two files are made by the build.
+// The archive of the runtime classes, Callback by itself and the templates of classes, as read-only
+// data of the library. The files are made by the build.
+
+// A class file with a zero behind it, and the number of its bytes.
+        .macro  class symbol:req, file:req
+        .hidden \symbol
+        .globl  \symbol
+        .balign 16
+\symbol:
+        .incbin "\file"
+\symbol\()End:
+        .byte   0
+
+        .hidden \symbol\()Size
+        .globl  \symbol\()Size
+        .balign 4
+\symbol\()Size:
+        .long   \symbol\()End - \symbol
+        .endm
+
         .section .rodata
 
         .hidden ourRuntimeArchive
@@ -8,18 +26,7 @@
 ourRuntimeArchive:
         .incbin VDK_RUNTIME_ARCHIVE
 
-        .hidden ourCallbackBytecode
-        .globl  ourCallbackBytecode
-        .balign 16
-ourCallbackBytecode:
-        .incbin VDK_CALLBACK_CLASS
-ourCallbackBytecodeEnd:
-        .byte   0
-
-        .hidden ourCallbackBytecodeSize
-        .globl  ourCallbackBytecodeSize
-        .balign 4
-ourCallbackBytecodeSize:
-        .long   ourCallbackBytecodeEnd - ourCallbackBytecode
+        class   ourCallbackBytecode, VDK_CALLBACK_CLASS
+        class   ourMethodListenerProbeBytecode, VDK_TEMPLATE_MethodListenerProbe
 
         .section .note.GNU-stack,"",%progbits

@@ -6,3 +6,5 @@ constexpr char CALLBACK_CLASS[] = "com/vandrik/runtime/Callback";
 constexpr char CALLBACK_CLASS_DOTTED[] = "com.vandrik.runtime.Callback";
 constexpr char LOADING_PROBE_DOTTED[] = "com.vandrik.probes.builtin.AgentLoadingSupport";
 constexpr char J2EE_PROBE_DOTTED[] = "com.vandrik.probes.builtin.J2EESupport";
+// The beginning of the names; a number follows.
+constexpr char TRIGGER_PROBE_DOTTED[] = "com.vandrik.probes.triggers.MethodListenerProbe_";

@@ -60,6 +60,7 @@
     BUILT(getPID, "()I", jint, (JNIEnv* env, jclass clazz)) \
     BUILT(getProbes, "(I)[Ljava/lang/String;", jobjectArray, (JNIEnv* env, jclass clazz, jint status)) \
     BUILT(getProcessCPUTimeNs, "()J", jlong, (JNIEnv* env, jclass clazz)) \
+    BUILT(getProcessMemory, "()J", jlong, (JNIEnv* env, jclass clazz)) \
     BUILT(getStatus, "()J", jlong, (JNIEnv* env, jclass clazz)) \
     BUILT(getTelemetryPeriodMs, "()I", jint, (JNIEnv* env, jclass clazz)) \
     BUILT(getUptimeMs, "()J", jlong, (JNIEnv* env, jclass clazz)) \
@@ -81,7 +82,7 @@
     BUILT(objectMapGet, "(JLjava/lang/Object;I)I", jint, (JNIEnv* env, jclass clazz, jlong map, jobject object, jint fallback)) \
     BUILT(objectMapPut, "(JLjava/lang/Object;I)V", void, (JNIEnv* env, jclass clazz, jlong map, jobject object, jint value)) \
     BUILT(objectMapRemove, "(JLjava/lang/Object;I)I", jint, (JNIEnv* env, jclass clazz, jlong map, jobject object, jint fallback)) \
-    MISSING(patchTemplateClass, "([Ljava/lang/String;)[B", jbyteArray, (JNIEnv* env, jclass, jobjectArray), "method listeners of triggers") \
+    BUILT(patchTemplateClass, "([Ljava/lang/String;)[B", jbyteArray, (JNIEnv* env, jclass clazz, jobjectArray pairs)) \
     BUILT(readField, "(Ljava/lang/Object;JI[J)Ljava/lang/Object;", jobject, (JNIEnv* env, jclass clazz, jobject object, jlong field, jint kind, jlongArray bits)) \
     BUILT(registerProbesByBytecode, "([[BZZ)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jobjectArray classes, jboolean dynamic, jboolean flag)) \
     BUILT(registerProbesByName, "([Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jobjectArray classNames)) \

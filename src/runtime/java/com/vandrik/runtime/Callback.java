@@ -147,6 +147,9 @@ public class Callback {
 
     public static native long getProcessCPUTimeNs();
 
+    /** Memory of the machine that the process occupies, in bytes; -1 if unknown. */
+    public static native long getProcessMemory();
+
     public static native long getStatus();
 
     public static native int getTelemetryPeriodMs();

@@ -35,6 +35,15 @@ public final class Core {
     /** Replaced as a whole; the telemetry thread reads it without a lock. */
     public static volatile EventListener[] ourListeners = NO_LISTENERS;
 
+    /** Of listeners that are in force never. */
+    public static final int NO_TRIGGERS_GENERATION = -1;
+
+    /** Raised when the listeners are replaced; method listeners of another one fire no more. */
+    public static volatile int ourTriggersGeneration;
+
+    /** That of the last probe class made for a method listener. */
+    static int ourTemplateNumber;
+
     public static String ourSessionName;
     public static long ourSessionID;
     public static int ourTelemetryLimit;
@@ -139,6 +148,9 @@ public final class Core {
             ourPort = server.getLocalPort();
             startThreads(server, telemetry);
             tellOfStart(host, onlyLocal, profilerUIPath, idePort);
+            if (ourListeners.length != 0) {
+                Triggers.runOnStart();
+            }
             return true;
         } catch (Throwable e) {
             return refuse("", e);
@@ -214,7 +226,7 @@ public final class Core {
      * For threads of the agent that end: what leaves one of them is printed in the middle of what
      * the application prints.
      */
-    static void logIfMemoryAllows(String what, Throwable cause) {
+    public static void logIfMemoryAllows(String what, Throwable cause) {
         try {
             Callback.messageToLogFile(what + Strings.stackTrace(cause));
         } catch (Throwable full) {
@@ -304,22 +316,27 @@ public final class Core {
 
     /** Called by native code when the JVM ends. */
     public static void runOnJVMExitTriggers() {
+        if (ourListeners.length != 0) {
+            Triggers.runOnExit();
+        }
         ourListeners = NO_LISTENERS;
     }
 
     /**
-     * Replaces the listeners, or adds to them. Gives the text of a failure, or null. This agent has
-     * no listeners yet, so a text that names one is refused.
+     * Replaces the listeners, or adds to them. Gives the text of a failure, which leaves all as it
+     * was, or null. A text without listeners loads no class of theirs.
      */
     public static synchronized String setTriggers(String text, boolean append, boolean flag) {
-        String failure = checkTriggers(text);
-        if (failure != null) {
-            return failure;
+        boolean isEmpty = !hasListeners(text);
+        if (isEmpty && (append || ourListeners.length == 0)) {
+            return null;
         }
-        if (!append) {
-            ourListeners = NO_LISTENERS;
+        try {
+            Triggers.put(isEmpty ? NO_LISTENERS : Triggers.parse(text), append, flag);
+            return null;
+        } catch (RuntimeException e) {
+            return Strings.messageOf(e);
         }
-        return null;
     }
 
     /**
@@ -327,13 +344,37 @@ public final class Core {
      * in the home directory: nobody named it, so it can't stop the agent.
      */
     static String checkTriggers(String text) {
-        return EventListener.hasListeners(text)
-                ? "triggers are not available in this version of the agent"
-                : null;
+        try {
+            if (hasListeners(text)) {
+                Triggers.parse(text);
+            }
+            return null;
+        } catch (RuntimeException e) {
+            return Strings.messageOf(e);
+        }
+    }
+
+    /**
+     * Whether a trigger text names any event. Comments and empty lines don't, nor do actions that
+     * stand ahead of the first event.
+     */
+    private static boolean hasListeners(String text) {
+        for (String line : text.split("\n")) {
+            String trimmed = line.trim();
+            if (!trimmed.isEmpty() && trimmed.charAt(0) != '#' && line.charAt(0) > ' ') {
+                return true;
+            }
+        }
+        return false;
     }
 
     public static synchronized EventListener[] getListeners() {
         return ourListeners;
+    }
+
+    static String getTriggersText() {
+        EventListener[] listeners = getListeners();
+        return listeners.length == 0 ? "" : EventListener.serializeListeners(listeners);
     }
 
     public static String getSessionName() {

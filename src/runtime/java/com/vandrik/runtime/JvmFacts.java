@@ -46,6 +46,11 @@ class JvmFacts {
         return runtime.totalMemory() - runtime.freeMemory();
     }
 
+    /** Whether it knows all values of a telemetry record. */
+    boolean hasBeans() {
+        return false;
+    }
+
     /** Milliseconds since the JVM's start. */
     long getUptimeMs() {
         return Callback.getUptimeMs();

@@ -35,6 +35,11 @@ final class ManagementBeans extends JvmFacts {
     private boolean myDeadlockFound;
 
     @Override
+    boolean hasBeans() {
+        return true;
+    }
+
+    @Override
     long getUptimeMs() {
         return myRuntime.getUptime();
     }

@@ -2,7 +2,6 @@ package com.vandrik.runtime;
 
 import com.vandrik.Constants;
 import com.vandrik.probes.builtin.Messages;
-import com.vandrik.probes.triggers.EventListener;
 import com.vandrik.util.Strings;
 import java.io.DataInputStream;
 import java.io.DataOutputStream;
@@ -236,7 +235,7 @@ public final class RequestProcessing {
             retransformClasses();
             return true;
         case Protocol.PACKET_GET_TRIGGERS:
-            okWithString(EventListener.serializeListeners(Core.getListeners()));
+            okWithString(Core.getTriggersText());
             return true;
         case Protocol.PACKET_SET_TRIGGERS:
             setTriggers();

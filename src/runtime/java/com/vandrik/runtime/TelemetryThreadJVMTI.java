@@ -30,6 +30,9 @@ final class TelemetryThreadJVMTI implements Runnable {
 
     private boolean myFailureIsTold;
 
+    /** Null as long as there was no listener. */
+    private TelemetryTriggers myTriggers;
+
     void start() {
         Thread thread = ThreadUtil.createDaemon("VDKAgent-Telemetry", this);
         thread.start();
@@ -83,7 +86,22 @@ final class TelemetryThreadJVMTI implements Runnable {
                 first = false;
                 steps = 0;
                 storeRecordIfMemoryAllows();
+                runTriggers();
             }
+        }
+    }
+
+    private void runTriggers() {
+        if (Core.ourListeners.length == 0) {
+            return;
+        }
+        try {
+            if (myTriggers == null) {
+                myTriggers = new TelemetryTriggers();
+            }
+            myTriggers.run(myTelec, myTele, Callback.getUptimeMs());
+        } catch (VirtualMachineError full) {
+            tellFirstFailure(full);
         }
     }
 
@@ -127,5 +145,18 @@ final class TelemetryThreadJVMTI implements Runnable {
         String text = ThreadDump.getText();
         Packet.writeHeader(out);
         Packet.writeStringNotNull(out, text);
+    }
+
+    /** Where the actions of a listener go on, and when. */
+    static final class WaitingActions {
+        final int myNextAction;
+        final long myEndMs;
+        final boolean myWaitsForEvent;
+
+        WaitingActions(int nextAction, long endMs, boolean waitsForEvent) {
+            myNextAction = nextAction;
+            myEndMs = endMs;
+            myWaitsForEvent = waitsForEvent;
+        }
     }
 }

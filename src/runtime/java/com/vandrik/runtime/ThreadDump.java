@@ -3,11 +3,11 @@ package com.vandrik.runtime;
 import java.util.Map;
 
 /** The text of a thread dump, in the form that tools for thread dumps read. */
-final class ThreadDump {
+public final class ThreadDump {
     private ThreadDump() {
     }
 
-    static String getText() {
+    public static String getText() {
         JvmFacts facts = JvmFacts.get();
         ThreadInfoRes[] threads = facts.getThreads();
         StringBuilder text = new StringBuilder();

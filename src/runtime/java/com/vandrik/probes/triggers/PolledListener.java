@@ -1,0 +1,12 @@
+package com.vandrik.probes.triggers;
+
+/** A listener that the telemetry thread asks once in a round whether its event has come. */
+public abstract class PolledListener extends EventListener {
+    /** Asked anew for each event; not while actions of an earlier one wait. */
+    public abstract boolean shouldTrigger(long uptimeMs);
+
+    /** Whether the event is over for which an action waits. */
+    public boolean isEventFinished() {
+        return true;
+    }
+}
