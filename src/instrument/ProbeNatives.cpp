@@ -55,8 +55,17 @@ jobjectArray toJavaArray(JNIEnv* env, const ZVectorSafe<ZString>& texts) {
     return array;
 }
 
-// Puts what is good into the list, and weaves it. Gives the failure text, empty without one.
-ZString complete(JNIEnv* env, ProbeCreationResult& result, const char* reason) {
+// The start itself goes over the classes that are there.
+void follow(JNIEnv* env, const char* reason) {
+    if (ourVMInitCalled) {
+        retransformClassesForChangedProbes(env, reason);
+    }
+}
+
+// Puts what is good into the list, and weaves it, at once or with the next change. Gives the
+// failure text, empty without one.
+ZString complete(JNIEnv* env, ProbeCreationResult& result, const char* reason,
+                 bool isAtOnce = true) {
     const bool hadNoCalls = !WantedCalls::now().has(CALLS_LOADERS);
     if (result.isOK()) {
         LockHolder lock(ourLock);
@@ -69,14 +78,12 @@ ZString complete(JNIEnv* env, ProbeCreationResult& result, const char* reason) {
         return result.getAllErrors();
     }
     result.logRegisteredProbeClasses();
-    // The start itself goes over the classes that are there.
-    if (!ourVMInitCalled) {
-        return ZString();
-    }
-    if (hadNoCalls) {
+    if (hadNoCalls && ourVMInitCalled) {
         retransformLoadersLoadedBeforeAttach(env);
     }
-    retransformClassesForChangedProbes(env, reason);
+    if (isAtOnce) {
+        follow(env, reason);
+    }
     return ZString();
 }
 
@@ -92,27 +99,31 @@ ZString registerByName(JNIEnv* env, jobjectArray classNames) {
     return complete(env, result, "registerByName");
 }
 
+void logUnregistered(const ZVectorSafe<ZString>& removed) {
+    ZString text("Unregistered probe classes: ");
+    for (int i = 0; i < removed.getSize(); i++) {
+        ZString name = removed[i];
+        name.replaceAll('/', '.');
+        text.append("\n  Unregistered: ");
+        text.append(name);
+    }
+    if (!removed.isEmpty()) {
+        Logger::message(text);
+    }
+}
+
 void unregister(JNIEnv* env, jobjectArray classNames) {
     ZVectorSafe<ZString> names;
     fillClassNames(env, classNames, names);
     ZVectorSafe<ZString> removed;
-    bool awaitsWeaving = false;
     {
         LockHolder lock(ourLock);
         for (int i = 0; i < names.getSize(); i++) {
-            awaitsWeaving = Probes::removeProbes(names[i], removed) || awaitsWeaving;
+            Probes::removeProbes(names[i], removed);
         }
     }
-    ZString text("Unregistered probe classes: ");
-    for (int i = 0; i < removed.getSize(); i++) {
-        removed[i].replaceAll('/', '.');
-        text.append("\n  Unregistered: ");
-        text.append(removed[i]);
-    }
-    Logger::message(text);
-    if (awaitsWeaving) {
-        retransformClassesForChangedProbes(env, "unregister");
-    }
+    logUnregistered(removed);
+    follow(env, "unregister");
 }
 
 // Classes that carry calls of a probe; slashed name.
@@ -237,7 +248,7 @@ private:
 
 // The classes are defined before they are woven anywhere: calls of a class that is not there would
 // fail in the application.
-ZString registerByBytecode(JNIEnv* env, jobjectArray classes) {
+ZString registerByBytecode(JNIEnv* env, jobjectArray classes, bool isAtOnce) {
     ProbeCreationResult result;
     ArrivedClasses arrived;
     arrived.read(env, classes, result);
@@ -248,7 +259,7 @@ ZString registerByBytecode(JNIEnv* env, jobjectArray classes) {
     if (result.isOK()) {
         arrived.define(env, result);
     }
-    return complete(env, result, "registerByBytecode");
+    return complete(env, result, "registerByBytecode", isAtOnce);
 }
 
 void addPaths(JNIEnv* env, jobjectArray paths) {
@@ -276,10 +287,10 @@ jstring JNICALL VDK_CALLBACK_NATIVE(registerProbesByName)(JNIEnv* env, jclass,
 }
 
 jstring JNICALL VDK_CALLBACK_NATIVE(registerProbesByBytecode)(JNIEnv* env, jclass,
-                                                              jobjectArray classes, jboolean,
-                                                              jboolean) {
+                                                              jobjectArray classes,
+                                                              jboolean dynamic, jboolean) {
     return nativeResult<jstring>(env, VDK_HERE, nullptr, [&] {
-        return toJavaRefusal(env, registerByBytecode(env, classes));
+        return toJavaRefusal(env, registerByBytecode(env, classes, dynamic == JNI_TRUE));
     });
 }
 

@@ -198,6 +198,7 @@ public class Callback {
     /** The value of a reference field; of any other null, and its bits in the array. */
     public static native Object readField(Object object, long field, int kind, long[] bits);
 
+    /** Without "dynamic" the classes that are loaded follow with the next change of the probes. */
     public static native String registerProbesByBytecode(byte[][] classes, boolean dynamic,
                                                          boolean flag);
 

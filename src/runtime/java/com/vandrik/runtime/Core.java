@@ -35,12 +35,6 @@ public final class Core {
     /** Replaced as a whole; the telemetry thread reads it without a lock. */
     public static volatile EventListener[] ourListeners = NO_LISTENERS;
 
-    /** Of listeners that are in force never. */
-    public static final int NO_TRIGGERS_GENERATION = -1;
-
-    /** Raised when the listeners are replaced; method listeners of another one fire no more. */
-    public static volatile int ourTriggersGeneration;
-
     /** That of the last probe class made for a method listener. */
     static int ourTemplateNumber;
 

@@ -34,19 +34,23 @@ final class Triggers {
         return listeners;
     }
 
-    /** Replaces the listeners in force, or adds to them. Whatever fails leaves all as it was. */
+    /**
+     * Replaces the listeners in force, or adds to them. Whatever fails leaves all as it was. A
+     * class goes from the old probes to the new ones in one step, so that each call is an event of
+     * either.
+     */
     static void put(EventListener[] added, boolean append, boolean flag) {
         EventListener[] old = Core.ourListeners;
+        List<MethodListener> replaced =
+                append ? new ArrayList<MethodListener>() : getMethodListeners(old);
         List<MethodListener> methods = getMethodListeners(added);
         registerProbes(methods, flag);
-        int generation = Core.ourTriggersGeneration + (append ? 0 : 1);
-        for (MethodListener listener : methods) {
-            listener.putInForce(generation);
-        }
         Core.ourListeners = append ? join(old, added) : added;
-        Core.ourTriggersGeneration = generation;
-        if (!append) {
-            unregisterProbes(getMethodListeners(old));
+        if (!methods.isEmpty() || !replaced.isEmpty()) {
+            unregisterProbes(replaced);
+        }
+        for (MethodListener listener : replaced) {
+            listener.end();
         }
         tellOfDeadListeners(added);
     }
@@ -79,7 +83,7 @@ final class Triggers {
         }
         boolean complete = false;
         try {
-            String failure = Callback.registerProbesByBytecode(classes, true, flag);
+            String failure = Callback.registerProbesByBytecode(classes, false, flag);
             if (failure != null) {
                 throw new IllegalArgumentException(failure.trim());
             }
@@ -96,10 +100,8 @@ final class Triggers {
         }
     }
 
+    /** All classes follow what has changed, new probes too. */
     private static void unregisterProbes(List<MethodListener> methods) {
-        if (methods.isEmpty()) {
-            return;
-        }
         String[] names = new String[methods.size()];
         for (int i = 0; i < names.length; i++) {
             names[i] = methods.get(i).getProbeClass();

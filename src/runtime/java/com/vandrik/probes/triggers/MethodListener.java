@@ -6,7 +6,6 @@ import com.vandrik.probes.triggers.actions.Action;
 import com.vandrik.probes.triggers.actions.RecordMethodInvocationAction;
 import com.vandrik.probes.triggers.macros.MacroProcessor;
 import com.vandrik.runtime.Callback;
-import com.vandrik.runtime.Core;
 import java.util.ArrayList;
 import java.util.List;
 
@@ -42,8 +41,7 @@ public final class MethodListener extends EventListener {
     /** Name of the generated class; null before. */
     private String myProbeClass;
 
-    /** Fires while the generation in force is its own; see {@link #putInForce}. */
-    private volatile int myGeneration = Core.NO_TRIGGERS_GENERATION;
+    private volatile boolean myIsOver;
 
     public MethodListener() {
         for (int event = 0; event < EVENT_PREFIXES.length; event++) {
@@ -86,10 +84,6 @@ public final class MethodListener extends EventListener {
     /** The reason why there is no such pattern; null if there is. */
     public String getPatternFailure() {
         return Callback.validateMethodPattern(myMethodPattern);
-    }
-
-    public boolean hasActions() {
-        return !getActions().isEmpty();
     }
 
     /** The bytes of a probe class. No two may have one number: such a class stays for ever. */
@@ -179,16 +173,13 @@ public final class MethodListener extends EventListener {
         return myActionsOfEvents.get(event).toArray(new Action[0]);
     }
 
-    /**
-     * From the moment on at which this is the generation in force. Probes of old and new listeners
-     * are woven side by side for a while, and no event of then is missed or counted twice.
-     */
-    public void putInForce(int generation) {
-        myGeneration = generation;
+    /** Calls that are under way when a listener is replaced are no events of it any more. */
+    public void end() {
+        myIsOver = true;
     }
 
     private boolean claimCall() {
-        return myGeneration == Core.ourTriggersGeneration && claimTrigger();
+        return !myIsOver && claimTrigger();
     }
 
     /** A call begins. Gives what the end of the call is to get. */
