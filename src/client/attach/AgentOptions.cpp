@@ -189,20 +189,6 @@ void checkAgentOptions(const std::vector<std::string>& arguments, bool attach) {
     }
 }
 
-std::vector<std::string> uselessAgentOptions(const std::string& options) {
-    static const char* const useless[] = {
-        "triggers=", "usedmem=", "periodicperf=", "periodicmem=", "periodichprof="};
-    std::vector<std::string> found;
-    for (const std::string& option : split(options, ',')) {
-        for (const char* name : useless) {
-            if (endsWith(name, "=") ? startsWith(option, name) : option == name) {
-                found.push_back(option);
-            }
-        }
-    }
-    return found;
-}
-
 AgentStartFailure explainAgentResult(int code) {
     std::string log = "the agent's log says more: ~/.vdk/log/<pid>.log of the target's user";
     switch (code) {

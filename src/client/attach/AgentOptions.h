@@ -40,9 +40,6 @@ std::string givenOption(const std::vector<std::string>& arguments, const std::st
 // target's and are not looked at.
 void checkAgentOptions(const std::vector<std::string>& arguments, bool attach);
 
-// The options among these that this release of the agent takes and does nothing with.
-std::vector<std::string> uselessAgentOptions(const std::string& options);
-
 // The value in a form that survives the splitting at commas: as it is where possible, else
 // "VDKQUOTED" and the bytes in hexadecimal.
 std::string quoteOptionValue(const std::string& value);

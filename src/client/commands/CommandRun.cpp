@@ -84,11 +84,6 @@ std::optional<std::string> agentOption(Console& console, const Arguments& argume
         return std::nullopt;
     }
     std::string options = composeAgentOptions(arguments.all("OPTION"), choices);
-    std::vector<std::string> useless = uselessAgentOptions(options);
-    if (!useless.empty()) {
-        console.warn("this release does not do yet what is asked by " +
-                     printable(join(useless, ", ")));
-    }
     std::string library = findAgentLibrary(arguments.text("--agent"), ExitCode::CannotRun);
     return "-agentpath:" + library + "=" + options;
 }

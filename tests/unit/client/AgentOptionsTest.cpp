@@ -121,8 +121,6 @@ TEST(AgentOptions, whatTheAgentWouldRefuseOrIgnoreIsKnownAhead) {
             << c.options;
         EXPECT_NE(message.find(c.reason), std::string::npos) << message;
     }
-    EXPECT_EQ(uselessAgentOptions("sampling,probe=x,alloceach=10,usedmem=90"),
-              (std::vector<std::string>{"usedmem=90"}));
     EXPECT_EQ(givenOption({"sampling", "tmpdir=/a,tmpdir=VDKQUOTED2f62"}, "tmpdir="), "/b");
     EXPECT_NE(explainAgentResult(77).message.find("77"), std::string::npos);
 }

@@ -94,7 +94,7 @@ TEST(CommandLine, jsonErrorsHaveCodeAndWord) {
     EXPECT_TRUE(list["jvms"].is_array());
     // What is told ahead of an error stands in it: there is one object.
     Outcome warned =
-        client({"run", "usedmem=90", "--agent", "/nonexistent.so", "--json", "--", "java"});
+        client({"run", "--exceptions", "--agent", "/nonexistent.so", "--json", "--", "java"});
     auto error = nlohmann::json::parse(warned.err);
     EXPECT_EQ(error["word"], "agent.missing");
     EXPECT_EQ(error["warnings"].size(), 1u);

@@ -119,7 +119,8 @@ public final class AccessCases {
             Check.equal(second.errors(), "", "standard error of the second user");
             String log = logIn(home.resolve(".vdk/log"), second);
             Check.contains(log, "Jar file is not used", "log of the second user");
-            Check.contains(log, "The file .triggers of the home directory is left out", "log");
+            Check.contains(log,
+                           "The file .triggers of the home directory is left out: line 2: ", "log");
         }
         checkUnwritableHome(target, user + 2, "quiet,onexit=snapshot," + options);
     }

@@ -213,7 +213,7 @@ public final class ProtocolCases {
 
     /** What the JVM was told about heap dumps is left to who told it. */
     @Case(fixture = Burn.class, jvm = "-XX:-HeapDumpOnOutOfMemoryError")
-    static void dumpsThreadsCollectsGarbageAndHasNoTriggers(Target target) throws Exception {
+    static void dumpsThreadsAndCollectsGarbage(Target target) throws Exception {
         Check.equal(heapDumpStatus(target), 1, "heap dumps are left off");
         try (AgentClient client = target.client()) {
             String dump = client.request(AgentClient.THREAD_DUMP).ok().readString();
@@ -227,19 +227,6 @@ public final class ProtocolCases {
             long before = client.in.readLong();
             long after = client.in.readLong();
             Check.isTrue(before > 0 && after > 0, before + " " + after);
-        }
-        try (AgentClient client = target.client()) {
-            client.request(AgentClient.SET_TRIGGERS).string("TimerListener delay=10s\n  ForceGC\n");
-            client.out.writeBoolean(false);
-            Check.contains(client.error(), "triggers are not available", "triggers");
-        }
-        try (AgentClient client = target.client()) {
-            client.request(AgentClient.SET_TRIGGERS).string("# a comment\n\n  ForceGC\n");
-            client.out.writeBoolean(false);
-            client.ok();
-        }
-        try (AgentClient client = target.client()) {
-            Check.equal(client.request(AgentClient.GET_TRIGGERS).ok().readString(), "", "triggers");
         }
         target.finish();
     }

@@ -100,7 +100,7 @@ public final class StartCases {
                            "Cannot start: failed to create jar file: ", "archive");
         }
         try (java.net.ServerSocket taken = new java.net.ServerSocket(0)) {
-            for (String[] refusal : refusalsOfTheJavaSide(taken.getLocalPort())) {
+            for (String[] refusal : refusalsOfTheJavaSide(target, taken.getLocalPort())) {
                 try (Target refused = run(target, "quiet," + refusal[0])) {
                     Check.equal(refused.awaitExit(), 255, "exit code with " + refusal[0]);
                     checkRefusal(refused, refusal[1]);
@@ -110,11 +110,13 @@ public final class StartCases {
     }
 
     /** Options, and how the refusal begins. */
-    private static String[][] refusalsOfTheJavaSide(int takenPort) {
+    private static String[][] refusalsOfTheJavaSide(Target target, int takenPort) throws Exception {
+        Path triggers = target.folder.resolve("triggers");
+        Files.writeString(triggers, "JVMStartListener\n  X\n");
         return new String[][] {
                 {"port=" + takenPort, "Cannot start: cannot listen on port " + takenPort},
                 {"listen=no.such.host.invalid:12345", "Cannot start: cannot listen on port 12345"},
-                {"usedmem=80", "Cannot start: triggers are not available"},
+                {"triggers=" + triggers, "Cannot start: line 2: unknown action: X; there are: "},
         };
     }
 
@@ -133,7 +135,7 @@ public final class StartCases {
         List<String[]> refusals = new ArrayList<>();
         refusals.add(new String[] {"nonsense", "Cannot start: invalid option: nonsense"});
         try (java.net.ServerSocket taken = new java.net.ServerSocket(0)) {
-            refusals.addAll(List.of(refusalsOfTheJavaSide(taken.getLocalPort())));
+            refusals.addAll(List.of(refusalsOfTheJavaSide(target, taken.getLocalPort())));
             for (String[] refusal : refusals) {
                 try (Target refused = run(target, "quiet,optional," + refusal[0])) {
                     refused.awaitOutput("ready");

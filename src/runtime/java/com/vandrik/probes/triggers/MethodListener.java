@@ -28,6 +28,8 @@ public final class MethodListener extends EventListener {
     /** What an enter callback gives where no row waits for the end of the call. */
     private static final int NO_CALL = 0;
 
+    private static final long LATE_CALLS_NS = 2000000000L;
+
     private static final InvocationTable INVOCATIONS = new InvocationTable();
 
     public String myMethodPattern = "";
@@ -42,6 +44,7 @@ public final class MethodListener extends EventListener {
     private String myProbeClass;
 
     private volatile boolean myIsOver;
+    private volatile long myEndNs;
 
     public MethodListener() {
         for (int event = 0; event < EVENT_PREFIXES.length; event++) {
@@ -89,7 +92,9 @@ public final class MethodListener extends EventListener {
     /** The bytes of a probe class. No two may have one number: such a class stays for ever. */
     public byte[] generateProbeByTemplate(int number) {
         String name = TEMPLATE + "_" + number;
-        myProbeClass = MethodListener.class.getPackage().getName() + "." + name;
+        // Where the agent defines its classes one by one, they have no package object.
+        String own = MethodListener.class.getName();
+        myProbeClass = own.substring(0, own.lastIndexOf('.') + 1) + name;
         return Callback.patchTemplateClass(getPairs(name).toArray(new String[0]));
     }
 
@@ -173,13 +178,15 @@ public final class MethodListener extends EventListener {
         return myActionsOfEvents.get(event).toArray(new Action[0]);
     }
 
-    /** Calls that are under way when a listener is replaced are no events of it any more. */
+    /** No call that begins from now on is an event, nor is the end of one that takes long. */
     public void end() {
+        myEndNs = System.nanoTime();
         myIsOver = true;
     }
 
+    /** A thread may have been at the door when the last method lost its calls of the probe. */
     private boolean claimCall() {
-        return !myIsOver && claimTrigger();
+        return (!myIsOver || System.nanoTime() - myEndNs < LATE_CALLS_NS) && claimTrigger();
     }
 
     /** A call begins. Gives what the end of the call is to get. */
