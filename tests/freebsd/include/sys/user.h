@@ -9,6 +9,7 @@
 struct kinfo_proc {
     pid_t ki_pid;
     uid_t ki_uid;
+    long ki_rssize; // pages
     char ki_stat;
     timeval ki_start;
 };

@@ -30,7 +30,17 @@ import cases.WatchCases;
 
 /** Every class that holds cases. */
 final class Suites {
-    static final Class<?>[] ALL = {};
+    static final Class<?>[] ALL = {
+            StartCases.class,        ProtocolCases.class,         SamplingCases.class,
+            SnapshotCases.class,     ModernJvmCases.class,        HeapDumpCases.class,
+            TracingCases.class,      TracedProgramCases.class,    VerificationCases.class,
+            OfflineCases.class,      RewriteOnRequestCases.class, RealProgramCases.class,
+            ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
+            ThrowCases.class,        MemoryCases.class,           AccessCases.class,
+            AllocationCases.class,   MonitorCases.class,          ExceptionCases.class,
+            HeapSnapshotCases.class, BuiltInProbeCases.class,     ProbeCases.class,
+            ClientWatchCases.class,  TriggerCases.class,          WatchCases.class,
+    };
 
     private Suites() {
     }
