@@ -191,6 +191,18 @@ std::string AgentClient::statistics() {
         .session.readStringNotNull();
 }
 
+std::string AgentClient::triggers() {
+    return Request(endpoint, timeoutMs, timeoutMs, PacketWriter(PACKET_GET_TRIGGERS))
+        .session.readStringNotNull();
+}
+
+// Method listeners have loaded classes rewritten.
+void AgentClient::setTriggers(const std::string& text, bool append) {
+    PacketWriter packet(PACKET_SET_TRIGGERS);
+    packet.writeString(text).writeBoolean(append);
+    Request(endpoint, timeoutMs, LongTimeoutMs, packet);
+}
+
 std::string AgentClient::threadDump() {
     return Request(endpoint, timeoutMs, LongTimeoutMs, PacketWriter(PACKET_GET_JVM_THREAD_DUMP_REQ))
         .session.readStringNotNull();

@@ -81,6 +81,9 @@ public:
     void unregisterProbes(const std::vector<std::string>& names);
     // Class files; a class stands behind those that it needs.
     void registerProbesByBytecode(const std::vector<std::string>& classFiles);
+    // The trigger text; the second replaces the listeners that are there, or adds to them.
+    std::string triggers();
+    void setTriggers(const std::string& text, bool append);
     std::string threadDump();
 
     // The path of the file in the target's view.

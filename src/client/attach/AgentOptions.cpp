@@ -2,6 +2,7 @@
 
 #include "client/console/Errors.h"
 #include "client/console/Text.h"
+#include "client/triggers/TriggerText.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Options.h"
 
@@ -156,6 +157,20 @@ std::string givenOption(const std::vector<std::string>& arguments, const std::st
     return value;
 }
 
+// A text that the agent would refuse ends the start of the JVM.
+static void checkTriggerFile(const std::string& file, const std::vector<std::string>& options) {
+    const TriggerCheck check = checkTriggerText(readTriggerFile(file));
+    requireGoodTriggers(check, file);
+    for (const TriggerNeed& need : check.needs) {
+        if (std::find(options.begin(), options.end(), need.option) == options.end()) {
+            throw ClientError(ExitCode::Usage, "agent.options",
+                              file + ", line " + std::to_string(need.line) + ": " + need.action +
+                                  " needs the agent's option " + need.option,
+                              "give " + need.option + " beside triggers=");
+        }
+    }
+}
+
 void checkAgentOptions(const std::vector<std::string>& arguments, bool attach) {
     std::vector<std::string> checked;
     for (const std::string& argument : arguments) {
@@ -186,6 +201,9 @@ void checkAgentOptions(const std::vector<std::string>& arguments, bool attach) {
             throw ClientError(ExitCode::Usage, "input.open",
                               "cannot read " + printable(file->c_str()) + ": " + strerror(errno));
         }
+    }
+    if (!options.triggers.isEmpty()) {
+        checkTriggerFile(options.triggers.c_str(), checked);
     }
 }
 

@@ -36,8 +36,8 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
 std::string givenOption(const std::vector<std::string>& arguments, const std::string& key);
 
 // Throws ClientError (Usage, "agent.options") if the agent would not accept the user's options, and
-// at a start "input.open" for a file they name that cannot be read. Those of an attach are the
-// target's and are not looked at.
+// at a start "input.open" for a file they name that cannot be read; Refused "triggers.text" for bad
+// triggers. Files of an attach are the target's and are not looked at.
 void checkAgentOptions(const std::vector<std::string>& arguments, bool attach);
 
 // The value in a form that survives the splitting at commas: as it is where possible, else

@@ -20,9 +20,10 @@ enum class ValueKind {
     Size,     // "512k", see parseSize
     File,
     Folder,
-    Target, // a JVM
-    Source, // a snapshot file or a JVM
-    Choice, // one of OptionSpec::choices
+    Target,      // a JVM
+    Source,      // a snapshot file or a JVM
+    Choice,      // one of OptionSpec::choices
+    TriggerLine, // a file, or a line of the trigger text
 };
 
 struct OptionSpec {

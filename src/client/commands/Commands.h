@@ -30,6 +30,8 @@ int runWatch(Console& console, const Arguments& arguments);
 int runStack(Console& console, const Arguments& arguments);
 int runMonitor(Console& console, const Arguments& arguments);
 int runProbes(Console& console, const Arguments& arguments);
+int runTriggers(Console& console, const Arguments& arguments);
+int runTriggersCheck(Console& console, const Arguments& arguments);
 int runTables(Console& console, const Arguments& arguments);
 int runTable(Console& console, const Arguments& arguments);
 int runSql(Console& console, const Arguments& arguments);

@@ -1,6 +1,7 @@
 // Completion scripts, made from the table of commands.
 #include "client/commands/Commands.h"
 #include "client/console/Text.h"
+#include "client/triggers/TriggerNames.h"
 
 #include <ostream>
 #include <set>
@@ -21,6 +22,8 @@ std::string kindWord(const OptionSpec& option) {
         return "target";
     case ValueKind::Source:
         return "source";
+    case ValueKind::TriggerLine:
+        return "trigger";
     default:
         return option.choices.empty() ? "text" : join(option.choices, "|");
     }
@@ -74,11 +77,46 @@ std::string valuedNames(const char* separator) {
     return join({names.begin(), names.end()}, separator);
 }
 
+// Names that may begin a line of the trigger text.
+std::vector<std::string> triggerWords() {
+    std::vector<std::string> words = namesOfAll(triggerListeners());
+    for (const auto& more : {methodEventPrefixes(), namesOfAll(triggerActions())}) {
+        words.insert(words.end(), more.begin(), more.end());
+    }
+    return words;
+}
+
+std::vector<std::string> macroNames() {
+    std::vector<std::string> names;
+    for (const TriggerMacro& macro : triggerMacros()) {
+        names.push_back(macro.name);
+    }
+    return names;
+}
+
+// Lines of a shell's case: a listener or an action, and its properties with the sign behind them.
+std::string triggerProperties(const char* separator) {
+    std::string lines;
+    for (const auto* list : {&triggerListeners(), &triggerActions()}) {
+        for (const TriggerName& owner : *list) {
+            std::vector<std::string> names;
+            for (const TriggerProperty& property : owner.properties) {
+                names.push_back(property.name + "=");
+            }
+            lines +=
+                "    " + owner.name + ") echo " + shellQuoted(join(names, separator)) + " ;;\n";
+        }
+    }
+    return lines;
+}
+
 const char BashHead[] = R"sh(# bash completion for vdk
 _vdk_offer() { # kind of word, what is there of it
     local IFS=$'\n'
     case $1 in
     file+*) mapfile -t COMPREPLY < <(W=${1#file+}; compgen -f -W "${W//|/$'\n'}" -- "$2") ;;
+    target+*) mapfile -t COMPREPLY < <(W=${1#target+}; compgen -W "$(_vdk_jvms)"$'\n'"${W//|/$'\n'}" -- "$2") ;;
+    trigger) mapfile -t COMPREPLY < <(_vdk_trigger "${2#[\'\"]}") ;;
     file) mapfile -t COMPREPLY < <(compgen -f -- "$2") ;;
     folder) mapfile -t COMPREPLY < <(compgen -d -- "$2") ;;
     target) mapfile -t COMPREPLY < <(compgen -W "$(_vdk_jvms)" -- "$2") ;;
@@ -92,6 +130,19 @@ _vdk_offer() { # kind of word, what is there of it
 }
 _vdk_jvms() {
     vdk list --plain 2>/dev/null | tr '\t' '\n'
+}
+_vdk_trigger() { # what is there of a listener, action, property or macro
+    local word words owned=
+    for word in "${COMP_WORDS[@]:0:COMP_CWORD}"; do
+        [[ $word != set ]] || { compgen -f -- "$1"; return; }
+        words=$(_vdk_trigger_properties "$word")
+        [[ -z $words ]] || owned=$words
+    done
+    if [[ $1 == *'${'* ]]; then
+        compgen -P "${1%'${'*}\${" -S '}' -W "$_vdk_macros" -- "${1##*'${'}"
+    else
+        compgen -W "$owned"$'\n'"$_vdk_trigger_words" -- "$1"
+    fi
 }
 _vdk() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
@@ -130,7 +181,16 @@ const char BashTail[] = R"sh(    for ((i = start; i < COMP_CWORD; i++)); do
 complete -o filenames -F _vdk vdk
 )sh";
 
+// Their names, for the functions of bash and zsh.
+void writeTriggerNames(std::ostream& out) {
+    out << "_vdk_trigger_words=" << shellQuoted(join(triggerWords(), "\n"))
+        << "\n_vdk_macros=" << shellQuoted(join(macroNames(), "\n"))
+        << "\n_vdk_trigger_properties() { # of a listener or an action\n    case $1 in\n"
+        << triggerProperties("\n") << "    esac\n}\n";
+}
+
 void writeBash(std::ostream& out) {
+    writeTriggerNames(out);
     out << BashHead << "    local rest= valued=" << shellQuoted(valuedNames(" "))
         << "\n    if ((COMP_CWORD == 1)); then\n        _vdk_offer "
         << shellQuoted(join(commandNames(), "|") + "|help|--help|--version")
@@ -166,7 +226,7 @@ void writeBash(std::ostream& out) {
             } else {
                 std::string kind = kindWord(option);
                 std::vector<std::string> words = wordsBehind(command);
-                if (places.empty() && kind == "file" && !words.empty()) {
+                if (places.empty() && (kind == "file" || kind == "target") && !words.empty()) {
                     kind += "+" + join(words, "|");
                 }
                 places += (places.empty() ? "" : " ") + shellQuoted(kind);
@@ -204,6 +264,8 @@ std::string zshValue(const OptionSpec& option) {
         return ":JVM:_vdk_targets";
     case ValueKind::Source:
         return ":snapshot or JVM:_vdk_sources";
+    case ValueKind::TriggerLine:
+        return ":line:_vdk_trigger";
     default:
         return option.choices.empty() ? ":value: " : ":value:(" + join(option.choices, " ") + ")";
     }
@@ -217,6 +279,15 @@ _vdk_targets() {
 }
 _vdk_sources() {
     _alternative 'targets:JVM:_vdk_targets' 'files:file:_files'
+}
+_vdk_trigger() {
+    (( ${words[(I)set]} )) && { _files; return }
+    local word=$words[CURRENT-1] owned=
+    for word in $words; do
+        owned=${"$(_vdk_trigger_properties $word)":-$owned}
+    done
+    compadd -S '' -- ${=owned}
+    compadd -- ${=_vdk_trigger_words}
 }
 _vdk() {
     local -a commands
@@ -280,8 +351,10 @@ void writeZsh(std::ostream& out) {
         }
         out << " ;;\n";
     }
-    out << "    esac\n}\n_vdk_topics() {\n    local -a topics\n    topics=("
-        << join(commandNames(), " ") << " options --man)\n    compadd -a topics\n}\n_vdk \"$@\"\n";
+    out << "    esac\n}\n";
+    writeTriggerNames(out);
+    out << "_vdk_topics() {\n    local -a topics\n    topics=(" << join(commandNames(), " ")
+        << " options --man)\n    compadd -a topics\n}\n_vdk \"$@\"\n";
 }
 
 const char FishHead[] = R"sh(# fish completion for vdk
@@ -322,6 +395,15 @@ end
 function __vdk_targets
     vdk list --plain 2>/dev/null
 end
+function __vdk_trigger
+    set -l words (commandline -opc)
+    set -l owned
+    for word in $words
+        set -l found (__vdk_trigger_properties $word)
+        test (count $found) -eq 0; or set owned $found
+    end
+    printf '%s\n' $owned $__vdk_trigger_words
+end
 complete -c vdk -f
 complete -c vdk -n __fish_use_subcommand -a help -d 'tell more about a command'
 complete -c vdk -n 'contains -- -- (commandline -opc)' -a '(__fish_complete_subcommand)'
@@ -344,10 +426,25 @@ void writeFishOption(std::ostream& out, const Command& command, const OptionSpec
     out << "\n";
 }
 
+void writeFishTriggers(std::ostream& out) {
+    out << "set -g __vdk_trigger_words " << join(triggerWords(), " ")
+        << "\nfunction __vdk_trigger_properties\n    switch $argv[1]\n";
+    for (const auto* list : {&triggerListeners(), &triggerActions()}) {
+        for (const TriggerName& owner : *list) {
+            out << "        case " << owner.name << "\n";
+            for (const TriggerProperty& property : owner.properties) {
+                out << "            echo " << property.name << "=\n";
+            }
+        }
+    }
+    out << "    end\nend\n";
+}
+
 void writeFish(std::ostream& out) {
     out << "set -g __vdk_valued " << valuedNames(" ") << "\nset -g __vdk_pairs " << pairedNames(" ")
         << "\n"
         << FishHead;
+    writeFishTriggers(out);
     out << "complete -c vdk -n '__vdk_at help 0' -a "
         << shellQuoted(join(commandNames(), " ") + " options --man") << "\n";
     for (const Command& command : commands()) {
@@ -374,6 +471,9 @@ void writeFish(std::ostream& out) {
                 out << " -a '(__vdk_targets)'";
             } else if (!option.choices.empty()) {
                 out << " -a " << shellQuoted(join(option.choices, " "));
+            }
+            if (option.kind == ValueKind::TriggerLine) {
+                out << " -F -a '(__vdk_trigger)'";
             }
             if (option.kind == ValueKind::File || option.kind == ValueKind::Source) {
                 out << " -F";

@@ -125,9 +125,11 @@ static size_t editDistance(const std::string& a, const std::string& b) {
     return cost[a.size()][b.size()];
 }
 
-std::string didYouMean(const std::string& word, const std::vector<std::string>& known) {
+std::string didYouMean(const std::string& word, const std::vector<std::string>& known,
+                       size_t most) {
     const std::string* nearest = nullptr;
-    size_t least = word.size() < 4 ? 2 : 3; // as many differences are too many
+    // as many differences are too many
+    size_t least = std::max<size_t>(most + 1, word.size() < 4 ? 2 : 3);
     for (const std::string& name : known) {
         bool begun = word.size() > 2 && startsWith(name, word);
         size_t distance = begun ? 0 : word.size() > 100 ? least : editDistance(word, name);

@@ -38,8 +38,10 @@ std::string shellWord(std::string_view text);
 // The text with its first letter in upper case.
 std::string capitalized(std::string text);
 
-// ": did you mean list?" for a word that is close to one of the known ones, "" for any other.
-std::string didYouMean(const std::string& word, const std::vector<std::string>& known);
+// ": did you mean list?" for a word that is close to one of the known ones, "" for any other. Words
+// with more differences than `most` are not close; 0 leaves two, in short words one.
+std::string didYouMean(const std::string& word, const std::vector<std::string>& known,
+                       size_t most = 0);
 
 // Nanoseconds as people read them: "12.3 s", "45.6 ms", "7 us".
 std::string formatNs(int64_t ns);

@@ -242,6 +242,14 @@ TEST(CommandLine, bashOffersWhatFitsThePlace) {
         {"vdk heap live ''", "42\nMain\n"},
         {"vdk heap live M --sort ''", "shallow\ncount\nname\n"},
         {"vdk heap capture 42 --ov", "--overwrite\n"},
+        {"vdk triggers ch", "check\n"},
+        {"vdk triggers M", "Main\n"},
+        {"vdk triggers check my", "my app.snapshot\n"},
+        {"vdk triggers 42 set my", "my app.snapshot\n"},
+        {"vdk triggers 42 add HeapM", "HeapMemoryUsageListener\n"},
+        {"vdk triggers 42 add JVMExitListener Force", "ForceGC\n"},
+        {"vdk triggers 42 add TimerListener delay = 1s Sleep dur", "duration=\n"},
+        {"vdk triggers 42 add PrintMessage message = \"'a \\${USED_H\"", "a ${USED_HEAP}\n"},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(bashOffers(dir, c.words), c.offered) << c.words;
@@ -252,7 +260,8 @@ TEST(CommandLine, bashOffersWhatFitsThePlace) {
 // The words of errors are for programs: each one stands in the client's page.
 TEST(CommandLine, everyWordOfAnErrorIsDocumented) {
     std::string page = TempDir::read(sourceFolder() + "/docs/client.md");
-    std::regex word("\"((target|attach|agent|cpu|run|input|output|snapshot|heap|jvm)\\.[a-z]+)\"");
+    std::regex word(
+        "\"((target|triggers|attach|agent|cpu|run|input|output|snapshot|heap|jvm)\\.[a-z]+)\"");
     size_t found = 0;
     for (const auto& entry :
          std::filesystem::recursive_directory_iterator(sourceFolder() + "/src/client")) {

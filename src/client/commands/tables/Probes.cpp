@@ -117,6 +117,38 @@ const std::vector<Command> Table = {
      false,
      true,
      runProbes},
+    {"triggers",
+     "show, set and add triggers: actions on events",
+     "A trigger is a line with a listener, such as a timer or a threshold, and lines with the "
+     "actions\n"
+     "that it sets off. set replaces all triggers by those of the file, - being standard input; "
+     "add takes\n"
+     "a listener and its actions, each with its properties, beside those that are there. The text "
+     "is\n"
+     "checked before the agent gets it. docs/triggers.md tells of all listeners and actions.",
+     "vdk triggers app.jar set my.triggers\n"
+     "vdk triggers app.jar add TimerListener delay=1h AdvanceGeneration\n"
+     "vdk triggers app.jar add HeapMemoryUsageListener usageThresholdPercent=80 "
+     "CaptureMemorySnapshot\n"
+     "vdk triggers app.jar\n"
+     "vdk triggers app.jar clear\n"
+     "vdk triggers check my.triggers",
+     {Target,
+      {"ACTION", ValueKind::Choice, "what to do (default show)", {"show", "set", "add", "clear"}},
+      {"LINE", ValueKind::TriggerLine, "for set a file, for add lines", {}, false, true, ""}},
+     false,
+     true,
+     runTriggers},
+    {"triggers check",
+     "tell what is wrong with a file of triggers",
+     "No JVM is asked. Each fault is told with its line and what would be right; the exit code is "
+     "1 if\n"
+     "there is one. Options that the agent has to be given for the file are told as well.",
+     "vdk triggers check my.triggers && vdk run triggers=my.triggers -- java -jar app.jar",
+     {{"FILE", ValueKind::File, "file with triggers, - is standard input", {}, true}},
+     false,
+     true,
+     runTriggersCheck},
     {"tables",
      "show the tables that probes record into",
      "",

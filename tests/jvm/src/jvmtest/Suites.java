@@ -25,6 +25,7 @@ import cases.ThrowCases;
 import cases.TracedProgramCases;
 import cases.TracingCases;
 import cases.TriggerCases;
+import cases.TriggerRecipeCases;
 import cases.VerificationCases;
 import cases.WatchCases;
 
@@ -39,7 +40,8 @@ final class Suites {
             ThrowCases.class,        MemoryCases.class,           AccessCases.class,
             AllocationCases.class,   MonitorCases.class,          ExceptionCases.class,
             HeapSnapshotCases.class, BuiltInProbeCases.class,     ProbeCases.class,
-            ClientWatchCases.class,  TriggerCases.class,          WatchCases.class,
+            ClientWatchCases.class,  TriggerCases.class,          TriggerRecipeCases.class,
+            WatchCases.class,
     };
 
     private Suites() {
