@@ -227,14 +227,14 @@ public final class WatchCases {
         target.finish();
     }
 
-    @Case(fixture = Watched.class, agent = "builtinprobes=none")
+    @Case(fixture = Watched.class, agent = "builtinprobes=none", attach = false)
     static void aHotMethodIsCountedAndRunsOn(Target target) throws Exception {
         WatchCases test = new WatchCases(target);
         int events = test.start("fixtures.Watched:hot(int)", ALL, 0, "", "");
         int never = test.start("fixtures.Watched:hot(int)", ALL, 0, "args[0] == -1", "");
         test.ask("hot");
         long told = 0;
-        for (int i = 0; i < 20; i++) {
+        for (int i = 0; i < 8; i++) {
             Answer answer = test.read(events);
             told += answer.events.size();
             Thread.sleep(10);
@@ -264,7 +264,7 @@ public final class WatchCases {
     }
 
     /** Of classes that callbacks use themselves. */
-    @Case(fixture = Watched.class, agent = "builtinprobes=none")
+    @Case(fixture = Watched.class, agent = "builtinprobes=none", load = false)
     static void classesOfTheJdkAreWatched(Target target) throws Exception {
         WatchCases test = new WatchCases(target);
         String key = "args[0] ~ 'a watched'";
@@ -288,7 +288,7 @@ public final class WatchCases {
         target.finish();
     }
 
-    @Case(fixture = Watched.class, agent = "builtinprobes=none")
+    @Case(fixture = Watched.class, agent = "builtinprobes=none", attach = false)
     static void whatNobodyReadsEnds(Target target) throws Exception {
         WatchCases test = new WatchCases(target);
         test.ask("calls");
