@@ -16,8 +16,9 @@ std::string keyOf(const MethodSums& sums) {
 }
 
 // Fewer than ten calls a second have a digit behind the point.
-std::string formatRate(double rate) {
-    return rate < 10 ? formatPercent(rate) : formatCount(int64_t(rate + 0.5));
+std::string formatRate(int64_t calls, double seconds) {
+    const int64_t tenths = int64_t(double(calls) * 10 / seconds);
+    return tenths < 100 ? formatPercent(double(tenths) / 10) : formatCount((tenths + 5) / 10);
 }
 
 double secondsBetween(WatchFeed::Clock::time_point from, WatchFeed::Clock::time_point to) {
@@ -89,7 +90,7 @@ void MonitorView::show(std::vector<MethodSums> methods, double seconds, bool ofA
                      {"METHOD"}});
     std::map<std::string, int> names = countNames(methods);
     for (const MethodSums& sums : methods) {
-        table.add({formatCount(sums.calls), formatRate(double(sums.calls) / seconds),
+        table.add({formatCount(sums.calls), formatRate(sums.calls, seconds),
                    formatCount(sums.errors), shortDuration(sums.meanNs()),
                    shortDuration(sums.quantileNs(0.5)), shortDuration(sums.quantileNs(0.95)),
                    shortDuration(sums.quantileNs(0.99)), shortDuration(sums.longestNs),

@@ -90,20 +90,22 @@ void WatchFeed::readOn() {
             if (e.word != "agent.error") {
                 throw;
             }
-            const auto rest = std::chrono::duration_cast<milliseconds>(begin - lastRead);
-            throw ClientError(ExitCode::AgentFailed, "watch.lost",
-                              "the JVM has ended the watch: " +
-                                  (rest.count() >= WatchClient::LeaseMs
-                                       ? "nobody read it for " + formatLimit(int(rest.count()))
-                                       : std::string(e.what())),
-                              "it is kept while vdk runs; start it again");
+            const auto rest = std::chrono::duration_cast<milliseconds>(begin - lastRead).count();
+            throw ClientError(
+                ExitCode::AgentFailed, "watch.lost",
+                "the JVM has ended the watch: " +
+                    (rest >= WatchClient::LeaseMs
+                         ? "nobody read it for " + formatLimit(int(rest / 1000) * 1000)
+                         : std::string(e.what())),
+                "it is kept while vdk runs; start it again");
         }
         lastRead = Clock::now();
         const bool last = news.complete && news.waiting == 0;
         const bool hurries = news.waiting > 0 || news.calls.size() >= ManyOfRead;
-        const milliseconds pause = news.waiting > 0 ? NoPause
-                                   : hurries        ? ShortPause
-                                                    : untilNext(next);
+        // What waits may not be printed yet.
+        const milliseconds pause = news.waiting > 0 && !news.calls.empty() ? NoPause
+                                   : hurries                               ? ShortPause
+                                                                           : untilNext(next);
         keep(std::move(news));
         if (last || stopping.wait(pause)) {
             return;
