@@ -16,6 +16,7 @@ public abstract class ThresholdListener extends PolledListener {
     public Duration myMinimumTimeToActivate = new Duration(0, Duration.Unit.MILLISECONDS);
 
     private long myCrossedMs = NOT_CROSSED;
+    private boolean myIsTold;
 
     /** In the unit of the threshold; UNKNOWN if it can't be had. */
     protected abstract long getValue();
@@ -54,6 +55,10 @@ public abstract class ThresholdListener extends PolledListener {
 
     /** Tells once why listeners of a kind never fire. */
     protected final long unknown(String reason) {
+        if (myIsTold) {
+            return UNKNOWN;
+        }
+        myIsTold = true;
         String text = Serialization.getExternalName(getClass()) + " never fires: " + reason;
         if (TOLD.add(text)) {
             Callback.messageToLogFile(text);
