@@ -13,6 +13,10 @@ namespace {
 
 const int MAX_PORT = 65535;
 
+// Bits of ourCapabilities that only the Java side asks for; Constants.java has them too.
+constexpr long CAPABILITY_ALLOWS_COMMANDS = 0x20000;
+constexpr long CAPABILITY_ALLOWS_WEBHOOKS = 0x40000;
+
 // A limit above the range of int is as good as its largest value.
 int clampToInt(long value) {
     return value > INT_MAX ? INT_MAX : static_cast<int>(value);
@@ -23,7 +27,7 @@ int clampToInt(long value) {
 // One option: its key, what it does, and the text of its refusal. A key that ends in "=" takes the
 // rest of the piece as its value; any other must be the whole piece.
 struct Options::Row {
-    enum Kind { FLAG, NUMBER, TEXT, STATUS, CAPABILITY, TRIGGER, ACTION };
+    enum Kind { FLAG, NUMBER, TEXT, STATUS, CAPABILITY, PERMISSION, TRIGGER, ACTION };
 
     const char* key;
     Kind kind;
@@ -35,6 +39,7 @@ struct Options::Row {
     const char* error = nullptr;
     ZString Options::*text = nullptr;
     long clearedBit = 0;
+    long setBit = 0;
     const char* beforeNumber = nullptr;
     const char* afterNumber = nullptr;
     bool (Options::*action)(const ZString&) = nullptr;
@@ -62,6 +67,11 @@ struct Options::Row {
     static constexpr Row clearRow(const char* key, Kind kind, long bit) {
         Row row{key, kind};
         row.clearedBit = bit;
+        return row;
+    }
+    static constexpr Row permissionRow(const char* key, long bit) {
+        Row row{key, PERMISSION};
+        row.setBit = bit;
         return row;
     }
     static constexpr Row triggerRow(const char* key, const char* before, const char* after,
@@ -96,6 +106,8 @@ const Options::Row Options::ourRows[] = {
     Row::flagRow("disablenatives", &Options::disableNatives),
     Row::actionRow("disablej2ee", &Options::disableJ2EE),
     Row::actionRow("redact", &Options::redact),
+    Row::permissionRow("allowcommands", CAPABILITY_ALLOWS_COMMANDS),
+    Row::permissionRow("allowwebhooks", CAPABILITY_ALLOWS_WEBHOOKS),
     Row::flagRow("probewarningsaserrors", &Options::probeWarningsAsErrors),
     Row::actionRow("probe=", &Options::probe),
     Row::actionRow("probeclasspath=", &Options::probeClassPath),
@@ -229,6 +241,9 @@ bool Options::apply(const Row& row, const ZString& value) {
         return true;
     case Row::CAPABILITY:
         ourCapabilities &= ~row.clearedBit;
+        return true;
+    case Row::PERMISSION:
+        ourCapabilities |= row.setBit;
         return true;
     case Row::ACTION:
         return (this->*row.action)(value);

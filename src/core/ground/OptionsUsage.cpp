@@ -67,6 +67,8 @@ const UsageEntry USAGE[] = {
     {"noexceptionevents", "do not ask the JVM for exception events: having them slows down each "
                           "throw, even while nothing is recorded"},
     {"redact", "let probes mask literals in SQL and values in the queries of URLs"},
+    {"allowcommands", "let triggers run programs (RunCommand)"},
+    {"allowwebhooks", "let triggers send messages to URLs (PostWebhook)"},
     {"onlyuser", "serve only clients of the user that runs the application, and root"},
     {"optional", "let the application start without the agent where the agent cannot start"},
     {"nostartgeneration", "do not tag the objects of the heap for the generation that is opened "

@@ -111,8 +111,12 @@ public final class BuiltInProbeCases {
             compares(target, theme);
         }
         tellsOfOrders(target);
+        Path slow = target.folder.resolve("slow.txt");
+        Tool.vdk("triggers", target.id(), "add", "RequestListener", "urlPattern=/sl*w",
+                 "slowerThan=0ms", "PrintMessage", "message=slow", "output=" + slow);
         chargesEvents(target, "sample", "sampled");
         chargesEvents(target, "trace", "traced");
+        Check.await(20, () -> Files.exists(slow), () -> "the slow request: " + target.state());
         giveInstrumentation(target);
         compares(target, "unseen");
         target.finish();

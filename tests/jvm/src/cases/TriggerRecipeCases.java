@@ -1,7 +1,10 @@
 package cases;
 
 import com.shop.Checkout;
+import com.sun.net.httpserver.HttpServer;
 import java.io.IOException;
+import java.net.InetAddress;
+import java.net.InetSocketAddress;
 import java.nio.file.DirectoryStream;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -40,13 +43,12 @@ public final class TriggerRecipeCases {
         EFFECTS.put("A heap that stays full", t -> has(t, "heap-high*.snapshot"));
         EFFECTS.put("Generations for a slow leak", t -> hasGeneration(t, "hourly"));
         EFFECTS.put("Arguments of calls that fail", t -> {
-            t.ask("pay", "paid");
-            return says(
-                    t, "failed-calls.log",
-                    "com.shop.Checkout.pay(book, -1): java.lang.IllegalArgumentException: no such");
+            t.ask("pay", "done pay");
+            return says(t, "failed-calls.log",
+                        "com.shop.Checkout.pay(, -1): java.lang.IllegalArgumentException: no such");
         });
         EFFECTS.put("Rows of calls", t -> {
-            t.ask("pay", "paid");
+            t.ask("pay", "done pay");
             String rows = Tool.vdk("table", ":" + t.port, "Method Invocation");
             return rows.contains("book, 3") && rows.contains("30") &&
                     rows.contains("IllegalArgumentException: no such");
@@ -56,6 +58,16 @@ public final class TriggerRecipeCases {
         EFFECTS.put("Stacks when memory runs short",
                     t -> has(t, "short*.hprof") && says(t, "threads.txt", "Checkout.main"));
         EFFECTS.put("Where objects are made, a minute a day", t -> has(t, "allocations*.snapshot"));
+        EFFECTS.put("A long pause of the collector, to a chat", t -> {
+            t.ask("gc", "done gc");
+            return t.log().contains("GCPauseListener, PostWebhook: sent to http");
+        });
+        EFFECTS.put("A deadlock", t -> {
+            t.ask("deadlock", "done deadlock");
+            // The program may be missing on this machine; that is told as well.
+            return says(t, "deadlock.txt", "Deadlocks.hold") &&
+                    t.log().contains("DeadlockListener, RunCommand: ");
+        });
         EFFECTS.put("A report at the end",
                     t -> says(t, "exits.log", "ended after") && has(t, "end*.snapshot"));
     }
@@ -104,8 +116,10 @@ public final class TriggerRecipeCases {
     }
 
     /** Each polled event comes at once, and once. */
-    private static String shortened(String recipe) {
+    private static String shortened(String recipe, String hook) {
         return recipe.replaceAll("=\\d+[smh]\\b", "=200ms")
+                .replaceAll("longerThan=\\w+", "longerThan=0ms")
+                .replaceAll("url=\\S+", "url=" + hook)
                 .replaceAll("(usageThreshold\\w+)=\\d+", "$1=0")
                 .replaceAll(" maxTriggerCount=\\d+", "")
                 .replaceAll("(?m)^((Timer|\\w+Usage)Listener.*)$", "$1 maxTriggerCount=1");
@@ -117,7 +131,9 @@ public final class TriggerRecipeCases {
 
     private static Target start(Target like, String recipe) throws Exception {
         Target target = Target.like(like);
-        String options = "builtinprobes=none,telemetryperiod=100,triggers=" + write(target, recipe);
+        String options =
+                "builtinprobes=none,telemetryperiod=100,allowcommands,allowwebhooks,triggers=" +
+                write(target, recipe);
         List<String> command = new ArrayList<>(
                 List.of(like.jdk.java(), target.agentPath(target.agentOptions(options)), "-cp",
                         System.getProperty("java.class.path"), Checkout.class.getName()));
@@ -136,14 +152,22 @@ public final class TriggerRecipeCases {
     static void everyRecipeOfTheDocsWorks(Target like) throws Exception {
         Map<String, String> recipes = readRecipes();
         Check.equal(recipes.keySet(), EFFECTS.keySet(), "recipes and what they have to do");
-        try (Target target = start(like, shortened(recipes.get(AT_START)))) {
+        HttpServer server =
+                HttpServer.create(new InetSocketAddress(InetAddress.getLoopbackAddress(), 0), 0);
+        server.createContext("/", exchange -> {
+            exchange.sendResponseHeaders(204, -1);
+            exchange.close();
+        });
+        server.start();
+        String hook = "http://127.0.0.1:" + server.getAddress().getPort() + "/";
+        try (Target target = start(like, shortened(recipes.get(AT_START), hook))) {
             for (String recipe : EFFECTS.keySet()) {
                 Path unchanged = write(target, recipes.get(recipe));
                 Tool.run(List.of(System.getProperty("vdk.build") + "/vdk", "triggers", "check",
                                  unchanged.toString()));
                 if (!recipe.equals(AT_START)) {
                     Tool.vdk("triggers", ":" + target.port, "set",
-                             write(target, shortened(recipes.get(recipe))).toString());
+                             write(target, shortened(recipes.get(recipe), hook)).toString());
                 }
                 if (recipe.equals("A report at the end")) {
                     target.finish();
@@ -152,6 +176,8 @@ public final class TriggerRecipeCases {
             }
             Check.isTrue(!target.log().contains("Action failed"), () -> target.log());
             Check.contains(target.errors(), "ended after", "what the last one prints");
+        } finally {
+            server.stop(0);
         }
     }
 }

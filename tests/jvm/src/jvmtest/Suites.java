@@ -25,6 +25,7 @@ import cases.ThrowCases;
 import cases.TracedProgramCases;
 import cases.TracingCases;
 import cases.TriggerCases;
+import cases.TriggerReachCases;
 import cases.TriggerRecipeCases;
 import cases.VerificationCases;
 import cases.WatchCases;
@@ -32,15 +33,34 @@ import cases.WatchCases;
 /** Every class that holds cases. */
 final class Suites {
     static final Class<?>[] ALL = {
-            StartCases.class,        ProtocolCases.class,         SamplingCases.class,
-            SnapshotCases.class,     ModernJvmCases.class,        HeapDumpCases.class,
-            TracingCases.class,      TracedProgramCases.class,    VerificationCases.class,
-            OfflineCases.class,      RewriteOnRequestCases.class, RealProgramCases.class,
-            ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
-            ThrowCases.class,        MemoryCases.class,           AccessCases.class,
-            AllocationCases.class,   MonitorCases.class,          ExceptionCases.class,
-            HeapSnapshotCases.class, BuiltInProbeCases.class,     ProbeCases.class,
-            ClientWatchCases.class,  TriggerCases.class,          TriggerRecipeCases.class,
+            StartCases.class,
+            ProtocolCases.class,
+            SamplingCases.class,
+            SnapshotCases.class,
+            ModernJvmCases.class,
+            HeapDumpCases.class,
+            TracingCases.class,
+            TracedProgramCases.class,
+            VerificationCases.class,
+            OfflineCases.class,
+            RewriteOnRequestCases.class,
+            RealProgramCases.class,
+            ServerCases.class,
+            ClientTracingCases.class,
+            DebuggerCases.class,
+            ThrowCases.class,
+            MemoryCases.class,
+            AccessCases.class,
+            AllocationCases.class,
+            MonitorCases.class,
+            ExceptionCases.class,
+            HeapSnapshotCases.class,
+            BuiltInProbeCases.class,
+            ProbeCases.class,
+            ClientWatchCases.class,
+            TriggerCases.class,
+            TriggerReachCases.class,
+            TriggerRecipeCases.class,
             WatchCases.class,
     };
 

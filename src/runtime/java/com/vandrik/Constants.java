@@ -52,6 +52,8 @@ public final class Constants {
     public static final long CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE = 0x4000;
     public static final long CAPABILITY_CANNOT_SUSPEND = 0x8000;
     public static final long CAPABILITY_REDACTS = 0x10000;
+    public static final long CAPABILITY_ALLOWS_COMMANDS = 0x20000;
+    public static final long CAPABILITY_ALLOWS_WEBHOOKS = 0x40000;
 
     private Constants() {
     }

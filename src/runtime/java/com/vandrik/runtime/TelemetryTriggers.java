@@ -43,8 +43,11 @@ final class TelemetryTriggers {
                 perform(listener, waiting.myNextAction, nowMs);
             }
         } else if (!listener.isTriggerCountExceeded() && listener.shouldTrigger(nowMs)) {
-            listener.claimTrigger();
-            perform(listener, 0, nowMs);
+            if (listener.claimTrigger()) {
+                perform(listener, 0, nowMs);
+            } else {
+                listener.onActionsCompleted();
+            }
         }
     }
 

@@ -7,6 +7,7 @@ import com.vandrik.probes.triggers.MethodListener;
 import com.vandrik.probes.triggers.PolledListener;
 import com.vandrik.probes.triggers.Serialization;
 import com.vandrik.probes.triggers.actions.Action;
+import com.vandrik.probes.triggers.actions.BackgroundAction;
 import com.vandrik.util.Strings;
 import java.util.ArrayList;
 import java.util.List;
@@ -18,6 +19,9 @@ import java.util.TreeSet;
  * Core tells what is in force without it.
  */
 final class Triggers {
+    /** What has been begun by then may take so long. */
+    private static final long EXIT_LIMIT_MS = 3000;
+
     private Triggers() {
     }
 
@@ -29,6 +33,13 @@ final class Triggers {
             if (failure != null) {
                 throw new IllegalArgumentException("line " + listener.getLine() +
                                                    ": MethodListener, methodPattern: " + failure);
+            }
+        }
+        for (EventListener listener : listeners) {
+            for (Action action : listener.getActions()) {
+                if (action instanceof BackgroundAction) {
+                    ((BackgroundAction) action).setListener(listener);
+                }
             }
         }
         return listeners;
@@ -144,6 +155,7 @@ final class Triggers {
                 runAll(listener);
             }
         }
+        BackgroundAction.awaitAll(EXIT_LIMIT_MS);
     }
 
     private static void runAll(EventListener listener) {

@@ -2,6 +2,7 @@ package com.vandrik.probes.builtin;
 
 import com.vandrik.probes.StringColumn;
 import com.vandrik.probes.Table;
+import com.vandrik.probes.triggers.RequestListener;
 import com.vandrik.runtime.TypeNames;
 import java.lang.reflect.InvocationHandler;
 import java.lang.reflect.Method;
@@ -34,6 +35,7 @@ final class ServletRequests {
         final Visit myOuter;
         final String myUri;
         final String myInclude;
+        final long myStartNs = System.nanoTime();
         int myRow = Table.NO_ROW;
 
         Visit(Visit outer, String uri, String include) {
@@ -130,9 +132,18 @@ final class ServletRequests {
         } else {
             VISITS.set(visit.myOuter);
         }
-        if (visit.myRow != Table.NO_ROW &&
-            !(visit.myOuter == null && staysOpen(request, visit.myRow))) {
+        if (visit.myRow != Table.NO_ROW && !(visit.myOuter == null && staysOpen(request, visit))) {
             TABLE.closeRow(visit.myRow);
+            if (visit.myOuter == null) {
+                tellOfEnd(visit);
+            }
+        }
+    }
+
+    /** What a request includes is part of it. */
+    private static void tellOfEnd(Visit request) {
+        if (request.myUri != null && RequestListener.isWanted()) {
+            RequestListener.ended(request.myUri, System.nanoTime() - request.myStartNs);
         }
     }
 
@@ -164,16 +175,16 @@ final class ServletRequests {
         return "ASYNC".equals(text(ask(request, api.myDispatcher)));
     }
 
-    private static boolean staysOpen(Object request, int row) {
+    private static boolean staysOpen(Object request, Visit visit) {
         Api api = Api.of(request);
         if (api == null || !Boolean.TRUE.equals(ask(request, api.myIsAsync))) {
             return false;
         }
-        return listen(ask(request, api.myContext), api, row);
+        return listen(ask(request, api.myContext), api, visit);
     }
 
     /** Hears of the end; false if it has come already. */
-    private static boolean listen(Object context, Api api, int row) {
+    private static boolean listen(Object context, Api api, Visit visit) {
         Class<?> type = TypeNames.find(context, api.myPrefix + "servlet.AsyncContext");
         if (type == null) {
             return false;
@@ -183,7 +194,7 @@ final class ServletRequests {
                                                   type.getClassLoader());
             Object listener = Proxy.newProxyInstance(listenerType.getClassLoader(),
                                                      new Class<?>[] {listenerType},
-                                                     new CompletionListener(api, row));
+                                                     new CompletionListener(api, visit));
             type.getMethod("addListener", listenerType).invoke(context, listener);
             return true;
         } catch (Exception e) {
@@ -196,11 +207,11 @@ final class ServletRequests {
     /** An AsyncListener of either package. */
     private static final class CompletionListener implements InvocationHandler {
         private final Api myApi;
-        private final int myRow;
+        private final Visit myVisit;
 
-        CompletionListener(Api api, int row) {
+        CompletionListener(Api api, Visit visit) {
             myApi = api;
-            myRow = row;
+            myVisit = visit;
         }
 
         @Override
@@ -217,7 +228,8 @@ final class ServletRequests {
             }
             try {
                 if (name.equals("onComplete")) {
-                    TABLE.closeRow(myRow);
+                    TABLE.closeRow(myVisit.myRow);
+                    tellOfEnd(myVisit);
                 } else if (name.equals("onStartAsync")) {
                     // Listeners hold for one round.
                     goOn(arguments[0]);
@@ -230,8 +242,8 @@ final class ServletRequests {
 
         private void goOn(Object event) {
             Class<?> type = TypeNames.find(event, myApi.myPrefix + "servlet.AsyncEvent");
-            if (!listen(ask(event, find(type, "getAsyncContext")), myApi, myRow)) {
-                TABLE.closeRow(myRow);
+            if (!listen(ask(event, find(type, "getAsyncContext")), myApi, myVisit)) {
+                TABLE.closeRow(myVisit.myRow);
             }
         }
     }

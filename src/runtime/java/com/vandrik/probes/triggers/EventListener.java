@@ -1,6 +1,7 @@
 package com.vandrik.probes.triggers;
 
 import com.vandrik.probes.triggers.actions.Action;
+import com.vandrik.runtime.Callback;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.atomic.AtomicLong;
@@ -12,12 +13,21 @@ public abstract class EventListener extends PropertyHolder {
             CPUUsageListener.class,        ProcessMemoryUsageListener.class,
             HeapMemoryUsageListener.class, NonHeapMemoryUsageListener.class,
             JVMStartListener.class,        JVMExitListener.class,
+            GCPauseListener.class,         DeadlockListener.class,
+            RequestListener.class,
     };
 
     public static final int NO_LIMIT = -1;
 
+    private static final long NEVER = Long.MIN_VALUE;
+
     /** How often it fires at most. */
     public int myMaxTriggerCount = NO_LIMIT;
+
+    /** Events that come sooner behind one that fired are passed over. */
+    public Duration myMinimumInterval = new Duration(0, Duration.Unit.MILLISECONDS);
+
+    private final AtomicLong myLastFiredMs = new AtomicLong(NEVER);
 
     private final AtomicLong myTriggerCount = new AtomicLong();
 
@@ -102,8 +112,23 @@ public abstract class EventListener extends PropertyHolder {
         return myMaxTriggerCount != NO_LIMIT && myTriggerCount.get() >= myMaxTriggerCount;
     }
 
-    /** Counts an event. False, and nothing counted, once there were as many as may be. */
+    /** Counts an event. False, and nothing counted, for one too many or too soon. */
     public final boolean claimTrigger() {
+        return !isTriggerCountExceeded() && claimMoment() && claimCount();
+    }
+
+    private boolean claimMoment() {
+        long intervalMs = myMinimumInterval.toMilliseconds();
+        if (intervalMs == 0) {
+            return true;
+        }
+        long nowMs = Callback.getUptimeMs();
+        long lastMs = myLastFiredMs.get();
+        return (lastMs == NEVER || nowMs - lastMs >= intervalMs) &&
+                myLastFiredMs.compareAndSet(lastMs, nowMs);
+    }
+
+    private boolean claimCount() {
         if (myMaxTriggerCount == NO_LIMIT) {
             myTriggerCount.incrementAndGet();
             return true;

@@ -27,6 +27,10 @@ public abstract class Action extends PropertyHolder {
             StopAllocationRecordingAction.class,
             StopCPUProfilingAction.class,
             StopMonitorProfilingAction.class,
+            RunCommandAction.class,
+            PostWebhookAction.class,
+            SampleForAction.class,
+            RecordAllocationsForAction.class,
             SleepAction.class,
             WaitForEventToFinishAction.class,
     };

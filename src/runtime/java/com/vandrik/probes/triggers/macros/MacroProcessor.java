@@ -92,9 +92,9 @@ public final class MacroProcessor {
 
     static String toTexts(Object[] values, boolean isSafeText) {
         StringBuilder text = new StringBuilder();
-        for (Object value : values) {
-            text.append(text.length() == 0 ? "" : ", ");
-            text.append(isSafeText ? toSafeText(value) : toShortText(value));
+        for (int i = 0; i < values.length; i++) {
+            text.append(i == 0 ? "" : ", ");
+            text.append(isSafeText ? toSafeText(values[i]) : toShortText(values[i]));
         }
         return cut(text.toString(), MAX_VALUE);
     }
