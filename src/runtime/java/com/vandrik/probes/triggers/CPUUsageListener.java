@@ -1,11 +1,24 @@
 package com.vandrik.probes.triggers;
 
-/** Share of all processors that the process has used since the last look. */
-public final class CPUUsageListener extends PercentListener {
+/**
+ * CPU time that the process has used since the last look, as a share of the time that has passed:
+ * 100 is one processor in full use.
+ */
+public final class CPUUsageListener extends ThresholdListener {
     private static final long NEVER = -1;
+
+    public int myUsageThresholdPercent = 90;
+
+    /** 100 is all processors in full use. */
+    public boolean myOfAllProcessors;
 
     private long myLastUptimeMs = NEVER;
     private long myLastCPUTimeMs;
+
+    @Override
+    protected long getThreshold() {
+        return myUsageThresholdPercent;
+    }
 
     @Override
     protected long getValue() {
@@ -16,6 +29,7 @@ public final class CPUUsageListener extends PercentListener {
         long usedMs = timeMs - myLastCPUTimeMs;
         myLastUptimeMs = uptimeMs;
         myLastCPUTimeMs = timeMs;
-        return isFirst ? UNKNOWN : percentOf(usedMs, passedMs * TelemetryValues.ourProcessorCount);
+        long wholeMs = passedMs * (myOfAllProcessors ? TelemetryValues.ourProcessorCount : 1);
+        return isFirst ? UNKNOWN : percentOf(usedMs, wholeMs);
     }
 }

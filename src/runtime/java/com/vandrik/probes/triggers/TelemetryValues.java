@@ -23,6 +23,7 @@ public final class TelemetryValues {
     public static volatile long ourDaemonThreadCount = UNKNOWN;
     public static volatile long ourGCTotalCollectionTimeMs = UNKNOWN;
     public static volatile long ourCPUTimeMs = UNKNOWN;
+    /** 100 is one processor in full use. */
     public static volatile long ourCPUUsagePercent = UNKNOWN;
 
     static volatile long ourUptimeMs = UNKNOWN;
@@ -58,7 +59,7 @@ public final class TelemetryValues {
 
     private static void updateCPU(int processorCount, long uptimeMs) {
         long timeMs = Callback.getProcessCPUTimeNs() / NS_PER_MS;
-        long passedMs = (uptimeMs - ourUptimeMs) * Math.max(processorCount, 1);
+        long passedMs = uptimeMs - ourUptimeMs;
         if (ourUptimeMs != UNKNOWN && passedMs > 0) {
             ourCPUUsagePercent = (timeMs - ourCPUTimeMs) * 100 / passedMs;
         }
