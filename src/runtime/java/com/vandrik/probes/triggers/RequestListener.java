@@ -34,7 +34,7 @@ public final class RequestListener extends PolledListener {
     public static void ended(String path, long durationNs) {
         for (RequestListener listener : ourListeners) {
             if (durationNs / 1000000 > listener.mySlowerThan.toMilliseconds() &&
-                matches(listener.myUrlPattern, 0, path, 0)) {
+                matches(listener.myUrlPattern, path)) {
                 listener.mySlow.incrementAndGet();
             }
         }
@@ -66,24 +66,29 @@ public final class RequestListener extends PolledListener {
         }
     }
 
-    private static boolean matches(String pattern, int from, String text, int at) {
-        int i = from;
-        int k = at;
-        while (i < pattern.length() && pattern.charAt(i) != ANY_TEXT) {
-            if (k == text.length() || text.charAt(k) != pattern.charAt(i)) {
+    /** The last "*" that was passed takes more and more, until the rest fits. */
+    private static boolean matches(String pattern, String text) {
+        int star = -1;
+        int begin = 0;
+        int i = 0;
+        int k = 0;
+        while (k < text.length()) {
+            if (i < pattern.length() && pattern.charAt(i) == ANY_TEXT) {
+                star = i++;
+                begin = k;
+            } else if (i < pattern.length() && pattern.charAt(i) == text.charAt(k)) {
+                i++;
+                k++;
+            } else if (star >= 0) {
+                i = star + 1;
+                k = ++begin;
+            } else {
                 return false;
             }
+        }
+        while (i < pattern.length() && pattern.charAt(i) == ANY_TEXT) {
             i++;
-            k++;
         }
-        if (i == pattern.length()) {
-            return k == text.length();
-        }
-        for (; k <= text.length(); k++) {
-            if (matches(pattern, i + 1, text, k)) {
-                return true;
-            }
-        }
-        return false;
+        return i == pattern.length();
     }
 }
