@@ -43,4 +43,30 @@ public final class Strings {
         }
         out.append(text);
     }
+
+    /** In the pattern {@code *} stands for any run of characters. */
+    public static boolean matches(String pattern, String text) {
+        int p = 0;
+        int t = 0;
+        int star = -1;
+        int resume = 0;
+        while (t < text.length()) {
+            if (p < pattern.length() && pattern.charAt(p) == '*') {
+                star = p++;
+                resume = t;
+            } else if (p < pattern.length() && pattern.charAt(p) == text.charAt(t)) {
+                p++;
+                t++;
+            } else if (star >= 0) {
+                p = star + 1;
+                t = ++resume;
+            } else {
+                return false;
+            }
+        }
+        while (p < pattern.length() && pattern.charAt(p) == '*') {
+            p++;
+        }
+        return p == pattern.length();
+    }
 }

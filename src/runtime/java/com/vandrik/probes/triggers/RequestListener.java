@@ -2,6 +2,7 @@ package com.vandrik.probes.triggers;
 
 import com.vandrik.runtime.Callback;
 import com.vandrik.runtime.Core;
+import com.vandrik.util.Strings;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
@@ -10,7 +11,6 @@ import java.util.concurrent.atomic.AtomicInteger;
 /** Fires when requests that servlets answer take long; the probe Servlets tells of them. */
 public final class RequestListener extends PolledListener {
     private static final String PROBE = "com.vandrik.probes.builtin.Servlets";
-    private static final char ANY_TEXT = '*';
 
     /** Those that hear of requests. */
     private static volatile RequestListener[] ourListeners = {};
@@ -34,7 +34,7 @@ public final class RequestListener extends PolledListener {
     public static void ended(String path, long durationNs) {
         for (RequestListener listener : ourListeners) {
             if (durationNs / 1000000 > listener.mySlowerThan.toMilliseconds() &&
-                matches(listener.myUrlPattern, path)) {
+                Strings.matches(listener.myUrlPattern, path)) {
                 listener.mySlow.incrementAndGet();
             }
         }
@@ -64,31 +64,5 @@ public final class RequestListener extends PolledListener {
             Callback.messageToLogFile("RequestListener fires only while the probe Servlets is"
                                       + " registered, which it is not");
         }
-    }
-
-    /** The last "*" that was passed takes more and more, until the rest fits. */
-    private static boolean matches(String pattern, String text) {
-        int star = -1;
-        int begin = 0;
-        int i = 0;
-        int k = 0;
-        while (k < text.length()) {
-            if (i < pattern.length() && pattern.charAt(i) == ANY_TEXT) {
-                star = i++;
-                begin = k;
-            } else if (i < pattern.length() && pattern.charAt(i) == text.charAt(k)) {
-                i++;
-                k++;
-            } else if (star >= 0) {
-                i = star + 1;
-                k = ++begin;
-            } else {
-                return false;
-            }
-        }
-        while (i < pattern.length() && pattern.charAt(i) == ANY_TEXT) {
-            i++;
-        }
-        return i == pattern.length();
     }
 }

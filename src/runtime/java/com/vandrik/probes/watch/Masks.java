@@ -48,8 +48,8 @@ final class Masks {
         }
 
         boolean accepts(String type, String method, String parameters) {
-            return matches(myClasses, type) && matches(myMethods, method) &&
-                    matches(myParameters, parameters);
+            return Strings.matches(myClasses, type) && Strings.matches(myMethods, method) &&
+                    Strings.matches(myParameters, parameters);
         }
     }
 
@@ -167,31 +167,5 @@ final class Masks {
     private static String primitive(char kind) {
         String[] names = {"boolean", "byte", "char", "double", "float", "int", "long", "short"};
         return names["ZBCDFIJS".indexOf(kind)];
-    }
-
-    /** {@code *} stands for any run of characters. */
-    static boolean matches(String pattern, String text) {
-        int p = 0;
-        int t = 0;
-        int star = -1;
-        int resume = 0;
-        while (t < text.length()) {
-            if (p < pattern.length() && pattern.charAt(p) == '*') {
-                star = p++;
-                resume = t;
-            } else if (p < pattern.length() && pattern.charAt(p) == text.charAt(t)) {
-                p++;
-                t++;
-            } else if (star >= 0) {
-                p = star + 1;
-                t = ++resume;
-            } else {
-                return false;
-            }
-        }
-        while (p < pattern.length() && pattern.charAt(p) == '*') {
-            p++;
-        }
-        return p == pattern.length();
     }
 }
