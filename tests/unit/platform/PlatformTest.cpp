@@ -206,6 +206,13 @@ TEST(Platform, threadClockReadsTheThreadThatIsNamed) {
     EXPECT_GE(Platform::monotonicTimeNs() - monotonicBefore, 45 * MS);
 }
 
+TEST(Platform, memoryOfThisProcessGrowsWithWhatItTouches) {
+    const long before = Platform::processMemory();
+    EXPECT_GT(before, 1L << 20);
+    const std::string touched(64 << 20, 'x');
+    EXPECT_GT(Platform::processMemory(), before + (60L << 20)) << touched.size();
+}
+
 TEST(Platform, threadClockOfADeadThreadOrNoThreadIsMinusOne) {
     long nativeID = 0;
     std::thread gone([&] { nativeID = Platform::getCurrentThreadNativeID(); });
