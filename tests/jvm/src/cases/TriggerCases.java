@@ -84,7 +84,10 @@ public final class TriggerCases {
             text.append(listener).append(" maxTriggerCount=2\n  ");
             text.append(print(listener.split(" ")[0], told)).append('\n');
         }
-        text.append("TimerListener delay=20ms maxTriggerCount=1\n");
+        // The telemetry thread calls it in each round.
+        text.append("MethodListener methodPattern=java.util.Arrays:fill(int[],int)\n  onenter: ")
+                .append(print("fill\\s${CURRENT_THREAD_DUMP}", told))
+                .append("\nTimerListener delay=20ms maxTriggerCount=1\n");
         for (String action : new String[] {"Empty",
                                            "ForceGC",
                                            "AdvanceGeneration description=of\\strigger",
@@ -129,6 +132,7 @@ public final class TriggerCases {
                 Check.equal(count(told, listener), listener.startsWith("JVM") ? 1L : 2L,
                             listener + " in " + log);
             }
+            Check.equal(count(told, "fill \"VDKAgent"), 0L, "events of the agent's own threads");
             for (String name :
                  new String[] {"memory.snapshot", "performance.snapshot", "heap.hprof"}) {
                 Check.isTrue(Files.exists(target.folder.resolve(name)), name + " in " + log);

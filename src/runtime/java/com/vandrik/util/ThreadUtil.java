@@ -4,6 +4,8 @@ import java.util.Arrays;
 
 /** Starts the agent's threads so that the application sees as little of them as can be. */
 public final class ThreadUtil {
+    private static final String AGENT_PREFIX = "VDKAgent-";
+
     private ThreadUtil() {
     }
 
@@ -17,6 +19,11 @@ public final class ThreadUtil {
         thread.setDaemon(true);
         thread.setContextClassLoader(null);
         return thread;
+    }
+
+    /** Whether this is a thread of the agent, all of which begin their names so. */
+    public static boolean isAgentThread() {
+        return Thread.currentThread().getName().startsWith(AGENT_PREFIX);
     }
 
     /** Sleeps; an interrupt ends the sleep early and is otherwise ignored. */

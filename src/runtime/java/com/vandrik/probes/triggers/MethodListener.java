@@ -6,6 +6,7 @@ import com.vandrik.probes.triggers.actions.Action;
 import com.vandrik.probes.triggers.actions.RecordMethodInvocationAction;
 import com.vandrik.probes.triggers.macros.MacroProcessor;
 import com.vandrik.runtime.Callback;
+import com.vandrik.util.ThreadUtil;
 import java.util.ArrayList;
 import java.util.List;
 
@@ -184,9 +185,13 @@ public final class MethodListener extends EventListener {
         myIsOver = true;
     }
 
-    /** A thread may have been at the door when the last method lost its calls of the probe. */
+    /**
+     * A thread may have been at the door when the last method lost its calls of the probe. What
+     * the agent's own threads do is no event.
+     */
     private boolean claimCall() {
-        return (!myIsOver || System.nanoTime() - myEndNs < LATE_CALLS_NS) && claimTrigger();
+        return !ThreadUtil.isAgentThread() &&
+                (!myIsOver || System.nanoTime() - myEndNs < LATE_CALLS_NS) && claimTrigger();
     }
 
     /** A call begins. Gives what the end of the call is to get. */
