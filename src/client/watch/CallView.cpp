@@ -3,6 +3,7 @@
 #include "client/console/Text.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <ctime>
 #include <unistd.h>
@@ -14,28 +15,56 @@ namespace {
 // What is left of a line for values is never less.
 constexpr size_t LeastValueColumns = 16;
 
-std::string listed(const std::vector<std::string>& values) {
-    return escaped(join(values, ", "));
-}
-
-// "(arguments) => result", in so many columns. The result keeps half of them if it needs them.
-std::string valuesOf(const WatchedCall& call, const std::string& outcome, size_t columns) {
-    const std::string self = call.self ? " of " + escaped(*call.self) : "";
-    std::string arguments = call.arguments ? "(" + listed(*call.arguments) + ")" : "";
-    const size_t half = std::max(columns / 2, LeastValueColumns);
-    const size_t kept = std::min(displayWidth(outcome) + displayWidth(self), half);
-    arguments = fitted(arguments, std::max(columns - std::min(columns, kept), LeastValueColumns));
-    const size_t used = displayWidth(arguments);
-    return arguments +
-           fitted(self + outcome, std::max(columns - std::min(columns, used), LeastValueColumns));
-}
-
 std::string outcomeOf(const WatchedCall& call) {
     if (call.threw) {
         return " throws" + (call.exception ? " " + escaped(*call.exception) : "");
     }
     return call.result ? " => " + escaped(*call.result) : "";
 }
+
+// "IllegalStateException: none left" for "java.lang.IllegalStateException: none left"; a text that
+// does not begin with the name of a class stays.
+std::string withoutPackage(const std::string& text) {
+    const size_t end = std::find_if_not(text.begin(), text.end(),
+                                        [](unsigned char c) {
+                                            return isalnum(c) || c == '.' || c == '_' || c == '$';
+                                        }) -
+                       text.begin();
+    const size_t point = end > 0 ? text.rfind('.', end - 1) : std::string::npos;
+    const bool isName = !text.empty() && isalpha(static_cast<unsigned char>(text[0]));
+    return isName && point != std::string::npos ? text.substr(point + 1) : text;
+}
+
+// What is known of a call, safe to print.
+struct CallTexts {
+    const WatchedCall& call;
+    std::string arguments, self, outcome;
+
+    explicit CallTexts(const WatchedCall& call)
+        : call(call),
+          arguments(call.arguments ? "(" + escaped(join(*call.arguments, ", ")) + ")" : ""),
+          self(call.self ? " of " + escaped(*call.self) : ""), outcome(outcomeOf(call)) {}
+
+    size_t width() const { return displayWidth(arguments + self + outcome); }
+
+    // Cuts what is too much for so many columns: half of them are the outcome's if it needs them.
+    void fit(size_t columns) {
+        if (width() > columns && call.self) {
+            self = " of " + escaped(withoutPackage(*call.self));
+        }
+        if (width() > columns && call.threw && call.exception) {
+            outcome = " throws " + escaped(withoutPackage(*call.exception));
+        }
+        const auto cut = [&columns](std::string& text, size_t others) {
+            const size_t own = columns - std::min(columns, others);
+            text = fitted(text, std::max({own, columns / 2, LeastValueColumns}));
+            columns -= std::min(columns, displayWidth(text));
+        };
+        cut(outcome, displayWidth(arguments + self));
+        cut(self, displayWidth(arguments));
+        cut(arguments, 0);
+    }
+};
 
 } // namespace
 
@@ -54,6 +83,17 @@ std::string escaped(const std::string& text) {
             return code;
         }
     });
+}
+
+std::string withoutPackages(std::string name, size_t columns) {
+    // The last point is the method's, the one before ends the packages.
+    size_t method = name.rfind('.', name.find('('));
+    for (size_t point = name.find('.'); displayWidth(name) > columns && point < method;
+         point = name.find('.')) {
+        name.erase(0, point + 1);
+        method -= point + 1;
+    }
+    return name;
 }
 
 std::string timeOfDay(int64_t timeMs) {
@@ -82,15 +122,17 @@ void printStack(Console& console, const std::vector<std::string>& stack) {
 void printCall(Console& console, const WatchedCall& call) {
     const std::string time = timeOfDay(call.endMs);
     const std::string thread = printable(call.thread);
-    const std::string name = printable(call.name());
+    std::string name = printable(call.name());
     const std::string duration = shortDuration(call.durationNs);
-    size_t columns = SIZE_MAX / 2;
+    CallTexts texts(call);
     if (console.outIsTerminal) {
-        const size_t taken = displayWidth(time + thread + name + duration) + 6;
+        const size_t taken = displayWidth(time + thread + duration) + 6 + texts.width();
         const size_t all = size_t(screenSize(STDOUT_FILENO).columns);
-        columns = all - std::min(all, taken);
+        name = withoutPackages(name, all - std::min(all, taken));
+        const size_t others = taken - texts.width() + displayWidth(name);
+        texts.fit(all - std::min(all, others));
     }
-    const std::string values = valuesOf(call, outcomeOf(call), columns);
+    const std::string values = texts.arguments + texts.self + texts.outcome;
     console.out << console.styled(time, "2") << "  " << thread << "  " << console.styled(name, "1")
                 << (call.threw ? console.styled(values, "31") : values) << "  " << duration << "\n";
     printStack(console, call.stack);

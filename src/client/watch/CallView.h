@@ -12,7 +12,7 @@ namespace vdk {
 constexpr char WatchSchema[] = "vdk.watch/1";
 
 // One call a line, `14:03:07.214 main shop.Cart.add("x", 3) => true 1.2 ms`, its stack below. On a
-// terminal values are cut so that a line fits.
+// terminal packages are left out and values cut until a line fits.
 void printCall(Console& console, const WatchedCall& call);
 
 // The object of a call, on a line of its own.
@@ -20,6 +20,9 @@ void writeCall(Console& console, const WatchedCall& call);
 
 // A value on one line: what is unprintable stands as Java would write it ("\n", "\u001b").
 std::string escaped(const std::string& text);
+
+// "shop.Cart.add" or "Cart.add" for "com.shop.Cart.add", where that takes too many columns.
+std::string withoutPackages(std::string name, size_t columns);
 
 // "14:03:07.214", by the clock of this machine's time zone.
 std::string timeOfDay(int64_t timeMs);

@@ -4,12 +4,17 @@
 #include "client/watch/CallView.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <unistd.h>
 #include <utility>
 
 namespace vdk {
 
 namespace {
+
+// What the columns left of the methods take as a rule.
+constexpr size_t NumberColumns = 76;
 
 std::string keyOf(const MethodSums& sums) {
     return sums.className + ":" + sums.method + sums.signature;
@@ -89,12 +94,15 @@ void MonitorView::show(std::vector<MethodSums> methods, double seconds, bool ofA
                      {"MAX", TextTable::Right},
                      {"METHOD"}});
     std::map<std::string, int> names = countNames(methods);
+    const size_t columns = size_t(screenSize(STDOUT_FILENO).columns);
+    const size_t room =
+        console.outIsTerminal ? columns - std::min(columns, NumberColumns) : SIZE_MAX;
     for (const MethodSums& sums : methods) {
         table.add({formatCount(sums.calls), formatRate(sums.calls, seconds),
                    formatCount(sums.errors), shortDuration(sums.meanNs()),
                    shortDuration(sums.quantileNs(0.5)), shortDuration(sums.quantileNs(0.95)),
                    shortDuration(sums.quantileNs(0.99)), shortDuration(sums.longestNs),
-                   printable(sums.name(names[sums.name(false)] > 1))});
+                   withoutPackages(printable(sums.name(names[sums.name(false)] > 1)), room)});
     }
     table.print(console);
     console.out << "\n" << std::flush;

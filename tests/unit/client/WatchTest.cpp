@@ -2,6 +2,7 @@
 #include "FakeAgent.h"
 #include "RunClient.h"
 #include "client/console/Text.h"
+#include "client/watch/CallView.h"
 #include "client/watch/MethodSums.h"
 #include "client/watch/WatchPattern.h"
 #include "platform/Platform.h"
@@ -157,6 +158,13 @@ TEST(MethodSums, quantilesAreThoseOfTheBuckets) {
     sums.method = "add";
     sums.signature = "([[ILjava/lang/String;J[Lshop/Item;)V";
     EXPECT_EQ("shop.Cart.add(int[][], String, long, Item[])", sums.name(true));
+}
+
+TEST(Watch, packagesGoWhereALineIsShort) {
+    EXPECT_EQ("com.shop.Cart.add", withoutPackages("com.shop.Cart.add", 17));
+    EXPECT_EQ("shop.Cart.add", withoutPackages("com.shop.Cart.add", 16));
+    EXPECT_EQ("Cart.add(a.B, int)", withoutPackages("com.shop.Cart.add(a.B, int)", 0));
+    EXPECT_EQ("add", withoutPackages("add", 0));
 }
 
 TEST(Watch, printsCallsAndTellsHowManyItDoesNot) {
