@@ -16,6 +16,7 @@
 namespace {
 
 const char TREE_CLASS[] = "com/vandrik/runtime/ClassTree";
+const char READY_CLASS[] = "com/vandrik/probes/builtin/ReadyClasses";
 const char BUILT_IN_PREFIX[] = "com/vandrik/probes/builtin/";
 
 // Changes that classes follow at this moment, and what was loaded since the first of them began:
@@ -153,6 +154,31 @@ private:
     jmethodID isInstanceOf = nullptr;
 };
 
+// Ahead of the first callback of the agent's own probes: what they keep may need more stack to be
+// made than is left where that comes.
+void initializeBuiltInProbes(JNIEnv* env) {
+    ZVectorSafe<ZString> names;
+    {
+        LockHolder lock(ourLock);
+        Probes::getTopProbeClasses(names, false);
+    }
+    if (names.isEmpty()) {
+        return;
+    }
+    jclass type = env->FindClass(READY_CLASS);
+    const jmethodID method =
+        type == nullptr ? nullptr
+                        : env->GetStaticMethodID(type, "initialize", "(Ljava/lang/String;)V");
+    for (int i = 0; i < names.getSize() && method != nullptr; i++) {
+        jstring name = toJavaString(env, names[i]);
+        env->CallStaticVoidMethod(type, method, name);
+        logPendingException(env, READY_CLASS);
+        env->DeleteLocalRef(name);
+    }
+    logPendingException(env, READY_CLASS);
+    env->DeleteLocalRef(type);
+}
+
 class ProbeChanges {
 public:
     explicit ProbeChanges(JNIEnv* javaEnv) : env(javaEnv) {
@@ -196,6 +222,7 @@ public:
             LockHolder lock(ourLock);
             Probes::settle(serials);
         }
+        initializeBuiltInProbes(env);
         retransform(classes);
         ClassList late(env);
         const ZString lateLines = collect(late, true);
@@ -319,7 +346,9 @@ void prepareProbes(JNIEnv* env) {
 
 void retransformClassesForChangedProbes(JNIEnv* env, const char* reason) {
     ProbeChanges changes(env);
-    if (!changes.isEmpty()) {
+    if (changes.isEmpty()) {
+        initializeBuiltInProbes(env); // those of the start are in force already
+    } else {
         changes.follow(reason);
     }
 }

@@ -29,6 +29,9 @@ public final class EventProgram {
         RequestEvents server = null;
         for (String line = in.readLine(); !line.equals("stop"); line = in.readLine()) {
             switch (line) {
+            case "depth":
+                Deep.fall();
+                break;
             case "queries":
                 new QueryEvents().run();
                 break;

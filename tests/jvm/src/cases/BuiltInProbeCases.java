@@ -82,6 +82,8 @@ public final class BuiltInProbeCases {
                 requests.matches(
                         ".*\"uri\":\"/shop/order\",\"count\":6,\"open\":0,[^}]*\"sqlCalls\":12,.*"),
                 requests);
+        Check.contains(Tool.vdk("sql", target.id(), "--top", "1000"),
+                       "6 times on java:comp/env/jdbc/shop", "databases of statements");
         String open = Tool.vdk("table", target.id(), "Connections", "--where", "time=open",
                                "--where", "Database=java:comp/env/jdbc/shop", "--stack");
         Check.contains(open, "programs.Orders.connect", "where it leaks");
@@ -107,6 +109,7 @@ public final class BuiltInProbeCases {
           jvm = "-XX:+EnableDynamicAgentLoading", agent = "redact")
     static void
     rowsAreWhatTheProgramDid(Target target) throws Exception {
+        target.ask("depth", "done depth");
         for (String theme : THEMES) {
             compares(target, theme);
         }
