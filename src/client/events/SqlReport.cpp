@@ -5,6 +5,7 @@
 #include "client/profile/EventTree.h"
 
 #include <algorithm>
+#include <set>
 
 namespace vdk {
 
@@ -58,6 +59,25 @@ struct Run {
     const SqlCall* last = nullptr;
     int64_t length = 0;
 };
+
+// Of all statements, as far as they are known.
+size_t countDatabases(const std::vector<SqlCall>& calls) {
+    std::set<std::string> names;
+    for (const SqlCall& call : calls) {
+        if (!call.database.empty()) {
+            names.insert(call.database);
+        }
+    }
+    return names.size();
+}
+
+void writeTimes(JsonWriter& json, const char* field, const std::map<std::string, int64_t>& names) {
+    json.key(field).beginArray();
+    for (const auto& [name, times] : names) {
+        json.beginObject().field("name", name).field("count", times).endObject();
+    }
+    json.endArray();
+}
 
 const auto totalOf = [](const SqlStatement& statement) { return statement.totalNs; };
 
@@ -118,6 +138,9 @@ std::map<std::string, SqlStatement> sqlStatements(const std::vector<SqlCall>& ca
         statement.maxNs = std::max(statement.maxNs, call.durationNs);
         statement.cpuNs += std::max<int64_t>(call.cpuNs, 0);
         statement.callers[call.caller]++;
+        if (!call.database.empty()) {
+            statement.databases[call.database]++;
+        }
         Run& run = runs[call.thread];
         const bool goesOn =
             run.last && run.last->shape == call.shape && run.last->caller == call.caller &&
@@ -140,6 +163,8 @@ void printSql(Console& console, const ProbeTables& tables, size_t top, bool with
                     {"IN A ROW", TextTable::Right},
                     {"STATEMENT"}});
     bool isSuspicious = false;
+    const bool hasSeveral = countDatabases(calls) > 1;
+    const std::map<std::string, int64_t> none;
     for (const auto& [shape, statement] : heaviest(statements, top, totalOf)) {
         const bool isRun = statement.longestRun >= SuspiciousRun;
         isSuspicious = isSuspicious || isRun;
@@ -152,6 +177,10 @@ void printSql(Console& console, const ProbeTables& tables, size_t top, bool with
         for (const auto& [caller, times] : callers) {
             text.add({"", "", "", "", "", "",
                       "    " + formatCount(times) + " times in " + printable(caller)});
+        }
+        for (const auto& [database, times] : hasSeveral ? statement.databases : none) {
+            text.add({"", "", "", "", "", "",
+                      "    " + formatCount(times) + " times on " + printable(database)});
         }
     }
     text.print(console);
@@ -174,11 +203,9 @@ void writeSql(JsonWriter& json, const ProbeTables& tables, size_t top) {
         json.field("meanNs", statement.meanNs()).field("maxNs", statement.maxNs);
         json.field("cpuNs", statement.cpuNs).field("longestRun", statement.longestRun);
         json.field("suspicious", statement.longestRun >= SuspiciousRun);
-        json.key("callers").beginArray();
-        for (const auto& [caller, times] : statement.callers) {
-            json.beginObject().field("name", caller).field("count", times).endObject();
-        }
-        json.endArray().endObject();
+        writeTimes(json, "callers", statement.callers);
+        writeTimes(json, "databases", statement.databases);
+        json.endObject();
     }
     json.endArray();
 }

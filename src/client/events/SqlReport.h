@@ -36,7 +36,8 @@ struct SqlStatement {
     // Executions on one thread with nothing else asked in between, at most: a query for each row of
     // another one looks like this.
     int64_t longestRun = 0;
-    std::map<std::string, int64_t> callers; // times
+    std::map<std::string, int64_t> callers;   // times
+    std::map<std::string, int64_t> databases; // those that are known
 
     int64_t meanNs() const { return count > open ? totalNs / (count - open) : 0; }
 };
