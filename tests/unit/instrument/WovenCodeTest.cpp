@@ -134,6 +134,31 @@ TEST_F(WovenCode, blocksAsTheyStand) {
     }
 }
 
+// Those of the method come first, the inner one ahead of the outer one, and go with their code.
+TEST_F(WovenCode, handlersWithinEachOtherStayAheadOfTheProbes) {
+    B builder(48);
+    builder.addMethod(9, "m", "()V", 1, 0, B::code({0, 177, 87, 177, 87, 177}),
+                      {{0, 1, 2, 0}, {0, 4, 4, 0}});
+    ProbeOutline outline;
+    outline.enter = ENTER_VOID;
+    outline.exit = ENTER_VOID;
+    outline.thrown = {"(Ljava/lang/Throwable;)V", {kind(CALLBACK_THROWN_EXCEPTION)}};
+    const Outcome outcome = weave(builder, outline);
+    EXPECT_EQ(outcome.code, "184# 0 184# 177 87 184# 177 87 184# 177 89 75 42 184# 191");
+    ASSERT_GE(outcome.method.handlers.size(), 3u);
+    const ReferenceHandler& inner = outcome.method.handlers[0];
+    const ReferenceHandler& outer = outcome.method.handlers[1];
+    EXPECT_EQ(inner.start, 3);
+    EXPECT_EQ(inner.end, 4);
+    EXPECT_EQ(inner.handler, 8);
+    EXPECT_EQ(outer.start, 3);
+    EXPECT_EQ(outer.handler, 13);
+    for (size_t i = 2; i < outcome.method.handlers.size(); i++) {
+        EXPECT_EQ(outcome.method.handlers[i].handler, 18);
+        EXPECT_GE(outcome.method.handlers[i].start, 3) << "nothing that onEnter throws";
+    }
+}
+
 TEST_F(WovenCode, constructorsAreEnteredBeforeOrBehindTheirSuperCall) {
     // new Built(new Built()) among the arguments of super(...), then a store to a field's object.
     const ProbeCallback enterThis = {"(Ljava/lang/Object;)V", {kind(CALLBACK_THIS)}};
