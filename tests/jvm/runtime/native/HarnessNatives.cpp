@@ -25,6 +25,11 @@ void JNICALL Java_com_vandrik_runtime_Callback_messageToLogFile(JNIEnv* env, jcl
     env->CallStaticVoidMethod(ourFakes, fake(env, "log", "(Ljava/lang/String;)V"), text);
 }
 
+// Triggers may do everything.
+jlong JNICALL Java_com_vandrik_runtime_Callback_getCapabilities(JNIEnv*, jclass) {
+    return 0x60000;
+}
+
 void JNICALL Java_com_vandrik_runtime_Callback_startCalibrating(JNIEnv* env, jclass) {
     ourCalibration = -1;
     env->ThrowNew(env->FindClass("java/lang/RuntimeException"), VDK_MISSING_TEXT("CPU tracing"));

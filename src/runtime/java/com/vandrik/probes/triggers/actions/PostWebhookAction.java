@@ -49,8 +49,8 @@ public final class PostWebhookAction extends BackgroundAction implements NeedsOp
         if (!myUrl.startsWith("http://") && !myUrl.startsWith("https://")) {
             throw new IllegalArgumentException("url begins with http:// or https://: " + myUrl);
         }
-        if (myRetries < 0 || myTimeLimit.toMilliseconds() > Integer.MAX_VALUE) {
-            throw new IllegalArgumentException("retries is negative, or timeLimit too long");
+        if (myRetries < 0) {
+            throw new IllegalArgumentException("retries is negative: " + myRetries);
         }
         myProcessor = new MacroProcessor(myMessage);
     }
@@ -125,8 +125,9 @@ public final class PostWebhookAction extends BackgroundAction implements NeedsOp
     private int post(byte[] body) throws IOException {
         HttpURLConnection connection = (HttpURLConnection) new URL(myUrl).openConnection();
         try {
-            connection.setConnectTimeout((int) myTimeLimit.toMilliseconds());
-            connection.setReadTimeout((int) myTimeLimit.toMilliseconds());
+            int limitMs = (int) Math.min(myTimeLimit.toMilliseconds(), Integer.MAX_VALUE);
+            connection.setConnectTimeout(limitMs);
+            connection.setReadTimeout(limitMs);
             connection.setRequestMethod("POST");
             connection.setRequestProperty("Content-Type", "application/json; charset=utf-8");
             connection.setDoOutput(true);

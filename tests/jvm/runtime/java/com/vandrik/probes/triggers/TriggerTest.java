@@ -5,6 +5,7 @@ import com.vandrik.probes.triggers.macros.Macro;
 import com.vandrik.probes.triggers.macros.MacroProcessor;
 import java.lang.reflect.Field;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
 import java.util.Random;
 import java.util.concurrent.atomic.AtomicInteger;
@@ -14,6 +15,7 @@ import jvmtest.Check;
 public final class TriggerTest {
     private static final int ROUNDS = 2000;
     private static final int THREADS = 8;
+    private static final List<String> REQUIRED = Arrays.asList("methodPattern", "command", "url");
     private static final String LETTERS = "ab \t\n\r\\s=#${}.,:*(é€";
 
     private TriggerTest() {
@@ -54,7 +56,7 @@ public final class TriggerTest {
         text.append(Serialization.getExternalName(type));
         for (Field field : Serialization.getProperties(type)) {
             String name = Serialization.getPropertyName(field);
-            if (random.nextBoolean() || name.equals("methodPattern")) {
+            if (random.nextBoolean() || REQUIRED.contains(name)) {
                 text.append(' ').append(name).append('=');
                 text.append(Serialization.quote(valueFor(field, name, random)));
             }
@@ -67,14 +69,14 @@ public final class TriggerTest {
             return Boolean.toString(random.nextBoolean());
         }
         if (field.getType() == int.class) {
-            return Integer.toString(random.nextInt(101));
+            return Integer.toString(random.nextInt(100) + 1);
         }
         if (field.getType() == Duration.class) {
             String[] postfixes = {"ms", "s", "m", "h"};
             return (random.nextLong() >>> 1 + random.nextInt(63)) +
                     postfixes[random.nextInt(postfixes.length)];
         }
-        StringBuilder value = new StringBuilder(name.equals("output") ? "x" : "");
+        StringBuilder value = new StringBuilder(name.equals("url") ? "http://" : "x");
         for (int i = random.nextInt(8) + 1; i > 0; i--) {
             value.append(LETTERS.charAt(random.nextInt(LETTERS.length())));
         }
