@@ -32,6 +32,8 @@ public final class Watch {
 
     private final AtomicBoolean myIsWoven = new AtomicBoolean(true);
     private volatile boolean myIsComplete;
+    private volatile boolean myIsStopped;
+    private final long myMadeAt = System.nanoTime();
     private volatile boolean myHasBegun;
     private volatile long myReadAt;
     private int myClasses;
@@ -60,7 +62,8 @@ public final class Watch {
     /** On a thread of the application. */
     void ended(long start, Class<?> type, String method, String signature, Object object,
                Object[] arguments, Object result, Throwable exception) {
-        if (myIsComplete) {
+        // A call that began earlier may be one of the watch that had the class of the probe before.
+        if (myIsComplete || myIsStopped || start - myMadeAt < 0) {
             return;
         }
         try {
@@ -165,6 +168,15 @@ public final class Watch {
         return myIsComplete;
     }
 
+    boolean isStopped() {
+        return myIsStopped;
+    }
+
+    void stop() {
+        myIsStopped = true;
+        takeOut();
+    }
+
     void extendLease() {
         myReadAt = System.nanoTime();
     }
@@ -180,7 +192,7 @@ public final class Watch {
         }
         boolean isDone = false;
         try {
-            Callback.unregisterProbes(new String[] {WatchProbe.nameOf(id)});
+            Callback.unregisterProbes(new String[] {WatchProbe.nameOf(id, mySettings)});
             isDone = true;
         } finally {
             if (!isDone) {

@@ -37,7 +37,7 @@ final class WatchProbe {
     private static final int METHOD = 10;
     private static final int NAME_AND_TYPE = 12;
 
-    /** A parameter of the methods of Watches, behind the number of the watch. */
+    /** A parameter of the methods of Watches, behind the place of the watch. */
     private static final String[][] COMMON = {
             {"OnEnterResult", "J"},
             {"ClassRef", "Ljava/lang/Class;"},
@@ -58,8 +58,15 @@ final class WatchProbe {
         mySettings = settings;
     }
 
-    static String nameOf(int id) {
-        return PACKAGE.replace('/', '.') + "Watch" + id;
+    /**
+     * Dotted. A class stays in the JVM: a later watch in the same place, whose callbacks have the
+     * same parameters, takes its class over. Their code is the same, since after a redefinition
+     * some JVMs retransform the bytes from before it.
+     */
+    static String nameOf(int id, WatchSettings settings) {
+        int form = (settings.needsThis() ? 1 : 0) + (settings.needsArguments() ? 2 : 0) +
+                   (settings.needsResult() ? 4 : 0);
+        return PACKAGE.replace('/', '.') + "Watch" + Watches.placeOf(id) + "_" + form;
     }
 
     static byte[] write(int id, WatchSettings settings) {
@@ -74,7 +81,7 @@ final class WatchProbe {
         ByteArrayOutputStream bodyBytes = new ByteArrayOutputStream();
         DataOutputStream body = new DataOutputStream(bodyBytes);
         body.writeShort(PUBLIC_FINAL_SUPER);
-        body.writeShort(classEntry(PACKAGE + "Watch" + myID));
+        body.writeShort(classEntry(nameOf(myID, mySettings).replace('.', '/')));
         body.writeShort(classEntry("java/lang/Object"));
         body.writeShort(0);
         body.writeShort(0);
@@ -110,7 +117,7 @@ final class WatchProbe {
         boolean[] isWoven = {mySettings.needsThis(), mySettings.needsArguments(), hasLast};
         ByteArrayOutputStream code = new ByteArrayOutputStream();
         ByteArrayOutputStream annotations = new ByteArrayOutputStream();
-        int number = entry(INTEGER, Integer.valueOf(myID));
+        int number = entry(INTEGER, Integer.valueOf(Watches.placeOf(myID)));
         code.write(LDC_W);
         writeShort(code, number);
         StringBuilder own = new StringBuilder("(");

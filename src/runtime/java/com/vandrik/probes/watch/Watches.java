@@ -15,7 +15,7 @@ public final class Watches {
     private static final long LONG_SERVICE_NS = 1000000000L;
     private static final String AGENT_PREFIX = "VDKAgent-";
 
-    /** By number; a number is never used again, as the class of a probe stays. */
+    /** By place; numbers are not used again. */
     private static final Watch[] ourWatches = new Watch[MOST_WATCHES];
 
     /** Since when one connection is served, by the nano clock; 0: none is. */
@@ -29,19 +29,20 @@ public final class Watches {
     }
 
     /** A callback: the method returns. Start 0: onEnter was left out. */
-    public static void returned(int id, long start, Class<?> type, String method, String signature,
-                                Object object, Object[] arguments, Object result) {
-        Watch watch = ourWatches[id & MOST_WATCHES - 1];
-        if (watch != null && watch.id == id && start != 0) {
+    public static void returned(int place, long start, Class<?> type, String method,
+                                String signature, Object object, Object[] arguments,
+                                Object result) {
+        Watch watch = ourWatches[place];
+        if (watch != null && start != 0) {
             watch.ended(start, type, method, signature, object, arguments, result, null);
         }
     }
 
     /** A callback: an exception leaves the method. */
-    public static void thrown(int id, long start, Class<?> type, String method, String signature,
+    public static void thrown(int place, long start, Class<?> type, String method, String signature,
                               Object object, Object[] arguments, Throwable exception) {
-        Watch watch = ourWatches[id & MOST_WATCHES - 1];
-        if (watch != null && watch.id == id && start != 0) {
+        Watch watch = ourWatches[place];
+        if (watch != null && start != 0) {
             watch.ended(start, type, method, signature, object, arguments, null, exception);
         }
     }
@@ -68,7 +69,7 @@ public final class Watches {
         if (failure != null) {
             throw new IllegalStateException(failure);
         }
-        watch.begin(Callback.getWovenClassCount(WatchProbe.nameOf(watch.id)));
+        watch.begin(Callback.getWovenClassCount(WatchProbe.nameOf(watch.id, settings)));
         look();
         return watch;
     }
@@ -76,10 +77,10 @@ public final class Watches {
     private static synchronized Watch add(WatchSettings settings) {
         for (int i = 0; i < MOST_WATCHES; i++) {
             int id = ourLastID + 1 + i;
-            if (ourWatches[id & MOST_WATCHES - 1] == null) {
+            if (ourWatches[placeOf(id)] == null) {
                 ourLastID = id;
                 Watch watch = new Watch(id, settings);
-                ourWatches[id & MOST_WATCHES - 1] = watch;
+                ourWatches[placeOf(id)] = watch;
                 return watch;
             }
         }
@@ -88,19 +89,26 @@ public final class Watches {
 
     /** Null if there is none. */
     public static synchronized Watch find(int id) {
-        Watch watch = ourWatches[id & MOST_WATCHES - 1];
-        return watch != null && watch.id == id ? watch : null;
+        Watch watch = ourWatches[placeOf(id)];
+        return watch != null && watch.id == id && !watch.isStopped() ? watch : null;
     }
 
+    /** Its place is free when the calls are taken out: the next one there has the same class. */
     public static void stop(Watch watch) {
-        remove(watch);
-        watch.takeOut();
+        synchronized (watch) {
+            watch.stop();
+            remove(watch);
+        }
     }
 
     private static synchronized void remove(Watch watch) {
-        if (ourWatches[watch.id & MOST_WATCHES - 1] == watch) {
-            ourWatches[watch.id & MOST_WATCHES - 1] = null;
+        if (ourWatches[placeOf(watch.id)] == watch) {
+            ourWatches[placeOf(watch.id)] = null;
         }
+    }
+
+    static int placeOf(int id) {
+        return id & MOST_WATCHES - 1;
     }
 
     private static synchronized void look() {
@@ -133,7 +141,9 @@ public final class Watches {
 
     private static void lookAfter(Watch watch) {
         try {
-            if (isServingForLong()) {
+            if (watch.isStopped()) {
+                stop(watch);
+            } else if (isServingForLong()) {
                 watch.extendLease(); // whoever wants to read it waits
             } else if (watch.hasLeaseRunOut()) {
                 Callback.messageToLogFile("Watch " + watch.id + " ends: nobody reads it");

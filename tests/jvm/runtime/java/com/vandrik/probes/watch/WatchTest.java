@@ -224,22 +224,28 @@ public final class WatchTest {
     static void testRoomIsKept() {
         Watch watch = new Watch(1, settings(1, 3, 2, "", ""));
         for (int i = 0; i < 3; i++) {
-            watch.ended(1, String.class, "go", "()Z", null, ARGUMENTS, Boolean.TRUE, null);
+            watch.ended(System.nanoTime(), String.class, "go", "()Z", null, ARGUMENTS, Boolean.TRUE,
+                        null);
         }
         List<WatchEvent> events = watch.take(10);
         Check.equal(events.size() + " " + watch.getCounts()[2], "2 1", "events and dropped ones");
         Check.isTrue(!watch.isComplete() && watch.getWaiting() == 0, "there is room again");
         for (int i = 0; i < 3; i++) {
-            watch.ended(1, String.class, "go", "()Z", null, ARGUMENTS, Boolean.TRUE, null);
+            watch.ended(System.nanoTime(), String.class, "go", "()Z", null, ARGUMENTS, Boolean.TRUE,
+                        null);
         }
         Check.isTrue(watch.isComplete(), "it has all that were wanted");
         events = watch.take(10);
         Check.equal(events.size() + " " + events.get(0).number, "1 3", "the last one");
         Check.equal(watch.getCounts()[0] + " " + watch.getCounts()[1], "4 4", "calls");
+        Watch later = new Watch(2, settings(1, 0, 0, "", ""));
+        later.ended(System.nanoTime() - 1000000000L, String.class, "go", "()Z", null, ARGUMENTS,
+                    true, null);
+        Check.equal(later.getCounts()[0], 0L, "calls of an earlier watch with the same class");
         // What fails is counted, leaves its room, and does not reach the program.
         Watch failing = new Watch(2, settings(2, 0, 1, "", ""));
         for (int i = 0; i < 3; i++) {
-            failing.ended(1, null, "go", "()Z", null, null, Boolean.TRUE, null);
+            failing.ended(System.nanoTime(), null, "go", "()Z", null, null, Boolean.TRUE, null);
         }
         Check.equal(failing.getCounts()[3] + " " + failing.getWaiting(), "3 0", "failed");
     }
