@@ -158,8 +158,8 @@ public final class ShopLoad {
                 System.out.println("Tomcat and a database, " +
                                    java.nio.file.Path.of(jdk).getFileName() + " (" + rounds +
                                    " rounds in turn)");
-                for (Server server : servers.values()) {
-                    warmUp(server, seconds);
+                for (Map.Entry<String, Server> server : servers.entrySet()) {
+                    warmUp(server.getKey(), server.getValue(), seconds);
                 }
                 for (int round = 0; round < rounds; round++) {
                     measure(servers, seconds);
@@ -173,7 +173,7 @@ public final class ShopLoad {
         }
     }
 
-    private static void warmUp(Server server, double seconds) throws Exception {
+    private static void warmUp(String name, Server server, double seconds) throws Exception {
         for (int round = 0; round < MOST_WARM_UP_ROUNDS; round++) {
             double before = server.compiled();
             for (String page : PAGES) {
@@ -183,7 +183,7 @@ public final class ShopLoad {
                 return;
             }
         }
-        System.out.println("  the server still compiles: its numbers are too low");
+        System.out.println("  " + name + " still compiles: its numbers are too low");
     }
 
     private static void measure(Map<String, Server> servers, double seconds) throws Exception {
