@@ -44,6 +44,8 @@ VDK_OLD_VERSION(pthread_mutexattr_init, "GLIBC_2.2.5");
 VDK_OLD_VERSION(pthread_mutexattr_settype, "GLIBC_2.2.5");
 VDK_OLD_VERSION(pthread_mutexattr_destroy, "GLIBC_2.2.5");
 VDK_OLD_VERSION(__pthread_key_create, "GLIBC_2.2.5");
+// Moved from libdl at the same time.
+VDK_OLD_VERSION(dlsym, "GLIBC_2.2.5");
 // With 2.32.
 VDK_OLD_VERSION(pthread_sigmask, "GLIBC_2.2.5");
 

@@ -225,6 +225,6 @@ public final class RequestEvents {
     void spend() throws Exception {
         get("/shop/order?id=2");
         get("/slow");
-        get("/throw");
+        get("/throw;v=secret");
     }
 }

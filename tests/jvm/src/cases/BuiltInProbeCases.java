@@ -60,7 +60,7 @@ public final class BuiltInProbeCases {
         target.ask(how, "done " + how);
         Tool.vdk(command, "stop", target.id());
         Map<String, long[]> events = events(target);
-        for (String name : new String[] {SLOW, "servlet /slow", "servlet /throw",
+        for (String name : new String[] {SLOW, "servlet /slow", "servlet /throw;v=?",
                                          "connect jdbc:h2:mem:", "jndi java:comp/env/jdbc/shop"}) {
             Check.isTrue(events.containsKey(name) && events.get(name)[0] == 1,
                          () -> name + " once of " + events.keySet());
@@ -68,7 +68,7 @@ public final class BuiltInProbeCases {
         long query = events.get(SLOW)[1];
         long request = events.get("servlet /slow")[1];
         Check.isTrue(query > 0 && query <= request, query + " ns of " + request + " ns, " + how);
-        Check.equal(events.get("servlet /throw")[1], 0L, "time of what an exception has left");
+        Check.equal(events.get("servlet /throw;v=?")[1], 0L, "time of what an exception has left");
         String tree = Tool.vdk("report", target.id(), "--show", "tree");
         Check.isTrue(tree.matches("(?s).*\\$Pages.service .*\\n *<servlet> /slow  .*"
                                   + "executeQuery .*\\n *<SQL> call burn\\(\\?\\)  .*"),

@@ -1,5 +1,6 @@
 package com.vandrik.probes.builtin;
 
+import com.vandrik.api.ProfilingModes;
 import com.vandrik.runtime.Callback;
 
 /**
@@ -76,12 +77,22 @@ final class J2EESupportCalls {
         }
     }
 
+    /** The native side asks the request by itself, but masks nothing. */
     static void enterRequest(Object request, int type) {
+        String text = null;
         try {
-            Callback.vdkJ2eeEntry3(request, type);
+            if (!Redaction.isOn()) {
+                Callback.vdkJ2eeEntry3(request, type);
+                return;
+            }
+            if ((Callback.getStatus() & ProfilingModes.CPU_J2EE) == 0) {
+                return;
+            }
+            text = Redaction.uri(ServletRequests.uriOf(request));
         } catch (Throwable e) {
             Outermost.failed(e);
         }
+        enter(text, type);
     }
 
     static void leave() {

@@ -22,6 +22,10 @@ final class Redaction {
     private Redaction() {
     }
 
+    static boolean isOn() {
+        return IS_ON;
+    }
+
     static String sql(String text) {
         return mask(text, SQL);
     }

@@ -92,6 +92,12 @@ final class ServletRequests {
         }
     }
 
+    /** Null if it is no request by HTTP. */
+    static String uriOf(Object request) {
+        Api api = Api.of(request);
+        return api == null ? null : text(ask(request, api.myURI));
+    }
+
     static Object enter(Object request) {
         Api api = Api.of(request);
         if (api == null) {
