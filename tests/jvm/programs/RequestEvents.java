@@ -152,7 +152,7 @@ public final class RequestEvents {
         URL url = new URL("http://127.0.0.1:" + tomcat.getConnector().getLocalPort() + address);
         HttpURLConnection connection = (HttpURLConnection) url.openConnection();
         int code = connection.getResponseCode();
-        if (code != (address.matches("/throw|/shop/fail.*") ? 500 : 200)) {
+        if (code != (address.matches("/throw.*|/shop/fail.*") ? 500 : 200)) {
             throw new IllegalStateException(address + " " + code);
         }
         if (code == 200) {
