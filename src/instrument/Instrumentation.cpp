@@ -17,6 +17,7 @@
 #include "instrument/ProbeChanges.h"
 #include "instrument/ProbePasses.h"
 #include "instrument/ProbeReach.h"
+#include "instrument/RenewedClasses.h"
 #include "instrument/Retransformation.h"
 #include "instrument/TracingInstrumentation.h"
 #include "instrument/WantedCalls.h"
@@ -293,6 +294,15 @@ void dumpClass(const ZString& name, const ZVector<unsigned char>& bytes) {
     }
 }
 
+// The JVM frees what it is given.
+void give(const ZVector<unsigned char>& bytes, jint* newLength, unsigned char** newData) {
+    unsigned char* copy = nullptr;
+    CHECK_JVMTI(ourJVMTI->Allocate(bytes.getSize(), &copy));
+    memcpy(copy, bytes.data(), static_cast<size_t>(bytes.getSize()));
+    *newData = copy;
+    *newLength = bytes.getSize();
+}
+
 void handOver(ClassFile& classFile, const ZString& name, int length, jint* newLength,
               unsigned char** newData) {
     // A rare long class takes memory of its own, which is not kept.
@@ -306,11 +316,7 @@ void handOver(ClassFile& classFile, const ZString& name, int length, jint* newLe
     if (Options::isDebug("dumpclasses")) {
         dumpClass(name, bytes);
     }
-    unsigned char* copy = nullptr;
-    CHECK_JVMTI(ourJVMTI->Allocate(bytes.getSize(), &copy));
-    memcpy(copy, bytes.data(), static_cast<size_t>(bytes.getSize()));
-    *newData = copy;
-    *newLength = bytes.getSize();
+    give(bytes, newLength, newData);
 }
 
 // The name of a class that was defined without one; empty if it can't be told.
@@ -374,8 +380,9 @@ bool mayCallAgent(const OfferedClass& offered, const ZString& name) {
            loaderFindsAgent(offered.env, offered.loader, LoaderUse::REDEFINITION);
 }
 
-void handleOffer(const OfferedClass& offered, jint* newLength, unsigned char** newData) {
+void handleOffer(const OfferedClass& given, jint* newLength, unsigned char** newData) {
     LockHolder lock(ourLock, "Instrumentation:351");
+    OfferedClass offered = given;
     const char* const givenName = offered.name;
     if (givenName == nullptr && offered.redefined != nullptr) {
         Logger::error("NULL class name is unexpected for a class being redefined", VDK_HERE);
@@ -393,6 +400,13 @@ void handleOffer(const OfferedClass& offered, jint* newLength, unsigned char** n
         logClass(dottedName(name), "skipping: its class loader does not find the agent");
         return;
     }
+    const ZVector<unsigned char>* const renewed =
+        offered.redefined != nullptr && offered.loader == nullptr ? RenewedClasses::find(name)
+                                                                  : nullptr;
+    if (renewed != nullptr) {
+        offered.length = renewed->getSize();
+        offered.data = renewed->data();
+    }
     const bool done =
         runGuarded(VDK_HERE, [&] { rewriteOffered(offered, name, newLength, newData); });
     if (!done) {
@@ -401,6 +415,9 @@ void handleOffer(const OfferedClass& offered, jint* newLength, unsigned char** n
         distrustLoaderClass(name);
         *newLength = 0;
         *newData = nullptr;
+    }
+    if (renewed != nullptr && *newData == nullptr) {
+        give(*renewed, newLength, newData);
     }
 }
 

@@ -5,6 +5,7 @@
 #include "core/jvm/JvmGlobals.h"
 #include "core/jvm/NativeEntry.h"
 #include "instrument/ProbeChanges.h"
+#include "instrument/RenewedClasses.h"
 #include "instrument/Retransformation.h"
 #include "instrument/WantedCalls.h"
 #include "probes/Probes.h"
@@ -234,8 +235,14 @@ private:
         definition.klass = existing;
         definition.class_byte_count = bytes[i]->getSize();
         definition.class_bytes = bytes[i]->data();
+        ZVector<unsigned char>* const before = RenewedClasses::replace(names[i], *bytes[i]);
         const jvmtiError error = ourJVMTI->RedefineClasses(1, &definition);
         env->DeleteLocalRef(existing);
+        if (error == JVMTI_ERROR_NONE) {
+            RenewedClasses::forget(before);
+        } else {
+            RenewedClasses::restore(names[i], before);
+        }
         return error == JVMTI_ERROR_NONE
                    ? ZString()
                    : failure + "; the class that is there cannot be changed into it (error=" +

@@ -2,6 +2,7 @@ package cases;
 
 import fixtures.Probed;
 import java.io.InputStream;
+import java.nio.charset.StandardCharsets;
 import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
@@ -62,8 +63,7 @@ public final class ProbeCases {
     }
 
     /** Behind an empty place. */
-    private void registerByBytecode(String name) throws Exception {
-        byte[] bytes = classFile(name);
+    private void registerByBytecode(byte[] bytes) throws Exception {
         try (AgentClient client = target.client()) {
             client.request(AgentClient.REGISTER_PROBES).out.writeInt(2);
             client.out.writeInt(0);
@@ -135,14 +135,21 @@ public final class ProbeCases {
                        "log");
         Check.equal(test.ask("unregister fixtures.EchoingProbe"), "", "unregister");
         // The second time the class is there already.
-        test.registerByBytecode("fixtures.EchoingProbe");
-        test.registerByBytecode("fixtures.EchoingProbe");
+        byte[] bytes = classFile("fixtures.EchoingProbe");
+        test.registerByBytecode(bytes);
+        test.registerByBytecode(bytes);
         test.ask("probes");
         // Each line once: what the callback itself writes is not told.
         Check.await(() -> target.errors().contains("wrote "), "the callback prints");
+        // Then it comes with other code, which has to last.
+        String text = new String(bytes, StandardCharsets.ISO_8859_1).replace("wrote ", "spoke ");
+        test.registerByBytecode(text.getBytes(StandardCharsets.ISO_8859_1));
+        int before = target.errors().length();
+        test.ask("probes");
+        Check.await(() -> target.errors().indexOf("spoke ", before) >= 0, "the new code runs");
         Check.equal(test.ask("unregister fixtures.EchoingProbe"), "", "unregister");
         for (String line : target.errors().split("\n")) {
-            Check.isTrue(line.matches("wrote \\d+"), () -> "errors: " + target.errors());
+            Check.isTrue(line.matches("(wrote|spoke) \\d+"), () -> "errors: " + target.errors());
         }
         target.finish();
     }
