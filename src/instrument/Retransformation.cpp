@@ -98,33 +98,45 @@ int switchCalls(JNIEnv* env, CallSet kinds, bool isOn) {
     return retransformAffected(env, kinds);
 }
 
+int putCallsAtCatch(JNIEnv* env) {
+    auto* const filter = new ClassNameFilter(Filter::readFilterSpecFromFile(ourOptions->filters));
+    const bool hadNoCalls = !WantedCalls::now().has(CALLS_LOADERS);
+    {
+        LockHolder lock(ourLock);
+        WantedCalls::setCatchFilter(filter);
+        WantedCalls::switchKinds(CALLS_CAUGHT, true);
+    }
+    if (hadNoCalls) {
+        retransformLoadersLoadedBeforeAttach(env);
+    }
+    return retransformAffected(env, CALLS_CAUGHT);
+}
+
 } // namespace
 
-// Who catches is heard of before anything is counted that could be caught.
-void switchExceptionCalls(JNIEnv* env, bool isOn) {
+void switchExceptionCalls(JNIEnv* env, bool created, bool caught) {
+    const CallSet before = WantedCalls::now();
     const long start = getTimeNs();
     int done = 0;
-    if (isOn) {
-        auto* const filter =
-            new ClassNameFilter(Filter::readFilterSpecFromFile(ourOptions->filters));
-        const bool hadNoCalls = !WantedCalls::now().has(CALLS_LOADERS);
-        {
-            LockHolder lock(ourLock);
-            WantedCalls::setCatchFilter(filter);
-            WantedCalls::switchKinds(CALLS_CAUGHT, true);
-        }
-        if (hadNoCalls) {
-            retransformLoadersLoadedBeforeAttach(env);
-        }
-        done = retransformAffected(env, CALLS_CAUGHT) + switchCalls(env, CALLS_CREATED, true);
-    } else {
-        done = switchCalls(env, CALLS_CREATED, false) + switchCalls(env, CALLS_CAUGHT, false);
+    // Who catches is heard of before anything is counted that could be caught.
+    if (caught && !before.has(CALLS_CAUGHT)) {
+        done += putCallsAtCatch(env);
+    }
+    if (created != before.has(CALLS_CREATED)) {
+        done += switchCalls(env, CALLS_CREATED, created);
+    }
+    if (!caught && before.has(CALLS_CAUGHT)) {
+        done += switchCalls(env, CALLS_CAUGHT, false);
         LockHolder lock(ourLock);
         WantedCalls::forgetCarriers();
     }
-    Logger::message(ZString("Calls that count exceptions ") +
-                    (isOn ? "put into " : "taken out of ") + longToString(done) + " classes, " +
-                    longToString((getTimeNs() - start) / 1000000) + " ms");
+    if (done != 0) {
+        Logger::message(
+            ZString("Calls that count exceptions ") +
+            (caught || (created && !before.has(CALLS_CREATED)) ? "put into " : "taken out of ") +
+            longToString(done) + " classes, " + longToString((getTimeNs() - start) / 1000000) +
+            " ms");
+    }
 }
 
 void retransformPrimordialClasses(JNIEnv* env) {

@@ -18,10 +18,10 @@ void tagClassesLoadedBeforeAttach(JNIEnv* env);
 // they load from now on can reach the agent.
 void retransformLoadersLoadedBeforeAttach(JNIEnv* env);
 
-// Puts the calls that count exceptions into the loaded classes and into those to come, or takes
-// them out, a batch of classes at a time: the JVM stands still for each. Not to be called by two
-// threads at once.
-void switchExceptionCalls(JNIEnv* env, bool isOn);
+// Puts the calls that count exceptions, at their creation and where they are caught, into the
+// loaded classes and into those to come, or takes them out, a batch of classes at a time: the JVM
+// stands still for each. Not to be called by two threads at once.
+void switchExceptionCalls(JNIEnv* env, bool created, bool caught);
 
 // Rewrites the classes so marked, except those that the filter excludes, which stay marked. A null
 // filter passes all.

@@ -32,6 +32,7 @@
     BUILT(clearMonitorData, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(closeUserTableRow, "(III)Z", jboolean, (JNIEnv* env, jclass clazz, jint table, jint row, jint minimumMs)) \
     BUILT(correctUptimeMs, "(J)V", void, (JNIEnv* env, jclass clazz, jlong etalonMs)) \
+    BUILT(countExceptions, "(Z)V", void, (JNIEnv* env, jclass clazz, jboolean on)) \
     BUILT(createMarker, "(II)V", void, (JNIEnv* env, jclass clazz, jint port, jint state)) \
     BUILT(createObjectMap, "()J", jlong, (JNIEnv* env, jclass clazz)) \
     BUILT(createUserTable, "(Ljava/lang/String;)I", jint, (JNIEnv* env, jclass clazz, jstring description)) \
@@ -106,6 +107,7 @@
     BUILT(stopCPUProfiling, "(Z)V", void, (JNIEnv* env, jclass clazz, jboolean log)) \
     BUILT(stopMonitorProfiling, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(storeTelemetryRecord, "([I[I[I[I)V", void, (JNIEnv* env, jclass clazz, jintArray telec, jintArray tele, jintArray extNames, jintArray extValues)) \
+    BUILT(takeExceptionCounts, "()Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz)) \
     BUILT(unregisterProbes, "([Ljava/lang/String;)V", void, (JNIEnv* env, jclass clazz, jobjectArray classNames)) \
     BUILT(validateMethodPattern, "(Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jstring pattern)) \
     BUILT(writeTables, "(III[I)V", void, (JNIEnv* env, jclass clazz, jint socket, jint mask, jint limit, jintArray stamps)) \

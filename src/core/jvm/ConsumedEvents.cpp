@@ -5,6 +5,7 @@
 #include "core/jvm/JvmGlobals.h"
 
 ConsumedEvents ourConsumedEvents;
+std::atomic<bool> ourCountsExceptionsByClass{false};
 
 namespace {
 
@@ -46,7 +47,8 @@ void updateExceptionEvents() {
         return;
     }
     LockHolder lock(ourSwitchLock);
-    update(ourException, ourConsumedEvents.exception != nullptr && isOn(EXCEPTION_TELEMETRY));
+    update(ourException, ourConsumedEvents.exception != nullptr &&
+                             (isOn(EXCEPTION_TELEMETRY) || ourCountsExceptionsByClass));
     update(ourExceptionCatch, ourConsumedEvents.exceptionCatch != nullptr &&
                                   isOn(EXCEPTION_TELEMETRY | CPU_COUNTS_BIT | CPU_J2EE_BIT));
 }

@@ -46,9 +46,9 @@ struct TracingSwitch {
     // Rewrites classes that were loaded before an attach; a null filter passes all. Not to be
     // called with ourLock held.
     void (*retransformLoadedClasses)(JNIEnv* env, ClassNameFilter* filter) = nullptr;
-    // Puts the calls that count exceptions into the classes, or takes them out. Not to be called
-    // with ourLock held, nor by two threads at once.
-    void (*switchExceptionCalls)(JNIEnv* env, bool isOn) = nullptr;
+    // Puts the calls that count exceptions into the classes, or takes them out: at their creation,
+    // and where they are caught. Not to be called with ourLock held, nor by two threads at once.
+    void (*switchExceptionCalls)(JNIEnv* env, bool created, bool caught) = nullptr;
 };
 
 extern TracingSwitch ourTracingSwitch;

@@ -1,6 +1,8 @@
 // The natives of what the JVM's events report: waits at monitors, exceptions.
 #include "core/jvm/CallbackNatives.h"
+#include "core/jvm/JNIUtils.h"
 #include "core/jvm/NativeEntry.h"
+#include "profiling/events/ExceptionCounts.h"
 #include "profiling/events/Exceptions.h"
 #include "profiling/events/Monitors.h"
 #include "profiling/events/Parks.h"
@@ -31,4 +33,13 @@ void JNICALL VDK_CALLBACK_NATIVE(clearExceptions)(JNIEnv* env, jclass) {
         LockHolder lock(ourLock);
         Exceptions::clearExceptions();
     });
+}
+
+void JNICALL VDK_CALLBACK_NATIVE(countExceptions)(JNIEnv* env, jclass, jboolean on) {
+    runNative(env, VDK_HERE, [&] { Exceptions::countByClass(env, on != JNI_FALSE); });
+}
+
+jstring JNICALL VDK_CALLBACK_NATIVE(takeExceptionCounts)(JNIEnv* env, jclass) {
+    return nativeResult<jstring>(env, VDK_HERE, nullptr,
+                                 [&] { return toJavaString(env, ExceptionCounts::take()); });
 }

@@ -11,6 +11,7 @@
 #include "profiling/cpu/J2EEHelper.h"
 #include "profiling/cpu/Tracing.h"
 #include "profiling/events/ClassNameTags.h"
+#include "profiling/events/ExceptionCounts.h"
 #include "profiling/events/RowsByThread.h"
 #include "profiling/threads/ThreadInfo.h"
 #include "profiling/threads/ZFrameStorage.h"
@@ -20,10 +21,12 @@ namespace {
 const int INITIAL_CAPACITY = 1024;
 const int THREAD_SHIFT = 32;
 const char UNKNOWN_CLASS[] = "<unknown>";
+// The tag of an object that is counted by its class, and by no row.
+const jlong COUNTED_BY_CLASS = -1;
 // Set where exceptions are counted by inserted calls, from the first time on.
 const char ROAD_PROPERTY[] = "vdk.exceptions.counted.by.calls";
 
-// Serialises the switching of inserted calls.
+// Serialises the switching.
 ZLock& ourSwitchLock = *new ZLock("ExceptionSwitchLock");
 
 // Thrown, and expected to be caught.
@@ -102,6 +105,10 @@ bool comesByEvents() {
     return (ourCapabilities & CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE) == 0;
 }
 
+bool canCome() {
+    return comesByEvents() || ourTracingSwitch.switchExceptionCalls != nullptr;
+}
+
 void setStatus(bool isOn) {
     LockHolder lock(ourLock);
     if (isOn) {
@@ -113,44 +120,77 @@ void setStatus(bool isOn) {
     }
 }
 
-// The calls are in the classes only while they are wanted.
-void switchCalls(JNIEnv* env, bool isOn) {
-    LockHolder lock(ourSwitchLock);
-    if (isOn == ((ourStatus & EXCEPTION_TELEMETRY) != 0) ||
-        ourTracingSwitch.switchExceptionCalls == nullptr) {
-        return;
+bool areRowsOn() {
+    return (ourStatus & EXCEPTION_TELEMETRY) != 0;
+}
+
+// Events or inserted calls in step with what is wanted. The calls are in the classes only
+// meanwhile; who catches matters to rows alone. Caller holds ourSwitchLock.
+void bringSourcesInStep(JNIEnv* env) {
+    if (comesByEvents()) {
+        updateExceptionEvents();
+    } else {
+        ourTracingSwitch.switchExceptionCalls(env, areRowsOn() || ourCountsExceptionsByClass,
+                                              areRowsOn());
     }
-    if (isOn) {
-        LockHolder data(ourLock);
-        ourDB->setProperty(ROAD_PROPERTY, 1);
-    }
-    setStatus(isOn);
-    ourTracingSwitch.switchExceptionCalls(env, isOn);
 }
 
 // The current thread if its exceptions are recorded.
 ThreadInfo* getThrower() {
-    if ((ourStatus & EXCEPTION_TELEMETRY) == 0) {
+    if (!areRowsOn()) {
         return nullptr;
     }
     ThreadInfo* info = getThreadInfo();
     return info == nullptr || info->agentThread ? nullptr : info;
 }
 
-// The same for inserted calls, which stand in all code: not in what the agent itself is doing on
-// the thread, nor in what a carrier does between two virtual threads, where nothing may be waited
-// for.
+// Inserted calls stand in all code: nothing is counted of what the agent itself is doing on the
+// thread, nor of what a carrier does between two virtual threads, where nothing may be waited for.
+bool isOutside(const ThreadInfo* info) {
+    return (info != nullptr && info->carrierThread) || ourLock.isHeldByCurrentThread();
+}
+
 ThreadInfo* getCallingThread() {
     ThreadInfo* info = getThrower();
-    return info == nullptr || info->carrierThread || ourLock.isHeldByCurrentThread() ? nullptr
-                                                                                     : info;
+    return isOutside(info) ? nullptr : info;
 }
 
 bool isCounting() {
-    return isRecording() && (ourStatus & EXCEPTION_TELEMETRY) != 0;
+    return isRecording() && areRowsOn();
 }
 
-// The end of a constructor of Throwable.
+// Virtual threads have no ThreadInfo.
+bool isCountedByClass(const ThreadInfo* info) {
+    return ourCountsExceptionsByClass && isRecording() && (info == nullptr || !info->agentThread);
+}
+
+// The end of a constructor of Throwable, of which an object runs one.
+void onCreatedByClass(JNIEnv* env, jobject exception) {
+    if (!ourCountsExceptionsByClass) {
+        return;
+    }
+    const ThreadInfo* info = getThreadInfo();
+    if (isCountedByClass(info) && !isOutside(info)) {
+        ExceptionCounts::count(env, exception);
+    }
+}
+
+// An object that is thrown on comes again by an event; its tag tells.
+void onThrownByClass(JNIEnv* env, jobject exception) {
+    if (!ourCountsExceptionsByClass || exception == nullptr || !isCountedByClass(getThreadInfo())) {
+        return;
+    }
+    {
+        LockHolder lock(ourLock);
+        if (ourTags.getTag(exception) != 0) {
+            return;
+        }
+        ourTags.setTag(exception, COUNTED_BY_CLASS);
+    }
+    ExceptionCounts::count(env, exception);
+}
+
+// The same with a row.
 void onCreated(JNIEnv* env, jobject exception) {
     const ThreadInfo* info = getCallingThread();
     if (info == nullptr) {
@@ -180,6 +220,7 @@ void onCaught(JNIEnv* env, jobject exception) {
 void JNICALL exception_handler(jvmtiEnv*, JNIEnv* env, jthread, jmethodID, jlocation,
                                jobject exception, jmethodID catchMethod, jlocation) {
     handleEvent(env, VDK_HERE, [&] {
+        onThrownByClass(env, exception);
         const ThreadInfo* info = getThrower();
         if (info != nullptr) {
             LockHolder lock(ourLock, "JVMTI_Agent:390");
@@ -198,15 +239,31 @@ void Exceptions::reset() {
     ourRows.clear();
     ourPending.clear();
     ourTags.reset();
+    ourCountsExceptionsByClass = false;
+    ExceptionCounts::take();
 }
 
 void Exceptions::enable(JNIEnv* env, bool isOn) {
-    if (!comesByEvents()) {
-        switchCalls(env, isOn);
+    LockHolder lock(ourSwitchLock);
+    if (!canCome()) {
         return;
     }
+    if (!comesByEvents() && isOn) {
+        LockHolder data(ourLock);
+        ourDB->setProperty(ROAD_PROPERTY, 1);
+    }
     setStatus(isOn);
-    updateExceptionEvents();
+    bringSourcesInStep(env);
+}
+
+void Exceptions::countByClass(JNIEnv* env, bool isOn) {
+    LockHolder lock(ourSwitchLock);
+    if (isOn == ourCountsExceptionsByClass || !canCome()) {
+        return;
+    }
+    ourCountsExceptionsByClass = isOn;
+    ExceptionCounts::take();
+    bringSourcesInStep(env);
 }
 
 void Exceptions::onCatch(JNIEnv* env, jobject exception) {
@@ -269,7 +326,10 @@ void Exceptions::clearExceptions() {
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(vdkExceptionCreated0)(JNIEnv* env, jclass, jobject exception) {
-    runGuarded(VDK_HERE, [&] { onCreated(env, exception); });
+    runGuarded(VDK_HERE, [&] {
+        onCreatedByClass(env, exception);
+        onCreated(env, exception);
+    });
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(vdkExceptionCaught0)(JNIEnv* env, jclass, jobject exception) {

@@ -27,6 +27,9 @@ public:
     // Sets or clears the bit of the status, and brings events or inserted calls in step with it.
     // Takes ourLock, which the caller does not hold.
     static void enable(JNIEnv* env, bool isOn);
+    // The same for the numbers by class of ExceptionCounts, which do without rows and stacks, and
+    // whose inserted call stands in the constructors of Throwable alone.
+    static void countByClass(JNIEnv* env, bool isOn);
 
     // A handler of the current thread has caught it. Takes ourLock if telemetry is on.
     static void onCatch(JNIEnv* env, jobject exception);

@@ -1,6 +1,10 @@
 package cases;
 
 import fixtures.Thrown;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
 import java.util.Map;
 import java.util.TreeMap;
 import jvmtest.AgentClient;
@@ -106,9 +110,60 @@ public final class ExceptionCases {
         Check.equal(counts(target), expected(target, byCalls), "exceptions");
     }
 
-    @Case(fixture = Thrown.class, attach = false)
+    private static void listen(Target target, String properties, String file) throws Exception {
+        List<String> words =
+                new ArrayList<>(List.of("triggers", ":" + target.port, "add", "ExceptionListener"));
+        words.addAll(List.of(properties.split(" ")));
+        words.addAll(List.of("PrintMessage", "message=${EXCEPTION_COUNT} ${EXCEPTION_CLASS}",
+                             "output=" + target.folder.resolve(file)));
+        Tool.vdk(words.toArray(new String[0]));
+    }
+
+    private static List<String> told(Target target, String file) throws Exception {
+        Path path = target.folder.resolve(file);
+        return Files.exists(path) ? Files.readAllLines(path) : List.of();
+    }
+
+    private static long heard(Target target) throws Exception {
+        long sum = 0;
+        for (String line : told(target, "each")) {
+            sum += Long.parseLong(line.substring(0, line.indexOf(' ')));
+        }
+        return sum;
+    }
+
+    private static void awaitHeard(Target target, long count) throws Exception {
+        Check.await(20, () -> heard(target) >= count, () -> count + " heard: " + target.state());
+        Check.equal(heard(target), count, "exceptions that a listener heard of");
+    }
+
+    /**
+     * Listeners hear of each exception once, on virtual threads too, whether rows are on or not.
+     */
+    private static long checkListeners(Target target) throws Exception {
+        listen(target, "classPattern=" + THROWN + "$* moreThan=0 within=1h", "each");
+        listen(target, "classPattern=*$Deadly moreThan=2 within=1h maxTriggerCount=1", "third");
+        listen(target, "classPattern=*$Deadly moreThan=3 within=1h", "fourth");
+        run(target, "own 4 300");
+        run(target, "twice 1 50");
+        run(target, "dies 3 1");
+        long count = 1253;
+        if (target.jdk.release >= 21) {
+            run(target, "virtual 1 1");
+            count += 1000;
+        }
+        awaitHeard(target, count);
+        Check.equal(told(target, "third"), List.of("3 " + THROWN + "$Deadly"), "one too many");
+        Check.equal(told(target, "fourth"), List.of(), "a limit that is not passed");
+        return count;
+    }
+
+    @Case(fixture = Thrown.class, attach = false, agent = "telemetryperiod=100")
     static void countsThrowsByClassAndSite(Target target) throws Exception {
         String pid = Long.toString(target.pid());
+        checkListeners(target);
+        Tool.vdk("triggers", ":" + target.port, "clear");
+        Tool.vdk("clear", "--exceptions", pid);
         checkKinds(target, false);
         checkReport(pid, "THROWN IN");
         checkSwitching(target);
@@ -116,12 +171,18 @@ public final class ExceptionCases {
     }
 
     /** The same counts where the JVM sends no events, and nothing before somebody asks. */
-    @Case(fixture = Thrown.class, agent = "noexceptionevents")
+    @Case(fixture = Thrown.class, agent = "noexceptionevents,telemetryperiod=100")
     static void countsWithoutEventsByInsertedCalls(Target target) throws Exception {
         String pid = Long.toString(target.pid());
         run(target, "own 2 10");
+        long heard = checkListeners(target);
         Check.isTrue(fetch(target).rows.get(Tables.EXCEPTION).isEmpty(), "rows before the start");
         Tool.vdk("exceptions", "on", pid);
+        Tool.vdk("exceptions", "off", pid);
+        run(target, "own 1 5");
+        awaitHeard(target, heard + 5);
+        Tool.vdk("exceptions", "on", pid);
+        Tool.vdk("triggers", ":" + target.port, "clear");
         Check.contains(Tool.vdk("status", pid), "by inserted calls", "the road");
         checkKinds(target, true);
         checkReport(pid, "CREATED IN");
@@ -178,9 +239,11 @@ public final class ExceptionCases {
         target.finish();
     }
 
-    @Case(fixture = Thrown.class, attach = false, agent = "disableexceptiontelemetry")
-    static void isOffWhereTheOptionSaysSo(Target target) throws Exception {
-        run(target, "own 1 10");
+    @Case(fixture = Thrown.class, attach = false,
+          agent = "disableexceptiontelemetry,telemetryperiod=100")
+    static void
+    isOffWhereTheOptionSaysSo(Target target) throws Exception {
+        checkListeners(target);
         Check.isTrue(fetch(target).rows.get(Tables.EXCEPTION).isEmpty(), "rows");
         target.finish();
     }

@@ -62,6 +62,11 @@ public final class TriggerRecipeCases {
             t.ask("gc", "done gc");
             return t.log().contains("GCPauseListener, PostWebhook: sent to http");
         });
+        EFFECTS.put("Failures that become frequent", t -> {
+            t.ask("pay", "done pay");
+            return says(t, "failures.log", "times java.lang.IllegalArgumentException") &&
+                    has(t, "failures*.snapshot");
+        });
         EFFECTS.put("A deadlock", t -> {
             t.ask("deadlock", "done deadlock");
             // The program may be missing on this machine; that is told as well.
@@ -119,6 +124,7 @@ public final class TriggerRecipeCases {
     private static String shortened(String recipe, String hook) {
         return recipe.replaceAll("=\\d+[smh]\\b", "=200ms")
                 .replaceAll("longerThan=\\w+", "longerThan=0ms")
+                .replaceAll("moreThan=\\d+", "moreThan=0")
                 .replaceAll("url=\\S+", "url=" + hook)
                 .replaceAll("(usageThreshold\\w+)=\\d+", "$1=0")
                 .replaceAll(" maxTriggerCount=\\d+", "")

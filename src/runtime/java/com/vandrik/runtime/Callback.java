@@ -87,6 +87,9 @@ public class Callback {
 
     public static native void correctUptimeMs(long etalonMs);
 
+    /** Exceptions are counted by class, for {@link #takeExceptionCounts}, or no longer. */
+    public static native void countExceptions(boolean on);
+
     public static native void createMarker(int port, int state);
 
     public static native long createObjectMap();
@@ -251,6 +254,9 @@ public class Callback {
 
     public static native void storeTelemetryRecord(int[] telec, int[] tele, int[] extNames,
                                                    int[] extValues);
+
+    /** Those since the last call; lines of a number, a blank and a dotted class name. */
+    public static native String takeExceptionCounts();
 
     public static native void unregisterProbes(String[] classNames);
 

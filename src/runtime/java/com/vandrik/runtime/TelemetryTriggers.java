@@ -35,6 +35,7 @@ final class TelemetryTriggers {
     }
 
     private void poll(PolledListener listener, long nowMs) {
+        listener.observe(nowMs);
         WaitingActions waiting = myWaiting.isEmpty() ? null : myWaiting.get(listener);
         if (waiting != null) {
             if (nowMs >= waiting.myEndMs ||
@@ -53,6 +54,7 @@ final class TelemetryTriggers {
 
     private void perform(PolledListener listener, int first, long nowMs) {
         List<Action> actions = listener.getActions();
+        listener.onActionsBegin();
         for (int i = first; i < actions.size(); i++) {
             Action action = actions.get(i);
             if (action instanceof SleepAction) {

@@ -1,6 +1,7 @@
 package com.vandrik.runtime;
 
 import com.vandrik.probes.triggers.EventListener;
+import com.vandrik.probes.triggers.ExceptionListener;
 import com.vandrik.probes.triggers.JVMExitListener;
 import com.vandrik.probes.triggers.JVMStartListener;
 import com.vandrik.probes.triggers.MethodListener;
@@ -63,7 +64,19 @@ final class Triggers {
         for (MethodListener listener : replaced) {
             listener.end();
         }
+        if (hasExceptionListener(old) || hasExceptionListener(added)) {
+            ExceptionListener.listenersChanged();
+        }
         tellOfDeadListeners(added);
+    }
+
+    private static boolean hasExceptionListener(EventListener[] listeners) {
+        for (EventListener listener : listeners) {
+            if (listener instanceof ExceptionListener) {
+                return true;
+            }
+        }
+        return false;
     }
 
     private static EventListener[] join(EventListener[] first, EventListener[] second) {

@@ -14,7 +14,7 @@ public abstract class EventListener extends PropertyHolder {
             HeapMemoryUsageListener.class, NonHeapMemoryUsageListener.class,
             JVMStartListener.class,        JVMExitListener.class,
             GCPauseListener.class,         DeadlockListener.class,
-            RequestListener.class,
+            RequestListener.class,         ExceptionListener.class,
     };
 
     public static final int NO_LIMIT = -1;

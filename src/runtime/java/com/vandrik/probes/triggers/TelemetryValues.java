@@ -26,6 +26,10 @@ public final class TelemetryValues {
     /** 100 is one processor in full use. */
     public static volatile long ourCPUUsagePercent = UNKNOWN;
 
+    /** Of the last event of an ExceptionListener; null before the first. */
+    public static volatile String ourExceptionClass;
+    public static volatile long ourExceptionCount = UNKNOWN;
+
     static volatile long ourUptimeMs = UNKNOWN;
     static volatile int ourProcessorCount = 1;
 

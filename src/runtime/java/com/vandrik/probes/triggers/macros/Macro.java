@@ -84,6 +84,19 @@ public enum Macro {
             return option.isEmpty() ? TimeText.ofUptime(uptimeMs) : Long.toString(uptimeMs);
         }
     },
+    EXCEPTION_CLASS {
+        @Override
+        String toText(MethodCall call, String option) {
+            String type = TelemetryValues.ourExceptionClass;
+            return type == null ? MacroProcessor.UNKNOWN : type;
+        }
+    },
+    EXCEPTION_COUNT {
+        @Override
+        String toText(MethodCall call, String option) {
+            return toNumber(TelemetryValues.ourExceptionCount);
+        }
+    },
     DATE_TIME {
         @Override
         String toText(MethodCall call, String option) {
