@@ -100,7 +100,7 @@ public final class ExceptionListener extends PolledListener {
 
     private void forgetOld(long uptimeMs) {
         while (!myParts.isEmpty() &&
-               uptimeMs - myParts.peek().myStartMs >= myWithin.toMilliseconds()) {
+               uptimeMs - myParts.peek().myStartMs > myWithin.toMilliseconds()) {
             for (long count : myParts.remove().myCounts.values()) {
                 myCount -= count;
             }
@@ -148,9 +148,6 @@ public final class ExceptionListener extends PolledListener {
         super.check();
         if (myMoreThan < 0) {
             throw new IllegalArgumentException("moreThan is negative: " + myMoreThan);
-        }
-        if (myWithin.toMilliseconds() == 0) {
-            throw new IllegalArgumentException("within is 0");
         }
     }
 

@@ -10,8 +10,20 @@ final class Files {
     private Files() {
     }
 
+    /** Goes at the end of the tests, with what is in it. */
     static File newDirectory() throws IOException {
-        return java.nio.file.Files.createTempDirectory("vdk-runtime-test-").toRealPath().toFile();
+        File made =
+                java.nio.file.Files.createTempDirectory("vdk-runtime-test-").toRealPath().toFile();
+        Runtime.getRuntime().addShutdownHook(new Thread(() -> delete(made)));
+        return made;
+    }
+
+    private static void delete(File file) {
+        File[] inner = file.listFiles();
+        for (File each : inner == null ? new File[0] : inner) {
+            delete(each);
+        }
+        file.delete();
     }
 
     static byte[] read(File file) throws IOException {

@@ -133,6 +133,7 @@ public final class TriggerTest {
                  "HeapMemoryUsageListener: usageThresholdPercent is more than 100: 101"},
                 {"ProcessMemoryUsageListener usageThresholdMB=-3",
                  "ProcessMemoryUsageListener: negative threshold: -3"},
+                {"ExceptionListener moreThan=-1", "ExceptionListener: moreThan is negative: -1"},
                 {"MethodListener fillThis=yes",
                  "MethodListener, fillThis: neither true nor false: yes"},
                 {"MethodListener", "MethodListener: methodPattern is missing"},
@@ -248,6 +249,26 @@ public final class TriggerTest {
         Check.equal(fired.toString(), "------x--x", "fired");
         TelemetryValues.ourHeapMemoryUsed = -1;
         Check.isTrue(!listener.shouldTrigger(5000), "fires without a value");
+    }
+
+    /** One round in 100 ms: more than 4 within 300 ms, which have to come anew behind an event. */
+    static void testExceptionsCountWithinTheirTime() {
+        ExceptionListener listener = (ExceptionListener) EventListener.parse(
+                "ExceptionListener classPattern=a.* moreThan=4 within=300ms")[0];
+        String[] counts = {"3 a.X\n9 b.X", "",      "",      "", "2 a.Y",
+                           "2 a.X\n1 a.Z", "5 b.A", "4 a.X", "", "",
+                           "1 a.Y",        "1 a.Y", "",      ""};
+        StringBuilder fired = new StringBuilder();
+        for (int i = 0; i < counts.length; i++) {
+            if (!counts[i].isEmpty()) {
+                listener.add(counts[i], i * 100);
+            }
+            fired.append(listener.shouldTrigger(i * 100) ? 'x' : '-');
+        }
+        Check.equal(fired.toString(), "-----x----x---", "fired");
+        listener.onActionsBegin();
+        Check.equal(TelemetryValues.ourExceptionClass + TelemetryValues.ourExceptionCount, "a.X5",
+                    "of the last event");
     }
 
     private static String print(String text, Object value) {
