@@ -56,13 +56,15 @@ public final class TriggerReachCases {
         String good = "http://127.0.0.1:" + server.getAddress().getPort() + "/hook";
         try (ServerSocket silent = new ServerSocket(0, 50, InetAddress.getLoopbackAddress())) {
             String hanging = "http://127.0.0.1:" + silent.getLocalPort() + "/";
+            String toHanging = "  PostWebhook url=" + hanging + " timeLimit=1h\n";
             set(target, "TimerListener delay=50ms maxTriggerCount=1",
                 "  RunCommand command=/nonexistent/program",
                 "  RunCommand command=printf\\s[%s]\\s${DATE_TIME}\\s$HOME\\s;id",
                 "  RunCommand command=sleep\\s1000 maxTime=100ms",
-                "  PostWebhook url=" + good + " message=said\\s\"${THREAD_COUNT}\"",
                 "  PostWebhook url=" + hanging + " timeLimit=200ms retries=1",
-                "  PostWebhook url=" + hanging + " timeLimit=1h",
+                // One that hangs for an hour, and more than may wait for the server meanwhile.
+                toHanging.repeat(101) + "  PostWebhook url=" + good +
+                        " message=said\\s\"${THREAD_COUNT}\"",
                 "  PrintMessage message=lost output=/dev/full,/proc/none/file,kept.txt",
                 "TimerListener delay=50ms", "  PrintMessage message=tick output=ticks.txt");
             awaitLog(target, "line 1, TimerListener, RunCommand: Cannot run program"
@@ -72,6 +74,7 @@ public final class TriggerReachCases {
             awaitLog(target, "RunCommand: sleep was killed after 100ms");
             awaitLog(target, "sent to " + good + " with 204, try 2");
             awaitLog(target, "not sent to " + hanging + " in 2 tries: ");
+            awaitLog(target, "PostWebhook: left out: too many of them wait already");
             awaitLog(target, "Cannot write to file /dev/full: No space left");
             awaitLog(target, "Cannot write to file /proc/none/file: ");
             Check.equal(linesOf(target, "kept.txt"), List.of("lost"), "the sink behind them");
@@ -81,7 +84,6 @@ public final class TriggerReachCases {
             String messages = Tool.vdk("table", ":" + target.port, "Messages");
             Check.contains(messages, "line 1, TimerListener, RunCommand: Cannot run program",
                            "the table of messages");
-            // The last one hangs for an hour.
             int ticks = linesOf(target, "ticks.txt").size();
             Check.await(20,
                         ()
@@ -104,7 +106,7 @@ public final class TriggerReachCases {
             "  PrintMessage message=${THREAD_DUMP} output=deadlocks.txt",
             "TimerListener delay=50ms maxTriggerCount=1",
             "  SampleFor duration=200ms fileName=sampled", "TimerListener delay=50ms",
-            "  PrintMessage message=tick output=ticks.txt");
+            "  PrintMessage message=tick output=ticks.txt", "RequestListener", "  Empty");
         Check.await(20, () -> linesOf(target, "ticks.txt").size() > 1, () -> target.state());
         for (int i = 0; i < 3; i++) {
             target.ask("gc", "done gc");
@@ -123,6 +125,14 @@ public final class TriggerReachCases {
                      Files.newDirectoryStream(target.folder, "sampled*.snapshot")) {
             Check.isTrue(found.iterator().hasNext(), "the snapshot of SampleFor");
         }
+        Check.isTrue(!TriggerRecipeCases.measuresCpu(target), "what SampleFor began ends");
+        awaitLog(target, "RequestListener fires only while the probe Servlets is registered");
+        // What somebody began is not ended.
+        Tool.vdk("sample", "start", ":" + target.port);
+        set(target, "TimerListener delay=50ms maxTriggerCount=1",
+            "  SampleFor duration=100ms fileName=other");
+        awaitLog(target, ", of a recording that goes on");
+        Check.isTrue(TriggerRecipeCases.measuresCpu(target), "sampling goes on");
         target.finish();
     }
 }

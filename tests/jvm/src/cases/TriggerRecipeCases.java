@@ -88,7 +88,7 @@ public final class TriggerRecipeCases {
         return Files.exists(path) && Files.readString(path).contains(text);
     }
 
-    private static boolean measuresCpu(Target target) throws IOException {
+    static boolean measuresCpu(Target target) throws IOException {
         try (AgentClient client = target.client()) {
             return (client.request(AgentClient.GET_STATUS).ok().in.readLong() & CPU_TIMES) != 0;
         }

@@ -1,5 +1,6 @@
 package com.vandrik.runtime;
 
+import com.vandrik.probes.watch.ThreadIDs;
 import java.util.Map;
 
 /** The text of a thread dump, in the form that tools for thread dumps read. */
@@ -27,7 +28,7 @@ public final class ThreadDump {
         for (Map.Entry<Thread, StackTraceElement[]> entry : stacks.entrySet()) {
             Thread thread = entry.getKey();
             ThreadInfoRes info =
-                    new ThreadInfoRes(thread.getName(), thread.getId(), thread.getState());
+                    new ThreadInfoRes(thread.getName(), ThreadIDs.of(thread), thread.getState());
             info.setThread(thread);
             info.setStack(entry.getValue());
             threads[count++] = info;

@@ -22,8 +22,12 @@ public final class ThreadUtil {
     }
 
     /** Whether this is a thread of the agent, all of which begin their names so. */
-    public static boolean isAgentThread() {
-        return Thread.currentThread().getName().startsWith(AGENT_PREFIX);
+    public static boolean isAgentThread(Thread thread) {
+        return isAgentThreadName(thread.getName());
+    }
+
+    public static boolean isAgentThreadName(String name) {
+        return name.startsWith(AGENT_PREFIX);
     }
 
     /** Sleeps; an interrupt ends the sleep early and is otherwise ignored. */

@@ -13,15 +13,6 @@ public final class Databases {
     private Databases() {
     }
 
-    static Object enterSource() {
-        try {
-            return JdbcCalls.enter();
-        } catch (Throwable e) {
-            Outermost.failed(e);
-            return Outermost.NESTED;
-        }
-    }
-
     static void leaveSource(Object source, Object connection, Object call) {
         try {
             if (JdbcCalls.counts(call)) {
@@ -42,7 +33,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            return enterSource();
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@This Object source, @ReturnValue Object connection,
@@ -63,7 +54,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            return enterSource();
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@This Object source, @ReturnValue Object connection,
@@ -85,12 +76,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            try {
-                return JdbcCalls.enter();
-            } catch (Throwable e) {
-                Outermost.failed(e);
-                return Outermost.NESTED;
-            }
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@Param(1) String url, @ReturnValue Object connection,
@@ -119,12 +105,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            try {
-                return JdbcCalls.enter();
-            } catch (Throwable e) {
-                Outermost.failed(e);
-                return Outermost.NESTED;
-            }
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@Param(1) String url, @ReturnValue Object connection,
@@ -155,12 +136,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            try {
-                return JdbcCalls.enter();
-            } catch (Throwable e) {
-                Outermost.failed(e);
-                return Outermost.NESTED;
-            }
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@OnEnterResult Object call) {
@@ -200,12 +176,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            try {
-                return JdbcCalls.enter();
-            } catch (Throwable e) {
-                Outermost.failed(e);
-                return Outermost.NESTED;
-            }
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@This Object connection, @ReturnValue Object statement,
@@ -234,12 +205,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            try {
-                return JdbcCalls.enter();
-            } catch (Throwable e) {
-                Outermost.failed(e);
-                return Outermost.NESTED;
-            }
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@This Object connection, @ReturnValue Object statement,
@@ -352,12 +318,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            try {
-                return JdbcCalls.enter();
-            } catch (Throwable e) {
-                Outermost.failed(e);
-                return Outermost.NESTED;
-            }
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@This Object statement, @Param(1) String sql,
@@ -386,12 +347,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            try {
-                return JdbcCalls.enter();
-            } catch (Throwable e) {
-                Outermost.failed(e);
-                return Outermost.NESTED;
-            }
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@This Object statement, @OnEnterResult Object call) {
@@ -419,12 +375,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            try {
-                return JdbcCalls.enter();
-            } catch (Throwable e) {
-                Outermost.failed(e);
-                return Outermost.NESTED;
-            }
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@This Object connection, @OnEnterResult Object call) {
@@ -452,12 +403,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            try {
-                return JdbcCalls.enter();
-            } catch (Throwable e) {
-                Outermost.failed(e);
-                return Outermost.NESTED;
-            }
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@This Object connection, @Param(1) boolean isOn,
@@ -486,12 +432,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            try {
-                return JdbcCalls.enter();
-            } catch (Throwable e) {
-                Outermost.failed(e);
-                return Outermost.NESTED;
-            }
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@This Object object, @OnEnterResult Object call) {
@@ -527,12 +468,7 @@ public final class Databases {
         }
 
         public static Object onEnter() {
-            try {
-                return JdbcCalls.enter();
-            } catch (Throwable e) {
-                Outermost.failed(e);
-                return Outermost.NESTED;
-            }
+            return JdbcCalls.enter();
         }
 
         public static void onReturn(@This Object object, @OnEnterResult Object call) {

@@ -21,10 +21,12 @@ final class JdbcCalls {
 
     /** A call begins that makes no row yet. Null while the JVM starts. */
     static Object enter() {
-        if (!Outermost.isLive()) {
-            return null;
+        try {
+            return !Outermost.isLive() ? null : CALLS.enter() ? COUNTED : Outermost.NESTED;
+        } catch (Throwable e) {
+            Outermost.failed(e);
+            return Outermost.NESTED;
         }
-        return CALLS.enter() ? COUNTED : Outermost.NESTED;
     }
 
     /** Whether a call makes a row; leave follows in any case. */

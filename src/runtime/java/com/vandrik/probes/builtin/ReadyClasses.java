@@ -16,6 +16,7 @@ final class ReadyClasses {
             {"Databases", "DatabaseTables", "JdbcObjects", "JdbcCalls"},
             {"FileStreams"},
             {"FileChannels"},
+            {"J2EESupport", "J2EESupportCalls"},
             {"JUnitTests", "TestRuns"},
             {"Processes"},
             {"RandomAccessFiles"},

@@ -8,6 +8,7 @@ import com.vandrik.probes.Param;
 import com.vandrik.probes.StringColumn;
 import com.vandrik.probes.Table;
 import com.vandrik.probes.This;
+import com.vandrik.util.ThreadUtil;
 
 /**
  * Threads from their construction to their end, virtual ones too, and the names that they got on
@@ -18,7 +19,6 @@ public final class Threads {
     private static final NameHistory NAME_HISTORY = new NameHistory(LIFE_CYCLE);
     private static final ObjectRowIndexMap ROWS = new ObjectRowIndexMap();
 
-    private static final String AGENT_PREFIX = "VDKAgent-";
     private static final String SYSTEM_GROUP = "system";
     /** Made by the JVM to wait for the end of all others. */
     private static final String JVM_END = "DestroyJavaVM";
@@ -65,7 +65,7 @@ public final class Threads {
 
     private static boolean isHousekeeping(Thread thread) {
         String name = thread.getName();
-        if (name == null || name.startsWith(AGENT_PREFIX) || name.equals(JVM_END)) {
+        if (name == null || ThreadUtil.isAgentThreadName(name) || name.equals(JVM_END)) {
             return true;
         }
         String className = thread.getClass().getName();

@@ -18,6 +18,7 @@ public final class ExceptionListener extends PolledListener {
     private static final int PARTS = 100;
 
     private static boolean ourIsCounting;
+    private static long ourAskedMs = -1;
 
     /** Of the class; "*" stands for any text. */
     public String myClassPattern = "*";
@@ -50,6 +51,10 @@ public final class ExceptionListener extends PolledListener {
     @Override
     public void observe(long uptimeMs) {
         myNowMs = uptimeMs;
+        if (uptimeMs == ourAskedMs) {
+            return; // for all of them, by the first in this round
+        }
+        ourAskedMs = uptimeMs;
         String counts = Callback.takeExceptionCounts();
         if (counts.isEmpty()) {
             return;

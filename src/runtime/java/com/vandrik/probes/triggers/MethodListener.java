@@ -190,7 +190,7 @@ public final class MethodListener extends EventListener {
      * the agent's own threads do is no event.
      */
     private boolean claimCall() {
-        return !ThreadUtil.isAgentThread() &&
+        return !ThreadUtil.isAgentThread(Thread.currentThread()) &&
                 (!myIsOver || System.nanoTime() - myEndNs < LATE_CALLS_NS) && claimTrigger();
     }
 

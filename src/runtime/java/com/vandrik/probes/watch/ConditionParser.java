@@ -12,11 +12,14 @@ final class ConditionParser {
     private static final String[] COMPARISONS = {EQUAL, UNEQUAL, "<=", ">=", "<", ">", CONTAINS};
     private static final String[] SYMBOLS = {"&&", "||", "!", "(", ")", "[", "]", ".", "-"};
     private static final int LONGEST = 1000;
+    /** A condition is asked on any stack of the application, one call deeper for each. */
+    private static final int DEEPEST = 20;
 
     private final String myText;
     /** Where the token begins and ends; an empty one is the end. */
     private int myStart;
     private int myEnd;
+    private int myDepth;
 
     ConditionParser(String text) {
         myText = text;
@@ -52,13 +55,8 @@ final class ConditionParser {
     }
 
     private Condition single() {
-        if (skip("!")) {
-            return new Condition.Not(single());
-        }
-        if (skip("(")) {
-            Condition inner = any();
-            expect(")");
-            return inner;
+        if (token().equals("!") || token().equals("(")) {
+            return nested();
         }
         Operand left = operand();
         for (String operator : COMPARISONS) {
@@ -67,6 +65,22 @@ final class ConditionParser {
             }
         }
         return new Condition.Truth(left);
+    }
+
+    private Condition nested() {
+        if (++myDepth > DEEPEST) {
+            throw failure("! and ( within each other more than " + DEEPEST + " deep");
+        }
+        Condition inner;
+        if (skip("!")) {
+            inner = new Condition.Not(single());
+        } else {
+            expect("(");
+            inner = any();
+            expect(")");
+        }
+        myDepth--;
+        return inner;
     }
 
     private Operand operand() {

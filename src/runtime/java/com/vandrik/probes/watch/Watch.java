@@ -1,6 +1,7 @@
 package com.vandrik.probes.watch;
 
 import com.vandrik.runtime.Callback;
+import com.vandrik.util.ThreadUtil;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.ConcurrentLinkedQueue;
@@ -69,7 +70,7 @@ public final class Watch {
         try {
             long duration = Math.max(0, System.nanoTime() - start);
             Thread thread = Thread.currentThread();
-            if (!Watches.isOfAgent(thread)) {
+            if (!ThreadUtil.isAgentThread(thread)) {
                 int stripe = myCounters.stripeOf(thread);
                 myCounters.add(stripe, CALLS);
                 if (duration >= mySettings.shortestNs) {

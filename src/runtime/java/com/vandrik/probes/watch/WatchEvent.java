@@ -25,7 +25,7 @@ public final class WatchEvent {
         this.number = number;
         endMs = System.currentTimeMillis();
         durationNs = call.durationNs;
-        threadID = call.thread.getId();
+        threadID = ThreadIDs.of(call.thread);
         threadName = call.thread.getName();
         type = call.type.getName();
         method = call.method;

@@ -13,7 +13,6 @@ public final class Watches {
     private static final int MOST_WATCHES = 16; // a power of two
     private static final int LOOK_MS = 100;
     private static final long LONG_SERVICE_NS = 1000000000L;
-    private static final String AGENT_PREFIX = "VDKAgent-";
 
     /** By place; numbers are not used again. */
     private static final Watch[] ourWatches = new Watch[MOST_WATCHES];
@@ -45,10 +44,6 @@ public final class Watches {
         if (watch != null && start != 0) {
             watch.ended(start, type, method, signature, object, arguments, null, exception);
         }
-    }
-
-    static boolean isOfAgent(Thread thread) {
-        return thread.getName().startsWith(AGENT_PREFIX);
     }
 
     /** Returns when the loaded classes are woven. What fails has a text for the user. */

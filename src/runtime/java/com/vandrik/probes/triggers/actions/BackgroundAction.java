@@ -69,7 +69,7 @@ public abstract class BackgroundAction extends Action {
     /** At the end of the JVM: what has been asked for is done, if that does not take too long. */
     public static void awaitAll(long limitMs) {
         RunCommandAction.QUEUE.awaitEmpty(limitMs);
-        PostWebhookAction.QUEUE.awaitEmpty(limitMs);
+        PostWebhookAction.awaitAllSent(limitMs);
     }
 
     /** Refuses a text that needs an option which the agent was not given. */

@@ -56,10 +56,12 @@ final class BackgroundQueue {
         }
     }
 
-    /** Until all work is done, or so long. */
-    void awaitEmpty(long limitMs) {
-        for (long waitedMs = 0; myPending.get() != 0 && waitedMs < limitMs; waitedMs += STEP_MS) {
+    /** Until all work is done, or so long. Gives how long it was. */
+    long awaitEmpty(long limitMs) {
+        long waitedMs = 0;
+        for (; myPending.get() != 0 && waitedMs < limitMs; waitedMs += STEP_MS) {
             ThreadUtil.sleep(STEP_MS);
         }
+        return waitedMs;
     }
 }

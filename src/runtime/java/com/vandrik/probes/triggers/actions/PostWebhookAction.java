@@ -12,13 +12,18 @@ import java.io.IOException;
 import java.io.OutputStream;
 import java.net.HttpURLConnection;
 import java.net.URL;
+import java.util.ArrayList;
+import java.util.List;
 
 /**
  * Sends a message to a URL, as a JSON object. Classes of java.net are first used by the thread that
  * sends: the application may still have to set them up when the text is read.
  */
 public final class PostWebhookAction extends BackgroundAction implements NeedsOption {
-    static final BackgroundQueue QUEUE = new BackgroundQueue("VDKAgent-TriggerWebhooks", 100);
+    /** Of servers, which are not held up by each other; more than so many share theirs. */
+    private static final int MOST_QUEUES = 16;
+    private static final List<BackgroundQueue> QUEUES = new ArrayList<BackgroundQueue>();
+    private static final List<String> SERVERS = new ArrayList<String>();
 
     private static final String OPTION = "allowwebhooks";
     private static final int SERVER_FAULT = 500;
@@ -62,7 +67,33 @@ public final class PostWebhookAction extends BackgroundAction implements NeedsOp
 
     @Override
     protected BackgroundQueue getQueue() {
-        return QUEUE;
+        int server = myUrl.indexOf('/', "https://".length());
+        return queueOf(server < 0 ? myUrl : myUrl.substring(0, server));
+    }
+
+    private static synchronized BackgroundQueue queueOf(String server) {
+        int index = SERVERS.indexOf(server);
+        if (index >= 0) {
+            return QUEUES.get(index);
+        }
+        if (QUEUES.size() == MOST_QUEUES) {
+            return QUEUES.get((server.hashCode() & Integer.MAX_VALUE) % MOST_QUEUES);
+        }
+        SERVERS.add(server);
+        QUEUES.add(new BackgroundQueue("VDKAgent-TriggerWebhooks-" + QUEUES.size(), 100));
+        return QUEUES.get(QUEUES.size() - 1);
+    }
+
+    /** Until all is sent, or so long. */
+    static void awaitAllSent(long limitMs) {
+        long leftMs = limitMs;
+        for (BackgroundQueue queue : getQueues()) {
+            leftMs -= queue.awaitEmpty(leftMs);
+        }
+    }
+
+    private static synchronized BackgroundQueue[] getQueues() {
+        return QUEUES.toArray(new BackgroundQueue[0]);
     }
 
     @Override

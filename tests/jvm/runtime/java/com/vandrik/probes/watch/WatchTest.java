@@ -20,6 +20,7 @@ public final class WatchTest {
 
     /** Of a call with these arguments that took 1.5 ms and returned true. */
     private static final String[] HOLD = {
+            "!!!!!!!!!!!!!!!!!!!!true",
             "args[0] == 'Anna \"A\"'",
             "args[0]==\"Anna \\\"A\\\"\"",
             "args[0] ~ 'nna'",
@@ -90,6 +91,9 @@ public final class WatchTest {
             {"ms > 99999999999999999999", " 6 at \"99999999999999999999\": not a number"},
             {"ms > -", " 7 at the end: a number"},
             {"this.0 == 1", " 6 at \"0\": the name of a field"},
+            {"!(".repeat(10) + "(ms)"
+                     + ")".repeat(10),
+             " 21 at \"(\": ! and ( within each other"},
             {"price > 1", " 1 at \"price\": args[0], result, this"},
     };
 
