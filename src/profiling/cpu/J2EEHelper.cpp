@@ -8,6 +8,7 @@
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
 #include "profiling/PooledStrings.h"
+#include "profiling/cpu/TracedStack.h"
 #include "profiling/cpu/WallTimeCorrector.h"
 #include "profiling/events/ClassNameTags.h"
 #include "profiling/threads/CarrierThread.h"
@@ -63,7 +64,9 @@ bool isAtOrAbove(int ancestor, int frame) {
 
 // What the thread has been charged with in the frame, of which callees have their part.
 long readTime(ThreadInfo* info, int frame) {
+    foldTracedTime(info, frame);
     if (info->needsWallTimeCorrection) {
+        foldTracedTimes(info);
         WallTimeCorrector corrector;
         corrector.scheduleForCorrection(info);
         corrector.correctWallTimes();

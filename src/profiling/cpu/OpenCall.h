@@ -9,7 +9,18 @@ struct OpenCall {
 
     int method;
     bool filtered;
+    bool wall;       // its time is taken from the clock on the wall
     uintptr_t place; // on the thread's stack, which grows downwards, where its entry call ran
+};
+
+// One of those that have a frame.
+struct OpenFrame {
+    long startTime;
+    long startCount; // number of calls traced in the thread before it
+    long calleeTime; // what was charged to the calls made from there so far
+    int frame;
+    int method;
+    int slot; // of the thread's CallCache, where the call is or was
 };
 
 // What a thread knows of how its traced stack relates to the JVM's. Only the thread itself touches

@@ -10,23 +10,37 @@
 #include "profiling/cpu/TracedStack.h"
 #include "profiling/cpu/Tracing.h"
 #include "profiling/events/Exceptions.h"
+#include "profiling/threads/CarrierThread.h"
 #include "profiling/threads/MethodLookup.h"
 #include "profiling/threads/ThreadInfo.h"
 #include "profiling/threads/ZFrameStorage.h"
 
 namespace {
 
-long getCurrentThreadTimeNsByMethod(int method) {
-    return isWallTime(method) ? getTimeNs() : getCurrentThreadCPUTimeNs();
+long getCurrentThreadTimeNs(bool wall) {
+    return wall ? getTimeNs() : getCurrentThreadCPUTimeNs();
 }
 
 int joinMethodId(jshort low, jshort high) {
     return static_cast<int>(static_cast<unsigned>(high) << 16 | static_cast<unsigned short>(low));
 }
 
+// A carrier's while a virtual thread runs there.
+ThreadInfo* getNativeThread() {
+    ThreadInfo* const known = getNativeThreadInfo();
+    if (known != nullptr) {
+        return known;
+    }
+    ThreadInfo* const info = getStoredThreadInfo(nullptr);
+    if (info != nullptr && !info->carrierThread) {
+        setNativeThreadInfo(info); // it began before the agent
+    }
+    return info;
+}
+
 // The current thread's state, null if the thread is not traced. Takes no lock.
 ThreadInfo* getTracedThread() {
-    ThreadInfo* const info = ourVMInitCalled ? getStoredThreadInfo(nullptr) : getThreadInfo();
+    ThreadInfo* const info = ourVMInitCalled ? getNativeThread() : getThreadInfo();
     if (info == nullptr) {
         return nullptr;
     }
@@ -44,12 +58,39 @@ bool isOpen(ThreadInfo* info) {
     return isTracing() && canEnter(info) && info->traced.currentFrame != TracedStack::NO_FRAME;
 }
 
+// A call that the thread has not made before from here, or one of a thread of which little is
+// known.
+void enterUnknown(JNIEnv* env, ThreadInfo* info, int method, long now) {
+    LockHolder lock(ourLock, "Instrumentation:679");
+    if (!isTracing() || !canEnter(info)) {
+        return;
+    }
+    TracedStack& traced = info->traced;
+    const int parent = traced.currentFrame;
+    if (parent == TracedStack::NO_FRAME) {
+        rebuildStackTrace(env, info);
+    } else {
+        openCall(info, ourFrameStorage.getChild(parent, method), method, now, traced.callCounter++);
+    }
+    const int frame = traced.currentFrame;
+    Logger::assertNotEquals(frame, 0, VDK_HERE);
+    CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
+    record->count++;
+    record->stamp = ourDB->currentStamp;
+    if (parent != TracedStack::NO_FRAME) {
+        learnCall(info, parent, method, frame);
+    }
+    traced.fastPath.open();
+}
+
 void enterCall(JNIEnv* env, int method, uintptr_t place) {
     ThreadInfo* const info = getTracedThread();
     if (info == nullptr) {
         return;
     }
-    const bool filtered = (getMethodFlags(method) & METHOD_FILTERED) != 0;
+    const int flags = getMethodFlags(method);
+    const bool filtered = (flags & METHOD_FILTERED) != 0;
+    const bool wall = (flags & METHOD_WALL_TIME) != 0;
     ZVector<OpenCall>& markers = info->traced.ownMarkers();
     if (isSuspiciousEntry(info, method, place)) {
         LockHolder lock(ourLock);
@@ -58,27 +99,15 @@ void enterCall(JNIEnv* env, int method, uintptr_t place) {
         }
     }
     const bool collapses = filtered && !markers.isEmpty() && markers.peek().filtered;
-    markers.push({method, filtered, place});
+    markers.push({method, filtered, wall, place});
     if (collapses) {
         return;
     }
-    // Reading a clock costs as much as the rest, so it is not done under the lock.
-    const long now = getCurrentThreadTimeNsByMethod(method);
-    LockHolder lock(ourLock, "Instrumentation:679");
-    if (!isTracing() || !canEnter(info)) {
-        return;
+    // Reading a clock costs as much as the rest, so it is not done under a lock.
+    const long now = getCurrentThreadTimeNs(wall);
+    if (ourVMDeathCalled || !info->traced.enterKnown(method, now)) {
+        enterUnknown(env, info, method, now);
     }
-    if (info->traced.currentFrame == TracedStack::NO_FRAME) {
-        rebuildStackTrace(env, info);
-    } else {
-        openCall(info, now, info->traced.callCounter++);
-        info->traced.currentFrame = ourFrameStorage.getChild(info->traced.currentFrame, method);
-    }
-    const int frame = info->traced.currentFrame;
-    Logger::assertNotEquals(frame, 0, VDK_HERE);
-    CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
-    record->count++;
-    record->stamp = ourDB->currentStamp;
 }
 
 // Calls end without an exit where an exception leaves them and no handler tells of it.
@@ -98,6 +127,26 @@ void closeEndedCalls(JNIEnv* env, ThreadInfo* info, int method, uintptr_t place)
     }
 }
 
+void leaveUnknown(JNIEnv* env, ThreadInfo* info, const OpenCall& call, long now) {
+    LockHolder lock(ourLock, "Instrumentation:755");
+    if (!isOpen(info)) {
+        return;
+    }
+    TracedStack& traced = info->traced;
+    const int frame = traced.currentFrame;
+    if (ourFrameStorage.getMethodIndex(frame) != call.method) {
+        dropStackTrace(info, true);
+        return;
+    }
+    closeCall(info, now, call.wall, PLACE_EXIT);
+    traced.currentFrame = ourFrameStorage.getParent(frame);
+    learnCall(info, traced.currentFrame, call.method, frame);
+    if (traced.markers.isEmpty() && traced.watch.cut) {
+        followRealStack(env, info, call.method);
+    }
+    traced.fastPath.open();
+}
+
 void exitCall(JNIEnv* env, int method, uintptr_t place) {
     ThreadInfo* const info = getTracedThread();
     if (info == nullptr) {
@@ -111,24 +160,14 @@ void exitCall(JNIEnv* env, int method, uintptr_t place) {
     if (markers.isEmpty() || markers.peek().method != method) {
         return;
     }
-    const bool filtered = markers.pop().filtered;
-    if (filtered && !markers.isEmpty() && markers.peek().filtered) {
+    const OpenCall call = markers.pop();
+    if (call.filtered && !markers.isEmpty() && markers.peek().filtered) {
         return;
     }
-    const long now = getCurrentThreadTimeNsByMethod(method);
-    LockHolder lock(ourLock, "Instrumentation:755");
-    if (!isOpen(info)) {
-        return;
-    }
-    const int frame = info->traced.currentFrame;
-    if (ourFrameStorage.getMethodIndex(frame) != method) {
-        dropStackTrace(info, true);
-        return;
-    }
-    info->traced.currentFrame = ourFrameStorage.getParent(frame);
-    closeCall(info, frame, now, isWallTime(method), PLACE_EXIT);
-    if (markers.isEmpty() && info->traced.watch.cut) {
-        followRealStack(env, info, method);
+    const long now = getCurrentThreadTimeNs(call.wall);
+    const bool isStackRead = markers.isEmpty() && info->traced.watch.cut;
+    if (isStackRead || ourVMDeathCalled || !info->traced.leaveKnown(method, now, call.wall)) {
+        leaveUnknown(env, info, call, now);
     }
 }
 

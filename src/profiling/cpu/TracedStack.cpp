@@ -31,10 +31,6 @@ struct ThreadClocks {
     long wall;
 };
 
-bool isWallTimeFrame(int frame) {
-    return isWallTime(ourFrameStorage.getMethodIndex(frame));
-}
-
 // A frame's time must be at least the sum of its children's.
 void checkParent(ThreadInfo* info) {
     const int parent = ourFrameStorage.getParent(info->traced.currentFrame);
@@ -54,9 +50,16 @@ void checkParent(ThreadInfo* info) {
     }
 }
 
-void closeFrame(ThreadInfo* info, int frame, const ThreadClocks& now) {
-    const bool wall = isWallTimeFrame(frame);
-    closeCall(info, frame, now.of(wall), wall, wall ? PLACE_RESET_WALL : PLACE_RESET_CPU);
+void closeFrame(ThreadInfo* info, const ThreadClocks& now) {
+    const bool wall = isWallTime(info->traced.frames.peek().method);
+    closeCall(info, now.of(wall), wall, wall ? PLACE_RESET_WALL : PLACE_RESET_CPU);
+}
+
+void charge(ThreadInfo* info, int frame, long count, long timeNs) {
+    CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
+    record->count += count;
+    record->timeNs += timeNs;
+    record->stamp = ourDB->currentStamp;
 }
 
 // Of a run of filtered calls only the first has a frame.
@@ -76,10 +79,9 @@ void closeCallsAbove(ThreadInfo* info, int depth) {
     }
     const ThreadClocks now(info, true);
     for (; frames > 0; frames--) {
-        const int frame = info->traced.currentFrame;
-        Logger::assertTrue(frame > 0, VDK_HERE);
-        closeFrame(info, frame, now);
-        info->traced.currentFrame = ourFrameStorage.getParent(frame);
+        Logger::assertTrue(info->traced.currentFrame > 0, VDK_HERE);
+        closeFrame(info, now);
+        info->traced.currentFrame = ourFrameStorage.getParent(info->traced.currentFrame);
     }
 }
 
@@ -95,9 +97,8 @@ void openRealCalls(ThreadInfo* info, const ZVector<OpenCall>& real, int from) {
         const bool hasFrame = !collapses(calls, call.filtered);
         calls.push(call);
         if (hasFrame) {
-            info->traced.currentFrame =
-                ourFrameStorage.getChild(info->traced.currentFrame, call.method);
-            openCall(info, now.of(isWallTime(call.method)), info->traced.callCounter);
+            const int frame = ourFrameStorage.getChild(info->traced.currentFrame, call.method);
+            openCall(info, frame, call.method, now.of(call.wall), info->traced.callCounter);
         }
     }
 }
@@ -139,43 +140,121 @@ bool isWallTime(int method) {
     return (getMethodFlags(method) & METHOD_WALL_TIME) != 0;
 }
 
-void openCall(ThreadInfo* info, long now, long count) {
-    info->traced.startTimes.push(now);
-    info->traced.startCounts.push(count);
-    info->traced.calleeTimes.push(0);
+void openCall(ThreadInfo* info, int frame, int method, long now, long count) {
+    info->traced.frames.push({now, count, 0, frame, method, 0});
+    info->traced.currentFrame = frame;
 }
+
+namespace {
 
 // What tracing costs is taken off by its average: a call with many cheap calls below it loses more
 // than they cost, and so can end up with less than one of them was charged.
-void closeCall(ThreadInfo* info, int frame, long now, bool wall, int place) {
-    CPUProfilingRecord* const record = info->getCPUProfilingRecord(frame, true);
-    const long calls = info->traced.callCounter - info->traced.startCounts.pop();
-    const long time = getTimeDeltaNs(now, info->traced.startTimes.pop(), calls, place);
-    record->timeNs += time;
-    record->stamp = ourDB->currentStamp;
-    if (time < info->traced.calleeTimes.pop() || wall || ourOptions->handleBadTimes) {
-        info->needsWallTimeCorrection = true;
+long endInnermost(TracedStack& traced, long now, bool wall, int place) {
+    const OpenFrame ended = traced.frames.pop();
+    const long calls = traced.callCounter - ended.startCount;
+    const long time = getTimeDeltaNs(now, ended.startTime, calls, place);
+    if (time < ended.calleeTime || wall || ourOptions->handleBadTimes) {
+        traced.hasBadTimes = true;
     }
-    if (!info->traced.calleeTimes.isEmpty()) {
-        info->traced.calleeTimes.peek() += time;
+    if (!traced.frames.isEmpty()) {
+        traced.frames.peek().calleeTime += time;
+    }
+    return time;
+}
+
+} // namespace
+
+void closeCall(ThreadInfo* info, long now, bool wall, int place) {
+    const int frame = info->traced.frames.peek().frame;
+    charge(info, frame, 0, endInnermost(info->traced, now, wall, place));
+}
+
+bool TracedStack::openKnown(int method, long now) {
+    CallCache::Call* const call = cache.find(currentFrame, method);
+    if (call == nullptr || frames.getSize() == frames.getCapacity()) {
+        return false;
+    }
+    cache.charge(call, 1, 0);
+    frames.push({now, callCounter++, 0, call->frame, method, cache.slotOf(call)});
+    currentFrame = call->frame;
+    return true;
+}
+
+bool TracedStack::closeKnown(int method, long now, bool wall) {
+    if (frames.isEmpty() || frames.peek().method != method) {
+        return false;
+    }
+    const int depth = frames.getSize();
+    const int parent = depth == 1 ? 0 : frames[depth - 2].frame;
+    CallCache::Call* const call = cache.findAt(frames.peek().slot, parent, method);
+    if (call == nullptr) {
+        return false;
+    }
+    cache.charge(call, 0, endInnermost(*this, now, wall, PLACE_EXIT));
+    currentFrame = parent;
+    return true;
+}
+
+bool TracedStack::enterKnown(int method, long now) {
+    if (!fastPath.enter()) {
+        return false;
+    }
+    const bool isDone = openKnown(method, now);
+    fastPath.leave();
+    return isDone;
+}
+
+bool TracedStack::leaveKnown(int method, long now, bool wall) {
+    if (!fastPath.enter()) {
+        return false;
+    }
+    const bool isDone = closeKnown(method, now, wall);
+    fastPath.leave();
+    return isDone;
+}
+
+void learnCall(ThreadInfo* info, int parent, int method, int frame) {
+    info->traced.cache.learn(parent, method, frame, [info](const CallCache::Call& call) {
+        charge(info, call.frame, call.count, call.timeNs);
+    });
+}
+
+namespace {
+
+void foldFlag(ThreadInfo* info) {
+    if (info->traced.hasBadTimes) {
+        info->needsWallTimeCorrection = true;
+        info->traced.hasBadTimes = false;
     }
 }
 
+} // namespace
+
+void foldTracedTimes(ThreadInfo* info) {
+    info->traced.cache.foldAll(
+        [info](const CallCache::Call& call) { charge(info, call.frame, call.count, call.timeNs); });
+    foldFlag(info);
+}
+
+void foldTracedTime(ThreadInfo* info, int frame) {
+    info->traced.cache.foldCall(
+        ourFrameStorage.getParent(frame), ourFrameStorage.getMethodIndex(frame),
+        [info](const CallCache::Call& call) { charge(info, call.frame, call.count, call.timeNs); });
+    foldFlag(info);
+}
+
 void resetStackTrace(ThreadInfo* info, bool currentThread) {
-    if ((ourStatus & CPU_COUNTS_BIT) == 0) {
-        return;
-    }
     Logger::assertNotNULL(info, VDK_HERE);
-    if (info->traced.currentFrame == TracedStack::NO_FRAME) {
+    info->traced.fastPath.shut();
+    foldTracedTimes(info);
+    if ((ourStatus & CPU_COUNTS_BIT) == 0 || info->traced.currentFrame == TracedStack::NO_FRAME) {
         return;
     }
     const ThreadClocks now(info, currentThread);
-    for (int frame = info->traced.currentFrame; frame > 0;
-         frame = ourFrameStorage.getParent(frame)) {
-        closeFrame(info, frame, now);
+    while (!info->traced.frames.isEmpty()) {
+        closeFrame(info, now);
     }
-    Logger::assertTrue(info->traced.startTimes.isEmpty() && info->traced.startCounts.isEmpty(),
-                       VDK_HERE);
+    foldFlag(info);
     if (!info->needsWallTimeCorrection && info->traced.currentFrame > 0) {
         checkParent(info);
     }
@@ -183,22 +262,25 @@ void resetStackTrace(ThreadInfo* info, bool currentThread) {
 
 void restoreStackTrace(ThreadInfo* info, bool currentThread) {
     Logger::assertNotNULL(info, VDK_HERE);
+    ZVector<OpenFrame>& frames = info->traced.frames;
     if (info->traced.currentFrame == TracedStack::NO_FRAME) {
         return;
     }
-    Logger::assertTrue(info->traced.startTimes.isEmpty() && info->traced.startCounts.isEmpty(),
-                       VDK_HERE);
+    Logger::assertTrue(frames.isEmpty(), VDK_HERE);
     const ThreadClocks now(info, currentThread);
-    for (int frame = info->traced.currentFrame; frame > 0;
-         frame = ourFrameStorage.getParent(frame)) {
-        openCall(info, now.of(isWallTimeFrame(frame)), info->traced.callCounter);
+    const int innermost = info->traced.currentFrame;
+    for (int frame = innermost; frame > 0; frame = ourFrameStorage.getParent(frame)) {
+        const int method = ourFrameStorage.getMethodIndex(frame);
+        openCall(info, frame, method, now.of(isWallTime(method)), info->traced.callCounter);
     }
-    // The outermost frame's entry belongs at the bottom; the counts are all equal.
-    for (int low = 0, high = info->traced.startTimes.getSize() - 1; low < high; low++, high--) {
-        const long swapped = info->traced.startTimes[low];
-        info->traced.startTimes[low] = info->traced.startTimes[high];
-        info->traced.startTimes[high] = swapped;
+    info->traced.currentFrame = innermost;
+    // The outermost frame belongs at the bottom.
+    for (int low = 0, high = frames.getSize() - 1; low < high; low++, high--) {
+        const OpenFrame swapped = frames[low];
+        frames[low] = frames[high];
+        frames[high] = swapped;
     }
+    info->traced.fastPath.open();
 }
 
 void resetStackTraceForAllThreads() {
@@ -220,7 +302,7 @@ void rebuildStackTrace(JNIEnv* env, ThreadInfo* info) {
     info->traced.currentFrame =
         ourFrameStorage.fillCurrentFrameJVMTI(env, &info->traced.markers, &cut);
     Logger::assertNotEquals(info->traced.currentFrame, -1, VDK_HERE);
-    info->traced.forgetOpenCalls();
+    info->traced.frames.clear();
     restoreStackTrace(info, true);
     noteLook(info, cut);
 }
@@ -233,7 +315,7 @@ bool followRealStack(JNIEnv* env, ThreadInfo* info, int except) {
     }
     ZVector<OpenCall>& calls = info->traced.ownMarkers();
     if (info->traced.currentFrame == TracedStack::NO_FRAME) {
-        info->traced.forgetOpenCalls();
+        info->traced.frames.clear();
         calls.clear();
         info->traced.currentFrame = 0;
     }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "core/ground/ZVector.h"
+#include "profiling/cpu/CallCache.h"
+#include "profiling/cpu/FastPath.h"
 #include "profiling/cpu/OpenCall.h"
 
 #include <atomic>
@@ -25,18 +27,19 @@ class ThreadInfo;
 //   frame. The JIT may also move a frame, so an impossible place is only a reason to look; looks
 //   that were in vain become rarer.
 
-// The thread itself changes markers and watch, without a lock; everything else is guarded by
-// ourLock.
-struct TracedStack {
+// The thread itself changes markers and watch, without a lock; everything else is what fastPath and
+// ourLock guard. A call that the thread has made before from the same frame begins and ends on the
+// fast path; all others, and what else happens to a stack, under ourLock, which then learns them.
+// What the thread counts on the fast path comes to its rows when they are read (foldTracedTimes).
+struct alignas(64) TracedStack {
     static constexpr int NO_FRAME = -1;
 
-    // One element a frame: entry times, values of callCounter at entry, and the time that was
-    // charged to the calls made from there so far.
-    ZVector<long> startTimes;
-    ZVector<long> startCounts;
-    ZVector<long> calleeTimes;
-    long callCounter = 0;        // calls traced in this thread
+    FastPath fastPath;
     int currentFrame = NO_FRAME; // the innermost one, NO_FRAME while it is not known
+    bool hasBadTimes = false;    // a caller may have less time than its callees
+    long callCounter = 0;        // calls traced in this thread
+    ZVector<OpenFrame> frames;   // outermost first, up to currentFrame
+    CallCache cache;
     // All calls, filtered ones without a frame too. Others than the thread only ask it to forget.
     ZVector<OpenCall> markers{64};
     StackWatch watch;
@@ -50,24 +53,37 @@ struct TracedStack {
         }
         return markers;
     }
-    void forgetOpenCalls() {
-        startTimes.clear();
-        startCounts.clear();
-        calleeTimes.clear();
-    }
-    // Nothing is known of the thread any more.
+    // Nothing is known of the thread any more, and what it has counted is lost.
     void forget() {
+        fastPath.shut();
+        cache.forgetCharges();
+        hasBadTimes = false;
         currentFrame = NO_FRAME;
-        forgetOpenCalls();
+        frames.clear();
         markersForgotten = true;
     }
+
+    // On the thread itself, without ourLock: counts a call that begins, or charges the innermost
+    // one, which ends. False if that takes ourLock; nothing has happened then.
+    bool enterKnown(int method, long now);
+    bool leaveKnown(int method, long now, bool wall);
+
+private:
+    bool openKnown(int method, long now);
+    bool closeKnown(int method, long now, bool wall);
 };
 
 // All with ourLock held, except where told otherwise.
 
-// Closes all open frames of a thread, as if they returned now. currentFrame stays.
+// Adds what a thread has counted for itself to its rows. For others than the thread only between a
+// reset, which does it too, and a restore.
+void foldTracedTimes(ThreadInfo* info);
+// The same for one frame; on the thread itself.
+void foldTracedTime(ThreadInfo* info, int frame);
+// Closes all open frames of a thread, as if they returned now, and has its rows hold all that it
+// has counted. currentFrame stays.
 void resetStackTrace(ThreadInfo* info, bool currentThread);
-// Opens all frames from currentFrame up again.
+// Opens all frames from currentFrame up again. In between the thread waits for ourLock.
 void restoreStackTrace(ThreadInfo* info, bool currentThread);
 // The same for every live thread.
 void resetStackTraceForAllThreads();
@@ -82,10 +98,12 @@ constexpr int PLACE_EXIT = 1;
 constexpr int PLACE_RESET_CPU = 2;
 constexpr int PLACE_RESET_WALL = 3;
 
-// Opens the frame of a call that begins now.
-void openCall(ThreadInfo* info, long now, long count);
-// Charges the innermost open frame with its time up to now.
-void closeCall(ThreadInfo* info, int frame, long now, bool wall, int place);
+// Opens the frame of a call that begins now, which becomes the current one.
+void openCall(ThreadInfo* info, int frame, int method, long now, long count);
+// Charges the innermost open frame with its time up to now. currentFrame stays.
+void closeCall(ThreadInfo* info, long now, bool wall, int place);
+// A call of this frame may begin without ourLock from now on.
+void learnCall(ThreadInfo* info, int parent, int method, int frame);
 // Builds the traced stack of a thread of which nothing is known.
 void rebuildStackTrace(JNIEnv* env, ThreadInfo* info);
 

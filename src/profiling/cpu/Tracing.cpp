@@ -145,7 +145,10 @@ void stopCPUProfilingImpl(JNIEnv* env, bool log) {
         }
         tracing = (ourStatus & CPU_COUNTS_BIT) != 0;
         if (tracing) {
-            eachThreadInfo([](ThreadInfo* info) { dropStackTrace(info, false); });
+            eachThreadInfo([](ThreadInfo* info) {
+                dropStackTrace(info, false);
+                info->traced.cache.clear();
+            });
         }
         forgetOpenEvents();
         ourStatus &= ~CPU_PROFILING;

@@ -8,7 +8,8 @@
 
 namespace {
 
-thread_local ThreadInfo* ourNativeThreadInfo = nullptr;
+// Of the threads' fixed block, so that finding it takes no call.
+thread_local ThreadInfo* ourNativeThreadInfo __attribute__((tls_model("initial-exec"))) = nullptr;
 
 // For a thread that began before the agent.
 ThreadInfo* askForCarrier() {

@@ -71,7 +71,8 @@ bool readTracedCalls(JNIEnv* env, int most, ZVector<OpenCall>& calls) {
         const int method = getMethodByID(env, frames[i].method);
         const int flags = getMethodFlags(method);
         if ((flags & METHOD_HIDDEN) == 0 && (flags & METHOD_INSTRUMENTED) != 0) {
-            calls.push({method, (flags & METHOD_FILTERED) != 0, OpenCall::UNKNOWN_PLACE});
+            calls.push({method, (flags & METHOD_FILTERED) != 0, (flags & METHOD_WALL_TIME) != 0,
+                        OpenCall::UNKNOWN_PLACE});
         }
     }
     return count < most;

@@ -5,10 +5,14 @@
 #include "core/jvm/CallbackNatives.h"
 #include "profiling/cpu/TracedStack.h"
 #include "profiling/cpu/Tracing.h"
+#include "profiling/threads/CarrierThread.h"
 #include "profiling/threads/MethodLookup.h"
 #include "profiling/threads/ZFrameStorage.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -31,6 +35,7 @@ protected:
         info.traced.currentFrame = 0;
     }
     ~TracedCallsTest() override {
+        setNativeThreadInfo(nullptr);
         ourVMInitCalled = false;
         setCalibration(0);
     }
@@ -67,9 +72,11 @@ protected:
         return frame;
     }
     long countOf(std::initializer_list<int> methods) {
+        foldTracedTimes(&info);
         return info.getCPUProfilingRecord(frameOf(methods), true)->count;
     }
     long timeOf(std::initializer_list<int> methods) {
+        foldTracedTimes(&info);
         return info.getCPUProfilingRecord(frameOf(methods), true)->timeNs;
     }
     static void burn(long ns) {
@@ -168,6 +175,51 @@ TEST_F(TracedCallsTest, callsOpenAtAFetchAreChargedOnceAndCheckedAsWell) {
     EXPECT_EQ(0, info.traced.currentFrame);
 }
 
+// Readers take ourLock, and the thread does not; they also forget what it stands in.
+TEST_F(TracedCallsTest, nothingIsLostOrCountedTwiceWhileOthersReadAndForget) {
+    const int rounds = 100000;
+    std::atomic<bool> done{false};
+    std::thread thread([&] {
+        setNativeThreadInfo(&info);
+        for (int i = 0; i < rounds; i++) {
+            enter(A);
+            enter(i % 1000 == 0 ? C : B);
+            enter(B);
+            leave(B);
+            leave(i % 1000 == 0 ? C : B);
+            leave(A);
+        }
+        setNativeThreadInfo(nullptr);
+        done = true;
+    });
+    const std::vector<std::vector<int>> paths = {{A}, {A, B}, {A, C}, {A, B, B}, {A, C, B}};
+    std::vector<long> counts(paths.size());
+    const auto readAndForget = [&] {
+        for (size_t i = 0; i < paths.size(); i++) {
+            int frame = 0;
+            for (const int method : paths[i]) {
+                frame = ourFrameStorage.getChild(frame, rows[method]);
+            }
+            CPUProfilingRecord* const row = info.getCPUProfilingRecord(frame, true);
+            counts[i] += row->count;
+            row->count = 0;
+        }
+        info.clearCPUAndJ2EEInfo();
+    };
+    for (int turn = 0; !done; turn++) {
+        LockHolder lock(ourLock);
+        resetStackTrace(&info, false);
+        if (turn % 8 == 0) {
+            readAndForget();
+        }
+        restoreStackTrace(&info, false);
+    }
+    thread.join();
+    resetStackTrace(&info, false);
+    readAndForget();
+    EXPECT_EQ((std::vector<long>{rounds, rounds - 100, 100, rounds - 100, 100}), counts);
+}
+
 TEST_F(TracedCallsTest, onlyTheCalibratingThreadIsTracedDuringCalibration) {
     setCalibration(-1);
     enter(A);
@@ -175,8 +227,9 @@ TEST_F(TracedCallsTest, onlyTheCalibratingThreadIsTracedDuringCalibration) {
     EXPECT_EQ(0, countOf({A}));
     ThreadInfo calibrating("VDKAgent-Calibration", nullptr, 0, nullptr);
     calibrating.traced.currentFrame = 0;
-    jvm.storedInfo = &calibrating;
+    setNativeThreadInfo(&calibrating);
     enter(A);
     leave(A);
+    foldTracedTimes(&calibrating);
     EXPECT_EQ(1, calibrating.getCPUProfilingRecord(frameOf({A}), true)->count);
 }

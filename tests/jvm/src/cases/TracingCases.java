@@ -8,6 +8,7 @@ import java.util.Map;
 import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
+import jvmtest.Sampling;
 import jvmtest.Tables;
 import jvmtest.Target;
 import jvmtest.Tracing;
@@ -100,6 +101,33 @@ public final class TracingCases {
         }
         // Classes loaded before an attach are rewritten as tracing starts.
         Check.equal(target.log().contains("Class retransform completed"), target.attached, "log");
+        target.finish();
+    }
+
+    /** Threads count for themselves; who reads or clears meanwhile gets all of it, and once. */
+    @Case(fixture = KnownCalls.class, attach = false)
+    static void countsAreExactWhileTheyAreReadAndClearedAllTheTime(Target target) throws Exception {
+        Tracing.start(target, "");
+        target.send("go");
+        target.send("go");
+        Tables followed = new Tables();
+        while (!target.output().contains("done 2\n")) {
+            Tracing.fetchInto(target, followed);
+            followed.checkTimes();
+            Sampling.capture(target);
+        }
+        Tracing.fetchInto(target, followed);
+        followed.checkTimes();
+        checkCounts(followed, 2);
+        checkCounts(Tracing.fetch(target), 2);
+        target.send("go");
+        while (!target.output().contains("done 3\n")) {
+            Tracing.clear(target);
+            Tracing.fetch(target).checkTimes();
+        }
+        Tracing.clear(target);
+        target.ask("go", "done 4");
+        checkCounts(Tracing.fetch(target), 1);
         target.finish();
     }
 

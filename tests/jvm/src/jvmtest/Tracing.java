@@ -47,10 +47,15 @@ public final class Tracing {
 
     public static Tables fetch(Target target) throws Exception {
         Tables tables = new Tables();
+        fetchInto(target, tables);
+        return tables;
+    }
+
+    /** Brings tables up to date by what has changed since they were fetched. */
+    public static void fetchInto(Target target, Tables tables) throws Exception {
         try (AgentClient client = target.client()) {
             client.updateTables(CPU_TABLES, tables);
         }
-        return tables;
     }
 
     /** Nothing that a JVM says of its own about the agent stands in the program's output. */
