@@ -9,7 +9,7 @@ public:
     // last RENEWAL_NS, and behind it by what an interrupt took. No lock; not from signal handlers.
     static long readNs();
 
-    // Whether it is read in user space, found out once by a trial of some microseconds. Gives it
+    // Whether it is read in user space, found out once by a trial of a millisecond. Gives it
     // up for good where the clock turns out to run ahead too far.
     static bool isInUserSpace();
 
