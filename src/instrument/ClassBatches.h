@@ -58,6 +58,14 @@ public:
     // A batch at a time, the application running on in between. Classes that wait for rewriting get
     // only what is switched while the JVM runs.
     int retransformInBatches();
+    // The next batch of these: as many classes as the JVM will stand still for some 40 ms for, by
+    // what the last one took. False when none is left.
+    bool retransformSome();
+    int getPlace() const { return place; } // classes of the batches so far, failed ones among them
+    int getDone() const { return done; }
+    // Of a batch: from the last class that a hook was shown to the end, which takes in all of the
+    // time for which the JVM stood still.
+    long getLongestStopNs() const { return longestStopNs; }
     // "error=62:JVMTI_ERROR_FAILS_VERIFICATION" of the last that failed; empty if none did.
     ZString getFailure() const;
 
@@ -65,7 +73,16 @@ private:
     JNIEnv* env;
     ZVector<jclass> classes;
     jvmtiError lastError = JVMTI_ERROR_NONE;
+    int place = 0;
+    int done = 0;
+    int batch = FIRST_BATCH;
+    long longestStopNs = 0;
+
+    static constexpr int FIRST_BATCH = 200;
 };
+
+// The hook has been shown a class that this thread redefines.
+void noteClassOffered();
 
 // Whether a class waits while a switch of calls rewrites classes: it gets back what it had, and
 // those calls alone.

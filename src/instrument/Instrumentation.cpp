@@ -1,5 +1,6 @@
 #include "instrument/Instrumentation.h"
 
+#include "classfile/ClassScan.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
 #include "core/ground/Options.h"
@@ -13,6 +14,7 @@
 #include "instrument/LoadedClass.h"
 #include "instrument/LoaderDelegation.h"
 #include "instrument/LoaderReach.h"
+#include "instrument/OnDemandCalls.h"
 #include "instrument/Patchers.h"
 #include "instrument/ProbeChanges.h"
 #include "instrument/ProbePasses.h"
@@ -66,6 +68,11 @@ bool listsWrappedNatives(const ZString& name) {
         }
     }
     return false;
+}
+
+// The rows of the methods may tell that they carry calls.
+bool isMarkedAsTraced(const ZString& name) {
+    return ourOptions->onDemand && WantedCalls::mayCarryRecording(name);
 }
 
 // Texts and bytes of the class at work, kept so that their memory is taken once. ourLock.
@@ -139,6 +146,7 @@ public:
                                   ourParameters.data());
     }
     void methodInstrumented(int id) override { ourInstrumentedIds.push(id); }
+    static void forgetInstrumented() { ourInstrumentedIds.clear(); }
     // The JVM has the rewritten class: its methods carry the calls that were inserted.
     void confirm() {
         for (int i = 0; i < ourInstrumentedIds.getSize(); i++) {
@@ -243,6 +251,10 @@ bool rewrite(ClassFile& classFile, const ZString& name, const NativeSelection* n
                                                     &hasCatches) ||
                   changed;
         WantedCalls::onRewritten(name, wanted.calls, hasCatches);
+    }
+    if (isMarkedAsTraced(name) && !wanted.calls.has(CALLS_TRACING)) {
+        DatabaseMethodIds::forgetInstrumented();
+        forgetInstrumentation(classFile, ids);
     }
     if (isProbed) {
         changed = probes.weave(ProbePasses::BEHIND_TRACING) || changed;
@@ -395,6 +407,7 @@ void handleOffer(const OfferedClass& given, jint* newLength, unsigned char** new
     if (offered.redefined == nullptr) {
         rememberLoadedClass(offered.env, name, offered.loader);
         noteLoadedWhileProbesChange(name);
+        noteLoadedWhileCallsCome(name);
     }
     if (!mayCallAgent(offered, name)) {
         logClass(dottedName(name), "skipping: its class loader does not find the agent");
@@ -467,6 +480,25 @@ void logClass(const ZString& dottedName, const char* text) {
     Logger::detail(phasePrefix() + dottedName + ": " + text);
 }
 
+namespace {
+
+// Whether no pass has anything to do, as far as can be told without taking the class apart.
+bool hasNoWork(const ZString& name, int length, const unsigned char* data,
+               const NativeSelection* natives) {
+    const CallSet wanted = WantedCalls::now();
+    if (wanted.has(BODY_CALLS) || isMarkedAsTraced(name) || Probes::mayApply(name)) {
+        return false;
+    }
+    if (natives == nullptr && !wanted.has(CALLS_LOADERS)) {
+        return true;
+    }
+    const ClassScan scan(data, length);
+    return !(natives != nullptr && scan.hasNatives()) &&
+           !(wanted.has(CALLS_LOADERS) && scan.hasLoadClass());
+}
+
+} // namespace
+
 void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigned char* data,
                                   jint* newLength, unsigned char** newData,
                                   const NativeSelection* natives) {
@@ -486,8 +518,7 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
     if (isOwn && !isProbe) {
         return;
     }
-    if (!WantedCalls::now().has(BODY_CALLS) && natives == nullptr && !isProbe &&
-        !Probes::mayApply(name)) {
+    if (!isProbe && hasNoWork(name, length, data, natives)) {
         return;
     }
     if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 && !ourVMInitCalled) {
@@ -543,6 +574,9 @@ void JNICALL class_file_load_hook_handler(jvmtiEnv*, JNIEnv* env, jclass classBe
         *newClassDataLength = 0;
         *newClassData = nullptr;
     }
+    if (classBeingRedefined != nullptr) {
+        noteClassOffered();
+    }
 }
 
 void logInstrumentationTotals() {
@@ -561,12 +595,25 @@ void redefineCallback(JNIEnv* env) {
     redefineImpl();
 }
 
+namespace {
+
+// With `ondemand` the classes have got their calls by then.
+void retransformEarlierClasses(JNIEnv* env, ClassNameFilter* filter) {
+    if (!ourOptions->onDemand) {
+        retransformClassesLoadedBeforeAgentWasAttached(env, filter);
+    }
+}
+
+} // namespace
+
 void installInstrumentation(const unsigned char* callback, int callbackSize) {
     ourCallbackClass = callback;
     ourCallbackClassSize = callbackSize;
     ourConsumedEvents.classFileLoadHook = class_file_load_hook_handler;
     ourConsumedEvents.exceptionCatch = exception_catch;
+    ourTracingSwitch.takeCalls = takeRecordingCalls;
+    ourTracingSwitch.giveCalls = giveRecordingCalls;
     ourTracingSwitch.redefineCallback = redefineCallback;
-    ourTracingSwitch.retransformLoadedClasses = retransformClassesLoadedBeforeAgentWasAttached;
+    ourTracingSwitch.retransformLoadedClasses = retransformEarlierClasses;
     ourTracingSwitch.switchExceptionCalls = switchExceptionCalls;
 }

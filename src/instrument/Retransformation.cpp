@@ -227,7 +227,9 @@ void retransformClassesLoadedBeforeAgentWasAttached(JNIEnv* env, ClassNameFilter
             ourJVMTI2 = nullptr;
         }
     }
-    if (classes.getSize() > 0) {
+    // Otherwise they get their calls when somebody records.
+    const bool isWanted = WantedCalls::now().has(TRACING_CALLS.with(ALLOCATION_CALLS));
+    if (classes.getSize() > 0 && isWanted) {
         classes.retransformAtOnce();
         Logger::message("Class retransform completed");
     }

@@ -3,6 +3,7 @@
 #include "core/ground/Globals.h"
 #include "core/ground/NameBits.h"
 #include "core/ground/Options.h"
+#include "core/ground/WildcardMatch.h"
 #include "instrument/Instrumentation.h"
 #include "probes/Filter.h"
 #include "probes/Probes.h"
@@ -14,6 +15,21 @@ std::atomic<unsigned> ourSwitchedKinds{0};
 ClassNameFilter* ourCatchFilter = nullptr;
 NameBits<1U << 17> ourCatching;
 NameBits<1U << 17> ourCarriers;
+NameBits<1U << 17> ourRecordingCarriers;
+ZVectorSafe<ZString>& ourTracedOnly = *new ZVectorSafe<ZString>(); // dotted
+
+// Calls that are wanted wherever they may ever run, as they are switched by the class Callback.
+CallSet recordingCalls() {
+    const long capabilities = ourCapabilities;
+    CallSet calls;
+    if ((capabilities & CAPABILITY_CAN_TRACE) != 0) {
+        calls = calls.with(TRACING_CALLS);
+    }
+    if ((capabilities & CAPABILITY_CAN_RECORD_ALLOCATIONS) != 0) {
+        calls = calls.with(ALLOCATION_CALLS);
+    }
+    return calls;
+}
 
 bool passesCatchFilter(const ZString& name) {
     if (ourCatchFilter == nullptr) {
@@ -27,25 +43,24 @@ bool passesCatchFilter(const ZString& name) {
 // Whether the hook has parsed every class that this JVM has.
 bool sawAllClasses() {
     const long parsing = CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS;
-    return (ourCapabilities & parsing) != 0 && (ourCapabilities & CAPABILITY_ATTACHED_AGENT) == 0;
+    return (ourCapabilities & parsing) != 0 && (ourCapabilities & CAPABILITY_ATTACHED_AGENT) == 0 &&
+           !ourOptions->onDemand;
 }
 
 } // namespace
 
 CallSet WantedCalls::now() {
-    const long capabilities = ourCapabilities;
     CallSet wanted(ourSwitchedKinds);
-    if ((capabilities & CAPABILITY_CAN_TRACE) != 0) {
-        wanted = wanted.with(TRACING_CALLS);
-    }
-    if ((capabilities & CAPABILITY_CAN_RECORD_ALLOCATIONS) != 0) {
-        wanted = wanted.with(ALLOCATION_CALLS);
+    const CallSet ofRecordings = recordingCalls();
+    if (!ourOptions->onDemand) {
+        wanted = wanted.with(ofRecordings);
     }
     if (Probes::areThere()) {
         wanted = wanted.with(CALLS_PROBES).with(CALLS_GUARDS);
     }
     // Classes outside the JDK have to find what is called.
-    if (wanted.has(BODY_CALLS.without(CALLS_CREATED).with(CALLS_PROBES))) {
+    if (wanted.has(BODY_CALLS.without(CALLS_CREATED).with(CALLS_PROBES)) ||
+        !ofRecordings.isEmpty()) {
         wanted = wanted.with(CALLS_LOADERS);
     }
     return ourOptions->disableNatives ? wanted : wanted.with(CALLS_NATIVES);
@@ -68,6 +83,9 @@ ClassCalls WantedCalls::ofClass(ClassFile& classFile, bool unasked) {
     if (wanted.has(CALLS_PROBES) && !Probes::mayApply(name)) {
         wanted = wanted.without(CALLS_PROBES);
     }
+    if (wanted.has(TRACING_CALLS) && !isTraced(name)) {
+        wanted = wanted.without(TRACING_CALLS);
+    }
     if (unasked) {
         wanted = wanted.without(TRACING_CALLS.with(ALLOCATION_CALLS));
     }
@@ -75,6 +93,9 @@ ClassCalls WantedCalls::ofClass(ClassFile& classFile, bool unasked) {
 }
 
 void WantedCalls::onRewritten(const ZString& name, CallSet calls, bool hasCatches) {
+    if (calls.has(TRACING_CALLS.with(ALLOCATION_CALLS))) {
+        ourRecordingCarriers.add(name);
+    }
     if (!hasCatches) {
         return;
     }
@@ -112,4 +133,37 @@ bool WantedCalls::isAffected(const ZString& name, CallSet kinds) {
 
 void WantedCalls::forgetCarriers() {
     ourCarriers.clear();
+}
+
+void WantedCalls::setTracedOnly(const ZString& patterns) {
+    ourTracedOnly.clear();
+    ZVectorSafe<ZString> pieces;
+    patterns.split(";", pieces);
+    for (int i = 0; i < pieces.getSize(); i++) {
+        if (!pieces[i].isEmpty()) {
+            ourTracedOnly.push(pieces[i]);
+        }
+    }
+}
+
+bool WantedCalls::isTraced(const ZString& name) {
+    if (ourTracedOnly.isEmpty()) {
+        return true;
+    }
+    ZString dotted = name;
+    dotted.replaceAll('/', '.');
+    for (int i = 0; i < ourTracedOnly.getSize(); i++) {
+        if (wildcardMatch(ourTracedOnly[i].c_str(), dotted.c_str())) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool WantedCalls::mayCarryRecording(const ZString& name) {
+    return ourRecordingCarriers.mayHave(name);
+}
+
+void WantedCalls::forgetRecording() {
+    ourRecordingCarriers.clear();
 }

@@ -10,9 +10,10 @@ class ClassNameFilter;
 // DESCRIPTION
 //   The set follows from what is wanted at this moment, what the class is, and the JVM. Calls of
 //   tracing and of allocations are wanted from the start on wherever these may ever run, since they
-//   are switched by the class Callback. Others are switched here while the JVM runs: the load hook
-//   asks for each class, as it is loaded and whenever it is retransformed, so after a switch the
-//   loaded classes for which isAffected holds have to be retransformed.
+//   are switched by the class Callback; with the option `ondemand` they are switched here as the
+//   others are, while the JVM runs: the load hook asks for each class, as it is loaded and whenever
+//   it is retransformed, so after a switch the loaded classes for which isAffected holds have to be
+//   retransformed (OnDemandCalls.h for those of recordings).
 // IMPLEMENTATION
 //   Which classes have a `catch`, and which carry calls there, is kept as bits by the hash of the
 //   name: a few classes too many are retransformed, and the memory does not grow.
@@ -25,7 +26,7 @@ public:
     // What a class carries that is being loaded or retransformed. unasked: it was there before the
     // agent, and is retransformed for the sake of a switch alone.
     static ClassCalls ofClass(ClassFile& classFile, bool unasked);
-    // The hook has rewritten the class.
+    // The hook has rewritten the class, or left it as it is.
     static void onRewritten(const ZString& name, CallSet calls, bool hasCatches);
 
     // Switches kinds on that are not wanted from the start on, or off. Classes that carry calls at
@@ -38,4 +39,12 @@ public:
     // are on, what may take them, and else what may carry them. Internal name.
     static bool isAffected(const ZString& name, CallSet kinds);
     static void forgetCarriers();
+
+    // With `ondemand`: calls of tracing come only into classes of these patterns, ";" between them;
+    // empty for all.
+    static void setTracedOnly(const ZString& patterns);
+    static bool isTraced(const ZString& name);
+    // Whether the class was given calls of a recording since they were last forgotten.
+    static bool mayCarryRecording(const ZString& name);
+    static void forgetRecording();
 };

@@ -7,6 +7,7 @@
 #include "core/ground/Guard.h"
 #include "core/ground/JavaNames.h"
 #include "core/ground/Options.h"
+#include "core/jvm/AgentThread.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/EventGate.h"
 #include "core/jvm/JNIUtils.h"
@@ -38,7 +39,6 @@
 namespace {
 
 const char CORE_CLASS[] = "com/vandrik/runtime/Core";
-const jint AGENT_THREAD_PRIORITY = 10;
 const long SNAPSHOT_ON_EXIT_BITS = ALLOCATION_RECORDING_BIT | CPU_TIMES_BIT | MONITORS_BIT;
 const jvmtiEvent DATA_DUMP_REQUEST = JVMTI_EVENT_DATA_DUMP_REQUEST;
 
@@ -124,12 +124,6 @@ bool callCoreInit(JNIEnv* env) {
 
 void JNICALL detector_thread_entry(jvmtiEnv*, JNIEnv*, void*) {
     runGuarded(VDK_HERE, [] { oome_snapshot_detector(); });
-}
-
-void runAgentThread(JNIEnv* env, const char* name, jvmtiStartFunction body) {
-    jthread thread = createThread(env, name);
-    CHECK_JVMTI(ourJVMTI->RunAgentThread(thread, body, nullptr, AGENT_THREAD_PRIORITY));
-    env->DeleteLocalRef(thread);
 }
 
 // Starts a mode that the options ask for. One that fails leaves the others: the log tells.
@@ -311,18 +305,6 @@ void threadEndImpl(JNIEnv* env, jthread thread) {
 }
 
 } // namespace
-
-jthread createThread(JNIEnv* env, const char* name) {
-    jclass threadClass = findClass(env, "java/lang/Thread");
-    jmethodID constructor = env->GetMethodID(threadClass, "<init>", "(Ljava/lang/String;)V");
-    ASSERT_JNI(env);
-    jstring javaName = newString(env, name);
-    jthread thread = env->NewObject(threadClass, constructor, javaName);
-    ASSERT_JNI(env);
-    env->DeleteLocalRef(javaName);
-    env->DeleteLocalRef(threadClass);
-    return thread;
-}
 
 void agentStart(JNIEnv* env) {
     Logger::message("agentStart: 1");

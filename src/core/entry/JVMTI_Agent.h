@@ -62,9 +62,6 @@ bool agentInit(JNIEnv* env);
 // The modes that the options ask for.
 void startProfiling(JNIEnv* env);
 
-// A new java.lang.Thread, not started, as a local reference.
-jthread createThread(JNIEnv* env, const char* name);
-
 // Gives the thread its ThreadInfo. A native id of 0 means another thread than the current one: a
 // global reference to it is kept.
 void threadStartImpl(JNIEnv* env, jthread thread, long nativeID);

@@ -15,6 +15,8 @@ public:
     bool tracing = false;
     bool noJ2EE = false;
     bool disableNatives = false;
+    bool onDemand = false; // calls of tracing and allocations are in the classes only while needed
+    ZString traceOnly;     // class patterns, ";" between them: tracing rewrites no other class
     bool probeWarningsAsErrors = false;
     bool allocEachSet = false;
     int allocEach = 10;

@@ -82,23 +82,19 @@ void checkMode(long mode) {
 }
 
 // Sets the bits and filters of a mode. False if one is active already.
-bool enterCPUMode(long mode, const ZString* filters, const ZString* wallTimeSpec,
-                  ZString* usedFilters, ZString* usedWallTimeSpec) {
+bool enterCPUMode(long mode, const ZString& filters, const ZString& wallTimeSpec) {
     LockHolder lock(ourLock, "CoreNatives:275");
     if ((ourStatus & CPU_TIMES_BIT) != 0) {
         return false;
     }
     checkMode(mode);
-    *usedFilters = textOrFile(filters, Filter::readFilterSpecFromFile, ourOptions->filters);
-    *usedWallTimeSpec =
-        textOrFile(wallTimeSpec, Filter::readWallTimeSpecFromFile, ourOptions->wallTimeSpec);
-    Filter::reloadFilters(*usedFilters, *usedWallTimeSpec);
+    Filter::reloadFilters(filters, wallTimeSpec);
     eachThreadInfo([](ThreadInfo* info) { info->sampled.forgetLastSample(); });
     ourStatus |= mode;
     ourContainsInvocations = (ourStatus & CPU_COUNTS_BIT) != 0;
     if (ourCalibration != -1) {
-        ourUsedSettings.filters = *usedFilters;
-        ourUsedSettings.wallTimeSpec = *usedWallTimeSpec;
+        ourUsedSettings.filters = filters;
+        ourUsedSettings.wallTimeSpec = wallTimeSpec;
         ourUsedSettings.containsInvocations = ourContainsInvocations;
     }
     return true;
@@ -106,17 +102,37 @@ bool enterCPUMode(long mode, const ZString* filters, const ZString* wallTimeSpec
 
 } // namespace
 
+TakenCalls::TakenCalls(JNIEnv* javaEnv, int takenFor, const ZString* filters)
+    : env(javaEnv), recording(ourTracingSwitch.takeCalls == nullptr ? 0 : takenFor) {
+    if (recording != 0) {
+        ourTracingSwitch.takeCalls(env, recording, filters);
+    }
+}
+
+TakenCalls::~TakenCalls() {
+    if (recording != 0) {
+        runGuarded(VDK_HERE, [&] { ourTracingSwitch.giveCalls(env, recording); });
+    }
+}
+
 bool startCPUProfilingImpl(JNIEnv* env, long mode, const ZString* filters,
                            const ZString* wallTimeSpec, ZString* usedFilters,
                            ZString* usedWallTimeSpec) {
     if ((mode & CPU_J2EE_BIT) != 0) {
         J2EEHelper::prepare(env);
     }
-    if (!enterCPUMode(mode, filters, wallTimeSpec, usedFilters, usedWallTimeSpec)) {
+    *usedFilters = textOrFile(filters, Filter::readFilterSpecFromFile, ourOptions->filters);
+    *usedWallTimeSpec =
+        textOrFile(wallTimeSpec, Filter::readWallTimeSpecFromFile, ourOptions->wallTimeSpec);
+    const bool tracing = (mode & CPU_COUNTS_BIT) != 0;
+    const bool isFree = (ourStatus & CPU_TIMES_BIT) == 0;
+    TakenCalls calls(env, tracing && isFree ? RECORDING_TRACES : 0, usedFilters);
+    if (!enterCPUMode(mode, *usedFilters, *usedWallTimeSpec)) {
         return false;
     }
+    calls.keep();
     updateExceptionEvents();
-    if ((mode & CPU_COUNTS_BIT) != 0) {
+    if (tracing) {
         // Redefinition runs inside the JVM for long and comes back through the class load hook, so
         // the lock is not held.
         ourTracingSwitch.redefineCallback(env);
@@ -156,6 +172,9 @@ void stopCPUProfilingImpl(JNIEnv* env, bool log) {
     updateExceptionEvents();
     if (tracing) {
         ourTracingSwitch.redefineCallback(env);
+        if (ourTracingSwitch.giveCalls != nullptr) {
+            ourTracingSwitch.giveCalls(env, RECORDING_TRACES);
+        }
     }
     if (log) {
         userMessage(env, tracing ? "CPU tracing stopped" : "CPU sampling stopped");
@@ -212,6 +231,12 @@ bool isStartable(long mode) {
 }
 
 } // namespace
+
+void calibrateOnce(JNIEnv* env) {
+    if (getCalibration() == 0 && isStartable(CPU_TRACING)) {
+        calibrate(env);
+    }
+}
 
 void startCalibrating(JNIEnv* env) {
     setCalibration(-1);

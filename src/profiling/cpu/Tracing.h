@@ -27,6 +27,8 @@ ZString startCPUProfiling(JNIEnv* env, long mode, const ZString* filters,
 bool startCPUProfilingImpl(JNIEnv* env, long mode, const ZString* filters,
                            const ZString* wallTimeSpec, ZString* usedFilters,
                            ZString* usedWallTimeSpec);
+// Measures what a traced call costs, unless that is known or CPU profiling runs.
+void calibrateOnce(JNIEnv* env);
 // Starts tracing of nothing but the class that measures what a traced call costs; with another mode
 // under way it leaves a Java exception.
 void startCalibrating(JNIEnv* env);
@@ -38,9 +40,19 @@ void stopCPUProfilingImpl(JNIEnv* env, bool log);
 // Forgets all CPU and J2EE data. Takes ourLock.
 void clearCPUDataImpl(JNIEnv* env, bool log);
 
+// Recordings that need calls in the classes, as bits.
+constexpr int RECORDING_TRACES = 1;
+constexpr int RECORDING_ALLOCATES = 2;
+
 // What switches the inserted calls on and off. The layer that rewrites classes lies above this one
 // and enters its functions before the agent is loaded; without them there is no tracing.
 struct TracingSwitch {
+    // Ahead of a recording: the classes carry its calls from here on, until giveCalls. Filters: the
+    // classes that were there before an attach and that they exclude may go without; null passes
+    // all. Nothing where classes carry them always. Not to be called with ourLock held.
+    void (*takeCalls)(JNIEnv* env, int recording, const ZString* filters) = nullptr;
+    // Behind its end, or where it did not begin after all.
+    void (*giveCalls)(JNIEnv* env, int recording) = nullptr;
     // Makes the class Callback agree with ourStatus. Not to be called with ourLock held.
     void (*redefineCallback)(JNIEnv* env) = nullptr;
     // Rewrites classes that were loaded before an attach; a null filter passes all. Not to be
@@ -52,3 +64,19 @@ struct TracingSwitch {
 };
 
 extern TracingSwitch ourTracingSwitch;
+
+// Takes the calls of a recording that is about to begin, 0 for none, and gives them back unless it
+// did. An error in it leaves nothing taken.
+class TakenCalls {
+public:
+    TakenCalls(JNIEnv* javaEnv, int takenFor, const ZString* filters);
+    ~TakenCalls();
+    TakenCalls(const TakenCalls&) = delete;
+    TakenCalls& operator=(const TakenCalls&) = delete;
+    // It runs; whoever stops it gives them back.
+    void keep() { recording = 0; }
+
+private:
+    JNIEnv* env;
+    int recording;
+};

@@ -333,10 +333,12 @@ ZString startAllocationRecording(JNIEnv* env, const AllocationSettings& settings
         return ZString("Incorrect value passed for 'sizeLimit':") +
                longToString(settings.sizeLimit);
     }
+    TakenCalls calls(env, isRecording() ? 0 : RECORDING_ALLOCATES, nullptr);
     const ZString refusal = enterRecording(settings, 0);
     if (!refusal.isEmpty()) {
         return tellRefusal(env, refusal);
     }
+    calls.keep();
     ourTracingSwitch.redefineCallback(env);
     ourTracingSwitch.retransformLoadedClasses(env, nullptr);
     userMessage(env, "Allocation recording started", toText(settings));
@@ -374,6 +376,9 @@ void stopAllocationRecording(JNIEnv* env) {
     }
     if (!sampled) {
         ourTracingSwitch.redefineCallback(env);
+        if (ourTracingSwitch.giveCalls != nullptr) {
+            ourTracingSwitch.giveCalls(env, RECORDING_ALLOCATES);
+        }
     }
     userMessage(env, "Allocation recording stopped");
 }

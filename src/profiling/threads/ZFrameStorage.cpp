@@ -1,8 +1,10 @@
 #include "profiling/threads/ZFrameStorage.h"
 
+#include "core/ground/Options.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "profiling/threads/MethodLookup.h"
+#include "profiling/threads/OldActivations.h"
 
 ZFrameStorage& ourFrameStorage = *new ZFrameStorage();
 
@@ -63,14 +65,34 @@ int getMethodFlags(int method) {
     return row == nullptr ? 0 : __atomic_load_n(&row->flags, __ATOMIC_RELAXED);
 }
 
+namespace {
+
+// The frame that an inserted call stands in, if one of them is what runs; -1 if none. It carries
+// calls, whatever the rows say: its class may have lost them since it was entered.
+jint findCallerOfAgent(JNIEnv* env, const jvmtiFrameInfo* frames, jint count) {
+    jint hidden = 0;
+    while (hidden < count &&
+           (getMethodFlags(getMethodByID(env, frames[hidden].method)) & METHOD_HIDDEN) != 0) {
+        hidden++;
+    }
+    return hidden > 0 && hidden < count && ourOptions->onDemand ? hidden : -1;
+}
+
+} // namespace
+
 bool readTracedCalls(JNIEnv* env, int most, ZVector<OpenCall>& calls) {
     calls.clear();
     jint count = 0;
     const jvmtiFrameInfo* const frames = readStack(most, &count);
+    const jint caller = findCallerOfAgent(env, frames, count);
     for (jint i = count - 1; i >= 0; i--) {
         const int method = getMethodByID(env, frames[i].method);
         const int flags = getMethodFlags(method);
-        if ((flags & METHOD_HIDDEN) == 0 && (flags & METHOD_INSTRUMENTED) != 0) {
+        if ((flags & METHOD_HIDDEN) != 0) {
+            continue;
+        }
+        if (i == caller ||
+            ((flags & METHOD_INSTRUMENTED) != 0 && carriesCalls(frames[i].method, method))) {
             calls.push({method, (flags & METHOD_FILTERED) != 0, (flags & METHOD_WALL_TIME) != 0,
                         OpenCall::UNKNOWN_PLACE});
         }
