@@ -92,6 +92,8 @@ struct ChangedProbe {
     const bool isAdded;
     const ZString probeClass;
     ZString instanceOfClass; // dotted
+    // What it is about the instances of is loaded. Otherwise no loaded class is one.
+    bool hasInstances = false;
     ZVectorSafe<ZString> classPatterns;
     ZVectorSafe<ZString> methodPatterns;
     const NameBits<1U << 14> woven;
@@ -235,9 +237,20 @@ public:
     }
 
 private:
+    // At the start of a JVM nothing is loaded yet that most probes are about.
     void needTree() {
+        eachLoadedClass(env, [&](jclass type) {
+            const ZString name = dottedNameOf(type);
+            for (int i = 0; i < changed.getSize(); i++) {
+                ChangedProbe& probe = *changed[i];
+                if (probe.isAdded && !name.isEmpty() && probe.instanceOfClass == name) {
+                    probe.hasInstances = true;
+                }
+            }
+            return false;
+        });
         for (int i = 0; i < changed.getSize() && tree == nullptr; i++) {
-            if (changed[i]->isAdded && !changed[i]->instanceOfClass.isEmpty()) {
+            if (changed[i]->hasInstances) {
                 rememberLoadedClasses(env);
                 tree = new Tree(env);
             }
@@ -255,9 +268,10 @@ private:
             if (probe.woven.mayHave(internal) || (probe.isAdded && isItself)) {
                 return &probe;
             }
-            if (probe.isAdded && probe.accepts(dotted, methods) &&
-                (probe.instanceOfClass.isEmpty() ||
-                 tree->isInstance(type, probe.instanceOfClass))) {
+            const bool isForAll = probe.instanceOfClass.isEmpty();
+            if (probe.isAdded && (isForAll || probe.hasInstances) &&
+                probe.accepts(dotted, methods) &&
+                (isForAll || tree->isInstance(type, probe.instanceOfClass))) {
                 return &probe;
             }
         }

@@ -57,7 +57,7 @@ bool isSafe(const struct stat& status) {
            status.st_nlink == 1 && (status.st_mode & WRITABLE_BY_OTHERS) == 0;
 }
 
-bool isEqual(int fd, const ZVector<unsigned char>& content) {
+bool isEqual(int fd, const ArchiveBytes& content) {
     unsigned char buffer[8192];
     long position = 0;
     for (;;) {
@@ -66,10 +66,10 @@ bool isEqual(int fd, const ZVector<unsigned char>& content) {
             continue;
         }
         if (count <= 0) {
-            return count == 0 && position == content.getSize();
+            return count == 0 && position == content.size;
         }
-        if (position + count > content.getSize() ||
-            memcmp(buffer, content.data() + position, static_cast<size_t>(count)) != 0) {
+        if (position + count > content.size ||
+            memcmp(buffer, content.data + position, static_cast<size_t>(count)) != 0) {
             return false;
         }
         position += count;
@@ -79,7 +79,7 @@ bool isEqual(int fd, const ZVector<unsigned char>& content) {
 // OTHERS: the bytes are right, but another user can change them at any time.
 enum class Existing { NONE, EQUAL, OTHERS, WRONG };
 
-Existing examine(const ZVector<unsigned char>& content, const ZString& path) {
+Existing examine(const ArchiveBytes& content, const ZString& path) {
     // Not blocking: a named pipe may stand in the place of the file.
     Descriptor file(path, O_RDONLY | O_NONBLOCK);
     if (!file.isOpen()) {
@@ -87,7 +87,7 @@ Existing examine(const ZVector<unsigned char>& content, const ZString& path) {
     }
     struct stat status;
     const bool equal = fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
-                       status.st_size == content.getSize() && isEqual(file.get(), content);
+                       status.st_size == content.size && isEqual(file.get(), content);
     if (!equal) {
         return Existing::WRONG;
     }
@@ -95,11 +95,11 @@ Existing examine(const ZVector<unsigned char>& content, const ZString& path) {
 }
 
 // errno of the failure, or 0.
-int writeAll(Descriptor& file, const ZVector<unsigned char>& content) {
+int writeAll(Descriptor& file, const ArchiveBytes& content) {
     long position = 0;
-    while (position < content.getSize()) {
-        const ssize_t count = write(file.get(), content.data() + position,
-                                    static_cast<size_t>(content.getSize() - position));
+    while (position < content.size) {
+        const ssize_t count = write(file.get(), content.data + position,
+                                    static_cast<size_t>(content.size - position));
         if (count < 0 && errno == EINTR) {
             continue;
         }
@@ -113,7 +113,7 @@ int writeAll(Descriptor& file, const ZVector<unsigned char>& content) {
 }
 
 // Writes beside the path and renames, so that no reader ever sees a part. errno or 0.
-int replace(const ZVector<unsigned char>& content, const ZString& path) {
+int replace(const ArchiveBytes& content, const ZString& path) {
     for (int i = 0; i < TEMPORARY_NAME_ATTEMPTS; i++) {
         const ZString temporary =
             path + "." + longToString(getpid()) + "." + longToString(getTimeNs() & 0xffffff);
@@ -139,7 +139,7 @@ int replace(const ZVector<unsigned char>& content, const ZString& path) {
 }
 
 // For a directory that takes no new files: writes into the file that stands there, if it is safe.
-int overwrite(const ZVector<unsigned char>& content, const ZString& path) {
+int overwrite(const ArchiveBytes& content, const ZString& path) {
     Descriptor file(path, O_WRONLY | O_NONBLOCK);
     struct stat status;
     if (!file.isOpen() || fstat(file.get(), &status) != 0 || !isSafe(status)) {
@@ -162,7 +162,7 @@ RuntimeArchiveFile goOnWithoutFile(const ZString& path, const char* reason) {
 
 } // namespace
 
-RuntimeArchiveFile writeArchiveFile(const ZVector<unsigned char>& content, const ZString& path,
+RuntimeArchiveFile writeArchiveFile(const ArchiveBytes& content, const ZString& path,
                                     bool isRequired) {
     const Existing existing = examine(content, path);
     if (existing == Existing::EQUAL) {
@@ -197,21 +197,12 @@ RuntimeArchiveFile writeArchiveFile(const ZVector<unsigned char>& content, const
     return RuntimeArchiveFile{ZString(), false};
 }
 
-namespace {
-
-void getRuntimeArchive(ZVector<unsigned char>* out) {
-    for (int part = 0; part < ourCallbackJarPartCount; part++) {
-        for (int i = 0; i < ourCallbackJarPartSizes[part]; i++) {
-            out->push(ourCallbackJarParts[part][i]);
-        }
-    }
-}
-
-} // namespace
-
 RuntimeArchiveFile writeCallbackJar(const ZString& tmpDir, bool isRequired) {
-    ZVector<unsigned char> content(ourCallbackJarPartCount * ourCallbackJarPartSizes[0]);
-    getRuntimeArchive(&content);
+    // The parts follow each other.
+    ArchiveBytes content(ourCallbackJarParts[0], 0);
+    for (int part = 0; part < ourCallbackJarPartCount; part++) {
+        content.size += ourCallbackJarPartSizes[part];
+    }
     const ZString path = (tmpDir.isEmpty() ? ZString(DEFAULT_DIRECTORY) : tmpDir) + FILE_NAME;
     // Two JVMs started together need not both write. When the lock can't be had they may: each
     // writes a whole file and the last rename wins.

@@ -57,6 +57,7 @@
     BUILT(getDatabaseStatistics, "()Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz)) \
     BUILT(getExitedProcesses, "()[I", jintArray, (JNIEnv* env, jclass clazz)) \
     BUILT(getHostID, "()Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz)) \
+    BUILT(getManagementBeans, "()[Ljava/lang/Object;", jobjectArray, (JNIEnv* env, jclass clazz)) \
     BUILT(getPhase, "()I", jint, (JNIEnv* env, jclass clazz)) \
     BUILT(getPID, "()I", jint, (JNIEnv* env, jclass clazz)) \
     BUILT(getProbes, "(I)[Ljava/lang/String;", jobjectArray, (JNIEnv* env, jclass clazz, jint status)) \

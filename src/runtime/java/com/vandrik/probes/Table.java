@@ -213,18 +213,12 @@ public abstract class Table {
     }
 
     private Column getColumn(Field field) {
-        Object value;
-        try {
-            field.setAccessible(true);
-            value = field.get(this);
-        } catch (IllegalAccessException e) {
-            throw new RuntimeException("cannot read field: " + field.getName(), e);
-        }
-        if (value == null) {
-            throw new RuntimeException("field must not be null: " + field.getName());
-        }
         if (Modifier.isStatic(field.getModifiers())) {
             throw new RuntimeException("column field must not be static: " + field.getName());
+        }
+        Object value = read(field);
+        if (value == null) {
+            throw new RuntimeException("field must not be null: " + field.getName());
         }
         Class<?> kind = value.getClass();
         if (kind != IntColumn.class && kind != LongColumn.class && kind != StringColumn.class &&
@@ -233,6 +227,18 @@ public abstract class Table {
                                        Column.class.getName() + " must not be subclassed by user");
         }
         return (Column) value;
+    }
+
+    /**
+     * The first table is made ahead of the application's main method: reflection would make the JVM
+     * generate code there.
+     */
+    private Object read(Field field) {
+        long[] found = Callback.findField(field.getDeclaringClass(), field.getName());
+        if (found == null) {
+            throw new RuntimeException("cannot read field: " + field.getName());
+        }
+        return Callback.readField(this, found[0], (int) found[1], null);
     }
 
     private static boolean containsForeignKey(List<Column> columns) {

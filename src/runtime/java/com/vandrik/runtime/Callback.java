@@ -145,6 +145,13 @@ public class Callback {
 
     public static native int getPID();
 
+    /**
+     * The beans of memory, class loading and threads, and the lists of those of collectors and
+     * pools, past the search for providers of beans that java.lang.management begins with. Null
+     * where this JVM has them elsewhere.
+     */
+    public static native Object[] getManagementBeans();
+
     /** Status 0: all known probes, the built-in ones first; 1: those that are registered. */
     public static native String[] getProbes(int status);
 

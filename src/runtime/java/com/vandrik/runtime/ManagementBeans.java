@@ -8,7 +8,6 @@ import java.lang.management.MemoryMXBean;
 import java.lang.management.MemoryPoolMXBean;
 import java.lang.management.MemoryType;
 import java.lang.management.MemoryUsage;
-import java.lang.management.RuntimeMXBean;
 import java.lang.management.ThreadInfo;
 import java.lang.management.ThreadMXBean;
 import java.util.HashMap;
@@ -24,15 +23,36 @@ final class ManagementBeans extends JvmFacts {
     /** The search for deadlocks stops all threads, so it is made once in so many records. */
     private static final int RECORDS_PER_DEADLOCK_SEARCH = 10;
 
-    private final MemoryMXBean myMemory = ManagementFactory.getMemoryMXBean();
-    private final RuntimeMXBean myRuntime = ManagementFactory.getRuntimeMXBean();
-    private final ClassLoadingMXBean myClasses = ManagementFactory.getClassLoadingMXBean();
-    private final ThreadMXBean myThreads = ManagementFactory.getThreadMXBean();
-    private final List<GarbageCollectorMXBean> myCollectors =
-            ManagementFactory.getGarbageCollectorMXBeans();
+    private final MemoryMXBean myMemory;
+    private final ClassLoadingMXBean myClasses;
+    private final ThreadMXBean myThreads;
+    private final List<GarbageCollectorMXBean> myCollectors;
+    private final List<MemoryPoolMXBean> myMemoryPools;
     private final Map<String, MemPoolInfo> myPools = new HashMap<String, MemPoolInfo>();
     private int myRecordCount;
     private boolean myDeadlockFound;
+
+    ManagementBeans() {
+        Object[] beans = Callback.getManagementBeans();
+        if (beans == null) {
+            myMemory = ManagementFactory.getMemoryMXBean();
+            myClasses = ManagementFactory.getClassLoadingMXBean();
+            myThreads = ManagementFactory.getThreadMXBean();
+            myCollectors = ManagementFactory.getGarbageCollectorMXBeans();
+            myMemoryPools = ManagementFactory.getMemoryPoolMXBeans();
+        } else {
+            myMemory = (MemoryMXBean) beans[0];
+            myClasses = (ClassLoadingMXBean) beans[1];
+            myThreads = (ThreadMXBean) beans[2];
+            myCollectors = listOf(beans[3]);
+            myMemoryPools = listOf(beans[4]);
+        }
+    }
+
+    @SuppressWarnings("unchecked")
+    private static <T> List<T> listOf(Object list) {
+        return (List<T>) list;
+    }
 
     @Override
     boolean hasBeans() {
@@ -41,18 +61,18 @@ final class ManagementBeans extends JvmFacts {
 
     @Override
     long getUptimeMs() {
-        return myRuntime.getUptime();
+        return ManagementFactory.getRuntimeMXBean().getUptime();
     }
 
     @Override
     long getStartTimeMs() {
-        return myRuntime.getStartTime();
+        return ManagementFactory.getRuntimeMXBean().getStartTime();
     }
 
     @Override
     String getInputArguments() {
         StringBuilder text = new StringBuilder();
-        for (String argument : myRuntime.getInputArguments()) {
+        for (String argument : ManagementFactory.getRuntimeMXBean().getInputArguments()) {
             if (text.length() != 0) {
                 text.append(' ');
             }
@@ -83,7 +103,7 @@ final class ManagementBeans extends JvmFacts {
     /** Two places for each pool, as long as there are any; the first place is the clock's. */
     private void fillPools(int[] extNames, int[] extValues) {
         int used = 1;
-        for (MemoryPoolMXBean bean : ManagementFactory.getMemoryPoolMXBeans()) {
+        for (MemoryPoolMXBean bean : myMemoryPools) {
             MemoryUsage usage = bean.getUsage();
             if (usage == null || used + 2 > extNames.length) {
                 continue;
