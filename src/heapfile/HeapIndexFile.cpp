@@ -10,7 +10,7 @@ namespace {
 
 constexpr char MAGIC[] = "VDK heap index\n\x1a";
 constexpr size_t MAGIC_SIZE = 16;
-constexpr uint32_t VERSION = 4;
+constexpr uint32_t VERSION = 5;
 constexpr uint32_t BYTE_ORDER_MARK = 0x01020304; // written as this machine stores it
 // Arrays that the heap commands read, beside the references. Others hold fill values only.
 constexpr int STORED_KINDS[] = {READ_DOMINATORS,         READ_SIZES,
@@ -167,6 +167,7 @@ void writeModel(IndexOutput& out, const HeapModel& model) {
         out.u32(root.kind);
         out.u32(static_cast<uint32_t>(root.thread + 1));
         out.u32(static_cast<uint32_t>(root.frame + 1));
+        out.u32(static_cast<uint32_t>(root.name + 1));
     }
 }
 
@@ -186,12 +187,14 @@ void readThreadsAndRoots(IndexInput& in, HeapModel& model) {
         }
         model.threads.push_back(std::move(thread));
     }
-    for (uint32_t n = readCount(in, 16, "roots"); n > 0; n--) {
+    for (uint32_t n = readCount(in, 20, "roots"); n > 0; n--) {
         HeapRoot root;
         root.row = static_cast<int>(in.u32AtMost(lastRow, "row of a root"));
         root.kind = in.u32();
         root.thread = static_cast<int>(in.u32AtMost(model.threads.size(), "thread of a root")) - 1;
         root.frame = static_cast<int>(in.u32AtMost(0x7ffffffe, "frame of a root")) - 1;
+        root.name =
+            static_cast<int>(in.u32AtMost(model.frameTexts.size(), "variable of a root")) - 1;
         if (root.row == 0) {
             in.fail("a root has the row 0");
         }

@@ -27,6 +27,7 @@ struct HeapRoot {
     uint32_t kind; // HeapRootKind
     int thread;    // index in HeapModel::threads, -1 if none
     int frame;     // depth in the thread's stack, 0 the top; -1 if not known
+    int name = -1; // of a local variable: index in HeapModel::frameTexts; -1 if not known
 };
 
 struct HeapThread {

@@ -79,6 +79,7 @@ void SnapshotHeapSections::addRoots(DB& db) {
     // Threads that the agent does not number, virtual ones among them, are told by their objects.
     std::map<std::pair<int, int>, int> threadByNumber;
     std::map<std::pair<int, int>, int> lineOfFrame;
+    std::map<int, int> textOfVariable;
     for (const RootNote& note : rootNotes) {
         HeapRoot root{note.row, note.kind == 0 ? HEAP_ROOT_OTHER : note.kind, -1, -1};
         if (note.trn != 0 || note.threadRow != 0) {
@@ -95,6 +96,14 @@ void SnapshotHeapSections::addRoots(DB& db) {
                 thread.stack.push_back(textOfFrame(db, note.frame));
             }
             root.frame = note.frame > 0 ? line.first->second : -1;
+        }
+        if (note.variable > 0) {
+            auto known = textOfVariable.try_emplace(note.variable,
+                                                    static_cast<int>(model.frameTexts.size()));
+            if (known.second) {
+                model.frameTexts.push_back(textOf(db, note.variable, "?"));
+            }
+            root.name = known.first->second;
         }
         model.roots.push_back(root);
     }

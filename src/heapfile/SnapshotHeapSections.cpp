@@ -275,7 +275,7 @@ void SnapshotHeapSections::readRoot(Cursor& in) {
     note.trn = in.readInt();
     note.threadRow = readRow(in, "thread", true);
     note.frame = in.readInt();
-    in.readInt(); // name of the variable
+    note.variable = in.readInt();
     rootNotes.push_back(note);
 }
 

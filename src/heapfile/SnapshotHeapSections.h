@@ -64,6 +64,7 @@ private:
         int trn;
         int threadRow;
         int frame;
+        int variable; // name of a local one, 0 if not known
     };
 
     uint64_t firstPass(uint64_t from);

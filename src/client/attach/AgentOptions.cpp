@@ -130,6 +130,7 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
         addProbeOptions(all, choices.probes);
     }
     add(!choices.attach && !choices.exceptions, "noexceptionevents");
+    add(!choices.attach && !choices.locals, "nolocals");
     add(choices.attach && !choices.generations, "nostartgeneration");
     add(!choices.oomDump, "disableoomedumper");
     add(!choices.attach && !choices.requireAgent, "optional");

@@ -14,6 +14,7 @@ struct AgentOptionChoices {
     bool remote = false;       // add neither `onlylocal` nor `onlyuser`
     bool allUsers = false;     // do not add `onlyuser`
     bool exceptions = false;   // keep exception events
+    bool locals = false;       // keep names of local variables
     bool generations = false;  // tag the heap's objects at the start
     bool verbose = false;      // let the agent write its banner
     bool requireAgent = false; // a program whose agent cannot start ends

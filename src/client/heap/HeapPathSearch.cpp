@@ -107,11 +107,22 @@ std::vector<const HeapRoot*> rootsOf(const HeapModel& model, int row) {
     return result;
 }
 
+// Heap dumps of the JVM never have names of local variables.
+std::string nameNote(const HeapModel& model, const HeapRoot& root) {
+    const std::string name = heapRootVariable(model, root);
+    if (!name.empty()) {
+        return " " + name + " of";
+    }
+    const bool isMissing =
+        root.kind == HEAP_ROOT_STACK_LOCAL && model.format == HeapModel::Format::Snapshot;
+    return isMissing ? " (no name: vdk run --locals) of" : "";
+}
+
 void printPath(Console& console, const HeapModel& model, const std::vector<int>& path,
                const std::string& indentation) {
     for (const HeapRoot* root : rootsOf(model, path[0])) {
         const std::string place = heapRootPlace(model, *root);
-        console.out << indentation << "root: " << heapRootName(root->kind)
+        console.out << indentation << "root: " << heapRootName(root->kind) << nameNote(model, *root)
                     << (place.empty() ? "" : " ") << place << "\n";
     }
     console.out << indentation << heapLabel(model, path[0]) << "\n";
@@ -129,8 +140,12 @@ void writePath(JsonWriter& json, const HeapSession& session, const std::vector<i
          path.empty() ? std::vector<const HeapRoot*>() : rootsOf(model, path[0])) {
         json.beginObject()
             .field("kind", heapRootName(root->kind))
-            .field("place", heapRootPlace(model, *root))
-            .endObject();
+            .field("place", heapRootPlace(model, *root));
+        const std::string variable = heapRootVariable(model, *root);
+        if (!variable.empty()) {
+            json.field("variable", variable);
+        }
+        json.endObject();
     }
     json.endArray().key("path").beginArray();
     for (size_t i = 0; i < path.size(); i++) {

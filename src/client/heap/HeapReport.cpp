@@ -83,6 +83,10 @@ const char* heapRootName(uint32_t kind) {
     }
 }
 
+std::string heapRootVariable(const HeapModel& model, const HeapRoot& root) {
+    return root.name < 0 ? "" : printable(model.frameTexts[size_t(root.name)], 200);
+}
+
 std::string heapRootPlace(const HeapModel& model, const HeapRoot& root) {
     if (root.thread < 0 || size_t(root.thread) >= model.threads.size()) {
         return "";

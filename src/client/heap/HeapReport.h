@@ -34,6 +34,9 @@ const char* heapRootName(uint32_t kind);
 // "java.lang.Thread \"main\" at com.example.Main.run(Main.java:12)", as far as it is known.
 std::string heapRootPlace(const HeapModel& model, const HeapRoot& root);
 
+// The name of a local variable; "" where the file has none.
+std::string heapRootVariable(const HeapModel& model, const HeapRoot& root);
+
 // Opens the document of a report: schema, file, format, number of objects, sizes and remarks.
 // Remarks on another file that the report is about come first.
 void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& session,

@@ -30,8 +30,9 @@ bool isWithoutExceptions() {
     return ourOptions->noExceptionEvents;
 }
 
-bool isJRockitUnderDebugger() {
-    return ourIsJRockit && ourOptions->withDebugger;
+// Having the capability makes compiled code keep locals alive that it is done with.
+bool isWithoutLocals() {
+    return ourOptions->noLocals || (ourIsJRockit && ourOptions->withDebugger);
 }
 
 bool isUnderDebugger() {
@@ -52,7 +53,7 @@ const CapabilityRow ROWS[] = {
     VDK_CAPABILITY(can_redefine_classes,               REQUIRED, never, 0),
     VDK_CAPABILITY(can_generate_exception_events,      OPTIONAL, isWithoutExceptions, CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE),
     VDK_CAPABILITY(can_generate_vm_object_alloc_events, REQUIRED, never, 0),
-    VDK_CAPABILITY(can_access_local_variables,         OPTIONAL, isJRockitUnderDebugger, 0),
+    VDK_CAPABILITY(can_access_local_variables,         OPTIONAL, isWithoutLocals, 0),
     VDK_CAPABILITY(can_suspend,                        OPTIONAL, isUnderDebugger, CAPABILITY_CANNOT_SUSPEND),
     VDK_CAPABILITY(can_generate_monitor_events,        REQUIRED, never, 0),
     VDK_CAPABILITY(can_get_monitor_info,               REQUIRED, never, 0),

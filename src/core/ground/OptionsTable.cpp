@@ -168,6 +168,7 @@ const Options::Row Options::ourRows[] = {
     Row::numberRow("telemetryperiod=", &Options::telemetryPeriod, 0, INT_MAX, "telemetry period is invalid"),
     Row::actionRow("exitonexception", &Options::exitOnException),
     Row::flagRow("noexceptionevents", &Options::noExceptionEvents),
+    Row::flagRow("nolocals", &Options::noLocals),
     Row::flagRow("nostartgeneration", &Options::noStartGeneration),
     Row::textRow("exitsnapshot=", &Options::exitSnapshot),
     Row::flagRow("noexitsnapshot", &Options::noExitSnapshot),

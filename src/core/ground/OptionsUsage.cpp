@@ -66,6 +66,8 @@ const UsageEntry USAGE[] = {
     {"disableall", "disable several capabilities at once"},
     {"noexceptionevents", "do not ask the JVM for exception events: having them slows down each "
                           "throw, even while nothing is recorded"},
+    {"nolocals", "do not ask the JVM for local variables: having them slows compiled code down; "
+                 "heap snapshots then have no names of those that hold an object"},
     {"redact", "let probes mask literals in SQL and values in the queries of URLs"},
     {"allowcommands", "let triggers run programs (RunCommand)"},
     {"allowwebhooks", "let triggers send messages to URLs (PostWebhook)"},

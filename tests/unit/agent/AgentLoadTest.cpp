@@ -198,12 +198,13 @@ TEST_F(AgentLoad, optionalCapabilitiesAreLeftOutWithTheirBits) {
     EXPECT_EQ(0, missing.exitCode);
     EXPECT_EQ("d140", missing.output);
     const ProcessOutcome unwanted = onJvm([&](FakeJvm& jvm) {
-        const int result = load(jvm, "noexceptionevents");
-        printf("%lx %d", ourCapabilities.load(), jvm.requests[0].can_generate_exception_events);
+        const int result = load(jvm, "noexceptionevents,nolocals");
+        printf("%lx %d%d", ourCapabilities.load(), jvm.requests[0].can_generate_exception_events,
+               jvm.requests[0].can_access_local_variables);
         return result;
     });
     EXPECT_EQ(0, unwanted.exitCode);
-    EXPECT_EQ("5140 0", unwanted.output);
+    EXPECT_EQ("5140 00", unwanted.output);
     EXPECT_THAT(unwanted.log, HasSubstr("can_generate_exception_events: optional capability is not "
                                         "available\n"));
 }

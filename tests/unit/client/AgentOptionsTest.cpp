@@ -19,7 +19,7 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         c.workingDir = "/home/me";
     };
     const std::string runHead =
-        "onlylocal,onlyuser,quiet,redact,builtinprobes=none,noexceptionevents,";
+        "onlylocal,onlyuser,quiet,redact,builtinprobes=none,noexceptionevents,nolocals,";
     const std::string tail = "disableoomedumper,optional,tellsnapshot,";
     const std::string tmp = "tmpdir=/run/vdk-1";
     const std::string attachHead =
@@ -34,17 +34,19 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {run, {",,sampling,"}, runHead + tail + tmp + ",sampling"},
         {run,
          {"tmpdir=/t,quiet"},
-         "onlylocal,onlyuser,redact,builtinprobes=none,noexceptionevents," + tail +
+         "onlylocal,onlyuser,redact,builtinprobes=none,noexceptionevents,nolocals," + tail +
              "tmpdir=/t,quiet"},
         {run,
          {"listen=10.0.0.1:5"},
-         "onlyuser,quiet,redact,builtinprobes=none,noexceptionevents," + tail + tmp +
+         "onlyuser,quiet,redact,builtinprobes=none,noexceptionevents,nolocals," + tail + tmp +
              ",listen=10.0.0.1:5"},
         {run,
          {"onlylocal", "noexceptionevents"},
-         "onlyuser,quiet,redact,builtinprobes=none," + tail + tmp + ",onlylocal,noexceptionevents"},
+         "onlyuser,quiet,redact,builtinprobes=none,nolocals," + tail + tmp +
+             ",onlylocal,noexceptionevents"},
         {[](AgentOptionChoices& c) {
-             c.remote = c.exceptions = c.verbose = c.requireAgent = c.oomDump = c.noRedact = true;
+             c.remote = c.exceptions = c.locals = c.verbose = c.requireAgent = c.oomDump =
+                 c.noRedact = true;
          },
          {"sampling"},
          "builtinprobes=none,tellsnapshot," + tmp + ",sampling"},
@@ -55,14 +57,15 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
          {"probeclasspath=a.jar:/b.jar"},
          "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
          "probe=com.vandrik.probes.builtin.Servlets,probe=com.vandrik.probes.builtin.Threads,"
-         "noexceptionevents," +
+         "noexceptionevents,nolocals," +
              tail + tmp + ",probeclasspath=/home/me/a.jar:/b.jar"},
         {[](AgentOptionChoices& c) { c.probes = "all"; },
          {},
-         "onlylocal,onlyuser,quiet,redact,noexceptionevents," + tail + tmp},
+         "onlylocal,onlyuser,quiet,redact,noexceptionevents,nolocals," + tail + tmp},
         {run,
          {"noprobe=Threads"},
-         "onlylocal,onlyuser,quiet,redact,noexceptionevents," + tail + tmp + ",noprobe=Threads"},
+         "onlylocal,onlyuser,quiet,redact,noexceptionevents,nolocals," + tail + tmp +
+             ",noprobe=Threads"},
         {[](AgentOptionChoices& c) { c.noSnapshot = true; },
          {},
          runHead + "disableoomedumper,optional,noexitsnapshot," + tmp},
@@ -71,7 +74,7 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
          runHead + tail + "exitsnapshot=VDKQUOTED2f772f6120622e736e617073686f74," + tmp},
         {[](AgentOptionChoices& c) { c.allUsers = true; },
          {},
-         "onlylocal,quiet,redact,builtinprobes=none,noexceptionevents," + tail + tmp},
+         "onlylocal,quiet,redact,builtinprobes=none,noexceptionevents,nolocals," + tail + tmp},
         {attach, {}, attachHead + tmp},
         {attach, {"dir=snaps,filters=/abs"}, attachHead + tmp + ",dir=/home/me/snaps,filters=/abs"},
         {[](AgentOptionChoices& c) { c.attach = c.generations = true; },

@@ -72,9 +72,9 @@ public:
             w.writeInt(slot);
         }
     }
-    void root(int row, int kind, int trn, int threadRow) {
+    void root(int row, int kind, int trn, int threadRow, const char* variable = nullptr) {
         w.writeByte(43);
-        ints({row, kind, trn, threadRow, 0, 0});
+        ints({row, kind, trn, threadRow, 0, variable == nullptr ? 0 : name(variable)});
     }
     void heapHeader(int count) {
         w.writeByte(25);
@@ -93,7 +93,7 @@ public:
         type(3, "byte[]", 0, {}, nullptr, 0);
         type(4, "java.lang.Object[]", 0, {}, nullptr, 0);
         root(8, 2, 0, 0);
-        root(6, 8, 4, 6);
+        root(6, 8, 4, 6, "cart");
         reference(14, 2, 5, 0);
         reference(11, 2, 6, 0);
         reference(9, 5, 6, 0);
@@ -201,6 +201,9 @@ TEST(SnapshotHeapReader, classesWithoutLoaderAreRoots) {
     std::set<std::pair<int, uint32_t>> roots;
     for (const HeapRoot& root : model->roots) {
         roots.insert({root.row, root.kind});
+        ASSERT_EQ(root.kind == HEAP_ROOT_STACK_LOCAL, root.name >= 0);
+        EXPECT_EQ(root.name < 0 ? "" : "cart",
+                  root.name < 0 ? "" : model->frameTexts.at(static_cast<size_t>(root.name)));
     }
     EXPECT_EQ(5u, model->roots.size());
     const uint32_t loaderless = HEAP_ROOT_SYSTEM_CLASS;

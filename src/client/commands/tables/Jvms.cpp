@@ -82,6 +82,9 @@ const std::vector<Command> Table = {
       {"--exceptions", ValueKind::None,
        "ask the JVM for exception events and count exceptions: throwing becomes some 33 times "
        "slower"},
+      {"--locals", ValueKind::None,
+       "ask the JVM for local variables, so that heap snapshots name those that hold an object: "
+       "code that works on collections and texts becomes some 7 percent slower on 17, 2 on 25"},
       {"--print", ValueKind::None, "print the command line instead of running it"},
       {"--print-option", ValueKind::None, "print the JVM option alone"}},
      true,
