@@ -44,10 +44,17 @@ VDK_OLD_VERSION(pthread_mutexattr_init, "GLIBC_2.2.5");
 VDK_OLD_VERSION(pthread_mutexattr_settype, "GLIBC_2.2.5");
 VDK_OLD_VERSION(pthread_mutexattr_destroy, "GLIBC_2.2.5");
 VDK_OLD_VERSION(__pthread_key_create, "GLIBC_2.2.5");
+VDK_OLD_VERSION(pthread_attr_getstack, "GLIBC_2.2.5");
+VDK_OLD_VERSION(sem_init, "GLIBC_2.2.5");
+VDK_OLD_VERSION(sem_post, "GLIBC_2.2.5");
+VDK_OLD_VERSION(sem_timedwait, "GLIBC_2.2.5");
 // Moved from libdl at the same time.
 VDK_OLD_VERSION(dlsym, "GLIBC_2.2.5");
+VDK_OLD_VERSION(dladdr, "GLIBC_2.2.5");
+VDK_OLD_VERSION(dlopen, "GLIBC_2.2.5");
 // With 2.32.
 VDK_OLD_VERSION(pthread_sigmask, "GLIBC_2.2.5");
+VDK_OLD_VERSION(pthread_getattr_np, "GLIBC_2.2.5");
 
 // Not from <sys/stat.h>, whose functions would be other ones on an old system.
 struct stat;

@@ -20,6 +20,7 @@
 #include "platform/Platform.h"
 #include "profiling/cpu/SampledTimes.h"
 #include "profiling/cpu/Sampling.h"
+#include "profiling/cpu/SignalSampling.h"
 #include "profiling/cpu/Tracing.h"
 #include "profiling/events/Monitors.h"
 #include "profiling/memory/AllocationRecorder.h"
@@ -186,6 +187,8 @@ void vmDeathImpl(JNIEnv* env) {
     Logger::message("vmDeath: 2");
     callCore(env, "runOnJVMExitTriggers", "()V", 0);
     Logger::message("vmDeath: 3");
+    // Before the snapshot, which then has all.
+    runGuarded(VDK_HERE, [&] { SignalSampling::stop(env); });
     if (isSnapshotOnExitWanted(status)) {
         const bool withHeap = ourOptions->onExitMemory || (status & ALLOCATION_RECORDING_BIT) != 0;
         if (ourOptions->exitSnapshot.isEmpty() && !ourOptions->tellSnapshot) {
@@ -294,6 +297,7 @@ void threadEndImpl(JNIEnv* env, jthread thread) {
     ThreadInfo* info = static_cast<ThreadInfo*>(stored);
     // It may have been renamed since it started.
     info->ensureThreadHasName(env, thread);
+    SignalSampling::threadEnds(env, info);
     CHECK_JVMTI(ourJVMTI->SetThreadLocalStorage(thread, nullptr));
     setNativeThreadInfo(nullptr);
     if (info->threadObject != nullptr) {
@@ -397,6 +401,7 @@ void threadStartImpl(JNIEnv* env, jthread thread, long nativeID) {
     if (nativeID != 0) {
         setNativeThreadInfo(info);
         SampledTimes::threadStarts(info);
+        SignalSampling::threadStarts(env, info, thread);
     }
 }
 

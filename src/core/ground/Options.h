@@ -36,6 +36,7 @@ public:
     bool oldIBM = false;
     int samplingPeriod = 20;    // ms
     int samplingDelta = 0;      // ms
+    bool signalSampler = false; // sample by timers and signals
     int telemetryPeriod = 1000; // ms; 0 means no telemetry
     int port = -1;              // -1 means any free port
     ZString listenHost;

@@ -8,6 +8,7 @@
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "profiling/cpu/SampledTimes.h"
+#include "profiling/cpu/SignalSampling.h"
 #include "profiling/threads/AllStacks.h"
 #include "profiling/threads/ThreadInfo.h"
 #include "profiling/threads/ZFrameStorage.h"
@@ -76,6 +77,10 @@ void waitMs(long milliseconds) {
 
 // One wait and one pass. Failures are logged; the sampler goes on.
 void samplePeriod(JNIEnv* env, ZRandom* random) {
+    if (SignalSampling::isOn()) {
+        SignalSampling::takeSamples(env, nextWaitMs(random));
+        return;
+    }
     const long start = getTimeNs();
     waitMs(nextWaitMs(random));
     sampleAllThreads(env, getTimeNs() - start);

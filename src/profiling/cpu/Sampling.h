@@ -6,6 +6,7 @@
 
 class AllStacks;
 class ThreadInfo;
+struct SampledThread;
 
 // Sampling: one agent thread wakes at a fixed period, takes all stacks in one JVMTI call and
 // charges each thread's CPU time since its last sample to every frame of its stack. The same walk
@@ -23,6 +24,7 @@ struct SampleMemory {
     int idleFrame = NO_FRAME;
     int timesRow = NO_ROW; // of SampledTimes
     StackMemory lastStack;
+    SampledThread* timer = nullptr; // of SignalSampling, while it runs
 
     // The next sample counts as the first: for want of an earlier reading it charges no time.
     void forgetLastSample() {

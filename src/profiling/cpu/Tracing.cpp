@@ -13,6 +13,7 @@
 #include "profiling/UserMessage.h"
 #include "profiling/cpu/J2EEHelper.h"
 #include "profiling/cpu/SampledTimes.h"
+#include "profiling/cpu/SignalSampling.h"
 #include "profiling/cpu/TracedStack.h"
 #include "profiling/threads/ThreadInfo.h"
 
@@ -115,6 +116,18 @@ TakenCalls::~TakenCalls() {
     }
 }
 
+namespace {
+
+// Where it cannot be had the stack walker, which needs no start, goes on alone.
+void startSignalSampling(JNIEnv* env) {
+    const ZString refusal = SignalSampling::start(env);
+    if (!refusal.isEmpty()) {
+        userMessage(env, "Sampling by signals is not possible; the stack walker samples", refusal);
+    }
+}
+
+} // namespace
+
 bool startCPUProfilingImpl(JNIEnv* env, long mode, const ZString* filters,
                            const ZString* wallTimeSpec, ZString* usedFilters,
                            ZString* usedWallTimeSpec) {
@@ -132,6 +145,9 @@ bool startCPUProfilingImpl(JNIEnv* env, long mode, const ZString* filters,
     }
     calls.keep();
     updateExceptionEvents();
+    if (!tracing && ourOptions->signalSampler) {
+        startSignalSampling(env);
+    }
     if (tracing) {
         // Redefinition runs inside the JVM for long and comes back through the class load hook, so
         // the lock is not held.
@@ -154,6 +170,7 @@ void forgetOpenEvents() {
 
 void stopCPUProfilingImpl(JNIEnv* env, bool log) {
     bool tracing;
+    SignalSampling::stop(env);
     {
         LockHolder lock(ourLock);
         if ((ourStatus & CPU_TIMES_BIT) == 0) {

@@ -1,0 +1,206 @@
+#include "profiling/cpu/InterruptedStack.h"
+
+#include "core/jvm/JvmGlobals.h"
+#include "platform/ThreadTimers.h"
+#include "profiling/cpu/CompiledCode.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+
+std::atomic<int> InterruptedStacks::ourStates[PLACES];
+InterruptedStack InterruptedStacks::ourStacks[PLACES];
+
+namespace {
+
+using Registers = ThreadTimers::Registers;
+
+struct CallTrace {
+    JNIEnv* env;
+    jint frameCount;
+    CallFrame* frames;
+};
+
+// Codes of AsyncGetCallTrace for a thread that was in Java code.
+const int UNKNOWN_JAVA = -5;
+const int NOT_WALKABLE_JAVA = -6;
+// Ours.
+const int NO_ROOM = -100;
+const int NO_ENVIRONMENT = -101;
+
+// The JVM's walk takes a few of them.
+const size_t LEAST_ROOM = 24 * 1024;
+const int MOST_LEAF_FRAMES = 64;
+// The return address of a frame that is being entered or left is at the stack pointer or near it.
+const int WORDS_AT_TOP = 5;
+const int MOST_HOPS = 8;
+
+void (*ourAsyncGetCallTrace)(CallTrace*, jint, void*) = nullptr;
+std::atomic<long> ourSequence{0};
+std::atomic<long> ourLost{0};
+
+void* findInJvm(const char* name) {
+    Dl_info info;
+    if (dladdr(reinterpret_cast<void*>(ourVM->functions->GetEnv), &info) == 0) {
+        return nullptr;
+    }
+    // It stays loaded: the handle is never closed.
+    void* const library = dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
+    return library == nullptr ? nullptr : dlsym(library, name);
+}
+
+uintptr_t wordAt(uintptr_t address) {
+    uintptr_t word;
+    memcpy(&word, reinterpret_cast<const void*>(address), sizeof(word));
+    return word;
+}
+
+// The walk of one sample: tries one place after the other until the JVM finds its way.
+class Walk {
+public:
+    Walk(void* interrupted, const StackBounds& stackBounds, JNIEnv* jniEnv, InterruptedStack* into)
+        : context(interrupted), bounds(stackBounds), env(jniEnv), stack(into),
+          found(ThreadTimers::read(interrupted)) {}
+
+    void go() {
+        stack->code = callFrom(found, 0);
+        stack->frameCount = stack->code;
+        if (stack->code > 0) {
+            return;
+        }
+        const int leafFrames = readLeaf();
+        stack->frameCount = leafFrames;
+        if (stack->code != UNKNOWN_JAVA && stack->code != NOT_WALKABLE_JAVA) {
+            return;
+        }
+        if (isOnStack(found.stack, WORDS_AT_TOP) &&
+            (tryTop(leafFrames) || tryFramePointer(leafFrames))) {
+            stack->code = stack->frameCount;
+        }
+        ThreadTimers::write(context, found);
+    }
+
+private:
+    // What the JVM says of the stack with these registers; frames go behind the first ones.
+    int callFrom(const Registers& registers, int behind) {
+        ThreadTimers::write(context, registers);
+        CallTrace trace = {env, 0, stack->frames + behind};
+        ourAsyncGetCallTrace(&trace, InterruptedStack::MOST_FRAMES - behind, context);
+        return trace.frameCount;
+    }
+
+    int readLeaf() {
+        jmethodID methods[MOST_LEAF_FRAMES];
+        const int count = CompiledCode::methodsAt(found.pc, methods, MOST_LEAF_FRAMES);
+        for (int i = 0; i < count; i++) {
+            stack->frames[i] = {0, methods[i]};
+        }
+        return count;
+    }
+
+    bool isOnStack(uintptr_t address, int words) const {
+        return address % sizeof(uintptr_t) == 0 && address >= bounds.low && address < bounds.high &&
+               bounds.high - address >= static_cast<uintptr_t>(words) * sizeof(uintptr_t);
+    }
+
+    bool tryCaller(const Registers& caller, int leafFrames) {
+        const int count = CompiledCode::mayBeCode(caller.pc) ? callFrom(caller, leafFrames) : 0;
+        stack->frameCount = leafFrames + (count > 0 ? count : 0);
+        return count > 0;
+    }
+
+    // As if the frame had just been entered, or were about to be left.
+    bool tryTop(int leafFrames) {
+        for (uintptr_t i = 0; i < WORDS_AT_TOP; i++) {
+            const uintptr_t place = found.stack + i * sizeof(uintptr_t);
+            if (tryCaller({wordAt(place), place + sizeof(uintptr_t), found.frame}, leafFrames)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    // Along the frame pointers, which native code called without a change of state may have.
+    bool tryFramePointer(int leafFrames) {
+        uintptr_t frame = found.frame;
+        uintptr_t above = found.stack;
+        for (int i = 0; i < MOST_HOPS && frame >= above && isOnStack(frame, 2); i++) {
+            above = frame + 2 * sizeof(uintptr_t);
+            const Registers caller = {wordAt(frame + sizeof(uintptr_t)), above, wordAt(frame)};
+            if (tryCaller(caller, leafFrames)) {
+                return true;
+            }
+            frame = caller.frame;
+        }
+        return false;
+    }
+
+    void* context;
+    StackBounds bounds;
+    JNIEnv* env;
+    InterruptedStack* stack;
+    const Registers found;
+};
+
+} // namespace
+
+const char* InterruptedStacks::prepare() {
+    if (ourAsyncGetCallTrace == nullptr) {
+        void* const function = findInJvm("AsyncGetCallTrace");
+        if (function == nullptr) {
+            return "the JVM has no function AsyncGetCallTrace";
+        }
+        memcpy(&ourAsyncGetCallTrace, &function, sizeof(function));
+    }
+    if (ourStacks[0].frames != nullptr) {
+        return nullptr;
+    }
+    // Most of it is never touched: places are taken from the first one on.
+    auto* const frames = static_cast<CallFrame*>(
+        calloc(static_cast<size_t>(PLACES) * InterruptedStack::MOST_FRAMES, sizeof(CallFrame)));
+    if (frames == nullptr) {
+        return "there is no memory for samples";
+    }
+    for (int i = 0; i < PLACES; i++) {
+        ourStacks[i].frames = frames + static_cast<ptrdiff_t>(i) * InterruptedStack::MOST_FRAMES;
+    }
+    return nullptr;
+}
+
+InterruptedStack* InterruptedStacks::claim() {
+    for (int i = 0; i < PLACES; i++) {
+        int expected = FREE;
+        if (ourStates[i].load(std::memory_order_relaxed) == FREE &&
+            ourStates[i].compare_exchange_strong(expected, WRITING)) {
+            return &ourStacks[i];
+        }
+    }
+    ourLost++;
+    return nullptr;
+}
+
+void InterruptedStacks::walk(void* context, const StackBounds& bounds, InterruptedStack* stack) {
+    JNIEnv* env = nullptr;
+    stack->frameCount = 0;
+    stack->place = ThreadTimers::read(context).stack;
+    if (ThreadTimers::roomOnStack(context) < LEAST_ROOM) {
+        stack->code = NO_ROOM;
+    } else if (ourVM->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_4) != JNI_OK) {
+        stack->code = NO_ENVIRONMENT;
+    } else {
+        Walk(context, bounds, env, stack).go();
+    }
+}
+
+void InterruptedStacks::publish(InterruptedStack* stack) {
+    stack->sequence = ourSequence++;
+    ourStates[stack - ourStacks] = WRITTEN;
+}
+
+void InterruptedStacks::giveBack(InterruptedStack* stack) {
+    ourStates[stack - ourStacks] = FREE;
+}
+
+long InterruptedStacks::getLost() {
+    return ourLost;
+}

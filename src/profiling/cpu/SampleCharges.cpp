@@ -1,0 +1,140 @@
+#include "profiling/cpu/SampleCharges.h"
+
+#include "profiling/cpu/SampledThreads.h"
+#include "profiling/cpu/SampledTimes.h"
+#include "profiling/cpu/Sampling.h"
+#include "profiling/threads/MethodLookup.h"
+#include "profiling/threads/ThreadInfo.h"
+#include "profiling/threads/ZFrameStorage.h"
+
+namespace {
+
+// Names of the frames that stand for what is not known. Clients know the first.
+const char NOT_WALKABLE[] = "[not walkable]";
+const char NO_JAVA_FRAMES[] = "[no Java frames]";
+const char NO_SAMPLE[] = "[no sample]";
+
+// Codes of AsyncGetCallTrace.
+const int NO_JAVA_FRAME = 0;
+const int UNKNOWN_JAVA = -5;
+const int NOT_WALKABLE_JAVA = -6;
+const int THREAD_EXIT = -8;
+const int LAST_CODE = -10;
+
+// So far from the top of the stack that it had soon after a leaf may stand.
+const int MOST_FRAMES_SINCE = 16;
+
+int specialFrame(const char* name) {
+    return ourFrameStorage.getChild(0, ZMethod::getByName("", name, "()"));
+}
+
+bool wasInJava(const InterruptedStack& stack) {
+    return stack.code == UNKNOWN_JAVA || stack.code == NOT_WALKABLE_JAVA;
+}
+
+int frameOf(JNIEnv* env, ThreadInfo* info, const jvmtiFrameInfo* frames, int count) {
+    jvmtiStackInfo stack = {};
+    stack.frame_buffer = const_cast<jvmtiFrameInfo*>(frames);
+    stack.frame_count = count;
+    return ourFrameStorage.skipHidden(ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(
+        env, stack, &info->sampled.lastStack));
+}
+
+// The frame of the walked stack, or of its leaf alone.
+int walkedFrame(JNIEnv* env, ThreadInfo* info, const InterruptedStack& stack) {
+    static ZVector<jvmtiFrameInfo>& frames = *new ZVector<jvmtiFrameInfo>();
+    frames.clear();
+    for (int i = 0; i < stack.frameCount; i++) {
+        frames.push({stack.frames[i].method, 0});
+    }
+    if (stack.code > 0) {
+        return frameOf(env, info, frames.data(), frames.getSize());
+    }
+    int frame = specialFrame(NOT_WALKABLE);
+    for (int i = stack.frameCount - 1; i >= 0; i--) {
+        frame = ourFrameStorage.getChild(frame, getMethodByID(env, frames[i].method));
+    }
+    return ourFrameStorage.skipHidden(frame);
+}
+
+// Where the stack that the thread had soon after agrees with the leaf: a thread in Java code has
+// gone on since. -1 if it does not.
+int whereLeafStands(const InterruptedStack& stack, const ZVector<jvmtiFrameInfo>& asked) {
+    if (!wasInJava(stack)) {
+        return 0;
+    }
+    if (stack.frameCount == 0) {
+        return -1;
+    }
+    // The outermost of the inlined calls has the frame.
+    const jmethodID leaf = stack.frames[stack.frameCount - 1].method;
+    for (int i = 0; i < asked.getSize() && i < MOST_FRAMES_SINCE; i++) {
+        if (asked[i].method == leaf) {
+            return i;
+        }
+    }
+    return -1;
+}
+
+int askedFrame(JNIEnv* env, ThreadInfo* info, const InterruptedStack& stack,
+               const ZVector<jvmtiFrameInfo>& asked) {
+    const int from = whereLeafStands(stack, asked);
+    if (from < 0 || from >= asked.getSize()) {
+        return 0;
+    }
+    int frame = frameOf(env, info, asked.data() + from, asked.getSize() - from);
+    for (int i = stack.frameCount - 2; wasInJava(stack) && i >= 0; i--) {
+        frame = ourFrameStorage.getChild(frame, getMethodByID(env, stack.frames[i].method));
+    }
+    return frame;
+}
+
+// From a wall-time method upward the elapsed time counts, which the walk over those methods adds.
+void chargeFrames(ThreadInfo* info, int frame, long cpuTimeNs) {
+    const long delta = cpuTimeNs - info->sampled.lastCpuTimeNs;
+    if (!isSampledTime(delta)) {
+        return;
+    }
+    info->sampled.lastCpuTimeNs = cpuTimeNs;
+    SampledTimes::add(info, delta, true);
+    for (int f = frame; f > 0; f = ourFrameStorage.getParent(f)) {
+        if ((getMethodFlags(ourFrameStorage.getMethodIndex(f)) & METHOD_WALL_TIME) != 0) {
+            return;
+        }
+        CPUProfilingRecord* const row = info->getCPUProfilingRecord(f, true);
+        row->timeNs += delta;
+        row->stamp = ourDB->currentStamp;
+    }
+}
+
+} // namespace
+
+bool SampleCharges::canAsk(const InterruptedStack& stack) {
+    return stack.code < NO_JAVA_FRAME && stack.code >= LAST_CODE && stack.code != THREAD_EXIT;
+}
+
+void SampleCharges::charge(JNIEnv* env, SampledThread* sampled, const InterruptedStack& stack,
+                           const ZVector<jvmtiFrameInfo>* asked) {
+    ThreadInfo* const info = sampled->info;
+    SampledThreads::findBounds(sampled, stack.place);
+    int frame = 0;
+    if (stack.code == NO_JAVA_FRAME) {
+        frame = specialFrame(NO_JAVA_FRAMES);
+    } else if (asked != nullptr) {
+        frame = askedFrame(env, info, stack, *asked);
+    }
+    if (frame == 0) {
+        frame = walkedFrame(env, info, stack);
+    }
+    if (frame == 0) {
+        return; // a stack of the agent's own frames: the next sample takes the time
+    }
+    sampled->lastFrame = frame;
+    chargeFrames(info, frame, stack.cpuTimeNs);
+}
+
+void SampleCharges::chargeRest(SampledThread* sampled, long cpuTimeNs, long mostForLastFrame) {
+    const long rest = cpuTimeNs - sampled->info->sampled.lastCpuTimeNs;
+    const bool isKnown = sampled->lastFrame != 0 && rest <= mostForLastFrame;
+    chargeFrames(sampled->info, isKnown ? sampled->lastFrame : specialFrame(NO_SAMPLE), cpuTimeNs);
+}

@@ -1,0 +1,265 @@
+#include "profiling/cpu/SignalSampling.h"
+
+#include "core/ground/Globals.h"
+#include "core/ground/Options.h"
+#include "core/jvm/CommonUtils.h"
+#include "core/jvm/JNIUtils.h"
+#include "core/jvm/JvmGlobals.h"
+#include "platform/Platform.h"
+#include "platform/ThreadTimers.h"
+#include "profiling/cpu/CodeEvents.h"
+#include "profiling/cpu/CompiledCode.h"
+#include "profiling/cpu/SampleCharges.h"
+#include "profiling/cpu/SampledThreads.h"
+#include "profiling/cpu/SamplerTrial.h"
+#include "profiling/threads/AllStacks.h"
+#include "profiling/threads/MountedStack.h"
+#include "profiling/threads/ThreadInfo.h"
+
+#include <atomic>
+
+namespace {
+
+const long NS_PER_MILLISECOND = 1000000;
+const int MOST_WAITS = 100;
+const unsigned WAIT_US = 1000;
+
+std::atomic<bool> ourIsOn{false};
+
+long getPeriodNs() {
+    return (ourOptions->samplingPeriod < 1 ? 1L : ourOptions->samplingPeriod) * NS_PER_MILLISECOND;
+}
+
+// Samples that were taken out, in their order, and the stacks that the JVM was asked for. Gives the
+// places back at its end.
+class Batch {
+public:
+    Batch() = default;
+    ~Batch() {
+        for (int i = 0; i < stacks.getSize(); i++) {
+            InterruptedStacks::giveBack(stacks[i]);
+        }
+    }
+    Batch(const Batch&) = delete;
+    Batch& operator=(const Batch&) = delete;
+
+    template <typename Predicate>
+    void take(Predicate&& isWanted) {
+        InterruptedStacks::takeOut([&](InterruptedStack* stack) {
+            if (!isWanted(*stack)) {
+                return false;
+            }
+            int at = stacks.getSize();
+            stacks.push(stack);
+            for (; at > 0 && stacks[at - 1]->sequence > stack->sequence; at--) {
+                stacks[at] = stacks[at - 1];
+            }
+            stacks[at] = stack;
+            return true;
+        });
+    }
+
+    int getSize() const { return stacks.getSize(); }
+    InterruptedStack& get(int i) { return *stacks[i]; }
+
+private:
+    ZVector<InterruptedStack*> stacks;
+};
+
+// The thread of a sample, as a local reference, and whether it is a carrier; null if it has ended.
+jthread threadOf(JNIEnv* env, const InterruptedStack& stack, bool* isCarrier) {
+    LockHolder lock(ourLock);
+    const SampledThread* const sampled = SampledThreads::of(stack);
+    if (sampled == nullptr) {
+        return nullptr;
+    }
+    *isCarrier = sampled->info->carrierThread;
+    return static_cast<jthread>(env->NewLocalRef(sampled->thread));
+}
+
+void copyFrames(const jvmtiStackInfo& stack, ZVector<jvmtiFrameInfo>* frames) {
+    for (jint i = 0; i < stack.frame_count; i++) {
+        frames->push(stack.frame_buffer[i]);
+    }
+}
+
+// Asks the JVM for the stack that the thread has by now. Not with ourLock held.
+void ask(JNIEnv* env, const InterruptedStack& stack, ZVector<jvmtiFrameInfo>* frames) {
+    bool isCarrier = false;
+    jthread thread = threadOf(env, stack, &isCarrier);
+    if (thread == nullptr) {
+        return;
+    }
+    if (isCarrier && canSeeMountedThreads()) {
+        JvmtiMemory<jvmtiStackInfo> mounted;
+        *mounted.receive() = takeMountedStack(env, thread, InterruptedStack::MOST_FRAMES);
+        if (mounted.get() != nullptr) {
+            copyFrames(*mounted.get(), frames);
+        }
+    }
+    JvmtiMemory<jvmtiStackInfo> own;
+    if (frames->isEmpty() &&
+        ourJVMTI->GetThreadListStackTraces(1, &thread, InterruptedStack::MOST_FRAMES,
+                                           own.receive()) == JVMTI_ERROR_NONE) {
+        copyFrames(*own.get(), frames);
+    }
+    env->DeleteLocalRef(thread);
+}
+
+void chargeOne(JNIEnv* env, const InterruptedStack& stack, const ZVector<jvmtiFrameInfo>* asked) {
+    LockHolder lock(ourLock, "Sampling:80");
+    SampledThread* const sampled = SampledThreads::of(stack);
+    if (sampled != nullptr && !sampled->info->agentThread) {
+        SampleCharges::charge(env, sampled, stack, asked);
+    }
+}
+
+// Soon after they were taken: those first that the JVM is asked about.
+void chargeAll(JNIEnv* env) {
+    LocalFrame localFrame(env);
+    Batch batch;
+    batch.take([](const InterruptedStack&) { return true; });
+    ZVector<jvmtiFrameInfo> asked;
+    for (int i = 0; i < batch.getSize(); i++) {
+        asked.clear();
+        if (SampleCharges::canAsk(batch.get(i))) {
+            ask(env, batch.get(i), &asked);
+        }
+        chargeOne(env, batch.get(i), asked.isEmpty() ? nullptr : &asked);
+    }
+}
+
+// Caller holds ourLock.
+void chargeRestOf(ThreadInfo* info) {
+    if (info->sampled.timer != nullptr) {
+        SampleCharges::chargeRest(info->sampled.timer,
+                                  Platform::threadCPUTimeNs(info->sampled.timer->nativeID),
+                                  2 * getPeriodNs());
+    }
+}
+
+// Caller holds ourLock. A thread whose id is not known gets no timer.
+void startTimer(JNIEnv* env, ThreadInfo* info, jthread thread, long nativeID) {
+    if (info->agentThread || info->sampled.timer != nullptr || nativeID == 0) {
+        return;
+    }
+    const long now = Platform::threadCPUTimeNs(nativeID);
+    info->sampled.lastCpuTimeNs = now < 1 ? 1 : now;
+    info->sampled.timer = SampledThreads::add(env, info, thread, nativeID, getPeriodNs());
+}
+
+void startTimers(JNIEnv* env) {
+    jint count = 0;
+    JvmtiMemory<jthread> threads;
+    CHECK_JVMTI(ourJVMTI->GetAllThreads(&count, threads.receive()));
+    announceLocalReferences(env, count);
+    LockHolder lock(ourLock);
+    for (jint i = 0; i < count; i++) {
+        ThreadInfo* const info = getStoredThreadInfo(threads.get()[i]);
+        if (info != nullptr && ourAllThreadInfos.contains(info)) {
+            startTimer(env, info, threads.get()[i], info->nativeThreadID);
+        }
+        env->DeleteLocalRef(threads.get()[i]);
+    }
+}
+
+// Signals may come for a little while after the last timer was stopped.
+void giveSignalBack() {
+    for (int i = 0; i < MOST_WAITS; i++) {
+        if (ThreadTimers::handlersAtWork() == 0 && ThreadTimers::giveSignalBack()) {
+            return;
+        }
+        Platform::sleepMicroseconds(WAIT_US);
+    }
+    Logger::message("Signal sampling: a thread holds the signal back; its handler stays");
+}
+
+} // namespace
+
+bool SignalSampling::isOn() {
+    return ourIsOn;
+}
+
+ZString SignalSampling::start(JNIEnv* env) {
+    ZString refusal = SamplerTrial::refuseJvm();
+    if (refusal.isEmpty()) {
+        const char* const reason = InterruptedStacks::prepare();
+        refusal = reason == nullptr ? "" : reason;
+    }
+    if (refusal.isEmpty()) {
+        refusal = CodeEvents::start(env);
+    }
+    if (refusal.isEmpty()) {
+        const char* const reason = ThreadTimers::takeSignal(SampledThreads::onTimer);
+        refusal = reason == nullptr ? SamplerTrial::run(env) : ZString(reason);
+    }
+    if (!refusal.isEmpty()) {
+        giveSignalBack();
+        CodeEvents::stop();
+        return refusal;
+    }
+    ourIsOn = true;
+    startTimers(env);
+    Logger::message(ZString("Signal sampling: signal ") +
+                    longToString(ThreadTimers::signalNumber()));
+    return "";
+}
+
+void SignalSampling::stop(JNIEnv* env) {
+    if (!ourIsOn.exchange(false)) {
+        return;
+    }
+    settle(env);
+    {
+        LockHolder lock(ourLock);
+        eachThreadInfo([&](ThreadInfo* info) {
+            if (info->sampled.timer != nullptr) {
+                SampledThreads::remove(env, info->sampled.timer);
+                info->sampled.timer = nullptr;
+            }
+        });
+    }
+    giveSignalBack();
+    Batch late;
+    late.take([](const InterruptedStack&) { return true; });
+    CodeEvents::stop();
+}
+
+void SignalSampling::takeSamples(JNIEnv* env, long waitMs) {
+    SampledThreads::awaitSample(waitMs);
+    chargeAll(env);
+    CompiledCode::collect();
+}
+
+void SignalSampling::settle(JNIEnv* env) {
+    chargeAll(env);
+    LockHolder lock(ourLock);
+    eachThreadInfo([](ThreadInfo* info) { chargeRestOf(info); });
+}
+
+void SignalSampling::threadStarts(JNIEnv* env, ThreadInfo* info, jthread thread) {
+    if (ourIsOn) {
+        startTimer(env, info, thread, info->nativeThreadID);
+    }
+}
+
+void SignalSampling::threadEnds(JNIEnv* env, ThreadInfo* info) {
+    SampledThread* const sampled = info->sampled.timer;
+    if (sampled == nullptr) {
+        return;
+    }
+    ThreadTimers::stop(sampled->timer);
+    sampled->timer = ThreadTimers::NO_TIMER;
+    {
+        Batch batch;
+        batch.take([&](const InterruptedStack& stack) { return stack.slot == sampled->number; });
+        for (int i = 0; i < batch.getSize(); i++) {
+            if (SampledThreads::of(batch.get(i)) == sampled) {
+                SampleCharges::charge(env, sampled, batch.get(i), nullptr);
+            }
+        }
+    }
+    chargeRestOf(info);
+    SampledThreads::remove(env, sampled);
+    info->sampled.timer = nullptr;
+}
