@@ -37,7 +37,7 @@ const RefusedJvm REFUSED[] = {
 };
 
 int getRelease() {
-    const ZString version = getSystemProperty("java.specification.version");
+    const ZString version = getSystemProperty("java.vm.specification.version");
     const int first = atoi(version.c_str());
     return first == 1 ? atoi(version.c_str() + 2) : first; // 1.8
 }
