@@ -133,8 +133,10 @@ void SampleCharges::charge(JNIEnv* env, SampledThread* sampled, const Interrupte
     chargeFrames(info, frame, stack.cpuTimeNs);
 }
 
-void SampleCharges::chargeRest(SampledThread* sampled, long cpuTimeNs, long mostForLastFrame) {
-    const long rest = cpuTimeNs - sampled->info->sampled.lastCpuTimeNs;
-    const bool isKnown = sampled->lastFrame != 0 && rest <= mostForLastFrame;
-    chargeFrames(sampled->info, isKnown ? sampled->lastFrame : specialFrame(NO_SAMPLE), cpuTimeNs);
+void SampleCharges::chargeRest(ThreadInfo* info, long cpuTimeNs, long mostForLastFrame) {
+    const SampledThread* const sampled = info->sampled.timer;
+    const long rest = cpuTimeNs - info->sampled.lastCpuTimeNs;
+    const bool isKnown =
+        sampled != nullptr && sampled->lastFrame != 0 && rest <= mostForLastFrame;
+    chargeFrames(info, isKnown ? sampled->lastFrame : specialFrame(NO_SAMPLE), cpuTimeNs);
 }

@@ -18,7 +18,7 @@ bool canAsk(const InterruptedStack& stack);
 // first.
 void charge(JNIEnv* env, SampledThread* sampled, const InterruptedStack& stack,
             const ZVector<jvmtiFrameInfo>* asked);
-// Charges what the thread used since its last sample, of which there will be no more.
-void chargeRest(SampledThread* sampled, long cpuTimeNs, long mostForLastFrame);
+// Charges what a thread used since its last sample, of which there will be no more.
+void chargeRest(ThreadInfo* info, long cpuTimeNs, long mostForLastFrame);
 
 } // namespace SampleCharges

@@ -2,6 +2,7 @@
 
 #include "core/ground/Globals.h"
 #include "core/ground/Options.h"
+#include "core/ground/UptimeProvider.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
@@ -9,6 +10,7 @@
 #include "platform/ThreadTimers.h"
 #include "profiling/cpu/CodeEvents.h"
 #include "profiling/cpu/CompiledCode.h"
+#include "profiling/cpu/NativeThreads.h"
 #include "profiling/cpu/SampleCharges.h"
 #include "profiling/cpu/SampledThreads.h"
 #include "profiling/cpu/SamplerTrial.h"
@@ -24,7 +26,11 @@ const long NS_PER_MILLISECOND = 1000000;
 const int MOST_WAITS = 100;
 const unsigned WAIT_US = 1000;
 
+// How often ids of threads are looked for that are not known yet.
+const long SEARCH_PERIOD_NS = 500 * NS_PER_MILLISECOND;
+
 std::atomic<bool> ourIsOn{false};
+std::atomic<long> ourNextSearchNs{0};
 
 long getPeriodNs() {
     return (ourOptions->samplingPeriod < 1 ? 1L : ourOptions->samplingPeriod) * NS_PER_MILLISECOND;
@@ -129,23 +135,60 @@ void chargeAll(JNIEnv* env) {
     }
 }
 
-// Caller holds ourLock.
+// Caller holds ourLock. A thread without a timer has a rest, too.
 void chargeRestOf(ThreadInfo* info) {
-    if (info->sampled.timer != nullptr) {
-        SampleCharges::chargeRest(info->sampled.timer,
-                                  Platform::threadCPUTimeNs(info->sampled.timer->nativeID),
-                                  2 * getPeriodNs());
+    if (info->agentThread || info->sampled.lastCpuTimeNs == 0) {
+        return;
+    }
+    const SampledThread* const sampled = info->sampled.timer;
+    const long now = sampled == nullptr ? info->readCpuTimeNs()
+                                        : Platform::threadCPUTimeNs(sampled->nativeID);
+    SampleCharges::chargeRest(info, now, 2 * getPeriodNs());
+}
+
+// Caller holds ourLock. A thread whose id is not known gets no timer yet.
+void startTimer(JNIEnv* env, ThreadInfo* info, jthread thread, long nativeID) {
+    if (info->agentThread || info->sampled.timer != nullptr) {
+        return;
+    }
+    if (info->sampled.lastCpuTimeNs == 0) {
+        const long now = info->readCpuTimeNs();
+        info->sampled.lastCpuTimeNs = now < 1 ? 1 : now;
+    }
+    if (nativeID != 0) {
+        info->sampled.timer = SampledThreads::add(env, info, thread, nativeID, getPeriodNs());
     }
 }
 
-// Caller holds ourLock. A thread whose id is not known gets no timer.
-void startTimer(JNIEnv* env, ThreadInfo* info, jthread thread, long nativeID) {
-    if (info->agentThread || info->sampled.timer != nullptr || nativeID == 0) {
+bool isWithoutID(const ThreadInfo* info) {
+    return info->nativeThreadID == 0 && info->sampled.timer == nullptr && !info->agentThread &&
+           info->threadObject != nullptr;
+}
+
+// Threads that began before the agent get their timers once their ids are known.
+void startTimersOfOldThreads(JNIEnv* env) {
+    LockHolder lock(ourLock);
+    ZVector<NativeThreads::Search> searches;
+    ZVector<ThreadInfo*> infos;
+    ZVector<long> known;
+    eachThreadInfo([&](ThreadInfo* info) {
+        const SampledThread* const sampled = info->sampled.timer;
+        if (isWithoutID(info)) {
+            NativeThreads::Search search;
+            search.thread = info->threadObject;
+            searches.push(search);
+            infos.push(info);
+        } else {
+            known.push(sampled == nullptr ? info->nativeThreadID : sampled->nativeID.load());
+        }
+    });
+    if (searches.isEmpty()) {
         return;
     }
-    const long now = Platform::threadCPUTimeNs(nativeID);
-    info->sampled.lastCpuTimeNs = now < 1 ? 1 : now;
-    info->sampled.timer = SampledThreads::add(env, info, thread, nativeID, getPeriodNs());
+    NativeThreads::find(&searches, known);
+    for (int i = 0; i < infos.getSize(); i++) {
+        startTimer(env, infos[i], infos[i]->threadObject, searches[i].nativeID);
+    }
 }
 
 void startTimers(JNIEnv* env) {
@@ -186,6 +229,9 @@ ZString SignalSampling::start(JNIEnv* env) {
         const char* const reason = InterruptedStacks::prepare();
         refusal = reason == nullptr ? "" : reason;
     }
+    if (refusal.isEmpty() && !NativeThreads::prepare()) {
+        refusal = "the JVM does not tell threads' CPU times";
+    }
     if (refusal.isEmpty()) {
         refusal = CodeEvents::start(env);
     }
@@ -200,6 +246,8 @@ ZString SignalSampling::start(JNIEnv* env) {
     }
     ourIsOn = true;
     startTimers(env);
+    startTimersOfOldThreads(env);
+    ourNextSearchNs = getTimeNs() + SEARCH_PERIOD_NS;
     Logger::message(ZString("Signal sampling: signal ") +
                     longToString(ThreadTimers::signalNumber()));
     return "";
@@ -229,6 +277,10 @@ void SignalSampling::takeSamples(JNIEnv* env, long waitMs) {
     SampledThreads::awaitSample(waitMs);
     chargeAll(env);
     CompiledCode::collect();
+    if (getTimeNs() >= ourNextSearchNs) {
+        ourNextSearchNs = getTimeNs() + SEARCH_PERIOD_NS;
+        startTimersOfOldThreads(env);
+    }
 }
 
 void SignalSampling::settle(JNIEnv* env) {
@@ -246,6 +298,9 @@ void SignalSampling::threadStarts(JNIEnv* env, ThreadInfo* info, jthread thread)
 void SignalSampling::threadEnds(JNIEnv* env, ThreadInfo* info) {
     SampledThread* const sampled = info->sampled.timer;
     if (sampled == nullptr) {
+        if (ourIsOn) {
+            chargeRestOf(info);
+        }
         return;
     }
     ThreadTimers::stop(sampled->timer);
