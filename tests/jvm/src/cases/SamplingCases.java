@@ -57,7 +57,7 @@ public final class SamplingCases {
 
     @Case(fixture = Threads.class, args = {"200", "64", "1000"}, alone = true, attach = false)
     static void sees64BusyThreads200FramesDeepAmong1000IdleOnes(Target target) throws Exception {
-        Tables tables = Sampling.charge(target, "busy-", 6000, 0.3);
+        Tables tables = Sampling.charge(target, "busy-", 3000, 0.3);
         long deepest = 0;
         for (int frame : tables.rows.get(Tables.FRAME).keySet()) {
             if (frame > 0) {

@@ -5,6 +5,8 @@ import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
@@ -182,11 +184,42 @@ public final class TriggerCases {
         Check.equal(count(told, "limited"), 100L, "events of a listener with a limit");
         Check.equal(test.ask("rows"), "300 rows, 0 open, 0 thrown, 200 returned, 300 shown",
                     "rows");
+        checkMacrosAndFailures(test, told);
         test.set("", false);
         Check.equal(test.get(), "", "triggers");
         test.ask("call 2 100");
         Check.equal(count(told, "enter "), 1500L, "enters");
         target.finish();
+    }
+
+    /** Each macro within a call and outside; an action that fails on the program's thread. */
+    private static void checkMacrosAndFailures(TriggerCases test, Path told) throws Exception {
+        StringBuilder all = new StringBuilder();
+        Matcher row = Pattern.compile("\\| `([A-Z_]+)` \\|")
+                              .matcher(Files.readString(
+                                      Path.of(System.getProperty("vdk.docs"), "triggers.md")));
+        int count = 0;
+        for (; row.find(); count++) {
+            String option = row.group(1).equals("EVAL_FIELD") ? "\\snone" : "";
+            all.append(row.group(1)).append("<${").append(row.group(1)).append(option).append("}>");
+        }
+        test.set(method("  onenter: StartCPUSampling\n  onenter: StartCPUTracing\n  onenter: " +
+                        print("within\\s" + all, told) + "\n  onenter: StopCPUProfiling\n") +
+                         "TimerListener delay=20ms maxTriggerCount=1\n  " +
+                         print("outside\\s" + all, told) + "\n",
+                 false);
+        Check.equal(test.ask("call 1 3"), "3 calls", "calls whose action fails");
+        Check.equal(test.target.log().split("Action failed: .*already started", -1).length, 4,
+                    "failed actions in " + test.target.log());
+        Check.await(() -> count(told, "outside ") == 1, "the timer fires");
+        Check.equal(count(told, "within "), 3L, "actions behind one that fails");
+        String text = Files.readString(told);
+        Check.equal(text.split("<macro [A-Z_]+ is undefined outside method call>", -1).length - 1,
+                    9, "macros of calls outside one, of " + count);
+        Check.contains(text.substring(text.indexOf("within ")),
+                       "METHOD<call>SIGNATURE<(ILjava/lang/Object;)I>PARAM_TYPES<(int, "
+                               + "java.lang.Object)>PARAMS<0, fixtures.Triggered$Work@",
+                       "macros within a call");
     }
 
     @Case(fixture = Triggered.class, agent = "builtinprobes=none", attach = false)
