@@ -131,10 +131,8 @@ constexpr size_t SOME = 8;
 
 // What is found in the bytes is found without the sanitizers; a part of the classes is enough to
 // see what weaving does to memory.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(VDK_SANITIZED)
 constexpr bool IS_SANITIZED = true;
-#elif defined(__has_feature)
-constexpr bool IS_SANITIZED = __has_feature(address_sanitizer);
 #else
 constexpr bool IS_SANITIZED = false;
 #endif
