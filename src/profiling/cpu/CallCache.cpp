@@ -27,6 +27,18 @@ CallCache::Call* CallCache::findFree(int parent, int method) {
     return nullptr;
 }
 
+CallCache::Call* CallCache::findVictim(int parent, int method) {
+    Call* const first = slots + home(parent, method);
+    Call* victim = first;
+    for (int i = 1; i < WINDOW; i++) {
+        victim = first[i].uses < victim->uses ? first + i : victim;
+    }
+    for (int i = 0; i < WINDOW; i++) {
+        first[i].uses /= 2;
+    }
+    return victim;
+}
+
 bool CallCache::grow() {
     const int wanted = capacity == 0 ? LEAST_SLOTS : 2 * capacity;
     const int grown = wanted + WINDOW;

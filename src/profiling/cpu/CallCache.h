@@ -9,8 +9,8 @@
 // DESCRIPTION
 //   It is a cache: what it does not hold is looked up in the tables. It grows with the number of
 //   call paths, up to MOST_SLOTS (512 KB) for a thread and MOST_BYTES for all of them; beyond that
-//   new paths push out old ones. Nothing here locks. Only learn allocates, and where no memory is
-//   left it learns less.
+//   new paths push out those used least of late. Nothing here locks. Only learn allocates, and
+//   where no memory is left it learns less.
 // IMPLEMENTATION
 //   Open addressing. A call stands in the first free slot of the WINDOW slots from its own one on,
 //   and never moves but by growth, so a search may end at a free slot.
@@ -19,7 +19,8 @@ public:
     struct Call {
         int parent; // frame of the caller
         int method;
-        int frame; // 0 in a free slot: the root is nobody's callee
+        int frame;     // 0 in a free slot: the root is nobody's callee
+        unsigned uses; // halved whenever a neighbour gave way
         long count;
         long timeNs;
     };
@@ -61,6 +62,7 @@ public:
     void charge(Call* call, long count, long timeNs) {
         call->count += count;
         call->timeNs += timeNs;
+        call->uses++;
         isCharged = true;
     }
 
@@ -89,6 +91,8 @@ private:
     }
     bool isCrowded() const { return capacity < MOST_SLOTS && size >= capacity / 4; }
     Call* findFree(int parent, int method);
+    // The one to give way for another.
+    Call* findVictim(int parent, int method);
     bool grow();
 
     Call* slots = nullptr;
@@ -96,7 +100,6 @@ private:
     int allocated = 0; // the last window reaches behind the capacity
     int shift = 64;
     int size = 0;
-    unsigned nextVictim = 0;
     bool isCharged = false;
 };
 
@@ -119,11 +122,11 @@ void CallCache::learn(int parent, int method, int frame, Fold&& fold) {
         return;
     }
     if (place == nullptr) {
-        place = slots + home(parent, method) + nextVictim++ % WINDOW;
+        place = findVictim(parent, method);
         fold(static_cast<const Call&>(*place));
         size--;
     }
-    *place = {parent, method, frame, 0, 0};
+    *place = {parent, method, frame, 1, 0, 0};
     size++;
 }
 
