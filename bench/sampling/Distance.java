@@ -9,12 +9,13 @@ import jdk.jfr.consumer.RecordedFrame;
 import jdk.jfr.consumer.RecordingFile;
 
 /**
- * How far the distribution of own time over methods is from that of jdk.CPUTimeSample: half the sum of the differences, 0
- * for equal and 1 for disjoint ones. Arguments: a flight recording, the report of methods of the same JVM as JSON.
+ * How far the distribution of own time over methods is from that of jdk.CPUTimeSample: half the sum
+ * of the differences, 0 for equal and 1 for disjoint ones. Arguments: a flight recording, the
+ * report of methods of the same JVM as JSON.
  */
 public final class Distance {
-    private static final Pattern METHOD =
-        Pattern.compile("\"class\": \"([^\"]*)\", *\\s*\"method\": \"([^\"]*)\"[^{}]*?\"ownNs\": (\\d+)");
+    private static final Pattern METHOD = Pattern.compile(
+            "\"class\": \"([^\"]*)\", *\\s*\"method\": \"([^\"]*)\"[^{}]*?\"ownNs\": (\\d+)");
 
     private Distance() {
     }
@@ -30,26 +31,41 @@ public final class Distance {
         Map<String, Double> ours = new HashMap<>();
         Matcher matcher = METHOD.matcher(Files.readString(Path.of(args[1])));
         while (matcher.find()) {
-            ours.merge(normal(matcher.group(1) + "." + matcher.group(2)), Double.parseDouble(matcher.group(3)),
-                       Double::sum);
+            ours.merge(normal(matcher.group(1) + "." + matcher.group(2)),
+                       Double.parseDouble(matcher.group(3)), Double::sum);
         }
         Map<String, Double> truth = events.get("jdk.CPUTimeSample");
-        System.out.printf("ours %.3f, jdk.ExecutionSample %.3f from jdk.CPUTimeSample (%.0f samples, %d without a stack; "
-                              + "%.0f of the other)%n",
-                          distance(ours, truth), distance(events.get("jdk.ExecutionSample"), truth), sum(truth),
-                          failed.getOrDefault("jdk.CPUTimeSample", 0), sum(events.get("jdk.ExecutionSample")));
+        System.out.printf(
+                "ours %.3f, jdk.ExecutionSample %.3f from jdk.CPUTimeSample (%.0f samples, %d without a stack; "
+                        + "%.0f of the other)%n",
+                distance(ours, truth), distance(events.get("jdk.ExecutionSample"), truth),
+                sum(truth), failed.getOrDefault("jdk.CPUTimeSample", 0),
+                sum(events.get("jdk.ExecutionSample")));
         if (args.length > 2) {
-            truth.entrySet().stream().sorted((a, b) -> Double.compare(b.getValue(), a.getValue())).limit(25).forEach(
-                row -> System.out.printf("%6.2f %6.2f  %s%n", 100 * row.getValue() / sum(truth),
-                                         100 * ours.getOrDefault(row.getKey(), 0.0) / sum(ours), row.getKey()));
+            truth.entrySet()
+                    .stream()
+                    .sorted((a, b) -> Double.compare(b.getValue(), a.getValue()))
+                    .limit(25)
+                    .forEach(row
+                             -> System.out.printf(
+                                     "%6.2f %6.2f  %s%n", 100 * row.getValue() / sum(truth),
+                                     100 * ours.getOrDefault(row.getKey(), 0.0) / sum(ours),
+                                     row.getKey()));
             System.out.println("ours:");
-            ours.entrySet().stream().sorted((a, b) -> Double.compare(b.getValue(), a.getValue())).limit(15).forEach(
-                row -> System.out.printf("%6.2f %6.2f  %s%n", 100 * truth.getOrDefault(row.getKey(), 0.0) / sum(truth),
-                                         100 * row.getValue() / sum(ours), row.getKey()));
+            ours.entrySet()
+                    .stream()
+                    .sorted((a, b) -> Double.compare(b.getValue(), a.getValue()))
+                    .limit(15)
+                    .forEach(row
+                             -> System.out.printf("%6.2f %6.2f  %s%n",
+                                                  100 * truth.getOrDefault(row.getKey(), 0.0) /
+                                                          sum(truth),
+                                                  100 * row.getValue() / sum(ours), row.getKey()));
         }
     }
 
-    private static void read(RecordedEvent event, Map<String, Map<String, Double>> events, Map<String, Integer> failed) {
+    private static void read(RecordedEvent event, Map<String, Map<String, Double>> events,
+                             Map<String, Integer> failed) {
         String type = event.getEventType().getName();
         if (!type.equals("jdk.CPUTimeSample") && !type.equals("jdk.ExecutionSample")) {
             return;
@@ -65,7 +81,8 @@ public final class Distance {
 
     // Hidden classes have numbers in their names.
     private static String normal(String name) {
-        return name.replaceAll("\\$\\$Lambda.*\\.", "\\$\\$Lambda.").replaceAll("[/+]0x[0-9a-f]+", "");
+        return name.replaceAll("\\$\\$Lambda.*\\.", "\\$\\$Lambda.")
+                .replaceAll("[/+]0x[0-9a-f]+", "");
     }
 
     private static double sum(Map<String, Double> weights) {
@@ -80,7 +97,8 @@ public final class Distance {
         b.forEach((name, w) -> all.putIfAbsent(name, 0.0));
         double total = 0;
         for (String name : all.keySet()) {
-            total += Math.abs(a.getOrDefault(name, 0.0) / sum(a) - b.getOrDefault(name, 0.0) / sum(b));
+            total += Math.abs(a.getOrDefault(name, 0.0) / sum(a) -
+                              b.getOrDefault(name, 0.0) / sum(b));
         }
         return total / 2;
     }

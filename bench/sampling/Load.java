@@ -15,8 +15,8 @@ import java.util.concurrent.locks.LockSupport;
 import java.util.regex.Pattern;
 
 /**
- * Programs that sampling is tried on, each of another kind. Arguments: name, seconds. Exit code 0 when its own results
- * were right all the time.
+ * Programs that sampling is tried on, each of another kind. Arguments: name, seconds. Exit code 0
+ * when its own results were right all the time.
  */
 public final class Load {
     private static volatile Object sink;
@@ -41,7 +41,7 @@ public final class Load {
         programs.put("virtual", Load::virtual);
         programs.put("waits", Load::waits);
         Program program = programs.get(args[0]);
-        long end = System.nanoTime() + (long)(Double.parseDouble(args[1]) * 1e9);
+        long end = System.nanoTime() + (long) (Double.parseDouble(args[1]) * 1e9);
         List<Thread> threads = new ArrayList<>();
         List<Throwable> failures = new ArrayList<>();
         for (int i = 0; i < 2; i++) {
@@ -79,7 +79,7 @@ public final class Load {
 
     static final class Square implements Shape {
         public double area(int n) {
-            return n * (double)n;
+            return n * (double) n;
         }
     }
 
@@ -100,7 +100,9 @@ public final class Load {
     }
 
     static int ackermann(int m, int n) {
-        return m == 0 ? n + 1 : n == 0 ? ackermann(m - 1, 1) : ackermann(m - 1, ackermann(m, n - 1));
+        return m == 0 ? n + 1
+        : n == 0      ? ackermann(m - 1, 1)
+                      : ackermann(m - 1, ackermann(m, n - 1));
     }
 
     static void calls() {
@@ -143,7 +145,7 @@ public final class Load {
         List<Object> kept = new ArrayList<>();
         for (int i = 0; i < 20_000; i++) {
             byte[] bytes = new byte[64 + i % 2000];
-            bytes[0] = (byte)i;
+            bytes[0] = (byte) i;
             if (i % 100 == 0) {
                 kept.add(bytes);
                 kept.add(new WeakReference<>(bytes));
@@ -151,7 +153,7 @@ public final class Load {
             sink = new Object[] {bytes, i};
         }
         for (int i = 0; i < kept.size(); i += 2) {
-            check(((WeakReference<?>)kept.get(i + 1)).get() == kept.get(i));
+            check(((WeakReference<?>) kept.get(i + 1)).get() == kept.get(i));
         }
     }
 
@@ -231,11 +233,11 @@ public final class Load {
             try (URLClassLoader loader = new URLClassLoader(new URL[] {here}, null)) {
                 Class<?> type = loader.loadClass("Load$Loaded");
                 Object object = type.getDeclaredConstructor().newInstance();
-                int result = (Integer)type.getMethod("work", int.class).invoke(object, 20_000);
+                int result = (Integer) type.getMethod("work", int.class).invoke(object, 20_000);
                 check(result == new Loaded().work(20_000));
             }
             InvocationHandler handler = (proxy, method, arguments) -> null;
-            sink = Proxy.newProxyInstance(new ClassLoader(Load.class.getClassLoader()) { },
+            sink = Proxy.newProxyInstance(new ClassLoader(Load.class.getClassLoader()) {},
                                           new Class<?>[] {Runnable.class}, handler);
         }
         if (Math.random() < 0.05) {
@@ -262,7 +264,9 @@ public final class Load {
     static void virtual() throws Exception {
         ExecutorService executor;
         try {
-            executor = (ExecutorService)Executors.class.getMethod("newVirtualThreadPerTaskExecutor").invoke(null);
+            executor =
+                    (ExecutorService) Executors.class.getMethod("newVirtualThreadPerTaskExecutor")
+                            .invoke(null);
         } catch (NoSuchMethodException e) {
             executor = Executors.newFixedThreadPool(8);
         }

@@ -108,9 +108,9 @@ bool isPendingFor(long thread, int signal) {
     close(file);
     text[length < 0 ? 0 : length] = 0;
     const char* const line = strstr(text, "\nSigPnd:");
-    return line != nullptr && (strtoull(line + strlen("\nSigPnd:"), nullptr, 16) >>
-                                   static_cast<unsigned>(signal - 1) &
-                               1) != 0;
+    return line != nullptr &&
+           (strtoull(line + strlen("\nSigPnd:"), nullptr, 16) >> static_cast<unsigned>(signal - 1) &
+            1) != 0;
 }
 
 } // namespace
@@ -173,8 +173,8 @@ int ThreadTimers::start(long nativeThreadID, long periodNs, int number) {
     event.signal = ourSignal;
     event.notify = TO_THREAD;
     event.thread = static_cast<int>(nativeThreadID);
-    const long clock = static_cast<int>((~static_cast<unsigned>(nativeThreadID) << 3) |
-                                        THREAD_SCHEDULER_CLOCK);
+    const long clock =
+        static_cast<int>((~static_cast<unsigned>(nativeThreadID) << 3) | THREAD_SCHEDULER_CLOCK);
     int timer = NO_TIMER;
     if (ourSignal == 0 || syscall(SYS_timer_create, clock, &event, &timer) != 0) {
         return NO_TIMER;

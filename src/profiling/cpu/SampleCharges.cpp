@@ -36,8 +36,8 @@ int frameOf(JNIEnv* env, ThreadInfo* info, const jvmtiFrameInfo* frames, int cou
     jvmtiStackInfo stack = {};
     stack.frame_buffer = const_cast<jvmtiFrameInfo*>(frames);
     stack.frame_count = count;
-    return ourFrameStorage.skipHidden(ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(
-        env, stack, &info->sampled.lastStack));
+    return ourFrameStorage.skipHidden(
+        ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(env, stack, &info->sampled.lastStack));
 }
 
 // The frame of the walked stack, or of its leaf alone.
@@ -136,7 +136,6 @@ void SampleCharges::charge(JNIEnv* env, SampledThread* sampled, const Interrupte
 void SampleCharges::chargeRest(ThreadInfo* info, long cpuTimeNs, long mostForLastFrame) {
     const SampledThread* const sampled = info->sampled.timer;
     const long rest = cpuTimeNs - info->sampled.lastCpuTimeNs;
-    const bool isKnown =
-        sampled != nullptr && sampled->lastFrame != 0 && rest <= mostForLastFrame;
+    const bool isKnown = sampled != nullptr && sampled->lastFrame != 0 && rest <= mostForLastFrame;
     chargeFrames(info, isKnown ? sampled->lastFrame : specialFrame(NO_SAMPLE), cpuTimeNs);
 }

@@ -141,8 +141,8 @@ void chargeRestOf(ThreadInfo* info) {
         return;
     }
     const SampledThread* const sampled = info->sampled.timer;
-    const long now = sampled == nullptr ? info->readCpuTimeNs()
-                                        : Platform::threadCPUTimeNs(sampled->nativeID);
+    const long now =
+        sampled == nullptr ? info->readCpuTimeNs() : Platform::threadCPUTimeNs(sampled->nativeID);
     SampleCharges::chargeRest(info, now, 2 * getPeriodNs());
 }
 
