@@ -1,4 +1,5 @@
 #include "client/commands/Commands.h"
+#include "client/commands/SelectionArguments.h"
 #include "client/commands/Sources.h"
 #include "client/console/OutputFile.h"
 #include "client/console/Text.h"
@@ -27,6 +28,9 @@ int runExport(Console& console, const Arguments& arguments) {
     if (profile.total() == 0) {
         console.note("no CPU data: sampling was off");
     }
+    const Selection selection = selectionOf(arguments);
+    noteUnmatched(console, StackSelector(profile, selection).findUnmatched());
+    select(profile, selection);
     ExportChoices choices;
     choices.filters = arguments.text("--filters") == "on";
     choices.byThread = arguments.has("--by-thread");

@@ -1,4 +1,5 @@
 #include "client/commands/Commands.h"
+#include "client/commands/SelectionArguments.h"
 #include "client/commands/Sources.h"
 #include "client/commands/WhyEmpty.h"
 #include "client/console/Text.h"
@@ -8,9 +9,23 @@
 #include "client/profile/J2eeReport.h"
 #include "client/profile/MonitorReport.h"
 
+#include <array>
+
 namespace vdk {
 
 namespace {
+
+// Stacks that are turned round make trees of CPU times and of allocations.
+void restrictToCallers(ReportChoices& choices, const std::string& show) {
+    const bool isOfOthers = show == "monitors" || show == "exceptions" || show == "j2ee";
+    if (isOfOthers || show == "methods" || choices.by != Grouping::None) {
+        throw ClientError(ExitCode::Usage, "usage",
+                          "--callers shows trees of CPU times, allocations, live objects or "
+                          "garbage, and goes with neither --by nor --show " +
+                              (isOfOthers ? show : "methods"));
+    }
+    choices.methods = choices.monitors = choices.exceptions = choices.j2ee = false;
+}
 
 ReportChoices choicesOf(const Arguments& arguments) {
     ReportChoices choices;
@@ -34,6 +49,9 @@ ReportChoices choicesOf(const Arguments& arguments) {
     choices.monitors = all || show == "monitors";
     choices.exceptions = all || show == "exceptions";
     choices.j2ee = all || show == "j2ee";
+    if (arguments.has("--callers")) {
+        restrictToCallers(choices, show);
+    }
     choices.threads = size_t(arguments.number("--threads", 10));
     choices.byThread = arguments.has("--by-thread");
     choices.filters = arguments.text("--filters") == "on";
@@ -59,6 +77,8 @@ struct ReportData {
     MonitorUses monitors;
     std::vector<ThrownRow> exceptions;
     bool exceptionsByCalls = false;
+
+    std::array<Profile*, 4> profiles() { return {&profile, &allocations, &live, &garbage}; }
 };
 
 // The profiles of objects that are shown, under their names in JSON.
@@ -88,10 +108,10 @@ void noteSource(Console& console, const DataSource& source) {
                  printable(source.session));
 }
 
-// With --by: what --show names, each as one list. CPU times only if they are named.
+// With --by: what --show names, each as one list.
 std::vector<Shown> shownIn(const std::string& show) {
     if (show == "all") {
-        return {Shown::Allocations, Shown::Monitors, Shown::Exceptions};
+        return {Shown::Cpu, Shown::Allocations, Shown::Monitors, Shown::Exceptions};
     }
     for (const ShownName& name : shownNames()) {
         if (show == name.option) {
@@ -105,8 +125,12 @@ void reportGroups(Console& console, DataSource& source, const Arguments& argumen
                   const ReportChoices& choices) {
     std::vector<EventData> lists;
     for (Shown what : shownIn(arguments.text("--show", "all"))) {
-        lists.push_back(readEvents(source.database(), what, !arguments.has("--raw-names")));
-        if (lists.back().rows.empty()) {
+        lists.push_back(readEvents(source.database(), what, !arguments.has("--raw-names"),
+                                   selectionOf(arguments)));
+        if (lists.size() == 1) {
+            noteUnmatched(console, lists.back().unmatched);
+        }
+        if (lists.back().rows.empty() && (what == Shown::Cpu || arguments.has("--show"))) {
             console.note(whyEmpty(what, source, lists.back().isKnown));
         }
     }
@@ -186,35 +210,54 @@ void printText(Console& console, const ReportData& data, const ReportChoices& ch
     }
 }
 
-} // namespace
-
-int runReport(Console& console, const Arguments& arguments) {
-    const ReportChoices choices = choicesOf(arguments);
-    DataSource source = openData(arguments.text("SOURCE"), arguments,
-                                 CpuTables | AllocationTables | MonitorTables | ExceptionTables);
-    if (choices.by != Grouping::None) {
-        reportGroups(console, source, arguments, choices);
-        return 0;
-    }
+ReportData readData(DB& db, const ReportChoices& choices, bool mergeNames) {
     ReportData data;
-    data.profile = makeProfile(source.database());
-    data.allocations = makeAllocationProfile(source.database());
-    data.knowsLive = knowsLiveObjects(source.database());
+    data.profile = makeProfile(db);
+    data.allocations = makeAllocationProfile(db);
+    data.knowsLive = knowsLiveObjects(db);
     if (choices.live) {
-        data.live = makeAllocationProfile(source.database(), Recorded::Live);
+        data.live = makeAllocationProfile(db, Recorded::Live);
     }
     if (choices.garbage) {
-        data.garbage = makeAllocationProfile(source.database(), Recorded::Garbage);
+        data.garbage = makeAllocationProfile(db, Recorded::Garbage);
     }
-    data.monitors = readMonitors(source.database(), data.profile);
-    data.exceptions = readExceptions(source.database(), data.profile);
-    data.exceptionsByCalls = areCountedByCalls(source.database());
-    if (!arguments.has("--raw-names")) {
-        mergeGeneratedNames(data.profile);
-        mergeGeneratedNames(data.allocations);
-        mergeGeneratedNames(data.live);
-        mergeGeneratedNames(data.garbage);
+    data.monitors = readMonitors(db, data.profile);
+    data.exceptions = readExceptions(db, data.profile);
+    data.exceptionsByCalls = areCountedByCalls(db);
+    if (mergeNames) {
+        for (Profile* profile : data.profiles()) {
+            mergeGeneratedNames(*profile);
+        }
     }
+    return data;
+}
+
+// Leaves what the options choose, and turns it round for --callers.
+void choose(Console& console, ReportData& data, const Arguments& arguments) {
+    const Selection selection = selectionOf(arguments);
+    if (!selection.isEmpty()) {
+        const StackSelector selector(data.profile, selection);
+        noteUnmatched(console, selector.findUnmatched());
+        keepRows(data.monitors.uses,
+                 [&](const MonitorUse& use) { return selector.keeps(use.waiter, use.frame); });
+        keepRows(data.exceptions,
+                 [&](const ThrownRow& row) { return selector.keeps(row.thread, row.throwFrame); });
+    }
+    const bool wasEmpty = data.profile.charges.empty();
+    const std::vector<std::string>& callees = arguments.all("--callers");
+    for (Profile* profile : data.profiles()) {
+        select(*profile, selection);
+        if (!callees.empty()) {
+            *profile = callersOf(*profile, callees);
+        }
+    }
+    if (!wasEmpty && data.profile.charges.empty()) {
+        console.note("no stack with CPU time is left of what the options choose");
+    }
+}
+
+void noteWhatIsEmpty(Console& console, const DataSource& source, const ReportData& data,
+                     const ReportChoices& choices) {
     const bool hasCpu = choices.methods || choices.tree;
     if (hasCpu && data.profile.total() == 0) {
         console.note(whyEmpty(Shown::Cpu, source, true));
@@ -237,6 +280,21 @@ int runReport(Console& console, const Arguments& arguments) {
     if (!hasCpu && choices.exceptions && data.exceptions.empty()) {
         console.note(whyEmpty(Shown::Exceptions, source, true));
     }
+}
+
+} // namespace
+
+int runReport(Console& console, const Arguments& arguments) {
+    const ReportChoices choices = choicesOf(arguments);
+    DataSource source = openData(arguments.text("SOURCE"), arguments,
+                                 CpuTables | AllocationTables | MonitorTables | ExceptionTables);
+    if (choices.by != Grouping::None) {
+        reportGroups(console, source, arguments, choices);
+        return 0;
+    }
+    ReportData data = readData(source.database(), choices, !arguments.has("--raw-names"));
+    noteWhatIsEmpty(console, source, data, choices);
+    choose(console, data, arguments);
     if (console.json) {
         writeJson(console, source, data, choices);
         return 0;

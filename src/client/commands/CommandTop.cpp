@@ -1,5 +1,6 @@
 #include "client/agent/Protocol.h"
 #include "client/commands/Commands.h"
+#include "client/commands/SelectionArguments.h"
 #include "client/commands/TopView.h"
 #include "client/commands/WhyEmpty.h"
 #include "client/console/Screen.h"
@@ -56,6 +57,7 @@ TopChoices choicesOf(const Arguments& arguments, int64_t status) {
     if (arguments.has("--by")) {
         choices.by = groupingOf(arguments.text("--by"));
     }
+    choices.selection = selectionOf(arguments);
     if (arguments.has("--top")) {
         choices.top = size_t(arguments.number("--top", 0));
     }

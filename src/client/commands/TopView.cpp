@@ -1,5 +1,6 @@
 #include "client/commands/TopView.h"
 
+#include "client/commands/SelectionArguments.h"
 #include "client/commands/WhyEmpty.h"
 #include "client/console/Screen.h"
 #include "client/console/Text.h"
@@ -32,9 +33,10 @@ const char Keys[] = "[o]verview [c]pu [a]llocs [g]arbage [l]ive [m]onitors [e]xc
 // Keys of Moment::events.
 enum Event { BlockedNs, Exceptions };
 
-void lookAtAllocations(DB& db, Moment& moment) {
+void lookAtAllocations(DB& db, const Selection& selection, Moment& moment) {
     Profile profile = makeAllocationProfile(db);
     mergeGeneratedNames(profile);
+    select(profile, selection);
     moment.estimated = profile.samplingInterval > 0;
     for (const Charge& charge : profile.charges) {
         const std::string name = allocatedClass(profile, charge.frame);
@@ -96,19 +98,24 @@ Moment look(DB& db, const TopChoices& choices) {
     Moment moment;
     moment.timeNs = moment.shownNs = Platform::monotonicTimeNs();
     if (choices.show) {
-        moment.shown = readEvents(db, *choices.show, true);
+        moment.shown = readEvents(db, *choices.show, true, choices.selection);
     } else if (choices.allocations) {
-        lookAtAllocations(db, moment);
+        lookAtAllocations(db, choices.selection, moment);
     }
     lookAtTelemetry(db, moment);
     moment.profile = makeProfile(db);
-    for (const MonitorUse& use : readMonitors(db, moment.profile).uses) {
-        moment.events[BlockedNs] += use.kind == WaitKind::Blocked ? use.timeNs : 0;
+    const MonitorUses monitors = readMonitors(db, moment.profile);
+    mergeGeneratedNames(moment.profile);
+    const StackSelector selector(moment.profile, choices.selection);
+    for (const MonitorUse& use : monitors.uses) {
+        if (use.kind == WaitKind::Blocked && selector.keeps(use.waiter, use.frame)) {
+            moment.events[BlockedNs] += use.timeNs;
+        }
     }
     for (const ThrownRow& row : readExceptions(db, moment.profile)) {
-        moment.events[Exceptions] += row.count;
+        moment.events[Exceptions] += selector.keeps(row.thread, row.throwFrame) ? row.count : 0;
     }
-    mergeGeneratedNames(moment.profile);
+    selector.apply(moment.profile);
     for (const HotMethod& method :
          hotMethods(makeCallTree(moment.profile, {choices.filters, -1}))) {
         moment.methodOwn[method.method] = method.own;

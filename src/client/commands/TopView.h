@@ -18,6 +18,7 @@ struct TopChoices {
     std::optional<Shown> show; // the overview without one
     Grouping by = Grouping::None;
     std::optional<size_t> top; // lines of a list, if the user wants so many
+    Selection selection;
 
     // The way that a view is grouped unless the user says otherwise.
     static Grouping usualGrouping(Shown what);

@@ -50,7 +50,7 @@ const ShownName& nameOf(Shown what) {
                          [&](const ShownName& name) { return name.what == what; });
 }
 
-EventData readEvents(DB& db, Shown what, bool mergeNames) {
+EventData readEvents(DB& db, Shown what, bool mergeNames, const Selection& selection) {
     EventData data;
     data.what = what;
     data.clearedStamp = db.tableGenerationTable->getRecordModificationStamp(slotOf(what));
@@ -65,6 +65,13 @@ EventData readEvents(DB& db, Shown what, bool mergeNames) {
     }
     if (mergeNames) {
         mergeGeneratedNames(data.profile);
+    }
+    if (!selection.isEmpty()) {
+        const StackSelector selector(data.profile, selection);
+        data.unmatched = selector.findUnmatched();
+        selector.apply(data.profile);
+        keepRows(data.rows,
+                 [&](const EventRow& row) { return selector.keeps(row.thread, row.leaf); });
     }
     if (isOfObjects || what == Shown::Cpu) {
         data.rows = eventRows(data.profile);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "client/profile/EventGroups.h"
+#include "client/profile/Selection.h"
 
 class DB;
 
@@ -25,9 +26,10 @@ struct EventData {
     EventUnit unit = {};
     bool isKnown = true;  // false of live objects and garbage where the agent does not tell
     int clearedStamp = 0; // changes when the data is cleared
+    std::vector<std::string> unmatched; // patterns of the selection
 };
 
-// With mergeNames the numbers of generated classes go.
-EventData readEvents(DB& db, Shown what, bool mergeNames);
+// With mergeNames the numbers of generated classes go. Only what the selection keeps is in it.
+EventData readEvents(DB& db, Shown what, bool mergeNames, const Selection& selection = {});
 
 } // namespace vdk

@@ -11,8 +11,9 @@ namespace vdk {
 namespace {
 
 const std::pair<const char*, Grouping> Groupings[] = {
-    {"method", Grouping::Method}, {"tree", Grouping::Tree}, {"class", Grouping::Class},
-    {"thread", Grouping::Thread}, {"line", Grouping::Line},
+    {"method", Grouping::Method},   {"tree", Grouping::Tree},     {"class", Grouping::Class},
+    {"package", Grouping::Package}, {"thread", Grouping::Thread}, {"group", Grouping::Group},
+    {"line", Grouping::Line},
 };
 
 std::string className(const Profile& profile, int frame) {
@@ -22,13 +23,24 @@ std::string className(const Profile& profile, int frame) {
     return shown == 0 || name.empty() ? "-" : name;
 }
 
+// Of the method that spent, allocated, waited or threw.
+std::string packageName(const Profile& profile, int frame) {
+    const std::string name = className(profile, frame);
+    const size_t dot = name.rfind('.');
+    return dot != std::string::npos ? name.substr(0, dot) : name == "-" ? name : "(no package)";
+}
+
 // Frames are methods: the JVM tells their lines apart no more once they are recorded.
 std::string groupName(const Profile& profile, const EventRow& row, const ReportChoices& choices) {
     switch (choices.by) {
     case Grouping::Class:
         return row.className;
+    case Grouping::Package:
+        return packageName(profile, row.frame);
     case Grouping::Thread:
         return row.thread;
+    case Grouping::Group:
+        return row.group.empty() ? "-" : row.group;
     case Grouping::Line:
         return frameName(profile, row.frame, choices) + ":unknown";
     default:
@@ -134,6 +146,7 @@ std::vector<EventRow> eventRows(const Profile& profile) {
         row.className =
             isOfObjects ? allocatedClass(profile, charge.frame) : className(profile, charge.frame);
         row.thread = profile.threads[size_t(charge.thread)].name;
+        row.group = profile.threads[size_t(charge.thread)].group;
         row.frame = isOfObjects ? allocatingFrame(profile, charge.frame) : charge.frame;
         row.leaf = charge.frame;
         row.amount = charge.own;

@@ -1,5 +1,5 @@
 // What was recorded, grouped in one way: CPU times, allocations, waits and exceptions alike, by
-// method, call tree, class, thread or line.
+// method, call tree, class, package, thread, thread group or line.
 #pragma once
 
 #include "client/profile/EventTree.h"
@@ -19,6 +19,7 @@ struct EventRow {
     int leaf = 0;  // where the row hangs in the call tree: `frame`, or a class below it
     int64_t amount = 0;
     int64_t count = 0;
+    std::string group = {}; // of threads
 };
 
 // What the numbers of rows are, and how reports name them.

@@ -109,9 +109,9 @@ bool areCountedByCalls(DB& db) {
 }
 
 std::vector<ThrownRow> readExceptions(DB& db, const Profile& profile) {
-    std::map<int, std::string> names;
+    std::map<int, const ProfileThread*> threads;
     for (const ProfileThread& thread : profile.threads) {
-        names[thread.trn] = thread.name;
+        threads[thread.trn] = &thread;
     }
     const auto known = [&](int frame) { return size_t(frame) < profile.frames.size() ? frame : 0; };
     std::vector<ThrownRow> rows;
@@ -120,11 +120,13 @@ std::vector<ThrownRow> readExceptions(DB& db, const Profile& profile) {
             return; // its exceptions were caught elsewhere in the end
         }
         const char* className = db.stringPool->getText(record.classNameStrID);
-        auto thread = names.find(record.trn);
+        const auto thread = threads.find(record.trn);
+        const bool isThreadKnown = thread != threads.end();
         rows.push_back(
             {cleanFrameName(className ? className : "<unknown>"),
-             thread == names.end() ? "<thread " + std::to_string(record.trn) + ">" : thread->second,
-             known(record.throwFrame), known(record.catchFrame), record.count});
+             isThreadKnown ? thread->second->name : "<thread " + std::to_string(record.trn) + ">",
+             known(record.throwFrame), known(record.catchFrame), record.count,
+             isThreadKnown ? thread->second->group : ""});
     });
     return rows;
 }
@@ -132,8 +134,8 @@ std::vector<ThrownRow> readExceptions(DB& db, const Profile& profile) {
 std::vector<EventRow> eventRows(const std::vector<ThrownRow>& rows) {
     std::vector<EventRow> events;
     for (const ThrownRow& row : rows) {
-        events.push_back(
-            {"", row.className, row.thread, row.throwFrame, row.throwFrame, row.count, 0});
+        events.push_back({"", row.className, row.thread, row.throwFrame, row.throwFrame, row.count,
+                          0, row.group});
     }
     return events;
 }

@@ -17,6 +17,7 @@ struct ThrownRow {
     int throwFrame = 0;
     int catchFrame = 0; // 0 where nobody caught it
     int64_t count = 0;
+    std::string group = {}; // of threads
 };
 
 std::vector<EventRow> eventRows(const std::vector<ThrownRow>& rows);

@@ -265,6 +265,10 @@ void writeTree(JsonWriter& json, const char* key, const Profile& profile,
 
 MonitorUses readMonitors(DB& db, const Profile& profile) {
     MonitorUses monitors;
+    std::map<int, std::string> groupOfTrn;
+    for (const ProfileThread& thread : profile.threads) {
+        groupOfTrn[thread.trn] = thread.group;
+    }
     std::map<int, int> nameOfTrn;
     db.threadTable->eachRecord([&](int, const ThreadRecord& record) {
         if (record.stamp > 0) {
@@ -281,6 +285,7 @@ MonitorUses readMonitors(DB& db, const Profile& profile) {
         use.waiterTrn = record.waiterTRN;
         use.ownerTrn = record.ownerTRN;
         use.waiter = threadName(db, record.waiterTRN, nameOfTrn);
+        use.waiterGroup = groupOfTrn[record.waiterTRN];
         use.owner = threadName(db, record.ownerTRN, nameOfTrn);
         use.frame = size_t(record.frame) < profile.frames.size() ? record.frame : 0;
         use.timeNs = record.timeNs;
@@ -300,7 +305,7 @@ std::vector<EventRow> eventRows(const MonitorUses& monitors) {
     std::vector<EventRow> rows;
     for (const MonitorUse& use : monitors.uses) {
         rows.push_back({Kinds[size_t(use.kind)].phrase, use.className, use.waiter, use.frame,
-                        use.frame, use.timeNs, use.count});
+                        use.frame, use.timeNs, use.count, use.waiterGroup});
     }
     return rows;
 }

@@ -29,6 +29,7 @@ struct MonitorUse {
     int64_t timeNs = 0;
     int64_t count = 0;
     WaitKind kind = WaitKind::Blocked;
+    std::string waiterGroup = {}; // of threads
 };
 
 struct MonitorUses {

@@ -90,6 +90,7 @@ struct Profile {
     std::vector<Charge> charges; // by thread, then frame
     std::vector<J2eeEvent> j2ee;
     bool hasCounts = false;
+    bool isOfCallers = false; // stacks go from methods to their callers
     const Measure* measure = &CpuTime;
     int64_t samplingInterval = 0; // bytes; of allocations that are estimated from samples
 

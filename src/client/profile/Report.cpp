@@ -100,7 +100,7 @@ void printTree(Console& console, const Profile& profile, const CallTree& tree,
             std::string head = std::string(6 - std::min<size_t>(6, percent.size()), ' ') + percent +
                                "%  " + indentation(depth, columns);
             std::string times = "  " + measure.format(node.total);
-            if (node.own > 0) {
+            if (node.own > 0 && !profile.isOfCallers) {
                 times += ", own " + measure.format(node.own);
             }
             if (node.count > 0) {
@@ -168,11 +168,11 @@ void printSections(Console& console, const Profile& profile, const std::vector<i
         console.out << (isFirst ? "" : "\n");
         isFirst = false;
     };
-    if (isOfAllocations(profile)) {
+    if (isOfAllocations(profile) && !profile.isOfCallers) {
         separate();
         printClasses(console, profile, threads, choices);
     }
-    if (choices.methods) {
+    if (choices.methods && !profile.isOfCallers) {
         separate();
         const CallTree tree = makeMethodTree(profile, which);
         heading(profile.measure->title, tree);
@@ -181,7 +181,7 @@ void printSections(Console& console, const Profile& profile, const std::vector<i
     if (choices.tree) {
         separate();
         const CallTree tree = makeCallTree(profile, which);
-        heading("Call tree", tree);
+        heading(profile.isOfCallers ? "Callers" : "Call tree", tree);
         printTree(console, profile, tree, choices);
     }
 }
@@ -226,10 +226,10 @@ void writeSections(JsonWriter& json, const Profile& profile, int thread,
     const CallTreeChoices which = {choices.filters, thread};
     const CallTree tree = makeCallTree(profile, which);
     json.field(profile.measure->totalField, tree.total());
-    if (isOfAllocations(profile)) {
+    if (isOfAllocations(profile) && !profile.isOfCallers) {
         writeClasses(json, profile, thread, choices);
     }
-    if (choices.methods) {
+    if (choices.methods && !profile.isOfCallers) {
         json.key("methods").beginArray();
         std::vector<HotMethod> methods = hotMethods(makeMethodTree(profile, which));
         for (size_t i = 0; i < std::min(methods.size(), choices.top); i++) {
@@ -242,14 +242,15 @@ void writeSections(JsonWriter& json, const Profile& profile, int thread,
         json.endArray();
     }
     if (choices.tree) {
-        json.key("tree").beginArray();
+        json.key(profile.isOfCallers ? "callers" : "tree").beginArray();
         const TreeLimits limits = limitsOf(tree, choices);
         walkTree(
             tree, limits,
             [&](const CallTree::Node& node, int) {
                 json.beginObject();
                 writeMethodFields(json, profile, node.method);
-                writeTimes(json, profile, node.own, node.total, node.count, tree.total());
+                writeTimes(json, profile, profile.isOfCallers ? 0 : node.own, node.total,
+                           node.count, tree.total());
                 writeJ2eeOfNode(json, profile, node, limits.least);
                 json.key("children").beginArray();
             },

@@ -10,7 +10,7 @@
 namespace vdk {
 
 // How a section other than CPU times is grouped; None shows all its lists.
-enum class Grouping { None, Method, Tree, Class, Thread, Line };
+enum class Grouping { None, Method, Tree, Class, Package, Thread, Group, Line };
 
 struct ReportChoices {
     bool allocations = true;

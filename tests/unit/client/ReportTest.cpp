@@ -4,14 +4,18 @@
 #include "client/console/Text.h"
 #include "client/profile/CallTree.h"
 #include "client/profile/EventRates.h"
+#include "client/profile/Export.h"
 #include "client/profile/GeneratedNames.h"
 #include "client/profile/MonitorReport.h"
 #include "client/profile/Profile.h"
+#include "client/profile/Selection.h"
+#include "client/profile/TreeWalk.h"
 
 #include <array>
 #include <gtest/gtest.h>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 #include <unistd.h>
 
@@ -242,6 +246,8 @@ TEST(Report, everyRecordingIsGroupedInEachWay) {
         {Recorded::All, Grouping::Method, "A.copy() 1000 1, A.make() 360 15"},
         {Recorded::All, Grouping::Line, "A.copy():unknown 1000 1, A.make():unknown 360 15"},
         {Recorded::All, Grouping::Thread, "pool-2 1120 6, pool-1 240 10"},
+        {Recorded::All, Grouping::Package, "(no package) 1360 16"},
+        {Recorded::All, Grouping::Group, "main 1360 16"},
         {Recorded::Live, Grouping::Class, "B 240 10"},
         {Recorded::Live, Grouping::Thread, "pool-2 120 5, pool-1 96 4, <thread 77> 24 1"},
         {Recorded::Garbage, Grouping::Class, "C 1000 1, B 144 6"},
@@ -281,6 +287,90 @@ TEST(Report, everyRecordingIsGroupedInEachWay) {
                                                 "TIME  TIME%  TIMES  THREAD\n"
                                                 "7 us  100.0      3  pool-*\n"))
         << out.str();
+}
+
+TEST(Report, onlyChosenStacksAreLeft) {
+    const Selection none;
+    const auto chosen = [&](auto member, std::vector<std::string> patterns) {
+        Selection selection;
+        selection.*member = std::move(patterns);
+        return selection;
+    };
+    const struct {
+        Selection selection;
+        const char* expected; // stacks as exports have them, and their own times
+    } cases[] = {
+        {none, "m.A.main 1, m.A.main;m.A.get 4, m.A.main;m.A.get;java.util.Map.get 2, "
+               "m.A.main;n.B.get 8, m.A.main;n.B.get;m.A.get 16"},
+        {chosen(&Selection::threads, {"poo*", "nobody"}), "m.A.main;n.B.get 8"},
+        {chosen(&Selection::threads, {"main"}), // the group of all
+         "m.A.main 1, m.A.main;m.A.get 4, m.A.main;m.A.get;java.util.Map.get 2, "
+         "m.A.main;n.B.get 8, m.A.main;n.B.get;m.A.get 16"},
+        {chosen(&Selection::include, {"B"}), "m.A.main;n.B.get 8, m.A.main;n.B.get;m.A.get 16"},
+        {chosen(&Selection::include, {"java.util", "n.B#get(int)"}),
+         "m.A.main;m.A.get;java.util.Map.get 2, m.A.main;n.B.get 8, m.A.main;n.B.get;m.A.get 16"},
+        {chosen(&Selection::exclude, {"get"}), "m.A.main 1"},
+        {chosen(&Selection::exclude, {"et", "java"}), // no part of a name
+         "m.A.main 1, m.A.main;m.A.get 4, m.A.main;n.B.get 8, m.A.main;n.B.get;m.A.get 16"},
+        {chosen(&Selection::focus, {"*.get"}),
+         "m.A.get 4, m.A.get;java.util.Map.get 2, n.B.get 8, n.B.get;m.A.get 16"},
+        {chosen(&Selection::focus, {"m/A::get"}), "m.A.get 20, m.A.get;java.util.Map.get 2"},
+    };
+    for (const auto& c : cases) {
+        DbBuilder b;
+        b.sample("main", "m.A.main", 23);
+        b.sample("main", "m.A.main;m.A.get", 6);
+        b.sample("main", "m.A.main;m.A.get;java.util.Map.get", 2);
+        b.sample("pool-1", "m.A.main;n.B.get", 8);
+        b.sample("main", "m.A.main;n.B.get;m.A.get", 16);
+        b.sample("main", "m.A.main;n.B.get", 16);
+        Profile profile = makeProfile(b.db);
+        const StackSelector selector(profile, c.selection);
+        selector.apply(profile);
+        EXPECT_EQ(c.selection.threads.size() == 2   ? 1U
+                  : c.selection.exclude.size() == 2 ? 1U
+                                                    : 0U,
+                  selector.findUnmatched().size());
+        std::ostringstream out;
+        writeCollapsed(out, profile, {false, false, false, false, 1, ""});
+        std::istringstream lines(out.str());
+        std::set<std::string> sorted;
+        for (std::string line; std::getline(lines, line);) {
+            sorted.insert(line);
+        }
+        std::string left;
+        for (const std::string& line : sorted) {
+            left += (left.empty() ? "" : ", ") + line;
+        }
+        EXPECT_EQ(c.expected, left);
+    }
+}
+
+// Each stack once, for the outermost of the methods; the calls of all of them.
+TEST(Report, callersShareWhatAMethodTook) {
+    DbBuilder b;
+    const int thread = b.thread("main");
+    b.time(thread, b.stack("A.main"), 100, 1);
+    b.time(thread, b.stack("A.main;A.get"), 30, 3);
+    b.time(thread, b.stack("A.main;A.get;A.leaf"), 20, 5);
+    b.time(thread, b.stack("A.main;A.via"), 50, 2);
+    b.time(thread, b.stack("A.main;A.via;A.get"), 40, 4);
+    b.time(thread, b.stack("A.main;A.via;A.get;A.get"), 10, 7);
+    const Profile callers = callersOf(makeProfile(b.db), {"A.get"});
+    std::string tree;
+    walkTree(
+        makeCallTree(callers, {}), TreeLimits(),
+        [&](const CallTree::Node& node, int depth) {
+            tree += std::string(size_t(depth), ' ') + methodName(callers, node.method, false) +
+                    " " + std::to_string(node.total) + " " + std::to_string(node.count) + "\n";
+        },
+        [](const CallTree::Node&, int) {});
+    EXPECT_EQ("A.get 70 14\n"
+              " A.via 40 11\n"
+              "  A.main 40 11\n"
+              " A.main 30 3\n",
+              tree);
+    EXPECT_TRUE(callersOf(makeProfile(b.db), {"nosuch"}).charges.empty());
 }
 
 // What an interval brought, and the sums that reports show.

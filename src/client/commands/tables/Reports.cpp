@@ -13,6 +13,18 @@ const OptionSpec Filters = {"--filters",
                             "charge filtered methods' time to their callers (default off)",
                             {"on", "off"}};
 
+const std::vector<std::string> Groupings = {"method", "tree",  "class", "package",
+                                            "thread", "group", "line"};
+const OptionSpec Thread = {
+    "--thread", ValueKind::Text, "only threads of this name or thread group, * being any text",
+    {},         false,           true};
+const OptionSpec Include = {
+    "--include", ValueKind::Text, "only stacks with this method, class or package",
+    {},          false,           true};
+const OptionSpec Exclude = {"--exclude", ValueKind::Text, "no stacks with it", {}, false, true};
+const OptionSpec Focus = {"--focus", ValueKind::Text, "only stacks with it, shown from there on",
+                          {},        false,           true};
+
 const std::vector<Command> Table = {
     {"top",
      "show hot methods and threads, refreshing",
@@ -41,10 +53,12 @@ const std::vector<Command> Table = {
        ValueKind::Choice,
        "one view in place of the overview",
        {"cpu", "allocations", "garbage", "live", "monitors", "exceptions"}},
-      {"--by",
-       ValueKind::Choice,
-       "how to group the view (default class; CPU times and monitors: method)",
-       {"method", "tree", "class", "thread", "line"}}},
+      {"--by", ValueKind::Choice,
+       "how to group the view (default class; CPU times and monitors: method)", Groupings},
+      Thread,
+      Include,
+      Exclude,
+      Focus},
      false,
      true,
      runTop},
@@ -124,10 +138,14 @@ const std::vector<Command> Table = {
      "in\n"
      "them; the tree has them below the methods that they went through, marked <servlet>, <SQL>, "
      "...\n"
-     "--by takes one list in place of all these: of lines it knows the method alone.",
+     "--by takes one list in place of all these: of lines it knows the method alone; `group` are\n"
+     "thread groups.\n"
+     "--include, --exclude, --focus and --callers take a method (`Cart.add`), a class (`Cart`), a\n"
+     "package (`com.shop`) or a pattern with * (`com.shop.*`), and may come again.",
      "vdk report app.jar --show live --by class\nvdk report app.snapshot\nvdk report app.jar "
      "--by-thread --filters on\n"
      "vdk report app.snapshot --show tree --min-percent 5\nvdk report app.jar --show j2ee\n"
+     "vdk report app.jar --callers HashMap.put --thread 'http-*'\n"
      "vdk report app.jar --show monitors --json",
      {Source,
       {"--show",
@@ -135,11 +153,20 @@ const std::vector<Command> Table = {
        "sections (default all)",
        {"all", "cpu", "methods", "tree", "j2ee", "allocations", "live", "garbage", "monitors",
         "exceptions"}},
-      {"--by",
-       ValueKind::Choice,
+      {"--by", ValueKind::Choice,
        "one list of CPU times, allocations, live objects, garbage, monitors or exceptions, grouped "
        "so",
-       {"method", "tree", "class", "thread", "line"}},
+       Groupings},
+      {"--callers",
+       ValueKind::Text,
+       "trees from this method, class or package to its callers, in place of the others",
+       {},
+       false,
+       true},
+      Thread,
+      Include,
+      Exclude,
+      Focus,
       {"--top", ValueKind::Number, "lines of a list to show (default 30)"},
       {"--by-thread", ValueKind::None, "each thread by itself; those of a pool together"},
       {"--threads", ValueKind::Number, "threads or pools to show, by CPU time (default 10)"},
@@ -163,6 +190,10 @@ const std::vector<Command> Table = {
       {"--speedscope", ValueKind::None, "speedscope's JSON"},
       Out,
       Filters,
+      Thread,
+      Include,
+      Exclude,
+      Focus,
       {"--unit", ValueKind::Choice, "unit of collapsed counts (default us)", {"ns", "us", "ms"}},
       {"--by-thread", ValueKind::None, "the thread as outermost frame of collapsed stacks"},
       {"--signatures", ValueKind::None, "parameter types in frame names"},
