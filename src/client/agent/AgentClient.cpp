@@ -109,6 +109,13 @@ void AgentClient::startCpuProfiling(int64_t mode, const std::optional<std::strin
     Request(endpoint, timeoutMs, mode & CPU_COUNTS_BIT ? LongTimeoutMs : timeoutMs, packet);
 }
 
+void AgentClient::startWallSampling(const std::optional<std::string>& filters,
+                                    const std::optional<std::string>& threads) {
+    PacketWriter packet(PACKET_START_WALL_SAMPLING_REQ);
+    packet.writeString(filters).writeString(threads);
+    Request(endpoint, timeoutMs, timeoutMs, packet);
+}
+
 void AgentClient::stopCpuProfiling() {
     command(PACKET_STOP_CPU_PROFILING_REQ, timeoutMs);
 }

@@ -46,6 +46,9 @@ public:
     // Filter and wall-time texts; nothing leaves them to the agent's own files.
     void startCpuProfiling(int64_t mode, const std::optional<std::string>& filters,
                            const std::optional<std::string>& wallTimes);
+    // Of elapsed time; nothing takes all threads.
+    void startWallSampling(const std::optional<std::string>& filters,
+                           const std::optional<std::string>& threads);
     void stopCpuProfiling();
     // Exactly: every `each`-th object, and every one of sizeLimit bytes and more. With a limit the
     // agent asks the JVM for the size of each object that it counts.

@@ -99,7 +99,28 @@ struct CpuMode {
 
 struct CpuSpecs {
     std::optional<std::string> filters, wallTimes;
+    bool isWall = false;
+    std::optional<std::string> threads; // of wall times
 };
+
+CpuSpecs readSpecs(const Arguments& arguments) {
+    CpuSpecs specs = {readSpec(arguments, "--filter-file"), readSpec(arguments, "--wall-time-file"),
+                      arguments.has("--wall"), std::nullopt};
+    if (arguments.has("--thread")) {
+        specs.threads = arguments.text("--thread");
+    }
+    if (specs.isWall && (specs.wallTimes || arguments.has("--j2ee"))) {
+        throw ClientError(ExitCode::Usage, "usage",
+                          "--wall measures all methods in wall time, and goes with neither "
+                          "--wall-time-file nor --j2ee");
+    }
+    if (specs.threads && !specs.isWall) {
+        throw ClientError(ExitCode::Usage, "usage",
+                          "--thread goes with --wall; CPU times are of all threads",
+                          "`vdk report --thread` shows those of some");
+    }
+    return specs;
+}
 
 void startCpu(LiveAgent& agent, const std::string& target, const CpuMode& mode,
               const CpuSpecs& specs) {
@@ -108,7 +129,11 @@ void startCpu(LiveAgent& agent, const std::string& target, const CpuMode& mode,
         refuseWhile(running, target);
     }
     try {
-        agent.client.startCpuProfiling(mode.mode, specs.filters, specs.wallTimes);
+        if (specs.isWall) {
+            agent.client.startWallSampling(specs.filters, specs.threads);
+        } else {
+            agent.client.startCpuProfiling(mode.mode, specs.filters, specs.wallTimes);
+        }
     } catch (const ClientError& error) {
         if (error.code != ExitCode::Aborted) {
             throw;
@@ -131,11 +156,11 @@ std::string stopCpu(LiveAgent& agent, const std::string& target, const CpuMode& 
 }
 
 int switchCpuProfiling(Console& console, const Arguments& arguments, const CpuMode& mode) {
-    const CpuSpecs specs = {readSpec(arguments, "--filter-file"),
-                            readSpec(arguments, "--wall-time-file")};
+    const CpuSpecs specs = readSpecs(arguments);
     const std::string target = arguments.text("TARGET");
     LiveAgent agent = connectAgent(target, arguments);
-    std::string done = std::string(mode.name) + " started";
+    std::string done =
+        std::string(mode.name) + (specs.isWall ? " of elapsed time" : "") + " started";
     if (arguments.text("ACTION") == "start") {
         CpuMode wanted = mode;
         wanted.mode |= arguments.has("--j2ee") ? protocol::J2EE_BIT : 0;

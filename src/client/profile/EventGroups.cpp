@@ -158,6 +158,9 @@ std::vector<EventRow> eventRows(const Profile& profile) {
 
 EventUnit eventUnit(const Profile& profile) {
     if (!profile.measure->isOfObjects()) {
+        if (profile.measure == &ElapsedTime) {
+            return {"Elapsed times", "TIME", "timeNs", formatNs, nullptr, nullptr};
+        }
         const bool counts = profile.hasCounts;
         return {"CPU times",
                 "CPU",

@@ -10,6 +10,15 @@ namespace vdk {
 
 const Measure CpuTime = {"Hot methods", "OWN",   "CALLS",  "calls", "ownNs",
                          "totalNs",     "calls", formatNs, nullptr};
+const Measure ElapsedTime = {"Where threads spent their time",
+                             "OWN",
+                             "CALLS",
+                             "calls",
+                             "ownNs",
+                             "totalNs",
+                             "calls",
+                             formatNs,
+                             nullptr};
 const Measure AllocatedBytes = {"Allocating methods", "BYTES",      "OBJECTS", "objects",
                                 "ownBytes",           "totalBytes", "objects", formatBytes,
                                 "Allocated classes"};
@@ -96,6 +105,7 @@ public:
         readStacks();
         readSampledCpu();
         readCharges();
+        findMeasure();
         readJ2ee();
         return std::move(profile);
     }
@@ -246,6 +256,24 @@ private:
             takeChildrenOff(from, to);
             from = to;
         }
+    }
+
+    // Elapsed times, which never stand beside CPU times, have what threads did as innermost frame.
+    void findMeasure() {
+        for (const Charge& charge : profile.charges) {
+            const int method = profile.frames[size_t(charge.frame)].method;
+            const ProfileMethod& leaf = profile.methods[size_t(method)];
+            if (charge.own > 0 && leaf.className.empty() && isActivity(leaf.name)) {
+                profile.measure = &ElapsedTime;
+                return;
+            }
+        }
+    }
+
+    static bool isActivity(const std::string& name) {
+        static const char* const all[] = {"[running]",  "[runnable]", "[blocked]", "[waiting]",
+                                          "[sleeping]", "[parked]",   "[io]"};
+        return std::find(std::begin(all), std::end(all), name) != std::end(all);
     }
 
     void readJ2ee() {

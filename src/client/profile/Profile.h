@@ -26,6 +26,7 @@ struct Measure {
     bool isOfObjects() const { return classTitle != nullptr; }
 };
 extern const Measure CpuTime;        // nanoseconds, and calls
+extern const Measure ElapsedTime;    // nanoseconds
 extern const Measure AllocatedBytes; // bytes, and objects
 extern const Measure LiveBytes;
 extern const Measure GarbageBytes;

@@ -2,6 +2,7 @@
 #include "core/jvm/CallbackNatives.h"
 #include "core/jvm/NativeEntry.h"
 #include "profiling/cpu/Tracing.h"
+#include "profiling/cpu/WallSampling.h"
 
 jstring JNICALL VDK_CALLBACK_NATIVE(startCPUProfiling)(JNIEnv* env, jclass, jlong mode,
                                                        jstring filters, jstring wallTimeSpec) {
@@ -11,6 +12,17 @@ jstring JNICALL VDK_CALLBACK_NATIVE(startCPUProfiling)(JNIEnv* env, jclass, jlon
         return toJavaRefusal(
             env, startCPUProfiling(env, mode, filters == nullptr ? nullptr : &filterText,
                                    wallTimeSpec == nullptr ? nullptr : &wallTimeText));
+    });
+}
+
+jstring JNICALL VDK_CALLBACK_NATIVE(startWallSampling)(JNIEnv* env, jclass, jstring filters,
+                                                       jstring threadPattern) {
+    return nativeResult<jstring>(env, VDK_HERE, nullptr, [&] {
+        const ZString filterText = toZString(env, filters);
+        const ZString pattern =
+            threadPattern == nullptr ? ZString() : toZString(env, threadPattern);
+        return toJavaRefusal(
+            env, WallSampling::start(env, filters == nullptr ? nullptr : &filterText, pattern));
     });
 }
 

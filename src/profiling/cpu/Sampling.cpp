@@ -9,6 +9,7 @@
 #include "core/jvm/JvmGlobals.h"
 #include "profiling/cpu/SampledTimes.h"
 #include "profiling/cpu/SignalSampling.h"
+#include "profiling/cpu/WallSampling.h"
 #include "profiling/threads/AllStacks.h"
 #include "profiling/threads/ThreadInfo.h"
 #include "profiling/threads/ZFrameStorage.h"
@@ -61,7 +62,9 @@ void sampleAllThreads(JNIEnv* env, long wallDeltaNs) {
         const int frame =
             ourFrameStorage.skipHidden(ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(
                 env, stack, &info->sampled.lastStack));
-        if (frame > 0) {
+        if (frame > 0 && WallSampling::isOn()) {
+            WallSampling::charge(info, frame, stack.state, wallDeltaNs);
+        } else if (frame > 0) {
             doThreadSample(info, frame, wallDeltaNs);
         }
     });

@@ -15,6 +15,7 @@
 #include "profiling/cpu/SampledTimes.h"
 #include "profiling/cpu/SignalSampling.h"
 #include "profiling/cpu/TracedStack.h"
+#include "profiling/cpu/WallSampling.h"
 #include "profiling/threads/ThreadInfo.h"
 
 #include <atomic>
@@ -92,6 +93,7 @@ bool enterCPUMode(long mode, const ZString& filters, const ZString& wallTimeSpec
     Filter::reloadFilters(filters, wallTimeSpec);
     eachThreadInfo([](ThreadInfo* info) { info->sampled.forgetLastSample(); });
     ourStatus |= mode;
+    WallSampling::begins();
     ourContainsInvocations = (ourStatus & CPU_COUNTS_BIT) != 0;
     if (ourCalibration != -1) {
         ourUsedSettings.filters = filters;
@@ -120,6 +122,12 @@ namespace {
 
 // Where it cannot be had the stack walker, which needs no start, goes on alone.
 void startSignalSampling(JNIEnv* env) {
+    {
+        LockHolder lock(ourLock);
+        if (WallSampling::isOn()) {
+            return; // threads that wait are what it is about
+        }
+    }
     const ZString refusal = SignalSampling::start(env);
     if (!refusal.isEmpty()) {
         userMessage(env, "Sampling by signals is not possible; the stack walker samples", refusal);
@@ -184,6 +192,7 @@ void stopCPUProfilingImpl(JNIEnv* env, bool log) {
             });
         }
         forgetOpenEvents();
+        WallSampling::ended();
         ourStatus &= ~CPU_PROFILING;
     }
     updateExceptionEvents();
@@ -224,6 +233,7 @@ void clearCPUDataImpl(JNIEnv* env, bool log) {
         ourDB->clearTableAndTellReaders(SLOT_CPUProfiling);
         ourDB->clearTableAndTellReaders(SLOT_J2EE);
         SampledTimes::clear();
+        WallSampling::dataCleared();
     }
     if (log) {
         userMessage(env, "CPU profiling data cleared");
@@ -281,6 +291,10 @@ ZString startCPUProfiling(JNIEnv* env, long mode, const ZString* filters,
     const ZString refusal = refuseCPUProfiling(mode);
     if (!refusal.isEmpty()) {
         return refusal;
+    }
+    const ZString mixing = isStartable(mode) ? WallSampling::refuseMixing() : ZString();
+    if (!mixing.isEmpty()) {
+        return mixing;
     }
     const bool tracing = (mode & CPU_COUNTS_BIT) != 0;
     if (tracing && getCalibration() == 0 && isStartable(mode)) {

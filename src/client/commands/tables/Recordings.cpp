@@ -22,10 +22,22 @@ const OptionSpec J2ee = {"--j2ee", ValueKind::None,
 const std::vector<Command> Table = {
     {"sample",
      "start or stop CPU sampling",
-     "Data of earlier sampling stays until `vdk clear`. " FILTER_FILES,
+     "Data of earlier sampling stays until `vdk clear`. --wall samples elapsed time: where "
+     "threads\n"
+     "are, running or not, with [running], [runnable], [blocked], [waiting], [parked], [sleeping]\n"
+     "or [io] as innermost frame. It is what to ask a slow server first, and not added to CPU\n"
+     "times: what there is of these has to be cleared first. " FILTER_FILES,
      "vdk sample start app.jar\nvdk sample start app.jar --j2ee\n"
+     "vdk sample start app.jar --wall --thread 'http-*'\n"
      "vdk report app.jar --show j2ee\nvdk sample stop app.jar",
-     {StartOrStop, Target, FilterFile, WallTimeFile, J2ee},
+     {StartOrStop,
+      Target,
+      FilterFile,
+      WallTimeFile,
+      J2ee,
+      {"--wall", ValueKind::None, "sample elapsed time in place of CPU time"},
+      {"--thread", ValueKind::Text,
+       "with --wall: only threads of this name or thread group, * being any text"}},
      false,
      true,
      runSample},

@@ -8,6 +8,7 @@ import fixtures.VirtualThreads;
 import java.nio.file.Path;
 import java.util.List;
 import java.util.Map;
+import java.util.TreeMap;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import jvmtest.AgentClient;
@@ -52,6 +53,40 @@ public final class SamplingCases {
             Check.isTrue(threads.getOrDefault(idle, 0L) < total / 1000,
                          idle + " was charged " + threads.get(idle) + " ns");
         }
+        target.finish();
+    }
+
+    @Case(fixture = Burn.class)
+    static void sharesElapsedTimeByWhatThreadsDo(Target target) throws Exception {
+        Map<String, Long> times = new TreeMap<>();
+        Tool.vdk("sample", "start", target.id(), "--wall");
+        Check.await(60, () -> {
+            Tables tables = Tracing.fetch(target);
+            times.clear();
+            tables.forEachCpuRow((thread, frame, ns) -> {
+                String method = tables.frameMethod(frame);
+                if (method.startsWith(".[")) {
+                    times.merge(tables.threadName(thread) + " " + method, ns, Long::sum);
+                }
+            });
+            return times.getOrDefault("burner .[running]", 0L) >= 1_500_000_000L;
+        }, () -> "elapsed times: " + times);
+        double most = times.values().stream().mapToLong(ns -> ns).max().getAsLong();
+        for (String spent : List.of("burner .[running]", "sleeper .[sleeping]", "waiter .[waiting]",
+                                    "parked .[parked]", "blocked .[blocked]", "main .[io]")) {
+            Check.near(times.getOrDefault(spent, 0L) / most, 1, 0.3, spent + " of " + times);
+        }
+        Tool.vdk("sample", "stop", target.id());
+        Check.contains(Tool.vdkEndsWith(5, "sample", "start", target.id()), "cleared first",
+                       "CPU times on top of elapsed ones");
+        Check.contains(Tool.vdk("report", target.id(), "--show", "cpu", "--by", "thread"),
+                       "Elapsed times by thread", "report");
+        Tool.vdk("clear", target.id());
+        Sampling.start(target);
+        Sampling.awaitTimes(target);
+        Tracing.stop(target);
+        Check.contains(Tool.vdkEndsWith(5, "sample", "start", target.id(), "--wall"),
+                       "cleared first", "elapsed times on top of CPU times");
         target.finish();
     }
 

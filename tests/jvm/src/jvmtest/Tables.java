@@ -233,6 +233,11 @@ public final class Tables {
         return counts;
     }
 
+    /** By the key of rows of CPU time. */
+    public String threadName(int key) {
+        return String.valueOf(threadNames().get(key));
+    }
+
     private Map<Integer, String> threadNames() {
         return threadNames(3);
     }

@@ -253,6 +253,9 @@ public class Callback {
     public static native String startSampledAllocationRecording(int intervalBytes,
                                                                 boolean perClassGarbage);
 
+    /** Null filters come from their file; a null pattern takes all threads. */
+    public static native String startWallSampling(String filters, String threadPattern);
+
     public static native void stopAllocationRecording();
 
     public static native void stopCPUProfiling(boolean log);

@@ -94,6 +94,10 @@ public final class RequestProcessing {
         case Protocol.PACKET_START_CPU_PROFILING_REQ:
             startCPUProfiling();
             return true;
+        case Protocol.PACKET_START_WALL_SAMPLING_REQ:
+            okOrError(Callback.startWallSampling(Packet.readString(myIn),
+                    Packet.readString(myIn)));
+            return true;
         case Protocol.PACKET_STOP_CPU_PROFILING_REQ:
             Callback.stopCPUProfiling(true);
             break;
