@@ -10,6 +10,7 @@ namespace {
 // Keep in sync with com.vandrik.runtime.Protocol.
 constexpr long PACKET_MAGIC = 123456789;
 constexpr int PACKET_PROGRESS = 100600;
+constexpr int PACKET_CALLS_PROGRESS = 105910;
 
 // The control channel is big-endian, unlike the tables.
 unsigned char* putBigEndian(unsigned char* to, unsigned long value, int bytes) {
@@ -17,6 +18,12 @@ unsigned char* putBigEndian(unsigned char* to, unsigned long value, int bytes) {
         *to++ = static_cast<unsigned char>(value >> (8 * i));
     }
     return to;
+}
+
+// A client that is gone, or takes nothing more, must not stop the work: the packet is lost.
+void sendQuietly(int socket, const unsigned char* packet, size_t length) {
+    const ssize_t ignored = send(socket, packet, length, MSG_NOSIGNAL | MSG_DONTWAIT);
+    static_cast<void>(ignored);
 }
 } // namespace
 
@@ -32,8 +39,18 @@ void Progress::updateProgressImpl(int percent) {
     unsigned char* to = putBigEndian(packet, PACKET_MAGIC, 8);
     to = putBigEndian(to, PACKET_PROGRESS, 4);
     putBigEndian(to, static_cast<unsigned long>(percent), 4);
-    // A client that is gone, or takes nothing more, must not stop a capture: the packet is lost.
-    const ssize_t ignored =
-        send(socketDescriptor, packet, sizeof(packet), MSG_NOSIGNAL | MSG_DONTWAIT);
-    static_cast<void>(ignored);
+    sendQuietly(socketDescriptor, packet, sizeof(packet));
+}
+
+void sendCallsProgress(int socket, int done, int total, long longestStopNs) {
+    if (socket == 0) {
+        return;
+    }
+    unsigned char packet[28];
+    unsigned char* to = putBigEndian(packet, PACKET_MAGIC, 8);
+    to = putBigEndian(to, PACKET_CALLS_PROGRESS, 4);
+    to = putBigEndian(to, static_cast<unsigned long>(done), 4);
+    to = putBigEndian(to, static_cast<unsigned long>(total), 4);
+    putBigEndian(to, static_cast<unsigned long>(longestStopNs), 8);
+    sendQuietly(socket, packet, sizeof(packet));
 }

@@ -24,3 +24,7 @@ private:
     int socketDescriptor;
     int lastPercent;
 };
+
+// The same while classes are rewritten: how many are done, of how many, and the longest time for
+// which the application stood still. Nothing for no client.
+void sendCallsProgress(int socket, int done, int total, long longestStopNs);

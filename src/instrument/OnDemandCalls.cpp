@@ -6,7 +6,11 @@
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "core/jvm/AgentThread.h"
+#include "core/jvm/CallbackNatives.h"
+#include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
+#include "core/jvm/NativeEntry.h"
+#include "db/Progress.h"
 #include "instrument/ClassBatches.h"
 #include "instrument/LoaderReach.h"
 #include "instrument/WantedCalls.h"
@@ -25,6 +29,9 @@ const char CALIBRATION_CLASSES[] = "com.vandrik.runtime.Calibration*";
 constexpr unsigned GOING_BACK_PAUSE_US = 10000;
 // Looks for classes whose definition was under way while the others were done.
 constexpr int MOST_LATE_LOOKS = 5;
+// For so long what was prepared waits for its start.
+constexpr long HOLD_NS = 60L * 1000 * 1000 * 1000;
+constexpr unsigned HOLD_LOOK_US = 200000;
 
 // Held over each batch. Guards what follows, except where told otherwise.
 ZLock& ourCallSwitchLock = *new ZLock("CallSwitchLock");
@@ -32,6 +39,14 @@ int ourTracings = 0;
 int ourAllocationRecordings = 0;
 CallSet ourReady; // of these every loaded class has what it shall have
 ZString& ourOnly = *new ZString();
+// What a client has prepared: it counts as in use until the start takes it over, or none comes.
+struct Hold {
+    bool isThere = false;
+    unsigned serial = 0;
+    ZString only;
+};
+Hold& ourTracingHold = *new Hold();
+Hold& ourAllocationHold = *new Hold();
 // Each start ends a going back that is under way. Written without the lock.
 std::atomic<unsigned> ourStarts{0};
 
@@ -47,9 +62,19 @@ int& usersOf(int recording) {
     return recording == RECORDING_TRACES ? ourTracings : ourAllocationRecordings;
 }
 
+Hold& holdOf(int recording) {
+    return recording == RECORDING_TRACES ? ourTracingHold : ourAllocationHold;
+}
+
 long toMs(long ns) {
     return ns / 1000000;
 }
+
+struct ComingResult {
+    int classes = 0;
+    long tookNs = 0;
+    long longestStopNs = 0;
+};
 
 // Brings calls into the loaded classes.
 class ComingCalls {
@@ -69,23 +94,29 @@ public:
     ComingCalls(const ComingCalls&) = delete;
     ComingCalls& operator=(const ComingCalls&) = delete;
 
-    void run() {
+    // Tells a client, unless the socket is 0.
+    ComingResult run(int socket) {
         const long start = getTimeNs();
-        long longestNs = 0;
-        int done = 0;
+        ComingResult result;
         int found = 1;
         for (int look = 0; found > 0 && look < MOST_LATE_LOOKS; look++) {
             ClassList classes(env);
             found = collect(classes, look > 0);
+            const int before = result.classes;
             while (!ourVMDeathCalled && classes.retransformSome()) {
+                const long stopNs = classes.getLongestStopNs();
+                result.longestStopNs =
+                    stopNs > result.longestStopNs ? stopNs : result.longestStopNs;
+                sendCallsProgress(socket, before + classes.getPlace(), before + found,
+                                  result.longestStopNs);
             }
-            done += classes.getDone();
-            longestNs =
-                classes.getLongestStopNs() > longestNs ? classes.getLongestStopNs() : longestNs;
+            result.classes += classes.getDone();
         }
-        Logger::message(ZString("Calls put into ") + longToString(done) + " classes, " +
-                        longToString(toMs(getTimeNs() - start)) + " ms, longest stop " +
-                        longToString(toMs(longestNs)) + " ms");
+        result.tookNs = getTimeNs() - start;
+        Logger::message(ZString("Calls put into ") + longToString(result.classes) + " classes, " +
+                        longToString(toMs(result.tookNs)) + " ms, longest stop " +
+                        longToString(toMs(result.longestStopNs)) + " ms");
+        return result;
     }
 
 private:
@@ -213,10 +244,11 @@ void switchOff(JNIEnv* env) {
 }
 
 // Caller holds ourCallSwitchLock.
-void switchOn(JNIEnv* env, CallSet calls, const ZString& only, const ZString* filters) {
+ComingResult switchOn(JNIEnv* env, CallSet calls, const ZString& only, const ZString* filters,
+                      int socket) {
     const bool isSame = !calls.has(TRACING_CALLS) || only == ourOnly;
     if (isSame && ourReady.only(calls).toBits() == calls.toBits()) {
-        return;
+        return ComingResult();
     }
     if (calls.has(TRACING_CALLS)) {
         prepareOldActivations();
@@ -224,8 +256,76 @@ void switchOn(JNIEnv* env, CallSet calls, const ZString& only, const ZString* fi
         ourOnly = only;
         WantedCalls::setTracedOnly(only);
     }
-    ComingCalls(env, calls, filters).run();
+    const ComingResult result = ComingCalls(env, calls, filters).run(socket);
     ourReady = ourReady.with(calls);
+    return result;
+}
+
+// Gives back what was prepared, unless a start took it, or it was prepared once more.
+void JNICALL hold_entry(jvmtiEnv*, JNIEnv* env, void* argument) {
+    const auto bits = reinterpret_cast<uintptr_t>(argument);
+    const int recording = static_cast<int>(bits & 3);
+    const unsigned serial = static_cast<unsigned>(bits >> 2);
+    Hold& held = holdOf(recording);
+    const auto isOver = [&] {
+        LockHolder lock(ourCallSwitchLock);
+        return ourVMDeathCalled || !held.isThere || held.serial != serial;
+    };
+    const long end = getTimeNs() + HOLD_NS;
+    while (getTimeNs() < end && !isOver()) {
+        Platform::sleepMicroseconds(HOLD_LOOK_US);
+    }
+    runGuarded(VDK_HERE, [&] {
+        LockHolder lock(ourCallSwitchLock);
+        if (!isOver()) {
+            held.isThere = false;
+            giveRecordingCalls(env, recording);
+        }
+    });
+}
+
+// Caller holds ourCallSwitchLock.
+void hold(JNIEnv* env, int recording, const ZString& only) {
+    Hold& held = holdOf(recording);
+    usersOf(recording) += held.isThere ? 0 : 1;
+    held.isThere = true;
+    held.serial++;
+    held.only = only;
+    const uintptr_t argument =
+        static_cast<uintptr_t>(held.serial) << 2 | static_cast<uintptr_t>(recording);
+    runAgentThread(env, "VDKAgent-CallsAreHeld", hold_entry,
+                   reinterpret_cast<const void*>(argument));
+}
+
+// Why nothing can be prepared; empty if it can.
+ZString refusePreparation(int recording, const ZString& only) {
+    if (recording != RECORDING_TRACES && recording != RECORDING_ALLOCATES) {
+        return "No such recording";
+    }
+    if (!ourOptions->onDemand) {
+        return only.isEmpty() ? "" : "Tracing of some classes alone needs the option 'ondemand'";
+    }
+    if (recording == RECORDING_ALLOCATES) {
+        return only.isEmpty() ? "" : "Patterns are for tracing";
+    }
+    return (ourStatus & CPU_TIMES_BIT) != 0 ? ZString("CPU sampling or CPU tracing already started")
+                                            : refuseCPUProfiling(CPU_TRACING);
+}
+
+ComingResult prepareRecordingCalls(JNIEnv* env, int recording, const ZString& only,
+                                   const ZString* filters, int socket) {
+    const bool traces = recording == RECORDING_TRACES;
+    if (traces) {
+        calibrateOnce(env);
+    }
+    // As the start will.
+    const ZString text = filters != nullptr ? *filters
+                         : traces           ? Filter::readFilterSpecFromFile(ourOptions->filters)
+                                            : ZString();
+    ourStarts++;
+    LockHolder lock(ourCallSwitchLock);
+    hold(env, recording, only);
+    return switchOn(env, callsOf(recording), only, traces ? &text : nullptr, socket);
 }
 
 } // namespace
@@ -237,11 +337,18 @@ void takeRecordingCalls(JNIEnv* env, int recording, const ZString* filters) {
     ourStarts++;
     LockHolder lock(ourCallSwitchLock);
     const bool isCalibrating = recording == RECORDING_TRACES && getCalibration() == -1;
-    usersOf(recording)++;
-    const bool done = runGuarded(VDK_HERE, [&] {
-        switchOn(env, callsOf(recording),
-                 isCalibrating ? ZString(CALIBRATION_CLASSES) : ourOptions->traceOnly, filters);
-    });
+    Hold& held = holdOf(recording);
+    const bool wasPrepared = held.isThere && !isCalibrating;
+    if (wasPrepared) {
+        held.isThere = false;
+    } else {
+        usersOf(recording)++;
+    }
+    const ZString only = isCalibrating ? ZString(CALIBRATION_CLASSES)
+                         : wasPrepared ? held.only
+                                       : ourOptions->traceOnly;
+    const bool done =
+        runGuarded(VDK_HERE, [&] { switchOn(env, callsOf(recording), only, filters, 0); });
     if (!done) {
         giveRecordingCalls(env, recording);
         throw VDKRuntimeException();
@@ -263,4 +370,30 @@ void noteLoadedWhileCallsCome(const ZString& name) {
     if (ourCallsCome) {
         ourLoadedMeanwhile.add(name);
     }
+}
+
+// Classes, the time it took and the longest stop, in nanoseconds. Throws what refuses it.
+jlongArray JNICALL VDK_CALLBACK_NATIVE(prepareRecording)(JNIEnv* env, jclass, jint recording,
+                                                         jstring patterns, jstring filters,
+                                                         jint socket) {
+    return nativeResult<jlongArray>(env, VDK_HERE, nullptr, [&]() -> jlongArray {
+        const ZString only = toZString(env, patterns);
+        const ZString filterText = toZString(env, filters);
+        const ZString refusal = refusePreparation(recording, only);
+        if (!refusal.isEmpty()) {
+            throwException(env, refusal.c_str());
+            return nullptr;
+        }
+        ComingResult result;
+        if (ourOptions->onDemand) {
+            result = prepareRecordingCalls(env, recording, only,
+                                           filters == nullptr ? nullptr : &filterText, socket);
+        }
+        const jlong values[] = {result.classes, result.tookNs, result.longestStopNs};
+        jlongArray array = env->NewLongArray(3);
+        if (array != nullptr) {
+            env->SetLongArrayRegion(array, 0, 3, values);
+        }
+        return array;
+    });
 }

@@ -101,6 +101,39 @@ void AgentClient::command(int packet, int timeout) {
     Request(endpoint, timeoutMs, timeout, PacketWriter(packet));
 }
 
+AgentClient::PreparedClasses
+AgentClient::prepareRecording(int recording, const std::string& only,
+                              const std::optional<std::string>& filters,
+                              const ProgressCallback& progress) {
+    Connection connection(endpoint, timeoutMs);
+    connection.setTimeout(LongTimeoutMs);
+    Session session(connection);
+    PacketWriter packet(PACKET_PREPARE_RECORDING_REQ);
+    session.send(packet.writeInt(recording).writeString(only).writeString(filters));
+    while (true) {
+        int32_t type = session.readHeader();
+        if (type == PACKET_OK_RESP) {
+            PreparedClasses result;
+            result.count = session.readInt();
+            result.tookNs = session.readLong();
+            result.longestStopNs = session.readLong();
+            return result;
+        }
+        if (type != PACKET_CALLS_PROGRESS) {
+            failTransfer("Wrong packet type: " + std::to_string(type) +
+                         " while classes are rewritten");
+        }
+        int32_t done = session.readInt();
+        int32_t total = session.readInt();
+        session.readLong(); // the longest stop so far
+        if (done < 0 || done > total) {
+            failTransfer("Progress of " + std::to_string(done) + " of " + std::to_string(total));
+        }
+        connection.setTimeout(LongTimeoutMs); // it gets on: another limit's worth of time
+        report(progress, done, total);
+    }
+}
+
 void AgentClient::startCpuProfiling(int64_t mode, const std::optional<std::string>& filters,
                                     const std::optional<std::string>& wallTimes) {
     PacketWriter packet(PACKET_START_CPU_PROFILING_REQ);

@@ -43,6 +43,16 @@ public:
     // info and status in one connection.
     AgentInfo info(int64_t* status);
 
+    // Has the classes carry the calls of a recording, so that its start finds them ready; for an
+    // agent with the option `ondemand`. only: class patterns with ";" between them, for tracing.
+    struct PreparedClasses {
+        int count = 0;
+        int64_t tookNs = 0;
+        int64_t longestStopNs = 0;
+    };
+    PreparedClasses prepareRecording(int recording, const std::string& only,
+                                     const std::optional<std::string>& filters,
+                                     const ProgressCallback& progress);
     // Filter and wall-time texts; nothing leaves them to the agent's own files.
     void startCpuProfiling(int64_t mode, const std::optional<std::string>& filters,
                            const std::optional<std::string>& wallTimes);

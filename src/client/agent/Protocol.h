@@ -50,6 +50,8 @@ enum Packet : int32_t {
     PACKET_WATCH_START = 105800,
     PACKET_WATCH_READ = 105810,
     PACKET_WATCH_STOP = 105820,
+    PACKET_PREPARE_RECORDING_REQ = 105900,
+    PACKET_CALLS_PROGRESS = 105910,
 };
 
 // Sizes of the compressed transfer: a chunk of the file, and the largest block on the wire.
@@ -88,6 +90,7 @@ constexpr StatusBit StatusBits[] = {
 // Bits of the capability word, likewise.
 constexpr int64_t ATTACHED_BIT = 0x400;
 constexpr int64_t NO_EXCEPTION_EVENTS_BIT = 0x4000;
+constexpr int64_t ON_DEMAND_BIT = 0x80000;
 constexpr StatusBit CapabilityBits[] = {
     {0x40, "tracing"}, {0x100, "allocations"}, {0x1000, "j2ee"}};
 
@@ -99,6 +102,10 @@ constexpr int32_t WATCH_EXCEPTION = 8;
 constexpr int32_t WATCH_STACK = 16;
 constexpr int32_t WATCH_TO_STRING = 32;
 constexpr int32_t WATCH_SUMS = 64;
+
+// What is prepared.
+constexpr int32_t RECORDING_TRACES = 1;
+constexpr int32_t RECORDING_ALLOCATES = 2;
 
 // Modes of CPU profiling; J2EE_BIT may be added.
 constexpr int64_t CPU_SAMPLING = 4;

@@ -133,6 +133,10 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
     add(!choices.attach && !choices.locals, "nolocals");
     add(choices.attach && !choices.generations, "nostartgeneration");
     add(!choices.oomDump, "disableoomedumper");
+    add(!choices.eager, "ondemand");
+    if (!choices.only.empty()) {
+        all.push_back("traceonly=" + quoteOptionValue(join(choices.only, ";")));
+    }
     add(!choices.attach && !choices.requireAgent, "optional");
     add(choices.noSnapshot, "noexitsnapshot");
     add(!choices.attach && !choices.noSnapshot, "tellsnapshot");

@@ -20,11 +20,13 @@ struct AgentOptionChoices {
     bool requireAgent = false; // a program whose agent cannot start ends
     bool oomDump = false;      // let the agent switch on the JVM's heap dumps at OutOfMemoryError
     bool noRedact = false;     // let probes record values in SQL and URLs
+    bool eager = false;        // calls go into classes as these load
     bool noSnapshot = false;   // leave no snapshot behind at the end
     std::string exitSnapshot;  // file of the snapshot at the end; "" is the usual place
     std::string tmpDir;        // private folder, as the target sees it; "" adds none
-    std::string probes;        // of the agent's own: "all", or short names with commas; "" is none
-    std::string workingDir;    // base of relative paths in the user's options
+    std::vector<std::string> only; // class patterns; tracing rewrites no other class
+    std::string probes;     // of the agent's own: "all", or short names with commas; "" is none
+    std::string workingDir; // base of relative paths in the user's options
 };
 
 // `arguments` are the user's option strings, each one or more options separated by commas. An

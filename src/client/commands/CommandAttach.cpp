@@ -85,6 +85,7 @@ void load(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
     choices.noRedact = arguments.has("--no-redact");
     choices.verbose = arguments.has("--banner");
     choices.generations = arguments.has("--generations");
+    choices.eager = arguments.has("--eager");
     choices.oomDump = arguments.has("--oom-dump");
     choices.probes = arguments.text("--probes");
     choices.tmpDir = files.directory();

@@ -101,11 +101,12 @@ struct CpuSpecs {
     std::optional<std::string> filters, wallTimes;
     bool isWall = false;
     std::optional<std::string> threads; // of wall times
+    std::vector<std::string> only;
 };
 
 CpuSpecs readSpecs(const Arguments& arguments) {
     CpuSpecs specs = {readSpec(arguments, "--filter-file"), readSpec(arguments, "--wall-time-file"),
-                      arguments.has("--wall"), std::nullopt};
+                      arguments.has("--wall"), std::nullopt, arguments.all("--only")};
     if (arguments.has("--thread")) {
         specs.threads = arguments.text("--thread");
     }
@@ -122,11 +123,18 @@ CpuSpecs readSpecs(const Arguments& arguments) {
     return specs;
 }
 
-void startCpu(LiveAgent& agent, const std::string& target, const CpuMode& mode,
-              const CpuSpecs& specs) {
+using Prepared = std::optional<AgentClient::PreparedClasses>;
+
+Prepared startCpu(Console& console, LiveAgent& agent, const std::string& target,
+                  const CpuMode& mode, const CpuSpecs& specs) {
     const std::string running = cpuMode(agent.status);
     if (running != "off") {
         refuseWhile(running, target);
+    }
+    Prepared prepared;
+    if (mode.mode & protocol::CPU_COUNTS_BIT) {
+        prepared =
+            prepareClasses(console, agent, protocol::RECORDING_TRACES, specs.only, specs.filters);
     }
     try {
         if (specs.isWall) {
@@ -140,6 +148,7 @@ void startCpu(LiveAgent& agent, const std::string& target, const CpuMode& mode,
         }
         undoStart(agent, mode, error);
     }
+    return prepared;
 }
 
 // Stops what the command is named by, and nothing else.
@@ -161,14 +170,15 @@ int switchCpuProfiling(Console& console, const Arguments& arguments, const CpuMo
     LiveAgent agent = connectAgent(target, arguments);
     std::string done =
         std::string(mode.name) + (specs.isWall ? " of elapsed time" : "") + " started";
+    Prepared prepared;
     if (arguments.text("ACTION") == "start") {
         CpuMode wanted = mode;
         wanted.mode |= arguments.has("--j2ee") ? protocol::J2EE_BIT : 0;
-        startCpu(agent, target, wanted, specs);
+        prepared = startCpu(console, agent, target, wanted, specs);
     } else {
         done = stopCpu(agent, target, mode);
     }
-    writeDone(console, mode.schema, agent, done.c_str());
+    writeDone(console, mode.schema, agent, done.c_str(), prepared);
     return 0;
 }
 

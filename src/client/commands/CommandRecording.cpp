@@ -57,14 +57,18 @@ int runAlloc(Console& console, const Arguments& arguments) {
     LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
     const bool isOn = (agent.status & protocol::ALLOCATION_RECORDING_BIT) != 0;
     const char* done = "allocation recording was off";
+    std::optional<AgentClient::PreparedClasses> prepared;
     if (arguments.text("ACTION") == "start") {
+        if (!arguments.has("--sampled") && !isOn) {
+            prepared = prepareClasses(console, agent, protocol::RECORDING_ALLOCATES);
+        }
         startAllocations(agent.client, arguments);
         done = "allocation recording started";
     } else if (isOn) {
         agent.client.stopAllocationRecording();
         done = "allocation recording stopped";
     }
-    writeDone(console, "vdk.alloc/1", agent, done);
+    writeDone(console, "vdk.alloc/1", agent, done, prepared);
     return 0;
 }
 

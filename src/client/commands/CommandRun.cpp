@@ -63,6 +63,11 @@ std::optional<std::string> agentOption(Console& console, const Arguments& argume
     choices.requireAgent = arguments.has("--require-agent");
     choices.oomDump = arguments.has("--oom-dump");
     choices.probes = arguments.text("--probes");
+    choices.eager = arguments.has("--eager");
+    choices.only = arguments.all("--only");
+    if (choices.eager && !choices.only.empty()) {
+        throw ClientError(ExitCode::Usage, "usage", "--only does not go with --eager");
+    }
     choices.noSnapshot = arguments.has("--no-snapshot");
     if (arguments.has("--out")) {
         choices.exitSnapshot = absoluteName(arguments.text("--out"));

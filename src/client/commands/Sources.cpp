@@ -205,16 +205,44 @@ DataSource openData(const std::string& fileOrTarget, const Arguments& arguments,
     return source;
 }
 
-void writeDone(Console& console, const char* schema, const LiveAgent& agent, const char* what) {
+void writeDone(Console& console, const char* schema, const LiveAgent& agent, const char* what,
+               const std::optional<AgentClient::PreparedClasses>& prepared) {
     if (!console.json) {
         console.note(std::string(what) + " (process " + std::to_string(agent.info.pid) + ", " +
                      printable(agent.info.sessionName) + ")");
+        if (prepared) {
+            console.note(formatCount(prepared->count) + " classes rewritten in " +
+                         formatNs(prepared->tookNs) + ", longest stop " +
+                         formatNs(prepared->longestStopNs));
+        }
         return;
     }
     JsonDocument json(console, schema);
     json.field("pid", agent.info.pid);
     json.field("session", agent.info.sessionName).field("done", what);
+    if (prepared) {
+        json.field("rewrittenClasses", prepared->count).field("rewritingNs", prepared->tookNs);
+        json.field("longestStopNs", prepared->longestStopNs);
+    }
     json.end();
+}
+
+std::optional<AgentClient::PreparedClasses>
+prepareClasses(Console& console, LiveAgent& agent, int recording,
+               const std::vector<std::string>& only, const std::optional<std::string>& filters) {
+    if ((agent.info.capabilities & protocol::ON_DEMAND_BIT) == 0) {
+        if (!only.empty()) {
+            throw ClientError(ExitCode::Refused, "trace.only",
+                              "this agent rewrites every class as it loads: --only is for agents "
+                              "with the option ondemand",
+                              "`vdk run` and `vdk attach` give it unless --eager; filters "
+                              "(--filter-file) leave methods out");
+        }
+        return std::nullopt;
+    }
+    ProgressBar bar(console, "rewriting classes");
+    return agent.client.prepareRecording(recording, join(only, ";"), filters,
+                                         [&](int percent) { bar.update(percent); });
 }
 
 } // namespace vdk

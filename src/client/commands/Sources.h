@@ -50,7 +50,15 @@ LiveAgent attachedAgent(Machine& machine, const std::string& target, const Argum
 
 // Tells that a command without data of its own was done: a note, or the object {"schema":...,
 // "pid":..., "session":..., "done":...}.
-void writeDone(Console& console, const char* schema, const LiveAgent& agent, const char* what);
+void writeDone(Console& console, const char* schema, const LiveAgent& agent, const char* what,
+               const std::optional<AgentClient::PreparedClasses>& prepared = std::nullopt);
+
+// Has the classes rewritten that a recording needs (protocol::RECORDING_TRACES ...), with a bar
+// on a terminal. Nothing where they always carry its calls; patterns are refused then.
+std::optional<AgentClient::PreparedClasses>
+prepareClasses(Console& console, LiveAgent& agent, int recording,
+               const std::vector<std::string>& only = {},
+               const std::optional<std::string>& filters = std::nullopt);
 
 // A database to report on.
 struct DataSource {

@@ -29,6 +29,8 @@ constexpr long CAPABILITY_EXCEPTION_EVENTS_NOT_AVAILABLE = 0x4000;
 constexpr long CAPABILITY_CANNOT_SUSPEND = 0x8000;
 // Probes mask values in SQL and URLs.
 constexpr long CAPABILITY_REDACTS = 0x10000;
+// Calls are in the classes only while somebody records; for clients.
+constexpr long CAPABILITY_ON_DEMAND = 0x80000;
 
 // What a process begins with.
 constexpr long INITIAL_STATUS = STACK_TELEMETRY | EXCEPTION_TELEMETRY;

@@ -238,6 +238,12 @@ bool Options::redact(const ZString&) {
     return true;
 }
 
+bool Options::putCallsOnDemand(const ZString&) {
+    onDemand = true;
+    ourCapabilities |= CAPABILITY_ON_DEMAND;
+    return true;
+}
+
 bool Options::disableAll(const ZString& value) {
     ourCapabilities &= ~(CAPABILITY_CAN_TRACE | CAPABILITY_CAN_RECORD_ALLOCATIONS);
     disableJ2EE(value);

@@ -125,6 +125,7 @@ private:
     bool help(const ZString& value);
     bool disableJ2EE(const ZString& value);
     bool redact(const ZString& value);
+    bool putCallsOnDemand(const ZString& value);
     bool disableAll(const ZString& value);
     bool probe(const ZString& value);
     bool noProbe(const ZString& value);

@@ -104,7 +104,7 @@ const Options::Row Options::ourRows[] = {
     Row::clearRow("disablecounts", Row::CAPABILITY, CAPABILITY_CAN_TRACE),
     Row::clearRow("disabletracing", Row::CAPABILITY, CAPABILITY_CAN_TRACE),
     Row::flagRow("disablenatives", &Options::disableNatives),
-    Row::flagRow("ondemand", &Options::onDemand),
+    Row::actionRow("ondemand", &Options::putCallsOnDemand),
     Row::textRow("traceonly=", &Options::traceOnly),
     Row::actionRow("disablej2ee", &Options::disableJ2EE),
     Row::actionRow("redact", &Options::redact),

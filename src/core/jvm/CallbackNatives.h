@@ -85,6 +85,7 @@
     BUILT(objectMapPut, "(JLjava/lang/Object;I)V", void, (JNIEnv* env, jclass clazz, jlong map, jobject object, jint value)) \
     BUILT(objectMapRemove, "(JLjava/lang/Object;I)I", jint, (JNIEnv* env, jclass clazz, jlong map, jobject object, jint fallback)) \
     BUILT(patchTemplateClass, "([Ljava/lang/String;)[B", jbyteArray, (JNIEnv* env, jclass clazz, jobjectArray pairs)) \
+    BUILT(prepareRecording, "(ILjava/lang/String;Ljava/lang/String;I)[J", jlongArray, (JNIEnv* env, jclass clazz, jint recording, jstring patterns, jstring filters, jint socket)) \
     BUILT(readField, "(Ljava/lang/Object;JI[J)Ljava/lang/Object;", jobject, (JNIEnv* env, jclass clazz, jobject object, jlong field, jint kind, jlongArray bits)) \
     BUILT(registerProbesByBytecode, "([[BZZ)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jobjectArray classes, jboolean dynamic, jboolean flag)) \
     BUILT(registerProbesByName, "([Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jobjectArray classNames)) \

@@ -20,10 +20,10 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
     };
     const std::string runHead =
         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,noexceptionevents,nolocals,";
-    const std::string tail = "disableoomedumper,optional,tellsnapshot,";
+    const std::string tail = "disableoomedumper,ondemand,optional,tellsnapshot,";
     const std::string tmp = "tmpdir=/run/vdk-1";
-    const std::string attachHead =
-        "onlylocal,onlyuser,quiet,redact,builtinprobes=none,nostartgeneration,disableoomedumper,";
+    const std::string attachHead = "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
+                                   "nostartgeneration,disableoomedumper,ondemand,";
     const struct {
         Choose choose;
         std::vector<std::string> arguments;
@@ -47,6 +47,7 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {[](AgentOptionChoices& c) {
              c.remote = c.exceptions = c.locals = c.verbose = c.requireAgent = c.oomDump =
                  c.noRedact = true;
+             c.eager = true;
          },
          {"sampling"},
          "builtinprobes=none,tellsnapshot," + tmp + ",sampling"},
@@ -68,10 +69,16 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
              ",noprobe=Threads"},
         {[](AgentOptionChoices& c) { c.noSnapshot = true; },
          {},
-         runHead + "disableoomedumper,optional,noexitsnapshot," + tmp},
+         runHead + "disableoomedumper,ondemand,optional,noexitsnapshot," + tmp},
         {[](AgentOptionChoices& c) { c.exitSnapshot = "/w/a b.snapshot"; },
          {},
          runHead + tail + "exitsnapshot=VDKQUOTED2f772f6120622e736e617073686f74," + tmp},
+        {[](AgentOptionChoices& c) {
+             c.only = {"com.shop.*", "B"};
+         },
+         {},
+         runHead + "disableoomedumper,ondemand,traceonly=com.shop.*;B,optional,tellsnapshot," +
+             tmp},
         {[](AgentOptionChoices& c) { c.allUsers = true; },
          {},
          "onlylocal,quiet,redact,builtinprobes=none,noexceptionevents,nolocals," + tail + tmp},
@@ -79,7 +86,7 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {attach, {"dir=snaps,filters=/abs"}, attachHead + tmp + ",dir=/home/me/snaps,filters=/abs"},
         {[](AgentOptionChoices& c) { c.attach = c.generations = true; },
          {},
-         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,disableoomedumper," + tmp},
+         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,disableoomedumper,ondemand," + tmp},
     };
     for (const auto& c : cases) {
         AgentOptionChoices choices;

@@ -29,6 +29,8 @@ const OptionSpec NoRedact = {
     "let probes record values in SQL and in queries of URLs as they are (no `redact`)"};
 const OptionSpec Banner = {"--banner", ValueKind::None,
                            "let the agent write its start messages (no `quiet`)"};
+const OptionSpec Eager = {"--eager", ValueKind::None,
+                          "put calls into classes as they load, not only when something records"};
 const OptionSpec OomDump = {
     "--oom-dump", ValueKind::None,
     "let the agent switch on the JVM's heap dump at an OutOfMemoryError (no `disableoomedumper`)"};
@@ -79,6 +81,14 @@ const std::vector<Command> Table = {
       NoRedact,
       Banner,
       OomDump,
+      Eager,
+      {"--only",
+       ValueKind::Text,
+       "tracing rewrites the classes of this pattern alone, such as 'com.shop.*'; may be given "
+       "several times",
+       {},
+       false,
+       true},
       {"--exceptions", ValueKind::None,
        "ask the JVM for exception events and count exceptions: throwing becomes some 33 times "
        "slower"},
@@ -109,6 +119,7 @@ const std::vector<Command> Table = {
       NoRedact,
       Banner,
       OomDump,
+      Eager,
       {"--generations", ValueKind::None, "tag the objects that exist already"},
       {"--timeout", ValueKind::Duration, "limit for each wait (default 10s)"}},
      false,

@@ -15,6 +15,14 @@ const OptionSpec WallTimeFile = {"--wall-time-file", ValueKind::File,
 const OptionSpec J2ee = {"--j2ee", ValueKind::None,
                          "charge the times to requests, SQL statements and JNDI look-ups as well"};
 
+const OptionSpec Only = {"--only",
+                         ValueKind::Text,
+                         "rewrite the classes of this pattern alone, such as 'com.shop.*'; may be "
+                         "given several times",
+                         {},
+                         false,
+                         true};
+
 #define FILTER_FILES                                                                               \
     "A filter file has one pattern a line, * being any text: `java.*` leaves these classes out,\n" \
     "`+java.util.*` leaves some of them in all the same, whatever the order; # begins a remark."
@@ -48,9 +56,15 @@ const std::vector<Command> Table = {
      "Data of earlier profiling stays until `vdk clear`. Without a filter file every method of "
      "every\n"
      "class is counted, which can slow a busy server down a hundred times; with one only what it "
-     "leaves in.\n" FILTER_FILES,
-     "vdk trace start app.jar\nvdk trace stop app.jar",
-     {StartOrStop, Target, FilterFile, WallTimeFile, J2ee},
+     "leaves in.\n"
+     "Where the agent has the option ondemand, as `vdk run` and `vdk attach` give it, the classes "
+     "are\n"
+     "rewritten first, a batch at a time, while the program runs on; with --only just those of "
+     "the\n"
+     "patterns, and nothing else is slowed down.\n" FILTER_FILES,
+     "vdk trace start app.jar\nvdk trace start app.jar --only 'com.shop.*'\n"
+     "vdk trace stop app.jar",
+     {StartOrStop, Target, Only, FilterFile, WallTimeFile, J2ee},
      false,
      true,
      runTrace},

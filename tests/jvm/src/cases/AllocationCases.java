@@ -52,7 +52,7 @@ public final class AllocationCases {
         return matcher.find() ? Long.parseLong(matcher.group(1)) : 0;
     }
 
-    private static long objects(String report, String type) {
+    static long objects(String report, String type) {
         return number(report, "\"class\": \"" + type, "objects");
     }
 

@@ -36,7 +36,7 @@ public final class TracingCases {
     };
 
     /** The same of methods of the JDK that nothing else in the program calls. */
-    private static final Object[][] JDK_CALLS = {
+    static final Object[][] JDK_CALLS = {
             {"java.lang.StringBuilder.reverse()", 40L},
             {"java.util.BitSet.flip(int)", 60L},
             {"java.util.StringTokenizer.nextToken()", 80L},
@@ -44,7 +44,7 @@ public final class TracingCases {
     };
 
     /** The same of native methods: of classes that the agent saw being loaded. */
-    private static final Object[][] NATIVE_CALLS = {
+    static final Object[][] NATIVE_CALLS = {
             {"java.util.zip.Deflater.getAdler(long)", 30L},
             {"java.util.zip.Deflater.init", 30L},
             {"java.util.zip.Deflater.deflateBytesBytes", 30L},
@@ -60,7 +60,7 @@ public final class TracingCases {
     private TracingCases() {
     }
 
-    private static void checkCounts(Tables tables, int runs) {
+    static void checkCounts(Tables tables, int runs) {
         checkCounts(tables, CLASS, CALLS, runs);
         checkCounts(tables, "", OTHER_CALLS, runs);
         long rows = tables.rows.get(Tables.METHOD)
@@ -72,7 +72,7 @@ public final class TracingCases {
         Check.equal(rows, 1L, "rows of B.twice");
     }
 
-    private static void checkCounts(Tables tables, String prefix, Object[][] calls, int runs) {
+    static void checkCounts(Tables tables, String prefix, Object[][] calls, int runs) {
         Map<String, Long> counts = tables.callCounts();
         for (Object[] row : calls) {
             Check.equal(counts.getOrDefault(prefix + row[0], 0L), (Long) row[1] * runs,

@@ -37,6 +37,8 @@ public final class AgentClient implements AutoCloseable {
     public static final int SET_TRIGGERS = 105500;
     public static final int LIST_SNAPSHOTS = 105600;
     public static final int FREE_UNUSED = 105700;
+    public static final int PREPARE_RECORDING = 105900;
+    public static final int CALLS_PROGRESS = 105910;
     public static final int PROGRESS = 100600;
 
     public final Socket socket;

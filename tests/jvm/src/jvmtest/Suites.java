@@ -13,6 +13,7 @@ import cases.MemoryCases;
 import cases.ModernJvmCases;
 import cases.MonitorCases;
 import cases.OfflineCases;
+import cases.OnDemandCases;
 import cases.ProbeCases;
 import cases.ProtocolCases;
 import cases.RealProgramCases;
@@ -33,35 +34,16 @@ import cases.WatchCases;
 /** Every class that holds cases. */
 final class Suites {
     static final Class<?>[] ALL = {
-            StartCases.class,
-            ProtocolCases.class,
-            SamplingCases.class,
-            SnapshotCases.class,
-            ModernJvmCases.class,
-            HeapDumpCases.class,
-            TracingCases.class,
-            TracedProgramCases.class,
-            VerificationCases.class,
-            OfflineCases.class,
-            RewriteOnRequestCases.class,
-            RealProgramCases.class,
-            ServerCases.class,
-            ClientTracingCases.class,
-            DebuggerCases.class,
-            ThrowCases.class,
-            MemoryCases.class,
-            AccessCases.class,
-            AllocationCases.class,
-            MonitorCases.class,
-            ExceptionCases.class,
-            HeapSnapshotCases.class,
-            BuiltInProbeCases.class,
-            ProbeCases.class,
-            ClientWatchCases.class,
-            TriggerCases.class,
-            TriggerReachCases.class,
-            TriggerRecipeCases.class,
-            WatchCases.class,
+            StartCases.class,        ProtocolCases.class,         SamplingCases.class,
+            SnapshotCases.class,     ModernJvmCases.class,        HeapDumpCases.class,
+            TracingCases.class,      TracedProgramCases.class,    VerificationCases.class,
+            OfflineCases.class,      RewriteOnRequestCases.class, RealProgramCases.class,
+            ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
+            ThrowCases.class,        MemoryCases.class,           AccessCases.class,
+            AllocationCases.class,   MonitorCases.class,          OnDemandCases.class,
+            ExceptionCases.class,    HeapSnapshotCases.class,     BuiltInProbeCases.class,
+            ProbeCases.class,        ClientWatchCases.class,      TriggerCases.class,
+            TriggerReachCases.class, TriggerRecipeCases.class,    WatchCases.class,
     };
 
     private Suites() {

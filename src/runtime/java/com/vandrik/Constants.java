@@ -54,6 +54,7 @@ public final class Constants {
     public static final long CAPABILITY_REDACTS = 0x10000;
     public static final long CAPABILITY_ALLOWS_COMMANDS = 0x20000;
     public static final long CAPABILITY_ALLOWS_WEBHOOKS = 0x40000;
+    public static final long CAPABILITY_ON_DEMAND = 0x80000;
 
     private Constants() {
     }

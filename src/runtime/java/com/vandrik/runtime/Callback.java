@@ -1,5 +1,7 @@
 package com.vandrik.runtime;
 
+import jdk.internal.vm.annotation.ForceInline;
+
 /**
  * Where rewritten application code and the agent's Java classes enter the native library.
  *
@@ -8,6 +10,9 @@ package com.vandrik.runtime;
  * suffix F are for JVMs that can't redefine it and test a flag instead. The class has no static
  * initialiser, no try block and calls no other Java code: it runs inside every rewritten method,
  * at moments when nothing else can be relied on.
+ *
+ * <p>The compilers inline the annotated ones wherever they stand, as they do for the JDK's own: the
+ * JVM trusts a class of the boot loader.
  *
  * <p>The natives are declared in the order of core/ground/CallbackNatives.h; a test compares both.
  */
@@ -21,6 +26,7 @@ public class Callback {
     private Callback() {
     }
 
+    @ForceInline
     public static int vdkInit(Object object, int frameHint) {
         return -1;
     }
@@ -29,9 +35,11 @@ public class Callback {
     public static void vdkMethodCatch(short low, short high) {
     }
 
+    @ForceInline
     public static void vdkMethodEntry(short low, short high) {
     }
 
+    @ForceInline
     public static void vdkMethodExit(short low, short high) {
     }
 
@@ -204,6 +212,14 @@ public class Callback {
     public static native int objectMapRemove(long map, Object object, int absent);
 
     public static native byte[] patchTemplateClass(String[] macroAndValuePairs);
+
+    /**
+     * Has the classes carry the calls of a recording that is about to start: 1 for tracing, 2 for
+     * allocations. Gives the number of classes, the time and the longest stop; tells them on the
+     * way, unless the socket is 0.
+     */
+    public static native long[] prepareRecording(int recording, String patterns, String filters,
+                                                 int socket);
 
     /** The value of a reference field; of any other null, and its bits in the array. */
     public static native Object readField(Object object, long field, int kind, long[] bits);

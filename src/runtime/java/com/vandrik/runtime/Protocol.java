@@ -61,6 +61,8 @@ public final class Protocol {
     public static final int PACKET_WATCH_START = 105800;
     public static final int PACKET_WATCH_READ = 105810;
     public static final int PACKET_WATCH_STOP = 105820;
+    public static final int PACKET_PREPARE_RECORDING_REQ = 105900;
+    public static final int PACKET_CALLS_PROGRESS = 105910;
 
     /** Bytes of a file that are compressed as one chunk. */
     public static final int TRANSFER_UNCOMPRESSED_CHUNK_SIZE = 131072;

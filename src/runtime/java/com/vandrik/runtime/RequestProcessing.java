@@ -88,6 +88,9 @@ public final class RequestProcessing {
         case Protocol.PACKET_START_SAMPLED_ALLOCATION_RECORDING_REQ:
             startSampledAllocationRecording();
             return true;
+        case Protocol.PACKET_PREPARE_RECORDING_REQ:
+            prepareRecording();
+            return true;
         case Protocol.PACKET_STOP_ALLOCATION_RECORDING_REQ:
             Callback.stopAllocationRecording();
             break;
@@ -263,6 +266,19 @@ public final class RequestProcessing {
         int intervalBytes = Packet.readInt(myIn);
         boolean perClassGarbage = Packet.readBoolean(myIn);
         okOrError(Callback.startSampledAllocationRecording(intervalBytes, perClassGarbage));
+    }
+
+    /** What stands in the way comes as an exception, and goes out as an error. */
+    private void prepareRecording() throws IOException, PresentableException {
+        int recording = Packet.readInt(myIn);
+        String patterns = Packet.readString(myIn);
+        String filters = Packet.readString(myIn);
+        long[] result = Callback.prepareRecording(recording, patterns, filters,
+                                                  getSocketFileDescriptor(mySocket));
+        Packet.writeHeader(myOut);
+        Packet.writeInt(myOut, (int) result[0]);
+        Packet.writeLong(myOut, result[1]);
+        Packet.writeLong(myOut, result[2]);
     }
 
     private void getAllocationRecordingSettings() throws IOException {
