@@ -1,3 +1,4 @@
+#include "classfile/ClassScan.h"
 #include "support/ClassBundle.h"
 #include "support/ParsedClass.h"
 #include "support/ReferenceClass.h"
@@ -55,6 +56,19 @@ std::string difference(const ReferenceClass& a, const ReferenceClass& b, int* fr
     return "";
 }
 
+// What a mere walk over the file tells is what the parsed class has.
+bool scanAgrees(const NamedClass& entry, ClassFile& classFile) {
+    bool natives = false;
+    bool loadClass = false;
+    for (int i = 0; i < classFile.getMethods().getSize(); i++) {
+        natives = natives || classFile.getMethods()[i]->isNative();
+        loadClass = loadClass || classFile.getMethods()[i]->getName() == "loadClass";
+    }
+    const ClassScan scan(entry.bytes, entry.length);
+    const ClassScan cut(entry.bytes, entry.length / 2);
+    return scan.hasNatives() == natives && scan.hasLoadClass() == loadClass && cut.hasNatives();
+}
+
 void roundTrip(const char* label, const std::string& path) {
     const ClassBundle bundle(path);
     size_t compared = 0;
@@ -65,6 +79,7 @@ void roundTrip(const char* label, const std::string& path) {
             DataInput input(entry.bytes, entry.length);
             ClassFile untouched(input);
             ASSERT_FALSE(untouched.isInvalid()) << entry.name;
+            ASSERT_TRUE(scanAgrees(entry, untouched)) << entry.name;
             const std::string original(reinterpret_cast<const char*>(entry.bytes),
                                        static_cast<size_t>(entry.length));
             ASSERT_TRUE(writtenClass(untouched) == original) << entry.name;

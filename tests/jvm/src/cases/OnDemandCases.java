@@ -104,7 +104,7 @@ public final class OnDemandCases {
         // The next start comes while they go.
         Check.equal(test.allocated(), 100L, "objects");
         test.awaitNone();
-        int rounds = Integer.getInteger("vdk.rounds", 12);
+        int rounds = Integer.parseInt(System.getenv().getOrDefault("VDK_ROUNDS", "12"));
         for (int i = 0; i < rounds; i++) {
             test.startOnly("fixtures.Known*;B");
             test.go(false);
