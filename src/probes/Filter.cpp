@@ -14,6 +14,7 @@
 // Never destroyed: threads may run to the very end of the process.
 ZVector<Filter*>& Filter::ourFilters = *new ZVector<Filter*>();
 bool Filter::ourWithInclusiveFilters = false;
+std::atomic<bool> Filter::ourHasWallTime{false};
 
 namespace {
 constexpr int CLASS_NAME_FILTER_CAPACITY = 16;
@@ -176,6 +177,11 @@ void Filter::reloadFilters(const ZString& generalText, const ZString& wallTimeTe
             ourFilters.push(filter);
         }
     }
+    bool hasWallTime = false;
+    for (int i = 0; i < ourFilters.getSize(); i++) {
+        hasWallTime = hasWallTime || ourFilters.get(i)->type == FILTER_TYPE_WALL_TIME;
+    }
+    ourHasWallTime = hasWallTime;
     pushWaitFilters(ourWaitMethods, ourWaitMethodCount);
     pushWaitFilters(ourWaitMethodAdditions, ourWaitMethodAdditionCount);
     for (int i = 0; i < ourFilters.getSize() && !ourWithInclusiveFilters; i++) {

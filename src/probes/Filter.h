@@ -3,6 +3,8 @@
 #include "core/ground/ZString.h"
 #include "core/ground/ZVector.h"
 
+#include <atomic>
+
 struct MethodRecord;
 
 enum FilterType {
@@ -50,6 +52,8 @@ public:
     static ZVector<Filter*>& ourFilters;
     // The list holds an include filter.
     static bool ourWithInclusiveFilters;
+    // Whether any method is measured in wall time. Needs no lock.
+    static std::atomic<bool> ourHasWallTime;
 
 private:
     char* classPattern; // null for any

@@ -137,6 +137,7 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
     if (!choices.only.empty()) {
         all.push_back("traceonly=" + quoteOptionValue(join(choices.only, ";")));
     }
+    add(!given("sampler="), "sampler=signal");
     add(!choices.attach && !choices.requireAgent, "optional");
     add(choices.noSnapshot, "noexitsnapshot");
     add(!choices.attach && !choices.noSnapshot, "tellsnapshot");

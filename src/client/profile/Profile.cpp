@@ -85,6 +85,8 @@ SampledCpu Profile::sampledCpu() const {
 
 namespace {
 
+const char SamplerProperty[] = "vdk.sampling.sampler";
+const char NotWalkable[] = "[not walkable]";
 const char SamplingIntervalProperty[] = "vdk.allocation.sampling.interval.bytes";
 
 UserTable* findUserTable(DB& db, const char* name) {
@@ -105,6 +107,7 @@ public:
         readStacks();
         readSampledCpu();
         readCharges();
+        readSampler();
         findMeasure();
         readJ2ee();
         return std::move(profile);
@@ -283,6 +286,27 @@ private:
                                         text(record.nameStrID), record.timeNs, record.count});
             }
         });
+    }
+
+    void readSampler() {
+        eachLive(db.propertyTable, [&](int, const PropertyRecord& record) {
+            if (text(record.nameStrID) == SamplerProperty) {
+                profile.sampler = text(record.value);
+            }
+        });
+        std::vector<bool> isLost(profile.frames.size());
+        for (size_t i = 1; i < profile.frames.size(); i++) {
+            const Profile::Frame& frame = profile.frames[i];
+            const bool isOutermost =
+                frame.parent == 0 && size_t(frame.method) < profile.methods.size();
+            isLost[i] =
+                frame.parent > 0
+                    ? isLost[size_t(frame.parent)]
+                    : isOutermost && profile.methods[size_t(frame.method)].name == NotWalkable;
+        }
+        for (const Charge& charge : profile.charges) {
+            profile.notWalkableNs += isLost[size_t(charge.frame)] ? charge.own : 0;
+        }
     }
 
     void readSamplingInterval() {

@@ -22,6 +22,25 @@ std::string sampledText(const SampledCpu& cpu) {
                : "";
 }
 
+namespace {
+
+// What stands behind "walk: ", the reason.
+std::string walkReason(const Profile& profile) {
+    const std::string prefix = "walk: ";
+    return startsWith(profile.sampler, prefix) ? profile.sampler.substr(prefix.size()) : "";
+}
+
+} // namespace
+
+std::string samplerText(const Profile& profile) {
+    if (profile.sampler == "signal") {
+        return "by signals, " + formatPercent(percentOf(profile.notWalkableNs, profile.total())) +
+               "% not walkable";
+    }
+    const std::string reason = walkReason(profile);
+    return reason.empty() ? "" : "by the stack walker, as signals are not possible: " + reason;
+}
+
 void writeSampled(JsonWriter& json, const SampledCpu& cpu) {
     json.key("sampledCpuNs");
     cpu.isKnown() ? json.value(cpu.chargedNs) : json.nullValue();
@@ -297,7 +316,8 @@ void writeEstimate(JsonWriter& json, const Profile& profile) {
 void printReport(Console& console, const Profile& profile, const ReportChoices& choices) {
     const std::string sampled = sampledText(profile.sampledCpu());
     if (!sampled.empty()) {
-        console.out << "In all " << sampled << "\n\n";
+        const std::string sampler = printable(samplerText(profile));
+        console.out << "In all " << sampled << (sampler.empty() ? "" : "; " + sampler) << "\n\n";
     }
     printEstimate(console, profile);
     if (!choices.byThread) {
@@ -331,6 +351,11 @@ void writeReport(JsonWriter& json, const Profile& profile, const ReportChoices& 
         writeEstimate(json, profile);
     } else {
         writeSampled(json, profile.sampledCpu());
+        json.key("sampler");
+        profile.sampler.empty() ? json.nullValue()
+                                : json.value(profile.sampler == "signal" ? "signal" : "walk");
+        json.field("samplerReason", walkReason(profile));
+        json.field("notWalkableNs", profile.notWalkableNs);
     }
     if (!choices.byThread) {
         writeSections(json, profile, -1, choices);

@@ -53,6 +53,9 @@ void writeReport(JsonWriter& json, const Profile& profile, const ReportChoices& 
 // The first frame from this one outwards whose method is shown, 0 without one.
 int shownFrame(const Profile& profile, int frame);
 
+// How it was sampled, where the agent tells: by signals with the share of stacks that could not be
+// walked, or why not so. Empty otherwise.
+std::string samplerText(const Profile& profile);
 // "sampled 2.00 s of 6.90 s CPU"; empty where it is not known.
 std::string sampledText(const SampledCpu& cpu);
 // The fields sampledCpuNs and usedCpuNs, null where they are not known.

@@ -378,7 +378,7 @@ void threadStartImpl(JNIEnv* env, jthread thread, long nativeID) {
     if (hasThreadInfo(thread)) {
         return;
     }
-    jobject reference = nativeID == 0 ? env->NewGlobalRef(thread) : nullptr;
+    jobject reference = env->NewGlobalRef(thread);
     ThreadNames names;
     readThreadNames(env, thread, &names);
     ThreadInfo* info = new ThreadInfo(
@@ -401,7 +401,7 @@ void threadStartImpl(JNIEnv* env, jthread thread, long nativeID) {
     if (nativeID != 0) {
         setNativeThreadInfo(info);
         SampledTimes::threadStarts(info);
-        SignalSampling::threadStarts(env, info, thread);
+        SignalSampling::threadStarts(info);
     }
 }
 

@@ -40,6 +40,18 @@ int frameOf(JNIEnv* env, ThreadInfo* info, const jvmtiFrameInfo* frames, int cou
         ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(env, stack, &info->sampled.lastStack));
 }
 
+// The walk sees a carrier's own frames below those of the virtual thread that it runs.
+int countMountedFrames(JNIEnv* env, const ZVector<jvmtiFrameInfo>& frames) {
+    const int outermost = ZMethod::getByName("jdk.internal.vm.Continuation", "enter",
+                                             "(jdk.internal.vm.Continuation, boolean)");
+    for (int i = 0; i < frames.getSize(); i++) {
+        if (getMethodByID(env, frames[i].method) == outermost) {
+            return i + 1;
+        }
+    }
+    return frames.getSize();
+}
+
 // The frame of the walked stack, or of its leaf alone.
 int walkedFrame(JNIEnv* env, ThreadInfo* info, const InterruptedStack& stack) {
     static ZVector<jvmtiFrameInfo>& frames = *new ZVector<jvmtiFrameInfo>();
@@ -48,7 +60,8 @@ int walkedFrame(JNIEnv* env, ThreadInfo* info, const InterruptedStack& stack) {
         frames.push({stack.frames[i].method, 0});
     }
     if (stack.code > 0) {
-        return frameOf(env, info, frames.data(), frames.getSize());
+        return frameOf(env, info, frames.data(),
+                       info->carrierThread ? countMountedFrames(env, frames) : frames.getSize());
     }
     int frame = specialFrame(NOT_WALKABLE);
     for (int i = stack.frameCount - 1; i >= 0; i--) {

@@ -79,8 +79,7 @@ void SampledThreads::awaitSample(long milliseconds) {
     }
 }
 
-SampledThread* SampledThreads::add(JNIEnv* env, ThreadInfo* info, jthread thread, long nativeID,
-                                   long periodNs) {
+SampledThread* SampledThreads::add(ThreadInfo* info, long nativeID, long periodNs) {
     SampledThread* const sampled = takeFree();
     if (sampled == nullptr) {
         ourRefused++;
@@ -103,19 +102,16 @@ SampledThread* SampledThreads::add(JNIEnv* env, ThreadInfo* info, jthread thread
         return nullptr;
     }
     sampled->info = info;
-    sampled->thread = env->NewGlobalRef(thread);
     sampled->lastFrame = 0;
     return sampled;
 }
 
-void SampledThreads::remove(JNIEnv* env, SampledThread* sampled) {
+void SampledThreads::remove(SampledThread* sampled) {
     ThreadTimers::stop(sampled->timer);
     sampled->isRunning = false;
     sampled->generation++;
     sampled->timer = ThreadTimers::NO_TIMER;
     sampled->info = nullptr;
-    env->DeleteGlobalRef(sampled->thread);
-    sampled->thread = nullptr;
     ourFreeThreads.push(sampled);
 }
 

@@ -3,7 +3,6 @@
 #include "profiling/cpu/InterruptedStack.h"
 
 #include <atomic>
-#include <jvmti.h>
 
 class ThreadInfo;
 
@@ -23,7 +22,6 @@ struct SampledThread {
     // The rest: ourLock.
     int timer = -1;
     ThreadInfo* info = nullptr; // null while it serves none
-    jobject thread = nullptr;   // global reference
     int lastFrame = 0;          // of its last sample; 0 before the first
 };
 
@@ -37,9 +35,9 @@ void awaitSample(long milliseconds);
 // All with ourLock held.
 
 // Starts the thread's timer; null if the system refuses, which is counted.
-SampledThread* add(JNIEnv* env, ThreadInfo* info, jthread thread, long nativeID, long periodNs);
+SampledThread* add(ThreadInfo* info, long nativeID, long periodNs);
 // Ends it; samples that were not taken out yet are void from here on.
-void remove(JNIEnv* env, SampledThread* sampled);
+void remove(SampledThread* sampled);
 // Threads without a timer because the system refused one.
 int getRefused();
 // The thread of a sample; null if that has ended since.

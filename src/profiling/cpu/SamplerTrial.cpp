@@ -45,15 +45,15 @@ int getRelease() {
 // The thread under trial, which has no row.
 class TriedThread {
 public:
-    explicit TriedThread(JNIEnv* jniEnv) : env(jniEnv) {
+    TriedThread() {
         LockHolder lock(ourLock);
-        sampled = SampledThreads::add(env, ourVMStartThread, nullptr,
-                                      Platform::getCurrentThreadNativeID(), PERIOD_NS);
+        sampled =
+            SampledThreads::add(ourVMStartThread, Platform::getCurrentThreadNativeID(), PERIOD_NS);
     }
     ~TriedThread() {
         if (sampled != nullptr) {
             LockHolder lock(ourLock);
-            SampledThreads::remove(env, sampled);
+            SampledThreads::remove(sampled);
         }
     }
     TriedThread(const TriedThread&) = delete;
@@ -81,7 +81,6 @@ public:
     int lastCode = 0;
 
 private:
-    JNIEnv* env;
     SampledThread* sampled;
 };
 
@@ -103,7 +102,7 @@ ZString SamplerTrial::run(JNIEnv* env) {
     jclass spinner = findClass(env, SPINNER);
     jmethodID spin = env->GetStaticMethodID(spinner, "spin", "(I)I");
     ASSERT_JNI(env);
-    TriedThread thread(env);
+    TriedThread thread;
     if (!thread.hasTimer()) {
         return "the system gives no timer on a thread's CPU clock";
     }

@@ -25,11 +25,15 @@ struct SampleMemory {
     int timesRow = NO_ROW; // of SampledTimes
     StackMemory lastStack;
     SampledThread* timer = nullptr; // of SignalSampling, while it runs
+    int wallFrame = 0;              // of WallTimeWalk: where the thread stood
+    long wallCpuTimeNs = 0;         // and what its clock said before
 
     // The next sample counts as the first: for want of an earlier reading it charges no time.
     void forgetLastSample() {
         lastCpuTimeNs = 0;
         idleFrame = NO_FRAME;
+        wallFrame = 0;
+        wallCpuTimeNs = 0;
     }
 };
 

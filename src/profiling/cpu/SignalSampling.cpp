@@ -8,12 +8,14 @@
 #include "core/jvm/JvmGlobals.h"
 #include "platform/Platform.h"
 #include "platform/ThreadTimers.h"
+#include "probes/Filter.h"
 #include "profiling/cpu/CodeEvents.h"
 #include "profiling/cpu/CompiledCode.h"
 #include "profiling/cpu/NativeThreads.h"
 #include "profiling/cpu/SampleCharges.h"
 #include "profiling/cpu/SampledThreads.h"
 #include "profiling/cpu/SamplerTrial.h"
+#include "profiling/cpu/WallTimeWalk.h"
 #include "profiling/threads/AllStacks.h"
 #include "profiling/threads/MountedStack.h"
 #include "profiling/threads/ThreadInfo.h"
@@ -80,7 +82,7 @@ jthread threadOf(JNIEnv* env, const InterruptedStack& stack, bool* isCarrier) {
         return nullptr;
     }
     *isCarrier = sampled->info->carrierThread;
-    return static_cast<jthread>(env->NewLocalRef(sampled->thread));
+    return static_cast<jthread>(env->NewLocalRef(sampled->info->threadObject));
 }
 
 void copyFrames(const jvmtiStackInfo& stack, ZVector<jvmtiFrameInfo>* frames) {
@@ -147,7 +149,7 @@ void chargeRestOf(ThreadInfo* info) {
 }
 
 // Caller holds ourLock. A thread whose id is not known gets no timer yet.
-void startTimer(JNIEnv* env, ThreadInfo* info, jthread thread, long nativeID) {
+void startTimer(ThreadInfo* info, long nativeID) {
     if (info->agentThread || info->sampled.timer != nullptr) {
         return;
     }
@@ -156,7 +158,7 @@ void startTimer(JNIEnv* env, ThreadInfo* info, jthread thread, long nativeID) {
         info->sampled.lastCpuTimeNs = now < 1 ? 1 : now;
     }
     if (nativeID != 0) {
-        info->sampled.timer = SampledThreads::add(env, info, thread, nativeID, getPeriodNs());
+        info->sampled.timer = SampledThreads::add(info, nativeID, getPeriodNs());
     }
 }
 
@@ -166,7 +168,7 @@ bool isWithoutID(const ThreadInfo* info) {
 }
 
 // Threads that began before the agent get their timers once their ids are known.
-void startTimersOfOldThreads(JNIEnv* env) {
+void startTimersOfOldThreads() {
     LockHolder lock(ourLock);
     ZVector<NativeThreads::Search> searches;
     ZVector<ThreadInfo*> infos;
@@ -187,23 +189,13 @@ void startTimersOfOldThreads(JNIEnv* env) {
     }
     NativeThreads::find(&searches, known);
     for (int i = 0; i < infos.getSize(); i++) {
-        startTimer(env, infos[i], infos[i]->threadObject, searches[i].nativeID);
+        startTimer(infos[i], searches[i].nativeID);
     }
 }
 
-void startTimers(JNIEnv* env) {
-    jint count = 0;
-    JvmtiMemory<jthread> threads;
-    CHECK_JVMTI(ourJVMTI->GetAllThreads(&count, threads.receive()));
-    announceLocalReferences(env, count);
+void startTimers() {
     LockHolder lock(ourLock);
-    for (jint i = 0; i < count; i++) {
-        ThreadInfo* const info = getStoredThreadInfo(threads.get()[i]);
-        if (info != nullptr && ourAllThreadInfos.contains(info)) {
-            startTimer(env, info, threads.get()[i], info->nativeThreadID);
-        }
-        env->DeleteLocalRef(threads.get()[i]);
-    }
+    eachThreadInfo([](ThreadInfo* info) { startTimer(info, info->nativeThreadID); });
 }
 
 // Signals may come for a little while after the last timer was stopped.
@@ -244,9 +236,10 @@ ZString SignalSampling::start(JNIEnv* env) {
         CodeEvents::stop();
         return refusal;
     }
+    WallTimeWalk::restart();
     ourIsOn = true;
-    startTimers(env);
-    startTimersOfOldThreads(env);
+    startTimers();
+    startTimersOfOldThreads();
     ourNextSearchNs = getTimeNs() + SEARCH_PERIOD_NS;
     Logger::message(ZString("Signal sampling: signal ") +
                     longToString(ThreadTimers::signalNumber()));
@@ -260,9 +253,9 @@ void SignalSampling::stop(JNIEnv* env) {
     settle(env);
     {
         LockHolder lock(ourLock);
-        eachThreadInfo([&](ThreadInfo* info) {
+        eachThreadInfo([](ThreadInfo* info) {
             if (info->sampled.timer != nullptr) {
-                SampledThreads::remove(env, info->sampled.timer);
+                SampledThreads::remove(info->sampled.timer);
                 info->sampled.timer = nullptr;
             }
         });
@@ -277,9 +270,12 @@ void SignalSampling::takeSamples(JNIEnv* env, long waitMs) {
     SampledThreads::awaitSample(waitMs);
     chargeAll(env);
     CompiledCode::collect();
+    if (Filter::ourHasWallTime) {
+        WallTimeWalk::walkIfDue(env);
+    }
     if (getTimeNs() >= ourNextSearchNs) {
         ourNextSearchNs = getTimeNs() + SEARCH_PERIOD_NS;
-        startTimersOfOldThreads(env);
+        startTimersOfOldThreads();
     }
 }
 
@@ -289,9 +285,9 @@ void SignalSampling::settle(JNIEnv* env) {
     eachThreadInfo([](ThreadInfo* info) { chargeRestOf(info); });
 }
 
-void SignalSampling::threadStarts(JNIEnv* env, ThreadInfo* info, jthread thread) {
+void SignalSampling::threadStarts(ThreadInfo* info) {
     if (ourIsOn) {
-        startTimer(env, info, thread, info->nativeThreadID);
+        startTimer(info, info->nativeThreadID);
     }
 }
 
@@ -315,6 +311,6 @@ void SignalSampling::threadEnds(JNIEnv* env, ThreadInfo* info) {
         }
     }
     chargeRestOf(info);
-    SampledThreads::remove(env, sampled);
+    SampledThreads::remove(sampled);
     info->sampled.timer = nullptr;
 }

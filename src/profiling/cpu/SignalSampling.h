@@ -28,7 +28,7 @@ void takeSamples(JNIEnv* env, long waitMs);
 void settle(JNIEnv* env);
 
 // On the thread itself, with ourLock held.
-void threadStarts(JNIEnv* env, ThreadInfo* info, jthread thread);
+void threadStarts(ThreadInfo* info);
 void threadEnds(JNIEnv* env, ThreadInfo* info);
 
 } // namespace SignalSampling

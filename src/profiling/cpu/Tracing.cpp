@@ -120,6 +120,14 @@ TakenCalls::~TakenCalls() {
 
 namespace {
 
+// Tells clients which sampler it is, and why that, where another was asked for.
+const char SAMPLER_PROPERTY[] = "vdk.sampling.sampler";
+
+void tellSampler(const ZString& text) {
+    LockHolder lock(ourLock);
+    ourDB->setProperty(SAMPLER_PROPERTY, ourDB->stringPool->getDBIndex(text.c_str(), true));
+}
+
 // Where it cannot be had the stack walker, which needs no start, goes on alone.
 void startSignalSampling(JNIEnv* env) {
     {
@@ -129,6 +137,7 @@ void startSignalSampling(JNIEnv* env) {
         }
     }
     const ZString refusal = SignalSampling::start(env);
+    tellSampler(refusal.isEmpty() ? ZString("signal") : ZString("walk: ") + refusal);
     if (!refusal.isEmpty()) {
         userMessage(env, "Sampling by signals is not possible; the stack walker samples", refusal);
     }

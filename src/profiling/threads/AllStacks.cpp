@@ -46,7 +46,24 @@ bool AllStacks::take() {
         LockHolder lock(ourLock);
         lastThread = ThreadInfo::ourRunningNumber;
     }
-    const jvmtiError error = ourJVMTI->GetAllStackTraces(MAX_FRAMES, &stacks, &count);
+    return use(ourJVMTI->GetAllStackTraces(MAX_FRAMES, &stacks, &count));
+}
+
+bool AllStacks::take(const ZVector<jthread>& threads) {
+    if (ourJVMTI == nullptr || threads.isEmpty()) {
+        return false;
+    }
+    {
+        LockHolder lock(ourLock);
+        lastThread = ThreadInfo::ourRunningNumber;
+    }
+    const jvmtiError error =
+        ourJVMTI->GetThreadListStackTraces(threads.getSize(), threads.data(), MAX_FRAMES, &stacks);
+    count = error == JVMTI_ERROR_NONE ? threads.getSize() : 0;
+    return use(error);
+}
+
+bool AllStacks::use(jvmtiError error) {
     if (error == JVMTI_ERROR_WRONG_PHASE) {
         return false;
     }

@@ -32,6 +32,8 @@ public:
     // another thread waits until no virtual thread is being mounted or unmounted, and one that is
     // may be waiting, in a traced call, for the lock.
     bool take();
+    // The same for some threads. As take.
+    bool take(const ZVector<jthread>& threads);
     // From here on carriers are shown with the stacks of the virtual threads that they run. To be
     // called after take, and as that.
     void takeMounted();
@@ -49,6 +51,7 @@ public:
     }
 
 private:
+    bool use(jvmtiError error);
     // Caller holds ourLock.
     bool isKnown(int i) const {
         // A thread that has begun since may have the memory of one that has ended.

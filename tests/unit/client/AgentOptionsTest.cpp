@@ -20,10 +20,10 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
     };
     const std::string runHead =
         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,noexceptionevents,nolocals,";
-    const std::string tail = "disableoomedumper,ondemand,optional,tellsnapshot,";
+    const std::string tail = "disableoomedumper,ondemand,sampler=signal,optional,tellsnapshot,";
     const std::string tmp = "tmpdir=/run/vdk-1";
     const std::string attachHead = "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
-                                   "nostartgeneration,disableoomedumper,ondemand,";
+                                   "nostartgeneration,disableoomedumper,ondemand,sampler=signal,";
     const struct {
         Choose choose;
         std::vector<std::string> arguments;
@@ -50,7 +50,7 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
              c.eager = true;
          },
          {"sampling"},
-         "builtinprobes=none,tellsnapshot," + tmp + ",sampling"},
+         "builtinprobes=none,sampler=signal,tellsnapshot," + tmp + ",sampling"},
         {[](AgentOptionChoices& c) {
              c.probes = "Servlets,Threads";
              c.workingDir = "/home/me";
@@ -69,7 +69,7 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
              ",noprobe=Threads"},
         {[](AgentOptionChoices& c) { c.noSnapshot = true; },
          {},
-         runHead + "disableoomedumper,ondemand,optional,noexitsnapshot," + tmp},
+         runHead + "disableoomedumper,ondemand,sampler=signal,optional,noexitsnapshot," + tmp},
         {[](AgentOptionChoices& c) { c.exitSnapshot = "/w/a b.snapshot"; },
          {},
          runHead + tail + "exitsnapshot=VDKQUOTED2f772f6120622e736e617073686f74," + tmp},
@@ -77,7 +77,9 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
              c.only = {"com.shop.*", "B"};
          },
          {},
-         runHead + "disableoomedumper,ondemand,traceonly=com.shop.*;B,optional,tellsnapshot," +
+         runHead +
+             "disableoomedumper,ondemand,traceonly=com.shop.*;B,sampler=signal,optional,"
+             "tellsnapshot," +
              tmp},
         {[](AgentOptionChoices& c) { c.allUsers = true; },
          {},
@@ -86,7 +88,9 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {attach, {"dir=snaps,filters=/abs"}, attachHead + tmp + ",dir=/home/me/snaps,filters=/abs"},
         {[](AgentOptionChoices& c) { c.attach = c.generations = true; },
          {},
-         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,disableoomedumper,ondemand," + tmp},
+         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,disableoomedumper,ondemand,sampler="
+         "signal," +
+             tmp},
     };
     for (const auto& c : cases) {
         AgentOptionChoices choices;

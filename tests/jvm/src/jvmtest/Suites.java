@@ -20,6 +20,7 @@ import cases.RealProgramCases;
 import cases.RewriteOnRequestCases;
 import cases.SamplingCases;
 import cases.ServerCases;
+import cases.SignalSamplingCases;
 import cases.SnapshotCases;
 import cases.StartCases;
 import cases.ThrowCases;
@@ -40,10 +41,11 @@ final class Suites {
             OfflineCases.class,      RewriteOnRequestCases.class, RealProgramCases.class,
             ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
             ThrowCases.class,        MemoryCases.class,           AccessCases.class,
-            AllocationCases.class,   MonitorCases.class,          OnDemandCases.class,
-            ExceptionCases.class,    HeapSnapshotCases.class,     BuiltInProbeCases.class,
-            ProbeCases.class,        ClientWatchCases.class,      TriggerCases.class,
-            TriggerReachCases.class, TriggerRecipeCases.class,    WatchCases.class,
+            AllocationCases.class,   MonitorCases.class,          ExceptionCases.class,
+            HeapSnapshotCases.class, BuiltInProbeCases.class,     ProbeCases.class,
+            ClientWatchCases.class,  OnDemandCases.class,         SignalSamplingCases.class,
+            TriggerCases.class,      TriggerReachCases.class,     TriggerRecipeCases.class,
+            WatchCases.class,
     };
 
     private Suites() {

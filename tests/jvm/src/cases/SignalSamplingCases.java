@@ -1,0 +1,114 @@
+package cases;
+
+import fixtures.Burn;
+import fixtures.Bursts;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.List;
+import java.util.Map;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+import jvmtest.Case;
+import jvmtest.Check;
+import jvmtest.Sampling;
+import jvmtest.Tables;
+import jvmtest.Target;
+import jvmtest.Tool;
+import jvmtest.Tracing;
+
+/** CPU sampling by timers and signals. */
+public final class SignalSamplingCases {
+    private static final String SIGNAL = "sampler=signal";
+
+    private SignalSamplingCases() {
+    }
+
+    private static long handledSignals(Target target) throws Exception {
+        Path status = Path.of("/proc", target.id(), "status");
+        Matcher matcher =
+                Pattern.compile("SigCgt:\\s*(\\p{XDigit}+)").matcher(Files.readString(status));
+        Check.isTrue(matcher.find(), "no mask in " + status);
+        return Long.parseUnsignedLong(matcher.group(1), 16);
+    }
+
+    /**
+     * All of it, also of threads that wait most of the time or live for 3 ms; beside a recording.
+     */
+    @Case(fixture = Bursts.class, agent = SIGNAL, alone = true,
+          variants = {"", "25:-XX:StartFlightRecording:settings=profile"})
+    static void
+    chargesAllThatThreadsUsed(Target target) throws Exception {
+        long handled = handledSignals(target);
+        long started = target.cpuTimeOfThreads("burst-");
+        Sampling.start(target);
+        long first = target.cpuTimeOfThreads("burst-");
+        Check.isTrue(Long.bitCount(handledSignals(target)) == Long.bitCount(handled) + 1,
+                     "one signal more is handled while it samples");
+        target.ask("go", ".");
+        Check.await(() -> target.cpuTimeOfThreads("burst-") - first > 600_000_000, "bursts");
+        long last = target.cpuTimeOfThreads("burst-");
+        Tracing.stop(target);
+        long stopped = target.cpuTimeOfThreads("burst-");
+        Check.equal(handledSignals(target), handled, "handled signals after it");
+        Tables tables = Tracing.fetch(target);
+        long charged = Sampling.charged(tables, "burst-");
+        Check.isTrue(charged > 0.98 * (last - first) && charged < 1.02 * (stopped - started),
+                     "of " + (last - first) + " to " + (stopped - started) + " ns were charged " +
+                             charged);
+        Map<String, Long> totals = tables.totalTimes();
+        long inBursts = totals.getOrDefault("fixtures.Bursts.burst", 0L);
+        Check.isTrue(inBursts > 0.95 * charged, inBursts + " of " + charged + " in its method");
+        // Each is seen at its start or charged at its end.
+        long brief = totals.getOrDefault("fixtures.Bursts.brief", 0L) +
+                     totals.getOrDefault("[no sample]", 0L);
+        Check.isTrue(brief > 250_000_000, "brief threads were charged " + brief);
+        target.finish();
+    }
+
+    @Case(fixture = Burn.class, args = "once", agent = SIGNAL, alone = true,
+          variants = {"-XX:+UseSerialGC -Xcheck:jni", "-XX:+UseZGC"})
+    static void
+    chargesMethodsInProportionAfterManyStarts(Target target) throws Exception {
+        long handled = handledSignals(target);
+        for (int i = 0; i < 50; i++) {
+            Sampling.start(target);
+            Tracing.stop(target);
+        }
+        Check.equal(handledSignals(target), handled, "handled signals after 50 starts");
+        Tracing.clear(target);
+        Sampling.start(target);
+        target.ask("burn", "burnt");
+        Tracing.stop(target);
+        Tables tables = Tracing.fetch(target);
+        Map<String, Long> times = tables.totalTimes();
+        double total = Sampling.charged(tables, "burner");
+        String seen = " of " + times;
+        Check.near(100 * times.getOrDefault("fixtures.Burn.sixty", 0L) / total, 60, 4,
+                   "sixty" + seen);
+        Check.near(100 * times.getOrDefault("fixtures.Burn.thirty", 0L) / total, 30, 4,
+                   "thirty" + seen);
+        Check.near(100 * times.getOrDefault("fixtures.Burn.ten", 0L) / total, 10, 4, "ten" + seen);
+        Check.isTrue(times.getOrDefault("[not walkable]", 0L) < 0.03 * total, "walkable" + seen);
+        Check.contains(Tool.vdk("report", target.id()), "; by signals, ", "report");
+        target.finish();
+    }
+
+    @Case(fixture = Burn.class, noAgent = true, attach = false)
+    static void tellsWhyTheStackWalkerHasToDo(Target target) throws Exception {
+        target.send("stop");
+        target.awaitExit();
+        String options = target.agentPath(target.agentOptions("sampling," + SIGNAL));
+        try (Target limited =
+                     Target.run(target, List.of("prlimit", "--sigpending=0"), List.of(options))) {
+            limited.awaitOutput("ready\n");
+            Check.await(
+                    ()
+                            -> Tool.vdk("report", limited.id())
+                                       .contains(
+                                               "as signals are not possible: the system gives no timer"),
+                    "the reason in the report");
+            Check.contains(limited.log(), "the stack walker samples: the system gives", "log");
+            limited.finish();
+        }
+    }
+}
