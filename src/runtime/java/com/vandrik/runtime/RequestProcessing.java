@@ -98,8 +98,7 @@ public final class RequestProcessing {
             startCPUProfiling();
             return true;
         case Protocol.PACKET_START_WALL_SAMPLING_REQ:
-            okOrError(Callback.startWallSampling(Packet.readString(myIn),
-                    Packet.readString(myIn)));
+            okOrError(Callback.startWallSampling(Packet.readString(myIn), Packet.readString(myIn)));
             return true;
         case Protocol.PACKET_STOP_CPU_PROFILING_REQ:
             Callback.stopCPUProfiling(true);
