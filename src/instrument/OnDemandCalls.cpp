@@ -208,9 +208,11 @@ private:
         if (isOver()) {
             return false;
         }
-        if (classes.retransformSome()) {
+        classes.retransformSome();
+        if (classes.getPlace() < classes.getSize()) {
             return true;
         }
+        // At once: a start that waits for the lock finds them all without.
         LockHolder data(ourLock);
         WantedCalls::forgetRecording();
         return false;
