@@ -287,6 +287,7 @@ void SignalSampling::settle(JNIEnv* env) {
 
 void SignalSampling::threadStarts(ThreadInfo* info) {
     if (ourIsOn) {
+        info->sampled.lastCpuTimeNs = 1; // what it used up to now counts
         startTimer(info, info->nativeThreadID);
     }
 }
