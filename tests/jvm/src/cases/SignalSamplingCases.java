@@ -35,7 +35,7 @@ public final class SignalSamplingCases {
      * All of it, also of threads that wait most of the time or live for 3 ms; beside a recording.
      */
     @Case(fixture = Bursts.class, agent = SIGNAL, alone = true,
-          variants = {"", "25:-XX:StartFlightRecording:settings=profile"})
+          variants = {"", "25:-Xlog:disable -XX:StartFlightRecording:settings=profile"})
     static void
     chargesAllThatThreadsUsed(Target target) throws Exception {
         long handled = handledSignals(target);
