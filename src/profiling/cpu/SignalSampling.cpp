@@ -31,6 +31,9 @@ const unsigned WAIT_US = 1000;
 // How often ids of threads are looked for that are not known yet.
 const long SEARCH_PERIOD_NS = 500 * NS_PER_MILLISECOND;
 
+// No thread that Java starts needs more to get to its start event.
+const long MOST_BEFORE_START_NS = 2 * NS_PER_MILLISECOND;
+
 std::atomic<bool> ourIsOn{false};
 std::atomic<long> ourNextSearchNs{0};
 
@@ -287,7 +290,10 @@ void SignalSampling::settle(JNIEnv* env) {
 
 void SignalSampling::threadStarts(ThreadInfo* info) {
     if (ourIsOn) {
-        info->sampled.lastCpuTimeNs = 1; // what it used up to now counts
+        // What a thread used to come up counts; what a native one used before it came to Java does
+        // not.
+        const long now = Platform::currentThreadCPUTimeNs();
+        info->sampled.lastCpuTimeNs = now < MOST_BEFORE_START_NS ? 1 : now;
         startTimer(info, info->nativeThreadID);
     }
 }
