@@ -33,7 +33,8 @@ const RefusedJvm REFUSED[] = {
     {"IBM J9", 0, INT_MAX, "J9 has no AsyncGetCallTrace"},
     {"Oracle JRockit", 0, INT_MAX, "JRockit has no AsyncGetCallTrace"},
     {nullptr, 0, 16, "AsyncGetCallTrace was not tried with JVMs before 17"},
-    {nullptr, 19, 20, "previews of virtual threads crash JVMs 19 and 20 in AsyncGetCallTrace"},
+    {nullptr, 19, 20,
+     "AsyncGetCallTrace was not tried with the previews of virtual threads of 19 and 20"},
 };
 
 int getRelease() {
