@@ -19,6 +19,22 @@ voidpf openSource(voidpf opaque, const void*, int) {
     return opaque;
 }
 
+// As many of these few bytes as the file has at the position.
+long readAhead(ZipSource& source, void* buffer, long wanted) {
+    const long end = source.position + wanted;
+    if (source.position < source.aheadStart || end > source.aheadStart + source.aheadCount) {
+        source.aheadStart = source.position;
+        source.aheadCount = pread(source.fd, source.ahead, sizeof source.ahead, source.position);
+    }
+    const long left = source.aheadStart + source.aheadCount - source.position;
+    const long done = wanted < left ? wanted : left;
+    if (done > 0) {
+        memcpy(buffer, source.ahead + (source.position - source.aheadStart),
+               static_cast<size_t>(done));
+    }
+    return done;
+}
+
 uLong readSource(voidpf, voidpf stream, void* buffer, uLong count) {
     auto* const source = static_cast<ZipSource*>(stream);
     const auto left = static_cast<uLong>(source->size - source->position);
@@ -28,7 +44,9 @@ uLong readSource(voidpf, voidpf stream, void* buffer, uLong count) {
         source->position += static_cast<long>(wanted);
         return wanted;
     }
-    const ssize_t done = pread(source->fd, buffer, wanted, source->position);
+    const long done = wanted < sizeof source->ahead
+                          ? readAhead(*source, buffer, static_cast<long>(wanted))
+                          : pread(source->fd, buffer, wanted, source->position);
     if (done <= 0) {
         return 0;
     }

@@ -11,6 +11,10 @@ struct ZipSource {
     const unsigned char* memory; // null for a file
     long size;
     long position;
+    // The directory is read byte by byte: what was read ahead of a file.
+    long aheadStart = 0;
+    long aheadCount = 0;
+    unsigned char ahead[4096] = {};
 };
 
 // ZipArchive: the entries of a zip or jar file, read by minizip. The file may be anything, and may
