@@ -1,7 +1,8 @@
 // An agent that asks for all stacks at a period and does nothing with them: the cost below which no
 // sampler of this kind can get. Options: the period in milliseconds, then, behind a comma, a file
-// without which it only waits. Its thread is named "bare-sampler". With the options "monitors" and
-// "sampled" it does nothing at the four events of monitors and at sampled allocations instead.
+// without which it only waits. Its thread is named "bare-sampler". With the options "monitors",
+// "sampled" and "hook" it does nothing at the four events of monitors, at sampled allocations and
+// as classes load instead.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -82,6 +83,21 @@ static jint sampleAllocations(jvmtiEnv* jvmti) {
     return jvmti->SetEventNotificationMode(JVMTI_ENABLE, JVMTI_EVENT_SAMPLED_OBJECT_ALLOC, nullptr);
 }
 
+static void JNICALL classFileLoadHook(jvmtiEnv*, JNIEnv*, jclass, jobject, const char*, jobject,
+                                      jint, const unsigned char*, jint*, unsigned char**) {}
+
+// The floor of an agent that may rewrite classes.
+static jint seeClasses(jvmtiEnv* jvmti) {
+    jvmtiCapabilities capabilities = {};
+    capabilities.can_generate_all_class_hook_events = 1;
+    capabilities.can_retransform_classes = 1;
+    jvmti->AddCapabilities(&capabilities);
+    jvmtiEventCallbacks callbacks = {};
+    callbacks.ClassFileLoadHook = classFileLoadHook;
+    jvmti->SetEventCallbacks(&callbacks, sizeof callbacks);
+    return jvmti->SetEventNotificationMode(JVMTI_ENABLE, JVMTI_EVENT_CLASS_FILE_LOAD_HOOK, nullptr);
+}
+
 JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void*) {
     jvmtiEnv* jvmti = nullptr;
     if (vm->GetEnv(reinterpret_cast<void**>(&jvmti), JVMTI_VERSION_1_2) != JNI_OK) {
@@ -92,6 +108,9 @@ JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM* vm, char* options, void*) {
     }
     if (options != nullptr && strcmp(options, "sampled") == 0) {
         return sampleAllocations(jvmti);
+    }
+    if (options != nullptr && strcmp(options, "hook") == 0) {
+        return seeClasses(jvmti);
     }
     if (options != nullptr && *options != 0) {
         ourPeriodMs = atoi(options);
