@@ -1,5 +1,6 @@
 // The natives through which the Java side reaches the database, telemetry, clocks and generations.
 #include "core/ground/Globals.h"
+#include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "core/jvm/CallbackNatives.h"
 #include "core/jvm/NativeEntry.h"
@@ -166,6 +167,14 @@ void JNICALL VDK_CALLBACK_NATIVE(storeTelemetryRecord)(JNIEnv* env, jclass, jint
                                                        jintArray tele, jintArray extNames,
                                                        jintArray extValues) {
     runNative(env, VDK_HERE, [&] { storeTelemetry(env, telec, tele, extNames, extValues); });
+}
+
+// A program that ends sooner is spared the classes that a record takes, unless what is recorded of
+// it goes into a snapshot, which shall have one.
+jboolean JNICALL VDK_CALLBACK_NATIVE(isFirstRecordPutOff)(JNIEnv*, jclass) {
+    const long recordings = ALLOCATION_RECORDING_BIT | CPU_TIMES_BIT | MONITORS_BIT;
+    const bool isRecording = (ourStatus & recordings) != 0 || !ourOptions->exitSnapshot.isEmpty();
+    return ourOptions->lateTelemetry && !isRecording ? JNI_TRUE : JNI_FALSE;
 }
 
 jboolean JNICALL VDK_CALLBACK_NATIVE(isFrequentSampling)(JNIEnv* env, jclass) {

@@ -19,6 +19,7 @@ const Getter GETTERS[] = {
     {"getMemoryMXBean", "()Ljava/lang/management/MemoryMXBean;"},
     {"getClassLoadingMXBean", "()Ljava/lang/management/ClassLoadingMXBean;"},
     {"getThreadMXBean", "()Ljava/lang/management/ThreadMXBean;"},
+    {"getRuntimeMXBean", "()Ljava/lang/management/RuntimeMXBean;"},
     {"getGarbageCollectorMXBeans", "()Ljava/util/List;"},
     {"getMemoryPoolMXBeans", "()Ljava/util/List;"},
 };

@@ -131,7 +131,8 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
     }
     add(!choices.attach && !choices.exceptions, "noexceptionevents");
     add(!choices.attach && !choices.locals, "nolocals");
-    add(choices.attach && !choices.generations, "nostartgeneration");
+    add(!choices.attach, "latetelemetry");
+    add(!choices.generations, "nostartgeneration");
     add(!choices.oomDump, "disableoomedumper");
     add(!choices.eager, "ondemand");
     if (!choices.only.empty()) {

@@ -57,6 +57,7 @@ std::optional<std::string> agentOption(Console& console, const Arguments& argume
     choices.remote = arguments.has("--remote");
     choices.verbose = arguments.has("--banner");
     choices.exceptions = arguments.has("--exceptions");
+    choices.generations = arguments.has("--generations");
     choices.locals = arguments.has("--locals");
     choices.allUsers = arguments.has("--all-users");
     choices.noRedact = arguments.has("--no-redact");

@@ -59,6 +59,7 @@ public:
     ZString triggers;
     ZString triggerText;            // made by the periodic options, in the trigger language
     bool noExceptionEvents = false; // leave the exception capability out
+    bool lateTelemetry = false;     // no record before the first period is over
     bool noLocals = false;          // leave the capability of local variables out
     bool noStartGeneration = false; // the mark at start leaves the objects untagged
     ZString exitSnapshot;           // file of the snapshot at the end; empty means the usual place

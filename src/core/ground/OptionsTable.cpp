@@ -170,6 +170,7 @@ const Options::Row Options::ourRows[] = {
     Row::numberRow("telemetryperiod=", &Options::telemetryPeriod, 0, INT_MAX, "telemetry period is invalid"),
     Row::actionRow("exitonexception", &Options::exitOnException),
     Row::flagRow("noexceptionevents", &Options::noExceptionEvents),
+    Row::flagRow("latetelemetry", &Options::lateTelemetry),
     Row::flagRow("nolocals", &Options::noLocals),
     Row::flagRow("nostartgeneration", &Options::noStartGeneration),
     Row::textRow("exitsnapshot=", &Options::exitSnapshot),

@@ -73,6 +73,7 @@
     BUILT(getUserTableLongColumn, "(III)J", jlong, (JNIEnv* env, jclass clazz, jint table, jint row, jint column)) \
     BUILT(getUserTableStringColumn, "(III)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jint table, jint row, jint column)) \
     BUILT(getWovenClassCount, "(Ljava/lang/String;)I", jint, (JNIEnv* env, jclass clazz, jstring probeClass)) \
+    BUILT(isFirstRecordPutOff, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
     BUILT(isFrequentSampling, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
     BUILT(isIBM, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
     BUILT(isUserTableRowClosed, "(II)Z", jboolean, (JNIEnv* env, jclass clazz, jint table, jint row)) \

@@ -18,8 +18,8 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         c.attach = true;
         c.workingDir = "/home/me";
     };
-    const std::string runHead =
-        "onlylocal,onlyuser,quiet,redact,builtinprobes=none,noexceptionevents,nolocals,";
+    const std::string runHead = "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
+                                "noexceptionevents,nolocals,latetelemetry,nostartgeneration,";
     const std::string tail = "disableoomedumper,ondemand,sampler=signal,optional,tellsnapshot,";
     const std::string tmp = "tmpdir=/run/vdk-1";
     const std::string attachHead = "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
@@ -34,23 +34,25 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {run, {",,sampling,"}, runHead + tail + tmp + ",sampling"},
         {run,
          {"tmpdir=/t,quiet"},
-         "onlylocal,onlyuser,redact,builtinprobes=none,noexceptionevents,nolocals," + tail +
-             "tmpdir=/t,quiet"},
+         "onlylocal,onlyuser,redact,builtinprobes=none,noexceptionevents,nolocals,latetelemetry,"
+         "nostartgeneration," +
+             tail + "tmpdir=/t,quiet"},
         {run,
          {"listen=10.0.0.1:5"},
-         "onlyuser,quiet,redact,builtinprobes=none,noexceptionevents,nolocals," + tail + tmp +
-             ",listen=10.0.0.1:5"},
+         "onlyuser,quiet,redact,builtinprobes=none,noexceptionevents,nolocals,latetelemetry,"
+         "nostartgeneration," +
+             tail + tmp + ",listen=10.0.0.1:5"},
         {run,
          {"onlylocal", "noexceptionevents"},
-         "onlyuser,quiet,redact,builtinprobes=none,nolocals," + tail + tmp +
-             ",onlylocal,noexceptionevents"},
+         "onlyuser,quiet,redact,builtinprobes=none,nolocals,latetelemetry,nostartgeneration," +
+             tail + tmp + ",onlylocal,noexceptionevents"},
         {[](AgentOptionChoices& c) {
-             c.remote = c.exceptions = c.locals = c.verbose = c.requireAgent = c.oomDump =
-                 c.noRedact = true;
+             c.remote = c.exceptions = c.locals = c.generations = c.verbose = c.requireAgent =
+                 c.oomDump = c.noRedact = true;
              c.eager = true;
          },
          {"sampling"},
-         "builtinprobes=none,sampler=signal,tellsnapshot," + tmp + ",sampling"},
+         "builtinprobes=none,latetelemetry,sampler=signal,tellsnapshot," + tmp + ",sampling"},
         {[](AgentOptionChoices& c) {
              c.probes = "Servlets,Threads";
              c.workingDir = "/home/me";
@@ -58,15 +60,18 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
          {"probeclasspath=a.jar:/b.jar"},
          "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
          "probe=com.vandrik.probes.builtin.Servlets,probe=com.vandrik.probes.builtin.Threads,"
-         "noexceptionevents,nolocals," +
+         "noexceptionevents,nolocals,latetelemetry,nostartgeneration," +
              tail + tmp + ",probeclasspath=/home/me/a.jar:/b.jar"},
         {[](AgentOptionChoices& c) { c.probes = "all"; },
          {},
-         "onlylocal,onlyuser,quiet,redact,noexceptionevents,nolocals," + tail + tmp},
+         "onlylocal,onlyuser,quiet,redact,noexceptionevents,nolocals,latetelemetry,"
+         "nostartgeneration," +
+             tail + tmp},
         {run,
          {"noprobe=Threads"},
-         "onlylocal,onlyuser,quiet,redact,noexceptionevents,nolocals," + tail + tmp +
-             ",noprobe=Threads"},
+         "onlylocal,onlyuser,quiet,redact,noexceptionevents,nolocals,latetelemetry,"
+         "nostartgeneration," +
+             tail + tmp + ",noprobe=Threads"},
         {[](AgentOptionChoices& c) { c.noSnapshot = true; },
          {},
          runHead + "disableoomedumper,ondemand,sampler=signal,optional,noexitsnapshot," + tmp},
@@ -83,7 +88,9 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
              tmp},
         {[](AgentOptionChoices& c) { c.allUsers = true; },
          {},
-         "onlylocal,quiet,redact,builtinprobes=none,noexceptionevents,nolocals," + tail + tmp},
+         "onlylocal,quiet,redact,builtinprobes=none,noexceptionevents,nolocals,latetelemetry,"
+         "nostartgeneration," +
+             tail + tmp},
         {attach, {}, attachHead + tmp},
         {attach, {"dir=snaps,filters=/abs"}, attachHead + tmp + ",dir=/home/me/snaps,filters=/abs"},
         {[](AgentOptionChoices& c) { c.attach = c.generations = true; },

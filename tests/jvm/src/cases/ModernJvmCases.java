@@ -6,6 +6,7 @@ import fixtures.Threads;
 import fixtures.VirtualCalls;
 import fixtures.VirtualThreads;
 import java.io.File;
+import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
@@ -74,6 +75,36 @@ public final class ModernJvmCases {
         String telemetry = Tool.vdk("telemetry", pid, "--json");
         Check.isTrue(!telemetry.contains("\"heapUsedKb\": 0,"), telemetry);
         target.finish();
+    }
+
+    /**
+     * Ahead of main comes nothing of the JDK that generates code or starts services, and the beans
+     * of the first record come without the factory that starts all of their providers.
+     */
+    @Case(fixture = Idle.class, attach = false,
+          agent = "builtinprobes=none,disableoomedumper,disabletracing,disablealloc,"
+                  + "latetelemetry,telemetryperiod=3000",
+          jvm = "-Xlog:class+load:file=classes.log:none")
+    static void
+    loadsLittleOfTheJdk(Target target) throws Exception {
+        checkClock(target);
+        String telemetry = Tool.vdk("telemetry", target.id(), "--json");
+        for (String known : List.of("heapUsedKb", "nonHeapUsedKb", "loadedClasses")) {
+            Check.isTrue(telemetry.matches("(?s).*\"" + known + "\": [1-9].*"), telemetry);
+        }
+        target.finish();
+        String all = Files.readString(target.folder.resolve("classes.log"));
+        Check.contains(all, "com.vandrik.runtime.ManagementBeans ", "classes");
+        String early = all.substring(0, all.indexOf("\n" + Idle.class.getName() + " "));
+        for (String unwanted :
+             List.of("java.lang.invoke.LambdaForm$MH", "java.util.ServiceLoader", "sun.management.",
+                     "java.lang.management.", "java.net.ServerSocket", "java.util.regex.Pattern ",
+                     "jdk.internal.classfile.",
+                     "jdk.internal.reflect.UnsafeFieldAccessorFactory")) {
+            Check.isTrue(!early.contains("\n" + unwanted), unwanted + " ahead of main");
+        }
+        String factory = "java.lang.management.ManagementFactory$PlatformMBeanFinder ";
+        Check.isTrue(!all.contains(factory), "beans come through their factory");
     }
 
     /** Telemetry shows how the heap filled, the JVM's own dump with what. */

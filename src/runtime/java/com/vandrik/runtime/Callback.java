@@ -154,8 +154,8 @@ public class Callback {
     public static native int getPID();
 
     /**
-     * The beans of memory, class loading and threads, and the lists of those of collectors and
-     * pools, past the search for providers of beans that java.lang.management begins with. Null
+     * The beans of memory, class loading, threads and the JVM, and the lists of those of collectors
+     * and pools, past the search for providers of beans that java.lang.management begins with. Null
      * where this JVM has them elsewhere.
      */
     public static native Object[] getManagementBeans();
@@ -188,6 +188,9 @@ public class Callback {
 
     /** Classes that carry calls of a probe; dotted name. */
     public static native int getWovenClassCount(String probeClass);
+
+    /** Whether the first record of telemetry comes after a period, and not at once. */
+    public static native boolean isFirstRecordPutOff();
 
     public static native boolean isFrequentSampling();
 

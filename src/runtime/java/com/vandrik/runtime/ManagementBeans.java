@@ -8,6 +8,7 @@ import java.lang.management.MemoryMXBean;
 import java.lang.management.MemoryPoolMXBean;
 import java.lang.management.MemoryType;
 import java.lang.management.MemoryUsage;
+import java.lang.management.RuntimeMXBean;
 import java.lang.management.ThreadInfo;
 import java.lang.management.ThreadMXBean;
 import java.util.HashMap;
@@ -26,6 +27,7 @@ final class ManagementBeans extends JvmFacts {
     private final MemoryMXBean myMemory;
     private final ClassLoadingMXBean myClasses;
     private final ThreadMXBean myThreads;
+    private final RuntimeMXBean myRuntime;
     private final List<GarbageCollectorMXBean> myCollectors;
     private final List<MemoryPoolMXBean> myMemoryPools;
     private final Map<String, MemPoolInfo> myPools = new HashMap<String, MemPoolInfo>();
@@ -38,14 +40,16 @@ final class ManagementBeans extends JvmFacts {
             myMemory = ManagementFactory.getMemoryMXBean();
             myClasses = ManagementFactory.getClassLoadingMXBean();
             myThreads = ManagementFactory.getThreadMXBean();
+            myRuntime = ManagementFactory.getRuntimeMXBean();
             myCollectors = ManagementFactory.getGarbageCollectorMXBeans();
             myMemoryPools = ManagementFactory.getMemoryPoolMXBeans();
         } else {
             myMemory = (MemoryMXBean) beans[0];
             myClasses = (ClassLoadingMXBean) beans[1];
             myThreads = (ThreadMXBean) beans[2];
-            myCollectors = listOf(beans[3]);
-            myMemoryPools = listOf(beans[4]);
+            myRuntime = (RuntimeMXBean) beans[3];
+            myCollectors = listOf(beans[4]);
+            myMemoryPools = listOf(beans[5]);
         }
     }
 
@@ -61,18 +65,18 @@ final class ManagementBeans extends JvmFacts {
 
     @Override
     long getUptimeMs() {
-        return ManagementFactory.getRuntimeMXBean().getUptime();
+        return myRuntime.getUptime();
     }
 
     @Override
     long getStartTimeMs() {
-        return ManagementFactory.getRuntimeMXBean().getStartTime();
+        return myRuntime.getStartTime();
     }
 
     @Override
     String getInputArguments() {
         StringBuilder text = new StringBuilder();
-        for (String argument : ManagementFactory.getRuntimeMXBean().getInputArguments()) {
+        for (String argument : myRuntime.getInputArguments()) {
             if (text.length() != 0) {
                 text.append(' ');
             }

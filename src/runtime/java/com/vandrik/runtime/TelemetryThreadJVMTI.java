@@ -81,7 +81,8 @@ final class TelemetryThreadJVMTI implements Runnable {
         while (!myIsEnding) {
             ThreadUtil.sleep(STEP_MS);
             steps++;
-            if (first || steps >= Callback.getTelemetryPeriodMs() / STEP_MS ||
+            if ((first && !Callback.isFirstRecordPutOff()) ||
+                steps >= Callback.getTelemetryPeriodMs() / STEP_MS ||
                 Callback.isFrequentSampling()) {
                 first = false;
                 steps = 0;
