@@ -209,6 +209,8 @@ FakeJvm::FakeJvm() : jvmtiFunctions(), javaVM(), jniEnv(), invokeFunctions(), jn
         return static_cast<jclass>(object);
     };
     jniFunctions.DeleteLocalRef = [](JNIEnv*, jobject) {};
+    jniFunctions.NewGlobalRef = [](JNIEnv*, jobject object) { return object; };
+    jniFunctions.DeleteGlobalRef = [](JNIEnv*, jobject) {};
 }
 
 jvmtiError FakeJvm::answer(const std::string& function, const std::string& argument) {

@@ -1,6 +1,7 @@
-// Binds the natives of the runtime classes in a plain JVM: the real ones of the control socket,
-// made-up ones of Callback that hand over to the Java class FakeNatives.
+// Binds the natives of the runtime classes in a plain JVM: the real ones of the control socket
+// and of fields, made-up ones of Callback that hand over to the Java class FakeNatives.
 #include "core/jvm/CallbackNatives.h"
+#include "core/jvm/JvmGlobals.h"
 #include "runtime/ControlSocketNatives.h"
 #include "runtime/DiagnosticNatives.h"
 
@@ -58,6 +59,10 @@ jint JNICALL Java_com_vandrik_runtime_Callback_getTelemetryPeriodMs(JNIEnv*, jcl
 }
 
 JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* vm, void*) {
+    // What the natives of fields ask.
+    if (vm->GetEnv(reinterpret_cast<void**>(&ourJVMTI), JVMTI_VERSION_1_2) != JNI_OK) {
+        return JNI_ERR;
+    }
     JNIEnv* env = nullptr;
     if (vm->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_6) != JNI_OK) {
         return -1;
