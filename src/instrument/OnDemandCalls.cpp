@@ -173,18 +173,9 @@ private:
 // The thread of the agent that takes calls out again, a batch at a time.
 class GoingBack {
 public:
-    GoingBack(JNIEnv* javaEnv, unsigned starts) : startsBefore(starts), classes(javaEnv) {
-        const RewritableClasses rewritable(javaEnv);
-        eachLoadedClass(javaEnv, [&](jclass type) {
-            const ZString name = internalNameOf(type);
-            LockHolder lock(ourLock);
-            const bool carries = !name.isEmpty() && WantedCalls::mayCarryRecording(name);
-            if (carries && rewritable.has(type)) {
-                classes.push(type);
-                return true;
-            }
-            return false;
-        });
+    GoingBack(JNIEnv* javaEnv, unsigned starts)
+        : env(javaEnv), startsBefore(starts), classes(javaEnv) {
+        collect();
     }
 
     void run() {
@@ -212,6 +203,10 @@ private:
         if (classes.getPlace() < classes.getSize()) {
             return true;
         }
+        // Classes whose definition was under way have been defined meanwhile.
+        if (++looks < MOST_LATE_LOOKS && collect()) {
+            return true;
+        }
         // At once: a start that waits for the lock finds them all without.
         LockHolder data(ourLock);
         WantedCalls::forgetRecording();
@@ -219,8 +214,30 @@ private:
     }
     bool isOver() const { return ourVMDeathCalled || ourStarts != startsBefore; }
 
+    // Whether there are classes that were not seen before.
+    bool collect() {
+        const int before = classes.getSize();
+        const RewritableClasses rewritable(env);
+        eachLoadedClass(env, [&](jclass type) {
+            const ZString name = internalNameOf(type);
+            LockHolder lock(ourLock);
+            const bool carries = !name.isEmpty() && WantedCalls::mayCarryRecording(name) &&
+                                 (looks == 0 || !collected.mayHave(name));
+            if (carries && rewritable.has(type)) {
+                collected.add(name);
+                classes.push(type);
+                return true;
+            }
+            return false;
+        });
+        return classes.getSize() > before;
+    }
+
+    JNIEnv* env;
     const unsigned startsBefore;
     ClassList classes;
+    NameBits<1U << 17> collected;
+    int looks = 0;
 };
 
 void JNICALL going_back_entry(jvmtiEnv*, JNIEnv* env, void* starts) {
