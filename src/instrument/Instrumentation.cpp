@@ -489,7 +489,8 @@ bool hasNoWork(const ZString& name, int length, const unsigned char* data,
     if (wanted.has(BODY_CALLS) || isMarkedAsTraced(name) || Probes::mayApply(name)) {
         return false;
     }
-    if (natives == nullptr && !wanted.has(CALLS_LOADERS)) {
+    // Loaders alone are worth it only where calls may come later.
+    if (natives == nullptr && !(wanted.has(CALLS_LOADERS) && ourOptions->onDemand)) {
         return true;
     }
     const ClassScan scan(data, length);

@@ -150,7 +150,7 @@ public final class ClientTracingCases {
     static void
     countsInARunningProgramOnceItIsRetransformed(Target target) throws Exception {
         go(target, 1);
-        Tool.vdk("attach", target.id(), "port=" + target.port);
+        Tool.vdk("attach", target.id(), "--eager", "port=" + target.port);
         String log = target.log();
         Path both = write(target, "both", "java.*\njdk.*\nsun.*\nfixtures.*\n");
         Tool.vdk("retransform", target.id(), "--filter-file", both.toString());
