@@ -35,9 +35,9 @@ public:
         const long high = twoBytes();
         return high << 16 | twoBytes();
     }
-    bool startsWith(const char* text, int length) const {
-        return end - position >= length &&
-               memcmp(bytes + position, text, static_cast<size_t>(length)) == 0;
+    // Null if there are not so many bytes.
+    const unsigned char* peek(int length) const {
+        return end - position >= length ? bytes + position : nullptr;
     }
 
 private:
@@ -58,19 +58,44 @@ int sizeOfConstant(int tag) {
     return tag < static_cast<int>(sizeof SIZES) ? SIZES[tag] : 0;
 }
 
-// Skips the constants. Gives the index of the text "loadClass", 0 if there is none.
-int walkPool(Walk& walk) {
+// Texts of the pool that may be names of methods looked for.
+struct FoundTexts {
+    static constexpr int MOST = 64;
+    int loadClass = 0; // its index, 0 for none
+    int named[MOST];
+    int count = 0; // more than MOST: not all are kept
+
+    void see(int index, const unsigned char* text, int length, const SoughtNames* names) {
+        if (length == LOAD_CLASS_LENGTH && memcmp(text, LOAD_CLASS, LOAD_CLASS_LENGTH) == 0) {
+            loadClass = index;
+        }
+        if (names != nullptr && names->mayHave(text, length)) {
+            named[count < MOST ? count : 0] = index;
+            count++;
+        }
+    }
+    bool has(int index) const {
+        bool found = count > MOST;
+        for (int i = 0; i < count && !found; i++) {
+            found = named[i] == index;
+        }
+        return found;
+    }
+};
+
+// Skips the constants.
+void walkPool(Walk& walk, const SoughtNames* names, FoundTexts* found) {
     constexpr int TEXT = 1;
     constexpr int LONG = 5;
     constexpr int DOUBLE = 6;
-    int found = 0;
     const int count = walk.twoBytes();
     for (int i = 1; i < count && walk.isGood(); i++) {
         const int tag = walk.byte();
         if (tag == TEXT) {
             const int length = walk.twoBytes();
-            if (length == LOAD_CLASS_LENGTH && walk.startsWith(LOAD_CLASS, length)) {
-                found = i;
+            const unsigned char* const text = walk.peek(length);
+            if (text != nullptr) {
+                found->see(i, text, length, names);
             }
             walk.skip(length);
             continue;
@@ -79,7 +104,11 @@ int walkPool(Walk& walk) {
         walk.skip(size == 0 ? -1 : size);
         i += tag == LONG || tag == DOUBLE ? 1 : 0;
     }
-    return found;
+}
+
+// Long ones share a bit.
+unsigned long lengthBit(int length) {
+    return 1UL << (length < 63 ? length : 63);
 }
 
 void skipAttributes(Walk& walk) {
@@ -91,10 +120,30 @@ void skipAttributes(Walk& walk) {
 
 } // namespace
 
-ClassScan::ClassScan(const unsigned char* data, int length) {
+void SoughtNames::add(const ZString& name) {
+    if (!name.isEmpty()) {
+        const unsigned char first = static_cast<unsigned char>(name.c_str()[0]);
+        firstBytes[first >> 6] |= 1UL << (first & 63);
+        lengths |= lengthBit(name.getLength());
+        names.add(name);
+    }
+}
+
+void SoughtNames::clear() {
+    *this = SoughtNames();
+}
+
+bool SoughtNames::mayHave(const unsigned char* name, int length) const {
+    return length > 0 && (lengths & lengthBit(length)) != 0 &&
+           (firstBytes[name[0] >> 6] >> (name[0] & 63) & 1) != 0 &&
+           names.mayHave(reinterpret_cast<const char*>(name), length);
+}
+
+ClassScan::ClassScan(const unsigned char* data, int length, const SoughtNames* names) {
     Walk walk(data, length);
+    FoundTexts texts;
     walk.skip(POOL_COUNT_AT);
-    const int loadClassText = walkPool(walk);
+    walkPool(walk, names, &texts);
     walk.skip(CLASS_HEAD);
     walk.skip(2L * walk.twoBytes()); // interfaces
     for (int left = walk.twoBytes(); left > 0 && walk.isGood(); left--) {
@@ -105,12 +154,14 @@ ClassScan::ClassScan(const unsigned char* data, int length) {
         const int flags = walk.twoBytes();
         const int name = walk.twoBytes();
         natives = natives || (flags & ACC_NATIVE) != 0;
-        loadClass = loadClass || (loadClassText != 0 && name == loadClassText);
+        loadClass = loadClass || (texts.loadClass != 0 && name == texts.loadClass);
+        named = named || texts.has(name);
         walk.skip(2);
         skipAttributes(walk);
     }
     if (!walk.isGood()) {
         natives = true;
         loadClass = true;
+        named = true;
     }
 }

@@ -65,7 +65,7 @@ int retransform(jclass* classes, int count, jvmtiError* lastError) {
     }
     *lastError = error;
     if (ourVMDeathCalled) {
-        return 0; // the hook does nothing any more, and classes would lose their wrappers
+        return 0; // what is left does not matter any more
     }
     if (count == 1) {
         LockHolder lock(ourLock);

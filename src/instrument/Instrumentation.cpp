@@ -10,12 +10,12 @@
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
+#include "instrument/CallbackSwitch.h"
 #include "instrument/ClassBatches.h"
 #include "instrument/LoadedClass.h"
 #include "instrument/LoaderDelegation.h"
 #include "instrument/LoaderReach.h"
 #include "instrument/OnDemandCalls.h"
-#include "instrument/Patchers.h"
 #include "instrument/ProbeChanges.h"
 #include "instrument/ProbePasses.h"
 #include "instrument/ProbeReach.h"
@@ -43,9 +43,6 @@ constexpr int LARGEST_KEPT = 128 * 1024;
 // The old verifier, to which stripped classes go, knows classes up to those of Java 7.
 constexpr int LAST_STRIPPABLE_VERSION = 51;
 
-const unsigned char* ourCallbackClass = nullptr;
-int ourCallbackClassSize = 0;
-
 // Internal names of classes that had natives wrapped at some load; never shrinks. ourLock.
 ZVectorSafe<ZString>& ourNamesOfClassesWithWrappedNatives = *new ZVectorSafe<ZString>();
 WrappedNatives& ourWrappedNatives = *new WrappedNatives();
@@ -57,9 +54,6 @@ InstrumentationCounts ourCounts = {};
 // Where debug=dumpclasses puts what the hook hands back; whoever wants it makes the folder.
 const char DUMP_DIRECTORY[] = "C:/_classes/";
 long ourDumpedClasses = 0;
-// Serialises redefinitions of Callback, so that the last one matches ourStatus. The hook does not
-// take it.
-ZLock& ourRedefinitionLock = *new ZLock("CallbackRedefinitionLock");
 
 bool listsWrappedNatives(const ZString& name) {
     for (int i = 0; i < ourNamesOfClassesWithWrappedNatives.getSize(); i++) {
@@ -236,6 +230,9 @@ bool rewrite(ClassFile& classFile, const ZString& name, const NativeSelection* n
         if (!natives->isRedefinition()) {
             ourWrappedNatives.add(name, classFile);
         }
+    }
+    if (ourVMDeathCalled) {
+        return changed;
     }
     const ClassCalls wanted = WantedCalls::ofClass(classFile, ourOfferedUnasked);
     if (wanted.calls.has(CALLS_LOADERS)) {
@@ -434,41 +431,6 @@ void handleOffer(const OfferedClass& given, jint* newLength, unsigned char** new
     }
 }
 
-void redefineImpl() {
-    ZVector<unsigned char> bytes(ourCallbackClassSize);
-    memcpy(bytes.extend(ourCallbackClassSize), ourCallbackClass,
-           static_cast<size_t>(ourCallbackClassSize));
-    ZVector<unsigned char> traced(4096);
-    ZVector<unsigned char> recording(4096);
-    ZVector<unsigned char>* result = &bytes;
-    const long status = ourStatus;
-    if ((status & CPU_COUNTS_BIT) != 0) {
-        patchCallbackToEnableTracing(*result, traced);
-        result = &traced;
-    }
-    if ((status & ALLOCATION_RECORDING_BIT) != 0) {
-        patchCallbackToEnableAllocations(*result, recording);
-        result = &recording;
-    }
-    jvmtiClassDefinition definition;
-    definition.klass = ourClassCallbackGlobalRef;
-    definition.class_byte_count = result->getSize();
-    definition.class_bytes = result->data();
-    CHECK_JVMTI(ourJVMTI->RedefineClasses(1, &definition));
-}
-
-// JVMs of IBM can't redefine the class; there the inserted calls test two fields.
-void setCallFlags(JNIEnv* env) {
-    const long status = ourStatus;
-    jfieldID calls = env->GetStaticFieldID(ourClassCallbackGlobalRef, "ourVDKMethodEntryExit", "Z");
-    ASSERT_JNI(env);
-    jfieldID allocations = env->GetStaticFieldID(ourClassCallbackGlobalRef, "ourVDKAlloc", "Z");
-    ASSERT_JNI(env);
-    env->SetStaticBooleanField(ourClassCallbackGlobalRef, calls, (status & CPU_COUNTS_BIT) != 0);
-    env->SetStaticBooleanField(ourClassCallbackGlobalRef, allocations,
-                               (status & ALLOCATION_RECORDING_BIT) != 0);
-}
-
 } // namespace
 
 bool isAgentClass(const ZString& internalName) {
@@ -486,16 +448,20 @@ namespace {
 bool hasNoWork(const ZString& name, int length, const unsigned char* data,
                const NativeSelection* natives) {
     const CallSet wanted = WantedCalls::now();
-    if (wanted.has(BODY_CALLS) || isMarkedAsTraced(name) || Probes::mayApply(name)) {
+    const Probes::Reach probes = Probes::reachOf(name);
+    if (wanted.has(BODY_CALLS) || isMarkedAsTraced(name) || probes == Probes::ANY_METHOD) {
         return false;
     }
     // Loaders alone are worth it only where calls may come later.
-    if (natives == nullptr && !(wanted.has(CALLS_LOADERS) && ourOptions->onDemand)) {
+    const bool looksForLoaders = wanted.has(CALLS_LOADERS) && ourOptions->onDemand;
+    if (natives == nullptr && !looksForLoaders && probes == Probes::NO_METHOD) {
         return true;
     }
-    const ClassScan scan(data, length);
-    return !(natives != nullptr && scan.hasNatives()) &&
-           !(wanted.has(CALLS_LOADERS) && scan.hasLoadClass());
+    const ClassScan scan(data, length,
+                         probes == Probes::NO_METHOD ? nullptr : &Probes::methodNames());
+    const bool mayWrap = natives != nullptr && scan.hasNatives() &&
+                         reasonToLeaveNatives(Utf8View(name.c_str(), name.getLength())) == nullptr;
+    return !scan.mayHaveNamed() && !mayWrap && !(wanted.has(CALLS_LOADERS) && scan.hasLoadClass());
 }
 
 } // namespace
@@ -503,7 +469,9 @@ bool hasNoWork(const ZString& name, int length, const unsigned char* data,
 void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigned char* data,
                                   jint* newLength, unsigned char** newData,
                                   const NativeSelection* natives) {
-    if (ourVMDeathCalled || length == 0) {
+    // A JVM that ends may still retransform for others, which must not take a wrapper away.
+    const bool keepsShape = natives != nullptr && natives->isRedefinition();
+    if (length == 0 || (ourVMDeathCalled && !keepsShape)) {
         return;
     }
     const long start = getTimeNs();
@@ -587,15 +555,6 @@ void logInstrumentationTotals() {
                     longToString(ourProcessingNs / 1000000) + " ms; " + ourCounts.toString());
 }
 
-void redefineCallback(JNIEnv* env) {
-    LockHolder lock(ourRedefinitionLock, "Instrumentation:803");
-    if (ourIsIBM) {
-        setCallFlags(env);
-        return;
-    }
-    redefineImpl();
-}
-
 namespace {
 
 // With `ondemand` the classes have got their calls by then.
@@ -608,8 +567,7 @@ void retransformEarlierClasses(JNIEnv* env, ClassNameFilter* filter) {
 } // namespace
 
 void installInstrumentation(const unsigned char* callback, int callbackSize) {
-    ourCallbackClass = callback;
-    ourCallbackClassSize = callbackSize;
+    keepCallbackClass(callback, callbackSize);
     ourConsumedEvents.classFileLoadHook = class_file_load_hook_handler;
     ourConsumedEvents.exceptionCatch = exception_catch;
     ourTracingSwitch.takeCalls = takeRecordingCalls;

@@ -34,7 +34,3 @@ void logInstrumentationTotals();
 
 // One log line about a class, with the JVMTI phase in front unless it is the live one.
 void logClass(const ZString& dottedName, const char* text);
-
-// Makes the class Callback agree with ourStatus. Not to be called with ourLock held: redefinition
-// takes class loading locks.
-void redefineCallback(JNIEnv* env);

@@ -109,8 +109,8 @@ Redefinition::Redefinition(jclass type, const ZString& name, const WrappedNative
     jint count = 0;
     JvmtiMemory<jmethodID> methods;
     const jvmtiError error = ourJVMTI->GetClassMethods(type, &count, methods.receive());
-    if (error == JVMTI_ERROR_CLASS_NOT_PREPARED) {
-        isNotLinked = true;
+    if (error == JVMTI_ERROR_CLASS_NOT_PREPARED || error == JVMTI_ERROR_WRONG_PHASE) {
+        isUntold = true;
         return;
     }
     if (error != JVMTI_ERROR_NONE) {
@@ -135,7 +135,7 @@ Redefinition::Redefinition(jclass type, const ZString& name, const WrappedNative
 bool Redefinition::wasWrapped(const MethodInfo* method) const {
     const ZString renamed = ZString(ourNativeMethodPrefix) + method->getName().toString() +
                             method->getDescriptor().toString();
-    if (isNotLinked) {
+    if (isUntold) {
         return atLoad.contains(className, renamed);
     }
     for (int i = 0; i < wrapped.getSize(); i++) {

@@ -36,14 +36,14 @@ class Redefinition final : public NativeSelection {
 public:
     // Reads the methods of the loaded class.
     Redefinition(jclass type, const ZString& name, const WrappedNatives& known);
-    bool hasWrapped() const { return isNotLinked || !wrapped.isEmpty(); }
+    bool hasWrapped() const { return isUntold || !wrapped.isEmpty(); }
     bool isRedefinition() const override { return true; }
     bool wasWrapped(const MethodInfo* method) const override;
 
 private:
     const ZString& className;
     const WrappedNatives& atLoad;
-    // The JVM does not tell its methods then.
-    bool isNotLinked = false;
+    // The JVM does not tell the methods of a class that is not linked, nor when it is about to end.
+    bool isUntold = false;
     ZVectorSafe<ZString> wrapped; // renamed methods, with their descriptors
 };

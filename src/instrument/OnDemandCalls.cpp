@@ -81,7 +81,8 @@ class ComingCalls {
 public:
     ComingCalls(JNIEnv* javaEnv, CallSet added, const ZString* filterText)
         : env(javaEnv), calls(added), filter(filterText == nullptr ? ZString() : *filterText),
-          isFiltering(filterText != nullptr) {
+          isFiltering(filterText != nullptr),
+          isOnly(added.has(TRACING_CALLS) && !ourOnly.isEmpty()) {
         LockHolder lock(ourLock);
         ourCallsCome = true;
         ourLoadedMeanwhile.clear();
@@ -156,7 +157,9 @@ private:
         }
         ZString dotted = name;
         dotted.replaceAll('/', '.');
-        if (isFiltering && filter.isFilteredClassName(dotted)) {
+        // What is named is rewritten; whether it is shown, the filters tell.
+        const bool isNamed = isOnly && WantedCalls::isTraced(name);
+        if (isFiltering && !isNamed && filter.isFilteredClassName(dotted)) {
             return false;
         }
         CHECK_JVMTI(ourJVMTI2->SetTag(type, 0));
@@ -167,6 +170,7 @@ private:
     const CallSet calls;
     ClassNameFilter filter;
     const bool isFiltering;
+    const bool isOnly; // classes of patterns
     NameBits<1U << 17> collected;
 };
 
@@ -316,6 +320,20 @@ void hold(JNIEnv* env, int recording, const ZString& only) {
                    reinterpret_cast<const void*>(argument));
 }
 
+// Filters that nobody wrote do not hide what somebody names.
+void letIn(const ZString& only, ZString* filters) {
+    if (only.isEmpty() || !Filter::isDefaultFilterSpec(*filters)) {
+        return;
+    }
+    ZVectorSafe<ZString> patterns;
+    only.split(";", patterns);
+    for (int i = 0; i < patterns.getSize(); i++) {
+        if (!patterns[i].isEmpty()) {
+            filters->append(ZString("+") + patterns[i] + "\n");
+        }
+    }
+}
+
 // Why nothing can be prepared; empty if it can.
 ZString refusePreparation(int recording, const ZString& only) {
     if (recording != RECORDING_TRACES && recording != RECORDING_ALLOCATES) {
@@ -349,7 +367,7 @@ ComingResult prepareRecordingCalls(JNIEnv* env, int recording, const ZString& on
 
 } // namespace
 
-void takeRecordingCalls(JNIEnv* env, int recording, const ZString* filters) {
+void takeRecordingCalls(JNIEnv* env, int recording, ZString* filters) {
     if (!ourOptions->onDemand) {
         return;
     }
@@ -366,6 +384,9 @@ void takeRecordingCalls(JNIEnv* env, int recording, const ZString* filters) {
     const ZString only = isCalibrating ? ZString(CALIBRATION_CLASSES)
                          : wasPrepared ? held.only
                                        : ourOptions->traceOnly;
+    if (filters != nullptr && !isCalibrating) {
+        letIn(only, filters);
+    }
     const bool done =
         runGuarded(VDK_HERE, [&] { switchOn(env, callsOf(recording), only, filters, 0); });
     if (!done) {

@@ -17,7 +17,7 @@
 // None may be called with ourLock held. Without the option they do nothing.
 
 // What takeCalls and giveCalls of TracingSwitch are.
-void takeRecordingCalls(JNIEnv* env, int recording, const ZString* filters);
+void takeRecordingCalls(JNIEnv* env, int recording, ZString* filters);
 void giveRecordingCalls(JNIEnv* env, int recording);
 
 // The hook sees a class that is being loaded. Caller holds ourLock.

@@ -70,7 +70,7 @@ struct ChangedProbe {
     explicit ChangedProbe(const ProbeDescriptor& descriptor)
         : serial(descriptor.serial), isAdded(descriptor.status == PROBE_ADDED),
           probeClass(descriptor.probeClass), instanceOfClass(descriptor.instanceOfClass),
-          woven(descriptor.woven) {
+          woven(descriptor.woven), isWoven(!woven.isEmpty()) {
         for (int i = 0; i < descriptor.getPatternCount(); i++) {
             classPatterns.push(descriptor.classPatterns[i]);
             methodPatterns.push(descriptor.methodPatterns[i]);
@@ -97,6 +97,7 @@ struct ChangedProbe {
     ZVectorSafe<ZString> classPatterns;
     ZVectorSafe<ZString> methodPatterns;
     const NameBits<1U << 14> woven;
+    const bool isWoven; // into any class
 };
 
 // The Java object that knows which classes are below which. A Java exception in it is an internal
@@ -265,7 +266,7 @@ private:
         for (int i = 0; i < changed.getSize(); i++) {
             const ChangedProbe& probe = *changed[i];
             const bool isItself = probe.probeClass == internal;
-            if (probe.woven.mayHave(internal) || (probe.isAdded && isItself)) {
+            if ((probe.isWoven && probe.woven.mayHave(internal)) || (probe.isAdded && isItself)) {
                 return &probe;
             }
             const bool isForAll = probe.instanceOfClass.isEmpty();

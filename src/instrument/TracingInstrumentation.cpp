@@ -85,16 +85,8 @@ TracingInstrumentation::TracingInstrumentation(ClassFile* owner, MethodIds* meth
                                                bool flagVariants,
                                                InstrumentationCounts* outcomeCounts)
     : classFile(owner), ids(methodIds), counts(outcomeCounts), flagged(flagVariants),
-      anyCatches(false), anyChange(false),
-      callbackClass(owner->findOrCreateConstantClass(owner->findOrCreateUtf8(CALLBACK_CLASS))),
-      references(), effects(owner->getConstantPool()), annotated(owner), longJumps(1) {
-    references.entry = findOrCreateCall(classFile, callbackClass,
-                                        flagged ? "vdkMethodEntryF" : "vdkMethodEntry", "(SS)V");
-    references.exit = findOrCreateCall(classFile, callbackClass,
-                                       flagged ? "vdkMethodExitF" : "vdkMethodExit", "(SS)V");
-    references.alloc = findOrCreateCall(classFile, callbackClass, flagged ? "vdkInitF" : "vdkInit",
-                                        "(Ljava/lang/Object;I)I");
-}
+      anyCatches(false), anyChange(false), callbackClass(0), references(),
+      effects(owner->getConstantPool()), annotated(owner), longJumps(1) {}
 
 // What a method may carry; its code has not been looked at.
 CallSet TracingInstrumentation::callsOfMethod(MethodInfo* method, const ClassCalls& wanted) const {
@@ -202,8 +194,18 @@ MethodOutcome TracingInstrumentation::instrumentMethod(int methodId, MethodInfo*
     return methodNotInstrumented(method, outcome);
 }
 
-// Few classes need these, so the others don't carry them.
+// A class without calls has none of these, and few need the later ones.
 void TracingInstrumentation::findReferences(CallSet calls) {
+    if (callbackClass == 0) {
+        callbackClass =
+            classFile->findOrCreateConstantClass(classFile->findOrCreateUtf8(CALLBACK_CLASS));
+        references.entry = findOrCreateCall(
+            classFile, callbackClass, flagged ? "vdkMethodEntryF" : "vdkMethodEntry", "(SS)V");
+        references.exit = findOrCreateCall(classFile, callbackClass,
+                                           flagged ? "vdkMethodExitF" : "vdkMethodExit", "(SS)V");
+        references.alloc = findOrCreateCall(
+            classFile, callbackClass, flagged ? "vdkInitF" : "vdkInit", "(Ljava/lang/Object;I)I");
+    }
     if (calls.has(CALLS_HANDLERS) && references.handler == 0) {
         references.handler = findOrCreateCall(
             classFile, callbackClass, flagged ? "vdkMethodCatchF" : "vdkMethodCatch", "(SS)V");

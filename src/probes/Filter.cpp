@@ -53,6 +53,12 @@ void addLines(ZString& text, const FilterAddition* additions, int count) {
     }
 }
 
+ZString defaultFilterSpec() {
+    ZString text = getDefaultGeneralFilterText() + "\n";
+    addLines(text, ourGeneralFilterAdditions, ourGeneralFilterAdditionCount);
+    return text;
+}
+
 void pushWaitFilters(const WaitMethod* methods, int count) {
     for (int i = 0; i < count; i++) {
         Filter::ourFilters.push(
@@ -210,9 +216,11 @@ ZString getDefaultWallTimeText() {
 }
 
 ZString Filter::readFilterSpecFromFile(const ZString& path) {
-    ZString fallback = getDefaultGeneralFilterText() + "\n";
-    addLines(fallback, ourGeneralFilterAdditions, ourGeneralFilterAdditionCount);
-    return readConfigFromFile(path, ".filters", fallback.c_str());
+    return readConfigFromFile(path, ".filters", defaultFilterSpec().c_str());
+}
+
+bool Filter::isDefaultFilterSpec(const ZString& text) {
+    return text == defaultFilterSpec();
 }
 
 ZString Filter::readWallTimeSpecFromFile(const ZString& path) {

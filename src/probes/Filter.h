@@ -42,6 +42,8 @@ public:
     // path is empty; the default text if the file can't be opened.
     static ZString readFilterSpecFromFile(const ZString& path);
     static ZString readWallTimeSpecFromFile(const ZString& path);
+    // Whether a general text is the default one, which nobody wrote.
+    static bool isDefaultFilterSpec(const ZString& text);
 
     const char* getClassPattern() const { return classPattern; }
     const char* getMethodPattern() const { return methodPattern; }

@@ -50,11 +50,54 @@ int findDescriptor(const ZString& probeClass, int count) {
 // The size of the list, for those who do not hold ourLock.
 std::atomic<int> ourCount{0};
 long ourLastSerial = 0;
+// The patterns of classes in the list, each once, with the most that one of its rows reaches, and
+// the names of methods. Most probes are about any class and a few methods. ourLock.
+ZVectorSafe<ZString>& ourClassPatterns = *new ZVectorSafe<ZString>();
+ZVector<Probes::Reach>& ourReaches = *new ZVector<Probes::Reach>();
+SoughtNames& ourMethodNames = *new SoughtNames();
+bool ourReachesAreOld = true;
+
+void addReach(const ZString& classPattern, const ZString& methodPattern) {
+    // A class that is spelled out is rare, and its names need not be looked for in others.
+    const bool isNamed = classPattern.contains("*") && !methodPattern.contains("*");
+    const Probes::Reach reach = isNamed ? Probes::NAMED_METHODS : Probes::ANY_METHOD;
+    if (isNamed) {
+        ourMethodNames.add(methodPattern);
+    }
+    int place = 0;
+    while (place < ourClassPatterns.getSize() && ourClassPatterns[place] != classPattern) {
+        place++;
+    }
+    if (place == ourClassPatterns.getSize()) {
+        ourClassPatterns.push(classPattern);
+        ourReaches.push(reach);
+    } else if (reach > ourReaches[place]) {
+        ourReaches.set(place, reach);
+    }
+}
+
+void updateReaches() {
+    if (!ourReachesAreOld) {
+        return;
+    }
+    ourMethodNames.clear();
+    ourClassPatterns.clear();
+    ourReaches.clear();
+    for (int i = 0; i < Probes::ourProbeDescriptors.getSize(); i++) {
+        const ProbeDescriptor& descriptor = *Probes::ourProbeDescriptors[i];
+        const int count = descriptor.status == PROBE_REMOVED ? 0 : descriptor.getPatternCount();
+        for (int row = 0; row < count; row++) {
+            addReach(descriptor.classPatterns[row], descriptor.methodPatterns[row]);
+        }
+    }
+    ourReachesAreOld = false;
+}
 
 void deleteDescriptor(int i) {
     ProbeDescriptor* const descriptor = Probes::ourProbeDescriptors[i];
     Probes::ourProbeDescriptors.removeRange(i, i + 1);
     ourCount = Probes::ourProbeDescriptors.getSize();
+    ourReachesAreOld = true;
     delete descriptor;
 }
 
@@ -96,6 +139,7 @@ void Probes::addProbes(ProbeCreationResult* result) {
         const int old = findDescriptor(added[i]->probeClass, ourProbeDescriptors.getSize());
         added[i]->serial = ++ourLastSerial;
         ourProbeDescriptors.push(added[i]);
+        ourReachesAreOld = true;
         ourCount = ourProbeDescriptors.getSize();
         if (old >= 0) {
             // Its patterns may have been others: what it was woven into is woven anew.
@@ -124,6 +168,7 @@ bool Probes::removeProbes(const ZString& className, ZVectorSafe<ZString>& remove
         }
         if (isNamed) {
             descriptor->status = PROBE_REMOVED;
+            ourReachesAreOld = true;
             awaitsWeaving = true;
         }
         i++;
@@ -136,19 +181,25 @@ bool Probes::areThere() {
 }
 
 bool Probes::mayApply(const ZString& className) {
+    return reachOf(className) != NO_METHOD;
+}
+
+const SoughtNames& Probes::methodNames() {
+    updateReaches();
+    return ourMethodNames;
+}
+
+Probes::Reach Probes::reachOf(const ZString& className) {
+    updateReaches();
     const ZString name = dotted(className);
-    for (int i = 0; i < ourProbeDescriptors.getSize(); i++) {
-        const ProbeDescriptor& descriptor = *ourProbeDescriptors[i];
-        if (descriptor.status == PROBE_REMOVED || descriptor.probeClass == className) {
-            continue;
-        }
-        for (int row = 0; row < descriptor.getPatternCount(); row++) {
-            if (isProbeApplicable(name, descriptor.classPatterns[row])) {
-                return true;
-            }
+    Reach reach = NO_METHOD;
+    for (int i = 0; i < ourClassPatterns.getSize() && reach != ANY_METHOD; i++) {
+        const Reach ofPattern = ourReaches[i];
+        if (ofPattern > reach && isProbeApplicable(name, ourClassPatterns[i])) {
+            reach = ofPattern;
         }
     }
-    return false;
+    return reach;
 }
 
 bool Probes::isProbeClass(const ZString& className) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "classfile/ClassScan.h"
 #include "core/ground/ZString.h"
 #include "probes/ProbeCreationResult.h"
 #include "probes/ProbeDescriptor.h"
@@ -42,6 +43,11 @@ public:
     static bool areThere();
     // Whether the class may have to be woven; internal name.
     static bool mayApply(const ZString& className);
+    // Which methods of the class patterns may name: none; those of methodNames(); any.
+    enum Reach { NO_METHOD, NAMED_METHODS, ANY_METHOD };
+    static Reach reachOf(const ZString& className);
+    // The names that patterns of methods spell out.
+    static const SoughtNames& methodNames();
     // Whether it is the class of a probe; internal name.
     static bool isProbeClass(const ZString& className);
     // The rows of a probe whose class patterns accept the class; dotted name.

@@ -1,6 +1,7 @@
 #include "profiling/ClassLoadingProbe.h"
 
 #include "core/ground/Globals.h"
+#include "core/ground/Options.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "db/DB.h"
@@ -30,6 +31,13 @@ bool isLimitReached(const UserTable* table) {
     return limit != -1 && table->peekNextIndex() >= limit;
 }
 
+// A walk over the stack for each class is most of what a start would pay for this table.
+RowOrigin originOfRows() {
+    constexpr long RECORDS = CPU_TIMES_BIT | ALLOCATION_RECORDING_BIT | MONITORS_BIT;
+    return ourOptions->noIdleStacks && (ourStatus & RECORDS) == 0 ? RowOrigin::THREAD
+                                                                  : RowOrigin::THREAD_AND_STACK;
+}
+
 // False if no row was made.
 bool createRow(JNIEnv* env, int classNameStrID, int statusStrID) {
     if (ourTable == 0) {
@@ -43,7 +51,7 @@ bool createRow(JNIEnv* env, int classNameStrID, int statusStrID) {
         ourIsFull = true;
         return false;
     }
-    const int row = createUserTableRow(env, ourTable, -1, 0);
+    const int row = createUserTableRow(env, ourTable, -1, 0, originOfRows());
     if (row == NO_USER_TABLE_ROW) {
         return false;
     }

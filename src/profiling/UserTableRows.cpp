@@ -24,7 +24,7 @@ void setPredefined(UserTable* table, int* row, PredefinedColumn which, int value
 // Stores thread and stack, if the table has columns for them and they are known. The stack is
 // walked only then.
 void setOrigin(JNIEnv* env, UserTable* table, int* row, PredefinedColumn threadColumn,
-               PredefinedColumn stackColumn) {
+               PredefinedColumn stackColumn, RowOrigin origin) {
     if (env == nullptr) {
         return;
     }
@@ -33,7 +33,7 @@ void setOrigin(JNIEnv* env, UserTable* table, int* row, PredefinedColumn threadC
         setPredefined(table, row, threadColumn, info->trn);
     }
     const int column = table->getPredefinedColumn(stackColumn);
-    if (column >= 0) {
+    if (column >= 0 && origin == RowOrigin::THREAD_AND_STACK) {
         table->setIntColumn(row, column, ourFrameStorage.fillCurrentFrameJVMTI(env, nullptr));
     }
 }
@@ -81,7 +81,8 @@ void setSpentTime(JNIEnv* env, UserTable* table, int* record) {
 
 } // namespace
 
-int createUserTableRow(JNIEnv* env, int tableIndex, int frequentThresholdMs, int minimumMs) {
+int createUserTableRow(JNIEnv* env, int tableIndex, int frequentThresholdMs, int minimumMs,
+                       RowOrigin origin) {
     UserTable* table = ourDB->getUserTable(tableIndex);
     if (table == nullptr) {
         return NO_USER_TABLE_ROW;
@@ -110,7 +111,7 @@ int createUserTableRow(JNIEnv* env, int tableIndex, int frequentThresholdMs, int
         table->setLongColumn(record, cpu, getCurrentThreadCPUTimeNs());
     }
     setOrigin(env, table, record, USER_TABLE_PREDEFINED_COLUMN_THREAD,
-              USER_TABLE_PREDEFINED_COLUMN_STACKTRACE);
+              USER_TABLE_PREDEFINED_COLUMN_STACKTRACE, origin);
     record[0] = minimumMs > 0 ? -ourDB->currentStamp : ourDB->currentStamp;
     return row;
 }
@@ -142,7 +143,7 @@ bool closeUserTableRow(JNIEnv* env, int tableIndex, int row, int minimumMs) {
     }
     setSpentTime(env, table, record);
     setOrigin(env, table, record, USER_TABLE_PREDEFINED_COLUMN_THREAD_END,
-              USER_TABLE_PREDEFINED_COLUMN_STACKTRACE_END);
+              USER_TABLE_PREDEFINED_COLUMN_STACKTRACE_END, RowOrigin::THREAD_AND_STACK);
     record[0] = ourDB->currentStamp;
     return true;
 }

@@ -11,7 +11,9 @@ constexpr int NO_USER_TABLE_ROW = 0x7fffffff;
 // Opens a row: NO_USER_TABLE_ROW for a slot without a table, on an agent thread that was not
 // enabled, and beyond the limit of rows. A positive minimumMs keeps the row invisible until it is
 // closed. Without env the columns of thread and stack stay 0.
-int createUserTableRow(JNIEnv* env, int table, int frequentThresholdMs, int minimumMs);
+enum class RowOrigin { THREAD_AND_STACK, THREAD };
+int createUserTableRow(JNIEnv* env, int table, int frequentThresholdMs, int minimumMs,
+                       RowOrigin origin = RowOrigin::THREAD_AND_STACK);
 
 // Closes a row. True if it stays; a row shorter than minimumMs is deleted.
 bool closeUserTableRow(JNIEnv* env, int table, int row, int minimumMs);

@@ -19,6 +19,7 @@
 #include "instrument/Retransformation.h"
 #include "platform/Platform.h"
 #include "profiling/cpu/SampledTimes.h"
+#include "profiling/cpu/Samplers.h"
 #include "profiling/cpu/Sampling.h"
 #include "profiling/cpu/SignalSampling.h"
 #include "profiling/cpu/Tracing.h"
@@ -188,7 +189,7 @@ void vmDeathImpl(JNIEnv* env) {
     callCore(env, "runOnJVMExitTriggers", "()V", 0);
     Logger::message("vmDeath: 3");
     // Before the snapshot, which then has all.
-    runGuarded(VDK_HERE, [&] { SignalSampling::stop(env); });
+    runGuarded(VDK_HERE, [&] { Samplers::end(env); });
     if (isSnapshotOnExitWanted(status)) {
         const bool withHeap = ourOptions->onExitMemory || (status & ALLOCATION_RECORDING_BIT) != 0;
         if (ourOptions->exitSnapshot.isEmpty() && !ourOptions->tellSnapshot) {

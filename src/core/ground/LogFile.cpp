@@ -20,7 +20,10 @@ constexpr mode_t LOG_MODE = 0600;
 const char SUFFIX[] = ".log";
 const char OLDER[] = ".1";
 constexpr long MEGABYTE = 1048576;
-constexpr time_t DAY = 24 * 3600;
+constexpr time_t HOUR = 3600;
+constexpr time_t DAY = 24 * HOUR;
+// Its time is that of the last look through the folder.
+const char MARK[] = "/.swept";
 // A log stays for two weeks; for a day where more than this many have come together.
 constexpr time_t KEPT_DAYS = 14;
 constexpr int MANY_LOGS = 500;
@@ -71,7 +74,27 @@ void removeIfOld(const ZString& path, int pid, time_t before) {
     }
 }
 
+// Thousands of logs take milliseconds: one process an hour looks through them.
+bool isSweepDue(const ZString& directory) {
+    const ZString mark = directory + MARK;
+    const time_t now = time(nullptr);
+    struct stat status;
+    if (lstat(mark.c_str(), &status) == 0 && status.st_mtime > now - HOUR &&
+        status.st_mtime < now + HOUR) {
+        return false;
+    }
+    const int descriptor = openNew(mark.c_str());
+    if (descriptor >= 0) {
+        futimens(descriptor, nullptr);
+        ::close(descriptor);
+    }
+    return true;
+}
+
 void sweep(const ZString& directory) {
+    if (!isSweepDue(directory)) {
+        return;
+    }
     int count = 0;
     eachLog(directory, [&](const char*, int) { count++; });
     const time_t before = time(nullptr) - (count > MANY_LOGS ? 1 : KEPT_DAYS) * DAY;

@@ -8,7 +8,7 @@ template <unsigned BITS>
 class NameBits {
 public:
     void add(const ZString& name) {
-        const unsigned hash = hashOf(name);
+        const unsigned hash = hashOf(name.c_str(), name.getLength());
         words[hash / WORD_BITS] |= 1UL << hash % WORD_BITS;
     }
     void addAll(const NameBits& other) {
@@ -16,8 +16,9 @@ public:
             words[i] |= other.words[i];
         }
     }
-    bool mayHave(const ZString& name) const {
-        const unsigned hash = hashOf(name);
+    bool mayHave(const ZString& name) const { return mayHave(name.c_str(), name.getLength()); }
+    bool mayHave(const char* name, int length) const {
+        const unsigned hash = hashOf(name, length);
         return (words[hash / WORD_BITS] >> hash % WORD_BITS & 1) != 0;
     }
     bool isEmpty() const {
@@ -42,10 +43,10 @@ private:
     static constexpr unsigned WORD_BITS = 64;
     static constexpr unsigned WORDS = BITS / WORD_BITS;
 
-    static unsigned hashOf(const ZString& name) {
+    static unsigned hashOf(const char* name, int length) {
         unsigned hash = 2166136261U;
-        for (int i = 0; i < name.getLength(); i++) {
-            hash = (hash ^ static_cast<unsigned char>(name.c_str()[i])) * 16777619U;
+        for (int i = 0; i < length; i++) {
+            hash = (hash ^ static_cast<unsigned char>(name[i])) * 16777619U;
         }
         return (hash ^ hash >> 15) % BITS;
     }

@@ -60,6 +60,7 @@ public:
     ZString triggerText;            // made by the periodic options, in the trigger language
     bool noExceptionEvents = false; // leave the exception capability out
     bool lateTelemetry = false;     // no record before the first period is over
+    bool noIdleStacks = false;      // loaded classes have stacks only while something is recorded
     bool noLocals = false;          // leave the capability of local variables out
     bool noStartGeneration = false; // the mark at start leaves the objects untagged
     ZString exitSnapshot;           // file of the snapshot at the end; empty means the usual place

@@ -8,7 +8,7 @@
 // ZLock: a named recursive lock. A thread that holds it may enter it again. There are no timed
 // locks and no try-locks.
 //
-// Lock order, outermost first: "ExceptionSwitchLock", "CallSwitchLock",
+// Lock order, outermost first: "ExceptionSwitchLock", "CallSwitchLock", "SamplersLock",
 // "CallbackRedefinitionLock" and "ParksLock" (held over redefinitions and other calls into the JVM
 // that may load classes, whose hook takes ourLock; never taken under it), ourLock,
 // "ObjectEnumeratorLock", every other ZLock. A lock of the agent is not held while waiting for a

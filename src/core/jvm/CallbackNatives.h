@@ -106,7 +106,7 @@
     BUILT(startCPUProfiling, "(JLjava/lang/String;Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jlong mode, jstring filters, jstring wallTimeSpec)) \
     BUILT(startMonitorProfiling, "()Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz)) \
     BUILT(startSampledAllocationRecording, "(IZ)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jint intervalBytes, jboolean perClassGarbage)) \
-    BUILT(startWallSampling, "(Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jstring filters, jstring threadPattern)) \
+    BUILT(startSampling, "(Ljava/lang/String;JLjava/lang/String;Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jstring sampler, jlong mode, jstring filters, jstring wallTimeSpec, jstring threadPattern)) \
     BUILT(stopAllocationRecording, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(stopCPUProfiling, "(Z)V", void, (JNIEnv* env, jclass clazz, jboolean log)) \
     BUILT(stopMonitorProfiling, "()V", void, (JNIEnv* env, jclass clazz)) \

@@ -2,8 +2,11 @@
 // is loaded.
 
 #include <jni.h>
+#include <signal.h>
 
 namespace {
+
+void onTakenSignal(int) {}
 
 jint twice(JNIEnv*, jclass, jint number) {
     return 2 * number;
@@ -51,6 +54,16 @@ JNIEXPORT jint JNICALL Java_fixtures_JniCalls_callsBack(JNIEnv* env, jclass call
     jint result = env->CallStaticIntMethod(calls, method, number);
     // With an exception on its way there is nothing to be computed.
     return env->ExceptionCheck() ? 0 : result + 1;
+}
+
+// As a library does that knows nothing of the other users of a signal.
+JNIEXPORT void JNICALL Java_fixtures_JniCalls_takeSignal(JNIEnv*, jclass, jint number) {
+    signal(number, onTakenSignal);
+}
+
+JNIEXPORT jboolean JNICALL Java_fixtures_JniCalls_holdsSignal(JNIEnv*, jclass, jint number) {
+    struct sigaction action;
+    return sigaction(number, nullptr, &action) == 0 && action.sa_handler == onTakenSignal;
 }
 
 JNIEXPORT void JNICALL Java_fixtures_JniCalls_enters(JNIEnv* env, jclass, jobject monitor) {

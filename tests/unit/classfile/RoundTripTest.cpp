@@ -60,13 +60,21 @@ std::string difference(const ReferenceClass& a, const ReferenceClass& b, int* fr
 bool scanAgrees(const NamedClass& entry, ClassFile& classFile) {
     bool natives = false;
     bool loadClass = false;
+    bool named = false;
+    SoughtNames names;
+    names.add("commit");
+    names.add("prepareStatement");
     for (int i = 0; i < classFile.getMethods().getSize(); i++) {
         natives = natives || classFile.getMethods()[i]->isNative();
-        loadClass = loadClass || classFile.getMethods()[i]->getName() == "loadClass";
+        const Utf8View name = classFile.getMethods()[i]->getName();
+        loadClass = loadClass || name == "loadClass";
+        named = named || names.mayHave(reinterpret_cast<const unsigned char*>(name.getBytes()),
+                                       name.getLength());
     }
-    const ClassScan scan(entry.bytes, entry.length);
+    const ClassScan scan(entry.bytes, entry.length, &names);
     const ClassScan cut(entry.bytes, entry.length / 2);
-    return scan.hasNatives() == natives && scan.hasLoadClass() == loadClass && cut.hasNatives();
+    return scan.hasNatives() == natives && scan.hasLoadClass() == loadClass &&
+           scan.mayHaveNamed() == named && cut.hasNatives();
 }
 
 void roundTrip(const char* label, const std::string& path) {

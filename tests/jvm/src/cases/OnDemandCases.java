@@ -11,6 +11,12 @@ import jvmtest.Tracing;
 
 /** Classes that carry calls only while somebody records. */
 public final class OnDemandCases {
+    /** One calls the other. */
+    private static final Object[][] BITSET_CALLS = {
+            {"java.util.BitSet.flip(int)", 60L},
+            {"java.util.BitSet.expandTo(int)", 60L},
+    };
+
     private final Target target;
     private int asked;
     private int runs;
@@ -76,6 +82,11 @@ public final class OnDemandCases {
         Tracing.start(target, "");
     }
 
+    private String loaded(String condition) throws Exception {
+        return Tool.vdk("table", ":" + target.port, "Class Loading", "--where", condition,
+                        "--json");
+    }
+
     private long allocated() throws Exception {
         Tool.vdk("alloc", "start", ":" + target.port, "--each", "1");
         ask("go");
@@ -86,7 +97,8 @@ public final class OnDemandCases {
     }
 
     /** While another agent retransforms the same classes all the time. */
-    @Case(fixture = Rewritten.class, agent = "ondemand,builtinprobes=none",
+    @Case(fixture = Rewritten.class,
+          agent = "ondemand,builtinprobes=none,onexit=snapshot,noidlestacks",
           jvm = {"-XX:+EnableDynamicAgentLoading", "-Djdk.attach.allowAttachSelf=true",
                  "-XX:+UseSerialGC"})
     static void
@@ -95,19 +107,30 @@ public final class OnDemandCases {
         test.ask("look");
         test.ask("go");
         Check.equal(test.carriers(), "0 known 0 changed at load 0", "classes that carry calls");
+        Check.contains(test.loaded("Class=fixtures.KnownCalls"), "\"method\": \"-\"", "a class");
+        Check.contains(test.loaded("method!=-"), "\"matching\": 0,", "stacks of loaded classes");
         Tracing.start(jvm, "");
         Check.contains(test.carriers(), "known 1 changed at load 0", "carriers while tracing");
         test.go(true);
         test.ask("retransform");
         test.go(true);
+        Check.isTrue(!test.loaded("method!=-").contains("\"matching\": 0,"), "no stacks");
         Tracing.stop(jvm);
         // The next start comes while they go.
         Check.equal(test.allocated(), 100L, "objects");
         test.awaitNone();
         int rounds = Integer.parseInt(System.getenv().getOrDefault("VDK_ROUNDS", "12"));
+        boolean isFull = System.getenv("VDK_FULL") != null;
+        if (isFull) {
+            test.ask("load");
+        }
         for (int i = 0; i < rounds; i++) {
-            test.startOnly("fixtures.Known*;B");
-            test.go(false);
+            if (isFull) {
+                Tracing.start(jvm, "");
+            } else {
+                test.startOnly("fixtures.Known*;B");
+            }
+            test.go(isFull);
             Tracing.stop(jvm);
             if (i % 3 == 0) {
                 test.awaitNone();
@@ -120,11 +143,17 @@ public final class OnDemandCases {
         Check.contains(test.carriers(), "1 known 1", "carriers of one class");
         Tracing.stop(jvm);
         test.awaitNone();
+        // A pattern passes the default filters, for classes that were there before an attach too.
+        Tool.vdk("trace", "start", ":" + jvm.port, "--only", "java.util.BitSet");
+        test.ask("go");
+        TracingCases.checkCounts(Tracing.fetch(jvm), "", BITSET_CALLS, test.fullRuns + 1);
+        Tracing.stop(jvm);
+        test.awaitNone();
         test.ask("go");
         TracingCases.checkCounts(Tracing.fetch(jvm), test.runs);
-        Check.isTrue(!jvm.output().contains("failed "), jvm.state());
         Tracing.start(jvm, "");
-        Tracing.stop(jvm); // the JVM ends while calls go
+        Tracing.stop(jvm); // the JVM ends while calls go, and the other agent goes on
         jvm.finish();
+        Check.isTrue(!jvm.errors().contains("failed "), jvm.state());
     }
 }

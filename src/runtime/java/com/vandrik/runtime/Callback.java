@@ -272,8 +272,12 @@ public class Callback {
     public static native String startSampledAllocationRecording(int intervalBytes,
                                                                 boolean perClassGarbage);
 
-    /** Null filters come from their file; a null pattern takes all threads. */
-    public static native String startWallSampling(String filters, String threadPattern);
+    /**
+     * By the sampler of this name: walk, signal, or wall for elapsed times. Null texts come from
+     * their files; the pattern is of elapsed times, null for all threads.
+     */
+    public static native String startSampling(String sampler, long mode, String filters,
+                                              String wallTimeSpec, String threadPattern);
 
     public static native void stopAllocationRecording();
 

@@ -21,6 +21,7 @@ public final class Protocol {
     public static final int PACKET_START_SAMPLED_ALLOCATION_RECORDING_REQ = 100150;
     public static final int PACKET_STOP_ALLOCATION_RECORDING_REQ = 100200;
     public static final int PACKET_START_CPU_PROFILING_REQ = 100300;
+    public static final int PACKET_START_SAMPLING_REQ = 100325;
     public static final int PACKET_START_WALL_SAMPLING_REQ = 100350;
     public static final int PACKET_STOP_CPU_PROFILING_REQ = 100400;
     public static final int PACKET_FORCE_GC_REQ = 100500;

@@ -1,6 +1,7 @@
 package com.vandrik.runtime;
 
 import com.vandrik.Constants;
+import com.vandrik.api.ProfilingModes;
 import com.vandrik.probes.builtin.Messages;
 import com.vandrik.util.Strings;
 import java.io.DataInputStream;
@@ -97,8 +98,11 @@ public final class RequestProcessing {
         case Protocol.PACKET_START_CPU_PROFILING_REQ:
             startCPUProfiling();
             return true;
+        case Protocol.PACKET_START_SAMPLING_REQ:
+            startSampling();
+            return true;
         case Protocol.PACKET_START_WALL_SAMPLING_REQ:
-            okOrError(Callback.startWallSampling(Packet.readString(myIn), Packet.readString(myIn)));
+            startWallSampling();
             return true;
         case Protocol.PACKET_STOP_CPU_PROFILING_REQ:
             Callback.stopCPUProfiling(true);
@@ -299,6 +303,21 @@ public final class RequestProcessing {
         String filters = Packet.readString(myIn);
         String wallTimeSpec = Packet.readString(myIn);
         okOrError(Callback.startCPUProfiling(mode, filters, wallTimeSpec));
+    }
+
+    private void startSampling() throws IOException, PresentableException {
+        String sampler = Packet.readString(myIn);
+        long mode = Packet.readLong(myIn);
+        String filters = Packet.readString(myIn);
+        String wallTimeSpec = Packet.readString(myIn);
+        okOrError(Callback.startSampling(sampler, mode, filters, wallTimeSpec, null));
+    }
+
+    private void startWallSampling() throws IOException, PresentableException {
+        String filters = Packet.readString(myIn);
+        String threadPattern = Packet.readString(myIn);
+        okOrError(Callback.startSampling("wall", ProfilingModes.CPU_SAMPLING, filters, null,
+                                         threadPattern));
     }
 
     private void getStatus() throws IOException {
