@@ -6,12 +6,14 @@ import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import jdk.jfr.consumer.RecordedEvent;
 import jdk.jfr.consumer.RecordedFrame;
+import jdk.jfr.consumer.RecordedThread;
 import jdk.jfr.consumer.RecordingFile;
 
 /**
  * How far the distribution of own time over methods is from that of jdk.CPUTimeSample: half the sum
  * of the differences, 0 for equal and 1 for disjoint ones. Arguments: a flight recording, the
- * report of methods of the same JVM as JSON.
+ * report of methods of the same JVM as JSON, the beginning of the names of the threads that both
+ * are about; anything more shows the methods.
  */
 public final class Distance {
     private static final Pattern METHOD = Pattern.compile(
@@ -25,7 +27,7 @@ public final class Distance {
         Map<String, Integer> failed = new HashMap<>();
         try (RecordingFile file = new RecordingFile(Path.of(args[0]))) {
             while (file.hasMoreEvents()) {
-                read(file.readEvent(), events, failed);
+                read(file.readEvent(), args[2], events, failed);
             }
         }
         Map<String, Double> ours = new HashMap<>();
@@ -41,7 +43,7 @@ public final class Distance {
                 distance(ours, truth), distance(events.get("jdk.ExecutionSample"), truth),
                 sum(truth), failed.getOrDefault("jdk.CPUTimeSample", 0),
                 sum(events.get("jdk.ExecutionSample")));
-        if (args.length > 2) {
+        if (args.length > 3) {
             truth.entrySet()
                     .stream()
                     .sorted((a, b) -> Double.compare(b.getValue(), a.getValue()))
@@ -64,10 +66,18 @@ public final class Distance {
         }
     }
 
-    private static void read(RecordedEvent event, Map<String, Map<String, Double>> events,
-                             Map<String, Integer> failed) {
+    private static boolean isOf(RecordedEvent event, String field, String threads) {
+        RecordedThread thread = event.getThread(field);
+        return thread != null && thread.getJavaName() != null &&
+                thread.getJavaName().startsWith(threads);
+    }
+
+    private static void read(RecordedEvent event, String threads,
+                             Map<String, Map<String, Double>> events, Map<String, Integer> failed) {
         String type = event.getEventType().getName();
-        if (!type.equals("jdk.CPUTimeSample") && !type.equals("jdk.ExecutionSample")) {
+        boolean isTruth = type.equals("jdk.CPUTimeSample");
+        if (!isTruth && !type.equals("jdk.ExecutionSample") ||
+            !isOf(event, isTruth ? "eventThread" : "sampledThread", threads)) {
             return;
         }
         if (event.getStackTrace() == null || event.getStackTrace().getFrames().isEmpty()) {

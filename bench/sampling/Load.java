@@ -1,3 +1,5 @@
+import java.lang.management.ManagementFactory;
+import java.lang.management.ThreadMXBean;
 import java.lang.ref.WeakReference;
 import java.lang.reflect.InvocationHandler;
 import java.lang.reflect.Proxy;
@@ -11,16 +13,21 @@ import java.util.Map;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
+import java.util.concurrent.atomic.AtomicLong;
 import java.util.concurrent.locks.LockSupport;
 import java.util.regex.Pattern;
 
 /**
- * Programs that sampling is tried on, each of another kind. Arguments: name, seconds. Exit code 0
- * when its own results were right all the time.
+ * Programs that sampling is tried on, each of another kind. Arguments: name, seconds. Tells at the
+ * end the rounds that it made, and the CPU time of its threads by the kernel's clocks, up to the
+ * end of each. Exit code 0 when its own results were right all the time.
  */
 public final class Load {
     private static volatile Object sink;
     private static volatile boolean over;
+    private static final ThreadMXBean CLOCK = ManagementFactory.getThreadMXBean();
+    private static final AtomicLong cpuNs = new AtomicLong();
+    private static final AtomicLong rounds = new AtomicLong();
 
     private Load() {
     }
@@ -40,6 +47,9 @@ public final class Load {
         programs.put("classes", Load::classes);
         programs.put("virtual", Load::virtual);
         programs.put("waits", Load::waits);
+        programs.put("brief", Load::brief);
+        programs.put("many", Load::many);
+        programs.put("idle", Load::idle);
         Program program = programs.get(args[0]);
         long end = System.nanoTime() + (long) (Double.parseDouble(args[1]) * 1e9);
         List<Thread> threads = new ArrayList<>();
@@ -49,7 +59,9 @@ public final class Load {
                 try {
                     while (!over) {
                         program.run();
+                        rounds.incrementAndGet();
                     }
+                    tellCpu();
                 } catch (Throwable t) {
                     t.printStackTrace();
                     synchronized (failures) {
@@ -67,7 +79,7 @@ public final class Load {
         for (Thread thread : threads) {
             thread.join();
         }
-        System.out.println(args[0] + " done");
+        System.out.println(args[0] + " done: rounds " + rounds + ", cpu " + cpuNs);
         System.exit(failures.isEmpty() ? 0 : 3);
     }
 
@@ -290,6 +302,65 @@ public final class Load {
             sink = spin(1000);
         }
         Thread.sleep(8);
+    }
+
+    private static void tellCpu() {
+        cpuNs.addAndGet(CLOCK.getCurrentThreadCpuTime());
+    }
+
+    private static void burn(long ns) {
+        long end = CLOCK.getCurrentThreadCpuTime() + ns;
+        while (CLOCK.getCurrentThreadCpuTime() < end) {
+            sink = spin(200);
+        }
+    }
+
+    /** Threads that live for a millisecond. */
+    static void brief() throws Exception {
+        Thread thread = new Thread(() -> {
+            burn(1_000_000);
+            tellCpu();
+        }, "brief");
+        thread.start();
+        thread.join();
+    }
+
+    /** A thousand threads for each of the two, which work for a millisecond now and then. */
+    static void many() throws Exception {
+        Thread[] started = new Thread[1000];
+        for (int i = 0; i < started.length; i++) {
+            started[i] = new Thread(null, () -> {
+                while (!over) {
+                    burn(1_000_000);
+                    LockSupport.parkNanos(2_000_000_000);
+                }
+                tellCpu();
+            }, "many", 256 * 1024);
+            started[i].start();
+        }
+        while (!over) {
+            Thread.sleep(20);
+        }
+        for (Thread thread : started) {
+            LockSupport.unpark(thread);
+            thread.join();
+        }
+    }
+
+    /** A thousand threads for all that wait. */
+    static void idle() throws Exception {
+        for (int i = 0; i < 500; i++) {
+            Thread thread = new Thread(null, () -> {
+                while (!over) {
+                    LockSupport.park();
+                }
+            }, "idle", 256 * 1024);
+            thread.setDaemon(true);
+            thread.start();
+        }
+        while (!over) {
+            Thread.sleep(20);
+        }
     }
 
     private static void check(boolean isRight) {

@@ -78,10 +78,36 @@ void onSignal(int, siginfo_t* info, void* context) {
     errno = error;
 }
 
+bool isDefault(const struct sigaction& action) {
+    return (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_DFL;
+}
+
 bool isFree(int signal) {
     struct sigaction action;
-    return sigaction(signal, nullptr, &action) == 0 && (action.sa_flags & SA_SIGINFO) == 0 &&
-           action.sa_handler == SIG_DFL;
+    return sigaction(signal, nullptr, &action) == 0 && isDefault(action);
+}
+
+bool isOurs(const struct sigaction& action) {
+    return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == onSignal;
+}
+
+// Puts a handler into the place of another; where that place has changed hands meanwhile, the new
+// owner keeps it.
+template <typename IsExpected>
+bool exchange(int signal, const struct sigaction& wanted, struct sigaction* before,
+              IsExpected&& isExpected) {
+    struct sigaction found;
+    if (sigaction(signal, &wanted, &found) != 0) {
+        return false;
+    }
+    if (!isExpected(found)) {
+        sigaction(signal, &found, nullptr);
+        return false;
+    }
+    if (before != nullptr) {
+        *before = found;
+    }
+    return true;
 }
 
 // Other profilers' handlers walk stacks as this one's does, and wait until it is done.
@@ -92,7 +118,7 @@ bool handle(int signal) {
     sigemptyset(&action.sa_mask);
     sigaddset(&action.sa_mask, SIGPROF);
     sigaddset(&action.sa_mask, SIGVTALRM);
-    return sigaction(signal, &action, &ourPrevious) == 0;
+    return exchange(signal, action, &ourPrevious, isDefault);
 }
 
 // The line "SigPnd:" of a thread's status: its pending signals, as a hexadecimal number.
@@ -117,7 +143,7 @@ bool isPendingFor(long thread, int signal) {
 
 const char* ThreadTimers::takeSignal(Handler handler) {
     ourHandler = handler;
-    if (ourSignal != 0) {
+    if (holdsSignal()) {
         return nullptr; // never given back: a thread had one pending
     }
     for (int signal = SIGRTMAX - SPARED_AT_END; signal >= SIGRTMIN + SPARED_AT_BEGIN; signal--) {
@@ -131,13 +157,16 @@ const char* ThreadTimers::takeSignal(Handler handler) {
 
 bool ThreadTimers::holdsSignal() {
     struct sigaction action;
-    return ourSignal != 0 && sigaction(ourSignal, nullptr, &action) == 0 &&
-           (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == onSignal;
+    return ourSignal != 0 && sigaction(ourSignal, nullptr, &action) == 0 && isOurs(action);
 }
 
 bool ThreadTimers::giveSignalBack() {
     ourHandler = nullptr;
     if (ourSignal == 0) {
+        return true;
+    }
+    if (!holdsSignal()) {
+        ourSignal = 0; // one who took it since keeps it, and gets what is on its way
         return true;
     }
     bool isPending = false;
@@ -151,10 +180,7 @@ bool ThreadTimers::giveSignalBack() {
     if (!listThreads(Search::visit, &search) || isPending) {
         return false;
     }
-    // One who took it since keeps it.
-    if (holdsSignal()) {
-        sigaction(ourSignal, &ourPrevious, nullptr);
-    }
+    exchange(ourSignal, ourPrevious, nullptr, isOurs);
     ourSignal = 0;
     return true;
 }

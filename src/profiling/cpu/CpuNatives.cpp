@@ -2,7 +2,6 @@
 #include "core/jvm/CallbackNatives.h"
 #include "core/jvm/NativeEntry.h"
 #include "profiling/cpu/Tracing.h"
-#include "profiling/cpu/WallSampling.h"
 
 jstring JNICALL VDK_CALLBACK_NATIVE(startCPUProfiling)(JNIEnv* env, jclass, jlong mode,
                                                        jstring filters, jstring wallTimeSpec) {
@@ -15,14 +14,21 @@ jstring JNICALL VDK_CALLBACK_NATIVE(startCPUProfiling)(JNIEnv* env, jclass, jlon
     });
 }
 
-jstring JNICALL VDK_CALLBACK_NATIVE(startWallSampling)(JNIEnv* env, jclass, jstring filters,
-                                                       jstring threadPattern) {
+jstring JNICALL VDK_CALLBACK_NATIVE(startSampling)(JNIEnv* env, jclass, jstring sampler, jlong mode,
+                                                   jstring filters, jstring wallTimeSpec,
+                                                   jstring threadPattern) {
     return nativeResult<jstring>(env, VDK_HERE, nullptr, [&] {
         const ZString filterText = toZString(env, filters);
-        const ZString pattern =
-            threadPattern == nullptr ? ZString() : toZString(env, threadPattern);
+        const ZString wallTimeText = toZString(env, wallTimeSpec);
+        SamplerChoice choice;
+        choice.threadPattern = threadPattern == nullptr ? ZString() : toZString(env, threadPattern);
+        const ZString name = toZString(env, sampler);
+        if (!choice.setByName(name) || (mode & CPU_COUNTS_BIT) != 0) {
+            return toJavaRefusal(env, ZString("There is no sampler of this name: ") + name);
+        }
         return toJavaRefusal(
-            env, WallSampling::start(env, filters == nullptr ? nullptr : &filterText, pattern));
+            env, startCPUProfiling(env, mode, filters == nullptr ? nullptr : &filterText,
+                                   wallTimeSpec == nullptr ? nullptr : &wallTimeText, choice));
     });
 }
 

@@ -1,8 +1,10 @@
 #include "profiling/cpu/InterruptedStack.h"
 
 #include "core/jvm/JvmGlobals.h"
+#include "platform/Platform.h"
 #include "platform/ThreadTimers.h"
 #include "profiling/cpu/CompiledCode.h"
+#include "profiling/cpu/FrameAnchor.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -34,20 +36,14 @@ const int MOST_LEAF_FRAMES = 64;
 // The return address of a frame that is being entered or left is at the stack pointer or near it.
 const int WORDS_AT_TOP = 5;
 const int MOST_HOPS = 8;
+const uintptr_t WORDS_OF_STUB = 8;
 
 void (*ourAsyncGetCallTrace)(CallTrace*, jint, void*) = nullptr;
 std::atomic<long> ourSequence{0};
 std::atomic<long> ourLost{0};
-
-void* findInJvm(const char* name) {
-    Dl_info info;
-    if (dladdr(reinterpret_cast<void*>(ourVM->functions->GetEnv), &info) == 0) {
-        return nullptr;
-    }
-    // It stays loaded: the handle is never closed.
-    void* const library = dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
-    return library == nullptr ? nullptr : dlsym(library, name);
-}
+// By powers of two of nanoseconds.
+const int MOST_POWER = 30;
+std::atomic<long> ourHandlerTimes[MOST_POWER + 1];
 
 uintptr_t wordAt(uintptr_t address) {
     uintptr_t word;
@@ -73,8 +69,7 @@ public:
         if (stack->code != UNKNOWN_JAVA && stack->code != NOT_WALKABLE_JAVA) {
             return;
         }
-        if (isOnStack(found.stack, WORDS_AT_TOP) &&
-            (tryTop(leafFrames) || tryFramePointer(leafFrames))) {
+        if (isOnStack(found.stack, WORDS_AT_TOP) && recover(leafFrames)) {
             stack->code = stack->frameCount;
         }
         ThreadTimers::write(context, found);
@@ -109,6 +104,27 @@ private:
         return count > 0;
     }
 
+    bool recover(int leafFrames) {
+        const FrameAnchor anchor(env);
+        return tryTop(leafFrames) ||
+               (anchor.getStack() > found.stack && tryAbove(anchor.getStack(), leafFrames)) ||
+               tryFramePointer(leafFrames);
+    }
+
+    // As if a frame of some words ended above this place: that of a stub, which the JVM does not
+    // walk, with the frame pointer below the return address.
+    bool tryAbove(uintptr_t from, int leafFrames) {
+        for (uintptr_t i = 1; i <= WORDS_OF_STUB; i++) {
+            const uintptr_t place = from + i * sizeof(uintptr_t);
+            if (isOnStack(place, 1) && tryCaller({wordAt(place), place + sizeof(uintptr_t),
+                                                  wordAt(place - sizeof(uintptr_t))},
+                                                 leafFrames)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
     // As if the frame had just been entered, or were about to be left.
     bool tryTop(int leafFrames) {
         for (uintptr_t i = 0; i < WORDS_AT_TOP; i++) {
@@ -127,7 +143,8 @@ private:
         for (int i = 0; i < MOST_HOPS && frame >= above && isOnStack(frame, 2); i++) {
             above = frame + 2 * sizeof(uintptr_t);
             const Registers caller = {wordAt(frame + sizeof(uintptr_t)), above, wordAt(frame)};
-            if (tryCaller(caller, leafFrames)) {
+            if (tryCaller(caller, leafFrames) ||
+                (CompiledCode::mayBeCode(caller.pc) && tryAbove(above, leafFrames))) {
                 return true;
             }
             frame = caller.frame;
@@ -143,6 +160,16 @@ private:
 };
 
 } // namespace
+
+void* InterruptedStacks::findInJvm(const char* name) {
+    Dl_info info;
+    if (dladdr(reinterpret_cast<void*>(ourVM->functions->GetEnv), &info) == 0) {
+        return nullptr;
+    }
+    // It stays loaded: the handle is never closed.
+    void* const library = dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
+    return library == nullptr ? nullptr : dlsym(library, name);
+}
 
 const char* InterruptedStacks::prepare() {
     if (ourAsyncGetCallTrace == nullptr) {
@@ -194,6 +221,12 @@ void InterruptedStacks::walk(void* context, const StackBounds& bounds, Interrupt
 
 void InterruptedStacks::publish(InterruptedStack* stack) {
     stack->sequence = ourSequence++;
+    const long tookNs = Platform::currentThreadCPUTimeNs() - stack->cpuTimeNs;
+    int power = 0;
+    while (power < MOST_POWER && (1L << power) < tookNs) {
+        power++;
+    }
+    ourHandlerTimes[power]++;
     ourStates[stack - ourStacks] = WRITTEN;
 }
 
@@ -203,4 +236,23 @@ void InterruptedStacks::giveBack(InterruptedStack* stack) {
 
 long InterruptedStacks::getLost() {
     return ourLost;
+}
+
+void InterruptedStacks::getCosts(long* samples, long* handlerNs) {
+    *samples = 0;
+    for (const std::atomic<long>& count : ourHandlerTimes) {
+        *samples += count;
+    }
+    int power = 0;
+    for (long seen = ourHandlerTimes[0]; 2 * seen < *samples; seen += ourHandlerTimes[power]) {
+        power++;
+    }
+    *handlerNs = 1L << power;
+}
+
+void InterruptedStacks::forgetCounts() {
+    ourLost = 0;
+    for (std::atomic<long>& count : ourHandlerTimes) {
+        count = 0;
+    }
 }

@@ -41,12 +41,16 @@ namespace InterruptedStacks {
 // Finds the JVM's function and makes the places. Null, or why that can't be done.
 const char* prepare();
 
+// A function or variable that the library of the JVM exports; null if there is none.
+void* findInJvm(const char* name);
+
 // For handlers: no lock, no allocation.
 
 // A place to write to; null if all are taken, which is counted.
 InterruptedStack* claim();
 // Walks the current thread's stack from where it was interrupted.
 void walk(void* context, const StackBounds& bounds, InterruptedStack* stack);
+// Adds what the thread used since its clock was read to what handlers took.
 void publish(InterruptedStack* stack);
 
 // For readers.
@@ -56,8 +60,13 @@ void publish(InterruptedStack* stack);
 template <typename Visitor>
 void takeOut(Visitor&& visit);
 void giveBack(InterruptedStack* stack);
+// Samples written, and a time, a power of two of ns, that at least half of their handlers took at
+// most: the CPU clocks of a virtual machine count now and then what others took from it.
+void getCosts(long* samples, long* handlerNs);
 // Samples that found no place.
 long getLost();
+// Of lost ones and of costs.
+void forgetCounts();
 
 // Implementation
 

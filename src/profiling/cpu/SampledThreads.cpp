@@ -119,6 +119,10 @@ int SampledThreads::getRefused() {
     return ourRefused;
 }
 
+void SampledThreads::forgetRefused() {
+    ourRefused = 0;
+}
+
 SampledThread* SampledThreads::of(const InterruptedStack& stack) {
     SampledThread* const sampled = ourThreads[stack.slot];
     return sampled->generation == stack.generation && sampled->info != nullptr ? sampled : nullptr;

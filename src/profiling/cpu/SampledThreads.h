@@ -40,6 +40,7 @@ SampledThread* add(ThreadInfo* info, long nativeID, long periodNs);
 void remove(SampledThread* sampled);
 // Threads without a timer because the system refused one.
 int getRefused();
+void forgetRefused();
 // The thread of a sample; null if that has ended since.
 SampledThread* of(const InterruptedStack& stack);
 // Looks up the stack of one whose bounds are not known, by an address in it.

@@ -8,7 +8,9 @@
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 #include "profiling/cpu/SampledTimes.h"
+#include "profiling/cpu/Samplers.h"
 #include "profiling/cpu/SignalSampling.h"
+#include "profiling/cpu/ThreadPlaces.h"
 #include "profiling/cpu/WallSampling.h"
 #include "profiling/threads/AllStacks.h"
 #include "profiling/threads/ThreadInfo.h"
@@ -46,28 +48,24 @@ long nextWaitMs(ZRandom* random) {
 }
 
 void sampleAllThreads(JNIEnv* env, long wallDeltaNs) {
-    AllStacks stacks(env);
-    if (!isSamplingOn() || !stacks.take()) {
-        return;
-    }
-    stacks.takeMounted();
-    LockHolder lock(ourLock, "Sampling:80");
-    if (!isSamplingOn()) {
-        return;
-    }
-    stacks.eachThread([&](ThreadInfo* info, const jvmtiStackInfo& stack) {
-        if (info->agentThread) {
-            return;
-        }
-        const int frame =
-            ourFrameStorage.skipHidden(ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(
-                env, stack, &info->sampled.lastStack));
-        if (frame > 0 && WallSampling::isOn()) {
-            WallSampling::charge(info, frame, stack.state, wallDeltaNs);
-        } else if (frame > 0) {
-            doThreadSample(info, frame, wallDeltaNs);
-        }
-    });
+    ThreadPlaces places(env);
+    places.eachThread(
+        [](const ThreadInfo* info) {
+            return isSamplingOn() && (!WallSampling::isOn() || WallSampling::isChosen(info));
+        },
+        [&](ThreadInfo* info, bool hasStood) {
+            const ThreadPlace& place = info->sampled.place;
+            if (place.frame <= 0) {
+                return;
+            }
+            if (WallSampling::isOn()) {
+                WallSampling::charge(info, place, wallDeltaNs);
+            } else if (hasStood) {
+                chargeThreadSample(info, place.frame, wallDeltaNs, place.cpuTimeNs);
+            } else {
+                doThreadSample(info, place.frame, wallDeltaNs);
+            }
+        });
 }
 
 // A wait that the JVM interrupts is as good as one that ran out.
@@ -81,7 +79,7 @@ void waitMs(long milliseconds) {
 // One wait and one pass. Failures are logged; the sampler goes on.
 void samplePeriod(JNIEnv* env, ZRandom* random) {
     if (SignalSampling::isOn()) {
-        SignalSampling::takeSamples(env, nextWaitMs(random));
+        Samplers::takeSignalSamples(env, nextWaitMs(random));
         return;
     }
     const long start = getTimeNs();

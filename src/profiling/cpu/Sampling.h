@@ -8,10 +8,19 @@ class AllStacks;
 class ThreadInfo;
 struct SampledThread;
 
-// Sampling: one agent thread wakes at a fixed period, takes all stacks in one JVMTI call and
-// charges each thread's CPU time since its last sample to every frame of its stack. The same walk
-// serves the thread states of telemetry. All table updates happen under ourLock; the wait happens
-// outside it.
+// Sampling: one agent thread wakes at a fixed period, takes the stacks of all threads that ran
+// since the last time in one JVMTI call and charges each thread's CPU time since its last sample to
+// every frame of its stack. A walk over all stacks serves the thread states of telemetry. All table
+// updates happen under ourLock; the wait happens outside it.
+
+// Where a thread stood when the JVM was asked for its stack.
+struct ThreadPlace {
+    static constexpr int UNKNOWN = -1;
+
+    int frame = UNKNOWN; // 0 without a visible method
+    int state = 0;       // as JVMTI tells it
+    long cpuTimeNs = 0;  // what the thread's clock said before
+};
 
 // What sampling keeps of a thread. Caller holds ourLock.
 struct SampleMemory {
@@ -25,15 +34,13 @@ struct SampleMemory {
     int timesRow = NO_ROW; // of SampledTimes
     StackMemory lastStack;
     SampledThread* timer = nullptr; // of SignalSampling, while it runs
-    int wallFrame = 0;              // of WallTimeWalk: where the thread stood
-    long wallCpuTimeNs = 0;         // and what its clock said before
+    ThreadPlace place;              // of the stack walker, and of WallTimeWalk
 
     // The next sample counts as the first: for want of an earlier reading it charges no time.
     void forgetLastSample() {
         lastCpuTimeNs = 0;
         idleFrame = NO_FRAME;
-        wallFrame = 0;
-        wallCpuTimeNs = 0;
+        place = ThreadPlace();
     }
 };
 

@@ -1,6 +1,7 @@
 #include "profiling/cpu/SignalSampling.h"
 
 #include "core/ground/Globals.h"
+#include "core/ground/Guard.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "core/jvm/CommonUtils.h"
@@ -11,6 +12,7 @@
 #include "probes/Filter.h"
 #include "profiling/cpu/CodeEvents.h"
 #include "profiling/cpu/CompiledCode.h"
+#include "profiling/cpu/FrameAnchor.h"
 #include "profiling/cpu/NativeThreads.h"
 #include "profiling/cpu/SampleCharges.h"
 #include "profiling/cpu/SampledThreads.h"
@@ -24,18 +26,23 @@
 
 namespace {
 
+const char INTERNAL_ERROR[] = "an internal error that the log tells";
 const long NS_PER_MILLISECOND = 1000000;
 const int MOST_WAITS = 100;
 const unsigned WAIT_US = 1000;
 
-// How often ids of threads are looked for that are not known yet.
-const long SEARCH_PERIOD_NS = 500 * NS_PER_MILLISECOND;
+// How often ids of threads are looked for that are not known yet: ever more rarely where some stay
+// unknown, for a search goes over all threads of the process.
+const long FIRST_SEARCH_PERIOD_NS = 500 * NS_PER_MILLISECOND;
+const long LAST_SEARCH_PERIOD_NS = 16 * FIRST_SEARCH_PERIOD_NS;
 
 // No thread that Java starts needs more to get to its start event.
 const long MOST_BEFORE_START_NS = 2 * NS_PER_MILLISECOND;
 
 std::atomic<bool> ourIsOn{false};
 std::atomic<long> ourNextSearchNs{0};
+std::atomic<long> ourChargingNs{0}; // CPU time that filling the rows took
+std::atomic<long> ourSearchPeriodNs{0};
 
 long getPeriodNs() {
     return (ourOptions->samplingPeriod < 1 ? 1L : ourOptions->samplingPeriod) * NS_PER_MILLISECOND;
@@ -131,6 +138,7 @@ void chargeAll(JNIEnv* env) {
     Batch batch;
     batch.take([](const InterruptedStack&) { return true; });
     ZVector<jvmtiFrameInfo> asked;
+    const long start = batch.getSize() == 0 ? 0 : Platform::currentThreadCPUTimeNs();
     for (int i = 0; i < batch.getSize(); i++) {
         asked.clear();
         if (SampleCharges::canAsk(batch.get(i))) {
@@ -138,6 +146,7 @@ void chargeAll(JNIEnv* env) {
         }
         chargeOne(env, batch.get(i), asked.isEmpty() ? nullptr : &asked);
     }
+    ourChargingNs += batch.getSize() == 0 ? 0 : Platform::currentThreadCPUTimeNs() - start;
 }
 
 // Caller holds ourLock. A thread without a timer has a rest, too.
@@ -201,6 +210,18 @@ void startTimers() {
     eachThreadInfo([](ThreadInfo* info) { startTimer(info, info->nativeThreadID); });
 }
 
+void tellCosts() {
+    long samples = 0;
+    long handlerNs = 0;
+    InterruptedStacks::getCosts(&samples, &handlerNs);
+    if (samples > 0) {
+        Logger::message(ZString("Signal sampling: ") + longToString(samples) +
+                        " samples, half of them in at most " + longToString(handlerNs) +
+                        " ns; filling the rows took " + longToString(ourChargingNs / samples) +
+                        " ns each");
+    }
+}
+
 // Signals may come for a little while after the last timer was stopped.
 void giveSignalBack() {
     for (int i = 0; i < MOST_WAITS; i++) {
@@ -212,17 +233,23 @@ void giveSignalBack() {
     Logger::message("Signal sampling: a thread holds the signal back; its handler stays");
 }
 
-} // namespace
-
-bool SignalSampling::isOn() {
-    return ourIsOn;
+// Of the samples and timers before.
+void forgetLosses() {
+    InterruptedStacks::forgetCounts();
+    ourChargingNs = 0;
+    LockHolder lock(ourLock);
+    SampledThreads::forgetRefused();
 }
 
-ZString SignalSampling::start(JNIEnv* env) {
+// Up to the trial. What it began is left to the caller where it gives a reason.
+ZString prepare(JNIEnv* env) {
     ZString refusal = SamplerTrial::refuseJvm();
     if (refusal.isEmpty()) {
         const char* const reason = InterruptedStacks::prepare();
         refusal = reason == nullptr ? "" : reason;
+    }
+    if (refusal.isEmpty() && !FrameAnchor::prepare(env)) {
+        Logger::message("Signal sampling: the JVM does not tell where it notes Java frames");
     }
     if (refusal.isEmpty() && !NativeThreads::prepare()) {
         refusal = "the JVM does not tell threads' CPU times";
@@ -234,16 +261,30 @@ ZString SignalSampling::start(JNIEnv* env) {
         const char* const reason = ThreadTimers::takeSignal(SampledThreads::onTimer);
         refusal = reason == nullptr ? SamplerTrial::run(env) : ZString(reason);
     }
+    return refusal;
+}
+
+} // namespace
+
+bool SignalSampling::isOn() {
+    return ourIsOn;
+}
+
+ZString SignalSampling::start(JNIEnv* env) {
+    ZString refusal = INTERNAL_ERROR;
+    runGuarded(VDK_HERE, [&] { refusal = prepare(env); });
     if (!refusal.isEmpty()) {
         giveSignalBack();
         CodeEvents::stop();
         return refusal;
     }
+    forgetLosses();
     WallTimeWalk::restart();
     ourIsOn = true;
     startTimers();
     startTimersOfOldThreads();
-    ourNextSearchNs = getTimeNs() + SEARCH_PERIOD_NS;
+    ourSearchPeriodNs = FIRST_SEARCH_PERIOD_NS;
+    ourNextSearchNs = getTimeNs() + FIRST_SEARCH_PERIOD_NS;
     Logger::message(ZString("Signal sampling: signal ") +
                     longToString(ThreadTimers::signalNumber()));
     return "";
@@ -264,6 +305,7 @@ void SignalSampling::stop(JNIEnv* env) {
         });
     }
     giveSignalBack();
+    tellCosts();
     Batch late;
     late.take([](const InterruptedStack&) { return true; });
     CodeEvents::stop();
@@ -277,7 +319,10 @@ void SignalSampling::takeSamples(JNIEnv* env, long waitMs) {
         WallTimeWalk::walkIfDue(env);
     }
     if (getTimeNs() >= ourNextSearchNs) {
-        ourNextSearchNs = getTimeNs() + SEARCH_PERIOD_NS;
+        ourNextSearchNs = getTimeNs() + ourSearchPeriodNs;
+        if (ourSearchPeriodNs < LAST_SEARCH_PERIOD_NS) {
+            ourSearchPeriodNs = 2 * ourSearchPeriodNs;
+        }
         startTimersOfOldThreads();
     }
 }

@@ -16,9 +16,9 @@ class ThreadInfo;
 namespace SignalSampling {
 
 // Starts it, with a trial on the current thread. Empty, or why the stack walker has to do. Runs
-// Java code: not to be called with a lock held.
+// Java code. Starts and stops are Samplers' to call, one at a time, without ourLock.
 ZString start(JNIEnv* env);
-// Takes what is left and gives the signal back. Nothing if it does not run. As start.
+// Takes what is left and gives the signal back. Nothing if it does not run.
 void stop(JNIEnv* env);
 bool isOn();
 

@@ -13,7 +13,6 @@
 #include "profiling/UserMessage.h"
 #include "profiling/cpu/J2EEHelper.h"
 #include "profiling/cpu/SampledTimes.h"
-#include "profiling/cpu/SignalSampling.h"
 #include "profiling/cpu/TracedStack.h"
 #include "profiling/cpu/WallSampling.h"
 #include "profiling/threads/ThreadInfo.h"
@@ -33,6 +32,8 @@ struct UsedSettings {
     bool containsInvocations = false;
 };
 UsedSettings& ourUsedSettings = *new UsedSettings();
+
+long ourCPUStarts = 0; // ourLock
 
 const char ALREADY_STARTED[] = "CPU sampling or CPU tracing already started";
 
@@ -83,29 +84,34 @@ void checkMode(long mode) {
     }
 }
 
-// Sets the bits and filters of a mode. False if one is active already.
-bool enterCPUMode(long mode, const ZString& filters, const ZString& wallTimeSpec) {
+// Sets the bits and filters of a mode. The number of this start, 0 if a mode is active already.
+long enterCPUMode(long mode, const ZString& filters, const ZString& wallTimeSpec,
+                  const SamplerChoice& sampler) {
     LockHolder lock(ourLock, "CoreNatives:275");
     if ((ourStatus & CPU_TIMES_BIT) != 0) {
-        return false;
+        return 0;
     }
     checkMode(mode);
     Filter::reloadFilters(filters, wallTimeSpec);
     eachThreadInfo([](ThreadInfo* info) { info->sampled.forgetLastSample(); });
     ourStatus |= mode;
-    WallSampling::begins();
+    WallSampling::begins(sampler);
     ourContainsInvocations = (ourStatus & CPU_COUNTS_BIT) != 0;
     if (ourCalibration != -1) {
         ourUsedSettings.filters = filters;
         ourUsedSettings.wallTimeSpec = wallTimeSpec;
         ourUsedSettings.containsInvocations = ourContainsInvocations;
     }
-    return true;
+    return ++ourCPUStarts;
 }
 
 } // namespace
 
-TakenCalls::TakenCalls(JNIEnv* javaEnv, int takenFor, const ZString* filters)
+long countCPUStarts() {
+    return ourCPUStarts;
+}
+
+TakenCalls::TakenCalls(JNIEnv* javaEnv, int takenFor, ZString* filters)
     : env(javaEnv), recording(ourTracingSwitch.takeCalls == nullptr ? 0 : takenFor) {
     if (recording != 0) {
         ourTracingSwitch.takeCalls(env, recording, filters);
@@ -120,34 +126,10 @@ TakenCalls::~TakenCalls() {
 
 namespace {
 
-// Tells clients which sampler it is, and why that, where another was asked for.
-const char SAMPLER_PROPERTY[] = "vdk.sampling.sampler";
-
-void tellSampler(const ZString& text) {
-    LockHolder lock(ourLock);
-    ourDB->setProperty(SAMPLER_PROPERTY, ourDB->stringPool->getDBIndex(text.c_str(), true));
-}
-
-// Where it cannot be had the stack walker, which needs no start, goes on alone.
-void startSignalSampling(JNIEnv* env) {
-    {
-        LockHolder lock(ourLock);
-        if (WallSampling::isOn()) {
-            return; // threads that wait are what it is about
-        }
-    }
-    const ZString refusal = SignalSampling::start(env);
-    tellSampler(refusal.isEmpty() ? ZString("signal") : ZString("walk: ") + refusal);
-    if (!refusal.isEmpty()) {
-        userMessage(env, "Sampling by signals is not possible; the stack walker samples", refusal);
-    }
-}
-
-} // namespace
-
-bool startCPUProfilingImpl(JNIEnv* env, long mode, const ZString* filters,
-                           const ZString* wallTimeSpec, ZString* usedFilters,
-                           ZString* usedWallTimeSpec) {
+// Starts a mode of ProfilingModesExt bits without a word. The number of the start, 0 if one runs
+// already; a mode without times or with foreign bits is an internal error.
+long startMode(JNIEnv* env, long mode, const ZString* filters, const ZString* wallTimeSpec,
+               const SamplerChoice& sampler, ZString* usedFilters, ZString* usedWallTimeSpec) {
     if ((mode & CPU_J2EE_BIT) != 0) {
         J2EEHelper::prepare(env);
     }
@@ -157,14 +139,12 @@ bool startCPUProfilingImpl(JNIEnv* env, long mode, const ZString* filters,
     const bool tracing = (mode & CPU_COUNTS_BIT) != 0;
     const bool isFree = (ourStatus & CPU_TIMES_BIT) == 0;
     TakenCalls calls(env, tracing && isFree ? RECORDING_TRACES : 0, usedFilters);
-    if (!enterCPUMode(mode, *usedFilters, *usedWallTimeSpec)) {
-        return false;
+    const long start = enterCPUMode(mode, *usedFilters, *usedWallTimeSpec, sampler);
+    if (start == 0) {
+        return 0;
     }
     calls.keep();
     updateExceptionEvents();
-    if (!tracing && ourOptions->signalSampler) {
-        startSignalSampling(env);
-    }
     if (tracing) {
         // Redefinition runs inside the JVM for long and comes back through the class load hook, so
         // the lock is not held.
@@ -172,10 +152,8 @@ bool startCPUProfilingImpl(JNIEnv* env, long mode, const ZString* filters,
         ClassNameFilter filter(*usedFilters);
         ourTracingSwitch.retransformLoadedClasses(env, &filter);
     }
-    return true;
+    return start;
 }
-
-namespace {
 
 // Nobody hears of their ends any more.
 void forgetOpenEvents() {
@@ -187,7 +165,7 @@ void forgetOpenEvents() {
 
 void stopCPUProfilingImpl(JNIEnv* env, bool log) {
     bool tracing;
-    SignalSampling::stop(env);
+    Samplers::end(env);
     {
         LockHolder lock(ourLock);
         if ((ourStatus & CPU_TIMES_BIT) == 0) {
@@ -282,8 +260,8 @@ void startCalibrating(JNIEnv* env) {
     ZString usedWallTime;
     bool started = false;
     const bool tried = runGuarded(VDK_HERE, [&] {
-        started = startCPUProfilingImpl(env, CPU_TRACING, &filters, &wallTime, &usedFilters,
-                                        &usedWallTime);
+        started = startMode(env, CPU_TRACING, &filters, &wallTime, SamplerChoice(), &usedFilters,
+                            &usedWallTime) != 0;
     });
     if (!tried) {
         // It may have been begun; whoever runs already makes it return false instead.
@@ -296,12 +274,12 @@ void startCalibrating(JNIEnv* env) {
 }
 
 ZString startCPUProfiling(JNIEnv* env, long mode, const ZString* filters,
-                          const ZString* wallTimeSpec) {
+                          const ZString* wallTimeSpec, const SamplerChoice& sampler) {
     const ZString refusal = refuseCPUProfiling(mode);
     if (!refusal.isEmpty()) {
         return refusal;
     }
-    const ZString mixing = isStartable(mode) ? WallSampling::refuseMixing() : ZString();
+    const ZString mixing = isStartable(mode) ? WallSampling::refuseMixing(sampler) : ZString();
     if (!mixing.isEmpty()) {
         return mixing;
     }
@@ -309,12 +287,20 @@ ZString startCPUProfiling(JNIEnv* env, long mode, const ZString* filters,
     if (tracing && getCalibration() == 0 && isStartable(mode)) {
         calibrate(env);
     }
+    const ZString everyMethod = WallSampling::EVERY_METHOD;
     ZString filterText;
     ZString wallTimeText;
-    if (!startCPUProfilingImpl(env, mode, filters, wallTimeSpec, &filterText, &wallTimeText)) {
+    const long start =
+        startMode(env, mode, filters, sampler.isOfElapsedTime() ? &everyMethod : wallTimeSpec,
+                  sampler, &filterText, &wallTimeText);
+    if (start == 0) {
         const char* failure = tracing ? "Cannot start CPU tracing" : "Cannot start CPU sampling";
         userMessage(env, failure, ALREADY_STARTED);
         return ZString(failure) + ": " + ALREADY_STARTED;
+    }
+    const ZString unable = tracing ? ZString() : Samplers::begin(env, sampler, start);
+    if (!unable.isEmpty()) {
+        return unable;
     }
     ZString detail;
     if (tracing) {

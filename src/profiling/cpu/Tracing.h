@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/ground/ZString.h"
+#include "profiling/cpu/Samplers.h"
 
 #include <jni.h>
 
@@ -18,15 +19,12 @@ void setCalibration(long costNs);
 long getTimeDeltaNs(long end, long start, long calls, int place);
 
 // Starts CPU profiling as a user asked for it, and tells so: why it was refused, empty if it runs.
-// A null text comes from its file. The first tracing of a process is calibrated before. Takes
-// ourLock.
+// A null text comes from its file. The first tracing of a process is calibrated before. Runs Java
+// code: not to be called with a lock held.
 ZString startCPUProfiling(JNIEnv* env, long mode, const ZString* filters,
-                          const ZString* wallTimeSpec);
-// Starts a mode of ProfilingModesExt bits without a word. False if one runs already; a mode without
-// times or with foreign bits is an internal error. Takes ourLock.
-bool startCPUProfilingImpl(JNIEnv* env, long mode, const ZString* filters,
-                           const ZString* wallTimeSpec, ZString* usedFilters,
-                           ZString* usedWallTimeSpec);
+                          const ZString* wallTimeSpec, const SamplerChoice& sampler = {});
+// How often CPU profiling was started in this process. Caller holds ourLock.
+long countCPUStarts();
 // Measures what a traced call costs, unless that is known or CPU profiling runs.
 void calibrateOnce(JNIEnv* env);
 // Starts tracing of nothing but the class that measures what a traced call costs; with another mode
@@ -49,8 +47,9 @@ constexpr int RECORDING_ALLOCATES = 2;
 struct TracingSwitch {
     // Ahead of a recording: the classes carry its calls from here on, until giveCalls. Filters: the
     // classes that were there before an attach and that they exclude may go without; null passes
-    // all. Nothing where classes carry them always. Not to be called with ourLock held.
-    void (*takeCalls)(JNIEnv* env, int recording, const ZString* filters) = nullptr;
+    // all. The default ones let in what was asked for by name. Nothing where classes carry them
+    // always. Not to be called with ourLock held.
+    void (*takeCalls)(JNIEnv* env, int recording, ZString* filters) = nullptr;
     // Behind its end, or where it did not begin after all.
     void (*giveCalls)(JNIEnv* env, int recording) = nullptr;
     // Makes the class Callback agree with ourStatus. Not to be called with ourLock held.
@@ -69,7 +68,7 @@ extern TracingSwitch ourTracingSwitch;
 // did. An error in it leaves nothing taken.
 class TakenCalls {
 public:
-    TakenCalls(JNIEnv* javaEnv, int takenFor, const ZString* filters);
+    TakenCalls(JNIEnv* javaEnv, int takenFor, ZString* filters);
     ~TakenCalls();
     TakenCalls(const TakenCalls&) = delete;
     TakenCalls& operator=(const TakenCalls&) = delete;

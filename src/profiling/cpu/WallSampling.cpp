@@ -3,22 +3,20 @@
 #include "core/ground/Globals.h"
 #include "core/ground/WildcardMatch.h"
 #include "db/DB.h"
+#include "profiling/cpu/Samplers.h"
 #include "profiling/cpu/Sampling.h"
-#include "profiling/cpu/Tracing.h"
 #include "profiling/threads/MethodLookup.h"
 #include "profiling/threads/ThreadInfo.h"
 #include "profiling/threads/ZFrameStorage.h"
 
 namespace {
 
-const char EVERY_METHOD[] = "*";
 // A thread that could run and used less than this part of the time waits for a processor, or for
 // the system in a native method.
 constexpr long LEAST_PART_RUNNING = 10;
 
 // ourLock for all of these.
 bool ourIsOn = false;
-bool ourIsStarting = false;
 bool ourHasWallTimes = false; // the data is of elapsed time, or will be
 ZString& ourThreadPattern = *new ZString();
 
@@ -28,17 +26,6 @@ bool hasData() {
         found = found || (row.stamp > 0 && (row.timeNs > 0 || row.count > 0));
     });
     return found;
-}
-
-bool isChosen(const ThreadInfo* info) {
-    if (ourThreadPattern.isEmpty()) {
-        return true;
-    }
-    const ThreadRecord* const row = ourDB->threadTable->getRecord(info->threadRecordIndex, false);
-    const char* const group =
-        row == nullptr ? nullptr : ourDB->stringPool->getText(row->groupStrID);
-    return wildcardMatch(ourThreadPattern.c_str(), info->getThreadName()) ||
-           (group != nullptr && wildcardMatch(ourThreadPattern.c_str(), group));
 }
 
 // Packages whose native code waits for files, sockets and the like.
@@ -89,24 +76,11 @@ const char* activityOf(ThreadInfo* info, int frame, int jvmtiState, long wallDel
 
 } // namespace
 
-ZString WallSampling::start(JNIEnv* env, const ZString* filters, const ZString& threadPattern) {
-    {
-        LockHolder lock(ourLock);
-        if ((ourStatus & CPU_TIMES_BIT) == 0) {
-            ourIsStarting = true;
-            ourThreadPattern = threadPattern;
-        }
-    }
-    const ZString everyMethod = EVERY_METHOD;
-    const ZString refusal = startCPUProfiling(env, CPU_SAMPLING, filters, &everyMethod);
-    LockHolder lock(ourLock);
-    ourIsStarting = false;
-    return refusal;
-}
+const char WallSampling::EVERY_METHOD[] = "*";
 
-ZString WallSampling::refuseMixing() {
+ZString WallSampling::refuseMixing(const SamplerChoice& choice) {
     LockHolder lock(ourLock);
-    if (ourHasWallTimes == ourIsStarting || !hasData()) {
+    if (ourHasWallTimes == choice.isOfElapsedTime() || !hasData()) {
         return "";
     }
     return ourHasWallTimes
@@ -120,17 +94,30 @@ bool WallSampling::isOn() {
     return ourIsOn;
 }
 
-void WallSampling::begins() {
-    ourIsOn = ourHasWallTimes = ourIsStarting;
+void WallSampling::begins(const SamplerChoice& choice) {
+    ourIsOn = ourHasWallTimes = choice.isOfElapsedTime();
+    ourThreadPattern = choice.threadPattern;
 }
 
-void WallSampling::charge(ThreadInfo* info, int frame, int jvmtiState, long wallDeltaNs) {
-    if (!isChosen(info) || !isSampledTime(wallDeltaNs)) {
+bool WallSampling::isChosen(const ThreadInfo* info) {
+    if (ourThreadPattern.isEmpty()) {
+        return true;
+    }
+    const ThreadRecord* const row = ourDB->threadTable->getRecord(info->threadRecordIndex, false);
+    const char* const group =
+        row == nullptr ? nullptr : ourDB->stringPool->getText(row->groupStrID);
+    return wildcardMatch(ourThreadPattern.c_str(), info->getThreadName()) ||
+           (group != nullptr && wildcardMatch(ourThreadPattern.c_str(), group));
+}
+
+void WallSampling::charge(ThreadInfo* info, const ThreadPlace& place, long wallDeltaNs) {
+    if (!isSampledTime(wallDeltaNs)) {
         return;
     }
-    const char* const activity = activityOf(info, frame, jvmtiState, wallDeltaNs);
+    const char* const activity = activityOf(info, place.frame, place.state, wallDeltaNs);
     const int method = ZMethod::getByName("", activity, "");
-    for (int f = ourFrameStorage.getChild(frame, method); f > 0; f = ourFrameStorage.getParent(f)) {
+    for (int f = ourFrameStorage.getChild(place.frame, method); f > 0;
+         f = ourFrameStorage.getParent(f)) {
         CPUProfilingRecord* const row = info->getCPUProfilingRecord(f, true);
         row->timeNs += wallDeltaNs;
         row->stamp = ourDB->currentStamp;

@@ -5,6 +5,8 @@
 #include <jvmti.h>
 
 class ThreadInfo;
+struct SamplerChoice;
+struct ThreadPlace;
 
 // WallSampling: sampling of elapsed time in place of CPU time: where threads spend their time,
 // waits included. Each pass charges all chosen threads the time since the last pass, whatever they
@@ -14,20 +16,20 @@ class ThreadInfo;
 // not mixed: a start is refused while there is data of the other one.
 namespace WallSampling {
 
-// Starts it for the threads whose name or group matches the pattern, as a user asked for it: why it
-// was refused, empty if it runs. It ends as CPU sampling does. Null filters come from their file.
-// Takes ourLock.
-ZString start(JNIEnv* env, const ZString* filters, const ZString& threadPattern);
+// What its methods are measured in wall time by.
+extern const char EVERY_METHOD[];
 
-// Why CPU profiling can't be started now; empty if it can. Takes ourLock.
-ZString refuseMixing();
+// Why CPU profiling can't be started so now; empty if it can. Takes ourLock.
+ZString refuseMixing(const SamplerChoice& choice);
 
 // All with ourLock held.
 
 bool isOn();
-void begins(); // CPU profiling of some kind
+void begins(const SamplerChoice& choice); // CPU profiling of some kind
+// Whether it is of this thread, too.
+bool isChosen(const ThreadInfo* info);
 // Charges a sample: the nanoseconds since the last pass.
-void charge(ThreadInfo* info, int frame, int jvmtiState, long wallDeltaNs);
+void charge(ThreadInfo* info, const ThreadPlace& place, long wallDeltaNs);
 void ended();
 void dataCleared();
 

@@ -26,10 +26,11 @@ LocalFrame::~LocalFrame() {
 }
 
 AllStacks::AllStacks(JNIEnv* jniEnv)
-    : localFrame(jniEnv), env(jniEnv), stacks(nullptr), count(0), lastThread(0) {}
+    : localFrame(jniEnv), env(jniEnv), stacks(nullptr), count(0), lastThread(0),
+      hasReferences(true) {}
 
 AllStacks::~AllStacks() {
-    for (jint i = 0; i < count; i++) {
+    for (jint i = 0; hasReferences && i < count; i++) {
         env->DeleteLocalRef(stacks[i].thread);
     }
     deallocateQuietly(stacks);
@@ -57,6 +58,7 @@ bool AllStacks::take(const ZVector<jthread>& threads) {
         LockHolder lock(ourLock);
         lastThread = ThreadInfo::ourRunningNumber;
     }
+    hasReferences = false;
     const jvmtiError error =
         ourJVMTI->GetThreadListStackTraces(threads.getSize(), threads.data(), MAX_FRAMES, &stacks);
     count = error == JVMTI_ERROR_NONE ? threads.getSize() : 0;

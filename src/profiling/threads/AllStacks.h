@@ -32,7 +32,7 @@ public:
     // another thread waits until no virtual thread is being mounted or unmounted, and one that is
     // may be waiting, in a traced call, for the lock.
     bool take();
-    // The same for some threads. As take.
+    // The same for some threads, whose references stay the caller's. As take.
     bool take(const ZVector<jthread>& threads);
     // From here on carriers are shown with the stacks of the virtual threads that they run. To be
     // called after take, and as that.
@@ -63,7 +63,10 @@ private:
     JNIEnv* env;
     jvmtiStackInfo* stacks;
     jint count;
-    int lastThread;                   // number of the newest thread when the stacks were taken
+    int lastThread; // number of the newest thread when the stacks were taken
+    // Of all stacks the JVM makes references to the threads; of some it gives those back that it
+    // was given, or others, which end with the frame.
+    bool hasReferences;
     ZVector<ThreadInfo*> infos;       // one a stack; null for threads that the agent does not know
     ZVector<jvmtiStackInfo*> mounted; // up to the last carrier; null where nothing is mounted
 };

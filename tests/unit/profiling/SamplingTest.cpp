@@ -1,6 +1,8 @@
 #include "profiling/cpu/Sampling.h"
 
 #include "ToyJvm.h"
+#include "profiling/cpu/Tracing.h"
+#include "profiling/cpu/WallSampling.h"
 #include "profiling/threads/AllStacks.h"
 #include "profiling/threads/MethodLookup.h"
 #include "profiling/threads/ZFrameStorage.h"
@@ -113,6 +115,21 @@ TEST_F(SamplingTest, idleThreadIsChargedAgainOnceItRunsAndItsRowStampedThen) {
     sample(1200);
     EXPECT_EQ(200, timeOf(2));
     EXPECT_EQ(4, info.getCPUProfilingRecord(frames[2], false)->stamp);
+}
+
+TEST_F(SamplingTest, aStartOfElapsedTimesThatFailedHasNoPartInTheNextStart) {
+    const ZString none;
+    SamplerChoice elapsed;
+    ASSERT_TRUE(elapsed.setByName("wall"));
+    const long foreignBit = 1L << 40;
+    EXPECT_THROW(startCPUProfiling(nullptr, CPU_SAMPLING | foreignBit, &none, &none, elapsed),
+                 VDKRuntimeException);
+    EXPECT_STREQ("", startCPUProfiling(nullptr, CPU_SAMPLING, &none, &none).c_str());
+    EXPECT_FALSE(WallSampling::isOn());
+    stopCPUProfilingImpl(nullptr, false);
+    EXPECT_STREQ("", startCPUProfiling(nullptr, CPU_SAMPLING, &none, &none, elapsed).c_str());
+    EXPECT_TRUE(WallSampling::isOn());
+    stopCPUProfilingImpl(nullptr, false);
 }
 
 TEST_F(SamplingTest, telemetryThatOutlivesAFailedAttachFindsNoStacks) {

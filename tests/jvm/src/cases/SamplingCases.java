@@ -204,7 +204,7 @@ public final class SamplingCases {
         Check.isTrue(charged < 0.8 * used, "of " + used + " ns were charged " + charged);
         Check.near(reported(report, "\"thread\": \"batch", "sampledCpuNs"),
                    reported(report, "\"thread\": \"batch", "usedCpuNs"), 1e8, "who never waits");
-        Check.contains(Tool.vdk("report", pid), " CPU\n", "report");
+        Check.contains(Tool.vdk("report", pid), " CPU; by the stack walker\n", "report");
         Tracing.stop(target);
         Tracing.clear(target);
         Check.equal(reported(reportByThread(pid), "", "usedCpuNs"), 0L, "after clearing");

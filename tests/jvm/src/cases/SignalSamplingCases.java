@@ -2,6 +2,8 @@ package cases;
 
 import fixtures.Burn;
 import fixtures.Bursts;
+import fixtures.PassingClasses;
+import fixtures.SignalTaker;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
@@ -94,6 +96,74 @@ public final class SignalSamplingCases {
         target.finish();
     }
 
+    private static int unloaded(Target target, int question) throws Exception {
+        target.ask("unloaded? " + question, "heard unloaded? " + question);
+        String output = target.output();
+        int at = output.lastIndexOf("unloaded ") + 9;
+        return Integer.parseInt(output.substring(at, output.indexOf('.', at)));
+    }
+
+    /**
+     * What was sampled is unloaded, and loaded anew; exceptions unwind through stubs of the JVM.
+     */
+    @Case(fixture = PassingClasses.class, agent = SIGNAL + ",samplingperiod=5", attach = false,
+          jvm = {"-XX:+UseZGC", "-Xmx256m"})
+    static void
+    seesClassesThatComeAndGo(Target target) throws Exception {
+        int[] questions = {0};
+        for (int round = 1; round <= 2; round++) {
+            int least = round * 30;
+            Sampling.start(target);
+            Check.await(60,
+                        () -> unloaded(target, questions[0]++) > least, () -> "unloaded classes");
+            Tracing.stop(target);
+        }
+        Tables tables = Tracing.fetch(target);
+        Map<String, Long> times = tables.totalTimes();
+        Check.isTrue(times.getOrDefault("fixtures.PassingClasses$Work.run", 0L) > 0,
+                     "the class that passes, in " + times);
+        long unwinding = Sampling.charged(tables, "unwinding");
+        Check.isTrue(times.getOrDefault("[not walkable]", 0L) < 0.1 * unwinding,
+                     "not walkable of " + unwinding + " in " + times);
+        target.finish();
+    }
+
+    private static String signalOf(Target target) {
+        String log = target.log();
+        Matcher matcher = Pattern.compile("Signal sampling: signal (\\d+)").matcher(log);
+        Check.isTrue(matcher.find(), "no signal in " + log);
+        return matcher.group(1);
+    }
+
+    /** A library of the program, which asks nobody, keeps what it took. */
+    @Case(fixture = SignalTaker.class, agent = SIGNAL, attach = false)
+    static void leavesTheSignalToWhoTookIt(Target target) throws Exception {
+        String pid = target.id();
+        Sampling.start(target);
+        Sampling.awaitTimes(target);
+        String signal = signalOf(target);
+        target.ask("take " + signal, "heard take " + signal);
+        String why = "another library took signal " + signal + " while it was in use";
+        Check.await(() -> target.log().contains(why), "the reason in the log");
+        long charged = Sampling.charged(Tracing.fetch(target), "burner");
+        Check.await(()
+                            -> Sampling.charged(Tracing.fetch(target), "burner") >
+                                       charged + 300_000_000,
+                    "the stack walker charges");
+        Check.contains(Tool.vdk("status", pid), "as signals are not possible: " + why, "status");
+        Tracing.stop(target);
+        Check.contains(Tool.vdk("report", pid), "as signals are not possible: " + why, "report");
+        target.ask("holds " + signal, "held: true");
+        // Another one will do.
+        Tool.vdk("sample", "start", pid, "--sampler", "signal");
+        Check.contains(Tool.vdk("status", pid), "sampler    by signals", "status");
+        Check.contains(Tool.vdkEndsWith(1, "sample", "start", pid, "--sampler", "walk"), "is on",
+                       "a second start");
+        Tracing.stop(target);
+        target.ask("holds " + signal, "held: true");
+        target.finish();
+    }
+
     @Case(fixture = Burn.class, noAgent = true, attach = false)
     static void tellsWhyTheStackWalkerHasToDo(Target target) throws Exception {
         target.send("stop");
@@ -109,6 +179,11 @@ public final class SignalSamplingCases {
                                                "as signals are not possible: the system gives no timer"),
                     "the reason in the report");
             Check.contains(limited.log(), "the stack walker samples: the system gives", "log");
+            Tool.vdk("sample", "stop", limited.id());
+            Check.contains(
+                    Tool.vdkEndsWith(5, "sample", "start", limited.id(), "--sampler", "signal"),
+                    "Sampling by signals is not possible: the system gives no timer", "start");
+            Check.contains(Tool.vdk("status", limited.id()), "cpu        off", "status");
             limited.finish();
         }
     }
