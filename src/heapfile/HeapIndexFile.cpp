@@ -10,7 +10,7 @@ namespace {
 
 constexpr char MAGIC[] = "VDK heap index\n\x1a";
 constexpr size_t MAGIC_SIZE = 16;
-constexpr uint32_t VERSION = 5;
+constexpr uint32_t VERSION = 6;
 constexpr uint32_t BYTE_ORDER_MARK = 0x01020304; // written as this machine stores it
 // Arrays that the heap commands read, beside the references. Others hold fill values only.
 constexpr int STORED_KINDS[] = {READ_DOMINATORS,         READ_SIZES,
@@ -156,6 +156,7 @@ void writeModel(IndexOutput& out, const HeapModel& model) {
     for (const HeapThread& thread : model.threads) {
         out.u32(thread.serial);
         out.u32(static_cast<uint32_t>(thread.row));
+        out.u32(thread.trace);
         out.u32(static_cast<uint32_t>(thread.stack.size()));
         for (uint32_t frame : thread.stack) {
             out.u32(frame);
@@ -174,10 +175,11 @@ void writeModel(IndexOutput& out, const HeapModel& model) {
 void readThreadsAndRoots(IndexInput& in, HeapModel& model) {
     const uint64_t lastRow = static_cast<uint64_t>(model.objectCount) - 1;
     const uint64_t lastText = model.frameTexts.empty() ? 0 : model.frameTexts.size() - 1;
-    for (uint32_t n = readCount(in, 12, "threads"); n > 0; n--) {
-        HeapThread thread;
+    for (uint32_t n = readCount(in, 16, "threads"); n > 0; n--) {
+        HeapThread thread = {};
         thread.serial = in.u32();
         thread.row = static_cast<int>(in.u32AtMost(lastRow, "row of a thread"));
+        thread.trace = in.u32();
         const uint32_t frames = readCount(in, 4, "frames");
         if (frames > 0 && model.frameTexts.empty()) {
             in.fail("frames without texts");

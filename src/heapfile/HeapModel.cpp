@@ -2,6 +2,7 @@
 
 #include "heapfile/HeapText.h"
 #include "heapfile/HprofFormat.h"
+#include "heapfile/HprofStacks.h"
 
 #include <algorithm>
 
@@ -11,6 +12,26 @@ const std::string UNKNOWN_NAME = "?";
 constexpr int DEEPEST_CHAIN = 1024;
 
 } // namespace
+
+HeapModel::HeapModel(std::shared_ptr<MappedFile> mappedFile)
+    : file(std::move(mappedFile)), hprofStacks(new HprofStacks(*file)) {}
+
+HeapModel::~HeapModel() = default;
+
+std::vector<std::string> HeapModel::stackOf(int threadIndex) const {
+    if (threadIndex < 0 || static_cast<size_t>(threadIndex) >= threads.size()) {
+        return {};
+    }
+    const HeapThread& thread = threads[static_cast<size_t>(threadIndex)];
+    if (format == Format::Hprof) {
+        return hprofStacks->stack(thread.trace);
+    }
+    std::vector<std::string> texts;
+    for (uint32_t frame : thread.stack) {
+        texts.push_back(frameTexts[frame]);
+    }
+    return texts;
+}
 
 void RowTable::put(int row, int value) {
     if ((used + 1) * 2 > slots.size()) {
@@ -117,11 +138,7 @@ std::string HeapModel::referenceName(int row, int position) const {
         return "[" + std::to_string(position - 1) + "]";
     }
     int left = position - 1;
-    std::vector<int> chain;
-    for (int c = classOf(row); c >= 0 && chain.size() < DEEPEST_CHAIN;
-         c = classes[static_cast<size_t>(c)].superClass) {
-        chain.push_back(c);
-    }
+    std::vector<int> chain = classChain(classOf(row));
     if (format == Format::Snapshot) {
         std::reverse(chain.begin(), chain.end());
     }
@@ -148,74 +165,114 @@ bool HeapModel::hprofInstance(int row, const uint8_t*& data, uint32_t& length) c
     return file->size() - at - fixed >= length;
 }
 
-// Position of a field: for a primitive its byte in the instance's data, for a reference its place
-// among the references of the row's list.
-bool HeapModel::fieldPosition(int row, const std::string& name, bool reference, uint64_t& position,
-                              char& type) const {
+std::vector<int> HeapModel::classChain(int classIndex) const {
     std::vector<int> chain;
-    for (int c = classOf(row); c >= 0 && chain.size() < DEEPEST_CHAIN;
+    for (int c = classIndex; c >= 0 && chain.size() < DEEPEST_CHAIN;
          c = classes[static_cast<size_t>(c)].superClass) {
         chain.push_back(c);
     }
-    const bool snapshot = format == Format::Snapshot;
-    if (snapshot) {
-        std::reverse(chain.begin(), chain.end());
+    return chain;
+}
+
+bool HeapModel::isSubclass(int classIndex, int other) const {
+    int depth = 0;
+    while (classIndex >= 0 && classIndex != other && depth++ < DEEPEST_CHAIN) {
+        classIndex = classes[static_cast<size_t>(classIndex)].superClass;
     }
-    uint64_t at = 0;
-    bool found = false;
-    for (int c : chain) {
-        for (const HeapField& field : classes[static_cast<size_t>(c)].fields) {
-            bool isReference = field.type == 'L';
-            if (isReference == reference && field.name == name && (snapshot || !found)) {
-                // With superclasses first, the last one of a name belongs to the nearest class.
-                position = at;
-                type = field.type;
-                found = true;
-            }
-            if (reference) {
-                at += isReference;
-            } else {
-                at += !isReference ? primitiveTypeSize(field.type) : snapshot ? 0 : idSize;
-            }
+    return classIndex >= 0 && classIndex == other;
+}
+
+int HeapModel::loaderOf(int classIndex) const {
+    const HeapClass& type = classes[static_cast<size_t>(classIndex)];
+    const auto& names = type.referenceNames;
+    // The loader stands behind the superclass; a class that is only mentioned has neither.
+    const bool isTold =
+        names.size() > 1 && names[1] == "<class loader>" && storage->getRefCount(type.row) > 1;
+    return isTold ? storage->getRef(type.row, 1) : 0;
+}
+
+// Calls visit for each field in the order of the file's data.
+template <typename Visit>
+void HeapModel::eachField(const std::vector<int>& chain, Visit visit) const {
+    const bool snapshot = format == Format::Snapshot;
+    uint64_t references = 0;
+    uint64_t bytes = 0;
+    for (size_t n = 0; n < chain.size(); n++) {
+        const int owner = chain[snapshot ? chain.size() - 1 - n : n];
+        const auto& fields = classes[static_cast<size_t>(owner)].fields;
+        for (size_t i = 0; i < fields.size(); i++) {
+            const bool isReference = fields[i].type == 'L';
+            visit(HeapFieldPlace{owner, i, fields[i].type, isReference ? references : bytes},
+                  fields[i].name);
+            references += isReference;
+            bytes += !isReference ? primitiveTypeSize(fields[i].type) : snapshot ? 0 : idSize;
         }
     }
+}
+
+std::vector<HeapFieldPlace> HeapModel::fieldsOf(int classIndex) const {
+    const std::vector<int> chain = classChain(classIndex);
+    std::vector<HeapFieldPlace> places;
+    for (int owner : chain) {
+        eachField(chain, [&](const HeapFieldPlace& place, const std::string&) {
+            if (place.owner == owner) {
+                places.push_back(place);
+            }
+        });
+    }
+    return places;
+}
+
+HeapFieldPlace HeapModel::fieldPlace(int classIndex, const std::string& name) const {
+    HeapFieldPlace found;
+    eachField(classChain(classIndex), [&](const HeapFieldPlace& place, const std::string& each) {
+        // With superclasses first, the last one of a name belongs to the nearest class.
+        if (each == name && (found.owner < 0 || format == Format::Snapshot)) {
+            found = place;
+        }
+    });
     return found;
 }
 
-bool HeapModel::primitiveField(int row, const std::string& name, uint64_t& bits) const {
-    uint64_t at = 0;
-    char type = 0;
-    if (isClass(row) || storage->getArrayLength(row) >= 0 ||
-        !fieldPosition(row, name, false, at, type)) {
-        return false;
-    }
+bool HeapModel::primitiveAt(int row, const HeapFieldPlace& place, uint64_t& bits) const {
     const uint8_t* data = nullptr;
+    const uint64_t end = place.at + primitiveTypeSize(place.type);
     if (format == Format::Hprof) {
         uint32_t length = 0;
-        if (!hprofInstance(row, data, length) || at + primitiveTypeSize(type) > length) {
+        if (!hprofInstance(row, data, length) || end > length) {
             return false;
         }
     } else {
         auto start = static_cast<uint64_t>(storage->getPrimitiveDataPosition(row));
-        if (start == 0 || start >= file->size() ||
-            file->size() - start < at + primitiveTypeSize(type)) {
+        if (start == 0 || start >= file->size() || file->size() - start < end) {
             return false;
         }
         data = file->data() + start;
     }
-    bits = element(data + at, 0, type);
+    bits = element(data + place.at, 0, place.type);
     return true;
 }
 
+int HeapModel::referenceAt(int row, const HeapFieldPlace& place) const {
+    return place.at + 1 < static_cast<uint64_t>(storage->getRefCount(row))
+               ? storage->getRef(row, static_cast<int>(place.at) + 1)
+               : 0;
+}
+
+bool HeapModel::primitiveField(int row, const std::string& name, uint64_t& bits) const {
+    if (isClass(row) || storage->getArrayLength(row) >= 0) {
+        return false;
+    }
+    const HeapFieldPlace place = fieldPlace(classOf(row), name);
+    return place.owner >= 0 && place.type != 'L' && primitiveAt(row, place, bits);
+}
+
 int HeapModel::referenceField(int row, const std::string& name) const {
-    uint64_t at = 0;
-    char type = 0;
-    if (isClass(row) || storage->getArrayLength(row) >= 0 ||
-        !fieldPosition(row, name, true, at, type) ||
-        at + 1 >= static_cast<uint64_t>(storage->getRefCount(row))) {
+    if (isClass(row) || storage->getArrayLength(row) >= 0) {
         return 0;
     }
-    return storage->getRef(row, static_cast<int>(at) + 1);
+    const HeapFieldPlace place = fieldPlace(classOf(row), name);
+    return place.owner >= 0 && place.type == 'L' ? referenceAt(row, place) : 0;
 }
 
 bool HeapModel::primitiveArray(int row, const uint8_t*& elements, uint32_t& count,

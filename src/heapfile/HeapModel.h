@@ -33,7 +33,8 @@ struct HeapRoot {
 struct HeapThread {
     uint32_t serial;             // number in the file
     int row;                     // of the java.lang.Thread, 0 if it isn't in the dump
-    std::vector<uint32_t> stack; // top first; indices in HeapModel::frameTexts
+    uint32_t trace;              // number of its stack in an HPROF file; see HeapModel::stackOf
+    std::vector<uint32_t> stack; // of a snapshot, top first: indices in HeapModel::frameTexts
 };
 
 // A mark in the life of a heap. An object belongs to the first one behind its birth.
@@ -62,6 +63,14 @@ struct HeapField {
     char type; // Java type letter, 'L' for any reference
 };
 
+// Where the instances of a class have a field.
+struct HeapFieldPlace {
+    int owner = -1;   // the class that declares it: index in HeapModel::classes
+    size_t index = 0; // in that class's fields
+    char type = 0;
+    uint64_t at = 0; // of a primitive the byte in the data, of a reference its place among them
+};
+
 struct HeapStaticField {
     std::string name;
     char type;
@@ -79,6 +88,8 @@ struct HeapClass {
     // What stands at each position of the class row's reference list.
     std::vector<std::string> referenceNames;
 };
+
+class HprofStacks;
 
 // Rows to small numbers; read by any number of threads.
 class RowTable {
@@ -117,7 +128,8 @@ class HeapModel {
 public:
     enum class Format { Hprof, Snapshot };
 
-    explicit HeapModel(std::shared_ptr<MappedFile> mappedFile) : file(std::move(mappedFile)) {}
+    explicit HeapModel(std::shared_ptr<MappedFile> mappedFile);
+    ~HeapModel();
 
     // Highest row.
     int rowCount() const { return storage ? objectCount - 1 : 0; }
@@ -147,6 +159,17 @@ public:
     bool primitiveField(int row, const std::string& name, uint64_t& bits) const;
     // Row that a reference field of an instance points to, 0 for null or no such field.
     int referenceField(int row, const std::string& name) const;
+    // All fields of a class's instances, those of the class itself first, then its superclass's.
+    std::vector<HeapFieldPlace> fieldsOf(int classIndex) const;
+    // The field of that name nearest to the class; an owner of -1 if there is none.
+    HeapFieldPlace fieldPlace(int classIndex, const std::string& name) const;
+    // The same as the fields by name, for an instance of a class that has the place.
+    bool primitiveAt(int row, const HeapFieldPlace& place, uint64_t& bits) const;
+    int referenceAt(int row, const HeapFieldPlace& place) const;
+    // Row of a class's loader, 0 for the JVM's own.
+    int loaderOf(int classIndex) const;
+    // Whether the class is another or has it as a superclass.
+    bool isSubclass(int classIndex, int other) const;
     // Text of a java.lang.String in UTF-8, at most maxChars characters of it; both the form of
     // bytes with a coder and that of chars. False if row is no string or its data aren't in the
     // file.
@@ -161,6 +184,8 @@ public:
     static constexpr int LARGEST_STORED = INT32_MAX;
     // The frame of that number, null if it is not known.
     const HeapSiteFrame* siteFrame(int frame) const;
+    // The texts of a thread's frames, top first. Made when asked for: a file may have millions.
+    std::vector<std::string> stackOf(int threadIndex) const;
     // The name of a java.lang.Thread, empty if not known.
     std::string threadName(int threadIndex) const;
 
@@ -194,9 +219,11 @@ public:
 
 private:
     int64_t largeSizeOf(int row) const;
-    bool fieldPosition(int row, const std::string& name, bool reference, uint64_t& position,
-                       char& type) const;
+    std::vector<int> classChain(int classIndex) const;
+    template <typename Visit>
+    void eachField(const std::vector<int>& chain, Visit visit) const;
     bool hprofInstance(int row, const uint8_t*& data, uint32_t& length) const;
 
     RowTable classOfRow;
+    std::unique_ptr<HprofStacks> hprofStacks;
 };

@@ -16,7 +16,6 @@ namespace {
 
 constexpr uint64_t MOST_ROWS = 0x3ffffff0; // a row has two 32-bit positions in one table
 constexpr uint64_t MOST_REFERENCES = 0x7ffffff0;
-constexpr uint64_t STACK_FRAMES_BASE = 1 << 20;
 constexpr uint64_t USUALLY_ABSENT = 8192; // references or roots without an object in a healthy dump
 constexpr uint64_t USUAL_SHARE = 1000;    // or one in so many
 
@@ -180,7 +179,7 @@ private:
     template <uint32_t ID_SIZE>
     void fillChunk(const HprofScan& scan, const HprofClasses& classes, FilledRows* filled,
                    size_t chunk);
-    void setRoots(const HprofScan& scan, const HprofRecords& records);
+    void setRoots(const HprofScan& scan);
     void settleDoubtful();
     void tellAbsent(uint64_t absent, uint64_t all, const char* what);
     int threadOf(uint32_t serial) const;
@@ -243,7 +242,7 @@ std::unique_ptr<HeapModel> Reading::run() {
     fillClasses(scan, classes, filled.get());
     fillObjects(scan, classes, filled.get());
     settleDoubtful();
-    setRoots(scan, records);
+    setRoots(scan);
     tellAbsent(dangling, references, "references");
     if (shortInstances > 0) {
         model->remarks.push_back(std::to_string(shortInstances.load()) +
@@ -401,22 +400,16 @@ int Reading::threadOf(uint32_t serial) const {
     return found == threadBySerial.end() ? -1 : found->second;
 }
 
-void Reading::setRoots(const HprofScan& scan, const HprofRecords& records) {
-    uint64_t stackFrames = 0;
-    HprofFrames frames(records, model->frameTexts);
+void Reading::setRoots(const HprofScan& scan) {
     for (const HprofRoot& root : scan.roots) {
         if (root.tag != HPROF_ROOT_THREAD_OBJECT ||
             !threadBySerial.emplace(root.first, static_cast<int>(model->threads.size())).second) {
             continue;
         }
-        HeapThread thread;
+        HeapThread thread = {};
         thread.serial = root.first;
         thread.row = root.id == 0 ? 0 : static_cast<int>(scan.ids.rowOf(root.id));
-        // One long stack that many threads name must not multiply without end.
-        if (stackFrames <= STACK_FRAMES_BASE + file.size() / sizeof(uint32_t)) {
-            thread.stack = frames.stack(root.second);
-        }
-        stackFrames += thread.stack.size();
+        thread.trace = root.second;
         model->threads.push_back(std::move(thread));
     }
     uint64_t absent = 0;

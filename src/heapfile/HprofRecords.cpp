@@ -308,22 +308,3 @@ std::vector<uint64_t> HprofRecords::trace(uint32_t traceSerial) const {
     }
     return result;
 }
-
-std::vector<uint32_t> HprofFrames::stack(uint32_t traceSerial) {
-    std::vector<uint32_t> result;
-    for (uint64_t frameId : records.trace(traceSerial)) {
-        result.push_back(indexOf(frameId));
-    }
-    return result;
-}
-
-uint32_t HprofFrames::indexOf(uint64_t frameId) {
-    HprofRecords::Frame frame = {};
-    const bool isThere = records.frame(frameId, frame);
-    const Key key(frame.methodName, frame.fileName, frame.classSerial, frame.line);
-    const auto added = known.try_emplace(key, static_cast<uint32_t>(texts.size()));
-    if (added.second) {
-        texts.push_back(isThere ? records.frameText(frame) : std::string("?"));
-    }
-    return added.first->second;
-}

@@ -1,11 +1,7 @@
 #pragma once
 
-#include "heapfile/HeapModel.h"
-
 #include <cstdint>
-#include <map>
 #include <string>
-#include <tuple>
 #include <vector>
 
 // The records of an HPROF file outside of its heap dumps: strings, classes' names, threads and
@@ -87,22 +83,4 @@ private:
     std::vector<RecordAt> frames;
     std::vector<RecordAt> traces;
     std::vector<std::pair<uint32_t, uint64_t>> classIdsBySerial;
-};
-
-// Stacks of threads, with each frame's text made once: virtual threads share most of theirs.
-class HprofFrames {
-public:
-    // Texts are appended to frameTexts.
-    HprofFrames(const HprofRecords& hprofRecords, std::vector<std::string>& frameTexts)
-        : records(hprofRecords), texts(frameTexts) {}
-    // Indices of the texts of a trace's frames, top first.
-    std::vector<uint32_t> stack(uint32_t traceSerial);
-
-private:
-    uint32_t indexOf(uint64_t frameId);
-
-    using Key = std::tuple<uint64_t, uint64_t, uint32_t, int32_t>;
-    const HprofRecords& records;
-    std::vector<std::string>& texts;
-    std::map<Key, uint32_t> known;
 };

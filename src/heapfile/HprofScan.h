@@ -1,6 +1,7 @@
 #pragma once
 
 #include "heapfile/HprofRecords.h"
+#include "heapfile/MappedFile.h"
 #include "heapfile/ObjectIdMap.h"
 #include "offline/AnalysisProgress.h"
 

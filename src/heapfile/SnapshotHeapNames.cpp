@@ -87,7 +87,7 @@ void SnapshotHeapSections::addRoots(DB& db) {
                                                 static_cast<int>(model.threads.size()));
             root.thread = added.first->second;
             if (added.second) {
-                model.threads.push_back({static_cast<uint32_t>(note.trn), note.threadRow, {}});
+                model.threads.push_back({static_cast<uint32_t>(note.trn), note.threadRow, 0, {}});
             }
             HeapThread& thread = model.threads[static_cast<size_t>(root.thread)];
             auto line = lineOfFrame.emplace(std::make_pair(root.thread, note.frame),

@@ -1,5 +1,17 @@
-// The rest of the floor under the C library, for programs of ours: their start.
+// The rest of the floor under the C library, for programs of ours: their start, and what their
+// libraries call.
+#include "platform/OldSymbol_linux.h"
+
 #include <stddef.h>
+
+// What SQLite calls: moved into libc with 2.34, or rounding better since 2.29.
+VDK_OLD_VERSION(pthread_mutex_trylock, "GLIBC_2.2.5");
+VDK_OLD_VERSION(dlclose, "GLIBC_2.2.5");
+VDK_OLD_VERSION(dlerror, "GLIBC_2.2.5");
+VDK_OLD_VERSION(exp, "GLIBC_2.2.5");
+VDK_OLD_VERSION(log, "GLIBC_2.2.5");
+VDK_OLD_VERSION(pow, "GLIBC_2.2.5");
+VDK_OLD_VERSION(fmod, "GLIBC_2.2.5");
 
 typedef void (*StartFunction)(int count, char** arguments, char** environment);
 typedef int (*MainFunction)(int count, char** arguments, char** environment);

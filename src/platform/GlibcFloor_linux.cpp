@@ -8,6 +8,8 @@
 // - functions that an old library lacks are made from what it has.
 // tests/exports/check tells which name asks for more than the floor; it then needs a row or a
 // function here.
+#include "platform/OldSymbol_linux.h"
+
 #include <dlfcn.h>
 #include <elf.h>
 #include <errno.h>
@@ -16,24 +18,6 @@
 #include <stdint.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-
-#ifndef __x86_64__
-#error "symbol versions of another processor: see its glibc's list of versions"
-#endif
-
-// NAME as our code calls it, hidden, jumps to NAME@VERSION.
-#define VDK_OLD_VERSION(name, version)                                                             \
-    __asm__(".pushsection .text\n"                                                                 \
-            ".symver vdk_old_" #name ", " #name "@" version "\n"                                   \
-            ".globl " #name "\n"                                                                   \
-            ".hidden " #name "\n"                                                                  \
-            ".type " #name ", @function\n" #name ":\n"                                             \
-            ".cfi_startproc\n"                                                                     \
-            "endbr64\n"                                                                            \
-            "jmp *vdk_old_" #name "@GOTPCREL(%rip)\n"                                              \
-            ".cfi_endproc\n"                                                                       \
-            ".size " #name ", .-" #name "\n"                                                       \
-            ".popsection\n")
 
 // Moved from libpthread into libc with 2.34.
 VDK_OLD_VERSION(pthread_create, "GLIBC_2.2.5");
@@ -89,6 +73,15 @@ int fstat64(int fd, struct stat* status) {
 }
 
 int lstat(const char* path, struct stat* status) {
+    return __lxstat(STAT_VERSION, path, status);
+}
+
+// The same functions, as a library calls them that was compiled for large files.
+int stat64(const char* path, struct stat* status) {
+    return __xstat(STAT_VERSION, path, status);
+}
+
+int lstat64(const char* path, struct stat* status) {
     return __lxstat(STAT_VERSION, path, status);
 }
 

@@ -27,7 +27,7 @@ void append(std::string& to, uint64_t value, int bytes) {
 std::string header(const MappedFile::Identity& identity) {
     std::string text("VDK heap index\n\x1a");
     append(text, 0x01020304, 4);
-    append(text, 5, 4); // version
+    append(text, 6, 4); // version
     append(text, identity.size, 8);
     append(text, identity.modifiedNs, 8);
     append(text, identity.headDigest, 8);

@@ -27,6 +27,10 @@ public:
     // Throws ClientError (CannotWrite) if so many bytes will not fit into the file system.
     void expectSize(int64_t bytes);
 
+    // Where the file stands until commit(), for a library that writes it itself; empty where it is
+    // written into as it is.
+    const std::string& temporaryPath() const { return temporary; }
+
     // Bytes written so far.
     long size() const;
 

@@ -62,6 +62,11 @@ void forgetInterrupt() {
     forgotten = signalCount;
 }
 
+void restartInterrupts() {
+    signalCount = 0;
+    forgotten = 0;
+}
+
 void throwIfInterrupted() {
     if (isInterrupted()) {
         throw ClientError(ExitCode::Aborted, "aborted", "interrupted");

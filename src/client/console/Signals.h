@@ -21,6 +21,9 @@ bool isInterrupted();
 // signal ends the program all the same.
 void forgetInterrupt();
 
+// A signal that has come ended what it was meant to end: the next one is a first one again.
+void restartInterrupts();
+
 // Throws ClientError (Aborted) once a signal has come.
 void throwIfInterrupted();
 

@@ -8,6 +8,13 @@ namespace vdk {
 
 SortKey sortKey(const Arguments& arguments, bool analyzed) {
     std::string name = arguments.text("--sort", analyzed ? "retained" : "shallow");
+    const std::vector<std::string> known = {"retained", "shallow", "count", "name"};
+    if (std::find(known.begin(), known.end(), name) == known.end()) {
+        throw ClientError(ExitCode::Usage, "usage",
+                          "\"" + printable(name, 100) + "\" is no order of classes" +
+                              didYouMean(name, known),
+                          "there are " + join(known, ", "));
+    }
     return name == "count"     ? SortKey::Count
            : name == "shallow" ? SortKey::Shallow
            : name == "name"    ? SortKey::Name

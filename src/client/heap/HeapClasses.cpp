@@ -28,8 +28,9 @@ private:
 };
 
 // Walks the dominator tree and adds the retained size of each object that has no object of its
-// class above it. `open` counts the objects of each class on the way from the root.
-void addRetained(const HeapSession& session, std::vector<HeapClassSum>& sums) {
+// group above it. `open` counts the objects of each group on the way from the root.
+template <typename GroupOf>
+void addRetained(const HeapSession& session, GroupOf groupOf, std::vector<HeapClassSum>& sums) {
     const ObjectStorage& storage = session.storage();
     DominatorChildren children(storage);
     std::vector<int> open(sums.size(), 0);
@@ -39,16 +40,35 @@ void addRetained(const HeapSession& session, std::vector<HeapClassSum>& sums) {
         if (row == 0) {
             row = way.back();
             way.pop_back();
-            open[size_t(session.model().classOf(row) + 1)]--;
+            open[size_t(groupOf(row))]--;
             row = children.nextOf(row);
             continue;
         }
-        size_t type = size_t(session.model().classOf(row) + 1);
-        if (open[type]++ == 0) {
-            sums[type].retained += session.retainedOf(row);
+        const auto group = size_t(groupOf(row));
+        if (open[group]++ == 0) {
+            sums[group].retained += session.retainedOf(row);
         }
         way.push_back(row);
         row = children.firstOf(row);
+    }
+}
+
+template <typename GroupOf>
+void addUp(const HeapSession& session, GroupOf groupOf, bool retained,
+           std::vector<HeapClassSum>& sums) {
+    const HeapModel& model = session.model();
+    // A row that nothing but a reference tells of has no size, and classes that the file only
+    // mentions are no objects of it.
+    for (int row = 1; row <= model.lastRowWithId; row++) {
+        const int64_t size = session.sizeOf(row);
+        if (size >= 0) {
+            HeapClassSum& sum = sums[size_t(groupOf(row))];
+            sum.count++;
+            sum.shallow += size;
+        }
+    }
+    if (retained) {
+        addRetained(session, groupOf, sums);
     }
 }
 
@@ -77,21 +97,16 @@ std::vector<HeapClassSum> withoutEmpty(std::vector<HeapClassSum> sums) {
 std::vector<HeapClassSum> sumByClass(const HeapSession& session, bool retained) {
     const HeapModel& model = session.model();
     std::vector<HeapClassSum> sums = emptySums(model);
-    for (int row = 1; row <= model.rowCount(); row++) {
-        const int64_t size = session.sizeOf(row);
-        HeapClassSum& sum = sums[size_t(model.classOf(row) + 1)];
-        // A row that nothing but a reference tells of has no size, and classes that the file only
-        // mentions are no objects of it.
-        if (size < 0 || row > model.lastRowWithId) {
-            continue;
-        }
-        sum.count++;
-        sum.shallow += size;
-    }
-    if (retained) {
-        addRetained(session, sums);
-    }
+    addUp(
+        session, [&](int row) { return model.classOf(row) + 1; }, retained, sums);
     return withoutEmpty(std::move(sums));
+}
+
+std::vector<HeapClassSum> sumByGroup(const HeapSession& session, size_t groups,
+                                     const std::function<int(int row)>& groupOf, bool retained) {
+    std::vector<HeapClassSum> sums(groups);
+    addUp(session, groupOf, retained, sums);
+    return sums;
 }
 
 std::vector<HeapClassSum> sumRowsByClass(const HeapSession& session, const std::vector<int>& rows) {
@@ -104,6 +119,22 @@ std::vector<HeapClassSum> sumRowsByClass(const HeapSession& session, const std::
         sum.retained += session.retainedOf(row);
     }
     return withoutEmpty(std::move(sums));
+}
+
+HeapTotals totalsOf(const HeapSession& session, const std::vector<HeapClassSum>& sums) {
+    HeapTotals totals;
+    for (const HeapClassSum& sum : sums) {
+        totals.count += sum.count;
+        totals.shallow += sum.shallow;
+    }
+    for (int row = 1; row <= session.model().lastRowWithId; row++) {
+        const int64_t size = session.sizeOf(row);
+        if (!session.isReached(row) && size >= 0) {
+            totals.unreachable++;
+            totals.unreachableBytes += size;
+        }
+    }
+    return totals;
 }
 
 } // namespace vdk

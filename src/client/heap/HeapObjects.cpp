@@ -1,6 +1,7 @@
 #include "client/console/Text.h"
 #include "client/heap/HeapClasses.h"
 #include "client/heap/HeapReport.h"
+#include "client/heap/HeapReports.h"
 #include "offline/ObjectStorage.h"
 
 #include <algorithm>
@@ -146,13 +147,16 @@ int printLinks(Console& console, const HeapSession& session, const char* schema,
 
 } // namespace
 
+std::vector<int> biggestObjects(const HeapSession& session, size_t top) {
+    int64_t count = 0;
+    return biggestRows(
+        session, top, [&](int row) { return session.isReached(row); }, count);
+}
+
 int reportHeapBiggest(Console& console, const Arguments& arguments) {
     heapArguments(arguments, 0, 0, "no arguments");
     HeapSession session(console, heapOptions(arguments), true);
-    int64_t count = 0;
-    std::vector<int> rows = biggestRows(
-        session, heapTop(arguments, ShownObjects), [&](int row) { return session.isReached(row); },
-        count);
+    const std::vector<int> rows = biggestObjects(session, heapTop(arguments, ShownObjects));
     if (console.json) {
         JsonWriter json(console.out, true);
         beginHeapDocument(json, "vdk.heap.biggest/1", session);

@@ -4,6 +4,7 @@
 #include "client/heap/HeapClassTable.h"
 #include "client/heap/HeapPathSearch.h"
 #include "client/heap/HeapReport.h"
+#include "client/heap/HeapReports.h"
 #include "client/profile/GeneratedNames.h"
 
 #include <algorithm>
@@ -11,6 +12,24 @@
 #include <tuple>
 
 namespace vdk {
+
+void requireHeapOrigins(const HeapModel& model) {
+    if (model.format == HeapModel::Format::Snapshot && !model.generations.empty()) {
+        return;
+    }
+    throw ClientError(ExitCode::BadInput, "heap.origins",
+                      model.file->path() + " does not tell when and where its objects were made",
+                      "the JVM's own dumps do not: `vdk heap capture TARGET --sites --out FILE` "
+                      "writes a snapshot that does");
+}
+
+const HeapSiteFrame* heapSiteOf(const HeapModel& model, int row) {
+    const HeapSiteFrame* site = model.siteFrame(model.storage->getAllocatorFrame(row));
+    while (site && site->hidden) {
+        site = model.siteFrame(site->parent);
+    }
+    return site;
+}
 
 namespace {
 
@@ -49,16 +68,6 @@ void writeSum(JsonWriter& json, const OriginSum& sum) {
     json.field("count", sum.count).field("shallow", sum.shallow);
 }
 
-void requireOrigins(const HeapModel& model) {
-    if (model.format == HeapModel::Format::Snapshot && !model.generations.empty()) {
-        return;
-    }
-    throw ClientError(ExitCode::BadInput, "heap.origins",
-                      model.file->path() + " does not tell when and where its objects were made",
-                      "the JVM's own dumps do not: `vdk heap capture TARGET --sites --out FILE` "
-                      "writes a snapshot that does");
-}
-
 // The generation that a number or a name stands for; of several with one name the last.
 const HeapGeneration& generationOf(const HeapModel& model, const std::string& text) {
     const auto number = parseNumber(text, 0, INT32_MAX);
@@ -72,15 +81,6 @@ const HeapGeneration& generationOf(const HeapModel& model, const std::string& te
                           "`vdk heap FILE generations` lists them, by number and name");
     }
     return *found;
-}
-
-// The frame that made an object, without what stands for its class; null if it was not recorded.
-const HeapSiteFrame* siteOf(const HeapModel& model, int row) {
-    const HeapSiteFrame* site = model.siteFrame(model.storage->getAllocatorFrame(row));
-    while (site && site->hidden) {
-        site = model.siteFrame(site->parent);
-    }
-    return site;
 }
 
 std::vector<std::string> stackOf(const HeapModel& model, const HeapSiteFrame* site) {
@@ -97,6 +97,9 @@ enum class Grouping { Method, Path, Class };
 
 Grouping groupingOf(const Arguments& arguments) {
     const std::string by = arguments.text("--by", "method");
+    if (by != "method" && by != "path" && by != "class") {
+        throw ClientError(ExitCode::Usage, "usage", "sites goes by method, path or class");
+    }
     return by == "path" ? Grouping::Path : by == "class" ? Grouping::Class : Grouping::Method;
 }
 
@@ -110,7 +113,7 @@ struct SiteKey {
 };
 
 SiteKey keyOf(const HeapModel& model, int row, Grouping grouping) {
-    const HeapSiteFrame* site = grouping == Grouping::Class ? nullptr : siteOf(model, row);
+    const HeapSiteFrame* site = grouping == Grouping::Class ? nullptr : heapSiteOf(model, row);
     const int64_t place = !site                          ? 0
                           : grouping == Grouping::Method ? int64_t(site->text) + 1
                                                          : site->frame;
@@ -342,7 +345,7 @@ SiteReport sitesOf(const HeapModel& model, const ChosenObjects& objects, Groupin
     SiteReport report;
     objects.each([&](int row, int64_t size) {
         report.all.add(size);
-        if (siteOf(model, row)) {
+        if (heapSiteOf(model, row)) {
             report.recorded.add(size);
         }
         report.sites[keyOf(model, row, grouping)].add(size);
@@ -405,7 +408,7 @@ int reportHeapGenerations(Console& console, const Arguments& arguments) {
     heapArguments(arguments, 0, 0, "no arguments");
     HeapSession session(console, heapOptions(arguments), true);
     const HeapModel& model = session.model();
-    requireOrigins(model);
+    requireHeapOrigins(model);
     std::map<int, OriginSum> sums;
     OriginSum unreachable;
     for (int row = 1; row <= model.lastRowWithId; row++) {
@@ -456,7 +459,7 @@ int reportHeapSites(Console& console, const Arguments& arguments) {
     }
     HeapSession session(console, heapOptions(arguments), true);
     const HeapModel& model = session.model();
-    requireOrigins(model);
+    requireHeapOrigins(model);
     const HeapGeneration* mark = since.empty() ? nullptr : &generationOf(model, since);
     const ChosenObjects objects(session, patterns.empty() ? "" : patterns[0],
                                 mark ? mark->number : -1);

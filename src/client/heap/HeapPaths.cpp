@@ -2,6 +2,7 @@
 #include "client/heap/HeapClasses.h"
 #include "client/heap/HeapPathSearch.h"
 #include "client/heap/HeapReport.h"
+#include "client/heap/HeapReports.h"
 #include "offline/Reachability.h"
 
 #include <algorithm>

@@ -95,8 +95,9 @@ std::string heapRootPlace(const HeapModel& model, const HeapRoot& root) {
     std::string name = model.threadName(root.thread);
     std::string place = name.empty() ? "thread " + std::to_string(thread.serial)
                                      : "thread \"" + printable(name, 200) + "\"";
-    if (root.frame >= 0 && size_t(root.frame) < thread.stack.size()) {
-        place += " at " + printable(model.frameTexts[thread.stack[size_t(root.frame)]], 400);
+    const std::vector<std::string> stack = model.stackOf(root.thread);
+    if (root.frame >= 0 && size_t(root.frame) < stack.size()) {
+        place += " at " + printable(stack[size_t(root.frame)], 400);
     }
     return place;
 }

@@ -42,20 +42,29 @@ std::string heapRootVariable(const HeapModel& model, const HeapRoot& root);
 void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& session,
                        const std::vector<std::string>& otherRemarks = {});
 
-// Reports; `arguments` are those of `vdk heap`. Each returns an exit code and throws ClientError.
-int reportHeapSummary(Console& console, const Arguments& arguments);
-int reportHeapHistogram(Console& console, const Arguments& arguments);
-int reportHeapBiggest(Console& console, const Arguments& arguments);
-int reportHeapDominators(Console& console, const Arguments& arguments);
-int reportHeapReferences(Console& console, const Arguments& arguments);
-int reportHeapReferrers(Console& console, const Arguments& arguments);
-int reportHeapPath(Console& console, const Arguments& arguments);
-int reportHeapRetained(Console& console, const Arguments& arguments);
-int reportHeapStrings(Console& console, const Arguments& arguments);
-int reportHeapArrays(Console& console, const Arguments& arguments);
-int reportHeapDiff(Console& console, const Arguments& arguments);
-int reportHeapGenerations(Console& console, const Arguments& arguments);
-int reportHeapSites(Console& console, const Arguments& arguments);
+// Throws ClientError for a heap that does not tell when and where its objects were made.
+void requireHeapOrigins(const HeapModel& model);
+// The frame that made an object, without what stands for its class; null if it was not recorded.
+const HeapSiteFrame* heapSiteOf(const HeapModel& model, int row);
+
+// A report of `vdk heap`. HeapReports.cpp lists them.
+struct HeapReport {
+    const char* name;
+    const char* arguments; // as the help shows them
+    const char* help;      // one line
+    // Options beside those that every report takes, each between blanks: " --where --sort ".
+    const char* options;
+    // Returns an exit code and throws ClientError.
+    int (*run)(Console& console, const Arguments& arguments);
+    bool graphNeeded; // shows more than sizes and the dominator tree
+};
+
+const std::vector<HeapReport>& heapReports();
+std::vector<std::string> heapReportNames();
+// "--top", ... of all reports.
+std::vector<std::string> heapOptionNames();
+// A line for each report.
+std::string heapReportHelp();
 
 // The report that the command line asks for shows classes, roots or references.
 bool heapReportNeedsGraph(const Arguments& arguments);

@@ -55,12 +55,46 @@ void translated(const std::string& file, Code code) {
 
 } // namespace
 
+HeapSession::Sharing* HeapSession::Sharing::current = nullptr;
+
+HeapSession::Sharing::Sharing(const HeapOptions& options) : options(options) {
+    current = this;
+}
+
+HeapSession::Sharing::~Sharing() {
+    current = nullptr;
+}
+
+HeapSession::Sharing* HeapSession::sharingOf(const HeapOptions& options) {
+    Sharing* const sharing = Sharing::current;
+    const bool isShared = sharing != nullptr && sharing->options.file == options.file &&
+                          sharing->options.dumpNumber == options.dumpNumber;
+    return isShared ? sharing : nullptr;
+}
+
 HeapSession::HeapSession(Console& console, const HeapOptions& options, bool analyze)
     : console(console), options(options) {
-    translated(options.file, [&] { open(analyze); });
+    Sharing* const sharing = sharingOf(options);
+    if (sharing != nullptr && sharing->opened) {
+        opened = sharing->opened;
+    } else {
+        opened = std::make_shared<Opened>();
+        openFile(analyze || sharing != nullptr);
+        if (sharing != nullptr) {
+            sharing->opened = opened;
+        }
+    }
+    if (options.verify && analyze) {
+        translated(options.file, [&] { verify(); });
+    }
+}
+
+void HeapSession::openFile(bool analyze) {
+    translated(options.file, [&] { read(analyze); });
     for (const std::string& remark : model().remarks) {
         console.warn(options.file + ": " + remark);
     }
+    std::vector<int>& roots = opened->roots;
     for (const HeapRoot& root : model().roots) {
         roots.push_back(root.row);
     }
@@ -73,11 +107,8 @@ HeapSession::HeapSession(Console& console, const HeapOptions& options, bool anal
         return;
     }
     translated(options.file, [&] {
-        if (!heap.analyzed) {
+        if (!opened->heap.analyzed) {
             compute();
-        }
-        if (options.verify) {
-            verify();
         }
         sumLargeObjects();
     });
@@ -85,7 +116,7 @@ HeapSession::HeapSession(Console& console, const HeapOptions& options, bool anal
 
 HeapSession::~HeapSession() = default;
 
-void HeapSession::open(bool analyze) {
+void HeapSession::read(bool analyze) {
     if (access(options.file.c_str(), R_OK) != 0) {
         throw ClientError(ExitCode::Usage, "input.open",
                           "cannot open " + options.file + ": " + strerror(errno));
@@ -94,13 +125,14 @@ void HeapSession::open(bool analyze) {
     auto file = std::make_shared<MappedFile>(options.file, options.temporaryDir);
     if (!options.index.empty() && analyze) {
         std::string why;
-        if (HeapIndexFile::read(options.index, file, options.dumpNumber, heap, why, &progress)) {
+        if (HeapIndexFile::read(options.index, file, options.dumpNumber, opened->heap, why,
+                                &progress)) {
             return;
         }
         if (!why.empty()) {
             console.warn(why + "; the heap is analyzed anew");
         }
-        heap = AnalyzedHeap();
+        opened->heap = AnalyzedHeap();
     }
     HeapReadOptions reading;
     reading.temporaryDir = options.temporaryDir;
@@ -109,9 +141,9 @@ void HeapSession::open(bool analyze) {
     reading.withScratch = analyze;
     reading.progress = &progress;
     if (HprofRecords::isHprof(file->data(), file->size())) {
-        heap.model = HprofReader::read(std::move(file), reading);
+        opened->heap.model = HprofReader::read(std::move(file), reading);
     } else if (SnapshotHeapReader::isSnapshot(file->data(), file->size())) {
-        heap.model = SnapshotHeapReader::read(std::move(file), reading);
+        opened->heap.model = SnapshotHeapReader::read(std::move(file), reading);
     } else {
         throw HeapReadError(options.file + " is neither a heap dump nor a snapshot: wrong magic",
                             0);
@@ -126,24 +158,24 @@ void HeapSession::takeResults() {
                           "open the snapshot that it was made from; `summary`, `biggest` and "
                           "`dominators` work without");
     }
-    heap.reachedBits.assign(size_t(bitFieldWords(model().objectCount)), 0);
+    opened->heap.reachedBits.assign(size_t(bitFieldWords(model().objectCount)), 0);
     for (int row = 1; row <= model().rowCount(); row++) {
         if (storage().getSize(row) >= 0) {
-            setMark(heap.reachedBits.data(), row);
+            setMark(opened->heap.reachedBits.data(), row);
         }
     }
-    heap.analyzed = true;
+    opened->heap.analyzed = true;
 }
 
 void HeapSession::compute() {
     HeapProgress progress(console);
-    heap.reachedBits.assign(size_t(bitFieldWords(model().objectCount)), 0);
-    analyzeHeap(storage(), roots.data(), int(roots.size()), nullptr, heap.reachedBits.data(),
-                options.threads, &progress);
-    heap.analyzed = true;
+    opened->heap.reachedBits.assign(size_t(bitFieldWords(model().objectCount)), 0);
+    analyzeHeap(storage(), opened->roots.data(), int(opened->roots.size()), nullptr,
+                opened->heap.reachedBits.data(), options.threads, &progress);
+    opened->heap.analyzed = true;
     if (!options.index.empty()) {
         try {
-            HeapIndexFile::write(heap, options.dumpNumber, options.index, &progress);
+            HeapIndexFile::write(opened->heap, options.dumpNumber, options.index, &progress);
         } catch (const HeapReadError& e) {
             throw ClientError(ExitCode::CannotWrite, "heap.index", e.what());
         }
@@ -156,21 +188,22 @@ void HeapSession::sumLargeObjects() {
     }
     for (const LargeObject& object : model().largeObjects) {
         for (int row = object.row; row != 0; row = storage().getDominator(row)) {
-            beyondStored[row] += object.size - HeapModel::LARGEST_STORED;
+            opened->beyondStored[row] += object.size - HeapModel::LARGEST_STORED;
         }
     }
 }
 
 int64_t HeapSession::beyondOf(int row) const {
-    const auto found = beyondStored.find(row);
-    return found == beyondStored.end() ? 0 : found->second;
+    const auto found = opened->beyondStored.find(row);
+    return found == opened->beyondStored.end() ? 0 : found->second;
 }
 
 void HeapSession::verify() {
     HeapProgress progress(console);
     DominatorCheck check;
     if (!model().resultsOnly) {
-        check = verifyDominators(storage(), roots.data(), int(roots.size()), nullptr, &progress);
+        check = verifyDominators(storage(), opened->roots.data(), int(opened->roots.size()),
+                                 nullptr, &progress);
     }
     if (check.violated) {
         throw ClientError(ExitCode::Refused, "heap.verify",
@@ -187,7 +220,7 @@ void HeapSession::verify() {
 }
 
 bool HeapSession::isReached(int row) const {
-    return !heap.reachedBits.empty() && isMarked(heap.reachedBits.data(), row);
+    return !opened->heap.reachedBits.empty() && isMarked(opened->heap.reachedBits.data(), row);
 }
 
 int HeapSession::rowOf(const std::string& text) const {

@@ -24,25 +24,48 @@ struct HeapOptions {
 };
 
 class HeapSession {
+    struct Opened {
+        AnalyzedHeap heap;
+        std::vector<int> roots;
+        // Bytes that the stored retained sizes lack for objects larger than their column can hold.
+        std::unordered_map<int, int64_t> beyondStored;
+    };
+
 public:
+    // While one lives, the sessions of its file and dump share what the first of them opened, with
+    // the analysis. One at a time.
+    class Sharing {
+    public:
+        explicit Sharing(const HeapOptions& options);
+        ~Sharing();
+        Sharing(const Sharing&) = delete;
+        Sharing& operator=(const Sharing&) = delete;
+
+    private:
+        friend class HeapSession;
+        static Sharing* current;
+        const HeapOptions options;
+        std::shared_ptr<Opened> opened;
+    };
+
     // Opens the file. With `analyze` dominators, retained sizes and referrers are there afterwards,
     // from the index if there is a good one, and the index is written if it was asked for. Remarks
     // about the file go to the console. Throws ClientError.
     HeapSession(Console& console, const HeapOptions& options, bool analyze);
     ~HeapSession();
 
-    const HeapModel& model() const { return *heap.model; }
-    ObjectStorage& storage() const { return *heap.model->storage; }
+    const HeapModel& model() const { return *opened->heap.model; }
+    ObjectStorage& storage() const { return *opened->heap.model->storage; }
     bool isReached(int row) const;
-    const std::vector<int>& reachedBits() const { return heap.reachedBits; }
+    const std::vector<int>& reachedBits() const { return opened->heap.reachedBits; }
     // Rows of all roots, each once, ascending.
-    const std::vector<int>& rootRows() const { return roots; }
+    const std::vector<int>& rootRows() const { return opened->roots; }
     // Bytes of an object itself, -1 for a row never made.
     int64_t sizeOf(int row) const { return model().sizeOf(row); }
     // Bytes of all that goes when the object goes.
     int64_t retainedOf(int row) const {
         const int64_t stored = storage().getRetainedSize(row);
-        return beyondStored.empty() ? stored : stored + beyondOf(row);
+        return opened->beyondStored.empty() ? stored : stored + beyondOf(row);
     }
 
     // Row of an identifier as people write it: "0x7f.." of a JVM's dump, a decimal row number of a
@@ -53,7 +76,9 @@ public:
     std::vector<int> classesByPattern(const std::string& pattern) const;
 
 private:
-    void open(bool analyze);
+    static Sharing* sharingOf(const HeapOptions& options);
+    void openFile(bool analyze);
+    void read(bool analyze);
     void takeResults();
     void compute();
     void sumLargeObjects();
@@ -62,10 +87,7 @@ private:
 
     Console& console;
     HeapOptions options;
-    AnalyzedHeap heap;
-    std::vector<int> roots;
-    // Bytes that the stored retained sizes lack for objects larger than their column can hold.
-    std::unordered_map<int, int64_t> beyondStored;
+    std::shared_ptr<Opened> opened;
 };
 
 } // namespace vdk

@@ -1,5 +1,6 @@
 #include "client/console/Text.h"
 #include "client/heap/HeapReport.h"
+#include "client/heap/HeapReports.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,0 +1,254 @@
+#include "client/heap/HeapSuspects.h"
+
+#include "client/console/Text.h"
+#include "client/heap/HeapClassTable.h"
+#include "client/heap/HeapPathSearch.h"
+#include "client/heap/HeapReport.h"
+
+#include <algorithm>
+#include <map>
+#include <unordered_map>
+
+namespace vdk {
+
+namespace {
+
+const size_t KeptChildren = 5;
+
+// An object that retains as much as a suspect has to.
+struct Big {
+    int row;
+    int first;     // of the chain of its class that it belongs to
+    int64_t own;   // retained without that of big objects below
+    int64_t chain; // sum of `own` over a chain, at its first
+    int64_t chained = 1;
+};
+
+class Finder {
+public:
+    Finder(const HeapSession& session, double percent)
+        : session(session), model(session.model()), percent(percent) {}
+
+    HeapSuspects run(size_t most) {
+        sumReached();
+        threshold = std::max<int64_t>(int64_t(double(result.reachedBytes) * percent / 100), 1);
+        collectBig();
+        for (const Big& each : big) {
+            if (each.first == each.row && each.chain >= threshold) {
+                HeapSuspect suspect;
+                suspect.row = each.row;
+                suspect.bytes = each.chain;
+                suspect.chained = each.chained > 1 ? each.chained : 0;
+                result.list.push_back(std::move(suspect));
+            }
+        }
+        addGroups();
+        std::stable_sort(result.list.begin(), result.list.end(),
+                         [](const auto& a, const auto& b) { return a.bytes > b.bytes; });
+        result.list.resize(std::min(result.list.size(), most));
+        addChildren();
+        for (HeapSuspect& suspect : result.list) {
+            suspect.share = 100.0 * double(suspect.bytes) / double(result.reachedBytes);
+            if (model.resultsOnly) {
+                continue;
+            }
+            suspect.path = shortestPath(session, suspect.row, false);
+            if (suspect.path.empty()) {
+                suspect.path = shortestPath(session, suspect.row, true);
+            }
+        }
+        return std::move(result);
+    }
+
+private:
+    void sumReached() {
+        for (int row = 1; row <= model.rowCount(); row++) {
+            if (session.isReached(row)) {
+                result.reachedBytes += std::max<int64_t>(session.sizeOf(row), 0);
+            }
+        }
+    }
+
+    // What is above a big object is big too, and retains more.
+    void collectBig() {
+        for (int row = 1; row <= model.rowCount(); row++) {
+            if (session.isReached(row) && session.retainedOf(row) >= threshold) {
+                big.push_back({row, row, session.retainedOf(row), 0});
+            }
+        }
+        std::sort(big.begin(), big.end(), [](const Big& a, const Big& b) {
+            return a.own != b.own ? a.own > b.own : a.row < b.row;
+        });
+        for (size_t i = 0; i < big.size(); i++) {
+            indexOf[big[i].row] = i;
+        }
+        for (Big& each : big) {
+            Big* above = bigAbove(each.row);
+            if (above) {
+                above->own -= session.retainedOf(each.row);
+                const bool isChain = !model.isClass(each.row) && model.classOf(each.row) >= 0 &&
+                                     model.classOf(each.row) == model.classOf(above->row) &&
+                                     !model.isClass(above->row);
+                each.first = isChain ? above->first : each.row;
+            }
+        }
+        for (const Big& each : big) {
+            Big& first = big[indexOf[each.first]];
+            first.chain += each.own;
+            first.chained += each.row != each.first;
+        }
+    }
+    Big* bigAbove(int row) {
+        const auto found = indexOf.find(session.storage().getDominator(row));
+        return found == indexOf.end() ? nullptr : &big[found->second];
+    }
+
+    // Many small objects of a class that no single object holds.
+    void addGroups() {
+        struct Group {
+            int64_t count = 0, bytes = 0;
+            int largest = 0;
+        };
+        std::map<int, Group> groups; // by class
+        for (int row = 1; row <= model.rowCount(); row++) {
+            if (session.storage().getDominator(row) != 0 || !session.isReached(row) ||
+                model.isClass(row) || session.retainedOf(row) >= threshold) {
+                continue;
+            }
+            Group& group = groups[model.classOf(row)];
+            group.count++;
+            group.bytes += session.retainedOf(row);
+            if (group.largest == 0 || session.retainedOf(row) > session.retainedOf(group.largest)) {
+                group.largest = row;
+            }
+        }
+        for (const auto& [type, group] : groups) {
+            if (group.bytes >= threshold && type >= 0) {
+                HeapSuspect suspect;
+                suspect.row = group.largest;
+                suspect.bytes = group.bytes;
+                suspect.groupSize = group.count;
+                result.list.push_back(std::move(suspect));
+            }
+        }
+    }
+
+    void addChildren() {
+        std::unordered_map<int, size_t> suspectOf; // by row of an object or the first of its chain
+        for (size_t i = 0; i < result.list.size(); i++) {
+            if (result.list[i].groupSize == 0) {
+                suspectOf[result.list[i].row] = i;
+            }
+        }
+        std::vector<std::vector<int>> rows(result.list.size());
+        for (int row = 1; row <= model.rowCount() && !suspectOf.empty(); row++) {
+            const int above = session.storage().getDominator(row);
+            if (above == 0 || session.retainedOf(above) < threshold || indexOf.count(row) != 0) {
+                continue;
+            }
+            const auto holder = indexOf.find(above);
+            const auto found = holder == indexOf.end() ? suspectOf.end()
+                                                       : suspectOf.find(big[holder->second].first);
+            if (found != suspectOf.end()) {
+                rows[found->second].push_back(row);
+            }
+        }
+        for (size_t i = 0; i < rows.size(); i++) {
+            std::vector<HeapClassSum> sums = sumRowsByClass(session, rows[i]);
+            std::stable_sort(sums.begin(), sums.end(),
+                             [](const auto& a, const auto& b) { return a.retained > b.retained; });
+            sums.resize(std::min(sums.size(), KeptChildren));
+            result.list[i].children = std::move(sums);
+        }
+    }
+
+    const HeapSession& session;
+    const HeapModel& model;
+    const double percent;
+    int64_t threshold = 0;
+    std::vector<Big> big; // falling by retained bytes, so that what holds comes before what is held
+    std::unordered_map<int, size_t> indexOf; // in `big`, by row
+    HeapSuspects result;
+};
+
+// The step of a path from a class to what its static field holds; -1 if there is none.
+int staticStep(const HeapModel& model, const std::vector<int>& path) {
+    for (size_t i = path.size(); i-- > 1;) {
+        const std::string name =
+            model.isClass(path[i - 1]) ? nameOfReference(model, path[i - 1], path[i]) : "";
+        if (!name.empty() && (name[0] != '<' || startsWith(name, "<static"))) {
+            return int(i) - 1;
+        }
+    }
+    return -1;
+}
+
+} // namespace
+
+HeapSuspects findSuspects(const HeapSession& session, double percent, size_t most) {
+    return Finder(session, percent).run(most);
+}
+
+std::string heapHolderText(const HeapModel& model, const std::vector<int>& path) {
+    if (path.empty()) {
+        return "";
+    }
+    const int step = staticStep(model, path);
+    if (step >= 0) {
+        const size_t at = size_t(step);
+        return "static field " + printable(model.classes[size_t(model.classByRow(path[at]))].name +
+                                           "." + nameOfReference(model, path[at], path[at + 1]));
+    }
+    const std::vector<const HeapRoot*> roots = rootsOf(model, path[0]);
+    if (roots.empty()) {
+        return "";
+    }
+    const HeapRoot* root = roots[0];
+    for (const HeapRoot* each : roots) {
+        root = each->frame >= 0 ? each : root;
+    }
+    const std::string place = heapRootPlace(model, *root);
+    return heapRootName(root->kind) + (place.empty() ? "" : " of " + place);
+}
+
+std::string heapSuspectText(const HeapModel& model, const HeapSuspect& suspect) {
+    if (suspect.groupSize != 0) {
+        return formatCount(suspect.groupSize) + " objects of " +
+               printable(model.classNameOf(suspect.row)) + " that no single object holds";
+    }
+    return heapLabel(model, suspect.row) +
+           (suspect.chained == 0
+                ? ""
+                : " and the " + formatCount(suspect.chained - 1) + " behind it in a chain");
+}
+
+std::string heapSuspectContent(const HeapSuspect& suspect) {
+    if (suspect.children.empty()) {
+        return "";
+    }
+    const HeapClassSum& first = suspect.children[0];
+    return "most of it: " + formatCount(first.count) + " " + printable(first.name) + ", " +
+           formatBytes(first.retained);
+}
+
+void writeSuspects(JsonWriter& json, const HeapSession& session, const HeapSuspects& suspects) {
+    const HeapModel& model = session.model();
+    json.key("suspects").beginArray();
+    for (const HeapSuspect& suspect : suspects.list) {
+        json.beginObject().field("share", suspect.share).field("bytes", suspect.bytes);
+        json.field("group", suspect.groupSize).field("chained", suspect.chained);
+        json.key("object").beginObject();
+        writeHeapObject(json, session, suspect.row);
+        json.endObject();
+        json.field("heldBy", heapHolderText(model, suspect.path)).key("loader");
+        const int type = model.classOf(suspect.row);
+        const int loader = type < 0 ? 0 : model.loaderOf(type);
+        loader == 0 ? json.nullValue() : json.value(heapLabel(model, loader));
+        writeSums(json, suspect.children, KeptChildren, true);
+        writePath(json, session, suspect.path);
+        json.endObject();
+    }
+    json.endArray();
+}
+
+} // namespace vdk

@@ -1,0 +1,99 @@
+// `vdk heap FILE server`: a question in JSON a line, and an answer a line.
+#include "client/console/Signals.h"
+#include "client/console/Text.h"
+#include "client/heap/HeapReport.h"
+#include "client/heap/HeapReports.h"
+#include "client/heap/shell/HeapQuestions.h"
+
+#include <iostream>
+#include <rapidjson/document.h>
+#include <rapidjson/reader.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+#include <sstream>
+
+namespace vdk {
+
+namespace {
+
+using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+
+// The document, or each of those on lines of their own, without blanks. Nothing if it is none.
+void writeCompact(Writer& writer, const std::string& document) {
+    rapidjson::StringStream stream(document.c_str());
+    rapidjson::Reader reader;
+    rapidjson::StringBuffer check;
+    Writer trial(check);
+    if (reader.Parse<rapidjson::kParseStopWhenDoneFlag>(stream, trial).IsError()) {
+        writer.Null();
+        return;
+    }
+    writer.RawValue(check.GetString(), check.GetSize(), rapidjson::kObjectType);
+}
+
+// The words of a request; throws ClientError for what is none.
+std::vector<std::string> wordsOf(const rapidjson::Document& request) {
+    if (!request.IsObject() || !request.HasMember("words") || !request["words"].IsArray()) {
+        throw ClientError(ExitCode::Usage, "usage",
+                          R"(a question is {"id":1,"words":["histogram","java.*"]})");
+    }
+    std::vector<std::string> words;
+    for (const auto& word : request["words"].GetArray()) {
+        if (!word.IsString()) {
+            throw ClientError(ExitCode::Usage, "usage", "words are texts");
+        }
+        words.emplace_back(word.GetString(), word.GetStringLength());
+    }
+    words.emplace_back("--json");
+    return words;
+}
+
+std::string answerTo(const std::string& line, const HeapQuestions& questions) {
+    std::ostringstream out, err;
+    Console console(out, err, false, false);
+    console.json = true;
+    rapidjson::Document request;
+    request.Parse(line.c_str(), line.size());
+    int code = int(ExitCode::Usage);
+    try {
+        if (request.HasParseError()) {
+            throw ClientError(ExitCode::Usage, "usage", "the line is no JSON");
+        }
+        code = questions.ask(wordsOf(request), console);
+    } catch (const ClientError& e) {
+        console.error(e);
+    }
+    rapidjson::StringBuffer buffer;
+    Writer writer(buffer);
+    writer.StartObject();
+    writer.Key("id");
+    const bool hasId = !request.HasParseError() && request.IsObject() && request.HasMember("id");
+    hasId ? request["id"].Accept(writer) : writer.Null();
+    writer.Key("code");
+    writer.Int(code);
+    writer.Key("answer");
+    writeCompact(writer, out.str());
+    if (!err.str().empty()) {
+        writer.Key("error");
+        writeCompact(writer, err.str());
+    }
+    writer.EndObject();
+    return buffer.GetString();
+}
+
+} // namespace
+
+int reportHeapServer(Console& console, const Arguments& arguments) {
+    heapArguments(arguments, 0, 0, "no arguments");
+    const HeapQuestions questions(console, arguments);
+    std::string line;
+    while (!isInterrupted() && std::getline(std::cin, line)) {
+        if (line.find_first_not_of(" \t\r") != std::string::npos) {
+            console.out << answerTo(line, questions) << "\n";
+            console.out.flush();
+        }
+    }
+    return 0;
+}
+
+} // namespace vdk
