@@ -142,6 +142,14 @@ void AgentClient::startCpuProfiling(int64_t mode, const std::optional<std::strin
     Request(endpoint, timeoutMs, mode & CPU_COUNTS_BIT ? LongTimeoutMs : timeoutMs, packet);
 }
 
+void AgentClient::startSampling(const std::string& sampler, int64_t mode,
+                                const std::optional<std::string>& filters,
+                                const std::optional<std::string>& wallTimes) {
+    PacketWriter packet(PACKET_START_SAMPLING_REQ);
+    packet.writeString(sampler).writeLong(mode).writeString(filters).writeString(wallTimes);
+    Request(endpoint, timeoutMs, timeoutMs, packet);
+}
+
 void AgentClient::startWallSampling(const std::optional<std::string>& filters,
                                     const std::optional<std::string>& threads) {
     PacketWriter packet(PACKET_START_WALL_SAMPLING_REQ);

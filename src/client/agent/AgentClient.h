@@ -56,6 +56,10 @@ public:
     // Filter and wall-time texts; nothing leaves them to the agent's own files.
     void startCpuProfiling(int64_t mode, const std::optional<std::string>& filters,
                            const std::optional<std::string>& wallTimes);
+    // The same, sampled by the one of this name, or refused.
+    void startSampling(const std::string& sampler, int64_t mode,
+                       const std::optional<std::string>& filters,
+                       const std::optional<std::string>& wallTimes);
     // Of elapsed time; nothing takes all threads.
     void startWallSampling(const std::optional<std::string>& filters,
                            const std::optional<std::string>& threads);

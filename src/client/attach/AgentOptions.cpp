@@ -132,6 +132,7 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
     add(!choices.attach && !choices.exceptions, "noexceptionevents");
     add(!choices.attach && !choices.locals, "nolocals");
     add(!choices.attach, "latetelemetry");
+    add(true, "noidlestacks");
     add(!choices.generations, "nostartgeneration");
     add(!choices.oomDump, "disableoomedumper");
     add(!choices.eager, "ondemand");
@@ -141,7 +142,7 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
     add(!given("sampler="), "sampler=signal");
     add(!choices.attach && !choices.requireAgent, "optional");
     add(choices.noSnapshot, "noexitsnapshot");
-    add(!choices.attach && !choices.noSnapshot, "tellsnapshot");
+    add(!choices.attach && !choices.noSnapshot && choices.tellSnapshot, "tellsnapshot");
     if (!choices.exitSnapshot.empty()) {
         all.push_back("exitsnapshot=" + quoteOptionValue(choices.exitSnapshot));
     }
@@ -178,8 +179,11 @@ static void checkTriggerFile(const std::string& file, const std::vector<std::str
     }
 }
 
-void checkAgentOptions(const std::vector<std::string>& arguments, bool attach) {
+void checkAgentOptions(const std::vector<std::string>& arguments, bool attach, bool eager) {
     std::vector<std::string> checked;
+    if (!eager) {
+        checked.emplace_back("ondemand"); // goes with what the client adds
+    }
     for (const std::string& argument : arguments) {
         for (const std::string& option : split(argument, ',')) {
             if (!option.empty() && !startsWith(option, "optionsfile=")) {

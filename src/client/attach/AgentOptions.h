@@ -22,6 +22,7 @@ struct AgentOptionChoices {
     bool noRedact = false;     // let probes record values in SQL and URLs
     bool eager = false;        // calls go into classes as these load
     bool noSnapshot = false;   // leave no snapshot behind at the end
+    bool tellSnapshot = true;  // say where it is
     std::string exitSnapshot;  // file of the snapshot at the end; "" is the usual place
     std::string tmpDir;        // private folder, as the target sees it; "" adds none
     std::vector<std::string> only; // class patterns; tracing rewrites no other class
@@ -41,7 +42,8 @@ std::string givenOption(const std::vector<std::string>& arguments, const std::st
 // Throws ClientError (Usage, "agent.options") if the agent would not accept the user's options, and
 // at a start "input.open" for a file they name that cannot be read; Refused "triggers.text" for bad
 // triggers. Files of an attach are the target's and are not looked at.
-void checkAgentOptions(const std::vector<std::string>& arguments, bool attach);
+// eager: the client does not add `ondemand`.
+void checkAgentOptions(const std::vector<std::string>& arguments, bool attach, bool eager);
 
 // The value in a form that survives the splitting at commas: as it is where possible, else
 // "VDKQUOTED" and the bytes in hexadecimal.

@@ -30,7 +30,8 @@ namespace {
 
 const char* const StartLineHint = "start the program with the agent instead: `vdk run -- java ...`";
 
-// Major Java release of a version text ("1.8.0_292", "17.0.15", "25"); 0 if there is none.
+} // namespace
+
 int javaMajor(const std::string& version) {
     std::vector<std::string> parts = split(version, '.');
     size_t index = parts[0] == "1" && parts.size() > 1 ? 1 : 0;
@@ -38,8 +39,6 @@ int javaMajor(const std::string& version) {
     auto number = parseNumber(digits, 1, 1000);
     return number ? static_cast<int>(*number) : 0;
 }
-
-} // namespace
 
 Attacher::Attacher(const ProcFs& processes, const Jvm& jvm, int timeoutMs)
     : processes(processes), jvm(jvm), timeoutMs(timeoutMs) {

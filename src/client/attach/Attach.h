@@ -17,6 +17,9 @@
 
 namespace vdk {
 
+// Major Java release of a version text ("1.8.0_292", "17.0.15", "25"); 0 if there is none.
+int javaMajor(const std::string& version);
+
 class Attacher {
 public:
     // Throws ClientError AttachRefused when the JVM cannot be attached to for certain:

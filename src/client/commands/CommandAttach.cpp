@@ -62,7 +62,7 @@ std::string passOptions(Attacher& attacher, AttachFiles& files, const std::strin
 
 void load(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
     const std::vector<std::string>& given = arguments.all("OPTION");
-    checkAgentOptions(given, true);
+    checkAgentOptions(given, true, arguments.has("--eager"));
     Attacher attacher(machine.processes, jvm, int(arguments.durationMs("--timeout", 10000)));
     checkTargetLibc(machine.processes, jvm.pid);
     char folder[4096];

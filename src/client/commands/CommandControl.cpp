@@ -7,6 +7,7 @@
 #include "client/console/OutputFile.h"
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
+#include "client/profile/Report.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -51,6 +52,25 @@ const char* cpuMode(int64_t status) {
 // How this process counts exceptions, once it is asked to.
 const char* exceptionRoad(const AgentInfo& info) {
     return info.capabilities & protocol::NO_EXCEPTION_EVENTS_BIT ? "calls" : "events";
+}
+
+// What sampling tells of itself while it is on. The stacks are left to reports.
+Profile samplingOf(LiveAgent& agent) {
+    if (cpuMode(agent.status) != std::string("sampling")) {
+        return {};
+    }
+    TableFetcher fetcher(agent.client);
+    fetcher.follow(SampledCpuTable);
+    fetcher.fetch(1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Property);
+    return makeProfile(fetcher.database());
+}
+
+void printSampling(Console& console, const Profile& sampling) {
+    if (!samplerName(sampling).empty()) {
+        const std::string sampled = sampledText(sampling.sampledCpu());
+        console.out << "sampler    " << printable(samplerText(sampling))
+                    << (sampled.empty() ? "" : ", " + sampled) << "\n";
+    }
 }
 
 std::string exceptionRoadText(const AgentInfo& info) {
@@ -102,11 +122,16 @@ struct CpuSpecs {
     bool isWall = false;
     std::optional<std::string> threads; // of wall times
     std::vector<std::string> only;
+    std::string sampler; // empty for that of the agent's options
 };
 
 CpuSpecs readSpecs(const Arguments& arguments) {
-    CpuSpecs specs = {readSpec(arguments, "--filter-file"), readSpec(arguments, "--wall-time-file"),
-                      arguments.has("--wall"), std::nullopt, arguments.all("--only")};
+    CpuSpecs specs = {readSpec(arguments, "--filter-file"),
+                      readSpec(arguments, "--wall-time-file"),
+                      arguments.has("--wall"),
+                      std::nullopt,
+                      arguments.all("--only"),
+                      arguments.has("--sampler") ? arguments.text("--sampler") : ""};
     if (arguments.has("--thread")) {
         specs.threads = arguments.text("--thread");
     }
@@ -114,6 +139,11 @@ CpuSpecs readSpecs(const Arguments& arguments) {
         throw ClientError(ExitCode::Usage, "usage",
                           "--wall measures all methods in wall time, and goes with neither "
                           "--wall-time-file nor --j2ee");
+    }
+    if (specs.isWall && specs.sampler == "signal") {
+        throw ClientError(ExitCode::Usage, "usage",
+                          "--wall is of threads that wait, too, which signals on CPU clocks do "
+                          "not meet: --sampler signal does not go with it");
     }
     if (specs.threads && !specs.isWall) {
         throw ClientError(ExitCode::Usage, "usage",
@@ -139,6 +169,8 @@ Prepared startCpu(Console& console, LiveAgent& agent, const std::string& target,
     try {
         if (specs.isWall) {
             agent.client.startWallSampling(specs.filters, specs.threads);
+        } else if (!specs.sampler.empty()) {
+            agent.client.startSampling(specs.sampler, mode.mode, specs.filters, specs.wallTimes);
         } else {
             agent.client.startCpuProfiling(mode.mode, specs.filters, specs.wallTimes);
         }
@@ -193,6 +225,7 @@ int runStatus(Console& console, const Arguments& arguments) {
     able.push_back("monitors");
     able.push_back("exceptions");
     const bool attached = (info.capabilities & protocol::ATTACHED_BIT) != 0;
+    const Profile sampling = samplingOf(agent);
     if (console.json) {
         JsonDocument json(console, "vdk.status/1");
         json.field("pid", info.pid);
@@ -200,6 +233,8 @@ int runStatus(Console& console, const Arguments& arguments) {
         json.field("protocolVersion", info.protocolVersion);
         json.field("port", agent.client.address().port).field("cpu", cpuMode(agent.status));
         json.field("status", agent.status);
+        writeSampler(json, sampling);
+        writeSampled(json, sampling.sampledCpu());
         writeNames(json, "active", active);
         json.field("capabilities", info.capabilities);
         writeNames(json, "capabilityNames", able);
@@ -215,8 +250,9 @@ int runStatus(Console& console, const Arguments& arguments) {
                 << agent.client.address().text() << "\n"
                 << "loaded     " << (attached ? "into the running JVM" : "at the JVM's start")
                 << "\n"
-                << "cpu        " << cpuMode(agent.status) << "\n"
-                << "active     " << (active.empty() ? "-" : join(active, ", ")) << "\n"
+                << "cpu        " << cpuMode(agent.status) << "\n";
+    printSampling(console, sampling);
+    console.out << "active     " << (active.empty() ? "-" : join(active, ", ")) << "\n"
                 << "able to    " << (able.empty() ? "-" : join(able, ", ")) << "\n"
                 << "exceptions " << exceptionRoadText(info) << "\n"
                 << "snapshots  " << printable(info.snapshotDirectory) << "\n";

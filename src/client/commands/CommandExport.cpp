@@ -1,65 +1,89 @@
 #include "client/commands/Commands.h"
+#include "client/commands/DataFile.h"
 #include "client/commands/SelectionArguments.h"
-#include "client/commands/Sources.h"
-#include "client/console/OutputFile.h"
 #include "client/console/Text.h"
-#include "client/profile/Export.h"
+#include "client/profile/Report.h"
 
 namespace vdk {
 
+namespace {
+
 // Browsers fail on larger files.
-static const std::streamoff SpeedscopeWarnBytes = 200 << 20;
+const int64_t SpeedscopeWarnBytes = 200 << 20;
+
+// What the options name, or else the end of the file's name.
+Form chosenForm(const Arguments& arguments, const std::string& path) {
+    std::vector<Form> named;
+    if (arguments.has("--collapsed")) {
+        named.push_back(Form::Collapsed);
+    }
+    if (arguments.has("--speedscope")) {
+        named.push_back(Form::Speedscope);
+    }
+    if (arguments.has("--format")) {
+        named.push_back(*formOfName(arguments.text("--format")));
+    }
+    if (named.empty()) {
+        const std::optional<Form> form = formOf(path);
+        if (form && form != Form::Snapshot && form != Form::Json) {
+            named.push_back(*form);
+        }
+    }
+    if (named.size() != 1) {
+        throw ClientError(ExitCode::Usage, "usage",
+                          "name one form: --format html, collapsed, speedscope or pprof, or an "
+                          "--out file that ends in .html, .collapsed, .speedscope.json or .pb.gz");
+    }
+    return named.front();
+}
+
+bool isOfCpuOnly(Form form) {
+    return form == Form::Collapsed || form == Form::Speedscope;
+}
+
+} // namespace
 
 int runExport(Console& console, const Arguments& arguments) {
-    std::string path = arguments.text("--out", "-");
-    bool speedscope = arguments.has("--speedscope");
-    bool collapsed = arguments.has("--collapsed");
-    if (!speedscope && !collapsed) {
-        speedscope = endsWith(path, ".speedscope.json");
-        collapsed = endsWith(path, ".collapsed") || endsWith(path, ".folded");
+    const std::string path = arguments.text("--out", "-");
+    const Form form = chosenForm(arguments, path);
+    if (console.json && path == "-") {
+        throw ClientError(ExitCode::Usage, "usage", "--json and --out - both want standard output");
     }
-    if (speedscope == collapsed) {
-        throw ClientError(ExitCode::Usage, "usage",
-                          "name one form: --collapsed or --speedscope, or an --out file that ends "
-                          "in .collapsed or .speedscope.json");
-    }
-    DataSource source = openData(arguments.text("SOURCE"), arguments, CpuTables);
+    const int others = AllocationTables | MonitorTables | ExceptionTables;
+    DataSource source = openData(arguments.text("SOURCE"), arguments,
+                                 isOfCpuOnly(form) ? CpuTables : CpuTables | others);
     Profile profile = makeProfile(source.database());
-    if (profile.total() == 0) {
+    select(profile, selectionOf(arguments));
+    if (isOfCpuOnly(form) && profile.total() == 0) {
         console.note("no CPU data: sampling was off");
     }
-    const Selection selection = selectionOf(arguments);
-    noteUnmatched(console, StackSelector(profile, selection).findUnmatched());
-    select(profile, selection);
-    ExportChoices choices;
+    FormChoices choices;
+    choices.selection = selectionOf(arguments);
     choices.filters = arguments.text("--filters") == "on";
     choices.byThread = arguments.has("--by-thread");
     choices.signatures = arguments.has("--signatures");
     choices.rawNames = arguments.has("--raw-names");
-    std::string unit = arguments.text("--unit", "us");
+    const std::string unit = arguments.text("--unit", "us");
     choices.unitNs = unit == "ns" ? 1 : unit == "us" ? 1000 : 1000000;
-    choices.name = source.session;
-    if (console.json && path == "-") {
-        throw ClientError(ExitCode::Usage, "usage", "--json and --out - both want standard output");
+    const WrittenForm written = writeForm(console, source, form, path, choices);
+    noteUnmatched(console, written.unmatched);
+    const std::string sampling = samplingText(profile, profile.sampledCpu());
+    if (!sampling.empty()) {
+        console.note(printable(sampling));
     }
-    OutputFile file(path);
-    if (speedscope) {
-        writeSpeedscope(file.stream(), profile, choices);
-    } else {
-        writeCollapsed(file.stream(), profile, choices);
-    }
-    std::streamoff size = file.size();
-    file.commit();
     if (console.json) {
         JsonDocument json(console, "vdk.export/1");
         json.field("source", source.name);
         json.field("session", source.session).field("file", path);
-        json.field("form", speedscope ? "speedscope" : "collapsed");
-        json.field("totalNs", profile.total()).field("bytes", int64_t(size));
+        json.field("form", formName(form));
+        json.field("totalNs", profile.total()).field("bytes", written.bytes);
+        writeSampler(json, profile);
+        writeSampled(json, profile.sampledCpu());
+        json.field("notWalkableNs", profile.notWalkableNs);
         json.end();
     }
-    if (speedscope && size > SpeedscopeWarnBytes) {
-        console.warn("the file has " + formatBytes(size) +
+    if (form == Form::Speedscope && written.bytes > SpeedscopeWarnBytes) {
+        console.warn("the file has " + formatBytes(written.bytes) +
                      "; browsers may fail to open it: --filters on makes it smaller");
     }
     return 0;

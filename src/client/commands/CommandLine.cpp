@@ -224,6 +224,13 @@ bool wantsHelp(const Command& command, const std::vector<std::string>& words, Co
     return false;
 }
 
+// A command that takes targets as well may go without one.
+bool needsProgram(const Command& command) {
+    return command.takesProgram &&
+           std::none_of(command.options.begin(), command.options.end(),
+                        [](const OptionSpec& option) { return option.kind == ValueKind::Target; });
+}
+
 void checkRequired(const Command& command, const Arguments& arguments) {
     for (const OptionSpec& option : command.options) {
         if (option.required && !arguments.has(option.name)) {
@@ -235,7 +242,7 @@ void checkRequired(const Command& command, const Arguments& arguments) {
         failUsage("'" + printable(rest->second.front()) + "' is one argument too many",
                   command.name);
     }
-    if (command.takesProgram && arguments.command.empty() && !arguments.has("--print-option")) {
+    if (needsProgram(command) && arguments.command.empty() && !arguments.has("--print-option")) {
         failUsage("no program to run: " + usageLine(command), command.name);
     }
 }
@@ -254,7 +261,7 @@ void checkSeparator(const Command& command, const std::vector<std::string>& word
     auto has = [&](const char* word) {
         return std::find(words.begin(), words.end(), word) != words.end();
     };
-    if (!command.takesProgram || has("--") || has("--print-option")) {
+    if (!needsProgram(command) || has("--") || has("--print-option")) {
         return;
     }
     throw ClientError(ExitCode::Usage, "usage", "no program to run: there is no `--`",
@@ -344,7 +351,10 @@ std::string usageLine(const Command& command) {
         line += option.required ? " " + name : " [" + name + "]";
     }
     line += " [options]";
-    return line + (command.takesProgram ? " -- program ..." : "");
+    if (!command.takesProgram) {
+        return line;
+    }
+    return line + (needsProgram(command) ? " -- program ..." : " [-- program ...]");
 }
 
 std::string optionHead(const OptionSpec& option) {

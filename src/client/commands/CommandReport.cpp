@@ -1,4 +1,5 @@
 #include "client/commands/Commands.h"
+#include "client/commands/DataFile.h"
 #include "client/commands/SelectionArguments.h"
 #include "client/commands/Sources.h"
 #include "client/commands/WhyEmpty.h"
@@ -284,23 +285,32 @@ void noteWhatIsEmpty(Console& console, const DataSource& source, const ReportDat
 
 } // namespace
 
-int runReport(Console& console, const Arguments& arguments) {
+static void report(Console& console, DataSource& source, const Arguments& arguments) {
     const ReportChoices choices = choicesOf(arguments);
-    DataSource source = openData(arguments.text("SOURCE"), arguments,
-                                 CpuTables | AllocationTables | MonitorTables | ExceptionTables);
     if (choices.by != Grouping::None) {
         reportGroups(console, source, arguments, choices);
-        return 0;
+        return;
     }
     ReportData data = readData(source.database(), choices, !arguments.has("--raw-names"));
     noteWhatIsEmpty(console, source, data, choices);
     choose(console, data, arguments);
     if (console.json) {
         writeJson(console, source, data, choices);
-        return 0;
+        return;
     }
     noteSource(console, source);
     printText(console, data, choices);
+}
+
+void writeReportDocument(Console& console, DataSource& source, const Arguments& arguments) {
+    report(console, source, arguments);
+}
+
+int runReport(Console& console, const Arguments& arguments) {
+    choicesOf(arguments); // faults of the command line come first
+    DataSource source = openData(arguments.text("SOURCE"), arguments,
+                                 CpuTables | AllocationTables | MonitorTables | ExceptionTables);
+    report(console, source, arguments);
     return 0;
 }
 

@@ -1,14 +1,12 @@
 #include "client/attach/AgentLibraryFile.h"
 #include "client/attach/AgentOptions.h"
+#include "client/attach/Launch.h"
 #include "client/commands/Commands.h"
 #include "client/console/Errors.h"
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <unistd.h>
@@ -16,39 +14,6 @@
 namespace vdk {
 
 namespace {
-
-const char ToolOptions[] = "JAVA_TOOL_OPTIONS";
-
-// How the program takes an option for its JVM: java as it is, the tools of a JDK behind -J. For any
-// other the environment tells the JVMs that it starts, and nothing comes back.
-std::optional<std::string> launcherPrefix(const std::string& program) {
-    std::string name = program.substr(program.rfind('/') + 1);
-    if (name == "java") {
-        return "";
-    }
-    static const char* const tools[] = {"javac", "javadoc", "jar",   "jshell",  "jlink",
-                                        "jmod",  "javap",   "jdeps", "keytool", "jarsigner"};
-    for (const char* tool : tools) {
-        if (name == tool) {
-            return "-J";
-        }
-    }
-    return std::nullopt;
-}
-
-std::string absoluteName(const std::string& path) {
-    char folder[PATH_MAX];
-    return path[0] == '/' || !getcwd(folder, sizeof(folder)) ? path
-                                                             : std::string(folder) + "/" + path;
-}
-
-// The value for JAVA_TOOL_OPTIONS: behind what stands there, in quotes where the JVM would split.
-std::string toolOptions(const std::string& option) {
-    const char* present = getenv(ToolOptions);
-    std::string word =
-        option.find_first_of(" \t'") == std::string::npos ? option : "\"" + option + "\"";
-    return (present && *present ? std::string(present) + " " : "") + word;
-}
 
 // The agent's option for the JVM's command line; nothing when the agent can't be prepared and the
 // program shall run all the same.
@@ -78,7 +43,7 @@ std::optional<std::string> agentOption(Console& console, const Arguments& argume
                                                  : "the name for --out must end in .snapshot");
         }
     }
-    checkAgentOptions(arguments.all("OPTION"), false);
+    checkAgentOptions(arguments.all("OPTION"), false, choices.eager);
     try {
         if (givenOption(arguments.all("OPTION"), "tmpdir=").empty()) {
             choices.tmpDir = ownPrivateDirectory();
@@ -95,24 +60,6 @@ std::optional<std::string> agentOption(Console& console, const Arguments& argume
     return "-agentpath:" + library + "=" + options;
 }
 
-// What is run, and with which environment.
-struct Launch {
-    std::vector<std::string> command;
-    std::string environment; // value of JAVA_TOOL_OPTIONS, if it is to be set
-};
-
-Launch makeLaunch(const std::vector<std::string>& command, const std::string& option) {
-    Launch launch{command, ""};
-    std::optional<std::string> prefix =
-        command.empty() ? std::nullopt : launcherPrefix(command.front());
-    if (prefix) {
-        launch.command.insert(launch.command.begin() + 1, *prefix + option);
-    } else {
-        launch.environment = toolOptions(option);
-    }
-    return launch;
-}
-
 void print(Console& console, const Launch& launch, const std::string& option) {
     if (console.json) {
         JsonDocument json(console, "vdk.run/1");
@@ -122,7 +69,7 @@ void print(Console& console, const Launch& launch, const std::string& option) {
         }
         json.endArray().key("environment").beginObject();
         if (!launch.environment.empty()) {
-            json.field(ToolOptions, launch.environment);
+            json.field(ToolOptionsVariable, launch.environment);
         }
         json.endObject();
         json.end();
@@ -130,7 +77,7 @@ void print(Console& console, const Launch& launch, const std::string& option) {
     }
     std::vector<std::string> words;
     if (!launch.environment.empty()) {
-        words.push_back(std::string(ToolOptions) + "=" + shellWord(launch.environment));
+        words.push_back(std::string(ToolOptionsVariable) + "=" + shellWord(launch.environment));
     }
     for (const std::string& word : launch.command) {
         words.push_back(shellWord(word));
@@ -161,17 +108,9 @@ int runRun(Console& console, const Arguments& arguments) {
         // The agent never writes over a file: what is there now is from a run before.
         unlink(arguments.text("--out").c_str());
     }
-    if (!launch.environment.empty()) {
-        setenv(ToolOptions, launch.environment.c_str(), 1);
-    }
-    std::vector<char*> pointers;
-    for (std::string& word : launch.command) {
-        pointers.push_back(word.data());
-    }
-    pointers.push_back(nullptr);
     console.out.flush();
     restoreSignalHandlers();
-    execvp(pointers[0], pointers.data());
+    execute(launch);
     throw ClientError(ExitCode::CannotRun, "run.exec",
                       "cannot run " + launch.command.front() + ": " + strerror(errno));
 }

@@ -9,7 +9,9 @@ namespace vdk {
 int runList(Console& console, const Arguments& arguments);
 int runRun(Console& console, const Arguments& arguments);
 int runAttach(Console& console, const Arguments& arguments);
+int runDoctor(Console& console, const Arguments& arguments);
 int runStatus(Console& console, const Arguments& arguments);
+int runRecord(Console& console, const Arguments& arguments);
 int runSample(Console& console, const Arguments& arguments);
 int runTrace(Console& console, const Arguments& arguments);
 int runAlloc(Console& console, const Arguments& arguments);
@@ -38,6 +40,7 @@ int runSql(Console& console, const Arguments& arguments);
 int runRequests(Console& console, const Arguments& arguments);
 int runFiles(Console& console, const Arguments& arguments);
 int runSockets(Console& console, const Arguments& arguments);
+int runDiff(Console& console, const Arguments& arguments);
 int runExport(Console& console, const Arguments& arguments);
 int runHeap(Console& console, const Arguments& arguments);
 int runHeapLive(Console& console, const Arguments& arguments);

@@ -88,7 +88,7 @@ DataSource openData(const std::string& fileOrTarget, const Arguments& arguments,
 // Tables that CPU reports read.
 constexpr int CpuTables = 1 << SLOT_String | 1 << SLOT_Thread | 1 << SLOT_Method |
                           1 << SLOT_ThreadFrame | 1 << SLOT_CPUProfiling | 1 << SLOT_Frame |
-                          1 << SLOT_TableGeneration | 1 << SLOT_J2EE;
+                          1 << SLOT_TableGeneration | 1 << SLOT_J2EE | 1 << SLOT_Property;
 // Beside those of CPU reports, for their stacks and threads.
 constexpr int AllocationTables = 1 << SLOT_AllocInfo | 1 << SLOT_Property;
 constexpr int MonitorTables = 1 << SLOT_Monitor | 1 << SLOT_Property;

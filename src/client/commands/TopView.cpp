@@ -221,7 +221,7 @@ std::vector<std::string> TopView::headOf(const Moment& now) {
         (choices.cpu ? formatNs(whole) + " CPU" : std::string("CPU not sampled")) + " in " +
             formatNs(int64_t(seconds * 1e9))};
     if (sampled.isKnown()) {
-        parts.push_back(sampledText(sampled));
+        parts.push_back(samplingText(now.profile, sampled));
     }
     if (now.heapUsedBytes >= 0) {
         parts.push_back("heap " + formatBytes(now.heapUsedBytes));
@@ -368,6 +368,7 @@ void TopView::writeJson(const Moment& now) {
     json.field("session", agent.info.sessionName);
     json.field("intervalNs", int64_t(seconds * 1e9)).field("totalNs", whole);
     writeSampled(json, sampled);
+    writeSampler(json, now.profile);
     if (now.heapUsedBytes >= 0) {
         json.field("heapUsedBytes", now.heapUsedBytes).field("liveThreads", now.liveThreads);
     }

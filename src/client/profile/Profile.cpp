@@ -86,6 +86,8 @@ SampledCpu Profile::sampledCpu() const {
 namespace {
 
 const char SamplerProperty[] = "vdk.sampling.sampler";
+const char LostSamplesProperty[] = "vdk.sampling.lost";
+const char RefusedTimersProperty[] = "vdk.sampling.refused.timers";
 const char NotWalkable[] = "[not walkable]";
 const char SamplingIntervalProperty[] = "vdk.allocation.sampling.interval.bytes";
 
@@ -290,8 +292,13 @@ private:
 
     void readSampler() {
         eachLive(db.propertyTable, [&](int, const PropertyRecord& record) {
-            if (text(record.nameStrID) == SamplerProperty) {
+            const std::string name = text(record.nameStrID);
+            if (name == SamplerProperty) {
                 profile.sampler = text(record.value);
+            } else if (name == LostSamplesProperty) {
+                profile.lostSamples = record.value;
+            } else if (name == RefusedTimersProperty) {
+                profile.threadsWithoutTimer = record.value;
             }
         });
         std::vector<bool> isLost(profile.frames.size());

@@ -93,9 +93,12 @@ struct Profile {
     bool hasCounts = false;
     bool isOfCallers = false; // stacks go from methods to their callers
     const Measure* measure = &CpuTime;
-    // What the agent tells of its sampler: "signal", "walk: " and why signals were not possible;
-    // empty where nobody asked for another than the stack walker.
+    // What the agent tells of its sampler: "signal", "elapsed", "walk", or "walk: " and why signals
+    // were not possible; empty where nobody asked for another than the stack walker.
     std::string sampler;
+    // Of sampling by signals.
+    int lostSamples = 0;
+    int threadsWithoutTimer = 0;
     int64_t notWalkableNs = 0;    // charged to threads whose stacks could not be walked
     int64_t samplingInterval = 0; // bytes; of allocations that are estimated from samples
 

@@ -34,11 +34,48 @@ std::string walkReason(const Profile& profile) {
 
 std::string samplerText(const Profile& profile) {
     if (profile.sampler == "signal") {
-        return "by signals, " + formatPercent(percentOf(profile.notWalkableNs, profile.total())) +
-               "% not walkable";
+        return "by signals";
+    }
+    if (profile.sampler == "elapsed") {
+        return "of elapsed time, by the stack walker";
     }
     const std::string reason = walkReason(profile);
-    return reason.empty() ? "" : "by the stack walker, as signals are not possible: " + reason;
+    return reason.empty() ? "by the stack walker"
+                          : "by the stack walker, as signals are not possible: " + reason;
+}
+
+std::string samplerName(const Profile& profile) {
+    if (profile.sampler.empty()) {
+        return profile.sampledCpu().isKnown() ? "walk" : "";
+    }
+    return profile.sampler.substr(0, profile.sampler.find(':'));
+}
+
+std::string samplingText(const Profile& profile, const SampledCpu& cpu) {
+    if (!cpu.isKnown()) {
+        return "";
+    }
+    std::string text = sampledText(cpu) + "; " + samplerText(profile);
+    if (profile.sampler == "signal" || profile.notWalkableNs > 0) {
+        text += ", " + formatPercent(percentOf(profile.notWalkableNs, profile.total())) +
+                "% not walkable";
+    }
+    if (profile.lostSamples > 0) {
+        text += ", samples lost: " + formatCount(profile.lostSamples);
+    }
+    if (profile.threadsWithoutTimer > 0) {
+        text += ", threads without a timer: " + formatCount(profile.threadsWithoutTimer);
+    }
+    return text;
+}
+
+void writeSampler(JsonWriter& json, const Profile& profile) {
+    const std::string name = samplerName(profile);
+    json.key("sampler");
+    name.empty() ? json.nullValue() : json.value(name);
+    json.field("samplerReason", walkReason(profile));
+    json.field("lostSamples", profile.lostSamples);
+    json.field("threadsWithoutTimer", profile.threadsWithoutTimer);
 }
 
 void writeSampled(JsonWriter& json, const SampledCpu& cpu) {
@@ -314,10 +351,9 @@ void writeEstimate(JsonWriter& json, const Profile& profile) {
 }
 
 void printReport(Console& console, const Profile& profile, const ReportChoices& choices) {
-    const std::string sampled = sampledText(profile.sampledCpu());
+    const std::string sampled = samplingText(profile, profile.sampledCpu());
     if (!sampled.empty()) {
-        const std::string sampler = printable(samplerText(profile));
-        console.out << "In all " << sampled << (sampler.empty() ? "" : "; " + sampler) << "\n\n";
+        console.out << "In all " << printable(sampled) << "\n\n";
     }
     printEstimate(console, profile);
     if (!choices.byThread) {
@@ -351,10 +387,7 @@ void writeReport(JsonWriter& json, const Profile& profile, const ReportChoices& 
         writeEstimate(json, profile);
     } else {
         writeSampled(json, profile.sampledCpu());
-        json.key("sampler");
-        profile.sampler.empty() ? json.nullValue()
-                                : json.value(profile.sampler == "signal" ? "signal" : "walk");
-        json.field("samplerReason", walkReason(profile));
+        writeSampler(json, profile);
         json.field("notWalkableNs", profile.notWalkableNs);
     }
     if (!choices.byThread) {

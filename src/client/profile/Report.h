@@ -53,11 +53,17 @@ void writeReport(JsonWriter& json, const Profile& profile, const ReportChoices& 
 // The first frame from this one outwards whose method is shown, 0 without one.
 int shownFrame(const Profile& profile, int frame);
 
-// How it was sampled, where the agent tells: by signals with the share of stacks that could not be
-// walked, or why not so. Empty otherwise.
+// Who sampled, and why not by signals where these were wanted.
 std::string samplerText(const Profile& profile);
+// The name of who sampled in JSON; empty without CPU times that were sampled.
+std::string samplerName(const Profile& profile);
+// How much of the CPU time samples saw, who sampled, and what was lost. Empty where it is not
+// known.
+std::string samplingText(const Profile& profile, const SampledCpu& cpu);
 // "sampled 2.00 s of 6.90 s CPU"; empty where it is not known.
 std::string sampledText(const SampledCpu& cpu);
+// The fields sampler, samplerReason, lostSamples and threadsWithoutTimer.
+void writeSampler(JsonWriter& json, const Profile& profile);
 // The fields sampledCpuNs and usedCpuNs, null where they are not known.
 void writeSampled(JsonWriter& json, const SampledCpu& cpu);
 

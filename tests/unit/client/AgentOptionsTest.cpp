@@ -18,12 +18,14 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         c.attach = true;
         c.workingDir = "/home/me";
     };
-    const std::string runHead = "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
-                                "noexceptionevents,nolocals,latetelemetry,nostartgeneration,";
+    const std::string runHead =
+        "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
+        "noexceptionevents,nolocals,latetelemetry,noidlestacks,nostartgeneration,";
     const std::string tail = "disableoomedumper,ondemand,sampler=signal,optional,tellsnapshot,";
     const std::string tmp = "tmpdir=/run/vdk-1";
-    const std::string attachHead = "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
-                                   "nostartgeneration,disableoomedumper,ondemand,sampler=signal,";
+    const std::string attachHead =
+        "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
+        "noidlestacks,nostartgeneration,disableoomedumper,ondemand,sampler=signal,";
     const struct {
         Choose choose;
         std::vector<std::string> arguments;
@@ -35,16 +37,19 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {run,
          {"tmpdir=/t,quiet"},
          "onlylocal,onlyuser,redact,builtinprobes=none,noexceptionevents,nolocals,latetelemetry,"
+         "noidlestacks,"
          "nostartgeneration," +
              tail + "tmpdir=/t,quiet"},
         {run,
          {"listen=10.0.0.1:5"},
          "onlyuser,quiet,redact,builtinprobes=none,noexceptionevents,nolocals,latetelemetry,"
+         "noidlestacks,"
          "nostartgeneration," +
              tail + tmp + ",listen=10.0.0.1:5"},
         {run,
          {"onlylocal", "noexceptionevents"},
-         "onlyuser,quiet,redact,builtinprobes=none,nolocals,latetelemetry,nostartgeneration," +
+         "onlyuser,quiet,redact,builtinprobes=none,nolocals,latetelemetry,noidlestacks,"
+         "nostartgeneration," +
              tail + tmp + ",onlylocal,noexceptionevents"},
         {[](AgentOptionChoices& c) {
              c.remote = c.exceptions = c.locals = c.generations = c.verbose = c.requireAgent =
@@ -52,7 +57,8 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
              c.eager = true;
          },
          {"sampling"},
-         "builtinprobes=none,latetelemetry,sampler=signal,tellsnapshot," + tmp + ",sampling"},
+         "builtinprobes=none,latetelemetry,noidlestacks,sampler=signal,tellsnapshot," + tmp +
+             ",sampling"},
         {[](AgentOptionChoices& c) {
              c.probes = "Servlets,Threads";
              c.workingDir = "/home/me";
@@ -60,16 +66,16 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
          {"probeclasspath=a.jar:/b.jar"},
          "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
          "probe=com.vandrik.probes.builtin.Servlets,probe=com.vandrik.probes.builtin.Threads,"
-         "noexceptionevents,nolocals,latetelemetry,nostartgeneration," +
+         "noexceptionevents,nolocals,latetelemetry,noidlestacks,nostartgeneration," +
              tail + tmp + ",probeclasspath=/home/me/a.jar:/b.jar"},
         {[](AgentOptionChoices& c) { c.probes = "all"; },
          {},
-         "onlylocal,onlyuser,quiet,redact,noexceptionevents,nolocals,latetelemetry,"
+         "onlylocal,onlyuser,quiet,redact,noexceptionevents,nolocals,latetelemetry,noidlestacks,"
          "nostartgeneration," +
              tail + tmp},
         {run,
          {"noprobe=Threads"},
-         "onlylocal,onlyuser,quiet,redact,noexceptionevents,nolocals,latetelemetry,"
+         "onlylocal,onlyuser,quiet,redact,noexceptionevents,nolocals,latetelemetry,noidlestacks,"
          "nostartgeneration," +
              tail + tmp + ",noprobe=Threads"},
         {[](AgentOptionChoices& c) { c.noSnapshot = true; },
@@ -89,13 +95,15 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {[](AgentOptionChoices& c) { c.allUsers = true; },
          {},
          "onlylocal,quiet,redact,builtinprobes=none,noexceptionevents,nolocals,latetelemetry,"
+         "noidlestacks,"
          "nostartgeneration," +
              tail + tmp},
         {attach, {}, attachHead + tmp},
         {attach, {"dir=snaps,filters=/abs"}, attachHead + tmp + ",dir=/home/me/snaps,filters=/abs"},
         {[](AgentOptionChoices& c) { c.attach = c.generations = true; },
          {},
-         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,disableoomedumper,ondemand,sampler="
+         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,noidlestacks,disableoomedumper,"
+         "ondemand,sampler="
          "signal," +
              tmp},
     };
@@ -106,9 +114,11 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         std::string options = composeAgentOptions(c.arguments, choices);
         EXPECT_EQ(options, c.expected);
         if (options.find("filters=") == std::string::npos) {
-            EXPECT_EQ(wordOf([&] { checkAgentOptions({options}, false); }), "") << options;
+            EXPECT_EQ(wordOf([&] { checkAgentOptions({options}, false, choices.eager); }), "")
+                << options;
         }
     }
+    EXPECT_EQ(wordOf([] { checkAgentOptions({"traceonly=B"}, false, true); }), "agent.options");
     EXPECT_EQ(wordOf([] { composeAgentOptions({"--port=5"}, {}); }), "usage");
     AgentOptionChoices unknown;
     unknown.probes = "Servlets,Nobody";
@@ -130,6 +140,7 @@ TEST(AgentOptions, whatTheAgentWouldRefuseOrIgnoreIsKnownAhead) {
         {"tracing,filters=/nonexistent/f", false, "input.open", ""},
         {"triggers=/nonexistent/t", false, "input.open", ""},
         {"sampling,port=10005", true, "", ""},
+        {"tracing,traceonly=com.shop.*;B", false, "", ""},
         {"filters=/only/in/the/target,tracing", true, "", ""},
         {"optionsfile=/only/in/the/target", true, "", ""},
         {"port=0", true, "agent.options", "'port' value is invalid"},
@@ -138,7 +149,8 @@ TEST(AgentOptions, whatTheAgentWouldRefuseOrIgnoreIsKnownAhead) {
     };
     for (const auto& c : cases) {
         std::string message;
-        EXPECT_EQ(wordOf([&] { checkAgentOptions({c.options}, c.elsewhere); }, &message), c.word)
+        EXPECT_EQ(wordOf([&] { checkAgentOptions({c.options}, c.elsewhere, false); }, &message),
+                  c.word)
             << c.options;
         EXPECT_NE(message.find(c.reason), std::string::npos) << message;
     }

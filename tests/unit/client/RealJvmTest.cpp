@@ -132,6 +132,10 @@ TEST_P(RealJvm, answersRequestsOfBothVersions) {
 TEST_P(RealJvm, withAttachDisabledIsLeftAlone) {
     auto program = start({"-XX:+DisableAttachMechanism"});
     Jvm jvm = find(program->pid);
+    if (hasPrograms()) {
+        const auto doctor = json("doctor", std::to_string(program->pid), "", 1);
+        EXPECT_EQ(doctor["checks"][0]["word"], "attach.disabled") << doctor;
+    }
     EXPECT_EQ(wordOf([&] { Attacher attacher(processes, jvm); }), "attach.disabled");
     EXPECT_EQ(program->finish(), 7);
     EXPECT_EQ(program->output, "ready\ndone\n");
@@ -272,6 +276,87 @@ TEST_P(RealJvm, scriptUnderRunKeepsWhatItsJvmsMeasured) {
     Result silent = run("cd " + dir.path + " && " + client +
                         " run sampling --no-snapshot -- ./script 2>&1 | grep -v 'Picked up'");
     EXPECT_EQ(silent.out.find("vdk"), std::string::npos) << silent.out;
+}
+
+// One command: what it switched on is off again, each file has its own time alone, and Ctrl-C and
+// the program's end still leave a file.
+TEST_P(RealJvm, recordingIsAFileAndLeavesNothingOn) {
+    if (!hasPrograms()) {
+        GTEST_SKIP() << "the agent was not built";
+    }
+    auto program = start({"-XX:+EnableDynamicAgentLoading"}, "busy");
+    const std::string pid = std::to_string(program->pid), file = dir.file("app.");
+    const auto record = [&](const std::string& options) {
+        return json("record", pid, options)["recordings"][0];
+    };
+    for (const char* place : {"before the agent", "with it"}) {
+        const auto doctor = json("doctor", pid, "");
+        EXPECT_EQ(doctor["good"], true) << place << doctor;
+        EXPECT_EQ(doctor.dump().find("\"possible\":false"), std::string::npos) << place << doctor;
+        EXPECT_EQ(vdk("attach", pid, "").code, 0);
+    }
+    const nlohmann::json first = record("--for 1s --sample --alloc --locks --out " + file + "html");
+    EXPECT_GT(first["sampledCpuNs"], 0);
+    EXPECT_EQ(first["hottest"][0]["name"], "Waiter.burn");
+    const nlohmann::json second = record("--for 1s --out " + file + "snapshot");
+    const nlohmann::json status = json("status", pid, "");
+    EXPECT_EQ(status["cpu"], "off");
+    EXPECT_EQ(status["active"].dump().find("allocations"), std::string::npos) << status;
+    const int64_t both = first["usedCpuNs"].get<int64_t>() + second["usedCpuNs"].get<int64_t>();
+    EXPECT_LE(both, json("report", pid, "")["usedCpuNs"].get<int64_t>()) << "no time is in both";
+    const Result report = run(client + " report " + file + "snapshot --json");
+    EXPECT_EQ(nlohmann::json::parse(report.out)["usedCpuNs"], second["usedCpuNs"]);
+
+    const std::string diff = client + " diff " + file + "snapshot " + file + "snapshot --json";
+    const Result same = run(diff + " --max-growth '*:0%' --out " + file + "diff.html");
+    EXPECT_EQ(same.code, 0) << same.out;
+    EXPECT_EQ(nlohmann::json::parse(same.out)["per"], "second");
+    EXPECT_EQ(nlohmann::json::parse(same.out)["kinds"][0]["now"], second["hottest"][0]["total"]);
+    EXPECT_EQ(run(diff + " --max-own 'Waiter:0%'").code, 1);
+
+    // Ctrl-C ends it early. The JVM tells when sampling is on.
+    const std::string inBackground = client + " record " + pid + Patient + "--for 1h --json --out ";
+    const std::string sampling = "until " + client + " status " + pid + Patient +
+                                 "| grep -q 'cpu .*sampling'; do sleep 0.1; done; ";
+    const Result interrupted =
+        run(inBackground + file + "collapsed & " + sampling + "kill -INT $!; wait $!");
+    EXPECT_EQ(interrupted.code, 0) << interrupted.out;
+    EXPECT_NE(TempDir::read(file + "collapsed").find("Waiter.main"), std::string::npos);
+    EXPECT_EQ(json("status", pid, "")["cpu"], "off");
+    EXPECT_EQ(json("record", pid, "--out " + file + "png", 2)["word"], "usage");
+
+    // The program ends while it is recorded.
+    run(inBackground + file + "pb.gz > " + dir.file("ended") + " & " + sampling);
+    EXPECT_EQ(program->finish(), 7);
+    EXPECT_EQ(program->output, "ready\ndone\n");
+    EXPECT_EQ(TempDir::read(dir.file("err")), "");
+    run("until grep -q '^}' " + dir.file("ended") + "; do sleep 0.1; done");
+    const auto ended = nlohmann::json::parse(TempDir::read(dir.file("ended")))["recordings"][0];
+    EXPECT_EQ(ended["ended"], true);
+    EXPECT_GT(ended["usedCpuNs"], 0);
+    EXPECT_EQ(TempDir::read(file + "pb.gz").substr(0, 2), "\x1f\x8b");
+}
+
+TEST_P(RealJvm, programIsRecordedFromItsStartToItsEnd) {
+    if (!hasPrograms()) {
+        GTEST_SKIP() << "the agent was not built";
+    }
+    std::vector<std::string> command = {
+        client, "record", "--wall", "--locks", "--out", dir.file("app.json"), "--"};
+    std::vector<std::string> program = java();
+    command.insert(command.end(), program.begin(), program.end());
+    JavaProcess process(command, dir.file("err"));
+    ASSERT_TRUE(process.waitFor("ready"));
+    run("until " + client + " list --json | grep -q Waiter; do sleep 0.1; done; sleep 0.5");
+    EXPECT_EQ(process.finish(), 7) << "the program's exit code";
+    EXPECT_EQ(process.output, "ready\ndone\n");
+    const std::string err = TempDir::read(dir.file("err"));
+    EXPECT_NE(err.find("until its end"), std::string::npos) << err;
+    EXPECT_NE(TempDir::read(dir.file("app.json")).find("Waiter.main"), std::string::npos);
+    const Result nothing =
+        run(client + " record --json --out " + dir.file("no.html") + " -- sh -c 'exit 3' 2>&1");
+    EXPECT_EQ(nothing.code, 5) << nothing.out;
+    EXPECT_NE(nothing.out.find("record.nothing"), std::string::npos) << nothing.out;
 }
 
 TEST_P(RealJvm, heapIsCountedAndWrittenWithoutTheAgent) {

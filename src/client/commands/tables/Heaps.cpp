@@ -1,6 +1,7 @@
 // The commands about heaps, live ones and files.
 #include "client/commands/Commands.h"
 #include "client/commands/tables/Tables.h"
+#include "client/heap/HeapReport.h"
 
 namespace vdk {
 
@@ -13,54 +14,64 @@ const std::vector<Command> Table = {
     {"heap",
      "show what holds the memory in a heap dump or snapshot",
      "FILE is a heap dump of a JVM (HPROF, also in gzip form) or a snapshot with a heap. REPORT "
-     "is\n"
-     "  summary             totals, roots, largest classes (default)\n"
-     "  histogram [CLASSES] objects, shallow and retained bytes of classes\n"
-     "  biggest             objects by retained bytes\n"
-     "  dominators [ID]     what an object (or nothing else) keeps alive, one level\n"
-     "  refs ID             what an object refers to\n"
-     "  referrers ID        what refers to an object\n"
-     "  path ID             shortest path from a root to an object\n"
-     "  retained NAME...    what objects, or all of some classes, retain together\n"
-     "  strings             texts that are there more than once\n"
-     "  arrays              empty and nearly empty arrays, by what holds them\n"
-     "  diff FILE2          changes by class from FILE to FILE2\n"
-     "  generations         objects by the mark behind their birth (snapshots only)\n"
-     "  sites [CLASSES]     objects by class and by what allocated them (snapshots only)\n"
-     "Marks are made by `vdk generation`: `sites --since MARK --held-by` tells what was made "
-     "since\n"
-     "one, is still alive, and is held by which older objects.\n"
-     "With --index the analysis is kept in a file and opening the heap again takes no computing.\n"
-     "`vdk heap live` and `vdk heap capture` ask a running JVM; a file of such a name is ./live.",
+     "is\n" +
+         heapReportHelp() +
+         "A condition is FIELD OP VALUE with OP one of = != < <= > >= ~ (text with *).\n"
+         "Marks are made by `vdk generation`: `sites --since MARK --held-by` tells what was made "
+         "since\n"
+         "one, is still alive, and is held by which older objects.\n"
+         "With --index the analysis is kept in a file and opening the heap again takes no "
+         "computing.\n"
+         "`vdk heap live` and `vdk heap capture` ask a running JVM; a file of such a name is "
+         "./live.",
      "vdk heap capture app.jar --out /tmp/app.hprof\n"
      "vdk heap /tmp/app.hprof --index /tmp/app.index\n"
      "vdk heap /tmp/app.hprof histogram 'java.util.*' --index /tmp/app.index\n"
      "vdk heap /tmp/app.hprof path 0x7f0a4c18\n"
      "vdk heap before.hprof diff after.hprof --json\n"
+     "vdk heap /tmp/app.hprof sql 'select name, count(*) from objects join classes using (class) "
+     "group by 1'\n"
      "vdk heap app.snapshot sites --since baseline --held-by",
      {{"FILE", ValueKind::File, "heap dump or snapshot", {}, true},
-      {"REPORT",
-       ValueKind::Choice,
-       "what to show",
-       {"summary", "histogram", "biggest", "dominators", "refs", "referrers", "path", "retained",
-        "strings", "arrays", "diff", "generations", "sites"}},
+      {"REPORT", ValueKind::Choice, "what to show", heapReportNames()},
       {"ARGUMENT", ValueKind::Text, "see the reports", {}, false, true},
       {"--top", ValueKind::Number, "lines to show"},
-      {"--sort", ValueKind::Choice, "order of classes", {"retained", "shallow", "count", "name"}},
+      {"--sort", ValueKind::Text,
+       "order: retained, shallow, count or name of classes; of objects also length or a field"},
+      {"--where", ValueKind::Text, "with objects: a condition, all of several", {}, false, true},
+      {"--subclasses", ValueKind::None, "with objects: those of subclasses too"},
+      {"--from", ValueKind::Number, "with show: the first element of an array to show"},
+      {"--gate", ValueKind::Number,
+       "with suspects: exit code 1 if one holds so many percent of the reached bytes"},
+      {"--skip",
+       ValueKind::Text,
+       "with holders: go past objects of these classes to what holds them",
+       {},
+       false,
+       true},
       {"--by-class", ValueKind::None, "group dominated objects by class"},
       {"--since", ValueKind::Text, "with sites: made since this generation, a number or a name"},
       {"--held-by", ValueKind::None, "with sites --since: which older objects hold the new ones"},
       {"--by",
        ValueKind::Choice,
-       "with sites: place of the allocation (default method)",
-       {"method", "path", "class"}},
-      {"--no-retained", ValueKind::None, "histogram without retained sizes, which is faster"},
+       "with sites: place of the allocation (default method); with diff: class (default), site, "
+       "loader or package",
+       {"method", "path", "class", "site", "loader", "package"}},
+      {"--max-growth",
+       ValueKind::Text,
+       "with diff: CLASSES:LIMIT, exit code 1 if they grew more: 10%, 500 objects, 20m bytes",
+       {},
+       false,
+       true},
+      {"--no-retained", ValueKind::None, "without retained sizes, which is faster"},
       {"--weak", ValueKind::None, "let a path go through weak, soft and phantom references"},
+      {"--sqlite", ValueKind::File, "with export: the database file to write"},
       {"--index", ValueKind::File, "keep the analysis in this file"},
       {"--dump", ValueKind::Number, "which dump of a file that holds several (default 1)"},
       {"--threads", ValueKind::Number, "1 or 2; the result is the same (default 2)"},
       {"--tmp", ValueKind::Folder, "for inflating compressed dumps (default TMPDIR or /tmp)"},
-      {"--verify", ValueKind::None, "check dominators and retained sizes by their definition"}},
+      {"--verify", ValueKind::None, "check dominators and retained sizes by their definition"},
+      {"--csv", ValueKind::None, "comma-separated values: the first table of a report"}},
      false,
      true,
      runHeap},

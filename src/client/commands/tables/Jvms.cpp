@@ -102,6 +102,18 @@ const std::vector<Command> Table = {
      true,
      true,
      runRun},
+    {"doctor",
+     "say whether attach and each kind of recording will work, and why not",
+     "Looks at rights, options, C library, folders, namespaces and the agent's library, and "
+     "touches\n"
+     "nothing of the JVM's. Exit code 1 where attach would not work, or the agent that is there "
+     "does\n"
+     "not answer.",
+     "vdk doctor app.jar\nvdk doctor 4711 --json",
+     {Target, AgentPath},
+     false,
+     true,
+     runDoctor},
     {"attach",
      "load the agent into a running JVM",
      "Works through the JVM's attach socket, also into a container. The agent then listens on "

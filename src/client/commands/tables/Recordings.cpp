@@ -28,6 +28,59 @@ const OptionSpec Only = {"--only",
     "`+java.util.*` leaves some of them in all the same, whatever the order; # begins a remark."
 
 const std::vector<Command> Table = {
+    {"record",
+     "record for a while and write a file: a flame graph, a snapshot, ...",
+     "Attaches to each target where the agent is not in it yet, records, switches off what it has\n"
+     "switched on, writes, and says what was seen. Ctrl-C ends it early and still writes. The end "
+     "of\n"
+     "the file's name tells the form; of several targets each has a file of its own, with the "
+     "process\n"
+     "id in its name (at %p, or ahead of the ending). What was recorded before, and is still in "
+     "the "
+     "JVM,\n"
+     "is not in the file. With a program behind -- its JVMs record from their start to their end, "
+     "or of\n"
+     "`java` itself for the time of --for; then the exit code is the program's.\n"
+     "Without an option CPU times are sampled; what is named is recorded, in one file.",
+     "vdk record app.jar --out app.html\nvdk record app.jar --for 1m --wall --locks --out "
+     "app.html\n"
+     "vdk record 4711 4712 --alloc --out '%p.snapshot'\n"
+     "vdk record --out app.html -- java -jar app.jar",
+     {{"TARGET",
+       ValueKind::Target,
+       "process id, part of a main class, JAR or session name, or "
+       "[host]:port",
+       {},
+       false,
+       true},
+      {"--out",
+       ValueKind::File,
+       "file to write: .html, .snapshot, .collapsed, .speedscope.json, .pb.gz or .json",
+       {},
+       true,
+       false,
+       "-o"},
+      {"--for", ValueKind::Duration, "how long (default 30s; of a program until its end)"},
+      {"--sample", ValueKind::None, "sample CPU times"},
+      {"--wall", ValueKind::None, "sample elapsed time in place of CPU times"},
+      {"--thread", ValueKind::Text,
+       "with --wall: only threads of this name or thread group, * being any text"},
+      {"--trace", ValueKind::None, "count all calls, with their times; slows the program down"},
+      Only,
+      {"--alloc",
+       ValueKind::Size,
+       "estimate allocations from samples, one in so many bytes (default 512k)",
+       {},
+       false,
+       false,
+       "",
+       true},
+      {"--locks", ValueKind::None, "record waits for monitors and locks"},
+      {"--exceptions", ValueKind::None, "count exceptions, by inserted calls"},
+      {"--agent", ValueKind::File, "the agent library (default: beside vdk, or VDK_AGENT)"}},
+     true,
+     true,
+     runRecord},
     {"sample",
      "start or stop CPU sampling",
      "Data of earlier sampling stays until `vdk clear`. --wall samples elapsed time: where "
@@ -43,6 +96,11 @@ const std::vector<Command> Table = {
       FilterFile,
       WallTimeFile,
       J2ee,
+      {"--sampler",
+       ValueKind::Choice,
+       "who samples, in place of the agent's option: a walk over stacks, or signals, which are "
+       "refused where they are not possible",
+       {"walk", "signal"}},
       {"--wall", ValueKind::None, "sample elapsed time in place of CPU time"},
       {"--thread", ValueKind::Text,
        "with --wall: only threads of this name or thread group, * being any text"}},

@@ -178,16 +178,75 @@ const std::vector<Command> Table = {
      false,
      true,
      runReport},
+    {"diff",
+     "compare two recordings: methods, call paths, allocations, waits, exceptions, SQL",
+     "A is before, B is now: snapshots or JVMs, or two heap dumps, which `vdk heap A diff B` "
+     "compares.\n"
+     "Own values and what is new or gone, the largest changes first. Of two snapshots of `vdk "
+     "record`\n"
+     "values are compared by the second of recording; --per says otherwise, and the output tells. "
+     "Limits\n"
+     "end it with exit code 1 and the reasons: --max-growth is about totals of methods of which "
+     "one "
+     "side\n"
+     "has --min-percent at least, --max-own about their share of all. PATTERN is as in `vdk "
+     "report\n"
+     "--include`, or total. --out writes a flame graph colored by change.",
+     "vdk diff yesterday.snapshot today.snapshot\n"
+     "vdk diff old.snapshot new.snapshot --max-growth 'com.shop.*:10%' --max-growth total:5%\n"
+     "vdk diff old.snapshot new.snapshot --out change.html\nvdk diff before.hprof after.hprof",
+     {{"A", ValueKind::Source, "before: a snapshot file, or a JVM with the agent", {}, true},
+      {"B", ValueKind::Source, "now", {}, true},
+      {"--per",
+       ValueKind::Choice,
+       "what values are compared by (default second where it is known, else nothing)",
+       {"second", "call", "request", "share", "nothing"}},
+      {"--show",
+       ValueKind::Choice,
+       "one of these alone",
+       {"all", "cpu", "allocations", "monitors", "exceptions", "sql"}},
+      {"--max-growth", ValueKind::Text, "PATTERN:10%, how much totals may grow", {}, false, true},
+      {"--max-own",
+       ValueKind::Text,
+       "PATTERN:5%, how much of all methods may have",
+       {},
+       false,
+       true},
+      {"--min-percent", ValueKind::Number, "what limits of growth look at (default 1)"},
+      {"--top", ValueKind::Number, "lines of each list (default 15 methods, 5 paths; JSON all)"},
+      {"--no-paths", ValueKind::None, "without call paths"},
+      {"--out", ValueKind::File, "write a flame graph (.html)", {}, false, false, "-o"},
+      Thread,
+      Include,
+      Exclude,
+      Focus,
+      {"--signatures", ValueKind::None, "parameter types in names"},
+      {"--raw-names", ValueKind::None, "keep the numbers of generated classes"}},
+     false,
+     true,
+     runDiff},
     {"export",
-     "write stacks for other tools",
-     "Collapsed stacks have one line a stack: frames from the outermost on, a blank, and own time\n"
+     "write stacks as a flame graph, or for other tools",
+     "--out tells the form by its end, or --format. The flame graph (.html) is one page that "
+     "loads\n"
+     "nothing: CPU times, allocations, waits and exceptions, whatever was recorded, with search,\n"
+     "threads, callers and callees of a method. pprof (.pb.gz) has all of them too, threads as "
+     "labels.\n"
+     "The others are of CPU times alone. Collapsed stacks have one line a stack: frames from the "
+     "outermost on, a blank, and own time\n"
      "in whole units (microseconds unless --unit says otherwise). The speedscope form has one\n"
      "profile a thread, weighted in nanoseconds.",
+     "vdk export app.snapshot --out app.html\n"
+     "vdk export app.snapshot --out app.pb.gz && go tool pprof -top app.pb.gz\n"
      "vdk export app.snapshot --collapsed --out app.collapsed\n"
      "vdk export app.jar --speedscope -o app.speedscope.json",
      {Source,
       {"--collapsed", ValueKind::None, "collapsed stacks, for flame graph tools"},
       {"--speedscope", ValueKind::None, "speedscope's JSON"},
+      {"--format",
+       ValueKind::Choice,
+       "one of these forms",
+       {"html", "collapsed", "speedscope", "pprof"}},
       Out,
       Filters,
       Thread,

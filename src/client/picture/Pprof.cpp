@@ -1,0 +1,208 @@
+#include "client/picture/Pprof.h"
+
+#include "client/console/Errors.h"
+#include "core/ground/Version.h"
+
+#include <zlib.h>
+
+namespace vdk {
+
+namespace {
+
+// A message of protocol buffers under construction.
+class Message {
+public:
+    Message& number(int field, int64_t value) {
+        key(field, 0);
+        varint(uint64_t(value));
+        return *this;
+    }
+    Message& bytes(int field, const std::string& content) {
+        key(field, 2);
+        varint(content.size());
+        data += content;
+        return *this;
+    }
+    Message& message(int field, const Message& content) { return bytes(field, content.data); }
+    Message& numbers(int field, const std::vector<int64_t>& values) {
+        Message packed;
+        for (int64_t value : values) {
+            packed.varint(uint64_t(value));
+        }
+        return bytes(field, packed.data);
+    }
+
+    std::string data;
+
+private:
+    void key(int field, unsigned type) { varint(uint64_t(unsigned(field) << 3 | type)); }
+    void varint(uint64_t value) {
+        for (; value > 127; value >>= 7) {
+            data += char((value & 127) | 128);
+        }
+        data += char(value);
+    }
+};
+
+// Fields of the messages, by their numbers in profile.proto.
+namespace profile {
+enum {
+    SampleType = 1,
+    Sample,
+    Mapping,
+    Location,
+    Function,
+    StringTable,
+    Time = 9,
+    Comment = 13,
+    DefaultSampleType
+};
+}
+namespace valueType {
+enum { Type = 1, Unit };
+}
+namespace sample {
+enum { LocationId = 1, Value, Label };
+}
+namespace label {
+enum { Key = 1, Text };
+}
+namespace location {
+enum { Id = 1, MappingId, Address, Line };
+}
+namespace line {
+enum { FunctionId = 1 };
+}
+namespace function {
+enum { Id = 1, Name, SystemName };
+}
+
+class PprofWriter {
+public:
+    explicit PprofWriter(const Picture& picture) : picture(picture) { text(""); }
+
+    std::string write(int64_t timeMs) {
+        addSampleTypes();
+        for (size_t i = 0; i < picture.trees.size(); i++) {
+            addSamples(picture.trees[i], firstValue[i]);
+        }
+        addFunctions();
+        const int64_t comment = text("vdk " VDK_VERSION ", " + picture.session);
+        for (const std::string& known : strings) {
+            all.bytes(profile::StringTable, known);
+        }
+        if (timeMs > 0) {
+            all.number(profile::Time, timeMs * 1000000);
+        }
+        all.number(profile::Comment, comment);
+        return std::move(all.data);
+    }
+
+private:
+    int64_t text(const std::string& content) {
+        auto [entry, added] = stringIndex.try_emplace(content, int64_t(strings.size()));
+        if (added) {
+            strings.push_back(content);
+        }
+        return entry->second;
+    }
+
+    void addType(const std::string& type, const std::string& unit) {
+        Message message;
+        message.number(valueType::Type, text(type)).number(valueType::Unit, text(unit));
+        all.message(profile::SampleType, message);
+        values++;
+    }
+
+    // The names that such stores know.
+    void addSampleTypes() {
+        for (const StackTree& tree : picture.trees) {
+            firstValue.push_back(values);
+            if (tree.id == "allocations") {
+                addType("alloc_space", "bytes");
+                addType("alloc_objects", "count");
+                continue;
+            }
+            addType(tree.id == "cpu" && tree.title != "CPU time" ? "wall" : tree.id,
+                    tree.unit == "ns" ? "nanoseconds" : tree.unit);
+            if (!tree.countTitle.empty()) {
+                addType(tree.id + "_" + tree.countTitle, "count");
+            }
+        }
+        if (!picture.trees.empty()) {
+            const std::string& first = picture.trees[0].id;
+            all.number(profile::DefaultSampleType,
+                       text(first == "allocations"                                   ? "alloc_space"
+                            : first == "cpu" && picture.trees[0].title != "CPU time" ? "wall"
+                                                                                     : first));
+        }
+    }
+
+    void addSamples(const StackTree& tree, int first) {
+        const bool hasCounts = tree.id == "allocations" || !tree.countTitle.empty();
+        for (const StackTree::Entry& entry : tree.entries) {
+            std::vector<int64_t> locations, sums(size_t(values), 0);
+            for (int node = entry.node; node > 0; node = tree.nodes[size_t(node)].parent) {
+                locations.push_back(tree.nodes[size_t(node)].name + 1);
+            }
+            sums[size_t(first)] = entry.now.own;
+            if (hasCounts) {
+                sums[size_t(first) + 1] = entry.now.count;
+            }
+            Message thread, message;
+            thread.number(label::Key, text("thread"));
+            thread.number(label::Text, text(picture.threads[size_t(entry.thread)].name));
+            message.numbers(sample::LocationId, locations).numbers(sample::Value, sums);
+            message.message(sample::Label, thread);
+            all.message(profile::Sample, message);
+        }
+    }
+
+    void addFunctions() {
+        for (size_t i = 0; i < picture.names.size(); i++) {
+            const int64_t id = int64_t(i) + 1, name = text(picture.names[i].full());
+            Message inLine, place, method;
+            inLine.number(line::FunctionId, id);
+            place.number(location::Id, id).message(location::Line, inLine);
+            method.number(function::Id, id).number(function::Name, name);
+            method.number(function::SystemName, name);
+            all.message(profile::Location, place).message(profile::Function, method);
+        }
+    }
+
+    const Picture& picture;
+    Message all;
+    std::vector<int> firstValue; // of each tree
+    int values = 0;
+    std::vector<std::string> strings;
+    std::unordered_map<std::string, int64_t> stringIndex;
+};
+
+std::string gzipped(const std::string& bytes) {
+    constexpr int GzipFormat = 15 + 16;
+    z_stream stream = {};
+    if (deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, GzipFormat, 8,
+                     Z_DEFAULT_STRATEGY) != Z_OK) {
+        throw ClientError(ExitCode::CannotWrite, "memory", "no memory to compress the profile");
+    }
+    std::string packed(deflateBound(&stream, uLong(bytes.size())), 0);
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+    stream.avail_in = uInt(bytes.size());
+    stream.next_out = reinterpret_cast<Bytef*>(packed.data());
+    stream.avail_out = uInt(packed.size());
+    const int result = deflate(&stream, Z_FINISH);
+    packed.resize(stream.total_out);
+    deflateEnd(&stream);
+    if (result != Z_STREAM_END) {
+        throw ClientError(ExitCode::CannotWrite, "memory", "the profile is too large to compress");
+    }
+    return packed;
+}
+
+} // namespace
+
+void writePprof(std::ostream& out, const Picture& picture, int64_t timeMs) {
+    out << gzipped(PprofWriter(picture).write(timeMs));
+}
+
+} // namespace vdk

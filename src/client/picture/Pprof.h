@@ -1,0 +1,14 @@
+// The picture as a profile.proto in gzip, which pprof and the stores of profiles read.
+#pragma once
+
+#include "client/picture/Picture.h"
+
+#include <ostream>
+
+namespace vdk {
+
+// Each tree gives one or two of the values that every sample has: what it adds up, and its counts.
+// Threads are labels.
+void writePprof(std::ostream& out, const Picture& picture, int64_t timeMs);
+
+} // namespace vdk

@@ -1,0 +1,151 @@
+#include "client/record/Baseline.h"
+
+#include "client/profile/Profile.h"
+#include "db/DB.h"
+
+#include <cstring>
+#include <unordered_map>
+
+namespace vdk {
+
+namespace {
+
+constexpr int OldestFinishedTrn = 1; // the thread that has the data of those ended long ago
+
+template <typename T, typename Visitor>
+void eachLive(DBTable<T>* table, Visitor visitor) {
+    table->eachRecord([&](int index, T& record) {
+        if (record.stamp > 0) {
+            visitor(index, record);
+        }
+    });
+}
+
+std::unordered_map<int, int> numbersOfThreads(DB& db) {
+    std::unordered_map<int, int> numbers;
+    eachLive(db.threadTable, [&](int, const ThreadRecord& record) {
+        if (record.tfiThreadIndex != 0) {
+            numbers[record.tfiThreadIndex] = record.trn;
+        }
+    });
+    return numbers;
+}
+
+UserTable* sampledCpuTable(DB& db) {
+    for (int slot = FIRST_USER_TABLE; slot < MAX_TABLE_COUNT; slot++) {
+        UserTable* table = db.getUserTable(slot);
+        if (table && strcmp(table->getName().c_str(), SampledCpuTable) == 0) {
+            return table;
+        }
+    }
+    return nullptr;
+}
+
+template <typename Visitor>
+void eachSampledThread(DB& db, Visitor visitor) {
+    UserTable* table = sampledCpuTable(db);
+    const int thread = table ? table->findColumn("thread") : -1;
+    const int used = table ? table->findColumn("cpu_ns") : -1;
+    const int charged = table ? table->findColumn("charged_ns") : -1;
+    if (thread < 0 || used < 0 || charged < 0) {
+        return;
+    }
+    for (int i = 0; i < table->getCapacity(); i++) {
+        int* row = table->getRecord(i, false);
+        if (row && row[0] > 0) {
+            long usedNs = table->getLongColumn(row, used);
+            long chargedNs = table->getLongColumn(row, charged);
+            visitor(row[0], table->getColumn(row, thread), usedNs, chargedNs);
+            table->setLongColumn(row, used, usedNs);
+            table->setLongColumn(row, charged, chargedNs);
+        }
+    }
+}
+
+} // namespace
+
+// Calls visitor(stamp, key, first sum, second sum); it may change all but the key.
+template <typename Visitor>
+void Baseline::eachRow(DB& db, Visitor visitor) {
+    const std::unordered_map<int, int> numbers = numbersOfThreads(db);
+    const auto eachOfFrame = [&](auto visit) {
+        eachLive(db.threadFrameTable, [&](int index, const ThreadFrameRecord& pair) {
+            const auto thread = numbers.find(pair.tfiThreadIndex);
+            visit(index, thread == numbers.end() ? -pair.tfiThreadIndex : thread->second,
+                  pair.frame);
+        });
+    };
+    eachOfFrame([&](int index, int thread, int frame) {
+        CPUProfilingRecord* times = db.cpuProfilingTable->getRecord(index, false);
+        if (times && times->stamp > 0) {
+            visitor(times->stamp, Key{SLOT_CPUProfiling, thread, frame, 0, 0}, times->timeNs,
+                    times->count);
+        }
+        AllocInfoRecord* objects = db.allocInfoTable->getRecord(index, false);
+        if (objects && objects->stamp > 0) {
+            visitor(objects->stamp, Key{SLOT_AllocInfo, thread, frame, 0, 0}, objects->objectBytes,
+                    objects->objectCount);
+        }
+    });
+    eachLive(db.j2eeTable, [&](int, J2EERecord& row) {
+        visitor(row.stamp, Key{SLOT_J2EE, row.trn, row.frame, row.nameStrID, row.typeID},
+                row.timeNs, row.count);
+    });
+    eachLive(db.monitorTable, [&](int, MonitorRecord& row) {
+        visitor(row.stamp,
+                Key{SLOT_Monitor, row.waiterTRN, row.frame, row.ownerTRN, row.classNameStrID},
+                row.timeNs, row.count);
+    });
+    eachLive(db.exceptionTable, [&](int, ExceptionRecord& row) {
+        long none = 0;
+        visitor(row.stamp,
+                Key{SLOT_Exception, row.trn, row.throwFrame, row.catchFrame, row.classNameStrID},
+                row.count, none);
+    });
+    eachSampledThread(db, [&](int& stamp, int thread, long& used, long& charged) {
+        visitor(stamp, Key{FIRST_USER_TABLE, thread, 0, 0, 0}, used, charged);
+    });
+}
+
+Baseline::Baseline(DB& db) {
+    eachRow(db, [&](int, const Key& key, long first, long second) {
+        if (first != 0 || second != 0) {
+            Sums& sum = sums[key];
+            sum.first += first;
+            sum.second += second;
+        }
+    });
+}
+
+void Baseline::takeOff(DB& db) const {
+    // Threads that have ended since may have given their rows to the one that collects these.
+    std::map<Key, Sums> left = sums;
+    const auto reduce = [](long& value, int64_t by) { value = value >= by ? value - by : value; };
+    eachRow(db, [&](int, const Key& key, long& first, long& second) {
+        const auto found = left.find(key);
+        if (found != left.end()) {
+            reduce(first, found->second.first);
+            reduce(second, found->second.second);
+            left.erase(found);
+        }
+    });
+    std::map<Key, Sums> moved;
+    for (const auto& [key, sum] : left) {
+        Key collected = key;
+        std::get<1>(collected) = OldestFinishedTrn;
+        moved[collected].first += sum.first;
+        moved[collected].second += sum.second;
+    }
+    eachRow(db, [&](int& stamp, const Key& key, long& first, long& second) {
+        const auto found = moved.find(key);
+        if (found != moved.end()) {
+            reduce(first, found->second.first);
+            reduce(second, found->second.second);
+        }
+        if (first == 0 && second == 0) {
+            stamp = 0;
+        }
+    });
+}
+
+} // namespace vdk
