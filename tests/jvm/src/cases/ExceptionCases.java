@@ -153,6 +153,8 @@ public final class ExceptionCases {
             count += 1000;
         }
         awaitHeard(target, count);
+        // Each listener writes to a file of its own, not all at the same moment.
+        Check.await(20, () -> !told(target, "third").isEmpty(), () -> "third: " + target.state());
         Check.equal(told(target, "third"), List.of("3 " + THROWN + "$Deadly"), "one too many");
         Check.equal(told(target, "fourth"), List.of(), "a limit that is not passed");
         return count;
