@@ -20,6 +20,7 @@ struct ThreadPlace {
     int frame = UNKNOWN; // 0 without a visible method
     int state = 0;       // as JVMTI tells it
     long cpuTimeNs = 0;  // what the thread's clock said before
+    long lookNs = 0;     // when WallTimeWalk looked last
 };
 
 // What sampling keeps of a thread. Caller holds ourLock.

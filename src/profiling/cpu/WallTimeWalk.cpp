@@ -9,9 +9,24 @@
 namespace {
 
 const long PERIOD_NS = 100000000;
+// What one pass may look at every time. Of more threads each is looked at more rarely, so that
+// passes cost the same for any number; it is charged what went by since its own last look.
+const int THREADS_OF_A_PASS = 250;
 
-// 0 before the first.
-std::atomic<long> ourLastPassNs{0};
+std::atomic<long> ourStartNs{0};
+std::atomic<long> ourLastPassNs{0}; // 0 before the first
+
+// A thread that came since the last pass has had no look.
+bool hasBeenSeen(const ThreadInfo* info) {
+    return info->sampled.place.lookNs >= ourStartNs;
+}
+
+long periodNs() {
+    LockHolder lock(ourLock, "Sampling:80");
+    int threads = 0;
+    eachThreadInfo([&](const ThreadInfo* info) { threads += info->threadObject != nullptr; });
+    return PERIOD_NS * (1 + threads / THREADS_OF_A_PASS);
+}
 
 bool isMeasured(int frame) {
     return frame > 0 &&
@@ -42,13 +57,21 @@ void WallTimeWalk::walkIfDue(JNIEnv* env) {
     if (now - ourLastPassNs < PERIOD_NS) {
         return;
     }
-    const long wallNs = ourLastPassNs == 0 ? 0 : now - ourLastPassNs;
-    ourLastPassNs = now;
+    const long period = periodNs();
     ThreadPlaces places(env);
-    places.eachThread([](const ThreadInfo*) { return true; },
-                      [&](ThreadInfo* info, bool) { charge(info, wallNs); });
+    places.eachThread(
+        [&](const ThreadInfo* info) {
+            return !hasBeenSeen(info) || now - info->sampled.place.lookNs >= period;
+        },
+        [&](ThreadInfo* info, bool) {
+            const long last = hasBeenSeen(info) ? info->sampled.place.lookNs : ourLastPassNs.load();
+            info->sampled.place.lookNs = now;
+            charge(info, last == 0 ? 0 : now - last);
+        });
+    ourLastPassNs = now;
 }
 
 void WallTimeWalk::restart() {
+    ourStartNs = getTimeNs();
     ourLastPassNs = 0;
 }

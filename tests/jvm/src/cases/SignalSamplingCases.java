@@ -10,6 +10,7 @@ import java.util.List;
 import java.util.Map;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
+import jvmtest.AgentClient;
 import jvmtest.Case;
 import jvmtest.Check;
 import jvmtest.Sampling;
@@ -59,7 +60,8 @@ public final class SignalSamplingCases {
                              charged);
         Map<String, Long> totals = tables.totalTimes();
         long inBursts = totals.getOrDefault("fixtures.Bursts.burst", 0L);
-        Check.isTrue(inBursts > 0.95 * charged, inBursts + " of " + charged + " in its method");
+        Check.isTrue(inBursts > 0.95 * charged,
+                     inBursts + " of " + charged + " in its method: " + totals);
         String told = target.output().substring(target.output().indexOf("brief ns ") + 9);
         double brief = Long.parseLong(told.substring(0, told.indexOf('.')));
         long chargedBrief = Sampling.charged(tables, "brief-") +
@@ -186,5 +188,25 @@ public final class SignalSamplingCases {
             Check.contains(Tool.vdk("status", limited.id()), "cpu        off", "status");
             limited.finish();
         }
+    }
+
+    /** All that went by, although many threads take turns in being looked at. */
+    @Case(fixture = Burn.class, agent = SIGNAL, args = {"once", "600"}, attach = false)
+    static void chargesElapsedTimeToMethodsThatAreMeasuredSo(Target target) throws Exception {
+        long before = System.nanoTime();
+        try (AgentClient client = target.client()) {
+            client.startSampling("", "fixtures.Burn:block(*)");
+        }
+        long started = System.nanoTime();
+        long[] seen = new long[2];
+        Check.await(200, () -> {
+            seen[0] = System.nanoTime() - started;
+            seen[1] = Tracing.fetch(target).totalTimes().getOrDefault("fixtures.Burn.block", 0L);
+            return seen[0] > 3_000_000_000L && seen[1] > 0.7 * seen[0];
+        }, () -> "of " + seen[0] + " ns were charged " + seen[1]);
+        long most = System.nanoTime() - before;
+        Check.isTrue(seen[1] <= most, "of " + most + " ns were charged " + seen[1]);
+        Tracing.stop(target);
+        target.finish();
     }
 }
