@@ -24,7 +24,7 @@ void checkOptions(const HeapReport& report, const Arguments& arguments) {
     static const char* const special[] = {
         "--sort",        "--by-class", "--since",      "--held-by", "--by",
         "--no-retained", "--weak",     "--where",      "--from",    "--gate",
-        "--subclasses",  "--skip",     "--max-growth", "--sqlite",  "--csv"};
+        "--subclasses",  "--skip",     "--max-growth", "--sqlite",  "--csv", "--exclude"};
     for (const std::string option : special) {
         const bool isKnown =
             std::string(report.options).find(" " + option + " ") != std::string::npos;
@@ -56,6 +56,10 @@ const std::vector<HeapReport>& heapReports() {
         {"refs", "ID", "what an object refers to", " ", reportHeapReferences, true},
         {"referrers", "ID", "what refers to an object", " ", reportHeapReferrers, true},
         {"path", "ID", "shortest path from a root to an object", " --weak ", reportHeapPath, true},
+        {"paths", "CLASSES", "shortest paths from roots to all objects of a class, merged",
+         " --exclude --csv ", reportHeapPaths, true},
+        {"references", "", "soft, weak, phantom and final references, what they alone hold",
+         " --csv ", reportHeapReferenceObjects, true},
         {"retained", "NAME...", "what objects, or all of some classes, retain together", " ",
          reportHeapRetained, true},
         {"holders", "CLASSES",

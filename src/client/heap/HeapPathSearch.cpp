@@ -1,65 +1,17 @@
 #include "client/heap/HeapPathSearch.h"
 
 #include "client/console/Text.h"
+#include "client/heap/HeapReferenceKinds.h"
 #include "client/heap/HeapReport.h"
 
 #include <algorithm>
-#include <set>
 
 namespace vdk {
-
-namespace {
-
-// Rows whose field "referent" does not hold its object: instances of the classes below
-// java.lang.ref.Reference that the collector clears.
-class WeakReferences {
-public:
-    explicit WeakReferences(const HeapModel& model) : model(model) {
-        for (size_t i = 0; i < model.classes.size(); i++) {
-            if (isWeak(int(i))) {
-                weak.insert(int(i));
-            }
-        }
-    }
-    // True if all that `from` has of `to` is the referent.
-    bool holdsWeakly(int from, int to) const {
-        if (model.isClass(from) || weak.count(model.classOf(from)) == 0) {
-            return false;
-        }
-        for (int i = 0; i < model.storage->getRefCount(from); i++) {
-            if (model.storage->getRef(from, i) == to &&
-                model.referenceName(from, i) != "referent") {
-                return false;
-            }
-        }
-        return true;
-    }
-
-private:
-    bool isWeak(int type) const {
-        for (int depth = 0; type >= 0 && depth < 100; depth++) {
-            const HeapClass& c = model.classes[size_t(type)];
-            if (c.name == "java.lang.ref.WeakReference" ||
-                c.name == "java.lang.ref.SoftReference" ||
-                c.name == "java.lang.ref.PhantomReference" ||
-                c.name == "java.lang.ref.FinalReference") {
-                return true;
-            }
-            type = c.superClass;
-        }
-        return false;
-    }
-
-    const HeapModel& model;
-    std::set<int> weak;
-};
-
-} // namespace
 
 std::vector<int> shortestPath(const HeapSession& session, int target, bool alsoWeak) {
     const RefTable& referrers = *session.storage().getBackwardReferences();
     const std::vector<int>& roots = session.rootRows();
-    WeakReferences weak(session.model());
+    const HeapReferenceKinds weak(session.model());
     // The next row on the way to the target, plus 1; 0 for a row not met.
     BigIntArray64 toward("path");
     BigIntArray64 queue("path queue");

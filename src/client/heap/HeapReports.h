@@ -28,6 +28,8 @@ int reportHeapUnreachable(Console& console, const Arguments& arguments);
 int reportHeapHolders(Console& console, const Arguments& arguments);
 int reportHeapCollections(Console& console, const Arguments& arguments);
 int reportHeapDuplicates(Console& console, const Arguments& arguments);
+int reportHeapReferenceObjects(Console& console, const Arguments& arguments);
+int reportHeapPaths(Console& console, const Arguments& arguments);
 int reportHeapSql(Console& console, const Arguments& arguments);
 int reportHeapShell(Console& console, const Arguments& arguments);
 int reportHeapServer(Console& console, const Arguments& arguments);

@@ -65,6 +65,9 @@ const std::vector<Command> Table = {
        true},
       {"--no-retained", ValueKind::None, "without retained sizes, which is faster"},
       {"--weak", ValueKind::None, "let a path go through weak, soft and phantom references"},
+      {"--exclude", ValueKind::Text,
+       "with paths: strengths of references that lead nowhere, of soft,weak,phantom,final (all "
+       "four unless given) or none"},
       {"--sqlite", ValueKind::File, "with export: the database file to write"},
       {"--index", ValueKind::File, "keep the analysis in this file"},
       {"--dump", ValueKind::Number, "which dump of a file that holds several (default 1)"},
