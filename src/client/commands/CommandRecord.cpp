@@ -47,6 +47,10 @@ RecordWish wishOf(const Arguments& arguments, Form form) {
                : trace             ? CpuRecording::Trace
                : sample || !others ? CpuRecording::Sample
                                    : CpuRecording::None;
+    wish.sampler = arguments.has("--sampler") ? arguments.text("--sampler") : "";
+    if (!wish.sampler.empty() && wish.cpu != CpuRecording::Sample) {
+        failUsage("--sampler goes with sampled CPU times");
+    }
     wish.only = arguments.all("--only");
     if (!wish.only.empty() && !trace) {
         failUsage("--only goes with --trace");
@@ -235,6 +239,9 @@ private:
         std::vector<std::string> options;
         if (wish.cpu == CpuRecording::Sample || wish.cpu == CpuRecording::Trace) {
             options.emplace_back(wish.cpu == CpuRecording::Trace ? "tracing" : "sampling");
+        }
+        if (!wish.sampler.empty()) {
+            options.push_back("sampler=" + wish.sampler);
         }
         if (wish.allocInterval) {
             options.push_back("allocsampled=" + std::to_string(*wish.allocInterval));

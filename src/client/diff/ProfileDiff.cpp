@@ -28,24 +28,8 @@ std::string pathOf(const Picture& picture, const StackTree& tree, int node) {
     return path;
 }
 
-void add(NameSums::Of& to, const StackTree::Sums& sums) {
-    to.own += sums.own;
-    to.count += sums.count;
-}
-
 std::vector<DiffRow> pathsOf(const Picture& picture, const StackTree& tree, double factor) {
-    std::vector<NameSums> nodes(tree.nodes.size());
-    for (const StackTree::Entry& entry : tree.entries) {
-        add(nodes[size_t(entry.node)].now, entry.now);
-        add(nodes[size_t(entry.node)].base, entry.base);
-    }
-    for (size_t i = nodes.size(); i-- > 1;) {
-        nodes[i].now.total += nodes[i].now.own;
-        nodes[i].base.total += nodes[i].base.own;
-        NameSums& parent = nodes[size_t(tree.nodes[i].parent)];
-        parent.now.total += nodes[i].now.total;
-        parent.base.total += nodes[i].base.total;
-    }
+    const std::vector<NameSums> nodes = sumsByNode(tree);
     std::vector<size_t> order;
     for (size_t i = 1; i < nodes.size(); i++) {
         if (nodes[i].now.own != 0 || nodes[i].base.own != 0) {

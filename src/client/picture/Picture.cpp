@@ -209,8 +209,7 @@ void Picture::finish() {
     }
 }
 
-std::vector<NameSums> sumsByName(const StackTree& tree) {
-    // Own values and totals of each node, and then the walk with the names that are open above.
+std::vector<NameSums> sumsByNode(const StackTree& tree) {
     std::vector<NameSums> nodes(tree.nodes.size());
     for (const StackTree::Entry& entry : tree.entries) {
         NameSums& node = nodes[size_t(entry.node)];
@@ -219,13 +218,24 @@ std::vector<NameSums> sumsByName(const StackTree& tree) {
         node.base.own += entry.base.own;
         node.base.count += entry.base.count;
     }
-    std::vector<std::vector<int>> below(nodes.size());
-    for (size_t i = nodes.size(); i-- > 1;) {
+    for (size_t i = nodes.size(); i-- > 0;) {
+        nodes[i].name = tree.nodes[i].name;
         nodes[i].now.total += nodes[i].now.own;
         nodes[i].base.total += nodes[i].base.own;
-        NameSums& parent = nodes[size_t(tree.nodes[i].parent)];
-        parent.now.total += nodes[i].now.total;
-        parent.base.total += nodes[i].base.total;
+        if (i > 0) {
+            NameSums& parent = nodes[size_t(tree.nodes[i].parent)];
+            parent.now.total += nodes[i].now.total;
+            parent.base.total += nodes[i].base.total;
+        }
+    }
+    return nodes;
+}
+
+std::vector<NameSums> sumsByName(const StackTree& tree) {
+    // A walk with the names that are open above.
+    const std::vector<NameSums> nodes = sumsByNode(tree);
+    std::vector<std::vector<int>> below(nodes.size());
+    for (size_t i = nodes.size(); i-- > 1;) {
         below[size_t(tree.nodes[i].parent)].push_back(int(i));
     }
     std::unordered_map<int, NameSums> byName;

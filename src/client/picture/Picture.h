@@ -48,6 +48,8 @@ struct NameSums {
     } now, base;
 };
 std::vector<NameSums> sumsByName(const StackTree& tree);
+// The same of each node, at its index.
+std::vector<NameSums> sumsByNode(const StackTree& tree);
 
 struct PictureChoices {
     bool filters = false;

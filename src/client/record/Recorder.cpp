@@ -128,6 +128,9 @@ void Recorder::startCpu(Console& console) {
     startedCpu = true;
     if (wish.cpu == CpuRecording::Wall) {
         agent.client.startWallSampling(std::nullopt, wish.threads);
+    } else if (!wish.sampler.empty()) {
+        agent.client.startSampling(wish.sampler, protocol::CPU_SAMPLING, std::nullopt,
+                                   std::nullopt);
     } else {
         agent.client.startCpuProfiling(wish.cpu == CpuRecording::Trace ? protocol::CPU_TRACING
                                                                        : protocol::CPU_SAMPLING,

@@ -17,6 +17,7 @@ enum class CpuRecording { None, Sample, Wall, Trace };
 
 struct RecordWish {
     CpuRecording cpu = CpuRecording::Sample;
+    std::string sampler;              // of sampling; empty for that of the agent's options
     std::optional<int> allocInterval; // bytes of an estimate
     bool locks = false;
     bool exceptions = false;

@@ -23,6 +23,13 @@ const OptionSpec Only = {"--only",
                          false,
                          true};
 
+const OptionSpec Sampler = {
+    "--sampler",
+    ValueKind::Choice,
+    "who samples, in place of the agent's option: a walk over stacks, or signals, which are "
+    "refused where they are not possible",
+    {"walk", "signal"}};
+
 #define FILTER_FILES                                                                               \
     "A filter file has one pattern a line, * being any text: `java.*` leaves these classes out,\n" \
     "`+java.util.*` leaves some of them in all the same, whatever the order; # begins a remark."
@@ -62,6 +69,7 @@ const std::vector<Command> Table = {
        "-o"},
       {"--for", ValueKind::Duration, "how long (default 30s; of a program until its end)"},
       {"--sample", ValueKind::None, "sample CPU times"},
+      Sampler,
       {"--wall", ValueKind::None, "sample elapsed time in place of CPU times"},
       {"--thread", ValueKind::Text,
        "with --wall: only threads of this name or thread group, * being any text"},
@@ -96,11 +104,7 @@ const std::vector<Command> Table = {
       FilterFile,
       WallTimeFile,
       J2ee,
-      {"--sampler",
-       ValueKind::Choice,
-       "who samples, in place of the agent's option: a walk over stacks, or signals, which are "
-       "refused where they are not possible",
-       {"walk", "signal"}},
+      Sampler,
       {"--wall", ValueKind::None, "sample elapsed time in place of CPU time"},
       {"--thread", ValueKind::Text,
        "with --wall: only threads of this name or thread group, * being any text"}},
