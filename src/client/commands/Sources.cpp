@@ -4,6 +4,7 @@
 #include "client/console/Errors.h"
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
+#include "client/foreign/ForeignFiles.h"
 #include "client/profile/Profile.h"
 #include "db/SnapshotReader.h"
 
@@ -132,12 +133,9 @@ bool namesFile(const std::string& text) {
     return text.find('/') != std::string::npos || endsWith(text, ".snapshot");
 }
 
-// By its first bytes: a dump in the HPROF format, or anything in gzip form, as dumps are.
-static bool isHeapDump(int descriptor) {
-    char head[12] = {};
-    ssize_t count = pread(descriptor, head, sizeof(head), 0);
-    std::string_view text(head, size_t(std::max<ssize_t>(count, 0)));
-    return startsWith(text, "JAVA PROFILE") || startsWith(text, "\x1f\x8b");
+// By its first bytes: a dump in the HPROF format.
+static bool isHeapDump(const std::string& path) {
+    return startsWith(headOf(path), "JAVA PROFILE");
 }
 
 static DataSource openSnapshot(const std::string& path) {
@@ -152,14 +150,19 @@ static DataSource openSnapshot(const std::string& path) {
         throw ClientError(ExitCode::Usage, "input.open",
                           "cannot open " + path + ": " + strerror(errno));
     }
-    if (isHeapDump(descriptor)) {
+    if (isHeapDump(path)) {
         close(descriptor);
         throw ClientError(ExitCode::BadInput, "snapshot.heapdump",
                           path + " is a heap dump, which has no CPU data",
                           "`vdk heap " + shellWord(path) + "` tells what is in it");
     }
     DataSource source;
-    source.name = path;
+    source.name = source.session = path;
+    if ((source.owned = readForeignFile(path))) {
+        close(descriptor);
+        source.captureTimeMs = int64_t(info.st_mtime) * 1000;
+        return source;
+    }
     source.owned = std::make_unique<DB>(-1, -1);
     try {
         DescriptorSource bytes(descriptor);

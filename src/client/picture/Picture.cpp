@@ -15,7 +15,9 @@ uint64_t pairKey(int a, int b) {
 std::string titleOf(const EventData& data, const std::string& kind) {
     switch (data.what) {
     case Shown::Cpu:
-        return data.profile.measure == &ElapsedTime ? "Elapsed time" : "CPU time";
+        return data.profile.measure == &ElapsedTime    ? "Elapsed time"
+               : data.profile.measure == &SampleCounts ? "Samples"
+                                                       : "CPU time";
     case Shown::Allocations:
         return "Allocations";
     case Shown::Live:

@@ -114,6 +114,13 @@ private:
         values++;
     }
 
+    static std::string typeOf(const StackTree& tree) {
+        return tree.id != "cpu"           ? tree.id
+               : tree.unit == "count"     ? "samples"
+               : tree.title != "CPU time" ? "wall"
+                                          : "cpu";
+    }
+
     // The names that such stores know.
     void addSampleTypes() {
         for (const StackTree& tree : picture.trees) {
@@ -123,18 +130,15 @@ private:
                 addType("alloc_objects", "count");
                 continue;
             }
-            addType(tree.id == "cpu" && tree.title != "CPU time" ? "wall" : tree.id,
-                    tree.unit == "ns" ? "nanoseconds" : tree.unit);
+            addType(typeOf(tree), tree.unit == "ns" ? "nanoseconds" : tree.unit);
             if (!tree.countTitle.empty()) {
                 addType(tree.id + "_" + tree.countTitle, "count");
             }
         }
         if (!picture.trees.empty()) {
-            const std::string& first = picture.trees[0].id;
+            const StackTree& first = picture.trees[0];
             all.number(profile::DefaultSampleType,
-                       text(first == "allocations"                                   ? "alloc_space"
-                            : first == "cpu" && picture.trees[0].title != "CPU time" ? "wall"
-                                                                                     : first));
+                       text(first.id == "allocations" ? "alloc_space" : typeOf(first)));
         }
     }
 

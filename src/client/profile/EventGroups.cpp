@@ -161,6 +161,9 @@ EventUnit eventUnit(const Profile& profile) {
         if (profile.measure == &ElapsedTime) {
             return {"Elapsed times", "TIME", "timeNs", formatNs, nullptr, nullptr};
         }
+        if (profile.measure == &SampleCounts) {
+            return {"Samples", "SAMPLES", "samples", formatCount, nullptr, nullptr};
+        }
         const bool counts = profile.hasCounts;
         return {"CPU times",
                 "CPU",

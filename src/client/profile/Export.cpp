@@ -54,7 +54,7 @@ private:
 };
 
 void collapseTree(std::ostream& out, const CallTree& tree, const std::string& prefix,
-                  NameCache& names, const ExportChoices& choices) {
+                  NameCache& names, int64_t unitNs) {
     std::string line = prefix;
     std::vector<size_t> ends;
     walkTree(
@@ -62,7 +62,7 @@ void collapseTree(std::ostream& out, const CallTree& tree, const std::string& pr
         [&](const CallTree::Node& node, int) {
             ends.push_back(line.size());
             line += (line.empty() ? "" : ";") + collapsedName(names.get(node.method));
-            int64_t units = (node.own + choices.unitNs / 2) / choices.unitNs;
+            const int64_t units = (node.own + unitNs / 2) / unitNs;
             if (units > 0) {
                 out << line << ' ' << units << '\n';
             }
@@ -77,8 +77,9 @@ void collapseTree(std::ostream& out, const CallTree& tree, const std::string& pr
 
 void writeCollapsed(std::ostream& out, const Profile& profile, const ExportChoices& choices) {
     NameCache names(profile, choices);
+    const int64_t unitNs = profile.measure == &SampleCounts ? 1 : choices.unitNs;
     if (!choices.byThread) {
-        collapseTree(out, makeCallTree(profile, {choices.filters, -1}), "", names, choices);
+        collapseTree(out, makeCallTree(profile, {choices.filters, -1}), "", names, unitNs);
         return;
     }
     for (const ThreadTime& time : threadTimes(profile)) {
@@ -86,7 +87,7 @@ void writeCollapsed(std::ostream& out, const Profile& profile, const ExportChoic
         std::string prefix =
             "[" + collapsedText(thread.name) + " trn=" + std::to_string(thread.trn) + "]";
         collapseTree(out, makeCallTree(profile, {choices.filters, time.thread}), prefix, names,
-                     choices);
+                     unitNs);
     }
 }
 
@@ -109,10 +110,10 @@ void eachStack(const CallTree& tree, std::map<int, int>& frames, Visitor visitor
 }
 
 void writeSpeedscopeThread(JsonWriter& json, const CallTree& tree, const ProfileThread& thread,
-                           std::map<int, int>& frames) {
+                           const char* unit, std::map<int, int>& frames) {
     json.beginObject().field("type", "sampled");
     json.field("name", thread.name + " (trn " + std::to_string(thread.trn) + ")");
-    json.field("unit", "nanoseconds").field("startValue", 0).field("endValue", tree.total());
+    json.field("unit", unit).field("startValue", 0).field("endValue", tree.total());
     json.key("samples").beginArray();
     eachStack(tree, frames, [&](const std::vector<int>& stack, int64_t) {
         json.beginArray();
@@ -134,12 +135,13 @@ void writeSpeedscope(std::ostream& out, const Profile& profile, const ExportChoi
     json.field("$schema", "https://www.speedscope.app/file-format-schema.json");
     json.field("name", choices.name).field("exporter", "vdk@" VDK_VERSION);
     json.field("activeProfileIndex", 0);
+    const char* const unit = profile.measure == &SampleCounts ? "none" : "nanoseconds";
     std::map<int, int> frames; // index of a method among the shared frames
     json.key("profiles").beginArray();
     for (const ThreadTime& time : threadTimes(profile)) {
         if (time.own > 0) {
             writeSpeedscopeThread(json, makeCallTree(profile, {choices.filters, time.thread}),
-                                  profile.threads[size_t(time.thread)], frames);
+                                  profile.threads[size_t(time.thread)], unit, frames);
         }
     }
     json.endArray();

@@ -19,6 +19,8 @@ const Measure ElapsedTime = {"Where threads spent their time",
                              "calls",
                              formatNs,
                              nullptr};
+const Measure SampleCounts = {"Sampled methods", "OWN",   "CALLS",     "calls", "ownSamples",
+                              "totalSamples",    "calls", formatCount, nullptr};
 const Measure AllocatedBytes = {"Allocating methods", "BYTES",      "OBJECTS", "objects",
                                 "ownBytes",           "totalBytes", "objects", formatBytes,
                                 "Allocated classes"};
@@ -266,6 +268,9 @@ private:
     // Elapsed times, which never stand beside CPU times, have what threads did as innermost frame.
     void findMeasure() {
         for (const Charge& charge : profile.charges) {
+            if (profile.measure != &CpuTime) {
+                return;
+            }
             const int method = profile.frames[size_t(charge.frame)].method;
             const ProfileMethod& leaf = profile.methods[size_t(method)];
             if (charge.own > 0 && leaf.className.empty() && isActivity(leaf.name)) {
@@ -293,7 +298,12 @@ private:
     void readSampler() {
         eachLive(db.propertyTable, [&](int, const PropertyRecord& record) {
             const std::string name = text(record.nameStrID);
-            if (name == SamplerProperty) {
+            if (name == MeasureProperty) {
+                const std::string measure = text(record.value);
+                profile.measure = measure == SamplesMeasureName   ? &SampleCounts
+                                  : measure == ElapsedMeasureName ? &ElapsedTime
+                                                                  : &CpuTime;
+            } else if (name == SamplerProperty) {
                 profile.sampler = text(record.value);
             } else if (name == LostSamplesProperty) {
                 profile.lostSamples = record.value;

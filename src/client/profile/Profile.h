@@ -27,9 +27,16 @@ struct Measure {
 };
 extern const Measure CpuTime;        // nanoseconds, and calls
 extern const Measure ElapsedTime;    // nanoseconds
+extern const Measure SampleCounts;   // of other profilers, who tell no times
 extern const Measure AllocatedBytes; // bytes, and objects
 extern const Measure LiveBytes;
 extern const Measure GarbageBytes;
+
+// A property of tables that come from another profiler's file, and its values.
+constexpr char MeasureProperty[] = "vdk.import.measure";
+constexpr char CpuMeasureName[] = "cpu";
+constexpr char ElapsedMeasureName[] = "elapsed";
+constexpr char SamplesMeasureName[] = "samples";
 
 struct ProfileMethod {
     std::string className, name, parameters;

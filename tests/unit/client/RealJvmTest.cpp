@@ -359,6 +359,30 @@ TEST_P(RealJvm, programIsRecordedFromItsStartToItsEnd) {
     EXPECT_NE(nothing.out.find("record.nothing"), std::string::npos) << nothing.out;
 }
 
+TEST_P(RealJvm, flightRecordingsAreReadWithAllTheirSamples) {
+    client = builtFile("vdk");
+    if (client.empty()) {
+        GTEST_SKIP() << "vdk was not built";
+    }
+    dir.write("Burn.java", "class Burn { public static void main(String[] a) {\n"
+                           "long end = System.nanoTime() + 2000000000L, x = 1;\n"
+                           "while (System.nanoTime() < end) { x = x * 31 + 7; }\n"
+                           "System.out.println(x); } }");
+    const std::string file = dir.file("x.jfr"), bin = homes[0] + "/bin/";
+    run(bin + "java -Xlog:disable -XX:StartFlightRecording:settings=profile,filename=" + file +
+        " " + dir.file("Burn.java") + " 2>&1");
+    const std::string counted =
+        run(bin + "jfr print --events jdk.ExecutionSample " + file + " | grep -c stackTrace").out;
+    const Result report = run(client + " report " + file + " --json");
+    EXPECT_EQ(report.code, 0) << report.out;
+    const auto json = nlohmann::json::parse(report.out, nullptr, false);
+    EXPECT_GT(json["totalSamples"], 0);
+    EXPECT_EQ(std::to_string(json["totalSamples"].get<int>()) + "\n", counted);
+    EXPECT_EQ(json["methods"][0]["name"], "Burn.main");
+    dir.write("cut.jfr", TempDir::read(file).substr(0, 500));
+    EXPECT_EQ(run(client + " report " + dir.file("cut.jfr") + " 2>&1").code, 7);
+}
+
 TEST_P(RealJvm, heapIsCountedAndWrittenWithoutTheAgent) {
     std::string client = builtFile("vdk");
     if (client.empty()) {
