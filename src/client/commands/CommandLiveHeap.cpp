@@ -234,15 +234,16 @@ int runHeapLive(Console& console, const Arguments& arguments) {
         json.field("pid", jvm.pid);
         json.field("name", jvm.shortName()).field("liveOnly", !arguments.has("--all"));
         json.field("count", totals.count).field("shallow", totals.shallow);
-        writeSums(json, sums, top, false);
+        json.key("classes");
+        sumTable(sums, top, false).write(json);
         json.end();
         return 0;
     }
     if (sums.empty()) {
         console.note("no class matches " + printable(pattern, 200) + "; " + HeapClassNameHint);
     }
-    printSums(console, sums, top, false);
-    printTotals(console, sums, totals, !pattern.empty());
+    sumTable(sums, top, false).print(console);
+    console.out << totalsText(sums, totals, !pattern.empty()) << "\n";
     return 0;
 }
 

@@ -1,4 +1,5 @@
 #include "client/console/Text.h"
+#include "client/heap/HeapDocument.h"
 #include "client/heap/HeapReport.h"
 #include "client/heap/HeapReports.h"
 
@@ -157,37 +158,27 @@ int reportHeapArrays(Console& console, const Arguments& arguments) {
     std::vector<std::pair<GroupKey, ArrayGroup>> rows(groups.begin(), groups.end());
     std::stable_sort(rows.begin(), rows.end(),
                      [](const auto& a, const auto& b) { return a.second.bytes > b.second.bytes; });
-    rows.resize(std::min(rows.size(), heapTop(arguments, ShownArrays)));
-    auto className = [&](const GroupKey& key) {
-        int type = std::get<1>(key);
-        return type < 0 ? std::string("?") : model.classes[size_t(type)].name;
-    };
-    if (console.json) {
-        JsonWriter json(console.out, true);
-        beginHeapDocument(json, "vdk.heap.arrays/1", session);
-        json.key("groups").beginArray();
-        for (const auto& row : rows) {
-            json.beginObject().field("kind", wasteName(std::get<0>(row.first)));
-            json.field("class", className(row.first));
-            json.field("owner", ownerName(model, session.storage(), row.first, row.second.example));
-            json.field("count", row.second.count).field("bytes", row.second.bytes);
-            json.field("elements", row.second.elements).field("used", row.second.used);
-            json.field("example", heapId(model, row.second.example)).endObject();
-        }
-        json.endArray().endObject();
-        return 0;
+    const size_t top = std::min(rows.size(), heapTop(arguments, ShownArrays));
+    HeapTable table({{"bytes", "bytes", HeapTable::Kind::Bytes},
+                     {"arrays", "count", HeapTable::Kind::Count},
+                     {"kind", "kind"},
+                     {"class", "class"},
+                     {"held by", "owner"},
+                     {"", "elements"},
+                     {"", "used"},
+                     {"", "example"}});
+    for (size_t i = 0; i < top; i++) {
+        const auto& [key, group] = rows[i];
+        const int type = std::get<1>(key);
+        table.add({group.bytes, group.count, wasteName(std::get<0>(key)),
+                   type < 0 ? std::string("?") : model.classes[size_t(type)].name,
+                   ownerName(model, session.storage(), key, group.example), group.elements,
+                   group.used, heapId(model, group.example)});
     }
-    TextTable table({{"bytes", TextTable::Right},
-                     {"arrays", TextTable::Right},
-                     {"kind"},
-                     {"class"},
-                     {"held by"}});
-    for (const auto& row : rows) {
-        table.add({formatBytes(row.second.bytes), formatCount(row.second.count),
-                   wasteName(std::get<0>(row.first)), printable(className(row.first)),
-                   printable(ownerName(model, session.storage(), row.first, row.second.example))});
-    }
-    table.print(console);
+    table.setOmitted(rows.size() - top);
+    HeapDocument document(console, arguments, session, "arrays");
+    document.table("groups", table);
+    document.end();
     return 0;
 }
 

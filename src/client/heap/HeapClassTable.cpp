@@ -34,50 +34,25 @@ void sortSums(std::vector<HeapClassSum>& sums, SortKey key) {
     });
 }
 
-void printSums(Console& console, const std::vector<HeapClassSum>& sums, size_t top, bool retained) {
-    std::vector<TextTable::Column> columns = {{"objects", TextTable::Right},
-                                              {"shallow", TextTable::Right}};
+HeapTable sumTable(const std::vector<HeapClassSum>& sums, size_t top, bool retained) {
+    std::vector<HeapTable::Column> columns = {{"objects", "count", HeapTable::Kind::Count},
+                                              {"shallow", "shallow", HeapTable::Kind::Bytes}};
     if (retained) {
-        columns.push_back({"retained", TextTable::Right});
+        columns.push_back({"retained", "retained", HeapTable::Kind::Bytes});
     }
-    columns.push_back({"class"});
-    TextTable table(columns);
-    HeapClassSum rest;
-    for (size_t i = 0; i < sums.size(); i++) {
-        if (i >= top) {
-            rest.count += sums[i].count;
-            rest.shallow += sums[i].shallow;
-            continue;
-        }
-        std::vector<std::string> cells = {formatCount(sums[i].count), formatBytes(sums[i].shallow)};
+    columns.push_back({"class", "class"});
+    HeapTable table(columns);
+    top = std::min(top, sums.size());
+    for (size_t i = 0; i < top; i++) {
+        HeapTable::Row row = {sums[i].count, sums[i].shallow};
         if (retained) {
-            cells.push_back(formatBytes(sums[i].retained));
+            row.emplace_back(sums[i].retained);
         }
-        cells.push_back(printable(sums[i].name));
-        table.add(std::move(cells));
+        row.emplace_back(sums[i].name);
+        table.add(std::move(row));
     }
-    if (sums.size() > top) {
-        std::vector<std::string> cells = {formatCount(rest.count), formatBytes(rest.shallow)};
-        if (retained) {
-            cells.push_back("");
-        }
-        cells.push_back("(" + formatCount(int64_t(sums.size() - top)) + " more classes)");
-        table.add(std::move(cells));
-    }
-    table.print(console);
-}
-
-void writeSums(JsonWriter& json, const std::vector<HeapClassSum>& sums, size_t top, bool retained) {
-    json.key("classes").beginArray();
-    for (size_t i = 0; i < sums.size() && i < top; i++) {
-        json.beginObject().field("class", sums[i].name).field("count", sums[i].count);
-        json.field("shallow", sums[i].shallow);
-        if (retained) {
-            json.field("retained", sums[i].retained);
-        }
-        json.endObject();
-    }
-    json.endArray();
+    table.setOmitted(sums.size() - top);
+    return table;
 }
 
 void addTo(HeapClassSum& sum, const HeapClassSum& other) {
@@ -94,15 +69,13 @@ HeapClassSum totalOf(const std::vector<HeapClassSum>& sums) {
     return total;
 }
 
-void printTotals(Console& console, const std::vector<HeapClassSum>& shown, const HeapClassSum& all,
-                 bool some) {
+std::string totalsText(const std::vector<HeapClassSum>& shown, const HeapClassSum& all, bool some) {
+    std::string text;
     if (some) {
-        HeapClassSum part = totalOf(shown);
-        console.out << formatCount(part.count) << " objects, " << formatBytes(part.shallow)
-                    << " of ";
+        const HeapClassSum part = totalOf(shown);
+        text = formatCount(part.count) + " objects, " + formatBytes(part.shallow) + " of ";
     }
-    console.out << formatCount(all.count) << " objects, " << formatBytes(all.shallow)
-                << " in all\n";
+    return text + formatCount(all.count) + " objects, " + formatBytes(all.shallow) + " in all";
 }
 
 // Goes back to the last star only, which is enough.

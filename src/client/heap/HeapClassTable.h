@@ -3,6 +3,7 @@
 
 #include "client/commands/Command.h"
 #include "client/heap/HeapClasses.h"
+#include "client/heap/HeapDocument.h"
 
 #include <string>
 #include <vector>
@@ -22,15 +23,11 @@ void sortSums(std::vector<HeapClassSum>& sums, SortKey key);
 void addTo(HeapClassSum& sum, const HeapClassSum& other);
 HeapClassSum totalOf(const std::vector<HeapClassSum>& sums);
 
-// The first `top` classes, and the others in one line.
-void printSums(Console& console, const std::vector<HeapClassSum>& sums, size_t top, bool retained);
+// The first `top` classes.
+HeapTable sumTable(const std::vector<HeapClassSum>& sums, size_t top, bool retained);
 
 // "12 objects, 1.2 KB of 345 objects, 67.8 MB in all", the first half for `some` of all.
-void printTotals(Console& console, const std::vector<HeapClassSum>& shown, const HeapClassSum& all,
-                 bool some);
-
-// The field "classes".
-void writeSums(JsonWriter& json, const std::vector<HeapClassSum>& sums, size_t top, bool retained);
+std::string totalsText(const std::vector<HeapClassSum>& shown, const HeapClassSum& all, bool some);
 
 // "*" in the pattern is any run of characters.
 bool classNameMatches(const std::string& pattern, const std::string& name);

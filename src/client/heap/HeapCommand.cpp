@@ -22,9 +22,9 @@ const HeapReport& reportOf(const Arguments& arguments) {
 // An option that a report does not know would be passed over, and the answer be another question's.
 void checkOptions(const HeapReport& report, const Arguments& arguments) {
     static const char* const special[] = {
-        "--sort",        "--by-class", "--since",      "--held-by", "--by",
-        "--no-retained", "--weak",     "--where",      "--from",    "--gate",
-        "--subclasses",  "--skip",     "--max-growth", "--sqlite",  "--csv", "--exclude"};
+        "--sort",       "--by-class", "--since", "--held-by", "--by",         "--no-retained",
+        "--weak",       "--where",    "--from",  "--gate",    "--subclasses", "--skip",
+        "--max-growth", "--sqlite",   "--csv",   "--exclude"};
     for (const std::string option : special) {
         const bool isKnown =
             std::string(report.options).find(" " + option + " ") != std::string::npos;
@@ -45,22 +45,23 @@ const std::vector<HeapReport>& heapReports() {
         {"suspects", "", "where memory has gathered, and what holds it; --gate for scripts",
          " --gate --csv ", reportHeapSuspects, true},
         {"histogram", "[CLASSES]", "objects, shallow and retained bytes of classes",
-         " --sort --no-retained ", reportHeapHistogram, true},
+         " --sort --no-retained --csv ", reportHeapHistogram, true},
         {"objects", "CLASSES", "objects of a class; --where chooses, --sort puts in order",
          " --where --sort --subclasses --no-retained --csv ", reportHeapObjects, true},
         {"show", "ID", "all about an object: fields, elements from --from on, text, loader",
          " --from --no-retained --csv ", reportHeapShow, true},
-        {"biggest", "", "objects by retained bytes", " ", reportHeapBiggest, false},
+        {"biggest", "", "objects by retained bytes", " --csv ", reportHeapBiggest, false},
         {"dominators", "[ID]", "what an object (or nothing else) keeps alive, one level",
-         " --by-class ", reportHeapDominators, false},
-        {"refs", "ID", "what an object refers to", " ", reportHeapReferences, true},
-        {"referrers", "ID", "what refers to an object", " ", reportHeapReferrers, true},
-        {"path", "ID", "shortest path from a root to an object", " --weak ", reportHeapPath, true},
+         " --by-class --csv ", reportHeapDominators, false},
+        {"refs", "ID", "what an object refers to", " --csv ", reportHeapReferences, true},
+        {"referrers", "ID", "what refers to an object", " --csv ", reportHeapReferrers, true},
+        {"path", "ID", "shortest path from a root to an object", " --weak --csv ", reportHeapPath,
+         true},
         {"paths", "CLASSES", "shortest paths from roots to all objects of a class, merged",
          " --exclude --csv ", reportHeapPaths, true},
         {"references", "", "soft, weak, phantom and final references, what they alone hold",
          " --csv ", reportHeapReferenceObjects, true},
-        {"retained", "NAME...", "what objects, or all of some classes, retain together", " ",
+        {"retained", "NAME...", "what objects, or all of some classes, retain together", " --csv ",
          reportHeapRetained, true},
         {"holders", "CLASSES",
          "what dominates the objects of a class, by class; past those of --skip", " --skip --csv ",
@@ -73,9 +74,9 @@ const std::vector<HeapReport>& heapReports() {
          reportHeapPackages, true},
         {"unreachable", "", "what no root reaches, by class", " --csv ", reportHeapUnreachable,
          true},
-        {"strings", "", "texts that are there more than once", " ", reportHeapStrings, true},
-        {"arrays", "", "empty and nearly empty arrays, by what holds them", " ", reportHeapArrays,
-         true},
+        {"strings", "", "texts that are there more than once", " --csv ", reportHeapStrings, true},
+        {"arrays", "", "empty and nearly empty arrays, by what holds them", " --csv ",
+         reportHeapArrays, true},
         {"collections", "", "how full lists, maps and sets are, and what holds the wasteful ones",
          " --csv ", reportHeapCollections, true},
         {"duplicates", "", "primitive arrays with equal content", " --csv ", reportHeapDuplicates,
@@ -91,10 +92,10 @@ const std::vector<HeapReport>& heapReports() {
          " ", reportHeapShell, true},
         {"server", "", "the same for programs: a line of JSON each, on standard input and output",
          " ", reportHeapServer, true},
-        {"generations", "", "objects by the mark behind their birth (snapshots only)", " ",
+        {"generations", "", "objects by the mark behind their birth (snapshots only)", " --csv ",
          reportHeapGenerations, true},
         {"sites", "[CLASSES]", "objects by class and by what allocated them (snapshots only)",
-         " --since --held-by --by ", reportHeapSites, true},
+         " --since --held-by --by --csv ", reportHeapSites, true},
     };
     return reports;
 }
@@ -135,7 +136,8 @@ bool heapReportNeedsGraph(const Arguments& arguments) {
 int runHeap(Console& console, const Arguments& arguments) {
     const HeapReport& report = reportOf(arguments);
     checkOptions(report, arguments);
-    int code = report.run(console, arguments);
+    const int code = arguments.has("REPORT") ? report.run(console, arguments)
+                                             : runHeapWithoutReport(console, arguments);
     if (console.json) {
         console.out << "\n";
     }

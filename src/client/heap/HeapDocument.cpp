@@ -107,7 +107,8 @@ void HeapTable::write(JsonWriter& json) const {
     for (const Row& row : rows) {
         json.beginObject();
         for (size_t i = 0; i < columns.size(); i++) {
-            if (columns[i].key.empty()) {
+            const bool isLeftOut = columns[i].isOptional && row[i].holds == Holds::Nothing;
+            if (columns[i].key.empty() || isLeftOut) {
                 continue;
             }
             json.key(columns[i].key);

@@ -20,6 +20,7 @@ public:
         std::string title;
         std::string key;
         Kind kind = Kind::Text;
+        bool isOptional = false; // left out of JSON where there is no value
     };
     // A value, or none.
     struct Cell {

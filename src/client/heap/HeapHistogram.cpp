@@ -35,20 +35,16 @@ int reportHeapHistogram(Console& console, const Arguments& arguments) {
         }
     }
     sortSums(sums, sortKey(arguments, analyze));
-    size_t top = heapTop(arguments, console.json ? sums.size() : HistogramClasses);
-    if (console.json) {
-        JsonWriter json(console.out, true);
-        beginHeapDocument(json, "vdk.heap.histogram/1", session);
-        json.field("count", totals.count).field("shallow", totals.shallow);
-        writeSums(json, sums, top, analyze);
-        json.endObject();
-        return 0;
-    }
-    printSums(console, sums, top, analyze);
+    HeapDocument document(console, arguments, session, "histogram");
+    document.field("count", totals.count);
+    document.field("shallow", totals.shallow);
+    const size_t top = heapTop(arguments, document.isText() ? HistogramClasses : sums.size());
+    document.table("classes", sumTable(sums, top, analyze));
     HeapClassSum all;
     all.count = totals.count;
     all.shallow = totals.shallow;
-    printTotals(console, sums, all, !patterns.empty());
+    document.line(totalsText(sums, all, !patterns.empty()));
+    document.end();
     return 0;
 }
 

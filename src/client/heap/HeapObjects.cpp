@@ -1,5 +1,7 @@
 #include "client/console/Text.h"
+#include "client/heap/HeapClassTable.h"
 #include "client/heap/HeapClasses.h"
+#include "client/heap/HeapObjectTable.h"
 #include "client/heap/HeapReport.h"
 #include "client/heap/HeapReports.h"
 #include "offline/ObjectStorage.h"
@@ -45,103 +47,38 @@ std::vector<int> biggestRows(const HeapSession& session, size_t top, Include inc
     return rows;
 }
 
-void printObjects(Console& console, const HeapSession& session, const std::vector<int>& rows) {
-    TextTable table({{"retained", TextTable::Right}, {"shallow", TextTable::Right}, {"object"}});
-    for (int row : rows) {
-        table.add({formatBytes(session.retainedOf(row)), formatBytes(session.sizeOf(row)),
-                   heapLabel(session.model(), row)});
-    }
-    table.print(console);
-}
-
-void writeObjects(JsonWriter& json, const HeapSession& session, const std::vector<int>& rows) {
-    json.key("objects").beginArray();
-    for (int row : rows) {
-        json.beginObject();
-        writeHeapObject(json, session, row);
-        json.endObject();
-    }
-    json.endArray();
-}
-
-// The children of a row grouped by class, largest first.
-int reportChildrenByClass(Console& console, const HeapSession& session, int parent, size_t top) {
+// The children of a row by class, largest first.
+std::vector<HeapClassSum> childrenByClass(const HeapSession& session, int parent, int64_t& count) {
     std::vector<int> rows;
     for (int row = 1; row <= session.model().rowCount(); row++) {
         if (session.storage().getDominator(row) == parent && session.isReached(row)) {
             rows.push_back(row);
         }
     }
+    count = int64_t(rows.size());
     std::vector<HeapClassSum> sums = sumRowsByClass(session, rows);
-    std::sort(sums.begin(), sums.end(), [](const HeapClassSum& a, const HeapClassSum& b) {
-        return a.retained != b.retained ? a.retained > b.retained : a.name < b.name;
-    });
-    if (console.json) {
-        JsonWriter json(console.out, true);
-        beginHeapDocument(json, "vdk.heap.dominators/1", session);
-        json.field("count", int64_t(rows.size())).key("classes").beginArray();
-        for (size_t i = 0; i < sums.size() && i < top; i++) {
-            json.beginObject().field("class", sums[i].name).field("count", sums[i].count);
-            json.field("shallow", sums[i].shallow).field("retained", sums[i].retained).endObject();
-        }
-        json.endArray().endObject();
-        return 0;
-    }
-    TextTable table({{"objects", TextTable::Right},
-                     {"retained", TextTable::Right},
-                     {"shallow", TextTable::Right},
-                     {"class"}});
-    for (size_t i = 0; i < sums.size() && i < top; i++) {
-        table.add({formatCount(sums[i].count), formatBytes(sums[i].retained),
-                   formatBytes(sums[i].shallow), printable(sums[i].name)});
-    }
-    table.print(console);
-    return 0;
+    sortSums(sums, SortKey::Retained);
+    return sums;
 }
 
-struct Link {
-    int row;
-    std::string name;
-};
+void writeObject(HeapDocument& document, const HeapSession& session, int row) {
+    if (JsonWriter* json = document.writer()) {
+        json->key("object").beginObject();
+        writeHeapObject(*json, session, row);
+        json->endObject();
+    }
+}
 
-int printLinks(Console& console, const HeapSession& session, const char* schema, int row,
-               const std::vector<Link>& links, int64_t count) {
-    const bool analyzed = !session.reachedBits().empty();
-    if (console.json) {
-        JsonWriter json(console.out, true);
-        beginHeapDocument(json, schema, session);
-        json.key("object").beginObject();
-        writeHeapObject(json, session, row);
-        json.endObject().field("count", count).key("references").beginArray();
-        for (const Link& link : links) {
-            json.beginObject().field("name", link.name);
-            writeHeapObject(json, session, link.row);
-            json.endObject();
-        }
-        json.endArray().endObject();
-        return 0;
-    }
-    console.out << heapLabel(session.model(), row) << "\n";
-    std::vector<TextTable::Column> columns = {{"shallow", TextTable::Right}};
-    if (analyzed) {
-        columns.push_back({"retained", TextTable::Right});
-    }
-    columns.push_back({"name"});
-    columns.push_back({"object"});
-    TextTable table(columns);
-    for (const Link& link : links) {
-        std::vector<std::string> cells = {formatBytes(session.sizeOf(link.row))};
-        if (analyzed) {
-            cells.push_back(formatBytes(session.retainedOf(link.row)));
-        }
-        cells.push_back(printable(link.name));
-        cells.push_back(heapLabel(session.model(), link.row));
-        table.add(std::move(cells));
-    }
-    table.print(console);
-    if (count > int64_t(links.size())) {
-        console.out << "(" << formatCount(count - int64_t(links.size())) << " more)\n";
-    }
+int writeLinks(Console& console, const Arguments& arguments, const HeapSession& session,
+               const char* name, int row, const std::vector<HeapLink>& links, int64_t count) {
+    HeapDocument document(console, arguments, session, name);
+    writeObject(document, session, row);
+    document.line(heapLabel(session.model(), row));
+    document.field("count", count);
+    HeapTable table = heapLinkTable(session, links);
+    table.setOmitted(size_t(count) - links.size());
+    document.table("references", table);
+    document.end();
     return 0;
 }
 
@@ -157,14 +94,9 @@ int reportHeapBiggest(Console& console, const Arguments& arguments) {
     heapArguments(arguments, 0, 0, "no arguments");
     HeapSession session(console, heapOptions(arguments), true);
     const std::vector<int> rows = biggestObjects(session, heapTop(arguments, ShownObjects));
-    if (console.json) {
-        JsonWriter json(console.out, true);
-        beginHeapDocument(json, "vdk.heap.biggest/1", session);
-        writeObjects(json, session, rows);
-        json.endObject();
-    } else {
-        printObjects(console, session, rows);
-    }
+    HeapDocument document(console, arguments, session, "biggest");
+    document.table("objects", heapObjectTable(session, rows));
+    document.end();
     return 0;
 }
 
@@ -173,41 +105,33 @@ int reportHeapDominators(Console& console, const Arguments& arguments) {
     HeapSession session(console, heapOptions(arguments), true);
     int parent = ids.empty() ? 0 : session.rowOf(ids[0]);
     size_t top = heapTop(arguments, ShownObjects);
-    if (!console.json && parent != 0) {
-        console.out << heapLabel(session.model(), parent) << " retains "
-                    << formatBytes(session.retainedOf(parent));
-        int above = session.storage().getDominator(parent);
-        console.out << (above == 0 ? std::string(", dominated by no object")
-                                   : ", dominated by " + heapLabel(session.model(), above))
-                    << "\n";
-    }
-    if (arguments.has("--by-class")) {
-        return reportChildrenByClass(console, session, parent, top);
+    HeapDocument document(console, arguments, session, "dominators");
+    if (parent != 0) {
+        const int above = session.storage().getDominator(parent);
+        document.line(heapLabel(session.model(), parent) + " retains " +
+                      formatBytes(session.retainedOf(parent)) + ", dominated by " +
+                      (above == 0 ? "no object" : heapLabel(session.model(), above)));
+        writeObject(document, session, parent);
     }
     int64_t count = 0;
-    std::vector<int> rows = biggestRows(
+    if (arguments.has("--by-class")) {
+        const std::vector<HeapClassSum> sums = childrenByClass(session, parent, count);
+        document.field("count", count);
+        document.table("classes", sumTable(sums, top, true));
+        document.end();
+        return 0;
+    }
+    const std::vector<int> rows = biggestRows(
         session, top,
         [&](int row) {
             return session.storage().getDominator(row) == parent && session.isReached(row);
         },
         count);
-    if (console.json) {
-        JsonWriter json(console.out, true);
-        beginHeapDocument(json, "vdk.heap.dominators/1", session);
-        if (parent != 0) {
-            json.key("object").beginObject();
-            writeHeapObject(json, session, parent);
-            json.endObject();
-        }
-        json.field("count", count);
-        writeObjects(json, session, rows);
-        json.endObject();
-        return 0;
-    }
-    printObjects(console, session, rows);
-    if (count > int64_t(rows.size())) {
-        console.out << "(" << formatCount(count - int64_t(rows.size())) << " more)\n";
-    }
+    HeapTable table = heapObjectTable(session, rows);
+    table.setOmitted(size_t(count) - rows.size());
+    document.field("count", count);
+    document.table("objects", table);
+    document.end();
     return 0;
 }
 
@@ -217,7 +141,7 @@ int reportHeapReferences(Console& console, const Arguments& arguments) {
     HeapSession session(console, options, !options.index.empty());
     int row = session.rowOf(ids[0]);
     size_t top = heapTop(arguments, ShownReferences);
-    std::vector<Link> links;
+    std::vector<HeapLink> links;
     int64_t count = 0;
     for (int i = 0; i < session.storage().getRefCount(row); i++) {
         int target = session.storage().getRef(row, i);
@@ -229,7 +153,7 @@ int reportHeapReferences(Console& console, const Arguments& arguments) {
         }
         count++;
     }
-    return printLinks(console, session, "vdk.heap.refs/1", row, links, count);
+    return writeLinks(console, arguments, session, "refs", row, links, count);
 }
 
 int reportHeapReferrers(Console& console, const Arguments& arguments) {
@@ -238,7 +162,7 @@ int reportHeapReferrers(Console& console, const Arguments& arguments) {
     int row = session.rowOf(ids[0]);
     const RefTable& referrers = *session.storage().getBackwardReferences();
     size_t top = heapTop(arguments, ShownReferences);
-    std::vector<Link> links;
+    std::vector<HeapLink> links;
     int last = 0;
     int lastPosition = -1;
     for (int i = 0; i < referrers.getCount(row); i++) {
@@ -256,7 +180,7 @@ int reportHeapReferrers(Console& console, const Arguments& arguments) {
         }
         links.push_back({source, session.model().referenceName(source, position)});
     }
-    return printLinks(console, session, "vdk.heap.referrers/1", row, links,
+    return writeLinks(console, arguments, session, "referrers", row, links,
                       referrers.getCount(row));
 }
 

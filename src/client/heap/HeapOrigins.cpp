@@ -2,6 +2,7 @@
 // and what holds the objects that were made since a mark.
 #include "client/console/Text.h"
 #include "client/heap/HeapClassTable.h"
+#include "client/heap/HeapDocument.h"
 #include "client/heap/HeapPathSearch.h"
 #include "client/heap/HeapReport.h"
 #include "client/heap/HeapReports.h"
@@ -279,15 +280,16 @@ void printHolders(Console& console, const HeapSession& session, const ChosenObje
                   size_t top) {
     const auto groups = heldGroups(session, objects);
     console.out << "\nHeld by older objects\n";
-    TextTable table({{"objects", TextTable::Right},
-                     {"bytes", TextTable::Right},
-                     {"holders", TextTable::Right},
-                     {"held by"}});
+    HeapTable table({{"objects", "", HeapTable::Kind::Count},
+                     {"bytes", "", HeapTable::Kind::Bytes},
+                     {"holders", "", HeapTable::Kind::Count},
+                     {"held by", ""}});
     for (size_t i = 0; i < std::min(groups.size(), top); i++) {
         const auto& [key, group] = groups[i];
-        table.add({formatCount(group.sum.count), formatBytes(group.sum.shallow),
-                   key.className.empty() ? "" : formatCount(int64_t(group.byHolder.size())),
-                   heldText(key)});
+        table.add(
+            {group.sum.count, group.sum.shallow,
+             key.className.empty() ? HeapTable::Cell() : HeapTable::Cell(group.byHolder.size()),
+             heldText(key)});
     }
     table.print(console);
     for (size_t i = 0; i < std::min({groups.size(), top, PathsShown}); i++) {
@@ -353,28 +355,38 @@ SiteReport sitesOf(const HeapModel& model, const ChosenObjects& objects, Groupin
     return report;
 }
 
-void printSites(Console& console, const HeapModel& model, const SiteReport& report,
-                Grouping grouping, size_t top) {
-    std::vector<TextTable::Column> columns = {
-        {"objects", TextTable::Right}, {"bytes", TextTable::Right}, {"class"}};
+// For people and in CSV.
+HeapTable siteTable(const HeapModel& model, const SiteReport& report, Grouping grouping,
+                    size_t top) {
+    std::vector<HeapTable::Column> columns = {{"objects", "count", HeapTable::Kind::Count},
+                                              {"bytes", "shallow", HeapTable::Kind::Bytes},
+                                              {"class", "class"}};
     if (grouping != Grouping::Class) {
-        columns.push_back({"allocated in"});
+        columns.push_back({"allocated in", ""});
+        columns.push_back({"", "method"});
     }
-    TextTable table(columns);
+    if (grouping == Grouping::Path) {
+        columns.push_back({"", "stack"});
+    }
+    HeapTable table(columns);
     const auto rows = byBytes(report.sites);
-    for (size_t i = 0; i < std::min(rows.size(), top); i++) {
-        std::vector<std::string> cells = {formatCount(rows[i].second.count),
-                                          formatBytes(rows[i].second.shallow),
-                                          printable(rows[i].first.className)};
+    top = std::min(rows.size(), top);
+    for (size_t i = 0; i < top; i++) {
+        const auto& [key, sum] = rows[i];
+        HeapTable::Row row = {sum.count, sum.shallow, key.className};
         if (grouping != Grouping::Class) {
-            cells.push_back(callText(placeOf(model, rows[i].first, grouping)));
+            const std::vector<std::string> place = placeOf(model, key, grouping);
+            const bool isKnown = key.place != 0 && !place.empty();
+            row.emplace_back(callText(place));
+            row.push_back(isKnown ? HeapTable::Cell(place[0]) : HeapTable::Cell());
+            if (grouping == Grouping::Path) {
+                row.push_back(isKnown ? HeapTable::Cell(join(place, " < ")) : HeapTable::Cell());
+            }
         }
-        table.add(cells);
+        table.add(std::move(row));
     }
-    table.print(console);
-    if (rows.size() > top) {
-        console.note("... and " + std::to_string(rows.size() - top) + " more; --top shows them");
-    }
+    table.setOmitted(rows.size() - top);
+    return table;
 }
 
 void writeSites(JsonWriter& json, const HeapModel& model, const SiteReport& report,
@@ -418,33 +430,26 @@ int reportHeapGenerations(Console& console, const Arguments& arguments) {
                 .add(size);
         }
     }
-    if (console.json) {
-        JsonWriter json(console.out, true);
-        beginHeapDocument(json, "vdk.heap.generations/1", session);
-        json.field("unreachable", unreachable.count);
-        json.field("unreachableBytes", unreachable.shallow).key("generations").beginArray();
-        for (const HeapGeneration& generation : model.generations) {
-            json.beginObject().field("generation", generation.number);
-            json.field("name", generation.name).field("uptimeMs", generation.uptimeMs);
-            writeSum(json, sums[generation.number]);
-            json.endObject();
-        }
-        json.endArray().endObject();
-        return 0;
-    }
-    TextTable table({{"generation", TextTable::Right},
-                     {"at", TextTable::Right},
-                     {"objects", TextTable::Right},
-                     {"bytes", TextTable::Right},
-                     {"name"}});
+    HeapTable table({{"generation", "generation", HeapTable::Kind::Value},
+                     {"at", ""},
+                     {"", "uptimeMs"},
+                     {"objects", "count", HeapTable::Kind::Count},
+                     {"bytes", "shallow", HeapTable::Kind::Bytes},
+                     {"name", "name"}});
     for (const HeapGeneration& generation : model.generations) {
         const OriginSum& sum = sums[generation.number];
-        table.add({std::to_string(generation.number), formatNs(generation.uptimeMs * 1000000),
-                   formatCount(sum.count), formatBytes(sum.shallow), printable(generation.name)});
+        table.add({generation.number, formatNs(generation.uptimeMs * 1000000), generation.uptimeMs,
+                   sum.count, sum.shallow, generation.name});
     }
-    table.print(console);
-    console.note("an object belongs to the first mark behind its birth; " +
-                 objectsText(unreachable) + ", that no root reaches are left out");
+    HeapDocument document(console, arguments, session, "generations");
+    document.field("unreachable", unreachable.count);
+    document.field("unreachableBytes", unreachable.shallow);
+    document.table("generations", table);
+    document.end();
+    if (document.isText()) {
+        console.note("an object belongs to the first mark behind its birth; " +
+                     objectsText(unreachable) + ", that no root reaches are left out");
+    }
     return 0;
 }
 
@@ -465,35 +470,34 @@ int reportHeapSites(Console& console, const Arguments& arguments) {
                                 mark ? mark->number : -1);
     const Grouping grouping = groupingOf(arguments);
     const SiteReport report = sitesOf(model, objects, grouping);
-    const size_t top = heapTop(arguments, console.json ? report.sites.size() : SitesShown);
-    if (console.json) {
-        JsonWriter json(console.out, true);
-        beginHeapDocument(json, "vdk.heap.sites/1", session);
-        json.key("since");
-        mark ? json.value(mark->number) : json.nullValue();
-        writeSum(json, report.all);
-        json.field("recordedCount", report.recorded.count);
-        json.field("recordedShallow", report.recorded.shallow);
-        writeSites(json, model, report, grouping, top);
+    HeapDocument document(console, arguments, session, "sites");
+    const size_t top = heapTop(arguments, document.isText() ? SitesShown : report.sites.size());
+    if (JsonWriter* json = document.writer()) {
+        json->key("since");
+        mark ? json->value(mark->number) : json->nullValue();
+        writeSum(*json, report.all);
+        json->field("recordedCount", report.recorded.count);
+        json->field("recordedShallow", report.recorded.shallow);
+        writeSites(*json, model, report, grouping, top);
         if (heldBy) {
-            writeHolders(json, session, objects, heapTop(arguments, HoldersShown));
+            writeHolders(*json, session, objects, heapTop(arguments, HoldersShown));
         }
-        json.endObject();
+        document.end();
         return 0;
     }
-    console.out << objectsText(report.all)
-                << (mark ? ", made since generation " + std::to_string(mark->number) + " (" +
-                               printable(mark->name) + ") and still alive"
-                         : std::string(" alive"))
-                << "\n";
+    document.line(objectsText(report.all) +
+                  (mark ? ", made since generation " + std::to_string(mark->number) + " (" +
+                              printable(mark->name) + ") and still alive"
+                        : std::string(" alive")));
     if (grouping != Grouping::Class) {
-        console.out << "the allocation of " << objectsText(report.recorded) << ", was recorded\n";
+        document.line("the allocation of " + objectsText(report.recorded) + ", was recorded");
     }
-    console.out << "\n";
-    printSites(console, model, report, grouping, top);
-    if (heldBy) {
+    document.line("");
+    document.table("sites", siteTable(model, report, grouping, top));
+    if (heldBy && document.isText()) {
         printHolders(console, session, objects, heapTop(arguments, HoldersShown));
     }
+    document.end();
     return 0;
 }
 

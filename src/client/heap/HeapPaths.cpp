@@ -1,5 +1,7 @@
 #include "client/console/Text.h"
+#include "client/heap/HeapClassTable.h"
 #include "client/heap/HeapClasses.h"
+#include "client/heap/HeapObjectTable.h"
 #include "client/heap/HeapPathSearch.h"
 #include "client/heap/HeapReport.h"
 #include "client/heap/HeapReports.h"
@@ -54,18 +56,22 @@ int reportHeapPath(Console& console, const Arguments& arguments) {
     const HeapModel& model = session.model();
     int target = session.rowOf(ids[0]);
     std::vector<int> path = shortestPath(session, target, arguments.has("--weak"));
-    if (console.json) {
-        JsonWriter json(console.out, true);
-        beginHeapDocument(json, "vdk.heap.path/1", session);
-        writePath(json, session, path);
-        json.endObject();
+    HeapDocument document(console, arguments, session, "path");
+    if (JsonWriter* json = document.writer()) {
+        writePath(*json, session, path);
+    } else if (!document.isText()) {
+        std::vector<HeapLink> links;
+        for (size_t i = 0; i < path.size(); i++) {
+            links.push_back({path[i], i == 0 ? "" : nameOfReference(model, path[i - 1], path[i])});
+        }
+        document.table("path", heapLinkTable(session, links));
     } else if (path.empty()) {
-        console.out << "no root reaches " << heapLabel(model, target)
-                    << (arguments.has("--weak") ? "" : " but through weak references, if at all")
-                    << "\n";
+        document.line("no root reaches " + heapLabel(model, target) +
+                      (arguments.has("--weak") ? "" : " but through weak references, if at all"));
     } else {
         printPath(console, model, path, "");
     }
+    document.end();
     return path.empty() ? int(ExitCode::Refused) : 0;
 }
 
@@ -92,35 +98,18 @@ int reportHeapRetained(Console& console, const Arguments& arguments) {
         }
     }
     std::vector<HeapClassSum> sums = sumRowsByClass(session, retained);
-    std::sort(sums.begin(), sums.end(), [](const HeapClassSum& a, const HeapClassSum& b) {
-        return a.shallow != b.shallow ? a.shallow > b.shallow : a.name < b.name;
-    });
-    size_t top = heapTop(arguments, console.json ? sums.size() : ShownClasses);
-    sums.resize(std::min(sums.size(), top));
-    if (console.json) {
-        JsonWriter json(console.out, true);
-        beginHeapDocument(json, "vdk.heap.retained/1", session);
-        json.field("group", groupCount).field("count", int64_t(retained.size()));
-        json.field("retained", bytes).key("classes").beginArray();
-        for (const HeapClassSum& sum : sums) {
-            json.beginObject()
-                .field("class", sum.name)
-                .field("count", sum.count)
-                .field("shallow", sum.shallow)
-                .endObject();
-        }
-        json.endArray().endObject();
-        return 0;
-    }
-    console.out << formatCount(groupCount)
-                << (groupCount == 1 ? " object retains " : " objects retain ") << formatBytes(bytes)
-                << " in " << formatCount(int64_t(retained.size()))
-                << (retained.size() == 1 ? " object\n" : " objects\n");
-    TextTable table({{"objects", TextTable::Right}, {"shallow", TextTable::Right}, {"class"}});
-    for (const HeapClassSum& sum : sums) {
-        table.add({formatCount(sum.count), formatBytes(sum.shallow), printable(sum.name)});
-    }
-    table.print(console);
+    sortSums(sums, SortKey::Shallow);
+    HeapDocument document(console, arguments, session, "retained");
+    document.field("group", groupCount);
+    document.field("count", retained.size());
+    document.field("retained", bytes);
+    document.line(formatCount(groupCount) +
+                  (groupCount == 1 ? " object retains " : " objects retain ") + formatBytes(bytes) +
+                  " in " + formatCount(int64_t(retained.size())) +
+                  (retained.size() == 1 ? " object" : " objects"));
+    const size_t top = heapTop(arguments, document.isText() ? ShownClasses : sums.size());
+    document.table("classes", sumTable(sums, top, false));
+    document.end();
     return 0;
 }
 

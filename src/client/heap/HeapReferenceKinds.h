@@ -1,4 +1,5 @@
-// The objects of java.lang.ref: of which strength they are, and which field of theirs does not hold.
+// The objects of java.lang.ref: of which strength they are, and which field of theirs does not
+// hold.
 #pragma once
 
 #include "heapfile/HeapModel.h"

@@ -35,4 +35,7 @@ int reportHeapShell(Console& console, const Arguments& arguments);
 int reportHeapServer(Console& console, const Arguments& arguments);
 int reportHeapExport(Console& console, const Arguments& arguments);
 
+// The first screen, and with a terminal the shell behind it.
+int runHeapWithoutReport(Console& console, const Arguments& arguments);
+
 } // namespace vdk

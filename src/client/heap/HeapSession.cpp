@@ -53,6 +53,12 @@ void translated(const std::string& file, Code code) {
     }
 }
 
+// Its first text, behind the length of that.
+bool isPortableHeapDump(const MappedFile& file) {
+    static constexpr char Start[] = "\0\x12portable heap dump";
+    return file.size() >= sizeof(Start) - 1 && memcmp(file.data(), Start, sizeof(Start) - 1) == 0;
+}
+
 } // namespace
 
 HeapSession::Sharing* HeapSession::Sharing::current = nullptr;
@@ -144,6 +150,11 @@ void HeapSession::read(bool analyze) {
         opened->heap.model = HprofReader::read(std::move(file), reading);
     } else if (SnapshotHeapReader::isSnapshot(file->data(), file->size())) {
         opened->heap.model = SnapshotHeapReader::read(std::move(file), reading);
+    } else if (isPortableHeapDump(*file)) {
+        throw HeapReadError(options.file + " is a portable heap dump (PHD), the form of OpenJ9 "
+                                           "JVMs, which is not read here: it has neither values of "
+                                           "fields nor names of threads; HPROF files are read",
+                            0);
     } else {
         throw HeapReadError(options.file + " is neither a heap dump nor a snapshot: wrong magic",
                             0);

@@ -1,16 +1,22 @@
 #include "client/console/Text.h"
+#include "client/heap/HeapDocument.h"
+#include "client/heap/HeapOwner.h"
 #include "client/heap/HeapReport.h"
 #include "client/heap/HeapReports.h"
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <set>
 
 namespace vdk {
 
 namespace {
 
 const size_t ShownStrings = 30;
+const size_t ShownOwners = 30;
 const uint32_t ShownCharacters = 100;
+const uint32_t WrittenCharacters = 1000;
 
 // The characters of a string as they stand in the file.
 struct Content {
@@ -41,6 +47,13 @@ struct Duplicate {
     int64_t wasted = 0; // bytes of all but one string and one array
 };
 
+// Strings whose text another one has already, by what holds them.
+struct OwnerSum {
+    int64_t count = 0;
+    int64_t wasted = 0;
+    int example = 0; // row
+};
+
 struct StringSums {
     int64_t count = 0;
     int64_t bytes = 0; // strings and their arrays, each once
@@ -48,12 +61,12 @@ struct StringSums {
     int64_t wasted = 0;
     int64_t unreadable = 0;
     std::vector<Duplicate> duplicates;
+    std::map<HeapOwner, OwnerSum> owners; // of all strings of a text but the first
 };
 
 class StringFinder {
 public:
-    explicit StringFinder(const HeapSession& session)
-        : model(session.model()), storage(session.storage()) {
+    explicit StringFinder(const HeapSession& session) : session(session), model(session.model()) {
         if (model.stringClass >= 0) {
             for (const HeapField& field : model.classes[size_t(model.stringClass)].fields) {
                 sharesArrays = sharesArrays || field.name == "offset";
@@ -72,8 +85,8 @@ private:
     void addGroup(std::vector<Entry>::iterator first, std::vector<Entry>::iterator last,
                   StringSums& sums);
 
+    const HeapSession& session;
     const HeapModel& model;
-    const ObjectStorage& storage;
     bool sharesArrays = false; // strings of JDK 6 are parts of arrays
 };
 
@@ -143,22 +156,25 @@ void StringFinder::addGroup(std::vector<Entry>::iterator first, std::vector<Entr
             Content content;
             return contentOf(e.row, content) && content.equals(reference);
         });
-        std::vector<int> arrays;
+        std::set<int> arrays;
         Duplicate duplicate;
         duplicate.row = first->row;
         duplicate.count = other - first;
         for (auto e = first; e != other; ++e) {
-            arrays.push_back(model.referenceField(e->row, "value"));
+            const int array = model.referenceField(e->row, "value");
+            const int64_t arrayBytes =
+                arrays.insert(array).second ? std::max<int64_t>(model.sizeOf(array), 0) : 0;
+            sums.bytes += arrayBytes;
+            if (e != first) {
+                const int64_t bytes = arrayBytes + std::max<int64_t>(model.sizeOf(e->row), 0);
+                duplicate.wasted += bytes;
+                OwnerSum& owner = sums.owners[HeapOwner::of(session, e->row)];
+                owner.count++;
+                owner.wasted += bytes;
+                owner.example = e->row;
+            }
         }
-        std::sort(arrays.begin(), arrays.end());
-        arrays.erase(std::unique(arrays.begin(), arrays.end()), arrays.end());
         duplicate.arrays = int64_t(arrays.size());
-        for (int array : arrays) {
-            sums.bytes += std::max<int64_t>(model.sizeOf(array), 0);
-        }
-        duplicate.wasted =
-            (duplicate.count - 1) * std::max<int64_t>(model.sizeOf(first->row), 0) +
-            (duplicate.arrays - 1) * std::max<int64_t>(model.sizeOf(arrays.front()), 0);
         sums.distinct++;
         sums.wasted += duplicate.wasted;
         if (duplicate.count > 1) {
@@ -168,43 +184,62 @@ void StringFinder::addGroup(std::vector<Entry>::iterator first, std::vector<Entr
     }
 }
 
+HeapTable textTable(const HeapModel& model, const StringSums& sums, size_t top) {
+    HeapTable table({{"wasted", "wasted", HeapTable::Kind::Bytes},
+                     {"strings", "count", HeapTable::Kind::Count},
+                     {"arrays", "arrays", HeapTable::Kind::Count},
+                     {"text", ""},
+                     {"", "id"},
+                     {"", "text"}});
+    top = std::min(top, sums.duplicates.size());
+    for (size_t i = 0; i < top; i++) {
+        const Duplicate& each = sums.duplicates[i];
+        const std::string text = heapDetail(model, each.row, WrittenCharacters);
+        table.add({each.wasted, each.count, each.arrays,
+                   "\"" + printable(text, ShownCharacters) + "\"", heapId(model, each.row), text});
+    }
+    table.setOmitted(sums.duplicates.size() - top);
+    return table;
+}
+
+HeapTable ownerTable(const HeapModel& model, const StringSums& sums, size_t top) {
+    std::vector<std::pair<HeapOwner, OwnerSum>> rows(sums.owners.begin(), sums.owners.end());
+    std::stable_sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
+        return a.second.wasted > b.second.wasted;
+    });
+    HeapTable table({{"wasted", "wasted", HeapTable::Kind::Bytes},
+                     {"strings", "count", HeapTable::Kind::Count},
+                     {"held by", "owner"},
+                     {"", "example"}});
+    top = std::min(top, rows.size());
+    for (size_t i = 0; i < top; i++) {
+        const OwnerSum& sum = rows[i].second;
+        table.add({sum.wasted, sum.count, rows[i].first.text(model), heapId(model, sum.example)});
+    }
+    table.setOmitted(rows.size() - top);
+    return table;
+}
+
 } // namespace
 
 int reportHeapStrings(Console& console, const Arguments& arguments) {
     heapArguments(arguments, 0, 0, "no arguments");
-    HeapOptions options = heapOptions(arguments);
-    HeapSession session(console, options, !options.index.empty());
-    StringSums sums = StringFinder(session).run();
-    size_t top = std::min(heapTop(arguments, ShownStrings), sums.duplicates.size());
-    if (console.json) {
-        JsonWriter json(console.out, true);
-        beginHeapDocument(json, "vdk.heap.strings/1", session);
-        json.field("count", sums.count).field("bytes", sums.bytes);
-        json.field("distinct", sums.distinct).field("wasted", sums.wasted);
-        json.field("unreadable", sums.unreadable).key("duplicates").beginArray();
-        for (size_t i = 0; i < top; i++) {
-            const Duplicate& d = sums.duplicates[i];
-            json.beginObject().field("id", heapId(session.model(), d.row));
-            json.field("text", heapDetail(session.model(), d.row, 1000));
-            json.field("count", d.count).field("arrays", d.arrays);
-            json.field("wasted", d.wasted).endObject();
-        }
-        json.endArray().endObject();
-        return 0;
-    }
-    console.out << formatCount(sums.count) << " strings of " << formatCount(sums.distinct)
-                << " texts, " << formatBytes(sums.bytes) << " with their arrays; "
-                << formatBytes(sums.wasted) << " for texts that are there already\n";
-    TextTable table({{"wasted", TextTable::Right},
-                     {"strings", TextTable::Right},
-                     {"arrays", TextTable::Right},
-                     {"text"}});
-    for (size_t i = 0; i < top; i++) {
-        const Duplicate& d = sums.duplicates[i];
-        table.add({formatBytes(d.wasted), formatCount(d.count), formatCount(d.arrays),
-                   "\"" + printable(heapDetail(session.model(), d.row, ShownCharacters)) + "\""});
-    }
-    table.print(console);
+    HeapSession session(console, heapOptions(arguments), true);
+    const HeapModel& model = session.model();
+    const StringSums sums = StringFinder(session).run();
+    HeapDocument document(console, arguments, session, "strings");
+    document.field("count", sums.count);
+    document.field("bytes", sums.bytes);
+    document.field("distinct", sums.distinct);
+    document.field("wasted", sums.wasted);
+    document.field("unreadable", sums.unreadable);
+    document.line(formatCount(sums.count) + " strings of " + formatCount(sums.distinct) +
+                  " texts, " + formatBytes(sums.bytes) + " with their arrays; " +
+                  formatBytes(sums.wasted) + " for texts that are there already");
+    document.table("duplicates", textTable(model, sums, heapTop(arguments, ShownStrings)));
+    document.table("owners", ownerTable(model, sums, heapTop(arguments, ShownOwners)),
+                   "By what holds them, all of a text but the first");
+    document.end();
     return 0;
 }
 

@@ -244,7 +244,8 @@ void writeSuspects(JsonWriter& json, const HeapSession& session, const HeapSuspe
         const int type = model.classOf(suspect.row);
         const int loader = type < 0 ? 0 : model.loaderOf(type);
         loader == 0 ? json.nullValue() : json.value(heapLabel(model, loader));
-        writeSums(json, suspect.children, KeptChildren, true);
+        json.key("classes");
+        sumTable(suspect.children, KeptChildren, true).write(json);
         writePath(json, session, suspect.path);
         json.endObject();
     }

@@ -169,7 +169,8 @@ TEST(HeapReports, objectsAreChosenAndOrderedByTheirFields) {
         {{"objects", "demo.Item", "--where", "name ! 3"}, 2, "is no condition"},
         {{"objects", "demo.Item", "id"}, 2, "takes one pattern"},
         {{"biggest", "--where", "id = 3"}, 2, "biggest takes no --where"},
-        {{"biggest", "--csv"}, 2, "biggest takes no --csv"},
+        {{"shell", "--csv"}, 2, "shell takes no --csv"},
+        {{"paths", "demo.Item", "--exclude", "weak,wek"}, 2, "\"wek\" is no strength"},
         {{"histogram", "--sort", "cuont"}, 2, "is no order of classes: did you mean count?"},
         {{"objects", "demo.Item", "--csv", "--json"}, 2, "exclude each other"},
     };
@@ -502,4 +503,102 @@ TEST(HeapReports, damagedFilesAreAnsweredOrRefused) {
             EXPECT_EQ(0, heap(file.path, {"show", all["objects"][i]["id"]}).code);
         }
     }
+}
+
+TEST(HeapReports, whatReferencesAloneHoldIsToldAndMayBeLeftOutOfPaths) {
+    HeapBuilder b;
+    const uint64_t item = b.type("demo/Item", 1, {{"data", 'L'}, {"name", 'L'}});
+    const uint64_t reference =
+        b.type("java/lang/ref/Reference", 1, {{"referent", 'L'}, {"queue", 'L'}});
+    const uint64_t soft = b.type("java/lang/ref/SoftReference", reference);
+    const uint64_t weak = b.type("java/lang/ref/WeakReference", reference);
+    const uint64_t own = b.type("demo/Weak", weak);
+    const uint64_t final = b.type("java/lang/ref/FinalReference", reference);
+    const uint64_t queued = b.make(b.object);
+    b.root(b.type("java/lang/ref/ReferenceQueue", 1, {}, {{"ENQUEUED", 'L', queued}}));
+    const auto make = [&] { return b.make(item, {b.data(std::string(84, 'x')), b.text("equal")}); };
+    const uint64_t strong = make(), both = make(), softly = make(), dead = make();
+    b.root(
+        b.array({strong, b.make(soft, {softly, 0}), b.make(soft, {both, 0}), b.make(own, {both, 0}),
+                 b.make(own, {strong, 0}), b.make(own, {0, 0}), b.make(final, {dead, queued})}));
+    const uint64_t thread = b.type("java/lang/Thread", 1, {{"name", 'L'}});
+    b.thread(b.make(thread, {b.text("worker")}), 1, "demo/Main", {"read", "run"});
+    const uint64_t local = b.array({b.data(std::string(5000, 'y'))});
+    b.local(local, 1, 0);
+    b.local(local, 1, 1);
+    // Three links of one class, and what the last of them holds.
+    const uint64_t link = b.type("demo/Link", 1, {{"next", 'L'}, {"item", 'L'}});
+    uint64_t chain = b.make(link, {0, make()});
+    for (int i = 0; i < 3; i++) {
+        chain = b.make(link, {chain, 0});
+    }
+    b.root(chain);
+    const TemporaryFile file(b.file());
+
+    const int64_t one = 24 + 104 + 24 + 24; // the item, its data, the string and the text's bytes
+    const json all = answer(file.path, {"references"});
+    EXPECT_EQ(2, all["soft"]);
+    EXPECT_EQ(1, all["finalizersQueued"]);
+    std::set<json> rows;
+    for (const json& row : all["references"]) {
+        rows.insert(json::array(
+            {row["class"], row["referent"], row["count"], row["alone"], row["retained"]}));
+    }
+    const std::string names[] = {"demo.Item", "demo.Weak", "java.lang.ref.SoftReference",
+                                 "java.lang.ref.FinalReference"};
+    EXPECT_EQ((std::set<json>{{names[2], names[0], 2, 2, one}, // one of them is weakly held too
+                              {names[1], names[0], 2, 1, 0},
+                              {names[1], nullptr, 1, 0, 0},
+                              {names[3], names[0], 1, 1, one}}),
+              rows);
+
+    static const struct {
+        std::vector<std::string> exclude;
+        int count;
+    } paths[] = {{{}, 2}, {{"--exclude", "weak,phantom,final"}, 4}, {{"--exclude", "none"}, 5}};
+    for (const auto& c : paths) {
+        std::vector<std::string> words = {"paths", "demo.Item"};
+        words.insert(words.end(), c.exclude.begin(), c.exclude.end());
+        const json merged = answer(file.path, words);
+        EXPECT_EQ(5, merged["reached"]);
+        EXPECT_EQ(c.count, merged["count"]) << join(c.exclude, " ");
+    }
+    const json ways = answer(file.path, {"paths", "demo.Item"})["paths"];
+    EXPECT_EQ((Texts{"demo.Item", "demo.Item"}),
+              (Texts{rowOf(ways, "name", "[]")["class"], rowOf(ways, "name", "item")["class"]}));
+    EXPECT_EQ(3, rowOf(ways, "name", "next")["objects"]);
+
+    EXPECT_EQ("thread \"worker\" at demo.Main.run", rowOf(answer(file.path, {"biggest"})["objects"],
+                                                          "id", HeapBuilder::id(local))["local"]);
+    const json owner = answer(file.path, {"strings"})["owners"][0];
+    EXPECT_EQ("demo.Item.name", owner["owner"]);
+    EXPECT_EQ(4, owner["count"]);
+    EXPECT_EQ(4 * (24 + 24), owner["wasted"]);
+
+    const std::string id = HeapBuilder::id(strong);
+    static const struct {
+        std::vector<std::string> words;
+        const char* heading;
+    } tables[] = {{{"histogram"}, "count,shallow,retained,class"},
+                  {{"biggest"}, "retained,shallow,id,class,length,text,local"},
+                  {{"dominators"}, "retained,shallow,id,class,length,text,local"},
+                  {{"dominators", "--by-class"}, "count,shallow,retained,class"},
+                  {{"refs", id}, "name,shallow,id,class,length,text"},
+                  {{"referrers", id}, "name,retained,shallow,id,class,length,text"},
+                  {{"path", id}, "name,retained,shallow,id,class,length,text"},
+                  {{"retained", id}, "count,shallow,class"},
+                  {{"strings"}, "wasted,count,arrays,id,text"},
+                  {{"arrays"}, "bytes,count,kind,class,owner,elements,used,example"}};
+    for (const auto& c : tables) {
+        std::vector<std::string> words = c.words;
+        words.push_back("--csv");
+        const Outcome outcome = heap(file.path, words);
+        EXPECT_EQ(0, outcome.code) << outcome.err;
+        EXPECT_EQ(c.heading, outcome.out.substr(0, outcome.out.find('\n'))) << c.words[0];
+    }
+
+    const TemporaryFile portable(std::string("\0\x12portable heap dump\0\0\0\6", 24));
+    const Outcome refused = heap(portable.path, {});
+    EXPECT_EQ(7, refused.code);
+    EXPECT_THAT(refused.err, HasSubstr("PHD"));
 }

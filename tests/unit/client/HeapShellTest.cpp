@@ -76,18 +76,19 @@ TEST(HeapShell, eachLineOfJsonGetsOne) {
                         "{\"id\":[\"x\"],\"words\":[\"sql\",\"select '\\n' a\"]}\n"
                         "{\"id\":3,\"words\":[\"sql\",\"selec\"]}\n"
                         "{\"id\":4,\"words\":[5]}\n[]\n{\"id\":\n"
-                        "{\"words\":[\"objects\",\"demo.Item\",\"--index\",\"x\"]}\n");
+                        "{\"words\":[\"objects\",\"demo.Item\",\"--index\",\"x\"]}\n" +
+                            std::string(1000001, '\"') + "\n" + std::string(900000, '[') + "\n");
     ASSERT_EQ(0, outcome.code) << outcome.err;
     std::vector<json> answers;
     std::istringstream lines(outcome.out);
     for (std::string line; std::getline(lines, line);) {
         answers.push_back(json::parse(line));
     }
-    ASSERT_EQ(7u, answers.size());
+    ASSERT_EQ(9u, answers.size());
     EXPECT_EQ(2, answers[0]["answer"]["classes"][0]["count"]);
     EXPECT_EQ(json({"x"}), answers[1]["id"]);
     EXPECT_EQ("\n", answers[1]["answer"]["rows"][0]["a"]);
-    for (size_t i = 2; i < 7; i++) {
+    for (size_t i = 2; i < 9; i++) {
         EXPECT_EQ(2, answers[i]["code"]) << i;
         EXPECT_TRUE(answers[i]["answer"].is_null()) << i;
         EXPECT_EQ(2, answers[i]["error"]["code"]) << i;

@@ -22,6 +22,10 @@ const std::vector<Command> Table = {
          "one, is still alive, and is held by which older objects.\n"
          "With --index the analysis is kept in a file and opening the heap again takes no "
          "computing.\n"
+         "Without a REPORT a terminal gets the first screen and then the shell, which q ends.\n"
+         "A heap has at most 1,073,741,808 objects and 2,147,483,632 references, arrays of any "
+         "length; a larger\n"
+         "one is refused after the first pass, and so are the PHD files of OpenJ9.\n"
          "`vdk heap live` and `vdk heap capture` ask a running JVM; a file of such a name is "
          "./live.",
      "vdk heap capture app.jar --out /tmp/app.hprof\n"

@@ -16,8 +16,8 @@ public:
 
     // References that `passed` names are not followed; null follows all.
     explicit OwnerWalk(const HeapSession& session, const HeapReferenceKinds* passed = nullptr)
-        : session(session), passed(passed),
-          owners(size_t(session.model().rowCount()) + 1, Nobody) {}
+        : session(session), passed(passed), owners(size_t(session.model().rowCount()) + 1, Nobody) {
+    }
 
     // The object belongs to that owner, whoever leads to it.
     void fix(int row, int owner) {

@@ -12,14 +12,14 @@
 namespace vdk {
 
 struct HeapPathStep {
-    int above;               // index of the step before, -1 for one at a root
-    const HeapRoot* root;    // of the first object at a root, else null
-    int from;                // the row that leads to the first object, 0 at a root
-    int row;                 // the first object
-    bool isChain = false;    // with further objects of the class behind one another
-    int64_t objects = 0;     // on paths here
-    int64_t count = 0;       // objects looked for, here and behind
-    int64_t shallow = 0;     // their bytes
+    int above;            // index of the step before, -1 for one at a root
+    const HeapRoot* root; // of the first object at a root, else null
+    int from;             // the row that leads to the first object, 0 at a root
+    int row;              // the first object
+    bool isChain = false; // with further objects of the class behind one another
+    int64_t objects = 0;  // on paths here
+    int64_t count = 0;    // objects looked for, here and behind
+    int64_t shallow = 0;  // their bytes
 };
 
 class HeapPathTree {

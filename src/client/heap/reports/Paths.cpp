@@ -83,8 +83,8 @@ private:
                        ? "[]"
                        : nameOfReference(model, step.from, step.row);
         }
-        const std::string label = step.objects == 1 ? heapLabel(model, step.row)
-                                                    : printable(model.classNameOf(step.row));
+        const std::string label =
+            step.objects == 1 ? heapLabel(model, step.row) : printable(model.classNameOf(step.row));
         table.add({step.count, step.shallow, step.objects,
                    std::string(at.indentation, ' ') +
                        (step.root != nullptr ? root + ": " : printable(name) + " -> ") + label +
@@ -104,8 +104,9 @@ private:
 
 int reportHeapPaths(Console& console, const Arguments& arguments) {
     const auto& patterns = heapArguments(arguments, 1, 1, "a pattern of class names");
-    const unsigned kinds =
-        arguments.has("--exclude") ? heapReferenceKinds(arguments.text("--exclude")) : unsigned(HEAP_ALL_KINDS);
+    const unsigned kinds = arguments.has("--exclude")
+                               ? heapReferenceKinds(arguments.text("--exclude"))
+                               : unsigned(HEAP_ALL_KINDS);
     HeapSession session(console, heapOptions(arguments), true);
     const HeapModel& model = session.model();
     const HeapPathTree tree(session, classesNamed(session, patterns[0]),

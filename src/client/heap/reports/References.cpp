@@ -29,8 +29,8 @@ struct ReferenceGroup {
 // The queue that references which stand in one are given instead of their own; 0 if not known.
 int markOfQueued(const HeapModel& model) {
     for (const HeapClass& type : model.classes) {
-        for (size_t i = 0;
-             type.name == "java.lang.ref.ReferenceQueue" && i < heapStaticFieldCount(model, type.row);
+        for (size_t i = 0; type.name == "java.lang.ref.ReferenceQueue" &&
+                           i < heapStaticFieldCount(model, type.row);
              i++) {
             const HeapNamedValue field = heapStaticField(model, type.row, i);
             if (field.name == "ENQUEUED") {
@@ -81,8 +81,7 @@ public:
                 group.referentType < 0 ? "?" : model.classes[size_t(group.referentType)].name;
             table.add({group.count, group.queued, group.alone, group.bytes,
                        heapReferenceKindName(kinds.kindOfClass(group.type)),
-                       model.classes[size_t(group.type)].name,
-                       isCleared ? "(cleared)" : referent,
+                       model.classes[size_t(group.type)].name, isCleared ? "(cleared)" : referent,
                        isCleared ? HeapTable::Cell() : HeapTable::Cell(referent)});
         }
         table.setOmitted(groups.size() - top);
@@ -126,7 +125,7 @@ private:
     OwnerWalk walk;
     const HeapFieldReader queue;
     const int queuedMark;
-    std::vector<bool> isStrong; // what roots reach without such references
+    std::vector<bool> isStrong;                    // what roots reach without such references
     std::map<std::pair<int, int>, size_t> indexOf; // in `groups`
     std::vector<ReferenceGroup> groups;
 };
@@ -142,9 +141,8 @@ int reportHeapReferenceObjects(Console& console, const Arguments& arguments) {
         const ReferenceGroup sum = finder.sumOf(kind);
         document.field(heapReferenceKindName(kind), sum.count);
         document.line(formatCount(sum.count) + " " + heapReferenceKindName(kind) +
-                      (sum.count == 1 ? " reference, " : " references, ") +
-                      formatCount(sum.alone) + " to what nothing stronger holds, " +
-                      formatBytes(sum.bytes));
+                      (sum.count == 1 ? " reference, " : " references, ") + formatCount(sum.alone) +
+                      " to what nothing stronger holds, " + formatBytes(sum.bytes));
     }
     const ReferenceGroup finalizers = finder.sumOf(HEAP_FINAL);
     document.field("finalizersQueued", finalizers.queued);

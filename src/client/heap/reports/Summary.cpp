@@ -2,6 +2,7 @@
 #include "client/console/Text.h"
 #include "client/heap/HeapClassTable.h"
 #include "client/heap/HeapDocument.h"
+#include "client/heap/HeapObjectTable.h"
 #include "client/heap/HeapReport.h"
 #include "client/heap/HeapReports.h"
 #include "client/heap/HeapSuspects.h"
@@ -25,30 +26,6 @@ std::map<std::string, int64_t> rootsByKind(const HeapModel& model) {
         result[heapRootName(root.kind)]++;
     }
     return result;
-}
-
-HeapTable classTable(const std::vector<HeapClassSum>& sums, size_t top) {
-    HeapTable table({{"objects", "count", HeapTable::Kind::Count},
-                     {"shallow", "shallow", HeapTable::Kind::Bytes},
-                     {"retained", "retained", HeapTable::Kind::Bytes},
-                     {"class", "class"}});
-    for (size_t i = 0; i < sums.size() && i < top; i++) {
-        table.add({sums[i].count, sums[i].shallow, sums[i].retained, sums[i].name});
-    }
-    return table;
-}
-
-HeapTable objectTable(const HeapSession& session, const std::vector<int>& rows) {
-    std::vector<HeapTable::Column> columns = {{"retained", "retained", HeapTable::Kind::Bytes},
-                                              {"shallow", "shallow", HeapTable::Kind::Bytes}};
-    HeapTable::addObjectColumns(columns);
-    HeapTable table(columns);
-    for (int row : rows) {
-        HeapTable::Row cells = {session.retainedOf(row), session.sizeOf(row)};
-        HeapTable::addObject(cells, session.model(), row);
-        table.add(std::move(cells));
-    }
-    return table;
 }
 
 class Screen {
@@ -147,9 +124,9 @@ int reportHeapSummary(Console& console, const Arguments& arguments) {
     screen.writeSuspected(suspects);
     document.table(
         "classes",
-        classTable(sums, heapTop(arguments, document.isText() ? ShownClasses : WrittenClasses)),
+        sumTable(sums, heapTop(arguments, document.isText() ? ShownClasses : WrittenClasses), true),
         "Classes by retained bytes");
-    document.table("objects", objectTable(session, biggest), "Biggest objects");
+    document.table("objects", heapObjectTable(session, biggest), "Biggest objects");
     screen.writeNext(suspects, biggest);
     document.end();
     return 0;

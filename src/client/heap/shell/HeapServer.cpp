@@ -5,6 +5,7 @@
 #include "client/heap/HeapReports.h"
 #include "client/heap/shell/HeapQuestions.h"
 
+#include <algorithm>
 #include <iostream>
 #include <rapidjson/document.h>
 #include <rapidjson/reader.h>
@@ -15,6 +16,9 @@
 namespace vdk {
 
 namespace {
+
+constexpr size_t MostCharacters = 1000000;
+constexpr int MostDepth = 100;
 
 using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
 
@@ -48,14 +52,50 @@ std::vector<std::string> wordsOf(const rapidjson::Document& request) {
     return words;
 }
 
+// Writing a document back goes as deep as it is.
+bool isTooDeep(const std::string& line) {
+    int depth = 0;
+    return std::any_of(line.begin(), line.end(), [&](char c) {
+        depth += c == '[' || c == '{' ? 1 : c == ']' || c == '}' ? -1 : 0;
+        return depth > MostDepth;
+    });
+}
+
+// The next line, at most MostCharacters and one of it; the rest of a longer one is read and
+// dropped.
+bool readLine(std::istream& in, std::string& line) {
+    line.clear();
+    std::streambuf& buffer = *in.rdbuf();
+    for (int c = buffer.sbumpc(); c != std::char_traits<char>::eof(); c = buffer.sbumpc()) {
+        if (c == '\n') {
+            return true;
+        }
+        if (line.size() <= MostCharacters) {
+            line += char(c);
+        }
+    }
+    return !line.empty();
+}
+
 std::string answerTo(const std::string& line, const HeapQuestions& questions) {
     std::ostringstream out, err;
     Console console(out, err, false, false);
     console.json = true;
+    const bool isTooLong = line.size() > MostCharacters;
+    const bool isDeep = isTooDeep(line);
     rapidjson::Document request;
-    request.Parse(line.c_str(), line.size());
+    if (!isTooLong && !isDeep) {
+        request.Parse(line.c_str(), line.size());
+    }
     int code = int(ExitCode::Usage);
     try {
+        if (isTooLong) {
+            throw ClientError(ExitCode::Usage, "usage",
+                              "the line has more than " + formatCount(MostCharacters) + " bytes");
+        }
+        if (isDeep) {
+            throw ClientError(ExitCode::Usage, "usage", "the line nests too deep");
+        }
         if (request.HasParseError()) {
             throw ClientError(ExitCode::Usage, "usage", "the line is no JSON");
         }
@@ -87,7 +127,7 @@ int reportHeapServer(Console& console, const Arguments& arguments) {
     heapArguments(arguments, 0, 0, "no arguments");
     const HeapQuestions questions(console, arguments);
     std::string line;
-    while (!isInterrupted() && std::getline(std::cin, line)) {
+    while (!isInterrupted() && readLine(std::cin, line)) {
         if (line.find_first_not_of(" \t\r") != std::string::npos) {
             console.out << answerTo(line, questions) << "\n";
             console.out.flush();

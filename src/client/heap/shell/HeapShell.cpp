@@ -7,9 +7,12 @@
 #include "client/heap/shell/HeapQuestions.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 #include <set>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace vdk {
@@ -62,9 +65,19 @@ private:
     std::set<std::string> fields;
 };
 
+// Without a home or a folder there is no history, which is no reason not to answer.
 std::string historyFile() {
     const char* home = getenv("HOME");
-    return home == nullptr || *home == 0 ? "" : std::string(home) + "/.vdk/heap_history";
+    if (home == nullptr || *home == 0) {
+        return "";
+    }
+    const std::string folder = std::string(home) + "/.vdk";
+    const bool isThere = mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST;
+    return isThere ? folder + "/heap_history" : "";
+}
+
+bool hasTerminal(const Console& console) {
+    return console.outIsTerminal && isatty(STDIN_FILENO) != 0;
 }
 
 class Shell {
@@ -145,8 +158,25 @@ int reportHeapShell(Console& console, const Arguments& arguments) {
                           "`vdk heap FILE server` answers in JSON");
     }
     Shell shell(console, arguments);
-    const bool isTyped = console.outIsTerminal && isatty(STDIN_FILENO) != 0;
-    return isTyped ? shell.runTyped() : shell.runScript(std::cin);
+    return hasTerminal(console) ? shell.runTyped() : shell.runScript(std::cin);
+}
+
+int runHeapWithoutReport(Console& console, const Arguments& arguments) {
+    if (console.json || arguments.has("--csv") || !hasTerminal(console)) {
+        return reportHeapSummary(console, arguments);
+    }
+    std::optional<Shell> shell;
+    try {
+        shell.emplace(console, arguments);
+    } catch (const ClientError& e) {
+        if (e.word != "heap.results") {
+            throw;
+        }
+        return reportHeapSummary(console, arguments); // of a file that has no more to ask for
+    }
+    const int code = reportHeapSummary(console, arguments);
+    console.out.flush();
+    return code == 0 ? shell->runTyped() : code;
 }
 
 } // namespace vdk
