@@ -8,6 +8,7 @@ import cases.ClientWatchCases;
 import cases.DebuggerCases;
 import cases.ExceptionCases;
 import cases.HeapDumpCases;
+import cases.HeapQuestionCases;
 import cases.HeapSnapshotCases;
 import cases.MemoryCases;
 import cases.ModernJvmCases;
@@ -35,17 +36,17 @@ import cases.WatchCases;
 /** Every class that holds cases. */
 final class Suites {
     static final Class<?>[] ALL = {
-            StartCases.class,        ProtocolCases.class,         SamplingCases.class,
-            SnapshotCases.class,     ModernJvmCases.class,        HeapDumpCases.class,
-            TracingCases.class,      TracedProgramCases.class,    VerificationCases.class,
-            OfflineCases.class,      RewriteOnRequestCases.class, RealProgramCases.class,
-            ServerCases.class,       ClientTracingCases.class,    DebuggerCases.class,
-            ThrowCases.class,        MemoryCases.class,           AccessCases.class,
-            AllocationCases.class,   MonitorCases.class,          ExceptionCases.class,
-            HeapSnapshotCases.class, BuiltInProbeCases.class,     ProbeCases.class,
-            ClientWatchCases.class,  OnDemandCases.class,         SignalSamplingCases.class,
-            TriggerCases.class,      TriggerReachCases.class,     TriggerRecipeCases.class,
-            WatchCases.class,
+            StartCases.class,          ProtocolCases.class,     SamplingCases.class,
+            SnapshotCases.class,       ModernJvmCases.class,    HeapDumpCases.class,
+            HeapQuestionCases.class,   TracingCases.class,      TracedProgramCases.class,
+            VerificationCases.class,   OfflineCases.class,      RewriteOnRequestCases.class,
+            RealProgramCases.class,    ServerCases.class,       ClientTracingCases.class,
+            DebuggerCases.class,       ThrowCases.class,        MemoryCases.class,
+            AccessCases.class,         AllocationCases.class,   MonitorCases.class,
+            ExceptionCases.class,      HeapSnapshotCases.class, BuiltInProbeCases.class,
+            ProbeCases.class,          ClientWatchCases.class,  OnDemandCases.class,
+            SignalSamplingCases.class, TriggerCases.class,      TriggerReachCases.class,
+            TriggerRecipeCases.class,  WatchCases.class,
     };
 
     private Suites() {
