@@ -151,9 +151,9 @@ void HeapSession::read(bool analyze) {
     } else if (SnapshotHeapReader::isSnapshot(file->data(), file->size())) {
         opened->heap.model = SnapshotHeapReader::read(std::move(file), reading);
     } else if (isPortableHeapDump(*file)) {
-        throw HeapReadError(options.file + " is a portable heap dump (PHD), the form of OpenJ9 "
-                                           "JVMs, which is not read here: it has neither values of "
-                                           "fields nor names of threads; HPROF files are read",
+        throw HeapReadError(options.file + " is a portable heap dump (PHD) of an OpenJ9 JVM, which "
+                                           "has neither values of fields nor names of threads and "
+                                           "is not read; HPROF files are: magic of PHD",
                             0);
     } else {
         throw HeapReadError(options.file + " is neither a heap dump nor a snapshot: wrong magic",
