@@ -12,6 +12,11 @@ VDK_OLD_VERSION(exp, "GLIBC_2.2.5");
 VDK_OLD_VERSION(log, "GLIBC_2.2.5");
 VDK_OLD_VERSION(pow, "GLIBC_2.2.5");
 VDK_OLD_VERSION(fmod, "GLIBC_2.2.5");
+// What the library of the HTTP parser prepares for threads: moved into libc with 2.34.
+VDK_OLD_VERSION(pthread_key_create, "GLIBC_2.2.5");
+VDK_OLD_VERSION(pthread_key_delete, "GLIBC_2.2.5");
+VDK_OLD_VERSION(pthread_getspecific, "GLIBC_2.2.5");
+VDK_OLD_VERSION(pthread_setspecific, "GLIBC_2.2.5");
 
 typedef void (*StartFunction)(int count, char** arguments, char** environment);
 typedef int (*MainFunction)(int count, char** arguments, char** environment);

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <mutex>
 #include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -48,6 +49,9 @@ void throwIfEnded(int pid) {
 // A socket of the network in which the endpoint is.
 int newSocket(const Endpoint& endpoint, int family) {
     auto make = [&] {
+        // The user that a socket is made as is one for all threads.
+        static std::mutex ofUser;
+        const std::lock_guard<std::mutex> lock(ofUser);
         TargetCredentials user(endpoint.uid < 0 ? geteuid() : uid_t(endpoint.uid), getegid());
         return socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     };

@@ -10,7 +10,7 @@ namespace vdk {
 static std::vector<Command> allCommands() {
     std::vector<Command> all;
     for (const auto* group : {&jvmCommands(), &recordingCommands(), &reportCommands(),
-                              &probeCommands(), &heapCommands()}) {
+                              &probeCommands(), &heapCommands(), &fleetCommands()}) {
         all.insert(all.end(), group->begin(), group->end());
     }
     all.push_back({"completions",

@@ -47,6 +47,7 @@ int runHeapLive(Console& console, const Arguments& arguments);
 // The part of runHeapCapture that asks the agent.
 int captureWithSites(Console& console, const Arguments& arguments);
 int runHeapCapture(Console& console, const Arguments& arguments);
+int runMetrics(Console& console, const Arguments& arguments);
 int runCompletions(Console& console, const Arguments& arguments);
 
 } // namespace vdk

@@ -12,6 +12,7 @@ const std::vector<Command>& recordingCommands();
 const std::vector<Command>& reportCommands();
 const std::vector<Command>& probeCommands();
 const std::vector<Command>& heapCommands();
+const std::vector<Command>& fleetCommands();
 
 // For several of them.
 inline const OptionSpec Source = {

@@ -1,0 +1,46 @@
+// The commands that serve other programs: what is known of the JVMs of a machine, in their terms.
+#include "client/commands/Commands.h"
+#include "client/commands/tables/Tables.h"
+
+namespace vdk {
+
+namespace {
+
+const std::vector<Command> Table = {
+    {"metrics",
+     "serve metrics of all profiled JVMs to programs that gather them",
+     "An HTTP endpoint, /metrics, in the form of OpenMetrics or in that of Prometheus, as the\n"
+     "asker prefers: memory, CPU time, collections, classes and threads of each JVM that has the\n"
+     "agent, and what the agent records: CPU times by thread group, waits for locks, exceptions,\n"
+     "SQL statements, what it costs and what it lost. JVMs that come and go are followed. One "
+     "that\n"
+     "does not answer within --deadline has vdk_jvm_up 0 and holds nobody up. TARGET is a process\n"
+     "id, an address, or a part of the names of any number of JVMs.",
+     "vdk metrics\nvdk metrics --listen 127.0.0.1:9464 app.jar\n"
+     "vdk metrics --listen 0.0.0.0:9464 --token-file /etc/vdk/token\nvdk metrics --once",
+     {{"TARGET",
+       ValueKind::Target,
+       "JVMs to tell of, those that come later included (default --all)",
+       {},
+       false,
+       true},
+      {"--all", ValueKind::None, "all profiled JVMs of this machine"},
+      {"--listen", ValueKind::Text, "address and port (default 127.0.0.1:9464)"},
+      {"--deadline", ValueKind::Duration, "longest wait for JVMs in an answer (default 5s)"},
+      {"--token-file", ValueKind::File,
+       "answer only who sends the token of this file (Authorization: Bearer)"},
+      {"--no-token", ValueKind::None, "serve other machines without one"},
+      {"--once", ValueKind::None, "print the metrics once instead"},
+      {"--names", ValueKind::None, "list the metrics instead"}},
+     false,
+     true,
+     runMetrics},
+};
+
+} // namespace
+
+const std::vector<Command>& fleetCommands() {
+    return Table;
+}
+
+} // namespace vdk

@@ -1,0 +1,207 @@
+// What is served to other programs: metrics.
+#include "JavaProcess.h"
+#include "RunClient.h"
+#include "SourceFolder.h"
+#include "client/fleet/FleetWatch.h"
+#include "client/fleet/HttpServer.h"
+#include "client/fleet/JvmMetrics.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+using namespace vdk;
+
+TEST(MetricText, escapesAndNamesAsEachFormWantsIt) {
+    const MetricFamily spent = {"vdk_x_seconds", MetricType::Counter, "seconds", "a\nb\\"};
+    const auto text = [&](MetricForm form) {
+        MetricText out(form);
+        out.begin(spent);
+        out.add(spent, {{"pid", "1"}}, {{"sql", "say \"\\\n\x01\xff\""}}, 0.5);
+        out.add(spent, {}, {}, 3);
+        return out.finish();
+    };
+    EXPECT_EQ("# HELP vdk_x_seconds a\\nb\\\\\n# TYPE vdk_x_seconds counter\n"
+              "# UNIT vdk_x_seconds seconds\n"
+              "vdk_x_seconds_total{pid=\"1\",sql=\"say \\\"\\\\\\n \xef\xbf\xbd\\\"\"} 0.5\n"
+              "vdk_x_seconds_total 3\n# EOF\n",
+              text(MetricForm::OpenMetrics));
+    EXPECT_NE(
+        std::string::npos,
+        text(MetricForm::Prometheus).find("# TYPE vdk_x_seconds_total counter\nvdk_x_seconds"));
+}
+
+TEST(MetricText, givesTheFormThatIsAskedFor) {
+    const std::pair<const char*, MetricForm> cases[] = {
+        {"", MetricForm::Prometheus},
+        {"text/plain", MetricForm::Prometheus},
+        {"text/html, application/openmetrics-text;version=1.0.0;q=0.5", MetricForm::OpenMetrics},
+        {"application/openmetrics-text;q=0.0,*/*", MetricForm::Prometheus},
+    };
+    for (const auto& [accept, form] : cases) {
+        EXPECT_EQ(form, metricFormOf(accept)) << accept;
+    }
+}
+
+TEST(MetricText, everyFamilyKeepsTheRulesOfNamesAndIsDocumented) {
+    std::ifstream file(sourceFolder() + "/docs/fleet.md");
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    for (const MetricFamily& family : FleetWatch::families()) {
+        const std::string name = family.name, unit = family.unit;
+        EXPECT_TRUE(unit.empty() || name.substr(name.size() - unit.size() - 1) == "_" + unit)
+            << name;
+        EXPECT_NE(std::string::npos, text.find("`" + name + sampleEnding(family.type) + "`"))
+            << name;
+    }
+}
+
+TEST(SeriesLimit, addsUpWhatComesLateAndKeepsWhatItKnows) {
+    SeriesLimit limit;
+    MetricSamples samples;
+    for (size_t i = 0; i < SeriesLimit::Most; i++) {
+        samples[{{"class", std::to_string(i)}}] = 1;
+    }
+    limit.apply(0, samples);
+    samples[{{"class", "0"}}] = 5;
+    samples[{{"class", "!"}}] = 7;
+    samples[{{"class", "?"}}] = 2;
+    limit.apply(0, samples);
+    EXPECT_EQ(SeriesLimit::Most + 1, samples.size());
+    EXPECT_EQ(5, (samples[{{"class", "0"}}]));
+    EXPECT_EQ(9, (samples[{{"class", "(others)"}}]));
+}
+
+TEST(ListenAddress, isReadAsPeopleWriteIt) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"127.0.0.1:9464", "127.0.0.1:9464"},
+        {":0", "127.0.0.1:0"},
+        {"[::1]:80", "[::1]:80"},
+        {"0.0.0.0:1", "0.0.0.0:1"},
+        {"::1:80", ""},
+        {"localhost", ""},
+        {"a:65536", ""},
+        {"a:-1", ""},
+    };
+    for (const auto& [text, expected] : cases) {
+        const auto address = parseListenAddress(text);
+        EXPECT_EQ(expected, address ? address->text() : "") << text;
+    }
+    EXPECT_FALSE(parseListenAddress("0.0.0.0:1")->isLoopback());
+}
+
+namespace {
+
+// `vdk metrics` as a program of its own; its url once it serves.
+class MetricsProgram {
+public:
+    explicit MetricsProgram(std::vector<std::string> options)
+        : program(command(std::move(options)), "/dev/null") {
+        if (program.waitFor("/metrics\n")) {
+            url = program.output.substr(std::string("metrics at ").size());
+            url.pop_back();
+        }
+    }
+    std::string get(const std::string& curlOptions) const {
+        return run("curl -s " + curlOptions + " " + url).out;
+    }
+
+    std::string url;
+
+private:
+    static std::vector<std::string> command(std::vector<std::string> options) {
+        options.insert(options.begin(), {builtFile("vdk"), "metrics", "--listen", "127.0.0.1:0"});
+        return options;
+    }
+
+    JavaProcess program;
+};
+
+bool has(const char* program) {
+    return run(std::string("command -v ") + program + " >/dev/null").code == 0;
+}
+
+} // namespace
+
+TEST(Metrics, areRefusedToWhoMayNotHaveThem) {
+    if (!has("curl")) {
+        GTEST_SKIP() << "no curl";
+    }
+    const TempDir dir;
+    dir.write("token", "secret\n");
+    const MetricsProgram program({"no-such-jvm", "--token-file", dir.file("token")});
+    const std::string code = "-o /dev/null -w '%{http_code}' ";
+    const std::string token = "-H 'Authorization: Bearer secret' ";
+    const std::pair<std::string, std::string> cases[] = {
+        {token, "200"},
+        {"", "401"},
+        {"-H 'Authorization: Bearer secre'", "401"},
+        {token + "-H 'Host: example.org'", "403"},
+        {token + "-X POST", "405"},
+        {token + "-H \"X: $(head -c 20000 /dev/zero | tr '\\0' x)\"", "431"},
+        {token + "-H 'Host: localhost:1' -I", "200"},
+    };
+    for (const auto& [options, expected] : cases) {
+        EXPECT_EQ(expected, program.get(code + options)) << options;
+    }
+    EXPECT_EQ(2, client({"metrics", "--listen", "0.0.0.0:0"}).code);
+}
+
+TEST(Metrics, areReadByPrometheusWhileAJvmHangs) {
+    const std::vector<std::string> homes = jdks("17");
+    const TempDir dir;
+    if (!has("curl") || !has("promtool") || !has("prometheus") || homes.empty() ||
+        !JavaProcess::compile(dir)) {
+        GTEST_SKIP() << "no JDK, or no Prometheus";
+    }
+    const auto start = [&](const std::string& session) {
+        auto jvm = std::make_unique<JavaProcess>(
+            std::vector<std::string>{homes[0] + "/bin/java",
+                                     "-agentpath:" + builtFile("libvdkagent.so") +
+                                         "=sampling,quiet,sessionname=" + session,
+                                     "-cp", dir.path, "Waiter", "busy"},
+            dir.file("err"));
+        jvm->waitFor("ready");
+        return jvm;
+    };
+    const std::string name = "fleet" + std::to_string(getpid());
+    const auto good = start(name + "good"), hung = start(name + "hung");
+    const MetricsProgram program({name, "--deadline", "60s", "--timeout", "1s"});
+    EXPECT_EQ(0, run("curl -s " + program.url + " | promtool check metrics 2>&1").code);
+    kill(hung->pid, SIGSTOP);
+    const std::string text = program.get("-H 'Accept: application/openmetrics-text'");
+    EXPECT_EQ("# EOF\n", text.substr(text.size() - 6));
+    const auto up = [&](const JavaProcess& jvm, const std::string& session) {
+        return "vdk_jvm_up{pid=\"" + std::to_string(jvm.pid) + "\",session=\"" + name + session +
+               "\"} ";
+    };
+    EXPECT_NE(std::string::npos, text.find(up(*good, "good") + "1\n")) << text;
+    EXPECT_NE(std::string::npos, text.find(up(*hung, "hung") + "0\n")) << text;
+    EXPECT_NE(std::string::npos, text.find("threads=\"main\"")) << text;
+
+    const size_t port = program.url.find("127.");
+    dir.write("p.yml", "scrape_configs: [{job_name: vdk, scrape_interval: 1s, static_configs: "
+                       "[{targets: ['" +
+                           program.url.substr(port, program.url.find("/metrics") - port) +
+                           "']}]}]");
+    JavaProcess prometheus({"sh", "-c",
+                            "exec prometheus --config.file=" + dir.file("p.yml") +
+                                " --storage.tsdb.path=" + dir.file("db") +
+                                " --web.listen-address=127.0.0.1:0 2>&1"},
+                           dir.file("err"));
+    ASSERT_TRUE(prometheus.waitFor("TLS is disabled")) << prometheus.output;
+    const std::string told = "\"Listening on\" address=";
+    const size_t address = prometheus.output.find(told) + told.size();
+    const std::string query =
+        "curl -sG http://" +
+        prometheus.output.substr(address, prometheus.output.find('\n', address) - address) +
+        "/api/v1/query --data-urlencode 'query=vdk_jvm_up == 1'";
+    std::string answer; // one comes as soon as it has scraped
+    for (int i = 0; i < 600 && answer.find(name) == std::string::npos; i++) {
+        answer = run(query).out;
+        usleep(100000);
+    }
+    EXPECT_NE(std::string::npos, answer.find(name + "good")) << answer;
+    EXPECT_EQ(std::string::npos, answer.find(name + "hung")) << answer;
+    kill(hung->pid, SIGCONT);
+}
