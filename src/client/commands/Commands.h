@@ -48,6 +48,7 @@ int runHeapLive(Console& console, const Arguments& arguments);
 int captureWithSites(Console& console, const Arguments& arguments);
 int runHeapCapture(Console& console, const Arguments& arguments);
 int runMetrics(Console& console, const Arguments& arguments);
+int runMcp(Console& console, const Arguments& arguments);
 int runCompletions(Console& console, const Arguments& arguments);
 
 } // namespace vdk

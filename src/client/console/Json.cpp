@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <rapidjson/ostreamwrapper.h>
 #include <rapidjson/prettywriter.h>
+#include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -111,6 +112,18 @@ JsonWriter& JsonWriter::value(bool flag) {
 JsonWriter& JsonWriter::nullValue() {
     apply(impl->compact.get(), impl->pretty.get(), [](auto& writer) { writer.Null(); });
     return *this;
+}
+
+std::string compactJson(const std::string& document) {
+    rapidjson::StringStream stream(document.c_str());
+    rapidjson::Reader reader;
+    rapidjson::StringBuffer compact;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(compact);
+    constexpr unsigned How = rapidjson::kParseStopWhenDoneFlag | rapidjson::kParseIterativeFlag;
+    if (reader.Parse<How>(stream, writer).IsError()) {
+        return "null";
+    }
+    return {compact.GetString(), compact.GetSize()};
 }
 
 } // namespace vdk

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <ostream>
+#include <string>
 #include <string_view>
 
 namespace vdk {
@@ -40,5 +41,8 @@ private:
     struct Impl;
     std::unique_ptr<Impl> impl;
 };
+
+// The document without blanks, the first of several; "null" if the text is none.
+std::string compactJson(const std::string& document);
 
 } // namespace vdk

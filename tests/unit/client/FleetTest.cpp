@@ -1,10 +1,11 @@
-// What is served to other programs: metrics.
+// What is served to other programs: metrics, and tools for assistants.
 #include "JavaProcess.h"
 #include "RunClient.h"
 #include "SourceFolder.h"
 #include "client/fleet/FleetWatch.h"
 #include "client/fleet/HttpServer.h"
 #include "client/fleet/JvmMetrics.h"
+#include "client/fleet/McpServer.h"
 
 #include <fstream>
 #include <gtest/gtest.h>
@@ -121,6 +122,19 @@ bool has(const char* program) {
     return run(std::string("command -v ") + program + " >/dev/null").code == 0;
 }
 
+// A busy program with the agent that samples.
+std::unique_ptr<JavaProcess> startProfiled(const std::string& home, const TempDir& dir,
+                                           const std::string& session) {
+    auto jvm = std::make_unique<JavaProcess>(
+        std::vector<std::string>{home + "/bin/java",
+                                 "-agentpath:" + builtFile("libvdkagent.so") +
+                                     "=sampling,quiet,sessionname=" + session,
+                                 "-cp", dir.path, "Waiter", "busy"},
+        dir.file("err"));
+    jvm->waitFor("ready");
+    return jvm;
+}
+
 } // namespace
 
 TEST(Metrics, areRefusedToWhoMayNotHaveThem) {
@@ -154,18 +168,9 @@ TEST(Metrics, areReadByPrometheusWhileAJvmHangs) {
         !JavaProcess::compile(dir)) {
         GTEST_SKIP() << "no JDK, or no Prometheus";
     }
-    const auto start = [&](const std::string& session) {
-        auto jvm = std::make_unique<JavaProcess>(
-            std::vector<std::string>{homes[0] + "/bin/java",
-                                     "-agentpath:" + builtFile("libvdkagent.so") +
-                                         "=sampling,quiet,sessionname=" + session,
-                                     "-cp", dir.path, "Waiter", "busy"},
-            dir.file("err"));
-        jvm->waitFor("ready");
-        return jvm;
-    };
     const std::string name = "fleet" + std::to_string(getpid());
-    const auto good = start(name + "good"), hung = start(name + "hung");
+    const auto good = startProfiled(homes[0], dir, name + "good"),
+               hung = startProfiled(homes[0], dir, name + "hung");
     const MetricsProgram program({name, "--deadline", "60s", "--timeout", "1s"});
     EXPECT_EQ(0, run("curl -s " + program.url + " | promtool check metrics 2>&1").code);
     kill(hung->pid, SIGSTOP);
@@ -204,4 +209,101 @@ TEST(Metrics, areReadByPrometheusWhileAJvmHangs) {
     EXPECT_NE(std::string::npos, answer.find(name + "good")) << answer;
     EXPECT_EQ(std::string::npos, answer.find(name + "hung")) << answer;
     kill(hung->pid, SIGCONT);
+}
+
+namespace {
+
+using nlohmann::json;
+
+json request(int id, const char* method, const json& parameters = json::object()) {
+    return {{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", parameters}};
+}
+
+const json Hello = request(0, "initialize", {{"protocolVersion", "2025-03-26"}});
+
+// The result of a tool, "code" in place of it where the request was refused.
+json call(McpServer& server, const char* tool, const json& arguments) {
+    const json answer = json::parse(*server.answerTo(
+        request(1, "tools/call", {{"name", tool}, {"arguments", arguments}}).dump()));
+    return answer.contains("error") ? answer["error"] : answer["result"];
+}
+
+} // namespace
+
+TEST(Mcp, keepsTheRulesOfTheProtocolWhateverComes) {
+    McpServer server(false);
+    const std::string deep(500000, '[');
+    // A line, and the code of its error; 0 for a result, 1 for no answer.
+    const std::pair<std::string, int> cases[] = {
+        {"x", -32700},
+        {deep, -32700},
+        {"{\"id\":1,\"jsonrpc\":\"2.0\",\"method\":\"\xff\"}", -32700},
+        {"[]", -32600},
+        {"{}", -32600},
+        {R"({"jsonrpc":"2.0","id":null,"method":"ping"})", -32600},
+        {R"({"jsonrpc":"2.0","id":"a","method":"tools/list"})", -32600}, // too early
+        {Hello.dump(), 0},
+        {R"({"jsonrpc":"2.0","method":"notifications/initialized"})", 1},
+        {R"({"jsonrpc":"2.0","id":"a","method":"ping"})", 0},
+        {R"({"jsonrpc":"2.0","id":5,"method":"ping","params":[]})", -32602},
+        {R"({"jsonrpc":"2.0","id":5,"method":"resources/list"})", -32601},
+        {request(1, "tools/call", {{"name", "record"}}).dump(), -32602}, // controls
+        {request(1, "tools/call", {{"name", "status"}}).dump(), -32602}, // no target
+    };
+    for (const auto& [line, code] : cases) {
+        const auto answer = server.answerTo(line);
+        ASSERT_EQ(code == 1, !answer) << line;
+        if (answer) {
+            const json parsed = json::parse(*answer);
+            EXPECT_EQ(code, parsed.contains("error") ? parsed["error"]["code"].get<int>() : 0)
+                << line.substr(0, 100) << *answer;
+        }
+    }
+    const json batch = json::parse(*server.answerTo(json::array({Hello, {{"a", 1}}}).dump()));
+    EXPECT_EQ("2025-03-26", batch[0]["result"]["protocolVersion"]);
+    EXPECT_EQ(-32600, batch[1]["error"]["code"]);
+    const std::pair<const char*, json> bad[] = {
+        {"report", {{"source", "--out=/tmp/x"}}},
+        {"report", {{"source", "a"}, {"out", "b"}}},
+        {"report", {{"source", "a"}, {"top", -1}}},
+        {"report", {{"source", "a"}, {"show", "x"}}},
+        {"heap", {{"file", "a"}, {"report", "export"}}},
+    };
+    for (const auto& [tool, arguments] : bad) {
+        EXPECT_EQ(-32602, call(server, tool, arguments)["code"]) << arguments;
+    }
+    EXPECT_EQ("target.none",
+              call(server, "status", {{"target", "no-such-jvm"}})["structuredContent"]["word"]);
+}
+
+TEST(Mcp, everyToolIsACommandWithItsOptions) {
+    for (const McpTool& tool : mcpTools()) {
+        ASSERT_NE(nullptr, findCommand(tool.command)) << tool.name;
+        EXPECT_EQ(tool.options.size(), argumentsOf(tool).size()) << tool.name;
+    }
+}
+
+TEST(Mcp, answersAboutAJvmAndItsHeap) {
+    const std::vector<std::string> homes = jdks("17");
+    const TempDir dir;
+    if (homes.empty() || !JavaProcess::compile(dir)) {
+        GTEST_SKIP() << "no JDK";
+    }
+    const auto jvm = startProfiled(homes[0], dir, "mcp" + std::to_string(getpid()));
+    const std::string pid = std::to_string(jvm->pid);
+    McpServer server(true);
+    server.answerTo(Hello.dump());
+    const json recorded =
+        call(server, "record", {{"target", {pid}}, {"for", "1s"}, {"out", dir.file("a.snapshot")}});
+    ASSERT_FALSE(recorded["isError"].get<bool>()) << recorded;
+    const json report = call(server, "report", {{"source", dir.file("a.snapshot")}, {"top", 3}});
+    EXPECT_EQ("vdk.report/1", report["structuredContent"]["schema"]) << report;
+    EXPECT_EQ(report["structuredContent"],
+              json::parse(report["content"][0]["text"].get<std::string>()));
+    call(server, "heap_capture", {{"target", pid}, {"out", dir.file("a.hprof")}});
+    for (const char* reportName : {"histogram", "suspects"}) {
+        const json heap =
+            call(server, "heap", {{"file", dir.file("a.hprof")}, {"report", reportName}});
+        EXPECT_FALSE(heap["isError"].get<bool>()) << heap;
+    }
 }

@@ -35,6 +35,19 @@ const std::vector<Command> Table = {
      false,
      true,
      runMetrics},
+    {"mcp",
+     "answer assistants on standard input and output",
+     "The Model Context Protocol: messages of JSON-RPC 2.0, one a line. The tools are commands of\n"
+     "vdk with their --json: list_jvms, doctor, status, report, threads, thread_dump, telemetry,\n"
+     "sql, requests, diff and heap, which keeps the heap open that was asked about last. They "
+     "only\n"
+     "read, unless --allow-control adds attach, record, sample, monitors and heap_capture.",
+     "vdk mcp\nvdk mcp --allow-control",
+     {{"--allow-control", ValueKind::None,
+       "also offer tools that load the agent, record, and write files"}},
+     false,
+     false,
+     runMcp},
 };
 
 } // namespace

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <iostream>
 #include <rapidjson/document.h>
-#include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 #include <sstream>
@@ -22,17 +21,9 @@ constexpr int MostDepth = 100;
 
 using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
 
-// The document, or each of those on lines of their own, without blanks. Nothing if it is none.
 void writeCompact(Writer& writer, const std::string& document) {
-    rapidjson::StringStream stream(document.c_str());
-    rapidjson::Reader reader;
-    rapidjson::StringBuffer check;
-    Writer trial(check);
-    if (reader.Parse<rapidjson::kParseStopWhenDoneFlag>(stream, trial).IsError()) {
-        writer.Null();
-        return;
-    }
-    writer.RawValue(check.GetString(), check.GetSize(), rapidjson::kObjectType);
+    const std::string compact = compactJson(document);
+    writer.RawValue(compact.data(), compact.size(), rapidjson::kObjectType);
 }
 
 // The words of a request; throws ClientError for what is none.
