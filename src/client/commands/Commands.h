@@ -49,6 +49,7 @@ int captureWithSites(Console& console, const Arguments& arguments);
 int runHeapCapture(Console& console, const Arguments& arguments);
 int runMetrics(Console& console, const Arguments& arguments);
 int runMcp(Console& console, const Arguments& arguments);
+int runPush(Console& console, const Arguments& arguments);
 int runCompletions(Console& console, const Arguments& arguments);
 
 } // namespace vdk

@@ -6,6 +6,7 @@
 #include "client/fleet/HttpServer.h"
 #include "client/fleet/JvmMetrics.h"
 #include "client/fleet/McpServer.h"
+#include "client/fleet/ProfilePush.h"
 
 #include <fstream>
 #include <gtest/gtest.h>
@@ -305,5 +306,87 @@ TEST(Mcp, answersAboutAJvmAndItsHeap) {
         const json heap =
             call(server, "heap", {{"file", dir.file("a.hprof")}, {"report", reportName}});
         EXPECT_FALSE(heap["isError"].get<bool>()) << heap;
+    }
+}
+
+TEST(ProfilePush, namesAndUrlsAreWhatTheStoreTakesThemFor) {
+    EXPECT_EQ("a b{k=v,_x=1/2}", profileName("a b", {"k=v", "_x=1/2"}));
+    EXPECT_EQ("a%20b%7Bk%3D%22", percentEncoded("a b{k=\""));
+    for (const std::vector<std::string>& tags :
+         {std::vector<std::string>{"k"}, {"1=2"}, {"k="}, {"k=a,b=c"}, {"k=\n"}}) {
+        EXPECT_THROW(profileName("app", tags), ClientError) << tags[0];
+    }
+    for (const char* url : {"file:///etc/passwd", "http://", "http://u:p@host", "http://h/ -o x",
+                            "http://h\"\noutput=x"}) {
+        EXPECT_THROW(ProfilePush({url, ""}, 1000), ClientError) << url;
+    }
+    EXPECT_THROW(ProfilePush({"http://h", "Bearer a\nb"}, 1000), ClientError);
+}
+
+TEST(ProfilePush, keepsTheLatestWhileNobodyTakesThem) {
+    if (!has("curl")) {
+        GTEST_SKIP() << "no curl";
+    }
+    ProfilePush push({"http://127.0.0.1:1", ""}, 10000); // nobody listens there
+    for (int i = 0; i < 5; i++) {
+        push.add({"app", i, i + 1, std::string(ProfilePush::MostBytes / 3, 'x')});
+    }
+    EXPECT_EQ(2, push.counts().dropped);
+    EXPECT_NE("", push.sendDue(ProfilePush::Clock::now()));
+    EXPECT_EQ(1, push.counts().failures);
+    EXPECT_FALSE(push.isEmpty());
+}
+
+// A store of the test's own: refuses the first request with 503, and leaves each part of the others
+// that is a profile in a file.
+TEST(ProfilePush, sendsWhatGoToolPprofReads) {
+    const std::vector<std::string> homes = jdks("17");
+    const TempDir dir;
+    if (!has("curl") || !has("python3") || homes.empty() || !JavaProcess::compile(dir)) {
+        GTEST_SKIP() << "no JDK, curl or python3";
+    }
+    dir.write("store.py", R"(
+import http.server, sys
+seen = []
+class Store(http.server.BaseHTTPRequestHandler):
+    def log_message(self, *a): pass
+    def do_POST(self):
+        body = self.rfile.read(int(self.headers['Content-Length']))
+        seen.append(self.path)
+        if len(seen) == 1:
+            self.send_error(503)
+            return
+        mark = b'--' + self.headers['Content-Type'].split('boundary=')[1].encode()
+        part = next(p for p in body.split(mark) if b'name="profile"' in p)
+        open(sys.argv[1], 'wb').write(part.split(b'\r\n\r\n', 1)[1][:-2])
+        self.send_response(200)
+        self.end_headers()
+        print(self.path, self.headers['Authorization'], flush=True)
+server = http.server.HTTPServer(('127.0.0.1', 0), Store)
+print('port', server.server_port, 'end', flush=True)
+server.serve_forever()
+)");
+    JavaProcess store({"python3", dir.file("store.py"), dir.file("profile.pb.gz")},
+                      dir.file("store.err"));
+    ASSERT_TRUE(store.waitFor(" end\n"));
+    const std::string port = store.output.substr(5, store.output.find(" end") - 5);
+    const auto jvm = startProfiled(homes[0], dir, "push" + std::to_string(getpid()));
+    dir.write("credentials", "Bearer se\"cr\\et\n");
+    const Result pushed =
+        run(builtFile("vdk") + " push " + std::to_string(jvm->pid) +
+            " --pyroscope http://127.0.0.1:" + port +
+            " --every 1s --count 3 --name app --tag env=test --timeout 60s --credentials " +
+            dir.file("credentials") + " --json");
+    EXPECT_EQ(0, pushed.code) << pushed.out;
+    const json counts = json::parse(pushed.out);
+    EXPECT_GE(counts["sent"].get<int>(), 1) << pushed.out;
+    EXPECT_EQ(1, counts["failures"]) << pushed.out;
+    ASSERT_TRUE(store.waitFor("et\n"));
+    EXPECT_NE(std::string::npos, store.output.find("name=app%7Benv%3Dtest%7D")) << store.output;
+    EXPECT_NE(std::string::npos, store.output.find(" Bearer se\"cr\\et\n")) << store.output;
+    if (has("go")) {
+        const Result top =
+            run("go tool pprof -top -sample_index=cpu " + dir.file("profile.pb.gz") + " 2>&1");
+        EXPECT_NE(std::string::npos, top.out.find("Waiter.burn")) << top.out;
     }
 }

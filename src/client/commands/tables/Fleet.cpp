@@ -35,6 +35,31 @@ const std::vector<Command> Table = {
      false,
      true,
      runMetrics},
+    {"push",
+     "send profiles of JVMs to a store, interval by interval",
+     "What the agent recorded in each interval goes as pprof to a store with Pyroscope's "
+     "interface:\n"
+     "CPU times, and allocations, locks and exceptions where these are recorded. Nothing is "
+     "switched\n"
+     "on but by --sample, which is stopped at the end. A store that does not answer is tried "
+     "again\n"
+     "with growing pauses, while up to 32 MB wait; then the oldest are dropped, and counted. The\n"
+     "system's curl does the sending. Credentials come from a file or from VDK_PUSH_CREDENTIALS:\n"
+     "`Bearer TOKEN` or `Basic USER:PASSWORD`. Ends with Ctrl-C, --count, or the last JVM.",
+     "vdk push app.jar --sample --pyroscope http://127.0.0.1:4040\n"
+     "vdk push app.jar --pyroscope https://profiles.example.org --every 30s --tag env=prod \\\n"
+     "    --credentials /etc/vdk/push",
+     {{"TARGET", ValueKind::Target, "the JVMs", {}, true, true, ""},
+      {"--pyroscope", ValueKind::Text, "URL of the store", {}, true},
+      {"--every", ValueKind::Duration, "length of an interval, at least 1s (default 15s)"},
+      {"--sample", ValueKind::None, "start sampling if it is off, and stop it at the end"},
+      {"--name", ValueKind::Text, "name of the application (default that of the session)"},
+      {"--tag", ValueKind::Text, "KEY=VALUE, a label of the profiles", {}, false, true},
+      {"--credentials", ValueKind::File, "file with the credentials"},
+      {"--count", ValueKind::Number, "end after so many intervals"}},
+     false,
+     true,
+     runPush},
     {"mcp",
      "answer assistants on standard input and output",
      "The Model Context Protocol: messages of JSON-RPC 2.0, one a line. The tools are commands of\n"

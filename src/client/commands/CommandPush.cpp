@@ -1,0 +1,228 @@
+// `vdk push`: what was recorded in each interval, to a store of profiles.
+#include "client/agent/Protocol.h"
+#include "client/commands/Commands.h"
+#include "client/commands/Sources.h"
+#include "client/console/InputFile.h"
+#include "client/console/Signals.h"
+#include "client/console/Text.h"
+#include "client/fleet/ProfilePush.h"
+#include "client/picture/Pprof.h"
+#include "client/record/Baseline.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <sstream>
+
+namespace vdk {
+
+namespace {
+
+using Clock = ProfilePush::Clock;
+using std::chrono::milliseconds;
+
+constexpr long DefaultIntervalMs = 15000;
+constexpr long LeastIntervalMs = 1000;
+constexpr long TickMs = 100;
+constexpr long MostBytes = 256L << 20; // of a JVM's tables
+// How long the end waits for a store to take what is left.
+constexpr int LastTries = 2;
+constexpr const char* CredentialsVariable = "VDK_PUSH_CREDENTIALS";
+
+std::string credentialsOf(const Arguments& arguments) {
+    std::string text;
+    if (arguments.has("--credentials")) {
+        text = readWholeFile(arguments.text("--credentials"));
+    } else if (const char* variable = getenv(CredentialsVariable)) {
+        text = variable;
+    }
+    return text.erase(text.find_last_not_of(" \t\r\n") + 1);
+}
+
+// One JVM, whose tables are fetched as a whole each time: what they held before is taken off.
+class PushedJvm {
+public:
+    PushedJvm(const std::string& target, const Arguments& arguments)
+        : agent(connectAgent(target, arguments)),
+          name(profileName(arguments.text("--name", agent.info.sessionName), tagsOf(arguments))) {
+        if (arguments.has("--sample") && (agent.status & protocol::CPU_TIMES_BIT) == 0) {
+            agent.client.startCpuProfiling(protocol::CPU_SAMPLING, std::nullopt, std::nullopt);
+            hasStarted = true;
+        }
+        fetch(); // what was recorded before is none of this
+    }
+    ~PushedJvm() {
+        if (!hasStarted) {
+            return;
+        }
+        try {
+            agent.client.stopCpuProfiling();
+        } catch (const ClientError&) {
+            // The JVM has ended: nothing goes on in it.
+        }
+    }
+    PushedJvm(const PushedJvm&) = delete;
+    PushedJvm& operator=(const PushedJvm&) = delete;
+
+    // Of the time since the last call; empty bytes where nothing was recorded.
+    OutgoingProfile next() {
+        OutgoingProfile profile;
+        profile.name = name;
+        profile.fromSeconds = lastMs / 1000;
+        const std::unique_ptr<TableFetcher> fetcher = fetch();
+        profile.untilSeconds = std::max(lastMs / 1000, profile.fromSeconds + 1);
+        Picture picture({false, false});
+        addAll(picture, fetcher->database(), Side::Now, true, {});
+        picture.finish();
+        picture.session = printable(agent.info.sessionName);
+        if (!picture.trees.empty()) {
+            std::ostringstream bytes;
+            writePprof(bytes, picture, lastMs);
+            profile.pprof = bytes.str();
+        }
+        return profile;
+    }
+
+    int pid() const { return agent.info.pid; }
+
+private:
+    static std::vector<std::string> tagsOf(const Arguments& arguments) {
+        return arguments.all("--tag");
+    }
+
+    std::unique_ptr<TableFetcher> fetch() {
+        auto fetcher = std::make_unique<TableFetcher>(agent.client, MostBytes);
+        fetcher->fetch(CpuTables | AllocationTables | MonitorTables | ExceptionTables);
+        lastMs = std::chrono::duration_cast<milliseconds>(
+                     std::chrono::system_clock::now().time_since_epoch())
+                     .count();
+        auto now = std::make_unique<Baseline>(fetcher->database());
+        if (before) {
+            before->takeOff(fetcher->database());
+        }
+        before = std::move(now);
+        return fetcher;
+    }
+
+    LiveAgent agent;
+    const std::string name;
+    bool hasStarted = false;
+    int64_t lastMs = 0;
+    std::unique_ptr<Baseline> before;
+};
+
+class PushCommand {
+public:
+    PushCommand(Console& console, const Arguments& arguments)
+        : console(console), intervalMs(arguments.durationMs("--every", DefaultIntervalMs)),
+          count(arguments.number("--count", 0)),
+          push({arguments.text("--pyroscope"), credentialsOf(arguments)},
+               int(arguments.durationMs("--timeout", 15000))) {
+        if (intervalMs < LeastIntervalMs) {
+            throw ClientError(ExitCode::Usage, "usage", "--every takes 1s or more");
+        }
+        for (const std::string& target : arguments.all("TARGET")) {
+            jvms.push_back(std::make_unique<PushedJvm>(target, arguments));
+        }
+    }
+
+    int run() {
+        Clock::time_point due = Clock::now() + milliseconds(intervalMs);
+        long made = 0;
+        while (!jvms.empty() && sleepUnlessInterrupted(TickMs)) {
+            if (Clock::now() >= due) {
+                due = std::max(due + milliseconds(intervalMs), Clock::now());
+                collect();
+                made++;
+            }
+            send();
+            if (count > 0 && made >= count) {
+                break;
+            }
+        }
+        finish();
+        tell();
+        const PushCounts& counts = push.counts();
+        return counts.refused + counts.dropped > 0 || !push.isEmpty() ? int(ExitCode::Refused) : 0;
+    }
+
+private:
+    void collect() {
+        for (auto& jvm : jvms) {
+            try {
+                OutgoingProfile profile = jvm->next();
+                if (profile.pprof.empty()) {
+                    empty++;
+                } else {
+                    push.add(std::move(profile));
+                }
+            } catch (const ClientError& problem) {
+                if (problem.code == ExitCode::Aborted) {
+                    return; // the end is near
+                }
+                console.warn("process " + std::to_string(jvm->pid()) + ": " + problem.what());
+                if (problem.word == "target.ended" || problem.word == "agent.connect") {
+                    jvm.reset();
+                }
+            }
+        }
+        jvms.erase(std::remove(jvms.begin(), jvms.end(), nullptr), jvms.end());
+    }
+
+    void send() {
+        try {
+            const std::string trouble = push.sendDue(Clock::now());
+            if (!trouble.empty()) {
+                console.warn(trouble);
+            }
+        } catch (const ClientError& problem) {
+            if (problem.code != ExitCode::Aborted) {
+                throw;
+            }
+        }
+    }
+
+    // What the last interval has recorded goes as well.
+    void finish() {
+        if (isInterrupted()) {
+            forgetInterrupt();
+            collect();
+        }
+        for (int i = 0; i < LastTries && !push.isEmpty() && !isInterrupted(); i++) {
+            push.hurry();
+            send();
+        }
+        jvms.clear();
+    }
+
+    void tell() {
+        const PushCounts& counts = push.counts();
+        if (console.json) {
+            JsonDocument json(console, "vdk.push/1");
+            json.field("sent", counts.sent).field("sentBytes", counts.sentBytes);
+            json.field("refused", counts.refused).field("dropped", counts.dropped);
+            json.field("failures", counts.failures).field("empty", empty);
+            json.end();
+            return;
+        }
+        console.out << "sent " << formatCount(counts.sent) << " profiles ("
+                    << formatBytes(counts.sentBytes) << "), refused " << formatCount(counts.refused)
+                    << ", dropped " << formatCount(counts.dropped) << ", " << formatCount(empty)
+                    << " intervals without data\n";
+    }
+
+    Console& console;
+    const long intervalMs;
+    const long count;
+    ProfilePush push;
+    std::vector<std::unique_ptr<PushedJvm>> jvms;
+    int64_t empty = 0;
+};
+
+} // namespace
+
+int runPush(Console& console, const Arguments& arguments) {
+    return PushCommand(console, arguments).run();
+}
+
+} // namespace vdk
