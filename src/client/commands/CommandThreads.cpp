@@ -170,6 +170,14 @@ std::string clockTime(int64_t timeMs) {
 } // namespace
 
 int runThreads(Console& console, const Arguments& arguments) {
+    if (arguments.has("--now")) {
+        return runThreadsNow(console, arguments);
+    }
+    for (const char* option : {"--interval", "--each"}) {
+        if (arguments.has(option)) {
+            throw ClientError(ExitCode::Usage, "usage", std::string(option) + " goes with --now");
+        }
+    }
     if (arguments.has("--life")) {
         Arguments ofTable = arguments;
         ofTable.values["NAME"] = {"Thread Life Cycle"};

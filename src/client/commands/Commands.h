@@ -22,6 +22,7 @@ int runGeneration(Console& console, const Arguments& arguments);
 int runClear(Console& console, const Arguments& arguments);
 int runTop(Console& console, const Arguments& arguments);
 int runThreads(Console& console, const Arguments& arguments);
+int runThreadsNow(Console& console, const Arguments& arguments);
 int runTelemetry(Console& console, const Arguments& arguments);
 int runDump(Console& console, const Arguments& arguments);
 int runGc(Console& console, const Arguments& arguments);

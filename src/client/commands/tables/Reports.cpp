@@ -64,9 +64,16 @@ const std::vector<Command> Table = {
      runTop},
     {"threads",
      "show the threads of a JVM or snapshot",
-     "",
-     "vdk threads app.jar",
+     "With --now of a JVM of this machine, which needs no agent: CPU time of the moment, native "
+     "ids,\n"
+     "who blocks whom, and deadlocks. The JVM is asked twice for a thread dump, which stops all "
+     "its\n"
+     "threads. Those of a pool that do the same are one line.",
+     "vdk threads app.jar\nvdk threads app.jar --now",
      {Source,
+      {"--now", ValueKind::None, "who runs and who blocks whom, by the JVM's own thread dumps"},
+      {"--interval", ValueKind::Duration, "with --now: time between the dumps (default 500ms)"},
+      {"--each", ValueKind::None, "with --now: a line for each thread of a pool"},
       {"--all", ValueKind::None, "also threads that have ended"},
       {"--life", ValueKind::None,
        "when threads were started and ended, as the probe Threads has recorded it"},

@@ -114,6 +114,10 @@ public final class TriggerReachCases {
         }
         target.ask("deadlock", "done deadlock");
         Check.await(20, () -> !linesOf(target, "deadlocks.txt").isEmpty(), () -> target.state());
+        Check.isTrue(Tool.vdk("threads", target.id(), "--now")
+                             .matches("(?s).*\nDeadlock: (Thread-\\d+) waits for Thread-\\d+ waits "
+                                      + "for \\1\n.*"),
+                     "who waits for whom");
         int deadlock = linesOf(target, "deadlocks.txt").size();
         int ticks = linesOf(target, "ticks.txt").size();
         Check.await(20,
