@@ -89,6 +89,13 @@ TEST(HeapSql, answersEqualTheReports) {
         EXPECT_EQ(report(file.path, {"referrers", id})["references"].size(),
                   rows(file.path, columns + "target = '" + row + "'").size());
     }
+    // As rows come, and sorted.
+    for (const std::string table : {"objects", "fields", "refs", "dominators", "strings"}) {
+        const std::string counted = "select object, count(*) n from " + table + " group by ";
+        EXPECT_EQ(rows(file.path, counted + "+object"), rows(file.path, counted + "object"));
+        EXPECT_EQ(rows(file.path, counted + "object order by -object"),
+                  rows(file.path, counted + "object order by object desc"));
+    }
 }
 
 TEST(HeapSql, fieldsTextsThreadsAndLocalsCanBeAsked) {

@@ -44,8 +44,8 @@ int markOfQueued(const HeapModel& model) {
 class Finder {
 public:
     explicit Finder(const HeapSession& session)
-        : session(session), model(session.model()), kinds(model), walk(session, &kinds),
-          queue(model, "queue"), queuedMark(markOfQueued(model)) {
+        : model(session.model()), kinds(model), walk(session, &kinds), queue(model, "queue"),
+          queuedMark(markOfQueued(model)) {
         for (const HeapRoot& root : model.roots) {
             walk.reach(root.row, OwnerWalk::Shared);
         }
@@ -119,7 +119,6 @@ private:
             walk.reach(referent, int(known->second) + 1);
         }
     }
-    const HeapSession& session;
     const HeapModel& model;
     const HeapReferenceKinds kinds;
     OwnerWalk walk;

@@ -46,6 +46,7 @@ SqlTable objectTable(const HeapSession& session, const char* name, const char* h
                      std::vector<SqlTable::Column> columns) {
     SqlTable table{name, help, std::move(columns), {}, 1, session.model().rowCount() + 1L, one, {}};
     table.keys.push_back(outerKey(table, 0));
+    table.ascends = true;
     return table;
 }
 
@@ -191,7 +192,7 @@ SqlTable fields(const HeapSession& session) {
                      {"value", ""},
                      {"target", "INTEGER"}});
     auto known = std::make_shared<KnownFields>(model);
-    const auto fieldAt = [&model, known](SqlPosition at) {
+    const auto fieldAt = [&model, known](SqlPosition at, bool withValue) {
         const int row = int(at.outer);
         if (model.isClass(row)) {
             return heapStaticField(model, row, size_t(at.inner));
@@ -199,7 +200,7 @@ SqlTable fields(const HeapSession& session) {
         const HeapFieldPlace& place = known->of(model.classOf(row))[size_t(at.inner)];
         const HeapClass& owner = model.classes[size_t(place.owner)];
         return HeapNamedValue{owner.row, owner.fields[place.index].name,
-                              heapFieldValue(model, row, place)};
+                              withValue ? heapFieldValue(model, row, place) : HeapValue()};
     };
     table.count = [&session, &model, known](int64_t outer) -> int64_t {
         const int row = int(outer);
@@ -216,7 +217,7 @@ SqlTable fields(const HeapSession& session) {
         if (column == 0) {
             return at.outer;
         }
-        const HeapNamedValue field = fieldAt(at);
+        const HeapNamedValue field = fieldAt(at, column > 2);
         switch (column) {
         case 1:
             return field.name;

@@ -92,6 +92,9 @@ int choosePlan(sqlite3_vtab* table, sqlite3_index_info* plan) {
             }
         }
     }
+    // No sort, and no temporary file for one, where the rows come in the order that is asked for.
+    plan->orderByConsumed = int(rows.ascends && plan->nOrderBy == 1 &&
+                                plan->aOrderBy[0].iColumn == 0 && plan->aOrderBy[0].desc == 0);
     return SQLITE_OK;
 }
 

@@ -48,6 +48,7 @@ struct SqlTable {
     std::function<SqlValue(SqlPosition at, size_t column)> value;
     // Belongs into a copy for which nobody named tables.
     bool isCopied = true;
+    bool ascends = false; // the first column is the outer number
 };
 
 } // namespace vdk
