@@ -228,7 +228,14 @@ int runHeapLive(Console& console, const Arguments& arguments) {
                    sums.end());
     }
     sortSums(sums, sortKey(arguments, false));
-    size_t top = size_t(arguments.number("--top", long(console.json ? sums.size() : ClassesShown)));
+    const bool isCsv = isCsvAsked(console, arguments);
+    const bool isForPeople = !console.json && !isCsv;
+    const auto top =
+        size_t(arguments.number("--top", long(isForPeople ? ClassesShown : sums.size())));
+    if (isCsv) {
+        sumTable(sums, top, false).writeCsv(console);
+        return 0;
+    }
     if (console.json) {
         JsonDocument json(console, "vdk.heap.live/1");
         json.field("pid", jvm.pid);

@@ -140,12 +140,16 @@ void HeapTable::writeCsv(Console& console) const {
     }
 }
 
-HeapDocument::HeapDocument(Console& console, const Arguments& arguments, const HeapSession& session,
-                           const std::string& name, const std::vector<std::string>& otherRemarks)
-    : console(console), isCsv(arguments.has("--csv")) {
-    if (isCsv && console.json) {
+bool isCsvAsked(const Console& console, const Arguments& arguments) {
+    if (arguments.has("--csv") && console.json) {
         throw ClientError(ExitCode::Usage, "usage", "--json and --csv exclude each other");
     }
+    return arguments.has("--csv");
+}
+
+HeapDocument::HeapDocument(Console& console, const Arguments& arguments, const HeapSession& session,
+                           const std::string& name, const std::vector<std::string>& otherRemarks)
+    : console(console), isCsv(isCsvAsked(console, arguments)) {
     if (console.json) {
         json.emplace(console.out, true);
         beginHeapDocument(*json, ("vdk.heap." + name + "/1").c_str(), session, otherRemarks);

@@ -60,6 +60,9 @@ private:
     size_t omitted = 0;
 };
 
+// Throws ClientError (Usage) where JSON is asked for as well.
+bool isCsvAsked(const Console& console, const Arguments& arguments);
+
 class HeapDocument {
 public:
     // Opens the document "vdk.heap.<name>/1".

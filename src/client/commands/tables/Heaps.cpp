@@ -95,6 +95,7 @@ const std::vector<Command> Table = {
       {"--all", ValueKind::None, "unreachable objects as well; no garbage collection"},
       {"--top", ValueKind::Number, "lines to show (default 50)"},
       {"--sort", ValueKind::Choice, "order (default shallow)", {"shallow", "count", "name"}},
+      {"--csv", ValueKind::None, "comma-separated values"},
       Timeout},
      false,
      true,
