@@ -2,6 +2,7 @@
 
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
+#include "client/fleet/RemoteHost.h"
 #include "core/ground/Logger.h"
 #include "core/ground/Options.h"
 #include "core/ground/Version.h"
@@ -333,6 +334,12 @@ int dispatch(const std::vector<std::string>& words, Console& console) {
     console.configure(arguments.has("--json"), arguments.has("--quiet"), arguments.has("--verbose"),
                       color);
     checkRequired(*command, arguments);
+    if (arguments.has("--host")) {
+        RemoteCall call = {arguments.text("--host"), withoutHost(words)};
+        call.copies = arguments.has("--copy-vdk");
+        call.needsTerminal = console.outIsTerminal && console.errIsTerminal && !console.json;
+        runOnHost(console, call);
+    }
     return command->run(console, arguments);
 }
 

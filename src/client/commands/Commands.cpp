@@ -52,6 +52,8 @@ const std::vector<OptionSpec>& commonOptions() {
     static const std::vector<OptionSpec> options = {
         {"--json", ValueKind::None, "machine-readable output"},
         {"--timeout", ValueKind::Duration, "limit for each wait for the agent (default 15s)"},
+        {"--host", ValueKind::Text, "run the vdk of this machine over ssh: USER@MACHINE"},
+        {"--copy-vdk", ValueKind::None, "with --host: bring this vdk there first"},
         {"--color", ValueKind::Choice, "when to use color", {"auto", "always", "never"}},
         {"--quiet", ValueKind::None, "no notes, no progress", {}, false, false, "-q"},
         {"--verbose", ValueKind::None, "show internal log lines", {}, false, false, "-v"},

@@ -7,6 +7,7 @@
 #include "client/fleet/JvmMetrics.h"
 #include "client/fleet/McpServer.h"
 #include "client/fleet/ProfilePush.h"
+#include "client/fleet/RemoteHost.h"
 
 #include <fstream>
 #include <gtest/gtest.h>
@@ -388,5 +389,47 @@ server.serve_forever()
         const Result top =
             run("go tool pprof -top -sample_index=cpu " + dir.file("profile.pb.gz") + " 2>&1");
         EXPECT_NE(std::string::npos, top.out.find("Waiter.burn")) << top.out;
+    }
+}
+
+TEST(RemoteHost, wordsArriveAsTheyWereTyped) {
+    const std::vector<std::string> line = {
+        "table", "--host", "h",      "a b",        "it's \"$(id)\" `x`\\",
+        "",      "*",      "--x=1",  "--copy-vdk", "new\nline",
+        "--",    "java",   "--host", "y"};
+    const std::vector<std::string> there = {
+        "table",  "a b", "it's \"$(id)\" `x`\\", "", "*", "--x=1", "new\nline", "--", "java",
+        "--host", "y"};
+    EXPECT_EQ(there, withoutHost(line));
+    EXPECT_EQ(std::vector<std::string>({"list"}), withoutHost({"list", "--host=h"}));
+    // The other side's sshd gives the line to a shell.
+    const TempDir dir;
+    dir.write("vdk", "#!/bin/sh\nfor word; do printf '%s|' \"$word\"; done\n");
+    run("chmod +x " + dir.file("vdk"));
+    const std::vector<std::string> command = remoteCommand({"h", there}, dir.file("vdk"));
+    ASSERT_EQ(5u, command.size());
+    for (const char* shell : {"sh", "bash"}) {
+        const JavaProcess program({shell, "-c", command.back()}, dir.file("err"));
+        std::string expected;
+        for (const std::string& word : there) {
+            expected += word + "|";
+        }
+        EXPECT_TRUE(const_cast<JavaProcess&>(program).waitFor(expected)) << program.output;
+    }
+}
+
+// The other side is this one, by a program that does what ssh and sshd do with a line.
+TEST(RemoteHost, bringsTheProgramAndGivesItsExitCode) {
+    const TempDir dir;
+    dir.write("ssh", "#!/bin/sh\nexport HOME=" + dir.path +
+                         "\nwhile [ \"$1\" != -- ]; do shift; done\nexec sh -c \"$3\"\n");
+    run("chmod +x " + dir.file("ssh"));
+    const std::string vdk = "PATH=" + dir.path + ":$PATH " + builtFile("vdk") + " ";
+    EXPECT_EQ(3, run(vdk + "status no-such-jvm --host me@here --copy-vdk 2>&1").code);
+    const Result again =
+        run(vdk + "--version >/dev/null; " + vdk + "list --json --host here --copy-vdk");
+    EXPECT_EQ("vdk.list/1", json::parse(again.out)["schema"]);
+    for (const char* host : {"-oProxyCommand=x", "'a b'", "'$(id)'", "''"}) {
+        EXPECT_EQ(2, run(vdk + "list --host " + host + " 2>/dev/null").code) << host;
     }
 }
