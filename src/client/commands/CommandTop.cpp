@@ -134,12 +134,19 @@ private:
 
     // Until the interval is over, and what keys change is shown at once; false at the end.
     bool waitForNext(Screen& screen, TopView& view) {
-        const long end = Platform::monotonicTimeNs() + intervalMs * 1000000;
+        long end = Platform::monotonicTimeNs() + intervalMs * 1000000;
         while (true) {
             const long restMs = (end - Platform::monotonicTimeNs()) / 1000000;
             const std::optional<char> key = screen.waitForKey(std::max(restMs, 0L));
-            if (!key || *key == 0) {
-                return key.has_value();
+            if (!key) {
+                return false;
+            }
+            if (*key == 0) {
+                if (!choices.isPaused) {
+                    return true;
+                }
+                end = Platform::monotonicTimeNs() + intervalMs * 1000000;
+                continue;
             }
             if (!takeKey(*key)) {
                 continue;
@@ -150,6 +157,17 @@ private:
 
     // True if there is something else to show now.
     bool takeKey(char key) {
+        static const std::pair<char, bool TopChoices::*> switches[] = {
+            {'s', &TopChoices::byTotal},
+            {'t', &TopChoices::threadsOnly},
+            {'p', &TopChoices::isPaused},
+            {'h', &TopChoices::withHelp}};
+        for (const auto& [name, choice] : switches) {
+            if (key == name) {
+                choices.*choice = !(choices.*choice);
+                return now.has_value();
+            }
+        }
         const std::optional<Shown> former = choices.show;
         if (key == 'b' && choices.show) {
             choices.by =

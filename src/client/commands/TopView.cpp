@@ -27,8 +27,20 @@ constexpr size_t LinesOfAllocations = 2 + AllocationsShown;
 // Characters in front of a name, as a rule.
 constexpr size_t WidthOfTimes = 26, WidthOfCalls = 10;
 
-const char Keys[] = "[o]verview [c]pu [a]llocs [g]arbage [l]ive [m]onitors [e]xceptions "
-                    "[b]y [q]uit";
+const char Keys[] = "[o]verview [t]hreads [c]pu [a]llocs [g]arbage [l]ive [m]onitors "
+                    "[e]xceptions [b]y [s]ort [p]ause [h]elp [q]uit";
+const char Help[] = "Keys\n\n"
+                    "  o  overview: methods, threads, allocations\n"
+                    "  t  threads in place of methods, and back\n"
+                    "  c  CPU times, a view of their own      a  allocations\n"
+                    "  l  live objects                        g  garbage\n"
+                    "  m  waits for monitors and locks        e  exceptions\n"
+                    "  b  group such a view in the next way\n"
+                    "  s  sort methods by own time, or by the time with what they call\n"
+                    "  p  pause: what is on the screen stays, and the next numbers are of all\n"
+                    "     the time since then\n"
+                    "  h  this help, and back\n"
+                    "  q  quit\n";
 
 // Keys of Moment::events.
 enum Event { BlockedNs, Exceptions };
@@ -156,6 +168,12 @@ void TopView::compare(const Moment& before, const Moment& now) {
     }
     auto spentInAll = spent(before.methodTotal, now.methodTotal);
     totals = Sums(spentInAll.begin(), spentInAll.end());
+    if (choices.byTotal) {
+        methods.clear();
+        for (const auto& [method, total] : spentInAll) {
+            methods.emplace_back(method, timed[method]);
+        }
+    }
     threads = spent(before.threadOwn, now.threadOwn);
     allocated = spent(before.allocatedBytes, now.allocatedBytes);
     auto objects = spent(before.allocatedObjects, now.allocatedObjects);
@@ -186,6 +204,10 @@ ReportChoices TopView::reportChoices() const {
 }
 
 void TopView::print(Console& page, const Moment& now) {
+    if (choices.withHelp) {
+        page.out << Help;
+        return;
+    }
     const size_t headLines = printHead(page, now);
     size_t lines = choices.top.value_or(MethodsShown), nameWidth = 150;
     const bool withAllocations = choices.allocations && !choices.show;
@@ -204,8 +226,7 @@ void TopView::print(Console& page, const Moment& now) {
         return;
     }
     if (choices.cpu) {
-        printMethods(page, now.profile, lines, nameWidth);
-        printThreads(page, now.profile, nameWidth);
+        printTimes(page, now.profile, lines, nameWidth);
     } else if (choices.show) {
         printShown(page, now);
     }
@@ -220,6 +241,9 @@ std::vector<std::string> TopView::headOf(const Moment& now) {
         printable(agent.info.sessionName) + " (" + std::to_string(agent.info.pid) + ")",
         (choices.cpu ? formatNs(whole) + " CPU" : std::string("CPU not sampled")) + " in " +
             formatNs(int64_t(seconds * 1e9))};
+    if (choices.isPaused) {
+        parts.emplace_back("paused");
+    }
     if (sampled.isKnown()) {
         parts.push_back(samplingText(now.profile, sampled));
     }
@@ -277,6 +301,15 @@ void TopView::putOnScreen(const std::string& text) {
     }
 }
 
+void TopView::printTimes(Console& page, const Profile& profile, size_t lines, size_t nameWidth) {
+    if (choices.threadsOnly) {
+        printThreads(page, profile, lines + ThreadsShown, nameWidth);
+        return;
+    }
+    printMethods(page, profile, lines, nameWidth);
+    printThreads(page, profile, ThreadsShown, nameWidth);
+}
+
 void TopView::printMethods(Console& page, const Profile& profile, size_t lines, size_t nameWidth) {
     std::vector<TextTable::Column> columns = {
         {"OWN%", TextTable::Right}, {"OWN", TextTable::Right}, {"TOTAL%", TextTable::Right}};
@@ -299,9 +332,9 @@ void TopView::printMethods(Console& page, const Profile& profile, size_t lines, 
     page.out << "\n";
 }
 
-void TopView::printThreads(Console& page, const Profile& profile, size_t nameWidth) {
+void TopView::printThreads(Console& page, const Profile& profile, size_t most, size_t nameWidth) {
     TextTable threadTable({{"CPU%", TextTable::Right}, {"CPU", TextTable::Right}, {"THREAD"}});
-    for (size_t i = 0; i < std::min(ThreadsShown, threads.size()); i++) {
+    for (size_t i = 0; i < std::min(most, threads.size()); i++) {
         threadTable.add({formatPercent(percentOf(threads[i].second, int64_t(seconds * 1e9))),
                          formatNs(threads[i].second),
                          printable(threadName(profile, threads[i].first), nameWidth)});

@@ -19,6 +19,10 @@ struct TopChoices {
     Grouping by = Grouping::None;
     std::optional<size_t> top; // lines of a list, if the user wants so many
     Selection selection;
+    bool byTotal = false;     // methods in the order of their totals
+    bool threadsOnly = false; // threads in place of methods
+    bool isPaused = false;    // what is on the screen stays
+    bool withHelp = false;    // what keys do, in place of all else
 
     // The way that a view is grouped unless the user says otherwise.
     static Grouping usualGrouping(Shown what);
@@ -58,10 +62,11 @@ public:
 private:
     void compare(const Moment& before, const Moment& now);
     void print(Console& page, const Moment& now);
+    void printTimes(Console& page, const Profile& profile, size_t lines, size_t nameWidth);
     std::vector<std::string> headOf(const Moment& now);
     size_t printHead(Console& page, const Moment& now);
     void printMethods(Console& page, const Profile& profile, size_t lines, size_t nameWidth);
-    void printThreads(Console& page, const Profile& profile, size_t nameWidth);
+    void printThreads(Console& page, const Profile& profile, size_t most, size_t nameWidth);
     void printAllocations(Console& page, size_t nameWidth);
     void printShown(Console& page, const Moment& now);
     void putOnScreen(const std::string& text);

@@ -39,7 +39,7 @@ const std::vector<Command> Table = {
      "and\n"
      "beside it the sums that `vdk report` shows; of live objects the sums and how they change. On "
      "a\n"
-     "terminal the keys o (overview), c, a, g, l, m and e switch the view, b its grouping.",
+     "terminal keys switch the view, sort, pause and more: h tells them.",
      "vdk top app.jar\nvdk top app.jar --sample --interval 5s\nvdk top app.jar --count 3 --json\n"
      "vdk top app.jar --show allocations --by method\nvdk top app.jar --show monitors --by tree",
      {Target,
