@@ -35,6 +35,8 @@ int reportHeapShell(Console& console, const Arguments& arguments);
 int reportHeapServer(Console& console, const Arguments& arguments);
 int reportHeapExport(Console& console, const Arguments& arguments);
 
+// What `summary` shows; in a shell the questions that it proposes are typed without their command.
+int showHeapFirstScreen(Console& console, const Arguments& arguments, bool inShell);
 // The first screen, and with a terminal the shell behind it.
 int runHeapWithoutReport(Console& console, const Arguments& arguments);
 

@@ -74,8 +74,8 @@ public:
         }
     }
 
-    void writeNext(const HeapSuspects& suspects, const std::vector<int>& biggest) {
-        const std::string heap = "vdk heap " + shellWord(model.file->path()) + " ";
+    void writeNext(const HeapSuspects& suspects, const std::vector<int>& biggest, bool inShell) {
+        const std::string heap = inShell ? "" : "vdk heap " + shellWord(model.file->path()) + " ";
         const int row = !suspects.list.empty() ? suspects.list[0].row
                         : biggest.empty()      ? 0
                                                : biggest[0];
@@ -84,7 +84,8 @@ public:
             document.line("       " + heap + "show " + heapId(model, row) + " | path " +
                           heapId(model, row) + " | dominators " + heapId(model, row));
         }
-        document.line("       " + heap + "objects CLASS | threads | collections | --help");
+        document.line("       " + heap + "objects CLASS | threads | collections | " +
+                      (inShell ? "help" : "--help"));
     }
 
 private:
@@ -112,6 +113,10 @@ private:
 } // namespace
 
 int reportHeapSummary(Console& console, const Arguments& arguments) {
+    return showHeapFirstScreen(console, arguments, false);
+}
+
+int showHeapFirstScreen(Console& console, const Arguments& arguments, bool inShell) {
     heapArguments(arguments, 0, 0, "no arguments");
     HeapSession session(console, heapOptions(arguments), true);
     std::vector<HeapClassSum> sums = sumByClass(session, true);
@@ -127,7 +132,7 @@ int reportHeapSummary(Console& console, const Arguments& arguments) {
         sumTable(sums, heapTop(arguments, document.isText() ? ShownClasses : WrittenClasses), true),
         "Classes by retained bytes");
     document.table("objects", heapObjectTable(session, biggest), "Biggest objects");
-    screen.writeNext(suspects, biggest);
+    screen.writeNext(suspects, biggest, inShell);
     document.end();
     return 0;
 }

@@ -174,7 +174,7 @@ int runHeapWithoutReport(Console& console, const Arguments& arguments) {
         }
         return reportHeapSummary(console, arguments); // of a file that has no more to ask for
     }
-    const int code = reportHeapSummary(console, arguments);
+    const int code = showHeapFirstScreen(console, arguments, true);
     console.out.flush();
     return code == 0 ? shell->runTyped() : code;
 }
