@@ -112,6 +112,9 @@ int runMetrics(Console& console, const Arguments& arguments) {
     choices.targets = arguments.all("TARGET");
     choices.timeoutMs = int(arguments.durationMs("--timeout", choices.timeoutMs));
     const int deadlineMs = int(arguments.durationMs("--deadline", DefaultDeadlineMs));
+    if (arguments.has("--once")) {
+        choices.timeoutMs = std::min(choices.timeoutMs, deadlineMs); // nobody comes again
+    }
     FleetWatch fleet(choices);
     if (arguments.has("--once")) {
         console.out << fleet.scrape(MetricForm::OpenMetrics, deadlineMs);

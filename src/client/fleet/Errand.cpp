@@ -43,6 +43,8 @@ bool Errand::await(Clock::time_point deadline) {
             std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         const bool isIdle = idle.wait(std::chrono::milliseconds(std::max<int64_t>(left, 0)));
         if (isIdle || left <= 0) {
+            // What the job has written is seen behind the lock that it has given back.
+            const std::lock_guard<std::mutex> lock(mutex);
             return isIdle;
         }
     }

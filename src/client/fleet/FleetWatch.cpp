@@ -15,6 +15,8 @@ using std::chrono::milliseconds;
 
 // A part of a scrape's time that looking for JVMs may take; what was found last counts otherwise.
 constexpr int LookingPart = 3;
+// The part that JVMs may take which were not ready the last time.
+constexpr int SecondTryPart = 10;
 // How long a port without a marker is given to answer as an agent.
 constexpr int PatienceMs = 1000;
 // An update of a JVM's tables that is larger than this is refused.
@@ -40,12 +42,13 @@ public:
         : endpoint(endpoint), timeoutMs(timeoutMs), reading_([this] { read(); }) {}
 
     void begin() { isLate = !reading_.begin(); }
-    // One that was not ready by the scrape before holds this one up no more.
-    bool await(Clock::time_point deadline) {
-        const bool isDone = reading_.await(isLate ? Clock::now() : deadline);
+    // One that was not ready by the scrape before is not waited for until the deadline again.
+    void await(Clock::time_point deadline, Clock::time_point soon) {
+        const bool isDone = reading_.await(isLate ? Clock::now() : hasFailed ? soon : deadline);
         isRead = isDone && isGood;
-        return isDone;
+        hasFailed = !isRead;
     }
+    bool isIdle() { return reading_.await(Clock::now()); }
 
     // Of a reading that was awaited.
     bool isUp() const { return isRead; }
@@ -113,8 +116,9 @@ private:
     double took = 0;
     bool isGood = false;
     bool isRead = false;
-    bool isLate = false; // the reading was begun for an earlier scrape
-    Errand reading_;     // last: it works with all of the above
+    bool hasFailed = false; // to be ready for the last scrape
+    bool isLate = false;    // the reading was begun for an earlier scrape
+    Errand reading_;        // last: it works with all of the above
 };
 
 FleetWatch::FleetWatch(FleetChoices choices)
@@ -179,7 +183,7 @@ void FleetWatch::followJvms() {
         }
     }
     leaving.erase(std::remove_if(leaving.begin(), leaving.end(),
-                                 [](const auto& target) { return target->await(Clock::now()); }),
+                                 [](const auto& target) { return target->isIdle(); }),
                   leaving.end());
 }
 
@@ -203,7 +207,7 @@ std::string FleetWatch::scrape(MetricForm form, int deadlineMs) {
         target->begin();
     }
     for (const auto& [key, target] : targets) {
-        target->await(deadline);
+        target->await(deadline, begin + milliseconds(deadlineMs / SecondTryPart));
     }
     MetricText text(form);
     text.begin(Jvms);

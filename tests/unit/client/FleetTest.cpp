@@ -173,7 +173,7 @@ TEST(Metrics, areReadByPrometheusWhileAJvmHangs) {
     const std::string name = "fleet" + std::to_string(getpid());
     const auto good = startProfiled(homes[0], dir, name + "good"),
                hung = startProfiled(homes[0], dir, name + "hung");
-    const MetricsProgram program({name, "--deadline", "60s", "--timeout", "1s"});
+    const MetricsProgram program({name, "--deadline", "60s", "--timeout", "60s"});
     EXPECT_EQ(0, run("curl -s " + program.url + " | promtool check metrics 2>&1").code);
     kill(hung->pid, SIGSTOP);
     const std::string text = program.get("-H 'Accept: application/openmetrics-text'");
@@ -187,7 +187,7 @@ TEST(Metrics, areReadByPrometheusWhileAJvmHangs) {
     EXPECT_NE(std::string::npos, text.find("threads=\"main\"")) << text;
 
     const size_t port = program.url.find("127.");
-    dir.write("p.yml", "scrape_configs: [{job_name: vdk, scrape_interval: 1s, static_configs: "
+    dir.write("p.yml", "scrape_configs: [{job_name: vdk, scrape_interval: 5s, static_configs: "
                        "[{targets: ['" +
                            program.url.substr(port, program.url.find("/metrics") - port) +
                            "']}]}]");
@@ -376,7 +376,7 @@ server.serve_forever()
     const Result pushed =
         run(builtFile("vdk") + " push " + std::to_string(jvm->pid) +
             " --pyroscope http://127.0.0.1:" + port +
-            " --every 1s --count 3 --name app --tag env=test --timeout 60s --credentials " +
+            " --every 2s --count 3 --name app --tag env=test --timeout 60s --credentials " +
             dir.file("credentials") + " --json");
     EXPECT_EQ(0, pushed.code) << pushed.out;
     const json counts = json::parse(pushed.out);
