@@ -1,373 +1,274 @@
 #include "heapfile/HeapIndexFile.h"
 
+#include "heapfile/HeapIndexModel.h"
 #include "heapfile/HeapReadError.h"
+#include "heapfile/IndexSections.h"
 #include "heapfile/IndexStream.h"
 #include "offline/Reachability.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
 
 constexpr char MAGIC[] = "VDK heap index\n\x1a";
 constexpr size_t MAGIC_SIZE = 16;
-constexpr uint32_t VERSION = 6;
+constexpr size_t HEAD_SIZE = MAGIC_SIZE + 36;
+constexpr uint32_t VERSION = 7;
 constexpr uint32_t BYTE_ORDER_MARK = 0x01020304; // written as this machine stores it
-// Arrays that the heap commands read, beside the references. Others hold fill values only.
-constexpr int STORED_KINDS[] = {READ_DOMINATORS,         READ_SIZES,
-                                READ_RETAINED_SIZES,     READ_GENERATIONS,
-                                READ_ALLOCATOR_FRAMES,   READ_ALLOCATOR_THREADS,
-                                READ_META_POSITIONS,     READ_ARRAY_LENGTHS,
-                                READ_PRIMITIVE_POSITIONS};
+constexpr uint64_t MOST_REFERENCES = 0x7ffffff0;
 
-int elementsPerRow(int kind) {
-    return kind == READ_RETAINED_SIZES || kind == READ_META_POSITIONS ||
-                   kind == READ_PRIMITIVE_POSITIONS
-               ? 2
-               : 1;
+// In the order of the file, the head being section 0.
+enum Section : size_t {
+    MODEL = 1,
+    REACHED,
+    REFERENCE_STARTS,
+    REFERENCES,
+    REFERRER_STARTS,
+    REFERRERS,
+    DOMINATORS,
+    SIZES,
+    WIDE_SIZES,
+    LENGTHS,
+    WIDE_LENGTHS,
+    RETAINED,
+    WIDE_RETAINED,
+    GENERATIONS,
+    ALLOCATOR_FRAMES,
+    ALLOCATOR_THREADS,
+    ID_DELTAS,
+    ID_PLACES,
+    POSITION_DELTAS,
+    POSITION_PLACES,
+    PRIMITIVE_DELTAS,
+    PRIMITIVE_PLACES,
+    SECTION_END
+};
+constexpr size_t SECTION_COUNT = SECTION_END - 1;
+
+// The writing of columns, which all go over the rows from 0 on.
+class ColumnWriter {
+public:
+    ColumnWriter(IndexOutput& output, const HeapModel& model)
+        : out(output), rows(model.objectCount) {}
+
+    void lists(const RefTable& table) {
+        uint32_t start = 0;
+        for (int row = 0; row < rows; row++) {
+            out.number(start);
+            start += static_cast<uint32_t>(table.getCount(row));
+        }
+        out.number(start);
+        out.endSection();
+        for (int row = 0; row < rows; row++) {
+            BigIntArrayIterator64 list = table.initReferenceIterator(row);
+            while (list.hasNext()) {
+                out.number(list.next());
+            }
+        }
+        out.endSection();
+    }
+
+    // A section without bytes if all rows but 0 have the fill value.
+    template <typename Get>
+    void ints(Get get, bool mayBeAbsent, int fillValue) {
+        bool isAbsent = mayBeAbsent;
+        for (int row = 1; row < rows && isAbsent; row++) {
+            isAbsent = get(row) == fillValue;
+        }
+        for (int row = 0; row < rows && !isAbsent; row++) {
+            out.number(get(row));
+        }
+        out.endSection();
+    }
+
+    template <typename T, typename Get>
+    void narrow(Get get) {
+        using Column = NarrowColumn<T>;
+        std::vector<typename Column::Wide> wide;
+        for (int row = 0; row < rows; row++) {
+            const long value = get(row);
+            if (Column::fits(value)) {
+                out.number(static_cast<T>(value + 1));
+            } else {
+                out.number(Column::IS_WIDE);
+                wide.push_back({static_cast<unsigned long>(row), value});
+            }
+        }
+        out.endSection();
+        out.bytes(wide.data(), wide.size() * sizeof(wide[0]));
+        out.endSection();
+    }
+
+    // Two sections without bytes if all rows have 0.
+    template <typename Get>
+    void deltas(Get get) {
+        bool isAbsent = true;
+        for (int row = 1; row < rows && isAbsent; row++) {
+            isAbsent = get(row) == 0;
+        }
+        std::vector<DeltaColumn::Place> places;
+        uint8_t bytes[DeltaColumn::LONGEST_DELTA];
+        unsigned long written = 0;
+        unsigned long before = 0;
+        for (int row = 0; row < rows && !isAbsent; row++) {
+            const auto value = static_cast<unsigned long>(row == 0 ? 0 : get(row));
+            if (row % DeltaColumn::ROWS_PER_PLACE == 0) {
+                places.push_back({value, written});
+            } else {
+                const auto length = static_cast<size_t>(DeltaColumn::encode(before, value, bytes));
+                out.bytes(bytes, length);
+                written += length;
+            }
+            before = value;
+        }
+        out.endSection();
+        out.bytes(places.data(), places.size() * sizeof(places[0]));
+        out.endSection();
+    }
+
+private:
+    IndexOutput& out;
+    int rows;
+};
+
+void writeColumns(IndexOutput& out, const HeapModel& model, AnalysisProgress* progress) {
+    const ObjectStorage& storage = *model.storage;
+    ColumnWriter columns(out, model);
+    columns.lists(storage.getReferences());
+    reportProgress(progress, "writing index", 1, 4);
+    columns.lists(*storage.getBackwardReferences());
+    reportProgress(progress, "writing index", 2, 4);
+    columns.ints([&](int row) { return storage.getDominator(row); }, false, 0);
+    columns.narrow<uint16_t>([&](int row) { return storage.getSize(row); });
+    columns.narrow<uint16_t>([&](int row) { return storage.getArrayLength(row); });
+    columns.narrow<uint32_t>([&](int row) { return storage.getRetainedSize(row); });
+    reportProgress(progress, "writing index", 3, 4);
+    columns.ints([&](int row) { return storage.getGeneration(row); }, true, 0);
+    columns.ints([&](int row) { return storage.getAllocatorFrame(row); }, true, 0);
+    columns.ints([&](int row) { return storage.getAllocatorThread(row); }, true, -1);
+    const bool isDump = model.format == HeapModel::Format::Hprof;
+    columns.deltas([&](int row) { return isDump ? model.idOf(row) : 0; });
+    columns.deltas([&](int row) { return storage.getMetaPosition(row); });
+    columns.deltas([&](int row) { return storage.getPrimitiveDataPosition(row); });
+    reportProgress(progress, "writing index", 4, 4);
 }
 
-void writeClass(IndexOutput& out, const HeapClass& type) {
-    out.u32(static_cast<uint32_t>(type.row));
-    out.u32(static_cast<uint32_t>(type.superClass + 1));
-    out.u32(static_cast<uint8_t>(type.elementType));
-    out.text(type.name);
-    out.u64(static_cast<uint64_t>(type.instanceSize));
-    out.u32(static_cast<uint32_t>(type.fields.size()));
-    for (const HeapField& field : type.fields) {
-        out.text(field.name);
-        out.u32(static_cast<uint8_t>(field.type));
+// The columns of an index, with the sections that they are read from.
+class IndexColumns final : public StoredColumns {
+public:
+    // Throws HeapReadError if a section hasn't the length that so many rows take.
+    IndexColumns(std::shared_ptr<IndexSections> opened, int objectCount)
+        : file(std::move(opened)), rows(static_cast<uint64_t>(objectCount)) {
+        const uint64_t last = rows - 1;
+        using Check = IndexSection::Check;
+        lists(references, REFERENCE_STARTS, "references");
+        lists(backwardReferences, REFERRER_STARTS, "backward references");
+        dominators = column(DOMINATORS, "dominators", Check::Dominators, last, 4);
+        narrow(sizes, SIZES, "sizes");
+        narrow(arrayLengths, LENGTHS, "array lengths");
+        narrow(retainedSizes, RETAINED, "retained sizes");
+        generations = optional(GENERATIONS, "generations");
+        allocatorFrames = optional(ALLOCATOR_FRAMES, "allocator frames");
+        allocatorThreads = optional(ALLOCATOR_THREADS, "allocator threads");
+        deltas(identifiers, ID_DELTAS, "identifiers");
+        deltas(metaPositions, POSITION_DELTAS, "positions");
+        deltas(primitivePositions, PRIMITIVE_DELTAS, "positions of data");
     }
-    out.u32(static_cast<uint32_t>(type.statics.size()));
-    for (const HeapStaticField& field : type.statics) {
-        out.text(field.name);
-        out.u32(static_cast<uint8_t>(field.type));
-        out.u64(field.bits);
-    }
-    out.u32(static_cast<uint32_t>(type.referenceNames.size()));
-    for (const std::string& name : type.referenceNames) {
-        out.text(name);
-    }
-}
 
-char readTypeLetter(IndexInput& in, bool mayBeNone) {
-    auto letter = static_cast<char>(in.u32AtMost(127, "type letter"));
-    if (letter == 0 ? !mayBeNone : !strchr("LBCDFIJSZ", letter)) {
-        in.fail("unknown type letter");
-    }
-    return letter;
-}
+private:
+    using Check = IndexSection::Check;
 
-uint32_t readCount(IndexInput& in, uint64_t itemSize, const char* what) {
-    uint32_t count = in.u32();
-    in.expect(count, itemSize, what);
-    return count;
-}
-
-HeapClass readClass(IndexInput& in, int objectCount, uint32_t classCount) {
-    HeapClass type;
-    type.row = static_cast<int>(in.u32AtMost(static_cast<uint64_t>(objectCount) - 1, "class row"));
-    if (type.row == 0) {
-        in.fail("a class has the row 0");
+    const LazySection* add(size_t section, const char* what, Check check, uint64_t most) {
+        sections.push_back(std::make_unique<IndexSection>(file, section, what, check, most));
+        return sections.back().get();
     }
-    type.superClass = static_cast<int>(in.u32AtMost(classCount, "superclass")) - 1;
-    type.elementType = readTypeLetter(in, true);
-    type.name = in.text();
-    type.instanceSize = static_cast<int64_t>(in.u64());
-    for (uint32_t n = readCount(in, 8, "fields"); n > 0; n--) {
-        std::string name = in.text();
-        type.fields.push_back({std::move(name), readTypeLetter(in, false)});
+    const LazySection* column(size_t section, const char* what, Check check, uint64_t most,
+                              uint64_t bytesPerRow) {
+        expect(file->length(section) == rows * bytesPerRow, section, what);
+        return add(section, what, check, most);
     }
-    for (uint32_t n = readCount(in, 16, "static fields"); n > 0; n--) {
-        std::string name = in.text();
-        char letter = readTypeLetter(in, false);
-        type.statics.push_back({std::move(name), letter, in.u64()});
+    const LazySection* optional(size_t section, const char* what) {
+        expect(file->length(section) == 0 || file->length(section) == rows * 4, section, what);
+        return add(section, what, Check::Nothing, 0);
     }
-    for (uint32_t n = readCount(in, 4, "names of references"); n > 0; n--) {
-        type.referenceNames.push_back(in.text());
+    void lists(StoredLists& lists, size_t section, const char* what) {
+        const uint64_t bytes = file->length(section + 1);
+        expect(file->length(section) == (rows + 1) * 4 && bytes % 4 == 0 &&
+                   bytes / 4 <= MOST_REFERENCES,
+               section, what);
+        lists.starts = add(section, what, Check::Positions, bytes / 4);
+        lists.references = add(section + 1, what, Check::Rows, rows - 1);
     }
-    return type;
-}
-
-void writeSizing(IndexOutput& out, const HeapSizing& sizing) {
-    out.u32(sizing.fromJvm ? 1 : 0);
-    for (uint32_t bytes : {sizing.reference, sizing.header, sizing.arrayHeader, sizing.alignment}) {
-        out.u32(bytes);
+    template <typename T>
+    void narrow(NarrowColumn<T>& narrow, size_t section, const char* what) {
+        expect(file->length(section + 1) % sizeof(typename NarrowColumn<T>::Wide) == 0, section,
+               what);
+        narrow.narrow = column(section, what, Check::Nothing, 0, sizeof(T));
+        narrow.wide = add(section + 1, what, Check::Nothing, 0);
     }
-    for (uint64_t count :
-         {sizing.arrays, sizing.exactArrays, sizing.classes, sizing.agreeingClasses}) {
-        out.u64(count);
+    void deltas(DeltaColumn& deltas, size_t section, const char* what) {
+        const uint64_t places = file->length(section + 1) / sizeof(DeltaColumn::Place);
+        const uint64_t needed =
+            (rows + DeltaColumn::ROWS_PER_PLACE - 1) / DeltaColumn::ROWS_PER_PLACE;
+        expect(file->length(section + 1) % sizeof(DeltaColumn::Place) == 0 &&
+                   (places == 0 || places == needed),
+               section, what);
+        deltas.deltas = add(section, what, Check::Nothing, 0);
+        deltas.places = add(section + 1, what, Check::Nothing, 0);
     }
-}
-
-void readSizing(IndexInput& in, HeapSizing& sizing) {
-    sizing.fromJvm = in.u32AtMost(1, "origin of sizes") == 1;
-    for (uint32_t* bytes :
-         {&sizing.reference, &sizing.header, &sizing.arrayHeader, &sizing.alignment}) {
-        *bytes = in.u32();
-    }
-    for (uint64_t* count :
-         {&sizing.arrays, &sizing.exactArrays, &sizing.classes, &sizing.agreeingClasses}) {
-        *count = in.u64();
-    }
-}
-
-void writeOrigins(IndexOutput& out, const HeapModel& model) {
-    out.u32(static_cast<uint32_t>(model.generations.size()));
-    for (const HeapGeneration& generation : model.generations) {
-        out.u32(static_cast<uint32_t>(generation.number));
-        out.text(generation.name);
-        out.u64(static_cast<uint64_t>(generation.uptimeMs));
-    }
-    out.u32(static_cast<uint32_t>(model.siteFrames.size()));
-    for (const HeapSiteFrame& site : model.siteFrames) {
-        out.u32(static_cast<uint32_t>(site.frame));
-        out.u32(static_cast<uint32_t>(site.parent));
-        out.u32(site.text);
-        out.u32(site.hidden ? 1 : 0);
-    }
-}
-
-void writeModel(IndexOutput& out, const HeapModel& model) {
-    out.u32(model.format == HeapModel::Format::Snapshot ? 1 : 0);
-    out.text(model.formatName);
-    out.u32(model.idSize);
-    out.u64(model.captureTimeMs);
-    out.u32(static_cast<uint32_t>(model.objectCount));
-    out.u32(static_cast<uint32_t>(model.lastRowWithId));
-    writeSizing(out, model.sizing);
-    for (const std::vector<std::string>* texts :
-         {&model.remarks, &model.notes, &model.frameTexts}) {
-        out.u32(static_cast<uint32_t>(texts->size()));
-        for (const std::string& text : *texts) {
-            out.text(text);
+    void expect(bool fits, size_t section, const char* what) const {
+        if (!fits) {
+            file->fail("the number of " + std::string(what) + " isn't that of " +
+                           std::to_string(rows) + " rows",
+                       file->startOf(section));
         }
     }
-    out.u32(static_cast<uint32_t>(model.largeObjects.size()));
-    for (const LargeObject& object : model.largeObjects) {
-        out.u32(static_cast<uint32_t>(object.row));
-        out.u64(static_cast<uint64_t>(object.size));
-    }
-    writeOrigins(out, model);
-    out.u32(static_cast<uint32_t>(model.classes.size()));
-    for (const HeapClass& type : model.classes) {
-        writeClass(out, type);
-    }
-    out.u32(static_cast<uint32_t>(model.threads.size()));
-    for (const HeapThread& thread : model.threads) {
-        out.u32(thread.serial);
-        out.u32(static_cast<uint32_t>(thread.row));
-        out.u32(thread.trace);
-        out.u32(static_cast<uint32_t>(thread.stack.size()));
-        for (uint32_t frame : thread.stack) {
-            out.u32(frame);
-        }
-    }
-    out.u32(static_cast<uint32_t>(model.roots.size()));
-    for (const HeapRoot& root : model.roots) {
-        out.u32(static_cast<uint32_t>(root.row));
-        out.u32(root.kind);
-        out.u32(static_cast<uint32_t>(root.thread + 1));
-        out.u32(static_cast<uint32_t>(root.frame + 1));
-        out.u32(static_cast<uint32_t>(root.name + 1));
-    }
-}
 
-void readThreadsAndRoots(IndexInput& in, HeapModel& model) {
-    const uint64_t lastRow = static_cast<uint64_t>(model.objectCount) - 1;
-    const uint64_t lastText = model.frameTexts.empty() ? 0 : model.frameTexts.size() - 1;
-    for (uint32_t n = readCount(in, 16, "threads"); n > 0; n--) {
-        HeapThread thread = {};
-        thread.serial = in.u32();
-        thread.row = static_cast<int>(in.u32AtMost(lastRow, "row of a thread"));
-        thread.trace = in.u32();
-        const uint32_t frames = readCount(in, 4, "frames");
-        if (frames > 0 && model.frameTexts.empty()) {
-            in.fail("frames without texts");
-        }
-        for (uint32_t f = frames; f > 0; f--) {
-            thread.stack.push_back(in.u32AtMost(lastText, "text of a frame"));
-        }
-        model.threads.push_back(std::move(thread));
-    }
-    for (uint32_t n = readCount(in, 20, "roots"); n > 0; n--) {
-        HeapRoot root;
-        root.row = static_cast<int>(in.u32AtMost(lastRow, "row of a root"));
-        root.kind = in.u32();
-        root.thread = static_cast<int>(in.u32AtMost(model.threads.size(), "thread of a root")) - 1;
-        root.frame = static_cast<int>(in.u32AtMost(0x7ffffffe, "frame of a root")) - 1;
-        root.name =
-            static_cast<int>(in.u32AtMost(model.frameTexts.size(), "variable of a root")) - 1;
-        if (root.row == 0) {
-            in.fail("a root has the row 0");
-        }
-        model.roots.push_back(root);
-    }
-}
+    std::shared_ptr<IndexSections> file;
+    uint64_t rows;
+    std::vector<std::unique_ptr<IndexSection>> sections;
+};
 
-void readLargeObjects(IndexInput& in, HeapModel& model) {
-    const uint64_t lastRow = static_cast<uint64_t>(model.objectCount) - 1;
-    int before = 0;
-    for (uint32_t n = readCount(in, 12, "large objects"); n > 0; n--) {
-        LargeObject object;
-        object.row = static_cast<int>(in.u32AtMost(lastRow, "row of a large object"));
-        object.size = static_cast<int64_t>(in.u64());
-        if (object.row <= before || object.size < HeapModel::LARGEST_STORED) {
-            in.fail("large objects are not in order");
-        }
-        before = object.row;
-        model.largeObjects.push_back(object);
-    }
-}
-
-void readOrigins(IndexInput& in, HeapModel& model) {
-    int before = 0;
-    for (uint32_t n = readCount(in, 16, "generations"); n > 0; n--) {
-        HeapGeneration generation;
-        generation.number = static_cast<int>(in.u32AtMost(0x7fffffff, "generation"));
-        generation.name = in.text();
-        generation.uptimeMs = static_cast<int64_t>(in.u64());
-        if (generation.number <= before) {
-            in.fail("generations are not in order");
-        }
-        before = generation.number;
-        model.generations.push_back(std::move(generation));
-    }
-    const uint64_t lastText = model.frameTexts.empty() ? 0 : model.frameTexts.size() - 1;
-    before = 0;
-    for (uint32_t n = readCount(in, 16, "frames of allocations"); n > 0; n--) {
-        HeapSiteFrame site;
-        site.frame = static_cast<int>(in.u32AtMost(0x7fffffff, "frame of an allocation"));
-        if (site.frame <= before || model.frameTexts.empty()) {
-            in.fail("frames of allocations are not in order");
-        }
-        before = site.frame;
-        site.parent = static_cast<int>(
-            in.u32AtMost(static_cast<uint64_t>(site.frame) - 1, "caller of an allocation"));
-        site.text = in.u32AtMost(lastText, "text of a frame");
-        site.hidden = in.u32AtMost(1, "mark of a frame") == 1;
-        model.siteFrames.push_back(site);
-    }
-}
-
-void readModel(IndexInput& in, HeapModel& model) {
-    model.format =
-        in.u32AtMost(1, "format") == 1 ? HeapModel::Format::Snapshot : HeapModel::Format::Hprof;
-    model.formatName = in.text();
-    model.idSize = in.u32AtMost(8, "size of identifiers");
-    if (model.idSize != 4 && model.idSize != 8) {
-        in.fail("size of identifiers is neither 4 nor 8");
-    }
-    model.captureTimeMs = in.u64();
-    // Each row has start and count of its references in the file.
-    model.objectCount = static_cast<int>(
-        in.u32AtMost(std::min<uint64_t>(in.left() / 8, 0x7ffffff0), "number of objects"));
-    if (model.objectCount < 1) {
-        in.fail("no objects");
-    }
-    model.lastRowWithId = static_cast<int>(
-        in.u32AtMost(static_cast<uint64_t>(model.objectCount) - 1, "last row with an identifier"));
-    readSizing(in, model.sizing);
-    for (std::vector<std::string>* texts : {&model.remarks, &model.notes, &model.frameTexts}) {
-        for (uint32_t n = readCount(in, 4, "texts"); n > 0; n--) {
-            texts->push_back(in.text());
-        }
-    }
-    readLargeObjects(in, model);
-    readOrigins(in, model);
-    uint32_t classes = readCount(in, 36, "classes");
-    for (uint32_t i = 0; i < classes; i++) {
-        model.classes.push_back(readClass(in, model.objectCount, classes));
-    }
-    readThreadsAndRoots(in, model);
-    model.indexClasses();
-}
-
-void writeReferences(IndexOutput& out, const RefTable& table) {
-    out.u32(static_cast<uint32_t>(table.getReferenceCount()));
-    out.ints(table.getStartsAndCounts().buffer,
-             static_cast<uint64_t>(table.getStartsAndCounts().size));
-    out.array(table.getReferences(), static_cast<uint64_t>(table.getReferenceCount()));
-}
-
-void readReferences(IndexInput& in, RefTable& table, int objectCount, const char* what) {
-    uint32_t total = in.u32AtMost(0x7ffffff0, "number of references");
-    in.expect(total, 4, "references");
-    in.expect(static_cast<uint64_t>(table.getStartsAndCounts().size), 4, "lists of references");
-    table.reserve(static_cast<int>(total));
-    in.ints(table.getStartsAndCounts().buffer,
-            static_cast<uint64_t>(table.getStartsAndCounts().size));
-    in.array(table.getReferences(), total);
-    // Lists that overlap would make a walk over all of them as long as their number squared.
-    uint64_t inLists = 0;
-    for (int row = 0; row < table.getRowCount(); row++) {
-        inLists += static_cast<uint32_t>(table.getCount(row));
-        if (inLists > total) {
-            in.fail(std::string(what) + " are more than there are");
-        }
-    }
-    if (!table.isSound(objectCount)) {
-        in.fail(std::string(what) + " lead to rows that don't exist");
-    }
-}
-
-void checkRows(IndexInput& in, AnalyzedHeap& heap) {
-    ObjectStorage& storage = *heap.model->storage;
-    for (int row = 1; row < heap.model->objectCount; row++) {
-        int dominator = storage.getDominator(row);
-        if (dominator < 0 || dominator >= heap.model->objectCount || dominator == row) {
-            in.fail("row " + std::to_string(row) + " has the dominator " +
-                    std::to_string(dominator));
-        }
-        if (storage.getArrayLength(row) < -1) {
-            in.fail("row " + std::to_string(row) + " has a negative length");
-        }
-    }
-}
-
-void readHeap(IndexInput& in, std::shared_ptr<MappedFile> file, AnalyzedHeap& heap,
-              AnalysisProgress* progress) {
-    heap.model.reset(new HeapModel(std::move(file)));
+void readHeap(const std::string& path, const std::shared_ptr<IndexSections>& index,
+              std::shared_ptr<MappedFile> file, AnalyzedHeap& heap) {
+    index->readTables(HEAD_SIZE, SECTION_COUNT);
+    heap.model = std::make_unique<HeapModel>(std::move(file));
     HeapModel& model = *heap.model;
-    readModel(in, model);
-    model.storage.reset(new ObjectStorage(model.objectCount, false));
+    const std::vector<uint8_t> description = index->whole(MODEL);
+    IndexInput in(path, description, index->startOf(MODEL));
+    readIndexModel(in, model);
+    if (in.left() != 0) {
+        in.fail("data behind the end");
+    }
+    auto columns = std::make_unique<IndexColumns>(index, model.objectCount);
+    model.storage = std::make_unique<ObjectStorage>(model.objectCount, columns.get());
+    columns.release(); // the storage's
     for (const HeapClass& type : model.classes) {
         model.storage->getClassRows().push(type.row);
     }
-    const long steps = 2 + static_cast<long>(sizeof(STORED_KINDS) / sizeof(STORED_KINDS[0]));
-    long step = 0;
-    readReferences(in, model.storage->getReferences(), model.objectCount, "references");
-    reportProgress(progress, "reading index", ++step, steps);
-    std::unique_ptr<RefTable> backward(new RefTable("brt", model.objectCount));
-    readReferences(in, *backward, model.objectCount, "backward references");
-    model.storage->setBackwardReferences(backward.release());
-    reportProgress(progress, "reading index", ++step, steps);
-    for (int kind : STORED_KINDS) {
-        in.array(*model.storage->arrayOfKind(kind),
-                 static_cast<uint64_t>(model.objectCount) *
-                     static_cast<uint64_t>(elementsPerRow(kind)));
-        reportProgress(progress, "reading index", ++step, steps);
-    }
+    const std::vector<uint8_t> reached = index->whole(REACHED);
     heap.reachedBits.resize(static_cast<size_t>(bitFieldWords(model.objectCount)));
-    in.ints(heap.reachedBits.data(), heap.reachedBits.size());
-    in.finish();
-    checkRows(in, heap);
+    if (reached.size() != heap.reachedBits.size() * sizeof(int)) {
+        index->fail("the number of rows reached is another", index->startOf(REACHED));
+    }
+    memcpy(heap.reachedBits.data(), reached.data(), reached.size());
     heap.analyzed = true;
 }
 
-void checkMagic(IndexInput& in, const std::string& path) {
-    char magic[MAGIC_SIZE] = {};
-    try {
-        in.bytes(magic, MAGIC_SIZE);
-    } catch (const HeapReadError&) {
-        // shorter than that: no index either
-    }
-    if (memcmp(magic, MAGIC, MAGIC_SIZE) != 0) {
-        throw HeapReadError(path + " is not an index of a heap, and is left as it is");
-    }
+// The bytes behind the magic and the byte order mark.
+void writeIdentity(IndexOutput& out, const MappedFile& file, int dumpNumber) {
+    out.u32(VERSION);
+    out.u64(file.identity().size);
+    out.u64(file.identity().modifiedNs);
+    out.u64(file.identity().headDigest);
+    out.u32(static_cast<uint32_t>(dumpNumber));
 }
 
 bool isForFile(IndexInput& in, const MappedFile& file, int dumpNumber, std::string& why) {
+    char magic[MAGIC_SIZE];
     uint32_t mark = 0;
+    in.bytes(magic, sizeof(magic));
     in.bytes(&mark, sizeof(mark));
     if (in.u32() != VERSION || mark != BYTE_ORDER_MARK) {
         why = "the index has another version";
@@ -394,43 +295,35 @@ bool isForFile(IndexInput& in, const MappedFile& file, int dumpNumber, std::stri
 void HeapIndexFile::write(const AnalyzedHeap& heap, int dumpNumber, const std::string& path,
                           AnalysisProgress* progress) {
     const HeapModel& model = *heap.model;
-    ObjectStorage& storage = *model.storage;
     IndexOutput out(path);
     out.bytes(MAGIC, MAGIC_SIZE);
     out.bytes(&BYTE_ORDER_MARK, sizeof(BYTE_ORDER_MARK));
-    out.u32(VERSION);
-    out.u64(model.file->identity().size);
-    out.u64(model.file->identity().modifiedNs);
-    out.u64(model.file->identity().headDigest);
-    out.u32(static_cast<uint32_t>(dumpNumber));
-    writeModel(out, model);
-    const long steps = 2 + static_cast<long>(sizeof(STORED_KINDS) / sizeof(STORED_KINDS[0]));
-    long step = 0;
-    writeReferences(out, storage.getReferences());
-    reportProgress(progress, "writing index", ++step, steps);
-    writeReferences(out, *storage.getBackwardReferences());
-    reportProgress(progress, "writing index", ++step, steps);
-    for (int kind : STORED_KINDS) {
-        out.array(*storage.arrayOfKind(kind), static_cast<uint64_t>(model.objectCount) *
-                                                  static_cast<uint64_t>(elementsPerRow(kind)));
-        reportProgress(progress, "writing index", ++step, steps);
-    }
-    out.ints(heap.reachedBits.data(), heap.reachedBits.size());
+    writeIdentity(out, *model.file, dumpNumber);
+    out.endSection();
+    writeIndexModel(out, model);
+    out.endSection();
+    out.bytes(heap.reachedBits.data(), heap.reachedBits.size() * sizeof(heap.reachedBits[0]));
+    out.endSection();
+    writeColumns(out, model, progress);
     out.commit();
 }
 
 bool HeapIndexFile::read(const std::string& path, std::shared_ptr<MappedFile> file, int dumpNumber,
-                         AnalyzedHeap& heap, std::string& why, AnalysisProgress* progress) {
-    IndexInput in(path);
-    if (!in.isOpen()) {
+                         AnalyzedHeap& heap, std::string& why) {
+    const std::shared_ptr<IndexSections> index = IndexSections::open(path);
+    if (!index) {
         return false;
     }
-    checkMagic(in, path);
+    const std::vector<uint8_t> head = index->start(HEAD_SIZE);
+    if (head.size() < MAGIC_SIZE || memcmp(head.data(), MAGIC, MAGIC_SIZE) != 0) {
+        throw HeapReadError(path + " is not an index of a heap, and is left as it is");
+    }
     try {
+        IndexInput in(path, head, 0);
         if (!isForFile(in, *file, dumpNumber, why)) {
             return false;
         }
-        readHeap(in, std::move(file), heap, progress);
+        readHeap(path, index, std::move(file), heap);
     } catch (const HeapReadError& e) {
         heap = AnalyzedHeap();
         why = e.what();

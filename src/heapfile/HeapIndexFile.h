@@ -18,10 +18,11 @@ struct AnalyzedHeap {
 //   File that holds an analyzed heap, so that opening it again takes no computing. It belongs to
 //   one heap file, whose size, time of change and digest it names, and to one dump in it.
 // IMPLEMENTATION
-//   Little-endian: magic, version, identity, the description of the model, the arrays page by page,
-//   a checksum of all before it. What is read is not trusted: lengths are compared with what is
-//   left of the file before memory is taken, and every row number is checked before the heap is
-//   handed out.
+//   In the byte order of the machine, which a mark tells: sections by IndexSections, of which the
+//   description of the model is read when the index is opened and each column where it is asked
+//   for. What is read is not trusted: lengths are compared with the file before memory is taken,
+//   and every block of row numbers is checked before one is handed out. A block that turns out to
+//   be damaged is a HeapReadError from whoever asked for it.
 class HeapIndexFile {
 public:
     // Writes heap, which must be analyzed, to path: under a temporary name first, which is renamed
@@ -30,7 +31,7 @@ public:
                       AnalysisProgress* progress);
     // Reads what write wrote. False, with the reason in why, if the index is damaged or belongs to
     // another file, and with why empty if path doesn't exist. Throws HeapReadError if path is
-    // something else than an index, and AnalysisCancelled, std::bad_alloc.
+    // something else than an index, and std::bad_alloc.
     static bool read(const std::string& path, std::shared_ptr<MappedFile> file, int dumpNumber,
-                     AnalyzedHeap& heap, std::string& why, AnalysisProgress* progress);
+                     AnalyzedHeap& heap, std::string& why);
 };

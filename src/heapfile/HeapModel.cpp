@@ -94,9 +94,15 @@ uint64_t HeapModel::idOf(int row) const {
     if (format == Format::Snapshot) {
         return static_cast<uint64_t>(row);
     }
+    if (row < 1 || row > lastRowWithId) {
+        return 0;
+    }
+    // An index has the identifiers, so that the dump need not be there to name an object.
+    if (const StoredColumns* stored = storage->getStored()) {
+        return stored->identifiers.get(row);
+    }
     auto at = static_cast<uint64_t>(storage->getMetaPosition(row));
-    if (row < 1 || row > lastRowWithId || at == 0 || at >= file->size() ||
-        file->size() - at < 1 + idSize) {
+    if (at == 0 || at >= file->size() || file->size() - at < 1 + idSize) {
         return 0;
     }
     return hprofId(file->data() + at + 1, idSize);

@@ -35,3 +35,10 @@ class HeapTemporaryFileError : public HeapReadError {
 public:
     using HeapReadError::HeapReadError;
 };
+
+// The heap may be in order, but its index is damaged. May come from any question about a heap that
+// was opened by an index.
+class HeapIndexError : public HeapReadError {
+public:
+    using HeapReadError::HeapReadError;
+};

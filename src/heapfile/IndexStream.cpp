@@ -1,10 +1,10 @@
 #include "heapfile/IndexStream.h"
 
+#include "offline/LazySection.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -14,7 +14,8 @@ constexpr uint32_t LONGEST_TEXT = 1 << 20;
 } // namespace
 
 IndexOutput::IndexOutput(const std::string& path)
-    : finalPath(path), temporaryPath(path + ".XXXXXX"), file(nullptr) {
+    : finalPath(path), temporaryPath(path + ".XXXXXX"), file(nullptr),
+      block(LazySection::BLOCK_BYTES) {
     int fd = mkstemp(&temporaryPath[0]);
     file = fd < 0 ? nullptr : fdopen(fd, "wb");
     if (!file) {
@@ -38,11 +39,37 @@ void IndexOutput::fail(const char* what) {
     throw HeapReadError(std::string("cannot ") + what + " " + finalPath + ": " + strerror(errno));
 }
 
-void IndexOutput::bytes(const void* from, size_t count) {
-    if (count > 0 && fwrite(from, 1, count, file) != count) {
+void IndexOutput::flushBlock() {
+    if (used > 0 && fwrite(block.data(), 1, used, file) != used) {
         fail("write");
     }
-    checksum.add(from, count);
+    IndexChecksum checksum;
+    checksum.add(block.data(), used);
+    checksums.push_back(checksum.value());
+    sectionBytes += used;
+    used = 0;
+}
+
+// What goes over the end of a block.
+void IndexOutput::pass(const uint8_t* from, size_t count) {
+    while (count > 0) {
+        if (used == block.size()) {
+            flushBlock();
+        }
+        const size_t part = std::min(count, block.size() - used);
+        memcpy(&block[used], from, part);
+        used += part;
+        from += part;
+        count -= part;
+    }
+}
+
+void IndexOutput::endSection() {
+    if (used > 0) {
+        flushBlock();
+    }
+    lengths.push_back(sectionBytes);
+    sectionBytes = 0;
 }
 
 void IndexOutput::u32(uint32_t v) {
@@ -64,25 +91,15 @@ void IndexOutput::text(const std::string& v) {
     bytes(cut.data(), cut.size());
 }
 
-void IndexOutput::ints(const int* values, uint64_t count) {
-    bytes(values, count * sizeof(int));
-}
-
-void IndexOutput::array(const BigIntArray64& values, uint64_t count) {
-    const uint64_t pageSize = BigIntArray64::PAGE_SIZE;
-    for (uint64_t page = 0; page * pageSize < count; page++) {
-        const int* elements = page < static_cast<uint64_t>(values.getPageCount())
-                                  ? values.pagePointers()[page]
-                                  : nullptr;
-        u32(elements ? 1 : 0);
-        if (elements) {
-            ints(elements, std::min(pageSize, count - page * pageSize));
-        }
-    }
-}
-
 void IndexOutput::commit() {
-    u64(checksum.value());
+    std::vector<uint64_t> tail(checksums);
+    tail.insert(tail.end(), lengths.begin(), lengths.end());
+    IndexChecksum checksum;
+    checksum.add(tail.data(), tail.size() * sizeof(tail[0]));
+    tail.push_back(checksum.value());
+    if (fwrite(tail.data(), sizeof(tail[0]), tail.size(), file) != tail.size()) {
+        fail("write");
+    }
     if (fflush(file) != 0 || fsync(fileno(file)) != 0) {
         fail("write");
     }
@@ -98,31 +115,18 @@ void IndexOutput::commit() {
     }
 }
 
-bool IndexInput::ourTakesAnyChecksum = false;
-
-IndexInput::IndexInput(const std::string& path) : name(path), file(fopen(path.c_str(), "rbe")) {
-    struct stat info;
-    if (file && fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode)) {
-        size = static_cast<uint64_t>(info.st_size);
-    }
-}
-
-IndexInput::~IndexInput() {
-    if (file) {
-        fclose(file);
-    }
-}
-
 void IndexInput::fail(const std::string& what) const {
-    throw HeapReadError("damaged index " + name + ": " + what, position);
+    throw HeapIndexError("damaged index " + name + ": " + what, start + position);
 }
 
 void IndexInput::bytes(void* to, size_t count) {
-    if (count > left() || fread(to, 1, count, file) != count) {
+    if (count > left()) {
         fail("ends early");
     }
+    if (count > 0) {
+        memcpy(to, from + position, count);
+    }
     position += count;
-    checksum.add(to, count);
 }
 
 uint32_t IndexInput::u32() {
@@ -157,32 +161,5 @@ void IndexInput::expect(uint64_t count, uint64_t itemSize, const char* what) {
     if (count > left() / itemSize) {
         fail(std::to_string(count) + " " + what + " can't follow in the " + std::to_string(left()) +
              " bytes left");
-    }
-}
-
-void IndexInput::ints(int* values, uint64_t count) {
-    expect(count, sizeof(int), "numbers");
-    bytes(values, count * sizeof(int));
-}
-
-void IndexInput::array(BigIntArray64& values, uint64_t count) {
-    const uint64_t pageSize = BigIntArray64::PAGE_SIZE;
-    for (uint64_t page = 0; page * pageSize < count; page++) {
-        if (u32AtMost(1, "mark of a page") == 0) {
-            continue;
-        }
-        uint64_t elements = std::min(pageSize, count - page * pageSize);
-        expect(elements, 4, "numbers");
-        ints(values.getBuffer(static_cast<int>(page * pageSize), true), elements);
-    }
-}
-
-void IndexInput::finish() {
-    uint64_t expected = checksum.value();
-    if (u64() != expected && !ourTakesAnyChecksum) {
-        fail("wrong checksum");
-    }
-    if (left() != 0) {
-        fail("data behind the end");
     }
 }

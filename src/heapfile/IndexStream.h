@@ -1,15 +1,14 @@
 #pragma once
 
 #include "heapfile/HeapReadError.h"
-#include "offline/BigIntArray64.h"
 
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
-// Checksum over all bytes of an index file, in the order in which they pass. Not against forgery:
-// what was read is checked for itself.
+// Checksum over bytes of an index file. Not against forgery: what was read is checked for itself.
 class IndexChecksum {
 public:
     void add(const void* bytes, size_t count) {
@@ -35,7 +34,8 @@ private:
     uint64_t sums[4] = {1, 2, 3, 4};
 };
 
-// Output of an index file. The first failure throws HeapReadError.
+// Output of an index file: a head, sections, and at the end their checksums and lengths. The first
+// failure throws HeapReadError.
 class IndexOutput {
 public:
     explicit IndexOutput(const std::string& path);
@@ -43,36 +43,50 @@ public:
     IndexOutput(const IndexOutput&) = delete;
     IndexOutput& operator=(const IndexOutput&) = delete;
 
-    void bytes(const void* from, size_t count);
+    void bytes(const void* from, size_t count) {
+        if (count > block.size() - used) {
+            pass(static_cast<const uint8_t*>(from), count);
+            return;
+        }
+        memcpy(&block[used], from, count);
+        used += count;
+    }
+    // A number in the byte order of this machine.
+    template <typename T>
+    void number(T v) {
+        bytes(&v, sizeof(v));
+    }
     void u32(uint32_t v);
     void u64(uint64_t v);
     void text(const std::string& v);
-    // The first `count` elements, pages without values as such.
-    void array(const BigIntArray64& values, uint64_t count);
-    // `count` ints, in the byte order of this machine.
-    void ints(const int* values, uint64_t count);
-    // Appends the checksum, syncs, closes, and gives the file its name.
+    // Ends the head, or a section.
+    void endSection();
+    // Appends checksums and lengths, syncs, closes, and gives the file its name.
     void commit();
 
 private:
+    void pass(const uint8_t* from, size_t count);
+    void flushBlock();
     [[noreturn]] void fail(const char* what);
 
     std::string finalPath;
     std::string temporaryPath;
     FILE* file;
-    IndexChecksum checksum;
+    std::vector<uint8_t> block; // of the section, not written yet
+    size_t used = 0;
+    uint64_t sectionBytes = 0; // written of it
+    std::vector<uint64_t> lengths;
+    std::vector<uint64_t> checksums; // by block
 };
 
-// Input of an index file. What doesn't fit throws HeapReadError with the offset.
+// Reads numbers and texts out of bytes of an index. What doesn't fit throws HeapReadError with the
+// offset.
 class IndexInput {
 public:
-    // Null file if path can't be opened.
-    explicit IndexInput(const std::string& path);
-    ~IndexInput();
-    IndexInput(const IndexInput&) = delete;
-    IndexInput& operator=(const IndexInput&) = delete;
+    // startInFile: where the bytes lie in the file, for messages.
+    IndexInput(std::string fileName, const std::vector<uint8_t>& bytes, uint64_t startInFile)
+        : name(std::move(fileName)), from(bytes.data()), size(bytes.size()), start(startInFile) {}
 
-    bool isOpen() const { return file != nullptr; }
     uint64_t left() const { return size - position; }
     void bytes(void* to, size_t count);
     uint32_t u32();
@@ -80,20 +94,14 @@ public:
     // A number that must be at most `most`; `what` names it.
     uint32_t u32AtMost(uint64_t most, const char* what);
     std::string text();
-    void array(BigIntArray64& values, uint64_t count);
-    void ints(int* values, uint64_t count);
     // Fails unless `count` items of at least `itemSize` bytes can follow.
     void expect(uint64_t count, uint64_t itemSize, const char* what);
-    // Fails unless the checksum and the end of the file follow.
-    void finish();
-    // Set by fuzzers only: any checksum will do, so that inputs get to the checks behind it.
-    static bool ourTakesAnyChecksum;
     [[noreturn]] void fail(const std::string& what) const;
 
 private:
     std::string name;
-    FILE* file;
-    uint64_t size = 0;
+    const uint8_t* from;
+    uint64_t size;
+    uint64_t start;
     uint64_t position = 0;
-    IndexChecksum checksum;
 };

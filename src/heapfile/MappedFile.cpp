@@ -53,7 +53,8 @@ int makeTemporaryFile(const std::string& wanted) {
 
 } // namespace
 
-MappedFile::MappedFile(const std::string& path, const std::string& temporaryDir) : filePath(path) {
+MappedFile::MappedFile(const std::string& path, const std::string& temporaryDir)
+    : filePath(path), inflateDir(temporaryDir) {
     // Without O_NONBLOCK the open of a pipe would wait for a writer.
     Descriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
     if (file.fd < 0) {
@@ -77,30 +78,34 @@ MappedFile::MappedFile(const std::string& path, const std::string& temporaryDir)
     fileIdentity.modifiedNs = static_cast<uint64_t>(info.st_mtim.tv_sec) * 1000000000ULL +
                               static_cast<uint64_t>(info.st_mtim.tv_nsec);
     fileIdentity.headDigest = digestOfEnds(bytes, length);
-    if (!GzipInflater::isGzip(bytes, length)) {
+    compressed = GzipInflater::isGzip(bytes, length);
+    isPacked = compressed;
+}
+
+void MappedFile::inflate() const {
+    const std::lock_guard<std::mutex> one(inflating);
+    if (!isPacked) {
         return;
     }
-    compressed = true;
-    try {
-        Descriptor inflated{makeTemporaryFile(temporaryDir)};
-        uint64_t inflatedSize = GzipInflater::inflateToFile(bytes, length, inflated.fd, problem);
-        unmap();
-        if (inflatedSize == 0) {
-            throw HeapReadError(path + " holds no inflatable data" +
-                                (problem.empty() ? "" : ": " + problem));
-        }
-        map(inflated.fd, inflatedSize);
-    } catch (...) {
-        unmap();
-        throw;
+    Descriptor inflated{makeTemporaryFile(inflateDir)};
+    problem.clear();
+    const uint64_t inflatedSize = GzipInflater::inflateToFile(bytes, length, inflated.fd, problem);
+    if (inflatedSize == 0) {
+        throw HeapReadError(filePath + " holds no inflatable data" +
+                            (problem.empty() ? "" : ": " + problem));
     }
+    const uint8_t* const packed = bytes;
+    const uint64_t packedLength = length;
+    map(inflated.fd, inflatedSize);
+    munmap(const_cast<uint8_t*>(packed), packedLength);
+    isPacked.store(false, std::memory_order_release);
 }
 
 MappedFile::~MappedFile() {
     unmap();
 }
 
-void MappedFile::map(int descriptor, uint64_t size) {
+void MappedFile::map(int descriptor, uint64_t size) const {
     void* address = mmap(nullptr, size, PROT_READ, MAP_SHARED, descriptor, 0);
     if (address == MAP_FAILED) {
         throw HeapReadError("cannot map " + filePath + ": " + strerror(errno));
@@ -109,7 +114,7 @@ void MappedFile::map(int descriptor, uint64_t size) {
     length = size;
 }
 
-void MappedFile::unmap() {
+void MappedFile::unmap() const {
     if (bytes) {
         munmap(const_cast<uint8_t*>(bytes), length);
         bytes = nullptr;

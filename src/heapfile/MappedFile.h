@@ -1,11 +1,14 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 // Read-only view of a file's bytes, mapped into memory. A file in gzip form (also of many members,
-// as JVMs write it) is inflated first into a nameless temporary file, which is mapped instead.
+// as JVMs write it) is inflated into a nameless temporary file, which is mapped instead, when its
+// contents are asked for first: what an index answers needs none of them. Any thread may ask.
 class MappedFile {
 public:
     // Identity of the file on disk, to tell whether an index still belongs to it.
@@ -23,25 +26,46 @@ public:
     MappedFile(const MappedFile&) = delete;
     MappedFile& operator=(const MappedFile&) = delete;
 
-    const uint8_t* data() const { return bytes; }
-    uint64_t size() const { return length; }
+    // The contents. Of a compressed file the first call throws HeapReadError if it can't be
+    // inflated.
+    const uint8_t* data() const {
+        needContents();
+        return bytes;
+    }
+    uint64_t size() const {
+        needContents();
+        return length;
+    }
     const Identity& identity() const { return fileIdentity; }
     const std::string& path() const { return filePath; }
     bool isCompressed() const { return compressed; }
     // Why inflating ended early, empty if it did not. data() then holds what could be inflated.
-    const std::string& inflateProblem() const { return problem; }
+    const std::string& inflateProblem() const {
+        needContents();
+        return problem;
+    }
 
     // Lets the pages of a stretch go from this process; they come back from the file when touched.
     void release(uint64_t from, uint64_t to) const;
 
 private:
-    void map(int descriptor, uint64_t size);
-    void unmap();
+    void needContents() const {
+        if (__builtin_expect(isPacked.load(std::memory_order_acquire), 0)) {
+            inflate();
+        }
+    }
+    void inflate() const;
+    void map(int descriptor, uint64_t size) const;
+    void unmap() const;
 
     std::string filePath;
+    std::string inflateDir;
     Identity fileIdentity;
-    const uint8_t* bytes = nullptr;
-    uint64_t length = 0;
     bool compressed = false;
-    std::string problem;
+    // The mapping: that of the file, and of the temporary file once it was inflated.
+    mutable const uint8_t* bytes = nullptr;
+    mutable uint64_t length = 0;
+    mutable std::atomic<bool> isPacked{false};
+    mutable std::mutex inflating;
+    mutable std::string problem;
 };

@@ -108,6 +108,9 @@ public:
     BigIntArrayIterator64(const BigIntArray64& walked, int from, int to)
         : array(&walked), current(from), end(to), page(nullptr),
           position(BigIntArray64::PAGE_SIZE) {}
+    // The same of elements that lie side by side, the one at `from` first.
+    BigIntArrayIterator64(const int* elements, int from, int to)
+        : array(nullptr), current(from), end(to), page(elements), position(0) {}
 
     bool hasNext() const { return current < end; }
     int next() {
@@ -123,6 +126,11 @@ public:
 
 private:
     void fetchPage() {
+        if (array == nullptr) {
+            page += BigIntArray64::PAGE_SIZE;
+            position = 0;
+            return;
+        }
         const int number = current >> BigIntArray64::PAGE_BITS;
         page =
             number >= 0 && number < array->getPageCount() ? array->pagePointers()[number] : nullptr;

@@ -125,7 +125,7 @@ private:
     }
 
     void prefetchRows(int depth) const {
-        if (depth <= AHEAD_ROWS) {
+        if (depth <= AHEAD_ROWS || references.isStored()) {
             return;
         }
         const size_t row = static_cast<size_t>(stack.get(depth - AHEAD_ROWS));

@@ -39,10 +39,20 @@ ObjectStorage::ObjectStorage(RowErrors* rowErrors, int wantedCount, bool withScr
     }
 }
 
+ObjectStorage::ObjectStorage(int storedCount, StoredColumns* columns)
+    : objectCount(storedCount), stored(columns), backwardReferences(nullptr),
+      references("r", storedCount, &columns->references), dominators("i"), sizes("ss"),
+      retainedSizes("rs"), generations("g"), allocatorFrames("af"), allocatorThreads("at"),
+      metaPositions("mp"), metaLengths("ml"), arrayLengths("al"), primitivePositions("po"),
+      oidHighParts("ohp"), bucketTable(nullptr), markBits(nullptr) {
+    backwardReferences = new RefTable("brt", storedCount, &columns->backwardReferences);
+}
+
 ObjectStorage::~ObjectStorage() {
     deleteBucketTable();
     deleteMarkBits();
     delete backwardReferences;
+    delete stored;
 }
 
 bool ObjectStorage::failIndex(RowErrors* rowErrors, int index) const {

@@ -47,6 +47,9 @@ public:
     ObjectStorage(RowErrors* rowErrors, int objectCount, bool withScratch);
     ObjectStorage(int objectCount, bool withScratch)
         : ObjectStorage(nullptr, objectCount, withScratch) {}
+    // A storage of columns that a file has, backward references included. It owns them once it is
+    // made. Nothing can be set.
+    ObjectStorage(int objectCount, StoredColumns* columns);
     ~ObjectStorage();
     ObjectStorage(const ObjectStorage&) = delete;
     ObjectStorage& operator=(const ObjectStorage&) = delete;
@@ -69,6 +72,8 @@ public:
     const RefTable& getReferences() const { return references; }
     // The referrers of each row; null until they were computed or loaded.
     RefTable* getBackwardReferences() const { return backwardReferences; }
+    // The columns of a file that answer for this storage; null if it has its own.
+    const StoredColumns* getStored() const { return stored; }
     // Takes ownership; the table before it, if any, is deleted.
     void setBackwardReferences(RefTable* table);
 
@@ -79,29 +84,55 @@ public:
     int getRefCount(int row) const { return references.getCount(row); }
 
     // Attributes. The row is the caller's to check; a negative one is an internal error.
-    int getDominator(int row) const { return dominators.get(row); }
+    int getDominator(int row) const {
+        return stored != nullptr ? stored->dominator(row) : dominators.get(row);
+    }
     void setDominator(int row, int value) { dominators.set(row, value); }
-    int getSize(int row) const { return sizes.get(row); } // bytes, -1 for a row never made
+    // Bytes, -1 for a row never made.
+    int getSize(int row) const {
+        return stored != nullptr ? StoredColumns::narrow(stored->sizes, row) : sizes.get(row);
+    }
     void setSize(int row, int value) { sizes.set(row, value); }
-    long getRetainedSize(int row) const { return retainedSizes.getLong(row); }
+    long getRetainedSize(int row) const {
+        return stored != nullptr ? stored->retainedSizes.get(row) : retainedSizes.getLong(row);
+    }
     void setRetainedSize(int row, long value) { retainedSizes.setLong(row, value); }
-    int getGeneration(int row) const { return generations.get(row); }
-    int getAllocatorFrame(int row) const { return allocatorFrames.get(row); }
-    int getAllocatorThread(int row) const { return allocatorThreads.get(row); }
+    int getGeneration(int row) const {
+        return stored != nullptr ? StoredColumns::optional(stored->generations, row, 0)
+                                 : generations.get(row);
+    }
+    int getAllocatorFrame(int row) const {
+        return stored != nullptr ? StoredColumns::optional(stored->allocatorFrames, row, 0)
+                                 : allocatorFrames.get(row);
+    }
+    int getAllocatorThread(int row) const {
+        return stored != nullptr ? StoredColumns::optional(stored->allocatorThreads, row, -1)
+                                 : allocatorThreads.get(row);
+    }
     void setAllocator(int row, int frame, int thread) {
         allocatorFrames.set(row, frame);
         allocatorThreads.set(row, thread);
     }
-    long getMetaPosition(int row) const { return metaPositions.getLong(row); }
+    long getMetaPosition(int row) const {
+        return stored != nullptr ? static_cast<long>(stored->metaPositions.get(row))
+                                 : metaPositions.getLong(row);
+    }
     int getMetaLength(int row) const { return metaLengths.get(row); }
     void setMeta(int row, long position, int length) {
         metaPositions.setLong(row, position);
         metaLengths.set(row, length);
     }
     void setMetaPosition(int row, long position) { metaPositions.setLong(row, position); }
-    int getArrayLength(int row) const { return arrayLengths.get(row); } // -1 for a non-array
+    // -1 for a non-array.
+    int getArrayLength(int row) const {
+        return stored != nullptr ? StoredColumns::narrow(stored->arrayLengths, row)
+                                 : arrayLengths.get(row);
+    }
     void setArrayLength(int row, int value) { arrayLengths.set(row, value); }
-    long getPrimitiveDataPosition(int row) const { return primitivePositions.getLong(row); }
+    long getPrimitiveDataPosition(int row) const {
+        return stored != nullptr ? static_cast<long>(stored->primitivePositions.get(row))
+                                 : primitivePositions.getLong(row);
+    }
     void setPrimitiveDataPosition(int row, long value) { primitivePositions.setLong(row, value); }
     int getOIDHighPart(int row) const { return oidHighParts.get(row); }
     void setOIDHighPart(int row, int value) { oidHighParts.set(row, value); }
@@ -131,6 +162,7 @@ private:
     bool failIndex(RowErrors* rowErrors, int index) const;
 
     int objectCount;
+    StoredColumns* stored = nullptr;
     RefTable* backwardReferences;
     RefTable references;
     BigIntArray64 dominators;

@@ -13,6 +13,10 @@ RefTable::RefTable(const char* tableName, int rows)
     : rowCount(rows), startsAndCounts((ZString(tableName) + "-sc").c_str(), checkedTableSize(rows)),
       references((ZString(tableName) + "-r").c_str()), nextFree(0) {}
 
+RefTable::RefTable(const char* tableName, int rows, const StoredLists* lists)
+    : rowCount(rows), stored(lists), startsAndCounts((ZString(tableName) + "-sc").c_str(), 0),
+      references((ZString(tableName) + "-r").c_str()), nextFree(0) {}
+
 void RefTable::createRefs(int row, int count) {
     Logger::assertTrue(row >= 0 && row < rowCount, VDK_HERE);
     const bool fits = count >= 0 && count <= 0x7fffffff - nextFree;

@@ -2,6 +2,7 @@
 
 #include "offline/BigIntArray64.h"
 #include "offline/BigIntArray64Presized.h"
+#include "offline/StoredColumns.h"
 
 // RefTable: a list of references for each row, all in one store. A reference is a row number; 0
 // means none and counts as a position all the same.
@@ -12,11 +13,14 @@
 //   positions, then setList() and setRefAt() for rows of which each belongs to one thread.
 // IMPLEMENTATION
 //   `startsAndCounts` holds two elements a row: where its list starts in `references`, and its
-//   length. Positions stay below 2^31.
+//   length. Positions stay below 2^31. A stored table has neither: its lists come from a file as
+//   they are asked for, and nothing can be set.
 class RefTable {
 public:
     // Rows run from 0 below rowCount. Throws std::bad_alloc.
     RefTable(const char* tableName, int rowCount);
+    // The table of lists that a file has; they outlive it.
+    RefTable(const char* tableName, int rowCount, const StoredLists* lists);
     RefTable(const RefTable&) = delete;
     RefTable& operator=(const RefTable&) = delete;
 
@@ -28,15 +32,23 @@ public:
         references.set(positionInStore(row, position), reference);
     }
     int getRef(int row, int position) const {
-        return references.get(positionInStore(row, position));
+        const int at = positionInStore(row, position);
+        return isStored() ? *stored->list(at, 1) : references.get(at);
     }
-    int getStart(int row) const { return startsAndCounts.get(2 * row); }
-    int getCount(int row) const { return startsAndCounts.get(2 * row + 1); }
+    int getStart(int row) const {
+        return isStored() ? stored->start(row) : startsAndCounts.get(2 * row);
+    }
+    int getCount(int row) const {
+        return isStored() ? stored->count(row) : startsAndCounts.get(2 * row + 1);
+    }
     // The row's list in order. Its stretch is checked, its references are not.
     BigIntArrayIterator64 initReferenceIterator(int row) const {
         const int start = getStart(row);
         const int count = getCount(row);
         checkStretch(start, count);
+        if (isStored()) {
+            return BigIntArrayIterator64(stored->list(start, count), start, start + count);
+        }
         return BigIntArrayIterator64(references, start, start + count);
     }
 
@@ -53,6 +65,8 @@ public:
     // Number of positions in all lists: the next free one.
     int getReferenceCount() const { return nextFree; }
     int getRowCount() const { return rowCount; }
+    // True if the lists are those of a file: the arrays below are empty.
+    bool isStored() const { return stored != nullptr; }
 
     // The arrays themselves, for bulk loads, files and the walks of this folder.
     BigIntArray64Presized& getStartsAndCounts() { return startsAndCounts; }
@@ -81,6 +95,7 @@ private:
     }
 
     int rowCount;
+    const StoredLists* stored = nullptr;
     BigIntArray64Presized startsAndCounts;
     BigIntArray64 references;
     int nextFree;

@@ -136,8 +136,12 @@ bool heapReportNeedsGraph(const Arguments& arguments) {
 int runHeap(Console& console, const Arguments& arguments) {
     const HeapReport& report = reportOf(arguments);
     checkOptions(report, arguments);
-    const int code = arguments.has("REPORT") ? report.run(console, arguments)
-                                             : runHeapWithoutReport(console, arguments);
+    // An index is read, and a dump in gzip form inflated, when a report comes to need it.
+    int code = 0;
+    withHeapErrors(arguments.text("FILE", ""), [&] {
+        code = arguments.has("REPORT") ? report.run(console, arguments)
+                                       : runHeapWithoutReport(console, arguments);
+    });
     if (console.json) {
         console.out << "\n";
     }

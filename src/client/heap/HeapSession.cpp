@@ -21,16 +21,15 @@
 
 namespace vdk {
 
-namespace {
-
-// Runs code of the offline library; its exceptions become the client's.
-template <typename Code>
-void translated(const std::string& file, Code code) {
+void withHeapErrors(const std::string& file, const std::function<void()>& code) {
     try {
         code();
     } catch (const HeapTemporaryFileError& e) {
         throw ClientError(ExitCode::CannotWrite, "heap.temporary", e.what(),
                           "--tmp names another folder");
+    } catch (const HeapIndexError& e) {
+        throw ClientError(ExitCode::BadInput, "heap.read", e.what(),
+                          "remove it: it is written anew when the heap is opened with --index");
     } catch (const NoHeapError& e) {
         throw ClientError(
             ExitCode::BadInput, "heap.none", file + ": " + e.what(),
@@ -52,6 +51,8 @@ void translated(const std::string& file, Code code) {
                           file + ": the heap contradicts itself");
     }
 }
+
+namespace {
 
 // Its first text, behind the length of that.
 bool isPortableHeapDump(const MappedFile& file) {
@@ -91,12 +92,12 @@ HeapSession::HeapSession(Console& console, const HeapOptions& options, bool anal
         }
     }
     if (options.verify && analyze) {
-        translated(options.file, [&] { verify(); });
+        withHeapErrors(options.file, [&] { verify(); });
     }
 }
 
 void HeapSession::openFile(bool analyze) {
-    translated(options.file, [&] { read(analyze); });
+    withHeapErrors(options.file, [&] { read(analyze); });
     for (const std::string& remark : model().remarks) {
         console.warn(options.file + ": " + remark);
     }
@@ -112,7 +113,7 @@ void HeapSession::openFile(bool analyze) {
     if (!analyze) {
         return;
     }
-    translated(options.file, [&] {
+    withHeapErrors(options.file, [&] {
         if (!opened->heap.analyzed) {
             compute();
         }
@@ -131,8 +132,7 @@ void HeapSession::read(bool analyze) {
     auto file = std::make_shared<MappedFile>(options.file, options.temporaryDir);
     if (!options.index.empty() && analyze) {
         std::string why;
-        if (HeapIndexFile::read(options.index, file, options.dumpNumber, opened->heap, why,
-                                &progress)) {
+        if (HeapIndexFile::read(options.index, file, options.dumpNumber, opened->heap, why)) {
             return;
         }
         if (!why.empty()) {
@@ -198,7 +198,12 @@ void HeapSession::sumLargeObjects() {
         return;
     }
     for (const LargeObject& object : model().largeObjects) {
+        int steps = 0;
         for (int row = object.row; row != 0; row = storage().getDominator(row)) {
+            if (++steps > model().rowCount()) {
+                throw HeapIndexError("damaged index " + options.index +
+                                     ": dominators lead in a circle");
+            }
             opened->beyondStored[row] += object.size - HeapModel::LARGEST_STORED;
         }
     }

@@ -6,6 +6,7 @@
 #include "heapfile/HeapIndexFile.h"
 #include "heapfile/HeapModel.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -22,6 +23,9 @@ struct HeapOptions {
     bool graphNeeded = true; // the report needs classes, roots or references
     bool verify = false;     // check dominators and retained sizes after computing or loading them
 };
+
+// Runs code that reads a heap or its index; what their libraries throw becomes a ClientError.
+void withHeapErrors(const std::string& file, const std::function<void()>& code);
 
 class HeapSession {
     struct Opened {
