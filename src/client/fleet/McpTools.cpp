@@ -44,6 +44,11 @@ std::string valueText(const OptionSpec& option, const rapidjson::Value& value) {
     if (option.isPositional() && (text.empty() || text[0] == '-')) {
         throw BadArguments{name + " is empty or begins with a hyphen"};
     }
+    const bool namesFile = option.kind == ValueKind::File || option.kind == ValueKind::Source;
+    struct stat info;
+    if (namesFile && stat(text.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) {
+        throw BadArguments{name + " is a folder, pipe or device, no file"}; // one may never end
+    }
     if (!option.choices.empty() &&
         std::find(option.choices.begin(), option.choices.end(), text) == option.choices.end()) {
         throw BadArguments{name + " is one of " + join(option.choices, ", ")};

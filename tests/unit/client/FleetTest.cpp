@@ -270,6 +270,7 @@ TEST(Mcp, keepsTheRulesOfTheProtocolWhateverComes) {
         {"report", {{"source", "a"}, {"top", -1}}},
         {"report", {{"source", "a"}, {"show", "x"}}},
         {"heap", {{"file", "a"}, {"report", "export"}}},
+        {"heap", {{"file", "/dev/zero"}}},
     };
     for (const auto& [tool, arguments] : bad) {
         EXPECT_EQ(-32602, call(server, tool, arguments)["code"]) << arguments;
