@@ -28,9 +28,10 @@ private:
 };
 
 // Walks the dominator tree and adds the retained size of each object that has no object of its
-// group above it. `open` counts the objects of each group on the way from the root.
-template <typename GroupOf>
-void addRetained(const HeapSession& session, GroupOf groupOf, std::vector<HeapClassSum>& sums) {
+// group above it. groups: of each row. `open` counts the objects of each group on the way from the
+// root.
+void addRetained(const HeapSession& session, const std::vector<int>& groups,
+                 std::vector<HeapClassSum>& sums) {
     const ObjectStorage& storage = session.storage();
     DominatorChildren children(storage);
     std::vector<int> open(sums.size(), 0);
@@ -40,11 +41,11 @@ void addRetained(const HeapSession& session, GroupOf groupOf, std::vector<HeapCl
         if (row == 0) {
             row = way.back();
             way.pop_back();
-            open[size_t(groupOf(row))]--;
+            open[size_t(groups[size_t(row)])]--;
             row = children.nextOf(row);
             continue;
         }
-        const auto group = size_t(groupOf(row));
+        const auto group = size_t(groups[size_t(row)]);
         if (open[group]++ == 0) {
             sums[group].retained += session.retainedOf(row);
         }
@@ -57,18 +58,23 @@ template <typename GroupOf>
 void addUp(const HeapSession& session, GroupOf groupOf, bool retained,
            std::vector<HeapClassSum>& sums) {
     const HeapModel& model = session.model();
+    // Asked once a row: an object's group is looked up in two tables.
+    std::vector<int> groups(size_t(model.rowCount()) + 1);
+    for (int row = 1; row <= model.rowCount(); row++) {
+        groups[size_t(row)] = groupOf(row);
+    }
     // A row that nothing but a reference tells of has no size, and classes that the file only
     // mentions are no objects of it.
     for (int row = 1; row <= model.lastRowWithId; row++) {
         const int64_t size = session.sizeOf(row);
         if (size >= 0) {
-            HeapClassSum& sum = sums[size_t(groupOf(row))];
+            HeapClassSum& sum = sums[size_t(groups[size_t(row)])];
             sum.count++;
             sum.shallow += size;
         }
     }
     if (retained) {
-        addRetained(session, groupOf, sums);
+        addRetained(session, groups, sums);
     }
 }
 
