@@ -36,7 +36,7 @@ const std::vector<Command> Table = {
      "vdk heap /tmp/app.hprof sql 'select name, count(*) from objects join classes using (class) "
      "group by 1'\n"
      "vdk heap app.snapshot sites --since baseline --held-by",
-     {{"FILE", ValueKind::File, "heap dump or snapshot", {}, true},
+     {{"FILE", ValueKind::File, "heap dump or snapshot of up to 1.07 billion objects", {}, true},
       {"REPORT", ValueKind::Choice, "what to show", heapReportNames()},
       {"ARGUMENT", ValueKind::Text, "see the reports", {}, false, true},
       {"--top", ValueKind::Number, "lines to show"},
@@ -73,7 +73,7 @@ const std::vector<Command> Table = {
        "with paths: strengths of references that lead nowhere, of soft,weak,phantom,final (all "
        "four unless given) or none"},
       {"--sqlite", ValueKind::File, "with export: the database file to write"},
-      {"--index", ValueKind::File, "keep the analysis in this file"},
+      {"--index", ValueKind::File, "keep the analysis in this file and answer from it"},
       {"--dump", ValueKind::Number, "which dump of a file that holds several (default 1)"},
       {"--threads", ValueKind::Number, "1 or 2; the result is the same (default 2)"},
       {"--tmp", ValueKind::Folder, "for inflating compressed dumps (default TMPDIR or /tmp)"},
