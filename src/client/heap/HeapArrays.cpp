@@ -159,11 +159,13 @@ int reportHeapArrays(Console& console, const Arguments& arguments) {
     std::stable_sort(rows.begin(), rows.end(),
                      [](const auto& a, const auto& b) { return a.second.bytes > b.second.bytes; });
     const size_t top = std::min(rows.size(), heapTop(arguments, ShownArrays));
-    HeapTable table({{"bytes", "bytes", HeapTable::Kind::Bytes},
-                     {"arrays", "count", HeapTable::Kind::Count},
+    HeapTable table({{"bytes", "", HeapTable::Kind::Bytes},
+                     {"arrays", "", HeapTable::Kind::Count},
                      {"kind", "kind"},
                      {"class", "class"},
                      {"held by", "owner"},
+                     {"", "count"},
+                     {"", "bytes"},
                      {"", "elements"},
                      {"", "used"},
                      {"", "example"}});
@@ -172,8 +174,8 @@ int reportHeapArrays(Console& console, const Arguments& arguments) {
         const int type = std::get<1>(key);
         table.add({group.bytes, group.count, wasteName(std::get<0>(key)),
                    type < 0 ? std::string("?") : model.classes[size_t(type)].name,
-                   ownerName(model, session.storage(), key, group.example), group.elements,
-                   group.used, heapId(model, group.example)});
+                   ownerName(model, session.storage(), key, group.example), group.count,
+                   group.bytes, group.elements, group.used, heapId(model, group.example)});
     }
     table.setOmitted(rows.size() - top);
     HeapDocument document(console, arguments, session, "arrays");

@@ -35,16 +35,17 @@ void sortSums(std::vector<HeapClassSum>& sums, SortKey key) {
 }
 
 HeapTable sumTable(const std::vector<HeapClassSum>& sums, size_t top, bool retained) {
-    std::vector<HeapTable::Column> columns = {{"objects", "count", HeapTable::Kind::Count},
+    std::vector<HeapTable::Column> columns = {{"", "class"},
+                                              {"objects", "count", HeapTable::Kind::Count},
                                               {"shallow", "shallow", HeapTable::Kind::Bytes}};
     if (retained) {
         columns.push_back({"retained", "retained", HeapTable::Kind::Bytes});
     }
-    columns.push_back({"class", "class"});
+    columns.push_back({"class", ""});
     HeapTable table(columns);
     top = std::min(top, sums.size());
     for (size_t i = 0; i < top; i++) {
-        HeapTable::Row row = {sums[i].count, sums[i].shallow};
+        HeapTable::Row row = {sums[i].name, sums[i].count, sums[i].shallow};
         if (retained) {
             row.emplace_back(sums[i].retained);
         }

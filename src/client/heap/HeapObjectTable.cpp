@@ -9,28 +9,33 @@ namespace vdk {
 
 namespace {
 
-// Columns for people come first, with their sizes; those for programs as writeHeapObject names
-// them.
+// Those for programs as writeHeapObject names and orders them.
 void addColumns(std::vector<HeapTable::Column>& columns, bool analyzed) {
-    if (analyzed) {
-        columns.push_back({"retained", "retained", HeapTable::Kind::Bytes});
-    }
-    columns.push_back({"shallow", "shallow", HeapTable::Kind::Bytes});
-    columns.push_back({"object", ""});
     columns.push_back({"", "id"});
     columns.push_back({"", "class"});
+    if (analyzed) {
+        columns.push_back({"retained", "", HeapTable::Kind::Bytes});
+    }
+    columns.push_back({"shallow", "shallow", HeapTable::Kind::Bytes});
+    if (analyzed) {
+        columns.push_back({"", "retained"});
+    }
+    columns.push_back({"object", ""});
     columns.push_back({"", "length", HeapTable::Kind::Value, true});
     columns.push_back({"", "text", HeapTable::Kind::Text, true});
 }
 
 void addCells(HeapTable::Row& cells, const HeapSession& session, int row, bool analyzed) {
+    cells.emplace_back(heapId(session.model(), row));
+    cells.emplace_back(session.model().classNameOf(row));
     if (analyzed) {
         cells.emplace_back(session.retainedOf(row));
     }
     cells.emplace_back(session.sizeOf(row));
+    if (analyzed) {
+        cells.emplace_back(session.retainedOf(row));
+    }
     cells.emplace_back(heapLabel(session.model(), row));
-    cells.emplace_back(heapId(session.model(), row));
-    cells.emplace_back(session.model().classNameOf(row));
     const int length = session.storage().getArrayLength(row);
     cells.push_back(length < 0 ? HeapTable::Cell() : HeapTable::Cell(length));
     const std::string text = heapDetail(session.model(), row, 1000);

@@ -431,15 +431,16 @@ int reportHeapGenerations(Console& console, const Arguments& arguments) {
         }
     }
     HeapTable table({{"generation", "generation", HeapTable::Kind::Value},
+                     {"", "name"},
                      {"at", ""},
                      {"", "uptimeMs"},
                      {"objects", "count", HeapTable::Kind::Count},
                      {"bytes", "shallow", HeapTable::Kind::Bytes},
-                     {"name", "name"}});
+                     {"name", ""}});
     for (const HeapGeneration& generation : model.generations) {
         const OriginSum& sum = sums[generation.number];
-        table.add({generation.number, formatNs(generation.uptimeMs * 1000000), generation.uptimeMs,
-                   sum.count, sum.shallow, generation.name});
+        table.add({generation.number, generation.name, formatNs(generation.uptimeMs * 1000000),
+                   generation.uptimeMs, sum.count, sum.shallow, generation.name});
     }
     HeapDocument document(console, arguments, session, "generations");
     document.field("unreachable", unreachable.count);

@@ -185,18 +185,19 @@ void StringFinder::addGroup(std::vector<Entry>::iterator first, std::vector<Entr
 }
 
 HeapTable textTable(const HeapModel& model, const StringSums& sums, size_t top) {
-    HeapTable table({{"wasted", "wasted", HeapTable::Kind::Bytes},
+    HeapTable table({{"", "id"},
+                     {"", "text"},
+                     {"wasted", "", HeapTable::Kind::Bytes},
                      {"strings", "count", HeapTable::Kind::Count},
                      {"arrays", "arrays", HeapTable::Kind::Count},
-                     {"text", ""},
-                     {"", "id"},
-                     {"", "text"}});
+                     {"", "wasted"},
+                     {"text", ""}});
     top = std::min(top, sums.duplicates.size());
     for (size_t i = 0; i < top; i++) {
         const Duplicate& each = sums.duplicates[i];
         const std::string text = heapDetail(model, each.row, WrittenCharacters);
-        table.add({each.wasted, each.count, each.arrays,
-                   "\"" + printable(text, ShownCharacters) + "\"", heapId(model, each.row), text});
+        table.add({heapId(model, each.row), text, each.wasted, each.count, each.arrays, each.wasted,
+                   "\"" + printable(text, ShownCharacters) + "\""});
     }
     table.setOmitted(sums.duplicates.size() - top);
     return table;

@@ -579,16 +579,16 @@ TEST(HeapReports, whatReferencesAloneHoldIsToldAndMayBeLeftOutOfPaths) {
     static const struct {
         std::vector<std::string> words;
         const char* heading;
-    } tables[] = {{{"histogram"}, "count,shallow,retained,class"},
-                  {{"biggest"}, "retained,shallow,id,class,length,text,local"},
-                  {{"dominators"}, "retained,shallow,id,class,length,text,local"},
-                  {{"dominators", "--by-class"}, "count,shallow,retained,class"},
-                  {{"refs", id}, "name,shallow,id,class,length,text"},
-                  {{"referrers", id}, "name,retained,shallow,id,class,length,text"},
-                  {{"path", id}, "name,retained,shallow,id,class,length,text"},
-                  {{"retained", id}, "count,shallow,class"},
-                  {{"strings"}, "wasted,count,arrays,id,text"},
-                  {{"arrays"}, "bytes,count,kind,class,owner,elements,used,example"}};
+    } tables[] = {{{"histogram"}, "class,count,shallow,retained"},
+                  {{"biggest"}, "id,class,shallow,retained,length,text,local"},
+                  {{"dominators"}, "id,class,shallow,retained,length,text,local"},
+                  {{"dominators", "--by-class"}, "class,count,shallow,retained"},
+                  {{"refs", id}, "name,id,class,shallow,length,text"},
+                  {{"referrers", id}, "name,id,class,shallow,retained,length,text"},
+                  {{"path", id}, "name,id,class,shallow,retained,length,text"},
+                  {{"retained", id}, "class,count,shallow"},
+                  {{"strings"}, "id,text,count,arrays,wasted"},
+                  {{"arrays"}, "kind,class,owner,count,bytes,elements,used,example"}};
     for (const auto& c : tables) {
         std::vector<std::string> words = c.words;
         words.push_back("--csv");
