@@ -68,4 +68,6 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_VDK_PACKAGE_NAME vdk)
 set(CPACK_DEBIAN_VDK_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_VDK_PACKAGE_DEPENDS "libc6 (>= 2.28)")
+# What `vdk push` and `--host` run.
+set(CPACK_DEBIAN_VDK_PACKAGE_SUGGESTS "curl, openssh-client")
 include(CPack)
