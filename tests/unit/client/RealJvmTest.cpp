@@ -347,7 +347,12 @@ TEST_P(RealJvm, programIsRecordedFromItsStartToItsEnd) {
     command.insert(command.end(), program.begin(), program.end());
     JavaProcess process(command, dir.file("err"));
     ASSERT_TRUE(process.waitFor("ready"));
-    run("until " + client + " list --json | grep -q Waiter; do sleep 0.1; done; sleep 0.5");
+    // Until it was seen at work: what a recording has before the end must still be there after it.
+    const std::string pid = std::to_string(process.pid);
+    const Result seen = run("until " + client + " report $(cat /proc/" + pid + "/task/" + pid +
+                            "/children) --json 2>/dev/null | grep -q -F Waiter.main; do kill -0 " +
+                            pid + " || exit 1; done 2>&1");
+    EXPECT_EQ(seen.code, 0) << seen.out << TempDir::read(dir.file("err"));
     EXPECT_EQ(process.finish(), 7) << "the program's exit code";
     EXPECT_EQ(process.output, "ready\ndone\n");
     const std::string err = TempDir::read(dir.file("err"));
