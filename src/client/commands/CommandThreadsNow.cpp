@@ -23,12 +23,12 @@ constexpr double BusyPercent = 1;     // a busy thread has one, too
 constexpr size_t ShownBlocked = 5;    // of those that one thread blocks
 constexpr int DumpPatienceMs = 60000; // the JVM stops all threads for it
 
-std::vector<DumpedThread> dump(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
+std::vector<HotSpotThread> dump(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
     Attacher attacher(machine.processes, jvm, int(arguments.durationMs("--timeout", 10000)));
     attacher.open();
     const AttachReply reply = attacher.execute(
         "threaddump", {"-l"}, int(arguments.durationMs("--timeout", DumpPatienceMs)));
-    std::vector<DumpedThread> threads = parseThreadDump(reply.text);
+    std::vector<HotSpotThread> threads = parseHotSpotDump(reply.text);
     if (!reply.complete || reply.result != 0 || threads.empty()) {
         throw ClientError(ExitCode::AttachRefused, "attach.command",
                           "the JVM did not tell its threads: " + printableLines(reply.text, 300));
@@ -36,7 +36,7 @@ std::vector<DumpedThread> dump(Machine& machine, const Jvm& jvm, const Arguments
     return threads;
 }
 
-std::string stateText(const DumpedThread& thread) {
+std::string stateText(const HotSpotThread& thread) {
     return thread.isOfJvm()
                ? "(jvm)"
                : thread.state +
@@ -139,7 +139,7 @@ void print(Console& console, const Threads& threads, bool isEach) {
                      {"NAME"},
                      {"AT"}});
     for (const Line& line : linesOf(threads, isEach)) {
-        const DumpedThread& thread = line.first->thread;
+        const HotSpotThread& thread = line.first->thread;
         const bool isPool = line.count > 1;
         table.add({percentText(line.percent), thread.cpuNs < 0 ? "-" : formatNs(line.cpuNs),
                    isPool ? "-" : std::to_string(thread.nativeId), stateText(thread),
@@ -157,7 +157,7 @@ void writeJson(Console& console, const Jvm& jvm, const Threads& threads, double 
     json.field("pid", jvm.pid).field("intervalMs", int64_t(seconds * 1000));
     json.key("threads").beginArray();
     for (const ThreadNow& each : threads) {
-        const DumpedThread& thread = each.thread;
+        const HotSpotThread& thread = each.thread;
         json.beginObject().field("name", thread.name).field("pool", each.pool);
         json.field("nativeId", thread.nativeId).key("cpuPercent");
         each.cpuPercent < 0 ? json.nullValue() : json.value(each.cpuPercent);
@@ -179,12 +179,12 @@ void writeJson(Console& console, const Jvm& jvm, const Threads& threads, double 
 int runThreadsNow(Console& console, const Arguments& arguments) {
     Machine machine;
     const Jvm jvm = machine.finder.find(arguments.text("SOURCE"));
-    const std::vector<DumpedThread> before = dump(machine, jvm, arguments);
+    const std::vector<HotSpotThread> before = dump(machine, jvm, arguments);
     const int64_t begin = Platform::monotonicTimeNs();
     sleepUnlessInterrupted(int(arguments.durationMs("--interval", DefaultIntervalMs)));
     throwIfInterrupted();
     // The clocks were read while the dump was made, which is nearer to its end than to its start.
-    const std::vector<DumpedThread> now = dump(machine, jvm, arguments);
+    const std::vector<HotSpotThread> now = dump(machine, jvm, arguments);
     const double seconds = double(Platform::monotonicTimeNs() - begin) / 1e9;
     const Threads threads = threadsNow(before, now, seconds);
     if (console.json) {

@@ -13,7 +13,7 @@ using Threads = std::vector<ThreadNow>;
 void findBlockers(Threads& threads) {
     std::map<std::string, int> holders; // by address
     for (size_t i = 0; i < threads.size(); i++) {
-        for (const DumpedLock& lock : threads[i].thread.held) {
+        for (const HotSpotLock& lock : threads[i].thread.held) {
             holders[lock.address] = int(i);
         }
     }
@@ -62,14 +62,14 @@ std::vector<int> chainOf(const Threads& threads, int index) {
     return chain;
 }
 
-std::vector<ThreadNow> threadsNow(const std::vector<DumpedThread>& before,
-                                  const std::vector<DumpedThread>& now, double seconds) {
+std::vector<ThreadNow> threadsNow(const std::vector<HotSpotThread>& before,
+                                  const std::vector<HotSpotThread>& now, double seconds) {
     std::map<int64_t, int64_t> earlier; // CPU times by native id
-    for (const DumpedThread& thread : before) {
+    for (const HotSpotThread& thread : before) {
         earlier[thread.nativeId] = thread.cpuNs;
     }
     Threads threads;
-    for (const DumpedThread& thread : now) {
+    for (const HotSpotThread& thread : now) {
         ThreadNow each;
         each.thread = thread;
         each.pool = poolOf(thread.name);

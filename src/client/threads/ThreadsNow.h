@@ -1,7 +1,7 @@
 // Who runs and who blocks whom, from two thread dumps a moment apart.
 #pragma once
 
-#include "client/threads/ThreadDump.h"
+#include "client/threads/HotSpotDump.h"
 
 #include <string>
 #include <vector>
@@ -9,7 +9,7 @@
 namespace vdk {
 
 struct ThreadNow {
-    DumpedThread thread;
+    HotSpotThread thread;
     double cpuPercent = -1; // of one processor between the dumps; -1 where it is not known
     std::string pool;       // the name with * for its numbers: threads of a pool have it in common
     int blocker = -1;       // index of who holds what it waits for
@@ -19,8 +19,8 @@ struct ThreadNow {
 
 // In the order of their CPU time between the dumps. A thread that only one of them has is told as
 // that has it.
-std::vector<ThreadNow> threadsNow(const std::vector<DumpedThread>& before,
-                                  const std::vector<DumpedThread>& now, double seconds);
+std::vector<ThreadNow> threadsNow(const std::vector<HotSpotThread>& before,
+                                  const std::vector<HotSpotThread>& now, double seconds);
 
 // "http-*-exec-*" of "http-8080-exec-12".
 std::string poolOf(const std::string& name);

@@ -1,4 +1,4 @@
-#include "client/threads/ThreadDump.h"
+#include "client/threads/HotSpotDump.h"
 
 #include "client/console/Text.h"
 #include "client/profile/GeneratedNames.h"
@@ -23,7 +23,7 @@ std::string valueOf(const std::string& line, const std::string& key, size_t from
 
 // `"name" #12 [34] daemon prio=5 os_prio=0 cpu=1.25ms elapsed=3.75s tid=0x... nid=0x... runnable`.
 // A name may hold quotes, what is behind it does not.
-bool readHead(const std::string& line, DumpedThread& thread) {
+bool readHead(const std::string& line, HotSpotThread& thread) {
     const size_t end = line.rfind('"');
     if (line.empty() || line[0] != '"' || end == 0 ||
         line.find(" tid=", end) == std::string::npos) {
@@ -39,7 +39,7 @@ bool readHead(const std::string& line, DumpedThread& thread) {
 }
 
 // "- locked <0x...> (a pkg.Class)"; false where no object is named.
-bool readLock(const std::string& line, const char* what, DumpedLock& lock) {
+bool readLock(const std::string& line, const char* what, HotSpotLock& lock) {
     const size_t at = line.find(what);
     const size_t begin = line.find("<0x"), end = line.find('>');
     if (at == std::string::npos || begin == std::string::npos || end == std::string::npos ||
@@ -62,10 +62,10 @@ std::string frameOf(const std::string& line) {
 
 class DumpReader {
 public:
-    std::vector<DumpedThread> read(const std::string& text) {
+    std::vector<HotSpotThread> read(const std::string& text) {
         std::istringstream in(text);
         for (std::string line; std::getline(in, line);) {
-            DumpedThread fresh;
+            HotSpotThread fresh;
             if (readHead(line, fresh)) {
                 threads.push_back(std::move(fresh));
                 isInLockList = false;
@@ -73,17 +73,17 @@ public:
                 add(line, threads.back());
             }
         }
-        for (DumpedThread& thread : threads) {
+        for (HotSpotThread& thread : threads) {
             dropWhatWaitGaveBack(thread);
         }
         return std::move(threads);
     }
 
 private:
-    void add(const std::string& line, DumpedThread& thread) {
+    void add(const std::string& line, HotSpotThread& thread) {
         const char State[] = "java.lang.Thread.State: ";
         const size_t state = line.find(State);
-        DumpedLock lock;
+        HotSpotLock lock;
         if (startsWith(line, "\tat ")) {
             thread.topFrame = thread.topFrame.empty() ? frameOf(line) : thread.topFrame;
         } else if (state != std::string::npos && startsWith(line, "   ")) {
@@ -109,10 +109,10 @@ private:
     }
 
     // A thread in Object.wait() has locked the object in a frame above, and holds it no more.
-    void dropWhatWaitGaveBack(DumpedThread& thread) {
+    void dropWhatWaitGaveBack(HotSpotThread& thread) {
         const size_t index = size_t(&thread - threads.data());
         thread.held.erase(std::remove_if(thread.held.begin(), thread.held.end(),
-                                         [&](const DumpedLock& lock) {
+                                         [&](const HotSpotLock& lock) {
                                              return lock.address == thread.wanted.address ||
                                                     isWaitedFor(index, lock.address);
                                          }),
@@ -125,14 +125,14 @@ private:
         });
     }
 
-    std::vector<DumpedThread> threads;
+    std::vector<HotSpotThread> threads;
     std::vector<std::pair<size_t, std::string>> waited; // thread, and address
     bool isInLockList = false;
 };
 
 } // namespace
 
-std::vector<DumpedThread> parseThreadDump(const std::string& text) {
+std::vector<HotSpotThread> parseHotSpotDump(const std::string& text) {
     return DumpReader().read(text);
 }
 

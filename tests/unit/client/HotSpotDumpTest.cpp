@@ -57,12 +57,12 @@ std::string dump(const std::string& cpuOfHolder) {
 
 } // namespace
 
-TEST(ThreadDump, tellsWhoRunsAndWhoBlocksWhom) {
+TEST(HotSpotDump, tellsWhoRunsAndWhoBlocksWhom) {
     const std::vector<ThreadNow> threads =
-        threadsNow(parseThreadDump(dump("10.00")), parseThreadDump(dump("260.00")), 0.5);
+        threadsNow(parseHotSpotDump(dump("10.00")), parseHotSpotDump(dump("260.00")), 0.5);
     std::string told;
     for (const ThreadNow& each : threads) {
-        const DumpedThread& thread = each.thread;
+        const HotSpotThread& thread = each.thread;
         told += thread.name + "|" + each.pool + "|" + std::to_string(int(each.cpuPercent)) + "|" +
                 thread.state + "|" + thread.topFrame + "|" + std::to_string(thread.held.size()) +
                 "|" + (each.blocker < 0 ? "" : threads[size_t(each.blocker)].thread.name) + "|" +
@@ -77,10 +77,10 @@ TEST(ThreadDump, tellsWhoRunsAndWhoBlocksWhom) {
                     "two|two|0|BLOCKED|A.d|1|one|2|dead\n"
                     "three|three|0|BLOCKED|A.d|0|one|0\n"
                     "VM Thread|VM Thread|0|||0||0\n");
-    EXPECT_EQ(parseThreadDump(head("old", 0, "1.5", false))[0].nativeId, 0x64);
+    EXPECT_EQ(parseHotSpotDump(head("old", 0, "1.5", false))[0].nativeId, 0x64);
     // Cut anywhere, it tells of fewer threads.
     const std::string whole = dump("1.00");
     for (size_t end = 0; end < whole.size(); end++) {
-        EXPECT_LE(parseThreadDump(whole.substr(0, end)).size(), 8u);
+        EXPECT_LE(parseHotSpotDump(whole.substr(0, end)).size(), 8u);
     }
 }
