@@ -243,7 +243,7 @@ void readHeap(const std::string& path, const std::shared_ptr<IndexSections>& ind
     }
     auto columns = std::make_unique<IndexColumns>(index, model.objectCount);
     model.storage = std::make_unique<ObjectStorage>(model.objectCount, columns.get());
-    columns.release(); // the storage's
+    static_cast<void>(columns.release()); // the storage's
     for (const HeapClass& type : model.classes) {
         model.storage->getClassRows().push(type.row);
     }

@@ -66,6 +66,9 @@ public:
         std::istringstream in(text);
         for (std::string line; std::getline(in, line);) {
             HotSpotThread fresh;
+            if (startsWith(line, "JNI global refs") || startsWith(line, "Found one Java-level")) {
+                break; // behind it deadlocks are told with the stacks once more
+            }
             if (readHead(line, fresh)) {
                 threads.push_back(std::move(fresh));
                 isInLockList = false;

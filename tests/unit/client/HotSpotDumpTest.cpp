@@ -52,7 +52,8 @@ std::string dump(const std::string& cpuOfHolder) {
            "\tat A.d(A.java:4)\n\t- waiting to lock <0x05> (a O)\n" +
            none() +
            "\"VM Thread\" os_prio=0 cpu=2.47ms elapsed=4.19s tid=0x00007f1e nid=10 runnable  \n\n"
-           "JNI global refs: 4, weak refs: 0\n";
+           "JNI global refs: 4, weak refs: 0\n\n\nFound one Java-level deadlock:\n\"one\":\n"
+           "\tat A.d(A.java:4)\n\t- waiting to lock <0x06> (a O)\n\t- locked <0x05> (a O)\n";
 }
 
 } // namespace
