@@ -115,10 +115,10 @@ private:
     }
 
     static std::string typeOf(const StackTree& tree) {
-        return tree.id != "cpu"           ? tree.id
-               : tree.unit == "count"     ? "samples"
-               : tree.title != "CPU time" ? "wall"
-                                          : "cpu";
+        return tree.id != "cpu"               ? tree.id
+               : tree.unit == "count"         ? "samples"
+               : tree.title == "Elapsed time" ? "wall"
+                                              : "cpu";
     }
 
     // The names that such stores know.
