@@ -48,7 +48,9 @@ public:
             pass(static_cast<const uint8_t*>(from), count);
             return;
         }
-        memcpy(&block[used], from, count);
+        if (count > 0) { // nothing may come from nowhere
+            memcpy(&block[used], from, count);
+        }
         used += count;
     }
     // A number in the byte order of this machine.

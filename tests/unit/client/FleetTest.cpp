@@ -120,6 +120,11 @@ private:
     JavaProcess program;
 };
 
+// The sanitized build has none.
+bool hasAgent() {
+    return !builtFile("libvdkagent.so").empty();
+}
+
 bool has(const char* program) {
     return run(std::string("command -v ") + program + " >/dev/null").code == 0;
 }
@@ -166,9 +171,9 @@ TEST(Metrics, areRefusedToWhoMayNotHaveThem) {
 TEST(Metrics, areReadByPrometheusWhileAJvmHangs) {
     const std::vector<std::string> homes = jdks("17");
     const TempDir dir;
-    if (!has("curl") || !has("promtool") || !has("prometheus") || homes.empty() ||
+    if (!has("curl") || !has("promtool") || !has("prometheus") || !hasAgent() || homes.empty() ||
         !JavaProcess::compile(dir)) {
-        GTEST_SKIP() << "no JDK, or no Prometheus";
+        GTEST_SKIP() << "no JDK, no agent, or no Prometheus";
     }
     const std::string name = "fleet" + std::to_string(getpid());
     const auto good = startProfiled(homes[0], dir, name + "good"),
@@ -289,8 +294,8 @@ TEST(Mcp, everyToolIsACommandWithItsOptions) {
 TEST(Mcp, answersAboutAJvmAndItsHeap) {
     const std::vector<std::string> homes = jdks("17");
     const TempDir dir;
-    if (homes.empty() || !JavaProcess::compile(dir)) {
-        GTEST_SKIP() << "no JDK";
+    if (!hasAgent() || homes.empty() || !JavaProcess::compile(dir)) {
+        GTEST_SKIP() << "no JDK, or no agent";
     }
     const auto jvm = startProfiled(homes[0], dir, "mcp" + std::to_string(getpid()));
     const std::string pid = std::to_string(jvm->pid);
@@ -344,8 +349,9 @@ TEST(ProfilePush, keepsTheLatestWhileNobodyTakesThem) {
 TEST(ProfilePush, sendsWhatGoToolPprofReads) {
     const std::vector<std::string> homes = jdks("17");
     const TempDir dir;
-    if (!has("curl") || !has("python3") || homes.empty() || !JavaProcess::compile(dir)) {
-        GTEST_SKIP() << "no JDK, curl or python3";
+    if (!has("curl") || !has("python3") || !hasAgent() || homes.empty() ||
+        !JavaProcess::compile(dir)) {
+        GTEST_SKIP() << "no JDK, agent, curl or python3";
     }
     dir.write("store.py", R"(
 import http.server, sys
@@ -421,6 +427,9 @@ TEST(RemoteHost, wordsArriveAsTheyWereTyped) {
 
 // The other side is this one, by a program that does what ssh and sshd do with a line.
 TEST(RemoteHost, bringsTheProgramAndGivesItsExitCode) {
+    if (!hasAgent()) {
+        GTEST_SKIP() << "the agent was not built";
+    }
     const TempDir dir;
     dir.write("ssh", "#!/bin/sh\nexport HOME=" + dir.path +
                          "\nwhile [ \"$1\" != -- ]; do shift; done\nexec sh -c \"$3\"\n");
