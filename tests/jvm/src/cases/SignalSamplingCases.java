@@ -60,7 +60,8 @@ public final class SignalSamplingCases {
                              charged);
         Map<String, Long> totals = tables.totalTimes();
         long inBursts = totals.getOrDefault("fixtures.Bursts.burst", 0L);
-        Check.isTrue(inBursts > 0.95 * charged,
+        // What a thread used before its first sample on a busy machine has no stack.
+        Check.isTrue(inBursts > 0.9 * charged,
                      inBursts + " of " + charged + " in its method: " + totals);
         String told = target.output().substring(target.output().indexOf("brief ns ") + 9);
         double brief = Long.parseLong(told.substring(0, told.indexOf('.')));
