@@ -42,6 +42,7 @@ public final class MonitorCases {
             {"behindlock 1 300", "behind", "<Virtual threads>", LOCK, PARK},
     };
 
+    private static final long HELD_UP_NS = 50_000_000;
     private static final String MERGED = "<Oldest finished threads>";
     private static final int TABLES = 1 | 1 << Tables.THREAD | 1 << Tables.METHOD |
                                       1 << Tables.MONITOR | 1 << Tables.FRAME |
@@ -121,10 +122,13 @@ public final class MonitorCases {
         return new long[] {Long.parseLong(bounds[0]), Long.parseLong(bounds[1])};
     }
 
-    /** By the waiters' own clocks; at a lock a thread may park more than once. */
+    /**
+     * By the waiters' own clocks; at a lock a thread may park more than once. A thread is seen to
+     * wait before it tells so, and on a busy machine may be held up in between.
+     */
     private static void checkTime(long[] sum, int count, long[] bounds, Object sums) {
         Check.isTrue(sum[1] >= count && sum[1] <= count + 2, sum[1] + " waits in " + sums);
-        Check.isTrue(sum[0] >= bounds[0] * 0.95 && sum[0] <= bounds[1],
+        Check.isTrue(sum[0] >= bounds[0] - count * HELD_UP_NS && sum[0] <= bounds[1],
                      sum[0] + " ns of " + bounds[0] + " to " + bounds[1] + " in " + sums);
     }
 
@@ -226,7 +230,7 @@ public final class MonitorCases {
                 cleared.tables.rows.get(Tables.GENERATIONS_OF_TABLES).containsKey(Tables.MONITOR),
                 "the clear is told by the generation of the table");
         Tool.vdk("monitors", "start", pid(target));
-        long[] block = run(target, "block 1 150");
+        long[] block = run(target, "block 1 300");
         Sums sums = new Sums(target);
         checkTime(sums.of("blocked", "on block", DOOR, "fixtures.Waits$Door.pass"), 1, block, sums);
     }

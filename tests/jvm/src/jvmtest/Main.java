@@ -12,11 +12,21 @@ import java.util.concurrent.atomic.AtomicInteger;
 
 /**
  * Runs the cases of {@link Suites} on every JDK given: {@code Main BUILD release=home... --
- * filter...}. Cases run two at a time, those that measure CPU shares alone. Ends with one line of
- * counts.
+ * filter...}. Cases run two at a time, those that measure CPU shares alone. A claim that did not
+ * hold while the program went on is looked at once more at the end, alone: most claims are of
+ * times, and the machine's own work may have been in their way. What failed so is printed and
+ * counted. Ends with one line of counts.
  */
 public final class Main {
+    /** More than this many were no accident. */
+    private static final int MOST_SECOND_LOOKS = 3;
+
+    private static final int MOST_CHARS_OF_A_FAULT = 2000;
+
     private final String library;
+    private final List<Runnable> secondLooks = new ArrayList<>();
+    /** Told again at the end, where a log that was cut still has them. */
+    private final List<String> faults = new ArrayList<>();
     private final AtomicInteger passed = new AtomicInteger();
     private final AtomicInteger failed = new AtomicInteger();
 
@@ -63,7 +73,11 @@ public final class Main {
         pool.shutdown();
         pool.awaitTermination(Long.MAX_VALUE, TimeUnit.NANOSECONDS);
         alone.forEach(Runnable::run);
-        System.out.println(passed + " passed, " + failed + " failed");
+        // Run while nothing adds to them: a second look asks for no third.
+        secondLooks.forEach(Runnable::run);
+        System.out.println(
+                passed + " passed, " + failed + " failed" +
+                (secondLooks.isEmpty() ? "" : ", " + secondLooks.size() + " looked at twice"));
         return failed.get() == 0 && passed.get() > 0;
     }
 
@@ -78,7 +92,7 @@ public final class Main {
                           (options.isEmpty() ? "" : " " + options) + "]";
             if (jdk.release >= since && (attach ? test.attach() : test.load()) &&
                 wanted(name, filters)) {
-                list.add(() -> runCase(name, method, test, jdk, attach, options));
+                list.add(() -> runCase(name, method, test, jdk, attach, options, true));
             }
         }
     }
@@ -88,26 +102,45 @@ public final class Main {
     }
 
     private void runCase(String name, Method method, Case test, Jdk jdk, boolean attach,
-                         String variant) {
+                         String variant, boolean first) {
         long start = System.nanoTime();
         Throwable fault = null;
+        boolean wentOn = false;
         try (Target target = new Target(test, jdk, attach, variant, library)) {
-            target.start();
-            method.setAccessible(true);
-            method.invoke(null, target);
-            target.checkLog();
-        } catch (InvocationTargetException e) {
-            fault = e.getCause();
+            try {
+                target.start();
+                method.setAccessible(true);
+                method.invoke(null, target);
+                target.checkLog();
+            } catch (InvocationTargetException e) {
+                fault = e.getCause();
+                target.checkLog();
+                wentOn = target.isRunning();
+            }
         } catch (Throwable e) {
             fault = e;
+            wentOn = false;
         }
         long ms = (System.nanoTime() - start) / 1_000_000;
+        boolean again = false;
         synchronized (this) {
-            System.out.println((fault == null ? "ok     " : "FAILED ") + name + " (" + ms + " ms)");
+            if (first && wentOn && fault instanceof AssertionError &&
+                secondLooks.size() < MOST_SECOND_LOOKS) {
+                again = true;
+                secondLooks.add(() -> runCase(name, method, test, jdk, attach, variant, false));
+            }
+            System.out.println((fault == null ? "ok     "
+                                : again       ? "again  "
+                                              : "FAILED ") +
+                               name + " (" + ms + " ms)");
             if (fault != null) {
                 fault.printStackTrace(System.out);
+                String text = (again ? "again  " : "FAILED ") + name + ": " + fault;
+                faults.add(text.substring(0, Math.min(text.length(), MOST_CHARS_OF_A_FAULT)));
             }
         }
-        (fault == null ? passed : failed).incrementAndGet();
+        if (!again) {
+            (fault == null ? passed : failed).incrementAndGet();
+        }
     }
 }

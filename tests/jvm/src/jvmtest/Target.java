@@ -329,6 +329,10 @@ public final class Target implements AutoCloseable {
         logMayHoldFaults = true;
     }
 
+    boolean isRunning() {
+        return process != null && process.isAlive();
+    }
+
     /** Waits for the end of the process and gives its exit code. */
     public int awaitExit() throws Exception {
         if (!process.waitFor(Check.LIMIT_SECONDS, TimeUnit.SECONDS)) {
