@@ -2,6 +2,7 @@
 
 #include "heapfile/GzipInflater.h"
 #include "heapfile/HeapReadError.h"
+#include "heapfile/MappedRanges.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -97,6 +98,7 @@ void MappedFile::inflate() const {
     const uint8_t* const packed = bytes;
     const uint64_t packedLength = length;
     map(inflated.fd, inflatedSize);
+    forgetMapping(packed);
     munmap(const_cast<uint8_t*>(packed), packedLength);
     isPacked.store(false, std::memory_order_release);
 }
@@ -112,10 +114,12 @@ void MappedFile::map(int descriptor, uint64_t size) const {
     }
     bytes = static_cast<const uint8_t*>(address);
     length = size;
+    noteMapping(address, size, filePath.c_str());
 }
 
 void MappedFile::unmap() const {
     if (bytes) {
+        forgetMapping(bytes);
         munmap(const_cast<uint8_t*>(bytes), length);
         bytes = nullptr;
         length = 0;

@@ -178,15 +178,15 @@ public:
     };
 
     Holders(const HeapSession& session, const ChosenObjects& objects)
-        : storage(session.storage()), objects(objects),
-          links(size_t(session.model().rowCount()) + 1) {}
+        : dominators(session), objects(objects), links(size_t(session.model().rowCount()) + 1) {}
 
     const Link& of(int row) {
         way.clear();
+        dominators.restart();
         int at = row;
         while (links[size_t(at)].holder < 0) {
             way.push_back(at);
-            const int above = storage.getDominator(at);
+            const int above = dominators.above(at);
             if (above == 0 || !objects.isNew(above)) {
                 links[size_t(at)] = {above, at};
             } else {
@@ -200,7 +200,7 @@ public:
     }
 
 private:
-    const ObjectStorage& storage;
+    HeapSession::WayToRoots dominators;
     const ChosenObjects& objects;
     std::vector<Link> links;
     std::vector<int> way;

@@ -1,6 +1,7 @@
 #include "client/heap/HeapSession.h"
 
 #include "client/console/Text.h"
+#include "client/heap/CutFile.h"
 #include "client/heap/HeapClassTable.h"
 #include "client/heap/HeapProgress.h"
 #include "core/ground/Exceptions.h"
@@ -129,6 +130,7 @@ void HeapSession::read(bool analyze) {
                           "cannot open " + options.file + ": " + strerror(errno));
     }
     HeapProgress progress(console);
+    endAtCutFiles();
     auto file = std::make_shared<MappedFile>(options.file, options.temporaryDir);
     if (!options.index.empty() && analyze) {
         std::string why;
@@ -198,15 +200,19 @@ void HeapSession::sumLargeObjects() {
         return;
     }
     for (const LargeObject& object : model().largeObjects) {
-        int steps = 0;
-        for (int row = object.row; row != 0; row = storage().getDominator(row)) {
-            if (++steps > model().rowCount()) {
-                throw HeapIndexError("damaged index " + options.index +
-                                     ": dominators lead in a circle");
-            }
+        WayToRoots way(*this);
+        for (int row = object.row; row != 0; row = way.above(row)) {
             opened->beyondStored[row] += object.size - HeapModel::LARGEST_STORED;
         }
     }
+}
+
+int HeapSession::WayToRoots::above(int row) {
+    if (++steps > session.model().rowCount()) {
+        throw HeapIndexError("damaged index " + session.options.index +
+                             ": dominators lead in a circle");
+    }
+    return session.storage().getDominator(row);
 }
 
 int64_t HeapSession::beyondOf(int row) const {

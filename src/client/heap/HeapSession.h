@@ -72,6 +72,19 @@ public:
         return opened->beyondStored.empty() ? stored : stored + beyondOf(row);
     }
 
+    // From dominator to dominator, one way after another no longer than there are rows. Throws
+    // HeapIndexError where a damaged index leads in a circle.
+    class WayToRoots {
+    public:
+        explicit WayToRoots(const HeapSession& of) : session(of) {}
+        int above(int row); // 0: the roots
+        void restart() { steps = 0; }
+
+    private:
+        const HeapSession& session;
+        int steps = 0;
+    };
+
     // Row of an identifier as people write it: "0x7f.." of a JVM's dump, a decimal row number of a
     // snapshot. Throws ClientError if there is no such object.
     int rowOf(const std::string& text) const;

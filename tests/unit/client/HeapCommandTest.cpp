@@ -1,13 +1,16 @@
 #include "../heapfile/HprofWriter.h"
 #include "RunClient.h"
 #include "client/console/Text.h"
+#include "client/heap/CutFile.h"
 #include "db/DB.h"
 #include "db/Progress.h"
 #include "db/SnapshotCommon.h"
 #include "db/SnapshotWriter.h"
+#include "heapfile/HeapIndexFile.h"
 #include "heapfile/HprofReader.h"
 #include "offline/HeapAnalysis.h"
 #include "offline/HeapIndexWriter.h"
+#include "offline/Reachability.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -265,6 +268,46 @@ TEST_F(HeapCommand, anIndexChangesNothingButTheWork) {
             EXPECT_EQ(plain, heapJson(file.path, report + way)) << report << way;
         }
     }
+}
+
+// Its checksums are right: only a count of the steps ends the way up.
+TEST_F(HeapCommand, aForgedIndexLeadsNobodyInACircle) {
+    TemporaryFile index;
+    HeapReadOptions options;
+    options.withScratch = true;
+    AnalyzedHeap forged;
+    forged.model = HprofReader::read(std::make_shared<MappedFile>(file.path, ""), options);
+    std::vector<int> roots;
+    for (const HeapRoot& root : forged.model->roots) {
+        roots.push_back(root.row);
+    }
+    forged.reachedBits.resize(size_t(bitFieldWords(forged.model->storage->getObjectCount())));
+    analyzeHeap(*forged.model->storage, roots.data(), int(roots.size()), nullptr,
+                forged.reachedBits.data(), 1);
+    forged.analyzed = true;
+    const int one = forged.model->rowOfId(CHARS1);
+    const int other = forged.model->rowOfId(CHARS2);
+    forged.model->storage->setDominator(one, other);
+    forged.model->storage->setDominator(other, one);
+    HeapIndexFile::write(forged, 1, index.path, nullptr);
+    Outcome outcome =
+        heap({file.path, "holders", "byte[]", "--skip", "byte[]", "--index", index.path});
+    EXPECT_EQ(int(ExitCode::BadInput), outcome.code);
+    EXPECT_THAT(outcome.err, HasSubstr("dominators lead in a circle"));
+}
+
+TEST_F(HeapCommand, aFileThatIsCutEndsTheProgramWithItsName) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            TemporaryFile large(std::string(1 << 16, 'x'));
+            endAtCutFiles();
+            MappedFile mapped(large.path, "");
+            if (truncate(large.path.c_str(), 1) == 0) {
+                _exit(mapped.data()[1 << 15]);
+            }
+        },
+        testing::ExitedWithCode(int(ExitCode::BadInput)), "/.* was cut while it was read");
 }
 
 TEST_F(HeapCommand, errorsHaveTheirCodes) {

@@ -99,7 +99,7 @@ Sums sumBy(const HeapSession& session, const std::string& by) {
 class HolderWalk {
 public:
     explicit HolderWalk(const HeapSession& session)
-        : model(session.model()), storage(session.storage()),
+        : model(session.model()), dominators(session),
           known(size_t(model.rowCount()) + 1, Unknown) {
         for (const HeapClass& type : model.classes) {
             isPassed.push_back(type.elementType != 0 || startsWith(type.name, "java.util."));
@@ -108,11 +108,12 @@ public:
 
     int of(int row) {
         way.clear();
+        dominators.restart();
         int at = row;
         int holder = Unknown;
         while (holder == Unknown) {
             way.push_back(at);
-            const int above = storage.getDominator(at);
+            const int above = dominators.above(at);
             if (above == 0 || !passes(above)) {
                 holder = above;
             } else {
@@ -134,7 +135,7 @@ private:
     }
 
     const HeapModel& model;
-    const ObjectStorage& storage;
+    HeapSession::WayToRoots dominators;
     std::vector<int> known;
     std::vector<bool> isPassed; // by class
     std::vector<int> way;

@@ -45,7 +45,6 @@ int reportHeapHolders(Console& console, const Arguments& arguments) {
         }
     }
     const HeapClassSet skipped(model, passed);
-    const ObjectStorage& storage = session.storage();
     const std::vector<int> first = firstOfName(model);
     // By class of the holder: a class object by the class that it is.
     std::map<std::pair<bool, int>, HolderSum> sums;
@@ -55,9 +54,10 @@ int reportHeapHolders(Console& console, const Arguments& arguments) {
             continue;
         }
         count++;
-        int holder = storage.getDominator(row);
+        HeapSession::WayToRoots way(session);
+        int holder = way.above(row);
         while (holder != 0 && skipped.hasObject(holder)) {
-            holder = storage.getDominator(holder);
+            holder = way.above(holder);
         }
         const bool isClass = holder != 0 && model.isClass(holder);
         const int type = holder == 0 ? -1
