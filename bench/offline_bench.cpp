@@ -13,11 +13,11 @@
 #include "core/ground/Logger.h"
 #include "heapfile/HprofReader.h"
 #include "offline/BackwardReferences.h"
-#include "offline/DominatorComputer.h"
 #include "offline/DominatorVerifier.h"
 #include "offline/HeapAnalysis.h"
 #include "offline/MemAllocator.h"
 #include "offline/Reachability.h"
+#include "offline/SearchOrderDominators.h"
 
 #include <chrono>
 #include <cstdio>
@@ -211,7 +211,7 @@ void printPhases(const Phases& paged, const Phases& plain, double plainBase, lon
 }
 
 // Ends the cost of the search and starts that of the dominators.
-class SearchEnd : public DominatorComputer::AfterSearch {
+class SearchEnd : public AfterSearch {
 public:
     void searchEnded() override {
         at = cpuSeconds();
@@ -234,10 +234,9 @@ Phases analyzePaged(BigGraph& graph) {
     resetPeak();
     SearchEnd searchEnd;
     {
-        DominatorComputer computer(storage, graph.roots.data(),
-                                   static_cast<int>(graph.roots.size()), bits.data(), nullptr,
-                                   &searchEnd);
-        storage.deleteBucketTable();
+        SearchOrderDominators computer(storage, graph.roots.data(),
+                                       static_cast<int>(graph.roots.size()), bits.data(), nullptr,
+                                       &searchEnd);
         phases.search = {searchEnd.at - before, searchEnd.peakBytes};
         phases.dominators = {cpuSeconds() - searchEnd.at, resident("VmHWM:")};
     }

@@ -325,7 +325,7 @@ void Reading::makeStorage(uint64_t references) {
     if (references / 4 > file.size() / model->idSize + 1024) {
         throw HeapReadError("the classes of the heap dump have more fields than its objects hold");
     }
-    model->storage.reset(new ObjectStorage(model->objectCount, options.withScratch));
+    model->storage.reset(new ObjectStorage(model->objectCount, false));
     ObjectStorage& storage = *model->storage;
     storage.getReferences().reserve(static_cast<int>(references));
     storage.arrayOfKind(READ_SIZES)->ensure(model->objectCount);

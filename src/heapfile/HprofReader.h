@@ -11,7 +11,6 @@ struct HeapReadOptions {
     std::string temporaryDir; // where compressed dumps are inflated; empty for TMPDIR or /tmp
     int dumpNumber = 1;       // which heap dump of a file that holds several
     int threads = 2;          // the result doesn't depend on it
-    bool withScratch = true;  // make the tables that the dominators need
     AnalysisProgress* progress = nullptr;
 };
 

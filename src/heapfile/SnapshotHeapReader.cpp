@@ -23,7 +23,7 @@ std::unique_ptr<HeapModel> SnapshotHeapReader::read(std::shared_ptr<MappedFile> 
     }
     DB db(-1, -1);
     MemorySource source(file.data(), static_cast<long>(file.size()));
-    SnapshotHeapSections sections(file, *model, options.withScratch, options.progress);
+    SnapshotHeapSections sections(file, *model, options.progress);
     SnapshotReader reader(&db, source, &sections);
     const SnapshotHeader& header = reader.read();
     model->captureTimeMs = static_cast<uint64_t>(header.captureTimeMs);

@@ -83,8 +83,8 @@ private:
 };
 
 SnapshotHeapSections::SnapshotHeapSections(const MappedFile& mapped, HeapModel& heapModel,
-                                           bool withScratch, AnalysisProgress* analysisProgress)
-    : file(mapped), model(heapModel), scratch(withScratch), progress(analysisProgress),
+                                           AnalysisProgress* analysisProgress)
+    : file(mapped), model(heapModel), progress(analysisProgress),
       mostPositions(POSITIONS_BASE + POSITIONS_PER_BYTE * mapped.size()) {}
 
 void SnapshotHeapSections::readHeapSections(ByteReader& input, const SnapshotHeader&) {
@@ -107,7 +107,7 @@ void SnapshotHeapSections::readHeapSections(ByteReader& input, const SnapshotHea
     }
     model.objectCount = count + 1;
     model.lastRowWithId = count;
-    model.storage.reset(new ObjectStorage(model.objectCount, scratch));
+    model.storage.reset(new ObjectStorage(model.objectCount, false));
     const uint64_t first = in.getOffset();
     const uint64_t end = firstPass(first);
     secondPass(first, end);

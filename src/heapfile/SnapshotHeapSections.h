@@ -21,9 +21,7 @@
 class SnapshotHeapSections : public HeapSectionReader {
 public:
     // All stay the caller's. The reader's input must be the bytes of file from their beginning.
-    // With withScratch the storage is made with the tables that the dominators need.
-    SnapshotHeapSections(const MappedFile& file, HeapModel& model, bool withScratch,
-                         AnalysisProgress* progress);
+    SnapshotHeapSections(const MappedFile& file, HeapModel& model, AnalysisProgress* progress);
 
     void readHeapSections(ByteReader& input, const SnapshotHeader& header) override;
     void readClosingSections(ByteReader& input, const SnapshotHeader& header) override;
@@ -91,7 +89,6 @@ private:
 
     const MappedFile& file;
     HeapModel& model;
-    bool scratch;
     AnalysisProgress* progress;
     uint64_t positionsUsed = 0;
     uint64_t mostPositions;

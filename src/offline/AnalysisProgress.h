@@ -19,3 +19,11 @@ inline void reportProgress(AnalysisProgress* progress, const char* phase, long d
         throw AnalysisCancelled();
     }
 }
+
+// Runs while the search of a dominator computation is over and the semidominators aren't begun: the
+// last moment at which the backward references can come into being.
+class AfterSearch {
+public:
+    virtual ~AfterSearch() = default;
+    virtual void searchEnded() = 0;
+};

@@ -16,7 +16,6 @@ constexpr int AHEAD_REFERRERS = 16;
 constexpr int AHEAD_ANCESTORS = 8;
 // Referrers fetched ahead for a node: few have more.
 constexpr int AHEAD_MOST = 4;
-constexpr int AHEAD_CHILDREN = 8;
 constexpr int PROGRESS_NODES = 1 << 18;
 // A set with more slots than this for each member is replaced when it is emptied: clearing it costs
 // its capacity, which only the insertions that made it grow may pay for.
@@ -31,14 +30,6 @@ void debugMessage(bool debug, const char* text) {
 
 ZSet<int>* setOf(unsigned long word) {
     return reinterpret_cast<ZSet<int>*>(word);
-}
-
-bool isSet(const unsigned* bits, int node) {
-    return (bits[node >> 5] >> (node & 31) & 1) != 0;
-}
-
-void setBit(unsigned* bits, int node) {
-    bits[node >> 5] |= 1u << (node & 31);
 }
 
 } // namespace
@@ -99,123 +90,34 @@ void DominatorComputer::collectRoots(const int* roots, int rootCount) {
     }
 }
 
-void DominatorComputer::visit(int node, unsigned* visited) {
+void DominatorComputer::visit(int node, int parent) {
     const int number = ++depthFirstCount;
     int* fields = table.buffer + at(node);
     fields[SEMI] = number;
     fields[LABEL] = node;
+    fields[PARENT] = parent;
     fields[ANCESTOR] = nullNode;
     fields[CHILD] = nullNode;
     fields[SIZE] = 1;
     vertices[at(number)] = node;
-    setBit(visited, node);
     if ((number & (PROGRESS_NODES - 1)) == 0) {
         reportProgress(progress, "depth-first search", number, nullNode);
     }
 }
 
-// Rows that are not in the graph count as visited from the start, and so does row 0, "no
-// reference": one look into the bits then decides about a reference.
 void DominatorComputer::depthFirstSearchDom(unsigned* visited, const RefTable& refTable) {
-    const int words = (nullNode - 1) / 32 + 1;
-    for (int i = 0; i < words; i++) {
-        visited[i] = ~reachableBits[i];
-    }
-    BigIntArray64 stack("dfsd");
-    visit(0, visited);
+    Search::excludeAllBut(reachableBits, nullNode, visited);
+    visit(0, 0);
+    Search search(refTable, nullNode, visited, *this);
     for (int slot = 0; slot < rootSet.getCapacity(); slot++) {
-        if (rootSet.isFull(slot) && !isSet(visited, rootSet.keyAt(slot))) {
-            parents[at(rootSet.keyAt(slot))] = 0;
-            searchFrom(rootSet.keyAt(slot), visited, refTable, stack);
+        if (rootSet.isFull(slot)) {
+            search.searchFrom(rootSet.keyAt(slot), 0);
         }
     }
     for (int slot = 0; slot < rootSet.getCapacity(); slot++) {
         const int root = rootSet.isFull(slot) ? rootSet.keyAt(slot) : 0;
         if (root != 0 && semis[at(root)] != 0) {
             parents[at(root)] = ~parents[at(root)];
-        }
-    }
-}
-
-// The node at the top of the stack is held in locals; an entry is a node and its next position. A
-// node whose last reference is being followed leaves the stack at once.
-void DominatorComputer::searchFrom(int root, unsigned* visited, const RefTable& refTable,
-                                   BigIntArray64& stack) {
-    int depth = 0;
-    int node = root;
-    int next = 0;
-    visit(node, visited);
-    for (;;) {
-        const int count = refTable.getCount(node);
-        const int child = nextChild(refTable, node, &next, visited);
-        if (child == 0) {
-            if (depth == 0) {
-                return;
-            }
-            depth -= 2;
-            const int* entry = stack.getBuffer(depth, false) + (depth & BigIntArray64::PAGE_MASK);
-            node = entry[0];
-            next = entry[1];
-            continue;
-        }
-        parents[at(child)] = node;
-        if (next < count) {
-            int* entry = stack.getBuffer(depth, true) + (depth & BigIntArray64::PAGE_MASK);
-            entry[0] = node;
-            entry[1] = next;
-            depth += 2;
-        }
-        node = child;
-        next = 0;
-        visit(node, visited);
-    }
-}
-
-// The first node not visited among the references of node from position *next on, 0 if there is
-// none; *next is then the position behind it.
-int DominatorComputer::nextChild(const RefTable& refTable, int node, int* next,
-                                 const unsigned* visited) const {
-    const int* stretch = refTable.getStartsAndCounts().buffer + 2 * static_cast<size_t>(node);
-    const int start = stretch[0];
-    const int count = stretch[1];
-    const bool sound = start >= 0 && count >= 0 && start <= 0x7fffffff - count;
-    Logger::assertTrue(sound, VDK_HERE);
-    const BigIntArray64& store = refTable.getReferences();
-    const unsigned objectCount = static_cast<unsigned>(nullNode);
-    while (*next < count) {
-        const int page = (start + *next) >> BigIntArray64::PAGE_BITS;
-        const int first = (start + *next) & BigIntArray64::PAGE_MASK;
-        const int inPage = BigIntArray64::PAGE_SIZE - first;
-        const int length = count - *next < inPage ? count - *next : inPage;
-        const int* elements = page < store.getPageCount() ? store.pagePointers()[page] : nullptr;
-        if (elements != nullptr) {
-            elements += first;
-            if (*next == 0) {
-                prefetchChildren(refTable, elements, length, visited);
-            }
-            for (int i = 0; i < length; i++) {
-                const unsigned reference = static_cast<unsigned>(elements[i]);
-                Logger::assertTrue(reference < objectCount, VDK_HERE);
-                if (!isSet(visited, elements[i])) {
-                    *next += i + 1;
-                    return elements[i];
-                }
-            }
-        }
-        *next += length;
-    }
-    return 0;
-}
-
-void DominatorComputer::prefetchChildren(const RefTable& refTable, const int* elements, int length,
-                                         const unsigned* visited) const {
-    const int* startsAndCounts = refTable.getStartsAndCounts().buffer;
-    const int most = length < AHEAD_CHILDREN ? length : AHEAD_CHILDREN;
-    for (int i = 0; i < most; i++) {
-        const unsigned child = static_cast<unsigned>(elements[i]);
-        if (child < static_cast<unsigned>(nullNode) && !isSet(visited, elements[i])) {
-            __builtin_prefetch(startsAndCounts + 2 * static_cast<size_t>(child));
-            __builtin_prefetch(table.buffer + at(elements[i]), 1);
         }
     }
 }
@@ -313,7 +215,7 @@ void DominatorComputer::prefetchNodes(int number, const RefTable& backward) cons
 
 void DominatorComputer::addToBucket(int owner, int node) {
     unsigned long& word = bucketTable[owner];
-    if (isSet(markBits, owner)) {
+    if (Search::isSet(markBits, owner)) {
         setOf(word)->add(node);
         return;
     }
@@ -330,12 +232,12 @@ void DominatorComputer::addToBucket(int owner, int node) {
         throw;
     }
     word = reinterpret_cast<unsigned long>(members);
-    setBit(markBits, owner);
+    Search::setBit(markBits, owner);
 }
 
 void DominatorComputer::emptyBucket(int owner) {
     unsigned long& word = bucketTable[owner];
-    if (!isSet(markBits, owner)) {
+    if (!Search::isSet(markBits, owner)) {
         if (word != 0) {
             decideDominator(owner, static_cast<int>(word));
             word = 0;
@@ -427,7 +329,7 @@ void DominatorComputer::storeDominators() {
         for (int i = 0; i < count; i++) {
             page[i] = parents[at(from + i)];
             if (semis[at(from + i)] != 0) {
-                setBit(markBits, from + i);
+                Search::setBit(markBits, from + i);
             }
         }
         MemAllocator::giveBack(table.buffer + at(from), at(count) * sizeof(int));

@@ -2,6 +2,7 @@
 
 #include "core/ground/ZSet.h"
 #include "offline/AnalysisProgress.h"
+#include "offline/DepthFirstSearch.h"
 #include "offline/ObjectStorage.h"
 
 // DominatorComputer: immediate dominators of all rows of a storage by the algorithm of Lengauer and
@@ -24,14 +25,6 @@
 //   A bucket is empty, one node, or (mark bit set) a ZSet: see ObjectStorage.
 class DominatorComputer {
 public:
-    // Runs while the search is over and the semidominators aren't begun: the last moment at which
-    // the backward references can come into being.
-    class AfterSearch {
-    public:
-        virtual ~AfterSearch() = default;
-        virtual void searchEnded() = 0;
-    };
-
     // Does all the work; the dominators are in the storage afterwards: the dominator's row, 0 for
     // the virtual root and for a row that was not reached. Only rows of reachableBits (a bit for
     // each row below the object count) are in the graph. The storage must have its scratch tables
@@ -60,6 +53,8 @@ public:
     const Statistics& getStatistics() const { return statistics; }
 
 private:
+    using Search = DepthFirstSearch<DominatorComputer>;
+    friend Search;
     enum Slot { LABEL, PARENT, ANCESTOR, CHILD, VERTEX, SEMI, SIZE, SLOTS };
 
     DominatorComputer(ObjectStorage& analysed, int rootCount, const int* bits,
@@ -67,12 +62,9 @@ private:
     static size_t at(int node) { return static_cast<size_t>(node) * SLOTS; }
 
     void collectRoots(const int* roots, int rootCount);
+    void visit(int node, int parent);
+    void prefetch(int node) const { __builtin_prefetch(table.buffer + at(node), 1); }
     void depthFirstSearchDom(unsigned* visited, const RefTable& refTable);
-    void searchFrom(int root, unsigned* visited, const RefTable& refTable, BigIntArray64& stack);
-    int nextChild(const RefTable& refTable, int node, int* next, const unsigned* visited) const;
-    void prefetchChildren(const RefTable& refTable, const int* elements, int length,
-                          const unsigned* visited) const;
-    void visit(int node, unsigned* visited);
     void computeSemidominators();
     void processNode(int number, const RefTable& backward);
     void prefetchNodes(int number, const RefTable& backward) const;

@@ -1,9 +1,9 @@
 #include "offline/HeapAnalysis.h"
 
 #include "offline/BackwardReferences.h"
-#include "offline/DominatorComputer.h"
 #include "offline/MemAllocator.h"
 #include "offline/Reachability.h"
+#include "offline/SearchOrderDominators.h"
 #include "offline/ThreadPair.h"
 #include "platform/Platform.h"
 
@@ -42,7 +42,7 @@ private:
 };
 
 // Builds the backward references on a second thread and waits for them when the search has ended.
-class BackwardBuilder : public DominatorComputer::AfterSearch {
+class BackwardBuilder : public AfterSearch {
 public:
     BackwardBuilder(ObjectStorage& filled, const int* reachableBits, HeapAnalysisResult& timed)
         : storage(filled), bits(reachableBits), result(timed), counts(filled.getObjectCount()),
@@ -81,7 +81,7 @@ private:
 };
 
 // Notes when the search ended; the backward references are there already.
-class SearchTimer : public DominatorComputer::AfterSearch {
+class SearchTimer : public AfterSearch {
 public:
     explicit SearchTimer(HeapAnalysisResult& timed)
         : result(timed), started(Platform::monotonicTimeNs()) {}
@@ -128,8 +128,8 @@ private:
     template <typename Observer, typename... Arguments>
     void dominators(Arguments&&... arguments) {
         Observer observer(arguments...);
-        DominatorComputer computer(storage, rootList, rootCount, reachableBits, progress,
-                                   &observer);
+        SearchOrderDominators computer(storage, rootList, rootCount, reachableBits, progress,
+                                       &observer);
         result.dominatorsNs = Platform::monotonicTimeNs() - observer.endedNs();
         result.reachedRows = computer.getReachedCount();
         if (reachedBits != nullptr) {
@@ -139,8 +139,6 @@ private:
                 }
             }
         }
-        storage.deleteBucketTable();
-        storage.deleteMarkBits();
     }
 
     ObjectStorage& storage;

@@ -15,9 +15,8 @@ struct HeapAnalysisResult {
 };
 
 // The whole analysis of a filled storage: backward references (if it has none), dominators and
-// retained sizes. The storage must have been made with its scratch tables; they are freed on the
-// way. reachableBits limits the graph; null takes in every row, and what the roots don't reach has
-// dominator 0. reachedBits, if not null, receives the rows reached (bitFieldWords words).
+// retained sizes. reachableBits limits the graph; null takes in every row, and what the roots don't
+// reach has dominator 0. reachedBits, if not null, receives the rows reached (bitFieldWords words).
 // threads: 1 or 2; the result is the same.
 // Throws std::bad_alloc, AnalysisCancelled and, for a root or reference that is no row, the
 // internal error; the storage then has partial results.

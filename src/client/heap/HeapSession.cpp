@@ -146,7 +146,6 @@ void HeapSession::read(bool analyze) {
     reading.temporaryDir = options.temporaryDir;
     reading.dumpNumber = options.dumpNumber;
     reading.threads = options.threads;
-    reading.withScratch = analyze;
     reading.progress = &progress;
     if (HprofRecords::isHprof(file->data(), file->size())) {
         opened->heap.model = HprofReader::read(std::move(file), reading);

@@ -100,7 +100,6 @@ protected:
 // The file that the analysis of a dump writes.
 void writeResults(const std::string& dumpPath, const std::string& path) {
     HeapReadOptions options;
-    options.withScratch = true;
     auto model = HprofReader::read(std::make_shared<MappedFile>(dumpPath, ""), options);
     std::vector<int> roots;
     for (const HeapRoot& root : model->roots) {
@@ -274,7 +273,6 @@ TEST_F(HeapCommand, anIndexChangesNothingButTheWork) {
 TEST_F(HeapCommand, aForgedIndexLeadsNobodyInACircle) {
     TemporaryFile index;
     HeapReadOptions options;
-    options.withScratch = true;
     AnalyzedHeap forged;
     forged.model = HprofReader::read(std::make_shared<MappedFile>(file.path, ""), options);
     std::vector<int> roots;
