@@ -25,20 +25,16 @@ Form chosenForm(const Arguments& arguments, const std::string& path) {
     }
     if (named.empty()) {
         const std::optional<Form> form = formOf(path);
-        if (form && form != Form::Snapshot && form != Form::Json) {
+        if (form && infoOf(*form).isExported) {
             named.push_back(*form);
         }
     }
     if (named.size() != 1) {
         throw ClientError(ExitCode::Usage, "usage",
-                          "name one form: --format html, collapsed, speedscope or pprof, or an "
-                          "--out file that ends in .html, .collapsed, .speedscope.json or .pb.gz");
+                          "name one form: with --format, or by an --out file that ends in " +
+                              listOfEndings(true));
     }
     return named.front();
-}
-
-bool isOfCpuOnly(Form form) {
-    return form == Form::Collapsed || form == Form::Speedscope;
 }
 
 } // namespace
@@ -49,12 +45,12 @@ int runExport(Console& console, const Arguments& arguments) {
     if (console.json && path == "-") {
         throw ClientError(ExitCode::Usage, "usage", "--json and --out - both want standard output");
     }
-    const int others = AllocationTables | MonitorTables | ExceptionTables;
-    DataSource source = openData(arguments.text("SOURCE"), arguments,
-                                 isOfCpuOnly(form) ? CpuTables : CpuTables | others);
+    const FormInfo& info = infoOf(form);
+    DataSource source = openData(arguments.text("SOURCE"), arguments, tablesOf(form),
+                                 info.needs == FormNeeds::Everything);
     Profile profile = makeProfile(source.database());
     select(profile, selectionOf(arguments));
-    if (isOfCpuOnly(form) && profile.total() == 0) {
+    if (info.needs == FormNeeds::CpuTimes && profile.total() == 0) {
         console.note("no CPU data: sampling was off");
     }
     FormChoices choices;
@@ -75,7 +71,7 @@ int runExport(Console& console, const Arguments& arguments) {
         JsonDocument json(console, "vdk.export/1");
         json.field("source", source.name);
         json.field("session", source.session).field("file", path);
-        json.field("form", formName(form));
+        json.field("form", info.name);
         json.field("totalNs", profile.total()).field("bytes", written.bytes);
         writeSampler(json, profile);
         writeSampled(json, profile.sampledCpu());

@@ -62,14 +62,14 @@ RecordWish wishOf(const Arguments& arguments, Form form) {
         }
         wish.threads = arguments.text("--thread");
     }
-    wish.wholeTables = form == Form::Snapshot;
-    wish.tables = wish.wholeTables ? ALL_TABLES_MASK
-                                   : CpuTables | AllocationTables | MonitorTables | ExceptionTables;
+    wish.wholeTables = infoOf(form).needs == FormNeeds::Everything;
+    // The lines at the end tell of all that was recorded, whatever the file has.
+    wish.tables = tablesOf(form) | tablesOf(Form::Html);
     return wish;
 }
 
 bool isOfCpuOnly(Form form) {
-    return form == Form::Collapsed || form == Form::Speedscope;
+    return infoOf(form).needs == FormNeeds::CpuTimes;
 }
 
 // "app-4711.html": the name with a word ahead of its ending, or where it says so.
@@ -81,14 +81,9 @@ std::string nameWith(const std::string& out, const std::string& word, bool isOne
     if (isOne) {
         return out;
     }
-    for (const char* ending : {".speedscope.json", ".pb.gz"}) {
-        if (endsWith(out, ending)) {
-            const size_t cut = out.size() - std::string(ending).size();
-            return out.substr(0, cut) + "-" + word + out.substr(cut);
-        }
-    }
-    const size_t dot = out.rfind('.');
-    return out.substr(0, dot) + "-" + word + out.substr(dot);
+    const std::string ending = longEnding(out);
+    const size_t cut = ending.empty() ? out.rfind('.') : out.size() - ending.size();
+    return out.substr(0, cut) + "-" + word + out.substr(cut);
 }
 
 class RecordCommand {
@@ -105,8 +100,7 @@ private:
     static Form checkedForm(const std::string& out) {
         const std::optional<Form> form = formOf(out);
         if (!form) {
-            failUsage("the name for --out tells the form: .html, .snapshot, .collapsed, "
-                      ".speedscope.json, .pb.gz or .json");
+            failUsage("the name for --out tells the form: " + listOfEndings(false));
         }
         return *form;
     }
@@ -120,7 +114,7 @@ private:
                       "vdk record app.jar --out app.html");
         }
         if (isOfCpuOnly(form) && wish.cpu == CpuRecording::None) {
-            failUsage(std::string("the form ") + formName(form) +
+            failUsage(std::string("the form ") + infoOf(form).name +
                           " has CPU and elapsed times alone",
                       "name a file that ends in .html, .pb.gz, .snapshot or .json");
         }

@@ -1,8 +1,11 @@
 #include "client/commands/DataFile.h"
 
 #include "client/commands/SelectionArguments.h"
+#include "client/console/GzipStream.h"
 #include "client/console/OutputFile.h"
 #include "client/console/Text.h"
+#include "client/fleet/JvmMetrics.h"
+#include "client/picture/FirefoxProfile.h"
 #include "client/picture/PicturePage.h"
 #include "client/picture/Pprof.h"
 #include "client/profile/Export.h"
@@ -10,26 +13,11 @@
 #include "db/SnapshotCommon.h"
 #include "db/SnapshotWriter.h"
 
+#include <algorithm>
+
 namespace vdk {
 
 namespace {
-
-struct FormRow {
-    Form form;
-    const char* name;
-    const char* ending;
-};
-// The first ending that fits counts.
-const FormRow Forms[] = {
-    {Form::Html, "html", ".html"},
-    {Form::Snapshot, "snapshot", ".snapshot"},
-    {Form::Collapsed, "collapsed", ".collapsed"},
-    {Form::Collapsed, "collapsed", ".folded"},
-    {Form::Speedscope, "speedscope", ".speedscope.json"},
-    {Form::Pprof, "pprof", ".pb.gz"},
-    {Form::Pprof, "pprof", ".pprof"},
-    {Form::Json, "json", ".json"},
-};
 
 // A snapshot that goes into an output file, whose errors are thrown.
 class SnapshotToFile : public SnapshotWriter {
@@ -58,8 +46,8 @@ void writeSnapshot(OutputFile& file, DataSource& source) {
 }
 
 Picture pictureOf(DataSource& source, const FormChoices& choices,
-                  std::vector<std::string>& unmatched) {
-    Picture picture({choices.filters, choices.signatures});
+                  std::vector<std::string>& unmatched, bool eachThread = false) {
+    Picture picture({choices.filters, choices.signatures, eachThread});
     addAll(picture, source.database(), Side::Now, !choices.rawNames, choices.selection, &unmatched);
     picture.finish();
     picture.session = printable(source.session);
@@ -67,6 +55,18 @@ Picture pictureOf(DataSource& source, const FormChoices& choices,
     picture.source = printable(source.name);
     picture.notes = printable(choices.notes);
     return picture;
+}
+
+void writeFirefox(OutputFile& file, DataSource& source, bool isPacked, const FormChoices& choices,
+                  std::vector<std::string>& unmatched) {
+    const Picture picture = pictureOf(source, choices, unmatched, true);
+    if (!isPacked) {
+        writeFirefoxProfile(file.stream(), picture, source.database(), source.captureTimeMs);
+        return;
+    }
+    GzipStream packed(file.stream());
+    writeFirefoxProfile(packed.stream(), picture, source.database(), source.captureTimeMs);
+    packed.finish();
 }
 
 void writeStacks(OutputFile& file, DataSource& source, Form form, const FormChoices& choices,
@@ -87,31 +87,119 @@ void writeStacks(OutputFile& file, DataSource& source, Form form, const FormChoi
 
 } // namespace
 
+const std::vector<FormInfo>& allForms() {
+    static const std::vector<FormInfo> forms = {
+        {Form::Html,
+         "html",
+         {".html"},
+         FormNeeds::Stacks,
+         true,
+         "open it in a browser; `vdk record ... --out NAME.snapshot` keeps all for `vdk report` "
+         "and `vdk diff`"},
+        {Form::Snapshot,
+         "snapshot",
+         {".snapshot"},
+         FormNeeds::Everything,
+         false,
+         "`vdk report %`, `vdk export % --out NAME.html`"},
+        {Form::Collapsed,
+         "collapsed",
+         {".collapsed", ".folded"},
+         FormNeeds::CpuTimes,
+         true,
+         "a stack a line, for flame graph tools"},
+        {Form::Speedscope,
+         "speedscope",
+         {".speedscope.json"},
+         FormNeeds::CpuTimes,
+         true,
+         "open it at speedscope.app, or with `vdk record ... --out NAME.html` in any browser"},
+        {Form::Pprof,
+         "pprof",
+         {".pb.gz", ".pprof"},
+         FormNeeds::Stacks,
+         true,
+         "`go tool pprof -http : %`"},
+        {Form::Firefox,
+         "firefox",
+         {".firefox.json", ".firefox.json.gz"},
+         FormNeeds::Everything,
+         true,
+         "open it at profiler.firefox.com"},
+        {Form::OpenMetrics,
+         "openmetrics",
+         {".openmetrics", ".prom"},
+         FormNeeds::Everything,
+         true,
+         "`promtool tsdb create-blocks-from openmetrics % FOLDER`"},
+        {Form::Json,
+         "json",
+         {".json"},
+         FormNeeds::Stacks,
+         false,
+         "what `vdk report --json` prints"},
+    };
+    return forms;
+}
+
+const FormInfo& infoOf(Form form) {
+    const std::vector<FormInfo>& forms = allForms();
+    return *std::find_if(forms.begin(), forms.end(),
+                         [&](const FormInfo& info) { return info.form == form; });
+}
+
 std::optional<Form> formOf(const std::string& path) {
-    for (const FormRow& row : Forms) {
-        if (endsWith(path, row.ending)) {
-            return row.form;
+    for (const FormInfo& info : allForms()) {
+        for (const char* ending : info.endings) {
+            if (endsWith(path, ending)) {
+                return info.form;
+            }
         }
     }
     return std::nullopt;
-}
-
-const char* formName(Form form) {
-    for (const FormRow& row : Forms) {
-        if (row.form == form) {
-            return row.name;
-        }
-    }
-    return "";
 }
 
 std::optional<Form> formOfName(const std::string& name) {
-    for (const FormRow& row : Forms) {
-        if (name == row.name) {
-            return row.form;
+    for (const FormInfo& info : allForms()) {
+        if (name == info.name) {
+            return info.form;
         }
     }
     return std::nullopt;
+}
+
+int tablesOf(Form form) {
+    switch (infoOf(form).needs) {
+    case FormNeeds::CpuTimes:
+        return CpuTables;
+    case FormNeeds::Stacks:
+        return CpuTables | AllocationTables | MonitorTables | ExceptionTables;
+    default:
+        return ALL_TABLES_MASK;
+    }
+}
+
+std::string listOfEndings(bool exported) {
+    std::vector<std::string> endings;
+    for (const FormInfo& info : allForms()) {
+        if (info.isExported || !exported) {
+            endings.emplace_back(info.endings.front());
+        }
+    }
+    const std::string last = endings.back();
+    endings.pop_back();
+    return join(endings, ", ") + " or " + last;
+}
+
+std::string longEnding(const std::string& path) {
+    for (const FormInfo& info : allForms()) {
+        for (const std::string ending : info.endings) {
+            if (endsWith(path, ending) && ending.find('.', 1) != std::string::npos) {
+                return ending;
+            }
+        }
+    }
+    return "";
 }
 
 WrittenForm writeForm(Console& console, DataSource& source, Form form, const std::string& path,
@@ -128,6 +216,12 @@ WrittenForm writeForm(Console& console, DataSource& source, Form form, const std
         break;
     case Form::Snapshot:
         writeSnapshot(file, source);
+        break;
+    case Form::Firefox:
+        writeFirefox(file, source, endsWith(path, ".gz"), choices, written.unmatched);
+        break;
+    case Form::OpenMetrics:
+        file.stream() << metricsOfTables(source);
         break;
     case Form::Json: {
         Console document(file.stream(), console);

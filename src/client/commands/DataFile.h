@@ -9,14 +9,32 @@
 
 namespace vdk {
 
-enum class Form { Html, Snapshot, Collapsed, Speedscope, Pprof, Json };
+enum class Form { Html, Snapshot, Collapsed, Speedscope, Pprof, Firefox, OpenMetrics, Json };
 
-// By the end of the name: ".html", ".snapshot", ".collapsed" or ".folded", ".speedscope.json",
-// ".pb.gz" or ".pprof", ".json".
+// What is read of a JVM for a form.
+enum class FormNeeds { CpuTimes, Stacks, Everything };
+
+struct FormInfo {
+    Form form;
+    const char* name; // as --format takes it
+    std::vector<const char*> endings;
+    FormNeeds needs;
+    bool isExported;  // by `vdk export`; `vdk record` writes all
+    const char* next; // what to do with such a file, % being its name
+};
+// The first ending that fits a name counts.
+const std::vector<FormInfo>& allForms();
+const FormInfo& infoOf(Form form);
+
+// By the end of the name.
 std::optional<Form> formOf(const std::string& path);
-// "html", ...; as --format takes them.
-const char* formName(Form form);
 std::optional<Form> formOfName(const std::string& name);
+// What is fetched of a JVM.
+int tablesOf(Form form);
+// ".html, .snapshot or ..."
+std::string listOfEndings(bool exported);
+// The ending of a name that tells its form, where it has more than one dot; else empty.
+std::string longEnding(const std::string& path);
 
 struct FormChoices {
     Selection selection;

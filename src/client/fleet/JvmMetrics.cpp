@@ -111,7 +111,8 @@ const std::vector<JvmMetric>& jvmMetrics() {
                       {"java_version", label(view.jvm.javaVersion)},
                       {"user", label(view.jvm.user)},
                       {"agent", label(view.info.product)}}] = 1;
-         }},
+         },
+         true},
         {{"vdk_jvm_uptime_seconds", MetricType::Gauge, "seconds", "Time since the JVM's start."},
          [](View view, Samples samples) { addTelemetry(view, samples, TELE_UPTIME_DS, 0.1); }},
         {{"vdk_jvm_cpu_seconds", MetricType::Counter, "seconds", "CPU time of the process."},
@@ -157,7 +158,8 @@ const std::vector<JvmMetric>& jvmMetrics() {
              for (const protocol::StatusBit& bit : protocol::StatusBits) {
                  samples[{{"kind", bit.name}}] = (view.status & bit.bit) != 0 ? 1 : 0;
              }
-         }},
+         },
+         true},
         {{"vdk_cpu_seconds", MetricType::Counter, "seconds",
           "Recorded CPU time, by thread group and by threads whose names differ in a number."},
          [](View view, Samples samples) { addTimes(view, samples, CpuTime); }},
@@ -274,20 +276,6 @@ const TelemetryRecord* lastTelemetry(DB& db) {
     return last;
 }
 
-std::set<int> unknownTelemetry(DB& db) {
-    std::set<int> places;
-    db.propertyTable->eachRecord([&](int, const PropertyRecord& record) {
-        const char* name = db.stringPool->getText(record.nameStrID);
-        const char* value = db.stringPool->getText(record.value);
-        if (record.stamp > 0 && name && value && name == std::string("vdk.telemetry.unknown")) {
-            for (const std::string& place : split(value, ',')) {
-                places.insert(int(parseNumber(place, 0, TELE_FIELD_COUNT).value_or(-1)));
-            }
-        }
-    });
-    return places;
-}
-
 std::map<std::pair<std::string, std::string>, SqlStatement> sqlOf(const ProbeTables& tables) {
     std::map<std::string, std::vector<SqlCall>> calls;
     for (SqlCall& call : readSqlCalls(tables)) {
@@ -303,6 +291,20 @@ std::map<std::pair<std::string, std::string>, SqlStatement> sqlOf(const ProbeTab
 }
 
 } // namespace
+
+std::set<int> unknownTelemetry(DB& db) {
+    std::set<int> places;
+    db.propertyTable->eachRecord([&](int, const PropertyRecord& record) {
+        const char* name = db.stringPool->getText(record.nameStrID);
+        const char* value = db.stringPool->getText(record.value);
+        if (record.stamp > 0 && name && value && name == std::string("vdk.telemetry.unknown")) {
+            for (const std::string& place : split(value, ',')) {
+                places.insert(int(parseNumber(place, 0, TELE_FIELD_COUNT).value_or(-1)));
+            }
+        }
+    });
+    return places;
+}
 
 JvmReading readMetrics(DataSource& source, const Jvm& jvm, const AgentInfo& info,
                        SeriesLimit& limit) {
@@ -325,6 +327,23 @@ JvmReading readMetrics(DataSource& source, const Jvm& jvm, const AgentInfo& info
         reading.samples.push_back(std::move(samples));
     }
     return reading;
+}
+
+std::string metricsOfTables(DataSource& source) {
+    SeriesLimit limit;
+    const JvmReading reading = readMetrics(source, Jvm(), AgentInfo(), limit);
+    MetricText text(MetricForm::OpenMetrics, source.captureTimeMs);
+    const MetricLabels session = {{"session", printable(source.session, 100)}};
+    for (size_t i = 0; i < reading.samples.size(); i++) {
+        const JvmMetric& metric = jvmMetrics()[i];
+        if (!metric.isOfProcess) {
+            text.begin(metric.family);
+            for (const auto& [labels, value] : reading.samples[i]) {
+                text.add(metric.family, session, labels, value);
+            }
+        }
+    }
+    return text.finish();
 }
 
 } // namespace vdk

@@ -16,6 +16,7 @@ struct JvmView;
 struct JvmMetric {
     MetricFamily family;
     void (*read)(const JvmView& jvm, MetricSamples& samples);
+    bool isOfProcess = false; // nothing that tables tell
 };
 const std::vector<JvmMetric>& jvmMetrics();
 
@@ -40,5 +41,11 @@ struct JvmReading {
 };
 JvmReading readMetrics(DataSource& source, const Jvm& jvm, const AgentInfo& info,
                        SeriesLimit& limit);
+
+// Places of the telemetry values that the JVM does not tell.
+std::set<int> unknownTelemetry(DB& db);
+
+// The families of the tables alone, as OpenMetrics: of a file at the time of its capture.
+std::string metricsOfTables(DataSource& source);
 
 } // namespace vdk

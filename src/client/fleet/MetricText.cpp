@@ -116,7 +116,12 @@ void MetricText::add(const MetricFamily& family, const MetricLabels& common,
     bool isFirst = true;
     addLabels(common, isFirst);
     addLabels(labels, isFirst);
-    text += (isFirst ? " " : "} ") + numberText(value) + "\n";
+    text += (isFirst ? " " : "} ") + numberText(value);
+    if (timeMs > 0) {
+        const bool isOpen = form == MetricForm::OpenMetrics; // seconds
+        text += " " + (isOpen ? numberText(double(timeMs) / 1000) : std::to_string(timeMs));
+    }
+    text += "\n";
 }
 
 std::string MetricText::finish() {

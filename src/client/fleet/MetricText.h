@@ -1,6 +1,7 @@
 // Metrics as text: the OpenMetrics form, and the older one of Prometheus that everything reads.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
@@ -34,7 +35,8 @@ const char* sampleEnding(MetricType type);
 
 class MetricText {
 public:
-    explicit MetricText(MetricForm form) : form(form) {}
+    // With a time of day each sample bears it: what a file tells is not of the moment it is read.
+    explicit MetricText(MetricForm form, int64_t timeMs = 0) : form(form), timeMs(timeMs) {}
 
     // The head of a family; its samples follow, and it comes no second time.
     void begin(const MetricFamily& family);
@@ -48,6 +50,7 @@ private:
     void addLabels(const MetricLabels& labels, bool& isFirst);
 
     const MetricForm form;
+    const int64_t timeMs;
     std::string text;
 };
 

@@ -66,12 +66,16 @@ StackTree::Sums StackTree::total(Side side) const {
     return sum;
 }
 
-int Picture::nameOf(const std::string& className, const std::string& method) {
-    // Names come from another process and may be of any length.
+// Names come from another process and may be of any length.
+std::string Picture::shown(const std::string& text) const {
     constexpr size_t Longest = 4096;
+    return choices.exactNames ? validUtf8(text) : printable(text, Longest);
+}
+
+int Picture::nameOf(const std::string& className, const std::string& method) {
     auto [entry, added] = nameIndex.try_emplace(className + '\n' + method, int(names.size()));
     if (added) {
-        names.push_back({printable(className, Longest), printable(method, Longest)});
+        names.push_back({shown(className), shown(method)});
     }
     return entry->second;
 }
@@ -82,10 +86,11 @@ int Picture::nameOf(const ProfileMethod& method) {
 }
 
 int Picture::threadOf(const EventRow& row) {
-    auto [entry, added] =
-        threadIndex.try_emplace(row.thread + '\n' + row.group, int(threads.size()));
+    const std::string key = choices.eachThread ? std::to_string(row.trn) + '\n' + row.thread
+                                               : row.thread + '\n' + row.group;
+    auto [entry, added] = threadIndex.try_emplace(key, int(threads.size()));
     if (added) {
-        threads.push_back({printable(row.thread), printable(row.group)});
+        threads.push_back({shown(row.thread), shown(row.group), row.trn});
     }
     return entry->second;
 }

@@ -54,6 +54,8 @@ std::vector<NameSums> sumsByNode(const StackTree& tree);
 struct PictureChoices {
     bool filters = false;
     bool signatures = false;
+    bool eachThread = false; // threads of one name are not one
+    bool exactNames = false; // whole, and with what is unprintable
 };
 
 class Picture {
@@ -65,6 +67,7 @@ public:
     };
     struct Thread {
         std::string name, group;
+        int trn = 0; // of one of them, unless each is told
     };
 
     explicit Picture(const PictureChoices& choices) : choices(choices) {}
@@ -87,6 +90,7 @@ private:
     int nameOf(const ProfileMethod& method);
     int nameOf(const std::string& className, const std::string& method);
     int threadOf(const EventRow& row);
+    std::string shown(const std::string& text) const;
     int childOf(StackTree& tree, int parent, int name);
 
     const PictureChoices choices;

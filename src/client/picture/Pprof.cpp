@@ -1,9 +1,7 @@
 #include "client/picture/Pprof.h"
 
-#include "client/console/Errors.h"
+#include "client/console/GzipStream.h"
 #include "core/ground/Version.h"
-
-#include <zlib.h>
 
 namespace vdk {
 
@@ -182,31 +180,12 @@ private:
     std::unordered_map<std::string, int64_t> stringIndex;
 };
 
-std::string gzipped(const std::string& bytes) {
-    constexpr int GzipFormat = 15 + 16;
-    z_stream stream = {};
-    if (deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, GzipFormat, 8,
-                     Z_DEFAULT_STRATEGY) != Z_OK) {
-        throw ClientError(ExitCode::CannotWrite, "memory", "no memory to compress the profile");
-    }
-    std::string packed(deflateBound(&stream, uLong(bytes.size())), 0);
-    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
-    stream.avail_in = uInt(bytes.size());
-    stream.next_out = reinterpret_cast<Bytef*>(packed.data());
-    stream.avail_out = uInt(packed.size());
-    const int result = deflate(&stream, Z_FINISH);
-    packed.resize(stream.total_out);
-    deflateEnd(&stream);
-    if (result != Z_STREAM_END) {
-        throw ClientError(ExitCode::CannotWrite, "memory", "the profile is too large to compress");
-    }
-    return packed;
-}
-
 } // namespace
 
 void writePprof(std::ostream& out, const Picture& picture, int64_t timeMs) {
-    out << gzipped(PprofWriter(picture).write(timeMs));
+    GzipStream packed(out);
+    packed.stream() << PprofWriter(picture).write(timeMs);
+    packed.finish();
 }
 
 } // namespace vdk

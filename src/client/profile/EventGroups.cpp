@@ -148,6 +148,7 @@ std::vector<EventRow> eventRows(const Profile& profile) {
         row.thread = profile.threads[size_t(charge.thread)].name;
         row.group = profile.threads[size_t(charge.thread)].group;
         row.frame = isOfObjects ? allocatingFrame(profile, charge.frame) : charge.frame;
+        row.trn = profile.threads[size_t(charge.thread)].trn;
         row.leaf = charge.frame;
         row.amount = charge.own;
         row.count = charge.count;

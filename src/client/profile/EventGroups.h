@@ -20,6 +20,7 @@ struct EventRow {
     int64_t amount = 0;
     int64_t count = 0;
     std::string group = {}; // of threads
+    int trn = 0;            // of the thread
 };
 
 // What the numbers of rows are, and how reports name them.

@@ -126,7 +126,7 @@ std::vector<ThrownRow> readExceptions(DB& db, const Profile& profile) {
             {cleanFrameName(className ? className : "<unknown>"),
              isThreadKnown ? thread->second->name : "<thread " + std::to_string(record.trn) + ">",
              known(record.throwFrame), known(record.catchFrame), record.count,
-             isThreadKnown ? thread->second->group : ""});
+             isThreadKnown ? thread->second->group : "", record.trn});
     });
     return rows;
 }
@@ -135,7 +135,7 @@ std::vector<EventRow> eventRows(const std::vector<ThrownRow>& rows) {
     std::vector<EventRow> events;
     for (const ThrownRow& row : rows) {
         events.push_back({"", row.className, row.thread, row.throwFrame, row.throwFrame, row.count,
-                          0, row.group});
+                          0, row.group, row.trn});
     }
     return events;
 }

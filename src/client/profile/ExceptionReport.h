@@ -18,6 +18,7 @@ struct ThrownRow {
     int catchFrame = 0; // 0 where nobody caught it
     int64_t count = 0;
     std::string group = {}; // of threads
+    int trn = 0;
 };
 
 std::vector<EventRow> eventRows(const std::vector<ThrownRow>& rows);

@@ -305,7 +305,7 @@ std::vector<EventRow> eventRows(const MonitorUses& monitors) {
     std::vector<EventRow> rows;
     for (const MonitorUse& use : monitors.uses) {
         rows.push_back({Kinds[size_t(use.kind)].phrase, use.className, use.waiter, use.frame,
-                        use.frame, use.timeNs, use.count, use.waiterGroup});
+                        use.frame, use.timeNs, use.count, use.waiterGroup, use.waiterTrn});
     }
     return rows;
 }

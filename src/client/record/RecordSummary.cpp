@@ -35,21 +35,12 @@ std::string cpuText(const RecordSummary& summary) {
 
 std::string nextStep(const RecordSummary& summary) {
     const std::string file = shellWord(summary.file);
-    switch (summary.form) {
-    case Form::Html:
-        return "open it in a browser; `vdk record ... --out NAME.snapshot` keeps all for `vdk "
-               "report` and `vdk diff`";
-    case Form::Snapshot:
-        return "`vdk report " + file + "`, `vdk export " + file + " --out NAME.html`";
-    case Form::Pprof:
-        return "`go tool pprof -http : " + file + "`";
-    case Form::Speedscope:
-        return "open it at speedscope.app, or with `vdk record ... --out NAME.html` in any browser";
-    case Form::Collapsed:
-        return "a stack a line, for flame graph tools";
-    default:
-        return "what `vdk report --json` prints";
+    std::string text = infoOf(summary.form).next;
+    for (size_t mark = 0; (mark = text.find('%', mark)) != std::string::npos;) {
+        text.replace(mark, 1, file);
+        mark += file.size();
     }
+    return text;
 }
 
 } // namespace
@@ -120,7 +111,7 @@ void printSummary(std::ostream& out, const RecordSummary& summary) {
 
 void writeSummary(JsonWriter& json, const RecordSummary& summary) {
     json.beginObject().field("pid", summary.pid).field("session", summary.session);
-    json.field("file", summary.file).field("form", formName(summary.form));
+    json.field("file", summary.file).field("form", infoOf(summary.form).name);
     json.field("bytes", summary.bytes).key("recordedNs");
     summary.seconds < 0 ? json.nullValue() : json.value(int64_t(summary.seconds * 1e9));
     json.field("ended", summary.ended).field("missingNs", int64_t(summary.lostSeconds * 1e9));

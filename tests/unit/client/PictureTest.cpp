@@ -1,9 +1,11 @@
 // Flame graphs and pprof files, read back by a browser and by pprof itself.
 #include "DbBuilder.h"
+#include "HostileNames.h"
 #include "Programs.h"
 #include "SourceFolder.h"
 #include "TempDir.h"
 #include "client/console/Text.h"
+#include "client/picture/FirefoxProfile.h"
 #include "client/picture/PicturePage.h"
 #include "client/picture/Pprof.h"
 #include "client/profile/Report.h"
@@ -15,27 +17,6 @@
 using namespace vdk;
 
 namespace {
-
-const char Script[] = "</script><script>window.harmed=1</script><img src=x onerror=\"harmed=1\">";
-
-// Stacks of hostile names, recursion, and two threads.
-void fillHostile(DbBuilder& b) {
-    const std::string names[] = {Script,
-                                 "<!--",
-                                 "\xf0\x9f\x94\xa5",
-                                 "a\xe2\x80\xae"
-                                 "b",
-                                 "-->\\u003c\\\"'${1}@HEAD@",
-                                 std::string(100000, 'n')};
-    b.sample("http-1", "com.a.Main.run", 90000000);
-    b.sample("http-1", "com.a.Main.run;com.a.Main.work", 60000000);
-    b.sample("http-1", "com.a.Main.run;com.a.Main.work;com.a.Main.work", 20000000);
-    b.sample("http-1", "com.a.Main.run;java.util.Map.get", 10000000);
-    b.sample(std::string("<b>\xff") + Script, "com.a.Main.work", 5000000);
-    for (const std::string& name : names) {
-        b.sample("http-1", "com.a.Main.run;C." + name, 1000000);
-    }
-}
 
 // So many frames below one another and beside.
 void fillLarge(DbBuilder& b, int frames) {
@@ -67,8 +48,8 @@ void fillLarge(DbBuilder& b, int frames) {
     }
 }
 
-Picture pictureOf(DB& db) {
-    Picture picture({});
+Picture pictureOf(DB& db, bool eachThread = false) {
+    Picture picture({false, false, eachThread});
     addAll(picture, db, Side::Now, true, {});
     picture.finish();
     picture.title = picture.session = printable(Script);
@@ -164,4 +145,38 @@ TEST(Pprof, isReadByPprofItself) {
     EXPECT_NE(top.out.find("65ms"), std::string::npos) << top.out;
     const Result raw = run("go tool pprof -raw " + dir.file("a.pb.gz") + " 2>&1");
     EXPECT_NE(raw.out.find("thread:[http-1]"), std::string::npos) << raw.out;
+}
+
+TEST(FirefoxProfile, hasTheNumbersOfTheReportByTheRulesOfItsSchema) {
+    const std::string node = found("node");
+    if (node.empty()) {
+        GTEST_SKIP() << "no node";
+    }
+    DbBuilder b;
+    fillHostile(b, true);
+    // A second thread of a name is another thread.
+    b.time(b.thread("http-1"), b.stack("com.a.Main.run"), 3000000);
+    TempDir dir;
+    std::ofstream file(dir.file("a.firefox.json"));
+    writeFirefoxProfile(file, pictureOf(b.db, true), b.db, 1700000000000);
+    file.close();
+    const Result checked = run(node + " " + sourceFolder() + "/tests/forms/firefox.mjs " +
+                               dir.file("a.firefox.json") + " 2>&1");
+    ASSERT_EQ(checked.code, 0) << checked.out.substr(0, 4000);
+    const nlohmann::json seen = nlohmann::json::parse(checked.out)["processes"]["cpu"];
+    const Profile profile = makeProfile(b.db);
+    EXPECT_EQ(seen["total"], profile.total());
+    EXPECT_EQ(seen["weightType"], "tracing-ms");
+    EXPECT_EQ(seen["threads"].size(), 3u);
+    // By name, as names of bytes that are no text are shown as one.
+    std::map<std::string, int64_t> expected, own;
+    for (const HotMethod& method : hotMethods(makeCallTree(profile, {}))) {
+        const ProfileMethod& named = profile.methods[size_t(method.method)];
+        expected[printable(named.className) + "." + printable(named.name)] += method.own;
+    }
+    for (const auto& [name, sums] : seen["functions"].items()) {
+        own[name] = sums["own"];
+    }
+    EXPECT_EQ(own, expected);
+    EXPECT_EQ(seen["functions"]["com.a.Main.work"]["total"], 65000000);
 }

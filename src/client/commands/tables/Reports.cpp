@@ -239,6 +239,10 @@ const std::vector<Command> Table = {
      "nothing: CPU times, allocations, waits and exceptions, whatever was recorded, with search,\n"
      "threads, callers and callees of a method. pprof (.pb.gz) has all of them too, threads as "
      "labels.\n"
+     "The profile for profiler.firefox.com (.firefox.json, or .firefox.json.gz) tells each thread, "
+     "with\n"
+     "rows of probes as markers and telemetry as counters; .openmetrics is what `vdk metrics` "
+     "serves.\n"
      "The others are of CPU times alone. Collapsed stacks have one line a stack: frames from the "
      "outermost on, a blank, and own time\n"
      "in whole units (microseconds unless --unit says otherwise). The speedscope form has one\n"
@@ -253,7 +257,7 @@ const std::vector<Command> Table = {
       {"--format",
        ValueKind::Choice,
        "one of these forms",
-       {"html", "collapsed", "speedscope", "pprof"}},
+       {"html", "collapsed", "speedscope", "pprof", "firefox", "openmetrics"}},
       Out,
       Filters,
       Thread,

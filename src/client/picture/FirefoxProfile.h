@@ -1,0 +1,17 @@
+// The picture as a processed profile of the Firefox Profiler: each thing that was recorded is a
+// process, whose threads are those that it was recorded of. Rows of probes are markers, telemetry
+// is counters.
+#pragma once
+
+#include "client/picture/Picture.h"
+
+#include <ostream>
+
+namespace vdk {
+
+// A picture that tells each thread. Sums have no order in time: each node of a thread's tree with
+// something of its own is one sample with that as its weight, and samples stand one behind the
+// other.
+void writeFirefoxProfile(std::ostream& out, const Picture& picture, DB& db, int64_t timeMs);
+
+} // namespace vdk
