@@ -1,45 +1,32 @@
 #include "client/agent/Protocol.h"
 #include "client/commands/Commands.h"
 #include "client/commands/SelectionArguments.h"
-#include "client/commands/TopView.h"
+#include "client/commands/TopJvm.h"
 #include "client/commands/WhyEmpty.h"
 #include "client/console/Screen.h"
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
+#include "client/fleet/JvmSearch.h"
 #include "platform/Platform.h"
 
 #include <algorithm>
+#include <chrono>
+#include <memory>
+#include <unistd.h>
 
 namespace vdk {
 
 namespace {
 
-// Stops the sampling that this command started, however it ends.
-class SamplingGuard {
-public:
-    SamplingGuard(LiveAgent& agent, bool start) : agent(agent), started(start) {
-        if (started) {
-            agent.client.startCpuProfiling(protocol::CPU_SAMPLING, std::nullopt, std::nullopt);
-        }
-    }
-    ~SamplingGuard() {
-        if (!started) {
-            return;
-        }
-        try {
-            forgetInterrupt();
-            agent.client.stopCpuProfiling();
-        } catch (const ClientError&) {
-            // The JVM may be gone; there is nothing left to stop then.
-        }
-    }
-    SamplingGuard(const SamplingGuard&) = delete;
-    SamplingGuard& operator=(const SamplingGuard&) = delete;
+using Clock = Errand::Clock;
+using std::chrono::milliseconds;
 
-private:
-    LiveAgent& agent;
-    bool started;
-};
+// Of several JVMs one that does not answer must not keep the end waiting.
+constexpr int MostTimeoutMs = 5000;
+// What a look for JVMs, and at them, may take before the view goes on without the late ones.
+constexpr milliseconds LookLimit(1000);
+// Of those that are gone only the latest are shown.
+constexpr size_t MostGone = 5;
 
 // What the command line asks for.
 TopChoices choicesOf(const Arguments& arguments, int64_t status) {
@@ -70,70 +57,206 @@ TopChoices choicesOf(const Arguments& arguments, int64_t status) {
 }
 
 // Refuses what would stay empty. What was recorded before can be looked at.
-void checkRecorded(const TopChoices& choices, const LiveAgent& agent, const Moment& first,
+void checkRecorded(const TopChoices& choices, int64_t status, bool hasRows,
                    const std::string& target) {
     const bool needsCpu = choices.show ? choices.show == Shown::Cpu : !choices.allocations;
     if (needsCpu && !choices.cpu) {
         refuse(Shown::Cpu, target, ", or `vdk top --sample`");
     }
-    if (choices.show && choices.show != Shown::Cpu && first.shown.rows.empty() &&
-        !(agent.status & statusBitOf(*choices.show))) {
+    if (choices.show && choices.show != Shown::Cpu && !hasRows &&
+        !(status & statusBitOf(*choices.show))) {
         refuse(*choices.show, target, "");
     }
 }
 
-// Looks at an agent from time to time; keys change what is looked at.
+// The JVMs that are looked at: the one that was named, or all that are wanted, which come and go.
+class TopJvms {
+public:
+    explicit TopJvms(const Arguments& arguments)
+        : arguments(arguments), targets(arguments.all("TARGET")),
+          isOfMany(arguments.has("--all") || targets.size() > 1) {
+        if (arguments.has("--all") ? !targets.empty() : targets.empty()) {
+            throw ClientError(ExitCode::Usage, "usage", "name targets, or --all");
+        }
+        if (isOfMany) {
+            search = std::make_unique<JvmSearch>(targets);
+            findFirst();
+        } else {
+            add(targets[0], connectAgent(targets[0], arguments));
+        }
+    }
+
+    // Looks at all. Throws what the client throws where there is only one JVM.
+    std::vector<std::pair<TopJvm*, Moment>> look(const TopChoices& choices) {
+        std::vector<std::pair<TopJvm*, Moment>> moments;
+        if (!isOfMany) {
+            moments.emplace_back(jvms[0].get(), jvms[0]->fetch(choices));
+            return moments;
+        }
+        if (search->lookOn()) {
+            addFound();
+        }
+        for (const auto& jvm : jvms) {
+            jvm->beginLook(choices);
+        }
+        const Clock::time_point deadline = Clock::now() + LookLimit;
+        for (const auto& jvm : jvms) {
+            if (std::optional<Moment> moment = jvm->endLook(deadline)) {
+                moments.emplace_back(jvm.get(), std::move(*moment));
+            }
+        }
+        forgetGone();
+        return moments;
+    }
+
+    std::vector<TopSubject> subjects() const {
+        std::vector<TopSubject> result;
+        for (const auto& jvm : jvms) {
+            if (chosen == 0 || jvm->info().pid == chosen) {
+                result.push_back(jvm->subject());
+            }
+        }
+        return result;
+    }
+
+    // The next one alone, behind the last all again.
+    void chooseNext() {
+        const auto isChosen = [&](const auto& jvm) { return jvm->info().pid == chosen; };
+        const auto at = std::find_if(jvms.begin(), jvms.end(), isChosen);
+        const auto next = at == jvms.end() ? jvms.begin() : at + 1;
+        chosen = next == jvms.end() ? 0 : (*next)->info().pid;
+    }
+
+    // What is recorded in any of them.
+    int64_t status() const {
+        int64_t all = 0;
+        for (const auto& jvm : jvms) {
+            all |= jvm->status();
+        }
+        return all;
+    }
+    std::string name() const { return targets.empty() ? firstName : targets[0]; }
+
+    const Arguments& arguments;
+    const std::vector<std::string> targets;
+    const bool isOfMany;
+    std::vector<std::unique_ptr<TopJvm>> jvms;
+
+private:
+    void add(const std::string& target, LiveAgent agent) {
+        firstName = firstName.empty() ? target : firstName;
+        jvms.push_back(
+            std::make_unique<TopJvm>(target, std::move(agent), arguments.has("--sample")));
+    }
+
+    int timeoutMs() const {
+        return std::min(int(arguments.durationMs("--timeout", MostTimeoutMs)), MostTimeoutMs);
+    }
+
+    // What is wrong with a target is told as that of one would be.
+    void findFirst() {
+        for (const auto& [target, endpoint] : search->addresses()) {
+            add(target, connectAgent(target, arguments));
+        }
+        search->look(Clock::time_point::max());
+        throwIfInterrupted();
+        for (const std::string& target : targets) {
+            Endpoint endpoint;
+            const auto pid = parseNumber(target, 1, INT32_MAX);
+            const auto& found = search->found();
+            const bool isThere = parseEndpoint(target, endpoint) ||
+                                 std::any_of(found.begin(), found.end(), [&](const Jvm& jvm) {
+                                     return pid ? jvm.pid == *pid : JvmSearch({target}).wants(jvm);
+                                 });
+            if (!isThere) {
+                connectAgent(target, arguments);
+            }
+        }
+        addFound();
+        if (jvms.empty()) {
+            throw ClientError(ExitCode::NoTarget, "target.none", "no JVM of this user has an agent",
+                              "`vdk list` shows JVMs, `vdk attach` loads the agent");
+        }
+    }
+
+    void addFound() {
+        for (const Jvm& jvm : search->found()) {
+            const bool isMine = geteuid() == 0 || jvm.uid == long(geteuid());
+            const bool isKnown = std::any_of(known.begin(), known.end(), [&](const Jvm& other) {
+                return JvmSearch::isSame(jvm, other);
+            });
+            if (isKnown || (targets.empty() && !isMine)) {
+                continue;
+            }
+            try {
+                add(std::to_string(jvm.pid), connectAgent(Machine(), jvm, timeoutMs()));
+                known.push_back(jvm);
+            } catch (const ClientError& problem) {
+                if (problem.code == ExitCode::Aborted) {
+                    throw;
+                }
+                // It may have ended; else the next look finds it again.
+            }
+        }
+    }
+
+    void forgetGone() {
+        const auto isGone = [](const auto& jvm) { return jvm->state() == JvmState::Gone; };
+        for (auto gone = size_t(std::count_if(jvms.begin(), jvms.end(), isGone)); gone > MostGone;
+             gone--) {
+            jvms.erase(std::find_if(jvms.begin(), jvms.end(), isGone));
+        }
+        if (chosen != 0 && subjects().empty()) {
+            chosen = 0;
+        }
+    }
+
+    std::unique_ptr<JvmSearch> search;
+    std::vector<Jvm> known;
+    std::string firstName;
+    int chosen = 0; // process id of the one that is shown alone
+};
+
+// Looks at agents from time to time; keys change what is looked at.
 class TopLoop {
 public:
-    TopLoop(Console& console, LiveAgent& agent, const Arguments& arguments)
-        : console(console), agent(agent), fetcher(agent.client),
-          choices(choicesOf(arguments, agent.status)),
+    TopLoop(Console& console, TopJvms& jvms, const Arguments& arguments)
+        : console(console), jvms(jvms), view(console, jvms.isOfMany),
+          choices(choicesOf(arguments, jvms.status())),
           intervalMs(std::max(arguments.durationMs("--interval", 2000), 100L)),
           endless(console.outIsTerminal && !arguments.has("--count")),
           left(arguments.number("--count", 1)) {
-        source.name = arguments.text("TARGET");
-        source.live = true;
-        source.status = agent.status;
-        fetcher.follow(SampledCpuTable);
-        before = fetch();
-        checkRecorded(choices, agent, before, source.name);
+        bool hasRows = false;
+        for (auto& [jvm, moment] : jvms.look(choices)) {
+            hasRows = hasRows || !moment.shown.rows.empty();
+            jvm->advance(std::move(moment));
+        }
+        checkRecorded(choices, jvms.status(), hasRows, jvms.name());
     }
 
     void run() {
         // Who reads the output may have closed it.
         Screen screen(console, endless && !console.json);
         if (screen.isOn()) {
-            console.out << Screen::Home << printable(agent.info.sessionName)
-                        << ": the first numbers come in " << formatLimit(int(intervalMs))
-                        << "; q ends\n"
+            const std::string what = jvms.isOfMany ? std::to_string(jvms.jvms.size()) + " JVMs"
+                                                   : printable(jvms.jvms[0]->info().sessionName);
+            console.out << Screen::Home << what << ": the first numbers come in "
+                        << formatLimit(int(intervalMs)) << "; q ends\n"
                         << std::flush;
         }
-        TopView view(console, agent, source);
-        while (console.out && (endless || left-- > 0) && waitForNext(screen, view)) {
-            Moment next = fetch();
-            if (now) {
-                before = std::move(*now);
+        while (console.out && (endless || left-- > 0) && waitForNext(screen)) {
+            for (auto& [jvm, moment] : jvms.look(choices)) {
+                jvm->advance(std::move(moment));
             }
-            now = std::move(next);
-            view.show(before, *now, choices, screen.isOn());
+            throwIfInterrupted();
+            isFirst = false;
+            view.show(jvms.subjects(), choices, screen.isOn());
         }
     }
 
 private:
-    Moment fetch() {
-        int tables = CpuTables | MonitorTables | ExceptionTables | 1 << SLOT_Telemetry;
-        const bool ofLife = choices.show == Shown::Live || choices.show == Shown::Garbage;
-        if (ofLife || (choices.show ? choices.show == Shown::Allocations : choices.allocations)) {
-            tables |= AllocationTables;
-        }
-        // The agent passes over all recorded objects to know which live.
-        ofLife ? fetcher.follow(LiveAllocationsTable) : fetcher.unfollow(LiveAllocationsTable);
-        fetcher.fetch(tables);
-        return look(fetcher.database(), choices);
-    }
-
     // Until the interval is over, and what keys change is shown at once; false at the end.
-    bool waitForNext(Screen& screen, TopView& view) {
+    bool waitForNext(Screen& screen) {
         long end = Platform::monotonicTimeNs() + intervalMs * 1000000;
         while (true) {
             const long restMs = (end - Platform::monotonicTimeNs()) / 1000000;
@@ -148,10 +271,9 @@ private:
                 end = Platform::monotonicTimeNs() + intervalMs * 1000000;
                 continue;
             }
-            if (!takeKey(*key)) {
-                continue;
+            if (takeKey(*key) && !isFirst) {
+                view.show(jvms.subjects(), choices, true);
             }
-            view.show(before, *now, choices, true);
         }
     }
 
@@ -165,14 +287,18 @@ private:
         for (const auto& [name, choice] : switches) {
             if (key == name) {
                 choices.*choice = !(choices.*choice);
-                return now.has_value();
+                return true;
             }
+        }
+        if (key == 'j' && jvms.isOfMany) {
+            jvms.chooseNext();
+            return true;
         }
         const std::optional<Shown> former = choices.show;
         if (key == 'b' && choices.show) {
             choices.by =
                 choices.by == Grouping::Line ? Grouping::Method : Grouping(int(choices.by) + 1);
-            return now.has_value();
+            return true;
         }
         if (key == 'o') {
             choices.show.reset();
@@ -186,33 +312,27 @@ private:
         if (choices.show == former) {
             return false;
         }
-        Moment fresh = fetch();
-        before.takeViewsOf(fresh);
-        if (now) {
-            now->takeViewsOf(fresh);
+        for (const auto& [jvm, moment] : jvms.look(choices)) {
+            jvm->takeViewsOf(moment);
         }
-        return now.has_value();
+        return true;
     }
 
     Console& console;
-    LiveAgent& agent;
-    DataSource source;
-    TableFetcher fetcher;
+    TopJvms& jvms;
+    TopView view;
     TopChoices choices;
     const long intervalMs;
     const bool endless;
     long left;
-    Moment before;             // the beginning of the interval that is shown
-    std::optional<Moment> now; // its end, where the next one begins
+    bool isFirst = true; // nothing was shown yet
 };
 
 } // namespace
 
 int runTop(Console& console, const Arguments& arguments) {
-    LiveAgent agent = connectAgent(arguments.text("TARGET"), arguments);
-    const bool isRunning = (agent.status & protocol::CPU_TIMES_BIT) != 0;
-    SamplingGuard guard(agent, arguments.has("--sample") && !isRunning);
-    TopLoop(console, agent, arguments).run();
+    TopJvms jvms(arguments);
+    TopLoop(console, jvms, arguments).run();
     return 0;
 }
 

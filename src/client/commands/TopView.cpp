@@ -1,13 +1,8 @@
 #include "client/commands/TopView.h"
 
-#include "client/commands/SelectionArguments.h"
 #include "client/commands/WhyEmpty.h"
 #include "client/console/Screen.h"
 #include "client/console/Text.h"
-#include "client/profile/ExceptionReport.h"
-#include "client/profile/GeneratedNames.h"
-#include "client/profile/MonitorReport.h"
-#include "platform/Platform.h"
 
 #include <algorithm>
 #include <sstream>
@@ -19,6 +14,7 @@ namespace {
 
 constexpr size_t ThreadsShown = 5;
 constexpr size_t AllocationsShown = 5;
+constexpr size_t JvmsShown = 8;
 constexpr size_t MethodsShown = 20;
 // Lines of a screen beside the head and the methods: titles, blank lines, threads and the line of
 // keys.
@@ -29,6 +25,8 @@ constexpr size_t WidthOfTimes = 26, WidthOfCalls = 10;
 
 const char Keys[] = "[o]verview [t]hreads [c]pu [a]llocs [g]arbage [l]ive [m]onitors "
                     "[e]xceptions [b]y [s]ort [p]ause [h]elp [q]uit";
+const char KeyOfMany[] = "[j]vm ";
+const char HelpOfMany[] = "  j  one JVM after the other, and all again\n";
 const char Help[] = "Keys\n\n"
                     "  o  overview: methods, threads, allocations\n"
                     "  t  threads in place of methods, and back\n"
@@ -42,48 +40,6 @@ const char Help[] = "Keys\n\n"
                     "  h  this help, and back\n"
                     "  q  quit\n";
 
-// Keys of Moment::events.
-enum Event { BlockedNs, Exceptions };
-
-void lookAtAllocations(DB& db, const Selection& selection, Moment& moment) {
-    Profile profile = makeAllocationProfile(db);
-    mergeGeneratedNames(profile);
-    select(profile, selection);
-    moment.estimated = profile.samplingInterval > 0;
-    for (const Charge& charge : profile.charges) {
-        const std::string name = allocatedClass(profile, charge.frame);
-        moment.allocatedBytes[name] += charge.own;
-        moment.allocatedObjects[name] += charge.count;
-    }
-}
-
-void lookAtTelemetry(DB& db, Moment& moment) {
-    db.telemetryTable->eachRecord([&](int, const TelemetryRecord& record) {
-        if (record.stamp > 0) { // the newest stands last
-            moment.heapUsedBytes = int64_t(record.values[TELE_HEAP_MEMORY_USED_KB]) * 1024;
-            moment.liveThreads = record.values[TELE_LIVE_THREAD_COUNT];
-        }
-    });
-}
-
-// What was spent between two moments, largest first. Data that was cleared in between counts from
-// nothing.
-template <typename Key>
-std::vector<std::pair<Key, int64_t>> spent(const std::map<Key, int64_t>& before,
-                                           const std::map<Key, int64_t>& now) {
-    std::vector<std::pair<Key, int64_t>> result;
-    for (const auto& [key, sum] : now) {
-        auto old = before.find(key);
-        int64_t delta = old == before.end() || old->second > sum ? sum : sum - old->second;
-        if (delta > 0) {
-            result.emplace_back(key, delta);
-        }
-    }
-    std::stable_sort(result.begin(), result.end(),
-                     [](const auto& a, const auto& b) { return a.second > b.second; });
-    return result;
-}
-
 std::string threadName(const Profile& profile, int trn) {
     for (const ProfileThread& thread : profile.threads) {
         if (thread.trn == trn) {
@@ -93,104 +49,43 @@ std::string threadName(const Profile& profile, int trn) {
     return "<thread " + std::to_string(trn) + ">";
 }
 
+std::string labelOf(const AgentInfo& info) {
+    return printable(info.sessionName) + " (" + std::to_string(info.pid) + ")";
+}
+
+const char* nameOf(JvmState state) {
+    static const char* names[] = {"up", "no answer", "gone"};
+    return names[int(state)];
+}
+
 } // namespace
 
-Grouping TopChoices::usualGrouping(Shown what) {
-    return what == Shown::Cpu || what == Shown::Monitors ? Grouping::Method : Grouping::Class;
-}
-
-void Moment::takeViewsOf(const Moment& later) {
-    allocatedBytes = later.allocatedBytes;
-    allocatedObjects = later.allocatedObjects;
-    shown = later.shown;
-    shownNs = later.shownNs;
-}
-
-Moment look(DB& db, const TopChoices& choices) {
-    Moment moment;
-    moment.timeNs = moment.shownNs = Platform::monotonicTimeNs();
-    if (choices.show) {
-        moment.shown = readEvents(db, *choices.show, true, choices.selection);
-    } else if (choices.allocations) {
-        lookAtAllocations(db, choices.selection, moment);
-    }
-    lookAtTelemetry(db, moment);
-    moment.profile = makeProfile(db);
-    const MonitorUses monitors = readMonitors(db, moment.profile);
-    mergeGeneratedNames(moment.profile);
-    const StackSelector selector(moment.profile, choices.selection);
-    for (const MonitorUse& use : monitors.uses) {
-        if (use.kind == WaitKind::Blocked && selector.keeps(use.waiter, use.frame)) {
-            moment.events[BlockedNs] += use.timeNs;
-        }
-    }
-    for (const ThrownRow& row : readExceptions(db, moment.profile)) {
-        moment.events[Exceptions] += selector.keeps(row.thread, row.throwFrame) ? row.count : 0;
-    }
-    selector.apply(moment.profile);
-    for (const HotMethod& method :
-         hotMethods(makeCallTree(moment.profile, {choices.filters, -1}))) {
-        moment.methodOwn[method.method] = method.own;
-        moment.methodTotal[method.method] = method.total;
-        moment.methodCalls[method.method] = method.count;
-    }
-    for (const ThreadTime& time : threadTimes(moment.profile)) {
-        moment.threadOwn[moment.profile.threads[size_t(time.thread)].trn] += time.own;
-    }
-    return moment;
-}
-
-void TopView::show(const Moment& before, const Moment& now, const TopChoices& chosen,
+void TopView::show(const std::vector<TopSubject>& toShow, const TopChoices& chosen,
                    bool keysCount) {
     choices = chosen;
     keys = keysCount;
-    compare(before, now);
+    subjects = &toShow;
+    parts.clear();
+    whole = 0;
+    for (const TopSubject& subject : toShow) {
+        if (subject.now && subject.state == JvmState::Up) {
+            parts.push_back({subject, isOfOne() ? "" : labelOf(subject.info),
+                             TopInterval(*subject.before, *subject.now, choices, reportChoices(),
+                                         !console.json)});
+            whole += parts.back().interval.whole;
+        }
+    }
     if (console.json) {
-        writeJson(now);
+        writeJson();
     } else {
         std::ostringstream text;
         Console page(text, console);
-        print(page, now);
+        print(page);
         console.outIsTerminal ? putOnScreen(text.str()) : void(console.out << text.str());
     }
     console.out << std::flush;
-}
-
-void TopView::compare(const Moment& before, const Moment& now) {
-    methods = spent(before.methodOwn, now.methodOwn);
-    auto called = spent(before.methodCalls, now.methodCalls);
-    calls = Sums(called.begin(), called.end());
-    Sums timed(methods.begin(), methods.end());
-    for (const auto& entry : called) {
-        if (!timed.count(entry.first)) {
-            methods.emplace_back(entry.first, 0); // called, in no time that can be measured
-        }
-    }
-    auto spentInAll = spent(before.methodTotal, now.methodTotal);
-    totals = Sums(spentInAll.begin(), spentInAll.end());
-    if (choices.byTotal) {
-        methods.clear();
-        for (const auto& [method, total] : spentInAll) {
-            methods.emplace_back(method, timed[method]);
-        }
-    }
-    threads = spent(before.threadOwn, now.threadOwn);
-    allocated = spent(before.allocatedBytes, now.allocatedBytes);
-    auto objects = spent(before.allocatedObjects, now.allocatedObjects);
-    allocatedObjects = NamedSums(objects.begin(), objects.end());
-    isEstimated = now.estimated;
-    auto happened = spent(before.events, now.events);
-    events = Sums(happened.begin(), happened.end());
-    sampled = now.profile.sampledCpu().since(before.profile.sampledCpu());
-    seconds = double(now.timeNs - before.timeNs) / 1e9;
-    whole = 0;
-    for (const auto& entry : methods) {
-        whole += entry.second;
-    }
-    if (choices.show) {
-        rates = eventRates(before.shown, now.shown, double(now.shownNs - before.shownNs) / 1e9,
-                           reportChoices(), !console.json);
-    }
+    parts.clear();
+    subjects = nullptr;
 }
 
 ReportChoices TopView::reportChoices() const {
@@ -203,17 +98,61 @@ ReportChoices TopView::reportChoices() const {
     return report;
 }
 
-void TopView::print(Console& page, const Moment& now) {
+bool TopView::hasCounts() const {
+    return std::any_of(parts.begin(), parts.end(),
+                       [](const Part& part) { return part.subject.now->profile.hasCounts; });
+}
+
+// They are asked together, and their intervals are about the same.
+double TopView::seconds() const {
+    double longest = 0;
+    for (const Part& part : parts) {
+        longest = std::max(longest, part.interval.seconds);
+    }
+    return longest;
+}
+
+// Of the lists that `list` gives of an interval, as one.
+template <typename List, typename Weight>
+std::vector<TopView::Line> TopView::heaviestLines(List list, size_t most, Weight weight) const {
+    std::vector<Line> lines;
+    for (const Part& part : parts) {
+        const auto& all = part.interval.*list;
+        for (size_t i = 0; i < std::min(most, all.size()); i++) {
+            lines.push_back({&part, i, weight(part.interval, all[i])});
+        }
+    }
+    std::stable_sort(lines.begin(), lines.end(),
+                     [](const Line& a, const Line& b) { return a.weight > b.weight; });
+    lines.resize(std::min(lines.size(), most));
+    return lines;
+}
+
+std::vector<TextTable::Column> TopView::withJvm(std::vector<TextTable::Column> columns) const {
+    if (!isOfOne()) {
+        columns.insert(columns.end() - 1, {"JVM"});
+    }
+    return columns;
+}
+
+std::vector<std::string> TopView::withJvm(const Part& part, std::vector<std::string> cells) const {
+    if (!isOfOne()) {
+        cells.insert(cells.end() - 1, part.jvm);
+    }
+    return cells;
+}
+
+void TopView::print(Console& page) {
     if (choices.withHelp) {
-        page.out << Help;
+        page.out << Help << (isOfMany ? HelpOfMany : "");
         return;
     }
-    const size_t headLines = printHead(page, now);
+    const size_t headLines = printHead(page);
     size_t lines = choices.top.value_or(MethodsShown), nameWidth = 150;
     const bool withAllocations = choices.allocations && !choices.show;
     if (page.outIsTerminal) {
         ScreenSize screen = screenSize(STDOUT_FILENO);
-        size_t taken = WidthOfTimes + (now.profile.hasCounts ? WidthOfCalls : 0) + 3; // "..."
+        size_t taken = WidthOfTimes + (hasCounts() ? WidthOfCalls : 0) + 3; // "..."
         nameWidth = std::clamp(size_t(screen.columns), taken + 10, taken + nameWidth) - taken;
         if (!choices.top) {
             const size_t other =
@@ -221,14 +160,17 @@ void TopView::print(Console& page, const Moment& now) {
             lines = std::clamp(size_t(screen.rows), other + 1, other + lines) - other;
         }
     }
+    if (parts.empty()) {
+        return; // the head has told why
+    }
     if (!isMethodTable()) {
-        printShown(page, now);
+        printShown(page);
         return;
     }
     if (choices.cpu) {
-        printTimes(page, now.profile, lines, nameWidth);
+        printTimes(page, lines, nameWidth);
     } else if (choices.show) {
-        printShown(page, now);
+        printShown(page);
     }
     if (withAllocations) {
         page.out << (choices.cpu ? "\n" : "");
@@ -236,36 +178,55 @@ void TopView::print(Console& page, const Moment& now) {
     }
 }
 
-std::vector<std::string> TopView::headOf(const Moment& now) {
-    std::vector<std::string> parts = {
-        printable(agent.info.sessionName) + " (" + std::to_string(agent.info.pid) + ")",
-        (choices.cpu ? formatNs(whole) + " CPU" : std::string("CPU not sampled")) + " in " +
-            formatNs(int64_t(seconds * 1e9))};
-    if (choices.isPaused) {
-        parts.emplace_back("paused");
+std::vector<std::string> TopView::headOfOne(const TopSubject& subject) const {
+    std::vector<std::string> rest = {labelOf(subject.info)};
+    if (parts.empty()) {
+        rest.emplace_back(subject.state == JvmState::Up ? "no numbers yet" : nameOf(subject.state));
+        return rest;
     }
-    if (sampled.isKnown()) {
-        parts.push_back(samplingText(now.profile, sampled));
+    const TopInterval& interval = parts[0].interval;
+    const Moment& now = *subject.now;
+    rest.push_back((choices.cpu ? formatNs(whole) + " CPU" : std::string("CPU not sampled")) +
+                   " in " + formatNs(int64_t(interval.seconds * 1e9)));
+    if (choices.isPaused) {
+        rest.emplace_back("paused");
+    }
+    if (interval.sampled.isKnown()) {
+        rest.push_back(samplingText(now.profile, interval.sampled));
     }
     if (now.heapUsedBytes >= 0) {
-        parts.push_back("heap " + formatBytes(now.heapUsedBytes));
-        parts.push_back("threads " + std::to_string(now.liveThreads));
+        rest.push_back("heap " + formatBytes(now.heapUsedBytes));
+        rest.push_back("threads " + std::to_string(now.liveThreads));
     }
-    if (events.count(BlockedNs)) {
-        parts.push_back("blocked " + formatNs(events[BlockedNs]));
+    if (interval.events.count(TopInterval::BlockedNs)) {
+        rest.push_back("blocked " + formatNs(interval.event(TopInterval::BlockedNs)));
     }
-    if (events.count(Exceptions)) {
-        parts.push_back("exceptions " + formatCount(events[Exceptions]));
+    if (interval.events.count(TopInterval::Exceptions)) {
+        rest.push_back("exceptions " + formatCount(interval.event(TopInterval::Exceptions)));
     }
-    return parts;
+    return rest;
+}
+
+std::vector<std::string> TopView::headOf() const {
+    if (isOfOne()) {
+        return headOfOne(subjects->front());
+    }
+    std::vector<std::string> head = {
+        std::to_string(subjects->size()) + " JVMs",
+        (choices.cpu ? formatNs(whole) + " CPU" : std::string("CPU not sampled")) + " in " +
+            formatNs(int64_t(seconds() * 1e9))};
+    if (choices.isPaused) {
+        head.emplace_back("paused");
+    }
+    return head;
 }
 
 // On a terminal what does not fit goes on in another line. Returns how many there are.
-size_t TopView::printHead(Console& page, const Moment& now) {
+size_t TopView::printHead(Console& page) {
     const size_t columns =
         page.outIsTerminal ? size_t(screenSize(STDOUT_FILENO).columns) : SIZE_MAX;
     size_t lines = 0, used = columns;
-    for (const std::string& part : headOf(now)) {
+    for (const std::string& part : headOf()) {
         const size_t width = displayWidth(part);
         const bool fits = lines > 0 && width + 2 <= columns - used;
         page.out << (fits ? "  " : lines > 0 ? "\n" : "") << part;
@@ -273,15 +234,76 @@ size_t TopView::printHead(Console& page, const Moment& now) {
         lines += fits ? 0 : 1;
     }
     page.out << "\n\n";
-    return lines;
+    return lines + (isOfOne() ? 0 : printJvms(page));
 }
 
-void TopView::printShown(Console& page, const Moment& now) {
-    if (now.shown.rows.empty()) {
-        page.out << capitalized(whyEmpty(*choices.show, source, now.shown.isKnown)) << "\n";
+const TopView::Part* TopView::partOf(const TopSubject& subject) const {
+    const auto found = std::find_if(parts.begin(), parts.end(),
+                                    [&](const Part& part) { return &part.subject == &subject; });
+    return found == parts.end() ? nullptr : &*found;
+}
+
+// A line for each JVM, the busiest first, those without numbers last.
+size_t TopView::printJvms(Console& page) {
+    std::vector<std::pair<const TopSubject*, const Part*>> rows;
+    for (const TopSubject& subject : *subjects) {
+        rows.emplace_back(&subject, partOf(subject));
+    }
+    std::stable_sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
+        const auto weight = [](const Part* part) { return part ? part->interval.whole : -1; };
+        return weight(a.second) > weight(b.second);
+    });
+    const size_t most = page.outIsTerminal ? JvmsShown : rows.size();
+    TextTable table({{"CPU%", TextTable::Right},
+                     {"CPU", TextTable::Right},
+                     {"HEAP", TextTable::Right},
+                     {"THREADS", TextTable::Right},
+                     {"BLOCKED", TextTable::Right},
+                     {"EXCEPTIONS", TextTable::Right},
+                     {"STATE"},
+                     {"JVM"}});
+    for (size_t i = 0; i < std::min(most, rows.size()); i++) {
+        const auto& [subject, part] = rows[i];
+        std::vector<std::string> cells(6, "-");
+        if (part) {
+            const TopInterval& interval = part->interval;
+            const Moment& now = *subject->now;
+            const bool hasMemory = now.heapUsedBytes >= 0;
+            cells = {formatPercent(percentOf(interval.whole, int64_t(interval.seconds * 1e9))),
+                     formatNs(interval.whole),
+                     hasMemory ? formatBytes(now.heapUsedBytes) : "-",
+                     hasMemory ? std::to_string(now.liveThreads) : "-",
+                     formatNs(interval.event(TopInterval::BlockedNs)),
+                     formatCount(interval.event(TopInterval::Exceptions))};
+        }
+        cells.emplace_back(subject->state == JvmState::Up && !part ? "new"
+                                                                   : nameOf(subject->state));
+        cells.push_back(labelOf(subject->info));
+        table.add(cells);
+    }
+    table.print(page);
+    const size_t hidden = rows.size() - std::min(most, rows.size());
+    if (hidden > 0) {
+        page.out << "and " << hidden << " more\n";
+    }
+    page.out << "\n";
+    return std::min(most, rows.size()) + (hidden > 0 ? 3 : 2);
+}
+
+void TopView::printShown(Console& page) {
+    std::vector<JvmRates> rates;
+    for (const Part& part : parts) {
+        if (!part.subject.now->shown.rows.empty()) {
+            rates.push_back({part.jvm, part.subject.now->shown, part.interval.rates});
+        }
+    }
+    if (rates.empty()) {
+        const TopSubject& first = parts[0].subject;
+        page.out << capitalized(whyEmpty(*choices.show, first.source, first.now->shown.isKnown))
+                 << "\n";
         return;
     }
-    printRates(page, now.shown, rates, reportChoices());
+    printRates(page, rates, reportChoices());
 }
 
 // As much of it as there is room for; a line that wraps would push others off.
@@ -297,124 +319,176 @@ void TopView::putOnScreen(const std::string& text) {
     }
     if (keys) {
         console.out << "\033[" << screen.rows << ";1H"
-                    << console.styled(fitted(Keys, columns), "2");
+                    << console.styled(
+                           fitted(std::string(isOfMany ? KeyOfMany : "") + Keys, columns), "2");
     }
 }
 
-void TopView::printTimes(Console& page, const Profile& profile, size_t lines, size_t nameWidth) {
+void TopView::printTimes(Console& page, size_t lines, size_t nameWidth) {
     if (choices.threadsOnly) {
-        printThreads(page, profile, lines + ThreadsShown, nameWidth);
+        printThreads(page, lines + ThreadsShown, nameWidth);
         return;
     }
-    printMethods(page, profile, lines, nameWidth);
-    printThreads(page, profile, ThreadsShown, nameWidth);
+    printMethods(page, lines, nameWidth);
+    printThreads(page, ThreadsShown, nameWidth);
 }
 
-void TopView::printMethods(Console& page, const Profile& profile, size_t lines, size_t nameWidth) {
+void TopView::printMethods(Console& page, size_t lines, size_t nameWidth) {
+    const auto valueIn = [](const Sums& sums, int method) {
+        const auto found = sums.find(method);
+        return found == sums.end() ? 0 : found->second;
+    };
     std::vector<TextTable::Column> columns = {
         {"OWN%", TextTable::Right}, {"OWN", TextTable::Right}, {"TOTAL%", TextTable::Right}};
-    if (profile.hasCounts) {
+    const bool withCounts = hasCounts();
+    if (withCounts) {
         columns.push_back({"CALLS", TextTable::Right});
     }
     columns.push_back({"METHOD"});
-    TextTable table(columns);
-    for (size_t i = 0; i < std::min(lines, methods.size()); i++) {
-        const auto& [method, ns] = methods[i];
-        std::vector<std::string> cells = {formatPercent(percentOf(ns, whole)), formatNs(ns),
-                                          formatPercent(percentOf(totals[method], whole))};
-        if (profile.hasCounts) {
-            cells.push_back(formatCount(calls[method]));
+    TextTable table(withJvm(columns));
+    const auto weight = [&](const TopInterval& interval, const std::pair<int, int64_t>& method) {
+        return choices.byTotal ? valueIn(interval.totals, method.first) : method.second;
+    };
+    for (const Line& line : heaviestLines(&TopInterval::methods, lines, weight)) {
+        const TopInterval& interval = line.part->interval;
+        const auto& [method, ns] = interval.methods[line.index];
+        std::vector<std::string> cells = {
+            formatPercent(percentOf(ns, whole)), formatNs(ns),
+            formatPercent(percentOf(valueIn(interval.totals, method), whole))};
+        if (withCounts) {
+            cells.push_back(formatCount(valueIn(interval.calls, method)));
         }
-        cells.push_back(printable(methodName(profile, method, false), nameWidth));
-        table.add(cells);
+        cells.push_back(
+            printable(methodName(line.part->subject.now->profile, method, false), nameWidth));
+        table.add(withJvm(*line.part, cells));
     }
     table.print(page);
     page.out << "\n";
 }
 
-void TopView::printThreads(Console& page, const Profile& profile, size_t most, size_t nameWidth) {
-    TextTable threadTable({{"CPU%", TextTable::Right}, {"CPU", TextTable::Right}, {"THREAD"}});
-    for (size_t i = 0; i < std::min(most, threads.size()); i++) {
-        threadTable.add({formatPercent(percentOf(threads[i].second, int64_t(seconds * 1e9))),
-                         formatNs(threads[i].second),
-                         printable(threadName(profile, threads[i].first), nameWidth)});
-    }
-    threadTable.print(page);
-}
-
-void TopView::printAllocations(Console& page, size_t nameWidth) {
-    const auto perSecond = [&](int64_t sum) { return int64_t(double(sum) / seconds); };
-    TextTable table({{"BYTES/S", TextTable::Right},
-                     {"OBJECTS/S", TextTable::Right},
-                     {isEstimated ? "ALLOCATED (ESTIMATES), BY CLASS" : "ALLOCATED, BY CLASS"}});
-    for (size_t i = 0; i < std::min(AllocationsShown, allocated.size()); i++) {
-        const auto& [name, bytes] = allocated[i];
-        table.add({formatBytes(perSecond(bytes)), formatCount(perSecond(allocatedObjects[name])),
-                   printable(name, nameWidth)});
+void TopView::printThreads(Console& page, size_t most, size_t nameWidth) {
+    TextTable table(withJvm({{"CPU%", TextTable::Right}, {"CPU", TextTable::Right}, {"THREAD"}}));
+    const auto weight = [](const TopInterval&, const auto& thread) { return thread.second; };
+    for (const Line& line : heaviestLines(&TopInterval::threads, most, weight)) {
+        const TopInterval& interval = line.part->interval;
+        const auto& [trn, ns] = interval.threads[line.index];
+        table.add(
+            withJvm(*line.part,
+                    {formatPercent(percentOf(ns, int64_t(interval.seconds * 1e9))), formatNs(ns),
+                     printable(threadName(line.part->subject.now->profile, trn), nameWidth)}));
     }
     table.print(page);
 }
 
-void TopView::writeAllocations(JsonWriter& json) {
-    json.key("allocations").beginObject().field("estimated", isEstimated).field("by", "class");
+void TopView::printAllocations(Console& page, size_t nameWidth) {
+    const bool isEstimated = std::any_of(
+        parts.begin(), parts.end(), [](const Part& part) { return part.interval.isEstimated; });
+    TextTable table(
+        withJvm({{"BYTES/S", TextTable::Right},
+                 {"OBJECTS/S", TextTable::Right},
+                 {isEstimated ? "ALLOCATED (ESTIMATES), BY CLASS" : "ALLOCATED, BY CLASS"}}));
+    const auto weight = [](const TopInterval&, const auto& allocated) { return allocated.second; };
+    for (const Line& line : heaviestLines(&TopInterval::allocated, AllocationsShown, weight)) {
+        const TopInterval& interval = line.part->interval;
+        const auto perSecond = [&](int64_t sum) { return int64_t(double(sum) / interval.seconds); };
+        const auto& [name, bytes] = interval.allocated[line.index];
+        table.add(withJvm(*line.part, {formatBytes(perSecond(bytes)),
+                                       formatCount(perSecond(interval.allocatedObjects.at(name))),
+                                       printable(name, nameWidth)}));
+    }
+    table.print(page);
+}
+
+void TopView::writeAllocations(JsonWriter& json, const TopInterval& interval) {
+    const auto& allocated = interval.allocated;
+    json.key("allocations")
+        .beginObject()
+        .field("estimated", interval.isEstimated)
+        .field("by", "class");
     json.key("groups").beginArray();
     for (size_t i = 0; i < std::min(choices.top.value_or(MethodsShown), allocated.size()); i++) {
         const auto& [name, bytes] = allocated[i];
         json.beginObject().field("class", name).field("bytes", bytes);
-        json.field("objects", allocatedObjects[name]).endObject();
+        json.field("objects", interval.allocatedObjects.at(name)).endObject();
     }
     json.endArray().endObject();
 }
 
-void TopView::writeMethods(JsonWriter& json, const Profile& profile) {
+void TopView::writeMethods(JsonWriter& json, const TopInterval& interval, const Profile& profile) {
+    Sums totals = interval.totals, calls = interval.calls;
+    const auto& methods = interval.methods;
     json.key("methods").beginArray();
     for (size_t i = 0; i < std::min(choices.top.value_or(MethodsShown), methods.size()); i++) {
         const auto& [method, ns] = methods[i];
         json.beginObject().field("name", methodName(profile, method, false));
         json.field("ownNs", ns).field("totalNs", totals[method]);
-        json.field("ownPercent", percentOf(ns, whole));
+        json.field("ownPercent", percentOf(ns, interval.whole));
         if (profile.hasCounts) {
             json.field("calls", calls[method]);
         }
         json.endObject();
     }
     json.endArray().key("threads").beginArray();
-    for (const auto& [trn, ns] : threads) {
+    for (const auto& [trn, ns] : interval.threads) {
         json.beginObject().field("trn", trn).field("name", threadName(profile, trn));
         json.field("ownNs", ns).endObject();
     }
     json.endArray();
 }
 
-void TopView::writeShown(JsonWriter& json, const Moment& now) {
-    json.key("view").beginObject().field("show", nameOf(*choices.show).option);
+void TopView::writeShown(JsonWriter& json, const TopInterval& interval, const Moment& now) {
+    json.key("view").beginObject().field("show", vdk::nameOf(*choices.show).option);
     if (now.shown.profile.measure->isOfObjects()) {
         writeEstimate(json, now.shown.profile);
     }
-    writeRates(json, now.shown, rates, reportChoices());
+    writeRates(json, now.shown, interval.rates, reportChoices());
     json.endObject();
 }
 
-void TopView::writeJson(const Moment& now) {
-    JsonDocument json(console, "vdk.top/1", false);
-    json.field("pid", agent.info.pid);
-    json.field("session", agent.info.sessionName);
-    json.field("intervalNs", int64_t(seconds * 1e9)).field("totalNs", whole);
-    writeSampled(json, sampled);
+void TopView::writeJvm(JsonWriter& json, const TopSubject& subject, const Part* part) {
+    json.field("pid", subject.info.pid);
+    json.field("session", subject.info.sessionName);
+    if (isOfMany) {
+        json.field("state", nameOf(subject.state));
+    }
+    if (!part) {
+        return;
+    }
+    const TopInterval& interval = part->interval;
+    const Moment& now = *subject.now;
+    json.field("intervalNs", int64_t(interval.seconds * 1e9)).field("totalNs", interval.whole);
+    writeSampled(json, interval.sampled);
     writeSampler(json, now.profile);
     if (now.heapUsedBytes >= 0) {
         json.field("heapUsedBytes", now.heapUsedBytes).field("liveThreads", now.liveThreads);
     }
-    json.field("blockedNs", events[BlockedNs]).field("exceptions", events[Exceptions]);
+    json.field("blockedNs", interval.event(TopInterval::BlockedNs));
+    json.field("exceptions", interval.event(TopInterval::Exceptions));
     if (choices.allocations && !choices.show) {
-        writeAllocations(json);
+        writeAllocations(json, interval);
     }
     if (isMethodTable()) {
-        writeMethods(json, now.profile);
+        writeMethods(json, interval, now.profile);
     }
     if (choices.show) {
-        writeShown(json, now);
+        writeShown(json, interval, now);
     }
+}
+
+void TopView::writeJson() {
+    JsonDocument json(console, "vdk.top/1", false);
+    if (!isOfMany) {
+        writeJvm(json, subjects->front(), &parts.front());
+        json.end();
+        return;
+    }
+    json.field("totalNs", whole).key("jvms").beginArray();
+    for (const TopSubject& subject : *subjects) {
+        json.beginObject();
+        writeJvm(json, subject, partOf(subject));
+        json.endObject();
+    }
+    json.endArray();
     json.end();
 }
 

@@ -1,99 +1,86 @@
 // What `vdk top` shows of an interval: the overview of methods and threads, or one view of what is
-// recorded.
+// recorded; of one JVM, or of several together.
 #pragma once
 
-#include "client/commands/Sources.h"
-#include "client/profile/EventRates.h"
+#include "client/commands/TopMoment.h"
 
-#include <map>
-#include <optional>
+#include <string>
+#include <vector>
 
 namespace vdk {
 
-// What is looked at.
-struct TopChoices {
-    bool filters = false;
-    bool cpu = false;          // it is sampled or traced
-    bool allocations = false;  // they are recorded
-    std::optional<Shown> show; // the overview without one
-    Grouping by = Grouping::None;
-    std::optional<size_t> top; // lines of a list, if the user wants so many
-    Selection selection;
-    bool byTotal = false;     // methods in the order of their totals
-    bool threadsOnly = false; // threads in place of methods
-    bool isPaused = false;    // what is on the screen stays
-    bool withHelp = false;    // what keys do, in place of all else
+enum class JvmState { Up, Silent, Gone };
 
-    // The way that a view is grouped unless the user says otherwise.
-    static Grouping usualGrouping(Shown what);
+// A JVM in the view. Without two moments it has no numbers (yet).
+struct TopSubject {
+    const AgentInfo& info;
+    const DataSource& source; // for what explains an empty view
+    JvmState state;
+    const Moment* before;
+    const Moment* now;
 };
-
-// Times or numbers of calls by key at one moment; what was spent since the last moment is the
-// difference.
-using Sums = std::map<int, int64_t>;
-// By name of a class.
-using NamedSums = std::map<std::string, int64_t>;
-
-struct Moment {
-    Profile profile;
-    Sums methodOwn, methodTotal, methodCalls, threadOwn, events;
-    NamedSums allocatedBytes, allocatedObjects;
-    bool estimated = false; // the allocations
-    int64_t heapUsedBytes = -1, liveThreads = 0;
-    int64_t timeNs = 0;  // by the monotonic clock
-    EventData shown;     // of the view
-    int64_t shownNs = 0; // when that was looked at
-
-    // Takes what only some views look at from a later moment, so that their interval begins there.
-    void takeViewsOf(const Moment& later);
-};
-
-Moment look(DB& db, const TopChoices& choices);
 
 class TopView {
 public:
-    TopView(Console& console, const LiveAgent& agent, const DataSource& source)
-        : console(console), agent(agent), source(source) {}
+    // With `isOfMany` JSON has a list of JVMs, and there is a key that goes through them.
+    TopView(Console& console, bool isOfMany) : console(console), isOfMany(isOfMany) {}
 
-    // Shows the interval between two moments. On a terminal all of the screen is used, with `keys`
-    // the last line for these.
-    void show(const Moment& before, const Moment& now, const TopChoices& choices, bool keys);
+    // Shows the intervals of the JVMs. On a terminal all of the screen is used, with `keys` the
+    // last line for these.
+    void show(const std::vector<TopSubject>& subjects, const TopChoices& choices, bool keys);
 
 private:
-    void compare(const Moment& before, const Moment& now);
-    void print(Console& page, const Moment& now);
-    void printTimes(Console& page, const Profile& profile, size_t lines, size_t nameWidth);
-    std::vector<std::string> headOf(const Moment& now);
-    size_t printHead(Console& page, const Moment& now);
-    void printMethods(Console& page, const Profile& profile, size_t lines, size_t nameWidth);
-    void printThreads(Console& page, const Profile& profile, size_t most, size_t nameWidth);
-    void printAllocations(Console& page, size_t nameWidth);
-    void printShown(Console& page, const Moment& now);
-    void putOnScreen(const std::string& text);
-    void writeJson(const Moment& now);
-    void writeAllocations(JsonWriter& json);
-    void writeMethods(JsonWriter& json, const Profile& profile);
-    void writeShown(JsonWriter& json, const Moment& now);
+    struct Part {
+        const TopSubject& subject;
+        std::string jvm; // as columns have it; empty where there is one JVM
+        TopInterval interval;
+    };
+    // A line of a list: whose it is, and which of that one's.
+    struct Line {
+        const Part* part;
+        size_t index;
+        int64_t weight;
+    };
 
+    void print(Console& page);
+    void printTimes(Console& page, size_t lines, size_t nameWidth);
+    std::vector<std::string> headOf() const;
+    std::vector<std::string> headOfOne(const TopSubject& subject) const;
+    size_t printHead(Console& page);
+    size_t printJvms(Console& page);
+    void printMethods(Console& page, size_t lines, size_t nameWidth);
+    void printThreads(Console& page, size_t most, size_t nameWidth);
+    void printAllocations(Console& page, size_t nameWidth);
+    void printShown(Console& page);
+    void putOnScreen(const std::string& text);
+    void writeJson();
+    void writeJvm(JsonWriter& json, const TopSubject& subject, const Part* part);
+    void writeAllocations(JsonWriter& json, const TopInterval& interval);
+    void writeMethods(JsonWriter& json, const TopInterval& interval, const Profile& profile);
+    void writeShown(JsonWriter& json, const TopInterval& interval, const Moment& now);
+
+    template <typename List, typename Weight>
+    std::vector<Line> heaviestLines(List list, size_t most, Weight weight) const;
+    // Null for one without numbers.
+    const Part* partOf(const TopSubject& subject) const;
+    bool isOfOne() const { return subjects->size() == 1; }
+    // The columns of a list, with one for the JVM ahead of the last.
+    std::vector<TextTable::Column> withJvm(std::vector<TextTable::Column> columns) const;
+    std::vector<std::string> withJvm(const Part& part, std::vector<std::string> cells) const;
+    bool hasCounts() const;
+    double seconds() const;
     bool isMethodTable() const {
         return !choices.show || (choices.show == Shown::Cpu && choices.by == Grouping::Method);
     }
     ReportChoices reportChoices() const;
 
     Console& console;
-    const LiveAgent& agent;
-    const DataSource& source; // for what explains an empty view
+    const bool isOfMany;
     TopChoices choices;
     bool keys = false;
-    std::vector<std::pair<int, int64_t>> methods, threads;
-    std::vector<std::pair<std::string, int64_t>> allocated;
-    NamedSums allocatedObjects;
-    bool isEstimated = false; // what was allocated
-    Sums totals, calls, events;
-    int64_t whole = 0;
-    SampledCpu sampled;
-    EventRates rates;
-    double seconds = 0;
+    const std::vector<TopSubject>* subjects = nullptr; // while they are shown
+    std::vector<Part> parts;                           // of those with numbers
+    int64_t whole = 0;                                 // CPU time of all
 };
 
 } // namespace vdk

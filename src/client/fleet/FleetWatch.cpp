@@ -17,8 +17,6 @@ using std::chrono::milliseconds;
 constexpr int LookingPart = 3;
 // The part that JVMs may take which were not ready the last time.
 constexpr int SecondTryPart = 10;
-// How long a port without a marker is given to answer as an agent.
-constexpr int PatienceMs = 1000;
 // An update of a JVM's tables that is larger than this is refused.
 constexpr long MostBytes = 256L << 20;
 
@@ -61,11 +59,7 @@ public:
         }
         return {{"pid", std::to_string(jvm.pid)}, {"session", printable(jvm.session, 100)}};
     }
-    // Another process of the same id, or another agent in it.
-    bool isStill(const Jvm& other) const {
-        return other.port == jvm.port && other.session == jvm.session &&
-               other.dataFile == jvm.dataFile;
-    }
+    bool isStill(const Jvm& other) const { return JvmSearch::isSame(jvm, other); }
 
 private:
     void read() {
@@ -122,49 +116,18 @@ private:
 };
 
 FleetWatch::FleetWatch(FleetChoices choices)
-    : choices(std::move(choices)), looking([this] { lookAround(); }) {
-    for (const std::string& target : this->choices.targets) {
-        Endpoint endpoint;
-        if (parseEndpoint(target, endpoint)) {
-            targets[target] = std::make_unique<Target>(endpoint, this->choices.timeoutMs);
-        }
+    : choices(std::move(choices)), search(this->choices.targets) {
+    for (const auto& [target, endpoint] : search.addresses()) {
+        targets[target] = std::make_unique<Target>(endpoint, this->choices.timeoutMs);
     }
 }
 
 FleetWatch::~FleetWatch() = default;
 
-void FleetWatch::lookAround() {
-    try {
-        Machine machine;
-        machine.patienceMs = PatienceMs;
-        std::vector<Jvm> seen = machine.finder.findAll();
-        seen.erase(std::remove_if(seen.begin(), seen.end(),
-                                  [&](const Jvm& jvm) { return !isWanted(jvm); }),
-                   seen.end());
-        found = std::move(seen);
-    } catch (const std::exception&) {
-        found.clear(); // interrupted, or no memory: the next look tells
-    }
-}
-
-bool FleetWatch::isWanted(const Jvm& jvm) const {
-    if (!jvm.isProfiled()) {
-        return false;
-    }
-    const auto names = [&](const std::string& target) {
-        const auto pid = parseNumber(target, 1, INT32_MAX);
-        return pid ? *pid == jvm.pid
-                   : containsIgnoringCase(jvm.mainName, target) ||
-                         containsIgnoringCase(jvm.session, target);
-    };
-    return choices.targets.empty() ||
-           std::any_of(choices.targets.begin(), choices.targets.end(), names);
-}
-
 // New JVMs get a target, those that are gone lose theirs.
 void FleetWatch::followJvms() {
     std::map<std::string, const Jvm*> seen;
-    for (const Jvm& jvm : found) {
+    for (const Jvm& jvm : search.found()) {
         seen[std::to_string(jvm.pid)] = &jvm;
     }
     for (auto entry = targets.begin(); entry != targets.end();) {
@@ -199,8 +162,7 @@ std::string FleetWatch::scrape(MetricForm form, int deadlineMs) {
     const std::lock_guard<std::mutex> lock(scraping);
     const Clock::time_point begin = Clock::now();
     const Clock::time_point deadline = begin + milliseconds(deadlineMs);
-    looking.begin();
-    if (looking.await(begin + milliseconds(deadlineMs / LookingPart))) {
+    if (search.look(begin + milliseconds(deadlineMs / LookingPart))) {
         followJvms();
     }
     for (const auto& [key, target] : targets) {

@@ -2,8 +2,8 @@
 // others nothing, and a reading is over at its deadline whatever JVMs do.
 #pragma once
 
-#include "client/fleet/Errand.h"
 #include "client/fleet/JvmMetrics.h"
+#include "client/fleet/JvmSearch.h"
 
 #include <atomic>
 #include <map>
@@ -34,17 +34,13 @@ public:
 private:
     class Target;
 
-    void lookAround();
-    bool isWanted(const Jvm& jvm) const;
     void followJvms();
 
     const FleetChoices choices;
-    std::mutex scraping; // one at a time
-    // Written by the errand alone.
-    std::vector<Jvm> found;
+    std::mutex scraping;                                    // one at a time
     std::map<std::string, std::unique_ptr<Target>> targets; // by pid, or by address
     std::vector<std::unique_ptr<Target>> leaving; // of JVMs that have ended, still at work
-    Errand looking;
+    JvmSearch search;
 };
 
 } // namespace vdk

@@ -135,20 +135,42 @@ cellsOf(const EventData& now, const EventRate& rate, const EventRate& all, const
     return cells;
 }
 
-void printList(Console& console, const EventData& now, const KindRates& kind, const Rates& rates,
+// A list's lines know whose they are.
+struct Part {
+    const JvmRates& jvm;
+    const KindRates& kind;
+    Rates rates;
+};
+
+void printList(Console& console, const std::vector<Part>& parts, const EventRate& all,
                const ReportChoices& choices) {
+    const EventData& first = parts[0].jvm.now;
+    const bool isOfOne = parts[0].jvm.jvm.empty();
     std::vector<TextTable::Column> columns;
-    for (const auto& cell : cellsOf(now, kind.all, kind.all, rates)) {
+    for (const auto& cell : cellsOf(first, all, all, parts[0].rates)) {
         columns.push_back({cell.first, TextTable::Right});
     }
+    if (!isOfOne) {
+        columns.push_back({"JVM"});
+    }
     columns.push_back({groupingTitle(choices.by)});
+    std::map<std::pair<std::string, size_t>, EventRate> groups;
+    for (size_t i = 0; i < parts.size(); i++) {
+        for (const auto& [name, rate] : parts[i].kind.groups) {
+            groups[{name, i}] = rate;
+        }
+    }
     TextTable table(columns);
-    for (const auto& [name, rate] : heaviest(kind.groups, choices.top, weightOf(isLevel(now)))) {
+    for (const auto& [key, rate] : heaviest(groups, choices.top, weightOf(isLevel(first)))) {
+        const Part& part = parts[key.second];
         std::vector<std::string> line;
-        for (const auto& cell : cellsOf(now, rate, kind.all, rates)) {
+        for (const auto& cell : cellsOf(part.jvm.now, rate, all, part.rates)) {
             line.push_back(cell.second);
         }
-        line.push_back(printable(name));
+        if (!isOfOne) {
+            line.push_back(part.jvm.jvm);
+        }
+        line.push_back(printable(key.first));
         table.add(line);
     }
     table.print(console);
@@ -229,13 +251,23 @@ EventRates eventRates(const EventData& before, const EventData& now, double seco
     return rates;
 }
 
-void printRates(Console& console, const EventData& now, const EventRates& eventRates,
-                const ReportChoices& choices) {
-    const Rates rates(now, eventRates.seconds);
+void printRates(Console& console, const std::vector<JvmRates>& jvms, const ReportChoices& choices) {
+    std::map<std::string, std::vector<Part>> kinds;
+    for (const JvmRates& jvm : jvms) {
+        for (const auto& [name, kind] : jvm.rates.kinds) {
+            kinds[name].push_back({jvm, kind, Rates(jvm.now, jvm.rates.seconds)});
+        }
+    }
     bool isFirst = true;
-    for (const auto& [name, kind] : eventRates.kinds) {
-        const std::string sum = now.unit.format(kind.all.sum.amount);
-        const std::string change = rates.amount(kind.all.interval.amount) + "/s";
+    for (const auto& [name, parts] : kinds) {
+        const EventData& now = parts[0].jvm.now;
+        EventRate all;
+        for (const Part& part : parts) {
+            all.sum += part.kind.all.sum;
+            all.interval += part.kind.all.interval;
+        }
+        const std::string sum = now.unit.format(all.sum.amount);
+        const std::string change = parts[0].rates.amount(all.interval.amount) + "/s";
         console.out << (isFirst ? "" : "\n")
                     << console.styled(std::string(now.unit.title) + " by " +
                                           groupingName(choices.by) +
@@ -245,10 +277,13 @@ void printRates(Console& console, const EventData& now, const EventRates& eventR
                     << (isLevel(now) ? " (" + sum + ", " + change + ")\n"
                                      : " (" + change + ", " + sum + " in all)\n");
         isFirst = false;
-        if (choices.by == Grouping::Tree) {
-            printTree(console, now, kind, rates, choices);
-        } else {
-            printList(console, now, kind, rates, choices);
+        if (choices.by != Grouping::Tree) {
+            printList(console, parts, all, choices);
+            continue;
+        }
+        for (const Part& part : parts) {
+            console.out << (part.jvm.jvm.empty() ? "" : part.jvm.jvm + "\n");
+            printTree(console, part.jvm.now, part.kind, part.rates, choices);
         }
     }
 }

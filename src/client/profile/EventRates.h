@@ -28,8 +28,16 @@ struct EventRates {
 EventRates eventRates(const EventData& before, const EventData& now, double seconds,
                       const ReportChoices& choices, bool pools);
 
-void printRates(Console& console, const EventData& now, const EventRates& rates,
-                const ReportChoices& choices);
+// What one JVM has of a view; `jvm` is empty where there is only one.
+struct JvmRates {
+    std::string jvm;
+    const EventData& now;
+    const EventRates& rates;
+};
+
+// Lists are of all JVMs together, the heaviest first, with a column for the JVM; trees follow one
+// another.
+void printRates(Console& console, const std::vector<JvmRates>& jvms, const ReportChoices& choices);
 // The fields "by" and "kinds", as writeGroups has them, and beside each number that of the
 // interval.
 void writeRates(JsonWriter& json, const EventData& now, const EventRates& rates,

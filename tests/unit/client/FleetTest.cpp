@@ -399,6 +399,44 @@ server.serve_forever()
     }
 }
 
+// By the state of a JVM in the lines of `vdk top --json`; false if they end without it.
+static bool awaitState(JavaProcess& top, const std::string& session, const std::string& state) {
+    top.output.clear(); // a state of now
+    return top.waitFor("\"session\":\"" + session + "\",\"state\":\"" + state + "\"");
+}
+
+TEST(Top, followsJvmsThatComeFallSilentAndEnd) {
+    const std::vector<std::string> homes = jdks("17");
+    const TempDir dir;
+    if (!hasAgent() || homes.empty() || !JavaProcess::compile(dir)) {
+        GTEST_SKIP() << "no JDK, or no agent";
+    }
+    const std::string name = "top" + std::to_string(getpid());
+    const auto first = startProfiled(homes[0], dir, name + "a");
+    JavaProcess top({builtFile("vdk"), "top", name, std::to_string(first->pid), "--interval",
+                     "200ms", "--count", "100000", "--json"},
+                    dir.file("top.err"));
+    ASSERT_TRUE(top.waitFor("Waiter.burn")) << TempDir::read(dir.file("top.err"));
+    EXPECT_NE(std::string::npos, top.output.find("{\"schema\":\"vdk.top/1\",\"totalNs\":"));
+    auto second = startProfiled(homes[0], dir, name + "b");
+    ASSERT_TRUE(awaitState(top, name + "b", "up"));
+    kill(second->pid, SIGSTOP);
+    ASSERT_TRUE(awaitState(top, name + "b", "no answer"));
+    kill(second->pid, SIGCONT);
+    ASSERT_TRUE(awaitState(top, name + "b", "up"));
+    second.reset();
+    ASSERT_TRUE(awaitState(top, name + "b", "gone"));
+    ASSERT_TRUE(awaitState(top, name + "a", "up"));
+    ASSERT_TRUE(top.waitFor("Waiter.burn"));
+
+    const Result list = run(builtFile("vdk") + " top " + name + " " + std::to_string(first->pid) +
+                            " --count 1 --show cpu --by package");
+    EXPECT_EQ(std::string::npos, list.out.find(" JVM ")) << "one JVM needs no column: " << list.out;
+    for (const char* wrong : {"", "--all x"}) {
+        EXPECT_EQ(2, run(builtFile("vdk") + " top " + wrong + " 2>&1").code) << wrong;
+    }
+}
+
 TEST(RemoteHost, wordsArriveAsTheyWereTyped) {
     const std::vector<std::string> line = {
         "table", "--host", "h",      "a b",        "it's \"$(id)\" `x`\\",

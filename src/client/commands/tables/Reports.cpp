@@ -39,10 +39,17 @@ const std::vector<Command> Table = {
      "and\n"
      "beside it the sums that `vdk report` shows; of live objects the sums and how they change. On "
      "a\n"
-     "terminal keys switch the view, sort, pause and more: h tells them.",
-     "vdk top app.jar\nvdk top app.jar --sample --interval 5s\nvdk top app.jar --count 3 --json\n"
+     "terminal keys switch the view, sort, pause and more: h tells them.\n"
+     "Of several JVMs, or with --all, lines of all stand in one list, with a column for the JVM; "
+     "those\n"
+     "that are started later and match a TARGET join, one that ends or does not answer stays as "
+     "that.\n"
+     "TARGET is then a process id, an address, or a part of the names of any number of JVMs.",
+     "vdk top app.jar\nvdk top --all\nvdk top app.jar --sample --interval 5s\nvdk top app.jar "
+     "--count 3 --json\n"
      "vdk top app.jar --show allocations --by method\nvdk top app.jar --show monitors --by tree",
-     {Target,
+     {{"TARGET", ValueKind::Target, "the JVM, or several", {}, false, true},
+      {"--all", ValueKind::None, "all profiled JVMs of the user, also those that come later"},
       {"--interval", ValueKind::Duration, "time between refreshes, at least 100ms (default 2s)"},
       {"--count", ValueKind::Number, "end after so many refreshes"},
       {"--top", ValueKind::Number,
