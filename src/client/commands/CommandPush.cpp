@@ -5,6 +5,7 @@
 #include "client/console/InputFile.h"
 #include "client/console/Signals.h"
 #include "client/console/Text.h"
+#include "client/fleet/JvmSearch.h"
 #include "client/fleet/ProfilePush.h"
 #include "client/picture/Pprof.h"
 #include "client/record/Baseline.h"
@@ -25,6 +26,8 @@ constexpr long DefaultIntervalMs = 15000;
 constexpr long LeastIntervalMs = 1000;
 constexpr long TickMs = 100;
 constexpr long MostBytes = 256L << 20; // of a JVM's tables
+// Between looks for JVMs that were started.
+constexpr milliseconds LookPause(1000);
 // How long the end waits for a store to take what is left.
 constexpr int LastTries = 2;
 constexpr const char* CredentialsVariable = "VDK_PUSH_CREDENTIALS";
@@ -42,14 +45,19 @@ std::string credentialsOf(const Arguments& arguments) {
 // One JVM, whose tables are fetched as a whole each time: what they held before is taken off.
 class PushedJvm {
 public:
-    PushedJvm(const std::string& target, const Arguments& arguments)
-        : agent(connectAgent(target, arguments)),
+    // With `isNew` all that it has recorded is of the time since the start.
+    PushedJvm(LiveAgent liveAgent, const Arguments& arguments, bool isNew)
+        : agent(std::move(liveAgent)),
           name(profileName(arguments.text("--name", agent.info.sessionName), tagsOf(arguments))) {
         if (arguments.has("--sample") && (agent.status & protocol::CPU_TIMES_BIT) == 0) {
             agent.client.startCpuProfiling(protocol::CPU_SAMPLING, std::nullopt, std::nullopt);
             hasStarted = true;
         }
-        fetch(); // what was recorded before is none of this
+        if (isNew) {
+            lastMs = nowMs();
+        } else {
+            fetch(); // what was recorded before is none of this
+        }
     }
     ~PushedJvm() {
         if (!hasStarted) {
@@ -86,6 +94,11 @@ public:
     int pid() const { return agent.info.pid; }
 
 private:
+    static int64_t nowMs() {
+        return std::chrono::duration_cast<milliseconds>(
+                   std::chrono::system_clock::now().time_since_epoch())
+            .count();
+    }
     static std::vector<std::string> tagsOf(const Arguments& arguments) {
         return arguments.all("--tag");
     }
@@ -93,9 +106,7 @@ private:
     std::unique_ptr<TableFetcher> fetch() {
         auto fetcher = std::make_unique<TableFetcher>(agent.client, MostBytes);
         fetcher->fetch(CpuTables | AllocationTables | MonitorTables | ExceptionTables);
-        lastMs = std::chrono::duration_cast<milliseconds>(
-                     std::chrono::system_clock::now().time_since_epoch())
-                     .count();
+        lastMs = nowMs();
         auto now = std::make_unique<Baseline>(fetcher->database());
         if (before) {
             before->takeOff(fetcher->database());
@@ -114,22 +125,26 @@ private:
 class PushCommand {
 public:
     PushCommand(Console& console, const Arguments& arguments)
-        : console(console), intervalMs(arguments.durationMs("--every", DefaultIntervalMs)),
+        : console(console), arguments(arguments), search(arguments.all("TARGET")),
+          intervalMs(arguments.durationMs("--every", DefaultIntervalMs)),
           count(arguments.number("--count", 0)),
           push({arguments.text("--pyroscope"), credentialsOf(arguments)},
                int(arguments.durationMs("--timeout", 15000))) {
         if (intervalMs < LeastIntervalMs) {
             throw ClientError(ExitCode::Usage, "usage", "--every takes 1s or more");
         }
-        for (const std::string& target : arguments.all("TARGET")) {
-            jvms.push_back(std::make_unique<PushedJvm>(target, arguments));
+        if (arguments.has("--all") ? !arguments.all("TARGET").empty()
+                                   : arguments.all("TARGET").empty()) {
+            throw ClientError(ExitCode::Usage, "usage", "name targets, or --all");
         }
+        findFirst();
     }
 
     int run() {
         Clock::time_point due = Clock::now() + milliseconds(intervalMs);
         long made = 0;
-        while (!jvms.empty() && sleepUnlessInterrupted(TickMs)) {
+        while ((!jvms.empty() || search.mayFindMore()) && sleepUnlessInterrupted(TickMs)) {
+            findMore();
             if (Clock::now() >= due) {
                 due = std::max(due + milliseconds(intervalMs), Clock::now());
                 collect();
@@ -147,6 +162,52 @@ public:
     }
 
 private:
+    // A target that names nothing yet is told as that.
+    void findFirst() {
+        search.look(Clock::time_point::max());
+        throwIfInterrupted();
+        for (const std::string& target : arguments.all("TARGET")) {
+            const auto& found = search.found();
+            const JvmSearch alone({target});
+            if (std::none_of(found.begin(), found.end(),
+                             [&](const Jvm& jvm) { return alone.wants(jvm); })) {
+                jvms.push_back(
+                    std::make_unique<PushedJvm>(connectAgent(target, arguments), arguments, false));
+            }
+        }
+        addFound(false);
+        nextLook = Clock::now() + LookPause;
+    }
+
+    void findMore() {
+        if (search.mayFindMore() && Clock::now() >= nextLook && search.lookOn()) {
+            nextLook = Clock::now() + LookPause;
+            addFound(true);
+        }
+    }
+
+    void addFound(bool isNew) {
+        for (const Jvm& jvm : search.takeNew()) {
+            try {
+                const int timeoutMs = int(arguments.durationMs("--timeout", 15000));
+                jvms.push_back(std::make_unique<PushedJvm>(connectAgent(Machine(), jvm, timeoutMs),
+                                                           arguments, isNew));
+                if (isNew) {
+                    console.note("process " + std::to_string(jvm.pid) + " (" +
+                                 printable(jvm.shortName()) + ") is sent as well");
+                }
+            } catch (const ClientError& problem) {
+                if (!isNew && !arguments.has("--all")) {
+                    throw;
+                }
+                if (problem.code == ExitCode::Aborted) {
+                    return;
+                }
+                console.warn("process " + std::to_string(jvm.pid) + ": " + problem.what());
+            }
+        }
+    }
+
     void collect() {
         for (auto& jvm : jvms) {
             try {
@@ -212,6 +273,9 @@ private:
     }
 
     Console& console;
+    const Arguments& arguments;
+    JvmSearch search;
+    Clock::time_point nextLook;
     const long intervalMs;
     const long count;
     ProfilePush push;

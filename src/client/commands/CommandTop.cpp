@@ -180,22 +180,17 @@ private:
     }
 
     void addFound() {
-        for (const Jvm& jvm : search->found()) {
-            const bool isMine = geteuid() == 0 || jvm.uid == long(geteuid());
-            const bool isKnown = std::any_of(known.begin(), known.end(), [&](const Jvm& other) {
-                return JvmSearch::isSame(jvm, other);
-            });
-            if (isKnown || (targets.empty() && !isMine)) {
+        for (const Jvm& jvm : search->takeNew()) {
+            if (targets.empty() && geteuid() != 0 && jvm.uid != long(geteuid())) {
                 continue;
             }
             try {
                 add(std::to_string(jvm.pid), connectAgent(Machine(), jvm, timeoutMs()));
-                known.push_back(jvm);
             } catch (const ClientError& problem) {
                 if (problem.code == ExitCode::Aborted) {
                     throw;
                 }
-                // It may have ended; else the next look finds it again.
+                search->forget(jvm); // it may be starting still
             }
         }
     }
@@ -212,7 +207,6 @@ private:
     }
 
     std::unique_ptr<JvmSearch> search;
-    std::vector<Jvm> known;
     std::string firstName;
     int chosen = 0; // process id of the one that is shown alone
 };

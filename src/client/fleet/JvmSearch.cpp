@@ -4,6 +4,8 @@
 #include "client/console/Text.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 
 namespace vdk {
 
@@ -33,6 +35,29 @@ bool JvmSearch::lookOn() {
     taken = seen;
     looking.begin();
     return true;
+}
+
+std::vector<Jvm> JvmSearch::takeNew() {
+    // One that a look has missed is still the same.
+    given.erase(
+        std::remove_if(given.begin(), given.end(),
+                       [](const Jvm& jvm) { return kill(jvm.pid, 0) != 0 && errno == ESRCH; }),
+        given.end());
+    std::vector<Jvm> fresh;
+    for (const Jvm& jvm : taken) {
+        if (std::none_of(given.begin(), given.end(),
+                         [&](const Jvm& other) { return isSame(jvm, other); })) {
+            fresh.push_back(jvm);
+        }
+    }
+    given.insert(given.end(), fresh.begin(), fresh.end());
+    return fresh;
+}
+
+void JvmSearch::forget(const Jvm& jvm) {
+    given.erase(std::remove_if(given.begin(), given.end(),
+                               [&](const Jvm& other) { return isSame(jvm, other); }),
+                given.end());
 }
 
 std::vector<std::pair<std::string, Endpoint>> JvmSearch::addresses() const {

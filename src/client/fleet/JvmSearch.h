@@ -24,6 +24,11 @@ public:
     bool lookOn();
     const std::vector<Jvm>& found() const { return taken; }
 
+    // Those found that this has not given before.
+    std::vector<Jvm> takeNew();
+    // The next takeNew() gives it again, if it is found again.
+    void forget(const Jvm& jvm);
+
     // Those of the targets that are addresses, which a look does not tell of.
     std::vector<std::pair<std::string, Endpoint>> addresses() const;
     // True for a profiled JVM that one of the targets names.
@@ -40,6 +45,7 @@ private:
     const std::vector<std::string> targets;
     std::vector<Jvm> seen; // written by the errand alone
     std::vector<Jvm> taken;
+    std::vector<Jvm> given; // by takeNew(), until their processes end
     Errand looking;
 };
 

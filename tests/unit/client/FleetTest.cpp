@@ -399,6 +399,40 @@ server.serve_forever()
     }
 }
 
+TEST(ProfilePush, findsAJvmAgainThatIsStartedAgain) {
+    const std::vector<std::string> homes = jdks("17");
+    const TempDir dir;
+    if (!has("curl") || !has("python3") || !hasAgent() || homes.empty() ||
+        !JavaProcess::compile(dir)) {
+        GTEST_SKIP() << "no JDK, agent, curl or python3";
+    }
+    dir.write("store.py", R"(
+import http.server
+class Store(http.server.BaseHTTPRequestHandler):
+    def log_message(self, *a): pass
+    def do_POST(self):
+        self.rfile.read(int(self.headers['Content-Length']))
+        self.send_response(200)
+        self.end_headers()
+        print(self.path.split('&')[1], flush=True)
+server = http.server.HTTPServer(('127.0.0.1', 0), Store)
+print('port', server.server_port, 'end', flush=True)
+server.serve_forever()
+)");
+    JavaProcess store({"python3", dir.file("store.py")}, dir.file("store.err"));
+    ASSERT_TRUE(store.waitFor(" end\n"));
+    const std::string port = store.output.substr(5, store.output.find(" end") - 5);
+    const std::string name = "again" + std::to_string(getpid());
+    auto jvm = startProfiled(homes[0], dir, name + "a");
+    const JavaProcess push({builtFile("vdk"), "push", name, "--pyroscope",
+                            "http://127.0.0.1:" + port, "--every", "1s"},
+                           dir.file("push.err"));
+    ASSERT_TRUE(store.waitFor("name=" + name + "a")) << TempDir::read(dir.file("push.err"));
+    jvm.reset();
+    jvm = startProfiled(homes[0], dir, name + "b");
+    ASSERT_TRUE(store.waitFor("name=" + name + "b")) << TempDir::read(dir.file("push.err"));
+}
+
 // By the state of a JVM in the lines of `vdk top --json`; false if they end without it.
 static bool awaitState(JavaProcess& top, const std::string& session, const std::string& state) {
     top.output.clear(); // a state of now

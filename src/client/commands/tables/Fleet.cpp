@@ -45,11 +45,21 @@ const std::vector<Command> Table = {
      "again\n"
      "with growing pauses, while up to 32 MB wait; then the oldest are dropped, and counted. The\n"
      "system's curl does the sending. Credentials come from a file or from VDK_PUSH_CREDENTIALS:\n"
-     "`Bearer TOKEN` or `Basic USER:PASSWORD`. Ends with Ctrl-C, --count, or the last JVM.",
+     "`Bearer TOKEN` or `Basic USER:PASSWORD`. TARGET is a process id, an address, or a part of "
+     "the names of any number\n"
+     "of JVMs, also of those that start later. Ends with Ctrl-C, --count, or the last JVM where "
+     "only\n"
+     "process ids and addresses are named.",
      "vdk push app.jar --sample --pyroscope http://127.0.0.1:4040\n"
      "vdk push app.jar --pyroscope https://profiles.example.org --every 30s --tag env=prod \\\n"
      "    --credentials /etc/vdk/push",
-     {{"TARGET", ValueKind::Target, "the JVMs", {}, true, true, ""},
+     {{"TARGET",
+       ValueKind::Target,
+       "the JVMs, those of this name that are started later included",
+       {},
+       false,
+       true},
+      {"--all", ValueKind::None, "all profiled JVMs of this machine, also those that come later"},
       {"--pyroscope", ValueKind::Text, "URL of the store", {}, true},
       {"--every", ValueKind::Duration, "length of an interval, at least 1s (default 15s)"},
       {"--sample", ValueKind::None, "start sampling if it is off, and stop it at the end"},
