@@ -149,7 +149,7 @@ void writeColumns(IndexOutput& out, const HeapModel& model, AnalysisProgress* pr
     columns.ints([&](int row) { return storage.getAllocatorThread(row); }, true, -1);
     const bool isDump = model.format == HeapModel::Format::Hprof;
     columns.deltas([&](int row) { return isDump ? model.idOf(row) : 0; });
-    columns.deltas([&](int row) { return storage.getMetaPosition(row); });
+    columns.deltas([&](int row) { return storage.getRecordPosition(row); });
     columns.deltas([&](int row) { return storage.getPrimitiveDataPosition(row); });
     reportProgress(progress, "writing index", 4, 4);
 }
@@ -172,7 +172,7 @@ public:
         allocatorFrames = optional(ALLOCATOR_FRAMES, "allocator frames");
         allocatorThreads = optional(ALLOCATOR_THREADS, "allocator threads");
         deltas(identifiers, ID_DELTAS, "identifiers");
-        deltas(metaPositions, POSITION_DELTAS, "positions");
+        deltas(recordPositions, POSITION_DELTAS, "positions");
         deltas(primitivePositions, PRIMITIVE_DELTAS, "positions of data");
     }
 

@@ -101,7 +101,7 @@ uint64_t HeapModel::idOf(int row) const {
     if (const StoredColumns* stored = storage->getStored()) {
         return stored->identifiers.get(row);
     }
-    auto at = static_cast<uint64_t>(storage->getMetaPosition(row));
+    auto at = static_cast<uint64_t>(storage->getRecordPosition(row));
     if (at == 0 || at >= file->size() || file->size() - at < 1 + idSize) {
         return 0;
     }
@@ -160,7 +160,7 @@ std::string HeapModel::referenceName(int row, int position) const {
 
 // The data of an instance record: u4 length behind tag, id, trace and class.
 bool HeapModel::hprofInstance(int row, const uint8_t*& data, uint32_t& length) const {
-    auto at = static_cast<uint64_t>(storage->getMetaPosition(row));
+    auto at = static_cast<uint64_t>(storage->getRecordPosition(row));
     uint64_t fixed = 1 + 4 + 2 * uint64_t(idSize) + 4;
     if (at == 0 || at >= file->size() || file->size() - at < fixed ||
         file->data()[at] != HPROF_INSTANCE_DUMP) {
@@ -295,7 +295,7 @@ bool HeapModel::primitiveArray(int row, const uint8_t*& elements, uint32_t& coun
     }
     uint64_t at = 0;
     if (format == Format::Hprof) {
-        at = static_cast<uint64_t>(storage->getMetaPosition(row));
+        at = static_cast<uint64_t>(storage->getRecordPosition(row));
         uint64_t fixed = 1 + uint64_t(idSize) + 4 + 4 + 1;
         if (at == 0 || at >= file->size() || file->size() - at < fixed ||
             file->data()[at] != HPROF_PRIMITIVE_ARRAY_DUMP ||

@@ -122,7 +122,7 @@ private:
         if (row == 0 || (filled && !filled->take(row))) {
             return 0;
         }
-        storage.setMetaPosition(static_cast<int>(row), static_cast<long>(offset));
+        storage.setRecordPosition(static_cast<int>(row), static_cast<long>(offset));
         return row;
     }
     void array(uint32_t row, uint32_t elementSize, uint32_t length) {
@@ -330,7 +330,7 @@ void Reading::makeStorage(uint64_t references) {
     storage.getReferences().reserve(static_cast<int>(references));
     storage.arrayOfKind(READ_SIZES)->ensure(model->objectCount);
     storage.arrayOfKind(READ_ARRAY_LENGTHS)->ensure(model->objectCount);
-    storage.arrayOfKind(READ_META_POSITIONS)->ensure(2L * model->objectCount);
+    storage.ensureRecordPositions(file.size());
 }
 
 void Reading::fillClasses(const HprofScan& scan, const HprofClasses& classes, FilledRows* filled) {
@@ -345,7 +345,7 @@ void Reading::fillClasses(const HprofScan& scan, const HprofClasses& classes, Fi
             references.setRefAt(position++, static_cast<int>(id == 0 ? 0 : scan.ids.rowOf(id)));
         }
         model->storage->setSize(row.row, static_cast<int>(std::min<int64_t>(row.size, INT32_MAX)));
-        model->storage->setMetaPosition(row.row, static_cast<long>(row.recordOffset));
+        model->storage->setRecordPosition(row.row, static_cast<long>(row.recordOffset));
         model->storage->getClassRows().push(row.row);
     }
 }

@@ -20,7 +20,8 @@ ObjectStorage::ObjectStorage(RowErrors* rowErrors, int wantedCount, bool withScr
       references("r", tableRows(rowErrors, wantedCount)), dominators("i"), sizes("ss"),
       retainedSizes("rs"), generations("g"), allocatorFrames("af"), allocatorThreads("at"),
       metaPositions("mp"), metaLengths("ml"), arrayLengths("al"), primitivePositions("po"),
-      oidHighParts("ohp"), bucketTable(nullptr), markBits(nullptr) {
+      oidHighParts("ohp"), recordPositions("rp"), recordPositionHighs("rph"), bucketTable(nullptr),
+      markBits(nullptr) {
     sizes.setFillValue(-1);
     allocatorThreads.setFillValue(-1);
     arrayLengths.setFillValue(-1);
@@ -44,7 +45,8 @@ ObjectStorage::ObjectStorage(int storedCount, StoredColumns* columns)
       references("r", storedCount, &columns->references), dominators("i"), sizes("ss"),
       retainedSizes("rs"), generations("g"), allocatorFrames("af"), allocatorThreads("at"),
       metaPositions("mp"), metaLengths("ml"), arrayLengths("al"), primitivePositions("po"),
-      oidHighParts("ohp"), bucketTable(nullptr), markBits(nullptr) {
+      oidHighParts("ohp"), recordPositions("rp"), recordPositionHighs("rph"), bucketTable(nullptr),
+      markBits(nullptr) {
     backwardReferences = new RefTable("brt", storedCount, &columns->backwardReferences);
 }
 
@@ -53,6 +55,13 @@ ObjectStorage::~ObjectStorage() {
     deleteMarkBits();
     delete backwardReferences;
     delete stored;
+}
+
+void ObjectStorage::ensureRecordPositions(unsigned long fileSize) {
+    recordPositions.ensure(objectCount);
+    if (fileSize >> 32 != 0) {
+        recordPositionHighs.ensure(objectCount);
+    }
 }
 
 bool ObjectStorage::failIndex(RowErrors* rowErrors, int index) const {

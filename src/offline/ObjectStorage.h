@@ -113,16 +113,28 @@ public:
         allocatorFrames.set(row, frame);
         allocatorThreads.set(row, thread);
     }
-    long getMetaPosition(int row) const {
-        return stored != nullptr ? static_cast<long>(stored->metaPositions.get(row))
-                                 : metaPositions.getLong(row);
+    // Where the row's record begins in the file that was read. The high halves take memory only in
+    // files beyond 4 GB. ensureRecordPositions makes all of it ahead of a fill by several threads.
+    long getRecordPosition(int row) const {
+        if (stored != nullptr) {
+            return static_cast<long>(stored->recordPositions.get(row));
+        }
+        const unsigned long high = static_cast<unsigned>(recordPositionHighs.get(row));
+        return static_cast<long>(high << 32 | static_cast<unsigned>(recordPositions.get(row)));
     }
+    void setRecordPosition(int row, long position) {
+        recordPositions.set(row, static_cast<int>(position));
+        if (position >> 32 != 0) {
+            recordPositionHighs.set(row, static_cast<int>(position >> 32));
+        }
+    }
+    void ensureRecordPositions(unsigned long fileSize);
+    long getMetaPosition(int row) const { return metaPositions.getLong(row); }
     int getMetaLength(int row) const { return metaLengths.get(row); }
     void setMeta(int row, long position, int length) {
         metaPositions.setLong(row, position);
         metaLengths.set(row, length);
     }
-    void setMetaPosition(int row, long position) { metaPositions.setLong(row, position); }
     // -1 for a non-array.
     int getArrayLength(int row) const {
         return stored != nullptr ? StoredColumns::narrow(stored->arrayLengths, row)
@@ -176,6 +188,8 @@ private:
     BigIntArray64 arrayLengths;
     BigIntArray64 primitivePositions;
     BigIntArray64 oidHighParts;
+    BigIntArray64 recordPositions; // low halves
+    BigIntArray64 recordPositionHighs;
     // By node: 0 for an empty bucket, its one member, or a ZSet<int>* if the node's mark bit is
     // set.
     unsigned long* bucketTable;

@@ -120,6 +120,6 @@ public:
     const LazySection* allocatorFrames = nullptr;
     const LazySection* allocatorThreads = nullptr;
     DeltaColumn identifiers; // of a heap dump's objects
-    DeltaColumn metaPositions;
+    DeltaColumn recordPositions;
     DeltaColumn primitivePositions;
 };

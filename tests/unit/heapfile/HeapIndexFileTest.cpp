@@ -96,7 +96,7 @@ std::string describe(const AnalyzedHeap& heap) {
               long(storage.getSize(row)), long(storage.getArrayLength(row)),
               storage.getRetainedSize(row), long(storage.getGeneration(row)),
               long(storage.getAllocatorFrame(row)), long(storage.getAllocatorThread(row)),
-              storage.getMetaPosition(row), storage.getPrimitiveDataPosition(row),
+              storage.getRecordPosition(row), storage.getPrimitiveDataPosition(row),
               long(isMarked(heap.reachedBits.data(), row))}) {
             text << " " << value;
         }
