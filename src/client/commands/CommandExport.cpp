@@ -56,6 +56,7 @@ int runExport(Console& console, const Arguments& arguments) {
     FormChoices choices;
     choices.selection = selectionOf(arguments);
     choices.filters = arguments.text("--filters") == "on";
+    choices.table = arguments.text("--show", "methods");
     choices.byThread = arguments.has("--by-thread");
     choices.signatures = arguments.has("--signatures");
     choices.rawNames = arguments.has("--raw-names");

@@ -5,15 +5,20 @@
 #include "client/console/OutputFile.h"
 #include "client/console/Text.h"
 #include "client/fleet/JvmMetrics.h"
+#include "client/heap/HeapDocument.h"
+#include "client/heap/sql/SqlDatabase.h"
+#include "client/heap/sql/SqlModule.h"
 #include "client/picture/FirefoxProfile.h"
 #include "client/picture/PicturePage.h"
 #include "client/picture/Pprof.h"
 #include "client/profile/Export.h"
+#include "client/tables/RecordedTables.h"
 #include "db/Progress.h"
 #include "db/SnapshotCommon.h"
 #include "db/SnapshotWriter.h"
 
 #include <algorithm>
+#include <filesystem>
 
 namespace vdk {
 
@@ -67,6 +72,61 @@ void writeFirefox(OutputFile& file, DataSource& source, bool isPacked, const For
     GzipStream packed(file.stream());
     writeFirefoxProfile(packed.stream(), picture, source.database(), source.captureTimeMs);
     packed.finish();
+}
+
+std::unique_ptr<SqlDatabase> openTables(DataSource& source, const FormChoices& choices,
+                                        std::vector<std::string>& unmatched) {
+    RecordedChoices how;
+    how.selection = choices.selection;
+    how.filters = choices.filters;
+    how.signatures = choices.signatures;
+    how.rawNames = choices.rawNames;
+    return std::make_unique<SqlDatabase>(recordedTables(source.database(), how, unmatched), "",
+                                         recordedViews());
+}
+
+void writeCsv(OutputFile& file, DataSource& source, const FormChoices& choices,
+              std::vector<std::string>& unmatched) {
+    const std::unique_ptr<SqlDatabase> tables = openTables(source, choices, unmatched);
+    std::vector<std::string> names;
+    for (const SqlTable& table : tables->allTables()) {
+        names.push_back(table.name);
+    }
+    for (const SqlView& view : recordedViews()) {
+        names.emplace_back(view.name);
+    }
+    if (std::find(names.begin(), names.end(), choices.table) == names.end()) {
+        throw ClientError(ExitCode::Usage, "table.unknown",
+                          "the recording has no table " + printable(choices.table),
+                          "there are " + printable(join(names, ", ")));
+    }
+    const auto writeLine = [&](const auto& cells) {
+        const char* separator = "";
+        for (const auto& cell : cells) {
+            file.stream() << separator << csvText(HeapTable::Cell(cell), false);
+            separator = ",";
+        }
+        file.stream() << "\n";
+    };
+    tables->query("SELECT * FROM " + quotedName(choices.table), writeLine,
+                  [&](const std::vector<SqlValue>& row) {
+                      writeLine(row);
+                      return true;
+                  });
+}
+
+void writeSqlite(OutputFile& file, DataSource& source, const FormChoices& choices,
+                 std::vector<std::string>& unmatched) {
+    if (file.temporaryPath().empty()) {
+        throw ClientError(ExitCode::CannotWrite, "output.open",
+                          "a database goes into a plain file: --out NAME.sqlite");
+    }
+    const std::unique_ptr<SqlDatabase> tables = openTables(source, choices, unmatched);
+    std::vector<const SqlTable*> all;
+    for (const SqlTable& table : tables->allTables()) {
+        all.push_back(&table);
+    }
+    tables->copyTo(file.temporaryPath(), all, [](const SqlTable&) {});
 }
 
 void writeStacks(OutputFile& file, DataSource& source, Form form, const FormChoices& choices,
@@ -126,6 +186,13 @@ const std::vector<FormInfo>& allForms() {
          FormNeeds::Everything,
          true,
          "open it at profiler.firefox.com"},
+        {Form::Csv, "csv", {".csv"}, FormNeeds::Everything, true, "a table, for spreadsheets"},
+        {Form::Sqlite,
+         "sqlite",
+         {".sqlite", ".db"},
+         FormNeeds::Everything,
+         true,
+         "`sqlite3 % 'select * from methods limit 10'`"},
         {Form::OpenMetrics,
          "openmetrics",
          {".openmetrics", ".prom"},
@@ -220,6 +287,12 @@ WrittenForm writeForm(Console& console, DataSource& source, Form form, const std
     case Form::Firefox:
         writeFirefox(file, source, endsWith(path, ".gz"), choices, written.unmatched);
         break;
+    case Form::Csv:
+        writeCsv(file, source, choices, written.unmatched);
+        break;
+    case Form::Sqlite:
+        writeSqlite(file, source, choices, written.unmatched);
+        break;
     case Form::OpenMetrics:
         file.stream() << metricsOfTables(source);
         break;
@@ -233,7 +306,9 @@ WrittenForm writeForm(Console& console, DataSource& source, Form form, const std
         writeStacks(file, source, form, choices, written.unmatched);
     }
     file.stream().flush();
-    written.bytes = file.size();
+    // A database is written by SQLite.
+    written.bytes = form == Form::Sqlite ? int64_t(std::filesystem::file_size(file.temporaryPath()))
+                                         : file.size();
     file.commit();
     return written;
 }

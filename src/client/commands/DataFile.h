@@ -9,7 +9,18 @@
 
 namespace vdk {
 
-enum class Form { Html, Snapshot, Collapsed, Speedscope, Pprof, Firefox, OpenMetrics, Json };
+enum class Form {
+    Html,
+    Snapshot,
+    Collapsed,
+    Speedscope,
+    Pprof,
+    Firefox,
+    Csv,
+    Sqlite,
+    OpenMetrics,
+    Json
+};
 
 // What is read of a JVM for a form.
 enum class FormNeeds { CpuTimes, Stacks, Everything };
@@ -43,7 +54,8 @@ struct FormChoices {
     bool rawNames = false;
     bool byThread = false;
     int64_t unitNs = 1000;
-    std::string notes; // of pages: how it was recorded
+    std::string table = "methods"; // CSV: which one
+    std::string notes;             // of pages: how it was recorded
 };
 
 struct WrittenForm {

@@ -327,4 +327,13 @@ std::string validUtf8(std::string_view original) {
     return result;
 }
 
+std::string wholeText(std::string_view text) {
+    const std::string valid = validUtf8(text);
+    std::string whole;
+    for (char c : valid) {
+        c == 0 ? whole += "\xef\xbf\xbd" : whole += c;
+    }
+    return whole;
+}
+
 } // namespace vdk

@@ -74,5 +74,7 @@ std::string replaceUnprintable(std::string_view text,
 
 // The text with every byte that does not belong to valid UTF-8 replaced by U+FFFD.
 std::string validUtf8(std::string_view text);
+// The same, and the zero character too: many readers of files end a text there.
+std::string wholeText(std::string_view text);
 
 } // namespace vdk

@@ -35,6 +35,8 @@ std::string cellText(const HeapTable::Cell& cell, HeapTable::Kind kind) {
     }
 }
 
+} // namespace
+
 std::string csvText(const HeapTable::Cell& cell, bool forTerminal) {
     if (cell.holds == Holds::Number) {
         return std::to_string(cell.number);
@@ -52,8 +54,6 @@ std::string csvText(const HeapTable::Cell& cell, bool forTerminal) {
     }
     return quoted + "\"";
 }
-
-} // namespace
 
 void HeapTable::addObjectColumns(std::vector<Column>& columns) {
     columns.push_back({"object", ""});

@@ -60,6 +60,10 @@ private:
     size_t omitted = 0;
 };
 
+// A cell of CSV, in quotes where RFC 4180 wants them; nothing but control characters on a terminal
+// is changed.
+std::string csvText(const HeapTable::Cell& cell, bool forTerminal);
+
 // Throws ClientError (Usage) where JSON is asked for as well.
 bool isCsvAsked(const Console& console, const Arguments& arguments);
 

@@ -69,20 +69,23 @@ StackTree::Sums StackTree::total(Side side) const {
 // Names come from another process and may be of any length.
 std::string Picture::shown(const std::string& text) const {
     constexpr size_t Longest = 4096;
-    return choices.exactNames ? validUtf8(text) : printable(text, Longest);
+    return choices.exactNames ? wholeText(text) : printable(text, Longest);
 }
 
-int Picture::nameOf(const std::string& className, const std::string& method) {
-    auto [entry, added] = nameIndex.try_emplace(className + '\n' + method, int(names.size()));
+int Picture::nameOf(const std::string& className, const std::string& method,
+                    const std::string& parameters) {
+    auto [entry, added] =
+        nameIndex.try_emplace(className + '\n' + method + '\n' + parameters, int(names.size()));
     if (added) {
-        names.push_back({shown(className), shown(method)});
+        names.push_back({shown(className), shown(method), shown(parameters)});
     }
     return entry->second;
 }
 
 int Picture::nameOf(const ProfileMethod& method) {
     return nameOf(method.className,
-                  choices.signatures ? method.name + method.parameters : method.name);
+                  choices.signatures ? method.name + method.parameters : method.name,
+                  choices.exactNames ? method.parameters : "");
 }
 
 int Picture::threadOf(const EventRow& row) {

@@ -62,6 +62,7 @@ class Picture {
 public:
     struct Name {
         std::string className, method; // with its parameters if these are wanted
+        std::string parameters = {};   // with exact names: methods that differ in them are two
         // Of an allocated class its name alone.
         std::string full() const;
     };
@@ -88,7 +89,8 @@ private:
 
     StackTree& treeOf(const EventData& data, const std::string& kind);
     int nameOf(const ProfileMethod& method);
-    int nameOf(const std::string& className, const std::string& method);
+    int nameOf(const std::string& className, const std::string& method,
+               const std::string& parameters = {});
     int threadOf(const EventRow& row);
     std::string shown(const std::string& text) const;
     int childOf(StackTree& tree, int parent, int name);

@@ -63,7 +63,7 @@ const std::vector<Command> Table = {
       {"--out",
        ValueKind::File,
        "file to write: .html, .snapshot, .collapsed, .speedscope.json, .pb.gz, .firefox.json, "
-       ".openmetrics or .json",
+       ".csv, .sqlite, .openmetrics or .json",
        {},
        true,
        false,

@@ -250,6 +250,9 @@ const std::vector<Command> Table = {
      "with\n"
      "rows of probes as markers and telemetry as counters; .openmetrics is what `vdk metrics` "
      "serves.\n"
+     "A database for sqlite3 (.sqlite) has what reports show and all tables behind it; CSV one of "
+     "these\n"
+     "tables, named by --show.\n"
      "The others are of CPU times alone. Collapsed stacks have one line a stack: frames from the "
      "outermost on, a blank, and own time\n"
      "in whole units (microseconds unless --unit says otherwise). The speedscope form has one\n"
@@ -264,7 +267,9 @@ const std::vector<Command> Table = {
       {"--format",
        ValueKind::Choice,
        "one of these forms",
-       {"html", "collapsed", "speedscope", "pprof", "firefox", "openmetrics"}},
+       {"html", "collapsed", "speedscope", "pprof", "firefox", "csv", "sqlite", "openmetrics"}},
+      {"--show", ValueKind::Text,
+       "CSV: the table or view, such as methods (the default), call_tree, monitors"},
       Out,
       Filters,
       Thread,

@@ -58,15 +58,15 @@ SqlValue columnValue(sqlite3_stmt* statement, int column) {
     return takeSqlValue(sqlite3_column_value(statement, column));
 }
 
-// A name of ours in a statement.
-std::string quoted(const std::string& name) {
-    return "\"" + name + "\"";
+std::string creationOf(const SqlView& view, const char* schema) {
+    return std::string("CREATE VIEW ") + schema + "." + quotedName(view.name) + " AS " + view.query;
 }
 
 } // namespace
 
-SqlDatabase::SqlDatabase(std::vector<SqlTable> tablesGiven, const std::string& temporaryDir)
-    : tables(std::move(tablesGiven)) {
+SqlDatabase::SqlDatabase(std::vector<SqlTable> tablesGiven, const std::string& temporaryDir,
+                         std::vector<SqlView> viewsGiven)
+    : tables(std::move(tablesGiven)), views(std::move(viewsGiven)) {
     functions.reserve(MOST_FUNCTIONS);
     if (!temporaryDir.empty()) {
         sqlite3_free(sqlite3_temp_directory);
@@ -80,10 +80,14 @@ SqlDatabase::SqlDatabase(std::vector<SqlTable> tablesGiven, const std::string& t
         code = addSqlTable(database, tables[i]);
         // Made here, as nothing may be made by what the user asks.
         if (code == SQLITE_OK) {
-            code = sqlite3_exec(database,
-                                ("SELECT 1 FROM " + quoted(tables[i].name) + " LIMIT 0").c_str(),
-                                nullptr, nullptr, nullptr);
+            code = sqlite3_exec(
+                database, ("SELECT 1 FROM " + quotedName(tables[i].name) + " LIMIT 0").c_str(),
+                nullptr, nullptr, nullptr);
         }
+    }
+    for (size_t i = 0; i < views.size() && code == SQLITE_OK; i++) {
+        code =
+            sqlite3_exec(database, creationOf(views[i], "temp").c_str(), nullptr, nullptr, nullptr);
     }
     if (code != SQLITE_OK) {
         const std::string why = sqlite3_errstr(code);
@@ -162,19 +166,24 @@ void SqlDatabase::copyTo(const std::string& file, const std::vector<const SqlTab
     execute("PRAGMA copy.synchronous = OFF");
     execute("BEGIN");
     for (const SqlTable* table : which) {
-        std::string columns;
-        for (const SqlTable::Column& column : table->columns) {
-            columns += (columns.empty() ? "" : ", ") + quoted(column.name) + " " + column.type;
-        }
-        const std::string name = "copy." + quoted(table->name);
-        execute("CREATE TABLE " + name + " (" + columns + ")");
-        execute("INSERT INTO " + name + " SELECT * FROM main." + quoted(table->name));
+        const std::string name = "copy." + quotedName(table->name);
+        // A row's own number needs no room.
+        const std::string key = ", PRIMARY KEY (" + quotedName(table->columns[0].name) + ")";
+        execute("CREATE TABLE " + name + " (" + sqlColumns(*table) + (table->hasRowKey ? key : "") +
+                ")");
+        execute("INSERT INTO " + name + " SELECT * FROM main." + quotedName(table->name));
         for (const SqlTable::Key& key : table->keys) {
+            if (key.column == 0 && table->hasRowKey) {
+                continue;
+            }
             const std::string column = table->columns[key.column].name;
-            execute("CREATE INDEX copy." + quoted(std::string(table->name) + "_by_" + column) +
-                    " ON " + quoted(table->name) + " (" + quoted(column) + ")");
+            execute("CREATE INDEX copy." + quotedName(table->name + "_by_" + column) + " ON " +
+                    quotedName(table->name) + " (" + quotedName(column) + ")");
         }
         told(*table);
+    }
+    for (const SqlView& view : views) {
+        execute(creationOf(view, "copy"));
     }
     execute("COMMIT");
     execute("DETACH copy");

@@ -17,7 +17,8 @@ class SqlDatabase {
 public:
     // Large sorts go to files in temporaryDir, or in the system's folder where it is empty. Throws
     // ClientError.
-    SqlDatabase(std::vector<SqlTable> tables, const std::string& temporaryDir);
+    SqlDatabase(std::vector<SqlTable> tables, const std::string& temporaryDir,
+                std::vector<SqlView> views = {});
     ~SqlDatabase();
     SqlDatabase(const SqlDatabase&) = delete;
     SqlDatabase& operator=(const SqlDatabase&) = delete;
@@ -32,8 +33,9 @@ public:
                const std::function<void(const std::vector<std::string>&)>& columns,
                const std::function<bool(std::vector<SqlValue>)>& row);
 
-    // Copies tables into a new database file, with an index for each key. `told` gets the name of
-    // each table that is done. Throws ClientError; a file that was begun is left to the caller.
+    // Copies tables into a new database file, with an index for each key, and all views. `told`
+    // gets the name of each table that is done. Throws ClientError; a file that was begun is left
+    // to the caller.
     void copyTo(const std::string& file, const std::vector<const SqlTable*>& which,
                 const std::function<void(const SqlTable&)>& told);
 
@@ -44,6 +46,7 @@ private:
     [[noreturn]] void fail(int code) const;
 
     const std::vector<SqlTable> tables;
+    const std::vector<SqlView> views;
     std::vector<Function> functions; // never grows after the first query
     sqlite3* database = nullptr;
 };

@@ -48,13 +48,8 @@ int guarded(sqlite3_vtab* table, Code code) {
 int connect(sqlite3* database, void* table, int, const char* const*, sqlite3_vtab** result,
             char**) {
     const auto& rows = *static_cast<const SqlTable*>(table);
-    std::string declaration = "CREATE TABLE x(";
-    const char* separator = "";
-    for (const SqlTable::Column& column : rows.columns) {
-        declaration += separator + std::string(column.name) + " " + column.type;
-        separator = ", ";
-    }
-    const int code = sqlite3_declare_vtab(database, (declaration + ")").c_str());
+    const std::string declaration = "CREATE TABLE x(" + sqlColumns(rows) + ")";
+    const int code = sqlite3_declare_vtab(database, declaration.c_str());
     if (code != SQLITE_OK) {
         return code;
     }
@@ -208,10 +203,26 @@ sqlite3_module makeModule() {
 
 } // namespace
 
+std::string quotedName(const std::string& name) {
+    std::string quoted = "\"";
+    for (char c : name) {
+        quoted += c == '"' ? "\"\"" : std::string(1, c);
+    }
+    return quoted + "\"";
+}
+
+std::string sqlColumns(const SqlTable& table) {
+    std::string columns;
+    for (const SqlTable::Column& column : table.columns) {
+        columns += (columns.empty() ? "" : ", ") + quotedName(column.name) + " " + column.type;
+    }
+    return columns;
+}
+
 int addSqlTable(sqlite3* database, const SqlTable& table) {
     static const sqlite3_module module = makeModule();
-    return sqlite3_create_module_v2(database, table.name, &module, const_cast<SqlTable*>(&table),
-                                    nullptr);
+    return sqlite3_create_module_v2(database, table.name.c_str(), &module,
+                                    const_cast<SqlTable*>(&table), nullptr);
 }
 
 void giveSqlValue(sqlite3_context* context, const SqlValue& value) {

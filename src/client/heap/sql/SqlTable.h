@@ -1,4 +1,4 @@
-// A heap as SQL sees it: tables whose rows are made while a query asks for them.
+// What was read, as SQL sees it: tables whose rows are made while a query asks for them.
 #pragma once
 
 #include "client/heap/HeapDocument.h"
@@ -28,7 +28,7 @@ struct SqlRows {
 
 struct SqlTable {
     struct Column {
-        const char* name;
+        std::string name;
         const char* type; // "INTEGER", "TEXT", or "" where rows differ
     };
     // A column by whose value rows are found without looking at all of them.
@@ -37,18 +37,25 @@ struct SqlTable {
         std::function<SqlRows(const SqlValue& value)> find;
     };
 
-    const char* name;
-    const char* help;
+    std::string name;
+    const char* help = "";
     std::vector<Column> columns;
-    std::vector<Key> keys; // the one that finds fewest first
-    int64_t from, end;     // all outer numbers
+    std::vector<Key> keys;     // the one that finds fewest first
+    int64_t from = 0, end = 0; // all outer numbers
     // How many rows an outer number of that range has, 0 for none.
     std::function<int64_t(int64_t outer)> count;
     // Asked only for positions that the table has.
     std::function<SqlValue(SqlPosition at, size_t column)> value;
     // Belongs into a copy for which nobody named tables.
     bool isCopied = true;
-    bool ascends = false; // the first column is the outer number
+    bool ascends = false;   // the first column is the outer number
+    bool hasRowKey = false; // the first column is a number that no two rows share
+};
+
+// A query with a name.
+struct SqlView {
+    const char* name;
+    const char* query;
 };
 
 } // namespace vdk
