@@ -7,13 +7,16 @@
 #include "client/console/Text.h"
 #include "client/fleet/JvmSearch.h"
 #include "client/fleet/ProfilePush.h"
+#include "client/picture/OtlpProfiles.h"
 #include "client/picture/Pprof.h"
 #include "client/record/Baseline.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <memory>
 #include <sstream>
+#include <unistd.h>
 
 namespace vdk {
 
@@ -42,13 +45,36 @@ std::string credentialsOf(const Arguments& arguments) {
     return text.erase(text.find_last_not_of(" \t\r\n") + 1);
 }
 
+PushTarget targetOf(const Arguments& arguments) {
+    const bool isOtlp = arguments.has("--otlp");
+    if (isOtlp == arguments.has("--pyroscope")) {
+        throw ClientError(ExitCode::Usage, "usage", "name one store: --pyroscope or --otlp URL");
+    }
+    return {arguments.text(isOtlp ? "--otlp" : "--pyroscope"), credentialsOf(arguments),
+            isOtlp ? PushForm::Otlp : PushForm::Pyroscope};
+}
+
+std::string hostName() {
+    char name[HOST_NAME_MAX + 1] = "";
+    return gethostname(name, sizeof(name) - 1) == 0 ? name : "";
+}
+
 // One JVM, whose tables are fetched as a whole each time: what they held before is taken off.
 class PushedJvm {
 public:
     // With `isNew` all that it has recorded is of the time since the start.
     PushedJvm(LiveAgent liveAgent, const Arguments& arguments, bool isNew)
         : agent(std::move(liveAgent)),
-          name(profileName(arguments.text("--name", agent.info.sessionName), tagsOf(arguments))) {
+          name(profileName(arguments.text("--name", agent.info.sessionName), tagsOf(arguments))),
+          isOtlp(arguments.has("--otlp")) {
+        resource.pid = agent.info.pid;
+        resource.texts = {
+            {"service.name", printable(arguments.text("--name", agent.info.sessionName))},
+            {"host.name", hostName()}};
+        for (const std::string& tag : tagsOf(arguments)) { // profileName has checked them
+            resource.texts.emplace_back(tag.substr(0, tag.find('=')),
+                                        tag.substr(tag.find('=') + 1));
+        }
         if (arguments.has("--sample") && (agent.status & protocol::CPU_TIMES_BIT) == 0) {
             agent.client.startCpuProfiling(protocol::CPU_SAMPLING, std::nullopt, std::nullopt);
             hasStarted = true;
@@ -76,17 +102,20 @@ public:
     OutgoingProfile next() {
         OutgoingProfile profile;
         profile.name = name;
-        profile.fromSeconds = lastMs / 1000;
+        const int64_t fromMs = lastMs;
+        profile.fromSeconds = fromMs / 1000;
         const std::unique_ptr<TableFetcher> fetcher = fetch();
         profile.untilSeconds = std::max(lastMs / 1000, profile.fromSeconds + 1);
         Picture picture({false, false});
         addAll(picture, fetcher->database(), Side::Now, true, {});
         picture.finish();
         picture.session = printable(agent.info.sessionName);
-        if (!picture.trees.empty()) {
+        if (!picture.trees.empty() && isOtlp) {
+            profile.body = otlpProfiles(picture, resource, fromMs, std::max(lastMs, fromMs + 1));
+        } else if (!picture.trees.empty()) {
             std::ostringstream bytes;
             writePprof(bytes, picture, lastMs);
-            profile.pprof = bytes.str();
+            profile.body = bytes.str();
         }
         return profile;
     }
@@ -117,6 +146,8 @@ private:
 
     LiveAgent agent;
     const std::string name;
+    const bool isOtlp;
+    OtlpResource resource;
     bool hasStarted = false;
     int64_t lastMs = 0;
     std::unique_ptr<Baseline> before;
@@ -128,8 +159,7 @@ public:
         : console(console), arguments(arguments), search(arguments.all("TARGET")),
           intervalMs(arguments.durationMs("--every", DefaultIntervalMs)),
           count(arguments.number("--count", 0)),
-          push({arguments.text("--pyroscope"), credentialsOf(arguments)},
-               int(arguments.durationMs("--timeout", 15000))) {
+          push(targetOf(arguments), int(arguments.durationMs("--timeout", 15000))) {
         if (intervalMs < LeastIntervalMs) {
             throw ClientError(ExitCode::Usage, "usage", "--every takes 1s or more");
         }
@@ -212,7 +242,7 @@ private:
         for (auto& jvm : jvms) {
             try {
                 OutgoingProfile profile = jvm->next();
-                if (profile.pprof.empty()) {
+                if (profile.body.empty()) {
                     empty++;
                 } else {
                     push.add(std::move(profile));

@@ -6,6 +6,8 @@
 #include "core/ground/Version.h"
 
 #include <algorithm>
+#include <strings.h>
+#include <utility>
 
 namespace vdk {
 
@@ -13,6 +15,7 @@ namespace {
 
 constexpr std::chrono::milliseconds FirstPause(1000);
 constexpr std::chrono::milliseconds LongestPause(60000);
+constexpr const char* OtlpPath = "/v1development/profiles";
 // Part of no gzip file but by design of somebody who writes one.
 constexpr const char* Boundary = "vdk-profile-4f3b9c2e7a51d806";
 
@@ -127,46 +130,91 @@ ProfilePush::ProfilePush(PushTarget pushTarget, int timeoutMs)
 }
 
 void ProfilePush::add(OutgoingProfile profile) {
-    waitingBytes += profile.pprof.size();
+    waitingBytes += profile.body.size();
     waiting.push_back(std::move(profile));
     while (waitingBytes > MostBytes) {
-        waitingBytes -= waiting.front().pprof.size();
+        waitingBytes -= waiting.front().body.size();
         waiting.pop_front(); // the oldest
         told.dropped++;
     }
 }
 
-ProfilePush::Outcome ProfilePush::send(const OutgoingProfile& profile, std::string& why) const {
+std::chrono::milliseconds retryAfter(const std::string& head, time_t now) {
+    constexpr long MostSeconds = 3600;
+    for (const std::string& line : split(head, '\n')) {
+        static const std::string Name = "retry-after:";
+        if (line.size() < Name.size() ||
+            strncasecmp(line.c_str(), Name.c_str(), Name.size()) != 0) {
+            continue;
+        }
+        const size_t first = line.find_first_not_of(" \t", Name.size());
+        const size_t last = line.find_last_not_of(" \t\r");
+        const std::string value =
+            first == std::string::npos ? "" : line.substr(first, last + 1 - first);
+        struct tm time = {};
+        if (const auto seconds = parseNumber(value, 0, INT32_MAX)) {
+            return std::chrono::seconds(std::min<long>(*seconds, MostSeconds));
+        }
+        const char* end = strptime(value.c_str(), "%a, %d %b %Y %H:%M:%S GMT", &time);
+        if (end && *end == 0) {
+            return std::chrono::seconds(std::clamp<long>(timegm(&time) - now, 0, MostSeconds));
+        }
+    }
+    return {};
+}
+
+// What is sent, as lines of curl's configuration and as a body.
+static std::pair<std::string, std::string> requestFor(const PushTarget& target,
+                                                      const OutgoingProfile& profile) {
     std::string url = target.url;
     url.erase(url.find_last_not_of('/') + 1);
-    std::string settings =
-        setting("url", url + "/ingest?format=pprof&name=" + percentEncoded(profile.name) +
-                           "&from=" + std::to_string(profile.fromSeconds) +
-                           "&until=" + std::to_string(profile.untilSeconds)) +
-        setting("header", std::string("Content-Type: multipart/form-data; boundary=") + Boundary) +
-        setting("header", "Expect:") + setting("user-agent", "vdk/" VDK_VERSION) +
-        setting("data-binary", "@-") + setting("output", "/dev/null") +
-        setting("write-out", "%{http_code}") + setting("proto", "=http,https");
+    if (target.form == PushForm::Otlp) {
+        return {setting("url", url + (endsWith(url, "/profiles") ? "" : OtlpPath)) +
+                    setting("header", "Content-Type: application/x-protobuf") +
+                    setting("header", "Content-Encoding: gzip"),
+                profile.body};
+    }
+    return {setting("url", url + "/ingest?format=pprof&name=" + percentEncoded(profile.name) +
+                               "&from=" + std::to_string(profile.fromSeconds) +
+                               "&until=" + std::to_string(profile.untilSeconds)) +
+                setting("header",
+                        std::string("Content-Type: multipart/form-data; boundary=") + Boundary),
+            part("profile", "profile.pb.gz", profile.body) +
+                part("sample_type_config", "sample_type_config.json", SampleTypes) + "--" +
+                Boundary + "--\r\n"};
+}
+
+// Too many, too slow, or a fault of its own: later it may take it. OTLP names the answers.
+static bool mayTakeLater(PushForm form, long status) {
+    return form == PushForm::Otlp
+               ? status == 429 || (status >= 502 && status <= 504)
+               : status == 408 || status == 425 || status == 429 || status >= 500;
+}
+
+ProfilePush::Outcome ProfilePush::send(const OutgoingProfile& profile, std::string& why) {
+    auto [settings, body] = requestFor(target, profile);
+    settings += setting("header", "Expect:") + setting("user-agent", "vdk/" VDK_VERSION) +
+                setting("data-binary", "@-") + setting("output", "/dev/null") +
+                setting("dump-header", "-") + setting("write-out", "%{http_code}") +
+                setting("proto", "=http,https");
     if (startsWith(target.credentials, "Bearer ")) {
         settings += setting("header", "Authorization: " + target.credentials);
     } else if (!target.credentials.empty()) {
         settings += "basic\n" + setting("user", target.credentials.substr(6));
     }
-    const std::string body = part("profile", "profile.pb.gz", profile.pprof) +
-                             part("sample_type_config", "sample_type_config.json", SampleTypes) +
-                             "--" + Boundary + "--\r\n";
     const ProgramResult result =
         runProgram({"curl", "-q", "-sS", "--config", "/dev/fd/3"}, body, settings, timeoutMs);
-    const long status = parseNumber(result.output, 100, 599).value_or(0);
+    // The head of the answer, and behind it the code.
+    const size_t head = result.output.rfind('\n') + 1;
+    const long status = parseNumber(result.output.substr(head), 100, 599).value_or(0);
+    asked = retryAfter(result.output.substr(0, head), time(nullptr));
     if (result.code == 0 && status >= 200 && status < 300) {
         return Outcome::Sent;
     }
     why = result.timedOut    ? "the store did not answer in time"
           : result.code != 0 ? printable(result.errors.substr(0, result.errors.find('\n')), 200)
                              : "the store answered with " + std::to_string(status);
-    // Too many, too slow, or a fault of its own: later it may take it.
-    const bool isRefused = result.code == 0 && status >= 300 && status < 500 && status != 408 &&
-                           status != 425 && status != 429;
+    const bool isRefused = result.code == 0 && status >= 300 && !mayTakeLater(target.form, status);
     return isRefused ? Outcome::Refused : Outcome::Failed;
 }
 
@@ -177,10 +225,10 @@ std::string ProfilePush::sendDue(Clock::time_point now) {
         if (outcome == Outcome::Failed) {
             told.failures++;
             pause = std::min(LongestPause, pause.count() == 0 ? FirstPause : pause * 2);
-            next = Clock::now() + pause;
+            next = Clock::now() + std::max(pause, asked);
         } else {
             outcome == Outcome::Sent ? told.sent++ : told.refused++;
-            const size_t size = waiting.front().pprof.size();
+            const size_t size = waiting.front().body.size();
             told.sentBytes += outcome == Outcome::Sent ? int64_t(size) : 0;
             waitingBytes -= size;
             waiting.pop_front();

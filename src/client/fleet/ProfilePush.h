@@ -5,21 +5,25 @@
 
 #include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <deque>
 #include <string>
 #include <vector>
 
 namespace vdk {
 
+enum class PushForm { Pyroscope, Otlp };
+
 struct PushTarget {
     std::string url;         // of the store, without a path of ours
     std::string credentials; // "Bearer TOKEN" or "Basic USER:PASSWORD"; empty without any
+    PushForm form = PushForm::Pyroscope;
 };
 
 struct OutgoingProfile {
-    std::string name; // "app{key=value,...}"
+    std::string name; // "app{key=value,...}", where the body does not tell
     int64_t fromSeconds = 0, untilSeconds = 0;
-    std::string pprof;
+    std::string body; // pprof, or a request of OTLP
 };
 
 struct PushCounts {
@@ -48,7 +52,7 @@ public:
 
 private:
     enum class Outcome { Sent, Refused, Failed };
-    Outcome send(const OutgoingProfile& profile, std::string& why) const;
+    Outcome send(const OutgoingProfile& profile, std::string& why);
 
     const PushTarget target;
     const int timeoutMs;
@@ -56,10 +60,14 @@ private:
     size_t waitingBytes = 0;
     Clock::time_point next;
     std::chrono::milliseconds pause{0};
+    std::chrono::milliseconds asked{0}; // by the store's Retry-After
     std::string trouble;
     PushCounts told;
 };
 
+// What the Retry-After in the head of an answer asks for, a number of seconds or a time; 0 without
+// one, and no more than an hour.
+std::chrono::milliseconds retryAfter(const std::string& head, time_t now);
 // As the query of a URL takes it.
 std::string percentEncoded(const std::string& text);
 // "name{key=value}" of a name and "key=value" texts; throws ClientError Usage for what the store

@@ -1,46 +1,12 @@
 #include "client/picture/Pprof.h"
 
 #include "client/console/GzipStream.h"
+#include "client/picture/Protobuf.h"
 #include "core/ground/Version.h"
 
 namespace vdk {
 
 namespace {
-
-// A message of protocol buffers under construction.
-class Message {
-public:
-    Message& number(int field, int64_t value) {
-        key(field, 0);
-        varint(uint64_t(value));
-        return *this;
-    }
-    Message& bytes(int field, const std::string& content) {
-        key(field, 2);
-        varint(content.size());
-        data += content;
-        return *this;
-    }
-    Message& message(int field, const Message& content) { return bytes(field, content.data); }
-    Message& numbers(int field, const std::vector<int64_t>& values) {
-        Message packed;
-        for (int64_t value : values) {
-            packed.varint(uint64_t(value));
-        }
-        return bytes(field, packed.data);
-    }
-
-    std::string data;
-
-private:
-    void key(int field, unsigned type) { varint(uint64_t(unsigned(field) << 3 | type)); }
-    void varint(uint64_t value) {
-        for (; value > 127; value >>= 7) {
-            data += char((value & 127) | 128);
-        }
-        data += char(value);
-    }
-};
 
 // Fields of the messages, by their numbers in profile.proto.
 namespace profile {
@@ -112,36 +78,20 @@ private:
         values++;
     }
 
-    static std::string typeOf(const StackTree& tree) {
-        return tree.id != "cpu"               ? tree.id
-               : tree.unit == "count"         ? "samples"
-               : tree.title == "Elapsed time" ? "wall"
-                                              : "cpu";
-    }
-
-    // The names that such stores know.
     void addSampleTypes() {
         for (const StackTree& tree : picture.trees) {
             firstValue.push_back(values);
-            if (tree.id == "allocations") {
-                addType("alloc_space", "bytes");
-                addType("alloc_objects", "count");
-                continue;
-            }
-            addType(typeOf(tree), tree.unit == "ns" ? "nanoseconds" : tree.unit);
-            if (!tree.countTitle.empty()) {
-                addType(tree.id + "_" + tree.countTitle, "count");
+            for (const SampleValue& value : valuesOf(tree)) {
+                addType(value.type, value.unit);
             }
         }
         if (!picture.trees.empty()) {
-            const StackTree& first = picture.trees[0];
-            all.number(profile::DefaultSampleType,
-                       text(first.id == "allocations" ? "alloc_space" : typeOf(first)));
+            all.number(profile::DefaultSampleType, text(valuesOf(picture.trees[0])[0].type));
         }
     }
 
     void addSamples(const StackTree& tree, int first) {
-        const bool hasCounts = tree.id == "allocations" || !tree.countTitle.empty();
+        const bool hasCounts = valuesOf(tree).size() > 1;
         for (const StackTree::Entry& entry : tree.entries) {
             std::vector<int64_t> locations, sums(size_t(values), 0);
             for (int node = entry.node; node > 0; node = tree.nodes[size_t(node)].parent) {
@@ -181,6 +131,21 @@ private:
 };
 
 } // namespace
+
+std::vector<SampleValue> valuesOf(const StackTree& tree) {
+    if (tree.id == "allocations") {
+        return {{"alloc_space", "bytes"}, {"alloc_objects", "count"}};
+    }
+    const std::string type = tree.id != "cpu"               ? tree.id
+                             : tree.unit == "count"         ? "samples"
+                             : tree.title == "Elapsed time" ? "wall"
+                                                            : "cpu";
+    std::vector<SampleValue> values = {{type, tree.unit == "ns" ? "nanoseconds" : tree.unit}};
+    if (!tree.countTitle.empty()) {
+        values.push_back({tree.id + "_" + tree.countTitle, "count"});
+    }
+    return values;
+}
 
 void writePprof(std::ostream& out, const Picture& picture, int64_t timeMs) {
     GzipStream packed(out);

@@ -4,8 +4,16 @@
 #include "client/picture/Picture.h"
 
 #include <ostream>
+#include <string>
+#include <vector>
 
 namespace vdk {
+
+// What a tree adds up, and behind that its counts where it has any: by the names that stores know.
+struct SampleValue {
+    std::string type, unit;
+};
+std::vector<SampleValue> valuesOf(const StackTree& tree);
 
 // Each tree gives one or two of the values that every sample has: what it adds up, and its counts.
 // Threads are labels.

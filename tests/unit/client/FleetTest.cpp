@@ -399,38 +399,117 @@ server.serve_forever()
     }
 }
 
-TEST(ProfilePush, findsAJvmAgainThatIsStartedAgain) {
+TEST(ProfilePush, waitsAsLongAsTheStoreAsks) {
+    const time_t now = 1445412480; // Wed, 21 Oct 2015 07:28:00 GMT
+    const std::pair<const char*, int> cases[] = {
+        {"HTTP/1.1 429 Busy\r\nretry-AFTER:  7 \r\n\r\n", 7},
+        {"Retry-After: Wed, 21 Oct 2015 07:28:30 GMT\r\n", 30},
+        {"Retry-After: Wed, 21 Oct 2015 07:27:30 GMT\r\n", 0},
+        {"Retry-After: 99999999\r\n", 3600},
+        {"Retry-After: soon\r\nRetry-After:", 0},
+        {"", 0},
+    };
+    for (const auto& [head, seconds] : cases) {
+        EXPECT_EQ(std::chrono::seconds(seconds), retryAfter(head, now)) << head;
+    }
+}
+
+// A receiver of the test's own, which puts the first request off. It reads messages by their field
+// numbers in opentelemetry-proto 1.10.0, and prints for each request what it is of, and the stack
+// with the largest value.
+static const char* const OtlpReceiver = R"(
+import gzip, http.server
+def varint(b, i):
+    n = s = 0
+    while True:
+        n |= (b[i] & 127) << s; s += 7; i += 1
+        if b[i - 1] < 128: return n, i
+def fields(b):
+    out, i = {}, 0
+    while i < len(b):
+        key, i = varint(b, i)
+        if key & 7 == 0: value, i = varint(b, i)
+        elif key & 7 == 1: value, i = int.from_bytes(b[i:i + 8], 'little'), i + 8
+        else:
+            assert key & 7 == 2, key
+            n, i = varint(b, i); value, i = b[i:i + n], i + n
+            assert len(value) == n
+        out.setdefault(key >> 3, []).append(value)
+    return out
+def packed(b):
+    out, i = [], 0
+    while i < len(b):
+        n, i = varint(b, i); out.append(n)
+    return out
+def index(message, field): return message.get(field, [0])[0]
+def describe(body):
+    request = fields(gzip.decompress(body))
+    words = fields(request[2][0])
+    text = [t.decode() for t in words[5]]
+    assert text[0] == '' and all(words[table][0] == b'' for table in (1, 2, 3, 4, 6, 7))
+    resource = fields(request[1][0])
+    attributes = {}
+    for a in fields(resource[1][0])[1]:
+        value = fields(fields(a)[2][0])
+        attributes[fields(a)[1][0].decode()] = value[1][0].decode() if 1 in value else value[3][0]
+    for p in fields(resource[2][0])[2]:
+        profile = fields(p)
+        kind = fields(profile[1][0])
+        if text[index(kind, 1)] != 'cpu': continue
+        assert text[index(kind, 2)] == 'nanoseconds' and len(profile[7][0]) == 16
+        assert profile[3][0] > 10**18 and profile[4][0] > 0
+        top = fields(max(profile[2], key=lambda s: packed(fields(s)[4][0])[0]))
+        thread = fields(words[6][packed(top[2][0])[0]])
+        names = []
+        for l in packed(fields(words[7][index(top, 1)])[1][0]):
+            function = words[3][index(fields(fields(words[2][l])[3][0]), 1)]
+            names.append(text[index(fields(function), 1)])
+        return '%s %s %s: %s %s' % (attributes['service.name'], attributes['env'],
+            attributes['process.pid'], fields(thread[2][0])[1][0].decode(), ';'.join(names))
+class Store(http.server.BaseHTTPRequestHandler):
+    late = True
+    def log_message(self, *a): pass
+    def do_POST(self):
+        body = self.rfile.read(int(self.headers['Content-Length']))
+        if Store.late:
+            Store.late = False
+            self.send_response(429)
+            self.send_header('Retry-After', '1')
+            self.end_headers()
+            return
+        print(self.path, self.headers['Content-Type'], describe(body), flush=True)
+        self.send_response(200)
+        self.end_headers()
+server = http.server.HTTPServer(('127.0.0.1', 0), Store)
+print('port', server.server_port, 'end', flush=True)
+server.serve_forever()
+)";
+
+TEST(ProfilePush, sendsOtlpOfAJvmThatIsStartedAgain) {
     const std::vector<std::string> homes = jdks("17");
     const TempDir dir;
     if (!has("curl") || !has("python3") || !hasAgent() || homes.empty() ||
         !JavaProcess::compile(dir)) {
         GTEST_SKIP() << "no JDK, agent, curl or python3";
     }
-    dir.write("store.py", R"(
-import http.server
-class Store(http.server.BaseHTTPRequestHandler):
-    def log_message(self, *a): pass
-    def do_POST(self):
-        self.rfile.read(int(self.headers['Content-Length']))
-        self.send_response(200)
-        self.end_headers()
-        print(self.path.split('&')[1], flush=True)
-server = http.server.HTTPServer(('127.0.0.1', 0), Store)
-print('port', server.server_port, 'end', flush=True)
-server.serve_forever()
-)");
+    dir.write("store.py", OtlpReceiver);
     JavaProcess store({"python3", dir.file("store.py")}, dir.file("store.err"));
     ASSERT_TRUE(store.waitFor(" end\n"));
     const std::string port = store.output.substr(5, store.output.find(" end") - 5);
     const std::string name = "again" + std::to_string(getpid());
     auto jvm = startProfiled(homes[0], dir, name + "a");
-    const JavaProcess push({builtFile("vdk"), "push", name, "--pyroscope",
-                            "http://127.0.0.1:" + port, "--every", "1s"},
+    const JavaProcess push({builtFile("vdk"), "push", name, "--otlp", "http://127.0.0.1:" + port,
+                            "--every", "1s", "--tag", "env=test"},
                            dir.file("push.err"));
-    ASSERT_TRUE(store.waitFor("name=" + name + "a")) << TempDir::read(dir.file("push.err"));
+    const auto sent = [&](const char* end) {
+        return "/v1development/profiles application/x-protobuf " + name + end + " test " +
+               std::to_string(jvm->pid) + ": main Waiter.burn;Waiter.work;Waiter.main\n";
+    };
+    ASSERT_TRUE(store.waitFor(sent("a"))) << store.output << TempDir::read(dir.file("store.err"))
+                                          << TempDir::read(dir.file("push.err"));
     jvm.reset();
     jvm = startProfiled(homes[0], dir, name + "b");
-    ASSERT_TRUE(store.waitFor("name=" + name + "b")) << TempDir::read(dir.file("push.err"));
+    ASSERT_TRUE(store.waitFor(sent("b"))) << store.output << TempDir::read(dir.file("push.err"));
 }
 
 // By the state of a JVM in the lines of `vdk top --json`; false if they end without it.

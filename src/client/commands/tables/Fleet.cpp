@@ -38,7 +38,8 @@ const std::vector<Command> Table = {
     {"push",
      "send profiles of JVMs to a store, interval by interval",
      "What the agent recorded in each interval goes as pprof to a store with Pyroscope's "
-     "interface:\n"
+     "interface,\n"
+     "or as OTLP profiles, a signal that is in development, to a receiver of these:\n"
      "CPU times, and allocations, locks and exceptions where these are recorded. Nothing is "
      "switched\n"
      "on but by --sample, which is stopped at the end. A store that does not answer is tried "
@@ -51,6 +52,7 @@ const std::vector<Command> Table = {
      "only\n"
      "process ids and addresses are named.",
      "vdk push app.jar --sample --pyroscope http://127.0.0.1:4040\n"
+     "vdk push --all --otlp http://127.0.0.1:4318\n"
      "vdk push app.jar --pyroscope https://profiles.example.org --every 30s --tag env=prod \\\n"
      "    --credentials /etc/vdk/push",
      {{"TARGET",
@@ -60,7 +62,9 @@ const std::vector<Command> Table = {
        false,
        true},
       {"--all", ValueKind::None, "all profiled JVMs of this machine, also those that come later"},
-      {"--pyroscope", ValueKind::Text, "URL of the store", {}, true},
+      {"--pyroscope", ValueKind::Text, "URL of a store with Pyroscope's interface"},
+      {"--otlp", ValueKind::Text,
+       "URL of a receiver of OTLP profiles (opentelemetry-proto 1.10, in development)"},
       {"--every", ValueKind::Duration, "length of an interval, at least 1s (default 15s)"},
       {"--sample", ValueKind::None, "start sampling if it is off, and stop it at the end"},
       {"--name", ValueKind::Text, "name of the application (default that of the session)"},
