@@ -4,6 +4,8 @@
 #include "client/console/Text.h"
 #include "client/profile/Report.h"
 
+#include <algorithm>
+
 namespace vdk {
 
 namespace {
@@ -60,6 +62,10 @@ int runExport(Console& console, const Arguments& arguments) {
     choices.byThread = arguments.has("--by-thread");
     choices.signatures = arguments.has("--signatures");
     choices.rawNames = arguments.has("--raw-names");
+    choices.svg.depth = int(std::min(arguments.number("--depth", choices.svg.depth), 10000L));
+    if (arguments.has("--min-percent")) {
+        choices.svg.minPercent = double(arguments.number("--min-percent", 0));
+    }
     const std::string unit = arguments.text("--unit", "us");
     choices.unitNs = unit == "ns" ? 1 : unit == "us" ? 1000 : 1000000;
     const WrittenForm written = writeForm(console, source, form, path, choices);

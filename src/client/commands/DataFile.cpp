@@ -156,6 +156,12 @@ const std::vector<FormInfo>& allForms() {
          true,
          "open it in a browser; `vdk record ... --out NAME.snapshot` keeps all for `vdk report` "
          "and `vdk diff`"},
+        {Form::Svg,
+         "svg",
+         {".svg"},
+         FormNeeds::Stacks,
+         true,
+         "for documents; `vdk record ... --out NAME.html` can be searched"},
         {Form::Snapshot,
          "snapshot",
          {".snapshot"},
@@ -276,6 +282,9 @@ WrittenForm writeForm(Console& console, DataSource& source, Form form, const std
     switch (form) {
     case Form::Html:
         writePage(file.stream(), pictureOf(source, choices, written.unmatched));
+        break;
+    case Form::Svg:
+        writeSvg(file.stream(), pictureOf(source, choices, written.unmatched), choices.svg);
         break;
     case Form::Pprof:
         writePprof(file.stream(), pictureOf(source, choices, written.unmatched),

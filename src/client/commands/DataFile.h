@@ -2,6 +2,7 @@
 #pragma once
 
 #include "client/commands/Sources.h"
+#include "client/picture/PictureSvg.h"
 #include "client/profile/Selection.h"
 
 #include <optional>
@@ -11,6 +12,7 @@ namespace vdk {
 
 enum class Form {
     Html,
+    Svg,
     Snapshot,
     Collapsed,
     Speedscope,
@@ -54,6 +56,7 @@ struct FormChoices {
     bool rawNames = false;
     bool byThread = false;
     int64_t unitNs = 1000;
+    SvgLimits svg;
     std::string table = "methods"; // CSV: which one
     std::string notes;             // of pages: how it was recorded
 };

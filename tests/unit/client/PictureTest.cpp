@@ -7,6 +7,7 @@
 #include "client/console/Text.h"
 #include "client/picture/FirefoxProfile.h"
 #include "client/picture/PicturePage.h"
+#include "client/picture/PictureSvg.h"
 #include "client/picture/Pprof.h"
 #include "client/profile/Report.h"
 
@@ -125,6 +126,31 @@ TEST_P(Page, hasTheNumbersOfTheReportInABrowser) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, Page, testing::Values(false, true),
                          [](const auto& info) { return info.param ? "large" : "hostile"; });
+
+// Hostile names stay text, and the same data gives the same bytes.
+TEST(Svg, isWellFormedWhateverMethodsAreCalled) {
+    std::string pages[2];
+    for (std::string& page : pages) {
+        DbBuilder b;
+        fillHostile(b);
+        Picture picture({false, false});
+        addAll(picture, b.db, Side::Now, true, {});
+        picture.finish();
+        picture.title = Script;
+        std::ostringstream out;
+        writeSvg(out, picture, {2, 1});
+        page = out.str();
+    }
+    EXPECT_EQ(pages[0], pages[1]);
+    EXPECT_EQ(std::string::npos, pages[0].find("<script"));
+    EXPECT_NE(std::string::npos, pages[0].find("com.a.Main.work, "));
+    const TempDir dir;
+    dir.write("a.svg", pages[0]);
+    if (run("python3 --version").code == 0) {
+        const std::string check = "import sys,xml.dom.minidom as m; m.parse(sys.argv[1])";
+        EXPECT_EQ(0, run("python3 -c '" + check + "' " + dir.file("a.svg") + " 2>&1").code);
+    }
+}
 
 TEST(Pprof, isReadByPprofItself) {
     if (found("go").empty()) {

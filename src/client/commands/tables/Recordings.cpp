@@ -62,7 +62,8 @@ const std::vector<Command> Table = {
        true},
       {"--out",
        ValueKind::File,
-       "file to write: .html, .snapshot, .collapsed, .speedscope.json, .pb.gz, .firefox.json, "
+       "file to write: .html, .svg, .snapshot, .collapsed, .speedscope.json, .pb.gz, "
+       ".firefox.json, "
        ".csv, .sqlite, .openmetrics or .json",
        {},
        true,

@@ -244,7 +244,8 @@ const std::vector<Command> Table = {
      "--out tells the form by its end, or --format. The flame graph (.html) is one page that "
      "loads\n"
      "nothing: CPU times, allocations, waits and exceptions, whatever was recorded, with search,\n"
-     "threads, callers and callees of a method. pprof (.pb.gz) has all of them too, threads as "
+     "threads, callers and callees of a method. The .svg is one that stands still, for documents. "
+     "pprof (.pb.gz) has all of them too, threads as "
      "labels.\n"
      "The profile for profiler.firefox.com (.firefox.json, or .firefox.json.gz) tells each thread, "
      "with\n"
@@ -267,7 +268,10 @@ const std::vector<Command> Table = {
       {"--format",
        ValueKind::Choice,
        "one of these forms",
-       {"html", "collapsed", "speedscope", "pprof", "firefox", "csv", "sqlite", "openmetrics"}},
+       {"html", "svg", "collapsed", "speedscope", "pprof", "firefox", "csv", "sqlite",
+        "openmetrics"}},
+      {"--depth", ValueKind::Number, "levels that .svg shows (default 60)"},
+      {"--min-percent", ValueKind::Number, "leave smaller frames out of .svg (default 0.1)"},
       {"--show", ValueKind::Text,
        "CSV: the table or view, such as methods (the default), call_tree, monitors"},
       Out,
