@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 
 namespace vdk {
 
@@ -30,7 +31,7 @@ std::string escaped(const std::string& text) {
 
 // With one digit behind the point, whatever the locale.
 std::string decimal(double value) {
-    const auto tenths = int64_t(value * 10 + 0.5);
+    const long long tenths = std::llround(value * 10);
     return std::to_string(tenths / 10) +
            (tenths % 10 == 0 ? "" : "." + std::to_string(tenths % 10));
 }
