@@ -34,7 +34,7 @@ Form chosenForm(const Arguments& arguments, const std::string& path) {
     if (named.size() != 1) {
         throw ClientError(ExitCode::Usage, "usage",
                           "name one form: with --format, or by an --out file that ends in " +
-                              listOfEndings(true));
+                              listOfEndings(Endings::Exported));
     }
     return named.front();
 }

@@ -68,6 +68,14 @@ RecordWish wishOf(const Arguments& arguments, Form form) {
     return wish;
 }
 
+// The table of a CSV file: of what was asked for the first that there is.
+const char* tableOf(const RecordWish& wish) {
+    return wish.cpu != CpuRecording::None ? "methods"
+           : wish.allocInterval           ? "allocations_by_class"
+           : wish.locks                   ? "waits_by_class"
+                                          : "exceptions_by_class";
+}
+
 bool isOfCpuOnly(Form form) {
     return infoOf(form).needs == FormNeeds::CpuTimes;
 }
@@ -100,7 +108,7 @@ private:
     static Form checkedForm(const std::string& out) {
         const std::optional<Form> form = formOf(out);
         if (!form) {
-            failUsage("the name for --out tells the form: " + listOfEndings(false));
+            failUsage("the name for --out tells the form: " + listOfEndings(Endings::All));
         }
         return *form;
     }
@@ -116,7 +124,7 @@ private:
         if (isOfCpuOnly(form) && wish.cpu == CpuRecording::None) {
             failUsage(std::string("the form ") + infoOf(form).name +
                           " has CPU and elapsed times alone",
-                      "name a file that ends in .html, .pb.gz, .snapshot or .json");
+                      "name a file that ends in " + listOfEndings(Endings::OfMoreThanCpuTimes));
         }
         if (startsProgram && !isJavaLauncher(arguments.command.front()) &&
             (arguments.has("--for") || wish.cpu == CpuRecording::Wall || wish.exceptions)) {
@@ -224,6 +232,7 @@ private:
         summarize(summary, source);
         FormChoices choices;
         choices.notes = notesOf(summary);
+        choices.table = tableOf(wish);
         summary.bytes = writeForm(console, source, form, file, choices).bytes;
         summaries.push_back(summary);
     }

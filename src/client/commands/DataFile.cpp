@@ -252,10 +252,11 @@ int tablesOf(Form form) {
     }
 }
 
-std::string listOfEndings(bool exported) {
+std::string listOfEndings(Endings which) {
     std::vector<std::string> endings;
     for (const FormInfo& info : allForms()) {
-        if (info.isExported || !exported) {
+        if (which == Endings::All || (which == Endings::Exported && info.isExported) ||
+            (which == Endings::OfMoreThanCpuTimes && info.needs != FormNeeds::CpuTimes)) {
             endings.emplace_back(info.endings.front());
         }
     }

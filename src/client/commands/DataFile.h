@@ -45,7 +45,8 @@ std::optional<Form> formOfName(const std::string& name);
 // What is fetched of a JVM.
 int tablesOf(Form form);
 // ".html, .snapshot or ..."
-std::string listOfEndings(bool exported);
+enum class Endings { All, Exported, OfMoreThanCpuTimes };
+std::string listOfEndings(Endings which);
 // The ending of a name that tells its form, where it has more than one dot; else empty.
 std::string longEnding(const std::string& path);
 
