@@ -45,9 +45,7 @@ struct Part {
 // order of position. A missing page holds no references.
 template <typename Body>
 inline void forEachPiece(const RefTable& table, int row, Body&& body) {
-    const int* stretch = table.getStartsAndCounts().buffer + 2 * static_cast<size_t>(row);
-    const int start = stretch[0];
-    const int count = stretch[1];
+    const auto [start, count] = table.placeOf(row);
     const bool sound = start >= 0 && count >= 0 && start <= 0x7fffffff - count;
     Logger::assertTrue(sound, VDK_HERE);
     const BigIntArray64& store = table.getReferences();
@@ -143,21 +141,13 @@ RefTable* allotLists(const ObjectStorage& storage, int* counts) {
         total += counts[row];
     }
     Logger::assertTrue(total <= 0x7fffffffL, VDK_HERE);
-    RefTable* table = new RefTable("brt", objectCount);
-    try {
-        table->reserve(static_cast<int>(total));
-    } catch (...) {
-        delete table;
-        throw;
-    }
+    RefTable* table = new RefTable("brt", objectCount, RefTable::InOrder{static_cast<int>(total)});
     int next = 0;
+    table->setList(0, 0, 0);
     for (int row = 1; row < objectCount; row++) {
-        const int count = counts[row];
-        if (count > 0) {
-            table->setList(row, next, count);
-            next += count;
-            counts[row] = next;
-        }
+        table->setList(row, next, counts[row]);
+        next += counts[row];
+        counts[row] = next;
     }
     return table;
 }

@@ -81,9 +81,7 @@ private:
     // The first row not visited among the references of row from position *next on, 0 if there is
     // none; *next is then the position behind it.
     int nextChild(int row, int* next) {
-        const int* stretch = refTable.getStartsAndCounts().buffer + 2 * static_cast<size_t>(row);
-        const int start = stretch[0];
-        const int count = stretch[1];
+        const auto [start, count] = refTable.placeOf(row);
         const bool sound = start >= 0 && count >= 0 && start <= 0x7fffffff - count;
         Logger::assertTrue(sound, VDK_HERE);
         const BigIntArray64& store = refTable.getReferences();
@@ -114,12 +112,11 @@ private:
     }
 
     void prefetchChildren(const int* elements, int length) {
-        const int* startsAndCounts = refTable.getStartsAndCounts().buffer;
         const int most = length < AHEAD_CHILDREN ? length : AHEAD_CHILDREN;
         for (int i = 0; i < most; i++) {
             const unsigned child = static_cast<unsigned>(elements[i]);
             if (child < static_cast<unsigned>(objectCount) && !isSet(visited, elements[i])) {
-                __builtin_prefetch(startsAndCounts + 2 * static_cast<size_t>(child));
+                refTable.prefetchPlace(elements[i]);
                 tree.prefetch(elements[i]);
             }
         }

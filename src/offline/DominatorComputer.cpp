@@ -177,23 +177,21 @@ void DominatorComputer::prefetchNodes(int number, const RefTable& backward) cons
     if (number <= AHEAD_NODE + 1) {
         return;
     }
-    const int* startsAndCounts = backward.getStartsAndCounts().buffer;
     const BigIntArray64& store = backward.getReferences();
     const auto nodeAhead = [&](int distance) { return vertices[at(number - distance)]; };
     const auto listOf = [&](int node) {
-        const int start = startsAndCounts[2 * static_cast<size_t>(node)];
+        const int start = backward.placeOf(node).start;
         return store.pagePointers()[start >> BigIntArray64::PAGE_BITS] +
                (start & BigIntArray64::PAGE_MASK);
     };
     const auto listLength = [&](int node) {
-        const int start = startsAndCounts[2 * static_cast<size_t>(node)];
-        const int count = startsAndCounts[2 * static_cast<size_t>(node) + 1];
+        const auto [start, count] = backward.placeOf(node);
         const int inPage = BigIntArray64::PAGE_SIZE - (start & BigIntArray64::PAGE_MASK);
         const int most = AHEAD_MOST < inPage ? AHEAD_MOST : inPage;
         return count < most ? count : most;
     };
     int node = nodeAhead(AHEAD_NODE);
-    __builtin_prefetch(startsAndCounts + 2 * static_cast<size_t>(node));
+    backward.prefetchPlace(node);
     __builtin_prefetch(table.buffer + at(node), 1);
     node = nodeAhead(AHEAD_LIST);
     if (listLength(node) > 0) {

@@ -128,8 +128,8 @@ private:
         if (depth <= AHEAD_ROWS || references.isStored()) {
             return;
         }
-        const size_t row = static_cast<size_t>(stack.get(depth - AHEAD_ROWS));
-        __builtin_prefetch(references.getStartsAndCounts().buffer + 2 * row);
+        const int row = stack.get(depth - AHEAD_ROWS);
+        references.prefetchPlace(row);
         __builtin_prefetch(childLists.buffer + row);
         const int start = references.getStart(stack.get(depth - AHEAD_LISTS));
         const int page = start >> BigIntArray64::PAGE_BITS;

@@ -13,12 +13,19 @@ RefTable::RefTable(const char* tableName, int rows)
     : rowCount(rows), startsAndCounts((ZString(tableName) + "-sc").c_str(), checkedTableSize(rows)),
       references((ZString(tableName) + "-r").c_str()), nextFree(0) {}
 
+RefTable::RefTable(const char* tableName, int rows, InOrder lists)
+    : rowCount(rows), inOrder(true),
+      startsAndCounts((ZString(tableName) + "-sc").c_str(), checkedTableSize(rows) / 2 + 1),
+      references((ZString(tableName) + "-r").c_str()), nextFree(0) {
+    reserve(lists.total);
+}
+
 RefTable::RefTable(const char* tableName, int rows, const StoredLists* lists)
     : rowCount(rows), stored(lists), startsAndCounts((ZString(tableName) + "-sc").c_str(), 0),
       references((ZString(tableName) + "-r").c_str()), nextFree(0) {}
 
 void RefTable::createRefs(int row, int count) {
-    Logger::assertTrue(row >= 0 && row < rowCount, VDK_HERE);
+    Logger::assertTrue(row >= 0 && row < rowCount && !inOrder, VDK_HERE);
     const bool fits = count >= 0 && count <= 0x7fffffff - nextFree;
     Logger::assertTrue(fits, VDK_HERE);
     startsAndCounts.set(2 * row, nextFree);
@@ -36,6 +43,11 @@ void RefTable::setList(int row, int start, int count) {
     Logger::assertTrue(row >= 0 && row < rowCount, VDK_HERE);
     const bool fits = start >= 0 && count >= 0 && start <= nextFree - count;
     Logger::assertTrue(fits, VDK_HERE);
+    if (inOrder) {
+        Logger::assertTrue(startsAndCounts.get(row) == start, VDK_HERE);
+        startsAndCounts.set(row + 1, start + count);
+        return;
+    }
     startsAndCounts.set(2 * row, start);
     startsAndCounts.set(2 * row + 1, count);
 }

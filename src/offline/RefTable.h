@@ -13,12 +13,19 @@
 //   positions, then setList() and setRefAt() for rows of which each belongs to one thread.
 // IMPLEMENTATION
 //   `startsAndCounts` holds two elements a row: where its list starts in `references`, and its
-//   length. Positions stay below 2^31. A stored table has neither: its lists come from a file as
-//   they are asked for, and nothing can be set.
+//   length. Positions stay below 2^31. A table in order, whose lists stand in the order of rows
+//   without a gap, holds one: where the list starts, and the list before it ends. A stored table
+//   has neither: its lists come from a file as they are asked for, and nothing can be set.
 class RefTable {
 public:
     // Rows run from 0 below rowCount. Throws std::bad_alloc.
     RefTable(const char* tableName, int rowCount);
+    // A table in order, of `total` positions that are all reserved: set the lists of all rows,
+    // from row 0 on, by setList.
+    struct InOrder {
+        int total;
+    };
+    RefTable(const char* tableName, int rowCount, InOrder lists);
     // The table of lists that a file has; they outlive it.
     RefTable(const char* tableName, int rowCount, const StoredLists* lists);
     RefTable(const RefTable&) = delete;
@@ -36,10 +43,25 @@ public:
         return isStored() ? *stored->list(at, 1) : references.get(at);
     }
     int getStart(int row) const {
-        return isStored() ? stored->start(row) : startsAndCounts.get(2 * row);
+        return isStored() ? stored->start(row) : startsAndCounts.get(inOrder ? row : 2 * row);
     }
     int getCount(int row) const {
-        return isStored() ? stored->count(row) : startsAndCounts.get(2 * row + 1);
+        return isStored() ? stored->count(row)
+               : inOrder  ? startsAndCounts.get(row + 1) - startsAndCounts.get(row)
+                          : startsAndCounts.get(2 * row + 1);
+    }
+    // Where the list of a row stands, for walks that look ahead in a table that is not stored.
+    // Unchecked: the row must be one.
+    struct Place {
+        int start;
+        int count;
+    };
+    Place placeOf(int row) const {
+        const int* at = startsAndCounts.buffer + static_cast<size_t>(row) * (inOrder ? 1 : 2);
+        return {at[0], inOrder ? at[1] - at[0] : at[1]};
+    }
+    void prefetchPlace(int row) const {
+        __builtin_prefetch(startsAndCounts.buffer + static_cast<size_t>(row) * (inOrder ? 1 : 2));
     }
     // The row's list in order. Its stretch is checked, its references are not.
     BigIntArrayIterator64 initReferenceIterator(int row) const {
@@ -54,7 +76,8 @@ public:
 
     // Bulk fill. Makes the positions from 0 below total the store, without a list for any row.
     void reserve(int total);
-    // Gives the row the stretch of the store, which must be reserved.
+    // Gives the row the stretch of the store, which must be reserved; in a table in order that
+    // behind the row before.
     void setList(int row, int start, int count);
     // Stores into a reserved position.
     void setRefAt(int position, int reference) {
@@ -95,6 +118,7 @@ private:
     }
 
     int rowCount;
+    const bool inOrder = false;
     const StoredLists* stored = nullptr;
     BigIntArray64Presized startsAndCounts;
     BigIntArray64 references;

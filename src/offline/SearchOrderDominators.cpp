@@ -151,30 +151,27 @@ void SearchOrderDominators::prefetchNodes(int number, const RefTable& backward) 
     if (number <= AHEAD_NODE + VIRTUAL_ROOT) {
         return;
     }
-    const int* startsAndCounts = backward.getStartsAndCounts().buffer;
     const BigIntArray64& store = backward.getReferences();
-    const auto placeOf = [&](int distance) {
-        return startsAndCounts + 2 * static_cast<size_t>(rows.get()[number - distance]);
+    const auto rowAhead = [&](int distance) { return rows.get()[number - distance]; };
+    const auto listOf = [&](const RefTable::Place& place) {
+        return store.pagePointers()[place.start >> BigIntArray64::PAGE_BITS] +
+               (place.start & BigIntArray64::PAGE_MASK);
     };
-    const auto listOf = [&](const int* place) {
-        return store.pagePointers()[place[0] >> BigIntArray64::PAGE_BITS] +
-               (place[0] & BigIntArray64::PAGE_MASK);
-    };
-    const auto lengthOf = [&](const int* place) {
-        const int inPage = BigIntArray64::PAGE_SIZE - (place[0] & BigIntArray64::PAGE_MASK);
+    const auto lengthOf = [&](const RefTable::Place& place) {
+        const int inPage = BigIntArray64::PAGE_SIZE - (place.start & BigIntArray64::PAGE_MASK);
         const int most = AHEAD_MOST < inPage ? AHEAD_MOST : inPage;
-        return place[1] < most ? place[1] : most;
+        return place.count < most ? place.count : most;
     };
-    __builtin_prefetch(placeOf(AHEAD_NODE));
-    const int* place = placeOf(AHEAD_LIST);
-    if (place[1] > 0) {
+    backward.prefetchPlace(rowAhead(AHEAD_NODE));
+    RefTable::Place place = backward.placeOf(rowAhead(AHEAD_LIST));
+    if (place.count > 0) {
         __builtin_prefetch(listOf(place));
     }
-    place = placeOf(AHEAD_REFERRERS);
+    place = backward.placeOf(rowAhead(AHEAD_REFERRERS));
     for (int i = lengthOf(place) - 1; i >= 0; i--) {
         __builtin_prefetch(numbers.get() + listOf(place)[i]);
     }
-    place = placeOf(AHEAD_ANCESTORS);
+    place = backward.placeOf(rowAhead(AHEAD_ANCESTORS));
     for (int i = lengthOf(place) - 1; i >= 0; i--) {
         const int referrer = numbers.get()[listOf(place)[i]];
         if (referrer > number) {
