@@ -62,15 +62,15 @@ Picture pictureOf(DataSource& source, const FormChoices& choices,
     return picture;
 }
 
-void writeFirefox(OutputFile& file, DataSource& source, bool isPacked, const FormChoices& choices,
-                  std::vector<std::string>& unmatched) {
-    const Picture picture = pictureOf(source, choices, unmatched, true);
-    if (!isPacked) {
-        writeFirefoxProfile(file.stream(), picture, source.database(), source.captureTimeMs);
+// Into the file as it is, or as gzip where the file's name asks for that.
+template <typename Write>
+void writeText(OutputFile& file, const std::string& path, const Write& write) {
+    if (!endsWith(path, ".gz")) {
+        write(file.stream());
         return;
     }
     GzipStream packed(file.stream());
-    writeFirefoxProfile(packed.stream(), picture, source.database(), source.captureTimeMs);
+    write(packed.stream());
     packed.finish();
 }
 
@@ -129,7 +129,7 @@ void writeSqlite(OutputFile& file, DataSource& source, const FormChoices& choice
     tables->copyTo(file.temporaryPath(), all, [](const SqlTable&) {});
 }
 
-void writeStacks(OutputFile& file, DataSource& source, Form form, const FormChoices& choices,
+void writeStacks(std::ostream& out, DataSource& source, Form form, const FormChoices& choices,
                  std::vector<std::string>& unmatched) {
     Profile profile = makeProfile(source.database());
     unmatched = StackSelector(profile, choices.selection).findUnmatched();
@@ -141,8 +141,8 @@ void writeStacks(OutputFile& file, DataSource& source, Form form, const FormChoi
     how.rawNames = choices.rawNames;
     how.unitNs = choices.unitNs;
     how.name = source.session;
-    form == Form::Speedscope ? writeSpeedscope(file.stream(), profile, how)
-                             : writeCollapsed(file.stream(), profile, how);
+    form == Form::Speedscope ? writeSpeedscope(out, profile, how)
+                             : writeCollapsed(out, profile, how);
 }
 
 } // namespace
@@ -170,13 +170,13 @@ const std::vector<FormInfo>& allForms() {
          "`vdk report %`, `vdk export % --out NAME.html`"},
         {Form::Collapsed,
          "collapsed",
-         {".collapsed", ".folded"},
+         {".collapsed", ".folded", ".collapsed.gz", ".folded.gz"},
          FormNeeds::CpuTimes,
          true,
          "a stack a line, for flame graph tools"},
         {Form::Speedscope,
          "speedscope",
-         {".speedscope.json"},
+         {".speedscope.json", ".speedscope.json.gz"},
          FormNeeds::CpuTimes,
          true,
          "open it at speedscope.app, or with `vdk record ... --out NAME.html` in any browser"},
@@ -294,9 +294,13 @@ WrittenForm writeForm(Console& console, DataSource& source, Form form, const std
     case Form::Snapshot:
         writeSnapshot(file, source);
         break;
-    case Form::Firefox:
-        writeFirefox(file, source, endsWith(path, ".gz"), choices, written.unmatched);
+    case Form::Firefox: {
+        const Picture picture = pictureOf(source, choices, written.unmatched, true);
+        writeText(file, path, [&](std::ostream& out) {
+            writeFirefoxProfile(out, picture, source.database(), source.captureTimeMs);
+        });
         break;
+    }
     case Form::Csv:
         writeCsv(file, source, choices, written.unmatched);
         break;
@@ -313,7 +317,9 @@ WrittenForm writeForm(Console& console, DataSource& source, Form form, const std
         break;
     }
     default:
-        writeStacks(file, source, form, choices, written.unmatched);
+        writeText(file, path, [&](std::ostream& out) {
+            writeStacks(out, source, form, choices, written.unmatched);
+        });
     }
     file.stream().flush();
     // A database is written by SQLite.

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 
 namespace vdk {
 
@@ -37,8 +36,7 @@ std::string threadName(const std::string& frame) {
 
 } // namespace
 
-std::unique_ptr<DB> readCollapsed(const std::string& path) {
-    std::ifstream in(path);
+std::unique_ptr<DB> readCollapsed(const std::string& path, std::istream& in) {
     ForeignStacks stacks;
     std::string line;
     for (size_t number = 1; std::getline(in, line); number++) {

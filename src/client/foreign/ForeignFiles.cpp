@@ -5,6 +5,7 @@
 
 #include <array>
 #include <fstream>
+#include <sstream>
 #include <zlib.h>
 
 namespace vdk {
@@ -56,7 +57,12 @@ std::string headOf(const std::string& path) {
 
 std::unique_ptr<DB> readForeignFile(const std::string& path) {
     if (endsWithAny(path, {".collapsed", ".folded"})) {
-        return readCollapsed(path);
+        std::ifstream in(path);
+        return readCollapsed(path, in);
+    }
+    if (endsWithAny(path, {".collapsed.gz", ".folded.gz"})) {
+        std::istringstream in(inflated(path));
+        return readCollapsed(path, in);
     }
     char first[4] = {};
     std::ifstream(path, std::ios::binary).read(first, sizeof(first));

@@ -3,6 +3,7 @@
 
 #include "db/DB.h"
 
+#include <istream>
 #include <memory>
 #include <string>
 
@@ -19,7 +20,7 @@ std::string headOf(const std::string& path);
 // The parts of it, which need not look at names any more.
 
 // "outer;inner 12" a line (FlameGraph's collapsed form).
-std::unique_ptr<DB> readCollapsed(const std::string& path);
+std::unique_ptr<DB> readCollapsed(const std::string& path, std::istream& in);
 // The uncompressed message of profile.proto.
 std::unique_ptr<DB> readPprof(const std::string& path, const std::string& message);
 // What `jfr print --json` of a JDK tells.

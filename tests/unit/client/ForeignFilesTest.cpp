@@ -4,6 +4,7 @@
 #include "DbBuilder.h"
 #include "TempDir.h"
 #include "client/console/Errors.h"
+#include "client/console/GzipStream.h"
 #include "client/picture/Pprof.h"
 #include "client/profile/Profile.h"
 
@@ -43,6 +44,14 @@ std::string textOf(DB& db) {
 std::string fileOf(const TempDir& dir, const std::string& name, const std::string& content) {
     dir.write(name, content);
     return dir.file(name);
+}
+
+std::string packed(const std::string& content) {
+    std::ostringstream out;
+    GzipStream stream(out);
+    stream.stream() << content;
+    stream.finish();
+    return out.str();
 }
 
 std::string inflate(const std::string& bytes) {
@@ -90,13 +99,16 @@ TEST(ForeignFiles, collapsedStacksAreSamplesOfThreads) {
     };
     TempDir dir;
     for (const auto& each : cases) {
-        const std::string path = fileOf(dir, "x.collapsed", each.content);
-        try {
-            EXPECT_EQ(textOf(*readForeignFile(path)), each.expected) << each.content;
-        } catch (const ClientError& e) {
-            EXPECT_EQ(e.word, "foreign.data");
-            EXPECT_NE(std::string(e.what()).find(each.expected), std::string::npos)
-                << each.content << ": " << e.what();
+        for (const bool isPacked : {false, true}) {
+            const std::string path = isPacked ? fileOf(dir, "x.collapsed.gz", packed(each.content))
+                                              : fileOf(dir, "x.collapsed", each.content);
+            try {
+                EXPECT_EQ(textOf(*readForeignFile(path)), each.expected) << each.content;
+            } catch (const ClientError& e) {
+                EXPECT_EQ(e.word, "foreign.data");
+                EXPECT_NE(std::string(e.what()).find(each.expected), std::string::npos)
+                    << each.content << ": " << e.what();
+            }
         }
     }
 }

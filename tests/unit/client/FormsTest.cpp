@@ -32,8 +32,9 @@ public:
     Written(const Written&) = delete;
     Written& operator=(const Written&) = delete;
 
-    std::string write(Form form, const FormChoices& choices = {}) {
-        const std::string path = dir.file(std::string("a") + infoOf(form).endings.back());
+    std::string write(Form form, const FormChoices& choices = {}, const char* packing = "") {
+        const std::string path =
+            dir.file(std::string("a") + infoOf(form).endings.front() + packing);
         std::ostringstream out, err;
         Console console(out, err, false, false);
         const int64_t bytes = writeForm(console, source, form, path, choices).bytes;
@@ -127,6 +128,11 @@ TEST(Forms, hostileNamesAreNamesInEach) {
     }
     for (Form form : {Form::Speedscope, Form::Json}) {
         EXPECT_TRUE(json::accept(TempDir::read(written.write(form)))) << infoOf(form).name;
+    }
+    for (Form form : {Form::Collapsed, Form::Speedscope, Form::Firefox}) {
+        const std::string plain = written.write(form);
+        EXPECT_EQ(0, run("zcat " + written.write(form, {}, ".gz") + " | cmp - " + plain).code)
+            << infoOf(form).name;
     }
     std::istringstream lines(TempDir::read(written.write(Form::Collapsed)));
     for (std::string line; std::getline(lines, line);) {
