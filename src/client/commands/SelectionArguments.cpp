@@ -6,7 +6,7 @@ namespace vdk {
 
 Selection selectionOf(const Arguments& arguments) {
     return {arguments.all("--thread"), arguments.all("--include"), arguments.all("--exclude"),
-            arguments.all("--focus")};
+            arguments.all("--focus"), arguments.has("--no-waits")};
 }
 
 void noteUnmatched(Console& console, const std::vector<std::string>& patterns) {

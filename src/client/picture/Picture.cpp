@@ -13,21 +13,12 @@ uint64_t pairKey(int a, int b) {
     return uint64_t(uint32_t(a)) << 32 | uint32_t(b);
 }
 
-// Methods that are measured in elapsed time have some of their own.
-bool hasWaits(const Profile& profile) {
-    return std::any_of(profile.charges.begin(), profile.charges.end(), [&](const Charge& charge) {
-        const size_t method = size_t(profile.frames[size_t(charge.frame)].method);
-        return charge.own > 0 && method < profile.methods.size() &&
-               (profile.methods[method].flags & METHOD_WALL_TIME) != 0;
-    });
-}
-
 std::string titleOf(const EventData& data, const std::string& kind) {
     switch (data.what) {
     case Shown::Cpu:
         return data.profile.measure == &ElapsedTime    ? "Elapsed time"
                : data.profile.measure == &SampleCounts ? "Samples"
-               : hasWaits(data.profile)                ? "CPU and waiting time"
+               : data.profile.waitsNs() > 0            ? "CPU and waiting time"
                                                        : "CPU time";
     case Shown::Allocations:
         return "Allocations";

@@ -77,6 +77,21 @@ SampledCpu SampledCpu::since(const SampledCpu& earlier) const {
                : SampledCpu{usedNs - earlier.usedNs, chargedNs - earlier.chargedNs};
 }
 
+bool Profile::isWallTime(int method) const {
+    return method >= 0 && size_t(method) < methods.size() &&
+           (methods[size_t(method)].flags & METHOD_WALL_TIME) != 0;
+}
+
+int64_t Profile::waitsNs() const {
+    int64_t sum = 0;
+    for (const Charge& charge : charges) {
+        if (measure == &CpuTime && isWallTime(frames[size_t(charge.frame)].method)) {
+            sum += charge.own;
+        }
+    }
+    return sum;
+}
+
 SampledCpu Profile::sampledCpu() const {
     SampledCpu sum;
     for (const ProfileThread& thread : threads) {

@@ -111,6 +111,10 @@ struct Profile {
 
     int64_t total() const;
     SampledCpu sampledCpu() const;
+    // A method whose time is elapsed time beside the CPU times of the others.
+    bool isWallTime(int method) const;
+    // What these have of their own; 0 where all times are elapsed times, or none is.
+    int64_t waitsNs() const;
 };
 
 // The profile of the live rows. The own time of a frame is its time less that of its children, at

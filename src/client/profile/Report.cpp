@@ -96,13 +96,9 @@ std::string indentation(int depth, size_t columns) {
 
 namespace {
 
-bool isWallTime(const Profile& profile, int method) {
-    return method >= 0 && (profile.methods[size_t(method)].flags & METHOD_WALL_TIME) != 0;
-}
-
 std::string label(const Profile& profile, int method, const ReportChoices& choices) {
     return printable(methodName(profile, method, choices.signatures)) +
-           (isWallTime(profile, method) ? " (w)" : "");
+           (profile.isWallTime(method) ? " (w)" : "");
 }
 
 TreeLimits limitsOf(const CallTree& tree, const ReportChoices& choices) {
@@ -232,6 +228,12 @@ void printSections(Console& console, const Profile& profile, const std::vector<i
         separate();
         const CallTree tree = makeMethodTree(profile, which);
         heading(profile.measure->title, tree);
+        const int64_t waits = profile.waitsNs();
+        if (waits > 0) {
+            console.out << profile.measure->format(waits)
+                        << " of it elapsed in methods marked (w), such as reads from sockets; "
+                           "--no-waits leaves them out\n";
+        }
         printMethods(console, profile, tree, choices);
     }
     if (choices.tree) {
@@ -249,7 +251,7 @@ void writeMethodFields(JsonWriter& json, const Profile& profile, int method) {
         json.field("class", info.className).field("method", info.name);
         json.field("parameters", info.parameters);
     }
-    if (isWallTime(profile, method)) {
+    if (profile.isWallTime(method)) {
         json.field("wallTime", true);
     }
 }

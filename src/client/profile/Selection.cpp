@@ -60,7 +60,7 @@ bool MethodPattern::matches(const ProfileMethod& method) const {
 }
 
 bool Selection::isEmpty() const {
-    return threads.empty() && include.empty() && exclude.empty() && focus.empty();
+    return threads.empty() && include.empty() && exclude.empty() && focus.empty() && !noWaits;
 }
 
 StackSelector::StackSelector(const Profile& profile, const Selection& chosen) : selection(chosen) {
@@ -101,7 +101,8 @@ void StackSelector::markFrames(const Profile& profile) {
             firstFrames.push_back(int(i));
         }
         now.include = now.include || included[method];
-        now.exclude = now.exclude || excluded[method];
+        now.exclude = now.exclude || excluded[method] ||
+                      (selection.noWaits && profile.isWallTime(frame.method));
         now.focus = now.focus || focused[method];
         isFrameKept[i] = (now.include || selection.include.empty()) && !now.exclude &&
                          (now.focus || selection.focus.empty());

@@ -30,6 +30,7 @@ struct Selection {
     std::vector<std::string> include; // a stack needs a method of one of these,
     std::vector<std::string> exclude; // and none of these
     std::vector<std::string> focus;   // stacks begin at these; what never gets there is left out
+    bool noWaits = false;             // nor methods that are measured in elapsed time
 
     bool isEmpty() const;
 };

@@ -43,18 +43,15 @@ std::string nextStep(const RecordSummary& summary) {
     return text;
 }
 
-} // namespace
-
-void summarize(RecordSummary& summary, DataSource& source) {
-    const Profile profile = makeProfile(source.database());
-    summary.isOfCpu = profile.measure == &CpuTime;
-    summary.cpu = profile.sampledCpu();
-    summary.sampler = profile.charges.empty() ? "" : samplerText(profile);
-    summary.notWalkableNs = profile.notWalkableNs;
+void addHottest(RecordSummary& summary, DataSource& source, const Selection& selection,
+                bool onlyCpu) {
     Picture picture({});
-    addAll(picture, source.database(), Side::Now, true, {});
+    addAll(picture, source.database(), Side::Now, true, selection);
     picture.finish();
     for (const StackTree& tree : picture.trees) {
+        if (onlyCpu && tree.id != "cpu") {
+            continue;
+        }
         const std::vector<NameSums> sums = sumsByName(tree);
         const auto most =
             std::max_element(sums.begin(), sums.end(), [&](const NameSums& a, const NameSums& b) {
@@ -68,6 +65,23 @@ void summarize(RecordSummary& summary, DataSource& source) {
                                        tree.total(Side::Now).own});
         }
     }
+}
+
+} // namespace
+
+void summarize(RecordSummary& summary, DataSource& source) {
+    const Profile profile = makeProfile(source.database());
+    summary.isOfCpu = profile.measure == &CpuTime;
+    summary.cpu = profile.sampledCpu();
+    summary.sampler = profile.charges.empty() ? "" : samplerText(profile);
+    summary.notWalkableNs = profile.notWalkableNs;
+    if (profile.waitsNs() > 0) {
+        // What burns the CPU comes first, ahead of what the waits bury it under.
+        Selection noWaits;
+        noWaits.noWaits = true;
+        addHottest(summary, source, noWaits, true);
+    }
+    addHottest(summary, source, {}, false);
 }
 
 std::string notesOf(const RecordSummary& summary) {

@@ -69,6 +69,7 @@ public:
             size_t cut = methodsFromTheRoot.rfind(';') + 1;
             std::string name = methodsFromTheRoot.substr(cut);
             int flags = (name.find("hidden.") == 0 ? METHOD_HIDDEN : 0) |
+                        (name.find("waits.") == 0 ? METHOD_WALL_TIME : 0) |
                         (name.find("java.") == 0 ? METHOD_FILTERED : 0);
             int& known = methods[name];
             if (known == 0) {

@@ -289,6 +289,30 @@ TEST(Report, everyRecordingIsGroupedInEachWay) {
         << out.str();
 }
 
+TEST(Report, elapsedTimesBesideCpuTimesAreToldAndMayBeLeftOut) {
+    DbBuilder b;
+    b.sample("main", "m.A.main", 9000);
+    b.sample("main", "m.A.main;waits.Socket.read", 8000);
+    b.sample("main", "m.A.main;waits.Socket.read;m.A.get", 3000);
+    Profile profile = makeProfile(b.db);
+    const auto print = [&] {
+        std::ostringstream out, err;
+        Console console(out, err, false, false);
+        ReportChoices choices;
+        choices.tree = false;
+        printReport(console, profile, choices);
+        return out.str();
+    };
+    EXPECT_NE(print().find("Hot methods (9 us)\n5 us of it elapsed in methods marked (w)"),
+              std::string::npos)
+        << print();
+    Selection noWaits;
+    noWaits.noWaits = true;
+    StackSelector(profile, noWaits).apply(profile);
+    EXPECT_NE(print().find("Hot methods (1 us)\n"), std::string::npos) << print();
+    EXPECT_EQ(0, profile.waitsNs());
+}
+
 TEST(Report, onlyChosenStacksAreLeft) {
     const Selection none;
     const auto chosen = [&](auto member, std::vector<std::string> patterns) {

@@ -22,6 +22,8 @@ const OptionSpec Include = {
     "--include", ValueKind::Text, "only stacks with this method, class or package",
     {},          false,           true};
 const OptionSpec Exclude = {"--exclude", ValueKind::Text, "no stacks with it", {}, false, true};
+const OptionSpec NoWaits = {"--no-waits", ValueKind::None,
+                            "leave out stacks with methods that are measured in elapsed time, (w)"};
 const OptionSpec Focus = {"--focus", ValueKind::Text, "only stacks with it, shown from there on",
                           {},        false,           true};
 
@@ -65,6 +67,7 @@ const std::vector<Command> Table = {
       Thread,
       Include,
       Exclude,
+      NoWaits,
       Focus},
      false,
      true,
@@ -180,6 +183,7 @@ const std::vector<Command> Table = {
       Thread,
       Include,
       Exclude,
+      NoWaits,
       Focus,
       {"--top", ValueKind::Number, "lines of a list to show (default 30)"},
       {"--by-thread", ValueKind::None, "each thread by itself; those of a pool together"},
@@ -233,6 +237,7 @@ const std::vector<Command> Table = {
       Thread,
       Include,
       Exclude,
+      NoWaits,
       Focus,
       {"--signatures", ValueKind::None, "parameter types in names"},
       {"--raw-names", ValueKind::None, "keep the numbers of generated classes"}},
@@ -279,6 +284,7 @@ const std::vector<Command> Table = {
       Thread,
       Include,
       Exclude,
+      NoWaits,
       Focus,
       {"--unit", ValueKind::Choice, "unit of collapsed counts (default us)", {"ns", "us", "ms"}},
       {"--by-thread", ValueKind::None, "the thread as outermost frame of collapsed stacks"},
