@@ -13,11 +13,16 @@ import jdk.jfr.consumer.RecordingFile;
  * How far the distribution of own time over methods is from that of jdk.CPUTimeSample: half the sum
  * of the differences, 0 for equal and 1 for disjoint ones. Arguments: a flight recording, the
  * report of methods of the same JVM as JSON, the beginning of the names of the threads that both
- * are about; anything more shows the methods.
+ * are about; anything more shows the methods. A second line leaves out the samples which the
+ * recording itself marks as biased.
  */
 public final class Distance {
     private static final Pattern METHOD = Pattern.compile(
             "\"class\": \"([^\"]*)\", *\\s*\"method\": \"([^\"]*)\"[^{}]*?\"ownNs\": (\\d+)");
+
+    // Those of jdk.CPUTimeSample whose stack is not that of the sample, but that which the thread
+    // had at its next safepoint: the recording says so itself.
+    private static final String BIASED = "biased";
 
     private Distance() {
     }
@@ -43,6 +48,13 @@ public final class Distance {
                 distance(ours, truth), distance(events.get("jdk.ExecutionSample"), truth),
                 sum(truth), failed.getOrDefault("jdk.CPUTimeSample", 0),
                 sum(events.get("jdk.ExecutionSample")));
+        Map<String, Double> exact = new HashMap<>(truth);
+        events.getOrDefault(BIASED, Map.of())
+                .forEach((name, w) -> exact.merge(name, -w, Double::sum));
+        System.out.printf(
+                "  from those not marked as biased: ours %.3f, jdk.ExecutionSample %.3f (%.0f samples)%n",
+                distance(ours, exact), distance(events.get("jdk.ExecutionSample"), exact),
+                sum(exact));
         if (args.length > 3) {
             truth.entrySet()
                     .stream()
@@ -84,9 +96,16 @@ public final class Distance {
             failed.merge(type, 1, Integer::sum);
             return;
         }
+        if (isTruth && event.hasField("biased") && event.getBoolean("biased")) {
+            events.computeIfAbsent(BIASED, t -> new HashMap<>())
+                    .merge(nameOf(event), 1.0, Double::sum);
+        }
+        events.computeIfAbsent(type, t -> new HashMap<>()).merge(nameOf(event), 1.0, Double::sum);
+    }
+
+    private static String nameOf(RecordedEvent event) {
         RecordedFrame top = event.getStackTrace().getFrames().get(0);
-        String name = top.getMethod().getType().getName() + "." + top.getMethod().getName();
-        events.computeIfAbsent(type, t -> new HashMap<>()).merge(normal(name), 1.0, Double::sum);
+        return normal(top.getMethod().getType().getName() + "." + top.getMethod().getName());
     }
 
     // Hidden classes have numbers in their names.
