@@ -40,6 +40,11 @@ try {
   })()`);
   await browser.mouse(box.x, box.y, false);
   assert.ok((await evaluate('element("tip").textContent')).startsWith(box.name));
+  if (!isLarge) {
+    const tips = await evaluate("Array.from(page.tree.own, (_, i) => (i > 0 ? facts({tree: page.tree}, i) : [])).flat().filter((text) => text.startsWith('lines'))");
+    assert.equal(tips.length, 1);
+    assert.equal(tips[0], 'lines 17 (75.0 %), 19 (25.0 %)');
+  }
   await browser.mouse(box.x, box.y, true);
   assert.equal(await evaluate('page.zoom'), box.node);
   await browser.key('Escape');

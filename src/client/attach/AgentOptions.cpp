@@ -140,6 +140,7 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
         all.push_back("traceonly=" + quoteOptionValue(join(choices.only, ";")));
     }
     add(!given("sampler="), "sampler=signal");
+    add(true, "samplelines");
     add(!choices.attach && !choices.requireAgent, "optional");
     add(choices.noSnapshot, "noexitsnapshot");
     add(!choices.attach && !choices.noSnapshot && choices.tellSnapshot, "tellsnapshot");

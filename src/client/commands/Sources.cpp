@@ -197,6 +197,7 @@ DataSource openData(const std::string& fileOrTarget, const Arguments& arguments,
     source.fetcher = std::make_unique<TableFetcher>(*source.client);
     if (mask >> SLOT_CPUProfiling & 1) {
         source.fetcher->follow(SampledCpuTable);
+        source.fetcher->follow(SampledLinesTable);
     }
     if (mask >> SLOT_AllocInfo & 1) {
         source.fetcher->follow(LiveAllocationsTable);

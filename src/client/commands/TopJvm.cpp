@@ -37,6 +37,7 @@ TopJvm::~TopJvm() {
 void TopJvm::restart() {
     fetcher = std::make_unique<TableFetcher>(agent.client);
     fetcher->follow(SampledCpuTable);
+    fetcher->follow(SampledLinesTable);
 }
 
 Moment TopJvm::fetch(const TopChoices& choices) {

@@ -15,7 +15,7 @@ constexpr char TablePackage[] = "com.vandrik.probes.";
 // Between a callback and the row that it makes.
 constexpr int MostProbeFrames = 32;
 // Tables that the agent makes for itself.
-const char* const AgentTables[] = {SampledCpuTable, LiveAllocationsTable};
+const char* const AgentTables[] = {SampledCpuTable, SampledLinesTable, LiveAllocationsTable};
 
 int64_t cellOf(const UserTable& table, const int* row, int column) {
     return table.getColumnType(column) == COLUMN_TYPE_LONG ? table.getLongColumn(row, column)

@@ -140,16 +140,30 @@ public:
         auto [at, added] =
             picture.entryOf[tree.id].try_emplace(pairKey(node, thread), tree.entries.size());
         if (added) {
-            tree.entries.push_back({node, thread, {}, {}});
+            tree.entries.push_back({node, thread, {}, {}, {}});
         }
         StackTree::Entry& entry = tree.entries[at->second];
         StackTree::Sums& sums = side == Side::Now ? entry.now : entry.base;
         sums.own += row.amount;
         sums.count += isShown(row.leaf) ? row.count : 0;
+        if (row.line > 0 && side == Side::Now && isShown(row.leaf)) {
+            addLine(entry.lines, row);
+        }
     }
 
 private:
     static constexpr int Unknown = -2;
+
+    static void addLine(std::vector<LineTime>& lines, const EventRow& row) {
+        const auto known = std::find_if(lines.begin(), lines.end(), [&](const LineTime& line) {
+            return line.line == row.line;
+        });
+        if (known != lines.end()) {
+            known->ownNs += row.amount;
+        } else {
+            lines.push_back({row.line, row.amount});
+        }
+    }
 
     bool isLinked(int frame) const { return profile.frames[size_t(frame)].parent >= 0; }
 
@@ -218,6 +232,10 @@ void Picture::finish() {
                   [](const StackTree::Entry& a, const StackTree::Entry& b) {
                       return a.node != b.node ? a.node < b.node : a.thread < b.thread;
                   });
+        for (StackTree::Entry& entry : tree.entries) {
+            std::sort(entry.lines.begin(), entry.lines.end(),
+                      [](const LineTime& a, const LineTime& b) { return a.line < b.line; });
+        }
     }
 }
 

@@ -27,6 +27,7 @@ struct StackTree {
     struct Entry {
         int node = 0, thread = 0;
         Sums now, base;
+        std::vector<LineTime> lines = {}; // parts of now.own
     };
 
     std::string id; // "cpu", "monitors-blocked"

@@ -34,6 +34,11 @@ public:
             if (isComparison) {
                 add(entry.base);
             }
+            add(int64_t(entry.lines.size()));
+            for (const LineTime& line : entry.lines) {
+                add(line.line);
+                add(line.ownNs);
+            }
         }
         return std::move(bytes);
     }

@@ -4,6 +4,9 @@
 #include "client/picture/Protobuf.h"
 #include "core/ground/Version.h"
 
+#include <algorithm>
+#include <map>
+
 namespace vdk {
 
 namespace {
@@ -35,7 +38,7 @@ namespace location {
 enum { Id = 1, MappingId, Address, Line };
 }
 namespace line {
-enum { FunctionId = 1 };
+enum { FunctionId = 1, Number };
 }
 namespace function {
 enum { Id = 1, Name, SystemName };
@@ -98,27 +101,60 @@ private:
                 locations.push_back(tree.nodes[size_t(node)].name + 1);
             }
             sums[size_t(first)] = entry.now.own;
+            for (const LineTime& part : entry.lines) {
+                std::vector<int64_t> inLine = locations, ofLine(size_t(values), 0);
+                inLine[0] = placeOf(tree.nodes[size_t(entry.node)].name, part.line);
+                ofLine[size_t(first)] = part.ownNs;
+                sums[size_t(first)] -= part.ownNs;
+                addSample(entry.thread, inLine, ofLine);
+            }
             if (hasCounts) {
                 sums[size_t(first) + 1] = entry.now.count;
             }
-            Message thread, message;
-            thread.number(label::Key, text("thread"));
-            thread.number(label::Text, text(picture.threads[size_t(entry.thread)].name));
-            message.numbers(sample::LocationId, locations).numbers(sample::Value, sums);
-            message.message(sample::Label, thread);
-            all.message(profile::Sample, message);
+            if (entry.lines.empty() ||
+                std::any_of(sums.begin(), sums.end(), [](int64_t sum) { return sum != 0; })) {
+                addSample(entry.thread, locations, sums);
+            }
         }
+    }
+
+    void addSample(int threadIndex, const std::vector<int64_t>& locations,
+                   const std::vector<int64_t>& sums) {
+        Message thread, message;
+        thread.number(label::Key, text("thread"));
+        thread.number(label::Text, text(picture.threads[size_t(threadIndex)].name));
+        message.numbers(sample::LocationId, locations).numbers(sample::Value, sums);
+        message.message(sample::Label, thread);
+        all.message(profile::Sample, message);
+    }
+
+    // The location of a line; those of methods as such have the numbers of their names.
+    int64_t placeOf(int name, int number) {
+        const int64_t next = int64_t(picture.names.size() + places.size()) + 1;
+        return places.try_emplace({name, number}, next).first->second;
+    }
+
+    void addLocation(int64_t id, int name, int number) {
+        Message inLine, place;
+        inLine.number(line::FunctionId, int64_t(name) + 1);
+        if (number > 0) {
+            inLine.number(line::Number, number);
+        }
+        place.number(location::Id, id).message(location::Line, inLine);
+        all.message(profile::Location, place);
     }
 
     void addFunctions() {
         for (size_t i = 0; i < picture.names.size(); i++) {
             const int64_t id = int64_t(i) + 1, name = text(picture.names[i].full());
-            Message inLine, place, method;
-            inLine.number(line::FunctionId, id);
-            place.number(location::Id, id).message(location::Line, inLine);
+            Message method;
             method.number(function::Id, id).number(function::Name, name);
             method.number(function::SystemName, name);
-            all.message(profile::Location, place).message(profile::Function, method);
+            addLocation(id, int(i), 0);
+            all.message(profile::Function, method);
+        }
+        for (const auto& [place, id] : places) {
+            addLocation(id, place.first, place.second);
         }
     }
 
@@ -126,6 +162,7 @@ private:
     Message all;
     std::vector<int> firstValue; // of each tree
     int values = 0;
+    std::map<std::pair<int, int>, int64_t> places; // by name and line
     std::vector<std::string> strings;
     std::unordered_map<std::string, int64_t> stringIndex;
 };

@@ -4,6 +4,7 @@
 #include "client/profile/EventTree.h"
 #include "client/profile/TreeWalk.h"
 
+#include <algorithm>
 #include <map>
 
 namespace vdk {
@@ -30,7 +31,14 @@ std::string packageName(const Profile& profile, int frame) {
     return dot != std::string::npos ? name.substr(0, dot) : name == "-" ? name : "(no package)";
 }
 
-// Frames are methods: the JVM tells their lines apart no more once they are recorded.
+// A line is that of the row's own method, and of none that a filter charges in its place.
+std::string lineName(const Profile& profile, const EventRow& row, const ReportChoices& choices) {
+    const std::string name = frameName(profile, row.frame, choices);
+    const ProfileMethod& method = profile.methods[size_t(profile.frames[size_t(row.frame)].method)];
+    const bool isOwn = !method.isHidden() && !(choices.filters && method.isFiltered());
+    return name + (row.line > 0 && isOwn ? ":" + std::to_string(row.line) : ":unknown");
+}
+
 std::string groupName(const Profile& profile, const EventRow& row, const ReportChoices& choices) {
     switch (choices.by) {
     case Grouping::Class:
@@ -42,7 +50,7 @@ std::string groupName(const Profile& profile, const EventRow& row, const ReportC
     case Grouping::Group:
         return row.group.empty() ? "-" : row.group;
     case Grouping::Line:
-        return frameName(profile, row.frame, choices) + ":unknown";
+        return lineName(profile, row, choices);
     default:
         return frameName(profile, row.frame, choices);
     }
@@ -135,6 +143,25 @@ const char* groupingName(Grouping grouping) {
     return "";
 }
 
+// A row each for the lines that are known, and one for the rest.
+static void addLines(const Profile& profile, const Charge& charge, EventRow& row,
+                     std::vector<EventRow>& rows) {
+    const auto lines = profile.lines.find({charge.thread, charge.frame});
+    if (lines != profile.lines.end()) {
+        for (const LineTime& part : lines->second) {
+            EventRow ofLine = row;
+            ofLine.line = part.line;
+            ofLine.amount = std::min(part.ownNs, row.amount);
+            ofLine.count = 0;
+            row.amount -= ofLine.amount;
+            rows.push_back(std::move(ofLine));
+        }
+    }
+    if (row.amount != 0 || row.count != 0) {
+        rows.push_back(std::move(row));
+    }
+}
+
 std::vector<EventRow> eventRows(const Profile& profile) {
     const bool isOfObjects = profile.measure->isOfObjects();
     std::vector<EventRow> rows;
@@ -152,7 +179,7 @@ std::vector<EventRow> eventRows(const Profile& profile) {
         row.leaf = charge.frame;
         row.amount = charge.own;
         row.count = charge.count;
-        rows.push_back(std::move(row));
+        addLines(profile, charge, row, rows);
     }
     return rows;
 }
@@ -196,8 +223,11 @@ void printGroups(Console& console, const Profile& profile, const std::vector<Eve
             printList(console, kind, unit, choices);
         }
     }
-    if (choices.by == Grouping::Line && !rows.empty()) {
-        console.note("lines are not recorded: a frame is a method");
+    const bool hasLines =
+        std::any_of(rows.begin(), rows.end(), [](const EventRow& row) { return row.line > 0; });
+    if (choices.by == Grouping::Line && !rows.empty() && !hasLines) {
+        console.note("no lines were recorded: the agent notes those of CPU samples, with the "
+                     "option samplelines");
     }
 }
 

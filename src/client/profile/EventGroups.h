@@ -21,6 +21,7 @@ struct EventRow {
     int64_t count = 0;
     std::string group = {}; // of threads
     int trn = 0;            // of the thread
+    int line = 0;           // of the leaf's method; 0 if it is not known
 };
 
 // What the numbers of rows are, and how reports name them.

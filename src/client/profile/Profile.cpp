@@ -126,6 +126,7 @@ public:
         readStacks();
         readSampledCpu();
         readCharges();
+        readLines();
         readSampler();
         findMeasure();
         readJ2ee();
@@ -243,6 +244,25 @@ private:
             if (found != threads.end()) {
                 found->second->sampled +=
                     {table.getLongColumn(row, used), table.getLongColumn(row, charged)};
+            }
+        }
+    }
+
+    void readLines() {
+        UserTable* const table = findUserTable(db, SampledLinesTable);
+        const int thread = table ? table->findColumn("thread") : -1;
+        const int frame = table ? table->findColumn("frame") : -1;
+        const int line = table ? table->findColumn("line") : -1;
+        const int time = table ? table->findColumn("time_ns") : -1;
+        if (thread < 0 || frame < 0 || line < 0 || time < 0) {
+            return;
+        }
+        for (int i = 0; i < table->getCapacity(); i++) {
+            const int* const row = table->getRecord(i, false);
+            if (row && row[0] > 0) {
+                const int of = threadOfNumber(table->getColumn(row, thread));
+                profile.lines[{of, table->getColumn(row, frame)}].push_back(
+                    {table->getColumn(row, line), table->getLongColumn(row, time)});
             }
         }
     }

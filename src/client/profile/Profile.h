@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 class DB;
@@ -76,6 +77,14 @@ struct Charge {
     int64_t count = 0; // calls, 0 under sampling; objects
 };
 
+// The part of a charge's own time that was spent in one line of the source.
+struct LineTime {
+    int line = 0;
+    int64_t ownNs = 0;
+};
+// The user table that they come from.
+constexpr const char* SampledLinesTable = "Sampled Lines";
+
 // Events of one kind and name on one thread in one frame: requests, SQL statements, look-ups.
 struct J2eeEvent {
     int thread = 0; // index into Profile::threads
@@ -97,6 +106,8 @@ struct Profile {
     std::vector<ProfileThread> threads;
     std::vector<Charge> charges; // by thread, then frame
     std::vector<J2eeEvent> j2ee;
+    // Of charges, by thread and frame; what they leave was spent in lines that nobody knows.
+    std::map<std::pair<int, int>, std::vector<LineTime>> lines;
     bool hasCounts = false;
     bool isOfCallers = false; // stacks go from methods to their callers
     const Measure* measure = &CpuTime;

@@ -31,10 +31,10 @@ std::unordered_map<int, int> numbersOfThreads(DB& db) {
     return numbers;
 }
 
-UserTable* sampledCpuTable(DB& db) {
+UserTable* findUserTable(DB& db, const char* name) {
     for (int slot = FIRST_USER_TABLE; slot < MAX_TABLE_COUNT; slot++) {
         UserTable* table = db.getUserTable(slot);
-        if (table && strcmp(table->getName().c_str(), SampledCpuTable) == 0) {
+        if (table && strcmp(table->getName().c_str(), name) == 0) {
             return table;
         }
     }
@@ -43,7 +43,7 @@ UserTable* sampledCpuTable(DB& db) {
 
 template <typename Visitor>
 void eachSampledThread(DB& db, Visitor visitor) {
-    UserTable* table = sampledCpuTable(db);
+    UserTable* table = findUserTable(db, SampledCpuTable);
     const int thread = table ? table->findColumn("thread") : -1;
     const int used = table ? table->findColumn("cpu_ns") : -1;
     const int charged = table ? table->findColumn("charged_ns") : -1;
@@ -58,6 +58,27 @@ void eachSampledThread(DB& db, Visitor visitor) {
             visitor(row[0], table->getColumn(row, thread), usedNs, chargedNs);
             table->setLongColumn(row, used, usedNs);
             table->setLongColumn(row, charged, chargedNs);
+        }
+    }
+}
+
+template <typename Visitor>
+void eachSampledLine(DB& db, Visitor visitor) {
+    UserTable* table = findUserTable(db, SampledLinesTable);
+    const int thread = table ? table->findColumn("thread") : -1;
+    const int frame = table ? table->findColumn("frame") : -1;
+    const int line = table ? table->findColumn("line") : -1;
+    const int time = table ? table->findColumn("time_ns") : -1;
+    if (thread < 0 || frame < 0 || line < 0 || time < 0) {
+        return;
+    }
+    for (int i = 0; i < table->getCapacity(); i++) {
+        int* row = table->getRecord(i, false);
+        if (row && row[0] > 0) {
+            long timeNs = table->getLongColumn(row, time);
+            visitor(row[0], table->getColumn(row, thread), table->getColumn(row, frame),
+                    table->getColumn(row, line), timeNs);
+            table->setLongColumn(row, time, timeNs);
         }
     }
 }
@@ -104,6 +125,10 @@ void Baseline::eachRow(DB& db, Visitor visitor) {
     });
     eachSampledThread(db, [&](int& stamp, int thread, long& used, long& charged) {
         visitor(stamp, Key{FIRST_USER_TABLE, thread, 0, 0, 0}, used, charged);
+    });
+    eachSampledLine(db, [&](int& stamp, int thread, int frame, int line, long& timeNs) {
+        long none = 0;
+        visitor(stamp, Key{FIRST_USER_TABLE, thread, frame, line, 1}, timeNs, none);
     });
 }
 

@@ -62,6 +62,7 @@ Recorder::Recorder(LiveAgent connected, const RecordWish& wish)
       sharesFiles(isLocal && ProcFs().sharesFiles(agent.info.pid)),
       fetcher(std::make_unique<TableFetcher>(agent.client)) {
     fetcher->follow(SampledCpuTable);
+    fetcher->follow(SampledLinesTable);
     if (wish.wholeTables) {
         fetcher->followAll();
     }

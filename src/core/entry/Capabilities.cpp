@@ -35,6 +35,10 @@ bool isWithoutLocals() {
     return ourOptions->noLocals || (ourIsJRockit && ourOptions->withDebugger);
 }
 
+bool isWithoutLines() {
+    return !ourOptions->sampleLines;
+}
+
 bool isUnderDebugger() {
     return ourOptions->withDebugger;
 }
@@ -59,6 +63,7 @@ const CapabilityRow ROWS[] = {
     VDK_CAPABILITY(can_get_monitor_info,               REQUIRED, never, 0),
     VDK_CAPABILITY(can_set_native_method_prefix,       REQUIRED, never, 0),
     VDK_CAPABILITY(can_retransform_classes,            REQUIRED, never, 0),
+    VDK_CAPABILITY(can_get_line_numbers,               OPTIONAL, isWithoutLines, 0),
     VDK_CAPABILITY(can_get_thread_cpu_time,            REQUIRED_ON_ATTACH, never, 0),
 };
 // clang-format on

@@ -37,6 +37,7 @@ public:
     int samplingPeriod = 20;    // ms
     int samplingDelta = 0;      // ms
     bool signalSampler = false; // sample by timers and signals
+    bool sampleLines = false;   // samples tell lines of the source
     int telemetryPeriod = 1000; // ms; 0 means no telemetry
     int port = -1;              // -1 means any free port
     ZString listenHost;

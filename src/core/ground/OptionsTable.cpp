@@ -167,6 +167,7 @@ const Options::Row Options::ourRows[] = {
     Row::numberRow("samplingdelta=", &Options::samplingDelta, 0, INT_MAX, "sampling period delta is invalid"),
     Row::flagRow("sampler=walk", &Options::signalSampler, false),
     Row::flagRow("sampler=signal", &Options::signalSampler),
+    Row::flagRow("samplelines", &Options::sampleLines),
     Row::numberRow("telemetryperiod=", &Options::telemetryPeriod, 0, INT_MAX, "telemetry period is invalid"),
     Row::actionRow("exitonexception", &Options::exitOnException),
     Row::flagRow("noexceptionevents", &Options::noExceptionEvents),

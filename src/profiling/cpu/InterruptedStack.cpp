@@ -32,6 +32,7 @@ const int NO_ENVIRONMENT = -101;
 
 // The JVM's walk takes a few of them.
 const size_t LEAST_ROOM = 24 * 1024;
+const jint UNKNOWN_POSITION = -1;
 const int MOST_LEAF_FRAMES = 64;
 // The return address of a frame that is being entered or left is at the stack pointer or near it.
 const int WORDS_AT_TOP = 5;
@@ -88,7 +89,7 @@ private:
         jmethodID methods[MOST_LEAF_FRAMES];
         const int count = CompiledCode::methodsAt(found.pc, methods, MOST_LEAF_FRAMES);
         for (int i = 0; i < count; i++) {
-            stack->frames[i] = {0, methods[i]};
+            stack->frames[i] = {UNKNOWN_POSITION, methods[i]};
         }
         return count;
     }

@@ -9,7 +9,7 @@
 
 // One frame, as AsyncGetCallTrace writes it.
 struct CallFrame {
-    jint line;
+    jint position; // in the bytecode; negative where there is none or nobody knows
     jmethodID method;
 };
 

@@ -1,5 +1,6 @@
 #include "profiling/cpu/SampleCharges.h"
 
+#include "profiling/cpu/SampledLines.h"
 #include "profiling/cpu/SampledThreads.h"
 #include "profiling/cpu/SampledTimes.h"
 #include "profiling/cpu/Sampling.h"
@@ -32,6 +33,16 @@ bool wasInJava(const InterruptedStack& stack) {
     return stack.code == UNKNOWN_JAVA || stack.code == NOT_WALKABLE_JAVA;
 }
 
+// What a sample charges: a frame, and the line in it, 0 if that is not known.
+struct Place {
+    int frame = 0;
+    int line = 0;
+};
+
+Place placeOf(JNIEnv* env, int frame, const jvmtiFrameInfo* stack, int depth) {
+    return {frame, SampledLines::lineOf(env, frame, stack, depth)};
+}
+
 int frameOf(JNIEnv* env, ThreadInfo* info, const jvmtiFrameInfo* frames, int count) {
     jvmtiStackInfo stack = {};
     stack.frame_buffer = const_cast<jvmtiFrameInfo*>(frames);
@@ -52,22 +63,22 @@ int countMountedFrames(JNIEnv* env, const ZVector<jvmtiFrameInfo>& frames) {
     return frames.getSize();
 }
 
-// The frame of the walked stack, or of its leaf alone.
-int walkedFrame(JNIEnv* env, ThreadInfo* info, const InterruptedStack& stack) {
+// Of the walked stack, or of its leaf alone.
+Place walkedPlace(JNIEnv* env, ThreadInfo* info, const InterruptedStack& stack) {
     static ZVector<jvmtiFrameInfo>& frames = *new ZVector<jvmtiFrameInfo>();
     frames.clear();
     for (int i = 0; i < stack.frameCount; i++) {
-        frames.push({stack.frames[i].method, 0});
+        frames.push({stack.frames[i].method, stack.frames[i].position});
     }
     if (stack.code > 0) {
-        return frameOf(env, info, frames.data(),
-                       info->carrierThread ? countMountedFrames(env, frames) : frames.getSize());
+        const int count = info->carrierThread ? countMountedFrames(env, frames) : frames.getSize();
+        return placeOf(env, frameOf(env, info, frames.data(), count), frames.data(), count);
     }
     int frame = specialFrame(NOT_WALKABLE);
     for (int i = stack.frameCount - 1; i >= 0; i--) {
         frame = ourFrameStorage.getChild(frame, getMethodByID(env, frames[i].method));
     }
-    return ourFrameStorage.skipHidden(frame);
+    return {ourFrameStorage.skipHidden(frame), 0};
 }
 
 // Where the stack that the thread had soon after agrees with the leaf: a thread in Java code has
@@ -89,34 +100,41 @@ int whereLeafStands(const InterruptedStack& stack, const ZVector<jvmtiFrameInfo>
     return -1;
 }
 
-int askedFrame(JNIEnv* env, ThreadInfo* info, const InterruptedStack& stack,
-               const ZVector<jvmtiFrameInfo>& asked) {
+Place askedPlace(JNIEnv* env, ThreadInfo* info, const InterruptedStack& stack,
+                 const ZVector<jvmtiFrameInfo>& asked) {
     const int from = whereLeafStands(stack, asked);
     if (from < 0 || from >= asked.getSize()) {
-        return 0;
+        return {};
     }
-    int frame = frameOf(env, info, asked.data() + from, asked.getSize() - from);
-    for (int i = stack.frameCount - 2; wasInJava(stack) && i >= 0; i--) {
+    const jvmtiFrameInfo* const stackSince = asked.data() + from;
+    int frame = frameOf(env, info, stackSince, asked.getSize() - from);
+    if (!wasInJava(stack)) {
+        return placeOf(env, frame, stackSince, asked.getSize() - from);
+    }
+    for (int i = stack.frameCount - 2; i >= 0; i--) {
         frame = ourFrameStorage.getChild(frame, getMethodByID(env, stack.frames[i].method));
     }
-    return frame;
+    return {frame, 0}; // the thread has gone on since
 }
 
 // From a wall-time method upward the elapsed time counts, which the walk over those methods adds.
-void chargeFrames(ThreadInfo* info, int frame, long cpuTimeNs) {
+void chargeFrames(ThreadInfo* info, const Place& place, long cpuTimeNs) {
     const long delta = cpuTimeNs - info->sampled.lastCpuTimeNs;
     if (!isSampledTime(delta)) {
         return;
     }
     info->sampled.lastCpuTimeNs = cpuTimeNs;
     SampledTimes::add(info, delta, true);
-    for (int f = frame; f > 0; f = ourFrameStorage.getParent(f)) {
+    for (int f = place.frame; f > 0; f = ourFrameStorage.getParent(f)) {
         if ((getMethodFlags(ourFrameStorage.getMethodIndex(f)) & METHOD_WALL_TIME) != 0) {
             return;
         }
         CPUProfilingRecord* const row = info->getCPUProfilingRecord(f, true);
         row->timeNs += delta;
         row->stamp = ourDB->currentStamp;
+        if (f == place.frame) {
+            SampledLines::add(info, f, place.line, delta);
+        }
     }
 }
 
@@ -130,25 +148,28 @@ void SampleCharges::charge(JNIEnv* env, SampledThread* sampled, const Interrupte
                            const ZVector<jvmtiFrameInfo>* asked) {
     ThreadInfo* const info = sampled->info;
     SampledThreads::findBounds(sampled, stack.place);
-    int frame = 0;
+    Place place;
     if (stack.code == NO_JAVA_FRAME) {
-        frame = specialFrame(NO_JAVA_FRAMES);
+        place.frame = specialFrame(NO_JAVA_FRAMES);
     } else if (asked != nullptr) {
-        frame = askedFrame(env, info, stack, *asked);
+        place = askedPlace(env, info, stack, *asked);
     }
-    if (frame == 0) {
-        frame = walkedFrame(env, info, stack);
+    if (place.frame == 0) {
+        place = walkedPlace(env, info, stack);
     }
-    if (frame == 0) {
+    if (place.frame == 0) {
         return; // a stack of the agent's own frames: the next sample takes the time
     }
-    sampled->lastFrame = frame;
-    chargeFrames(info, frame, stack.cpuTimeNs);
+    sampled->lastFrame = place.frame;
+    sampled->lastLine = place.line;
+    chargeFrames(info, place, stack.cpuTimeNs);
 }
 
 void SampleCharges::chargeRest(ThreadInfo* info, long cpuTimeNs, long mostForLastFrame) {
     const SampledThread* const sampled = info->sampled.timer;
     const long rest = cpuTimeNs - info->sampled.lastCpuTimeNs;
     const bool isKnown = sampled != nullptr && sampled->lastFrame != 0 && rest <= mostForLastFrame;
-    chargeFrames(info, isKnown ? sampled->lastFrame : specialFrame(NO_SAMPLE), cpuTimeNs);
+    const Place place =
+        isKnown ? Place{sampled->lastFrame, sampled->lastLine} : Place{specialFrame(NO_SAMPLE), 0};
+    chargeFrames(info, place, cpuTimeNs);
 }

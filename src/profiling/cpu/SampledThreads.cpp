@@ -103,6 +103,7 @@ SampledThread* SampledThreads::add(ThreadInfo* info, long nativeID, long periodN
     }
     sampled->info = info;
     sampled->lastFrame = 0;
+    sampled->lastLine = 0;
     return sampled;
 }
 

@@ -23,6 +23,7 @@ struct SampledThread {
     int timer = -1;
     ThreadInfo* info = nullptr; // null while it serves none
     int lastFrame = 0;          // of its last sample; 0 before the first
+    int lastLine = 0;           // the same, 0 if it is not known
 };
 
 namespace SampledThreads {

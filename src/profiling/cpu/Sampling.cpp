@@ -7,6 +7,7 @@
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
+#include "profiling/cpu/SampledLines.h"
 #include "profiling/cpu/SampledTimes.h"
 #include "profiling/cpu/Samplers.h"
 #include "profiling/cpu/SignalSampling.h"
@@ -61,9 +62,10 @@ void sampleAllThreads(JNIEnv* env, long wallDeltaNs) {
             if (WallSampling::isOn()) {
                 WallSampling::charge(info, place, wallDeltaNs);
             } else if (hasStood) {
-                chargeThreadSample(info, place.frame, wallDeltaNs, place.cpuTimeNs);
+                chargeThreadSample(info, place.frame, wallDeltaNs, place.cpuTimeNs, place.line);
             } else {
-                doThreadSample(info, place.frame, wallDeltaNs);
+                chargeThreadSample(info, place.frame, wallDeltaNs, info->readCpuTimeNs(),
+                                   place.line);
             }
         });
 }
@@ -124,7 +126,7 @@ void doThreadSample(ThreadInfo* info, int frame, long wallDeltaNs) {
     chargeThreadSample(info, frame, wallDeltaNs, info->readCpuTimeNs());
 }
 
-void chargeThreadSample(ThreadInfo* info, int frame, long wallDeltaNs, long cpuTimeNs) {
+void chargeThreadSample(ThreadInfo* info, int frame, long wallDeltaNs, long cpuTimeNs, int line) {
     const long cpuDelta =
         info->sampled.lastCpuTimeNs == 0 ? 0 : cpuTimeNs - info->sampled.lastCpuTimeNs;
     info->sampled.lastCpuTimeNs = cpuTimeNs;
@@ -151,6 +153,9 @@ void chargeThreadSample(ThreadInfo* info, int frame, long wallDeltaNs, long cpuT
         if (isSampledTime(delta)) {
             row->timeNs += delta;
             row->stamp = ourDB->currentStamp;
+            if (f == frame) {
+                SampledLines::add(info, frame, line, delta);
+            }
         }
     }
     if (!inWallTime) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/ground/ZMap.h"
 #include "profiling/threads/StackMemory.h"
 
 #include <jvmti.h>
@@ -18,9 +19,16 @@ struct ThreadPlace {
     static constexpr int UNKNOWN = -1;
 
     int frame = UNKNOWN; // 0 without a visible method
+    int line = 0;        // of SampledLines
     int state = 0;       // as JVMTI tells it
     long cpuTimeNs = 0;  // what the thread's clock said before
     long lookNs = 0;     // when WallTimeWalk looked last
+};
+
+// Rows of SampledLines that a thread has, by frame (high half) and line.
+struct LineRows {
+    ZMap<long, int> indexes{16};
+    ZVector<int> list;
 };
 
 // What sampling keeps of a thread. Caller holds ourLock.
@@ -32,7 +40,8 @@ struct SampleMemory {
     // A frame whose rows all exist and whose stack has no wall-time method: a sample there that
     // charges nothing needs no walk.
     int idleFrame = NO_FRAME;
-    int timesRow = NO_ROW; // of SampledTimes
+    int timesRow = NO_ROW;        // of SampledTimes
+    LineRows* lineRows = nullptr; // of SampledLines, which owns it
     StackMemory lastStack;
     SampledThread* timer = nullptr; // of SignalSampling, while it runs
     ThreadPlace place;              // of the stack walker, and of WallTimeWalk
@@ -56,8 +65,10 @@ void JNICALL sampler_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void*);
 // Charges one sample: the thread's CPU time since its last one, or from a wall-time frame upward
 // the elapsed time wallDeltaNs if that is more. Caller holds ourLock.
 void doThreadSample(ThreadInfo* info, int frame, long wallDeltaNs);
-// The same with the thread's CPU clock already read, in nanoseconds.
-void chargeThreadSample(ThreadInfo* info, int frame, long wallDeltaNs, long cpuTimeNs);
+// The same with the thread's CPU clock already read, in nanoseconds, and the frame's line if it is
+// known.
+void chargeThreadSample(ThreadInfo* info, int frame, long wallDeltaNs, long cpuTimeNs,
+                        int line = 0);
 
 // Appends a row to threadstate. Caller holds ourLock.
 void doThreadStateSample(ThreadInfo* info, int frame, int jvmtiState);

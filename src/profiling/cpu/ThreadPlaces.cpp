@@ -1,5 +1,6 @@
 #include "profiling/cpu/ThreadPlaces.h"
 
+#include "profiling/cpu/SampledLines.h"
 #include "profiling/threads/ZFrameStorage.h"
 
 ThreadPlaces::~ThreadPlaces() {
@@ -22,7 +23,9 @@ bool ThreadPlaces::stands(ThreadInfo* info) {
 }
 
 void ThreadPlaces::set(ThreadInfo* info, const jvmtiStackInfo& stack) {
-    info->sampled.place.frame = ourFrameStorage.skipHidden(
+    ThreadPlace& place = info->sampled.place;
+    place.frame = ourFrameStorage.skipHidden(
         ourFrameStorage.fillCurrentFrameJVMTIFromStackInfo(env, stack, &info->sampled.lastStack));
-    info->sampled.place.state = stack.state;
+    place.line = SampledLines::lineOf(env, place.frame, stack.frame_buffer, stack.frame_count);
+    place.state = stack.state;
 }

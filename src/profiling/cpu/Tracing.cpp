@@ -12,6 +12,7 @@
 #include "probes/Filter.h"
 #include "profiling/UserMessage.h"
 #include "profiling/cpu/J2EEHelper.h"
+#include "profiling/cpu/SampledLines.h"
 #include "profiling/cpu/SampledTimes.h"
 #include "profiling/cpu/TracedStack.h"
 #include "profiling/cpu/WallSampling.h"
@@ -220,6 +221,7 @@ void clearCPUDataImpl(JNIEnv* env, bool log) {
         ourDB->clearTableAndTellReaders(SLOT_CPUProfiling);
         ourDB->clearTableAndTellReaders(SLOT_J2EE);
         SampledTimes::clear();
+        SampledLines::clear();
         WallSampling::dataCleared();
     }
     if (log) {

@@ -5,6 +5,7 @@
 #include "core/ground/ZVector.h"
 #include "db/DB.h"
 #include "db/ThreadReferences.h"
+#include "profiling/cpu/SampledLines.h"
 #include "profiling/events/Exceptions.h"
 #include "profiling/events/Monitors.h"
 #include "profiling/memory/ObjectEnumerator.h"
@@ -68,6 +69,7 @@ void mergeOldest() {
     Exceptions::mergeExceptionUsage(&trns);
     Monitors::mergeMonitorUsage(&trns);
     ourDB->j2eeIndex->mergeJ2EEIndex(&trns);
+    SampledLines::mergeThreads(trns);
     for (int i = ourFinishedMarker; i < end; i++) {
         mergeThread(ourFinishedThreadTRNs[i]);
     }

@@ -6,6 +6,7 @@
 #include "db/DB.h"
 #include "profiling/ClassLoadingProbe.h"
 #include "profiling/cpu/J2EEHelper.h"
+#include "profiling/cpu/SampledLines.h"
 #include "profiling/cpu/SampledTimes.h"
 #include "profiling/cpu/TracedStack.h"
 #include "profiling/cpu/WallTimeCorrector.h"
@@ -106,6 +107,7 @@ void ThreadInfo::onThreadEnd() {
     // Calls that it never left, by an exception or because their code was rewritten meanwhile.
     dropStackTrace(this, true);
     SampledTimes::threadEnds(this);
+    SampledLines::threadEnds(this);
     ourAllThreadInfos.remove(this);
     ourAllThreadInfos.compact();
     WallTimeCorrector::threadEnds(this);
@@ -157,6 +159,7 @@ void createStandInThreads() {
     FinishedThreads::reset();
     ClassLoadingProbe::reset();
     SampledTimes::reset();
+    SampledLines::reset();
     LiveAllocations::reset();
     Exceptions::reset();
     J2EEHelper::reset();

@@ -21,11 +21,12 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
     const std::string runHead =
         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
         "noexceptionevents,nolocals,latetelemetry,noidlestacks,nostartgeneration,";
-    const std::string tail = "disableoomedumper,ondemand,sampler=signal,optional,tellsnapshot,";
+    const std::string tail =
+        "disableoomedumper,ondemand,sampler=signal,samplelines,optional,tellsnapshot,";
     const std::string tmp = "tmpdir=/run/vdk-1";
     const std::string attachHead =
         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
-        "noidlestacks,nostartgeneration,disableoomedumper,ondemand,sampler=signal,";
+        "noidlestacks,nostartgeneration,disableoomedumper,ondemand,sampler=signal,samplelines,";
     const struct {
         Choose choose;
         std::vector<std::string> arguments;
@@ -57,8 +58,8 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
              c.eager = true;
          },
          {"sampling"},
-         "builtinprobes=none,latetelemetry,noidlestacks,sampler=signal,tellsnapshot," + tmp +
-             ",sampling"},
+         "builtinprobes=none,latetelemetry,noidlestacks,sampler=signal,samplelines,tellsnapshot," +
+             tmp + ",sampling"},
         {[](AgentOptionChoices& c) {
              c.probes = "Servlets,Threads";
              c.workingDir = "/home/me";
@@ -80,7 +81,9 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
              tail + tmp + ",noprobe=Threads"},
         {[](AgentOptionChoices& c) { c.noSnapshot = true; },
          {},
-         runHead + "disableoomedumper,ondemand,sampler=signal,optional,noexitsnapshot," + tmp},
+         runHead +
+             "disableoomedumper,ondemand,sampler=signal,samplelines,optional,noexitsnapshot," +
+             tmp},
         {[](AgentOptionChoices& c) { c.exitSnapshot = "/w/a b.snapshot"; },
          {},
          runHead + tail + "exitsnapshot=VDKQUOTED2f772f6120622e736e617073686f74," + tmp},
@@ -89,7 +92,8 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
          },
          {},
          runHead +
-             "disableoomedumper,ondemand,traceonly=com.shop.*;B,sampler=signal,optional,"
+             "disableoomedumper,ondemand,traceonly=com.shop.*;B,sampler=signal,samplelines,"
+             "optional,"
              "tellsnapshot," +
              tmp},
         {[](AgentOptionChoices& c) { c.allUsers = true; },
@@ -104,7 +108,7 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
          {},
          "onlylocal,onlyuser,quiet,redact,builtinprobes=none,noidlestacks,disableoomedumper,"
          "ondemand,sampler="
-         "signal," +
+         "signal,samplelines," +
              tmp},
     };
     for (const auto& c : cases) {

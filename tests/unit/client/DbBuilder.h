@@ -88,8 +88,24 @@ public:
         return time(key, stack(methodsFromTheRoot), ns);
     }
 
+    // A part of that time, in one line.
+    void line(const std::string& threadName, const std::string& methodsFromTheRoot, int number,
+              long ns) {
+        if (lines == nullptr) {
+            lines = db.getUserTable(db.createUserTableByDescription(
+                "Sampled Lines\n4\nthread\n0\nframe\n0\nline\n0\ntime_ns\n1\n"));
+        }
+        int* const row = lines->getRecord(lines->nextIndex(), true);
+        lines->setIntColumn(row, 0, threads[threadName] + 2);
+        lines->setIntColumn(row, 1, stack(methodsFromTheRoot));
+        lines->setIntColumn(row, 2, number);
+        lines->setLongColumn(row, 3, ns);
+        row[0] = db.currentStamp;
+    }
+
     DB db;
 
 private:
+    UserTable* lines = nullptr;
     std::map<std::string, int> frames, methods, threads;
 };

@@ -34,6 +34,9 @@ inline void fillHostile(DbBuilder& b, bool all = false) {
     b.sample("http-1", "com.a.Main.run", 90000000);
     b.sample("http-1", "com.a.Main.run;com.a.Main.work", 60000000);
     b.sample("http-1", "com.a.Main.run;com.a.Main.work;com.a.Main.work", 20000000);
+    b.line("http-1", "com.a.Main.run;com.a.Main.work;com.a.Main.work", 17, 15000000);
+    b.line("http-1", "com.a.Main.run;com.a.Main.work;com.a.Main.work", 19, 9000000); // too much
+    b.line("nobody", "com.a.Main.run", 4, 1);
     b.sample("http-1", "com.a.Main.run;java.util.Map.get", 10000000);
     b.sample(std::string("<b>\xff") + Script, "com.a.Main.work", 5000000);
     for (const std::string& name : names) {

@@ -169,6 +169,8 @@ TEST(Pprof, isReadByPprofItself) {
     EXPECT_NE(top.out.find("Type: cpu"), std::string::npos) << top.out;
     EXPECT_NE(top.out.find("of 95ms total"), std::string::npos) << top.out;
     EXPECT_NE(top.out.find("65ms"), std::string::npos) << top.out;
+    const Result lines = run("go tool pprof -lines -top -unit=ms " + dir.file("a.pb.gz") + " 2>&1");
+    EXPECT_NE(lines.out.find("com.a.Main.work :17"), std::string::npos) << lines.out;
     const Result raw = run("go tool pprof -raw " + dir.file("a.pb.gz") + " 2>&1");
     EXPECT_NE(raw.out.find("thread:[http-1]"), std::string::npos) << raw.out;
 }

@@ -155,7 +155,7 @@ const std::vector<Command> Table = {
      "in\n"
      "them; the tree has them below the methods that they went through, marked <servlet>, <SQL>, "
      "...\n"
-     "--by takes one list in place of all these: of lines it knows the method alone; `group` are\n"
+     "--by takes one list in place of all these: lines are those of CPU samples; `group` are\n"
      "thread groups.\n"
      "--include, --exclude, --focus and --callers take a method (`Cart.add`), a class (`Cart`), a\n"
      "package (`com.shop`) or a pattern with * (`com.shop.*`), and may come again.",

@@ -103,6 +103,7 @@ class Recorded {
     this.thread = new Int32Array(count);
     const fields = info.compared ? ['own', 'count', 'baseOwn', 'baseCount'] : ['own', 'count'];
     this.fields = fields;
+    this.lines = []; // pairs of line and own value, by entry
     for (const field of fields) {
       this[field] = new Float64Array(count);
     }
@@ -113,7 +114,24 @@ class Recorded {
       for (const field of fields) {
         this[field][i] = input.next();
       }
+      for (let lines = input.next(); lines > 0; lines--) {
+        this.lines[i] = this.lines[i] || [];
+        this.lines[i].push([input.next(), input.next()]);
+      }
     }
+  }
+
+  // Lines in which a node's own time was spent, and how much of it, the largest first.
+  linesOf(node, isChosen) {
+    const sums = new Map();
+    for (let i = this.node.indexOf(node); i >= 0 && this.node[i] === node; i++) {
+      if (!isChosen || isChosen[this.thread[i]]) {
+        for (const [line, own] of this.lines[i] || []) {
+          sums.set(line, (sums.get(line) || 0) + own);
+        }
+      }
+    }
+    return [...sums].sort((a, b) => b[1] - a[1] || a[0] - b[0]);
   }
 
   // Values of the threads that are chosen (an array of flags; null takes all).

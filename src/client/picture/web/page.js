@@ -3,6 +3,7 @@
 
 const element = (id) => document.getElementById(id);
 const MostRows = 1000; // of the list
+const MostLines = 5; // of a frame
 
 const page = {
   head: JSON.parse(element('head').textContent),
@@ -159,6 +160,11 @@ function facts(layer, node) {
   const lines = [nameOf(name), `total ${inUnit(tree.total[node])} (${percent(tree.total[node], page.tree.total[0])})`];
   if (!isCaller) {
     lines.push(`own ${inUnit(tree.own[node])} (${percent(tree.own[node], page.tree.total[0])})`);
+    const known = tree === page.tree ? current().linesOf(node, chosenThreads()) : [];
+    if (known.length > 0) {
+      const first = known.slice(0, MostLines).map(([line, own]) => `${line} (${percent(own, tree.own[node])})`);
+      lines.push('lines ' + first.join(', ') + (known.length > MostLines ? ', ...' : ''));
+    }
     if (info.countTitle && tree.count[node] > 0) {
       lines.push(`${info.countTitle} ${Math.round(tree.count[node]).toLocaleString('en')}`);
     }

@@ -99,6 +99,48 @@ public final class SignalSamplingCases {
         target.finish();
     }
 
+    private static final Pattern LINE_OF_UNIT =
+            Pattern.compile("\"line\": \"fixtures\\.Burn\\.unit:(\\w+)\",\\s*\"cpuNs\": (\\d+)");
+
+    /** What stands in the lines that samples tell is the loop that burns. */
+    private static void checkLines(String where, String report) throws Exception {
+        Path sources = Path.of(System.getProperty("vdk.docs")).resolve("../tests/jvm/src");
+        List<String> source = Files.readAllLines(sources.resolve("fixtures/Burn.java"));
+        Matcher matcher = LINE_OF_UNIT.matcher(report);
+        long inLoop = 0;
+        long all = 0;
+        while (matcher.find()) {
+            long cpuNs = Long.parseLong(matcher.group(2));
+            String line = matcher.group(1).equals("unknown")
+                                  ? ""
+                                  : source.get(Integer.parseInt(matcher.group(1)) - 1);
+            boolean isOfLoop = line.contains("i < 100_000") || line.contains("x = x *");
+            inLoop += isOfLoop ? cpuNs : 0;
+            all += cpuNs;
+        }
+        Check.isTrue(all > 0 && inLoop > 0.9 * all, where + ": lines in " + report);
+    }
+
+    @Case(fixture = Burn.class, agent = SIGNAL + ",samplelines", alone = true)
+    static void tellsTheLinesOfEitherSampler(Target target) throws Exception {
+        for (String sampler : new String[] {"signal", "walk"}) {
+            Tool.vdk("sample", "start", target.id(), "--sampler", sampler);
+            Check.await(()
+                                -> Tracing.fetch(target).totalTimes().getOrDefault(
+                                           "fixtures.Burn.unit", 0L) > 500_000_000,
+                        "half a second of samples");
+            Tracing.stop(target);
+            String[] byLine = {"report", target.id(), "--show", "cpu", "--by", "line", "--json"};
+            checkLines(sampler, Tool.vdk(byLine));
+            Path file = target.folder.resolve(sampler + ".snapshot");
+            Tool.vdk("snapshot", target.id(), "--out", file.toString());
+            byLine[1] = file.toString();
+            checkLines("snapshot, " + sampler, Tool.vdk(byLine));
+            Tracing.clear(target);
+        }
+        target.finish();
+    }
+
     private static int unloaded(Target target, int question) throws Exception {
         target.ask("unloaded? " + question, "heard unloaded? " + question);
         String output = target.output();
