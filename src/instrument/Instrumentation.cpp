@@ -3,6 +3,7 @@
 #include "classfile/ClassScan.h"
 #include "core/ground/Globals.h"
 #include "core/ground/Guard.h"
+#include "core/ground/NameBits.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
 #include "core/jvm/CommonUtils.h"
@@ -46,6 +47,9 @@ constexpr int LAST_STRIPPABLE_VERSION = 51;
 // Internal names of classes that had natives wrapped at some load; never shrinks. ourLock.
 ZVectorSafe<ZString>& ourNamesOfClassesWithWrappedNatives = *new ZVectorSafe<ZString>();
 WrappedNatives& ourWrappedNatives = *new WrappedNatives();
+// Classes that were given other code than wrappers around natives: all that a detach may have to
+// give back. ourLock.
+NameBits<1U << 17>& ourChangedClasses = *new NameBits<1U << 17>();
 // Statistics of the hook. ourLock.
 long ourProcessedClasses = 0;
 long ourRewrittenClasses = 0;
@@ -66,7 +70,7 @@ bool listsWrappedNatives(const ZString& name) {
 
 // The rows of the methods may tell that they carry calls.
 bool isMarkedAsTraced(const ZString& name) {
-    return ourOptions->onDemand && WantedCalls::mayCarryRecording(name);
+    return (ourOptions->onDemand || ourIsAway) && WantedCalls::mayCarryRecording(name);
 }
 
 // Texts and bytes of the class at work, kept so that their memory is taken once. ourLock.
@@ -220,10 +224,10 @@ bool patchLoader(ClassFile& classFile, const ZString& name) {
 // Runs the passes. True if any changed the class. natives: null leaves them as they are.
 bool rewrite(ClassFile& classFile, const ZString& name, const NativeSelection* natives,
              DatabaseMethodIds& ids, ProbePasses& probes) {
-    bool changed = false;
+    bool isWrapped = false;
     if (natives != nullptr &&
         wrapNativeMethods(&classFile, ourNativeMethodPrefix, *natives, &ourCounts)) {
-        changed = true;
+        isWrapped = true;
         if (!listsWrappedNatives(name)) {
             ourNamesOfClassesWithWrappedNatives.push(name);
         }
@@ -232,8 +236,9 @@ bool rewrite(ClassFile& classFile, const ZString& name, const NativeSelection* n
         }
     }
     if (ourVMDeathCalled) {
-        return changed;
+        return isWrapped;
     }
+    bool changed = false;
     const ClassCalls wanted = WantedCalls::ofClass(classFile, ourOfferedUnasked);
     if (wanted.calls.has(CALLS_LOADERS)) {
         changed = patchLoader(classFile, name) || changed;
@@ -259,7 +264,10 @@ bool rewrite(ClassFile& classFile, const ZString& name, const NativeSelection* n
     if (wanted.calls.has(CALLS_GUARDS)) {
         changed = probes.guard() || changed;
     }
-    return changed;
+    if (changed) {
+        ourChangedClasses.add(name);
+    }
+    return changed || isWrapped;
 }
 
 // Why a parsed class is not rewritten; empty if it may be.
@@ -359,7 +367,7 @@ void rewriteOffered(const OfferedClass& offered, const ZString& name, jint* newL
                              offered.redefined != nullptr && waitsForRewriting(offered.redefined),
                              offered.env, offered.loader);
     if (offered.redefined != nullptr) {
-        if (WantedCalls::now().has(CALLS_NATIVES) && listsWrappedNatives(name)) {
+        if (listsWrappedNatives(name)) {
             const Redefinition redefinition(offered.redefined, name, ourWrappedNatives);
             if (redefinition.hasWrapped()) {
                 classFileLoadHookHandlerImpl(name, offered.length, offered.data, newLength, newData,
@@ -402,6 +410,9 @@ void handleOffer(const OfferedClass& given, jint* newLength, unsigned char** new
         return;
     }
     if (offered.redefined == nullptr) {
+        if (ourIsAway) {
+            return;
+        }
         rememberLoadedClass(offered.env, name, offered.loader);
         noteLoadedWhileProbesChange(name);
         noteLoadedWhileCallsCome(name);
@@ -490,7 +501,7 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
     if (!isProbe && hasNoWork(name, length, data, natives)) {
         return;
     }
-    if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 && !ourVMInitCalled) {
+    if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 && !ourVMInitCalled && !keepsShape) {
         if (logsEachClass()) {
             logClass(dotted, "no init yet");
         }
@@ -534,6 +545,9 @@ void JNICALL class_file_load_hook_handler(jvmtiEnv*, JNIEnv* env, jclass classBe
                                           jint* newClassDataLength, unsigned char** newClassData) {
     *newClassDataLength = 0;
     *newClassData = nullptr;
+    if (ourIsAway && classBeingRedefined == nullptr) {
+        return;
+    }
     const uintptr_t place = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
     const bool done = runGuarded(VDK_HERE, [&] {
         handleOffer({env, classBeingRedefined, loader, name, classDataLength, classData, place},
@@ -546,6 +560,22 @@ void JNICALL class_file_load_hook_handler(jvmtiEnv*, JNIEnv* env, jclass classBe
     if (classBeingRedefined != nullptr) {
         noteClassOffered();
     }
+}
+
+bool mayBeChanged(const ZString& name) {
+    return ourChangedClasses.mayHave(name);
+}
+
+void forgetChangedClasses() {
+    ourChangedClasses.clear();
+}
+
+bool mayHaveWrappedNatives(const ZString& name) {
+    return listsWrappedNatives(name);
+}
+
+bool keepsHookInAnyCase() {
+    return !ourNamesOfClassesWithWrappedNatives.isEmpty() || RenewedClasses::areThere();
 }
 
 void logInstrumentationTotals() {

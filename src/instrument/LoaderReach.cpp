@@ -148,6 +148,10 @@ void trustEarlierLoaders() {
     ourEarlierLoadersDone.store(true, std::memory_order_release);
 }
 
+void forgetEarlierLoaders() {
+    ourEarlierLoadersDone.store(false, std::memory_order_release);
+}
+
 bool loaderFindsAgent(JNIEnv* env, jobject loader, LoaderUse use) {
     if (loader == nullptr || env == nullptr) {
         return true;

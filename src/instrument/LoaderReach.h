@@ -17,6 +17,8 @@ void distrustLoaderClass(const ZString& name);
 // From here on the loaders that were there before the hook are patched or distrusted. Until then
 // only the JDK's own are relied on for classes that are being loaded.
 void trustEarlierLoaders();
+// There are loaders again that the hook has not seen.
+void forgetEarlierLoaders();
 
 // Whether classes that this loader defines find the agent; null is the boot loader. Runs no Java
 // code. Caller holds ourLock.

@@ -12,6 +12,7 @@
 #include "core/jvm/NativeEntry.h"
 #include "db/Progress.h"
 #include "instrument/ClassBatches.h"
+#include "instrument/ClassesBack.h"
 #include "instrument/LoaderReach.h"
 #include "instrument/WantedCalls.h"
 #include "platform/Platform.h"
@@ -178,9 +179,7 @@ private:
 class GoingBack {
 public:
     GoingBack(JNIEnv* javaEnv, unsigned starts)
-        : env(javaEnv), startsBefore(starts), classes(javaEnv) {
-        collect();
-    }
+        : startsBefore(starts), classes(javaEnv, WantedCalls::mayCarryRecording) {}
 
     void run() {
         const long start = getTimeNs();
@@ -203,12 +202,7 @@ private:
         if (isOver()) {
             return false;
         }
-        classes.retransformSome();
-        if (classes.getPlace() < classes.getSize()) {
-            return true;
-        }
-        // Classes whose definition was under way have been defined meanwhile.
-        if (++looks < MOST_LATE_LOOKS && collect()) {
+        if (classes.step()) {
             return true;
         }
         // At once: a start that waits for the lock finds them all without.
@@ -218,30 +212,8 @@ private:
     }
     bool isOver() const { return ourVMDeathCalled || ourStarts != startsBefore; }
 
-    // Whether there are classes that were not seen before.
-    bool collect() {
-        const int before = classes.getSize();
-        const RewritableClasses rewritable(env);
-        eachLoadedClass(env, [&](jclass type) {
-            const ZString name = internalNameOf(type);
-            LockHolder lock(ourLock);
-            const bool carries = !name.isEmpty() && WantedCalls::mayCarryRecording(name) &&
-                                 (looks == 0 || !collected.mayHave(name));
-            if (carries && rewritable.has(type)) {
-                collected.add(name);
-                classes.push(type);
-                return true;
-            }
-            return false;
-        });
-        return classes.getSize() > before;
-    }
-
-    JNIEnv* env;
     const unsigned startsBefore;
-    ClassList classes;
-    NameBits<1U << 17> collected;
-    int looks = 0;
+    ClassesBack classes;
 };
 
 void JNICALL going_back_entry(jvmtiEnv*, JNIEnv* env, void* starts) {
@@ -258,8 +230,8 @@ void switchOff(JNIEnv* env) {
         WantedCalls::setTracedOnly(ourOptions->traceOnly);
     }
     ourReady = CallSet();
-    // Calibration is followed by a start.
-    if (!ourVMDeathCalled && getCalibration() != -1) {
+    // Calibration is followed by a start; a detach sees to the classes itself.
+    if (!ourVMDeathCalled && !ourIsAway && getCalibration() != -1) {
         const uintptr_t starts = ourStarts;
         runAgentThread(env, "VDKAgent-ClassesGoBack", going_back_entry,
                        reinterpret_cast<const void*>(starts));
@@ -336,6 +308,9 @@ void letIn(const ZString& only, ZString* filters) {
 
 // Why nothing can be prepared; empty if it can.
 ZString refusePreparation(int recording, const ZString& only) {
+    if (ourIsAway) {
+        return AWAY_REFUSAL;
+    }
     if (recording != RECORDING_TRACES && recording != RECORDING_ALLOCATES) {
         return "No such recording";
     }
@@ -368,7 +343,7 @@ ComingResult prepareRecordingCalls(JNIEnv* env, int recording, const ZString& on
 } // namespace
 
 void takeRecordingCalls(JNIEnv* env, int recording, ZString* filters) {
-    if (!ourOptions->onDemand) {
+    if (!ourOptions->onDemand || ourIsAway) {
         return;
     }
     ourStarts++;
@@ -400,10 +375,23 @@ void giveRecordingCalls(JNIEnv* env, int recording) {
         return;
     }
     LockHolder lock(ourCallSwitchLock);
+    if (usersOf(recording) == 0) {
+        return; // a detach has dropped all
+    }
     usersOf(recording)--;
     if (ourTracings == 0 && ourAllocationRecordings == 0) {
         switchOff(env);
     }
+}
+
+void dropRecordingCalls(JNIEnv* env) {
+    ourStarts++;
+    LockHolder lock(ourCallSwitchLock);
+    ourTracingHold.isThere = false;
+    ourAllocationHold.isThere = false;
+    ourTracings = 0;
+    ourAllocationRecordings = 0;
+    switchOff(env);
 }
 
 void noteLoadedWhileCallsCome(const ZString& name) {

@@ -20,5 +20,9 @@
 void takeRecordingCalls(JNIEnv* env, int recording, ZString* filters);
 void giveRecordingCalls(JNIEnv* env, int recording);
 
+// Nobody records any more, nor will: what was prepared is dropped, and a going back that is under
+// way ends. For a detach, with ourIsAway set; the classes stay as they are.
+void dropRecordingCalls(JNIEnv* env);
+
 // The hook sees a class that is being loaded. Caller holds ourLock.
 void noteLoadedWhileCallsCome(const ZString& name);

@@ -52,3 +52,8 @@ const ZVector<unsigned char>* RenewedClasses::find(const ZString& name) {
     const int place = placeOf(name);
     return place == ourNames.getSize() ? nullptr : ourBytes[place];
 }
+
+bool RenewedClasses::areThere() {
+    LockHolder lock(ourLock);
+    return !ourNames.isEmpty();
+}

@@ -25,4 +25,5 @@ public:
 
     // The newest bytes, null for other classes. They are there as long as the caller holds ourLock.
     static const ZVector<unsigned char>* find(const ZString& name);
+    static bool areThere();
 };

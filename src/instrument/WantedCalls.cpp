@@ -50,6 +50,9 @@ bool sawAllClasses() {
 } // namespace
 
 CallSet WantedCalls::now() {
+    if (ourIsAway) {
+        return CallSet();
+    }
     CallSet wanted(ourSwitchedKinds);
     const CallSet ofRecordings = recordingCalls();
     if (!ourOptions->onDemand) {

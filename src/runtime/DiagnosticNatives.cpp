@@ -56,7 +56,8 @@ static ZString originOf(JNIEnv* env, jobject bean, jclass beanClass, jstring nam
 
 enum SetResult { SET_FAILED = 0, SET_DONE = 1, SET_CHOSEN_BY_USER = 2 };
 
-static SetResult setOptionImpl(JNIEnv* env, jstring name, jstring value) {
+// origins: words with blanks between them.
+static SetResult setOptionImpl(JNIEnv* env, jstring name, jstring value, jstring origins) {
     jclass beanClass = nullptr;
     jobject bean = makeBean(env, &beanClass);
     if (bean == nullptr) {
@@ -66,7 +67,13 @@ static SetResult setOptionImpl(JNIEnv* env, jstring name, jstring value) {
     if (env->ExceptionCheck()) {
         return SET_FAILED;
     }
-    if (origin != "DEFAULT" && origin != "ERGONOMIC") {
+    ZVectorSafe<ZString> accepted;
+    toZString(env, origins).split(" ", accepted);
+    bool isAccepted = false;
+    for (int i = 0; i < accepted.getSize(); i++) {
+        isAccepted = isAccepted || origin == accepted[i];
+    }
+    if (!isAccepted) {
         return SET_CHOSEN_BY_USER;
     }
     jmethodID setter =
@@ -78,18 +85,19 @@ static SetResult setOptionImpl(JNIEnv* env, jstring name, jstring value) {
     return env->ExceptionCheck() ? SET_FAILED : SET_DONE;
 }
 
-static jint JNICALL setOption(JNIEnv* env, jclass, jstring name, jstring value) {
+static jint JNICALL setOption(JNIEnv* env, jclass, jstring name, jstring value, jstring origins) {
     SetResult result = SET_FAILED;
     runGuarded(VDK_HERE, [&] {
-        result = setOptionImpl(env, name, value);
+        result = setOptionImpl(env, name, value, origins);
         env->ExceptionClear();
     });
     return result;
 }
 
 bool registerDiagnosticNatives(JNIEnv* env, jclass oomeDumper) {
-    const JNINativeMethod method = {const_cast<char*>("setOption"),
-                                    const_cast<char*>("(Ljava/lang/String;Ljava/lang/String;)I"),
-                                    reinterpret_cast<void*>(setOption)};
+    const JNINativeMethod method = {
+        const_cast<char*>("setOption"),
+        const_cast<char*>("(Ljava/lang/String;Ljava/lang/String;Ljava/lang/String;)I"),
+        reinterpret_cast<void*>(setOption)};
     return env->RegisterNatives(oomeDumper, &method, 1) == JNI_OK;
 }

@@ -207,6 +207,7 @@ void HeapWalk::findClassObjects() {
 
 // They get the first indices, java.lang.Class the very first; the same ones if it is done again.
 void HeapWalk::tagClassObjects() {
+    ourHasTaggedObjects = true;
     int classCounter = -1;
     for (int i = 0; i < classObjects.getSize(); i++) {
         jlong tag = 0;

@@ -2,6 +2,7 @@
 
 #include "core/ground/Globals.h"
 #include "core/ground/Options.h"
+#include "core/jvm/AgentThread.h"
 #include "core/jvm/CallbackNatives.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JvmGlobals.h"
@@ -140,7 +141,7 @@ static void waitOnMonitor(jrawMonitorID monitor, jlong milliseconds) {
     }
 }
 
-void oome_snapshot_detector() {
+void oome_snapshot_detector(const void* stay) {
     const ZString path = ourOptions->getHeapDumpPath();
     if (path.isEmpty()) {
         return;
@@ -148,14 +149,15 @@ void oome_snapshot_detector() {
     const DumpCandidates candidates(path, Platform::vdk_getpid());
     jrawMonitorID monitor = nullptr;
     CHECK_JVMTI(ourJVMTI->CreateRawMonitor("vdk_oome_detector_lock", &monitor));
-    for (;;) {
+    while (!isStayOver(stay)) {
         waitOnMonitor(monitor, DETECTOR_PERIOD_MS);
         const ZString changed = candidates.findChanged();
         if (!changed.isEmpty()) {
             addSnapshotInfo(changed, DETECTED_DUMP_FLAGS);
-            return;
+            break;
         }
     }
+    CHECK_JVMTI(ourJVMTI->DestroyRawMonitor(monitor));
 }
 
 jstring JNICALL VDK_CALLBACK_NATIVE(captureSnapshot)(JNIEnv* env, jclass, jstring path,

@@ -26,8 +26,9 @@ void captureTables(JNIEnv* env, SnapshotWriter& writer, int progressSocket, cons
                    long flags, InstanceCounting* counting = nullptr, int scratch = -1);
 
 // Watches for the heap dump that the JVM writes when memory runs out, and notes it as a snapshot of
-// this process. Ends after the first one: only the first dump of a process counts.
-void oome_snapshot_detector();
+// this process. Ends after the first one: only the first dump of a process counts; and with the
+// stay (AgentThread.h).
+void oome_snapshot_detector(const void* stay);
 
 // One round of the watcher: compares the candidates' sizes with those noted before. The changed
 // path, the later candidate if both have changed; empty if none has.

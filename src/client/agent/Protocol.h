@@ -53,6 +53,7 @@ enum Packet : int32_t {
     PACKET_WATCH_STOP = 105820,
     PACKET_PREPARE_RECORDING_REQ = 105900,
     PACKET_CALLS_PROGRESS = 105910,
+    PACKET_DETACH_REQ = 106000,
 };
 
 // Sizes of the compressed transfer: a chunk of the file, and the largest block on the wire.

@@ -46,6 +46,8 @@ const jvmtiEvent DATA_DUMP_REQUEST = JVMTI_EVENT_DATA_DUMP_REQUEST;
 
 // Set once the natives are bound. Without them no Java code of the agent may run.
 bool ourNativesBound = false;
+// Set once this library has begun to bring the classes that they belong to.
+bool ourHasBroughtClasses = false;
 
 jstring newString(JNIEnv* env, const ZString& text) {
     jstring result = toJavaString(env, text);
@@ -55,6 +57,7 @@ jstring newString(JNIEnv* env, const ZString& text) {
 
 // Makes Callback known and keeps it, which finding it costs only once.
 void loadCallbackClass(JNIEnv* env) {
+    ourHasBroughtClasses = true;
     if (ourDefinesRuntimeClasses) {
         const int count = defineRuntimeClasses(env);
         Logger::message(ZString("Runtime classes defined: ") + longToString(count));
@@ -124,8 +127,8 @@ bool callCoreInit(JNIEnv* env) {
     return result == JNI_TRUE;
 }
 
-void JNICALL detector_thread_entry(jvmtiEnv*, JNIEnv*, void*) {
-    runGuarded(VDK_HERE, [] { oome_snapshot_detector(); });
+void JNICALL detector_thread_entry(jvmtiEnv*, JNIEnv*, void* stay) {
+    runGuarded(VDK_HERE, [&] { oome_snapshot_detector(stay); });
 }
 
 // Starts a mode that the options ask for. One that fails leaves the others: the log tells.
@@ -185,6 +188,10 @@ void vmDeathImpl(JNIEnv* env) {
     }
     const long status = ourStatus;
     ourVMDeathCalled = true;
+    if (ourIsAway) {
+        Logger::message("vmDeath: the agent is detached, nothing to do");
+        return;
+    }
     Logger::message("vmDeath: 2");
     callCore(env, "runOnJVMExitTriggers", "()V", 0);
     Logger::message("vmDeath: 3");
@@ -311,9 +318,17 @@ void threadEndImpl(JNIEnv* env, jthread thread) {
 
 } // namespace
 
+bool areRuntimeClassesOurs() {
+    return ourHasBroughtClasses;
+}
+
 void agentStart(JNIEnv* env) {
     Logger::message("agentStart: 1");
     redirectJNIFunctions();
+    if (ourNativesBound) {
+        Logger::message("agentStart: the classes are there");
+        return;
+    }
     loadCallbackClass(env);
     Logger::message("agentStart: 2");
     registerCallbackNatives(env, ourClassCallbackGlobalRef);
@@ -325,9 +340,11 @@ void agentStart(JNIEnv* env) {
 
 bool agentInit(JNIEnv* env) {
     Logger::message("agentInit: 1");
-    jclass core = findClass(env, CORE_CLASS);
-    ourClassCoreGlobalRef = static_cast<jclass>(env->NewGlobalRef(core));
-    env->DeleteLocalRef(core);
+    if (ourClassCoreGlobalRef == nullptr) {
+        jclass core = findClass(env, CORE_CLASS);
+        ourClassCoreGlobalRef = static_cast<jclass>(env->NewGlobalRef(core));
+        env->DeleteLocalRef(core);
+    }
     Logger::message("agentInit: Core loaded");
     const bool goesOn = callCoreInit(env);
     Logger::message("agentInit: Core.init() called");
@@ -336,8 +353,8 @@ bool agentInit(JNIEnv* env) {
         return false;
     }
     const bool areThreadsThere = runGuarded(VDK_HERE, [&] {
-        runAgentThread(env, "VDKAgent-CPUSampler", sampler_thread_entry);
-        runAgentThread(env, "VDKAgent-OOMESnapshotDetector", detector_thread_entry);
+        runAgentThread(env, "VDKAgent-CPUSampler", sampler_thread_entry, presentStay());
+        runAgentThread(env, "VDKAgent-OOMESnapshotDetector", detector_thread_entry, presentStay());
     });
     // The threads of Core run and use the environments: a failure leaves all in place from here on.
     ourVMInitCalled = true;

@@ -1,5 +1,6 @@
 // Loading, from the JVM's call to the point where its events take over.
 #include "core/entry/Capabilities.h"
+#include "core/entry/Detach.h"
 #include "core/entry/EventTable.h"
 #include "core/entry/JVMTI_Agent.h"
 #include "core/entry/JvmArguments.h"
@@ -12,7 +13,9 @@
 #include "db/DB.h"
 #include "instrument/Instrumentation.h"
 #include "instrument/JNIRedirect.h"
+#include "instrument/LoaderReach.h"
 #include "instrument/ProbeChanges.h"
+#include "instrument/ProbeReach.h"
 #include "instrument/Retransformation.h"
 #include "instrument/WantedCalls.h"
 #include "platform/Platform.h"
@@ -166,14 +169,30 @@ bool bringRuntimeClasses(const JvmArguments& arguments) {
     return true;
 }
 
+bool isSearchedForProbes(const ZString& path) {
+    for (int i = 0; i < Probes::ourProbeClassPathElements.getSize(); i++) {
+        if (Probes::ourProbeClassPathElements[i] == path) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// An agent that comes back has those of before.
 void addOptionClassPaths() {
     for (int i = 0; i < ourOptions->probeBootClassPath.getSize(); i++) {
         const ZString& element = ourOptions->probeBootClassPath[i];
+        if (isSearchedForProbes(element)) {
+            continue;
+        }
         CHECK_JVMTI(ourJVMTI->AddToBootstrapClassLoaderSearch(element.c_str()));
         Probes::ourProbeClassPathElements.push(element);
     }
     for (int i = 0; i < ourOptions->probeSystemClassPath.getSize(); i++) {
         const ZString& element = ourOptions->probeSystemClassPath[i];
+        if (isSearchedForProbes(element)) {
+            continue;
+        }
         CHECK_JVMTI(ourJVMTI->AddToSystemClassLoaderSearch(element.c_str()));
         Probes::addSystemPathElement(element);
     }
@@ -192,7 +211,7 @@ void logEnvironment(const VmDescription& vm) {
 }
 
 // What VMStart and VMInit would have driven in a starting JVM.
-int startAttached() {
+int startAttached(bool isFirst) {
     JNIEnv* env = nullptr;
     if (ourVM->GetEnv(reinterpret_cast<void**>(&env), JNI_WANTED_VERSION) != JNI_OK) {
         return LOAD_NO_JNI;
@@ -209,13 +228,31 @@ int startAttached() {
         ourJVMTI2 = createTaggableJVMTIEnv(false);
         tagClassesLoadedBeforeAttach(env);
     }
-    prepareProbes(env);
+    if (isFirst) {
+        prepareProbes(env);
+    } else if (Probes::areThere()) {
+        rememberLoadedClasses(env); // of those that came meanwhile
+    }
     enableClassFileLoadHook(ourJVMTI, env);
     retransformLoadersLoadedBeforeAttach(env);
     retransformClassesForChangedProbes(env, "apply probes after attach");
     registerLiveThreads(env);
     startProfiling(env);
     return LOAD_OK;
+}
+
+// Its classes would be bound to this library, under code that goes on in the other one.
+bool isOtherAgentThere() {
+    JNIEnv* env = nullptr;
+    if (areRuntimeClassesOurs() ||
+        ourVM->GetEnv(reinterpret_cast<void**>(&env), JNI_WANTED_VERSION) != JNI_OK) {
+        return false;
+    }
+    jclass core = env->FindClass("com/vandrik/runtime/Core");
+    env->ExceptionClear();
+    const bool isThere = core != nullptr;
+    env->DeleteLocalRef(core);
+    return isThere;
 }
 
 // The environment, the checks of the JVM and the options. LOAD_OK or the refusal.
@@ -315,7 +352,7 @@ int prepareAgent(const JvmArguments& arguments, const VmDescription& vm) {
 }
 
 void logEntry(const char* entry, const char* options) {
-    if (ourJVMTI == nullptr) {
+    if (ourJVMTI == nullptr || isAway()) {
         ourOptions->findEarly(options);
     }
     Logger::message(ZString(entry) + ": options=" + (options == nullptr ? "<NULL>" : options));
@@ -363,6 +400,9 @@ jvmtiEnv* createTaggableJVMTIEnv(bool withObjectFree) {
 
 int agentLoadImpl(JavaVM* vm, const char* options) {
     ourVM = vm;
+    if (ourJVMTI != nullptr && isAway()) {
+        return returnToJvm(options);
+    }
     if (ourJVMTI != nullptr) {
         Logger::message("Agent already loaded");
         return LOAD_OK;
@@ -378,15 +418,50 @@ int agentLoadImpl(JavaVM* vm, const char* options) {
         disposeEnvironments();
         return LOAD_OK;
     }
+    if (isAttached() && isOtherAgentThere()) {
+        Logger::refusal("Cannot start: another copy of the agent is in this JVM, or was");
+        return LOAD_OTHER_AGENT;
+    }
     installInstrumentation(ourCallbackBytecode, ourCallbackBytecodeSize);
     installAllocationRecording();
     Monitors::install();
     Exceptions::install();
     result = prepareAgent(arguments, description);
     if (result == LOAD_OK && isAttached()) {
-        result = startAttached();
+        result = startAttached(true);
     }
     return result;
+}
+
+int startAgain(const char* options) {
+    const long capabilities = ourCapabilities;
+    const long status = ourStatus;
+    Options* const before = ourOptions;
+    ourCapabilities = INITIAL_CAPABILITIES;
+    ourStatus = INITIAL_STATUS;
+    ourOptions = new Options();
+    ourOptions->findEarly(options);
+    ourCapabilities |= CAPABILITY_ATTACHED_AGENT;
+    if (!ourOptions->parse(options)) {
+        delete ourOptions;
+        ourOptions = before;
+        ourCapabilities = capabilities;
+        ourStatus = status;
+        return LOAD_INVALID_OPTIONS;
+    }
+    // Somebody may still be reading those of before, but not the ones before these.
+    static Options* unused = nullptr;
+    delete unused;
+    unused = before;
+    if (!acquireCapabilities()) {
+        return LOAD_NO_CAPABILITIES;
+    }
+    registerEventHandlers(ourJVMTI);
+    registerUnloadHandler(ourJVMTI8);
+    addOptionClassPaths();
+    registerOptionProbes();
+    forgetEarlierLoaders();
+    return startAttached(false);
 }
 
 void disposeEnvironments() {
@@ -435,6 +510,9 @@ jint agentOnAttach(JavaVM* vm, const char* options) {
         }
         result = agentLoadImpl(vm, options);
     });
+    if (!isFirst) {
+        return result; // an agent that is there, or was away, stays as it is
+    }
     if (result == LOAD_INTERNAL_ERROR && ourVMInitCalled) {
         // The agent's threads run and use the environments. What was reached so far stays.
         runGuarded(VDK_HERE,

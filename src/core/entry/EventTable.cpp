@@ -135,3 +135,18 @@ void registerUnloadHandler(jvmtiEnv* environment) {
 void registerObjectMapHandler(jvmtiEnv* environment) {
     enableObjectFree(environment, object_free_handler_JVMTI9);
 }
+
+void disableEvents(bool keepsHook) {
+    const auto disable = [](jvmtiEnv* environment, jvmtiEvent event) {
+        CHECK_JVMTI(environment->SetEventNotificationMode(JVMTI_DISABLE, event, nullptr));
+    };
+    for (const EnabledEvent& row : ENABLED) {
+        if (row.event != JVMTI_EVENT_VM_DEATH && row.event != JVMTI_EVENT_THREAD_END) {
+            disable(ourJVMTI, row.event);
+        }
+    }
+    disable(ourJVMTI8, JVMTI_EVENT_OBJECT_FREE);
+    if (!keepsHook) {
+        disable(ourJVMTI, JVMTI_EVENT_CLASS_FILE_LOAD_HOOK);
+    }
+}

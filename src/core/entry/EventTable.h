@@ -14,3 +14,7 @@ void enableClassFileLoadHook(jvmtiEnv* environment, JNIEnv* env);
 // entries stay.
 void registerUnloadHandler(jvmtiEnv* environment);
 void registerObjectMapHandler(jvmtiEnv* environment);
+
+// What a detach leaves on: the ends of the JVM and of threads that are known, and the class load
+// hook where it is kept. registerEventHandlers and registerUnloadHandler bring the rest back.
+void disableEvents(bool keepsHook);

@@ -22,6 +22,8 @@ enum AgentLoadResult {
     LOAD_NO_JNI = 9,
     LOAD_INIT_FAILED = 10,
     LOAD_INTERNAL_ERROR = 11, // an internal error unwound to the entry
+    LOAD_STILL_LEAVING = 12,  // a detach is not over
+    LOAD_OTHER_AGENT = 13,    // another copy of the library is in this JVM
 };
 
 // Entries of the JVM. onLoad ends the process on a refusal, unless the option "optional" was given;
@@ -34,6 +36,9 @@ jint jvmOnLoad();
 // Everything up to the point where a starting JVM takes over through its events; in a live JVM
 // everything. The result is one of AgentLoadResult.
 int agentLoadImpl(JavaVM* vm, const char* options);
+
+// What is left to do of it where the agent was away.
+int startAgain(const char* options);
 
 // Undoes what a start that was refused has done: events, tables, options. A later attach finds the
 // process as it was. The caller is no event handler and holds no lock.
@@ -54,6 +59,9 @@ bool checkPlatformCapabilities();
 
 // Ends the process with exit code 1.
 [[noreturn]] void doExit();
+
+// Whether the runtime classes that this JVM may have were brought by this library.
+bool areRuntimeClassesOurs();
 
 // Natives registered; runs in the start phase or on attach.
 void agentStart(JNIEnv* env);

@@ -32,7 +32,7 @@ const JNINativeMethod ourAgentNativeMethods[] = {
     VDK_CALLBACK_NATIVES(VDK_BUILT_ROW, VDK_MISSING_ROW)};
 
 const int ourAgentNativeMethodCount = sizeof ourAgentNativeMethods / sizeof(JNINativeMethod);
-static_assert(sizeof ourAgentNativeMethods / sizeof(JNINativeMethod) == 107,
+static_assert(sizeof ourAgentNativeMethods / sizeof(JNINativeMethod) == 112,
               "the Java class declares this many natives");
 
 void registerCallbackNatives(JNIEnv* env, jclass callback) {

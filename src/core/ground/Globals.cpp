@@ -8,6 +8,8 @@ ZLock& ourLock = *new ZLock("ourLock");
 std::atomic<bool> ourMemoryRanOut{false};
 std::atomic<bool> ourVMInitCalled{false};
 std::atomic<bool> ourVMDeathCalled{false};
+std::atomic<int> ourStay{0};
+std::atomic<bool> ourIsAway{false};
 
 bool ourIsIBM = false;
 bool ourIsOldIBM = false;

@@ -46,10 +46,18 @@ extern std::atomic<long> ourCapabilities;
 // on the same thread. Never destroyed: daemon threads may run to the very end of the process.
 extern ZLock& ourLock;
 
-// Lifecycle marks, set once.
+// Lifecycle marks, set once; the second is off while an agent that was away comes back.
 extern std::atomic<bool> ourMemoryRanOut;
 extern std::atomic<bool> ourVMInitCalled;
 extern std::atomic<bool> ourVMDeathCalled;
+
+// Number of the agent's stay in this JVM. It rises where a stay ends, and with it the threads of
+// that stay end.
+extern std::atomic<int> ourStay;
+// From the beginning of a detach until the next attach: no recording begins, no class gets calls.
+extern std::atomic<bool> ourIsAway;
+// Why a recording cannot begin then.
+constexpr char AWAY_REFUSAL[] = "The agent is detached from this JVM";
 
 // What kind of JVM this is, found once before the options are parsed.
 extern bool ourIsIBM;

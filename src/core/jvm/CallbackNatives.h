@@ -24,6 +24,8 @@
     BUILT(addProbePaths, "([Ljava/lang/String;)V", void, (JNIEnv* env, jclass clazz, jobjectArray paths)) \
     BUILT(addSnapshotInfo, "(Ljava/lang/String;J)V", void, (JNIEnv* env, jclass clazz, jstring path, jlong flags)) \
     BUILT(advanceGeneration, "(Ljava/lang/String;)V", void, (JNIEnv* env, jclass clazz, jstring description)) \
+    BUILT(awaitAgentThreads, "(J)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jlong limitMs)) \
+    BUILT(beginDetach, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
     BUILT(bindPark, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(captureSnapshot, "(Ljava/lang/String;IJ)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jstring path, jint progressSocket, jlong flags)) \
     BUILT(clearAllocationData, "()V", void, (JNIEnv* env, jclass clazz)) \
@@ -42,6 +44,7 @@
     BUILT(disableStackTelemetry, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(enableExceptionTelemetry, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(enableStackTelemetry, "()V", void, (JNIEnv* env, jclass clazz)) \
+    BUILT(endDetach, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(findField, "(Ljava/lang/Class;Ljava/lang/String;)[J", jlongArray, (JNIEnv* env, jclass clazz, jclass type, jstring name)) \
     BUILT(findPropertyRecordIndex, "(I)I", jint, (JNIEnv* env, jclass clazz, jint nameStrID)) \
     BUILT(findSnapshot, "(Ljava/lang/String;)Z", jboolean, (JNIEnv* env, jclass clazz, jstring path)) \
@@ -73,6 +76,7 @@
     BUILT(getUserTableLongColumn, "(III)J", jlong, (JNIEnv* env, jclass clazz, jint table, jint row, jint column)) \
     BUILT(getUserTableStringColumn, "(III)Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz, jint table, jint row, jint column)) \
     BUILT(getWovenClassCount, "(Ljava/lang/String;)I", jint, (JNIEnv* env, jclass clazz, jstring probeClass)) \
+    BUILT(giveClassesBack, "(I)[J", jlongArray, (JNIEnv* env, jclass clazz, jint socket)) \
     BUILT(isFirstRecordPutOff, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
     BUILT(isFrequentSampling, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
     BUILT(isIBM, "()Z", jboolean, (JNIEnv* env, jclass clazz)) \
@@ -110,6 +114,7 @@
     BUILT(stopAllocationRecording, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(stopCPUProfiling, "(Z)V", void, (JNIEnv* env, jclass clazz, jboolean log)) \
     BUILT(stopMonitorProfiling, "()V", void, (JNIEnv* env, jclass clazz)) \
+    BUILT(stopRecordings, "()V", void, (JNIEnv* env, jclass clazz)) \
     BUILT(storeTelemetryRecord, "([I[I[I[I)V", void, (JNIEnv* env, jclass clazz, jintArray telec, jintArray tele, jintArray extNames, jintArray extValues)) \
     BUILT(takeExceptionCounts, "()Ljava/lang/String;", jstring, (JNIEnv* env, jclass clazz)) \
     BUILT(unregisterProbes, "([Ljava/lang/String;)V", void, (JNIEnv* env, jclass clazz, jobjectArray classNames)) \

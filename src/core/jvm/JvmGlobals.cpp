@@ -9,6 +9,7 @@ jvmtiEnv* ourJVMTI5 = nullptr;
 jvmtiEnv* ourJVMTI7 = nullptr;
 jvmtiEnv* ourJVMTI8 = nullptr;
 jvmtiEnv* ourJVMTI9 = nullptr;
+std::atomic<bool> ourHasTaggedObjects{false};
 jrawMonitorID ourJVMTISamplerLock = nullptr;
 jclass ourClassCoreGlobalRef = nullptr;
 jclass ourClassCallbackGlobalRef = nullptr;

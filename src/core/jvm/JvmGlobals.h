@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <jvmti.h>
 
 // What the agent holds of the JVM. Set once during start, before anything that reads it runs, and
@@ -18,6 +19,9 @@ extern jvmtiEnv* ourJVMTI5; // tags of monitor class names
 extern jvmtiEnv* ourJVMTI7; // tags of exception class names
 extern jvmtiEnv* ourJVMTI8; // tags of loaded classes; has its own object-free callback
 extern jvmtiEnv* ourJVMTI9; // tags of object maps; has its own object-free callback
+
+// Objects may have tags of ourJVMTI since these were last taken away.
+extern std::atomic<bool> ourHasTaggedObjects;
 
 // "vdk_jvmti_sampler_lock": serves the sampler's timed wait alone.
 extern jrawMonitorID ourJVMTISamplerLock;

@@ -12,6 +12,8 @@ namespace {
 const int MOST_THREADS = 1 << 16;
 const long NS_PER_SECOND = 1000000000;
 const long NS_PER_MILLISECOND = 1000000;
+// Nothing wakes who waits but a sample.
+const long LONGEST_WAIT_MS = 1000;
 
 std::atomic<SampledThread*> ourThreads[MOST_THREADS];
 int ourThreadCount = 0;
@@ -65,7 +67,8 @@ void SampledThreads::onTimer(int number, void* context) {
     sem_post(ourSamples);
 }
 
-void SampledThreads::awaitSample(long milliseconds) {
+void SampledThreads::awaitSample(long wantedMs) {
+    const long milliseconds = wantedMs < LONGEST_WAIT_MS ? wantedMs : LONGEST_WAIT_MS;
     timespec until;
     clock_gettime(CLOCK_REALTIME, &until);
     until.tv_nsec += milliseconds % 1000 * NS_PER_MILLISECOND;

@@ -30,8 +30,8 @@ namespace SampledThreads {
 
 // The function that timers interrupt threads with.
 void onTimer(int number, void* context);
-// Blocks until a sample came, at most so long.
-void awaitSample(long milliseconds);
+// Blocks until a sample came, at most so long, and never for long.
+void awaitSample(long wantedMs);
 
 // All with ourLock held.
 

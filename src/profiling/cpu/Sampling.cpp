@@ -4,6 +4,7 @@
 #include "core/ground/Guard.h"
 #include "core/ground/Options.h"
 #include "core/ground/UptimeProvider.h"
+#include "core/jvm/AgentThread.h"
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
@@ -99,7 +100,7 @@ bool isSampledTime(long cpuNs) {
     return cpuNs >= 1 && cpuNs <= MAX_SAMPLE_NS;
 }
 
-void JNICALL sampler_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void*) {
+void JNICALL sampler_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void* stay) {
     const bool started = runGuarded(VDK_HERE, [&] {
         Logger::assertTrue(jvmti == ourJVMTI, VDK_HERE);
         Logger::assertNotNULL(ourJVMTISamplerLock, VDK_HERE);
@@ -109,17 +110,18 @@ void JNICALL sampler_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void*) {
         return;
     }
     ZRandom random(static_cast<unsigned>(time(nullptr)));
-    for (;;) {
+    while (!isStayOver(stay)) {
         bool ok = true;
-        while (ok && (ourStatus & CPU_TIMES_BIT) != 0) {
+        while (ok && !isStayOver(stay) && (ourStatus & CPU_TIMES_BIT) != 0) {
             ok = runGuarded(VDK_HERE, [&] { samplePeriod(env, &random); });
         }
         // After a failure this wait keeps a lasting fault from filling the log in no time. When
         // even waiting fails the JVM is ending.
-        if (!runGuarded(VDK_HERE, [] { waitMs(IDLE_WAIT_MS); })) {
+        if (!isStayOver(stay) && !runGuarded(VDK_HERE, [] { waitMs(IDLE_WAIT_MS); })) {
             return;
         }
     }
+    runGuarded(VDK_HERE, [] { CHECK_JVMTI(ourJVMTI->RawMonitorExit(ourJVMTISamplerLock)); });
 }
 
 void doThreadSample(ThreadInfo* info, int frame, long wallDeltaNs) {

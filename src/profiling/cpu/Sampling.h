@@ -59,8 +59,8 @@ bool isSamplingOn();
 // Whether a difference of two readings of a thread's clock can be true and is worth a charge.
 bool isSampledTime(long cpuNs);
 
-// Body of the thread "VDKAgent-CPUSampler". Never returns.
-void JNICALL sampler_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void*);
+// Body of the thread "VDKAgent-CPUSampler". It ends with the stay (AgentThread.h).
+void JNICALL sampler_thread_entry(jvmtiEnv* jvmti, JNIEnv* env, void* stay);
 
 // Charges one sample: the thread's CPU time since its last one, or from a wall-time frame upward
 // the elapsed time wallDeltaNs if that is more. Caller holds ourLock.

@@ -62,6 +62,9 @@ long getTimeDeltaNs(long end, long start, long calls, int /*place*/) {
 }
 
 ZString refuseCPUProfiling(long mode) {
+    if (ourIsAway) {
+        return AWAY_REFUSAL;
+    }
     if ((mode & CPU_COUNTS_BIT) != 0 && (ourCapabilities & CAPABILITY_CAN_TRACE) == 0) {
         return "Tracing was explicitly disabled for this application on its startup";
     }
@@ -89,7 +92,7 @@ void checkMode(long mode) {
 long enterCPUMode(long mode, const ZString& filters, const ZString& wallTimeSpec,
                   const SamplerChoice& sampler) {
     LockHolder lock(ourLock, "CoreNatives:275");
-    if ((ourStatus & CPU_TIMES_BIT) != 0) {
+    if (ourIsAway || (ourStatus & CPU_TIMES_BIT) != 0) {
         return 0;
     }
     checkMode(mode);

@@ -245,7 +245,7 @@ void Exceptions::reset() {
 
 void Exceptions::enable(JNIEnv* env, bool isOn) {
     LockHolder lock(ourSwitchLock);
-    if (!canCome()) {
+    if (!canCome() || (isOn && ourIsAway)) {
         return;
     }
     if (!comesByEvents() && isOn) {
@@ -258,7 +258,7 @@ void Exceptions::enable(JNIEnv* env, bool isOn) {
 
 void Exceptions::countByClass(JNIEnv* env, bool isOn) {
     LockHolder lock(ourSwitchLock);
-    if (isOn == ourCountsExceptionsByClass || !canCome()) {
+    if (isOn == ourCountsExceptionsByClass || !canCome() || (isOn && ourIsAway)) {
         return;
     }
     ourCountsExceptionsByClass = isOn;

@@ -233,7 +233,7 @@ bool Monitors::start(JNIEnv* env) {
     findVirtualThreads(env);
     {
         LockHolder lock(ourLock, "CoreNatives:680");
-        if ((ourStatus & MONITORS_BIT) != 0) {
+        if (ourIsAway || (ourStatus & MONITORS_BIT) != 0) {
             return false;
         }
         MonitorRows::readDebugOptions();
@@ -269,7 +269,7 @@ ZString Monitors::startMonitorProfiling(JNIEnv* env) {
         return ZString();
     }
     const char failure[] = "Cannot start monitor profiling";
-    const char reason[] = "Already started";
+    const char* const reason = ourIsAway ? AWAY_REFUSAL : "Already started";
     userMessage(env, failure, reason);
     return ZString(failure) + ": " + reason;
 }

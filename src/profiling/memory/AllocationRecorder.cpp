@@ -230,6 +230,9 @@ void storeIntervalProperty(int interval) {
 // The events and the bit, under ourLock. Empty or the reason why not.
 ZString enterRecording(const AllocationSettings& settings, int interval) {
     LockHolder lock(ourLock, "CoreNatives:186");
+    if (ourIsAway) {
+        return AWAY_REFUSAL;
+    }
     if (isRecording()) {
         return ALREADY_STARTED;
     }
@@ -242,6 +245,7 @@ ZString enterRecording(const AllocationSettings& settings, int interval) {
     LiveAllocations::start();
     ourAllocationRecordingSettings = settings;
     ourSamplingInterval = interval;
+    ourHasTaggedObjects = true;
     ourStatus |= ALLOCATION_RECORDING_BIT;
     switchEvent(interval == 0 ? JVMTI_EVENT_VM_OBJECT_ALLOC : JVMTI_EVENT_SAMPLED_OBJECT_ALLOC,
                 true);

@@ -53,6 +53,7 @@ void Generations::advanceGeneration(JNIEnv* env, const ZString& description, boo
     if (!tagObjects) {
         return;
     }
+    ourHasTaggedObjects = true;
     jlong generation = ourCurrentGenerationID;
     iterateOverHeapEither(ourJVMTI, markObject, &generation);
     if (ourIsIBM) {

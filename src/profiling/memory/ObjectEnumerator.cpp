@@ -64,6 +64,17 @@ void ObjectEnumerator::clearAllocators() {
     });
 }
 
+void ObjectEnumerator::releaseAll() {
+    LockHolder lock(*this);
+    ourDB->allocatorTable->eachRecord([this](int tag, AllocatorRecord& row) {
+        if (row.stamp > 0) {
+            row.stamp = -currentStamp();
+            ourDB->allocatorTable->releaseIndex(tag);
+            liveObjects--;
+        }
+    });
+}
+
 int ObjectEnumerator::countObjects() {
     LockHolder lock(*this);
     return liveObjects;

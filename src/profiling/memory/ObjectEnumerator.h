@@ -41,6 +41,8 @@ public:
     void return_tag_to_pool(int tag);
     // All rows forget where their objects come from. Tags of live objects stay valid.
     void clearAllocators();
+    // No object has a tag any more.
+    void releaseAll();
     // Objects that were recorded and live.
     int countObjects();
     // Calls visitor(record, worth) for each of them. The lock is held meanwhile.

@@ -208,6 +208,8 @@ FakeJvm::FakeJvm() : jvmtiFunctions(), javaVM(), jniEnv(), invokeFunctions(), jn
     jniFunctions.GetObjectClass = [](JNIEnv*, jobject object) {
         return static_cast<jclass>(object);
     };
+    jniFunctions.FindClass = [](JNIEnv*, const char*) { return jclass(nullptr); };
+    jniFunctions.ExceptionClear = [](JNIEnv*) {};
     jniFunctions.DeleteLocalRef = [](JNIEnv*, jobject) {};
     jniFunctions.NewGlobalRef = [](JNIEnv*, jobject object) { return object; };
     jniFunctions.DeleteGlobalRef = [](JNIEnv*, jobject) {};

@@ -79,6 +79,15 @@ public class Callback {
 
     public static native void advanceGeneration(String description);
 
+    /**
+     * For the end of a stay: the names of threads begun by native code that have not ended in time,
+     * or "".
+     */
+    static native String awaitAgentThreads(long limitMs);
+
+    /** False if the agent is away already, or the JVM ends. */
+    static native boolean beginDetach();
+
     public static native void bindPark();
 
     public static native String captureSnapshot(String path, int progressSocket, long flags);
@@ -115,6 +124,8 @@ public class Callback {
     public static native void enableExceptionTelemetry();
 
     public static native void enableStackTelemetry();
+
+    static native void endDetach();
 
     /**
      * Id and kind of an instance field; null: the class has none of this name, nor one above it.
@@ -185,6 +196,12 @@ public class Callback {
     public static native long getUserTableLongColumn(int table, int row, int column);
 
     public static native String getUserTableStringColumn(int table, int row, int column);
+
+    /**
+     * Numbers of classes that have their own bytes again, that failed, and that keep wrappers
+     * around natives; and the longest stop in nanoseconds.
+     */
+    static native long[] giveClassesBack(int socket);
 
     /** Classes that carry calls of a probe; dotted name. */
     public static native int getWovenClassCount(String probeClass);
@@ -284,6 +301,8 @@ public class Callback {
     public static native void stopCPUProfiling(boolean log);
 
     public static native void stopMonitorProfiling();
+
+    static native void stopRecordings();
 
     public static native void storeTelemetryRecord(int[] telec, int[] tele, int[] extNames,
                                                    int[] extValues);

@@ -97,7 +97,12 @@ final class ControlServerSocket {
         }
     }
 
+    /** Those that have not spoken yet lose their connections. */
     void close() {
         ControlSocket.close(myDescriptor);
+        for (ControlSocket silent : mySilent) {
+            silent.close();
+        }
+        mySilent.clear();
     }
 }

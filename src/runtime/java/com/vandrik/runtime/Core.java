@@ -51,6 +51,9 @@ public final class Core {
 
     public static int ourDelayedPort = -1;
 
+    /** Null until the agent listens. */
+    private static ControlServerSocket ourServer;
+
     private Core() {
     }
 
@@ -80,8 +83,12 @@ public final class Core {
         } catch (Throwable e) {
             return refuse("", e);
         }
-        return startNowOrLater(port, host, profilerUIPath, idePort, onlyLocal, enableOOMEDumper,
-                               delay);
+        boolean goesOn = startNowOrLater(port, host, profilerUIPath, idePort, onlyLocal,
+                                         enableOOMEDumper, delay);
+        if (!goesOn) {
+            setTriggers("", false, false);
+        }
+        return goesOn;
     }
 
     private static boolean startNowOrLater(final int port, final String host,
@@ -173,6 +180,7 @@ public final class Core {
         try {
             telemetry.start();
             Callback.createMarker(ourPort, 1);
+            ourServer = server;
             startRequestThread(server);
             complete = true;
         } finally {
@@ -183,6 +191,14 @@ public final class Core {
                 ourPort = -1;
             }
         }
+    }
+
+    /** Nobody finds the agent any more. For the request thread. */
+    static void stopListening() {
+        Callback.createMarker(0, 0);
+        ourServer.close();
+        ourServer = null;
+        ourPort = -1;
     }
 
     /** The agent runs by now: whatever fails here, even for lack of memory, must not undo that. */
@@ -255,10 +271,11 @@ public final class Core {
     }
 
     private static void startRequestThread(final ControlServerSocket server) {
+        final int stay = ThreadUtil.getStay();
         Thread thread = ThreadUtil.createDaemon("VDKAgent-RequestListener", new Runnable() {
             @Override
             public void run() {
-                while (true) {
+                while (!ThreadUtil.isOver(stay)) {
                     try {
                         acceptAndServe(server);
                     } catch (Throwable full) {

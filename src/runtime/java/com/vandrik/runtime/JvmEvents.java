@@ -30,6 +30,18 @@ public final class JvmEvents {
         }
     }
 
+    /** For a detach: nothing of the JVM is listened to any more. */
+    static synchronized void endPauses() {
+        if (ourIsWatching) {
+            ourIsWatching = false;
+            try {
+                PauseWatch.end();
+            } catch (LinkageError none) {
+                // nothing was begun either
+            }
+        }
+    }
+
     static synchronized void addPause(long durationMs) {
         PAUSES_MS[(int) (ourPauseCount++ % REMEMBERED)] = durationMs;
     }

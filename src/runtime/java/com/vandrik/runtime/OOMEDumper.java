@@ -24,6 +24,16 @@ public final class OOMEDumper {
     private static final String BEAN_CLASS = "com.sun.management.HotSpotDiagnosticMXBean";
     private static final String OPTION = "HeapDumpOnOutOfMemoryError";
 
+    /** Origins of values that nobody has chosen, and that of a value which was set as we do. */
+    private static final String LEFT_TO_US = "DEFAULT ERGONOMIC";
+    private static final String SET_BY_BEAN = "MANAGEMENT";
+
+    /** The agent has set the option, and not taken it back. */
+    private static boolean ourIsSet;
+
+    /** The agent has taken it back: the JVM no longer tells that nobody chose the value. */
+    private static boolean ourIsTakenBack;
+
     private OOMEDumper() {
     }
 
@@ -43,9 +53,11 @@ public final class OOMEDumper {
      */
     public static void enable() {
         try {
-            int result = setOption(OPTION, "true");
+            int result = setOption(OPTION, "true", ourIsTakenBack ? SET_BY_BEAN : LEFT_TO_US);
+            ourIsSet = result == SET_DONE;
             if (result == SET_FAILED && isLeftToUs()) {
                 invoke("setVMOption", new Class<?>[] {String.class, String.class}, OPTION, "true");
+                ourIsSet = true;
             } else if (result != SET_DONE) {
                 Callback.messageToLogFile("Heap dump on OutOfMemoryError is left as it is:"
                                           + " the option was given to this JVM");
@@ -57,6 +69,16 @@ public final class OOMEDumper {
             Callback.messageToLogFile("Heap dump on OutOfMemoryError is not enabled: " +
                                       Strings.messageOf(e));
         }
+    }
+
+    /** The option as the agent found it; who has changed it since keeps it. False if that fails. */
+    static boolean takeBack() {
+        if (!ourIsSet || getStatus() != STATUS_ENABLED) {
+            return true;
+        }
+        ourIsSet = false;
+        ourIsTakenBack = setOption(OPTION, "false", SET_BY_BEAN) == SET_DONE;
+        return ourIsTakenBack;
     }
 
     public static boolean isAvailable() {
@@ -81,10 +103,10 @@ public final class OOMEDumper {
     }
 
     /**
-     * Sets an option without the factory of beans, if nobody has chosen its value; fails where the
-     * JVM isn't built that way.
+     * Sets an option without the factory of beans, if the origin of its value is one of these;
+     * fails where the JVM isn't built that way.
      */
-    private static native int setOption(String name, String value);
+    private static native int setOption(String name, String value, String origins);
 
     private static Object invoke(String name, Class<?>[] types, Object... arguments)
             throws Throwable {

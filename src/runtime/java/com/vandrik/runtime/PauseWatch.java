@@ -2,6 +2,7 @@ package com.vandrik.runtime;
 
 import java.lang.management.GarbageCollectorMXBean;
 import java.lang.management.ManagementFactory;
+import javax.management.ListenerNotFoundException;
 import javax.management.Notification;
 import javax.management.NotificationEmitter;
 import javax.management.NotificationListener;
@@ -12,11 +13,25 @@ final class PauseWatch implements NotificationListener {
     /** A collection that goes on beside the application stops it for its pauses alone. */
     private static final String CYCLE = "cycle";
 
+    private static PauseWatch ourWatch;
+
     static void start() {
-        PauseWatch watch = new PauseWatch();
+        ourWatch = new PauseWatch();
         for (GarbageCollectorMXBean bean : ManagementFactory.getGarbageCollectorMXBeans()) {
             if (bean instanceof NotificationEmitter) {
-                ((NotificationEmitter) bean).addNotificationListener(watch, null, null);
+                ((NotificationEmitter) bean).addNotificationListener(ourWatch, null, null);
+            }
+        }
+    }
+
+    static void end() {
+        for (GarbageCollectorMXBean bean : ManagementFactory.getGarbageCollectorMXBeans()) {
+            try {
+                if (bean instanceof NotificationEmitter) {
+                    ((NotificationEmitter) bean).removeNotificationListener(ourWatch);
+                }
+            } catch (ListenerNotFoundException never) {
+                // the start failed before this bean
             }
         }
     }

@@ -64,6 +64,7 @@ public final class Protocol {
     public static final int PACKET_WATCH_STOP = 105820;
     public static final int PACKET_PREPARE_RECORDING_REQ = 105900;
     public static final int PACKET_CALLS_PROGRESS = 105910;
+    public static final int PACKET_DETACH_REQ = 106000;
 
     /** Bytes of a file that are compressed as one chunk. */
     public static final int TRANSFER_UNCOMPRESSED_CHUNK_SIZE = 131072;

@@ -250,6 +250,9 @@ public final class RequestProcessing {
         case Protocol.PACKET_SET_TRIGGERS:
             setTriggers();
             return true;
+        case Protocol.PACKET_DETACH_REQ:
+            detach();
+            return true;
         default:
             return false;
         }
@@ -347,6 +350,19 @@ public final class RequestProcessing {
         int status = Core.getOOMEDumperStatus();
         Packet.writeHeader(myOut);
         Packet.writeInt(myOut, status);
+    }
+
+    /** The last request of all: with it the thread that serves them ends. */
+    private void detach() throws IOException, PresentableException {
+        Detach detach = Detach.begin();
+        if (detach == null) {
+            refuse("The agent cannot leave: the JVM ends, or the agent has left it");
+            return;
+        }
+        mySequence = false;
+        detach.run(getSocketFileDescriptor(mySocket));
+        Packet.writeHeader(myOut);
+        detach.write(myOut);
     }
 
     private void forceGC() throws IOException {

@@ -26,6 +26,7 @@ final class TelemetryThreadJVMTI implements Runnable {
     /** Null before the start, or if the system gave no thread. */
     private Thread myThread;
 
+    private final int myStay = ThreadUtil.getStay();
     private volatile boolean myIsEnding;
 
     private boolean myFailureIsTold;
@@ -51,7 +52,7 @@ final class TelemetryThreadJVMTI implements Runnable {
     public void run() {
         try {
             if (Callback.getTelemetryPeriodMs() > 0) {
-                while (!prepareIfMemoryAllows() && !myIsEnding) {
+                while (!prepareIfMemoryAllows() && !isEnding()) {
                     ThreadUtil.sleep(STEP_MS);
                 }
                 poll();
@@ -78,7 +79,7 @@ final class TelemetryThreadJVMTI implements Runnable {
     private void poll() {
         boolean first = true;
         int steps = 0;
-        while (!myIsEnding) {
+        while (!isEnding()) {
             ThreadUtil.sleep(STEP_MS);
             steps++;
             if ((first && !Callback.isFirstRecordPutOff()) ||
@@ -90,6 +91,10 @@ final class TelemetryThreadJVMTI implements Runnable {
                 runTriggers();
             }
         }
+    }
+
+    private boolean isEnding() {
+        return myIsEnding || ThreadUtil.isOver(myStay);
     }
 
     private void runTriggers() {

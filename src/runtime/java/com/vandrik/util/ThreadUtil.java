@@ -1,10 +1,16 @@
 package com.vandrik.util;
 
 import java.util.Arrays;
+import java.util.IdentityHashMap;
+import java.util.Map;
 
 /** Starts the agent's threads so that the application sees as little of them as can be. */
 public final class ThreadUtil {
     private static final String AGENT_PREFIX = "VDKAgent-";
+    private static final int LOOK_MS = 20;
+
+    /** Number of the agent's stay in this JVM. */
+    private static volatile int ourStay;
 
     private ThreadUtil() {
     }
@@ -30,12 +36,47 @@ public final class ThreadUtil {
         return name.startsWith(AGENT_PREFIX);
     }
 
+    /** For {@link #isOver}; a thread takes it when it is made. */
+    public static int getStay() {
+        return ourStay;
+    }
+
+    /** Whether the stay of this number is over: a thread of that stay ends. */
+    public static boolean isOver(int stay) {
+        return stay != ourStay;
+    }
+
+    /**
+     * Ends the stay, and waits for the ends of all threads of the agent but the current one. Gives
+     * the names of those that have not ended in time, "" if there are none.
+     */
+    public static String endAgentThreads(long limitMs) {
+        ourStay++;
+        Map<Thread, Boolean> woken = new IdentityHashMap<Thread, Boolean>();
+        long end = System.nanoTime() + limitMs * 1000000;
+        while (true) {
+            StringBuilder names = new StringBuilder();
+            for (Thread thread : getLiveThreads()) {
+                if (isAgentThread(thread) && thread != Thread.currentThread()) {
+                    names.append(names.length() == 0 ? "" : ", ").append(thread.getName());
+                    if (woken.put(thread, true) == null) {
+                        thread.interrupt();
+                    }
+                }
+            }
+            if (names.length() == 0 || System.nanoTime() - end >= 0) {
+                return names.toString();
+            }
+            sleep(LOOK_MS);
+        }
+    }
+
     /** Sleeps; an interrupt ends the sleep early and is otherwise ignored. */
     public static void sleep(long milliseconds) {
         try {
             Thread.sleep(milliseconds);
         } catch (InterruptedException expected) {
-            // nobody interrupts the agent's threads on purpose
+            // only where the agent's threads are to end, which all look for
         }
     }
 

@@ -11,7 +11,11 @@ final class ExitWatch implements Runnable {
     private static final int PERIOD_MS = 500;
 
     private static int ourWatched;
-    private static boolean ourRuns;
+
+    /** The one that runs, or null. */
+    private static ExitWatch ourRunning;
+
+    private final int myStay = ThreadUtil.getStay();
 
     private ExitWatch() {
     }
@@ -22,12 +26,12 @@ final class ExitWatch implements Runnable {
                 return;
             }
             ourWatched++;
-            if (ourRuns) {
+            if (ourRunning != null && !ThreadUtil.isOver(ourRunning.myStay)) {
                 return;
             }
-            ourRuns = true;
+            ourRunning = new ExitWatch();
+            ThreadUtil.createDaemon("VDKAgent-Process", ourRunning).start();
         }
-        ThreadUtil.createDaemon("VDKAgent-Process", new ExitWatch()).start();
     }
 
     /** The JVM gets a period to tell by itself, since it knows the exit code. */
@@ -43,9 +47,17 @@ final class ExitWatch implements Runnable {
         } while (goesOn(ended.length));
     }
 
-    private static synchronized boolean goesOn(int ended) {
-        ourWatched -= ended;
-        ourRuns = ourWatched > 0 || ended > 0;
-        return ourRuns;
+    /** Behind the end of a stay the next process brings another thread, which finds these too. */
+    private boolean goesOn(int ended) {
+        synchronized (ExitWatch.class) {
+            ourWatched -= ended;
+            if (ourRunning != this || ThreadUtil.isOver(myStay)) {
+                return false;
+            }
+            if (ourWatched <= 0 && ended == 0) {
+                ourRunning = null;
+            }
+            return ourRunning != null;
+        }
     }
 }

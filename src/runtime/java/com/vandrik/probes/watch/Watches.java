@@ -96,6 +96,16 @@ public final class Watches {
         }
     }
 
+    /** For a detach. */
+    public static void stopAll() {
+        for (int i = 0; i < MOST_WATCHES; i++) {
+            Watch watch = ourWatches[i];
+            if (watch != null) {
+                stop(watch);
+            }
+        }
+    }
+
     private static synchronized void remove(Watch watch) {
         if (ourWatches[placeOf(watch.id)] == watch) {
             ourWatches[placeOf(watch.id)] = null;

@@ -122,7 +122,7 @@ final class ArchiveTest {
                 natives++;
             }
         }
-        Check.equal(natives, 107, "natives");
+        Check.equal(natives, 112, "natives");
     }
 
     static void testSwitchedOffCallbacksDoNothing() {

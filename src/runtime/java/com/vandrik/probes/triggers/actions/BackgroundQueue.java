@@ -12,7 +12,9 @@ final class BackgroundQueue {
     private final String myThreadName;
     private final BlockingQueue<Runnable> myWaiting;
     private final AtomicInteger myPending = new AtomicInteger();
-    private boolean myIsStarted;
+
+    /** Null before the first work, and behind the end of a stay. */
+    private Thread myThread;
 
     BackgroundQueue(String threadName, int capacity) {
         myThreadName = threadName;
@@ -21,17 +23,16 @@ final class BackgroundQueue {
 
     /** False if too much waits already. The thread comes with the first work. */
     synchronized boolean add(Runnable work) {
-        if (!myIsStarted) {
-            ThreadUtil
-                    .createDaemon(myThreadName,
-                                  new Runnable() {
-                                      @Override
-                                      public void run() {
-                                          workForEver();
-                                      }
-                                  })
-                    .start();
-            myIsStarted = true;
+        if (myThread == null) {
+            final int stay = ThreadUtil.getStay();
+            Thread thread = ThreadUtil.createDaemon(myThreadName, new Runnable() {
+                @Override
+                public void run() {
+                    work(stay);
+                }
+            });
+            thread.start();
+            myThread = thread;
         }
         myPending.incrementAndGet();
         boolean isTaken = myWaiting.offer(work);
@@ -41,8 +42,8 @@ final class BackgroundQueue {
         return isTaken;
     }
 
-    private void workForEver() {
-        while (true) {
+    private void work(int stay) {
+        while (!isOver(stay)) {
             try {
                 Runnable work = myWaiting.take();
                 try {
@@ -50,10 +51,26 @@ final class BackgroundQueue {
                 } finally {
                     myPending.decrementAndGet();
                 }
+            } catch (InterruptedException expected) {
+                // the stay is over
             } catch (Throwable failure) {
                 Action.failed(failure);
             }
         }
+    }
+
+    /** With the stay goes what waits; work of the next one gets a thread of its own. */
+    private synchronized boolean isOver(int stay) {
+        if (!ThreadUtil.isOver(stay)) {
+            return false;
+        }
+        if (myThread == Thread.currentThread()) {
+            myThread = null;
+            while (myWaiting.poll() != null) {
+                myPending.decrementAndGet();
+            }
+        }
+        return true;
     }
 
     /** Until all work is done, or so long. Gives how long it was. */
