@@ -14,6 +14,9 @@ using namespace protocol;
 
 namespace {
 
+// That an agent may say it has not done.
+constexpr int32_t MostParts = 100;
+
 AgentInfo readInfo(Session& session) {
     session.expectOk();
     AgentInfo info;
@@ -43,6 +46,29 @@ AgentInfo readInfo(Session& session) {
 void report(const ProgressCallback& progress, int64_t done, int64_t length) {
     if (progress && length > 0) {
         progress(static_cast<int>(double(done) / double(length) * 100));
+    }
+}
+
+// Up to the answer to a request that rewrites classes, and tells of it.
+void awaitClasses(Connection& connection, Session& session, const ProgressCallback& progress) {
+    while (true) {
+        int32_t type = session.readHeader();
+        if (type == PACKET_OK_RESP) {
+            return;
+        }
+        if (type != PACKET_CALLS_PROGRESS) {
+            failTransfer("Wrong packet type: " + std::to_string(type) +
+                         " while classes are rewritten");
+        }
+        int32_t done = session.readInt();
+        int32_t total = session.readInt();
+        session.readLong(); // the longest stop so far
+        if (done < 0 || done > total) {
+            failTransfer("Progress of " + std::to_string(done) + " of " + std::to_string(total));
+        }
+        // It gets on: another limit's worth of time.
+        connection.setTimeout(AgentClient::LongTimeoutMs);
+        report(progress, done, total);
     }
 }
 
@@ -110,28 +136,36 @@ AgentClient::prepareRecording(int recording, const std::string& only,
     Session session(connection);
     PacketWriter packet(PACKET_PREPARE_RECORDING_REQ);
     session.send(packet.writeInt(recording).writeString(only).writeString(filters));
-    while (true) {
-        int32_t type = session.readHeader();
-        if (type == PACKET_OK_RESP) {
-            PreparedClasses result;
-            result.count = session.readInt();
-            result.tookNs = session.readLong();
-            result.longestStopNs = session.readLong();
-            return result;
-        }
-        if (type != PACKET_CALLS_PROGRESS) {
-            failTransfer("Wrong packet type: " + std::to_string(type) +
-                         " while classes are rewritten");
-        }
-        int32_t done = session.readInt();
-        int32_t total = session.readInt();
-        session.readLong(); // the longest stop so far
-        if (done < 0 || done > total) {
-            failTransfer("Progress of " + std::to_string(done) + " of " + std::to_string(total));
-        }
-        connection.setTimeout(LongTimeoutMs); // it gets on: another limit's worth of time
-        report(progress, done, total);
+    awaitClasses(connection, session, progress);
+    PreparedClasses result;
+    result.count = session.readInt();
+    result.tookNs = session.readLong();
+    result.longestStopNs = session.readLong();
+    return result;
+}
+
+AgentClient::Detached AgentClient::detach(const ProgressCallback& progress) {
+    Connection connection(endpoint, timeoutMs);
+    connection.setTimeout(LongTimeoutMs);
+    Session session(connection);
+    session.send(PacketWriter(PACKET_DETACH_REQ));
+    awaitClasses(connection, session, progress);
+    Detached result;
+    result.classes = session.readInt();
+    session.readInt(); // those that failed: among the parts that were not done
+    result.withWrappers = session.readInt();
+    result.longestStopNs = session.readLong();
+    int32_t count = session.readInt();
+    if (count < 0 || count > MostParts) {
+        failTransfer("Parts that were not done: " + std::to_string(count));
     }
+    for (int32_t i = 0; i < count; i++) {
+        result.notDone.push_back(session.readStringNotNull());
+    }
+    // The thread that answered ends with the connection.
+    char rest = 0;
+    connection.readSome(&rest, 1);
+    return result;
 }
 
 void AgentClient::startCpuProfiling(int64_t mode, const std::optional<std::string>& filters,

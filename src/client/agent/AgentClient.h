@@ -53,6 +53,14 @@ public:
     PreparedClasses prepareRecording(int recording, const std::string& only,
                                      const std::optional<std::string>& filters,
                                      const ProgressCallback& progress);
+    // Has the agent leave the JVM. What it has not done it names, with the reason.
+    struct Detached {
+        int classes = 0; // that have their own bytes again
+        int withWrappers = 0;
+        int64_t longestStopNs = 0;
+        std::vector<std::string> notDone;
+    };
+    Detached detach(const ProgressCallback& progress);
     // Filter and wall-time texts; nothing leaves them to the agent's own files.
     void startCpuProfiling(int64_t mode, const std::optional<std::string>& filters,
                            const std::optional<std::string>& wallTimes);

@@ -246,6 +246,12 @@ AgentStartFailure explainAgentResult(int code) {
     case 10:
         return {"the agent's start in the target failed",
                 "often the port is taken: leave port= away; " + log};
+    case 12:
+        return {"the agent is still leaving the JVM", "try again; " + log};
+    case 13:
+        return {
+            "another build of the agent was in this JVM before, and cannot come back by this one",
+            "its file was replaced since the JVM started: only a new JVM takes the new one"};
     default:
         return {"the agent's start failed with code " + std::to_string(code), log};
     }

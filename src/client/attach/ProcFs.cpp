@@ -187,6 +187,21 @@ bool ProcFs::mapsAgent(int pid) const {
     return mapsFile(pid, names, 1);
 }
 
+std::string ProcFs::mappedAgent(int pid) const {
+    const std::string name = std::string("/") + AgentLibraryName;
+    const std::string deleted = " (deleted)";
+    std::string maps = readSmallFile(path(pid, "maps"), 64 << 20).value_or("");
+    for (const std::string& line : split(maps, '\n')) {
+        size_t start = line.find('/');
+        if (start == std::string::npos || line.rfind(name) != line.rfind('/')) {
+            continue;
+        }
+        std::string file = line.substr(start);
+        return endsWith(file, deleted) ? file.substr(0, file.size() - deleted.size()) : file;
+    }
+    return "";
+}
+
 bool ProcFs::usesMusl(int pid) const {
     static const char* const musl[] = {"/ld-musl-", "/libc.musl-"};
     return mapsFile(pid, musl, 2);

@@ -54,6 +54,8 @@ public:
     bool canInspect(int pid) const;
     // The process maps the agent's library, or a copy of it that an attach has made.
     bool mapsAgent(int pid) const;
+    // Its path as the process sees it, which may no longer lead to the file; "" if it maps none.
+    std::string mappedAgent(int pid) const;
     // The process maps musl's loader: a library built for glibc cannot be loaded there.
     bool usesMusl(int pid) const;
 

@@ -73,10 +73,14 @@ void load(Machine& machine, const Jvm& jvm, const Arguments& arguments) {
         wanted = choices.workingDir + "/" + wanted;
     }
     AttachFiles files(machine.processes, attacher.target(), wanted);
-    std::string path = namedAgentLibrary(arguments.text("--agent"));
-    if (!files.hasOwnLibrary(path)) {
-        path = files.provideLibrary(
-            findAgentLibrary(arguments.text("--agent"), ExitCode::AttachRefused));
+    // An agent that was there before comes back: another copy would be a second one.
+    std::string path = machine.processes.mappedAgent(jvm.pid);
+    if (path.empty()) {
+        path = namedAgentLibrary(arguments.text("--agent"));
+        if (!files.hasOwnLibrary(path)) {
+            path = files.provideLibrary(
+                findAgentLibrary(arguments.text("--agent"), ExitCode::AttachRefused));
+        }
     }
     attacher.open();
     choices.attach = true;

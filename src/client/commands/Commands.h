@@ -9,6 +9,7 @@ namespace vdk {
 int runList(Console& console, const Arguments& arguments);
 int runRun(Console& console, const Arguments& arguments);
 int runAttach(Console& console, const Arguments& arguments);
+int runDetach(Console& console, const Arguments& arguments);
 int runDoctor(Console& console, const Arguments& arguments);
 int runStatus(Console& console, const Arguments& arguments);
 int runRecord(Console& console, const Arguments& arguments);

@@ -139,6 +139,17 @@ const std::vector<Command> Table = {
      false,
      true,
      runAttach},
+    {"detach",
+     "have the agent leave a running JVM",
+     "Every recording ends and its data goes; classes get their own bytes back, but for wrappers\n"
+     "around natives, which no loaded class can lose; port, threads and marker of the agent go. "
+     "The\n"
+     "program goes on, and `vdk attach`, or any command that attaches, brings the agent back.",
+     "vdk detach app.jar\nvdk detach 4711 --json",
+     {Target, {"--timeout", ValueKind::Duration, "limit for each wait but that for classes (15s)"}},
+     false,
+     true,
+     runDetach},
     {"status",
      "show what an agent is and does",
      "",

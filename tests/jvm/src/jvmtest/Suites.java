@@ -6,6 +6,7 @@ import cases.BuiltInProbeCases;
 import cases.ClientTracingCases;
 import cases.ClientWatchCases;
 import cases.DebuggerCases;
+import cases.DetachCases;
 import cases.ExceptionCases;
 import cases.HeapDumpCases;
 import cases.HeapQuestionCases;
@@ -46,7 +47,7 @@ final class Suites {
             ExceptionCases.class,      HeapSnapshotCases.class, BuiltInProbeCases.class,
             ProbeCases.class,          ClientWatchCases.class,  OnDemandCases.class,
             SignalSamplingCases.class, TriggerCases.class,      TriggerReachCases.class,
-            TriggerRecipeCases.class,  WatchCases.class,
+            TriggerRecipeCases.class,  WatchCases.class,        DetachCases.class,
     };
 
     private Suites() {
