@@ -47,6 +47,9 @@ constexpr int LAST_STRIPPABLE_VERSION = 51;
 // Internal names of classes that had natives wrapped at some load; never shrinks. ourLock.
 ZVectorSafe<ZString>& ourNamesOfClassesWithWrappedNatives = *new ZVectorSafe<ZString>();
 WrappedNatives& ourWrappedNatives = *new WrappedNatives();
+// Internal names of loaders' classes that were given the beginning of loadClass; never shrinks, as
+// code that goes on behind a detach may still have to find the agent. ourLock.
+ZVectorSafe<ZString>& ourPatchedLoaders = *new ZVectorSafe<ZString>();
 // Classes that were given other code than wrappers around natives: all that a detach may have to
 // give back. ourLock.
 NameBits<1U << 17>& ourChangedClasses = *new NameBits<1U << 17>();
@@ -59,13 +62,22 @@ InstrumentationCounts ourCounts = {};
 const char DUMP_DIRECTORY[] = "C:/_classes/";
 long ourDumpedClasses = 0;
 
-bool listsWrappedNatives(const ZString& name) {
-    for (int i = 0; i < ourNamesOfClassesWithWrappedNatives.getSize(); i++) {
-        if (ourNamesOfClassesWithWrappedNatives[i] == name) {
+bool contains(ZVectorSafe<ZString>& names, const ZString& name) {
+    for (int i = 0; i < names.getSize(); i++) {
+        if (names[i] == name) {
             return true;
         }
     }
     return false;
+}
+
+bool listsWrappedNatives(const ZString& name) {
+    return contains(ourNamesOfClassesWithWrappedNatives, name);
+}
+
+// The agent was away, and is not back yet: what a class has that is being redefined, it keeps.
+bool isComingBack() {
+    return (ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 && !ourVMInitCalled;
 }
 
 // The rows of the methods may tell that they carry calls.
@@ -214,9 +226,15 @@ void logResult(const ZString& dotted, bool changed, long elapsedNs) {
 }
 
 bool patchLoader(ClassFile& classFile, const ZString& name) {
+    if (ourIsAway && !contains(ourPatchedLoaders, name)) {
+        return false;
+    }
     const Delegation delegation = patchLoaderDelegation(&classFile);
     if (delegation == Delegation::IMPOSSIBLE) {
         distrustLoaderClass(name);
+    }
+    if (delegation == Delegation::PATCHED && !contains(ourPatchedLoaders, name)) {
+        ourPatchedLoaders.push(name);
     }
     return delegation == Delegation::PATCHED;
 }
@@ -235,7 +253,7 @@ bool rewrite(ClassFile& classFile, const ZString& name, const NativeSelection* n
             ourWrappedNatives.add(name, classFile);
         }
     }
-    if (ourVMDeathCalled) {
+    if (ourVMDeathCalled || isComingBack()) {
         return isWrapped;
     }
     bool changed = false;
@@ -464,7 +482,7 @@ bool hasNoWork(const ZString& name, int length, const unsigned char* data,
         return false;
     }
     // Loaders alone are worth it only where calls may come later.
-    const bool looksForLoaders = wanted.has(CALLS_LOADERS) && ourOptions->onDemand;
+    const bool looksForLoaders = wanted.has(CALLS_LOADERS) && (ourOptions->onDemand || ourIsAway);
     if (natives == nullptr && !looksForLoaders && probes == Probes::NO_METHOD) {
         return true;
     }
@@ -501,7 +519,7 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
     if (!isProbe && hasNoWork(name, length, data, natives)) {
         return;
     }
-    if ((ourCapabilities & CAPABILITY_ATTACHED_AGENT) != 0 && !ourVMInitCalled && !keepsShape) {
+    if (isComingBack() && !keepsShape) {
         if (logsEachClass()) {
             logClass(dotted, "no init yet");
         }
@@ -574,8 +592,13 @@ bool mayHaveWrappedNatives(const ZString& name) {
     return listsWrappedNatives(name);
 }
 
+bool isPatchedLoader(const ZString& name) {
+    return contains(ourPatchedLoaders, name);
+}
+
 bool keepsHookInAnyCase() {
-    return !ourNamesOfClassesWithWrappedNatives.isEmpty() || RenewedClasses::areThere();
+    return !ourNamesOfClassesWithWrappedNatives.isEmpty() || !ourPatchedLoaders.isEmpty() ||
+           RenewedClasses::areThere();
 }
 
 void logInstrumentationTotals() {

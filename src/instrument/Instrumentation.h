@@ -29,13 +29,16 @@ void classFileLoadHookHandlerImpl(const ZString& name, int length, const unsigne
 // The agent's own classes stay as they are, but for the work that calibration measures.
 bool isAgentClass(const ZString& internalName);
 
-// Whether a class may carry anything but wrappers around natives, and whether it may have those.
-// Internal name. Caller holds ourLock, as in the two below.
+// Whether a class may carry anything but wrappers around natives, whether it may have those, and
+// whether it is a loader's that finds the agent. Internal name. Caller holds ourLock, as in the two
+// below.
 bool mayBeChanged(const ZString& name);
 bool mayHaveWrappedNatives(const ZString& name);
+bool isPatchedLoader(const ZString& name);
 // All of them have their own bytes again.
 void forgetChangedClasses();
-// Whether there are classes whose redefinition by others would fail without the hook.
+// Whether there are classes whose redefinition by others would fail, or lose what code that goes on
+// needs, without the hook.
 bool keepsHookInAnyCase();
 
 // One log line: how many classes were rewritten, and how their methods ended.

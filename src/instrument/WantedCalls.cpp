@@ -51,7 +51,7 @@ bool sawAllClasses() {
 
 CallSet WantedCalls::now() {
     if (ourIsAway) {
-        return CallSet();
+        return CallSet(CALLS_LOADERS);
     }
     CallSet wanted(ourSwitchedKinds);
     const CallSet ofRecordings = recordingCalls();

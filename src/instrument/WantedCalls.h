@@ -21,8 +21,8 @@ class ClassNameFilter;
 // Caller holds ourLock in every operation but now().
 class WantedCalls {
 public:
-    // The kinds that some class may carry; none while the agent is away. Empty: no class has to be
-    // looked at. Takes no lock.
+    // The kinds that some class may carry; while the agent is away nothing but what loaders have
+    // already. Empty: no class has to be looked at. Takes no lock.
     static CallSet now();
     // What a class carries that is being loaded or retransformed. unasked: it was there before the
     // agent, and is retransformed for the sake of a switch alone.

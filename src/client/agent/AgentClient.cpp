@@ -154,6 +154,7 @@ AgentClient::Detached AgentClient::detach(const ProgressCallback& progress) {
     result.classes = session.readInt();
     session.readInt(); // those that failed: among the parts that were not done
     result.withWrappers = session.readInt();
+    result.loaders = session.readInt();
     result.longestStopNs = session.readLong();
     int32_t count = session.readInt();
     if (count < 0 || count > MostParts) {

@@ -55,8 +55,9 @@ public:
                                      const ProgressCallback& progress);
     // Has the agent leave the JVM. What it has not done it names, with the reason.
     struct Detached {
-        int classes = 0; // that have their own bytes again
-        int withWrappers = 0;
+        int classes = 0;      // that have their own bytes again
+        int withWrappers = 0; // around natives
+        int loaders = 0;      // classes of loaders that go on finding the agent
         int64_t longestStopNs = 0;
         std::vector<std::string> notDone;
     };

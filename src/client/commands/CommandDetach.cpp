@@ -17,6 +17,7 @@ int runDetach(Console& console, const Arguments& arguments) {
         JsonDocument json(console, "vdk.detach/1");
         json.field("pid", agent.info.pid).field("session", agent.info.sessionName);
         json.field("classes", result.classes).field("wrappedClasses", result.withWrappers);
+        json.field("loaderClasses", result.loaders);
         json.field("longestStopNs", result.longestStopNs);
         json.key("notDone").beginArray();
         for (const std::string& part : result.notDone) {
@@ -37,6 +38,10 @@ int runDetach(Console& console, const Arguments& arguments) {
         console.note(formatCount(result.withWrappers) +
                      " classes keep wrappers around their natives, which the JVM takes out of no "
                      "loaded class");
+    }
+    if (result.loaders > 0) {
+        console.note(formatCount(result.loaders) +
+                     " classes of loaders go on finding the agent, for calls that are under way");
     }
     for (const std::string& part : result.notDone) {
         console.warn("not done: " + printableLines(part, 1000));

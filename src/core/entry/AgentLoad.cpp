@@ -433,26 +433,33 @@ int agentLoadImpl(JavaVM* vm, const char* options) {
     return result;
 }
 
-int startAgain(const char* options) {
-    const long capabilities = ourCapabilities;
-    const long status = ourStatus;
-    Options* const before = ourOptions;
-    ourCapabilities = INITIAL_CAPABILITIES;
-    ourStatus = INITIAL_STATUS;
-    ourOptions = new Options();
-    ourOptions->findEarly(options);
-    ourCapabilities |= CAPABILITY_ATTACHED_AGENT;
-    if (!ourOptions->parse(options)) {
-        delete ourOptions;
-        ourOptions = before;
-        ourCapabilities = capabilities;
-        ourStatus = status;
-        return LOAD_INVALID_OPTIONS;
-    }
-    // Somebody may still be reading those of before, but not the ones before these.
+// Somebody may still be reading them, but not those that were retired before.
+static void retire(Options* options) {
     static Options* unused = nullptr;
     delete unused;
-    unused = before;
+    unused = options;
+}
+
+int startAgain(const char* options) {
+    Options* const before = ourOptions;
+    {
+        // The hook may be at work, and is to see one or the other.
+        LockHolder lock(ourLock);
+        ourCapabilities = INITIAL_CAPABILITIES;
+        ourStatus = INITIAL_STATUS;
+        ourOptions = new Options();
+        ourCapabilities |= CAPABILITY_ATTACHED_AGENT;
+        ourVMInitCalled = false;
+        ourIsAway = false;
+    }
+    ourOptions->findEarly(options);
+    if (!ourOptions->parse(options)) {
+        Options* const refused = ourOptions;
+        ourOptions = before;
+        retire(refused);
+        return LOAD_INVALID_OPTIONS;
+    }
+    retire(before);
     if (!acquireCapabilities()) {
         return LOAD_NO_CAPABILITIES;
     }

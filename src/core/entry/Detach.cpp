@@ -79,19 +79,16 @@ bool hasWrappedNatives(jclass type) {
     return false;
 }
 
-int countClassesWithWrappers(JNIEnv* env) {
-    int count = 0;
+void countWhatClassesKeep(JNIEnv* env, ClassesGivenBack* result) {
     eachLoadedClass(env, [&](jclass type) {
         const ZString name = internalNameOf(type);
-        bool isListed = false;
-        {
-            LockHolder lock(ourLock);
-            isListed = !name.isEmpty() && mayHaveWrappedNatives(name);
+        LockHolder lock(ourLock);
+        if (!name.isEmpty()) {
+            result->withWrappers += mayHaveWrappedNatives(name) && hasWrappedNatives(type) ? 1 : 0;
+            result->loaders += isPatchedLoader(name) ? 1 : 0;
         }
-        count += isListed && hasWrappedNatives(type) ? 1 : 0;
         return false;
     });
-    return count;
 }
 
 // Objects have tags where allocations or generations were recorded, or the heap was captured.
@@ -176,7 +173,7 @@ ClassesGivenBack giveClassesBack(JNIEnv* env, int socket) {
     result.done = classes.getDone();
     result.failed = classes.getSize() - classes.getDone();
     result.longestStopNs = classes.getLongestStopNs();
-    result.withWrappers = countClassesWithWrappers(env);
+    countWhatClassesKeep(env, &result);
     LockHolder lock(ourLock);
     WantedCalls::forgetRecording();
     WantedCalls::forgetCarriers();
@@ -203,11 +200,9 @@ int returnToJvm(const char* options) {
         Logger::refusal("Cannot start: the agent has not yet left this JVM, or could not");
         return LOAD_STILL_LEAVING;
     }
-    ourVMInitCalled = false;
-    ourIsAway = false;
     int result = LOAD_INTERNAL_ERROR;
     const bool isWhole = runGuarded(VDK_HERE, [&] { result = startAgain(options); });
-    if (ourVMInitCalled) {
+    if (ourVMInitCalled && !ourIsAway) {
         // It listens: what failed behind that leaves it in place.
         ourPresence = PRESENT;
         if (!isWhole) {
@@ -215,9 +210,12 @@ int returnToJvm(const char* options) {
         }
         return LOAD_OK;
     }
-    ourIsAway = true;
-    ourVMInitCalled = true;
-    ourStatus = 0;
+    {
+        LockHolder lock(ourLock);
+        ourIsAway = true;
+        ourVMInitCalled = true;
+        ourStatus = 0;
+    }
     step(VDK_HERE, [] { updateExceptionEvents(); });
     step(VDK_HERE, [] { removeAllProbes(currentEnv()); });
     leaveJvm();
@@ -233,15 +231,16 @@ void JNICALL VDK_CALLBACK_NATIVE(stopRecordings)(JNIEnv* env, jclass) {
     runNative(env, VDK_HERE, [&] { stopRecordings(env); });
 }
 
-// Those with their own bytes again, those that failed, those with wrappers, and the longest stop.
+// Those with their own bytes again, those that failed, those with wrappers, loaders', and the
+// longest stop.
 jlongArray JNICALL VDK_CALLBACK_NATIVE(giveClassesBack)(JNIEnv* env, jclass, jint socket) {
     return nativeResult<jlongArray>(env, VDK_HERE, nullptr, [&]() -> jlongArray {
         const ClassesGivenBack result = giveClassesBack(env, socket);
-        const jlong values[] = {result.done, result.failed, result.withWrappers,
+        const jlong values[] = {result.done, result.failed, result.withWrappers, result.loaders,
                                 result.longestStopNs};
-        jlongArray array = env->NewLongArray(4);
+        jlongArray array = env->NewLongArray(5);
         if (array != nullptr) {
-            env->SetLongArrayRegion(array, 0, 4, values);
+            env->SetLongArrayRegion(array, 0, 5, values);
         }
         return array;
     });

@@ -8,11 +8,12 @@
 //   A library that natives and callbacks lead into cannot be unloaded, and an environment whose
 //   prefix renamed natives cannot be disposed of. So the agent stays where it is and sleeps: it
 //   records nothing, has no thread and no port, and classes have their own bytes, but for the
-//   wrappers around natives, which the JVM takes out of no loaded class. Tables, threads' states
+//   wrappers around natives, which the JVM takes out of no loaded class, and the beginning of
+//   loadClass in loaders of applications: an activation that goes on with the code it began with
+//   may reach its first call only now, and has to find the agent's class. Tables, threads' states
 //   and environments are kept and used again.
 //   While it is away the JVM sends it the ends of threads that it knows, its own end and, where a
-//   class has wrapped natives, redefinitions: the wrappers have to be in what others put in its
-//   place.
+//   class keeps something, redefinitions: it has to be in what others put in its place.
 //   The request thread drives a detach, step by step (com.vandrik.runtime.Detach); what fails in
 //   one leaves the others.
 
@@ -21,6 +22,7 @@ struct ClassesGivenBack {
     int done = 0;
     int failed = 0;       // these the log names
     int withWrappers = 0; // loaded classes that keep wrappers around natives
+    int loaders = 0;      // loaded classes of loaders that go on finding the agent
     long longestStopNs = 0;
 };
 

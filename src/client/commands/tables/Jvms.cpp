@@ -142,8 +142,9 @@ const std::vector<Command> Table = {
     {"detach",
      "have the agent leave a running JVM",
      "Every recording ends and its data goes; classes get their own bytes back, but for wrappers\n"
-     "around natives, which no loaded class can lose; port, threads and marker of the agent go. "
-     "The\n"
+     "around natives, which no loaded class can lose, and what class loaders find the agent by; "
+     "port,\n"
+     "threads and marker of the agent go. The\n"
      "program goes on, and `vdk attach`, or any command that attaches, brings the agent back.",
      "vdk detach app.jar\nvdk detach 4711 --json",
      {Target, {"--timeout", ValueKind::Duration, "limit for each wait but that for classes (15s)"}},

@@ -198,8 +198,8 @@ public class Callback {
     public static native String getUserTableStringColumn(int table, int row, int column);
 
     /**
-     * Numbers of classes that have their own bytes again, that failed, and that keep wrappers
-     * around natives; and the longest stop in nanoseconds.
+     * Numbers of classes that have their own bytes again, that failed, that keep wrappers around
+     * natives, and of loaders that go on finding the agent; and the longest stop in nanoseconds.
      */
     static native long[] giveClassesBack(int socket);
 

@@ -22,7 +22,7 @@ final class Detach {
                                            "port",     "JVM",     "log"};
 
     private final List<String> myFailures = new ArrayList<String>();
-    private long[] myClasses = new long[4];
+    private long[] myClasses = new long[5];
 
     private Detach() {
     }
@@ -85,10 +85,10 @@ final class Detach {
     }
 
     void write(DataOutputStream out) throws IOException {
-        for (int i = 0; i < 3; i++) {
+        for (int i = 0; i < 4; i++) {
             Packet.writeInt(out, (int) myClasses[i]);
         }
-        Packet.writeLong(out, myClasses[3]);
+        Packet.writeLong(out, myClasses[4]);
         Packet.writeInt(out, myFailures.size());
         for (String failure : myFailures) {
             Packet.writeStringNotNull(out, failure);
