@@ -226,21 +226,18 @@ Phases analyzePaged(BigGraph& graph) {
     Phases phases;
     ObjectStorage& storage = *graph.storage;
     const std::vector<int> bits(bitFieldWords(storage.getObjectCount()), -1);
-    phases.referrers = measured([&] {
-        std::vector<int> counts(storage.getObjectCount());
-        computeBackwardReferences(storage, bits.data(), counts.data());
-    });
     const double before = cpuSeconds();
     resetPeak();
     SearchEnd searchEnd;
     {
         SearchOrderDominators computer(storage, graph.roots.data(),
-                                       static_cast<int>(graph.roots.size()), bits.data(), nullptr,
-                                       &searchEnd);
+                                       static_cast<int>(graph.roots.size()), bits.data(), 1,
+                                       nullptr, &searchEnd);
         phases.search = {searchEnd.at - before, searchEnd.peakBytes};
         phases.dominators = {cpuSeconds() - searchEnd.at, resident("VmHWM:")};
     }
     phases.retained = measured([&] { storage.calculateRetainedSizes(); });
+    phases.referrers = measured([&] { ensureBackwardReferences(storage, 1); });
     return phases;
 }
 

@@ -11,7 +11,7 @@
 struct AnalyzedHeap {
     std::unique_ptr<HeapModel> model;
     std::vector<int> reachedBits; // rows that the roots reach: bit r % 32 of word r / 32
-    bool analyzed = false;        // dominators, retained sizes and backward references are there
+    bool analyzed = false;        // dominators and retained sizes are there
 };
 
 // DESCRIPTION
@@ -25,8 +25,9 @@ struct AnalyzedHeap {
 //   be damaged is a HeapReadError from whoever asked for it.
 class HeapIndexFile {
 public:
-    // Writes heap, which must be analyzed, to path: under a temporary name first, which is renamed
-    // when all is written. Throws HeapReadError if that fails.
+    // Writes heap, which must be analyzed and have its backward references, to path: under a
+    // temporary name first, which is renamed when all is written. Throws HeapReadError if that
+    // fails.
     static void write(const AnalyzedHeap& heap, int dumpNumber, const std::string& path,
                       AnalysisProgress* progress);
     // Reads what write wrote. False, with the reason in why, if the index is damaged or belongs to

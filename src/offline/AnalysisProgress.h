@@ -20,8 +20,7 @@ inline void reportProgress(AnalysisProgress* progress, const char* phase, long d
     }
 }
 
-// Runs while the search of a dominator computation is over and the semidominators aren't begun: the
-// last moment at which the backward references can come into being.
+// Told when the search of a dominator computation is over.
 class AfterSearch {
 public:
     virtual ~AfterSearch() = default;

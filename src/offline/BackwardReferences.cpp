@@ -1,6 +1,7 @@
 #include "offline/BackwardReferences.h"
 
 #include "offline/Reachability.h"
+#include "offline/ScratchColumn.h"
 #include "offline/ThreadPair.h"
 
 #include <atomic>
@@ -41,27 +42,6 @@ struct Part {
     }
 };
 
-// Calls body(page, first, last) for each piece of a row's list that lies in one page, in descending
-// order of position. A missing page holds no references.
-template <typename Body>
-inline void forEachPiece(const RefTable& table, int row, Body&& body) {
-    const auto [start, count] = table.placeOf(row);
-    const bool sound = start >= 0 && count >= 0 && start <= 0x7fffffff - count;
-    Logger::assertTrue(sound, VDK_HERE);
-    const BigIntArray64& store = table.getReferences();
-    int end = start + count;
-    while (end > start) {
-        const int page = (end - 1) >> BigIntArray64::PAGE_BITS;
-        const int pageStart = page << BigIntArray64::PAGE_BITS;
-        const int first = start > pageStart ? start : pageStart;
-        const int* elements = page < store.getPageCount() ? store.pagePointers()[page] : nullptr;
-        if (elements != nullptr) {
-            body(elements, first - pageStart, end - pageStart);
-        }
-        end = first;
-    }
-}
-
 // Walks the references of all marked rows from the highest row down. `ahead` of them are known to
 // `fetch`, which may be given anything that lies in the page.
 template <typename Fetch, typename Handle>
@@ -75,7 +55,7 @@ void walkDown(const Part& part, const char* phase, Fetch&& fetch, Handle&& handl
         if (!isMarked(part.build->reachableBits, row)) {
             continue;
         }
-        forEachPiece(storage.getReferences(), row, [&](const int* page, int first, int last) {
+        storage.getReferences().forEachPiece(row, [&](const int* page, int first, int last, int) {
             for (int i = last - 1; i >= first; i--) {
                 fetch(page, i);
                 handle(row, page[i]);
@@ -184,4 +164,17 @@ void computeBackwardReferences(ObjectStorage& storage, const int* reachableBits,
         counts[row] = 0;
     }
     storage.setBackwardReferences(build.table);
+}
+
+void ensureBackwardReferences(ObjectStorage& storage, int threads, AnalysisProgress* progress) {
+    if (storage.getBackwardReferences() != nullptr) {
+        return;
+    }
+    const int words = bitFieldWords(storage.getObjectCount());
+    const ScratchColumn all(words);
+    for (int i = 0; i < words; i++) {
+        all.get()[i] = -1;
+    }
+    const ScratchColumn counts(storage.getObjectCount());
+    computeBackwardReferences(storage, all.get(), counts.get(), threads, progress);
 }

@@ -10,3 +10,7 @@
 // Throws std::bad_alloc and AnalysisCancelled; the storage then has no table.
 void computeBackwardReferences(ObjectStorage& storage, const int* reachableBits, int* counts,
                                int threads = 1, AnalysisProgress* progress = nullptr);
+
+// Gives the storage the table of all rows' referrers if it has none.
+void ensureBackwardReferences(ObjectStorage& storage, int threads,
+                              AnalysisProgress* progress = nullptr);

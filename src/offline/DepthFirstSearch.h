@@ -6,7 +6,8 @@
 // DepthFirstSearch: the order in which both dominator computations number the rows of a storage.
 // Without recursion, 8 bytes a level. Tree is told of each row when it is found:
 //     void visit(int row, int parentRow);
-//     void prefetch(int row);   the row is likely to be visited soon
+//     void follow(int position);   by the reference at that position of the store, none for a root
+//     void prefetch(int row);      the row is likely to be visited soon
 // Rows whose bit is set in `visited` (a bit for each row) are passed over; the search sets the bits
 // of those it finds. A reference that is no row is an internal error. Throws std::bad_alloc and
 // what Tree throws.
@@ -101,6 +102,7 @@ private:
                     const unsigned reference = static_cast<unsigned>(elements[i]);
                     Logger::assertTrue(reference < static_cast<unsigned>(objectCount), VDK_HERE);
                     if (!isSet(visited, elements[i])) {
+                        tree.follow(start + *next + i);
                         *next += i + 1;
                         return elements[i];
                     }

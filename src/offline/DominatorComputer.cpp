@@ -48,8 +48,7 @@ DominatorComputer::DominatorComputer(ObjectStorage& analysed, int rootCount, con
 // The delegated constructor makes everything that the destructor frees: it runs also when the work
 // below ends with an exception.
 DominatorComputer::DominatorComputer(ObjectStorage& analysed, const int* roots, int rootCount,
-                                     const int* bits, AnalysisProgress* told,
-                                     AfterSearch* afterSearch)
+                                     const int* bits, AnalysisProgress* told)
     : DominatorComputer(analysed, rootCount, bits, told) {
     debugMessage(debug, "dcc: 0");
     Logger::assertNotNULL(bucketTable, VDK_HERE);
@@ -62,9 +61,6 @@ DominatorComputer::DominatorComputer(ObjectStorage& analysed, const int* roots, 
     debugMessage(debug, "dcc: 2");
     storage.getReferences().unmapRefTable("AFTER depthFirstSearchDom");
     memset(markBits, 0, static_cast<size_t>(storage.getMarkWords()) * sizeof(unsigned));
-    if (afterSearch != nullptr) {
-        afterSearch->searchEnded();
-    }
     Logger::assertNotNULL(storage.getBackwardReferences(), VDK_HERE);
     computeSemidominators();
     deleteSets(true);

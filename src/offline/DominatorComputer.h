@@ -28,13 +28,12 @@ public:
     // Does all the work; the dominators are in the storage afterwards: the dominator's row, 0 for
     // the virtual root and for a row that was not reached. Only rows of reachableBits (a bit for
     // each row below the object count) are in the graph. The storage must have its scratch tables
-    // and, at the latest when afterSearch (may be null) returns, its backward references. A root or
+    // and its backward references. A root or
     // reference that is no row is an internal error. The backward references must be those that
     // computeBackwardReferences makes. Throws std::bad_alloc and AnalysisCancelled; the dominators
     // are partial then, and the scratch tables not for use again.
     DominatorComputer(ObjectStorage& storage, const int* roots, int rootCount,
-                      const int* reachableBits, AnalysisProgress* progress = nullptr,
-                      AfterSearch* afterSearch = nullptr);
+                      const int* reachableBits, AnalysisProgress* progress = nullptr);
     ~DominatorComputer();
     DominatorComputer(const DominatorComputer&) = delete;
     DominatorComputer& operator=(const DominatorComputer&) = delete;
@@ -63,6 +62,7 @@ private:
 
     void collectRoots(const int* roots, int rootCount);
     void visit(int node, int parent);
+    void follow(int /*position*/) {}
     void prefetch(int node) const { __builtin_prefetch(table.buffer + at(node), 1); }
     void depthFirstSearchDom(unsigned* visited, const RefTable& refTable);
     void computeSemidominators();

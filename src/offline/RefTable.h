@@ -74,6 +74,27 @@ public:
         return BigIntArrayIterator64(references, start, start + count);
     }
 
+    // Calls body(page, first, last, pageStart) for each piece of a row's list that lies in one
+    // page, in descending order of position; the page begins at that position of the store. A
+    // missing page holds no references. The table may not be stored.
+    template <typename Body>
+    void forEachPiece(int row, Body&& body) const {
+        const auto [start, count] = placeOf(row);
+        checkStretch(start, count);
+        int end = start + count;
+        while (end > start) {
+            const int page = (end - 1) >> BigIntArray64::PAGE_BITS;
+            const int pageStart = page << BigIntArray64::PAGE_BITS;
+            const int first = start > pageStart ? start : pageStart;
+            const int* elements =
+                page < references.getPageCount() ? references.pagePointers()[page] : nullptr;
+            if (elements != nullptr) {
+                body(elements, first - pageStart, end - pageStart, pageStart);
+            }
+            end = first;
+        }
+    }
+
     // Bulk fill. Makes the positions from 0 below total the store, without a list for any row.
     void reserve(int total);
     // Gives the row the stretch of the store, which must be reserved; in a table in order that

@@ -1,68 +1,93 @@
 #include "offline/SearchOrderDominators.h"
 
-#include "offline/MemAllocator.h"
 #include "offline/Reachability.h"
+#include "offline/ThreadPair.h"
+
+#include <atomic>
+#include <cstring>
+#include <initializer_list>
 
 // Source of the algorithm: T. Lengauer and R. E. Tarjan, "A fast algorithm for finding dominators
 // in a flowgraph", ACM TOPLAS 1(1), 1979.
 
 namespace {
 
-// How many nodes ahead of the walk each step of a look-up is fetched: the row's place in the table
-// of referrers, its list, the referrers' numbers, what stands at those. By then the step before has
-// arrived.
+// How far ahead of the walk memory is fetched, in references.
+constexpr int AHEAD_NUMBER = 16;
+constexpr int AHEAD_CURSOR = 16;
+constexpr int AHEAD_STORE = 16;
+constexpr int AHEAD_SOURCE = 12;
 constexpr int AHEAD_NODE = 32;
-constexpr int AHEAD_LIST = 24;
-constexpr int AHEAD_REFERRERS = 16;
-constexpr int AHEAD_ANCESTORS = 8;
-// Referrers fetched ahead for a node: few have more.
-constexpr int AHEAD_MOST = 4;
-constexpr int PROGRESS_NODES = 1 << 18;
+constexpr int PROGRESS_STEPS = 1 << 18;
 constexpr int VIRTUAL_ROOT = 1;
 // Steps of a path that are kept without the paged array.
 constexpr int SHORT_PATH = 64;
 
+// A bit for each element that an array can have in its pages.
+long wordsFor(const BigIntArray64& array) {
+    return static_cast<long>(array.getPageCount()) * (BigIntArray64::PAGE_SIZE / 32);
+}
+
+// What goes in comes out so many steps later. At first zeros do.
+template <typename T, int STEPS>
+class Delay {
+public:
+    T exchange(T entering) {
+        T& place = ring[at++ % STEPS];
+        const T leaving = place;
+        place = entering;
+        return leaving;
+    }
+
+private:
+    T ring[STEPS] = {};
+    unsigned at = 0;
+};
+
+// A reference on its way to a list; source 0 stands for none.
+struct Passing {
+    int source; // a number
+    int target; // a row, a number, or a place in the lists
+};
+
 } // namespace
 
-SearchOrderDominators::Column::Column(long elements) {
-    allot(elements);
-}
-
-void SearchOrderDominators::Column::allot(long elements) {
-    drop();
-    const size_t wanted = static_cast<size_t>(elements) * sizeof(int);
-    ints = static_cast<int*>(MemAllocator::allocateZeroed(wanted));
-    bytes = wanted;
-}
-
-void SearchOrderDominators::Column::drop() noexcept {
-    MemAllocator::release(ints, bytes);
-    ints = nullptr;
-    bytes = 0;
-}
+// The rows of which a thread collects the sources, and where each list goes on for it, by number.
+struct SearchOrderDominators::Half {
+    int from;
+    int to;
+    int* cursors;
+    AnalysisProgress* progress; // null in the second thread
+    std::atomic<bool>* stop;
+};
 
 // One number more than there are rows: the virtual root has one.
 SearchOrderDominators::SearchOrderDominators(ObjectStorage& analysed, const int* roots,
-                                             int rootCount, const int* reachableBits,
+                                             int rootCount, const int* reachableBits, int threads,
                                              AnalysisProgress* told, AfterSearch* afterSearch)
     : storage(analysed), progress(told), objectCount(analysed.getObjectCount()),
-      numbers(objectCount), rows(objectCount + 1L), parents(objectCount + 1L), path("sod") {
+      reached(bitFieldWords(objectCount)),
+      followed(wordsFor(storage.getReferences().getReferences())),
+      rootRows(bitFieldWords(objectCount)), numbers(objectCount), rows(objectCount + 1L),
+      parents(objectCount + 1L), path("sod") {
     search(roots, rootCount, reinterpret_cast<const unsigned*>(reachableBits));
     if (afterSearch != nullptr) {
         afterSearch->searchEnded();
     }
-    Logger::assertNotNULL(storage.getBackwardReferences(), VDK_HERE);
-    semis.allot(objectCount + 1L);
-    labels.allot(objectCount + 1L);
-    dominators.allot(objectCount + 1L);
+    collectSources(threads);
     computeSemidominators();
     parents.drop();
     semis.drop();
     labels.drop();
+    sources.drop();
     finishDominators();
     storeDominators();
     rows.drop();
     dominators.drop();
+}
+
+void SearchOrderDominators::copyReached(int* bits) const {
+    memcpy(bits, reached.get(), static_cast<size_t>(bitFieldWords(objectCount)) * sizeof(int));
 }
 
 void SearchOrderDominators::visit(int row, int parentRow) {
@@ -70,19 +95,19 @@ void SearchOrderDominators::visit(int row, int parentRow) {
     parents.get()[number] = numbers.get()[parentRow];
     numbers.get()[row] = number;
     rows.get()[number] = row;
-    if ((number & (PROGRESS_NODES - 1)) == 0) {
+    if ((number & (PROGRESS_STEPS - 1)) == 0) {
         reportProgress(progress, "depth-first search", number, objectCount);
     }
 }
 
 void SearchOrderDominators::search(const int* roots, int rootCount, const unsigned* reachableBits) {
-    Column visited(bitFieldWords(objectCount));
-    unsigned* const bits = reinterpret_cast<unsigned*>(visited.get());
+    unsigned* const bits = reached.bits();
     Search::excludeAllBut(reachableBits, objectCount, bits);
     visit(0, 0);
     Search found(storage.getReferences(), objectCount, bits, *this);
     for (int i = 0; i < rootCount; i++) {
         Logger::assertTrue(roots[i] > 0 && roots[i] < objectCount, VDK_HERE);
+        Search::setBit(rootRows.bits(), roots[i]);
         found.searchFrom(roots[i], 0);
     }
     for (int i = 0; i < rootCount; i++) {
@@ -92,27 +117,137 @@ void SearchOrderDominators::search(const int* roots, int rootCount, const unsign
             parent = ~parent;
         }
     }
+    for (int i = 0; i < bitFieldWords(objectCount); i++) {
+        bits[i] &= reachableBits[i];
+    }
+    bits[0] &= ~1U;
+}
+
+// Counts the sources of each node, places the lists by number, and stores the sources. Within a
+// list those of the lower half of the rows come first.
+void SearchOrderDominators::collectSources(int threads) {
+    const bool paired = threads > 1;
+    labels.allot(objectCount + 1L);
+    if (paired) {
+        semis.allot(objectCount + 1L);
+    }
+    dominators.allot(objectCount + 1L);
+    std::atomic<bool> stop{false};
+    const int middle = paired ? objectCount / 2 + 1 : objectCount;
+    const Half lower{1, middle, labels.get(), progress, &stop};
+    const Half upper{middle, objectCount, semis.get(), nullptr, &stop};
+    const auto inHalves = [&](void (SearchOrderDominators::*step)(const Half&) const) {
+        if (paired) {
+            runPair([&] { (this->*step)(upper); }, [&] { (this->*step)(lower); }, &stop);
+        } else {
+            (this->*step)(lower);
+        }
+    };
+    inHalves(&SearchOrderDominators::countSources);
+    int* const starts = dominators.get();
+    for (int number = VIRTUAL_ROOT + 1; number <= last; number++) {
+        starts[number] = sourceCount;
+        for (int* cursors : {labels.get(), semis.get()}) {
+            if (cursors != nullptr) {
+                const int count = cursors[number];
+                cursors[number] = sourceCount;
+                sourceCount += count;
+            }
+        }
+    }
+    sources.allot(sourceCount);
+    inHalves(&SearchOrderDominators::storeSources);
+    numbers.drop();
+    rootRows.drop();
+    followed.drop();
+    memset(labels.get(), 0, (static_cast<size_t>(last) + 1) * sizeof(int));
+    if (!paired) {
+        semis.allot(objectCount + 1L);
+    }
+}
+
+// Calls handle(source, target) with the numbers of both ends of each reference that decides
+// anything, and some steps ahead fetches the target's cursor; also with sources of 0, which tell of
+// nothing, until all that is delayed by `handle` must be through.
+template <typename Handle>
+void SearchOrderDominators::walkSources(const Half& half, const char* phase,
+                                        Handle&& handle) const {
+    const int* const numberOf = numbers.get();
+    const RefTable& references = storage.getReferences();
+    Delay<Passing, AHEAD_NUMBER> toNumber;
+    Delay<Passing, AHEAD_CURSOR> toCursor;
+    const auto pass = [&](int source, int targetRow) {
+        __builtin_prefetch(numberOf + targetRow);
+        Passing passing = toNumber.exchange({source, targetRow});
+        passing.target = numberOf[passing.target];
+        __builtin_prefetch(half.cursors + passing.target, 1);
+        passing = toCursor.exchange(passing);
+        // Number 0: left out by the caller.
+        const bool counts = passing.target != 0 && passing.target != passing.source;
+        handle(counts ? passing.source : 0, passing.target);
+    };
+    for (int row = half.from; row < half.to; row++) {
+        if ((row & (PROGRESS_STEPS - 1)) == 0) {
+            reportProgress(half.progress, phase, row - half.from, half.to - half.from);
+            if (*half.stop) {
+                throw AnalysisCancelled();
+            }
+        }
+        const int source = numberOf[row];
+        if (source == 0) {
+            continue;
+        }
+        references.forEachPiece(row, [&](const int* page, int first, int end, int pageStart) {
+            for (int i = first; i < end; i++) {
+                if (page[i] != 0 && !wasFollowed(pageStart + i) &&
+                    !Search::isSet(rootRows.bits(), page[i])) {
+                    pass(source, page[i]);
+                }
+            }
+        });
+    }
+    for (int i = 0; i < AHEAD_NUMBER + AHEAD_CURSOR + AHEAD_STORE; i++) {
+        pass(0, 0);
+    }
+}
+
+void SearchOrderDominators::countSources(const Half& half) const {
+    walkSources(half, "sources: counting",
+                [&](int source, int target) { half.cursors[target] += source != 0 ? 1 : 0; });
+}
+
+void SearchOrderDominators::storeSources(const Half& half) const {
+    int* const stored = sources.get();
+    Delay<Passing, AHEAD_STORE> toPlace;
+    walkSources(half, "sources: storing", [&](int source, int target) {
+        const int place = source != 0 ? half.cursors[target]++ : 0;
+        __builtin_prefetch(stored + place, 1);
+        const Passing passing = toPlace.exchange({source, place});
+        if (passing.source != 0) {
+            stored[passing.target] = passing.source;
+        }
+    });
 }
 
 // From the last number to the first; number 1 has nothing above it.
 void SearchOrderDominators::computeSemidominators() {
-    const RefTable& backward = *storage.getBackwardReferences();
-    Logger::assertTrue(backward.getRowCount() >= objectCount, VDK_HERE);
     int* const parent = parents.get();
     int* const semi = semis.get();
     int* const label = labels.get();
     int* const dominator = dominators.get();
+    int end = sourceCount;
     for (int number = last; number > VIRTUAL_ROOT; number--) {
-        if ((number & (PROGRESS_NODES - 1)) == 0) {
+        if ((number & (PROGRESS_STEPS - 1)) == 0) {
             reportProgress(progress, "dominators", last - number, last);
         }
-        prefetchNodes(number, backward);
+        const int begin = dominator[number];
         int least = VIRTUAL_ROOT;
         if (parent[number] < 0) {
             parent[number] = ~parent[number];
         } else {
-            least = smallestOfReferrers(number, parent[number], backward);
+            least = smallestOfSources(number, parent[number], begin, end);
         }
+        end = begin;
         const int above = parent[number];
         semi[number] = least;
         label[number] = number;
@@ -127,58 +262,22 @@ void SearchOrderDominators::computeSemidominators() {
     }
 }
 
-int SearchOrderDominators::smallestOfReferrers(int number, int semi, const RefTable& backward) {
-    const int* const numberOf = numbers.get();
-    BigIntArrayIterator64 list = backward.initReferenceIterator(rows.get()[number]);
-    int before = 0;
-    while (list.hasNext() && semi > VIRTUAL_ROOT) {
-        const int referrer = list.next();
-        if (referrer == before) {
-            continue;
+// Lists are walked from their end, as they follow one another.
+int SearchOrderDominators::smallestOfSources(int number, int semi, int begin, int end) {
+    const int* const list = sources.get();
+    for (int i = end - 1; i >= begin && semi > VIRTUAL_ROOT; i--) {
+        const int later = list[i >= AHEAD_SOURCE ? i - AHEAD_SOURCE : 0];
+        if (later > number) {
+            __builtin_prefetch(parents.get() + later, 1);
+            __builtin_prefetch(labels.get() + later, 1);
         }
-        before = referrer;
-        // 0: beyond the reach of the roots, or left out by the caller.
-        int candidate = numberOf[referrer];
+        int candidate = list[i];
         if (candidate > number) {
             candidate = semis.get()[eval(candidate, number + 1)];
         }
-        semi = candidate != 0 && candidate < semi ? candidate : semi;
+        semi = candidate < semi ? candidate : semi;
     }
     return semi;
-}
-
-void SearchOrderDominators::prefetchNodes(int number, const RefTable& backward) const {
-    if (number <= AHEAD_NODE + VIRTUAL_ROOT) {
-        return;
-    }
-    const BigIntArray64& store = backward.getReferences();
-    const auto rowAhead = [&](int distance) { return rows.get()[number - distance]; };
-    const auto listOf = [&](const RefTable::Place& place) {
-        return store.pagePointers()[place.start >> BigIntArray64::PAGE_BITS] +
-               (place.start & BigIntArray64::PAGE_MASK);
-    };
-    const auto lengthOf = [&](const RefTable::Place& place) {
-        const int inPage = BigIntArray64::PAGE_SIZE - (place.start & BigIntArray64::PAGE_MASK);
-        const int most = AHEAD_MOST < inPage ? AHEAD_MOST : inPage;
-        return place.count < most ? place.count : most;
-    };
-    backward.prefetchPlace(rowAhead(AHEAD_NODE));
-    RefTable::Place place = backward.placeOf(rowAhead(AHEAD_LIST));
-    if (place.count > 0) {
-        __builtin_prefetch(listOf(place));
-    }
-    place = backward.placeOf(rowAhead(AHEAD_REFERRERS));
-    for (int i = lengthOf(place) - 1; i >= 0; i--) {
-        __builtin_prefetch(numbers.get() + listOf(place)[i]);
-    }
-    place = backward.placeOf(rowAhead(AHEAD_ANCESTORS));
-    for (int i = lengthOf(place) - 1; i >= 0; i--) {
-        const int referrer = numbers.get()[listOf(place)[i]];
-        if (referrer > number) {
-            __builtin_prefetch(parents.get() + referrer, 1);
-            __builtin_prefetch(labels.get() + referrer, 1);
-        }
-    }
 }
 
 // The node is the owner of the semidominators in its bucket. Numbers from `processed` on are
@@ -241,20 +340,20 @@ void SearchOrderDominators::finishDominators() {
 }
 
 void SearchOrderDominators::storeDominators() {
-    const int* const numberOf = numbers.get();
-    const int* const dominator = dominators.get();
     BigIntArray64* stored = storage.arrayOfKind(READ_DOMINATORS);
     for (int from = 0; from < objectCount; from += BigIntArray64::PAGE_SIZE) {
-        const int left = objectCount - from;
-        const int count = left < BigIntArray64::PAGE_SIZE ? left : BigIntArray64::PAGE_SIZE;
-        int* page = stored->getBuffer(from, true);
-        for (int i = 0; i < count; i++) {
-            const int ahead = i + AHEAD_NODE < count ? numberOf[from + i + AHEAD_NODE] : 0;
-            __builtin_prefetch(dominator + ahead);
-            const int soon = i + AHEAD_REFERRERS < count ? numberOf[from + i + AHEAD_REFERRERS] : 0;
-            __builtin_prefetch(rows.get() + dominator[soon]);
-            // Number 0, of rows not reached, and 1 have dominator 0, which stands for row 0.
-            page[i] = rows.get()[dominator[numberOf[from + i]]];
-        }
+        memset(stored->getBuffer(from, true), 0, BigIntArray64::PAGE_BYTES);
+    }
+    int* const* pages = stored->pagePointers();
+    const auto place = [pages](int row) {
+        return pages[row >> BigIntArray64::PAGE_BITS] + (row & BigIntArray64::PAGE_MASK);
+    };
+    const int* const rowOf = rows.get();
+    const int* const dominator = dominators.get();
+    for (int number = VIRTUAL_ROOT + 1; number <= last; number++) {
+        const int ahead = number <= last - AHEAD_NODE ? number + AHEAD_NODE : last;
+        __builtin_prefetch(place(rowOf[ahead]), 1);
+        __builtin_prefetch(rowOf + dominator[ahead]);
+        *place(rowOf[number]) = rowOf[dominator[number]];
     }
 }

@@ -1,71 +1,74 @@
 #pragma once
 
-#include "core/ground/ZSet.h"
 #include "offline/AnalysisProgress.h"
 #include "offline/DepthFirstSearch.h"
 #include "offline/ObjectStorage.h"
+#include "offline/ScratchColumn.h"
 
 // SearchOrderDominators: immediate dominators of all rows of a storage, the same as
-// DominatorComputer's, in 24 bytes and one bit a row, and 8 bytes a level of the search.
+// DominatorComputer's, in at most 20 bytes and two bits a row, one bit a reference, 4 bytes for
+// each reference that decides anything, and 8 bytes a level of the search. It needs no table of
+// referrers.
 //
 // IMPLEMENTATION
 //   The algorithm of Lengauer and Tarjan ("A fast algorithm for finding dominators in a flowgraph",
 //   1979) in its simple form: path compression alone, so a logarithm a reference at the worst and
 //   a step or two in heaps. Nodes are named by their depth-first number, from 1, the virtual root:
-//   what belongs together stands together, "processed" is a comparison, and three pairs of values
-//   share a column because one's life ends where the other's begins:
+//   what belongs together stands together, "processed" is a comparison, and columns serve several
+//   purposes because one's life ends where the other's begins:
 //     parent     of the depth-first tree until the node is processed, complemented for a root that
 //                another node led to; then the ancestor in the forest
 //     label      first node of the bucket until the node is processed (0: empty); then the node
 //                with the smallest semidominator on the compressed path
-//     dominator  next node of the bucket; then the dominator, or the complement of a node that
-//                shares it
+//     dominator  where the node's list of sources begins; then next node of the bucket; then the
+//                dominator, or the complement of a node that shares it
 //   Buckets need no columns of their own: a node's is filled by its descendants alone, and is
 //   emptied before it is processed itself.
+//   Sources are those of the references that the search did not follow, as numbers and in lists by
+//   number: a reference that it followed comes from the parent, the start of every evaluation, and
+//   one to a root decides nothing. That leaves less than half of a heap's references. Two threads
+//   make the lists, each from half of the rows; labels and semidominators are not begun and count.
 class SearchOrderDominators {
 public:
     // Does all the work; the dominators are in the storage afterwards: the dominator's row, 0 for
     // the virtual root and for a row that was not reached. Only rows of reachableBits (a bit for
-    // each row below the object count) are in the graph. The storage must have its backward
-    // references, those that computeBackwardReferences makes, at the latest when afterSearch (may
-    // be null) returns. A root or reference that is no row is an internal error. Throws
+    // each row below the object count) are in the graph. threads: 1 or 2; the result is the same.
+    // A root, or reference of a row that was reached, that is no row is an internal error. Throws
     // std::bad_alloc and AnalysisCancelled; the dominators are partial then.
     SearchOrderDominators(ObjectStorage& storage, const int* roots, int rootCount,
-                          const int* reachableBits, AnalysisProgress* progress = nullptr,
-                          AfterSearch* afterSearch = nullptr);
+                          const int* reachableBits, int threads = 1,
+                          AnalysisProgress* progress = nullptr, AfterSearch* afterSearch = nullptr);
     SearchOrderDominators(const SearchOrderDominators&) = delete;
     SearchOrderDominators& operator=(const SearchOrderDominators&) = delete;
 
     // Rows that the search reached, those of the virtual root aside.
     int getReachedCount() const { return last - 1; }
-    bool isReached(int row) const { return row > 0 && numbers.get()[row] != 0; }
+    // Bits of the rows reached, bitFieldWords(object count) words.
+    void copyReached(int* bits) const;
 
 private:
-    // Zeroed integers that go when they are dropped.
-    class Column {
-    public:
-        Column() = default;
-        explicit Column(long elements);
-        ~Column() { drop(); }
-        Column(const Column&) = delete;
-        Column& operator=(const Column&) = delete;
-        void allot(long elements);
-        void drop() noexcept;
-        int* get() const { return ints; }
-
-    private:
-        size_t bytes = 0;
-        int* ints = nullptr;
-    };
     using Search = DepthFirstSearch<SearchOrderDominators>;
     friend Search;
+    struct Half;
 
     void visit(int row, int parentRow);
+    void follow(int position) {
+        const auto at = static_cast<unsigned>(position);
+        followed.bits()[at >> 5] |= 1u << (at & 31);
+    }
+    bool wasFollowed(int position) const {
+        const auto at = static_cast<unsigned>(position);
+        return (followed.bits()[at >> 5] >> (at & 31) & 1) != 0;
+    }
     void prefetch(int row) const { __builtin_prefetch(numbers.get() + row, 1); }
     void search(const int* roots, int rootCount, const unsigned* reachableBits);
+    void collectSources(int threads);
+    template <typename Handle>
+    void walkSources(const Half& half, const char* phase, Handle&& handle) const;
+    void countSources(const Half& half) const;
+    void storeSources(const Half& half) const;
     void computeSemidominators();
-    void prefetchNodes(int number, const RefTable& backward) const;
-    int smallestOfReferrers(int number, int semi, const RefTable& backward);
+    int smallestOfSources(int number, int semi, int begin, int end);
     void emptyBucket(int owner, int processed);
     int eval(int number, int processed);
     void finishDominators();
@@ -74,13 +77,18 @@ private:
     ObjectStorage& storage;
     AnalysisProgress* progress;
     const int objectCount;
-    int last = 0;   // highest number given
-    Column numbers; // by row: its number, 0 if it was not reached
+    int last = 0;           // highest number given
+    int sourceCount = 0;    // of all lists
+    ScratchColumn reached;  // a bit a row
+    ScratchColumn followed; // a bit a position of the store of references: the search followed it
+    ScratchColumn rootRows; // a bit a row
+    ScratchColumn numbers;  // by row: its number, 0 if it was not reached
+    ScratchColumn sources;  // of the lists
     // By number.
-    Column rows;
-    Column parents;
-    Column semis;
-    Column labels;
-    Column dominators;
+    ScratchColumn rows;
+    ScratchColumn parents;
+    ScratchColumn semis;
+    ScratchColumn labels;
+    ScratchColumn dominators;
     BigIntArray64 path; // of eval
 };

@@ -47,7 +47,7 @@ using GroupKey = std::tuple<Waste, int, int, int>;
 class ArrayFinder {
 public:
     explicit ArrayFinder(const HeapSession& session)
-        : model(session.model()), storage(session.storage()) {}
+        : model(session.model()), storage(session.storage()), referrers(session.referrers()) {}
 
     std::map<GroupKey, ArrayGroup> run() {
         std::map<GroupKey, ArrayGroup> groups;
@@ -107,7 +107,6 @@ private:
     }
 
     GroupKey keyOf(int row, Waste waste) const {
-        const RefTable& referrers = *storage.getBackwardReferences();
         if (referrers.getCount(row) == 0) {
             return {waste, model.classOf(row), -1, 0};
         }
@@ -128,9 +127,10 @@ private:
 
     const HeapModel& model;
     const ObjectStorage& storage;
+    const RefTable& referrers;
 };
 
-std::string ownerName(const HeapModel& model, const ObjectStorage& storage, const GroupKey& key,
+std::string ownerName(const HeapModel& model, const RefTable& referrers, const GroupKey& key,
                       int example) {
     int type = std::get<2>(key);
     if (type < 0) {
@@ -141,7 +141,7 @@ std::string ownerName(const HeapModel& model, const ObjectStorage& storage, cons
     if (position < 0) {
         return "element of " + name;
     }
-    int owner = storage.getBackwardReferences()->getRef(example, 0);
+    int owner = referrers.getRef(example, 0);
     if (model.isClass(owner)) {
         return "static fields";
     }
@@ -174,7 +174,7 @@ int reportHeapArrays(Console& console, const Arguments& arguments) {
         const int type = std::get<1>(key);
         table.add({group.bytes, group.count, wasteName(std::get<0>(key)),
                    type < 0 ? std::string("?") : model.classes[size_t(type)].name,
-                   ownerName(model, session.storage(), key, group.example), group.count,
+                   ownerName(model, session.referrers(), key, group.example), group.count,
                    group.bytes, group.elements, group.used, heapId(model, group.example)});
     }
     table.setOmitted(rows.size() - top);

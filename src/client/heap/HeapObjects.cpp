@@ -160,7 +160,7 @@ int reportHeapReferrers(Console& console, const Arguments& arguments) {
     const auto& ids = heapArguments(arguments, 1, 1, "an object");
     HeapSession session(console, heapOptions(arguments), true);
     int row = session.rowOf(ids[0]);
-    const RefTable& referrers = *session.storage().getBackwardReferences();
+    const RefTable& referrers = session.referrers();
     size_t top = heapTop(arguments, ShownReferences);
     std::vector<HeapLink> links;
     int last = 0;

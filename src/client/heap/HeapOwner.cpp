@@ -19,7 +19,7 @@ bool isPassed(const HeapModel& model, int row) {
 HeapOwner HeapOwner::of(const HeapSession& session, int row) {
     const HeapModel& model = session.model();
     const ObjectStorage& storage = session.storage();
-    const RefTable& referrers = *storage.getBackwardReferences();
+    const RefTable& referrers = session.referrers();
     HeapOwner owner;
     for (int step = 0; step < MostSteps && referrers.getCount(row) > 0; step++) {
         owner.row = referrers.getRef(row, 0);

@@ -9,7 +9,7 @@
 namespace vdk {
 
 std::vector<int> shortestPath(const HeapSession& session, int target, bool alsoWeak) {
-    const RefTable& referrers = *session.storage().getBackwardReferences();
+    const RefTable& referrers = session.referrers();
     const std::vector<int>& roots = session.rootRows();
     const HeapReferenceKinds weak(session.model());
     // The next row on the way to the target, plus 1; 0 for a row not met.

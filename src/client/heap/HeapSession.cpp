@@ -10,6 +10,7 @@
 #include "heapfile/HprofReader.h"
 #include "heapfile/HprofRecords.h"
 #include "heapfile/SnapshotHeapReader.h"
+#include "offline/BackwardReferences.h"
 #include "offline/DominatorVerifier.h"
 #include "offline/HeapAnalysis.h"
 #include "offline/Reachability.h"
@@ -186,6 +187,7 @@ void HeapSession::compute() {
                 opened->heap.reachedBits.data(), options.threads, &progress);
     opened->heap.analyzed = true;
     if (!options.index.empty()) {
+        ensureBackwardReferences(storage(), options.threads, &progress);
         try {
             HeapIndexFile::write(opened->heap, options.dumpNumber, options.index, &progress);
         } catch (const HeapReadError& e) {
@@ -238,6 +240,16 @@ void HeapSession::verify() {
     }
     console.note(model().resultsOnly ? "retained sizes verified"
                                      : "dominators and retained sizes verified");
+}
+
+const RefTable& HeapSession::referrers() const {
+    if (storage().getBackwardReferences() == nullptr) {
+        withHeapErrors(options.file, [&] {
+            HeapProgress progress(console);
+            ensureBackwardReferences(storage(), options.threads, &progress);
+        });
+    }
+    return *storage().getBackwardReferences();
 }
 
 bool HeapSession::isReached(int row) const {

@@ -52,15 +52,19 @@ public:
         std::shared_ptr<Opened> opened;
     };
 
-    // Opens the file. With `analyze` dominators, retained sizes and referrers are there afterwards,
-    // from the index if there is a good one, and the index is written if it was asked for. Remarks
-    // about the file go to the console. Throws ClientError.
+    // Opens the file. With `analyze` dominators and retained sizes are there afterwards, from the
+    // index if there is a good one, and the index is written if it was asked for. Remarks about the
+    // file go to the console. Throws ClientError.
     HeapSession(Console& console, const HeapOptions& options, bool analyze);
     ~HeapSession();
 
     const HeapModel& model() const { return *opened->heap.model; }
     ObjectStorage& storage() const { return *opened->heap.model->storage; }
+    // How many may work on a report at once, 1 at least.
+    int threads() const { return options.threads < 1 ? 1 : options.threads; }
     bool isReached(int row) const;
+    // The rows that refer to each row, of an analyzed heap. Made when first asked for.
+    const RefTable& referrers() const;
     const std::vector<int>& reachedBits() const { return opened->heap.reachedBits; }
     // Rows of all roots, each once, ascending.
     const std::vector<int>& rootRows() const { return opened->roots; }

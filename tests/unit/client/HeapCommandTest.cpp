@@ -8,6 +8,7 @@
 #include "db/SnapshotWriter.h"
 #include "heapfile/HeapIndexFile.h"
 #include "heapfile/HprofReader.h"
+#include "offline/BackwardReferences.h"
 #include "offline/HeapAnalysis.h"
 #include "offline/HeapIndexWriter.h"
 #include "offline/Reachability.h"
@@ -282,6 +283,7 @@ TEST_F(HeapCommand, aForgedIndexLeadsNobodyInACircle) {
     forged.reachedBits.resize(size_t(bitFieldWords(forged.model->storage->getObjectCount())));
     analyzeHeap(*forged.model->storage, roots.data(), int(roots.size()), nullptr,
                 forged.reachedBits.data(), 1);
+    ensureBackwardReferences(*forged.model->storage, 1);
     forged.analyzed = true;
     const int one = forged.model->rowOfId(CHARS1);
     const int other = forged.model->rowOfId(CHARS2);

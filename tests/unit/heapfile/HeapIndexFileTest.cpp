@@ -3,6 +3,7 @@
 #include "HprofWriter.h"
 #include "TempDir.h"
 #include "heapfile/HeapReadError.h"
+#include "offline/BackwardReferences.h"
 #include "offline/HeapAnalysis.h"
 #include "offline/Reachability.h"
 
@@ -40,6 +41,7 @@ public:
         heap.reachedBits.assign(static_cast<size_t>(bitFieldWords(heap.model->objectCount)), 0);
         analyzeHeap(*heap.model->storage, roots.data(), static_cast<int>(roots.size()), nullptr,
                     heap.reachedBits.data(), 1);
+        ensureBackwardReferences(storage, 1);
         storage.setRetainedSize(3, 0xfffffffdL);
         storage.setRetainedSize(4, 0xfffffffeL);
         storage.setRetainedSize(5, 1L << 40);

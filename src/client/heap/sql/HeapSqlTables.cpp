@@ -263,8 +263,7 @@ SqlTable references(const HeapSession& session, const char* name) {
                                   return rows;
                               }
                               const int target = int(value.number);
-                              const RefTable& referrers =
-                                  *session.storage().getBackwardReferences();
+                              const RefTable& referrers = session.referrers();
                               int last = 0;
                               for (int i = 0; i < referrers.getCount(target); i++) {
                                   // One that refers several times stands there as often, in a row.

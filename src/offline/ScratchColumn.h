@@ -1,0 +1,33 @@
+#pragma once
+
+#include "offline/MemAllocator.h"
+
+// ScratchColumn: zeroed integers for the time of a computation, which go when they are dropped.
+class ScratchColumn {
+public:
+    ScratchColumn() = default;
+    // Throws std::bad_alloc.
+    explicit ScratchColumn(long elements) { allot(elements); }
+    ~ScratchColumn() { drop(); }
+    ScratchColumn(const ScratchColumn&) = delete;
+    ScratchColumn& operator=(const ScratchColumn&) = delete;
+
+    // What it had before goes first. Throws std::bad_alloc.
+    void allot(long elements) {
+        drop();
+        const size_t wanted = static_cast<size_t>(elements) * sizeof(int);
+        ints = static_cast<int*>(MemAllocator::allocateZeroed(wanted));
+        bytes = wanted;
+    }
+    void drop() noexcept {
+        MemAllocator::release(ints, bytes);
+        ints = nullptr;
+        bytes = 0;
+    }
+    int* get() const { return ints; }
+    unsigned* bits() const { return reinterpret_cast<unsigned*>(ints); }
+
+private:
+    size_t bytes = 0;
+    int* ints = nullptr;
+};
