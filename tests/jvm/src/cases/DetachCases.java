@@ -108,11 +108,12 @@ public final class DetachCases {
 
     private void leavesAndComesBack(String options) throws Exception {
         ask("look");
-        if (target.variant.contains("Serial")) {
+        boolean isBusy = target.variant.contains("Serial");
+        if (isBusy) {
             ask("load"); // of all cores
         }
         ask("retransform");
-        for (int round = 0; round < ROUNDS; round++) {
+        for (int round = 0; round < (isBusy ? 2 : ROUNDS); round++) {
             record(round);
             leave();
             comeBack(options);
