@@ -35,15 +35,57 @@ private:
     std::vector<uint64_t> bits;
 };
 
+// The lengths of arrays: that of a list of references, or out of the record, as few are asked for.
+class RecordLengths final : public ArrayLengths {
+public:
+    RecordLengths(std::shared_ptr<MappedFile> mapped, const ObjectStorage& storage, uint32_t idSize)
+        : file(std::move(mapped)), storage(storage), idSize(idSize),
+          arrays(static_cast<size_t>(storage.getObjectCount()) / 32 + 1) {}
+
+    // While the storage is filled, from any thread.
+    void markArray(uint32_t row) {
+        arrays[row / 32].fetch_or(1U << row % 32, std::memory_order_relaxed);
+    }
+    int arrayLength(int row) const override {
+        const auto at = static_cast<size_t>(row);
+        const uint32_t word =
+            row < storage.getObjectCount() ? arrays[at / 32].load(std::memory_order_relaxed) : 0;
+        if ((word >> at % 32 & 1) == 0) {
+            return -1;
+        }
+        // Of a primitive array the list has the class alone.
+        const int elements = storage.getRefCount(row) - 1;
+        return elements > 0 ? elements : lengthInRecord(row);
+    }
+
+private:
+    int lengthInRecord(int row) const {
+        const auto record = static_cast<uint64_t>(storage.getRecordPosition(row));
+        // Tag, identifier, number of the stack trace, length.
+        const uint64_t ahead = 1 + uint64_t(idSize) + 4;
+        if (record >= file->size() || file->size() - record < ahead + 4) {
+            return -1;
+        }
+        return static_cast<int>(
+            std::min<uint32_t>(hprofU4(file->data() + record + ahead), INT32_MAX));
+    }
+
+    const std::shared_ptr<MappedFile> file;
+    const ObjectStorage& storage;
+    const uint32_t idSize;
+    std::vector<std::atomic<uint32_t>> arrays; // a bit a row
+};
+
 // Second pass over one chunk: each object gets its list of references from `position` on.
 template <uint32_t ID_SIZE>
 class FillHandler {
 public:
     FillHandler(const HprofScan& hprofScan, const HprofClasses& hprofClasses,
-                ObjectStorage& objectStorage, FilledRows* filledRows, uint64_t firstPosition)
+                ObjectStorage& objectStorage, RecordLengths& recordLengths, FilledRows* filledRows,
+                uint64_t firstPosition)
         : ids(hprofScan.ids), classes(hprofClasses), layout(hprofClasses.layout()),
-          storage(objectStorage), references(objectStorage.getReferences()), filled(filledRows),
-          position(static_cast<int>(firstPosition)) {}
+          storage(objectStorage), references(objectStorage.getReferences()), lengths(recordLengths),
+          filled(filledRows), position(static_cast<int>(firstPosition)) {}
 
     void boundary(uint64_t) {}
     void root(uint8_t, uint64_t, uint32_t, uint32_t) {}
@@ -127,8 +169,7 @@ private:
     }
     void array(uint32_t row, uint32_t elementSize, uint32_t length) {
         setSize(row, layout.arraySize(elementSize, length));
-        storage.setArrayLength(static_cast<int>(row),
-                               static_cast<int>(std::min<uint32_t>(length, INT32_MAX)));
+        lengths.markArray(row);
     }
     void setSize(uint32_t row, int64_t size) {
         if (size >= HeapModel::LARGEST_STORED) {
@@ -156,6 +197,7 @@ private:
     const JvmLayout layout;
     ObjectStorage& storage;
     RefTable& references;
+    RecordLengths& lengths;
     FilledRows* filled;
     const HprofClassPlan* lastPlan = nullptr;
     const HprofClassPlan* lastArrayPlan = nullptr;
@@ -187,6 +229,7 @@ private:
     const HeapReadOptions& options;
     const MappedFile& file;
     std::unique_ptr<HeapModel> model;
+    RecordLengths* lengths = nullptr;     // the storage's
     std::vector<uint64_t> chunkPositions; // first position of each chunk's references
     std::unordered_map<uint32_t, int> threadBySerial;
     std::mutex
@@ -329,7 +372,8 @@ void Reading::makeStorage(uint64_t references) {
     ObjectStorage& storage = *model->storage;
     storage.getReferences().reserve(static_cast<int>(references));
     storage.arrayOfKind(READ_SIZES)->ensure(model->objectCount);
-    storage.arrayOfKind(READ_ARRAY_LENGTHS)->ensure(model->objectCount);
+    lengths = new RecordLengths(model->file, storage, model->idSize);
+    storage.setOtherLengths(lengths);
     storage.ensureRecordPositions(file.size());
 }
 
@@ -372,7 +416,8 @@ void Reading::fillObjects(const HprofScan& scan, const HprofClasses& classes, Fi
 template <uint32_t ID_SIZE>
 void Reading::fillChunk(const HprofScan& scan, const HprofClasses& classes, FilledRows* filled,
                         size_t chunk) {
-    FillHandler<ID_SIZE> handler(scan, classes, *model->storage, filled, chunkPositions[chunk]);
+    FillHandler<ID_SIZE> handler(scan, classes, *model->storage, *lengths, filled,
+                                 chunkPositions[chunk]);
     HprofWalker<ID_SIZE, FillHandler<ID_SIZE>> walker(file.data(), handler);
     for (const HprofRecords::Segment& range : scan.chunks[chunk].ranges) {
         walker.walk(range.from, range.to);

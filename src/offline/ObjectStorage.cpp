@@ -55,6 +55,7 @@ ObjectStorage::~ObjectStorage() {
     deleteMarkBits();
     delete backwardReferences;
     delete stored;
+    delete otherLengths;
 }
 
 void ObjectStorage::ensureRecordPositions(unsigned long fileSize) {

@@ -28,6 +28,14 @@ enum ReadKind {
     READ_KIND_COUNT = 13
 };
 
+// Where the lengths of arrays come from that no row of a storage has set.
+class ArrayLengths {
+public:
+    virtual ~ArrayLengths() = default;
+    // -1 for a non-array. Any number of threads may ask.
+    virtual int arrayLength(int row) const = 0;
+};
+
 // ObjectStorage: the column store of a heap: one row an object, one paged array an attribute, and a
 // table of references. A row's number, from 1 below the object count, is the object's identity in
 // all algorithms; row 0 is reserved. The first reference of an instance or array is its class.
@@ -137,8 +145,16 @@ public:
     }
     // -1 for a non-array.
     int getArrayLength(int row) const {
-        return stored != nullptr ? StoredColumns::narrow(stored->arrayLengths, row)
-                                 : arrayLengths.get(row);
+        if (stored != nullptr) {
+            return StoredColumns::narrow(stored->arrayLengths, row);
+        }
+        const int own = arrayLengths.get(row);
+        return own == -1 && otherLengths != nullptr ? otherLengths->arrayLength(row) : own;
+    }
+    // Takes ownership.
+    void setOtherLengths(const ArrayLengths* lengths) {
+        delete otherLengths;
+        otherLengths = lengths;
     }
     void setArrayLength(int row, int value) { arrayLengths.set(row, value); }
     long getPrimitiveDataPosition(int row) const {
@@ -175,6 +191,7 @@ private:
 
     int objectCount;
     StoredColumns* stored = nullptr;
+    const ArrayLengths* otherLengths = nullptr;
     RefTable* backwardReferences;
     RefTable references;
     BigIntArray64 dominators;

@@ -2,6 +2,8 @@
 
 #include "offline/MemAllocator.h"
 
+#include <utility>
+
 // ScratchColumn: zeroed integers for the time of a computation, which go when they are dropped.
 class ScratchColumn {
 public:
@@ -23,6 +25,12 @@ public:
         MemAllocator::release(ints, bytes);
         ints = nullptr;
         bytes = 0;
+    }
+    // Gets what the other has; the other has nothing afterwards.
+    void take(ScratchColumn& other) noexcept {
+        drop();
+        std::swap(bytes, other.bytes);
+        std::swap(ints, other.ints);
     }
     int* get() const { return ints; }
     unsigned* bits() const { return reinterpret_cast<unsigned*>(ints); }

@@ -68,16 +68,17 @@ SearchOrderDominators::SearchOrderDominators(ObjectStorage& analysed, const int*
     : storage(analysed), progress(told), objectCount(analysed.getObjectCount()),
       reached(bitFieldWords(objectCount)),
       followed(wordsFor(storage.getReferences().getReferences())),
-      rootRows(bitFieldWords(objectCount)), numbers(objectCount), rows(objectCount + 1L),
-      parents(objectCount + 1L), path("sod") {
+      rootRows(bitFieldWords(objectCount)), numbers(objectCount), parents(objectCount + 1L),
+      path("sod") {
     search(roots, rootCount, reinterpret_cast<const unsigned*>(reachableBits));
     if (afterSearch != nullptr) {
         afterSearch->searchEnded();
     }
     collectSources(threads);
+    invertNumbers();
+    labels.allot(objectCount + 1L);
     computeSemidominators();
     parents.drop();
-    semis.drop();
     labels.drop();
     sources.drop();
     finishDominators();
@@ -94,7 +95,6 @@ void SearchOrderDominators::visit(int row, int parentRow) {
     const int number = ++last;
     parents.get()[number] = numbers.get()[parentRow];
     numbers.get()[row] = number;
-    rows.get()[number] = row;
     if ((number & (PROGRESS_STEPS - 1)) == 0) {
         reportProgress(progress, "depth-first search", number, objectCount);
     }
@@ -127,15 +127,15 @@ void SearchOrderDominators::search(const int* roots, int rootCount, const unsign
 // list those of the lower half of the rows come first.
 void SearchOrderDominators::collectSources(int threads) {
     const bool paired = threads > 1;
+    ScratchColumn upperCursors;
     labels.allot(objectCount + 1L);
     if (paired) {
-        semis.allot(objectCount + 1L);
+        upperCursors.allot(objectCount + 1L);
     }
-    dominators.allot(objectCount + 1L);
     std::atomic<bool> stop{false};
     const int middle = paired ? objectCount / 2 + 1 : objectCount;
     const Half lower{1, middle, labels.get(), progress, &stop};
-    const Half upper{middle, objectCount, semis.get(), nullptr, &stop};
+    const Half upper{middle, objectCount, upperCursors.get(), nullptr, &stop};
     const auto inHalves = [&](void (SearchOrderDominators::*step)(const Half&) const) {
         if (paired) {
             runPair([&] { (this->*step)(upper); }, [&] { (this->*step)(lower); }, &stop);
@@ -144,10 +144,11 @@ void SearchOrderDominators::collectSources(int threads) {
         }
     };
     inHalves(&SearchOrderDominators::countSources);
-    int* const starts = dominators.get();
+    long firstSemi = 0;
     for (int number = VIRTUAL_ROOT + 1; number <= last; number++) {
-        starts[number] = sourceCount;
-        for (int* cursors : {labels.get(), semis.get()}) {
+        const long needed = static_cast<long>(sourceCount) - number;
+        firstSemi = needed > firstSemi ? needed : firstSemi;
+        for (int* cursors : {labels.get(), upperCursors.get()}) {
             if (cursors != nullptr) {
                 const int count = cursors[number];
                 cursors[number] = sourceCount;
@@ -155,15 +156,34 @@ void SearchOrderDominators::collectSources(int threads) {
             }
         }
     }
-    sources.allot(sourceCount);
+    const long semisEnd = firstSemi + last + 1;
+    sources.allot(semisEnd > sourceCount ? semisEnd : sourceCount);
+    semi = sources.get() + firstSemi;
     inHalves(&SearchOrderDominators::storeSources);
-    numbers.drop();
     rootRows.drop();
     followed.drop();
-    memset(labels.get(), 0, (static_cast<size_t>(last) + 1) * sizeof(int));
-    if (!paired) {
-        semis.allot(objectCount + 1L);
+    // The ends of the lists become the starts of the next ones.
+    dominators.take(paired ? upperCursors : labels);
+    labels.drop();
+    if (last > VIRTUAL_ROOT) {
+        int* const starts = dominators.get() + VIRTUAL_ROOT + 1;
+        memmove(starts + 1, starts, static_cast<size_t>(last - VIRTUAL_ROOT - 1) * sizeof(int));
+        starts[0] = 0;
     }
+}
+
+// The rows by number.
+void SearchOrderDominators::invertNumbers() {
+    rows.allot(objectCount + 1L);
+    const int* const numberOf = numbers.get();
+    for (int row = 1; row < objectCount; row++) {
+        __builtin_prefetch(
+            rows.get() + numberOf[row < objectCount - AHEAD_NODE ? row + AHEAD_NODE : 0], 1);
+        rows.get()[numberOf[row]] = row;
+    }
+    // Of the rows without a number one stands there; the virtual root's is 0.
+    rows.get()[0] = 0;
+    numbers.drop();
 }
 
 // Calls handle(source, target) with the numbers of both ends of each reference that decides
@@ -232,7 +252,6 @@ void SearchOrderDominators::storeSources(const Half& half) const {
 // From the last number to the first; number 1 has nothing above it.
 void SearchOrderDominators::computeSemidominators() {
     int* const parent = parents.get();
-    int* const semi = semis.get();
     int* const label = labels.get();
     int* const dominator = dominators.get();
     int end = sourceCount;
@@ -263,9 +282,9 @@ void SearchOrderDominators::computeSemidominators() {
 }
 
 // Lists are walked from their end, as they follow one another.
-int SearchOrderDominators::smallestOfSources(int number, int semi, int begin, int end) {
+int SearchOrderDominators::smallestOfSources(int number, int least, int begin, int end) {
     const int* const list = sources.get();
-    for (int i = end - 1; i >= begin && semi > VIRTUAL_ROOT; i--) {
+    for (int i = end - 1; i >= begin && least > VIRTUAL_ROOT; i--) {
         const int later = list[i >= AHEAD_SOURCE ? i - AHEAD_SOURCE : 0];
         if (later > number) {
             __builtin_prefetch(parents.get() + later, 1);
@@ -273,11 +292,11 @@ int SearchOrderDominators::smallestOfSources(int number, int semi, int begin, in
         }
         int candidate = list[i];
         if (candidate > number) {
-            candidate = semis.get()[eval(candidate, number + 1)];
+            candidate = semi[eval(candidate, number + 1)];
         }
-        semi = candidate < semi ? candidate : semi;
+        least = candidate < least ? candidate : least;
     }
-    return semi;
+    return least;
 }
 
 // The node is the owner of the semidominators in its bucket. Numbers from `processed` on are
@@ -289,7 +308,7 @@ void SearchOrderDominators::emptyBucket(int owner, int processed) {
     while (member != 0) {
         const int next = dominator[member];
         const int smallest = eval(member, processed);
-        dominator[member] = semis.get()[smallest] < owner ? ~smallest : owner;
+        dominator[member] = semi[smallest] < owner ? ~smallest : owner;
         member = next;
     }
 }
@@ -299,7 +318,6 @@ void SearchOrderDominators::emptyBucket(int owner, int processed) {
 int SearchOrderDominators::eval(int number, int processed) {
     int* const parent = parents.get();
     int* const label = labels.get();
-    const int* const semi = semis.get();
     int begun[SHORT_PATH];
     int length = 0;
     int top = number;

@@ -6,7 +6,7 @@
 #include "offline/ScratchColumn.h"
 
 // SearchOrderDominators: immediate dominators of all rows of a storage, the same as
-// DominatorComputer's, in at most 20 bytes and two bits a row, one bit a reference, 4 bytes for
+// DominatorComputer's, in 16 to 20 bytes and two bits a row, one bit a reference, 4 bytes for
 // each reference that decides anything, and 8 bytes a level of the search. It needs no table of
 // referrers.
 //
@@ -22,12 +22,14 @@
 //                with the smallest semidominator on the compressed path
 //     dominator  where the node's list of sources begins; then next node of the bucket; then the
 //                dominator, or the complement of a node that shares it
+//     semi       in `sources`, as far behind as it must stand for no list to be overwritten before
+//                its turn: the last list goes first
 //   Buckets need no columns of their own: a node's is filled by its descendants alone, and is
 //   emptied before it is processed itself.
 //   Sources are those of the references that the search did not follow, as numbers and in lists by
 //   number: a reference that it followed comes from the parent, the start of every evaluation, and
-//   one to a root decides nothing. That leaves less than half of a heap's references. Two threads
-//   make the lists, each from half of the rows; labels and semidominators are not begun and count.
+//   one to a root decides nothing. Two threads make the lists, each from half of the rows; until
+//   then the labels count.
 class SearchOrderDominators {
 public:
     // Does all the work; the dominators are in the storage afterwards: the dominator's row, 0 for
@@ -67,8 +69,9 @@ private:
     void walkSources(const Half& half, const char* phase, Handle&& handle) const;
     void countSources(const Half& half) const;
     void storeSources(const Half& half) const;
+    void invertNumbers();
     void computeSemidominators();
-    int smallestOfSources(int number, int semi, int begin, int end);
+    int smallestOfSources(int number, int least, int begin, int end);
     void emptyBucket(int owner, int processed);
     int eval(int number, int processed);
     void finishDominators();
@@ -87,7 +90,7 @@ private:
     // By number.
     ScratchColumn rows;
     ScratchColumn parents;
-    ScratchColumn semis;
+    int* semi = nullptr; // in `sources`
     ScratchColumn labels;
     ScratchColumn dominators;
     BigIntArray64 path; // of eval
