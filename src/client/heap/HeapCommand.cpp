@@ -21,6 +21,9 @@ const HeapReport& reportOf(const Arguments& arguments) {
 
 // An option that a report does not know would be passed over, and the answer be another question's.
 void checkOptions(const HeapReport& report, const Arguments& arguments) {
+    if (arguments.has("--table") && !arguments.has("--csv")) {
+        throw ClientError(ExitCode::Usage, "usage", "--table goes with --csv");
+    }
     static const char* const special[] = {
         "--sort",       "--by-class", "--since", "--held-by", "--by",         "--no-retained",
         "--weak",       "--where",    "--from",  "--gate",    "--subclasses", "--skip",

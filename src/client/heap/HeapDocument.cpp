@@ -149,7 +149,8 @@ bool isCsvAsked(const Console& console, const Arguments& arguments) {
 
 HeapDocument::HeapDocument(Console& console, const Arguments& arguments, const HeapSession& session,
                            const std::string& name, const std::vector<std::string>& otherRemarks)
-    : console(console), isCsv(isCsvAsked(console, arguments)) {
+    : console(console), isCsv(isCsvAsked(console, arguments)),
+      wantedTable(arguments.text("--table")) {
     if (console.json) {
         json.emplace(console.out, true);
         beginHeapDocument(*json, ("vdk.heap." + name + "/1").c_str(), session, otherRemarks);
@@ -163,11 +164,16 @@ void HeapDocument::line(const std::string& text) {
 }
 
 void HeapDocument::table(const char* key, const HeapTable& table, const std::string& heading) {
+    const bool isFirst = keys.empty();
+    const bool isNew = std::find(keys.begin(), keys.end(), key) == keys.end();
+    if (isNew) {
+        keys.emplace_back(key);
+    }
     if (json) {
         json->key(key);
         table.write(*json);
     } else if (isCsv) {
-        if (!hasTable) {
+        if (wantedTable.empty() ? isFirst : isNew && wantedTable == key) {
             table.writeCsv(console);
         }
     } else {
@@ -176,12 +182,27 @@ void HeapDocument::table(const char* key, const HeapTable& table, const std::str
         }
         table.print(console);
     }
-    hasTable = true;
 }
 
 void HeapDocument::end() {
     if (json) {
         json->endObject();
+        return;
+    }
+    if (!isCsv) {
+        return;
+    }
+    std::string names;
+    for (const std::string& key : keys) {
+        names += (names.empty() ? "" : ", ") + key;
+    }
+    const bool isThere = std::find(keys.begin(), keys.end(), wantedTable) != keys.end();
+    if (!wantedTable.empty() && !isThere) {
+        throw ClientError(ExitCode::Usage, "usage", "there is no table " + wantedTable,
+                          names.empty() ? "the report has none here" : "there are: " + names);
+    }
+    if (wantedTable.empty() && keys.size() > 1) {
+        console.note("the first of the tables " + names + "; --table NAME writes another");
     }
 }
 

@@ -86,16 +86,18 @@ public:
     }
     // For people only.
     void line(const std::string& text);
-    // In JSON under the key, for people below the heading if that is not empty. CSV has the first
-    // table of a document alone.
+    // In JSON under the key, for people below the heading if that is not empty. CSV has one
+    // table: the first, or that of the key that was asked for.
     void table(const char* key, const HeapTable& table, const std::string& heading = {});
+    // Throws ClientError (Usage) where a table was asked for that there is not.
     void end();
 
 private:
     Console& console;
     std::optional<JsonWriter> json;
     bool isCsv;
-    bool hasTable = false;
+    std::string wantedTable;       // key, empty for the first
+    std::vector<std::string> keys; // of the tables so far, each once
 };
 
 } // namespace vdk

@@ -173,6 +173,9 @@ TEST(HeapReports, objectsAreChosenAndOrderedByTheirFields) {
         {{"paths", "demo.Item", "--exclude", "weak,wek"}, 2, "\"wek\" is no strength"},
         {{"histogram", "--sort", "cuont"}, 2, "is no order of classes: did you mean count?"},
         {{"objects", "demo.Item", "--csv", "--json"}, 2, "exclude each other"},
+        {{"summary", "--table", "objects"}, 2, "--table goes with --csv"},
+        {{"summary", "--csv", "--table", "object"}, 2, "there are: classes, objects"},
+        {{"summary", "--csv"}, 0, "--table NAME writes another"},
     };
     for (const auto& c : errors) {
         const Outcome outcome = heap(file.path, c.words);
@@ -579,16 +582,18 @@ TEST(HeapReports, whatReferencesAloneHoldIsToldAndMayBeLeftOutOfPaths) {
     static const struct {
         std::vector<std::string> words;
         const char* heading;
-    } tables[] = {{{"histogram"}, "class,count,shallow,retained"},
-                  {{"biggest"}, "id,class,shallow,retained,length,text,local"},
-                  {{"dominators"}, "id,class,shallow,retained,length,text,local"},
-                  {{"dominators", "--by-class"}, "class,count,shallow,retained"},
-                  {{"refs", id}, "name,id,class,shallow,length,text"},
-                  {{"referrers", id}, "name,id,class,shallow,retained,length,text"},
-                  {{"path", id}, "name,id,class,shallow,retained,length,text"},
-                  {{"retained", id}, "class,count,shallow"},
-                  {{"strings"}, "id,text,count,arrays,wasted"},
-                  {{"arrays"}, "kind,class,owner,count,bytes,elements,used,example"}};
+    } tables[] = {
+        {{"histogram"}, "class,count,shallow,retained"},
+        {{"biggest"}, "id,class,shallow,retained,length,text,local"},
+        {{"dominators"}, "id,class,shallow,retained,length,text,local"},
+        {{"summary", "--table", "objects"}, "id,class,shallow,retained,length,text,local"},
+        {{"dominators", "--by-class"}, "class,count,shallow,retained"},
+        {{"refs", id}, "name,id,class,shallow,length,text"},
+        {{"referrers", id}, "name,id,class,shallow,retained,length,text"},
+        {{"path", id}, "name,id,class,shallow,retained,length,text"},
+        {{"retained", id}, "class,count,shallow"},
+        {{"strings"}, "id,text,count,arrays,wasted"},
+        {{"arrays"}, "kind,class,owner,count,bytes,elements,used,example"}};
     for (const auto& c : tables) {
         std::vector<std::string> words = c.words;
         words.push_back("--csv");
