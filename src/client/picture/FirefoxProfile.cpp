@@ -2,7 +2,7 @@
 
 #include "client/console/Json.h"
 #include "client/console/Text.h"
-#include "client/events/ProbeTables.h"
+#include "client/picture/FirefoxTracks.h"
 #include "core/ground/Version.h"
 #include "db/DB.h"
 
@@ -17,24 +17,6 @@ namespace {
 constexpr int ProcessedVersion = 48;
 constexpr int GeckoVersion = 27;
 constexpr double NsPerMs = 1e6;
-constexpr size_t LongestMarkerText = 300;
-constexpr char EventsProcess[] = "events";
-
-struct Marker {
-    std::string name, text;
-    int64_t startNs = 0, endNs = 0;
-    bool isOpen = false;
-    bool hasDuration = false;
-};
-
-// A thread of the profile.
-struct Track {
-    std::string process, processName, name;
-    int trn = 0;
-    const StackTree* tree = nullptr; // null of one that has markers alone
-    std::vector<const StackTree::Entry*> entries;
-    std::vector<Marker> markers;
-};
 
 double millis(int64_t ns) {
     return double(ns) / NsPerMs;
@@ -49,70 +31,11 @@ void writeColumn(JsonWriter& json, const char* name, size_t length, Value valueO
     json.endArray();
 }
 
-// The stacks of one thread, with tables of its own: a node's parent stands before it.
-class ThreadTables {
-public:
-    ThreadTables(const Picture& picture, const Track& track) : picture(picture) {
-        if (track.tree) {
-            for (const StackTree::Entry* entry : track.entries) {
-                samples.push_back(stackOf(*track.tree, entry->node));
-            }
-        }
-    }
-
-    int text(const std::string& content) {
-        auto [entry, added] = stringIndex.try_emplace(content, int(strings.size()));
-        if (added) {
-            strings.push_back(content);
-        }
-        return entry->second;
-    }
-
-    std::vector<int> samples;  // stacks
-    std::vector<int> prefixes; // by stack, -1 of an outermost one
-    std::vector<int> frames;   // by stack
-    std::vector<int> funcs;    // name by function; each has one frame
-    std::vector<std::string> strings;
-
-private:
-    int stackOf(const StackTree& tree, int node) {
-        path.clear();
-        auto known = stacks.end();
-        for (; node > 0 && (known = stacks.find(node)) == stacks.end();
-             node = tree.nodes[size_t(node)].parent) {
-            path.push_back(node);
-        }
-        int stack = node > 0 ? known->second : -1;
-        for (auto it = path.rbegin(); it != path.rend(); ++it) {
-            prefixes.push_back(stack);
-            frames.push_back(funcOf(tree.nodes[size_t(*it)].name));
-            stack = int(prefixes.size()) - 1;
-            stacks[*it] = stack;
-        }
-        return stack;
-    }
-
-    int funcOf(int name) {
-        auto [entry, added] = funcIndex.try_emplace(name, int(funcs.size()));
-        if (added) {
-            funcs.push_back(text(picture.names[size_t(name)].full()));
-        }
-        return entry->second;
-    }
-
-    const Picture& picture;
-    std::unordered_map<int, int> stacks, funcIndex; // by node, by name
-    std::unordered_map<std::string, int> stringIndex;
-    std::vector<int> path;
-};
-
 class ProfileWriter {
 public:
-    ProfileWriter(std::ostream& out, const Picture& picture, DB& db)
-        : json(out, false), picture(picture), db(db) {
-        addTracks();
-        addMarkers();
-    }
+    ProfileWriter(std::ostream& out, const Picture& picture, DB& db, size_t mostBytes)
+        : json(out, false), picture(picture), db(db), all(picture, db, mostBytes),
+          tracks(all.tracks) {}
 
     void write(int64_t timeMs) {
         json.beginObject();
@@ -122,84 +45,13 @@ public:
         json.key("profilerOverhead").beginArray().endArray();
         writeCounters();
         json.key("threads").beginArray();
-        for (const Track& track : tracks) {
+        for (const FirefoxTrack& track : tracks) {
             writeThread(track);
         }
         json.endArray().endObject();
     }
 
 private:
-    void addTracks() {
-        for (const StackTree& tree : picture.trees) {
-            std::vector<std::vector<const StackTree::Entry*>> byThread(picture.threads.size());
-            for (const StackTree::Entry& entry : tree.entries) {
-                if (entry.now.own > 0) {
-                    byThread[size_t(entry.thread)].push_back(&entry);
-                }
-            }
-            for (size_t i = 0; i < byThread.size(); i++) {
-                if (!byThread[i].empty()) {
-                    const Picture::Thread& thread = picture.threads[i];
-                    trackOfTrn.try_emplace(thread.trn, tracks.size());
-                    tracks.push_back({tree.id,
-                                      tree.title,
-                                      thread.name,
-                                      thread.trn,
-                                      &tree,
-                                      std::move(byThread[i]),
-                                      {}});
-                }
-            }
-        }
-    }
-
-    void addMarkers() {
-        const ProbeTables tables(db);
-        for (const ProbeTable& table : tables.all()) {
-            if (table.predefined[USER_TABLE_PREDEFINED_COLUMN_UPTIME_NS] < 0) {
-                continue;
-            }
-            for (const ProbeRow& row : table.rows) {
-                Marker marker;
-                marker.name = printable(table.name, LongestMarkerText);
-                marker.text = textOf(tables, table, row);
-                marker.startNs = table.startNs(row);
-                marker.isOpen = table.isOpen(row);
-                marker.hasDuration = table.hasDuration();
-                marker.endNs = std::max(table.endNs(row), marker.startNs);
-                trackFor(tables, table, row).markers.push_back(std::move(marker));
-            }
-        }
-    }
-
-    // What the probe itself has recorded.
-    static std::string textOf(const ProbeTables& tables, const ProbeTable& table,
-                              const ProbeRow& row) {
-        std::string text;
-        for (size_t i = 0; i < table.columns.size() && text.size() < LongestMarkerText; i++) {
-            if (!table.columns[i].isFilled) {
-                text += (text.empty() ? "" : ", ") + table.columns[i].name + ": " +
-                        tables.text(table, row, int(i));
-            }
-        }
-        return printable(text, LongestMarkerText);
-    }
-
-    Track& trackFor(const ProbeTables& tables, const ProbeTable& table, const ProbeRow& row) {
-        const int trn = table.thread(row);
-        auto [entry, added] = trackOfTrn.try_emplace(trn, tracks.size());
-        if (added) {
-            tracks.push_back({EventsProcess,
-                              "Events",
-                              printable(tables.threadName(table, row)),
-                              trn,
-                              nullptr,
-                              {},
-                              {}});
-        }
-        return tracks[entry->second];
-    }
-
     void writeMeta(int64_t timeMs) {
         json.key("meta").beginObject();
         json.field("version", GeckoVersion).field("preprocessedProfileVersion", ProcessedVersion);
@@ -224,6 +76,13 @@ private:
         json.beginArray();
         writeRemark("Samples", "sums by call path: their order is not time");
         writeRemark("Processes", "what was recorded, each with the threads it was recorded of");
+        for (const auto& [label, text] : {std::pair("Threads", &all.threadsRemark),
+                                          std::pair("Small call paths", &all.stacksRemark),
+                                          std::pair("Markers", &all.markersRemark)}) {
+            if (!text->empty()) {
+                writeRemark(label, *text);
+            }
+        }
         if (timeMs > 0) {
             writeRemark("Captured, ms since 1970", std::to_string(timeMs));
         }
@@ -284,8 +143,8 @@ private:
         json.endArray();
     }
 
-    void writeThread(const Track& track) {
-        ThreadTables tables(picture, track);
+    void writeThread(const FirefoxTrack& track) {
+        FirefoxTables tables(picture, track);
         json.beginObject().field("name", track.name).field("isMainThread", false);
         json.field("processType", "default").field("processName", track.processName);
         json.field("pid", track.process).field("tid", track.trn);
@@ -309,7 +168,7 @@ private:
         json.endArray().endObject();
     }
 
-    void writeSamples(const Track& track, const ThreadTables& tables) {
+    void writeSamples(const FirefoxTrack& track, const FirefoxTables& tables) {
         const std::string unit = track.tree ? track.tree->unit : "count";
         const bool isTime = unit == "ns";
         const size_t length = tables.samples.size();
@@ -317,21 +176,21 @@ private:
         json.field("weightType", isTime ? "tracing-ms" : unit == "bytes" ? "bytes" : "samples");
         writeColumn(json, "stack", length, [&](size_t i) { json.value(tables.samples[i]); });
         writeColumn(json, "weight", length, [&](size_t i) {
-            const int64_t own = track.entries[i]->now.own;
+            const int64_t own = track.nodes[i].second;
             isTime ? json.value(millis(own)) : json.value(own);
         });
         int64_t sum = 0;
         writeColumn(json, "time", length, [&](size_t i) {
             // A microsecond is as much as anybody sees.
             isTime ? json.value(std::round(double(sum) / 1000) / 1000) : json.value(i);
-            sum += track.entries[i]->now.own;
+            sum += track.nodes[i].second;
         });
         json.endObject();
     }
 
-    void writeMarkers(const Track& track, ThreadTables& tables) {
+    void writeMarkers(const FirefoxTrack& track, FirefoxTables& tables) {
         enum Phase { Instant, Interval, IntervalStart };
-        const std::vector<Marker>& markers = track.markers;
+        const std::vector<FirefoxMarker>& markers = track.markers;
         json.key("markers").beginObject().field("length", markers.size());
         writeColumn(json, "name", markers.size(),
                     [&](size_t i) { json.value(tables.text(markers[i].name)); });
@@ -360,7 +219,7 @@ private:
         writeColumn(json, name, length, [&](size_t) { json.nullValue(); });
     }
 
-    void writeStacks(const ThreadTables& tables) {
+    void writeStacks(const FirefoxTables& tables) {
         const size_t stacks = tables.prefixes.size(), funcs = tables.funcs.size();
         json.key("stackTable").beginObject().field("length", stacks);
         writeColumn(json, "prefix", stacks, [&](size_t i) {
@@ -394,8 +253,8 @@ private:
     JsonWriter json;
     const Picture& picture;
     DB& db;
-    std::vector<Track> tracks;
-    std::unordered_map<int, size_t> trackOfTrn; // the first of each thread
+    const FirefoxTracks all;
+    const std::vector<FirefoxTrack>& tracks;
 };
 
 const std::vector<std::pair<const char*, std::vector<const char*>>> ProfileWriter::EmptyTables = {
@@ -405,8 +264,9 @@ const std::vector<std::pair<const char*, std::vector<const char*>>> ProfileWrite
 
 } // namespace
 
-void writeFirefoxProfile(std::ostream& out, const Picture& picture, DB& db, int64_t timeMs) {
-    ProfileWriter(out, picture, db).write(timeMs);
+void writeFirefoxProfile(std::ostream& out, const Picture& picture, DB& db, int64_t timeMs,
+                         size_t mostBytes) {
+    ProfileWriter(out, picture, db, mostBytes).write(timeMs);
     out << '\n';
 }
 

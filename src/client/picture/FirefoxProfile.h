@@ -11,7 +11,10 @@ namespace vdk {
 
 // A picture that tells each thread. Sums have no order in time: each node of a thread's tree with
 // something of its own is one sample with that as its weight, and samples stand one behind the
-// other.
-void writeFirefoxProfile(std::ostream& out, const Picture& picture, DB& db, int64_t timeMs);
+// other. Stacks and markers take about `mostBytes` each: what is put together or left out for that
+// is told in the profile's words about itself.
+constexpr size_t MostFirefoxBytes = 7 << 20;
+void writeFirefoxProfile(std::ostream& out, const Picture& picture, DB& db, int64_t timeMs,
+                         size_t mostBytes = MostFirefoxBytes);
 
 } // namespace vdk

@@ -208,3 +208,32 @@ TEST(FirefoxProfile, hasTheNumbersOfTheReportByTheRulesOfItsSchema) {
     EXPECT_EQ(own, expected);
     EXPECT_EQ(seen["functions"]["com.a.Main.work"]["total"], 65000000);
 }
+
+// Threads of a pool become one, and small call paths go to their callers: the sums stay.
+TEST(FirefoxProfile, keepsItsSumsWhereItIsMadeSmaller) {
+    DbBuilder b;
+    for (int i = 1; i <= 40; i++) {
+        const int thread = b.thread("http-" + std::to_string(i));
+        b.time(thread, b.stack("com.a.Main.run;com.a.Main.work" + std::to_string(i)), i);
+        b.time(thread, b.stack("com.a.Main.run;com.a.Main.work"), 1000);
+    }
+    struct Case {
+        size_t mostBytes, threads, stacks;
+    };
+    for (const Case& each : {Case{1 << 20, 40, 120}, Case{10000, 1, 42}, Case{1600, 1, 2}}) {
+        std::ostringstream out;
+        writeFirefoxProfile(out, pictureOf(b.db, true), b.db, 1, each.mostBytes);
+        const nlohmann::json threads = nlohmann::json::parse(out.str())["threads"];
+        EXPECT_EQ(threads.size(), each.threads);
+        size_t stacks = 0;
+        double sum = 0;
+        for (const nlohmann::json& thread : threads) {
+            stacks += thread["stackTable"]["length"].get<size_t>();
+            for (const double weight : thread["samples"]["weight"]) {
+                sum += weight;
+            }
+        }
+        EXPECT_EQ(stacks, each.stacks);
+        EXPECT_NEAR(sum, (40000 + 820) / 1e6, 1e-9);
+    }
+}
