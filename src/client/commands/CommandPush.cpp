@@ -28,7 +28,7 @@ using std::chrono::milliseconds;
 constexpr long DefaultIntervalMs = 15000;
 constexpr long LeastIntervalMs = 1000;
 constexpr long TickMs = 100;
-constexpr long MostBytes = 256L << 20; // of a JVM's tables
+constexpr long MostBytes = 256L << 20; // of one fetch of a JVM's tables
 // Between looks for JVMs that were started.
 constexpr milliseconds LookPause(1000);
 // How long the end waits for a store to take what is left.
@@ -59,7 +59,8 @@ std::string hostName() {
     return gethostname(name, sizeof(name) - 1) == 0 ? name : "";
 }
 
-// One JVM, whose tables are fetched as a whole each time: what they held before is taken off.
+// One JVM. A copy of its tables is kept, to which each fetch brings what has changed; what they
+// held before is taken off for as long as a profile is made of them.
 class PushedJvm {
 public:
     // With `isNew` all that it has recorded is of the time since the start.
@@ -104,10 +105,16 @@ public:
         profile.name = name;
         const int64_t fromMs = lastMs;
         profile.fromSeconds = fromMs / 1000;
-        const std::unique_ptr<TableFetcher> fetcher = fetch();
+        const std::unique_ptr<Baseline> earlier = fetch();
         profile.untilSeconds = std::max(lastMs / 1000, profile.fromSeconds + 1);
         Picture picture({false, false});
-        addAll(picture, fetcher->database(), Side::Now, true, {});
+        {
+            RowsBefore whole;
+            if (earlier) {
+                earlier->takeOff(fetcher->database(), &whole);
+            }
+            addAll(picture, fetcher->database(), Side::Now, true, {});
+        }
         picture.finish();
         picture.session = printable(agent.info.sessionName);
         if (!picture.trees.empty() && isOtlp) {
@@ -132,16 +139,21 @@ private:
         return arguments.all("--tag");
     }
 
-    std::unique_ptr<TableFetcher> fetch() {
-        auto fetcher = std::make_unique<TableFetcher>(agent.client, MostBytes);
-        fetcher->fetch(CpuTables | AllocationTables | MonitorTables | ExceptionTables);
+    // Brings the copy up to date; what its rows held before then, null the first time.
+    std::unique_ptr<Baseline> fetch() {
+        if (!fetcher) {
+            fetcher = std::make_unique<TableFetcher>(agent.client, MostBytes);
+        }
+        try {
+            fetcher->fetch(CpuTables | AllocationTables | MonitorTables | ExceptionTables);
+        } catch (...) {
+            fetcher.reset(); // half a fetch is of no use
+            throw;
+        }
         lastMs = nowMs();
         auto now = std::make_unique<Baseline>(fetcher->database());
-        if (before) {
-            before->takeOff(fetcher->database());
-        }
-        before = std::move(now);
-        return fetcher;
+        std::swap(now, before);
+        return now;
     }
 
     LiveAgent agent;
@@ -150,6 +162,7 @@ private:
     OtlpResource resource;
     bool hasStarted = false;
     int64_t lastMs = 0;
+    std::unique_ptr<TableFetcher> fetcher;
     std::unique_ptr<Baseline> before;
 };
 
@@ -188,7 +201,9 @@ public:
         finish();
         tell();
         const PushCounts& counts = push.counts();
-        return counts.refused + counts.dropped > 0 || !push.isEmpty() ? int(ExitCode::Refused) : 0;
+        return counts.refused + counts.rejected + counts.dropped > 0 || !push.isEmpty()
+                   ? int(ExitCode::Refused)
+                   : 0;
     }
 
 private:
@@ -291,13 +306,17 @@ private:
         if (console.json) {
             JsonDocument json(console, "vdk.push/1");
             json.field("sent", counts.sent).field("sentBytes", counts.sentBytes);
-            json.field("refused", counts.refused).field("dropped", counts.dropped);
+            json.field("refused", counts.refused).field("rejected", counts.rejected);
+            json.field("dropped", counts.dropped);
             json.field("failures", counts.failures).field("empty", empty);
             json.end();
             return;
         }
         console.out << "sent " << formatCount(counts.sent) << " profiles ("
                     << formatBytes(counts.sentBytes) << "), refused " << formatCount(counts.refused)
+                    << (counts.rejected > 0
+                            ? ", rejected of those taken " + formatCount(counts.rejected)
+                            : "")
                     << ", dropped " << formatCount(counts.dropped) << ", " << formatCount(empty)
                     << " intervals without data\n";
     }

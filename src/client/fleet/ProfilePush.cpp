@@ -3,9 +3,11 @@
 #include "client/console/Errors.h"
 #include "client/console/Text.h"
 #include "client/fleet/Subprocess.h"
+#include "client/picture/ProtobufReader.h"
 #include "core/ground/Version.h"
 
 #include <algorithm>
+#include <cstring>
 #include <strings.h>
 #include <utility>
 
@@ -15,6 +17,8 @@ namespace {
 
 constexpr std::chrono::milliseconds FirstPause(1000);
 constexpr std::chrono::milliseconds LongestPause(60000);
+constexpr size_t MostAnswerBytes = 1 << 20;
+constexpr size_t LongestWords = 200; // of a store
 constexpr const char* OtlpPath = "/v1development/profiles";
 // Part of no gzip file but by design of somebody who writes one.
 constexpr const char* Boundary = "vdk-profile-4f3b9c2e7a51d806";
@@ -191,26 +195,88 @@ static bool mayTakeLater(PushForm form, long status) {
                : status == 408 || status == 425 || status == 429 || status >= 500;
 }
 
+namespace {
+
+struct Answer {
+    std::string head, body;
+    long status = 0; // 0 where it is not whole
+};
+
+// curl puts the code and the length of the body behind the answer.
+Answer answerOf(const std::string& output) {
+    const size_t end = output.rfind('\n');
+    const std::vector<std::string> words =
+        split(end == std::string::npos ? "" : output.substr(end + 1), ' ');
+    if (words.size() != 2) {
+        return {output, "", 0};
+    }
+    const size_t length = size_t(parseNumber(words[1], 0, long(end)).value_or(0));
+    return {output.substr(0, end - length), output.substr(end - length, length),
+            parseNumber(words[0], 100, 599).value_or(0)};
+}
+
+// Other programs on the way answer with pages, or nothing.
+bool hasMessage(const Answer& answer) {
+    return !answer.body.empty() && strcasestr(answer.head.c_str(), "application/x-protobuf");
+}
+
+} // namespace
+
+// ExportProfilesServiceResponse of profiles_service.proto.
+void ProfilePush::notePartialSuccess(const std::string& message, std::string& why) {
+    enum { PartialSuccess = 1 };
+    enum { Rejected = 1, Words };
+    int64_t rejected = 0;
+    std::string words;
+    try {
+        MessageField part, field;
+        for (MessageFields all(message); all.next(part);) {
+            if (part.number != PartialSuccess || !part.isBytes) {
+                continue;
+            }
+            for (MessageFields inner(part.bytes); inner.next(field);) {
+                if (field.number == Rejected && !field.isBytes) {
+                    rejected = std::clamp<int64_t>(int64_t(field.value), 0, INT32_MAX);
+                } else if (field.number == Words && field.isBytes) {
+                    words = printable(std::string(field.bytes), LongestWords);
+                }
+            }
+        }
+    } catch (const ClientError&) {
+        why = "the store took the profiles, but its answer is no message of OTLP";
+        return;
+    }
+    told.rejected += rejected;
+    if (rejected > 0) {
+        why = "the store rejected " + formatCount(rejected) + " of the profiles that it took";
+    } else if (!words.empty()) {
+        why = "the store took the profiles, and warns";
+    }
+    why += words.empty() ? "" : ": " + words;
+}
+
 ProfilePush::Outcome ProfilePush::send(const OutgoingProfile& profile, std::string& why) {
     auto [settings, body] = requestFor(target, profile);
-    settings += setting("header", "Expect:") + setting("user-agent", "vdk/" VDK_VERSION) +
-                setting("data-binary", "@-") + setting("output", "/dev/null") +
-                setting("dump-header", "-") + setting("write-out", "%{http_code}") +
-                setting("proto", "=http,https");
+    settings +=
+        setting("header", "Expect:") + setting("user-agent", "vdk/" VDK_VERSION) +
+        setting("data-binary", "@-") + setting("output", "-") + setting("dump-header", "-") +
+        setting("write-out", "\\n%{http_code} %{size_download}") + setting("proto", "=http,https");
     if (startsWith(target.credentials, "Bearer ")) {
         settings += setting("header", "Authorization: " + target.credentials);
     } else if (!target.credentials.empty()) {
         settings += "basic\n" + setting("user", target.credentials.substr(6));
     }
-    const ProgramResult result =
-        runProgram({"curl", "-q", "-sS", "--config", "/dev/fd/3"}, body, settings, timeoutMs);
-    // The head of the answer, and behind it the code.
-    const size_t head = result.output.rfind('\n') + 1;
-    const long status = parseNumber(result.output.substr(head), 100, 599).value_or(0);
-    asked = retryAfter(result.output.substr(0, head), time(nullptr));
-    if (result.code == 0 && status >= 200 && status < 300) {
+    const ProgramResult result = runProgram({"curl", "-q", "-sS", "--config", "/dev/fd/3"}, body,
+                                            settings, timeoutMs, MostAnswerBytes);
+    const Answer answer = answerOf(result.output);
+    asked = retryAfter(answer.head, time(nullptr));
+    if (result.code == 0 && answer.status >= 200 && answer.status < 300) {
+        if (target.form == PushForm::Otlp && hasMessage(answer)) {
+            notePartialSuccess(answer.body, why);
+        }
         return Outcome::Sent;
     }
+    const long status = answer.status;
     why = result.timedOut    ? "the store did not answer in time"
           : result.code != 0 ? printable(result.errors.substr(0, result.errors.find('\n')), 200)
                              : "the store answered with " + std::to_string(status);

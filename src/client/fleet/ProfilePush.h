@@ -28,8 +28,9 @@ struct OutgoingProfile {
 
 struct PushCounts {
     int64_t sent = 0, sentBytes = 0;
-    int64_t refused = 0; // by the store, for good
-    int64_t dropped = 0; // for want of room while the store could not be reached
+    int64_t refused = 0;  // by the store, for good
+    int64_t rejected = 0; // parts of what was sent, as a receiver of OTLP has it: single values
+    int64_t dropped = 0;  // for want of room while the store could not be reached
     int64_t failures = 0;
 };
 
@@ -53,6 +54,8 @@ public:
 private:
     enum class Outcome { Sent, Refused, Failed };
     Outcome send(const OutgoingProfile& profile, std::string& why);
+    // What the receiver says of profiles that it took.
+    void notePartialSuccess(const std::string& message, std::string& why);
 
     const PushTarget target;
     const int timeoutMs;

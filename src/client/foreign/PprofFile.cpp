@@ -1,6 +1,7 @@
 #include "client/console/Errors.h"
 #include "client/foreign/ForeignFiles.h"
 #include "client/foreign/ForeignStacks.h"
+#include "client/picture/ProtobufReader.h"
 
 #include <algorithm>
 #include <string_view>
@@ -13,77 +14,13 @@ namespace {
     throw ClientError(ExitCode::BadInput, "foreign.data", message);
 }
 
-// A field of a message of protocol buffers.
-struct Field {
-    int number = 0;
-    uint64_t value = 0;     // of a varint
-    std::string_view bytes; // of anything with a length
-    bool isBytes = false;
-};
-
-// The fields of one message, each looked at once and every length checked.
-class Fields {
-public:
-    explicit Fields(std::string_view message) : rest(message) {}
-
-    bool next(Field& field) {
-        if (rest.empty()) {
-            return false;
-        }
-        const uint64_t key = varint();
-        field = Field();
-        field.number = int(std::min<uint64_t>(key >> 3, INT32_MAX));
-        switch (key & 7) {
-        case 0:
-            field.value = varint();
-            break;
-        case 1:
-            field.bytes = take(8);
-            break;
-        case 2:
-            field.bytes = take(varint());
-            field.isBytes = true;
-            break;
-        case 5:
-            field.bytes = take(4);
-            break;
-        default:
-            fail("the profile has a field of an unknown kind");
-        }
-        return true;
-    }
-    uint64_t varint() {
-        uint64_t value = 0;
-        for (int shift = 0; shift < 64; shift += 7) {
-            const uint8_t byte = uint8_t(take(1)[0]);
-            value |= uint64_t(byte & 127) << shift;
-            if (byte < 128) {
-                return value;
-            }
-        }
-        fail("the profile has a number without end");
-    }
-    bool isAtEnd() const { return rest.empty(); }
-
-private:
-    std::string_view take(uint64_t length) {
-        if (length > rest.size()) {
-            fail("the profile is cut");
-        }
-        const std::string_view part = rest.substr(0, length);
-        rest.remove_prefix(length);
-        return part;
-    }
-    std::string_view rest;
-};
-
 // Numbers stand one by one or packed.
-void addNumbers(const Field& field, std::vector<int64_t>& numbers) {
+void addNumbers(const MessageField& field, std::vector<int64_t>& numbers) {
     if (!field.isBytes) {
         numbers.push_back(int64_t(field.value));
         return;
     }
-    for (Fields packed(field.bytes); !packed.isAtEnd();) {
+    for (MessageFields packed(field.bytes); !packed.isAtEnd();) {
         numbers.push_back(int64_t(packed.varint()));
     }
 }
@@ -99,8 +36,8 @@ const TimeUnit TimeUnits[] = {
 class PprofReader {
 public:
     explicit PprofReader(std::string_view message) {
-        Field field;
-        for (Fields all(message); all.next(field);) {
+        MessageField field;
+        for (MessageFields all(message); all.next(field);) {
             if (field.isBytes) {
                 note(field);
             }
@@ -119,7 +56,7 @@ public:
     }
 
 private:
-    void note(const Field& field) {
+    void note(const MessageField& field) {
         switch (field.number) {
         case 1:
             valueTypes.push_back(twoOf(field.bytes, 1, 2));
@@ -145,8 +82,8 @@ private:
     void noteLocation(std::string_view message) {
         uint64_t id = 0;
         std::vector<uint64_t> called;
-        Field field;
-        for (Fields all(message); all.next(field);) {
+        MessageField field;
+        for (MessageFields all(message); all.next(field);) {
             if (field.number == 1) {
                 id = field.value;
             } else if (field.number == 4) {
@@ -158,8 +95,8 @@ private:
 
     static std::pair<uint64_t, uint64_t> twoOf(std::string_view message, int first, int second) {
         std::pair<uint64_t, uint64_t> found = {0, 0};
-        Field field;
-        for (Fields all(message); all.next(field);) {
+        MessageField field;
+        for (MessageFields all(message); all.next(field);) {
             if (field.number == first) {
                 found.first = field.value;
             } else if (field.number == second) {
@@ -203,8 +140,8 @@ private:
     void add(std::string_view message) {
         std::vector<int64_t> places, values;
         std::string thread;
-        Field field;
-        for (Fields all(message); all.next(field);) {
+        MessageField field;
+        for (MessageFields all(message); all.next(field);) {
             if (field.number == 1) {
                 addNumbers(field, places);
             } else if (field.number == 2) {

@@ -12,6 +12,20 @@ namespace {
 
 constexpr int OldestFinishedTrn = 1; // the thread that has the data of those ended long ago
 
+struct RowBytes {
+    void* row;
+    size_t bytes;
+};
+
+template <typename T>
+RowBytes bytesOf(T& record) {
+    return {&record, sizeof(record)};
+}
+
+RowBytes bytesOf(const UserTable& table, int* row) {
+    return {row, size_t(table.getRowLength()) * sizeof(int)};
+}
+
 template <typename T, typename Visitor>
 void eachLive(DBTable<T>* table, Visitor visitor) {
     table->eachRecord([&](int index, T& record) {
@@ -55,7 +69,7 @@ void eachSampledThread(DB& db, Visitor visitor) {
         if (row && row[0] > 0) {
             long usedNs = table->getLongColumn(row, used);
             long chargedNs = table->getLongColumn(row, charged);
-            visitor(row[0], table->getColumn(row, thread), usedNs, chargedNs);
+            visitor(bytesOf(*table, row), row[0], table->getColumn(row, thread), usedNs, chargedNs);
             table->setLongColumn(row, used, usedNs);
             table->setLongColumn(row, charged, chargedNs);
         }
@@ -76,8 +90,8 @@ void eachSampledLine(DB& db, Visitor visitor) {
         int* row = table->getRecord(i, false);
         if (row && row[0] > 0) {
             long timeNs = table->getLongColumn(row, time);
-            visitor(row[0], table->getColumn(row, thread), table->getColumn(row, frame),
-                    table->getColumn(row, line), timeNs);
+            visitor(bytesOf(*table, row), row[0], table->getColumn(row, thread),
+                    table->getColumn(row, frame), table->getColumn(row, line), timeNs);
             table->setLongColumn(row, time, timeNs);
         }
     }
@@ -85,7 +99,7 @@ void eachSampledLine(DB& db, Visitor visitor) {
 
 } // namespace
 
-// Calls visitor(stamp, key, first sum, second sum); it may change all but the key.
+// Calls visitor(row, stamp, key, first sum, second sum); it may change all but the key.
 template <typename Visitor>
 void Baseline::eachRow(DB& db, Visitor visitor) {
     const std::unordered_map<int, int> numbers = numbersOfThreads(db);
@@ -99,41 +113,43 @@ void Baseline::eachRow(DB& db, Visitor visitor) {
     eachOfFrame([&](int index, int thread, int frame) {
         CPUProfilingRecord* times = db.cpuProfilingTable->getRecord(index, false);
         if (times && times->stamp > 0) {
-            visitor(times->stamp, Key{SLOT_CPUProfiling, thread, frame, 0, 0}, times->timeNs,
-                    times->count);
+            visitor(bytesOf(*times), times->stamp, Key{SLOT_CPUProfiling, thread, frame, 0, 0},
+                    times->timeNs, times->count);
         }
         AllocInfoRecord* objects = db.allocInfoTable->getRecord(index, false);
         if (objects && objects->stamp > 0) {
-            visitor(objects->stamp, Key{SLOT_AllocInfo, thread, frame, 0, 0}, objects->objectBytes,
-                    objects->objectCount);
+            visitor(bytesOf(*objects), objects->stamp, Key{SLOT_AllocInfo, thread, frame, 0, 0},
+                    objects->objectBytes, objects->objectCount);
         }
     });
     eachLive(db.j2eeTable, [&](int, J2EERecord& row) {
-        visitor(row.stamp, Key{SLOT_J2EE, row.trn, row.frame, row.nameStrID, row.typeID},
-                row.timeNs, row.count);
+        visitor(bytesOf(row), row.stamp,
+                Key{SLOT_J2EE, row.trn, row.frame, row.nameStrID, row.typeID}, row.timeNs,
+                row.count);
     });
     eachLive(db.monitorTable, [&](int, MonitorRecord& row) {
-        visitor(row.stamp,
+        visitor(bytesOf(row), row.stamp,
                 Key{SLOT_Monitor, row.waiterTRN, row.frame, row.ownerTRN, row.classNameStrID},
                 row.timeNs, row.count);
     });
     eachLive(db.exceptionTable, [&](int, ExceptionRecord& row) {
         long none = 0;
-        visitor(row.stamp,
+        visitor(bytesOf(row), row.stamp,
                 Key{SLOT_Exception, row.trn, row.throwFrame, row.catchFrame, row.classNameStrID},
                 row.count, none);
     });
-    eachSampledThread(db, [&](int& stamp, int thread, long& used, long& charged) {
-        visitor(stamp, Key{FIRST_USER_TABLE, thread, 0, 0, 0}, used, charged);
+    eachSampledThread(db, [&](RowBytes row, int& stamp, int thread, long& used, long& charged) {
+        visitor(row, stamp, Key{FIRST_USER_TABLE, thread, 0, 0, 0}, used, charged);
     });
-    eachSampledLine(db, [&](int& stamp, int thread, int frame, int line, long& timeNs) {
-        long none = 0;
-        visitor(stamp, Key{FIRST_USER_TABLE, thread, frame, line, 1}, timeNs, none);
-    });
+    eachSampledLine(
+        db, [&](RowBytes row, int& stamp, int thread, int frame, int line, long& timeNs) {
+            long none = 0;
+            visitor(row, stamp, Key{FIRST_USER_TABLE, thread, frame, line, 1}, timeNs, none);
+        });
 }
 
 Baseline::Baseline(DB& db) {
-    eachRow(db, [&](int, const Key& key, long first, long second) {
+    eachRow(db, [&](RowBytes, int, const Key& key, long first, long second) {
         if (first != 0 || second != 0) {
             Sums& sum = sums[key];
             sum.first += first;
@@ -142,11 +158,25 @@ Baseline::Baseline(DB& db) {
     });
 }
 
-void Baseline::takeOff(DB& db) const {
+RowsBefore::~RowsBefore() {
+    for (const auto& [row, bytes] : rows) {
+        memcpy(row, bytes.data(), bytes.size());
+    }
+}
+
+void RowsBefore::keep(void* row, size_t bytes) {
+    char* start = static_cast<char*>(row);
+    rows.emplace_back(start, std::string(start, bytes));
+}
+
+void Baseline::takeOff(DB& db, RowsBefore* before) const {
     // Threads that have ended since may have given their rows to the one that collects these.
     std::map<Key, Sums> left = sums;
     const auto reduce = [](long& value, int64_t by) { value = value >= by ? value - by : value; };
-    eachRow(db, [&](int, const Key& key, long& first, long& second) {
+    eachRow(db, [&](RowBytes row, int, const Key& key, long& first, long& second) {
+        if (before) {
+            before->keep(row.row, row.bytes);
+        }
         const auto found = left.find(key);
         if (found != left.end()) {
             reduce(first, found->second.first);
@@ -161,7 +191,7 @@ void Baseline::takeOff(DB& db) const {
         moved[collected].first += sum.first;
         moved[collected].second += sum.second;
     }
-    eachRow(db, [&](int& stamp, const Key& key, long& first, long& second) {
+    eachRow(db, [&](RowBytes, int& stamp, const Key& key, long& first, long& second) {
         const auto found = moved.find(key);
         if (found != moved.end()) {
             reduce(first, found->second.first);

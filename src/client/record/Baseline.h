@@ -4,19 +4,37 @@
 
 #include <cstdint>
 #include <map>
+#include <string>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 class DB;
 
 namespace vdk {
+
+// Rows as they were before something was taken off; they are so again at its end. The database
+// must live as long and not change meanwhile.
+class RowsBefore {
+public:
+    RowsBefore() = default;
+    ~RowsBefore();
+    RowsBefore(const RowsBefore&) = delete;
+    RowsBefore& operator=(const RowsBefore&) = delete;
+
+    void keep(void* row, size_t bytes);
+
+private:
+    std::vector<std::pair<char*, std::string>> rows;
+};
 
 class Baseline {
 public:
     explicit Baseline(DB& db);
     bool isEmpty() const { return sums.empty(); }
     // Of rows whose sums are smaller than before nothing is taken off: they were cleared meanwhile.
-    void takeOff(DB& db) const;
+    // With `before` for a while alone.
+    void takeOff(DB& db, RowsBefore* before = nullptr) const;
 
 private:
     // A table's slot and what a row of it is about. Rows themselves are used again.

@@ -479,7 +479,12 @@ class Store(http.server.BaseHTTPRequestHandler):
             return
         print(self.path, self.headers['Content-Type'], describe(body), flush=True)
         self.send_response(200)
+        # rejected_profiles and error_message of the answer's partial_success
+        words = b'no\nroom'
+        part = b'\x08\x02\x12' + bytes([len(words)]) + words
+        self.send_header('Content-Type', 'application/x-protobuf')
         self.end_headers()
+        self.wfile.write(b'\x0a' + bytes([len(part)]) + part)
 server = http.server.HTTPServer(('127.0.0.1', 0), Store)
 print('port', server.server_port, 'end', flush=True)
 server.serve_forever()
@@ -498,9 +503,9 @@ TEST(ProfilePush, sendsOtlpOfAJvmThatIsStartedAgain) {
     const std::string port = store.output.substr(5, store.output.find(" end") - 5);
     const std::string name = "again" + std::to_string(getpid());
     auto jvm = startProfiled(homes[0], dir, name + "a");
-    const JavaProcess push({builtFile("vdk"), "push", name, "--otlp", "http://127.0.0.1:" + port,
-                            "--every", "1s", "--tag", "env=test"},
-                           dir.file("push.err"));
+    JavaProcess push({builtFile("vdk"), "push", name, "--otlp", "http://127.0.0.1:" + port,
+                      "--every", "1s", "--tag", "env=test"},
+                     dir.file("push.err"));
     const auto sent = [&](const char* end) {
         return "/v1development/profiles application/x-protobuf " + name + end + " test " +
                std::to_string(jvm->pid) + ": main Waiter.burn;Waiter.work;Waiter.main\n";
@@ -510,6 +515,10 @@ TEST(ProfilePush, sendsOtlpOfAJvmThatIsStartedAgain) {
     jvm.reset();
     jvm = startProfiled(homes[0], dir, name + "b");
     ASSERT_TRUE(store.waitFor(sent("b"))) << store.output << TempDir::read(dir.file("push.err"));
+    kill(push.pid, SIGINT);
+    EXPECT_TRUE(push.waitFor(", rejected of those taken ")) << push.output;
+    const std::string told = TempDir::read(dir.file("push.err"));
+    EXPECT_NE(std::string::npos, told.find("rejected 2 of the profiles that it took: no")) << told;
 }
 
 // By the state of a JVM in the lines of `vdk top --json`; false if they end without it.
