@@ -45,8 +45,10 @@ Extent extentOf(DataSource& source) {
     for (const Charge& charge : makeProfile(source.database()).charges) {
         extent.calls += double(charge.count);
     }
-    for (const auto& [uri, sums] : requestSums(ProbeTables(source.database()))) {
-        extent.requests += double(sums.count);
+    const ProbeTables tables(source.database());
+    if (const ProbeTable* requests = findRequests(tables)) {
+        // Those that found the table full have been served, too.
+        extent.requests = double(requests->rows.size()) + double(requests->refused);
     }
     return extent;
 }
@@ -125,6 +127,12 @@ private:
         }
         sections = diffSections(picture);
         DiffSection sql = sqlSection(base, now);
+        for (DataSource* source : {&base, &now}) {
+            if (const int64_t refused = refusedSqlCalls(ProbeTables(source->database()))) {
+                console.warn(source->name + ": " + formatCount(refused) +
+                             " SQL calls found their tables full and are not compared");
+            }
+        }
         if (!sql.rows.empty()) {
             sql.factor = factorFor(per, before, after, sql);
             sections.push_back(std::move(sql));
