@@ -185,6 +185,23 @@ void UserTable::clearTable() {
     rows.freeAllChunks();
 }
 
+void UserTable::deleteRow(int index, int stamp) {
+    int* const row = getRecord(index, true);
+    for (int word = 1; word < getRowLength(); word++) {
+        row[word] = 0;
+    }
+    row[0] = -stamp;
+    releaseIndex(index);
+}
+
+void UserTable::deleteLiveRows(int stamp) {
+    for (int i = 0; i < getCapacity(); i++) {
+        if (getRecordModificationStamp(i) > 0) {
+            deleteRow(i, stamp);
+        }
+    }
+}
+
 ZString UserTable::getStatistics(long* total) {
     const long bytes = rows.getAllocatedBytes();
     *total += bytes;

@@ -55,6 +55,9 @@ public:
     int getRecordModificationStamp(int index) override;
     void setRecordModificationStamp(int index, int stamp) override;
     void clearTable() override;
+    // Empties a row, which counts as deleted at this stamp from then on; its index is used again.
+    void deleteRow(int index, int stamp);
+    void deleteLiveRows(int stamp);
     ZString getStatistics(long* total) override;
 
     const ZString& getName() const { return name; }

@@ -1,7 +1,7 @@
 #include "client/profile/Profile.h"
 
 #include "client/console/Text.h"
-#include "db/DB.h"
+#include "client/profile/UserRows.h"
 
 #include <algorithm>
 #include <unordered_map>
@@ -108,16 +108,6 @@ const char RefusedTimersProperty[] = "vdk.sampling.refused.timers";
 const char NotWalkable[] = "[not walkable]";
 const char SamplingIntervalProperty[] = "vdk.allocation.sampling.interval.bytes";
 
-UserTable* findUserTable(DB& db, const char* name) {
-    for (int slot = FIRST_USER_TABLE; slot < MAX_TABLE_COUNT; slot++) {
-        UserTable* table = db.getUserTable(slot);
-        if (table && table->getName() == name) {
-            return table;
-        }
-    }
-    return nullptr;
-}
-
 class ProfileMaker {
 public:
     explicit ProfileMaker(DB& db) : db(db) {}
@@ -140,12 +130,12 @@ public:
                                                     : &GarbageBytes;
         profile.hasCounts = true;
         readSamplingInterval();
-        UserTable* live = findUserTable(db, LiveAllocationsTable);
+        const bool live = nullptr != findUserTable(db, LiveAllocationsTable);
         if (which == Recorded::All || (which == Recorded::Garbage && live)) {
             readAllocations();
         }
         if (which != Recorded::All && live) {
-            readLiveObjects(*live, which == Recorded::Live ? 1 : -1);
+            readLiveObjects(which == Recorded::Live ? 1 : -1);
         }
         sumUpCharges();
         return std::move(profile);
@@ -223,48 +213,27 @@ private:
         for (ProfileThread& thread : profile.threads) {
             threads[thread.trn] = &thread;
         }
-        if (UserTable* table = findUserTable(db, SampledCpuTable)) {
-            readSampledCpu(*table, threads);
-        }
-    }
-
-    static void readSampledCpu(UserTable& table,
-                               const std::unordered_map<int, ProfileThread*>& threads) {
-        const int thread = table.findColumn("thread"), used = table.findColumn("cpu_ns"),
-                  charged = table.findColumn("charged_ns");
-        if (thread < 0 || used < 0 || charged < 0) {
-            return;
-        }
-        for (int i = 0; i < table.getCapacity(); i++) {
-            const int* row = table.getRecord(i, false);
-            if (!row || row[0] <= 0) {
-                continue;
-            }
-            auto found = threads.find(table.getColumn(row, thread));
-            if (found != threads.end()) {
-                found->second->sampled +=
-                    {table.getLongColumn(row, used), table.getLongColumn(row, charged)};
-            }
-        }
+        eachUserRow(db, SampledCpuTable, SampledCpuColumns,
+                    [&](const UserTable& table, const int* row, const auto& columns) {
+                        auto found = threads.find(table.getColumn(row, columns[0]));
+                        if (found != threads.end()) {
+                            found->second->sampled += {table.getLongColumn(row, columns[1]),
+                                                       table.getLongColumn(row, columns[2])};
+                        }
+                    });
     }
 
     void readLines() {
-        UserTable* const table = findUserTable(db, SampledLinesTable);
-        const int thread = table ? table->findColumn("thread") : -1;
-        const int frame = table ? table->findColumn("frame") : -1;
-        const int line = table ? table->findColumn("line") : -1;
-        const int time = table ? table->findColumn("time_ns") : -1;
-        if (thread < 0 || frame < 0 || line < 0 || time < 0) {
-            return;
-        }
-        for (int i = 0; i < table->getCapacity(); i++) {
-            const int* const row = table->getRecord(i, false);
-            if (row && row[0] > 0) {
-                const int of = threadOfNumber(table->getColumn(row, thread));
-                profile.lines[{of, table->getColumn(row, frame)}].push_back(
-                    {table->getColumn(row, line), table->getLongColumn(row, time)});
-            }
-        }
+        eachUserRow(
+            db, SampledLinesTable, SampledLinesColumns,
+            [&](const UserTable& table, const int* row, const auto& columns) {
+                const LineTime part = {table.getColumn(row, columns[2]),
+                                       table.getLongColumn(row, columns[3])};
+                if (part.line > 0 && part.ownNs > 0) {
+                    const int thread = threadOfNumber(table.getColumn(row, columns[0]));
+                    profile.lines[{thread, table.getColumn(row, columns[1])}].push_back(part);
+                }
+            });
     }
 
     int findThread(int key) {
@@ -397,22 +366,17 @@ private:
     }
 
     // Adds the objects that live, or takes them off.
-    void readLiveObjects(UserTable& table, int sign) {
-        const int thread = table.findColumn("thread"), frame = table.findColumn("frame"),
-                  objects = table.findColumn("live_objects"),
-                  bytes = table.findColumn("live_bytes");
-        if (thread < 0 || frame < 0 || objects < 0 || bytes < 0) {
-            return;
-        }
-        for (int i = 0; i < table.getCapacity(); i++) {
-            const int* row = table.getRecord(i, false);
-            const int at = row && row[0] > 0 ? table.getColumn(row, frame) : 0;
-            if (at > 0 && size_t(at) < profile.frames.size()) {
-                profile.charges.push_back({threadOfNumber(table.getColumn(row, thread)), at,
-                                           sign * table.getLongColumn(row, bytes),
-                                           sign * table.getLongColumn(row, objects)});
-            }
-        }
+    void readLiveObjects(int sign) {
+        eachUserRow(db, LiveAllocationsTable, {"thread", "frame", "live_objects", "live_bytes"},
+                    [&](const UserTable& table, const int* row, const auto& columns) {
+                        const int frame = table.getColumn(row, columns[1]);
+                        if (frame > 0 && size_t(frame) < profile.frames.size()) {
+                            profile.charges.push_back(
+                                {threadOfNumber(table.getColumn(row, columns[0])), frame,
+                                 sign * table.getLongColumn(row, columns[3]),
+                                 sign * table.getLongColumn(row, columns[2])});
+                        }
+                    });
     }
 
     // One charge for each thread and frame. Nothing is left of objects that all live.

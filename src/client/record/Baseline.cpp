@@ -1,9 +1,8 @@
 #include "client/record/Baseline.h"
 
 #include "client/profile/Profile.h"
-#include "db/DB.h"
+#include "client/profile/UserRows.h"
 
-#include <cstring>
 #include <unordered_map>
 
 namespace vdk {
@@ -43,58 +42,6 @@ std::unordered_map<int, int> numbersOfThreads(DB& db) {
         }
     });
     return numbers;
-}
-
-UserTable* findUserTable(DB& db, const char* name) {
-    for (int slot = FIRST_USER_TABLE; slot < MAX_TABLE_COUNT; slot++) {
-        UserTable* table = db.getUserTable(slot);
-        if (table && strcmp(table->getName().c_str(), name) == 0) {
-            return table;
-        }
-    }
-    return nullptr;
-}
-
-template <typename Visitor>
-void eachSampledThread(DB& db, Visitor visitor) {
-    UserTable* table = findUserTable(db, SampledCpuTable);
-    const int thread = table ? table->findColumn("thread") : -1;
-    const int used = table ? table->findColumn("cpu_ns") : -1;
-    const int charged = table ? table->findColumn("charged_ns") : -1;
-    if (thread < 0 || used < 0 || charged < 0) {
-        return;
-    }
-    for (int i = 0; i < table->getCapacity(); i++) {
-        int* row = table->getRecord(i, false);
-        if (row && row[0] > 0) {
-            long usedNs = table->getLongColumn(row, used);
-            long chargedNs = table->getLongColumn(row, charged);
-            visitor(bytesOf(*table, row), row[0], table->getColumn(row, thread), usedNs, chargedNs);
-            table->setLongColumn(row, used, usedNs);
-            table->setLongColumn(row, charged, chargedNs);
-        }
-    }
-}
-
-template <typename Visitor>
-void eachSampledLine(DB& db, Visitor visitor) {
-    UserTable* table = findUserTable(db, SampledLinesTable);
-    const int thread = table ? table->findColumn("thread") : -1;
-    const int frame = table ? table->findColumn("frame") : -1;
-    const int line = table ? table->findColumn("line") : -1;
-    const int time = table ? table->findColumn("time_ns") : -1;
-    if (thread < 0 || frame < 0 || line < 0 || time < 0) {
-        return;
-    }
-    for (int i = 0; i < table->getCapacity(); i++) {
-        int* row = table->getRecord(i, false);
-        if (row && row[0] > 0) {
-            long timeNs = table->getLongColumn(row, time);
-            visitor(bytesOf(*table, row), row[0], table->getColumn(row, thread),
-                    table->getColumn(row, frame), table->getColumn(row, line), timeNs);
-            table->setLongColumn(row, time, timeNs);
-        }
-    }
 }
 
 } // namespace
@@ -138,14 +85,27 @@ void Baseline::eachRow(DB& db, Visitor visitor) {
                 Key{SLOT_Exception, row.trn, row.throwFrame, row.catchFrame, row.classNameStrID},
                 row.count, none);
     });
-    eachSampledThread(db, [&](RowBytes row, int& stamp, int thread, long& used, long& charged) {
-        visitor(row, stamp, Key{FIRST_USER_TABLE, thread, 0, 0, 0}, used, charged);
-    });
-    eachSampledLine(
-        db, [&](RowBytes row, int& stamp, int thread, int frame, int line, long& timeNs) {
-            long none = 0;
-            visitor(row, stamp, Key{FIRST_USER_TABLE, thread, frame, line, 1}, timeNs, none);
-        });
+    eachUserRow(db, SampledCpuTable, SampledCpuColumns,
+                [&](const UserTable& table, int* row, const auto& columns) {
+                    long used = table.getLongColumn(row, columns[1]);
+                    long charged = table.getLongColumn(row, columns[2]);
+                    visitor(bytesOf(table, row), row[0],
+                            Key{FIRST_USER_TABLE, table.getColumn(row, columns[0]), 0, 0, 0}, used,
+                            charged);
+                    table.setLongColumn(row, columns[1], used);
+                    table.setLongColumn(row, columns[2], charged);
+                });
+    eachUserRow(db, SampledLinesTable, SampledLinesColumns,
+                [&](const UserTable& table, int* row, const auto& columns) {
+                    long time = table.getLongColumn(row, columns[3]);
+                    long none = 0;
+                    visitor(bytesOf(table, row), row[0],
+                            Key{FIRST_USER_TABLE, table.getColumn(row, columns[0]),
+                                table.getColumn(row, columns[1]), table.getColumn(row, columns[2]),
+                                1},
+                            time, none);
+                    table.setLongColumn(row, columns[3], time);
+                });
 }
 
 Baseline::Baseline(DB& db) {

@@ -70,23 +70,14 @@ void addTo(UserTable* table, ThreadInfo* info, int frame, int line, long timeNs)
     }
 }
 
-void deleteRow(UserTable* table, int index) {
-    int* row = table->getRecord(index, true);
-    for (int word = 1; word < table->getRowLength(); word++) {
-        row[word] = 0;
-    }
-    row[0] = -ourDB->currentStamp;
-    table->releaseIndex(index);
-    ourRowCount--;
-}
-
 void mergeThread(UserTable* table, const LineRows& rows) {
     for (int i = 0; i < rows.list.getSize(); i++) {
         const int* const row = table->getRecord(rows.list[i], true);
         const int frame = table->getIntColumn(row, FRAME_COLUMN);
         const int line = table->getIntColumn(row, LINE_COLUMN);
         const long timeNs = table->getLongColumn(row, TIME_COLUMN);
-        deleteRow(table, rows.list[i]);
+        table->deleteRow(rows.list[i], ourDB->currentStamp);
+        ourRowCount--;
         addTo(table, ourOldestFinishedThreads, frame, line, timeNs);
     }
 }
@@ -171,13 +162,9 @@ void SampledLines::clear() {
     forget(ourOldestFinishedThreads);
     forgetEnded();
     UserTable* const table = ourTable > 0 ? ourDB->getUserTable(ourTable) : nullptr;
-    if (table == nullptr) {
-        return;
-    }
-    for (int i = 0; i < table->getCapacity(); i++) {
-        if (table->getRecordModificationStamp(i) > 0) {
-            deleteRow(table, i);
-        }
+    if (table != nullptr) {
+        table->deleteLiveRows(ourDB->currentStamp);
+        ourRowCount = 0;
     }
 }
 

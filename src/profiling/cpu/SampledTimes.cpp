@@ -42,22 +42,13 @@ void addToRow(UserTable* table, ThreadInfo* info, long cpuNs, long chargedNs) {
     row[0] = ourDB->currentStamp;
 }
 
-void deleteRow(UserTable* table, int index) {
-    int* row = table->getRecord(index, true);
-    for (int word = 1; word < table->getRowLength(); word++) {
-        row[word] = 0;
-    }
-    row[0] = -ourDB->currentStamp;
-    table->releaseIndex(index);
-}
-
 void mergeOldest(UserTable* table) {
     const int oldest = ourEndedRows[0];
     ourEndedRows.removeRange(0, 1);
     const int* row = table->getRecord(oldest, true);
     addToRow(table, ourOldestFinishedThreads, table->getLongColumn(row, CPU_COLUMN),
              table->getLongColumn(row, CHARGED_COLUMN));
-    deleteRow(table, oldest);
+    table->deleteRow(oldest, ourDB->currentStamp);
 }
 
 } // namespace
@@ -94,13 +85,8 @@ void SampledTimes::clear() {
     ourOldestFinishedThreads->sampled.timesRow = SampleMemory::NO_ROW;
     ourEndedRows.clear();
     UserTable* const table = ourTable > 0 ? ourDB->getUserTable(ourTable) : nullptr;
-    if (table == nullptr) {
-        return;
-    }
-    for (int i = 0; i < table->getCapacity(); i++) {
-        if (table->getRecordModificationStamp(i) > 0) {
-            deleteRow(table, i);
-        }
+    if (table != nullptr) {
+        table->deleteLiveRows(ourDB->currentStamp);
     }
 }
 

@@ -21,14 +21,6 @@ long keyOf(int trn, int frame) {
                              static_cast<unsigned>(frame));
 }
 
-void deleteRow(UserTable* table, int* row, int index) {
-    for (int word = 1; word < table->getRowLength(); word++) {
-        row[word] = 0;
-    }
-    row[0] = -ourDB->currentStamp;
-    table->releaseIndex(index);
-}
-
 class Counting {
 public:
     explicit Counting(UserTable* userTable) : table(userTable) {}
@@ -79,7 +71,7 @@ private:
         if (sum.objects == 0) {
             ourRows.remove(keyOf(table->getIntColumn(row, THREAD_COLUMN),
                                  table->getIntColumn(row, FRAME_COLUMN)));
-            deleteRow(table, row, index);
+            table->deleteRow(index, ourDB->currentStamp);
             return;
         }
         if (table->getLongColumn(row, OBJECTS_COLUMN) != sum.objects ||
@@ -126,10 +118,8 @@ void LiveAllocations::bringUpToDate() {
 void LiveAllocations::clear() {
     ourRows.clear();
     UserTable* const table = ourTable > 0 ? ourDB->getUserTable(ourTable) : nullptr;
-    for (int i = 0; table != nullptr && i < table->getCapacity(); i++) {
-        if (table->getRecordModificationStamp(i) > 0) {
-            deleteRow(table, table->getRecord(i, true), i);
-        }
+    if (table != nullptr) {
+        table->deleteLiveRows(ourDB->currentStamp);
     }
 }
 

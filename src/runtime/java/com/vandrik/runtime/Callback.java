@@ -83,10 +83,10 @@ public class Callback {
      * For the end of a stay: the names of threads begun by native code that have not ended in time,
      * or "".
      */
-    static native String awaitAgentThreads(long limitMs);
+    public static native String awaitAgentThreads(long limitMs);
 
     /** False if the agent is away already, or the JVM ends. */
-    static native boolean beginDetach();
+    public static native boolean beginDetach();
 
     public static native void bindPark();
 
@@ -125,7 +125,7 @@ public class Callback {
 
     public static native void enableStackTelemetry();
 
-    static native void endDetach();
+    public static native void endDetach();
 
     /**
      * Id and kind of an instance field; null: the class has none of this name, nor one above it.
@@ -201,7 +201,7 @@ public class Callback {
      * Numbers of classes that have their own bytes again, that failed, that keep wrappers around
      * natives, and of loaders that go on finding the agent; and the longest stop in nanoseconds.
      */
-    static native long[] giveClassesBack(int socket);
+    public static native long[] giveClassesBack(int socket);
 
     /** Classes that carry calls of a probe; dotted name. */
     public static native int getWovenClassCount(String probeClass);
@@ -302,7 +302,7 @@ public class Callback {
 
     public static native void stopMonitorProfiling();
 
-    static native void stopRecordings();
+    public static native void stopRecordings();
 
     public static native void storeTelemetryRecord(int[] telec, int[] tele, int[] extNames,
                                                    int[] extValues);
