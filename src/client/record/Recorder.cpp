@@ -6,6 +6,7 @@
 #include "client/console/Text.h"
 #include "client/profile/Profile.h"
 #include "client/record/RecordedTime.h"
+#include "client/record/ThreadStateLimit.h"
 #include "db/SnapshotReader.h"
 #include "platform/Platform.h"
 
@@ -282,6 +283,9 @@ DataSource Recorder::takeData() {
     }
     if (baseline) {
         baseline->takeOff(source.database());
+    }
+    if (wish.wholeTables) {
+        limitThreadStates(source.database());
     }
     noteRecordedTime(source.database(), int64_t((seconds() - lostSeconds) * 1000));
     return source;

@@ -10,8 +10,10 @@
 #include "client/profile/Profile.h"
 #include "client/profile/Selection.h"
 #include "client/profile/TreeWalk.h"
+#include "client/record/ThreadStateLimit.h"
 
 #include <array>
+#include <climits>
 #include <gtest/gtest.h>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -52,6 +54,36 @@ std::string printed(DB& db, const ReportChoices& choices = {}, std::string* told
 }
 
 } // namespace
+
+TEST(ThreadStates, thoseOfTheNewestRecordsStayInARecording) {
+    DbBuilder b;
+    for (const auto& [start, count] : {std::pair(INT_MAX, 1), {0, 4}, {4, 4}, {8, -1}, {8, 6}}) {
+        TelemetryRecord* record =
+            b.db.telemetryTable->getRecord(b.db.telemetryTable->nextIndex(), true);
+        record->values[TELE_THREAD_STATE_START_INDEX] = start;
+        record->values[TELE_THREAD_STATE_COUNT] = count;
+        record->stamp = 1;
+    }
+    for (int i = 0; i < 14; i++) {
+        b.db.threadStateTable->getRecord(b.db.threadStateTable->nextIndex(), true)->stamp = 1;
+    }
+    const auto left = [&] {
+        std::string counts;
+        b.db.telemetryTable->eachRecord([&](int, const TelemetryRecord& record) {
+            counts += std::to_string(record.values[TELE_THREAD_STATE_COUNT]) + " ";
+        });
+        int states = 0;
+        b.db.threadStateTable->eachRecord(
+            [&](int, const ThreadStateRecord& state) { states += state.stamp > 0 ? 1 : 0; });
+        return counts + std::to_string(states);
+    };
+    limitThreadStates(b.db, 15);
+    EXPECT_EQ(left(), "1 4 4 -1 6 14");
+    limitThreadStates(b.db, 12);
+    EXPECT_EQ(left(), "-1 -1 4 -1 6 10");
+    limitThreadStates(b.db, 1);
+    EXPECT_EQ(left(), "-1 -1 -1 -1 6 6");
+}
 
 TEST(Report, hotMethodsHaveTheirOwnAndTotalTimes) {
     struct Time {
