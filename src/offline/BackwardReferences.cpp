@@ -2,7 +2,7 @@
 
 #include "offline/Reachability.h"
 #include "offline/ScratchColumn.h"
-#include "offline/ThreadPair.h"
+#include "offline/ThreadTeam.h"
 
 #include <atomic>
 #include <new>
@@ -14,8 +14,8 @@ constexpr int AHEAD_COUNT = 24;
 constexpr int AHEAD_STORE = 12;
 constexpr int PROGRESS_ROWS = 1 << 18;
 
-// What both threads share: a thread handles the references to the rows from `from` below `to`, so
-// the two never write to one element.
+// What all threads share: a thread handles the references to the rows from `from` below `to`, so
+// no two write to one element.
 struct Build {
     const ObjectStorage& storage;
     const int* reachableBits;
@@ -29,7 +29,7 @@ struct Part {
     Build* build;
     int from;
     int to;
-    AnalysisProgress* progress; // null in the second thread
+    AnalysisProgress* progress; // null but in the first
 
     bool contains(int row) const { return row >= from && row < to; }
     void checkStop(const char* phase, int done) const {
@@ -132,17 +132,17 @@ RefTable* allotLists(const ObjectStorage& storage, int* counts) {
     return table;
 }
 
-// Runs the step for both halves of the rows, on two threads if wanted.
-void runHalves(Build& build, int threads, AnalysisProgress* progress, void (*step)(const Part&)) {
+// Runs the step for all parts of the rows.
+void runParts(Build& build, int threads, AnalysisProgress* progress, void (*step)(const Part&)) {
     const int objectCount = build.storage.getObjectCount();
-    if (threads < 2) {
-        step(Part{&build, 1, objectCount, progress});
-        return;
-    }
-    const int middle = objectCount / 2 + 1;
-    const Part upper{&build, middle, objectCount, nullptr};
-    const Part lower{&build, 1, middle, progress};
-    runPair([&] { step(upper); }, [&] { step(lower); }, &build.stop);
+    runTeam(
+        threads,
+        [&](int member) {
+            step(Part{&build, partBegin(1, objectCount, member, threads),
+                      partBegin(1, objectCount, member + 1, threads),
+                      member == 0 ? progress : nullptr});
+        },
+        &build.stop);
 }
 
 } // namespace
@@ -151,11 +151,11 @@ void computeBackwardReferences(ObjectStorage& storage, const int* reachableBits,
                                int threads, AnalysisProgress* progress) {
     Logger::assertTrue(storage.getBackwardReferences() == nullptr, VDK_HERE);
     Build build{storage, reachableBits, counts, nullptr, {false}, {false}};
-    runHalves(build, threads, progress, countReferrers);
+    runParts(build, threads, progress, countReferrers);
     Logger::assertTrue(!build.badReference, VDK_HERE);
     build.table = allotLists(storage, counts);
     try {
-        runHalves(build, threads, progress, storeReferrers);
+        runParts(build, threads, progress, storeReferrers);
     } catch (...) {
         delete build.table;
         throw;

@@ -5,6 +5,8 @@
 #include "db/AbstractWriter.h"
 #include "offline/MemAllocator.h"
 
+#include <cstring>
+
 BigIntArray64::BigIntArray64(const char* arrayName)
     : fillValue(0), allocatedPages(0), name(arrayName) {}
 
@@ -51,6 +53,25 @@ int* BigIntArray64::createPage(int page) {
         Logger::message(line);
     }
     return created;
+}
+
+void BigIntArray64::copyTo(int* to, int from, int count) const {
+    checkIndex(from);
+    while (count > 0) {
+        const int page = from >> PAGE_BITS;
+        const int at = from & PAGE_MASK;
+        const int length = count < PAGE_SIZE - at ? count : PAGE_SIZE - at;
+        if (page < size && values[page] != nullptr) {
+            memcpy(to, values[page] + at, static_cast<size_t>(length) * sizeof(int));
+        } else {
+            for (int i = 0; i < length; i++) {
+                to[i] = fillValue;
+            }
+        }
+        to += length;
+        from += length;
+        count -= length;
+    }
 }
 
 void BigIntArray64::ensure(long count) {

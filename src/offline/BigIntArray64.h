@@ -69,6 +69,8 @@ public:
         at[1] = static_cast<int>(value);
     }
 
+    // Stores the elements from `from` on, `count` of them, in `to`.
+    void copyTo(int* to, int from, int count) const;
     // Creates all pages that hold an element below count (from 0 to 2^31).
     void ensure(long count);
 

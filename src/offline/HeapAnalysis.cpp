@@ -8,18 +8,12 @@ namespace {
 
 int analyze(ObjectStorage& storage, const int* roots, int rootCount, const int* reachableBits,
             int* reachedBits, int threads, AnalysisProgress* progress) {
-    int reached = 0;
-    {
-        const SearchOrderDominators computer(storage, roots, rootCount, reachableBits, threads,
-                                             progress);
-        reached = computer.getReachedCount();
-        if (reachedBits != nullptr) {
-            computer.copyReached(reachedBits);
-        }
+    const SearchOrderDominators computer(storage, roots, rootCount, reachableBits, threads,
+                                         progress);
+    if (reachedBits != nullptr) {
+        computer.copyReached(reachedBits);
     }
-    reportProgress(progress, "retained sizes", 0, 1);
-    storage.calculateRetainedSizes();
-    return reached;
+    return computer.getReachedCount();
 }
 
 } // namespace

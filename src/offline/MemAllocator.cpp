@@ -48,6 +48,16 @@ void* mapAligned(size_t bytes) {
     return address + ahead;
 }
 
+// For the whole pages that lie in the part.
+void onPages(void* part, size_t bytes, void (*action)(void* start, size_t length)) noexcept {
+    const size_t page = systemPageSize();
+    const uintptr_t from = (reinterpret_cast<uintptr_t>(part) + page - 1) / page * page;
+    const uintptr_t to = (reinterpret_cast<uintptr_t>(part) + bytes) / page * page;
+    if (from < to) {
+        action(reinterpret_cast<void*>(from), to - from);
+    }
+}
+
 } // namespace
 
 void* MemAllocator::allocateZeroed(size_t bytes, bool largePages) {
@@ -75,12 +85,11 @@ void MemAllocator::release(void* block, size_t bytes) noexcept {
 }
 
 void MemAllocator::giveBack(void* part, size_t bytes) noexcept {
-    const size_t page = systemPageSize();
-    const uintptr_t from = (reinterpret_cast<uintptr_t>(part) + page - 1) / page * page;
-    const uintptr_t to = (reinterpret_cast<uintptr_t>(part) + bytes) / page * page;
-    if (from < to) {
-        Platform::releasePages(reinterpret_cast<void*>(from), to - from);
-    }
+    onPages(part, bytes, Platform::releasePages);
+}
+
+void MemAllocator::makeReady(void* part, size_t bytes) noexcept {
+    onPages(part, bytes, Platform::populatePages);
 }
 
 void* MemAllocator::map(int fileDescriptor, long offset, long size, long* pageOffset,

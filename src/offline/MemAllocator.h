@@ -18,6 +18,9 @@ public:
     // Part of a block from allocateZeroed is not needed any more: what is in it is lost, its memory
     // may go back to the system. The block is still to be released.
     static void giveBack(void* part, size_t bytes) noexcept;
+    // Has the system clear the memory of part of a block now that is going to be touched, so that
+    // whoever touches it doesn't wait. What is in it stays; others may use it meanwhile.
+    static void makeReady(void* part, size_t bytes) noexcept;
 
     // Maps `size` bytes of a file from `offset` on for reading and writing; shared tells whether
     // writes reach the file. The mapping begins at a page boundary: the wanted bytes start at

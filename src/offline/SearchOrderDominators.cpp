@@ -1,7 +1,8 @@
 #include "offline/SearchOrderDominators.h"
 
 #include "offline/Reachability.h"
-#include "offline/ThreadPair.h"
+#include "offline/SearchOrderResults.h"
+#include "offline/ThreadTeam.h"
 
 #include <atomic>
 #include <cstring>
@@ -22,6 +23,11 @@ constexpr int PROGRESS_STEPS = 1 << 18;
 constexpr int VIRTUAL_ROOT = 1;
 // Steps of a path that are kept without the paged array.
 constexpr int SHORT_PATH = 64;
+// Rows that a thread takes in one go where any thread may take any.
+constexpr int STRIPE_BITS = 16;
+constexpr int STRIPES_PER_REPORT = 4;
+// Memory that is made ready in one go.
+constexpr size_t STRETCH_BYTES = 8 << 20;
 
 // A bit for each element that an array can have in its pages.
 long wordsFor(const BigIntArray64& array) {
@@ -52,29 +58,31 @@ struct Passing {
 
 } // namespace
 
-// The rows of which a thread collects the sources, and where each list goes on for it, by number.
-struct SearchOrderDominators::Half {
-    int from;
-    int to;
+// What a thread collects the sources of, every so-manieth stripe of rows, and where each list goes
+// on for it, by number.
+struct SearchOrderDominators::Share {
+    int member;
+    int members;
     int* cursors;
-    AnalysisProgress* progress; // null in the second thread
+    AnalysisProgress* progress; // null but in the first thread
     std::atomic<bool>* stop;
 };
 
 // One number more than there are rows: the virtual root has one.
 SearchOrderDominators::SearchOrderDominators(ObjectStorage& analysed, const int* roots,
-                                             int rootCount, const int* reachableBits, int threads,
-                                             AnalysisProgress* told, AfterSearch* afterSearch)
-    : storage(analysed), progress(told), objectCount(analysed.getObjectCount()),
-      reached(bitFieldWords(objectCount)),
+                                             int rootCount, const int* reachableBits,
+                                             int wantedThreads, AnalysisProgress* told,
+                                             AfterSearch* afterSearch)
+    : storage(analysed), progress(told), threads(wantedThreads > 1 ? wantedThreads : 1),
+      objectCount(analysed.getObjectCount()), reached(bitFieldWords(objectCount)),
       followed(wordsFor(storage.getReferences().getReferences())),
       rootRows(bitFieldWords(objectCount)), numbers(objectCount), parents(objectCount + 1L),
-      path("sod") {
-    search(roots, rootCount, reinterpret_cast<const unsigned*>(reachableBits));
+      labels(objectCount + 1L), path("sod") {
+    searchWithMemoryAhead(roots, rootCount, reinterpret_cast<const unsigned*>(reachableBits));
     if (afterSearch != nullptr) {
         afterSearch->searchEnded();
     }
-    collectSources(threads);
+    collectSources();
     invertNumbers();
     labels.allot(objectCount + 1L);
     computeSemidominators();
@@ -82,9 +90,7 @@ SearchOrderDominators::SearchOrderDominators(ObjectStorage& analysed, const int*
     labels.drop();
     sources.drop();
     finishDominators();
-    storeDominators();
-    rows.drop();
-    dominators.drop();
+    storeSearchOrder(storage, {rows.get(), dominators.get(), last}, threads, progress);
 }
 
 void SearchOrderDominators::copyReached(int* bits) const {
@@ -98,6 +104,34 @@ void SearchOrderDominators::visit(int row, int parentRow) {
     if ((number & (PROGRESS_STEPS - 1)) == 0) {
         reportProgress(progress, "depth-first search", number, objectCount);
     }
+}
+
+// Meanwhile a second thread has the system clear the memory that the search fills at random and the
+// next step begins with.
+void SearchOrderDominators::searchWithMemoryAhead(const int* roots, int rootCount,
+                                                  const unsigned* reachableBits) {
+    if (threads == 1) {
+        search(roots, rootCount, reachableBits);
+        return;
+    }
+    std::atomic<bool> stop{false};
+    runPair(
+        [&] {
+            const size_t bytes = (static_cast<size_t>(objectCount) + 1) * sizeof(int);
+            for (size_t from = 0; from < bytes && !stop; from += STRETCH_BYTES) {
+                const size_t length = bytes - from < STRETCH_BYTES ? bytes - from : STRETCH_BYTES;
+                MemAllocator::makeReady(numbers.get() + from / sizeof(int), length);
+                MemAllocator::makeReady(parents.get() + from / sizeof(int), length);
+            }
+            if (!stop) {
+                MemAllocator::makeReady(labels.get(), bytes);
+            }
+        },
+        [&] {
+            search(roots, rootCount, reachableBits);
+            stop = true;
+        },
+        &stop);
 }
 
 void SearchOrderDominators::search(const int* roots, int rootCount, const unsigned* reachableBits) {
@@ -123,47 +157,39 @@ void SearchOrderDominators::search(const int* roots, int rootCount, const unsign
     bits[0] &= ~1U;
 }
 
-// Counts the sources of each node, places the lists by number, and stores the sources. Within a
-// list those of the lower half of the rows come first.
-void SearchOrderDominators::collectSources(int threads) {
-    const bool paired = threads > 1;
-    ScratchColumn upperCursors;
-    labels.allot(objectCount + 1L);
-    if (paired) {
-        upperCursors.allot(objectCount + 1L);
+// Counts the sources of each node, places the lists by number, and stores the sources. Two threads
+// have cursors each; more share one set, which costs a locked addition a source instead of 4 bytes
+// a row and thread.
+void SearchOrderDominators::collectSources() {
+    ScratchColumn otherCursors;
+    if (threads == 2) {
+        otherCursors.allot(objectCount + 1L);
     }
     std::atomic<bool> stop{false};
-    const int middle = paired ? objectCount / 2 + 1 : objectCount;
-    const Half lower{1, middle, labels.get(), progress, &stop};
-    const Half upper{middle, objectCount, upperCursors.get(), nullptr, &stop};
-    const auto inHalves = [&](void (SearchOrderDominators::*step)(const Half&) const) {
-        if (paired) {
-            runPair([&] { (this->*step)(upper); }, [&] { (this->*step)(lower); }, &stop);
-        } else {
-            (this->*step)(lower);
-        }
+    const auto inShares = [&](auto&& step) {
+        runTeam(
+            threads,
+            [&](int member) {
+                const Share share{member, threads,
+                                  threads == 2 && member == 1 ? otherCursors.get() : labels.get(),
+                                  member == 0 ? progress : nullptr, &stop};
+                if (threads > 2) {
+                    step(share, [](int& cursor) {
+                        return __atomic_fetch_add(&cursor, 1, __ATOMIC_RELAXED);
+                    });
+                } else {
+                    step(share, [](int& cursor) { return cursor++; });
+                }
+            },
+            &stop);
     };
-    inHalves(&SearchOrderDominators::countSources);
-    long firstSemi = 0;
-    for (int number = VIRTUAL_ROOT + 1; number <= last; number++) {
-        const long needed = static_cast<long>(sourceCount) - number;
-        firstSemi = needed > firstSemi ? needed : firstSemi;
-        for (int* cursors : {labels.get(), upperCursors.get()}) {
-            if (cursors != nullptr) {
-                const int count = cursors[number];
-                cursors[number] = sourceCount;
-                sourceCount += count;
-            }
-        }
-    }
-    const long semisEnd = firstSemi + last + 1;
-    sources.allot(semisEnd > sourceCount ? semisEnd : sourceCount);
-    semi = sources.get() + firstSemi;
-    inHalves(&SearchOrderDominators::storeSources);
+    inShares([this](const Share& share, auto take) { countSources(share, take); });
+    placeLists(labels.get(), otherCursors.get());
+    inShares([this](const Share& share, auto take) { storeSources(share, take); });
     rootRows.drop();
     followed.drop();
     // The ends of the lists become the starts of the next ones.
-    dominators.take(paired ? upperCursors : labels);
+    dominators.take(threads == 2 ? otherCursors : labels);
     labels.drop();
     if (last > VIRTUAL_ROOT) {
         int* const starts = dominators.get() + VIRTUAL_ROOT + 1;
@@ -172,17 +198,44 @@ void SearchOrderDominators::collectSources(int threads) {
     }
 }
 
+// Turns the counts into where each list begins, that of the other cursors (or null) behind the
+// first, and makes room for all.
+void SearchOrderDominators::placeLists(int* cursors, int* otherCursors) {
+    long firstSemi = 0;
+    for (int number = VIRTUAL_ROOT + 1; number <= last; number++) {
+        const long needed = static_cast<long>(sourceCount) - number;
+        firstSemi = needed > firstSemi ? needed : firstSemi;
+        for (int* each : {cursors, otherCursors}) {
+            if (each != nullptr) {
+                const int count = each[number];
+                each[number] = sourceCount;
+                sourceCount += count;
+            }
+        }
+    }
+    const long semisEnd = firstSemi + last + 1;
+    sources.allot(semisEnd > sourceCount ? semisEnd : sourceCount);
+    semi = sources.get() + firstSemi;
+}
+
 // The rows by number.
 void SearchOrderDominators::invertNumbers() {
     rows.allot(objectCount + 1L);
-    const int* const numberOf = numbers.get();
-    for (int row = 1; row < objectCount; row++) {
-        __builtin_prefetch(
-            rows.get() + numberOf[row < objectCount - AHEAD_NODE ? row + AHEAD_NODE : 0], 1);
-        rows.get()[numberOf[row]] = row;
-    }
-    // Of the rows without a number one stands there; the virtual root's is 0.
-    rows.get()[0] = 0;
+    std::atomic<bool> stop{false};
+    runTeam(
+        threads,
+        [&](int member) {
+            const int* const numberOf = numbers.get();
+            const int end = partBegin(1, objectCount, member + 1, threads);
+            for (int row = partBegin(1, objectCount, member, threads); row < end; row++) {
+                const int ahead = row < objectCount - AHEAD_NODE ? row + AHEAD_NODE : row;
+                __builtin_prefetch(rows.get() + numberOf[ahead], 1);
+                if (numberOf[row] != 0) {
+                    rows.get()[numberOf[row]] = row;
+                }
+            }
+        },
+        &stop);
     numbers.drop();
 }
 
@@ -190,7 +243,7 @@ void SearchOrderDominators::invertNumbers() {
 // anything, and some steps ahead fetches the target's cursor; also with sources of 0, which tell of
 // nothing, until all that is delayed by `handle` must be through.
 template <typename Handle>
-void SearchOrderDominators::walkSources(const Half& half, const char* phase,
+void SearchOrderDominators::walkSources(const Share& share, const char* phase,
                                         Handle&& handle) const {
     const int* const numberOf = numbers.get();
     const RefTable& references = storage.getReferences();
@@ -200,22 +253,16 @@ void SearchOrderDominators::walkSources(const Half& half, const char* phase,
         __builtin_prefetch(numberOf + targetRow);
         Passing passing = toNumber.exchange({source, targetRow});
         passing.target = numberOf[passing.target];
-        __builtin_prefetch(half.cursors + passing.target, 1);
+        __builtin_prefetch(share.cursors + passing.target, 1);
         passing = toCursor.exchange(passing);
         // Number 0: left out by the caller.
         const bool counts = passing.target != 0 && passing.target != passing.source;
         handle(counts ? passing.source : 0, passing.target);
     };
-    for (int row = half.from; row < half.to; row++) {
-        if ((row & (PROGRESS_STEPS - 1)) == 0) {
-            reportProgress(half.progress, phase, row - half.from, half.to - half.from);
-            if (*half.stop) {
-                throw AnalysisCancelled();
-            }
-        }
+    const auto walkRow = [&](int row) {
         const int source = numberOf[row];
         if (source == 0) {
-            continue;
+            return;
         }
         references.forEachPiece(row, [&](const int* page, int first, int end, int pageStart) {
             for (int i = first; i < end; i++) {
@@ -225,22 +272,40 @@ void SearchOrderDominators::walkSources(const Half& half, const char* phase,
                 }
             }
         });
+    };
+    const int stripes = ((objectCount - 1) >> STRIPE_BITS) + 1;
+    for (int stripe = share.member; stripe < stripes; stripe += share.members) {
+        if (stripe / share.members % STRIPES_PER_REPORT == 0) {
+            reportProgress(share.progress, phase, stripe, stripes);
+        }
+        if (*share.stop) {
+            throw AnalysisCancelled();
+        }
+        const int end = stripe == stripes - 1 ? objectCount : (stripe + 1) << STRIPE_BITS;
+        for (int row = stripe == 0 ? 1 : stripe << STRIPE_BITS; row < end; row++) {
+            walkRow(row);
+        }
     }
     for (int i = 0; i < AHEAD_NUMBER + AHEAD_CURSOR + AHEAD_STORE; i++) {
         pass(0, 0);
     }
 }
 
-void SearchOrderDominators::countSources(const Half& half) const {
-    walkSources(half, "sources: counting",
-                [&](int source, int target) { half.cursors[target] += source != 0 ? 1 : 0; });
+template <typename Take>
+void SearchOrderDominators::countSources(const Share& share, Take take) const {
+    walkSources(share, "sources: counting", [&](int source, int target) {
+        if (source != 0) {
+            take(share.cursors[target]);
+        }
+    });
 }
 
-void SearchOrderDominators::storeSources(const Half& half) const {
+template <typename Take>
+void SearchOrderDominators::storeSources(const Share& share, Take take) const {
     int* const stored = sources.get();
     Delay<Passing, AHEAD_STORE> toPlace;
-    walkSources(half, "sources: storing", [&](int source, int target) {
-        const int place = source != 0 ? half.cursors[target]++ : 0;
+    walkSources(share, "sources: storing", [&](int source, int target) {
+        const int place = source != 0 ? take(share.cursors[target]) : 0;
         __builtin_prefetch(stored + place, 1);
         const Passing passing = toPlace.exchange({source, place});
         if (passing.source != 0) {
@@ -354,24 +419,5 @@ void SearchOrderDominators::finishDominators() {
         if (dominator[number] < 0) {
             dominator[number] = dominator[~dominator[number]];
         }
-    }
-}
-
-void SearchOrderDominators::storeDominators() {
-    BigIntArray64* stored = storage.arrayOfKind(READ_DOMINATORS);
-    for (int from = 0; from < objectCount; from += BigIntArray64::PAGE_SIZE) {
-        memset(stored->getBuffer(from, true), 0, BigIntArray64::PAGE_BYTES);
-    }
-    int* const* pages = stored->pagePointers();
-    const auto place = [pages](int row) {
-        return pages[row >> BigIntArray64::PAGE_BITS] + (row & BigIntArray64::PAGE_MASK);
-    };
-    const int* const rowOf = rows.get();
-    const int* const dominator = dominators.get();
-    for (int number = VIRTUAL_ROOT + 1; number <= last; number++) {
-        const int ahead = number <= last - AHEAD_NODE ? number + AHEAD_NODE : last;
-        __builtin_prefetch(place(rowOf[ahead]), 1);
-        __builtin_prefetch(rowOf + dominator[ahead]);
-        *place(rowOf[number]) = rowOf[dominator[number]];
     }
 }

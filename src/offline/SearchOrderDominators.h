@@ -5,8 +5,8 @@
 #include "offline/ObjectStorage.h"
 #include "offline/ScratchColumn.h"
 
-// SearchOrderDominators: immediate dominators of all rows of a storage, the same as
-// DominatorComputer's, in 16 to 20 bytes and two bits a row, one bit a reference, 4 bytes for
+// SearchOrderDominators: immediate dominators and retained sizes of all rows of a storage, the same
+// as DominatorComputer's, in 16 to 20 bytes and two bits a row, one bit a reference, 4 bytes for
 // each reference that decides anything, and 8 bytes a level of the search. It needs no table of
 // referrers.
 //
@@ -28,15 +28,17 @@
 //   emptied before it is processed itself.
 //   Sources are those of the references that the search did not follow, as numbers and in lists by
 //   number: a reference that it followed comes from the parent, the start of every evaluation, and
-//   one to a root decides nothing. Two threads make the lists, each from half of the rows; until
-//   then the labels count.
+//   one to a root decides nothing. Until the lists are placed, the labels count.
+//   The search and the semidominators take one thread. Lists, the rows by number and what goes into
+//   the storage are made by all: rows and numbers are shared in stripes and parts.
 class SearchOrderDominators {
 public:
-    // Does all the work; the dominators are in the storage afterwards: the dominator's row, 0 for
-    // the virtual root and for a row that was not reached. Only rows of reachableBits (a bit for
-    // each row below the object count) are in the graph. threads: 1 or 2; the result is the same.
+    // Does all the work; the storage has the dominators afterwards (the dominator's row, 0 for the
+    // virtual root and for a row that was not reached) and the retained sizes, a row that was not
+    // reached its own size. Only rows of reachableBits (a bit for each row below the object count)
+    // are in the graph. threads: from 1 on; the result is the same.
     // A root, or reference of a row that was reached, that is no row is an internal error. Throws
-    // std::bad_alloc and AnalysisCancelled; the dominators are partial then.
+    // std::bad_alloc and AnalysisCancelled; the results are partial then.
     SearchOrderDominators(ObjectStorage& storage, const int* roots, int rootCount,
                           const int* reachableBits, int threads = 1,
                           AnalysisProgress* progress = nullptr, AfterSearch* afterSearch = nullptr);
@@ -51,7 +53,7 @@ public:
 private:
     using Search = DepthFirstSearch<SearchOrderDominators>;
     friend Search;
-    struct Half;
+    struct Share;
 
     void visit(int row, int parentRow);
     void follow(int position) {
@@ -64,21 +66,25 @@ private:
     }
     void prefetch(int row) const { __builtin_prefetch(numbers.get() + row, 1); }
     void search(const int* roots, int rootCount, const unsigned* reachableBits);
-    void collectSources(int threads);
+    void searchWithMemoryAhead(const int* roots, int rootCount, const unsigned* reachableBits);
+    void collectSources();
     template <typename Handle>
-    void walkSources(const Half& half, const char* phase, Handle&& handle) const;
-    void countSources(const Half& half) const;
-    void storeSources(const Half& half) const;
+    void walkSources(const Share& share, const char* phase, Handle&& handle) const;
+    template <typename Take>
+    void countSources(const Share& share, Take take) const;
+    template <typename Take>
+    void storeSources(const Share& share, Take take) const;
+    void placeLists(int* cursors, int* otherCursors);
     void invertNumbers();
     void computeSemidominators();
     int smallestOfSources(int number, int least, int begin, int end);
     void emptyBucket(int owner, int processed);
     int eval(int number, int processed);
     void finishDominators();
-    void storeDominators();
 
     ObjectStorage& storage;
     AnalysisProgress* progress;
+    const int threads;
     const int objectCount;
     int last = 0;           // highest number given
     int sourceCount = 0;    // of all lists

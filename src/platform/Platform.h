@@ -109,6 +109,9 @@ public:
     // The pages, aligned, of anonymous memory hold nothing of value any more: the system may take
     // them back. They stay mapped; what is in them from now on is undefined until written.
     static void releasePages(void* start, size_t bytes);
+    // The pages, aligned, of anonymous memory are going to be written: the system gets them ready
+    // where it can do so ahead. What is in them stays; any thread may use them meanwhile.
+    static void populatePages(void* start, size_t bytes);
 
     // What was freed and is kept for later goes back to the system, where the allocator does not
     // see to that by itself. Takes milliseconds, in which other threads may wait for memory.

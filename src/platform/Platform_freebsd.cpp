@@ -269,6 +269,9 @@ void Platform::releasePages(void* start, size_t bytes) {
     madvise(start, bytes, MADV_FREE);
 }
 
+// Pages are made at the first write only.
+void Platform::populatePages(void* /*start*/, size_t /*bytes*/) {}
+
 // jemalloc gives back what lies idle.
 void Platform::releaseFreeMemory() {}
 

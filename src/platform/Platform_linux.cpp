@@ -402,6 +402,12 @@ void Platform::releasePages(void* start, size_t bytes) {
     madvise(start, bytes, MADV_DONTNEED);
 }
 
+// Kernels before 5.14 refuse; the headers of older systems don't name it.
+void Platform::populatePages(void* start, size_t bytes) {
+    constexpr int populateWrite = 23;
+    madvise(start, bytes, populateWrite);
+}
+
 void Platform::releaseFreeMemory() {
 #ifdef __GLIBC__
     malloc_trim(0);

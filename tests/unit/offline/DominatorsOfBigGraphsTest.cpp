@@ -39,11 +39,11 @@ TEST(BigGraphs, ofKnownShapesHaveTheDominatorsOfTheirShape) {
         int threads;
         std::function<int(int row)> dominator; // -1: only the properties are checked
     } cases[] = {
-        {chainGraph, 1, [](int row) { return row - 1; }},
+        {chainGraph, 3, [](int row) { return row - 1; }},
         {starGraph, 2, [](int row) { return row == 1 ? 0 : 1; }},
         {parentTreeGraph, 2, [](int row) { return row / 2; }},
-        {deepTreeGraph, 2, [](int row) { return row == 1 ? 0 : -1; }},
-        {gridGraph, 1,
+        {deepTreeGraph, 3, [](int row) { return row == 1 ? 0 : -1; }},
+        {gridGraph, 4,
          [&](int row) {
              const bool border = row <= side || row % side == 1;
              return row == 1 ? 0 : !border ? 1 : row <= side ? row - 1 : row - side;

@@ -58,13 +58,13 @@ TEST(Dominators, countABucketOfThreeAsOneSetAndKeepTheHighHalfOfSizes) {
     EXPECT_EQ(verifyRetainedSizes(*storage), 0);
 }
 
-TEST(Dominators, equalTheDefinitionOnRandomGraphsWithOneThreadAndTwo) {
+TEST(Dominators, equalTheDefinitionOnRandomGraphsWithAnyNumberOfThreads) {
     for (unsigned seed = 1; seed <= 3000; seed++) {
         const TestGraph graph = randomGraph(seed);
         const std::vector<int> bits = graph.reachableBits();
         const std::vector<int> expected = graph.bruteForceDominators();
         const std::vector<bool> live = graph.reachedWithout(0);
-        for (int threads = 1; threads <= (seed <= 300 ? 2 : 1); threads++) {
+        for (int threads = 1; threads <= (seed <= 300 ? 3 : 1); threads++) {
             std::vector<int> reached(bits.size());
             auto storage = graph.toStorage();
             const int count =
@@ -127,7 +127,7 @@ private:
 TEST(Dominators, canBeCancelledAtEveryReport) {
     const int count = 1 << 20;
     int cancelled = 0;
-    for (int threads = 1; threads <= 2; threads++) {
+    for (int threads = 1; threads <= 3; threads++) {
         for (int number = 0;; number++) {
             ObjectStorage storage(count, false);
             const int root = 1;

@@ -52,7 +52,7 @@ TEST(ReachabilityTest, referrersAreAscendingAndAsManyAsReferences) {
                 }
             }
         }
-        for (int threads = 1; threads <= 2; threads++) {
+        for (int threads = 1; threads <= 3; threads++) {
             auto storage = graph.toStorage();
             std::vector<int> counts(graph.count);
             computeBackwardReferences(*storage, bits.data(), counts.data(), threads);

@@ -14,6 +14,17 @@
 template <typename Helper, typename Body>
 void runPair(Helper&& helper, Body&& body, std::atomic<bool>* stop);
 
+// Runs code(member) for each member from 0 below `members`, member 0 on this thread and the others
+// on threads of their own, as runPair does with two.
+template <typename Code>
+void runTeam(int members, Code&& code, std::atomic<bool>* stop);
+
+// The part of the numbers from `from` below `to` that belongs to a member; parts are about equal
+// and ascend with the members.
+inline int partBegin(int from, int to, int member, int members) {
+    return from + static_cast<int>(static_cast<long>(to - from) * member / members);
+}
+
 // Implementation
 
 // What ended the code of a helper thread: exceptions don't cross threads by themselves.
@@ -104,4 +115,13 @@ void runPair(Helper&& helper, Body&& body, std::atomic<bool>* stop) {
         throw;
     }
     rethrowOutcome(second.join());
+}
+
+template <typename Code>
+void runTeam(int members, Code&& code, std::atomic<bool>* stop) {
+    if (members <= 1) {
+        code(0);
+        return;
+    }
+    runPair([&] { code(members - 1); }, [&] { runTeam(members - 1, code, stop); }, stop);
 }
