@@ -75,6 +75,20 @@ int64_t HeapModel::largeSizeOf(int row) const {
 }
 
 int HeapModel::classOf(int row) const {
+    return classColumn.isThere() && row < objectCount ? classColumn.get(row)
+                                                      : classBehindReference(row);
+}
+
+void HeapModel::fillClassColumn() {
+    ClassColumn column;
+    column.make(objectCount, classes.size());
+    for (int row = 1; row < objectCount; row++) {
+        column.set(row, classBehindReference(row));
+    }
+    classColumn = std::move(column);
+}
+
+int HeapModel::classBehindReference(int row) const {
     if (isClass(row)) {
         return classClass;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "heapfile/ClassColumn.h"
 #include "heapfile/HeapSizing.h"
 #include "heapfile/MappedFile.h"
 #include "offline/ObjectStorage.h"
@@ -191,6 +192,8 @@ public:
 
     // To be called once when classes are complete: makes the look-up tables.
     void indexClasses();
+    // Makes classColumn of what the rows refer to, for a reader that didn't fill it.
+    void fillClassColumn();
 
     Format format = Format::Hprof;
     std::string formatName; // for reports: "HPROF 1.0.2", ...
@@ -198,8 +201,9 @@ public:
     uint64_t captureTimeMs = 0; // since the epoch, 0 if not known
     std::shared_ptr<MappedFile> file;
     std::unique_ptr<ObjectStorage> storage;
-    int objectCount = 0;   // of the storage: rows + 1
-    int lastRowWithId = 0; // rows above it are classes that the file only mentions
+    ClassColumn classColumn; // empty where classOf has to look the class up
+    int objectCount = 0;     // of the storage: rows + 1
+    int lastRowWithId = 0;   // rows above it are classes that the file only mentions
     std::vector<HeapClass> classes;
     std::vector<HeapRoot> roots;
     std::vector<HeapThread> threads;
@@ -218,6 +222,7 @@ public:
     std::vector<std::string> notes;
 
 private:
+    int classBehindReference(int row) const;
     int64_t largeSizeOf(int row) const;
     std::vector<int> classChain(int classIndex) const;
     template <typename Visit>

@@ -80,12 +80,11 @@ private:
 template <uint32_t ID_SIZE>
 class FillHandler {
 public:
-    FillHandler(const HprofScan& hprofScan, const HprofClasses& hprofClasses,
-                ObjectStorage& objectStorage, RecordLengths& recordLengths, FilledRows* filledRows,
-                uint64_t firstPosition)
+    FillHandler(const HprofScan& hprofScan, const HprofClasses& hprofClasses, HeapModel& heapModel,
+                RecordLengths& recordLengths, FilledRows* filledRows, uint64_t firstPosition)
         : ids(hprofScan.ids), classes(hprofClasses), layout(hprofClasses.layout()),
-          storage(objectStorage), references(objectStorage.getReferences()), lengths(recordLengths),
-          filled(filledRows), position(static_cast<int>(firstPosition)) {}
+          model(heapModel), storage(*heapModel.storage), references(storage.getReferences()),
+          lengths(recordLengths), filled(filledRows), position(static_cast<int>(firstPosition)) {}
 
     void boundary(uint64_t) {}
     void root(uint8_t, uint64_t, uint32_t, uint32_t) {}
@@ -97,9 +96,8 @@ public:
         if (row == 0) {
             return;
         }
-        const HprofClassPlan* plan =
-            lastPlan && lastPlan->classId == classId ? lastPlan : classes.find(classId);
-        lastPlan = plan;
+        const HprofClassPlan* const plan = lastInstances.find(*this, classId);
+        model.classColumn.set(static_cast<int>(row), lastInstances.classIndex);
         storage.setSize(static_cast<int>(row), plan->instanceSize);
         if (plan->wordsOffset >= 0 && plan->wordsOffset + 4u <= length) {
             setSize(row, classes.stackChunkSize(*plan, hprofU4(data + plan->wordsOffset)));
@@ -127,10 +125,8 @@ public:
         }
         array(row, 0, length);
         references.setList(static_cast<int>(row), position, static_cast<int>(length) + 1);
-        const HprofClassPlan* plan = lastArrayPlan && lastArrayPlan->classId == classId
-                                         ? lastArrayPlan
-                                         : classes.find(classId);
-        lastArrayPlan = plan;
+        const HprofClassPlan* const plan = lastArrays.find(*this, classId);
+        model.classColumn.set(static_cast<int>(row), lastArrays.classIndex);
         references.setRefAt(position++, plan->row);
         for (uint32_t i = 0; i < length; i++) {
             putReference(hprofId<ID_SIZE>(elements + uint64_t(i) * ID_SIZE));
@@ -145,7 +141,9 @@ public:
         }
         array(row, hprofTypeSize(type, ID_SIZE), length);
         references.setList(static_cast<int>(row), position, 1);
-        references.setRefAt(position++, classes.primitiveArrayRow(type));
+        const int classRow = classes.primitiveArrayRow(type);
+        model.classColumn.set(static_cast<int>(row), model.classByRow(classRow));
+        references.setRefAt(position++, classRow);
     }
 
     // Instances of classes whose size rests on few samples, and the smallest distance behind any.
@@ -159,6 +157,19 @@ public:
     uint64_t shortInstances = 0; // instances with fewer bytes than their class's fields
 
 private:
+    // The class of the object before, which is likely to be that of the next.
+    struct LastClass {
+        const HprofClassPlan* plan = nullptr;
+        int classIndex = -1;
+        const HprofClassPlan* find(const FillHandler& handler, uint64_t classId) {
+            if (plan == nullptr || plan->classId != classId) {
+                plan = handler.classes.find(classId);
+                classIndex = handler.model.classByRow(plan->row);
+            }
+            return plan;
+        }
+    };
+
     uint32_t begin(uint64_t offset, uint64_t id) {
         uint32_t row = id == 0 ? 0 : ids.rowOf(id);
         if (row == 0 || (filled && !filled->take(row))) {
@@ -195,12 +206,13 @@ private:
     const ObjectIdMap& ids;
     const HprofClasses& classes;
     const JvmLayout layout;
+    HeapModel& model;
     ObjectStorage& storage;
     RefTable& references;
     RecordLengths& lengths;
     FilledRows* filled;
-    const HprofClassPlan* lastPlan = nullptr;
-    const HprofClassPlan* lastArrayPlan = nullptr;
+    LastClass lastInstances;
+    LastClass lastArrays;
     int position;
 };
 
@@ -375,6 +387,7 @@ void Reading::makeStorage(uint64_t references) {
     lengths = new RecordLengths(model->file, storage, model->idSize);
     storage.setOtherLengths(lengths);
     storage.ensureRecordPositions(file.size());
+    model->classColumn.make(model->objectCount, model->classes.size());
 }
 
 void Reading::fillClasses(const HprofScan& scan, const HprofClasses& classes, FilledRows* filled) {
@@ -411,13 +424,16 @@ void Reading::fillObjects(const HprofScan& scan, const HprofClasses& classes, Fi
             reportProgress(options.progress, "reading objects", static_cast<long>(taken),
                            static_cast<long>(scan.chunks.size()));
         });
+    // Behind the objects: a damaged dump may have one in the place of a class.
+    for (const HeapClass& type : model->classes) {
+        model->classColumn.set(type.row, model->classClass);
+    }
 }
 
 template <uint32_t ID_SIZE>
 void Reading::fillChunk(const HprofScan& scan, const HprofClasses& classes, FilledRows* filled,
                         size_t chunk) {
-    FillHandler<ID_SIZE> handler(scan, classes, *model->storage, *lengths, filled,
-                                 chunkPositions[chunk]);
+    FillHandler<ID_SIZE> handler(scan, classes, *model, *lengths, filled, chunkPositions[chunk]);
     HprofWalker<ID_SIZE, FillHandler<ID_SIZE>> walker(file.data(), handler);
     for (const HprofRecords::Segment& range : scan.chunks[chunk].ranges) {
         walker.walk(range.from, range.to);

@@ -40,6 +40,7 @@ std::unique_ptr<HeapModel> SnapshotHeapReader::read(std::shared_ptr<MappedFile> 
             "and references");
     }
     sections.resolveNames(db);
+    model->fillClassColumn();
     model->sizing.fromJvm = true;
     return model;
 }
