@@ -4,6 +4,7 @@
 #include "client/heap/HeapObjectTable.h"
 #include "client/heap/HeapReport.h"
 #include "client/heap/HeapReports.h"
+#include "client/heap/HeapRowPass.h"
 #include "offline/ObjectStorage.h"
 
 #include <algorithm>
@@ -27,19 +28,23 @@ void keepBiggest(const HeapSession& session, std::vector<int>& rows, size_t top)
     rows.resize(top);
 }
 
+// Rows at which those beyond the biggest are let go.
+size_t heldFor(size_t top) {
+    return std::max<size_t>(top * 4, 4096);
+}
+
 // All rows that `include` takes, cut down to the biggest now and then so that few are held.
 template <typename Include>
 std::vector<int> biggestRows(const HeapSession& session, size_t top, Include include,
                              int64_t& count) {
     std::vector<int> rows;
-    const size_t held = std::max<size_t>(top * 4, 4096);
     for (int row = 1; row <= session.model().rowCount(); row++) {
         if (!include(row)) {
             continue;
         }
         count++;
         rows.push_back(row);
-        if (rows.size() >= held && rows.size() > top) {
+        if (rows.size() >= heldFor(top)) {
             keepBiggest(session, rows, top);
         }
     }
@@ -85,9 +90,30 @@ int writeLinks(Console& console, const Arguments& arguments, const HeapSession& 
 } // namespace
 
 std::vector<int> biggestObjects(const HeapSession& session, size_t top) {
-    int64_t count = 0;
-    return biggestRows(
-        session, top, [&](int row) { return session.isReached(row); }, count);
+    std::vector<std::vector<int>> parts(size_t(session.threads()), std::vector<int>{});
+    std::vector<int64_t> least(parts.size(), INT64_MIN); // of what a part holds, if it holds enough
+    passOverRows(session, HeapRowBlock::Retained, session.threads(),
+                 [&](int worker, const HeapRowBlock& block) {
+                     std::vector<int>& rows = parts[size_t(worker)];
+                     int64_t& enough = least[size_t(worker)];
+                     for (int i = 0; i < block.count; i++) {
+                         const int row = block.firstRow + i;
+                         if (block.retained[size_t(i)] < enough || !session.isReached(row)) {
+                             continue;
+                         }
+                         rows.push_back(row);
+                         if (rows.size() >= heldFor(top)) {
+                             keepBiggest(session, rows, top);
+                             enough = rows.empty() ? enough : session.retainedOf(rows.back());
+                         }
+                     }
+                 });
+    std::vector<int> rows;
+    for (const std::vector<int>& part : parts) {
+        rows.insert(rows.end(), part.begin(), part.end());
+    }
+    keepBiggest(session, rows, top);
+    return rows;
 }
 
 int reportHeapBiggest(Console& console, const Arguments& arguments) {

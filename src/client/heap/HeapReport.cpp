@@ -2,7 +2,9 @@
 
 #include "client/console/Text.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <thread>
 
 namespace vdk {
 
@@ -138,13 +140,20 @@ void beginHeapDocument(JsonWriter& json, const char* schema, const HeapSession& 
     json.endArray();
 }
 
+// The search is one thread's, so that more cores than these gain nothing.
+static long coresOfUse() {
+    return std::min(std::max(long(std::thread::hardware_concurrency()), 1L), 8L);
+}
+
+static constexpr long MostThreads = 64;
+
 HeapOptions heapOptions(const Arguments& arguments) {
     HeapOptions options;
     options.file = arguments.text("FILE");
     options.index = arguments.text("--index");
     options.temporaryDir = arguments.text("--tmp");
     options.dumpNumber = int(arguments.number("--dump", 1));
-    options.threads = int(std::min(arguments.number("--threads", 2), 2L));
+    options.threads = int(std::min(arguments.number("--threads", coresOfUse()), MostThreads));
     options.graphNeeded = heapReportNeedsGraph(arguments);
     options.verify = arguments.has("--verify");
     return options;

@@ -252,10 +252,6 @@ const RefTable& HeapSession::referrers() const {
     return *storage().getBackwardReferences();
 }
 
-bool HeapSession::isReached(int row) const {
-    return !opened->heap.reachedBits.empty() && isMarked(opened->heap.reachedBits.data(), row);
-}
-
 int HeapSession::rowOf(const std::string& text) const {
     std::string digits = startsWith(text, "@") ? text.substr(1) : text;
     char* end = nullptr;

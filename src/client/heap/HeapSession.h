@@ -5,6 +5,7 @@
 #include "client/console/Console.h"
 #include "heapfile/HeapIndexFile.h"
 #include "heapfile/HeapModel.h"
+#include "offline/Reachability.h"
 
 #include <functional>
 #include <memory>
@@ -62,7 +63,10 @@ public:
     ObjectStorage& storage() const { return *opened->heap.model->storage; }
     // How many may work on a report at once, 1 at least.
     int threads() const { return options.threads < 1 ? 1 : options.threads; }
-    bool isReached(int row) const;
+    bool isReached(int row) const {
+        const std::vector<int>& bits = opened->heap.reachedBits;
+        return !bits.empty() && isMarked(bits.data(), row);
+    }
     // The rows that refer to each row, of an analyzed heap. Made when first asked for.
     const RefTable& referrers() const;
     const std::vector<int>& reachedBits() const { return opened->heap.reachedBits; }
@@ -75,6 +79,9 @@ public:
         const int64_t stored = storage().getRetainedSize(row);
         return opened->beyondStored.empty() ? stored : stored + beyondOf(row);
     }
+
+    // Whether retainedOf is more than the storage's column tells, of any row.
+    bool hasLargeRetained() const { return !opened->beyondStored.empty(); }
 
     // From dominator to dominator, one way after another no longer than there are rows. Throws
     // HeapIndexError where a damaged index leads in a circle.

@@ -4,9 +4,11 @@
 #include "client/heap/HeapClassTable.h"
 #include "client/heap/HeapPathSearch.h"
 #include "client/heap/HeapReport.h"
+#include "client/heap/HeapRowPass.h"
 
 #include <algorithm>
 #include <map>
+#include <numeric>
 #include <unordered_map>
 
 namespace vdk {
@@ -62,19 +64,34 @@ public:
 
 private:
     void sumReached() {
-        for (int row = 1; row <= model.rowCount(); row++) {
-            if (session.isReached(row)) {
-                result.reachedBytes += std::max<int64_t>(session.sizeOf(row), 0);
-            }
-        }
+        std::vector<int64_t> sums(size_t(session.threads()), 0);
+        passOverRows(session, HeapRowBlock::Sizes, session.threads(),
+                     [&](int worker, const HeapRowBlock& block) {
+                         for (int i = 0; i < block.count; i++) {
+                             const int64_t size = block.sizes[size_t(i)];
+                             if (size > 0 && session.isReached(block.firstRow + i)) {
+                                 sums[size_t(worker)] += size;
+                             }
+                         }
+                     });
+        result.reachedBytes = std::accumulate(sums.begin(), sums.end(), int64_t(0));
     }
 
     // What is above a big object is big too, and retains more.
     void collectBig() {
-        for (int row = 1; row <= model.rowCount(); row++) {
-            if (session.isReached(row) && session.retainedOf(row) >= threshold) {
-                big.push_back({row, row, session.retainedOf(row), 0});
-            }
+        std::vector<std::vector<Big>> parts(size_t(session.threads()), std::vector<Big>{});
+        passOverRows(session, HeapRowBlock::Retained, session.threads(),
+                     [&](int worker, const HeapRowBlock& block) {
+                         for (int i = 0; i < block.count; i++) {
+                             const int row = block.firstRow + i;
+                             const int64_t retained = block.retained[size_t(i)];
+                             if (retained >= threshold && session.isReached(row)) {
+                                 parts[size_t(worker)].push_back({row, row, retained, 0});
+                             }
+                         }
+                     });
+        for (const std::vector<Big>& part : parts) {
+            big.insert(big.end(), part.begin(), part.end());
         }
         std::sort(big.begin(), big.end(), [](const Big& a, const Big& b) {
             return a.own != b.own ? a.own > b.own : a.row < b.row;
@@ -107,19 +124,37 @@ private:
     void addGroups() {
         struct Group {
             int64_t count = 0, bytes = 0;
+            int64_t largestBytes = 0;
             int largest = 0;
-        };
-        std::map<int, Group> groups; // by class
-        for (int row = 1; row <= model.rowCount(); row++) {
-            if (session.storage().getDominator(row) != 0 || !session.isReached(row) ||
-                model.isClass(row) || session.retainedOf(row) >= threshold) {
-                continue;
+            void add(const Group& other) {
+                count += other.count;
+                bytes += other.bytes;
+                const bool isLarger = other.largestBytes != largestBytes
+                                          ? other.largestBytes > largestBytes
+                                          : other.largest < largest;
+                if (other.largest != 0 && (largest == 0 || isLarger)) {
+                    largestBytes = other.largestBytes;
+                    largest = other.largest;
+                }
             }
-            Group& group = groups[model.classOf(row)];
-            group.count++;
-            group.bytes += session.retainedOf(row);
-            if (group.largest == 0 || session.retainedOf(row) > session.retainedOf(group.largest)) {
-                group.largest = row;
+        };
+        std::vector<std::map<int, Group>> parts(size_t(session.threads())); // by class
+        passOverRows(session,
+                     HeapRowBlock::Classes | HeapRowBlock::Dominators | HeapRowBlock::Retained,
+                     session.threads(), [&](int worker, const HeapRowBlock& block) {
+                         for (size_t i = 0; i < size_t(block.count); i++) {
+                             const int row = block.firstRow + int(i);
+                             if (block.dominators[i] == 0 && block.retained[i] < threshold &&
+                                 session.isReached(row) && !model.isClass(row)) {
+                                 parts[size_t(worker)][block.classes[i]].add(
+                                     {1, block.retained[i], block.retained[i], row});
+                             }
+                         }
+                     });
+        std::map<int, Group> groups;
+        for (const auto& part : parts) {
+            for (const auto& [type, group] : part) {
+                groups[type].add(group);
             }
         }
         for (const auto& [type, group] : groups) {
@@ -141,17 +176,8 @@ private:
             }
         }
         std::vector<std::vector<int>> rows(result.list.size());
-        for (int row = 1; row <= model.rowCount() && !suspectOf.empty(); row++) {
-            const int above = session.storage().getDominator(row);
-            if (above == 0 || session.retainedOf(above) < threshold || indexOf.count(row) != 0) {
-                continue;
-            }
-            const auto holder = indexOf.find(above);
-            const auto found = holder == indexOf.end() ? suspectOf.end()
-                                                       : suspectOf.find(big[holder->second].first);
-            if (found != suspectOf.end()) {
-                rows[found->second].push_back(row);
-            }
+        if (!suspectOf.empty()) {
+            collectChildren(suspectOf, rows);
         }
         for (size_t i = 0; i < rows.size(); i++) {
             std::vector<HeapClassSum> sums = sumRowsByClass(session, rows[i]);
@@ -159,6 +185,37 @@ private:
                              [](const auto& a, const auto& b) { return a.retained > b.retained; });
             sums.resize(std::min(sums.size(), KeptChildren));
             result.list[i].children = std::move(sums);
+        }
+    }
+
+    // The rows that objects of a suspect hold directly, but for big ones.
+    void collectChildren(const std::unordered_map<int, size_t>& suspectOf,
+                         std::vector<std::vector<int>>& rows) const {
+        std::vector<int> bigBits(size_t(bitFieldWords(model.rowCount() + 1)), 0);
+        for (const Big& each : big) {
+            setMark(bigBits.data(), each.row);
+        }
+        std::vector<std::vector<std::vector<int>>> parts(size_t(session.threads()), rows);
+        passOverRows(session, HeapRowBlock::Dominators, session.threads(),
+                     [&](int worker, const HeapRowBlock& block) {
+                         for (int i = 0; i < block.count; i++) {
+                             const int row = block.firstRow + i;
+                             const int above = block.dominators[size_t(i)];
+                             if (above <= 0 || above > model.rowCount() ||
+                                 !isMarked(bigBits.data(), above) ||
+                                 isMarked(bigBits.data(), row)) {
+                                 continue;
+                             }
+                             const auto found = suspectOf.find(big[indexOf.at(above)].first);
+                             if (found != suspectOf.end()) {
+                                 parts[size_t(worker)][found->second].push_back(row);
+                             }
+                         }
+                     });
+        for (const auto& part : parts) {
+            for (size_t i = 0; i < rows.size(); i++) {
+                rows[i].insert(rows[i].end(), part[i].begin(), part[i].end());
+            }
         }
     }
 

@@ -250,6 +250,56 @@ TEST(HeapReports, aLeakAmongTenDecoysIsFoundWithWhatHoldsIt) {
     EXPECT_EQ(suspects, answer(file.path, {})["suspects"]);
 }
 
+TEST(HeapReports, whatClassesRetainIsWhatIsBelowNoObjectOfTheirOwnForAnyNumberOfThreads) {
+    for (unsigned seed = 1; seed <= 12; seed++) {
+        std::mt19937 random(seed);
+        HeapBuilder b;
+        std::vector<uint64_t> types, all = {0};
+        for (const char* name : {"demo/A", "demo/B", "demo/C", "demo/D", "demo/E"}) {
+            types.push_back(b.type(name, 1, {{"first", 'L'}, {"second", 'L'}}));
+        }
+        // Long chains, alone and with something at each link, and links across.
+        for (int i = 0; i < 3000; i++) {
+            const uint64_t before = random() % 40 == 0 ? 0 : all.back();
+            const uint64_t other = random() % seed == 0 ? all[random() % all.size()] : 0;
+            all.push_back(b.make(types[random() % (1 + seed % 5)], {before, other}));
+            if (random() % 100 == 0) {
+                b.root(all.back());
+            }
+        }
+        const TemporaryFile file(b.file());
+        std::map<int64_t, int64_t> dominatorOf, classOf;
+        std::map<int64_t, std::string> names;
+        const json rows = answer(
+            file.path, {"sql",
+                        "select object, class, name, ifnull(retained, shallow) as retained, "
+                        "ifnull(dominator, 0) as dominator from objects join classes using (class)",
+                        "--top", "100000"})["rows"];
+        for (const json& row : rows) {
+            dominatorOf[row["object"]] = row["dominator"];
+            classOf[row["object"]] = row["class"];
+            names[row["class"]] = row["name"];
+        }
+        std::map<std::string, int64_t> expected;
+        for (const json& row : rows) {
+            int64_t above = row["dominator"];
+            while (above != 0 && classOf[above] != row["class"]) {
+                above = dominatorOf[above];
+            }
+            expected[names[row["class"]]] += above == 0 ? row["retained"].get<int64_t>() : 0;
+        }
+        for (const char* threads : {"1", "2", "5"}) {
+            const json classes =
+                answer(file.path, {"histogram", "demo.*", "--threads", threads})["classes"];
+            ASSERT_FALSE(classes.empty());
+            for (const json& each : classes) {
+                EXPECT_EQ(each["retained"], expected[each["class"]])
+                    << each["class"] << " seed " << seed << ", threads " << threads;
+            }
+        }
+    }
+}
+
 TEST(HeapReports, threadsRetainWhatGoesWithThemAndTheirLocals) {
     std::mt19937 random(7);
     for (int graph = 0; graph < 12; graph++) {

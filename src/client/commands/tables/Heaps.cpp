@@ -75,7 +75,7 @@ const std::vector<Command> Table = {
       {"--sqlite", ValueKind::File, "with export: the database file to write"},
       {"--index", ValueKind::File, "keep the analysis in this file and answer from it"},
       {"--dump", ValueKind::Number, "which dump of a file that holds several (default 1)"},
-      {"--threads", ValueKind::Number, "1 or 2; the result is the same (default 2)"},
+      {"--threads", ValueKind::Number, "threads to use; the result is the same (default: one a core, up to 8)"},
       {"--tmp", ValueKind::Folder, "for inflating compressed dumps (default TMPDIR or /tmp)"},
       {"--verify", ValueKind::None, "check dominators and retained sizes by their definition"},
       {"--csv", ValueKind::None, "comma-separated values: the first table of a report"},
