@@ -114,6 +114,9 @@ void SearchOrderDominators::searchWithMemoryAhead(const int* roots, int rootCoun
         search(roots, rootCount, reachableBits);
         return;
     }
+    if (threads == 2) {
+        otherCursors.allot(objectCount + 1L);
+    }
     std::atomic<bool> stop{false};
     runPair(
         [&] {
@@ -123,8 +126,10 @@ void SearchOrderDominators::searchWithMemoryAhead(const int* roots, int rootCoun
                 MemAllocator::makeReady(numbers.get() + from / sizeof(int), length);
                 MemAllocator::makeReady(parents.get() + from / sizeof(int), length);
             }
-            if (!stop) {
-                MemAllocator::makeReady(labels.get(), bytes);
+            for (ScratchColumn* column : {&labels, &otherCursors}) {
+                if (column->get() != nullptr && !stop) {
+                    MemAllocator::makeReady(column->get(), bytes);
+                }
             }
         },
         [&] {
@@ -161,10 +166,6 @@ void SearchOrderDominators::search(const int* roots, int rootCount, const unsign
 // have cursors each; more share one set, which costs a locked addition a source instead of 4 bytes
 // a row and thread.
 void SearchOrderDominators::collectSources() {
-    ScratchColumn otherCursors;
-    if (threads == 2) {
-        otherCursors.allot(objectCount + 1L);
-    }
     std::atomic<bool> stop{false};
     const auto inShares = [&](auto&& step) {
         runTeam(
@@ -184,7 +185,7 @@ void SearchOrderDominators::collectSources() {
             &stop);
     };
     inShares([this](const Share& share, auto take) { countSources(share, take); });
-    placeLists(labels.get(), otherCursors.get());
+    placeLists();
     inShares([this](const Share& share, auto take) { storeSources(share, take); });
     rootRows.drop();
     followed.drop();
@@ -198,14 +199,14 @@ void SearchOrderDominators::collectSources() {
     }
 }
 
-// Turns the counts into where each list begins, that of the other cursors (or null) behind the
-// first, and makes room for all.
-void SearchOrderDominators::placeLists(int* cursors, int* otherCursors) {
+// Turns the counts into where each list begins, that of the other cursors behind the first, and
+// makes room for all.
+void SearchOrderDominators::placeLists() {
     long firstSemi = 0;
     for (int number = VIRTUAL_ROOT + 1; number <= last; number++) {
         const long needed = static_cast<long>(sourceCount) - number;
         firstSemi = needed > firstSemi ? needed : firstSemi;
-        for (int* each : {cursors, otherCursors}) {
+        for (int* each : {labels.get(), otherCursors.get()}) {
             if (each != nullptr) {
                 const int count = each[number];
                 each[number] = sourceCount;

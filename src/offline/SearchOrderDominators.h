@@ -74,7 +74,7 @@ private:
     void countSources(const Share& share, Take take) const;
     template <typename Take>
     void storeSources(const Share& share, Take take) const;
-    void placeLists(int* cursors, int* otherCursors);
+    void placeLists();
     void invertNumbers();
     void computeSemidominators();
     int smallestOfSources(int number, int least, int begin, int end);
@@ -93,6 +93,7 @@ private:
     ScratchColumn rootRows; // a bit a row
     ScratchColumn numbers;  // by row: its number, 0 if it was not reached
     ScratchColumn sources;  // of the lists
+    ScratchColumn otherCursors; // of the second of two threads, while lists are made
     // By number.
     ScratchColumn rows;
     ScratchColumn parents;

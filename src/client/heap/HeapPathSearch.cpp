@@ -1,44 +1,9 @@
 #include "client/heap/HeapPathSearch.h"
 
 #include "client/console/Text.h"
-#include "client/heap/HeapReferenceKinds.h"
 #include "client/heap/HeapReport.h"
 
-#include <algorithm>
-
 namespace vdk {
-
-std::vector<int> shortestPath(const HeapSession& session, int target, bool alsoWeak) {
-    const RefTable& referrers = session.referrers();
-    const std::vector<int>& roots = session.rootRows();
-    const HeapReferenceKinds weak(session.model());
-    // The next row on the way to the target, plus 1; 0 for a row not met.
-    BigIntArray64 toward("path");
-    BigIntArray64 queue("path queue");
-    int head = 0, tail = 0;
-    queue.set(tail++, target);
-    toward.set(target, target + 1);
-    while (head < tail) {
-        int row = queue.get(head++);
-        if (std::binary_search(roots.begin(), roots.end(), row)) {
-            std::vector<int> path(1, row);
-            while (path.back() != target) {
-                path.push_back(toward.get(path.back()) - 1);
-            }
-            return path;
-        }
-        BigIntArrayIterator64 list = referrers.initReferenceIterator(row);
-        while (list.hasNext()) {
-            int source = list.next();
-            if (toward.get(source) != 0 || (!alsoWeak && weak.holdsWeakly(source, row))) {
-                continue;
-            }
-            toward.set(source, row + 1);
-            queue.set(tail++, source);
-        }
-    }
-    return {};
-}
 
 std::string nameOfReference(const HeapModel& model, int from, int to) {
     for (int i = 0; i < model.storage->getRefCount(from); i++) {

@@ -8,9 +8,9 @@
 
 namespace vdk {
 
-// Breadth-first search from the object against the references up to the first root: the rows from
-// the root to the object, empty if no root reaches it. Weak, soft and phantom references are passed
-// over unless alsoWeak.
+// A shortest path: the rows from the root to the object, empty if no root reaches it; of several
+// the one of the lowest rows, seen from the object. Weak, soft and phantom references are passed
+// over unless alsoWeak. Uses the table of referrers only if it is there.
 std::vector<int> shortestPath(const HeapSession& session, int target, bool alsoWeak);
 
 // What the first reference from one object to another is, "?" if there is none.

@@ -5,9 +5,11 @@
 #include "client/heap/HeapPathSearch.h"
 #include "client/heap/HeapReport.h"
 #include "client/heap/HeapRowPass.h"
+#include "client/heap/RowRanks.h"
 
 #include <algorithm>
 #include <map>
+#include <mutex>
 #include <numeric>
 #include <unordered_map>
 
@@ -29,13 +31,14 @@ struct Big {
 class Finder {
 public:
     Finder(const HeapSession& session, double percent)
-        : session(session), model(session.model()), percent(percent) {}
+        : session(session), model(session.model()), percent(percent), ranks(model.rowCount() + 1) {}
 
     HeapSuspects run(size_t most) {
         sumReached();
         threshold = std::max<int64_t>(int64_t(double(result.reachedBytes) * percent / 100), 1);
         collectBig();
-        for (const Big& each : big) {
+        for (int at : order) {
+            const Big& each = big[size_t(at)];
             if (each.first == each.row && each.chain >= threshold) {
                 HeapSuspect suspect;
                 suspect.row = each.row;
@@ -63,6 +66,8 @@ public:
     }
 
 private:
+    using Sums = std::map<int, HeapClassSum>; // by class
+
     void sumReached() {
         std::vector<int64_t> sums(size_t(session.threads()), 0);
         passOverRows(session, HeapRowBlock::Sizes, session.threads(),
@@ -79,28 +84,34 @@ private:
 
     // What is above a big object is big too, and retains more.
     void collectBig() {
-        std::vector<std::vector<Big>> parts(size_t(session.threads()), std::vector<Big>{});
+        std::mutex lock; // guards `big`
         passOverRows(session, HeapRowBlock::Retained, session.threads(),
-                     [&](int worker, const HeapRowBlock& block) {
+                     [&](int, const HeapRowBlock& block) {
+                         std::vector<Big> found;
                          for (int i = 0; i < block.count; i++) {
                              const int row = block.firstRow + i;
                              const int64_t retained = block.retained[size_t(i)];
                              if (retained >= threshold && session.isReached(row)) {
-                                 parts[size_t(worker)].push_back({row, row, retained, 0});
+                                 found.push_back({row, row, retained, 0});
                              }
                          }
+                         const std::lock_guard<std::mutex> guard(lock);
+                         big.insert(big.end(), found.begin(), found.end());
                      });
-        for (const std::vector<Big>& part : parts) {
-            big.insert(big.end(), part.begin(), part.end());
-        }
-        std::sort(big.begin(), big.end(), [](const Big& a, const Big& b) {
-            return a.own != b.own ? a.own > b.own : a.row < b.row;
-        });
+        std::sort(big.begin(), big.end(), [](const Big& a, const Big& b) { return a.row < b.row; });
         for (size_t i = 0; i < big.size(); i++) {
-            indexOf[big[i].row] = i;
+            ranks.add(big[i].row);
+            order.push_back(int(i));
         }
-        for (Big& each : big) {
-            Big* above = bigAbove(each.row);
+        ranks.number();
+        std::sort(order.begin(), order.end(), [&](int a, int b) {
+            const int64_t bytesA = big[size_t(a)].own;
+            const int64_t bytesB = big[size_t(b)].own;
+            return bytesA != bytesB ? bytesA > bytesB : a < b;
+        });
+        for (int at : order) {
+            Big& each = big[size_t(at)];
+            Big* above = bigAt(session.storage().getDominator(each.row));
             if (above) {
                 above->own -= session.retainedOf(each.row);
                 const bool isChain = !model.isClass(each.row) && model.classOf(each.row) >= 0 &&
@@ -110,15 +121,12 @@ private:
             }
         }
         for (const Big& each : big) {
-            Big& first = big[indexOf[each.first]];
+            Big& first = *bigAt(each.first);
             first.chain += each.own;
             first.chained += each.row != each.first;
         }
     }
-    Big* bigAbove(int row) {
-        const auto found = indexOf.find(session.storage().getDominator(row));
-        return found == indexOf.end() ? nullptr : &big[found->second];
-    }
+    Big* bigAt(int row) { return ranks.has(row) ? &big[ranks.rank(row)] : nullptr; }
 
     // Many small objects of a class that no single object holds.
     void addGroups() {
@@ -175,56 +183,64 @@ private:
                 suspectOf[result.list[i].row] = i;
             }
         }
-        std::vector<std::vector<int>> rows(result.list.size());
-        if (!suspectOf.empty()) {
-            collectChildren(suspectOf, rows);
+        if (suspectOf.empty()) {
+            return;
         }
-        for (size_t i = 0; i < rows.size(); i++) {
-            std::vector<HeapClassSum> sums = sumRowsByClass(session, rows[i]);
-            std::stable_sort(sums.begin(), sums.end(),
+        const std::vector<Sums> sums = sumChildren(suspectOf);
+        for (size_t i = 0; i < sums.size(); i++) {
+            std::vector<HeapClassSum>& children = result.list[i].children;
+            for (const auto& each : sums[i]) {
+                children.push_back(each.second);
+                HeapClassSum& sum = children.back();
+                sum.classIndex = each.first;
+                sum.name = each.first < 0 ? "?" : model.classes[size_t(each.first)].name;
+            }
+            std::stable_sort(children.begin(), children.end(),
                              [](const auto& a, const auto& b) { return a.retained > b.retained; });
-            sums.resize(std::min(sums.size(), KeptChildren));
-            result.list[i].children = std::move(sums);
+            children.resize(std::min(children.size(), KeptChildren));
         }
     }
 
-    // The rows that objects of a suspect hold directly, but for big ones.
-    void collectChildren(const std::unordered_map<int, size_t>& suspectOf,
-                         std::vector<std::vector<int>>& rows) const {
-        std::vector<int> bigBits(size_t(bitFieldWords(model.rowCount() + 1)), 0);
-        for (const Big& each : big) {
-            setMark(bigBits.data(), each.row);
-        }
-        std::vector<std::vector<std::vector<int>>> parts(size_t(session.threads()), rows);
-        passOverRows(session, HeapRowBlock::Dominators, session.threads(),
-                     [&](int worker, const HeapRowBlock& block) {
-                         for (int i = 0; i < block.count; i++) {
-                             const int row = block.firstRow + i;
-                             const int above = block.dominators[size_t(i)];
-                             if (above <= 0 || above > model.rowCount() ||
-                                 !isMarked(bigBits.data(), above) ||
-                                 isMarked(bigBits.data(), row)) {
-                                 continue;
-                             }
-                             const auto found = suspectOf.find(big[indexOf.at(above)].first);
-                             if (found != suspectOf.end()) {
-                                 parts[size_t(worker)][found->second].push_back(row);
-                             }
-                         }
-                     });
-        for (const auto& part : parts) {
-            for (size_t i = 0; i < rows.size(); i++) {
-                rows[i].insert(rows[i].end(), part[i].begin(), part[i].end());
+    // What objects of each suspect hold directly, but for big ones.
+    std::vector<Sums> sumChildren(const std::unordered_map<int, size_t>& suspectOf) const {
+        std::vector<std::vector<Sums>> parts(size_t(session.threads()),
+                                             std::vector<Sums>(result.list.size()));
+        const unsigned columns = HeapRowBlock::Classes | HeapRowBlock::Sizes |
+                                 HeapRowBlock::Retained | HeapRowBlock::Dominators;
+        passOverRows(
+            session, columns, session.threads(), [&](int worker, const HeapRowBlock& block) {
+                for (size_t i = 0; i < size_t(block.count); i++) {
+                    const int above = block.dominators[i];
+                    if (!ranks.has(above) || ranks.has(block.firstRow + int(i))) {
+                        continue;
+                    }
+                    const auto found = suspectOf.find(big[ranks.rank(above)].first);
+                    if (found != suspectOf.end()) {
+                        HeapClassSum& sum = parts[size_t(worker)][found->second][block.classes[i]];
+                        sum.count++;
+                        sum.shallow += std::max<int64_t>(block.sizes[i], 0);
+                        sum.retained += block.retained[i];
+                    }
+                }
+            });
+        for (size_t worker = 1; worker < parts.size(); worker++) {
+            for (size_t i = 0; i < parts[worker].size(); i++) {
+                for (const auto& each : parts[worker][i]) {
+                    addTo(parts[0][i][each.first], each.second);
+                }
             }
         }
+        return std::move(parts[0]);
     }
 
     const HeapSession& session;
     const HeapModel& model;
     const double percent;
     int64_t threshold = 0;
-    std::vector<Big> big; // falling by retained bytes, so that what holds comes before what is held
-    std::unordered_map<int, size_t> indexOf; // in `big`, by row
+    std::vector<Big> big; // by ascending rows
+    std::vector<int>
+        order;      // of `big`: by falling bytes, so that what holds comes before what is held
+    RowRanks ranks; // where a row stands in `big`
     HeapSuspects result;
 };
 

@@ -300,6 +300,83 @@ TEST(HeapReports, whatClassesRetainIsWhatIsBelowNoObjectOfTheirOwnForAnyNumberOf
     }
 }
 
+TEST(HeapReports, pathsAreTheShortestOfTheLowestObjectsWithAnIndexAndWithout) {
+    int found = 0, weakOnly = 0;
+    for (unsigned seed = 1; seed <= 14; seed++) {
+        std::mt19937 random(seed);
+        HeapBuilder b;
+        const uint64_t reference =
+            b.type("java/lang/ref/Reference", 1, {{"referent", 'L'}, {"queue", 'L'}});
+        const uint64_t weak = b.type("java/lang/ref/WeakReference", reference);
+        const uint64_t plain = b.type("demo/Plain", 1, {{"first", 'L'}, {"second", 'L'}});
+        std::vector<uint64_t> ids;
+        std::vector<std::vector<std::pair<size_t, bool>>> referrers; // and whether weakly
+        std::set<size_t> roots;
+        for (size_t i = 0; i < 120; i++) {
+            std::vector<uint64_t> fields;
+            const bool isWeak = random() % 3 == 0;
+            referrers.emplace_back();
+            for (int place = 0; place < 2; place++) {
+                const size_t other = i == 0 ? 0 : i - 1 - random() % std::min<size_t>(i, 9);
+                fields.push_back(i == 0 ? 0 : ids[other]);
+                referrers[other].emplace_back(i, isWeak && place == 0);
+            }
+            ids.push_back(b.make(isWeak ? weak : plain, fields));
+            if (random() % 12 == 0) {
+                b.root(ids.back());
+                roots.insert(i);
+            }
+        }
+        const TemporaryFile file(b.file()), index;
+        unlink(index.path.c_str());
+        for (const bool alsoWeak : {false, true}) {
+            // What is made later is never referred to by what was made before.
+            std::vector<int> distance(ids.size(), -1);
+            std::vector<size_t> above(ids.size());
+            for (size_t i = ids.size(); i-- > 0;) {
+                distance[i] = roots.count(i) != 0 ? 0 : -1;
+                for (const auto& [from, isWeakly] : referrers[i]) {
+                    const int way = distance[from] + 1;
+                    if (distance[i] != 0 && distance[from] >= 0 && (alsoWeak || !isWeakly) &&
+                        (distance[i] < 0 || way < distance[i] ||
+                         (way == distance[i] && from < above[i]))) {
+                        distance[i] = way;
+                        above[i] = from;
+                    }
+                }
+            }
+            for (size_t target = seed % 7; target < ids.size(); target += 7) {
+                Texts expected;
+                for (size_t i = target; distance[target] >= 0; i = above[i]) {
+                    expected.insert(expected.begin(), HeapBuilder::id(ids[i]));
+                    if (distance[i] == 0) {
+                        break;
+                    }
+                }
+                found += distance[target] > 0;
+                weakOnly += !alsoWeak && distance[target] < 0;
+                // The second time the index is there, and with it the referrers.
+                for (const bool hasIndex : {false, true, true}) {
+                    std::vector<std::string> words = {"path", HeapBuilder::id(ids[target]),
+                                                      "--json"};
+                    if (alsoWeak) {
+                        words.emplace_back("--weak");
+                    }
+                    if (hasIndex) {
+                        words.insert(words.end(), {"--index", index.path});
+                    }
+                    const json path =
+                        json::parse(heap(file.path, words).out, nullptr, false)["path"];
+                    EXPECT_EQ(expected, column(path, "id"))
+                        << "seed " << seed << ", target " << target << ", index " << hasIndex;
+                }
+            }
+        }
+    }
+    EXPECT_GT(found, 150);
+    EXPECT_GT(weakOnly, 5);
+}
+
 TEST(HeapReports, threadsRetainWhatGoesWithThemAndTheirLocals) {
     std::mt19937 random(7);
     for (int graph = 0; graph < 12; graph++) {
