@@ -9,16 +9,17 @@ class ScratchColumn {
 public:
     ScratchColumn() = default;
     // Throws std::bad_alloc.
-    explicit ScratchColumn(long elements) { allot(elements); }
+    explicit ScratchColumn(long elements, bool largePages = true) { allot(elements, largePages); }
     ~ScratchColumn() { drop(); }
     ScratchColumn(const ScratchColumn&) = delete;
     ScratchColumn& operator=(const ScratchColumn&) = delete;
 
-    // What it had before goes first. Throws std::bad_alloc.
-    void allot(long elements) {
+    // What it had before goes first. Without large pages what is never touched costs nothing. Throws
+    // std::bad_alloc.
+    void allot(long elements, bool largePages = true) {
         drop();
         const size_t wanted = static_cast<size_t>(elements) * sizeof(int);
-        ints = static_cast<int*>(MemAllocator::allocateZeroed(wanted));
+        ints = static_cast<int*>(MemAllocator::allocateZeroed(wanted, largePages));
         bytes = wanted;
     }
     void drop() noexcept {

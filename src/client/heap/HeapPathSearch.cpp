@@ -6,9 +6,10 @@
 namespace vdk {
 
 std::string nameOfReference(const HeapModel& model, int from, int to) {
-    for (int i = 0; i < model.storage->getRefCount(from); i++) {
-        if (model.storage->getRef(from, i) == to) {
-            return model.referenceName(from, i);
+    BigIntArrayIterator64 list = model.storage->getReferences().initReferenceIterator(from);
+    for (int position = 0; list.hasNext(); position++) {
+        if (list.next() == to) {
+            return model.referenceName(from, position);
         }
     }
     return "?";
