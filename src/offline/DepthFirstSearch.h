@@ -73,7 +73,6 @@ public:
 
 private:
     static constexpr int AHEAD_CHILDREN = 8;
-    static constexpr int AHEAD_LIST = 4;
 
     void find(int row, int parent) {
         setBit(visited, row);
@@ -103,7 +102,6 @@ private:
                     const unsigned reference = static_cast<unsigned>(elements[i]);
                     Logger::assertTrue(reference < static_cast<unsigned>(objectCount), VDK_HERE);
                     if (!isSet(visited, elements[i])) {
-                        prefetchFurther(elements + i, length - i);
                         tree.follow(start + *next + i);
                         *next += i + 1;
                         return elements[i];
@@ -113,21 +111,6 @@ private:
             *next += length;
         }
         return 0;
-    }
-
-    // On the way through a long list: of a child some steps ahead where its list stands, and of one
-    // nearer the list itself.
-    void prefetchFurther(const int* elements, int length) {
-        if (length <= AHEAD_LIST) {
-            return;
-        }
-        if (length > AHEAD_CHILDREN) {
-            prefetchChildren(elements + AHEAD_CHILDREN, 1);
-        }
-        const auto near = static_cast<unsigned>(elements[AHEAD_LIST]);
-        if (near < static_cast<unsigned>(objectCount) && !isSet(visited, elements[AHEAD_LIST])) {
-            refTable.prefetchList(elements[AHEAD_LIST]);
-        }
     }
 
     void prefetchChildren(const int* elements, int length) {

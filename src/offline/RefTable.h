@@ -63,15 +63,6 @@ public:
     void prefetchPlace(int row) const {
         __builtin_prefetch(startsAndCounts.buffer + static_cast<size_t>(row) * (inOrder ? 1 : 2));
     }
-    // Of a row whose place is at hand.
-    void prefetchList(int row) const {
-        const int start = placeOf(row).start;
-        const int page = start >> BigIntArray64::PAGE_BITS;
-        if (start >= 0 && page < references.getPageCount()) {
-            __builtin_prefetch(references.pagePointers()[page] +
-                               (start & BigIntArray64::PAGE_MASK));
-        }
-    }
     // The row's list in order. Its stretch is checked, its references are not.
     BigIntArrayIterator64 initReferenceIterator(int row) const {
         const int start = getStart(row);
