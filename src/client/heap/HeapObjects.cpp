@@ -185,29 +185,41 @@ int reportHeapReferences(Console& console, const Arguments& arguments) {
 int reportHeapReferrers(Console& console, const Arguments& arguments) {
     const auto& ids = heapArguments(arguments, 1, 1, "an object");
     HeapSession session(console, heapOptions(arguments), true);
-    int row = session.rowOf(ids[0]);
-    const RefTable& referrers = session.referrers();
-    size_t top = heapTop(arguments, ShownReferences);
+    const int row = session.rowOf(ids[0]);
+    const size_t top = heapTop(arguments, ShownReferences);
+    const ObjectStorage& storage = session.storage();
     std::vector<HeapLink> links;
+    int64_t count = 0;
+    const auto addLinksOf = [&](int source) {
+        BigIntArrayIterator64 list = storage.getReferences().initReferenceIterator(source);
+        for (int position = 0; list.hasNext(); position++) {
+            if (list.next() != row) {
+                continue;
+            }
+            if (links.size() < top) {
+                links.push_back({source, session.model().referenceName(source, position)});
+            }
+            count++;
+        }
+    };
+    const RefTable* const referrers = storage.getBackwardReferences();
+    if (referrers == nullptr) { // one pass over all references is less than the table of them
+        for (int source = 1; source <= session.model().rowCount(); source++) {
+            addLinksOf(source);
+        }
+        return writeLinks(console, arguments, session, "referrers", row, links, count);
+    }
     int last = 0;
-    int lastPosition = -1;
-    for (int i = 0; i < referrers.getCount(row); i++) {
-        int source = referrers.getRef(row, i);
-        // A referrer stands in the list once for each reference; find the next of them.
-        int position = source == last ? lastPosition + 1 : 0;
-        while (position < session.storage().getRefCount(source) &&
-               session.storage().getRef(source, position) != row) {
-            position++;
+    for (int i = 0; i < referrers->getCount(row) && links.size() < top; i++) {
+        const int source = referrers->getRef(row, i);
+        // A referrer stands in the list once for each reference.
+        if (source != last) {
+            addLinksOf(source);
         }
         last = source;
-        lastPosition = position;
-        if (links.size() >= top) {
-            break;
-        }
-        links.push_back({source, session.model().referenceName(source, position)});
     }
     return writeLinks(console, arguments, session, "referrers", row, links,
-                      referrers.getCount(row));
+                      referrers->getCount(row));
 }
 
 } // namespace vdk
