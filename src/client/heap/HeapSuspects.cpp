@@ -22,7 +22,7 @@ const size_t KeptChildren = 5;
 // An object that retains as much as a suspect has to.
 struct Big {
     int row;
-    int first;     // of the chain of its class that it belongs to
+    int first;     // of the chain of its class that it belongs to; 0 while not known
     int64_t own;   // retained without that of big objects below
     int64_t chain; // sum of `own` over a chain, at its first
     int64_t chained = 1;
@@ -37,15 +37,19 @@ public:
         sumReached();
         threshold = std::max<int64_t>(int64_t(double(result.reachedBytes) * percent / 100), 1);
         collectBig();
-        for (int at : order) {
-            const Big& each = big[size_t(at)];
-            if (each.first == each.row && each.chain >= threshold) {
-                HeapSuspect suspect;
-                suspect.row = each.row;
-                suspect.bytes = each.chain;
-                suspect.chained = each.chained > 1 ? each.chained : 0;
-                result.list.push_back(std::move(suspect));
-            }
+        std::vector<Big> firsts;
+        std::copy_if(big.begin(), big.end(), std::back_inserter(firsts), [&](const Big& each) {
+            return each.first == each.row && each.chain >= threshold;
+        });
+        std::stable_sort(firsts.begin(), firsts.end(), [&](const Big& a, const Big& b) {
+            return session.retainedOf(a.row) > session.retainedOf(b.row);
+        });
+        for (const Big& each : firsts) {
+            HeapSuspect suspect;
+            suspect.row = each.row;
+            suspect.bytes = each.chain;
+            suspect.chained = each.chained > 1 ? each.chained : 0;
+            result.list.push_back(std::move(suspect));
         }
         addGroups();
         std::stable_sort(result.list.begin(), result.list.end(),
@@ -82,49 +86,59 @@ private:
         result.reachedBytes = std::accumulate(sums.begin(), sums.end(), int64_t(0));
     }
 
-    // What is above a big object is big too, and retains more.
+    // What is above a big object is big too.
     void collectBig() {
-        std::mutex lock; // guards `big`
+        std::mutex lock; // guards `ranks`
         passOverRows(session, HeapRowBlock::Retained, session.threads(),
                      [&](int, const HeapRowBlock& block) {
-                         std::vector<Big> found;
+                         std::vector<int> found;
                          for (int i = 0; i < block.count; i++) {
-                             const int row = block.firstRow + i;
-                             const int64_t retained = block.retained[size_t(i)];
-                             if (retained >= threshold && session.isReached(row)) {
-                                 found.push_back({row, row, retained, 0});
+                             if (block.retained[size_t(i)] >= threshold &&
+                                 session.isReached(block.firstRow + i)) {
+                                 found.push_back(block.firstRow + i);
                              }
                          }
                          const std::lock_guard<std::mutex> guard(lock);
-                         big.insert(big.end(), found.begin(), found.end());
+                         for (int row : found) {
+                             ranks.add(row);
+                         }
                      });
-        std::sort(big.begin(), big.end(), [](const Big& a, const Big& b) { return a.row < b.row; });
-        for (size_t i = 0; i < big.size(); i++) {
-            ranks.add(big[i].row);
-            order.push_back(int(i));
-        }
         ranks.number();
-        std::sort(order.begin(), order.end(), [&](int a, int b) {
-            const int64_t bytesA = big[size_t(a)].own;
-            const int64_t bytesB = big[size_t(b)].own;
-            return bytesA != bytesB ? bytesA > bytesB : a < b;
-        });
-        for (int at : order) {
-            Big& each = big[size_t(at)];
-            Big* above = bigAt(session.storage().getDominator(each.row));
+        big.reserve(ranks.size());
+        ranks.forEach([&](int row) { big.push_back({row, 0, session.retainedOf(row), 0}); });
+        for (const Big& each : big) {
+            Big* const above = bigAt(session.storage().getDominator(each.row));
             if (above) {
                 above->own -= session.retainedOf(each.row);
-                const bool isChain = !model.isClass(each.row) && model.classOf(each.row) >= 0 &&
-                                     model.classOf(each.row) == model.classOf(above->row) &&
-                                     !model.isClass(above->row);
-                each.first = isChain ? above->first : each.row;
             }
         }
+        findChains();
         for (const Big& each : big) {
             Big& first = *bigAt(each.first);
             first.chain += each.own;
             first.chained += each.row != each.first;
         }
+    }
+    void findChains() {
+        std::vector<Big*> way;
+        for (Big& each : big) {
+            for (Big* at = &each; at != nullptr && at->first == 0; at = chainAbove(*at)) {
+                at->first = at->row; // ends a circle, as damaged files may have
+                way.push_back(at);
+            }
+            for (; !way.empty(); way.pop_back()) {
+                const Big* const above = chainAbove(*way.back());
+                way.back()->first = above == nullptr ? way.back()->row : above->first;
+            }
+        }
+    }
+    // The object of the same class that holds it; null if it is the first of a chain.
+    Big* chainAbove(const Big& each) {
+        Big* const above = bigAt(session.storage().getDominator(each.row));
+        const bool isChain =
+            above != nullptr && !model.isClass(each.row) && model.classOf(each.row) >= 0 &&
+            model.classOf(each.row) == model.classOf(above->row) && !model.isClass(above->row);
+        return isChain ? above : nullptr;
     }
     Big* bigAt(int row) { return ranks.has(row) ? &big[ranks.rank(row)] : nullptr; }
 
@@ -238,9 +252,7 @@ private:
     const double percent;
     int64_t threshold = 0;
     std::vector<Big> big; // by ascending rows
-    std::vector<int>
-        order;      // of `big`: by falling bytes, so that what holds comes before what is held
-    RowRanks ranks; // where a row stands in `big`
+    RowRanks ranks;       // where a row stands in `big`
     HeapSuspects result;
 };
 

@@ -15,10 +15,20 @@ public:
 
     void add(int row) { words[size_t(row) / 64].bits |= bitOf(row); }
     void number() {
-        uint32_t before = 0;
+        count = 0;
         for (Word& word : words) {
-            word.before = before;
-            before += uint32_t(__builtin_popcountll(word.bits));
+            word.before = count;
+            count += uint32_t(__builtin_popcountll(word.bits));
+        }
+    }
+    size_t size() const { return count; }
+    // Calls visit(row) for each, ascending.
+    template <typename Visit>
+    void forEach(Visit&& visit) const {
+        for (size_t i = 0; i < words.size(); i++) {
+            for (uint64_t left = words[i].bits; left != 0; left &= left - 1) {
+                visit(int(i * 64) + __builtin_ctzll(left));
+            }
         }
     }
     // Any row, also one that there is not.
@@ -40,6 +50,7 @@ private:
     static uint64_t bitOf(int row) { return uint64_t(1) << (size_t(row) % 64); }
 
     std::vector<Word> words;
+    uint32_t count = 0;
 };
 
 } // namespace vdk
