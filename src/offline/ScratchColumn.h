@@ -14,8 +14,8 @@ public:
     ScratchColumn(const ScratchColumn&) = delete;
     ScratchColumn& operator=(const ScratchColumn&) = delete;
 
-    // What it had before goes first. Without large pages what is never touched costs nothing. Throws
-    // std::bad_alloc.
+    // What it had before goes first. Without large pages what is never touched costs nothing.
+    // Throws std::bad_alloc.
     void allot(long elements, bool largePages = true) {
         drop();
         const size_t wanted = static_cast<size_t>(elements) * sizeof(int);
