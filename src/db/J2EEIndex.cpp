@@ -110,7 +110,11 @@ void J2EEIndex::fillIndexFromTable() {
     table->clearIndexPool();
     for (int i = 0; i < table->getCapacity(); i++) {
         const int index = table->nextIndex();
-        const J2EERecord* record = table->getRecord(index, true);
+        // Keys far apart must not make chunks for what lies between.
+        const J2EERecord* record = table->getRecordUnlocked(index);
+        if (record == nullptr) {
+            continue;
+        }
         if (record->trn == 0 && record->frame == 0 && record->nameStrID == 0 &&
             record->typeID == 0) {
             continue;

@@ -152,8 +152,9 @@ void ThreadFrameIndex::fillIndexFromTable() {
     table->clearIndexPool();
     for (int i = 0; i < table->getCapacity(); i++) {
         const int tfi = table->nextIndex();
-        const ThreadFrameRecord* record = table->getRecord(tfi, true);
-        if (record->tfiThreadIndex != 0 || record->frame != 0) {
+        // Keys far apart must not make chunks for what lies between.
+        const ThreadFrameRecord* record = table->getRecordUnlocked(tfi);
+        if (record != nullptr && (record->tfiThreadIndex != 0 || record->frame != 0)) {
             Logger::assertTrue(record->frame >= 0, VDK_HERE);
             mapOf(record->tfiThreadIndex)->put(record->frame, tfi);
         }
