@@ -75,8 +75,8 @@ int64_t HeapModel::largeSizeOf(int row) const {
 }
 
 int HeapModel::classOf(int row) const {
-    return classColumn.isThere() && row < objectCount ? classColumn.get(row)
-                                                      : classBehindReference(row);
+    const bool isRow = row >= 0 && row < objectCount;
+    return classColumn.isThere() && isRow ? classColumn.get(row) : classBehindReference(row);
 }
 
 void HeapModel::fillClassColumn() {

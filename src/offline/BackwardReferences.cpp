@@ -133,8 +133,9 @@ RefTable* allotLists(const ObjectStorage& storage, int* counts) {
 }
 
 // Runs the step for all parts of the rows.
-void runParts(Build& build, int threads, AnalysisProgress* progress, void (*step)(const Part&)) {
+void runParts(Build& build, int wanted, AnalysisProgress* progress, void (*step)(const Part&)) {
     const int objectCount = build.storage.getObjectCount();
+    const int threads = wanted > 1 ? wanted : 1;
     runTeam(
         threads,
         [&](int member) {

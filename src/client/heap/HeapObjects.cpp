@@ -30,7 +30,7 @@ void keepBiggest(const HeapSession& session, std::vector<int>& rows, size_t top)
 
 // Rows at which those beyond the biggest are let go.
 size_t heldFor(size_t top) {
-    return std::max<size_t>(top * 4, 4096);
+    return std::max<size_t>(std::min(top, SIZE_MAX / 4) * 4, 4096);
 }
 
 // All rows that `include` takes, cut down to the biggest now and then so that few are held.
@@ -202,7 +202,8 @@ int reportHeapReferrers(Console& console, const Arguments& arguments) {
             count++;
         }
     };
-    const RefTable* const referrers = storage.getBackwardReferences();
+    const RefTable* const referrers =
+        session.isShared() ? &session.referrers() : storage.getBackwardReferences();
     if (referrers == nullptr) { // one pass over all references is less than the table of them
         for (int source = 1; source <= session.model().rowCount(); source++) {
             addLinksOf(source);

@@ -153,7 +153,7 @@ HeapOptions heapOptions(const Arguments& arguments) {
     options.index = arguments.text("--index");
     options.temporaryDir = arguments.text("--tmp");
     options.dumpNumber = int(arguments.number("--dump", 1));
-    options.threads = int(std::min(arguments.number("--threads", coresOfUse()), MostThreads));
+    options.threads = int(std::clamp(arguments.number("--threads", coresOfUse()), 1L, MostThreads));
     options.graphNeeded = heapReportNeedsGraph(arguments);
     options.verify = arguments.has("--verify");
     return options;

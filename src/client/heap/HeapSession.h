@@ -63,6 +63,8 @@ public:
     ObjectStorage& storage() const { return *opened->heap.model->storage; }
     // How many may work on a report at once, 1 at least.
     int threads() const { return options.threads < 1 ? 1 : options.threads; }
+    // Whether further questions about the heap are likely: what they all need is worth its price.
+    bool isShared() const { return sharingOf(options) != nullptr; }
     bool isReached(int row) const {
         const std::vector<int>& bits = opened->heap.reachedBits;
         return !bits.empty() && isMarked(bits.data(), row);

@@ -7,7 +7,7 @@
 
 namespace vdk {
 
-// One and a half bits for each row that there is. Rows are added first; number() then makes it
+// Two bits for each row that there is. Rows are added first; number() then makes it
 // ready.
 class RowRanks {
 public:

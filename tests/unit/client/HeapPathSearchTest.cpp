@@ -54,7 +54,6 @@ int comparePaths(const std::string& content) {
     HeapOptions options;
     options.file = file.path;
     const HeapSession session(console, options, true);
-    std::vector<Path> forward;
     int found = 0;
     for (bool hasTable : {false, true}) {
         EXPECT_EQ(hasTable, session.storage().getBackwardReferences() != nullptr);

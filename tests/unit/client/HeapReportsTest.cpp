@@ -288,7 +288,7 @@ TEST(HeapReports, whatClassesRetainIsWhatIsBelowNoObjectOfTheirOwnForAnyNumberOf
             }
             expected[names[row["class"]]] += above == 0 ? row["retained"].get<int64_t>() : 0;
         }
-        for (const char* threads : {"1", "2", "5"}) {
+        for (const char* threads : {"0", "1", "2", "5"}) {
             const json classes =
                 answer(file.path, {"histogram", "demo.*", "--threads", threads})["classes"];
             ASSERT_FALSE(classes.empty());
@@ -297,6 +297,10 @@ TEST(HeapReports, whatClassesRetainIsWhatIsBelowNoObjectOfTheirOwnForAnyNumberOf
                     << each["class"] << " seed " << seed << ", threads " << threads;
             }
         }
+        // Writing an index shares its work as well.
+        const TemporaryFile index;
+        unlink(index.path.c_str());
+        EXPECT_EQ(0, heap(file.path, {"biggest", "--threads", "0", "--index", index.path}).code);
     }
 }
 
