@@ -1,5 +1,7 @@
+import java.lang.reflect.Modifier;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.Arrays;
 import java.util.HashMap;
 import java.util.Map;
 import java.util.regex.Matcher;
@@ -13,8 +15,9 @@ import jdk.jfr.consumer.RecordingFile;
  * How far the distribution of own time over methods is from that of jdk.CPUTimeSample: half the sum
  * of the differences, 0 for equal and 1 for disjoint ones. Arguments: a flight recording, the
  * report of methods of the same JVM as JSON, the beginning of the names of the threads that both
- * are about; anything more shows the methods. A second line leaves out the samples which the
- * recording itself marks as biased.
+ * are about; anything more shows the methods. A second line leaves out natives, of whose time the
+ * recording has no samples or few, and a third the samples which the recording itself marks as
+ * biased as well.
  */
 public final class Distance {
     private static final Pattern METHOD = Pattern.compile(
@@ -48,13 +51,12 @@ public final class Distance {
                 distance(ours, truth), distance(events.get("jdk.ExecutionSample"), truth),
                 sum(truth), failed.getOrDefault("jdk.CPUTimeSample", 0),
                 sum(events.get("jdk.ExecutionSample")));
+        Map<String, Double> executions = inJava(events.get("jdk.ExecutionSample"));
+        tell("in Java code", inJava(ours), executions, inJava(truth));
         Map<String, Double> exact = new HashMap<>(truth);
         events.getOrDefault(BIASED, Map.of())
                 .forEach((name, w) -> exact.merge(name, -w, Double::sum));
-        System.out.printf(
-                "  from those not marked as biased: ours %.3f, jdk.ExecutionSample %.3f (%.0f samples)%n",
-                distance(ours, exact), distance(events.get("jdk.ExecutionSample"), exact),
-                sum(exact));
+        tell("and not marked as biased", inJava(ours), executions, inJava(exact));
         if (args.length > 3) {
             truth.entrySet()
                     .stream()
@@ -75,6 +77,33 @@ public final class Distance {
                                                   100 * truth.getOrDefault(row.getKey(), 0.0) /
                                                           sum(truth),
                                                   100 * row.getValue() / sum(ours), row.getKey()));
+        }
+    }
+
+    private static void tell(String what, Map<String, Double> ours, Map<String, Double> executions,
+                             Map<String, Double> truth) {
+        System.out.printf("  %s: ours %.3f, jdk.ExecutionSample %.3f (%.0f samples)%n", what,
+                          distance(ours, truth), distance(executions, truth), sum(truth));
+    }
+
+    private static Map<String, Double> inJava(Map<String, Double> weights) {
+        Map<String, Double> left = new HashMap<>(weights == null ? Map.of() : weights);
+        left.keySet().removeIf(Distance::isNative);
+        return left;
+    }
+
+    private static boolean isNative(String name) {
+        int dot = name.lastIndexOf('.');
+        try {
+            return Arrays
+                    .stream(Class.forName(name.substring(0, dot), false,
+                                          ClassLoader.getSystemClassLoader())
+                                    .getDeclaredMethods())
+                    .anyMatch(method
+                              -> method.getName().equals(name.substring(dot + 1)) &&
+                                         Modifier.isNative(method.getModifiers()));
+        } catch (ClassNotFoundException | LinkageError e) {
+            return false; // the program's own, or a hidden one
         }
     }
 

@@ -219,14 +219,14 @@ const Piece* find(uintptr_t pc) {
     return nullptr;
 }
 
-// The innermost call at an offset. What the JVM tells of an address holds for the instructions
-// before it, and those behind the last one have no calls inlined.
+// The innermost call that ends at an offset or goes on there. What the JVM tells of an address
+// holds for the instructions before it, and those behind the last one have no calls inlined.
 int callAt(const Piece& piece, uint32_t offset) {
     int low = 0;
     int high = piece.runCount;
     while (low < high) {
         const int middle = (low + high) / 2;
-        if (piece.runs[middle].last > offset) {
+        if (piece.runs[middle].last >= offset) {
             high = middle;
         } else {
             low = middle + 1;
@@ -302,6 +302,11 @@ int CompiledCode::methodsAt(uintptr_t pc, jmethodID* methods, int most) {
         methods[count++] = piece->calls[call].method;
     }
     return count;
+}
+
+bool CompiledCode::isWithinMethod(uintptr_t pc) {
+    const Piece* const piece = find(pc);
+    return piece != nullptr && pc > piece->start;
 }
 
 bool CompiledCode::mayBeCode(uintptr_t pc) {

@@ -19,9 +19,11 @@ void collect();
 
 // For handlers: no lock, no allocation.
 
-// Methods of the code at an address, the innermost one first, at most so many; 0 if it is no
-// method's. The address is that of the next instruction to run.
+// Methods of the instruction that was done last, the innermost one first, at most so many; 0 if the
+// address, which is that of the next instruction to run, is in no method.
 int methodsAt(uintptr_t pc, jmethodID* methods, int most);
+// Whether the address and the instruction before it belong to the same compiled method.
+bool isWithinMethod(uintptr_t pc);
 // Whether the address lies where code of Java methods or the JVM's stubs are.
 bool mayBeCode(uintptr_t pc);
 

@@ -42,9 +42,9 @@ const uintptr_t WORDS_OF_STUB = 8;
 void (*ourAsyncGetCallTrace)(CallTrace*, jint, void*) = nullptr;
 std::atomic<long> ourSequence{0};
 std::atomic<long> ourLost{0};
-// By powers of two of nanoseconds.
-const int MOST_POWER = 30;
-std::atomic<long> ourHandlerTimes[MOST_POWER + 1];
+const long NS_PER_CLASS = 500;
+const int TIME_CLASSES = 200; // the last one holds all longer times
+std::atomic<long> ourHandlerTimes[TIME_CLASSES];
 
 uintptr_t wordAt(uintptr_t address) {
     uintptr_t word;
@@ -60,7 +60,7 @@ public:
           found(ThreadTimers::read(interrupted)) {}
 
     void go() {
-        stack->code = callFrom(found, 0);
+        stack->code = callFromTop();
         stack->frameCount = stack->code;
         if (stack->code > 0) {
             return;
@@ -73,16 +73,29 @@ public:
         if (isOnStack(found.stack, WORDS_AT_TOP) && recover(leafFrames)) {
             stack->code = stack->frameCount;
         }
-        ThreadTimers::write(context, found);
     }
 
 private:
-    // What the JVM says of the stack with these registers; frames go behind the first ones.
+    // What the JVM says of the stack with these registers; frames go behind the first ones. Of the
+    // innermost frame it takes the scope that ends behind its pc.
     int callFrom(const Registers& registers, int behind) {
         ThreadTimers::write(context, registers);
         CallTrace trace = {env, 0, stack->frames + behind};
         ourAsyncGetCallTrace(&trace, InterruptedStack::MOST_FRAMES - behind, context);
+        ThreadTimers::write(context, found);
         return trace.frameCount;
+    }
+
+    // Time has passed in the instruction that was done last. The next one, where the thread was
+    // interrupted, often is another inlined method's: what is slow has an end that is waited for.
+    int callFromTop() {
+        if (CompiledCode::isWithinMethod(found.pc)) {
+            const int count = callFrom({found.pc - 1, found.stack, found.frame}, 0);
+            if (count != UNKNOWN_JAVA && count != NOT_WALKABLE_JAVA) {
+                return count;
+            }
+        }
+        return callFrom(found, 0);
     }
 
     int readLeaf() {
@@ -100,7 +113,10 @@ private:
     }
 
     bool tryCaller(const Registers& caller, int leafFrames) {
-        const int count = CompiledCode::mayBeCode(caller.pc) ? callFrom(caller, leafFrames) : 0;
+        // The scope that ends where the call returns to is the caller's; the next one may be that
+        // of another inlined method.
+        const Registers atCall = {caller.pc - 1, caller.stack, caller.frame};
+        const int count = CompiledCode::mayBeCode(caller.pc) ? callFrom(atCall, leafFrames) : 0;
         stack->frameCount = leafFrames + (count > 0 ? count : 0);
         return count > 0;
     }
@@ -223,11 +239,8 @@ void InterruptedStacks::walk(void* context, const StackBounds& bounds, Interrupt
 void InterruptedStacks::publish(InterruptedStack* stack) {
     stack->sequence = ourSequence++;
     const long tookNs = Platform::currentThreadCPUTimeNs() - stack->cpuTimeNs;
-    int power = 0;
-    while (power < MOST_POWER && (1L << power) < tookNs) {
-        power++;
-    }
-    ourHandlerTimes[power]++;
+    const long timeClass = tookNs < 0 ? 0 : tookNs / NS_PER_CLASS;
+    ourHandlerTimes[timeClass < TIME_CLASSES ? timeClass : TIME_CLASSES - 1]++;
     ourStates[stack - ourStacks] = WRITTEN;
 }
 
@@ -244,11 +257,11 @@ void InterruptedStacks::getCosts(long* samples, long* handlerNs) {
     for (const std::atomic<long>& count : ourHandlerTimes) {
         *samples += count;
     }
-    int power = 0;
-    for (long seen = ourHandlerTimes[0]; 2 * seen < *samples; seen += ourHandlerTimes[power]) {
-        power++;
+    int timeClass = 0;
+    for (long seen = ourHandlerTimes[0]; 2 * seen < *samples; seen += ourHandlerTimes[timeClass]) {
+        timeClass++;
     }
-    *handlerNs = 1L << power;
+    *handlerNs = (timeClass + 1) * NS_PER_CLASS;
 }
 
 void InterruptedStacks::forgetCounts() {

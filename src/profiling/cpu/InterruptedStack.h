@@ -60,8 +60,9 @@ void publish(InterruptedStack* stack);
 template <typename Visitor>
 void takeOut(Visitor&& visit);
 void giveBack(InterruptedStack* stack);
-// Samples written, and a time, a power of two of ns, that at least half of their handlers took at
-// most: the CPU clocks of a virtual machine count now and then what others took from it.
+// Samples written, and a time, a multiple of 500 ns up to 100 us, that at least half of their
+// handlers took at most: the CPU clocks of a virtual machine count now and then what others took
+// from it.
 void getCosts(long* samples, long* handlerNs);
 // Samples that found no place.
 long getLost();
