@@ -304,6 +304,44 @@ TEST(HeapReports, whatClassesRetainIsWhatIsBelowNoObjectOfTheirOwnForAnyNumberOf
     }
 }
 
+// A chain of ever different classes, each link with an item of its own, so that no two links have
+// the same classes above them: more than threads share.
+TEST(HeapReports, whatClassesRetainIsRightWhereEachObjectHasOtherClassesAbove) {
+    constexpr size_t Kinds = 4200;
+    constexpr size_t Links = Kinds + 300; // the innermost are of classes that are above already
+    HeapBuilder b;
+    const uint64_t item = b.type("demo/Item");
+    std::vector<uint64_t> types;
+    for (size_t i = 0; i < Kinds; i++) {
+        types.push_back(b.type("demo/Link" + std::to_string(i), 1, {{"next", 'L'}, {"item", 'L'}}));
+    }
+    uint64_t next = b.data(std::string(4 << 20, 'x'));
+    for (size_t i = Links; i > 0; i--) {
+        next = b.make(types[(i - 1) % Kinds], {next, b.make(item)});
+    }
+    b.root(next);
+    const TemporaryFile file(b.file());
+    std::map<std::string, int64_t> alone;
+    for (const char* threads : {"1", "2", "5"}) {
+        const json classes = answer(
+            file.path, {"histogram", "demo.*", "--top", "9999", "--threads", threads})["classes"];
+        std::map<std::string, int64_t> retained;
+        for (const json& each : classes) {
+            retained[each["class"]] = each["retained"];
+        }
+        ASSERT_EQ(retained.size(), Kinds + 1) << threads;
+        EXPECT_EQ(retained["demo.Item"], int64_t(16 * Links)) << threads;
+        EXPECT_GT(retained["demo.Link4199"], 4 << 20) << threads;
+        for (size_t i = 1; i < Kinds; i++) {
+            EXPECT_GT(retained["demo.Link" + std::to_string(i - 1)],
+                      retained["demo.Link" + std::to_string(i)])
+                << threads;
+        }
+        alone = alone.empty() ? retained : alone;
+        EXPECT_EQ(retained, alone) << threads;
+    }
+}
+
 TEST(HeapReports, threadsRetainWhatGoesWithThemAndTheirLocals) {
     std::mt19937 random(7);
     for (int graph = 0; graph < 12; graph++) {

@@ -314,12 +314,12 @@ TEST_P(RealJvm, recordingIsAFileAndLeavesNothingOn) {
     EXPECT_EQ(nlohmann::json::parse(same.out)["kinds"][0]["now"], second["hottest"][0]["total"]);
     EXPECT_EQ(run(diff + " --max-own 'Waiter:0%'").code, 1);
 
-    // Ctrl-C ends it early. The JVM tells when sampling is on.
+    // Ctrl-C ends it early. The JVM tells when sampling is on; samples come some time behind that.
     const std::string inBackground = client + " record " + pid + Patient + "--for 1h --json --out ";
     const std::string sampling = "until " + client + " status " + pid + Patient +
                                  "| grep -q 'cpu .*sampling'; do sleep 0.1; done; ";
     const Result interrupted =
-        run(inBackground + file + "collapsed & " + sampling + "kill -INT $!; wait $!");
+        run(inBackground + file + "collapsed & " + sampling + "sleep 0.5; kill -INT $!; wait $!");
     EXPECT_EQ(interrupted.code, 0) << interrupted.out;
     EXPECT_NE(TempDir::read(file + "collapsed").find("Waiter.main"), std::string::npos);
     EXPECT_EQ(json("status", pid, "")["cpu"], "off");
