@@ -4,6 +4,7 @@
 #include "core/jvm/CommonUtils.h"
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
+#include "core/jvm/KeptCalls.h"
 #include "instrument/Patchers.h"
 
 #include <string.h>
@@ -25,7 +26,7 @@ void redefineImpl() {
     ZVector<unsigned char>* result = &bytes;
     const long status = ourStatus;
     if ((status & CPU_COUNTS_BIT) != 0) {
-        patchCallbackToEnableTracing(*result, traced);
+        patchCallbackToEnableTracing(*result, traced, KeptCalls::isReady());
         result = &traced;
     }
     if ((status & ALLOCATION_RECORDING_BIT) != 0) {

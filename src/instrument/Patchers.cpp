@@ -20,6 +20,11 @@ const Patch TRACING_PATCHES[] = {
     {"vdkMethodExit", "vdkMethodExit0", "(SS)V", OPC_ILOAD_0, OPC_RETURN},
     {"vdkMethodCatch", "vdkMethodCatch0", "(SS)V", OPC_ILOAD_0, OPC_RETURN},
 };
+const Patch KEEPING_PATCHES[] = {
+    {"vdkMethodEntry", "vdkMethodEntryK", "(SS)V", OPC_ILOAD_0, OPC_RETURN},
+    {"vdkMethodExit", "vdkMethodExitK", "(SS)V", OPC_ILOAD_0, OPC_RETURN},
+    {"vdkMethodCatch", "vdkMethodCatch0", "(SS)V", OPC_ILOAD_0, OPC_RETURN},
+};
 const Patch ALLOCATION_PATCHES[] = {
     {"vdkInit", "vdkInit0", "(Ljava/lang/Object;I)I", OPC_ALOAD_0, OPC_IRETURN},
 };
@@ -59,8 +64,9 @@ void patchCallback(ZVector<unsigned char>& input, ZVector<unsigned char>& output
 
 } // namespace
 
-void patchCallbackToEnableTracing(ZVector<unsigned char>& input, ZVector<unsigned char>& output) {
-    patchCallback(input, output, TRACING_PATCHES);
+void patchCallbackToEnableTracing(ZVector<unsigned char>& input, ZVector<unsigned char>& output,
+                                  bool keepCalls) {
+    patchCallback(input, output, keepCalls ? KEEPING_PATCHES : TRACING_PATCHES);
 }
 
 void patchCallbackToEnableAllocations(ZVector<unsigned char>& input,

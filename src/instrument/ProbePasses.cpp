@@ -152,7 +152,7 @@ void ProbePasses::confirm() {
             __atomic_store_n(&row->flags, row->flags | METHOD_HAS_PROBE, __ATOMIC_RELAXED);
             row->stamp = ourDB->currentStamp;
             // It is never filtered from now on.
-            Filter::applyFilters(row);
+            Filter::applyFilters(marked[i]);
         }
     }
 }

@@ -1,6 +1,7 @@
 #include "probes/Filter.h"
 
 #include "core/ground/ConfigFile.h"
+#include "core/ground/FilteredMethods.h"
 #include "core/ground/Options.h"
 #include "core/ground/WildcardMatch.h"
 #include "db/DB.h"
@@ -88,7 +89,8 @@ bool Filter::accept(const MethodRecord& record) const {
            matchesString(parametersPattern, record.parametersStrID);
 }
 
-void Filter::applyFilters(MethodRecord* record) {
+void Filter::applyFilters(int method) {
+    MethodRecord* const record = ourDB->methodTable->getRecord(method, true);
     Logger::assertNotNULL(record, VDK_HERE);
     bool hit[FILTER_TYPE_WAIT + 1] = {};
     const bool& wallTime = hit[FILTER_TYPE_WALL_TIME];
@@ -116,6 +118,7 @@ void Filter::applyFilters(MethodRecord* record) {
     if (wait) {
         flags |= METHOD_WAIT;
     }
+    FilteredMethods::set(method, (flags & METHOD_FILTERED) != 0);
     if (flags != old) {
         // Read by traced methods without the lock.
         __atomic_store_n(&record->flags, flags, __ATOMIC_RELAXED);
@@ -193,9 +196,9 @@ void Filter::reloadFilters(const ZString& generalText, const ZString& wallTimeTe
     for (int i = 0; i < ourFilters.getSize() && !ourWithInclusiveFilters; i++) {
         ourWithInclusiveFilters = ourFilters.get(i)->type == FILTER_TYPE_INCLUDE;
     }
-    ourDB->methodTable->eachRecord([](int, MethodRecord& record) {
+    ourDB->methodTable->eachRecord([](int method, MethodRecord& record) {
         if (record.stamp > 0) {
-            applyFilters(&record);
+            applyFilters(method);
         }
     });
 }

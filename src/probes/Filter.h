@@ -30,9 +30,9 @@ public:
     // True when the three patterns match the record, whose strings are those of ourDB.
     bool accept(const MethodRecord& record) const;
 
-    // Computes METHOD_FILTERED, METHOD_WALL_TIME and METHOD_WAIT of a record of ourDB; stores and
+    // Computes METHOD_FILTERED, METHOD_WALL_TIME and METHOD_WAIT of a row of ourDB; stores and
     // stamps it only if they change. Caller holds ourLock.
-    static void applyFilters(MethodRecord* record);
+    static void applyFilters(int method);
     // Replaces the list and recomputes the flags of every method record. Caller holds ourLock.
     static void reloadFilters(const ZString& generalText, const ZString& wallTimeText);
     // Adds the filters of a general text, in its order, to the vector, whose owner deletes them. A

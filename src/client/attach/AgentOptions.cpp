@@ -133,6 +133,7 @@ std::string composeAgentOptions(const std::vector<std::string>& arguments,
     add(!choices.attach && !choices.locals, "nolocals");
     add(!choices.attach, "latetelemetry");
     add(true, "noidlestacks");
+    add(true, "keepfiltered");
     add(!choices.generations, "nostartgeneration");
     add(!choices.oomDump, "disableoomedumper");
     add(!choices.eager, "ondemand");

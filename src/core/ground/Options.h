@@ -61,6 +61,7 @@ public:
     ZString triggerText;            // made by the periodic options, in the trigger language
     bool noExceptionEvents = false; // leave the exception capability out
     bool lateTelemetry = false;     // no record before the first period is over
+    bool keepFiltered = false;      // filtered calls below filtered ones stay in Java code
     bool noIdleStacks = false;      // loaded classes have stacks only while something is recorded
     bool noLocals = false;          // leave the capability of local variables out
     bool noStartGeneration = false; // the mark at start leaves the objects untagged

@@ -172,6 +172,7 @@ const Options::Row Options::ourRows[] = {
     Row::actionRow("exitonexception", &Options::exitOnException),
     Row::flagRow("noexceptionevents", &Options::noExceptionEvents),
     Row::flagRow("latetelemetry", &Options::lateTelemetry),
+    Row::flagRow("keepfiltered", &Options::keepFiltered),
     Row::flagRow("noidlestacks", &Options::noIdleStacks),
     Row::flagRow("nolocals", &Options::noLocals),
     Row::flagRow("nostartgeneration", &Options::noStartGeneration),

@@ -69,6 +69,8 @@ const UsageEntry USAGE[] = {
     {"latetelemetry", "no telemetry record before the first period is over, while nothing else is "
                       "recorded: a program that ends sooner loads no class of the JVM's for it"},
     {"samplelines", "samples tell the lines of the source"},
+    {"keepfiltered",
+     "calls of filtered methods from filtered ones take no native call while tracing"},
     {"noidlestacks", "the table of loaded classes tells by whom only while something is recorded"},
     {"nolocals", "do not ask the JVM for local variables: having them slows compiled code down; "
                  "heap snapshots then have no names of those that hold an object"},

@@ -83,11 +83,7 @@ void enterUnknown(JNIEnv* env, ThreadInfo* info, int method, long now) {
     traced.fastPath.open();
 }
 
-void enterCall(JNIEnv* env, int method, uintptr_t place) {
-    ThreadInfo* const info = getTracedThread();
-    if (info == nullptr) {
-        return;
-    }
+void enterCall(JNIEnv* env, ThreadInfo* info, int method, uintptr_t place) {
     const int flags = getMethodFlags(method);
     const bool filtered = (flags & METHOD_FILTERED) != 0;
     const bool wall = (flags & METHOD_WALL_TIME) != 0;
@@ -147,11 +143,7 @@ void leaveUnknown(JNIEnv* env, ThreadInfo* info, const OpenCall& call, long now)
     traced.fastPath.open();
 }
 
-void exitCall(JNIEnv* env, int method, uintptr_t place) {
-    ThreadInfo* const info = getTracedThread();
-    if (info == nullptr) {
-        return;
-    }
+void exitCall(JNIEnv* env, ThreadInfo* info, int method, uintptr_t place) {
     ZVector<OpenCall>& markers = info->traced.ownMarkers();
     if (markers.isEmpty()) {
         return;
@@ -172,11 +164,7 @@ void exitCall(JNIEnv* env, int method, uintptr_t place) {
 }
 
 // At the head of a handler: what its activation called has ended.
-void catchCall(JNIEnv* env, int method, uintptr_t place) {
-    ThreadInfo* const info = getTracedThread();
-    if (info == nullptr) {
-        return;
-    }
+void catchCall(JNIEnv* env, ThreadInfo* info, int method, uintptr_t place) {
     J2EEHelper::unwind(env);
     const ZVector<OpenCall>& markers = info->traced.ownMarkers();
     const int depth = findActivation(info, method, place);
@@ -198,12 +186,25 @@ void catchCall(JNIEnv* env, int method, uintptr_t place) {
     }
 }
 
+// What the inserted calls do, on a thread that is traced: with all of its open calls at hand, and
+// behind it Java code may keep some again.
+template <typename Step>
+void comeIn(JNIEnv* env, jshort low, jshort high, uintptr_t place, Step&& step) {
+    ThreadInfo* const info = getTracedThread();
+    if (info != nullptr) {
+        info->traced.takeKeptCalls();
+        step(env, info, joinMethodId(low, high), place);
+        info->traced.letCallsBeKept(env);
+    }
+}
+
 // A handler that carries no call caught; only where the JVM sends exception events.
 void caughtElsewhere(JNIEnv* env, jmethodID handler) {
     ThreadInfo* const info = isTracing() ? getTracedThread() : nullptr;
     if (info == nullptr) {
         return;
     }
+    info->traced.takeKeptCalls();
     LockHolder lock(ourLock, "JVMTI_Agent:428");
     if (isTracing() && canEnter(info) &&
         (getMethodFlags(getMethodByID(env, handler)) & METHOD_INSTRUMENTED) == 0) {
@@ -237,15 +238,15 @@ void JNICALL exception_catch(jvmtiEnv*, JNIEnv* env, jthread, jmethodID method, 
 
 void JNICALL VDK_CALLBACK_NATIVE(vdkMethodEntry0)(JNIEnv* env, jclass, jshort low, jshort high) {
     const uintptr_t place = VDK_PLACE;
-    runGuarded(VDK_HERE, [&] { enterCall(env, joinMethodId(low, high), place); });
+    runGuarded(VDK_HERE, [&] { comeIn(env, low, high, place, enterCall); });
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(vdkMethodExit0)(JNIEnv* env, jclass, jshort low, jshort high) {
     const uintptr_t place = VDK_PLACE;
-    runGuarded(VDK_HERE, [&] { exitCall(env, joinMethodId(low, high), place); });
+    runGuarded(VDK_HERE, [&] { comeIn(env, low, high, place, exitCall); });
 }
 
 void JNICALL VDK_CALLBACK_NATIVE(vdkMethodCatch0)(JNIEnv* env, jclass, jshort low, jshort high) {
     const uintptr_t place = VDK_PLACE;
-    runGuarded(VDK_HERE, [&] { catchCall(env, joinMethodId(low, high), place); });
+    runGuarded(VDK_HERE, [&] { comeIn(env, low, high, place, catchCall); });
 }

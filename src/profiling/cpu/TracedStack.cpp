@@ -169,6 +169,41 @@ void closeCall(ThreadInfo* info, long now, bool wall, int place) {
     charge(info, frame, 0, endInnermost(info->traced, now, wall, place));
 }
 
+void TracedStack::takeKeptCalls() {
+    KeptCalls::Run* const run = kept;
+    if (run == nullptr) {
+        return;
+    }
+    run->shut();
+    if (markersForgotten.exchange(false)) {
+        markers.clear();
+        run->count = 0;
+    }
+    // Nobody saw where they were entered, but it was below the call that they are kept behind.
+    const uintptr_t place = markers.isEmpty() ? OpenCall::UNKNOWN_PLACE : markers.peek().place;
+    for (int i = 0; i < run->count; i++) {
+        markers.push({run->methods[i], true, false, place});
+    }
+    run->count = 0;
+}
+
+void TracedStack::letCallsBeKept(JNIEnv* env) {
+    if (!KeptCalls::isReady() || markers.isEmpty() || !markers.peek().filtered) {
+        return;
+    }
+    if (!isKeptTried) {
+        isKeptTried = true;
+        kept = KeptCalls::claim(env);
+    }
+    KeptCalls::Run* const run = kept;
+    if (run != nullptr) {
+        run->open();
+        if (markersForgotten) {
+            run->shut(); // whoever forgot them may have shut it before
+        }
+    }
+}
+
 bool TracedStack::openKnown(int method, long now) {
     CallCache::Call* const call = cache.find(currentFrame, method);
     if (call == nullptr || frames.getSize() == frames.getCapacity()) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/ground/ZVector.h"
+#include "core/jvm/KeptCalls.h"
 #include "profiling/cpu/CallCache.h"
 #include "profiling/cpu/FastPath.h"
 #include "profiling/cpu/OpenCall.h"
@@ -44,6 +45,9 @@ struct alignas(64) TracedStack {
     ZVector<OpenCall> markers{64};
     StackWatch watch;
     std::atomic<bool> markersForgotten{false};
+    // Where Java code keeps the innermost of the markers meanwhile; null if it keeps none.
+    std::atomic<KeptCalls::Run*> kept{nullptr};
+    bool isKeptTried = false;
 
     // The markers, for the thread itself.
     ZVector<OpenCall>& ownMarkers() {
@@ -61,7 +65,15 @@ struct alignas(64) TracedStack {
         currentFrame = NO_FRAME;
         frames.clear();
         markersForgotten = true;
+        if (kept != nullptr) {
+            kept.load()->shut();
+        }
     }
+
+    // On the thread itself, whenever it comes in: the markers are whole from then on, until calls
+    // may be kept again.
+    void takeKeptCalls();
+    void letCallsBeKept(JNIEnv* env);
 
     // On the thread itself, without ourLock: counts a call that begins, or charges the innermost
     // one, which ends. False if that takes ourLock; nothing has happened then.

@@ -7,6 +7,7 @@
 #include "core/jvm/ConsumedEvents.h"
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
+#include "core/jvm/KeptCalls.h"
 #include "db/DB.h"
 #include "db/SnapshotCommon.h"
 #include "probes/Filter.h"
@@ -142,6 +143,9 @@ long startMode(JNIEnv* env, long mode, const ZString* filters, const ZString* wa
         textOrFile(wallTimeSpec, Filter::readWallTimeSpecFromFile, ourOptions->wallTimeSpec);
     const bool tracing = (mode & CPU_COUNTS_BIT) != 0;
     const bool isFree = (ourStatus & CPU_TIMES_BIT) == 0;
+    if (tracing && ourOptions->keepFiltered) {
+        KeptCalls::prepare(env); // ahead of the filters, which tell it the methods
+    }
     TakenCalls calls(env, tracing && isFree ? RECORDING_TRACES : 0, usedFilters);
     const long start = enterCPUMode(mode, *usedFilters, *usedWallTimeSpec, sampler);
     if (start == 0) {

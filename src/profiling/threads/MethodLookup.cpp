@@ -93,7 +93,7 @@ int ZMethod::getByName(int classNameStrID, const char* className, const char* me
     row->parametersStrID = key.b;
     row->classNameStrID = key.c;
     row->flags = 0; // nobody reads it yet
-    Filter::applyFilters(row);
+    Filter::applyFilters(index);
     row->flags |= flagsByName(className, methodName);
     row->stamp = ourDB->currentStamp;
     ourMethodsByName.put(key, index);

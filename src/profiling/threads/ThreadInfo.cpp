@@ -106,6 +106,7 @@ void ThreadInfo::onThreadStart() {
 void ThreadInfo::onThreadEnd() {
     // Calls that it never left, by an exception or because their code was rewritten meanwhile.
     dropStackTrace(this, true);
+    KeptCalls::release(traced.kept.exchange(nullptr));
     SampledTimes::threadEnds(this);
     SampledLines::threadEnds(this);
     ourAllThreadInfos.remove(this);
@@ -155,6 +156,7 @@ void createStandInThreads() {
     ThreadInfo::ourRegistry++;
     ThreadInfo::ourIndexForTFIPool.clearIndexPool();
     ThreadInfo::ourRunningNumber = 0;
+    KeptCalls::releaseAll();
     ourAllThreadInfos.clear();
     FinishedThreads::reset();
     ClassLoadingProbe::reset();

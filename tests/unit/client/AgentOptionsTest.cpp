@@ -20,13 +20,13 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
     };
     const std::string runHead =
         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
-        "noexceptionevents,nolocals,latetelemetry,noidlestacks,nostartgeneration,";
+        "noexceptionevents,nolocals,latetelemetry,noidlestacks,keepfiltered,nostartgeneration,";
     const std::string tail =
         "disableoomedumper,ondemand,sampler=signal,samplelines,optional,tellsnapshot,";
     const std::string tmp = "tmpdir=/run/vdk-1";
-    const std::string attachHead =
-        "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
-        "noidlestacks,nostartgeneration,disableoomedumper,ondemand,sampler=signal,samplelines,";
+    const std::string attachHead = "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
+                                   "noidlestacks,keepfiltered,nostartgeneration,disableoomedumper,"
+                                   "ondemand,sampler=signal,samplelines,";
     const struct {
         Choose choose;
         std::vector<std::string> arguments;
@@ -38,18 +38,19 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {run,
          {"tmpdir=/t,quiet"},
          "onlylocal,onlyuser,redact,builtinprobes=none,noexceptionevents,nolocals,latetelemetry,"
-         "noidlestacks,"
+         "noidlestacks,keepfiltered,"
          "nostartgeneration," +
              tail + "tmpdir=/t,quiet"},
         {run,
          {"listen=10.0.0.1:5"},
          "onlyuser,quiet,redact,builtinprobes=none,noexceptionevents,nolocals,latetelemetry,"
-         "noidlestacks,"
+         "noidlestacks,keepfiltered,"
          "nostartgeneration," +
              tail + tmp + ",listen=10.0.0.1:5"},
         {run,
          {"onlylocal", "noexceptionevents"},
          "onlyuser,quiet,redact,builtinprobes=none,nolocals,latetelemetry,noidlestacks,"
+         "keepfiltered,"
          "nostartgeneration," +
              tail + tmp + ",onlylocal,noexceptionevents"},
         {[](AgentOptionChoices& c) {
@@ -58,7 +59,8 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
              c.eager = true;
          },
          {"sampling"},
-         "builtinprobes=none,latetelemetry,noidlestacks,sampler=signal,samplelines,tellsnapshot," +
+         "builtinprobes=none,latetelemetry,noidlestacks,keepfiltered,sampler=signal,samplelines,"
+         "tellsnapshot," +
              tmp + ",sampling"},
         {[](AgentOptionChoices& c) {
              c.probes = "Servlets,Threads";
@@ -67,16 +69,18 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
          {"probeclasspath=a.jar:/b.jar"},
          "onlylocal,onlyuser,quiet,redact,builtinprobes=none,"
          "probe=com.vandrik.probes.builtin.Servlets,probe=com.vandrik.probes.builtin.Threads,"
-         "noexceptionevents,nolocals,latetelemetry,noidlestacks,nostartgeneration," +
+         "noexceptionevents,nolocals,latetelemetry,noidlestacks,keepfiltered,nostartgeneration," +
              tail + tmp + ",probeclasspath=/home/me/a.jar:/b.jar"},
         {[](AgentOptionChoices& c) { c.probes = "all"; },
          {},
          "onlylocal,onlyuser,quiet,redact,noexceptionevents,nolocals,latetelemetry,noidlestacks,"
+         "keepfiltered,"
          "nostartgeneration," +
              tail + tmp},
         {run,
          {"noprobe=Threads"},
          "onlylocal,onlyuser,quiet,redact,noexceptionevents,nolocals,latetelemetry,noidlestacks,"
+         "keepfiltered,"
          "nostartgeneration," +
              tail + tmp + ",noprobe=Threads"},
         {[](AgentOptionChoices& c) { c.noSnapshot = true; },
@@ -99,14 +103,15 @@ TEST(AgentOptions, defaultsGiveWayToWhatTheUserSays) {
         {[](AgentOptionChoices& c) { c.allUsers = true; },
          {},
          "onlylocal,quiet,redact,builtinprobes=none,noexceptionevents,nolocals,latetelemetry,"
-         "noidlestacks,"
+         "noidlestacks,keepfiltered,"
          "nostartgeneration," +
              tail + tmp},
         {attach, {}, attachHead + tmp},
         {attach, {"dir=snaps,filters=/abs"}, attachHead + tmp + ",dir=/home/me/snaps,filters=/abs"},
         {[](AgentOptionChoices& c) { c.attach = c.generations = true; },
          {},
-         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,noidlestacks,disableoomedumper,"
+         "onlylocal,onlyuser,quiet,redact,builtinprobes=none,noidlestacks,keepfiltered,"
+         "disableoomedumper,"
          "ondemand,sampler="
          "signal,samplelines," +
              tmp},

@@ -32,13 +32,14 @@ struct FilterTest : testing::Test {
     // A method as the registry makes it, at the current stamp.
     MethodRecord* method(const char* className, const char* name, const char* parameters,
                          int flags = 0) {
-        MethodRecord* record = db.methodTable->getRecord(db.methodTable->nextIndex(), true);
+        const int index = db.methodTable->nextIndex();
+        MethodRecord* record = db.methodTable->getRecord(index, true);
         record->classNameStrID = db.stringPool->getDBIndex(className, true);
         record->methodNameStrID = db.stringPool->getDBIndex(name, true);
         record->parametersStrID = db.stringPool->getDBIndex(parameters, true);
         record->flags = flags;
         record->stamp = db.currentStamp;
-        Filter::applyFilters(record);
+        Filter::applyFilters(index);
         return record;
     }
     // Texts of the list's filters, "type class method parameters".

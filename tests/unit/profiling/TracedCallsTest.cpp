@@ -223,6 +223,51 @@ TEST_F(TracedCallsTest, nothingIsLostOrCountedTwiceWhileOthersReadAndForget) {
     EXPECT_EQ((std::vector<long>{rounds, rounds - 50, 50, rounds - 50, 50}), counts);
 }
 
+// What Java code has kept is open as soon as the thread comes in, and gone with what is forgotten.
+TEST_F(TracedCallsTest, callsThatJavaCodeKeepsEndAsTheOthersDo) {
+    for (const int method : {B, C}) {
+        setFlag(method, METHOD_FILTERED);
+    }
+    KeptCalls::Run run = {};
+    info.traced.kept = &run;
+    const auto keep = [&](int method) {
+        run.methods[run.count++] = rows[method];
+        run.open();
+    };
+    enter(A);
+    enter(B);
+    keep(C);
+    keep(B);
+    jvm.stack.push_back(ids[C]);
+    jvm.stack.push_back(ids[B]);
+    enter(A); // from the kept ones
+    EXPECT_EQ(0, run.count);
+    EXPECT_EQ(0, run.isOpen);
+    EXPECT_EQ(frameOf({A, B, A}), info.traced.currentFrame);
+    leave(A);
+    EXPECT_EQ(4, info.traced.markers.getSize());
+    leave(B);
+    keep(B);
+    jvm.stack.push_back(ids[B]);
+    unwind(1);
+    handle(C); // it called the last one
+    EXPECT_EQ(3, info.traced.markers.getSize());
+    EXPECT_EQ(frameOf({A, B}), info.traced.currentFrame);
+    leave(C);
+    leave(B);
+    EXPECT_EQ(frameOf({A}), info.traced.currentFrame);
+    EXPECT_EQ(1, countOf({A, B}));
+    EXPECT_EQ(1, countOf({A, B, A}));
+    enter(B);
+    keep(C);
+    info.traced.forget();
+    EXPECT_EQ(0, run.isOpen);
+    info.traced.currentFrame = 0;
+    enter(A);
+    EXPECT_EQ(1, info.traced.markers.getSize());
+    EXPECT_EQ(0, run.count);
+}
+
 TEST_F(TracedCallsTest, onlyTheCalibratingThreadIsTracedDuringCalibration) {
     setCalibration(-1);
     enter(A);

@@ -44,6 +44,8 @@ public final class Tracing {
             }
             tracing.tracedCalls("unfiltered", "none.*\n", "");
             tracing.tracedCalls("filtered under filtered", "bench.*\n", "");
+            tracing.tracedCalls("filtered under filtered, kept in Java code", "bench.*\n", "",
+                                ",keepfiltered");
             tracing.tracedCalls("wall time", "none.*\n", "bench.*\n");
         }
     }
@@ -100,7 +102,8 @@ public final class Tracing {
                 (name, values) -> System.out.printf("  %-32s ratio %.3f%n", name, median(values)));
     }
 
-    private void tracedCalls(String what, String filters, String wallTime) throws Exception {
+    private void tracedCalls(String what, String filters, String wallTime, String... options)
+            throws Exception {
         Path filterFile = Files.writeString(folder.resolve("filters"), filters);
         Path wallTimeFile = Files.writeString(folder.resolve("walltime"), wallTime);
         List<String> program = new ArrayList<>();
@@ -108,9 +111,9 @@ public final class Tracing {
         program.add(tools.resolve("libclock_reader.so").toString());
         program.addAll(Arrays.asList(THREADS));
         System.out.println("traced call, " + what);
-        for (String line :
-             run(vdk(",tracing,filters=" + filterFile + ",walltimespec=" + wallTimeFile),
-                 program.toArray(new String[0]))) {
+        for (String line : run(vdk(",tracing,filters=" + filterFile +
+                                   ",walltimespec=" + wallTimeFile + String.join("", options)),
+                               program.toArray(new String[0]))) {
             String[] values = line.split(" ");
             System.out.printf(
                     "  %s threads: %5.0f ns of CPU, %5.0f ns of time; a reading of the CPU "

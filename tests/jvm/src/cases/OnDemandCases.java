@@ -98,7 +98,7 @@ public final class OnDemandCases {
 
     /** While another agent retransforms the same classes all the time. */
     @Case(fixture = Rewritten.class,
-          agent = "ondemand,builtinprobes=none,onexit=snapshot,noidlestacks",
+          agent = "ondemand,builtinprobes=none,onexit=snapshot,noidlestacks,keepfiltered",
           jvm = {"-XX:+EnableDynamicAgentLoading", "-Djdk.attach.allowAttachSelf=true",
                  "-XX:+UseSerialGC"})
     static void

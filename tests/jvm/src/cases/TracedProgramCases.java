@@ -46,7 +46,7 @@ public final class TracedProgramCases {
         Check.equal(wrong, List.of(), "numbers of calls");
     }
 
-    @Case(fixture = LeavingCalls.class, agent = "deadthreadlimit=500", attach = false)
+    @Case(fixture = LeavingCalls.class, agent = "deadthreadlimit=500,keepfiltered", attach = false)
     static void countsCallsThatAreLeftInUnusualWays(Target target) throws Exception {
         target.ask("go", "done 1");
         Tracing.start(target, "");
@@ -163,7 +163,7 @@ public final class TracedProgramCases {
         Tracing.checkQuiet(target);
     }
 
-    @Case(fixture = MixedRounds.class,
+    @Case(fixture = MixedRounds.class, agent = "keepfiltered",
           jvm = {"-XX:+UnlockDiagnosticVMOptions", "-XX:+BytecodeVerificationLocal"},
           variants = "-Xcheck:jni")
     static void

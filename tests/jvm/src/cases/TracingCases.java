@@ -105,7 +105,7 @@ public final class TracingCases {
     }
 
     /** Threads count for themselves; who reads or clears meanwhile gets all of it, and once. */
-    @Case(fixture = KnownCalls.class, attach = false)
+    @Case(fixture = KnownCalls.class, attach = false, agent = "keepfiltered")
     static void countsAreExactWhileTheyAreReadAndClearedAllTheTime(Target target) throws Exception {
         Tracing.start(target, "java.*\njdk.*\nsun.*");
         target.send("go");
@@ -229,7 +229,7 @@ public final class TracingCases {
     }
 
     /** Of a class that is loaded once the agent is there, whichever way it came. */
-    @Case(fixture = NativeCalls.class, jvm = "-Xcheck:jni")
+    @Case(fixture = NativeCalls.class, agent = "keepfiltered", jvm = "-Xcheck:jni")
     static void nativesOfAnApplicationAreCounted(Target target) throws Exception {
         String plain = target.plainOutput("go\ngo\ngo\ngo\nstop\n");
         for (int i = 1; i <= 4; i++) { // the second and the last are traced
@@ -249,9 +249,10 @@ public final class TracingCases {
         Tracing.checkQuiet(target);
     }
 
-    @Case(fixture = KnownCalls.class, attach = false)
+    @Case(fixture = KnownCalls.class, agent = "keepfiltered")
     static void methodsOfTheJdkAreCountedAndFilteredOnesCollapse(Target target) throws Exception {
         Tracing.start(target, "");
+        Check.contains(target.log(), "CPU tracing: Java code keeps filtered calls", "log");
         target.ask("go", "done 1");
         checkCounts(Tracing.fetch(target), "", JDK_CALLS, 1);
         checkCounts(Tracing.fetch(target), "", NATIVE_CALLS, 1);

@@ -1,18 +1,22 @@
 package com.vandrik.runtime;
 
+import jdk.internal.misc.Unsafe;
+import jdk.internal.vm.annotation.DontInline;
 import jdk.internal.vm.annotation.ForceInline;
 
 /**
  * Where rewritten application code and the agent's Java classes enter the native library.
  *
  * <p>The four empty methods are what inserted calls name. While a kind of recording runs, the
- * library redefines this class with bodies that call the matching natives; the variants with the
- * suffix F are for JVMs that can't redefine it and test a flag instead. The class has no static
+ * library redefines this class with bodies that call the matching natives, or the variants with the
+ * suffix K, which come to them only where a call cannot be kept; the variants with the suffix F are
+ * for JVMs that can't redefine it and test a flag instead. The class has no static
  * initialiser, no try block and calls no other Java code: it runs inside every rewritten method,
  * at moments when nothing else can be relied on.
  *
  * <p>The compilers inline the annotated ones wherever they stand, as they do for the JDK's own: the
- * JVM trusts a class of the boot loader.
+ * JVM trusts a class of the boot loader. What keeps calls they do not: frames of the program would
+ * become larger, and deep recursion come to the end of its stack.
  *
  * <p>The natives are declared in the order of core/ground/CallbackNatives.h; a test compares both.
  */
@@ -22,6 +26,24 @@ public class Callback {
 
     /** Whether the variants of the calls at entry, exit and handlers pass them on. */
     public static boolean ourVDKMethodEntryExit;
+
+    // core/jvm/KeptCalls.h tells of kept calls and has the same constants.
+    private static final int MOST_METHODS = 1 << 22;
+    private static final int RUN_MASK = (1 << 12) - 1;
+    private static final int RUN_SHIFT = 8;
+    private static final int OPEN = 8;
+    private static final int COUNT = 12;
+    private static final int CALLS_UNTIL_LOOK = 16;
+    private static final int METHODS = 24;
+    private static final int MOST_CALLS = 58;
+
+    // Set before a body names the variants with the suffix K. Of the memory only natives are
+    // called, which the compilers know and nobody wraps: its Java methods may carry calls
+    // themselves.
+    static Unsafe ourMemory;
+    static long ourThreadIdOffset;
+    static long ourFilteredMethods;
+    static long ourRuns;
 
     private Callback() {
     }
@@ -41,6 +63,51 @@ public class Callback {
 
     @ForceInline
     public static void vdkMethodExit(short low, short high) {
+    }
+
+    /** The current thread's run if it is open and may hold calls of this method, else 0. */
+    @ForceInline
+    private static long findOpenRun(int method) {
+        Unsafe memory = ourMemory;
+        if (method >= MOST_METHODS || memory.getByte(null, ourFilteredMethods + method) == 0) {
+            return 0;
+        }
+        Thread current = Thread.currentThread();
+        long thread = current == null ? 0 : memory.getLong(current, ourThreadIdOffset);
+        long run = ourRuns + ((thread & RUN_MASK) << RUN_SHIFT);
+        return memory.getLong(null, run) == thread && memory.getInt(null, run + OPEN) != 0 ? run
+                                                                                           : 0;
+    }
+
+    @DontInline
+    public static void vdkMethodEntryK(short low, short high) {
+        int method = high << 16 | low & 0xffff;
+        long run = findOpenRun(method);
+        if (run != 0) {
+            int count = ourMemory.getInt(null, run + COUNT);
+            int untilLook = ourMemory.getInt(null, run + CALLS_UNTIL_LOOK);
+            if (count < MOST_CALLS && untilLook > 0) {
+                ourMemory.putInt(null, run + METHODS + 4 * count, method);
+                ourMemory.putInt(null, run + CALLS_UNTIL_LOOK, untilLook - 1);
+                ourMemory.putInt(null, run + COUNT, count + 1);
+                return;
+            }
+        }
+        vdkMethodEntry0(low, high);
+    }
+
+    @DontInline
+    public static void vdkMethodExitK(short low, short high) {
+        int method = high << 16 | low & 0xffff;
+        long run = findOpenRun(method);
+        if (run != 0) {
+            int last = ourMemory.getInt(null, run + COUNT) - 1;
+            if (last >= 0 && ourMemory.getInt(null, run + METHODS + 4 * last) == method) {
+                ourMemory.putInt(null, run + COUNT, last);
+                return;
+            }
+        }
+        vdkMethodExit0(low, high);
     }
 
     public static int vdkInitF(Object object, int frameHint) {

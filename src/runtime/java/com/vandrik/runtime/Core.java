@@ -15,6 +15,7 @@ import java.io.File;
 import java.io.IOException;
 import java.io.InputStream;
 import java.io.OutputStream;
+import jdk.internal.misc.Unsafe;
 
 /**
  * The Java half of the agent's start-up, and what native code calls afterwards. The native side
@@ -431,6 +432,30 @@ public final class Core {
             throw new IllegalStateException(Strings.messageOf(failure[0]));
         }
         Callback.message("CPU tracing calibration performed", Long.toString(result[0]));
+    }
+
+    /**
+     * Lets Callback keep calls, in memory of the library. Whether it can read there, and a thread's
+     * id without a call that the program's classes could override.
+     */
+    public static boolean prepareKeptCalls(long filteredMethods, long runs) {
+        try {
+            Unsafe memory = Unsafe.getUnsafe();
+            long offset = memory.objectFieldOffset(Thread.class, "tid");
+            Thread thread = Thread.currentThread();
+            if (memory.getLong(thread, offset) != thread.getId() ||
+                memory.getLong(null, runs) != 0 || memory.getByte(null, filteredMethods) != 0) {
+                return false;
+            }
+            memory.putInt(null, runs, memory.getInt(null, runs));
+            Callback.ourMemory = memory;
+            Callback.ourThreadIdOffset = offset;
+            Callback.ourFilteredMethods = filteredMethods;
+            Callback.ourRuns = runs;
+            return true;
+        } catch (Throwable e) {
+            return false; // a JVM that has these no more, or keeps them from us
+        }
     }
 
     /** The directory of snapshots that a request names; see {@link SnapshotDirectory0}. */
