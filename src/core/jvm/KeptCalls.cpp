@@ -17,7 +17,7 @@ const char MEMORY_PACKAGE[] = "jdk.internal.misc";
 const char MEMORY_PACKAGE_PATH[] = "jdk/internal/misc";
 const jint FIRST_WITH_MODULES = 9;
 
-bool ourIsTried = false; // under the caller's serialisation of starts
+std::atomic<bool> ourIsTried{false};
 std::atomic<bool> ourIsReady{false};
 KeptCalls::Run* ourRuns = nullptr;
 jfieldID ourThreadId = nullptr;
@@ -74,10 +74,9 @@ bool tellJava(JNIEnv* env) {
 } // namespace
 
 void KeptCalls::prepare(JNIEnv* env) {
-    if (ourIsTried) {
+    if (ourIsTried.exchange(true)) {
         return;
     }
-    ourIsTried = true;
     ourIsReady =
         knowsModules() && findThreadId(env) && makeRoom() && openMemoryClass(env) && tellJava(env);
     Logger::message(ourIsReady ? "CPU tracing: Java code keeps filtered calls"

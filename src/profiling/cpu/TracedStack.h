@@ -65,8 +65,9 @@ struct alignas(64) TracedStack {
         currentFrame = NO_FRAME;
         frames.clear();
         markersForgotten = true;
-        if (kept != nullptr) {
-            kept.load()->shut();
+        KeptCalls::Run* const run = kept;
+        if (run != nullptr) {
+            run->shut();
         }
     }
 
