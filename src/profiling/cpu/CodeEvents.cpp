@@ -37,7 +37,9 @@ void JNICALL method_compiled(jvmtiEnv*, jmethodID method, jint bytes, const void
                              const jvmtiAddrLocationMap*, const void* compileInfo) {
     runGuarded(VDK_HERE, [&] {
         if (ourIsListening) {
-            CompiledCode::add(method, start, bytes, compileInfo);
+            jboolean isNative = JNI_FALSE;
+            ourEnvironment->IsMethodNative(method, &isNative);
+            CompiledCode::add(method, isNative == JNI_TRUE, start, bytes, compileInfo);
         }
     });
 }

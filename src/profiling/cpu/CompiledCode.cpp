@@ -2,9 +2,9 @@
 // lock. Readers follow lists whose links are changed one at a time: one that is on a piece as it is
 // taken out still finds its way, for the memory lives on until no handler is at work.
 //
-// The JVM tells the stack of inlined calls for many addresses of a piece. Most neighbours have the
-// same, and stacks share their outer calls; so a piece has a tree of calls, and for each run of
-// addresses the call that it is in.
+// The JVM tells the stack of inlined calls for many addresses of a piece. Stacks share their outer
+// calls, and neighbours often have the same place in the bytecode; so a piece has a tree of calls,
+// and for each run of addresses the call that it is in and the place there.
 #include "profiling/cpu/CompiledCode.h"
 
 #include "core/ground/ZLock.h"
@@ -12,6 +12,7 @@
 #include "platform/ThreadTimers.h"
 
 #include <atomic>
+#include <cstring>
 #include <jvmticmlr.h>
 
 namespace {
@@ -21,17 +22,24 @@ const uintptr_t BUCKETS = 1 << 15;
 const int NO_CALL = -1;
 // Beyond that inlined calls are not told apart.
 const int MOST_CALLS = 2000;
+const uint8_t CALL_RELATIVE = 0xe8;
+const int NO_POSITION = UINT16_MAX; // no method is that long
 
 struct Call {
     jmethodID method;
     int caller;
+    int position; // in the caller's bytecode
 };
 
 // Addresses behind those of the run before, up to and with this one.
 struct Run {
     uint32_t last;
-    int call;
+    uint16_t position; // in the bytecode of the innermost method
+    uint16_t call : 15;
+    uint16_t isReturn : 1; // a call comes back to the last one
 };
+static_assert(MOST_CALLS < 1 << 15, "calls are numbered in a run");
+static_assert(sizeof(Run) == 8, "pieces have hundreds of them");
 
 struct Piece;
 
@@ -42,7 +50,9 @@ struct Link {
 };
 
 struct Piece {
-    Piece(jmethodID id, uintptr_t from, uintptr_t to) : method(id), start(from), end(to) {}
+    Piece(jmethodID id, CompiledCode::Kind codeKind, uintptr_t from, uintptr_t to)
+        : method(id), kind(codeKind), start(from), end(to),
+          shape(CodeShape::read(code(), to - from)) {}
     ~Piece() {
         delete[] links;
         delete[] calls;
@@ -51,9 +61,14 @@ struct Piece {
     Piece(const Piece&) = delete;
     Piece& operator=(const Piece&) = delete;
 
-    const jmethodID method;
+    const uint8_t* code() const { return reinterpret_cast<const uint8_t*>(start); }
+
+    const jmethodID method; // null of a stub
+    const CompiledCode::Kind kind;
     const uintptr_t start;
     const uintptr_t end;
+    const CodeShape shape;
+    bool isWhole = true; // all inlined calls are told apart
     Link* links = nullptr;
     int linkCount = 0;
     Call* calls = nullptr;
@@ -69,6 +84,7 @@ Piece* ourPieces = nullptr;
 ZVector<Piece*>& ourGonePieces = *new ZVector<Piece*>();
 std::atomic<uintptr_t> ourLowest{UINTPTR_MAX};
 std::atomic<uintptr_t> ourHighest{0};
+std::atomic<unsigned> ourChanges{0};
 
 std::atomic<Link*>& bucketOf(uintptr_t granule) {
     return ourBuckets[(granule ^ (granule >> 15)) % BUCKETS];
@@ -83,28 +99,51 @@ T* copyOf(const ZVector<T>& vector) {
     return copy;
 }
 
+// Whether the instruction before is a call: relative, or by a register or memory with 0 to 4 bytes
+// of an offset.
+bool isBehindCall(const uint8_t* code, uint32_t offset) {
+    const uint8_t CALL_INDIRECT = 0xff;
+    const uint32_t INDIRECT_LENGTHS[] = {2, 3, 4, 6, 7};
+    if (offset >= 5 && code[offset - 5] == CALL_RELATIVE) {
+        return true;
+    }
+    for (const uint32_t length : INDIRECT_LENGTHS) {
+        if (offset >= length && code[offset - length] == CALL_INDIRECT &&
+            (code[offset - length + 1] >> 3 & 7) == 2) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // Builds the tree of calls and the runs of a piece.
 class InlinedCalls {
 public:
-    explicit InlinedCalls(Piece* owner) : piece(owner) { calls.push({owner->method, NO_CALL}); }
+    explicit InlinedCalls(Piece* owner) : piece(owner) {
+        calls.push({owner->method, NO_CALL, NO_POSITION});
+    }
 
     void add(const PCStackInfo& info) {
         const uintptr_t pc = reinterpret_cast<uintptr_t>(info.pc);
-        if (pc < piece->start || pc - piece->start > UINT32_MAX || info.numstackframes < 1) {
+        if (pc < piece->start || pc > piece->end || pc - piece->start > UINT32_MAX ||
+            info.numstackframes < 1) {
             return;
         }
         int call = 0; // the outermost, which is the piece's own method
         for (jint i = info.numstackframes - 2; i >= 0; i--) {
-            call = childOf(call, info.methods[i]);
+            call = childOf(call, info.methods[i], positionOf(info, i + 1));
         }
         const uint32_t offset = static_cast<uint32_t>(pc - piece->start);
         if (!runs.isEmpty() && runs.peek().last >= offset) {
             return; // not in order: told before
         }
-        if (!runs.isEmpty() && runs.peek().call == call) {
+        const Run run = {offset, positionOf(info, 0), static_cast<uint16_t>(call),
+                         isBehindCall(piece->code(), offset)};
+        if (!runs.isEmpty() && runs.peek().call == run.call &&
+            runs.peek().position == run.position && !runs.peek().isReturn && !run.isReturn) {
             runs.peek().last = offset;
         } else {
-            runs.push({offset, call});
+            runs.push(run);
         }
     }
 
@@ -115,16 +154,24 @@ public:
     }
 
 private:
-    int childOf(int caller, jmethodID method) {
+    static uint16_t positionOf(const PCStackInfo& info, jint i) {
+        const jint position = info.bcis == nullptr ? NO_POSITION : info.bcis[i];
+        return static_cast<uint16_t>(position < 0 || position > NO_POSITION ? NO_POSITION
+                                                                            : position);
+    }
+
+    int childOf(int caller, jmethodID method, int position) {
         for (int i = calls.getSize() - 1; i > caller; i--) {
-            if (calls[i].caller == caller && calls[i].method == method) {
+            if (calls[i].caller == caller && calls[i].method == method &&
+                calls[i].position == position) {
                 return i;
             }
         }
         if (calls.getSize() >= MOST_CALLS) {
+            piece->isWhole = false;
             return caller;
         }
-        calls.push({method, caller});
+        calls.push({method, caller, position});
         return calls.getSize() - 1;
     }
 
@@ -197,6 +244,13 @@ void unlink(Piece* piece) {
     ourGonePieces.push(piece);
 }
 
+void insert(Piece* piece) {
+    LockHolder lock(ourCodeLock);
+    widen(piece->start, piece->end);
+    link(piece);
+    ourChanges++;
+}
+
 // Caller holds the lock.
 void freeGonePieces() {
     std::atomic_thread_fence(std::memory_order_seq_cst);
@@ -209,7 +263,7 @@ void freeGonePieces() {
     ourGonePieces.clear();
 }
 
-const Piece* find(uintptr_t pc) {
+const Piece* findPiece(uintptr_t pc) {
     const uintptr_t granule = pc >> GRANULE_BITS;
     for (const Link* link = bucketOf(granule).load(); link != nullptr; link = link->next.load()) {
         if (link->granule == granule && pc >= link->piece->start && pc < link->piece->end) {
@@ -219,9 +273,14 @@ const Piece* find(uintptr_t pc) {
     return nullptr;
 }
 
-// The innermost call that ends at an offset or goes on there. What the JVM tells of an address
-// holds for the instructions before it, and those behind the last one have no calls inlined.
-int callAt(const Piece& piece, uint32_t offset) {
+const Piece* findMethod(uintptr_t pc) {
+    const Piece* const piece = findPiece(pc);
+    return piece == nullptr || piece->kind == CompiledCode::STUB ? nullptr : piece;
+}
+
+// The run that ends at an offset or goes on there; null behind the last one. What the JVM tells of
+// an address holds for the instructions before it.
+const Run* runAt(const Piece& piece, uint32_t offset) {
     int low = 0;
     int high = piece.runCount;
     while (low < high) {
@@ -232,21 +291,49 @@ int callAt(const Piece& piece, uint32_t offset) {
             low = middle + 1;
         }
     }
-    return low < piece.runCount ? piece.runs[low].call : 0;
+    return low < piece.runCount ? &piece.runs[low] : nullptr;
+}
+
+CompiledCode::Frame startFrame(const Piece* piece) {
+    CompiledCode::Frame frame;
+    if (piece != nullptr && piece->isWhole) {
+        frame.kind = piece->kind;
+        frame.words = piece->shape.words;
+    }
+    return frame;
+}
+
+// Those behind the last run have no calls inlined.
+int innermostAt(const Piece& piece, uint32_t offset) {
+    const Run* const run = runAt(piece, offset);
+    return run == nullptr ? 0 : run->call;
+}
+
+int writeFrames(const Piece& piece, const Run& run, CallFrame* frames, int most) {
+    int count = 0;
+    int position = run.position;
+    for (int call = run.call; call != NO_CALL; call = piece.calls[call].caller) {
+        if (count == most) {
+            return 0;
+        }
+        frames[count++] = {position == NO_POSITION ? -1 : position, piece.calls[call].method};
+        position = piece.calls[call].position;
+    }
+    return count;
 }
 
 } // namespace
 
-void CompiledCode::add(jmethodID method, const void* start, jint bytes, const void* compileInfo) {
+void CompiledCode::add(jmethodID method, bool isNative, const void* start, jint bytes,
+                       const void* compileInfo) {
     const uintptr_t from = reinterpret_cast<uintptr_t>(start);
     if (method == nullptr || bytes <= 0) {
         return;
     }
-    Piece* const piece = new Piece(method, from, from + static_cast<uintptr_t>(bytes));
+    Piece* const piece = new Piece(method, isNative ? NATIVE_METHOD : METHOD, from,
+                                   from + static_cast<uintptr_t>(bytes));
     readInlinedCalls(piece, compileInfo);
-    LockHolder lock(ourCodeLock);
-    widen(piece->start, piece->end);
-    link(piece);
+    insert(piece);
 }
 
 void CompiledCode::remove(jmethodID method, const void* start) {
@@ -262,13 +349,15 @@ void CompiledCode::remove(jmethodID method, const void* start) {
     }
     if (found != nullptr) {
         unlink(found);
+        ourChanges++;
     }
 }
 
 void CompiledCode::addOther(const void* start, jint bytes) {
     const uintptr_t from = reinterpret_cast<uintptr_t>(start);
-    LockHolder lock(ourCodeLock);
-    widen(from, from + static_cast<uintptr_t>(bytes > 0 ? bytes : 0));
+    if (bytes > 0) {
+        insert(new Piece(nullptr, STUB, from, from + static_cast<uintptr_t>(bytes)));
+    }
 }
 
 void CompiledCode::clear() {
@@ -281,6 +370,7 @@ void CompiledCode::clear() {
         ourPieces = piece->nextPiece;
         ourGonePieces.push(piece);
     }
+    ourChanges++;
     freeGonePieces();
 }
 
@@ -292,12 +382,12 @@ void CompiledCode::collect() {
 }
 
 int CompiledCode::methodsAt(uintptr_t pc, jmethodID* methods, int most) {
-    const Piece* const piece = find(pc);
+    const Piece* const piece = findMethod(pc);
     int count = 0;
     if (piece == nullptr) {
         return 0;
     }
-    for (int call = callAt(*piece, static_cast<uint32_t>(pc - piece->start));
+    for (int call = innermostAt(*piece, static_cast<uint32_t>(pc - piece->start));
          call != NO_CALL && count < most; call = piece->calls[call].caller) {
         methods[count++] = piece->calls[call].method;
     }
@@ -305,10 +395,56 @@ int CompiledCode::methodsAt(uintptr_t pc, jmethodID* methods, int most) {
 }
 
 bool CompiledCode::isWithinMethod(uintptr_t pc) {
-    const Piece* const piece = find(pc);
+    const Piece* const piece = findMethod(pc);
     return piece != nullptr && pc > piece->start;
 }
 
 bool CompiledCode::mayBeCode(uintptr_t pc) {
     return pc >= ourLowest && pc < ourHighest;
+}
+
+CompiledCode::Frame CompiledCode::callAt(uintptr_t pc, CallFrame* frames, int most) {
+    const Piece* const piece = findPiece(pc);
+    Frame frame = startFrame(piece);
+    if (frame.kind == NATIVE_METHOD && most > 0) {
+        frames[0] = {-1, piece->method};
+        frame.count = 1;
+    } else if (frame.kind == METHOD) {
+        const uint32_t offset = static_cast<uint32_t>(pc - piece->start);
+        const Run* const run = runAt(*piece, offset);
+        const bool isKnown = run != nullptr && run->last == offset && run->isReturn;
+        frame.count = isKnown ? writeFrames(*piece, *run, frames, most) : 0;
+    }
+    return frame;
+}
+
+CompiledCode::Frame CompiledCode::interruptedAt(uintptr_t pc, CallFrame* frames, int most) {
+    const Piece* const piece = findPiece(pc);
+    Frame frame = startFrame(piece);
+    if (frame.kind == METHOD) {
+        const uint32_t offset = static_cast<uint32_t>(pc - piece->start);
+        const Run* const run = runAt(*piece, offset);
+        frame.state = piece->shape.stateAt(piece->code(), piece->end - piece->start, offset);
+        frame.count = run == nullptr ? 0 : writeFrames(*piece, *run, frames, most);
+    }
+    return frame;
+}
+
+bool CompiledCode::isCallOfStub(uintptr_t pc, uintptr_t inStub) {
+    const uint32_t CALL_BYTES = 5;
+    const Piece* const piece = findMethod(pc);
+    const Piece* const stub = findPiece(inStub);
+    if (piece == nullptr || stub == nullptr || stub->kind != STUB ||
+        pc - piece->start < CALL_BYTES ||
+        *reinterpret_cast<const uint8_t*>(pc - CALL_BYTES) != CALL_RELATIVE) {
+        return false;
+    }
+    int32_t distance = 0;
+    memcpy(&distance, reinterpret_cast<const void*>(pc - sizeof(distance)), sizeof(distance));
+    const uintptr_t called = pc + static_cast<uintptr_t>(static_cast<intptr_t>(distance));
+    return called >= stub->start && called <= inStub;
+}
+
+unsigned CompiledCode::getChanges() {
+    return ourChanges;
 }

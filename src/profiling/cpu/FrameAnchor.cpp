@@ -1,69 +1,20 @@
 #include "profiling/cpu/FrameAnchor.h"
 
 #include "core/jvm/JvmGlobals.h"
-#include "platform/ThreadTimers.h"
-#include "profiling/cpu/InterruptedStack.h"
-
-#include <cstring>
+#include "profiling/cpu/JvmLayout.h"
+#include "profiling/cpu/RawMemory.h"
 
 namespace {
 
-const ptrdiff_t UNKNOWN = -1;
 // The JVM's structure of a thread is smaller.
-const ptrdiff_t MOST_OFFSET = 1 << 16;
+const uintptr_t MOST_OFFSET = 1 << 16;
 
 // From the JNI environment of a thread to the stack pointer in its note; 0 if unknown.
 ptrdiff_t ourFromEnvironment = 0;
-
-// A number that the JVM exports; 0 without it.
-uint64_t exportedNumber(const char* name) {
-    const void* const place = InterruptedStacks::findInJvm(name);
-    uint64_t number = 0;
-    if (place != nullptr) {
-        memcpy(&number, place, sizeof(number));
-    }
-    return number;
-}
-
-// The JVM's table of fields: an entry of texts and numbers a field, ended by one without a type.
-class FieldTable {
-public:
-    FieldTable()
-        : entry(reinterpret_cast<const char*>(exportedNumber("gHotSpotVMStructs"))),
-          typeAt(exportedNumber("gHotSpotVMStructEntryTypeNameOffset")),
-          fieldAt(exportedNumber("gHotSpotVMStructEntryFieldNameOffset")),
-          offsetAt(exportedNumber("gHotSpotVMStructEntryOffsetOffset")),
-          stride(exportedNumber("gHotSpotVMStructEntryArrayStride")) {}
-
-    ptrdiff_t offsetOf(const char* type, const char* field) const {
-        for (const char* at = entry; at != nullptr && stride != 0; at += stride) {
-            const char* const typeName = textAt(at + typeAt);
-            const char* const fieldName = textAt(at + fieldAt);
-            if (typeName == nullptr || fieldName == nullptr) {
-                return UNKNOWN;
-            }
-            if (strcmp(typeName, type) == 0 && strcmp(fieldName, field) == 0) {
-                uint64_t offset = 0;
-                memcpy(&offset, at + offsetAt, sizeof(offset));
-                return offset < MOST_OFFSET ? static_cast<ptrdiff_t>(offset) : UNKNOWN;
-            }
-        }
-        return UNKNOWN;
-    }
-
-private:
-    static const char* textAt(const char* place) {
-        const char* text = nullptr;
-        memcpy(&text, place, sizeof(text));
-        return text;
-    }
-
-    const char* entry;
-    uint64_t typeAt;
-    uint64_t fieldAt;
-    uint64_t offsetAt;
-    uint64_t stride;
-};
+// From the begin of a note to its fields.
+ptrdiff_t ourStackAt = 0;
+ptrdiff_t ourPcAt = 0;
+ptrdiff_t ourFrameAt = 0;
 
 // The JVM's structure of the current thread, of which the Java object keeps the address; 0 if
 // unknown.
@@ -99,13 +50,15 @@ bool FrameAnchor::prepare(JNIEnv* env) {
     if (ourFromEnvironment != 0) {
         return true;
     }
-    const FieldTable fields;
-    const ptrdiff_t anchor = fields.offsetOf("JavaThread", "_anchor");
-    const ptrdiff_t stackPointer = fields.offsetOf("JavaFrameAnchor", "_last_Java_sp");
+    const ptrdiff_t anchor = JvmLayout::offsetOf("JavaThread", "_anchor");
+    const ptrdiff_t stackPointer = JvmLayout::offsetOf("JavaFrameAnchor", "_last_Java_sp");
+    const ptrdiff_t pc = JvmLayout::offsetOf("JavaFrameAnchor", "_last_Java_pc");
+    const ptrdiff_t frame = JvmLayout::offsetOf("JavaFrameAnchor", "_last_Java_fp");
     const uintptr_t thread = currentJvmThread(env);
     const uintptr_t environment = reinterpret_cast<uintptr_t>(env);
-    if (anchor == UNKNOWN || stackPointer == UNKNOWN || thread == 0 || environment < thread ||
-        environment - thread >= static_cast<uintptr_t>(MOST_OFFSET)) {
+    if (anchor == JvmLayout::UNKNOWN || stackPointer == JvmLayout::UNKNOWN ||
+        pc == JvmLayout::UNKNOWN || frame == JvmLayout::UNKNOWN || thread == 0 ||
+        environment < thread || environment - thread >= MOST_OFFSET) {
         return false;
     }
     const ptrdiff_t found = anchor + stackPointer - static_cast<ptrdiff_t>(environment - thread);
@@ -113,8 +66,24 @@ bool FrameAnchor::prepare(JNIEnv* env) {
     if (found == 0 || !isPlausible(place)) {
         return false;
     }
+    ourStackAt = stackPointer;
+    ourPcAt = pc;
+    ourFrameAt = frame;
     ourFromEnvironment = found;
     return true;
+}
+
+ThreadTimers::Registers FrameAnchor::read(JNIEnv* env) {
+    return ourFromEnvironment == 0 ? ThreadTimers::Registers{0, 0, 0}
+                                   : readAt(reinterpret_cast<uintptr_t>(placeOf(env)) -
+                                            static_cast<uintptr_t>(ourStackAt));
+}
+
+ThreadTimers::Registers FrameAnchor::readAt(uintptr_t anchor) {
+    const auto field = [anchor](ptrdiff_t at) {
+        return RawMemory::wordAt(anchor + static_cast<uintptr_t>(at));
+    };
+    return {field(ourPcAt), field(ourStackAt), field(ourFrameAt)};
 }
 
 FrameAnchor::FrameAnchor(JNIEnv* env)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/ThreadTimers.h"
+
 #include <jni.h>
 #include <stdint.h>
 
@@ -12,6 +14,12 @@ public:
     // Finds the place for the threads of this JVM. False where that is not possible, and there is
     // nothing to be hidden then. On a thread of Java.
     static bool prepare(JNIEnv* env);
+
+    // The note of the current thread, with its zeros: without a stack pointer there is none. For
+    // handlers.
+    static ThreadTimers::Registers read(JNIEnv* env);
+    // A note elsewhere: calls of Java by the JVM keep the one of before.
+    static ThreadTimers::Registers readAt(uintptr_t anchor);
 
     // Hides the note of the current thread, if it has one, until the end of the block. For
     // handlers of signals in Java code, where nobody else looks at it.

@@ -1,20 +1,22 @@
 #include "profiling/cpu/InterruptedStack.h"
 
-#include "core/jvm/JvmGlobals.h"
 #include "platform/Platform.h"
 #include "platform/ThreadTimers.h"
 #include "profiling/cpu/CompiledCode.h"
 #include "profiling/cpu/FrameAnchor.h"
+#include "profiling/cpu/JvmLayout.h"
+#include "profiling/cpu/RawMemory.h"
+#include "profiling/cpu/StackWalk.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
 
 std::atomic<int> InterruptedStacks::ourStates[PLACES];
 InterruptedStack InterruptedStacks::ourStacks[PLACES];
 
 namespace {
 
+using RawMemory::wordAt;
 using Registers = ThreadTimers::Registers;
 
 struct CallTrace {
@@ -46,21 +48,16 @@ const long NS_PER_CLASS = 500;
 const int TIME_CLASSES = 200; // the last one holds all longer times
 std::atomic<long> ourHandlerTimes[TIME_CLASSES];
 
-uintptr_t wordAt(uintptr_t address) {
-    uintptr_t word;
-    memcpy(&word, reinterpret_cast<const void*>(address), sizeof(word));
-    return word;
-}
-
-// The walk of one sample: tries one place after the other until the JVM finds its way.
-class Walk {
+// The JVM's walk of one sample: tries one place after the other until it finds its way.
+class JvmWalk {
 public:
-    Walk(void* interrupted, const StackBounds& stackBounds, JNIEnv* jniEnv, InterruptedStack* into)
+    JvmWalk(void* interrupted, const StackBounds& stackBounds, JNIEnv* jniEnv,
+            InterruptedStack* into)
         : context(interrupted), bounds(stackBounds), env(jniEnv), stack(into),
           found(ThreadTimers::read(interrupted)) {}
 
     void go() {
-        stack->code = callFromTop();
+        stack->code = callFromTop(0);
         stack->frameCount = stack->code;
         if (stack->code > 0) {
             return;
@@ -75,6 +72,19 @@ public:
         }
     }
 
+    // What the JVM says of the whole stack; frames go behind the first ones.
+    // Time has passed in the instruction that was done last. The next one, where the thread was
+    // interrupted, often is another inlined method's: what is slow has an end that is waited for.
+    int callFromTop(int behind) {
+        if (CompiledCode::isWithinMethod(found.pc)) {
+            const int count = callFrom({found.pc - 1, found.stack, found.frame}, behind);
+            if (count != UNKNOWN_JAVA && count != NOT_WALKABLE_JAVA) {
+                return count;
+            }
+        }
+        return callFrom(found, behind);
+    }
+
 private:
     // What the JVM says of the stack with these registers; frames go behind the first ones. Of the
     // innermost frame it takes the scope that ends behind its pc.
@@ -84,18 +94,6 @@ private:
         ourAsyncGetCallTrace(&trace, InterruptedStack::MOST_FRAMES - behind, context);
         ThreadTimers::write(context, found);
         return trace.frameCount;
-    }
-
-    // Time has passed in the instruction that was done last. The next one, where the thread was
-    // interrupted, often is another inlined method's: what is slow has an end that is waited for.
-    int callFromTop() {
-        if (CompiledCode::isWithinMethod(found.pc)) {
-            const int count = callFrom({found.pc - 1, found.stack, found.frame}, 0);
-            if (count != UNKNOWN_JAVA && count != NOT_WALKABLE_JAVA) {
-                return count;
-            }
-        }
-        return callFrom(found, 0);
     }
 
     int readLeaf() {
@@ -176,21 +174,20 @@ private:
     const Registers found;
 };
 
-} // namespace
-
-void* InterruptedStacks::findInJvm(const char* name) {
-    Dl_info info;
-    if (dladdr(reinterpret_cast<void*>(ourVM->functions->GetEnv), &info) == 0) {
-        return nullptr;
+// Where the JVM has found other frames, which stand behind, they count.
+void compare(const StackWalk& own, int count, InterruptedStack* stack) {
+    const CallFrame* const theirs = stack->frames + stack->frameCount;
+    if (count > 0 && !own.isEqual(stack->frames, theirs, count)) {
+        memmove(stack->frames, theirs, static_cast<size_t>(count) * sizeof(CallFrame));
+        stack->code = stack->frameCount = count;
     }
-    // It stays loaded: the handle is never closed.
-    void* const library = dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
-    return library == nullptr ? nullptr : dlsym(library, name);
 }
+
+} // namespace
 
 const char* InterruptedStacks::prepare() {
     if (ourAsyncGetCallTrace == nullptr) {
-        void* const function = findInJvm("AsyncGetCallTrace");
+        void* const function = JvmLayout::findExported("AsyncGetCallTrace");
         if (function == nullptr) {
             return "the JVM has no function AsyncGetCallTrace";
         }
@@ -223,16 +220,29 @@ InterruptedStack* InterruptedStacks::claim() {
     return nullptr;
 }
 
-void InterruptedStacks::walk(void* context, const StackBounds& bounds, InterruptedStack* stack) {
-    JNIEnv* env = nullptr;
+void InterruptedStacks::walk(void* context, const StackBounds& bounds, JNIEnv* env,
+                             InterruptedStack* stack) {
+    const Registers found = ThreadTimers::read(context);
+    stack->place = found.stack;
     stack->frameCount = 0;
-    stack->place = ThreadTimers::read(context).stack;
-    if (ThreadTimers::roomOnStack(context) < LEAST_ROOM) {
-        stack->code = NO_ROOM;
-    } else if (ourVM->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_4) != JNI_OK) {
+    stack->isMethodUnknown = false;
+    if (env == nullptr) {
         stack->code = NO_ENVIRONMENT;
+        return;
+    }
+    StackWalk own(found, FrameAnchor::read(env), bounds);
+    const bool isWalked = own.go(stack->frames, InterruptedStack::MOST_FRAMES);
+    const bool isRoom = ThreadTimers::roomOnStack(context) >= LEAST_ROOM;
+    if (isWalked) {
+        stack->code = stack->frameCount = own.getCount();
+        if (isRoom && own.isToBeCompared()) {
+            compare(own, JvmWalk(context, bounds, env, stack).callFromTop(stack->code), stack);
+        }
+    } else if (isRoom) {
+        stack->isMethodUnknown = own.isMethodUnknown();
+        JvmWalk(context, bounds, env, stack).go();
     } else {
-        Walk(context, bounds, env, stack).go();
+        stack->code = NO_ROOM;
     }
 }
 

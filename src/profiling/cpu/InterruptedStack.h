@@ -28,6 +28,7 @@ struct InterruptedStack {
     int code;
     int frameCount;
     CallFrame* frames;
+    bool isMethodUnknown; // one of the frames is a method of the interpreter to be learned
 };
 
 // Bounds of the stack of the thread whose signal is handled; both 0 if they are not known.
@@ -41,15 +42,13 @@ namespace InterruptedStacks {
 // Finds the JVM's function and makes the places. Null, or why that can't be done.
 const char* prepare();
 
-// A function or variable that the library of the JVM exports; null if there is none.
-void* findInJvm(const char* name);
-
 // For handlers: no lock, no allocation.
 
 // A place to write to; null if all are taken, which is counted.
 InterruptedStack* claim();
-// Walks the current thread's stack from where it was interrupted.
-void walk(void* context, const StackBounds& bounds, InterruptedStack* stack);
+// Walks the current thread's stack from where it was interrupted. The environment is null if the
+// thread has none.
+void walk(void* context, const StackBounds& bounds, JNIEnv* env, InterruptedStack* stack);
 // Adds what the thread used since its clock was read to what handlers took.
 void publish(InterruptedStack* stack);
 

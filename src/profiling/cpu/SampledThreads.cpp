@@ -1,6 +1,7 @@
 #include "profiling/cpu/SampledThreads.h"
 
 #include "core/ground/ZVector.h"
+#include "core/jvm/JvmGlobals.h"
 #include "platform/Platform.h"
 #include "platform/ThreadTimers.h"
 
@@ -62,7 +63,12 @@ void SampledThreads::onTimer(int number, void* context) {
     stack->generation = sampled->generation;
     stack->cpuTimeNs = Platform::currentThreadCPUTimeNs();
     const StackBounds bounds = {sampled->stackLow, sampled->stackHigh};
-    InterruptedStacks::walk(context, bounds, stack);
+    JNIEnv* env = sampled->environment.load(std::memory_order_relaxed);
+    if (env == nullptr &&
+        ourVM->GetEnv(reinterpret_cast<void**>(&env), JNI_VERSION_1_4) == JNI_OK) {
+        sampled->environment.store(env, std::memory_order_relaxed);
+    }
+    InterruptedStacks::walk(context, bounds, env, stack);
     InterruptedStacks::publish(stack);
     sem_post(ourSamples);
 }
@@ -95,6 +101,7 @@ SampledThread* SampledThreads::add(ThreadInfo* info, long nativeID, long periodN
         low = high = 0;
     }
     setBounds(sampled, low, high);
+    sampled->environment = nullptr;
     sampled->nativeID = nativeID;
     sampled->isRunning = true;
     sampled->timer = ThreadTimers::start(nativeID, periodNs, sampled->number);

@@ -18,6 +18,7 @@ struct SampledThread {
     std::atomic<unsigned> generation{0};
     std::atomic<uintptr_t> stackLow{0};
     std::atomic<uintptr_t> stackHigh{0};
+    std::atomic<JNIEnv*> environment{nullptr}; // its own; null before its first sample
 
     // The rest: ourLock.
     int timer = -1;

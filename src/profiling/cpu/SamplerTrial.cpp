@@ -37,12 +37,6 @@ const RefusedJvm REFUSED[] = {
      "AsyncGetCallTrace was not tried with the previews of virtual threads of 19 and 20"},
 };
 
-int getRelease() {
-    const ZString version = getSystemProperty("java.vm.specification.version");
-    const int first = atoi(version.c_str());
-    return first == 1 ? atoi(version.c_str() + 2) : first; // 1.8
-}
-
 // The thread under trial, which has no row.
 class TriedThread {
 public:
@@ -86,6 +80,12 @@ private:
 };
 
 } // namespace
+
+int SamplerTrial::getRelease() {
+    const ZString version = getSystemProperty("java.vm.specification.version");
+    const int first = atoi(version.c_str());
+    return first == 1 ? atoi(version.c_str() + 2) : first; // 1.8
+}
 
 ZString SamplerTrial::refuseJvm() {
     const ZString name = getSystemProperty("java.vm.name");

@@ -13,10 +13,12 @@
 #include "profiling/cpu/CodeEvents.h"
 #include "profiling/cpu/CompiledCode.h"
 #include "profiling/cpu/FrameAnchor.h"
+#include "profiling/cpu/InterpretedMethods.h"
 #include "profiling/cpu/NativeThreads.h"
 #include "profiling/cpu/SampleCharges.h"
 #include "profiling/cpu/SampledThreads.h"
 #include "profiling/cpu/SamplerTrial.h"
+#include "profiling/cpu/StackWalk.h"
 #include "profiling/cpu/WallTimeWalk.h"
 #include "profiling/threads/AllStacks.h"
 #include "profiling/threads/MountedStack.h"
@@ -35,6 +37,10 @@ const unsigned WAIT_US = 1000;
 // unknown, for a search goes over all threads of the process.
 const long FIRST_SEARCH_PERIOD_NS = 500 * NS_PER_MILLISECOND;
 const long LAST_SEARCH_PERIOD_NS = 16 * FIRST_SEARCH_PERIOD_NS;
+
+// JVMs whose frames are laid out in the one known way, with handles of methods that are addresses.
+const int FIRST_KNOWN_RELEASE = 17;
+const int LAST_KNOWN_RELEASE = 25;
 
 // No thread that Java starts needs more to get to its start event.
 const long MOST_BEFORE_START_NS = 2 * NS_PER_MILLISECOND;
@@ -124,6 +130,12 @@ void ask(JNIEnv* env, const InterruptedStack& stack, ZVector<jvmtiFrameInfo>* fr
     env->DeleteLocalRef(thread);
 }
 
+void learnMethods(JNIEnv* env, const InterruptedStack& stack) {
+    for (int i = 0; stack.isMethodUnknown && i < stack.code; i++) {
+        InterpretedMethods::learn(env, stack.frames[i].method);
+    }
+}
+
 void chargeOne(JNIEnv* env, const InterruptedStack& stack, const ZVector<jvmtiFrameInfo>* asked) {
     LockHolder lock(ourLock, "Sampling:80");
     SampledThread* const sampled = SampledThreads::of(stack);
@@ -144,6 +156,7 @@ void chargeAll(JNIEnv* env) {
         if (SampleCharges::canAsk(batch.get(i))) {
             ask(env, batch.get(i), &asked);
         }
+        learnMethods(env, batch.get(i));
         chargeOne(env, batch.get(i), asked.isEmpty() ? nullptr : &asked);
     }
     ourChargingNs += batch.getSize() == 0 ? 0 : Platform::currentThreadCPUTimeNs() - start;
@@ -219,6 +232,12 @@ void tellCosts() {
                         " samples, half of them in at most " + longToString(handlerNs) +
                         " ns; filling the rows took " + longToString(ourChargingNs / samples) +
                         " ns each");
+        const StackWalk::Counts counts = StackWalk::getCounts();
+        Logger::message(
+            ZString("Signal sampling: ") + longToString(counts.walks) +
+            " stacks walked without the JVM, " + longToString(counts.compared) +
+            " by it as well, of which " + longToString(counts.unequal) +
+            (counts.isRefused ? " were not equal; it walked the rest alone" : " were not equal"));
     }
 }
 
@@ -241,6 +260,17 @@ void forgetLosses() {
     SampledThreads::forgetRefused();
 }
 
+// Without it the JVM is asked for each stack.
+void prepareWalk(JNIEnv* env) {
+    const int release = SamplerTrial::getRelease();
+    if (!FrameAnchor::prepare(env)) {
+        Logger::message("Signal sampling: the JVM does not tell where it notes Java frames");
+    } else if (release < FIRST_KNOWN_RELEASE || release > LAST_KNOWN_RELEASE ||
+               !StackWalk::prepare()) {
+        Logger::message("Signal sampling: how this JVM lays out its frames is not known");
+    }
+}
+
 // Up to the trial. What it began is left to the caller where it gives a reason.
 ZString prepare(JNIEnv* env) {
     ZString refusal = SamplerTrial::refuseJvm();
@@ -248,8 +278,8 @@ ZString prepare(JNIEnv* env) {
         const char* const reason = InterruptedStacks::prepare();
         refusal = reason == nullptr ? "" : reason;
     }
-    if (refusal.isEmpty() && !FrameAnchor::prepare(env)) {
-        Logger::message("Signal sampling: the JVM does not tell where it notes Java frames");
+    if (refusal.isEmpty()) {
+        prepareWalk(env);
     }
     if (refusal.isEmpty() && !NativeThreads::prepare()) {
         refusal = "the JVM does not tell threads' CPU times";
@@ -275,6 +305,7 @@ ZString SignalSampling::start(JNIEnv* env) {
     runGuarded(VDK_HERE, [&] { refusal = prepare(env); });
     if (!refusal.isEmpty()) {
         giveSignalBack();
+        StackWalk::stop();
         CodeEvents::stop();
         return refusal;
     }
@@ -306,6 +337,7 @@ void SignalSampling::stop(JNIEnv* env) {
     }
     giveSignalBack();
     tellCosts();
+    StackWalk::stop();
     Batch late;
     late.take([](const InterruptedStack&) { return true; });
     CodeEvents::stop();

@@ -96,7 +96,23 @@ public final class SignalSamplingCases {
         Check.near(100 * times.getOrDefault("fixtures.Burn.ten", 0L) / total, 10, 4, "ten" + seen);
         Check.isTrue(times.getOrDefault("[not walkable]", 0L) < 0.03 * total, "walkable" + seen);
         Check.contains(Tool.vdk("report", target.id()), "; by signals, ", "report");
+        checkWalks(target.log());
         target.finish();
+    }
+
+    private static final Pattern WALKS =
+            Pattern.compile("(\\d+) stacks walked without the JVM, (\\d+) by it as well, "
+                            + "of which (\\d+) were not equal\\n");
+
+    /** Most stacks are walked without the JVM's help, and as it walks them. */
+    private static void checkWalks(String log) {
+        Matcher matcher = WALKS.matcher(log.substring(log.lastIndexOf("Signal sampling: signal")));
+        Check.isTrue(matcher.find(), "no walks in " + log);
+        int compared = Integer.parseInt(matcher.group(2));
+        Check.isTrue(Integer.parseInt(matcher.group(1)) >= compared && compared > 0,
+                     "walked: " + matcher.group());
+        Check.isTrue(Integer.parseInt(matcher.group(3)) <= compared / 16,
+                     "not equal: " + matcher.group());
     }
 
     private static final Pattern LINE_OF_UNIT =
