@@ -67,9 +67,7 @@ long readTime(ThreadInfo* info, int frame) {
     foldTracedTime(info, frame);
     if (info->needsWallTimeCorrection) {
         foldTracedTimes(info);
-        WallTimeCorrector corrector;
-        corrector.scheduleForCorrection(info);
-        corrector.correctWallTimes();
+        WallTimeCorrector::correctBelow(info, frame);
     }
     return info->getCPUProfilingRecord(frame, true)->timeNs;
 }

@@ -38,13 +38,23 @@ void WallTimeCorrector::scheduleForCorrection(ThreadInfo* info) {
 }
 
 void WallTimeCorrector::correctWallTimes() {
-    if (scheduled.isEmpty()) {
-        return;
+    if (!scheduled.isEmpty()) {
+        correctBelow(0);
+        scheduled.clear();
     }
+}
+
+void WallTimeCorrector::correctBelow(const ThreadInfo* info, int top) {
+    WallTimeCorrector corrector;
+    corrector.scheduled.push(info->tfiThreadIndex);
+    corrector.correctBelow(top);
+}
+
+void WallTimeCorrector::correctBelow(int top) {
     // Post-order with explicit stacks: a stack of frames can be thousands deep.
     ZVector<int> frames;
     ZVector<int> lastChildren;
-    frames.push(0);
+    frames.push(top);
     lastChildren.push(0);
     while (!frames.isEmpty()) {
         const int frame = frames.pop();
@@ -60,7 +70,6 @@ void WallTimeCorrector::correctWallTimes() {
             correctFrame(frame);
         }
     }
-    scheduled.clear();
 }
 
 void WallTimeCorrector::correctFrame(int frame) {
