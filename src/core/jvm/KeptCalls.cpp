@@ -5,13 +5,32 @@
 #include "core/jvm/JNIUtils.h"
 #include "core/jvm/JvmGlobals.h"
 
+#include <cstddef>
 #include <cstdlib>
 
 namespace {
 
-// As Callback.java has them.
+using KeptCalls::Run;
+
 const int RUNS = 1 << 12;
-static_assert(FilteredMethods::MOST_METHODS == 1 << 22, "Callback.java's");
+const int RUN_SHIFT = 8;
+static_assert(sizeof(Run) == 1 << RUN_SHIFT, "runs are found by a shift");
+
+// What Callback.java has as well.
+struct JavaConstant {
+    const char* name;
+    int value;
+};
+const JavaConstant JAVA_CONSTANTS[] = {
+    {"MOST_METHODS", FilteredMethods::MOST_METHODS},
+    {"RUN_MASK", RUNS - 1},
+    {"RUN_SHIFT", RUN_SHIFT},
+    {"OPEN", offsetof(Run, isOpen)},
+    {"COUNT", offsetof(Run, count)},
+    {"CALLS_UNTIL_LOOK", offsetof(Run, callsUntilLook)},
+    {"METHODS", offsetof(Run, methods)},
+    {"MOST_CALLS", Run::MOST_CALLS},
+};
 
 const char MEMORY_PACKAGE[] = "jdk.internal.misc";
 const char MEMORY_PACKAGE_PATH[] = "jdk/internal/misc";
@@ -19,7 +38,7 @@ const jint FIRST_WITH_MODULES = 9;
 
 std::atomic<bool> ourIsTried{false};
 std::atomic<bool> ourIsReady{false};
-KeptCalls::Run* ourRuns = nullptr;
+Run* ourRuns = nullptr;
 jfieldID ourThreadId = nullptr;
 
 bool knowsModules() {
@@ -55,9 +74,18 @@ bool findThreadId(JNIEnv* env) {
 // Never touched but where there are methods and threads.
 bool makeRoom() {
     if (ourRuns == nullptr) {
-        ourRuns = static_cast<KeptCalls::Run*>(calloc(RUNS, sizeof(KeptCalls::Run)));
+        ourRuns = static_cast<Run*>(calloc(RUNS, sizeof(Run)));
     }
     return ourRuns != nullptr && FilteredMethods::bytes() != nullptr;
+}
+
+void compareWithJava(JNIEnv* env) {
+    for (const JavaConstant& constant : JAVA_CONSTANTS) {
+        const jfieldID field = env->GetStaticFieldID(ourClassCallbackGlobalRef, constant.name, "I");
+        ASSERT_JNI(env);
+        Logger::assertEquals(env->GetStaticIntField(ourClassCallbackGlobalRef, field),
+                             constant.value, VDK_HERE);
+    }
 }
 
 // Java tries by itself whether it can read there.
@@ -77,6 +105,7 @@ void KeptCalls::prepare(JNIEnv* env) {
     if (ourIsTried.exchange(true)) {
         return;
     }
+    compareWithJava(env);
     ourIsReady =
         knowsModules() && findThreadId(env) && makeRoom() && openMemoryClass(env) && tellJava(env);
     Logger::message(ourIsReady ? "CPU tracing: Java code keeps filtered calls"

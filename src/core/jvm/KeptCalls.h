@@ -19,7 +19,8 @@
 //   is traced for the first time; where it refuses, all calls come in.
 namespace KeptCalls {
 
-// As Callback.java has it. Only the thread itself uses it, but for shut.
+// Callback.java has the offsets as constants, which are compared. Only the thread itself uses it,
+// but for shut.
 struct Run {
     static constexpr int MOST_CALLS = 58;
     // Calls kept until one comes in, so that what has ended unseen shows at last.
@@ -39,7 +40,6 @@ struct Run {
     // From any thread: nothing more is kept until the thread opens it again.
     void shut() { isOpen = 0; }
 };
-static_assert(sizeof(Run) == 256, "Callback.java shifts by 8");
 
 // Opens the JVM's memory class and tells Java the places. With no lock held.
 void prepare(JNIEnv* env);

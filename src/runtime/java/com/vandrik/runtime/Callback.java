@@ -27,7 +27,7 @@ public class Callback {
     /** Whether the variants of the calls at entry, exit and handlers pass them on. */
     public static boolean ourVDKMethodEntryExit;
 
-    // core/jvm/KeptCalls.h tells of kept calls and has the same constants.
+    // core/jvm/KeptCalls tells of kept calls and compares these constants with its own.
     private static final int MOST_METHODS = 1 << 22;
     private static final int RUN_MASK = (1 << 12) - 1;
     private static final int RUN_SHIFT = 8;
