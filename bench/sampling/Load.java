@@ -1,3 +1,4 @@
+import java.io.File;
 import java.lang.management.ManagementFactory;
 import java.lang.management.ThreadMXBean;
 import java.lang.ref.WeakReference;
@@ -5,6 +6,8 @@ import java.lang.reflect.InvocationHandler;
 import java.lang.reflect.Proxy;
 import java.net.URL;
 import java.net.URLClassLoader;
+import java.nio.file.Files;
+import java.nio.file.NoSuchFileException;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.HashMap;
@@ -80,7 +83,27 @@ public final class Load {
             thread.join();
         }
         System.out.println(args[0] + " done: rounds " + rounds + ", cpu " + cpuNs);
+        System.out.println("ended threads: cpu of all " + cpuOfEnded());
         System.exit(failures.isEmpty() ? 0 : 3);
+    }
+
+    /**
+     * What threads that have ended used by the kernel's clocks, with the JVM's own part at begin
+     * and end of each: what the process used, without those that live.
+     */
+    static long cpuOfEnded() throws Exception {
+        long cpuNs =
+                ManagementFactory.getPlatformMXBean(com.sun.management.OperatingSystemMXBean.class)
+                        .getProcessCpuTime();
+        for (File task : new File("/proc/self/task").listFiles()) {
+            try {
+                String text = Files.readString(task.toPath().resolve("schedstat"));
+                cpuNs -= Long.parseLong(text.substring(0, text.indexOf(' ')));
+            } catch (NoSuchFileException e) {
+                // It has ended since.
+            }
+        }
+        return cpuNs;
     }
 
     // Calls of small methods, some virtual, some recursive.
