@@ -132,13 +132,18 @@ bool StackWalk::leave(uintptr_t above, uintptr_t newPc, uintptr_t newFrame) {
 
 bool StackWalk::startAtTop() {
     const CompiledCode::Frame top = CompiledCode::interruptedAt(pc, frames, most);
+    if (top.kind != CompiledCode::METHOD && note.stack != 0) {
+        return goTo(note);
+    }
+    isFromCode = top.kind == CompiledCode::METHOD || isInterpreter();
+    if (isInterpreter()) {
+        // Where a frame is entered or left the frame pointer is the caller's.
+        return stepInterpreted() == UP;
+    }
     if (top.kind != CompiledCode::METHOD) {
-        return note.stack != 0 ? goTo(note)
-                               : top.kind == CompiledCode::STUB && !isInterpreter() &&
-                                     leaveStub(findStubsWords()) == UP;
+        return top.kind == CompiledCode::STUB && leaveStub(findStubsWords()) == UP;
     }
     count = top.count;
-    isFromCode = true;
     if (count == 0 || top.words == 0 || !isOnStack(stack, top.words + 1)) {
         return false;
     }
