@@ -108,10 +108,11 @@ bool StackWalk::go(CallFrame* into, int mostFrames) {
     while (step == UP && count < most) {
         step = stepUp();
     }
-    if (step != LOST) {
-        ourWalks.fetch_add(1, std::memory_order_relaxed);
+    if (step == LOST || count == 0) {
+        return false;
     }
-    return step != LOST;
+    ourWalks.fetch_add(1, std::memory_order_relaxed);
+    return true;
 }
 
 bool StackWalk::isOnStack(uintptr_t address, int words) const {
@@ -282,7 +283,9 @@ StackWalk::Step StackWalk::leaveStub(int words) {
 
 bool StackWalk::isToBeCompared() const {
     const long walks = ourWalks.load(std::memory_order_relaxed);
-    return isFromCode && (walks <= FIRST_COMPARED || walks % COMPARED_PERIOD == 0);
+    // The JVM's frames have to find room behind.
+    return isFromCode && count <= most / 2 &&
+           (walks <= FIRST_COMPARED || walks % COMPARED_PERIOD == 0);
 }
 
 bool StackWalk::isEqual(const CallFrame* own, const CallFrame* theirs, int theirCount) const {
