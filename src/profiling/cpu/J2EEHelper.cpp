@@ -67,7 +67,9 @@ long readTime(ThreadInfo* info, int frame) {
     foldTracedTime(info, frame);
     if (info->needsWallTimeCorrection) {
         foldTracedTimes(info);
-        WallTimeCorrector::correctBelow(info, frame);
+        WallTimeCorrector corrector;
+        corrector.scheduleForCorrection(info);
+        corrector.correctWallTimes();
     }
     return info->getCPUProfilingRecord(frame, true)->timeNs;
 }

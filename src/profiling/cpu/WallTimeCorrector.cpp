@@ -38,23 +38,13 @@ void WallTimeCorrector::scheduleForCorrection(ThreadInfo* info) {
 }
 
 void WallTimeCorrector::correctWallTimes() {
-    if (!scheduled.isEmpty()) {
-        correctBelow(0);
-        scheduled.clear();
+    if (scheduled.isEmpty()) {
+        return;
     }
-}
-
-void WallTimeCorrector::correctBelow(const ThreadInfo* info, int top) {
-    WallTimeCorrector corrector;
-    corrector.scheduled.push(info->tfiThreadIndex);
-    corrector.correctBelow(top);
-}
-
-void WallTimeCorrector::correctBelow(int top) {
     // Post-order with explicit stacks: a stack of frames can be thousands deep.
     ZVector<int> frames;
     ZVector<int> lastChildren;
-    frames.push(top);
+    frames.push(0);
     lastChildren.push(0);
     while (!frames.isEmpty()) {
         const int frame = frames.pop();
@@ -70,6 +60,7 @@ void WallTimeCorrector::correctBelow(int top) {
             correctFrame(frame);
         }
     }
+    scheduled.clear();
 }
 
 void WallTimeCorrector::correctFrame(int frame) {

@@ -18,11 +18,8 @@ public:
     void scheduleEndedThreads();
     // Raises parents below the sum of their children, up to the root, for all scheduled threads.
     void correctWallTimes();
-    // The same for one thread in a frame and all below it. The thread stays flagged.
-    static void correctBelow(const ThreadInfo* info, int top);
 
 private:
-    void correctBelow(int top);
     void correctFrame(int frame);
 
     ZVector<int> scheduled; // tfiThreadIndex values

@@ -44,11 +44,6 @@ TEST(WallTimeCorrector, parentBelowItsChildrenIsRaisedUpToTheRoot) {
     other.needsWallTimeCorrection = true;
     correct(other);
     EXPECT_EQ(-1, timeOf(other, parent)) << "a row for nothing";
-    WallTimeCorrector::correctBelow(&info, parent);
-    EXPECT_EQ(7, timeOf(info, parent));
-    EXPECT_EQ(6, timeOf(info, outer)) << "not below the frame";
-    EXPECT_TRUE(info.needsWallTimeCorrection) << "the rest is still to be corrected";
-    setTime(info, parent, 5);
     correct(info);
     EXPECT_EQ(7, timeOf(info, parent));
     EXPECT_EQ(7, timeOf(info, outer));
