@@ -132,12 +132,12 @@ bool StackWalk::leave(uintptr_t above, uintptr_t newPc, uintptr_t newFrame) {
 }
 
 bool StackWalk::startAtTop() {
-    const CompiledCode::Frame top = CompiledCode::interruptedAt(pc, frames, most);
+    CompiledCode::Frame top = CompiledCode::interruptedAt(pc, frames, most);
     if (top.kind != CompiledCode::METHOD && note.stack != 0) {
         return goTo(note);
     }
-    isFromCode = top.kind == CompiledCode::METHOD || isInterpreter();
-    if (isInterpreter()) {
+    isFromCode = top.kind == CompiledCode::METHOD || isInterpreter(pc);
+    if (isInterpreter(pc)) {
         // Where a frame is entered or left the frame pointer is the caller's.
         return stepInterpreted() == UP;
     }
@@ -154,8 +154,29 @@ bool StackWalk::startAtTop() {
     case CodeShape::FRAME_POINTER:
         return leave(stack + 2 * WORD, wordAt(stack, 1), wordAt(stack));
     default:
+        top.words += countPushed(top.words);
         return stepBehind(top) == UP;
     }
+}
+
+// Words that code has pushed for a moment below its frame, as comparisons of strings do: by where
+// a return address stands. 0 if there is none.
+int StackWalk::countPushed(int words) const {
+    const int MOST_PUSHED = 2;
+    for (int pushed = 0; pushed <= MOST_PUSHED && isOnStack(stack, words + pushed + 1); pushed++) {
+        if (isReturn(wordAt(stack, words + pushed - 1))) {
+            return pushed;
+        }
+    }
+    return 0;
+}
+
+bool StackWalk::isReturn(uintptr_t address) {
+    const int MOST_INLINED = 64;
+    CallFrame unused[MOST_INLINED];
+    return isInterpreter(address) || address == ourEntryReturn ||
+           (CompiledCode::mayBeCode(address) &&
+            CallMemo::callAt(address, unused, MOST_INLINED).count > 0);
 }
 
 // To the last frame of Java below native code or the JVM's.
@@ -170,12 +191,12 @@ bool StackWalk::goTo(const ThreadTimers::Registers& last) {
     return true;
 }
 
-bool StackWalk::isInterpreter() const {
-    return pc >= ourInterpreterLow && pc < ourInterpreterHigh;
+bool StackWalk::isInterpreter(uintptr_t address) {
+    return address >= ourInterpreterLow && address < ourInterpreterHigh;
 }
 
 StackWalk::Step StackWalk::stepUp() {
-    if (isInterpreter()) {
+    if (isInterpreter(pc)) {
         return stepInterpreted();
     }
     return pc == ourEntryReturn ? stepEntry() : stepCompiled();

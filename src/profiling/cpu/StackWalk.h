@@ -57,7 +57,9 @@ private:
     Step leaveStub(int words);
     Step stepBehind(const CompiledCode::Frame& found);
     int findStubsWords() const;
-    bool isInterpreter() const;
+    int countPushed(int words) const;
+    static bool isReturn(uintptr_t address);
+    static bool isInterpreter(uintptr_t address);
     bool isOnStack(uintptr_t address, int words) const;
     bool leave(uintptr_t above, uintptr_t newPc, uintptr_t newFrame);
 
