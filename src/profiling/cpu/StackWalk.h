@@ -5,12 +5,12 @@
 #include "profiling/cpu/InterruptedStack.h"
 
 // StackWalk: the stack of a thread that was interrupted in compiled code of Java, by what the JVM
-// tells of that code and how it lays out frames of its interpreter. It needs a tenth of the memory
-// that AsyncGetCallTrace goes through, which is most of what a sample costs. It knows each frame up
-// to the begin of the thread, or gives up, and the JVM's function is asked.
+// tells of that code and how it lays out frames of its interpreter. It touches less memory than
+// AsyncGetCallTrace, and what is not in the caches is most of what a sample costs. It knows each
+// frame up to the begin of the thread, or gives up, and the JVM's function is asked.
 //
-// Every sample of some is walked both ways. Where the two do not agree, the JVM lays out its
-// frames differently, and the walk is not used from then on.
+// Some samples are walked both ways. Where the two often differ, the JVM lays out its frames
+// differently, and the walk is not used from then on.
 class StackWalk {
 public:
     // Finds what it needs, with nothing learned yet. False where it can't be used. Not for
